@@ -1,0 +1,82 @@
+// CLI request messages (types 6001 and 6002): command codes and the record of each kind of
+// request. The shell fills them, the manager reads them; both see bytes behind the received length
+// as zero.
+#pragma once
+
+#include "include/entry.h"
+#include "include/ipc.h"
+#include "include/listName.h"
+
+enum aclCliCode : uint32_t {
+    CLI_IP_LIST_CREATE = 1000,
+    CLI_IP_LIST_DELETE = 1001,
+    CLI_IP_ENTRY_ADD = 1002,
+    CLI_IP_ENTRY_DELETE = 1003,
+    CLI_DOS_LIST_DELETE = 1004,
+    CLI_DOS_LIST_CREATE = 1005,
+    CLI_DOS_ENTRY_DELETE = 1006,
+    CLI_DOS_ENTRY_ADD = 1007,
+    CLI_CLEAR_IP_ACL = 1030,
+    CLI_CLEAR_IP_ACL_ALL = 1031,
+    CLI_DOS_DISABLE = 1040,
+    CLI_DOS_ENABLE = 1041,
+    CLI_SHOW_IP_ACL = 1059,
+    CLI_SHOW_IP_ACL_ALL = 1060,
+};
+
+// The front of every CLI message.
+struct cliHdr {
+    ipcHdr ipc;
+    be32 cookie;  // 60  the client's own, echoed when no display buffer answers
+    be32 result;  // 64  written by the manager
+    be32 reserved68;
+    be32 code;  // 72  aclCliCode
+    be32 reserved76;
+    listName name;  // 80
+};
+WIRE_SIZE(cliHdr, 220);
+WIRE_AT(cliHdr, result, 64);
+WIRE_AT(cliHdr, code, 72);
+WIRE_AT(cliHdr, name, 80);
+
+// Create or delete a list: kind of an IP list, flags word of a DoS list.
+struct cliListReq {
+    cliHdr cli;
+    be32 kind;  // 220
+};
+WIRE_SIZE(cliListReq, 224);
+
+// Add or delete an IPv4 or DoS entry. The manager writes the assigned sequence number back.
+struct cliIpEntryReq {
+    cliHdr cli;
+    be32 log;            // 220
+    be32 monitor;        // 224
+    ipEntryBlock block;  // 228
+};
+WIRE_SIZE(cliIpEntryReq, 384);
+WIRE_AT(cliIpEntryReq, block, 228);
+static_assert(offsetof(cliIpEntryReq, block) + offsetof(ipEntryBlock, seq) == 292);
+
+// Show requests.
+struct cliShowReq {
+    cliHdr cli;
+    uint8_t reserved220[648];
+    listName name;  // 868  name, or cursor of a show of all
+    be32 detail;    // 1008
+    be32 resume;    // 1012
+};
+WIRE_SIZE(cliShowReq, 1016);
+WIRE_AT(cliShowReq, name, 868);
+WIRE_AT(cliShowReq, detail, 1008);
+
+// The front of a show's reply buffer; NUL-terminated text follows at 204. The manager answers a
+// show with either this, or, when there is nothing to show, the request itself: that one carries
+// the request's cookie, so a client that sets a cookie other than 0 and SHOW_MARKER can tell.
+struct showReplyHdr {
+    ipcHdr ipc;
+    be32 marker;    // 60  SHOW_MARKER when a walk over all has shown a list, else 0
+    listName name;  // 64  the list that was shown: the cursor of the next request
+};
+WIRE_SIZE(showReplyHdr, 204);
+constexpr size_t SHOW_TEXT_OFFSET = 204;
+constexpr uint32_t SHOW_MARKER = 0x01010101;

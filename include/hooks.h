@@ -1,0 +1,17 @@
+// What the stores need from parts of the manager above them: declared here so that a store never
+// includes a folder that depends on it.
+#pragma once
+
+#include "include/list.h"
+#include "include/node.h"
+
+// Tells every client of a list that it has changed (route maps are re-evaluated). ipv6 is a flag,
+// 0 or 1. Null list: nothing. Returns 0, or -1 when a send failed.
+int aclTrigger(aclList* list, uint32_t ipv6);
+
+// The list's copies at the management tasks: SNMP 18, IPM 87, SYSADM 33.
+void aclSendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
+void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId, const aclBinding* binding);
+void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding);
+void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId);
+void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId);

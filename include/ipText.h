@@ -1,0 +1,34 @@
+// Text of addresses, masks and numbers, appended to a line without a formatter: the configuration
+// and show writers make one line per entry and this is most of their cost.
+#pragma once
+
+#include <bit>
+#include <charconv>
+#include <cstdint>
+#include <string>
+
+inline void textNumber(std::string& out, uint32_t v, int base = 10) {
+    char buf[16];
+    auto end = std::to_chars(buf, buf + sizeof buf, v, base).ptr;
+    out.append(buf, static_cast<size_t>(end - buf));
+}
+inline void textSigned(std::string& out, int32_t v) {
+    char buf[16];
+    auto end = std::to_chars(buf, buf + sizeof buf, v).ptr;
+    out.append(buf, static_cast<size_t>(end - buf));
+}
+// "a.b.c.d", most significant byte first.
+inline void textDotted(std::string& out, uint32_t address) {
+    for (int shift = 24; shift >= 0; shift -= 8) {
+        textNumber(out, (address >> shift) & 255);
+        if (shift != 0) out.push_back('.');
+    }
+}
+// The number of leading one bits, whatever follows them.
+constexpr uint32_t maskPrefixLength(uint32_t mask) {
+    return static_cast<uint32_t>(std::countl_one(mask));
+}
+constexpr bool maskIsContiguous(uint32_t mask) { return (~mask & (~mask + 1)) == 0; }
+constexpr uint32_t maskFromPrefix(uint32_t length) {
+    return length == 0 ? 0 : 0xFFFFFFFFu << (32 - length);
+}

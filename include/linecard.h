@@ -1,0 +1,25 @@
+// What the manager knows of each line card: 20 slots.
+#pragma once
+
+#include <cstdint>
+
+#include "include/ifindex.h"
+#include "platform/api/zekSwp.h"
+
+struct aclLinecard {
+    void* ipAddHead;      // chain of the card's interface addresses
+    uint32_t isUp;
+    uint32_t isVortan;    // takes egress lists
+    uint32_t isIpv6Enabled;
+    uint32_t word5;       // kept, never interpreted
+    uint32_t v6EgAclSupported;
+    uint32_t type;        // acl_linecard_type
+    zekSwpHandle macAgent;
+    zekSwpHandle aclAgent;
+    uint32_t agentIpAddr;
+    uint32_t agent0IpAddr;
+};
+
+constexpr uint32_t LINECARD_CP = 19;  // the record that keeps the control processor's agent
+
+extern aclLinecard aclLinecardInfo[SLOT_COUNT];

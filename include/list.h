@@ -1,0 +1,75 @@
+// Access-list, entry and binding records as the manager keeps them (never on the wire: what other
+// tasks receive are images, filled field by field).
+//
+//   aclList --head/tail--> aclEntry <-> aclEntry ...      ascending sequence numbers
+//           --bindings---> aclBinding -> aclBinding ...   newest first
+//           --remarks----> aclRemark <-> aclRemark ...    ascending sequence numbers
+//           --seqTree, contentTree: duplicate-check nodes that point at the same entries
+//
+// The store that made a record owns it. All records come from the platform's pools.
+#pragma once
+
+#include "include/entry.h"
+#include "include/listName.h"
+#include "platform/api/zekRadix.h"
+
+constexpr size_t BINDING_BLOCK_LEN = 520;
+struct bindingBlock {
+    uint8_t b[BINDING_BLOCK_LEN];  // what an agent needs beside the list; opaque to the manager
+};
+
+struct aclEntry {
+    aclEntry* next;
+    aclEntry* prev;
+    ipEntryBlock block;
+    uint32_t id;          // the list's counter at insertion, never reused
+    uint32_t matchCount;  // shown and cleared by the shows
+    uint32_t log;         // non-zero: the entry logs
+    uint32_t monitor;     // 1: the entry is monitored
+};
+
+enum bindingKind : uint32_t {
+    BIND_ROUTE_MAP = 1,
+    BIND_TASK = 2,
+    BIND_INTERFACE = 3,
+    BIND_VLAN_GROUP = 4,
+};
+
+struct aclBinding {
+    aclBinding* next;
+    uint32_t id;        // interface index, task id, or VLAN-group id in the low byte
+    uint32_t instance;  // of a task
+    uint32_t caller;    // a task's own word
+    listName rmapName;  // route maps only
+    uint32_t kind;      // bindingKind
+    uint32_t direction;  // non-zero: egress
+    uint32_t implicitPermit;
+    bindingBlock block;
+};
+
+constexpr size_t REMARK_LEN = 80;
+struct aclRemark {
+    aclRemark* next;
+    aclRemark* prev;
+    char text[REMARK_LEN + 1];
+    uint32_t seq;
+};
+
+constexpr uint32_t DOS_ACTIVE = 0x1000;  // kind word of the DoS list that is downloaded
+
+struct aclList {
+    zekRadixNode link;  // name tree; the key is `name`
+    listName name;
+    aclEntry* head;
+    aclEntry* tail;
+    aclBinding* bindings;
+    uint32_t lastEntryId;  // only ever grows
+    uint32_t kind;         // ipEntryKind; a DoS list's flags word
+    uint32_t placeholder;  // 1: exists only because something refers to it
+    int32_t count;
+    uint32_t highestSeq;  // 0 when empty
+    bindingBlock sendBlock;  // the block of the binding that is being downloaded
+    aclRemark* remarks;
+    zekRadix* seqTree;      // null for system and DoS lists
+    zekRadix* contentTree;  // null for system and DoS lists
+};

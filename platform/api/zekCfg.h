@@ -1,0 +1,116 @@
+// The configuration database: the running configuration, line by line.
+//
+// A node is one line: its place (section, key area, line class) and two texts, of which the one
+// that matches the mask display mode is shown. The shown order is by section, then by the 256 key
+// bytes, then by line class, all ascending. Nodes with an empty text are anchors and not shown.
+// Changes join the open batch and are durable once zekCfgCommit has returned 0; the host platform
+// commits before it lets an answer leave.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string_view>
+
+#include "include/wire.h"
+
+constexpr size_t CFG_KEY_LEN = 256;
+constexpr size_t CFG_TEXT_LEN = 256;
+
+// The platform's record, as it is handed over: host-order words would do, but the layout is shared
+// with other tasks and is fixed.
+struct zekCfgRecord {
+    uint8_t key[CFG_KEY_LEN];  // meaning by section, see the key structures below
+    be32 section;
+    be32 lineClass;
+    char text[CFG_TEXT_LEN];         // normal-mask form, NUL-terminated
+    char inverseText[CFG_TEXT_LEN];  // inverse-mask form
+};
+WIRE_SIZE(zekCfgRecord, 776);
+WIRE_AT(zekCfgRecord, section, 256);
+WIRE_AT(zekCfgRecord, lineClass, 260);
+WIRE_AT(zekCfgRecord, text, 264);
+WIRE_AT(zekCfgRecord, inverseText, 520);
+
+// Key area of list lines (IP, MAC, prefix, AS-path and community lists).
+struct zekCfgListKey {
+    uint8_t family;  //   0  0 = IPv4, 0xFF = IPv6
+    char name[140];  //   1
+    be32 kind;       // 141  0 header, 1 entry or remark
+    be32 order;      // 145  0 for the header, sequence number + 1 else
+    uint8_t role;    // 149  0xFF on entry lines, else 0
+    uint8_t zero[106];
+};
+WIRE_SIZE(zekCfgListKey, CFG_KEY_LEN);
+WIRE_AT(zekCfgListKey, role, 149);
+
+// Sections, in the order in which the configuration shows them.
+enum zekCfgSection : uint32_t {
+    CFG_SECTION_MASK_MODE = 1,  // first: it decides how every mask behind it reads
+    CFG_SECTION_INTERFACE = 72,
+    CFG_SECTION_RMAP = 79,
+    CFG_SECTION_ASPATH = 80,
+    CFG_SECTION_COMM = 81,
+    CFG_SECTION_EXTCOMM = 82,
+    CFG_SECTION_PREFIX = 83,
+    CFG_SECTION_TRACE_GROUP = 97,
+    CFG_SECTION_TRACE_LIST = 98,
+    CFG_SECTION_IP = 100,
+    CFG_SECTION_MAC = 101,
+};
+enum zekCfgClass : uint32_t {
+    CFG_CLASS_ANCHOR = 0,
+    CFG_CLASS_SEPARATOR = 141,
+    CFG_CLASS_INTERFACE = 145,
+    CFG_CLASS_LINE = 150,
+};
+
+// One change, told to whoever follows the feed.
+struct zekCfgSyncRecord {
+    be32 kind;       // 0  3 header, 9 standard entry, 16 extended entry, ...
+    be32 words[3];   // 4  by kind
+    char name[140];  // 16
+    uint8_t reserved156[116];
+    char text[256];  // 272  the line, or "no " and the line
+};
+WIRE_SIZE(zekCfgSyncRecord, 528);
+WIRE_AT(zekCfgSyncRecord, name, 16);
+WIRE_AT(zekCfgSyncRecord, text, 272);
+
+struct zekCfgDb;
+
+// Inserts a node with both texts; a node in the same place is replaced. 0 or -1.
+int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record);
+// The same for a node whose one text serves both modes: inverseText is not read.
+int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record);
+// Removes the block that the node heads: every line of its section with the same family and name
+// (route maps: the same name and instance). 0, or -1 when nothing was there.
+int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record);
+// Removes the node in exactly this place (section, key area, line class). 0, or -1 when absent.
+int zekCfgRemoveExact(zekCfgDb* db, const zekCfgRecord& record);
+// Appends to the change feed.
+int zekCfgSync(zekCfgDb* db, const zekCfgSyncRecord& record);
+
+// Which text the database shows from now on: 0 normal, 1 inverse.
+void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse);
+[[nodiscard]] uint32_t zekCfgMaskMode(const zekCfgDb* db);
+
+// Makes every change since the last commit durable. 0, or -1: the changes stay in the batch.
+int zekCfgCommit(zekCfgDb* db);
+[[nodiscard]] bool zekCfgIsDirty(const zekCfgDb* db);
+
+// Calls fn with every shown line in order, in bounded memory, until it returns false. Only what is
+// committed is seen when the database was opened for reading.
+// 0, or -1 when the database cannot be read.
+int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn);
+struct zekCfgStats {
+    uint64_t lines, feed, commits, failedCommits, changes;
+};
+[[nodiscard]] zekCfgStats zekCfgStatistics(zekCfgDb* db);
+
+// Opens DIR/running.db for writing (making it when it is absent), or for reading only, or, with a
+// null directory, a database in memory. Null on failure, with the reason in the system-error log.
+enum class zekCfgAccess { write, read };
+[[nodiscard]] zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access);
+void zekCfgClose(zekCfgDb* db);
+// The database of this task, opened by the platform's start; null before.
+[[nodiscard]] zekCfgDb* zekCfgOfTask();
