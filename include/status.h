@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <ranges>
 
 enum aclStatus : uint32_t {
     ACL_OK = 0,
@@ -51,5 +52,5 @@ static_assert(std::ranges::is_sorted(aclStatusTable, {}, &aclStatusRow::code));
 // The row of a code, or null for a code that no operation returns.
 constexpr const aclStatusRow* aclStatusFind(uint32_t code) {
     const auto* row = std::ranges::lower_bound(aclStatusTable, code, {}, &aclStatusRow::code);
-    return row != std::end(aclStatusTable) && row->code == code ? row : nullptr;
+    return row != std::ranges::end(aclStatusTable) && row->code == code ? row : nullptr;
 }

@@ -1,0 +1,157 @@
+// IPv4, system and DoS access lists.
+//
+// The caller holds acl_rwlock (for writing unless a read is stated); nothing here locks. Lists and
+// entries belong to the store from creation to deletion; pointers that a look-up returns are good
+// until the lock is released. Every operation returns a status of include/status.h. A refusal
+// leaves no trace.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "include/list.h"
+#include "include/status.h"
+
+// --- ordinary lists (list.cpp) ---------------------------------------------------------------
+
+// kind: 1 standard, 2 extended. Returns the list, new or existing, with *status 0, or existing with
+// ACL_E_IS_STANDARD / ACL_E_IS_EXTENDED; null with ACL_E_LIST_MEMORY. The empty name is refused
+// with ACL_E_NOLIST and null.
+aclList* ipAccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
+                            uint32_t* status);
+// ACL_E_NOLIST when it does not exist or is of another kind.
+uint32_t ipAccessListDelete(const listName& name, uint32_t kind);
+// A sequence number of SEQ_NOT_GIVEN becomes the highest plus 5, written back into the block.
+uint32_t ipAddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t log, uint32_t monitor);
+// By sequence number when the block gives one, else by content. `send`: port bindings receive the
+// deletion; `cfgAndTrigger`: the configuration line goes and the clients are told.
+uint32_t ipDelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
+                          uint32_t cfgAndTrigger);
+// The entry with an equal block (sequence number and counter options ignored), or null. A walk.
+aclEntry* ipAccessEntFind(const listName& name, const ipEntryBlock* block);
+// The entry with the block's sequence number, or null.
+aclEntry* ipAccessEntCompareSeq(const listName& name, const ipEntryBlock* block);
+
+aclList* ipAccessListFind(const listName& name);
+aclList* ipAccessListFindFirst();
+aclList* ipAccessListFindNext(const listName& name);
+// The list in front of the named one; null when that is the first or absent.
+aclList* ipAccessListFindPrev(const listName& name);
+// True for a configured standard or extended list.
+bool ipCheckForPrefixAccessList(const listName& name);
+// Rewrites the configuration line of every entry (and remark) of every ordinary list after the mask
+// display mode has changed.
+void ipInvertAccessEntryMask();
+
+extern uint32_t ipDelAccessList;  // non-zero while a whole list is being deleted entry by entry
+
+// --- system lists (syslist.cpp) --------------------------------------------------------------
+
+aclList* ipSysAccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
+                               uint32_t ifindex, uint32_t* status);
+uint32_t ipSysAccessListDelete(const listName& name, uint32_t ifindex);
+uint32_t ipSysAddAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t log,
+                             uint32_t ifindex);
+uint32_t ipSysDelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
+                             uint32_t ifindex);
+aclEntry* ipSysAccessEntFind(const listName& name, const ipEntryBlock* block);
+// Sends `count` (1-20) consecutive blocks in one message and stores nothing.
+uint32_t ipSysAddThirteenAccessEntry(const listName& name, const ipEntryBlock* blocks, uint32_t log,
+                                     uint32_t ifindex, uint32_t count);
+uint32_t ipSysDelThirteenAccessEntry(const listName& name, const ipEntryBlock* blocks, uint32_t log,
+                                     uint32_t ifindex, uint32_t count);
+aclList* ipSysAccessListFind(const listName& name);
+aclList* ipSysAccessListFindFirst();
+aclList* ipSysAccessListFindNext(const listName& name);
+
+// --- DoS lists (doslist.cpp) -----------------------------------------------------------------
+
+aclList* ipDosListCreate(const listName& name, uint32_t flags, uint32_t placeholder, uint32_t* status);
+uint32_t ipDosListDelete(const listName& name);
+uint32_t ipAddDosEntry(const listName& name, ipEntryBlock* block, uint32_t log);
+uint32_t ipDelDosEntry(const listName& name, const ipEntryBlock* block, uint32_t send, uint32_t cfg);
+aclEntry* ipDosEntFind(const listName& name, const ipEntryBlock* block);
+aclEntry* ipDosEntCompareSeq(const listName& name, const ipEntryBlock* block);
+aclList* ipDosListFind(const listName& name);
+aclList* ipDosListFindFirst();
+aclList* ipDosListFindNext(const listName& name);
+aclList* ipDosListFindPrev(const listName& name);
+// Turns the one active DoS filter on (command 1041) or off (1040).
+uint32_t dosIpEnableIntf(const listName& name, uint32_t command);
+extern aclList* dosFilter;  // the active filter, or null
+
+// --- configuration text (cfgtext.cpp) --------------------------------------------------------
+// `remove` 0 writes, 1 removes. Lists named "sgAcl_..." are never written. Database errors are
+// debug output only.
+
+void acl_sent_to_cfg(const listName& name, uint32_t remove, uint32_t kind, uint32_t ipv6);
+void acl_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name);
+struct acl6Entry;
+void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listName& name);
+void dos_sent_to_cfg(const aclList* list, uint32_t remove);
+void dos_sent_to_cfg_enabled(const aclList* list, uint32_t add);  // an add flag, not a remove flag
+void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name);
+// The line that records the mask display mode.
+void inverse_mask_sent_to_cfg(uint32_t inverse);
+// The port clause with its leading blank; one static buffer, overwritten by each call.
+const char* aclCmpPortPrint(uint32_t op, uint32_t first, uint32_t second);
+// " keyword" or " type code", only the parts that are given; appended.
+void aclIcmpTypeCodeToString(std::string& out, uint32_t type, uint32_t typeGiven, uint32_t code,
+                             uint32_t codeGiven);
+// "xx:xx:xx:xx:xx:xx xx:xx:xx:xx:xx:xx", address and mask; appended.
+void l2aclPrintMacAddress(std::string& out, const uint8_t* address, const uint8_t* mask);
+
+// An IPv6 entry as the configuration writer reads it.
+struct acl6Entry {
+    acl6Entry* next;
+    acl6Entry* prev;
+    ip6EntryBlock block;
+    uint32_t log;
+    uint32_t monitor;
+    uint32_t id;
+    uint32_t matchCount;
+};
+
+// --- shows (show.cpp): a read lock is enough for all but the clears --------------------------
+// *buffer is a zekMC_M_sysMalloc block (free with zekMC_M_sysFree) of *size bytes whose text starts
+// at SHOW_TEXT_OFFSET; null on every status but 0, and for a placeholder.
+
+uint32_t aclShowAlist(const aclList* list, void** buffer, uint32_t* size);
+uint32_t aclShowIpAcl(const listName& name, void** buffer, uint32_t* size);
+// The list after the cursor (the first one for an empty cursor), placeholders skipped;
+// ACL_E_NOLIST behind the last. The reply header carries the marker and the list's name.
+uint32_t aclShowIpAclAll(const listName& cursor, void** buffer, uint32_t* size);
+uint32_t aclClearIpAcl(aclList* list);
+uint32_t aclClearIpAclByName(const listName& name);
+uint32_t aclClearIpAclAll();
+
+// --- duplicate check (dupcheck.cpp) ----------------------------------------------------------
+
+struct aclDupNode;  // key and record
+zekRadix* aclDupEntCheckTreeCreate(const listName& name);
+void aclDupEntCheckTreeDelete(zekRadix* tree);
+int aclDupEntCheckNodeInsert(zekRadix* tree, void* record, const void* key, uint32_t keyLen);
+void aclDupEntCheckNodeRemove(zekRadix* tree, aclDupNode* node);
+aclDupNode* aclDupEntCheckFind(const zekRadix* tree, const void* key, uint32_t keyLen);
+aclDupNode* aclDupEntCheckFindNext(const zekRadix* tree, const void* key, uint32_t keyLen);
+aclDupNode* aclDupEntCheckFindFirst(const zekRadix* tree);
+int aclDupEntCheckRemoveAllNodes(zekRadix* tree);
+void* aclDupNodeRecord(const aclDupNode* node);
+
+constexpr uint32_t DUP_ADD = 1;
+constexpr uint32_t DUP_DELETE = 0;
+// Add: *entry is the new record, entered into both trees when neither content nor number is there.
+// Delete: finds by the block's number, else by content, leaves both trees, *entry is the record.
+uint32_t ipv4AccessDupEntHandler(aclList* list, aclEntry** entry, const ipEntryBlock* block,
+                                 uint32_t mode);
+uint32_t ipv4Acll2l3DupHandler(aclList* list, aclEntry** entry, const ipEntryBlock* block,
+                               uint32_t mode);
+constexpr size_t DUP_KEY_MAX = 80;
+// Writes the content key of a block to key (zeroed first) and returns its length in bytes.
+uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]);
+
+// --- remarks (remark.cpp) --------------------------------------------------------------------
+
+// 0, or 1 when no remark has that number.
+uint32_t aclDelV4RemarkEntryFromList(const listName& name, uint32_t seq, aclList* list);
+void aclDelAllRemarks(aclList* list);
