@@ -1,0 +1,115 @@
+// What the files of the Linux host share. Nothing outside platform/host and its tests includes it.
+//
+// One process is one task of one route processor: its options, its chassis and its queues are
+// process-wide. Functions are for the task's own thread unless they say "any thread".
+#pragma once
+
+#include <sys/un.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/api/zekChassis.h"
+#include "platform/api/zekEvt.h"
+#include "platform/api/zekIpc.h"
+#include "platform/api/zekTransport.h"
+
+// ---- options.cpp: what the process was started with. Set once, before any thread.
+struct hostConfig {
+    std::string runDir;
+    std::string chassisFile;
+    uint32_t rp = 0;       // this route processor: 0 or 1
+    uint32_t address = 0;  // its card address
+    bool cold = false;     // start from the startup configuration, not from what was running
+    bool debug = false;
+    bool syslog = false;
+    chassisDescription chassis{};
+};
+hostConfig& hostConf();
+
+// ---- task.cpp
+// Waits until the task has called zekTaskReady; false when it has not in time. Any thread.
+bool hostWaitTaskReady(int timeoutMs);  // -1: for ever
+
+// ---- ipc.cpp
+// While requests are held, CLI requests (commands and the mask display mode) from any process but
+// allowedPid and our own are kept aside, in order, and delivered after the release. -1 allows no
+// other process. Everything else is delivered as ever. Any thread.
+void hostHoldRequests(int32_t allowedPid);
+void hostReleaseRequests();
+
+// How answers are made durable before they leave: the task's configuration database, unless a test
+// puts its own in its place. dirty() tells whether there is something to commit.
+struct hostCommit {
+    std::function<bool()> dirty;
+    std::function<int()> commit;  // 0 or -1
+};
+void hostSetCommit(hostCommit commit);
+
+// Opens the task's queues at this address below this folder; zekTaskStartup's work, apart so that a
+// test can have a task without options.
+bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uint32_t instance);
+void hostTaskClose();
+
+// ---- transport.cpp
+enum class hostDrop { none, tooLong, tooShort, malformed };
+// zekEndpointRecv that tells why a message was dropped and does not wait.
+int hostEndpointTake(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max,
+                     zekSender* sender, hostDrop* why);
+// Descriptor that polls writable when the receiver can take another message; -1 when nobody listens
+// there. Stays the endpoint's and lives until its next send.
+int hostEndpointPeerFd(zekEndpoint* endpoint, uint32_t card, uint32_t port);
+// Makes the folder and those above it; 0750. False with *error.
+bool hostMakeDirs(const std::string& path, std::string* error);
+// The address of a socket in a folder, also when its path is longer than socket addresses allow:
+// *dirFd (which must outlive the address's use) is then an open folder, else -1.
+bool hostSocketAddress(const std::string& dir, const std::string& name, sockaddr_un* address,
+                       int* dirFd);
+// Opens (making it) and locks a file; the descriptor, or -1 when another holder lives or the file
+// cannot be made. The lock dies with the process.
+int hostLockFile(const std::string& path);
+// Removes the sockets that this process has bound. Safe in a signal handler.
+void hostRemoveSockets();
+void hostSocketBound(const std::string& path);
+void hostSocketGone(const std::string& path);
+
+// ---- swp.cpp: the timer of all SWP queues of this task.
+int hostSwpTimerFd();  // a timerfd, made at the first call; -1 on failure
+// The next due 401 message (60 bytes) into *message; false when no queue is due.
+bool hostSwpNextTimeout(void* message);
+void hostSwpReset();  // removes every queue
+
+// ---- debugshell.cpp
+void hostDebugShellStop();
+
+// ---- evtlog.cpp
+// Where the log goes: a file, syslog, or only the ring (both unset).
+void hostLogOpen(const std::string& file, bool toSyslog);
+
+inline uint64_t hostNowMs() {
+    using namespace std::chrono;
+    return static_cast<uint64_t>(
+        duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
+}
+inline std::string hostIpcDir(std::string_view runDir) { return std::string(runDir) + "/ipc"; }
+// An owned descriptor.
+struct hostFd {
+    int fd = -1;
+    hostFd() = default;
+    explicit hostFd(int d) : fd(d) {}
+    hostFd(hostFd&& o) noexcept : fd(o.fd) { o.fd = -1; }
+    hostFd& operator=(hostFd&& o) noexcept {
+        if (this != &o) {
+            reset();
+            fd = o.fd;
+            o.fd = -1;
+        }
+        return *this;
+    }
+    ~hostFd() { reset(); }
+    void reset();  // closes
+};
