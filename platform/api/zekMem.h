@@ -23,7 +23,7 @@ constexpr uint32_t ZEK_MEM_FLAGS = 0x50000;
 [[nodiscard]] void* zekMC_M_memBlockVarAlloc(uint32_t tag, uint32_t flags, size_t size);
 void zekMC_M_memBlockVarFree(void* block);
 
-// The platform allocator: general heap, counted under the call's file and line. Not zeroed.
+// The platform allocator: general heap. Not zeroed. The last refusal's file and line are kept.
 [[nodiscard]] void* zekMC_MM_mallocAt(size_t size, const char* file, int line);
 void zekMC_MM_free(void* block);
 #define zekMC_MM_malloc(size) zekMC_MM_mallocAt((size), __FILE__, __LINE__)
@@ -45,5 +45,9 @@ struct zekMemClass {
 int zekMemSetLimit(size_t size, uint64_t blocks);
 struct zekMemHeap {
     uint64_t blocks, bytes, failed;
+    const char* lastFailedFile;  // null: none of the platform allocator's calls was refused
+    int lastFailedLine;
 };
 [[nodiscard]] zekMemHeap zekMemHeapStats();
+// Lets the platform allocator and sysMalloc hand out this many blocks at most (UINT64_MAX: no limit).
+void zekMemSetHeapLimit(uint64_t blocks);
