@@ -15,3 +15,9 @@ void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId, 
 void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding);
 void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId);
 void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId);
+
+// The member ports of a LAG in the order in which they joined, *count of them; null and 0 when the
+// LAG is not known or empty. Good until the lock is released.
+const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count);
+// A list (entry null) or one of its entries to the port pipes of an ACL VLAN group, 1-8. 0 or -1.
+int aclSendToVlanGroup(aclList* list, const aclEntry* entry, uint32_t groupId, uint32_t messageId);
