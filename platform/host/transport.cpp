@@ -1,0 +1,408 @@
+// Endpoints over Unix datagram sockets.
+//
+// The receiver's socket is bound; a sender keeps one connected socket per addressee beside it,
+// because only a connected socket can be polled until the receiver has room. The kernel keeps
+// little (ten messages on many machines), so "full" is an everyday answer. A connected socket that
+// outlives its receiver fails at the next send, is made anew, and only then is nobody there.
+//
+// Beside each socket lies a lock file: its lock dies with the holder, so a socket without a locked
+// file is a leftover and is replaced, and two processes that start at once cannot both win.
+#include "platform/api/zekTransport.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include "include/ipc.h"
+#include "platform/host/host.h"
+
+namespace {
+
+constexpr size_t PEERS_MAX = 64;         // connected sockets an endpoint keeps
+constexpr int SEND_BUFFER = 1 << 20;     // bytes in flight to one addressee
+constexpr size_t DESCRIPTORS_TAKEN = 4;  // the kernel closes what does not fit
+
+struct peerSocket {
+    uint32_t card, port;
+    uint64_t used;  // larger is later
+    hostFd fd;
+};
+
+}  // namespace
+
+struct zekEndpoint {
+    std::string ipcDir;  // RUNDIR/ipc
+    std::string path, lockPath;
+    hostFd socket, lock;
+    std::vector<peerSocket> peers;
+    uint64_t uses = 0;
+};
+
+void hostFd::reset() {
+    if (fd >= 0) close(fd);
+    fd = -1;
+}
+
+namespace {
+
+// What a dying process removes: a fixed table, because the signal handler may touch nothing else.
+struct boundSocket {
+    std::atomic<bool> live{false};
+    char path[512];
+};
+boundSocket boundSockets[64];
+
+std::string systemError(const std::string& what) {
+    return what + ": " + strerror(errno);
+}
+
+bool connectTo(const zekEndpoint* endpoint, uint32_t card, uint32_t port, hostFd* out) {
+    sockaddr_un address;
+    int dirFd;
+    if (!hostSocketAddress(endpoint->ipcDir + "/" + addressText(card), std::to_string(port),
+                           &address, &dirFd))
+        return false;
+    hostFd dir(dirFd);
+    hostFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (fd.fd < 0) return false;
+    if (connect(fd.fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) return false;
+    setsockopt(fd.fd, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof(SEND_BUFFER));
+    *out = std::move(fd);
+    return true;
+}
+
+// The socket to an addressee, or null when nobody listens there. *fresh: it was made just now.
+peerSocket* peerOf(zekEndpoint* endpoint, uint32_t card, uint32_t port, bool* fresh) {
+    auto& peers = endpoint->peers;
+    *fresh = false;
+    for (peerSocket& p : peers) {
+        if (p.card != card || p.port != port) continue;
+        p.used = ++endpoint->uses;
+        return &p;
+    }
+    hostFd fd;
+    if (!connectTo(endpoint, card, port, &fd)) return nullptr;
+    if (peers.size() >= PEERS_MAX)
+        peers.erase(std::ranges::min_element(peers, {}, &peerSocket::used));
+    peers.push_back({card, port, ++endpoint->uses, std::move(fd)});
+    *fresh = true;
+    return &peers.back();
+}
+
+void forgetPeer(zekEndpoint* endpoint, const peerSocket* peer) {
+    endpoint->peers.erase(endpoint->peers.begin() + (peer - endpoint->peers.data()));
+}
+
+// A file in memory that holds the bytes and that nobody, we included, can change any more.
+hostFd sealedFile(const uint8_t* bytes, size_t length) {
+    hostFd file(memfd_create("ipc", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    for (size_t done = 0; file.fd >= 0 && done < length;) {
+        ssize_t n = write(file.fd, bytes + done, length - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return {};
+        done += static_cast<size_t>(n);
+    }
+    if (file.fd >= 0 &&
+        fcntl(file.fd, F_ADD_SEALS, F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE) != 0)
+        return {};
+    return file;
+}
+
+ssize_t sendOnce(int fd, const void* bytes, size_t length, int file) {
+    iovec iov{const_cast<void*>(bytes), length};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    msghdr msg{};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    if (file >= 0) {
+        msg.msg_control = control;
+        msg.msg_controllen = sizeof(control);
+        cmsghdr* c = CMSG_FIRSTHDR(&msg);
+        c->cmsg_level = SOL_SOCKET;
+        c->cmsg_type = SCM_RIGHTS;
+        c->cmsg_len = CMSG_LEN(sizeof(int));
+        memcpy(CMSG_DATA(c), &file, sizeof(int));
+    }
+    return sendmsg(fd, &msg, MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+int remainingMs(int timeoutMs, uint64_t start) {
+    if (timeoutMs < 0) return -1;
+    uint64_t gone = hostNowMs() - start;
+    return gone >= static_cast<uint64_t>(timeoutMs) ? 0 : timeoutMs - static_cast<int>(gone);
+}
+
+// Reads the whole message behind a descriptor. The file must be sealed: else its sender could
+// shorten or change it while it is read and checked.
+hostDrop readSealed(int file, const uint8_t* front, std::vector<uint8_t>* message, size_t max) {
+    constexpr int needed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
+    int seals = fcntl(file, F_GET_SEALS);
+    struct stat st;
+    if (seals < 0 || (seals & needed) != needed || fstat(file, &st) != 0 || st.st_size < 0)
+        return hostDrop::malformed;
+    size_t size = static_cast<size_t>(st.st_size);
+    if (size <= IPC_TRANSPORT_MAX) return hostDrop::malformed;
+    if (size > max || size > ZEK_MESSAGE_MAX) return hostDrop::tooLong;
+    message->resize(size);
+    for (size_t done = 0; done < size;) {
+        ssize_t n = pread(file, message->data() + done, size - done, static_cast<off_t>(done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return hostDrop::malformed;
+        done += static_cast<size_t>(n);
+    }
+    return memcmp(message->data(), front, sizeof(ipcHdr)) == 0 ? hostDrop::none
+                                                               : hostDrop::malformed;
+}
+
+}  // namespace
+
+bool hostMakeDirs(const std::string& path, std::string* error) {
+    for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
+        std::string part = path.substr(0, end);
+        // The mode is set again because the process's mask has cut it.
+        if (mkdir(part.c_str(), 0750) == 0) {
+            if (chmod(part.c_str(), 0750) != 0) return *error = systemError(part), false;
+        } else if (errno != EEXIST) {
+            return *error = systemError("cannot make " + part), false;
+        }
+        if (end == std::string::npos) break;
+    }
+    struct stat st;
+    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
+    *error = path + " is not a folder";
+    return false;
+}
+
+bool hostSocketAddress(const std::string& dir, const std::string& name, sockaddr_un* address,
+                       int* dirFd) {
+    *address = {};
+    *dirFd = -1;
+    address->sun_family = AF_UNIX;
+    std::string path = dir + "/" + name;
+    if (path.size() >= sizeof(address->sun_path)) {
+        *dirFd = open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        if (*dirFd < 0) return false;
+        path = "/proc/self/fd/" + std::to_string(*dirFd) + "/" + name;
+    }
+    memcpy(address->sun_path, path.c_str(), path.size() + 1);
+    return true;
+}
+
+int hostLockFile(const std::string& path) {
+    for (;;) {
+        hostFd fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0640));
+        if (fd.fd < 0) return -1;
+        if (flock(fd.fd, LOCK_EX | LOCK_NB) != 0) return -1;
+        // A holder that left may have removed the file between our open and our lock.
+        struct stat mine, there;
+        if (fstat(fd.fd, &mine) == 0 && stat(path.c_str(), &there) == 0 &&
+            mine.st_ino == there.st_ino && mine.st_dev == there.st_dev)
+            return std::exchange(fd.fd, -1);
+    }
+}
+
+void hostSocketBound(const std::string& path) {
+    for (boundSocket& slot : boundSockets) {
+        if (path.size() >= sizeof(slot.path) || slot.live) continue;
+        memcpy(slot.path, path.c_str(), path.size() + 1);
+        slot.live = true;
+        return;
+    }
+}
+
+void hostSocketGone(const std::string& path) {
+    for (boundSocket& slot : boundSockets)
+        if (slot.live && path == slot.path) slot.live = false;
+}
+
+void hostRemoveSockets() {
+    for (boundSocket& slot : boundSockets)
+        if (slot.live) unlink(slot.path);
+}
+
+zekEndpoint* zekEndpointOpen(std::string_view runDir, uint32_t card, uint32_t port,
+                             std::string* error) {
+    auto endpoint = std::make_unique<zekEndpoint>();
+    endpoint->ipcDir = hostIpcDir(runDir);
+    std::string dir = endpoint->ipcDir + "/" + addressText(card);
+    std::string name = std::to_string(port);
+    endpoint->path = dir + "/" + name;
+    endpoint->lockPath = endpoint->path + ".lock";
+    if (!hostMakeDirs(dir, error)) return nullptr;
+
+    endpoint->lock = hostFd(hostLockFile(endpoint->lockPath));
+    if (endpoint->lock.fd < 0) {
+        *error = errno == EWOULDBLOCK ? endpoint->path + " is in use by a running process"
+                                      : systemError(endpoint->lockPath);
+        return nullptr;
+    }
+    sockaddr_un address;
+    int dirFd;
+    if (!hostSocketAddress(dir, name, &address, &dirFd)) return *error = systemError(dir), nullptr;
+    hostFd folder(dirFd);
+    endpoint->socket = hostFd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    int on = 1;
+    unlink(endpoint->path.c_str());  // a dead predecessor's: we hold its lock
+    if (endpoint->socket.fd < 0 ||
+        setsockopt(endpoint->socket.fd, SOL_SOCKET, SO_PASSCRED, &on, sizeof(on)) != 0 ||
+        bind(endpoint->socket.fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+        *error = systemError("cannot bind " + endpoint->path);
+        unlink(endpoint->lockPath.c_str());
+        return nullptr;
+    }
+    hostSocketBound(endpoint->path);
+    hostSocketBound(endpoint->lockPath);
+    return endpoint.release();
+}
+
+void zekEndpointClose(zekEndpoint* endpoint) {
+    if (endpoint == nullptr) return;
+    for (const std::string& path : {endpoint->path, endpoint->lockPath}) {
+        hostSocketGone(path);
+        unlink(path.c_str());  // both while the lock is still ours
+    }
+    delete endpoint;
+}
+
+int zekEndpointFd(const zekEndpoint* endpoint) {
+    return endpoint->socket.fd;
+}
+
+int hostEndpointPeerFd(zekEndpoint* endpoint, uint32_t card, uint32_t port) {
+    bool fresh;
+    const peerSocket* peer = peerOf(endpoint, card, port, &fresh);
+    return peer != nullptr ? peer->fd.fd : -1;
+}
+
+zekSendResult zekEndpointSend(zekEndpoint* endpoint, const void* message, size_t length,
+                              int timeoutMs) {
+    if (length < sizeof(ipcHdr) || length > ZEK_MESSAGE_MAX) return zekSendResult::failed;
+    const auto* bytes = static_cast<const uint8_t*>(message);
+    const auto* hdr = wireView<ipcHdr>(std::span(bytes, length));
+    hostFd file;
+    size_t direct = length;
+    if (length > IPC_TRANSPORT_MAX) {
+        file = sealedFile(bytes, length);
+        if (file.fd < 0) return zekSendResult::failed;
+        direct = sizeof(ipcHdr);
+    }
+    uint64_t start = hostNowMs();
+    for (;;) {
+        bool fresh;
+        peerSocket* peer = peerOf(endpoint, hdr->source.card, hdr->source.svce, &fresh);
+        if (peer == nullptr)
+            return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? zekSendResult::failed
+                                                                         : zekSendResult::nobody;
+        if (sendOnce(peer->fd.fd, bytes, direct, file.fd) >= 0) return zekSendResult::sent;
+        switch (errno) {
+            case EINTR:
+                break;
+            case EAGAIN:
+            case ENOBUFS:
+            case ETOOMANYREFS: {  // too many descriptors under way: the receiver must take some
+                int wait = remainingMs(timeoutMs, start);
+                if (wait == 0) return zekSendResult::full;
+                pollfd p{peer->fd.fd, POLLOUT, 0};
+                // Room in the queue cannot be polled for when it is not the queue that is full.
+                poll(&p, errno == EAGAIN ? 1 : 0, errno == EAGAIN ? wait : 1);
+                break;
+            }
+            case ECONNREFUSED:
+            case ECONNRESET:
+            case ENOTCONN:
+            case EPIPE:
+                forgetPeer(endpoint, peer);
+                if (fresh) return zekSendResult::nobody;
+                break;
+            default:
+                return zekSendResult::failed;
+        }
+    }
+}
+
+int hostEndpointTake(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max,
+                     zekSender* sender, hostDrop* why) {
+    static thread_local std::vector<uint8_t> bytes(IPC_TRANSPORT_MAX);
+    iovec iov{bytes.data(), bytes.size()};
+    alignas(cmsghdr) char
+        control[CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(DESCRIPTORS_TAKEN * sizeof(int))];
+    msghdr msg{};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = control;
+    msg.msg_controllen = sizeof(control);
+    *why = hostDrop::none;
+    ssize_t n;
+    while ((n = recvmsg(zekEndpointFd(endpoint), &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC)) < 0)
+        if (errno != EINTR) return errno == EAGAIN ? 0 : -1;
+
+    // Take charge of every descriptor before anything can fail.
+    hostFd files[DESCRIPTORS_TAKEN];
+    size_t fileCount = 0;
+    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+        if (c->cmsg_level != SOL_SOCKET) continue;
+        if (c->cmsg_type == SCM_CREDENTIALS && sender != nullptr) {
+            ucred cred;
+            memcpy(&cred, CMSG_DATA(c), sizeof(cred));
+            *sender = {cred.pid, cred.uid, cred.gid};
+        } else if (c->cmsg_type == SCM_RIGHTS) {
+            size_t count = (c->cmsg_len - CMSG_LEN(0)) / sizeof(int);
+            for (size_t i = 0; i < count; i++) {
+                int fd;
+                memcpy(&fd, CMSG_DATA(c) + i * sizeof(int), sizeof(int));
+                if (fileCount < DESCRIPTORS_TAKEN)
+                    files[fileCount++].fd = fd;
+                else
+                    close(fd);
+            }
+        }
+    }
+
+    size_t length = static_cast<size_t>(n);
+    if ((msg.msg_flags & MSG_TRUNC) != 0)
+        *why = hostDrop::tooLong;
+    else if (length < sizeof(ipcHdr))
+        *why = hostDrop::tooShort;
+    else if (fileCount > 1 || (fileCount == 1 && length != sizeof(ipcHdr)))
+        *why = hostDrop::malformed;
+    else if (fileCount == 1)
+        *why = readSealed(files[0].fd, bytes.data(), message, max);
+    else if (length > max)
+        *why = hostDrop::tooLong;
+    else
+        message->assign(bytes.begin(), bytes.begin() + n);
+    return *why == hostDrop::none ? static_cast<int>(message->size()) : -2;
+}
+
+int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max, int timeoutMs,
+                    zekSender* sender) {
+    uint64_t start = hostNowMs();
+    for (;;) {
+        hostDrop why;
+        int n = hostEndpointTake(endpoint, message, max, sender, &why);
+        if (n != 0) return n;
+        int wait = remainingMs(timeoutMs, start);
+        if (wait == 0) return 0;
+        pollfd p{zekEndpointFd(endpoint), POLLIN, 0};
+        if (poll(&p, 1, wait) < 0 && errno != EINTR) return -1;
+    }
+}
+
+std::string zekRunDir(std::string_view option) {
+    if (!option.empty()) return std::string(option);
+    const char* set = getenv("ACL_RUNDIR");
+    return set != nullptr && *set != '\0' ? set : "/run/aclmgr";
+}
