@@ -1,0 +1,208 @@
+// The CLI dispatcher: one row per command code. The row says how long the request must be and what
+// to do with the answer; the operation is one Ext wrapper.
+#include <algorithm>
+#include <iterator>
+
+#include "download/halAclMgr.h"
+#include "include/cliMsg.h"
+#include "platform/api/zekMem.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+namespace {
+
+// A request and what its operation leaves beside the status.
+struct cliCall {
+    uint8_t* message;
+    void* buffer = nullptr;  // a show's reply, freed once it is sent
+    uint32_t size = 0;
+
+    template <class Request>
+    Request* as() const {
+        return reinterpret_cast<Request*>(message);  // the row's length covers the record
+    }
+    listName name() const { return listNameMake(as<cliHdr>()->name); }
+    uint32_t code() const { return as<cliHdr>()->code; }
+};
+
+// --- operations --------------------------------------------------------------------------------
+
+uint32_t ipListCreate(cliCall& call) {
+    uint32_t kind = call.as<cliListReq>()->kind;
+    if (kind != IP_KIND_STANDARD && kind != IP_KIND_EXTENDED) return ACL_E_SYSTEM;
+    return ipAccessListCreateExt(call.name(), kind, 0u, 0u);
+}
+uint32_t ipListDelete(cliCall& call) {
+    return ipAccessListDeleteExt(call.name(), call.as<cliListReq>()->kind, 0u);
+}
+uint32_t ipEntryAdd(cliCall& call) {
+    auto* req = call.as<cliIpEntryReq>();
+    return ipAddAccessEntryExt(call.name(), &req->block, req->log, req->monitor, 0u);
+}
+uint32_t ipEntryDelete(cliCall& call) {
+    return ipDelAccessEntryExt(call.name(), &call.as<cliIpEntryReq>()->block, 1u, 1u, 0u);
+}
+uint32_t dosListCreate(cliCall& call) {
+    return ipDosListCreateExt(call.name(), uint32_t{call.as<cliListReq>()->kind}, 0u);
+}
+uint32_t dosListDelete(cliCall& call) { return ipDosListDeleteExt(call.name()); }
+uint32_t dosEntryAdd(cliCall& call) {
+    auto* req = call.as<cliIpEntryReq>();
+    return ipAddDosEntryExt(call.name(), &req->block, uint32_t{req->log});
+}
+uint32_t dosEntryDelete(cliCall& call) {
+    return ipDelDosEntryExt(call.name(), &call.as<cliIpEntryReq>()->block, 1u, 1u);
+}
+uint32_t dosEnable(cliCall& call) { return dosIpEnableIntfExt(call.name(), call.code()); }
+uint32_t clearIpAcl(cliCall& call) { return aclClearIpAclExt(call.name()); }
+uint32_t clearIpAclAll(cliCall&) { return aclClearIpAclAllExt(); }
+uint32_t showIpAcl(cliCall& call) {
+    return aclShowIpAclExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
+}
+uint32_t showIpAclAll(cliCall& call) {
+    return aclShowIpAclAllExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
+}
+
+// --- the table ---------------------------------------------------------------------------------
+
+enum cliFlag : uint32_t {
+    CLI_ACL2 = 1,  // the second ACL agent learns of the change
+    CLI_V6 = 2,    // refused where the platform has no IPv6 lists
+};
+
+struct cliRow {
+    uint32_t first, last;  // codes, inclusive
+    const char* name;
+    uint32_t minLen;
+    uint32_t (*run)(cliCall& call);  // null: not built yet
+    uint32_t flags = 0;
+};
+
+constexpr uint32_t CLI = sizeof(cliHdr);
+constexpr uint32_t LIST = sizeof(cliListReq);
+constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
+constexpr uint32_t SHOW = sizeof(cliShowReq);
+
+// clang-format off
+constexpr cliRow cliTable[] = {
+    {1000, 1000, "create IPv4 access list",       LIST,  ipListCreate,   CLI_ACL2},
+    {1001, 1001, "delete IPv4 access list",       LIST,  ipListDelete,   CLI_ACL2},
+    {1002, 1002, "add IPv4 entry",                ENTRY, ipEntryAdd,     CLI_ACL2},
+    {1003, 1003, "delete IPv4 entry",             ENTRY, ipEntryDelete,  CLI_ACL2},
+    {1004, 1004, "delete DoS list",               CLI,   dosListDelete},
+    {1005, 1005, "create DoS list",               LIST,  dosListCreate},
+    {1006, 1006, "delete DoS entry",              ENTRY, dosEntryDelete},
+    {1007, 1007, "add DoS entry",                 ENTRY, dosEntryAdd},
+    {1008, 1011, "AS-path lists",                 CLI,   nullptr},
+    {1012, 1015, "community lists",               CLI,   nullptr},
+    {1016, 1019, "extended-community lists",      CLI,   nullptr},
+    {1020, 1025, "route maps",                    CLI,   nullptr},
+    {1030, 1030, "clear IP ACL counters",         CLI,   clearIpAcl},
+    {1031, 1031, "clear all IP ACL counters",     76,    clearIpAclAll},
+    {1038, 1039, "bind IPv4 list",                CLI,   nullptr},
+    // Both codes are one operation, which reads the code: 1041 enables, 1040 disables.
+    {1040, 1041, "DoS filter",                    CLI,   dosEnable},
+    {1042, 1047, "IPv4 prefix lists",             CLI,   nullptr,        CLI_ACL2},
+    {1055, 1055, "LAG members",                   CLI,   nullptr},
+    {1059, 1059, "show IP ACL",                   SHOW,  showIpAcl},
+    {1060, 1060, "show all IP ACLs",              SHOW,  showIpAclAll},
+    {1066, 1067, "show MAC ACLs",                 CLI,   nullptr},
+    {1083, 1086, "show IPv4 prefix lists",        CLI,   nullptr},
+    {1087, 1088, "show route maps",               CLI,   nullptr},
+    {1090, 1090, "show route-map configuration",  CLI,   nullptr},
+    {1091, 1092, "show AS-path lists",            CLI,   nullptr},
+    {1093, 1094, "show community lists",          CLI,   nullptr},
+    {1095, 1096, "show extended-community lists", CLI,   nullptr},
+    {1098, 1099, "MAC entries",                   CLI,   nullptr},
+    {1100, 1101, "egress MAC ACL setting",        76,    nullptr},
+    {1102, 1103, "MAC lists",                     CLI,   nullptr},
+    {1104, 1105, "bind MAC list",                 CLI,   nullptr},
+    {1106, 1106, "protocol trapping",             CLI,   nullptr},
+    {1108, 1109, "protocol trapping",             CLI,   nullptr},
+    {1114, 1114, "list of a Telnet server",       CLI,   nullptr},
+    {1115, 1115, "protocol trapping",             CLI,   nullptr},
+    {1120, 1120, "protocol trapping",             CLI,   nullptr},
+    {1132, 1137, "ACL VLAN groups",               CLI,   nullptr},
+    {1139, 1140, "show ACL VLAN groups",          CLI,   nullptr},
+    {1142, 1145, "remarks",                       CLI,   nullptr},
+    {1146, 1146, "MAC list of a Telnet server",   CLI,   nullptr},
+    {1147, 1152, "IPv6 prefix lists",             CLI,   nullptr,        CLI_ACL2},
+    {1153, 1153, "list description",              CLI,   nullptr},
+    {1154, 1157, "show IPv6 prefix lists",        CLI,   nullptr},
+    {1158, 1158, "route maps",                    CLI,   nullptr},
+    {1160, 1161, "route maps, IPv6",              CLI,   nullptr},
+    {1162, 1163, "IPv6 access lists",             CLI,   nullptr,        CLI_ACL2 | CLI_V6},
+    {1164, 1165, "bind IPv6 list",                CLI,   nullptr,        CLI_V6},
+    {1166, 1167, "IPv6 entries",                  CLI,   nullptr,        CLI_ACL2 | CLI_V6},
+    {1169, 1170, "remarks",                       CLI,   nullptr},
+    {1181, 1181, "IPv6 list of a Telnet server",  CLI,   nullptr},
+    {1182, 1185, "resequence",                    CLI,   nullptr},
+    {1187, 1188, "route maps",                    CLI,   nullptr},
+    {1190, 1191, "show ACL VLAN groups",          CLI,   nullptr},
+    {13607, 13607, "AS notation",                 76,    nullptr},
+    {14519, 14519, "PIM parameters to the cards", 76,    nullptr},
+    {14521, 14521, "IPv6 parameters to the cards", 76,   nullptr},
+    {18908, 18908, "policy-based routing to the cards", 76, nullptr},
+};
+// clang-format on
+static_assert(std::ranges::is_sorted(cliTable, {}, &cliRow::first));
+
+const cliRow* findRow(uint32_t code) {
+    const cliRow* row = std::ranges::lower_bound(cliTable, code, {}, &cliRow::last);
+    return row != std::ranges::end(cliTable) && row->first <= code ? row : nullptr;
+}
+
+uint32_t runRow(const cliRow* row, cliCall& call) {
+    if (row == nullptr) {
+        aclCounters.unknownCode++;
+        return ACL_E_SYSTEM;
+    }
+    if (msgHdr(call.message)->length < row->minLen) {
+        aclCounters.truncated++;
+        return ACL_E_SYSTEM;
+    }
+    if (row->run == nullptr) {
+        aclNotBuilt(row->name);
+        return ACL_E_SYSTEM;
+    }
+    return row->run(call);
+}
+
+// The second ACL agent hears the request itself; without one there is nobody to tell.
+void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
+    if (aclNode->acl2qHandle == ZEK_SWP_NONE) return;
+    void* copy = zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, length);
+    if (copy == nullptr) {
+        aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");
+        return;
+    }
+    std::memcpy(copy, message, length);
+    if (zekSwpEnqueue(aclNode->acl2qHandle, copy, length) != 0) {
+        aclSysErr(SYSERR_SWP, "Error sending Message to ACL2");
+        zekMC_M_memBlockVarFree(copy);
+    }
+}
+
+}  // namespace
+
+void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
+    cliCall call{message};
+    ipcHdr* hdr = msgHdr(message);
+    // The answer must reach the result and the code, however short the request was.
+    if (hdr->length < offsetof(cliHdr, reserved76))
+        hdr->length = static_cast<uint32_t>(offsetof(cliHdr, reserved76));
+    const cliRow* row = findRow(call.code());
+    bool refused = row != nullptr && (row->flags & CLI_V6) != 0 && halAclMgrIsV6AclSupported() == 0;
+    uint32_t result = refused ? uint32_t{ACL_E_SYSTEM} : runRow(row, call);
+    if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused)
+        AclUpdateACL2ForPrefixlist(message, hdr->length);
+    if (call.buffer != nullptr) {
+        if (result == ACL_OK) {
+            (void)AclSendDisplayBuffer(call.buffer, call.size, message);
+            return;
+        }
+        zekMC_M_sysFree(call.buffer);
+    }
+    call.as<cliHdr>()->result = result;
+    AclIpcReply(node->regQfd, message);
+}

@@ -1,0 +1,235 @@
+// What the debug shell can ask of the manager. Functions run on the task's thread, between two
+// messages; results are JSON unless their help says text.
+#include <charconv>
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "include/ipText.h"
+#include "include/jsonText.h"
+#include "include/service.h"
+#include "platform/api/zekTask.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+namespace {
+
+std::chrono::steady_clock::time_point startTime;
+
+// --- system --------------------------------------------------------------------------------------
+
+std::string showSystem(std::string_view) {
+    using std::chrono::duration_cast, std::chrono::seconds;
+    jsonObject registrations;
+    registrations.flag("interface-manager", aclNode->ifmRegistered != 0)
+        .flag("event-handler", aclNode->evhRegistered != 0)
+        .flag("peer", aclNode->peerRegistered != 0)
+        .flag("second-acl-agent", aclNode->acl2Registered != 0)
+        .flag("control-processor-agent", aclNode->acl0Registered != 0)
+        .flag("udp-helper", aclNode->udpHelperRegistered != 0);
+
+    struct countRow {
+        const char* name;
+        const zekRadix* tree;
+    };
+    jsonObject lists;
+    for (const countRow& row : {countRow{"ip-access-lists", aclNode->acl_tree},
+                                countRow{"system-lists", aclNode->aclSys_tree},
+                                countRow{"trace-lists", aclNode->dos_tree},
+                                countRow{"interfaces", aclNode->acl_intf_tree}})
+        lists.number(row.name, zekRadixCount(row.tree));
+
+    const aclTaskCounters& c = aclCounters;
+    zekIpcStats ipc = zekIpcStatistics();
+    jsonObject messages;
+    messages.number("received", ipc.received)
+        .number("sent", ipc.sent)
+        .number("dispatched", c.messages)
+        .number("loop-passes", c.passes)
+        .number("held-back", ipc.heldBack)
+        .number("send-failed", ipc.sendFailed)
+        .number("too-long", ipc.tooLong)
+        .number("too-short", ipc.tooShort + c.tooShort)
+        .number("bad-length-word", c.badLength)
+        .number("truncated", c.truncated)
+        .number("unknown-type", c.unknownType)
+        .number("unknown-code", c.unknownCode)
+        .number("not-supported", c.notBuilt)
+        .number("out-of-order", c.outOfOrder)
+        .number("swp-acknowledgements", c.swp_ack);
+
+    zekCfgStats cfg = zekCfgStatistics(aclNode->cfgDb);
+    jsonObject configuration;
+    configuration.number("lines", cfg.lines)
+        .number("changes", cfg.changes)
+        .number("commits", cfg.commits)
+        .number("failed-commits", cfg.failedCommits)
+        .string("mask-display", aclNode->inverseMask != 0 ? "inverse" : "normal");
+
+    jsonObject system;
+    system.number("uptime-seconds",
+                  static_cast<uint64_t>(
+                      duration_cast<seconds>(std::chrono::steady_clock::now() - startTime).count()))
+        .string("role", zekHaIsPrimaryRpm() ? "primary" : "secondary")
+        .number("chassis-mode", aclNode->chassisMode)
+        .number("route-processor-type", aclNode->rpmType)
+        .object("registrations", registrations)
+        .object("lists", lists)
+        .object("messages", messages)
+        .object("configuration", configuration);
+    std::string part;
+    if (zekDebugRun("queues", "", &part)) system.raw("queues", part);
+    if (zekDebugRun("memory", "", &part)) system.raw("memory", part);
+    return system.text();
+}
+
+// --- test-ip-filter -----------------------------------------------------------------------------
+
+std::vector<std::string_view> splitWords(std::string_view text) {
+    std::vector<std::string_view> words;
+    for (size_t at = 0; at < text.size();) {
+        size_t begin = text.find_first_not_of(" \t\r\n", at);
+        if (begin == text.npos) break;
+        size_t end = std::min(text.find_first_of(" \t\r\n", begin), text.size());
+        words.push_back(text.substr(begin, end - begin));
+        at = end;
+    }
+    return words;
+}
+
+std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max) {
+    uint32_t value = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value > max) return {};
+    return value;
+}
+
+std::optional<uint32_t> parseDotted(std::string_view text) {
+    uint32_t address = 0;
+    for (int i = 0; i < 4; i++) {
+        size_t end = i < 3 ? text.find('.') : text.size();
+        if (end == text.npos) return {};
+        auto byte = parseNumber(text.substr(0, end), 255);
+        if (!byte) return {};
+        address = address << 8 | *byte;
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return address;
+}
+
+std::optional<uint32_t> parseProtocol(std::string_view word) {
+    if (word == "tcp") return IP_PROTO_TCP;
+    if (word == "udp") return IP_PROTO_UDP;
+    if (word == "icmp") return IP_PROTO_ICMP;
+    return parseNumber(word, 255);
+}
+
+// "syn,ack": the flag words of the entry text, but "established", which no packet carries.
+std::optional<uint32_t> parseFlags(std::string_view words) {
+    uint32_t flags = 0;
+    while (!words.empty()) {
+        std::string_view word = words.substr(0, words.find(','));
+        words.remove_prefix(std::min(word.size() + 1, words.size()));
+        uint8_t bit = 0;
+        for (const tcpFlagRow& row : tcpFlagTable)
+            if (word == row.word && row.bit != TCP_ESTABLISHED) bit = row.bit;
+        if (bit == 0) return {};
+        flags |= bit;
+    }
+    return flags;
+}
+
+constexpr char FILTER_USAGE[] =
+    "NAME PROTOCOL SOURCE DESTINATION [src-port N] [dst-port N] [flags WORD,...] [icmp-type N] "
+    "[icmp-code N] [tos N] [fragment]";
+
+// Fills the packet; an empty text on success, else what is wrong.
+std::string parsePacket(const std::vector<std::string_view>& words, ipPacket* packet) {
+    if (words.size() < 4) return std::string("usage: ") + FILTER_USAGE;
+    auto protocol = parseProtocol(words[1]);
+    auto src = parseDotted(words[2]);
+    auto dst = parseDotted(words[3]);
+    if (!protocol) return "not a protocol: " + std::string(words[1]);
+    if (!src) return "not an address: " + std::string(words[2]);
+    if (!dst) return "not an address: " + std::string(words[3]);
+    packet->protocol = static_cast<uint8_t>(*protocol);
+    packet->src = *src;
+    packet->dst = *dst;
+    for (size_t i = 4; i < words.size(); i++) {
+        if (words[i] == "fragment") {
+            packet->laterFragment = true;
+            continue;
+        }
+        if (i + 1 == words.size()) return "a value is missing after " + std::string(words[i]);
+        std::string_view value = words[i + 1];
+        std::optional<uint32_t> number;
+        if (words[i] == "src-port" && (number = parseNumber(value, 65535)))
+            packet->srcPort = static_cast<uint16_t>(*number);
+        else if (words[i] == "dst-port" && (number = parseNumber(value, 65535)))
+            packet->dstPort = static_cast<uint16_t>(*number);
+        else if (words[i] == "flags" && (number = parseFlags(value)))
+            packet->tcpFlags = static_cast<uint8_t>(*number);
+        else if (words[i] == "icmp-type" && (number = parseNumber(value, 255)))
+            packet->icmpType = static_cast<uint8_t>(*number);
+        else if (words[i] == "icmp-code" && (number = parseNumber(value, 255)))
+            packet->icmpCode = static_cast<uint8_t>(*number);
+        else if (words[i] == "tos" && (number = parseNumber(value, 255)))
+            packet->tos = static_cast<uint8_t>(*number);
+        else
+            return "not understood: " + std::string(words[i]) + " " + std::string(value);
+        i++;
+    }
+    return {};
+}
+
+std::string errorJson(std::string_view text) {
+    return jsonObject().string("error", text).text();
+}
+
+// The verdict of a list for a packet, with the entry that decided.
+std::string testIpFilter(std::string_view args) {
+    auto words = splitWords(args);
+    ipPacket packet{};
+    if (std::string wrong = parsePacket(words, &packet); !wrong.empty()) return errorJson(wrong);
+
+    aclLockHeld<aclLock::read> held;
+    const aclList* list = ipAccessListFind(listNameMake(words[0]));
+    if (list == nullptr || list->placeholder != 0)
+        return errorJson(aclStatusFind(ACL_E_NOLIST)->text);
+    const aclEntry* decided = nullptr;
+    ipVerdict verdict = ipFilterCheck(list, packet, &decided);
+    jsonObject answer;
+    answer.string("verdict", verdict == FILTER_PERMIT ? "permit" : "deny");
+    if (decided == nullptr) return answer.raw("entry", "null").text();
+    jsonObject entry;
+    entry.number("seq", decided->block.seq)
+        .string("text", aclEntryText(decided, aclNode->inverseMask));
+    return answer.object("entry", entry).text();
+}
+
+// --- the rest ------------------------------------------------------------------------------------
+
+std::string dumpNode(std::string_view) { return aclDumpNode(aclNode); }
+
+std::string debugMask(std::string_view args) {
+    auto words = splitWords(args);
+    if (!words.empty()) {
+        auto mask = parseNumber(words[0], 0xFFFFFFFF);
+        if (!mask || words.size() > 1) return "usage: mask [NUMBER]\n";
+        DEBUG_ACL_MGR = *mask;
+    }
+    return "DEBUG_ACL_MGR = " + std::to_string(DEBUG_ACL_MGR) + "\n";
+}
+
+}  // namespace
+
+void aclRegisterDebugFunctions() {
+    startTime = std::chrono::steady_clock::now();
+    zekDebugRegister("system", "state of the manager: registrations, lists, messages, memory",
+                     showSystem);
+    zekDebugRegister("test-ip-filter", FILTER_USAGE, testIpFilter);
+    zekDebugRegister("node", "dump of the state root (text)", dumpNode);
+    zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
+}

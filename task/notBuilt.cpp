@@ -1,0 +1,36 @@
+// What the parts built so far call of the parts that are not: each refuses or does nothing, and
+// none pretends. The list of them stands in ARCHITECTURE.md under "Not built yet".
+#include "include/hooks.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+aclList* aclV6AccessListCreate(const listName&, uint32_t, uint32_t, uint32_t* status) {
+    aclNotBuilt("IPv6 access lists");
+    *status = ACL_E_SYSTEM;
+    return nullptr;
+}
+uint32_t aclV6AccessListDelete(const listName&, uint32_t) {
+    aclNotBuilt("IPv6 access lists");
+    return ACL_E_SYSTEM;
+}
+uint32_t aclV6AddAccessEntry(const listName&, ipEntryBlock*, uint32_t, uint32_t) {
+    aclNotBuilt("IPv6 access lists");
+    return ACL_E_SYSTEM;
+}
+uint32_t aclV6DelAccessEntry(const listName&, const ipEntryBlock*, uint32_t, uint32_t) {
+    aclNotBuilt("IPv6 access lists");
+    return ACL_E_SYSTEM;
+}
+
+// Clients cannot register yet, so a list has nobody to tell.
+int aclTrigger(aclList* list, uint32_t ipv6) {
+    if (list == nullptr) return 0;
+    aclDebug(DEBUG_ACL_TRIGGER, "Preparing to send triggers to clients for %s ACL " LIST_NAME_FMT "\n",
+             ipv6 != 0 ? "IPv6" : "IP", listNameArg(list->name));
+    return 0;
+}
+void aclSendListToSNMP(aclList*, uint32_t, const aclBinding*) {}
+void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
+void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
+void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
+void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}

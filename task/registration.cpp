@@ -1,0 +1,133 @@
+// Registration with the other tasks of the chassis: tried for ever, one try each on every fourth
+// pass of the main loop.
+#include <chrono>
+
+#include "download/zekacl_download.h"
+#include "include/linecard.h"
+#include "include/service.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+namespace {
+
+// The body of a registration with the interface manager.
+struct ifmRegisterReq {
+    ipcHdr ipc;
+    be32 wanted;  // 60  all ones: every notification
+    uint8_t reserved[1372];
+};
+WIRE_SIZE(ifmRegisterReq, 1436);
+
+constexpr int IFM_WAIT_MS = 5000;
+
+// A registration that is retried for ever says "failed" when its 8-bit attempt count wraps, and
+// "succeeded" once it succeeds after that.
+struct retryState {
+    uint8_t attempts;
+    bool failureLogged;
+};
+
+void retryResult(retryState* state, uint8_t* done, uint32_t code, bool success) {
+    if (success) {
+        *done = 1;
+        if (state->failureLogged) aclSysErr(code, "%s", "succeeded");
+        return;
+    }
+    if (++state->attempts == 0) {
+        aclSysErr(code, "%s", "failed");
+        state->failureLogged = true;
+    }
+}
+
+}  // namespace
+
+int SysListRegistration(uint32_t slot) {
+    static const listName globalName = listNameMake("Global Acl");
+    uint32_t ifindex = ifindexControlPort(slot);
+    aclList* list = ipSysAccessListFind(globalName);
+    if (list == nullptr) {
+        if (ipSysAccessListCreateExt(globalName, IP_KIND_EXTENDED, 0u, ifindex) != ACL_OK ||
+            (list = ipSysAccessListFind(globalName)) == nullptr) {
+            aclSysErr(SYSERR_SYSLIST, "%s",
+                      "AclInitialize: ipSysAccessListCreate: unable to create GlobalSystem Acl \n");
+            return -1;
+        }
+    }
+    (void)aclSendToAclAgent(list, ifindex, 1, MT_ACL_SYS_ADDLIST, 0, 0, 0);
+    // "v6 Global Acl" joins here with the IPv6 store.
+    return 0;
+}
+
+int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint32_t ipckey) {
+    static uint32_t sequence = 0xFEEDBEEF;
+    uint32_t own, ifm;
+    if (zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &own) != 0 ||
+        zek_tmeGetPeerIpAddrByName(APP_IFM, 0, &ifm) != 0)
+        return -1;
+    ifmRegisterReq req{};
+    req.ipc.length = sizeof req;
+    req.ipc.mtype = MT_IFM_REGISTER;
+    req.ipc.sequence = sequence;
+    req.ipc.target.card = own;
+    req.ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
+    req.ipc.source.card = ifm;
+    req.ipc.source.svce = aclServicePort(APP_IFM, 0, QUEUE_REQUEST);
+    req.wanted = 0xFFFFFFFF;
+    uint32_t expected = sequence++;
+    if (zekIpcSend(aclNode->regQfd, &req, sizeof req) != 0) return -1;
+
+    // Wait for the answer to this very request; late answers to earlier ones are dropped.
+    using clock = std::chrono::steady_clock;
+    auto deadline = clock::now() + std::chrono::milliseconds(IFM_WAIT_MS);
+    static uint8_t answer[IPC_BUFFER_SIZE];
+    for (;;) {
+        auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now()).count();
+        if (left <= 0) return -1;
+        int got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, static_cast<int>(left));
+        if (got <= 0) return -1;
+        const auto* hdr =
+            wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
+        if (hdr != nullptr && hdr->mtype == MT_IFM_REGISTER && hdr->sequence == expected) return 0;
+    }
+}
+
+int AclRegisterWithEvtHandler([[maybe_unused]] uint32_t attempt, [[maybe_unused]] zekEvtLog log) {
+    int result = 0;
+    for (uint32_t event : {EVT_CARD_DOWN, EVT_CARD_SHUTDOWN, EVT_CAM_PROFILE})
+        if (zekEvhSubscribeEvt(aclNode->ipckey, event, 3) != 0) result = -1;
+    return result;
+}
+
+int AclRegisterWithUDPHelper() { return 0; }
+
+void aclSendRegistration() {
+    static retryState ifm, udpHelper;
+    static uint32_t evhAttempts, peerAttempts;
+    if (aclNode->ifmRegistered == 0)
+        retryResult(&ifm, &aclNode->ifmRegistered, SYSERR_IFM,
+                    AclRegisterWithIFM(0, aclNode->ipckey) == 0);
+    if (aclNode->evhRegistered == 0) {
+        if (AclRegisterWithEvtHandler(evhAttempts, aclNode->evtLogKey) == 0) {
+            aclNode->evhRegistered = 1;
+            if (evhAttempts != 0) aclSysErr(SYSERR_EVH, "%s", "succeeded");
+        } else if (evhAttempts++ == 0) {
+            aclSysErr(SYSERR_EVH, "%s", "failed");
+        }
+    }
+    if (aclNode->peerRegistered == 0) {
+        if (aclRegisterWithPeer(peerAttempts) != 0)
+            peerAttempts++;
+        else if (aclNode->peerRegistered != 0 && peerAttempts != 0)
+            aclSysErr(SYSERR_PEER, "%s", "succeeded");
+    }
+    if (aclNode->udpHelperRegistered == 0)
+        retryResult(&udpHelper, &aclNode->udpHelperRegistered, SYSERR_UDP_HELPER,
+                    AclRegisterWithUDPHelper() == 0);
+    // One waiting peer update a call, the lowest first.
+    for (uint32_t kind = 0; kind < PEER_UPDATE_KINDS; kind++)
+        if (aclNode->peerMark[kind] == 0) {
+            (void)aclSendUpdateToPeer(static_cast<uint32_t>(kind));
+            break;
+        }
+}

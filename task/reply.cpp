@@ -1,0 +1,75 @@
+// The reply functions: how each sender of a message gets its answer.
+#include "task/task.h"
+
+#include "include/cliMsg.h"
+#include "platform/api/zekMem.h"
+
+void AclIpcReply([[maybe_unused]] uint32_t queue, uint8_t* message) {
+    // The queue is not used: every answer leaves by the request queue.
+    ipcHdr* hdr = msgHdr(message);
+    ipcExchangeTriples(hdr);
+    aclDebug(DEBUG_ACL_IPC, "target.slot = %d\r\n", static_cast<int>(uint32_t{hdr->target.slot}));
+    aclDebug(DEBUG_ACL_IPC, "target.card = %d\r\n", static_cast<int>(uint32_t{hdr->target.card}));
+    aclDebug(DEBUG_ACL_IPC, "target.svce = %d\r\n", static_cast<int>(uint32_t{hdr->target.svce}));
+    aclDebug(DEBUG_ACL_IPC, "source.slot = %d\r\n", static_cast<int>(uint32_t{hdr->source.slot}));
+    aclDebug(DEBUG_ACL_IPC, "source.card = %d\r\n", static_cast<int>(uint32_t{hdr->source.card}));
+    aclDebug(DEBUG_ACL_IPC, "source.svce = %d\r\n", static_cast<int>(uint32_t{hdr->source.svce}));
+    (void)zekIpcSend(aclNode->regQfd, message, hdr->length);
+}
+
+int AclDaiIpcReply(uint8_t* message) {
+    uint32_t length = msgHdr(message)->length;
+    for (int attempt = 0; attempt < 3; attempt++)
+        if (zekIpcReply(aclNode->ipckey, message, length) == 0) break;
+    return 1;
+}
+
+namespace {
+
+// One row per SWP sender: what was seen of it, and whether a repeated message (6) is an error.
+struct swpReplyRow {
+    zekSwpSeq* seen;
+    bool repeatIsError;
+    const char* failure;
+};
+
+int swpReply(const swpReplyRow& row, const uint8_t* message) {
+    int result = zekSwpCkSeqAndAck(message, row.seen, aclNode->regQfd);
+    if (result == ZEK_SWP_IN_ORDER) return 0;
+    if (result == ZEK_SWP_SEEN && !row.repeatIsError) return 1;
+    aclDebug(DEBUG_ACL_GENERAL, "%s", row.failure);
+    if (result != ZEK_SWP_SEEN) aclCounters.outOfOrder++;
+    return -1;
+}
+
+zekSwpSeq macMgrSwpSeqNum, ifmSwpSeqNum, udpHlpSwpSeqNum, vrrpSwpSeqNum;
+
+}  // namespace
+
+int AclMacMgrIpcReply(uint8_t* message) {
+    // The MAC manager alone may not repeat itself: a message seen before is an error here and a
+    // success for the others. This is meant.
+    return swpReply({&macMgrSwpSeqNum, true, "Error: Error in swp_ack for Mac_mgr\r\n"}, message);
+}
+int AclIfmIpcReply(uint8_t* message) {
+    return swpReply({&ifmSwpSeqNum, false, "Error: Error in receiving IFM VlOSTATE Notif \r\n"},
+                    message);
+}
+int AclUDPHlpIpcReply(uint8_t* message) {
+    return swpReply({&udpHlpSwpSeqNum, false, "Error: Error in receiving UDP Helper Notif \r\n"},
+                    message);
+}
+int AclVrrpIpcReply(uint8_t* message) {
+    return swpReply({&vrrpSwpSeqNum, false, "Error: Error in receiving VRRP Notif \r\n"}, message);
+}
+
+int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message) {
+    auto* hdr = static_cast<ipcHdr*>(buffer);
+    std::memcpy(hdr, message, sizeof *hdr);
+    ipcExchangeTriples(hdr);
+    hdr->length = size;  // behind the copy, which brings the request's own length and status
+    hdr->status = 0;
+    int rc = zekIpcSend(aclNode->regQfd, buffer, size);
+    zekMC_M_sysFree(buffer);
+    return rc;
+}

@@ -1,0 +1,383 @@
+// Start-up of the task: pools, queues, trees, the state root, and the main loop.
+//
+// The state root is allocated once and lives as long as the task; AclFree only undoes a failed
+// start. The order of the steps is observable (event log, messages to other tasks) and stands.
+#include <new>
+
+#include "download/zekacl_download.h"
+#include "include/linecard.h"
+#include "include/service.h"
+#include "platform/api/zekLock.h"
+#include "platform/api/zekMem.h"
+#include "platform/api/zekTask.h"
+#include "task/task.h"
+
+aclNodeRecord* aclNode = nullptr;
+aspathAclNodeRecord* aspathAclNode = nullptr;
+aclLinecard aclLinecardInfo[SLOT_COUNT] = {};
+
+namespace {
+
+// The 38 block classes of the variable pool, in bytes.
+constexpr uint32_t poolClasses[] = {
+    736,   // access list
+    784,   // MAC list
+    184,   // MAC entry
+    184,   // IP entry
+    208,   // route map
+    864,   // route-map clause
+    20,    // number list
+    156,   // name list
+    708,   // binding, trigger
+    192,   // AS-path and community list
+    1368,  // AS-path and community entry
+    176,   // interface
+    24,    // route-map interface
+    168,   // VLAN
+    208,   // prefix list
+    24,    // prefix entry
+    8,     // MAC-limit list
+    92,    // MAC-limit entry
+    40,    // interface address
+    44,    // line-card data
+    4524,  // 29 entry blocks
+    32,    // own MAC address
+    32,    // LAG multicast id
+    16,    // bound MAC list
+    136,  24, 32, 56, 1024, 2048, 3072, 4096, 5120, 6144, 7168, 8192,
+    8492,  // IPC buffer with its overhead
+    24,
+};
+static_assert(std::size(poolClasses) == 38);
+
+struct treeRow {
+    zekRadix* aclNodeRecord::*tree;
+    const char* name;
+    uint32_t keyBits;
+    bool generalHeap;  // the P variant
+    const char* failure;
+};
+// In the order of their creation.
+constexpr treeRow treeTable[] = {
+    {&aclNodeRecord::aclSys_tree, "aclSystemTree", LIST_NAME_KEY_BITS, false,
+     "AclInitialize:unable to create a Radix Tree for System ACLs\n"},
+    {&aclNodeRecord::l2acl_tree, "l2aclTree", LIST_NAME_KEY_BITS, false,
+     "AclInitialize:unable to create a Radix Tree for L2 ACLs\n"},
+    {&aclNodeRecord::acl_tree, "aclTree", LIST_NAME_KEY_BITS, true,
+     "AclInitialize:unable to create a Radix Tree for ACLs\n"},
+    {&aclNodeRecord::v6acl_tree, "v6aclTree", LIST_NAME_KEY_BITS, true,
+     "AclInitialize:unable to create a Radix Tree for IPv6 ACLs\n"},
+    {&aclNodeRecord::ipMacAcl_tree, "ipMacAclTree", LIST_NAME_KEY_BITS, false,
+     "AclInitialize:unable to create an RBTree for IpMac ACL \r\n"},
+    {&aclNodeRecord::dhcpSnoopVlan_tree, "dhcpSnoopVlanTree", 32, false,
+     "AclInitialize: unable to create RBTree for DHCP snooping Vlan\r\n"},
+    {&aclNodeRecord::dhcpSnoop_tree, "dhcpSnoopTree", 32, false,
+     "AclInitialize:unable to create an RBTree for dhcp snoop EX \r\n"},
+    {&aclNodeRecord::dos_tree, "dosTree", LIST_NAME_KEY_BITS, false,
+     "AclInitialize:unable to create a Radix Tree for DOS ACLs\n"},
+    {&aclNodeRecord::rmap_tree, "rmapTree", LIST_NAME_KEY_BITS, true,
+     "AclInitialize:unable to create a Radix Tree for Routemaps\n"},
+    {&aclNodeRecord::prefix_tree, "prefixTree", LIST_NAME_KEY_BITS, true,
+     "AclInitialize:unable to create a Radix Tree for Prefix lists\n"},
+    {&aclNodeRecord::v6prefix_tree, "v6prefixTree", LIST_NAME_KEY_BITS, true,
+     "AclInitialize:unable to create a Radix Tree for Ipv6 Prefix lists\n"},
+    {&aclNodeRecord::acl_intf_tree, "aclIntfTree", 32, false,
+     "AclInitialize:unable to create a Intf Radix Tree for ACLs\n"},
+    {&aclNodeRecord::rmap_intf_tree, "rmapIntfTree", 32, true,
+     "AclInitialize:unable to create a Intf Radix Tree For RouteMaps\n"},
+    {&aclNodeRecord::vlan_intf_tree, "vlanIntfTree", 32, false,
+     "AclInitialize:unable to create a Intf Radix Tree For Vlans\n"},
+    {&aclNodeRecord::ipadd_intf_tree, "ipaddIntfTree", 32, false,
+     "AclInitialize:unable to create a Intf Radix Tree For IpAddress\n"},
+};
+
+struct aspathTreeRow {
+    zekRadix* aspathAclNodeRecord::*tree;
+    const char* name;
+    const char* failure;
+};
+constexpr aspathTreeRow aspathTreeTable[] = {
+    {&aspathAclNodeRecord::asTree, "asTree",
+     "ASpathACLInitialize:unable to create a Radix Tree for ASpath ACLs\n"},
+    {&aspathAclNodeRecord::commTree, "commTree",
+     "ASpathACLInitialize:unable to create a Radix Tree for Community ACLs\n"},
+    // "forExtended" is one word in this text; it is meant.
+    {&aspathAclNodeRecord::extCommTree, "extCommTree",
+     "ASpathACLInitialize:unable to create a Radix Tree forExtended Community Lists\n"},
+};
+
+uint32_t readCounter;
+
+void* acl_Swp_Alloc(size_t size) {
+    return zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, size);
+}
+void acl_Swp_Free(void* block) { zekMC_M_memBlockVarFree(block); }
+void aclSwpDevPrintf(const char*) { aclSysErr(SYSERR_SWP, "%s", "Timeout from SWP"); }
+
+constexpr uint32_t SWP_RETRIES = 10;
+
+// A queue to another task's application, tried once and again while *retries lasts.
+bool createTaskQueue(uint32_t peerApp, zekSwpHandle* handle, uint32_t* retries,
+                     const char* failure) {
+    for (;;) {
+        *handle = zekSwpQueueCreate_p(5u, 10u, APP_ACL, aclNode->ipckey, peerApp, acl_Swp_Alloc,
+                                      acl_Swp_Free, aclSwpDevPrintf);
+        if (*handle != ZEK_SWP_NONE) return true;
+        if (*retries == 0) break;
+        --*retries;
+        taskDelay(10);
+    }
+    aclSysErr(SYSERR_STARTUP, "%s", failure);
+    return false;
+}
+
+bool createTaskQueues() {
+    uint32_t retries = SWP_RETRIES;
+    if (!createTaskQueue(APP_RTM, &aclNode->qHandle, &retries,
+                         "AclInitialize: unable to create SWP queue to RTM\n"))
+        return false;
+    retries = SWP_RETRIES;
+    return createTaskQueue(APP_DSMGR, &aclNode->aclQosqHandle, &retries,
+                           "AclInitialize: unable to create SWP queue to DSMGR\n");
+}
+
+bool createMulticastQueues() {
+    // One budget of retries for both queues, not one each; it is meant.
+    uint32_t retries = SWP_RETRIES;
+    return createTaskQueue(APP_IGMP, &aclNode->igmpqHandle, &retries,
+                           "AclInitialize: unable to create SWP queue to IGMP\n") &&
+           createTaskQueue(APP_PIM, &aclNode->pimqHandle, &retries,
+                           "AclInitialize: unable to create SWP queue to PIM\n");
+}
+
+void forgetPeers(aclNodeRecord* node) {
+    node->acl2qHandle = node->acl0qHandle = node->aclSNMPqHandle = ZEK_SWP_NONE;
+    for (zekSwpHandle& handle : node->aclIPMqHandle) handle = ZEK_SWP_NONE;
+    node->igmpqHandle = node->pimqHandle = node->aclSYSADMTSKqHandle = ZEK_SWP_NONE;
+    node->snmptargetcard = node->acltargetcard = node->sysadmtsktargetcard = ADDRESS_UNKNOWN;
+    for (uint32_t& address : node->ipmtargetcard) address = ADDRESS_UNKNOWN;
+}
+
+// The card that hosts this task's own service.
+bool findTargetCard(aclNodeRecord* node) {
+    constexpr int tries = 1000;
+    for (int i = 1;; i++) {
+        int rc = zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &node->acltargetcard);
+        // The last try fails whatever it returned; this order is meant.
+        if (i == tries) break;
+        if (rc == 0 && addressIsKnown(node->acltargetcard)) return true;
+    }
+    aclSysErr(SYSERR_STARTUP, "%s", "Unable to get ACL's target card address \n");
+    return false;
+}
+
+void addToReadSet(aclNodeRecord* node, int fd) {
+    if (fd >= 0 && fd < static_cast<int>(ZEK_FD_MAX)) node->readfs.set(static_cast<size_t>(fd));
+}
+
+}  // namespace
+
+void init_acl_mutexes() { aclLockInit(); }
+
+bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* counter, aspathAclNodeRecord* aspathNode) {
+    auto* anchor = static_cast<aclShmAnchor*>(zekMC_MM_malloc(sizeof(aclShmAnchor)));
+    if (anchor == nullptr) {
+        std::printf("Malloc failed %d %s \r\n", __LINE__, __func__);
+        return false;
+    }
+    *anchor = {node, counter, aspathNode};
+    return zekShmSet(SHM_SLOT_ACL, anchor) == 0;
+}
+
+aclNodeRecord* AclInitialize(int, char**) {
+    init_acl_mutexes();
+    void* memory = zekMC_MM_malloc(sizeof(aclNodeRecord));
+    if (memory == nullptr) return nullptr;
+    aclNode = new (memory) aclNodeRecord{};
+    aclNode->egressIpAclBitMap.set();
+    aclNode->aclVlanGroupMemberBitMap.set();
+    std::memset(aclNode->peerMark, PEER_MARK_NONE, sizeof aclNode->peerMark);
+    forgetPeers(aclNode);  // nothing below may take a zero for a handle
+    aclNode->qHandle = aclNode->aclQosqHandle = ZEK_SWP_NONE;
+    readCounter = 0;
+    pAclReadCounter = &readCounter;
+    void* aspath = zekMC_MM_malloc(sizeof(aspathAclNodeRecord));
+    if (aspath == nullptr) return nullptr;
+    aspathAclNode = new (aspath) aspathAclNodeRecord{};
+    if (!aclStoreDBShmAddr(aclNode, pAclReadCounter, aspathAclNode)) std::exit(1);
+
+    aclNode->pkey = zekTaskStartup(APP_ACL, 0);
+    aclNode->ipckey = zekTaskGetIpcKey(aclNode->pkey);
+    if (aclNode->ipckey == 0) {
+        std::printf("\n\nUnable To GET IPC KEY\n");
+        AclFree(aclNode);
+        return nullptr;
+    }
+    aclNode->evtLogKey = zekEvtOpenlog("ACL", 3, APP_ACL, 0);
+    if (aclNode->evtLogKey == 0) {
+        std::printf("\n\nUnable To GET EvtLog KEY\n");
+        AclFree(aclNode);
+        return nullptr;
+    }
+    zekEvtSetSeverityLevel(aclNode->evtLogKey, 0xffffff);
+    if (zek_memPartFixedInit(POOL_FIXED, POOL_FIXED_2) != 0) {
+        std::printf("\n\nUnable To Allocate Fixed Pools\n");
+        AclFree(aclNode);
+        return nullptr;
+    }
+    if (zekIpcTmrOpen(APP_ACL, 0) != 0) {
+        // Returns without freeing: the process ends anyway, and the log must keep its handle.
+        aclSysErr(SYSERR_STARTUP, "%s", "AclInitialize: unable to create timer queue\n");
+        return nullptr;
+    }
+
+    aclNode->regQfd = Key_getReqQueue(aclNode->ipckey);
+    aclNode->rspQfd = Key_getRspQueue(aclNode->ipckey);
+    aclNode->tmrQfd = Key_getTmrQueue(aclNode->ipckey);
+    // The response queue stays out of the set although the loop tests it: replies that the task
+    // waits for are received directly. It is meant.
+    addToReadSet(aclNode, Key_getSocketFd(aclNode->regQfd));
+    addToReadSet(aclNode, Key_getSocketFd(aclNode->tmrQfd));
+    aclNode->acl_swp_pipe = zekSwpCreatePipe("/zek/pipe/cp/aclpipe");
+    addToReadSet(aclNode, aclNode->acl_swp_pipe);
+
+    if (zek_memPartVarInit(POOL_FIXED + 1, poolClasses, std::size(poolClasses)) != 0) {
+        aclSysErr(SYSERR_STARTUP, "%s", "Unable to create Variable memory pools\n");
+        AclFree(aclNode);
+        return nullptr;
+    }
+    for (const treeRow& row : treeTable) {
+        aclNode->*row.tree = row.generalHeap ? zekRadixCreateP(row.name, row.keyBits)
+                                             : zekRadixCreate(row.name, row.keyBits);
+        if (aclNode->*row.tree == nullptr) {
+            aclSysErr(SYSERR_STARTUP, "%s", row.failure);
+            AclFree(aclNode);
+            return nullptr;
+        }
+    }
+    aclNode->cfgDb = zekCfgOfTask();
+
+    if (!createTaskQueues()) {
+        AclFree(aclNode);
+        return nullptr;
+    }
+    forgetPeers(aclNode);
+    if (!findTargetCard(aclNode) ||
+        (!isAclSupportedOnRp2(aclNode->acltargetcard) && !createMulticastQueues())) {
+        AclFree(aclNode);
+        return nullptr;
+    }
+    aclNode->acl2PimCfgParams = {10, 10};
+    aclNode->ipv6UnicastRoutingEnable = 1;
+    aclNode->finalWord = 0;
+    return aclNode;
+}
+
+aspathAclNodeRecord* AspathAclInitialize() {
+    for (const aspathTreeRow& row : aspathTreeTable) {
+        aspathAclNode->*row.tree = zekRadixCreateP(row.name, LIST_NAME_KEY_BITS);
+        if (aspathAclNode->*row.tree == nullptr) {
+            aclSysErr(SYSERR_STARTUP, "%s", row.failure);
+            return nullptr;
+        }
+    }
+    return aspathAclNode;
+}
+
+void AclFree(aclNodeRecord* node) {
+    if (node == nullptr) return;
+    for (const treeRow& row : treeTable) zekRadixDestroy(node->*row.tree);
+    if (aspathAclNode != nullptr) {
+        for (const aspathTreeRow& row : aspathTreeTable) zekRadixDestroy(aspathAclNode->*row.tree);
+        zekMC_MM_free(aspathAclNode);
+        aspathAclNode = nullptr;
+    }
+    for (zekSwpHandle queue :
+         {node->qHandle, node->aclQosqHandle, node->igmpqHandle, node->pimqHandle})
+        if (queue != ZEK_SWP_NONE) zekSwpQueueRemove(queue);
+    for (uint32_t pool = 0; pool < POOL_COUNT; pool++) zek_memPartFree(POOL_FIXED + pool);
+    if (node->ipckey != 0) zekTaskCloseIpcKey(node->ipckey);
+    if (node->evtLogKey != 0) zekEvtCloselog(node->evtLogKey);
+    if (void* anchor = zekShmGet(SHM_SLOT_ACL); anchor != nullptr) {
+        (void)zekShmSet(SHM_SLOT_ACL, nullptr);
+        zekMC_MM_free(anchor);
+    }
+    zekMC_MM_free(node);
+    aclNode = nullptr;
+    aclDebug(DEBUG_ACL_GENERAL, "AclFree: free'd all memory related to aclNode \n");
+}
+
+void AclGetChassMode([[maybe_unused]] uint32_t taskHandle) {
+    aclNode->chassisMode = zekSysGetChassisMode();
+    aclNode->rpmType = zekSysGetRpmType();
+    if (aclNode->chassisMode == 3 || aclNode->chassisMode == 6) {
+        // In these chassis every card takes egress lists before it says so itself; the record of
+        // the control processor is left alone.
+        for (uint32_t slot = 0; slot < LINECARD_CP; slot++) {
+            aclLinecardInfo[slot].isVortan = 1;
+            aclLinecardInfo[slot].type = 3;
+        }
+    }
+    if (aclNode->rpmType > 3) aclNode->supportAclOnCP = 1;
+}
+
+void aclCreateShowRunningDummyNodes() {
+    zekCfgRecord anchor{};
+    anchor.lineClass = CFG_CLASS_ANCHOR;
+    for (uint32_t section : {CFG_SECTION_TRACE_LIST, CFG_SECTION_IP, CFG_SECTION_PREFIX}) {
+        anchor.section = section;
+        (void)zekCfgInsertBothLine(aclNode->cfgDb, anchor);
+    }
+    for (uint32_t section :
+         {CFG_SECTION_MAC, CFG_SECTION_RMAP, CFG_SECTION_ASPATH, CFG_SECTION_COMM}) {
+        anchor.section = section;
+        (void)zekCfgInsert(aclNode->cfgDb, anchor);
+    }
+}
+
+void aclProcessRegexPendingDelete() {
+    // Nothing compiles expressions yet, so nothing waits to be freed.
+}
+
+void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFFER_SIZE> buffer) {
+    zekFdSet ready = node->readfs;
+    auto isReady = [&ready](int fd) {
+        return fd >= 0 && fd < static_cast<int>(ZEK_FD_MAX) && ready.test(static_cast<size_t>(fd));
+    };
+    auto serve = [&](uint32_t queue) {
+        if (!isReady(Key_getSocketFd(queue))) return;
+        int got = zekIpcRecv(queue, buffer.data(), buffer.size(), 0);
+        if (got > 0) aclTakeMessage(node, buffer, static_cast<size_t>(got));
+    };
+    aclCounters.passes++;
+    if (zekSelect(ZEK_FD_MAX, &ready, SELECT_TIMEOUT_MS) > 0) {
+        serve(node->tmrQfd);
+        serve(node->regQfd);
+        if (isReady(node->acl_swp_pipe)) (void)zekSwpReadPipe(node->acl_swp_pipe);
+        serve(node->rspQfd);
+    } else if (errno != EINTR && errno != 0) {
+        aclDebug(DEBUG_ACL_GENERAL, "select failed in AclMain\n");
+    }
+    if (pass % 4 == 0) aclSendRegistration();
+    aclProcessRegexPendingDelete();
+}
+
+int AclMain(int argc, char** argv) {
+    for (aclLinecard& card : aclLinecardInfo) {
+        card.macAgent = card.aclAgent = ZEK_SWP_NONE;
+        card.agentIpAddr = card.agent0IpAddr = ADDRESS_UNKNOWN;
+    }
+    if (AclInitialize(argc, argv) == nullptr) return -1;
+    if (AspathAclInitialize() == nullptr) {
+        AclFree(aclNode);
+        return -1;
+    }
+    AclGetChassMode(aclNode->pkey);
+    while (SysListRegistration(0) == -1) continue;
+    aclRegisterDebugFunctions();
+    zekTaskReady(aclNode->pkey);
+    aclCreateShowRunningDummyNodes();
+
+    static uint8_t buffer[IPC_BUFFER_SIZE];  // the one receive buffer
+    for (uint32_t pass = 1;; pass++) aclLoopOnce(aclNode, pass, buffer);
+}

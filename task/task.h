@@ -1,0 +1,98 @@
+// What the files of the task share: start-up, registration, dispatch, replies.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "include/debug.h"
+#include "include/ipc.h"
+#include "include/node.h"
+
+// --- start-up (start.cpp) --------------------------------------------------------------------
+
+// The task: never returns but with -1 after a failed start.
+int AclMain(int argc, char** argv);
+aclNodeRecord* AclInitialize(int argc, char** argv);
+aspathAclNodeRecord* AspathAclInitialize();
+// Undoes a failed start.
+void AclFree(aclNodeRecord* node);
+void init_acl_mutexes();
+bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* readCounter, aspathAclNodeRecord* aspathNode);
+void AclGetChassMode(uint32_t taskHandle);
+void aclCreateShowRunningDummyNodes();
+// Frees expressions whose deletion had to wait for their readers.
+void aclProcessRegexPendingDelete();
+// One pass of the main loop. `pass` counts from 1; the message buffer is the task's.
+void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFFER_SIZE> buffer);
+
+constexpr uint32_t SELECT_TIMEOUT_MS = 5000;
+constexpr uint32_t POOL_FIXED = 0x50000;
+constexpr uint32_t POOL_FIXED_2 = 0x5001D;
+constexpr uint32_t POOL_COUNT = 25;  // ids 0x50000 to 0x50018
+
+// --- registration (registration.cpp) ---------------------------------------------------------
+
+int SysListRegistration(uint32_t slot);
+// Tries every registration that is not done; called on every fourth pass.
+void aclSendRegistration();
+int AclRegisterWithIFM(uint32_t instance, uint32_t ipckey);
+int AclRegisterWithEvtHandler(uint32_t attempt, zekEvtLog log);
+int AclRegisterWithUDPHelper();
+
+// --- the peer route processor (ha.cpp) -------------------------------------------------------
+
+int aclRegisterWithPeer(uint32_t attempt);
+int aclSendUpdateToPeer(uint32_t kind);  // slot 0-19, or 20 for the CAM profile
+void aclHandleRamDataSyncNotif(const uint8_t* message);
+// Messages 14522 to 14524 of the peer.
+void aclHandlePeerMsg(uint8_t* message);
+
+// --- dispatch (dispatch.cpp, cliDispatch.cpp) ------------------------------------------------
+
+// A message as it came: `received` bytes at the front of the buffer. Drops what is shorter than a
+// header, mends a length word that lies, zeroes the buffer behind the message, then dispatches.
+void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buffer, size_t received);
+// The message's header length is good (60 to IPC_BUFFER_SIZE) and the bytes behind it are zero.
+int AclProcMsg(aclNodeRecord* node, uint8_t* message);
+void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
+
+// --- replies (reply.cpp) ---------------------------------------------------------------------
+
+void AclIpcReply(uint32_t queue, uint8_t* message);
+int AclDaiIpcReply(uint8_t* message);
+// The SWP kinds: 0 when the message is in order and is to be handled, 1 when it was seen before, -1
+// on an error (printed in debug).
+int AclMacMgrIpcReply(uint8_t* message);
+int AclIfmIpcReply(uint8_t* message);
+int AclUDPHlpIpcReply(uint8_t* message);
+int AclVrrpIpcReply(uint8_t* message);
+// Sends a show's reply buffer as the answer to `message` and frees it. 0 or -1.
+int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
+
+// What the dispatchers count; shown by `show system`.
+struct aclTaskCounters {
+    uint64_t messages;         // dispatched
+    uint64_t tooShort;         // shorter than a header: dropped
+    uint64_t badLength;        // length word mended
+    uint64_t truncated;        // body shorter than its type or code needs
+    uint64_t unknownType;
+    uint64_t unknownCode;
+    uint64_t notBuilt;         // types and codes whose subsystem is missing
+    uint64_t outOfOrder;       // SWP messages that were neither next nor seen
+    uint64_t swp_ack;
+    uint64_t ACLMAC_ADD, ACLMAC_DELENTRY, ACLMAC_DELALLENTRY;
+    uint64_t passes;
+};
+extern aclTaskCounters aclCounters;
+
+inline ipcHdr* msgHdr(uint8_t* message) { return reinterpret_cast<ipcHdr*>(message); }
+// The word at an offset of a message, or 0 behind its end.
+uint32_t msgWord(const uint8_t* message, uint32_t offset);
+
+// Logs, once per name, that something whose subsystem is missing was asked for.
+void aclNotBuilt(const char* what);
+
+// --- debug shell (debugFunctions.cpp, nodeDump.cpp) ------------------------------------------
+
+void aclRegisterDebugFunctions();
+std::string aclDumpNode(const aclNodeRecord* node);

@@ -1,0 +1,102 @@
+// The external entry layer: one row per wrapper.
+//
+// Every operation that a dispatcher or another task calls on a store goes through the wrapper of
+// the same name with "Ext" behind it: it takes acl_rwlock (write for changes, read for shows), calls
+// the one operation, releases, and returns the operation's result. Stores never lock, and no
+// wrapper calls another one: the lock is not recursive.
+//
+// Wrappers that serve two families take the family last: 1 is IPv6, any other value IPv4. Create
+// wrappers return the status that the store reports through its out-argument, not the list.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+#include "ipacl/zekipaccess.h"
+#include "platform/policylib/zekPolicy.h"
+#include "platform/api/zekLock.h"
+
+enum class aclLock { read, write };
+
+template <aclLock Kind>
+struct aclLockHeld {
+    aclLockHeld() { Kind == aclLock::write ? aclWriteLock() : aclReadLock(); }
+    ~aclLockHeld() { Kind == aclLock::write ? aclWriteUnlock() : aclReadUnlock(); }
+    aclLockHeld(const aclLockHeld&) = delete;
+    aclLockHeld& operator=(const aclLockHeld&) = delete;
+};
+
+// One store operation.
+template <aclLock Kind, auto Operation>
+struct aclExt {
+    template <class... Args>
+    auto operator()(Args&&... args) const {
+        aclLockHeld<Kind> held;
+        return Operation(std::forward<Args>(args)...);
+    }
+};
+
+// Two store operations of one signature, chosen by the last argument.
+template <aclLock Kind, auto V4Operation, auto V6Operation>
+struct aclExtFamily;
+template <aclLock Kind, class Result, class... Args, Result (*V4Operation)(Args...),
+          Result (*V6Operation)(Args...)>
+struct aclExtFamily<Kind, V4Operation, V6Operation> {
+    Result operator()(Args... args, uint32_t family) const {
+        aclLockHeld<Kind> held;
+        return family == 1 ? V6Operation(args...) : V4Operation(args...);
+    }
+};
+
+// Create operations (out status last), of one family or of two.
+template <auto Operation>
+struct aclExtCreate;
+template <class... Args, aclList* (*Operation)(Args...)>
+struct aclExtCreate<Operation> {
+    template <class... Given>
+    uint32_t operator()(Given&&... given) const {
+        aclLockHeld<aclLock::write> held;
+        uint32_t status = ACL_E_SYSTEM;
+        (void)Operation(std::forward<Given>(given)..., &status);
+        return status;
+    }
+};
+template <auto V4Operation, auto V6Operation>
+struct aclExtCreateFamily {
+    uint32_t operator()(const listName& name, uint32_t kind, uint32_t placeholder,
+                        uint32_t family) const {
+        return family == 1 ? aclExtCreate<V6Operation>{}(name, kind, placeholder)
+                           : aclExtCreate<V4Operation>{}(name, kind, placeholder);
+    }
+};
+
+// The IPv6 store is not built yet: its half of the family wrappers refuses, and logs that once.
+aclList* aclV6AccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
+                               uint32_t* status);
+uint32_t aclV6AccessListDelete(const listName& name, uint32_t kind);
+uint32_t aclV6AddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t log,
+                             uint32_t monitor);
+uint32_t aclV6DelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
+                             uint32_t cfgAndTrigger);
+
+// clang-format off
+inline constexpr aclExtCreateFamily<ipAccessListCreate, aclV6AccessListCreate>                  ipAccessListCreateExt;
+inline constexpr aclExtFamily<aclLock::write, ipAccessListDelete, aclV6AccessListDelete>        ipAccessListDeleteExt;
+inline constexpr aclExtFamily<aclLock::write, ipAddAccessEntry, aclV6AddAccessEntry>            ipAddAccessEntryExt;
+inline constexpr aclExtFamily<aclLock::write, ipDelAccessEntry, aclV6DelAccessEntry>            ipDelAccessEntryExt;
+inline constexpr aclExtCreate<ipDosListCreate>                                                  ipDosListCreateExt;
+inline constexpr aclExt<aclLock::write, ipDosListDelete>                                        ipDosListDeleteExt;
+inline constexpr aclExt<aclLock::write, ipAddDosEntry>                                          ipAddDosEntryExt;
+inline constexpr aclExt<aclLock::write, ipDelDosEntry>                                          ipDelDosEntryExt;
+inline constexpr aclExt<aclLock::write, dosIpEnableIntf>                                        dosIpEnableIntfExt;
+inline constexpr aclExtCreate<ipSysAccessListCreate>                                            ipSysAccessListCreateExt;
+inline constexpr aclExt<aclLock::write, ipSysAccessListDelete>                                  ipSysAccessListDeleteExt;
+inline constexpr aclExt<aclLock::write, ipSysAddAccessEntry>                                    ipSysAddAccessEntryExt;
+inline constexpr aclExt<aclLock::write, ipSysDelAccessEntry>                                    ipSysDelAccessEntryExt;
+inline constexpr aclExt<aclLock::write, ipSysAddThirteenAccessEntry>                            ipSysAddThirteenAccessEntryExt;
+inline constexpr aclExt<aclLock::write, ipSysDelThirteenAccessEntry>                            ipSysDelThirteenAccessEntryExt;
+inline constexpr aclExt<aclLock::write, aclClearIpAclByName>                                    aclClearIpAclExt;
+inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                                       aclClearIpAclAllExt;
+inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;
+inline constexpr aclExt<aclLock::read, aclShowIpAclAll>                                         aclShowIpAclAllExt;
+// clang-format on
