@@ -1,4 +1,8 @@
 #include "download/halAclMgr.h"
 
-int halAclMgrIsV6AclSupported() { return 1; }
-int halAclMgrDnldPimAssertEntry(uint32_t) { return 1; }
+int halAclMgrIsV6AclSupported() {
+    return 1;
+}
+int halAclMgrDnldPimAssertEntry(uint32_t) {
+    return 1;
+}

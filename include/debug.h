@@ -18,10 +18,10 @@ extern uint32_t DEBUG_ACL_MGR;
 
 // Formats into the task's one static buffer and prints "function line " in front. Nothing is
 // formatted while no area of the mask is on; mask 0 prints always.
-#define aclDebug(mask, ...)                                                \
-    do {                                                                   \
-        if ((mask) == 0 || (DEBUG_ACL_MGR & (mask)) != 0)                  \
-            aclDebugPrint(__func__, __LINE__, __VA_ARGS__);                \
+#define aclDebug(mask, ...)                                 \
+    do {                                                    \
+        if ((mask) == 0 || (DEBUG_ACL_MGR & (mask)) != 0)   \
+            aclDebugPrint(__func__, __LINE__, __VA_ARGS__); \
     } while (0)
 void aclDebugPrint(const char* function, int line, const char* format, ...)
     __attribute__((format(printf, 3, 4)));

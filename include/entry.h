@@ -15,25 +15,30 @@ constexpr uint8_t DSCP_NOT_GIVEN = 255;
 enum ipAction : uint32_t { IP_PERMIT = 0, IP_DENY = 1 };  // any other value than 1 permits
 enum ipEntryKind : uint32_t { IP_KIND_NONE = 0, IP_KIND_STANDARD = 1, IP_KIND_EXTENDED = 2 };
 enum ipCounterOption : uint8_t { IP_COUNT = 0x02, IP_BYTES = 0x04 };
-enum ipProtocol : uint8_t { IP_PROTO_ICMP = 1, IP_PROTO_ANY = 4, IP_PROTO_TCP = 6, IP_PROTO_UDP = 17 };
+enum ipProtocol : uint8_t {
+    IP_PROTO_ICMP = 1,
+    IP_PROTO_ANY = 4,
+    IP_PROTO_TCP = 6,
+    IP_PROTO_UDP = 17
+};
 enum ipPortOperator : uint32_t { PORT_NONE, PORT_EQ, PORT_GT, PORT_LT, PORT_NEQ, PORT_RANGE };
 
 struct ipEntryBlock {
-    be32 carried[3];      //   0  carried to the agent, never interpreted here
-    be32 owner;           //  12
-    be32 protoMarker;     //  16  0 with protocol 4: any IP protocol; else the protocol is literal
-    be32 action;          //  20
-    be32 src;             //  24
-    be32 srcMask;         //  28  bits set are compared
-    be32 dst;             //  32
-    be32 dstMask;         //  36
-    be32 reserved40;      //  40  carried
-    be32 precedence;      //  44  FIELD_NOT_GIVEN
-    be32 tos;             //  48  FIELD_NOT_GIVEN
+    be32 carried[3];   //   0  carried to the agent, never interpreted here
+    be32 owner;        //  12
+    be32 protoMarker;  //  16  0 with protocol 4: any IP protocol; else the protocol is literal
+    be32 action;       //  20
+    be32 src;          //  24
+    be32 srcMask;      //  28  bits set are compared
+    be32 dst;          //  32
+    be32 dstMask;      //  36
+    be32 reserved40;   //  40  carried
+    be32 precedence;   //  44  FIELD_NOT_GIVEN
+    be32 tos;          //  48  FIELD_NOT_GIVEN
     uint8_t counterOptions;  // 52
-    uint8_t protocol;     //  53
+    uint8_t protocol;        //  53
     uint8_t reserved54[2];
-    be32 kind;            //  56  standard or extended
+    be32 kind;  //  56  standard or extended
     be32 reserved60;
     be32 seq;             //  64
     be32 order;           //  68
@@ -44,9 +49,9 @@ struct ipEntryBlock {
     uint8_t mac2[6];      //  92  the second pair is the destination
     uint8_t mac2Mask[6];  //  98
     uint8_t reserved104[8];
-    be32 vlan;            // 112
-    be32 arpOpcode;       // 116
-    be32 l2Log;           // 120
+    be32 vlan;              // 112
+    be32 arpOpcode;         // 116
+    be32 l2Log;             // 120
     be32 l2CounterOptions;  // 124
     union {
         be32 srcOperator;  // 128  TCP, UDP
@@ -54,13 +59,13 @@ struct ipEntryBlock {
             uint8_t type, typeGiven, code, codeGiven;
         } icmp;
     };
-    be32 dstOperator;     // 132
+    be32 dstOperator;      // 132
     be16 srcLow, srcHigh;  // 136
     be16 dstLow, dstHigh;  // 140
-    uint8_t tcpFlags;     // 144
+    uint8_t tcpFlags;      // 144
     uint8_t reserved145[3];
-    be32 fragments;       // 148
-    uint8_t dscp;         // 152
+    be32 fragments;  // 148
+    uint8_t dscp;    // 152
     uint8_t reserved153[3];
 };
 WIRE_SIZE(ipEntryBlock, 156);
@@ -94,22 +99,29 @@ struct tcpFlagRow {
     const char* word;
 };
 inline constexpr tcpFlagRow tcpFlagTable[] = {
-    {TCP_ESTABLISHED, "established"}, {TCP_FIN, "fin"}, {TCP_SYN, "syn"}, {TCP_RST, "rst"},
-    {TCP_PSH, "psh"},                 {TCP_ACK, "ack"}, {TCP_URG, "urg"},
+    {TCP_ESTABLISHED, "established"},
+    {TCP_FIN, "fin"},
+    {TCP_SYN, "syn"},
+    {TCP_RST, "rst"},
+    {TCP_PSH, "psh"},
+    {TCP_ACK, "ack"},
+    {TCP_URG, "urg"},
 };
 
 // An ARP or ether-type entry: kept out of the content tree.
-inline bool ipEntryIsL2L3(const ipEntryBlock& b) { return b.arpMarker != 0 || b.etherType != 0; }
+inline bool ipEntryIsL2L3(const ipEntryBlock& b) {
+    return b.arpMarker != 0 || b.etherType != 0;
+}
 
 // The IPv6 entry block, 108 bytes: the IPv4 one without the carried words and with 16-byte
 // addresses.
 struct ip6EntryBlock {
-    be32 owner;          //   0
-    be32 protoMarker;    //   4
-    be32 action;         //   8
-    uint8_t src[16];     //  12
+    be32 owner;           //   0
+    be32 protoMarker;     //   4
+    be32 action;          //   8
+    uint8_t src[16];      //  12
     uint8_t srcMask[16];  // 28
-    uint8_t dst[16];     //  44
+    uint8_t dst[16];      //  44
     uint8_t dstMask[16];  // 60
     be32 reserved76;
     uint8_t counterOptions;  // 80

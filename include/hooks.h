@@ -11,7 +11,8 @@ int aclTrigger(aclList* list, uint32_t ipv6);
 
 // The list's copies at the management tasks: SNMP 18, IPM 87, SYSADM 33.
 void aclSendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
-void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId, const aclBinding* binding);
+void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId,
+                      const aclBinding* binding);
 void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding);
 void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId);
 void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId);

@@ -11,10 +11,18 @@ constexpr int SLOT_NONE = -1;
 
 enum ifType : uint32_t { IF_TYPE_PORT = 0, IF_TYPE_CP = 10, IF_TYPE_LAG = 12, IF_TYPE_VLAN = 14 };
 
-constexpr uint32_t ifindexPort(uint32_t ifindex) { return ifindex & 0x3FFF; }
-constexpr uint32_t ifindexType(uint32_t ifindex) { return (ifindex >> 14) & 15; }
-constexpr int ifindexUserPort(uint32_t ifindex) { return static_cast<int>((ifindex >> 18) & 127) - 1; }
-constexpr bool ifindexHasPortId(uint32_t ifindex) { return (ifindex >> 30 & 1) != 0; }
+constexpr uint32_t ifindexPort(uint32_t ifindex) {
+    return ifindex & 0x3FFF;
+}
+constexpr uint32_t ifindexType(uint32_t ifindex) {
+    return (ifindex >> 14) & 15;
+}
+constexpr int ifindexUserPort(uint32_t ifindex) {
+    return static_cast<int>((ifindex >> 18) & 127) - 1;
+}
+constexpr bool ifindexHasPortId(uint32_t ifindex) {
+    return (ifindex >> 30 & 1) != 0;
+}
 
 // The slot, or SLOT_NONE for LAGs, VLANs and indexes whose slot field is empty or out of range.
 constexpr int ifindexSlot(uint32_t ifindex) {
@@ -25,7 +33,9 @@ constexpr int ifindexSlot(uint32_t ifindex) {
     return slot < static_cast<int>(SLOT_COUNT) ? slot : SLOT_NONE;
 }
 
-constexpr uint32_t ifindexMake(uint32_t type, uint32_t port) { return (type << 14) | (port & 0x3FFF); }
+constexpr uint32_t ifindexMake(uint32_t type, uint32_t port) {
+    return (type << 14) | (port & 0x3FFF);
+}
 // The pseudo-interface of a card's control port.
 constexpr uint32_t ifindexControlPort(uint32_t slot) {
     return 0x40040000u + (((slot + 1) << 25) & 0x3E000000u);

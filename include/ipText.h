@@ -28,7 +28,9 @@ inline void textDotted(std::string& out, uint32_t address) {
 constexpr uint32_t maskPrefixLength(uint32_t mask) {
     return static_cast<uint32_t>(std::countl_one(mask));
 }
-constexpr bool maskIsContiguous(uint32_t mask) { return (~mask & (~mask + 1)) == 0; }
+constexpr bool maskIsContiguous(uint32_t mask) {
+    return (~mask & (~mask + 1)) == 0;
+}
 constexpr uint32_t maskFromPrefix(uint32_t length) {
     return length == 0 ? 0 : 0xFFFFFFFFu << (32 - length);
 }

@@ -13,15 +13,15 @@ struct ipcTriple {
 };
 
 struct ipcHdr {
-    be32 session;   //  0  SWP session, 0 for plain IPC
-    be32 swpSeq;    //  4  SWP sequence number, from 1
-    be32 length;    //  8  bytes, header included
-    be32 mtype;     // 12  message type
-    be32 result;    // 16  sub-code of a request; result of a client registration
-    be32 delivery;  // 20  delivery status in replies to triggers
-    be32 ramCode;   // 24  42 / 43 in RAM data sync notifications
-    be32 status;    // 28  error code of a show request's reply
-    be32 sequence;  // 32  of the request; an answer carries the same
+    be32 session;      //  0  SWP session, 0 for plain IPC
+    be32 swpSeq;       //  4  SWP sequence number, from 1
+    be32 length;       //  8  bytes, header included
+    be32 mtype;        // 12  message type
+    be32 result;       // 16  sub-code of a request; result of a client registration
+    be32 delivery;     // 20  delivery status in replies to triggers
+    be32 ramCode;      // 24  42 / 43 in RAM data sync notifications
+    be32 status;       // 28  error code of a show request's reply
+    be32 sequence;     // 32  of the request; an answer carries the same
     ipcTriple target;  // 36  sender
     ipcTriple source;  // 48  addressee
 };

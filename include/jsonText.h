@@ -35,13 +35,19 @@ struct jsonObject {
         body += value;
         return *this;
     }
-    jsonObject& number(std::string_view key, uint64_t value) { return raw(key, std::to_string(value)); }
-    jsonObject& flag(std::string_view key, bool value) { return raw(key, value ? "true" : "false"); }
+    jsonObject& number(std::string_view key, uint64_t value) {
+        return raw(key, std::to_string(value));
+    }
+    jsonObject& flag(std::string_view key, bool value) {
+        return raw(key, value ? "true" : "false");
+    }
     jsonObject& string(std::string_view key, std::string_view value) {
         std::string quoted;
         jsonString(quoted, value);
         return raw(key, quoted);
     }
-    jsonObject& object(std::string_view key, const jsonObject& value) { return raw(key, value.text()); }
+    jsonObject& object(std::string_view key, const jsonObject& value) {
+        return raw(key, value.text());
+    }
     std::string text() const { return "{" + body + "}"; }
 };

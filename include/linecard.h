@@ -7,13 +7,13 @@
 #include "platform/api/zekSwp.h"
 
 struct aclLinecard {
-    void* ipAddHead;      // chain of the card's interface addresses
+    void* ipAddHead;  // chain of the card's interface addresses
     uint32_t isUp;
-    uint32_t isVortan;    // takes egress lists
+    uint32_t isVortan;  // takes egress lists
     uint32_t isIpv6Enabled;
-    uint32_t word5;       // kept, never interpreted
+    uint32_t word5;  // kept, never interpreted
     uint32_t v6EgAclSupported;
-    uint32_t type;        // acl_linecard_type
+    uint32_t type;  // acl_linecard_type
     zekSwpHandle macAgent;
     zekSwpHandle aclAgent;
     uint32_t agentIpAddr;

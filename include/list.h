@@ -37,11 +37,11 @@ enum bindingKind : uint32_t {
 
 struct aclBinding {
     aclBinding* next;
-    uint32_t id;        // interface index, task id, or VLAN-group id in the low byte
-    uint32_t instance;  // of a task
-    uint32_t caller;    // a task's own word
-    listName rmapName;  // route maps only
-    uint32_t kind;      // bindingKind
+    uint32_t id;         // interface index, task id, or VLAN-group id in the low byte
+    uint32_t instance;   // of a task
+    uint32_t caller;     // a task's own word
+    listName rmapName;   // route maps only
+    uint32_t kind;       // bindingKind
     uint32_t direction;  // non-zero: egress
     uint32_t implicitPermit;
     bindingBlock block;
@@ -67,7 +67,7 @@ struct aclList {
     uint32_t kind;         // ipEntryKind; a DoS list's flags word
     uint32_t placeholder;  // 1: exists only because something refers to it
     int32_t count;
-    uint32_t highestSeq;  // 0 when empty
+    uint32_t highestSeq;     // 0 when empty
     bindingBlock sendBlock;  // the block of the binding that is being downloaded
     aclRemark* remarks;
     zekRadix* seqTree;      // null for system and DoS lists

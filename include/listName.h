@@ -34,10 +34,14 @@ inline listName listNameMake(const listName& field) {
 inline std::string_view listNameView(const listName& name) {
     return {name.text, strnlen(name.text, LIST_NAME_LEN)};
 }
-inline bool listNameIsEmpty(const listName& name) { return name.text[0] == '\0'; }
+inline bool listNameIsEmpty(const listName& name) {
+    return name.text[0] == '\0';
+}
 
 #define LIST_NAME_FMT "%.140s"
-inline const char* listNameArg(const listName& name) { return name.text; }
+inline const char* listNameArg(const listName& name) {
+    return name.text;
+}
 
 // Lists that the manager makes itself (source guard); they are never written to the configuration.
 inline bool listNameIsGenerated(const listName& name) {

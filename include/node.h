@@ -74,8 +74,8 @@ struct aclNodeRecord {
     uint32_t rpmType;
     uint8_t ramDataSync;
     uint32_t finalWord;
-    zekCfgDb* cfgDb;        // the running configuration
-    uint32_t stpWords[2];   // of the last STP enable, replayed to cards
+    zekCfgDb* cfgDb;       // the running configuration
+    uint32_t stpWords[2];  // of the last STP enable, replayed to cards
     uint32_t isAclVlanGrp;
     uint32_t camProfile;
 };

@@ -46,4 +46,6 @@ constexpr uint32_t SERVICE_DYNAMIC_BASE = 0x10000;
 
 // An address that nobody has told us yet; 0 counts as unknown too.
 constexpr uint32_t ADDRESS_UNKNOWN = 0xFFFFFFFF;
-constexpr bool addressIsKnown(uint32_t a) { return a != 0 && a != ADDRESS_UNKNOWN; }
+constexpr bool addressIsKnown(uint32_t a) {
+    return a != 0 && a != ADDRESS_UNKNOWN;
+}

@@ -38,10 +38,10 @@ struct be32 {
 
 #define WIRE_AT(record, field, offset) \
     static_assert(offsetof(record, field) == (offset), #record "." #field " has moved")
-#define WIRE_SIZE(record, size)                                                             \
-    static_assert(sizeof(record) == (size) && alignof(record) == 1 &&                       \
-                      std::is_trivially_copyable_v<record>,                                 \
-                  #record " is not the size that its readers expect")
+#define WIRE_SIZE(record, size)                                                                   \
+    static_assert(                                                                                \
+        sizeof(record) == (size) && alignof(record) == 1 && std::is_trivially_copyable_v<record>, \
+        #record " is not the size that its readers expect")
 
 // The record at `offset` of the bytes, or null when it does not lie in them whole.
 // The bytes stay the caller's and must outlive the result.

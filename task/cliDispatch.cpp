@@ -45,7 +45,9 @@ uint32_t ipEntryDelete(cliCall& call) {
 uint32_t dosListCreate(cliCall& call) {
     return ipDosListCreateExt(call.name(), uint32_t{call.as<cliListReq>()->kind}, 0u);
 }
-uint32_t dosListDelete(cliCall& call) { return ipDosListDeleteExt(call.name()); }
+uint32_t dosListDelete(cliCall& call) {
+    return ipDosListDeleteExt(call.name());
+}
 uint32_t dosEntryAdd(cliCall& call) {
     auto* req = call.as<cliIpEntryReq>();
     return ipAddDosEntryExt(call.name(), &req->block, uint32_t{req->log});
@@ -53,9 +55,15 @@ uint32_t dosEntryAdd(cliCall& call) {
 uint32_t dosEntryDelete(cliCall& call) {
     return ipDelDosEntryExt(call.name(), &call.as<cliIpEntryReq>()->block, 1u, 1u);
 }
-uint32_t dosEnable(cliCall& call) { return dosIpEnableIntfExt(call.name(), call.code()); }
-uint32_t clearIpAcl(cliCall& call) { return aclClearIpAclExt(call.name()); }
-uint32_t clearIpAclAll(cliCall&) { return aclClearIpAclAllExt(); }
+uint32_t dosEnable(cliCall& call) {
+    return dosIpEnableIntfExt(call.name(), call.code());
+}
+uint32_t clearIpAcl(cliCall& call) {
+    return aclClearIpAclExt(call.name());
+}
+uint32_t clearIpAclAll(cliCall&) {
+    return aclClearIpAclAllExt();
+}
 uint32_t showIpAcl(cliCall& call) {
     return aclShowIpAclExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
 }

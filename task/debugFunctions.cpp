@@ -69,9 +69,10 @@ std::string showSystem(std::string_view) {
         .string("mask-display", aclNode->inverseMask != 0 ? "inverse" : "normal");
 
     jsonObject system;
-    system.number("uptime-seconds",
-                  static_cast<uint64_t>(
-                      duration_cast<seconds>(std::chrono::steady_clock::now() - startTime).count()))
+    system
+        .number("uptime-seconds",
+                static_cast<uint64_t>(
+                    duration_cast<seconds>(std::chrono::steady_clock::now() - startTime).count()))
         .string("role", zekHaIsPrimaryRpm() ? "primary" : "secondary")
         .number("chassis-mode", aclNode->chassisMode)
         .number("route-processor-type", aclNode->rpmType)
@@ -211,7 +212,9 @@ std::string testIpFilter(std::string_view args) {
 
 // --- the rest ------------------------------------------------------------------------------------
 
-std::string dumpNode(std::string_view) { return aclDumpNode(aclNode); }
+std::string dumpNode(std::string_view) {
+    return aclDumpNode(aclNode);
+}
 
 std::string debugMask(std::string_view args) {
     auto words = splitWords(args);

@@ -27,7 +27,9 @@ int swpError(int code) {
     if (code != 0) aclSysErr(SYSERR_SWP, "%s", zekSwpGetErr(code));
     return NOT_TOLD;
 }
-int handleSwpTimeout(aclNodeRecord*, uint8_t* message) { return swpError(zekSwpTimeout(message)); }
+int handleSwpTimeout(aclNodeRecord*, uint8_t* message) {
+    return swpError(zekSwpTimeout(message));
+}
 int handleSwpAck(aclNodeRecord*, uint8_t* message) {
     aclCounters.swp_ack++;
     void* released = nullptr;
@@ -35,7 +37,9 @@ int handleSwpAck(aclNodeRecord*, uint8_t* message) {
     if (released != nullptr) zekMC_M_memBlockVarFree(released);
     return swpError(code);
 }
-int handleNothing(aclNodeRecord*, uint8_t*) { return NOT_TOLD; }
+int handleNothing(aclNodeRecord*, uint8_t*) {
+    return NOT_TOLD;
+}
 
 int handleRamDataSync(aclNodeRecord*, uint8_t* message) {
     aclHandleRamDataSyncNotif(message);
@@ -162,7 +166,7 @@ struct msgRow {
     const char* name;
     uint32_t minLen;  // bytes, header included
     msgReply reply;
-    msgHandler run;  // null: not built yet
+    msgHandler run;            // null: not built yet
     bool tellsResult = false;  // AclProcMsg returns what the handler returned
 };
 
@@ -234,11 +238,16 @@ const msgRow* findRow(uint32_t mtype) {
 
 int acknowledge(msgReply reply, uint8_t* message) {
     switch (reply) {
-        case msgReply::ifm: return AclIfmIpcReply(message);
-        case msgReply::vrrp: return AclVrrpIpcReply(message);
-        case msgReply::udpHelper: return AclUDPHlpIpcReply(message);
-        case msgReply::macMgr: return AclMacMgrIpcReply(message);
-        default: return 0;
+        case msgReply::ifm:
+            return AclIfmIpcReply(message);
+        case msgReply::vrrp:
+            return AclVrrpIpcReply(message);
+        case msgReply::udpHelper:
+            return AclUDPHlpIpcReply(message);
+        case msgReply::macMgr:
+            return AclMacMgrIpcReply(message);
+        default:
+            return 0;
     }
 }
 
@@ -254,8 +263,11 @@ void refuse(const msgRow& row, uint8_t* message) {
             hdr->status = ACL_E_SYSTEM;
             AclIpcReply(aclNode->regQfd, message);
             break;
-        case msgReply::dai: (void)AclDaiIpcReply(message); break;
-        default: break;
+        case msgReply::dai:
+            (void)AclDaiIpcReply(message);
+            break;
+        default:
+            break;
     }
 }
 

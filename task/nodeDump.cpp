@@ -7,7 +7,8 @@ namespace {
 
 void line(std::string& out, const char* label, uint64_t value) {
     char text[96];
-    std::snprintf(text, sizeof text, "%s = %llu\r\n", label, static_cast<unsigned long long>(value));
+    std::snprintf(text, sizeof text, "%s = %llu\r\n", label,
+                  static_cast<unsigned long long>(value));
     out += text;
 }
 void line(std::string& out, const char* label, const zekRadix* tree) {

@@ -25,7 +25,8 @@ uint32_t aclV6DelAccessEntry(const listName&, const ipEntryBlock*, uint32_t, uin
 // Clients cannot register yet, so a list has nobody to tell.
 int aclTrigger(aclList* list, uint32_t ipv6) {
     if (list == nullptr) return 0;
-    aclDebug(DEBUG_ACL_TRIGGER, "Preparing to send triggers to clients for %s ACL " LIST_NAME_FMT "\n",
+    aclDebug(DEBUG_ACL_TRIGGER,
+             "Preparing to send triggers to clients for %s ACL " LIST_NAME_FMT "\n",
              ipv6 != 0 ? "IPv6" : "IP", listNameArg(list->name));
     return 0;
 }

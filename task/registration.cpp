@@ -99,7 +99,9 @@ int AclRegisterWithEvtHandler([[maybe_unused]] uint32_t attempt, [[maybe_unused]
     return result;
 }
 
-int AclRegisterWithUDPHelper() { return 0; }
+int AclRegisterWithUDPHelper() {
+    return 0;
+}
 
 void aclSendRegistration() {
     static retryState ifm, udpHelper;

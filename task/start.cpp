@@ -111,8 +111,12 @@ uint32_t readCounter;
 void* acl_Swp_Alloc(size_t size) {
     return zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, size);
 }
-void acl_Swp_Free(void* block) { zekMC_M_memBlockVarFree(block); }
-void aclSwpDevPrintf(const char*) { aclSysErr(SYSERR_SWP, "%s", "Timeout from SWP"); }
+void acl_Swp_Free(void* block) {
+    zekMC_M_memBlockVarFree(block);
+}
+void aclSwpDevPrintf(const char*) {
+    aclSysErr(SYSERR_SWP, "%s", "Timeout from SWP");
+}
 
 constexpr uint32_t SWP_RETRIES = 10;
 
@@ -177,7 +181,9 @@ void addToReadSet(aclNodeRecord* node, int fd) {
 
 }  // namespace
 
-void init_acl_mutexes() { aclLockInit(); }
+void init_acl_mutexes() {
+    aclLockInit();
+}
 
 bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* counter, aspathAclNodeRecord* aspathNode) {
     auto* anchor = static_cast<aclShmAnchor*>(zekMC_MM_malloc(sizeof(aclShmAnchor)));

@@ -51,7 +51,8 @@ void aclHandlePeerMsg(uint8_t* message);
 
 // A message as it came: `received` bytes at the front of the buffer. Drops what is shorter than a
 // header, mends a length word that lies, zeroes the buffer behind the message, then dispatches.
-void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buffer, size_t received);
+void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buffer,
+                    size_t received);
 // The message's header length is good (60 to IPC_BUFFER_SIZE) and the bytes behind it are zero.
 int AclProcMsg(aclNodeRecord* node, uint8_t* message);
 void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
@@ -71,21 +72,23 @@ int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
 
 // What the dispatchers count; shown by `show system`.
 struct aclTaskCounters {
-    uint64_t messages;         // dispatched
-    uint64_t tooShort;         // shorter than a header: dropped
-    uint64_t badLength;        // length word mended
-    uint64_t truncated;        // body shorter than its type or code needs
+    uint64_t messages;   // dispatched
+    uint64_t tooShort;   // shorter than a header: dropped
+    uint64_t badLength;  // length word mended
+    uint64_t truncated;  // body shorter than its type or code needs
     uint64_t unknownType;
     uint64_t unknownCode;
-    uint64_t notBuilt;         // types and codes whose subsystem is missing
-    uint64_t outOfOrder;       // SWP messages that were neither next nor seen
+    uint64_t notBuilt;    // types and codes whose subsystem is missing
+    uint64_t outOfOrder;  // SWP messages that were neither next nor seen
     uint64_t swp_ack;
     uint64_t ACLMAC_ADD, ACLMAC_DELENTRY, ACLMAC_DELALLENTRY;
     uint64_t passes;
 };
 extern aclTaskCounters aclCounters;
 
-inline ipcHdr* msgHdr(uint8_t* message) { return reinterpret_cast<ipcHdr*>(message); }
+inline ipcHdr* msgHdr(uint8_t* message) {
+    return reinterpret_cast<ipcHdr*>(message);
+}
 // The word at an offset of a message, or 0 behind its end.
 uint32_t msgWord(const uint8_t* message, uint32_t offset);
 

@@ -1,8 +1,8 @@
 // The external entry layer: one row per wrapper.
 //
 // Every operation that a dispatcher or another task calls on a store goes through the wrapper of
-// the same name with "Ext" behind it: it takes acl_rwlock (write for changes, read for shows), calls
-// the one operation, releases, and returns the operation's result. Stores never lock, and no
+// the same name with "Ext" behind it: it takes acl_rwlock (write for changes, read for shows),
+// calls the one operation, releases, and returns the operation's result. Stores never lock, and no
 // wrapper calls another one: the lock is not recursive.
 //
 // Wrappers that serve two families take the family last: 1 is IPv6, any other value IPv4. Create
@@ -13,8 +13,8 @@
 #include <utility>
 
 #include "ipacl/zekipaccess.h"
-#include "platform/policylib/zekPolicy.h"
 #include "platform/api/zekLock.h"
+#include "platform/policylib/zekPolicy.h"
 
 enum class aclLock { read, write };
 

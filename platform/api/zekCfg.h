@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 #include <string_view>
 
 #include "include/wire.h"
@@ -107,10 +108,30 @@ struct zekCfgStats {
 };
 [[nodiscard]] zekCfgStats zekCfgStatistics(zekCfgDb* db);
 
-// Opens DIR/running.db for writing (making it when it is absent), or for reading only, or, with a
+// Follows the change feed: calls fn with the changes behind sequence number `after` in order until it
+// returns false. The feed keeps at least the newest ZEK_CFG_FEED_KEEP changes. 0 or -1.
+constexpr uint64_t ZEK_CFG_FEED_KEEP = 10000;
+struct zekCfgFeedRow {
+    uint64_t seq;  // from 1, ascending, never reused
+    uint32_t kind;
+    std::string_view name, text;  // valid during the call
+};
+int zekCfgFeed(zekCfgDb* db, uint64_t after, const std::function<bool(const zekCfgFeedRow& row)>& fn);
+
+// Writes the shown configuration to a file, whole or not at all: a temporary file is renamed onto it.
+// 0, or -1 with errno; the old file is untouched then.
+int zekCfgWriteStartup(zekCfgDb* db, const char* file);
+
+// Opens DIR/file for writing (making it when it is absent), or for reading only, or, with a
 // null directory, a database in memory. Null on failure, with the reason in the system-error log.
+// What has not been committed when a database is closed is lost.
 enum class zekCfgAccess { write, read };
-[[nodiscard]] zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access);
+constexpr const char* ZEK_CFG_FILE = "running.db";
+// The database of a route processor's manager in the run folder.
+inline std::string zekCfgFileOf(uint32_t rp) { return "running-rp" + std::to_string(rp) + ".db"; }
+[[nodiscard]] zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access,
+                                   const char* file = ZEK_CFG_FILE);
 void zekCfgClose(zekCfgDb* db);
-// The database of this task, opened by the platform's start; null before.
+// The database of this task, opened by the platform's start (or by the first call of this, when the
+// task is faster); null when it cannot be opened.
 [[nodiscard]] zekCfgDb* zekCfgOfTask();

@@ -9,14 +9,14 @@
 #include "include/ifindex.h"
 
 struct chassisPort {
-    std::string name;      // as the operator writes it: "1/0"
-    uint32_t userPort;     // 0-126; stands in bits 18-24 of the interface index, plus one
-    uint32_t port;         // the card's internal port id
-    uint32_t pipe;         // forwarding pipe
+    std::string name;   // as the operator writes it: "1/0"
+    uint32_t userPort;  // 0-126; stands in bits 18-24 of the interface index, plus one
+    uint32_t port;      // the card's internal port id
+    uint32_t pipe;      // forwarding pipe
 };
 struct chassisCard {
-    uint32_t slot;      // 0-19
-    uint32_t address;   // of its agents
+    uint32_t slot;     // 0-19
+    uint32_t address;  // of its agents
     uint32_t type;
     bool egress, ipv6, ipv6Egress;
     std::vector<chassisPort> ports;

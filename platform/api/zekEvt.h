@@ -11,7 +11,8 @@
 typedef uint32_t zekEvtLog;  // 0: none
 
 // Opens the log of a task. Returns its handle, or 0.
-[[nodiscard]] zekEvtLog zekEvtOpenlog(const char* name, uint32_t facility, uint32_t app, uint32_t instance);
+[[nodiscard]] zekEvtLog zekEvtOpenlog(const char* name, uint32_t facility, uint32_t app,
+                                      uint32_t instance);
 void zekEvtCloselog(zekEvtLog log);
 void zekEvtSetSeverityLevel(zekEvtLog log, uint32_t mask);
 
@@ -25,9 +26,9 @@ void zekEvtLogPrint(zekEvtLog log, uint32_t severity, const char* text);
 void zekDebugPrint(std::string_view text);
 
 struct zekEvtLine {
-    uint64_t number;    // counts from 1
-    uint64_t timeMs;    // since the epoch
-    uint32_t code;      // 0 for ordinary lines
+    uint64_t number;  // counts from 1
+    uint64_t timeMs;  // since the epoch
+    uint32_t code;    // 0 for ordinary lines
     std::string text;
 };
 // Calls fn with the lines still in the ring, oldest first.

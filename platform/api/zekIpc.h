@@ -53,7 +53,7 @@ void zekSendDataSyncResultToRam(uint32_t app, uint32_t instance, uint32_t result
 
 struct zekIpcStats {
     uint64_t received, sent, heldBack;
-    uint64_t tooLong, tooShort;   // received and dropped
+    uint64_t tooLong, tooShort;  // received and dropped
     uint64_t sendFailed;
 };
 [[nodiscard]] zekIpcStats zekIpcStatistics();

@@ -33,11 +33,11 @@ void zekMC_MM_free(void* block);
 void zekMC_M_sysFree(void* block);
 
 struct zekMemClass {
-    uint32_t size;       // bytes a block
-    uint64_t inUse;      // blocks handed out now
+    uint32_t size;   // bytes a block
+    uint64_t inUse;  // blocks handed out now
     uint64_t highWater;
-    uint64_t failed;     // requests refused
-    uint64_t limit;      // blocks at most; UINT64_MAX: none
+    uint64_t failed;  // requests refused
+    uint64_t limit;   // blocks at most; UINT64_MAX: none
 };
 // The variable pool's classes in ascending size; stays the pool's.
 [[nodiscard]] std::span<const zekMemClass> zekMemClasses();
@@ -49,5 +49,6 @@ struct zekMemHeap {
     int lastFailedLine;
 };
 [[nodiscard]] zekMemHeap zekMemHeapStats();
-// Lets the platform allocator and sysMalloc hand out this many blocks at most (UINT64_MAX: no limit).
+// Lets the platform allocator and sysMalloc hand out this many blocks at most (UINT64_MAX: no
+// limit).
 void zekMemSetHeapLimit(uint64_t blocks);

@@ -12,8 +12,8 @@
 struct zekRadixNode {
     zekRadixNode* child[2];
     const uint8_t* key;
-    uint32_t bit;      // private to the tree
-    uint32_t keyLen;   // bytes
+    uint32_t bit;     // private to the tree
+    uint32_t keyLen;  // bytes
 };
 
 struct zekRadix;
@@ -30,19 +30,23 @@ void zekRadixDestroy(zekRadix* tree);
 
 // Links the node under the key. keyBits is rounded down to a multiple of 8, at most 0xFFF8.
 // Returns 0; -1 when the key is there already or no memory is left: nothing has changed then.
-[[nodiscard]] int zekRadixInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t keyBits);
+[[nodiscard]] int zekRadixInsert(zekRadix* tree, zekRadixNode* node, const void* key,
+                                 uint32_t keyBits);
 
 // Unlinks the node, which must be in the tree.
 void zekRadixRemove(zekRadix* tree, zekRadixNode* node);
 
 // The node with exactly this key, or null.
-[[nodiscard]] zekRadixNode* zekRadixGetExact(const zekRadix* tree, const void* key, uint32_t keyBits);
+[[nodiscard]] zekRadixNode* zekRadixGetExact(const zekRadix* tree, const void* key,
+                                             uint32_t keyBits);
 
 // The node with the smallest key larger than this one (which need not be in the tree), or null.
-[[nodiscard]] zekRadixNode* zekRadixGetNext(const zekRadix* tree, const void* key, uint32_t keyBits);
+[[nodiscard]] zekRadixNode* zekRadixGetNext(const zekRadix* tree, const void* key,
+                                            uint32_t keyBits);
 
 // The node with the largest key smaller than this one, or null.
-[[nodiscard]] zekRadixNode* zekRadixGetPrev(const zekRadix* tree, const void* key, uint32_t keyBits);
+[[nodiscard]] zekRadixNode* zekRadixGetPrev(const zekRadix* tree, const void* key,
+                                            uint32_t keyBits);
 
 [[nodiscard]] zekRadixNode* zekRadixGetFirst(const zekRadix* tree);
 [[nodiscard]] zekRadixNode* zekRadixGetLast(const zekRadix* tree);

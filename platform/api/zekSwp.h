@@ -67,7 +67,7 @@ int zekSwpCkSeqAndAck(const void* message, zekSwpSeq* seen, uint32_t ownQueue);
 struct zekSwpStats {
     zekSwpHandle queue;
     uint32_t peerApp, slot, session;
-    uint32_t backlog;          // messages in the queue now
+    uint32_t backlog;  // messages in the queue now
     uint64_t enqueued, acknowledged, repeated, flushed, refused, timeouts;
     bool alive;
 };

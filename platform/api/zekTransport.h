@@ -22,23 +22,25 @@ struct zekSender {
     uint32_t uid, gid;
 };
 
-constexpr size_t ZEK_MESSAGE_MAX = 256u << 20;  // bytes of the largest message handed on by descriptor
+constexpr size_t ZEK_MESSAGE_MAX = 256u
+                                   << 20;  // bytes of the largest message handed on by descriptor
 
 // Binds an endpoint below the run folder, replacing a dead predecessor's socket. Null and *error
 // when the folder cannot be made or a live process holds the endpoint.
 [[nodiscard]] zekEndpoint* zekEndpointOpen(std::string_view runDir, uint32_t card, uint32_t port,
                                            std::string* error);
-void zekEndpointClose(zekEndpoint* endpoint);  // removes the socket
+void zekEndpointClose(zekEndpoint* endpoint);                  // removes the socket
 [[nodiscard]] int zekEndpointFd(const zekEndpoint* endpoint);  // for poll
 
 enum class zekSendResult { sent, full, nobody, failed };
 // Sends to the endpoint that the message's second triple names. `full`: the receiver's queue stayed
 // full for timeoutMs (0: does not wait). length is at least the header's 60.
-zekSendResult zekEndpointSend(zekEndpoint* endpoint, const void* message, size_t length, int timeoutMs);
+zekSendResult zekEndpointSend(zekEndpoint* endpoint, const void* message, size_t length,
+                              int timeoutMs);
 
 // One message of at most `max` bytes into *message (resized). Returns its bytes; 0 when none came
-// in time; -1 on error; -2 when one came that was longer than max or shorter than a header, which is
-// dropped. timeoutMs 0 does not wait, -1 waits for ever.
+// in time; -1 on error; -2 when one came that was longer than max or shorter than a header, which
+// is dropped. timeoutMs 0 does not wait, -1 waits for ever.
 int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max, int timeoutMs,
                     zekSender* sender);
 
@@ -48,8 +50,8 @@ int zekEndpointSwpAck(zekEndpoint* endpoint, const void* message, zekSwpSeq* see
 // The run folder: the option's value, else $ACL_RUNDIR, else /run/aclmgr.
 [[nodiscard]] std::string zekRunDir(std::string_view option);
 
-// The debug shell of a route processor's manager: runs one function there, *out its text. 0; -1 when
-// the manager cannot be reached or does not answer in time; -2 when it has no such function. *out
-// says why.
+// The debug shell of a route processor's manager: runs one function there, *out its text. 0; -1
+// when the manager cannot be reached or does not answer in time; -2 when it has no such function.
+// *out says why.
 int zekDebugCall(std::string_view runDir, uint32_t rp, std::string_view name, std::string_view args,
                  int timeoutMs, std::string* out);

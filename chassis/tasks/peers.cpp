@@ -1,0 +1,96 @@
+#include "chassis/tasks/peers.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "include/service.h"
+
+namespace {
+
+constexpr uint32_t MT_EVH_SUBSCRIBE = 10600;  // word 60 the event, 64 the kind of subscription
+constexpr size_t SUBSCRIPTIONS_MAX = 64;
+constexpr int SEND_TIMEOUT_MS = 1000;
+
+ipcHdr* header(std::vector<uint8_t>& message) {
+    return reinterpret_cast<ipcHdr*>(message.data());  // the transport drops what is shorter
+}
+
+void answer(chassisPeer& peer, std::vector<uint8_t>& message) {
+    ipcExchangeTriples(header(message));
+    (void)zekEndpointSend(peer.endpoint, message.data(), message.size(), SEND_TIMEOUT_MS);
+}
+
+void ignore(chassisPeer&, std::vector<uint8_t>&) {}
+
+// The interface manager answers registrations; nothing else of it is asked for.
+void ifmHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
+    if (header(message)->mtype == MT_IFM_REGISTER)
+        answer(peer, message);
+    else
+        peer.refused++;
+}
+
+// The event handler remembers who wants which event.
+void evhHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
+    const auto* event = wireView<be32>(std::span<const uint8_t>(message), 60);
+    const ipcHdr* hdr = header(message);
+    if (hdr->mtype != MT_EVH_SUBSCRIBE || event == nullptr) {
+        peer.refused++;
+        return;
+    }
+    eventSubscription wanted{*event, hdr->target.card, hdr->target.svce};
+    auto same = [&wanted](const eventSubscription& s) {
+        return s.event == wanted.event && s.card == wanted.card && s.svce == wanted.svce;
+    };
+    if (std::ranges::any_of(peer.subscriptions, same)) return;
+    if (peer.subscriptions.size() < SUBSCRIPTIONS_MAX)
+        peer.subscriptions.push_back(wanted);
+    else
+        peer.refused++;
+}
+
+// Tasks behind a queue: the acknowledgement is all that the sender waits for.
+constexpr peerKind peerKinds[] = {
+    {APP_SNMP, "SNMP", ignore},     {APP_SYSADM, "SYSADM", ignore}, {APP_RTM, "RTM", ignore},
+    {APP_IPM, "IPM", ignore},       {APP_DSMGR, "DSMGR", ignore},   {APP_EVH, "EVH", evhHandle},
+    {APP_MACMGR, "MACMGR", ignore}, {APP_IGMP, "IGMP", ignore},     {APP_PIM, "PIM", ignore},
+    {APP_IFM, "IFM", ifmHandle},
+};
+
+}  // namespace
+
+bool peersOpen(const chassisDescription& chassis, std::string_view runDir,
+               std::vector<chassisPeer>* peers, std::string* error) {
+    for (const chassisTask& task : chassis.tasks) {
+        const auto* kind = std::ranges::find(peerKinds, task.application, &peerKind::app);
+        if (kind == std::ranges::end(peerKinds)) continue;
+        uint32_t port = aclServicePort(task.application, task.instance, QUEUE_REQUEST);
+        zekEndpoint* endpoint = zekEndpointOpen(runDir, task.address, port, error);
+        if (endpoint == nullptr) return false;
+        peers->push_back({kind, task.instance, endpoint, {}, 0, 0, {}});
+    }
+    return true;
+}
+
+void peersClose(std::vector<chassisPeer>* peers) {
+    for (chassisPeer& peer : *peers) zekEndpointClose(peer.endpoint);
+    peers->clear();
+}
+
+void peerServe(chassisPeer& peer) {
+    std::vector<uint8_t> message;
+    zekSender sender{};
+    for (;;) {
+        int got = zekEndpointRecv(peer.endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
+        if (got == 0 || got == -1) return;
+        if (got < 0) {
+            peer.refused++;
+            continue;
+        }
+        peer.received++;
+        if (header(message)->session != 0 &&
+            zekEndpointSwpAck(peer.endpoint, message.data(), &peer.seen) != ZEK_SWP_IN_ORDER)
+            continue;
+        peer.kind->handle(peer, message);
+    }
+}
