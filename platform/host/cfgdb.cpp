@@ -1,0 +1,644 @@
+// The configuration database on SQLite.
+//
+// Changes join one transaction that opens at the first of them; zekCfgCommit ends it. SQLite gives
+// a transaction up as a whole when its commit fails (a full disk), so the batch is also kept as a
+// journal in memory and applied again before the next use: a failed commit loses nothing.
+#include "platform/host/cfgdb.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr int SCHEMA_VERSION = 1;
+constexpr int BUSY_TIMEOUT_MS = 5000;
+constexpr int PAGE_LINES = 256;       // lines of a walk that are in memory at a time
+constexpr uint64_t FEED_SLACK = 256;  // rows that the feed may have too many before it is trimmed
+constexpr const char* META_MASK = "mask";
+
+// A transaction is small and ends in fsync-free appends to the WAL; a checkpoint every 16 MB keeps
+// its cost per commit low and the WAL short.
+constexpr const char* writePragmas =
+    "PRAGMA page_size=4096; PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL;"
+    "PRAGMA wal_autocheckpoint=4000; PRAGMA journal_size_limit=67108864;"
+    "PRAGMA cache_size=-8000; PRAGMA temp_store=MEMORY;";
+constexpr const char* readPragmas = "PRAGMA cache_size=-2000; PRAGMA query_only=ON;";
+constexpr const char* schema =
+    "CREATE TABLE IF NOT EXISTS lines(section INTEGER NOT NULL, key BLOB NOT NULL,"
+    " class INTEGER NOT NULL, text TEXT NOT NULL, inverse TEXT,"
+    " PRIMARY KEY(section, key, class)) WITHOUT ROWID;"
+    "CREATE TABLE IF NOT EXISTS feed(seq INTEGER PRIMARY KEY, kind INTEGER NOT NULL,"
+    " name TEXT NOT NULL, text TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS meta(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;";
+
+constexpr const char* statementText[CFG_STMT_COUNT] = {
+    "BEGIN",
+    "COMMIT",
+    "INSERT OR IGNORE INTO lines VALUES(?1, ?2, ?3, ?4, ?5)",
+    "UPDATE lines SET text=?4, inverse=?5 WHERE section=?1 AND key=?2 AND class=?3",
+    "DELETE FROM lines WHERE section=?1 AND key=?2 AND class=?3",
+    "DELETE FROM lines WHERE section=?1 AND key BETWEEN ?2 AND ?3",
+    "INSERT INTO feed VALUES(?1, ?2, ?3, ?4)",
+    "DELETE FROM feed WHERE seq<=?1",
+    "INSERT OR REPLACE INTO meta VALUES(?1, ?2)",
+    "SELECT value FROM meta WHERE name=?1",
+    "SELECT section, key, class, text, inverse FROM lines WHERE (section, key, class) > (?1, ?2, "
+    "?3)"
+    " ORDER BY section, key, class LIMIT ?4",
+    "SELECT section, key, class, text, inverse FROM previous WHERE (section, key, class) > (?1, "
+    "?2, "
+    "?3) ORDER BY section, key, class LIMIT ?4",
+    "SELECT seq, kind, name, text FROM feed WHERE seq > ?1 ORDER BY seq LIMIT ?2",
+};
+
+void reportToStderr(const char* text) {
+    std::fprintf(stderr, "%s\n", text);
+}
+std::atomic<cfgDbReportFn> reportFn{reportToStderr};
+std::atomic<zekCfgDb*> ofTask;
+std::atomic<zekCfgDb* (*)()> opener;
+
+// One change, as the journal keeps it. `first` and `second` are by kind:
+//   insert   stored key; text, and `third` the inverse text when hasThird
+//   remove   stored key
+//   block    lowest and highest stored key
+//   feed     name, text
+//   mask     -
+enum changeKind : uint8_t { CHANGE_INSERT, CHANGE_REMOVE, CHANGE_BLOCK, CHANGE_FEED, CHANGE_MASK };
+struct change {
+    changeKind kind;
+    bool hasThird;
+    uint32_t section;  // feed: the record's kind; mask: the mode
+    uint32_t lineClass;
+    std::string_view first, second, third;
+};
+struct journalHead {
+    changeKind kind;
+    bool hasThird;
+    uint16_t lengths[3];
+    uint32_t section, lineClass;
+};
+
+void journalAppend(std::string* journal, const change& c) {
+    auto length = [](std::string_view s) { return static_cast<uint16_t>(s.size()); };
+    journalHead head{c.kind,
+                     c.hasThird,
+                     {length(c.first), length(c.second), length(c.third)},
+                     c.section,
+                     c.lineClass};
+    journal->append(reinterpret_cast<const char*>(&head), sizeof head);
+    for (std::string_view s : {c.first, c.second, c.third}) journal->append(s);
+}
+
+// Takes the change at *at off the journal.
+change journalTake(std::string_view journal, size_t* at) {
+    journalHead head;
+    std::memcpy(&head, journal.data() + *at, sizeof head);
+    *at += sizeof head;
+    std::string_view parts[3];
+    for (int i = 0; i < 3; i++) {
+        parts[i] = journal.substr(*at, head.lengths[i]);
+        *at += head.lengths[i];
+    }
+    return {head.kind, head.hasThird, head.section, head.lineClass, parts[0], parts[1], parts[2]};
+}
+
+void bindBlob(sqlite3_stmt* s, int at, std::string_view bytes) {
+    sqlite3_bind_blob(s, at, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
+}
+void bindText(sqlite3_stmt* s, int at, std::string_view text) {
+    sqlite3_bind_text(s, at, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+}
+std::string_view columnText(sqlite3_stmt* s, int at) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s, at));
+    return text ? std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(s, at)))
+                : std::string_view();
+}
+
+// Runs a bound statement that returns no rows: the rows it changed, or -1 after a report.
+int run(zekCfgDb* db, sqlite3_stmt* s, const char* what) {
+    int rc = sqlite3_step(s);
+    int changed = rc == SQLITE_DONE ? sqlite3_changes(db->sql) : -1;
+    if (changed < 0) cfgDbFailed(db, what);
+    sqlite3_reset(s);
+    return changed;
+}
+
+int applyInsert(zekCfgDb* db, const change& c) {
+    // Two statements rather than one upsert: the line count needs to know which it was.
+    for (cfgStatement which : {CFG_STMT_INSERT, CFG_STMT_REPLACE}) {
+        sqlite3_stmt* s = cfgDbStatement(db, which);
+        if (s == nullptr) return -1;
+        sqlite3_bind_int64(s, 1, c.section);
+        bindBlob(s, 2, c.first);
+        sqlite3_bind_int64(s, 3, c.lineClass);
+        bindText(s, 4, c.second);
+        if (c.hasThird)
+            bindText(s, 5, c.third);
+        else
+            sqlite3_bind_null(s, 5);
+        int changed = run(db, s, "a line was not stored");
+        if (changed == 0) continue;  // the place is taken: replace
+        if (changed > 0 && which == CFG_STMT_INSERT) db->now.lines++;
+        return changed;
+    }
+    return -1;
+}
+
+int applyRemove(zekCfgDb* db, const change& c) {
+    bool block = c.kind == CHANGE_BLOCK;
+    sqlite3_stmt* s = cfgDbStatement(db, block ? CFG_STMT_DELETE_BLOCK : CFG_STMT_DELETE);
+    if (s == nullptr) return -1;
+    sqlite3_bind_int64(s, 1, c.section);
+    bindBlob(s, 2, c.first);
+    if (block)
+        bindBlob(s, 3, c.second);
+    else
+        sqlite3_bind_int64(s, 3, c.lineClass);
+    int removed = run(db, s, "a line was not removed");
+    if (removed > 0) db->now.lines -= static_cast<uint64_t>(removed);
+    return removed;
+}
+
+int applyFeed(zekCfgDb* db, const change& c) {
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_FEED);
+    if (s == nullptr) return -1;
+    sqlite3_bind_int64(s, 1, static_cast<int64_t>(db->now.feedLast + 1));
+    sqlite3_bind_int64(s, 2, c.section);
+    bindText(s, 3, c.first);
+    bindText(s, 4, c.second);
+    int added = run(db, s, "a change was not added to the feed");
+    if (added < 0) return -1;
+    db->now.feedLast++;
+    if (db->now.feedLast - db->now.feedFirst < ZEK_CFG_FEED_KEEP + FEED_SLACK) return added;
+    s = cfgDbStatement(db, CFG_STMT_FEED_TRIM);
+    if (s == nullptr) return -1;
+    sqlite3_bind_int64(s, 1, static_cast<int64_t>(db->now.feedLast - ZEK_CFG_FEED_KEEP));
+    if (run(db, s, "the change feed was not trimmed") < 0) return -1;
+    db->now.feedFirst = db->now.feedLast - ZEK_CFG_FEED_KEEP + 1;
+    return added;
+}
+
+// Applies one change in the open transaction: the rows it touched, or -1.
+int apply(zekCfgDb* db, const change& c) {
+    switch (c.kind) {
+        case CHANGE_INSERT:
+            return applyInsert(db, c);
+        case CHANGE_REMOVE:
+        case CHANGE_BLOCK:
+            return applyRemove(db, c);
+        case CHANGE_FEED:
+            return applyFeed(db, c);
+        case CHANGE_MASK:
+            if (cfgDbSetMeta(db, META_MASK, c.section) != 0) return -1;
+            db->now.maskMode = c.section;
+            return 1;
+    }
+    return -1;
+}
+
+// Notices that SQLite has rolled the transaction back by itself.
+void noticeRollback(zekCfgDb* db) {
+    if (!db->inBatch || sqlite3_get_autocommit(db->sql) == 0) return;
+    db->inBatch = false;
+    db->now = db->atBegin;
+}
+
+// Applies a change and keeps it in the journal: 0; -1 when it failed or touched nothing.
+int makeChange(zekCfgDb* db, const change& c) {
+    if (db == nullptr || db->readOnly) return -1;
+    std::lock_guard lock(db->mutex);
+    if (cfgDbBatch(db) != 0) return -1;
+    int touched = apply(db, c);
+    noticeRollback(db);
+    if (touched <= 0) return -1;
+    journalAppend(&db->journal, c);
+    db->changes++;
+    return 0;
+}
+
+std::string_view bytesView(const uint8_t* bytes, size_t length) {
+    return {reinterpret_cast<const char*>(bytes), length};
+}
+
+std::string_view fieldText(const char* field, size_t size) {
+    return {field, strnlen(field, size)};
+}
+
+int insert(zekCfgDb* db, const zekCfgRecord& record, std::string_view inverse) {
+    uint8_t stored[CFG_STORED_KEY_MAX];
+    size_t length = cfgKeyStore(record.key, stored);
+    std::string_view text = fieldText(record.text, CFG_TEXT_LEN);
+    return makeChange(db, {CHANGE_INSERT, inverse != text, record.section, record.lineClass,
+                           bytesView(stored, length), text, inverse});
+}
+
+// One SELECT of a single integer, locked; 0 when there is no row.
+int64_t selectNumber(zekCfgDb* db, const char* sql, int* rc) {
+    sqlite3_stmt* s = nullptr;
+    int64_t value = 0;
+    if (sqlite3_prepare_v2(db->sql, sql, -1, &s, nullptr) != SQLITE_OK) {
+        *rc = -1;
+    } else {
+        int step = sqlite3_step(s);
+        if (step == SQLITE_ROW) value = sqlite3_column_int64(s, 0);
+        *rc = step == SQLITE_ROW || step == SQLITE_DONE ? 0 : -1;
+    }
+    sqlite3_finalize(s);
+    return value;
+}
+
+int openTables(zekCfgDb* db, bool inMemory) {
+    sqlite3_busy_timeout(db->sql, BUSY_TIMEOUT_MS);
+    if (cfgDbExec(db, db->readOnly ? readPragmas : writePragmas) != 0) return -1;
+    int rc = 0;
+    int64_t version = selectNumber(db, "PRAGMA user_version", &rc);
+    if (rc != 0) {
+        cfgDbFailed(db, "it cannot be read");
+        return -1;
+    }
+    if (version > SCHEMA_VERSION) {
+        cfgDbReport("configuration database: it was written by a newer version of this program");
+        return -1;
+    }
+    if (!db->readOnly && version < SCHEMA_VERSION) {
+        std::string sql = std::string("BEGIN;") + schema +
+                          "PRAGMA user_version=" + std::to_string(SCHEMA_VERSION) + ";COMMIT;";
+        if (cfgDbExec(db, sql.c_str()) != 0) return -1;
+    }
+    if (!db->readOnly && !inMemory) {
+        // WAL needs shared memory beside the file; without it a crash could tear a transaction.
+        sqlite3_stmt* s = nullptr;
+        bool wal =
+            sqlite3_prepare_v2(db->sql, "PRAGMA journal_mode", -1, &s, nullptr) == SQLITE_OK &&
+            sqlite3_step(s) == SQLITE_ROW && columnText(s, 0) == "wal";
+        sqlite3_finalize(s);
+        if (!wal) {
+            cfgDbReport("configuration database: the file system does not allow a write-ahead log");
+            return -1;
+        }
+    }
+    return cfgDbCount(db);
+}
+
+}  // namespace
+
+void cfgDbSetReport(cfgDbReportFn report) {
+    reportFn = report ? report : reportToStderr;
+}
+void cfgDbReport(const std::string& text) {
+    reportFn.load()(text.c_str());
+}
+void cfgDbFailed(zekCfgDb* db, const char* what) {
+    cfgDbReport(std::string("configuration database: ") + what + ": " + sqlite3_errmsg(db->sql));
+}
+
+void cfgDbSetOfTask(zekCfgDb* db) {
+    ofTask = db;
+}
+void cfgDbSetOpener(zekCfgDb* (*open)()) {
+    opener = open;
+}
+zekCfgDb* zekCfgOfTask() {
+    zekCfgDb* db = ofTask;
+    if (db == nullptr && opener.load() != nullptr) db = opener.load()();
+    return db;
+}
+
+size_t cfgKeyStore(const uint8_t* area, uint8_t* stored) {
+    size_t length = 0;
+    for (size_t i = 0; i < CFG_KEY_LEN;) {
+        if (area[i] != 0) {
+            stored[length++] = area[i++];
+            continue;
+        }
+        size_t run = 1;
+        while (run < 255 && i + run < CFG_KEY_LEN && area[i + run] == 0) run++;
+        stored[length++] = 0;
+        stored[length++] = static_cast<uint8_t>(256 - run);
+        i += run;
+    }
+    return length;
+}
+
+size_t cfgBlockBytes(uint32_t section) {
+    switch (section) {
+        case CFG_SECTION_INTERFACE:
+            return 4;  // interface index
+        case CFG_SECTION_RMAP:
+            return 144;  // name, instance
+        default:
+            return 141;  // family, name
+    }
+}
+
+int cfgDbExec(zekCfgDb* db, const char* sql) {
+    if (sqlite3_exec(db->sql, sql, nullptr, nullptr, nullptr) == SQLITE_OK) return 0;
+    cfgDbFailed(db, "a statement failed");
+    return -1;
+}
+
+sqlite3_stmt* cfgDbStatement(zekCfgDb* db, cfgStatement which) {
+    sqlite3_stmt*& s = db->statements[which];
+    if (s == nullptr && sqlite3_prepare_v3(db->sql, statementText[which], -1,
+                                           SQLITE_PREPARE_PERSISTENT, &s, nullptr) != SQLITE_OK)
+        cfgDbFailed(db, "a statement cannot be prepared");
+    return s;
+}
+
+int cfgDbBatch(zekCfgDb* db) {
+    noticeRollback(db);
+    if (db->inBatch) return 0;
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_BEGIN);
+    if (s == nullptr || run(db, s, "no transaction can be opened") < 0) return -1;
+    db->inBatch = true;
+    db->dirty = true;
+    db->atBegin = db->now;
+    for (size_t at = 0; at < db->journal.size();) {
+        if (apply(db, journalTake(db->journal, &at)) >= 0) continue;
+        sqlite3_exec(db->sql, "ROLLBACK", nullptr, nullptr, nullptr);
+        noticeRollback(db);
+        return -1;
+    }
+    return 0;
+}
+
+uint32_t cfgDbMeta(zekCfgDb* db, const char* name) {
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_META_GET);
+    if (s == nullptr) return 0;
+    bindText(s, 1, name);
+    uint32_t value =
+        sqlite3_step(s) == SQLITE_ROW ? static_cast<uint32_t>(sqlite3_column_int64(s, 0)) : 0;
+    sqlite3_reset(s);
+    return value;
+}
+
+int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value) {
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_META_SET);
+    if (s == nullptr) return -1;
+    bindText(s, 1, name);
+    sqlite3_bind_int64(s, 2, value);
+    return run(db, s, "a setting was not stored") < 0 ? -1 : 0;
+}
+
+int cfgDbCount(zekCfgDb* db) {
+    int rc[3] = {0, 0, 0};
+    db->now.lines = static_cast<uint64_t>(selectNumber(db, "SELECT count(*) FROM lines", &rc[0]));
+    db->now.feedFirst =
+        static_cast<uint64_t>(selectNumber(db, "SELECT coalesce(min(seq), 1) FROM feed", &rc[1]));
+    db->now.feedLast =
+        static_cast<uint64_t>(selectNumber(db, "SELECT coalesce(max(seq), 0) FROM feed", &rc[2]));
+    db->now.maskMode = cfgDbMeta(db, META_MASK);
+    if (rc[0] == 0 && rc[1] == 0 && rc[2] == 0) return 0;
+    cfgDbFailed(db, "it cannot be read");
+    return -1;
+}
+
+int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record) {
+    return insert(db, record, fieldText(record.inverseText, CFG_TEXT_LEN));
+}
+
+int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record) {
+    return insert(db, record, fieldText(record.text, CFG_TEXT_LEN));
+}
+
+int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record) {
+    size_t front = cfgBlockBytes(record.section);
+    uint8_t area[CFG_KEY_LEN], low[CFG_STORED_KEY_MAX], high[CFG_STORED_KEY_MAX];
+    std::memcpy(area, record.key, front);
+    std::memset(area + front, 0, CFG_KEY_LEN - front);
+    size_t lowLength = cfgKeyStore(area, low);
+    std::memset(area + front, 0xFF, CFG_KEY_LEN - front);
+    size_t highLength = cfgKeyStore(area, high);
+    return makeChange(db, {CHANGE_BLOCK,
+                           false,
+                           record.section,
+                           0,
+                           bytesView(low, lowLength),
+                           bytesView(high, highLength),
+                           {}});
+}
+
+int zekCfgRemoveExact(zekCfgDb* db, const zekCfgRecord& record) {
+    uint8_t stored[CFG_STORED_KEY_MAX];
+    size_t length = cfgKeyStore(record.key, stored);
+    return makeChange(db, {CHANGE_REMOVE,
+                           false,
+                           record.section,
+                           record.lineClass,
+                           bytesView(stored, length),
+                           {},
+                           {}});
+}
+
+int zekCfgSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
+    return makeChange(db, {CHANGE_FEED,
+                           false,
+                           record.kind,
+                           0,
+                           fieldText(record.name, sizeof record.name),
+                           fieldText(record.text, sizeof record.text),
+                           {}});
+}
+
+void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse) {
+    (void)makeChange(db, {CHANGE_MASK, false, inverse, 0, {}, {}, {}});
+}
+
+uint32_t zekCfgMaskMode(const zekCfgDb* db) {
+    std::lock_guard lock(db->mutex);
+    return db->readOnly ? cfgDbMeta(const_cast<zekCfgDb*>(db), META_MASK) : db->now.maskMode;
+}
+
+int zekCfgCommit(zekCfgDb* db) {
+    std::lock_guard lock(db->mutex);
+    if (!db->dirty) return 0;
+    sqlite3_stmt* s = cfgDbBatch(db) == 0 ? cfgDbStatement(db, CFG_STMT_COMMIT) : nullptr;
+    if (s == nullptr || run(db, s, "the changes were not committed") < 0) {
+        db->failedCommits++;
+        noticeRollback(db);
+        return -1;
+    }
+    db->inBatch = false;
+    db->dirty = false;
+    db->journal.clear();
+    db->commits++;
+    return 0;
+}
+
+bool zekCfgIsDirty(const zekCfgDb* db) {
+    std::lock_guard lock(db->mutex);
+    return db->dirty;
+}
+
+int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
+                   const std::function<bool(std::string_view line)>& fn) {
+    int64_t section = -1, lineClass = 0;
+    std::string key, texts;
+    std::vector<size_t> ends;
+    for (int rows = PAGE_LINES; rows == PAGE_LINES;) {
+        rows = 0;
+        texts.clear();
+        ends.clear();
+        {
+            std::lock_guard lock(db->mutex);
+            if (db->dirty && cfgDbBatch(db) != 0) return -1;
+            sqlite3_stmt* s = cfgDbStatement(db, page);
+            if (s == nullptr) return -1;
+            sqlite3_bind_int64(s, 1, section);
+            bindBlob(s, 2, key);
+            sqlite3_bind_int64(s, 3, lineClass);
+            sqlite3_bind_int(s, 4, PAGE_LINES);
+            std::string lastKey;
+            int rc;
+            while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+                bool useInverse = inverse != 0 && sqlite3_column_type(s, 4) != SQLITE_NULL;
+                texts += columnText(s, useInverse ? 4 : 3);
+                ends.push_back(texts.size());
+                if (++rows < PAGE_LINES) continue;
+                section = sqlite3_column_int64(s, 0);
+                const auto* bytes = static_cast<const char*>(sqlite3_column_blob(s, 1));
+                lastKey.assign(bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(s, 1)));
+                lineClass = sqlite3_column_int64(s, 2);
+            }
+            if (rc != SQLITE_DONE) cfgDbFailed(db, "the lines cannot be read");
+            sqlite3_reset(s);
+            sqlite3_clear_bindings(s);
+            if (rc != SQLITE_DONE) return -1;
+            key = lastKey;
+        }
+        size_t from = 0;
+        for (size_t end : ends) {
+            std::string_view line(texts.data() + from, end - from);
+            from = end;
+            if (!line.empty() && !fn(line)) return 0;
+        }
+    }
+    return 0;
+}
+
+int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn) {
+    if (!db->readOnly) return cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
+    // One read transaction around all pages: the lines of one instant.
+    {
+        std::lock_guard lock(db->mutex);
+        if (cfgDbExec(db, "BEGIN") != 0) return -1;
+    }
+    int rc = cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
+    std::lock_guard lock(db->mutex);
+    return cfgDbExec(db, "COMMIT") == 0 ? rc : -1;
+}
+
+int zekCfgFeed(zekCfgDb* db, uint64_t after,
+               const std::function<bool(const zekCfgFeedRow& row)>& fn) {
+    struct row {
+        uint64_t seq;
+        uint32_t kind;
+        std::string name, text;
+    };
+    std::vector<row> rows(PAGE_LINES);
+    while (rows.size() == PAGE_LINES) {
+        rows.clear();
+        {
+            std::lock_guard lock(db->mutex);
+            if (db->dirty && cfgDbBatch(db) != 0) return -1;
+            sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_FEED_PAGE);
+            if (s == nullptr) return -1;
+            sqlite3_bind_int64(s, 1, static_cast<int64_t>(after));
+            sqlite3_bind_int(s, 2, PAGE_LINES);
+            int rc;
+            while ((rc = sqlite3_step(s)) == SQLITE_ROW)
+                rows.push_back({static_cast<uint64_t>(sqlite3_column_int64(s, 0)),
+                                static_cast<uint32_t>(sqlite3_column_int64(s, 1)),
+                                std::string(columnText(s, 2)), std::string(columnText(s, 3))});
+            if (rc != SQLITE_DONE) cfgDbFailed(db, "the change feed cannot be read");
+            sqlite3_reset(s);
+            if (rc != SQLITE_DONE) return -1;
+        }
+        for (const row& r : rows) {
+            if (!fn({r.seq, r.kind, r.name, r.text})) return 0;
+            after = r.seq;
+        }
+    }
+    return 0;
+}
+
+zekCfgStats zekCfgStatistics(zekCfgDb* db) {
+    std::lock_guard lock(db->mutex);
+    if (db->readOnly)
+        (void)cfgDbCount(db);
+    else
+        noticeRollback(db);
+    return {db->now.lines, db->now.feedLast + 1 - db->now.feedFirst, db->commits, db->failedCommits,
+            db->changes};
+}
+
+int zekCfgWriteStartup(zekCfgDb* db, const char* file) {
+    std::string temporary = std::string(file) + ".tmp";
+    int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640);
+    if (fd < 0) return -1;
+    FILE* out = fdopen(fd, "w");
+    bool good = out != nullptr;
+    if (good) {
+        good = zekCfgWalk(db,
+                          [&](std::string_view line) {
+                              good = std::fwrite(line.data(), 1, line.size(), out) == line.size() &&
+                                     std::fputc('\n', out) != EOF;
+                              return good;
+                          }) == 0 &&
+               good;
+        good = std::fflush(out) == 0 && good && fsync(fd) == 0;
+        int error = errno;
+        std::fclose(out);
+        errno = error;
+    } else {
+        close(fd);
+    }
+    if (!good || rename(temporary.c_str(), file) != 0) {
+        int error = errno;
+        unlink(temporary.c_str());
+        errno = error;
+        return -1;
+    }
+    // The rename is durable once the folder is.
+    std::string folder(file);
+    size_t slash = folder.rfind('/');
+    folder = slash == folder.npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
+    if (int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
+        fsync(dir);
+        close(dir);
+    }
+    return 0;
+}
+
+zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access, const char* file) {
+    std::string path = directory ? std::string(directory) + "/" + file : ":memory:";
+    auto* db = new zekCfgDb{};
+    db->readOnly = access == zekCfgAccess::read;
+    int flags = SQLITE_OPEN_NOMUTEX |
+                (db->readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    int rc = sqlite3_open_v2(path.c_str(), &db->sql, flags, nullptr);
+    if (rc != SQLITE_OK || openTables(db, directory == nullptr) != 0) {
+        cfgDbReport("configuration database: " + path +
+                    " cannot be opened: " + (db->sql ? sqlite3_errmsg(db->sql) : "no memory"));
+        zekCfgClose(db);
+        return nullptr;
+    }
+    return db;
+}
+
+void zekCfgClose(zekCfgDb* db) {
+    if (db == nullptr) return;
+    if (ofTask == db) ofTask = nullptr;
+    for (sqlite3_stmt* s : db->statements) sqlite3_finalize(s);
+    sqlite3_close(db->sql);
+    delete db;
+}

@@ -1,0 +1,109 @@
+// Inside of the configuration database, shared with the configuration manager and the tests.
+//
+// Tables:  lines(section, key, class, text, inverse)    the running configuration
+//          previous                                     the same, while it is being restored
+//          feed(seq, kind, name, text)                  the newest changes
+//          meta(name, value)                            mask mode, state of the restore
+//
+// Every function that takes a zekCfgDb locks its mutex but for those that say "locked": the task
+// and the configuration manager's thread use one connection.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "platform/api/zekCfg.h"
+
+// ---- Stored keys. The 256-byte key area with every run of n zero bytes (1 to 255) written as the
+// two bytes 0, 256 - n. A longer run of zeros gives a smaller second byte, and whatever follows a
+// run is not zero, so memcmp order of stored keys is the order of the areas.
+constexpr size_t CFG_STORED_KEY_MAX = CFG_KEY_LEN + CFG_KEY_LEN / 2;
+// Writes the stored key, returns its bytes.
+size_t cfgKeyStore(const uint8_t* area, uint8_t* stored);
+// Bytes at the front of the key area that all lines of a block have in common.
+size_t cfgBlockBytes(uint32_t section);
+
+enum cfgStatement {
+    CFG_STMT_BEGIN,
+    CFG_STMT_COMMIT,
+    CFG_STMT_INSERT,
+    CFG_STMT_REPLACE,
+    CFG_STMT_DELETE,
+    CFG_STMT_DELETE_BLOCK,
+    CFG_STMT_FEED,
+    CFG_STMT_FEED_TRIM,
+    CFG_STMT_META_SET,
+    CFG_STMT_META_GET,
+    CFG_STMT_PAGE,
+    CFG_STMT_PAGE_PREVIOUS,
+    CFG_STMT_FEED_PAGE,
+    CFG_STMT_COUNT,
+};
+
+// What changes with the open transaction and falls back with it.
+struct cfgCounters {
+    uint64_t lines;
+    uint64_t feedFirst, feedLast;  // sequence numbers; feedLast < feedFirst: the feed is empty
+    uint32_t maskMode;
+};
+
+struct zekCfgDb {
+    mutable std::mutex mutex;
+    sqlite3* sql;
+    sqlite3_stmt* statements[CFG_STMT_COUNT];  // prepared at their first use
+    bool readOnly;
+    bool inBatch;         // a transaction is open
+    bool dirty;           // there is something to commit
+    std::string journal;  // the batch's changes, to be applied again should the transaction be lost
+    cfgCounters now, atBegin;
+    uint64_t commits, failedCommits, changes;
+};
+
+// Runs SQL text, locked. 0, or -1 after a report.
+int cfgDbExec(zekCfgDb* db, const char* sql);
+// Opens the batch if there is none, locked. 0 or -1.
+int cfgDbBatch(zekCfgDb* db);
+// A prepared statement, reset, or null after a report; locked.
+sqlite3_stmt* cfgDbStatement(zekCfgDb* db, cfgStatement which);
+// A value of the meta table, 0 when it is absent; locked.
+uint32_t cfgDbMeta(zekCfgDb* db, const char* name);
+int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value);
+// Reads the counters from the tables, locked.
+int cfgDbCount(zekCfgDb* db);
+// Says what failed and SQLite's words for it.
+void cfgDbFailed(zekCfgDb* db, const char* what);
+
+// The lines of `lines` or `previous` in the given mask mode, a page at a time.
+int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
+                   const std::function<bool(std::string_view line)>& fn);
+
+// Where failures are told. The host sets the system-error log; without one they go to standard
+// error.
+typedef void (*cfgDbReportFn)(const char* text);
+void cfgDbSetReport(cfgDbReportFn report);
+void cfgDbReport(const std::string& text);
+
+// The database that zekCfgOfTask returns; it stays the caller's.
+void cfgDbSetOfTask(zekCfgDb* db);
+// How zekCfgOfTask opens it at its first call, when it has not been set.
+void cfgDbSetOpener(zekCfgDb* (*open)());
+
+// ---- Restore (cfgdbrestore.cpp). Crash-safe at every point: a restore that was begun is either
+// ended, or given up, or begins again at the next start with the same source.
+//
+// Makes an empty running configuration and keeps the lines that were there as the previous
+// configuration. A restore that had begun and did not end keeps its previous configuration and
+// drops what it had written; one that was given up adds what has been written since. cold: there is
+// no previous configuration. 0 and *hasPrevious, or -1.
+int cfgDbRestoreBegin(zekCfgDb* db, bool cold, bool* hasPrevious);
+// The shown lines of the previous configuration.
+int cfgDbWalkPrevious(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn);
+// Drops the previous configuration: the running one is complete. 0 or -1 (then nothing changed).
+int cfgDbRestoreEnd(zekCfgDb* db);
+// Keeps the previous configuration beside the lines that could be restored.
+int cfgDbRestoreGiveUp(zekCfgDb* db);
