@@ -1,0 +1,134 @@
+// Messages between the manager and the ACL agents of the line cards.
+//
+// A download is one SWP message: header, list header, entries. A list that does not fit one message
+// is split; every chunk repeats the list header, and all but the last say that more follows.
+#pragma once
+
+#include "include/entry.h"
+#include "include/ipc.h"
+#include "include/list.h"
+#include "include/listName.h"
+
+// The 132-byte header of a download: the IPC header, padded, and two words of its own.
+struct agentHdr {
+    ipcHdr ipc;  //   0  word 32 (sequence) holds the sender's task id
+    uint8_t reserved60[64];
+    be32 more;     // 124  1 on every chunk but the last
+    be32 bodyLen;  // 128  bytes that follow
+};
+WIRE_SIZE(agentHdr, 132);
+WIRE_AT(agentHdr, more, 124);
+WIRE_AT(agentHdr, bodyLen, 128);
+
+// In front of the entries of an IPv4 (or IPv6) list.
+struct agentListHdr {
+    uint8_t reserved0[169];
+    listName name;  // 169
+    uint8_t reserved309[3];
+    be32 count;  // 312  entries of the whole list; of the last chunk: its own
+    be32 kind;   // 316  the list's kind word
+    uint8_t reserved320[32];
+    be32 ifindex;  // 352  what the list is bound to; 0 for a VLAN group
+    uint8_t reserved356[8];
+    be32 option;  // 364  implicit-permit word
+    uint8_t reserved368[4];
+    bindingBlock block;  // 372
+    uint8_t reserved892[4];
+    be32 runCfgCount;  // 896  the entry count that the caller gave
+    uint8_t reserved900[4];
+    be32 onBehalfOfVlan;  // 904  1: ifindex is a VLAN interface
+    uint8_t groupId;      // 908  VLAN group 1-8, or 0
+    uint8_t portPipe;     // 909
+    listName groupName;   // 910  VLAN groups only
+    uint8_t reserved1050[6];
+};
+WIRE_SIZE(agentListHdr, 1056);
+WIRE_AT(agentListHdr, name, 169);
+WIRE_AT(agentListHdr, count, 312);
+WIRE_AT(agentListHdr, kind, 316);
+WIRE_AT(agentListHdr, ifindex, 352);
+WIRE_AT(agentListHdr, option, 364);
+WIRE_AT(agentListHdr, block, 372);
+WIRE_AT(agentListHdr, runCfgCount, 896);
+WIRE_AT(agentListHdr, onBehalfOfVlan, 904);
+WIRE_AT(agentListHdr, groupId, 908);
+WIRE_AT(agentListHdr, groupName, 910);
+
+// What an entry matches: 144 bytes that stand twice in the agent entry; the agent reads both.
+struct agentMatch {
+    be32 src;           //   0
+    be32 srcMask;       //   4
+    be32 dst;           //   8
+    uint8_t words[28];  //  12  entry block bytes 36-63: destination mask to the reserved word
+    be32 protocol;      //  40
+    be32 protoMarker;   //  44
+    be32 tcpFlags;      //  48  protocol 6 only
+    be32 order;         //  52
+    be32 kind;          //  56
+    be32 srcOperator;   //  60  protocols 6 and 17 only
+    be32 dstOperator;   //  64
+    be16 ports[4];      //  68  source low, high, destination low, high
+    uint8_t icmp[4];    //  76  protocol 1 only: type, type given, code, code given
+    uint8_t l2[56];     //  80  entry block bytes 72-127: ARP and ether-type fields
+    be32 fragments;     // 136
+    uint8_t dscp[4];    // 140
+};
+WIRE_SIZE(agentMatch, 144);
+WIRE_AT(agentMatch, words, 12);
+WIRE_AT(agentMatch, protocol, 40);
+WIRE_AT(agentMatch, icmp, 76);
+WIRE_AT(agentMatch, l2, 80);
+WIRE_AT(agentMatch, fragments, 136);
+
+// One IPv4 entry.
+struct agentEntry {
+    be32 reserved0;
+    be32 seq;             //   4
+    be32 action;          //   8  low byte of the entry's action
+    be32 counterOptions;  //  12
+    be32 carried[3];      //  16
+    uint8_t reserved28[8];
+    be32 log;  //  36  low byte of the log word
+    uint8_t reserved40[16];
+    agentMatch match;  //  56
+    be32 reserved200;
+    agentMatch matchCopy;  // 204  the same again
+    uint8_t reserved348[32];
+    be32 owner;  // 380
+    be32 reserved384;
+    be32 monitor;  // 388
+};
+WIRE_SIZE(agentEntry, 392);
+WIRE_AT(agentEntry, carried, 16);
+WIRE_AT(agentEntry, log, 36);
+WIRE_AT(agentEntry, match, 56);
+WIRE_AT(agentEntry, matchCopy, 204);
+WIRE_AT(agentEntry, owner, 380);
+WIRE_AT(agentEntry, monitor, 388);
+
+// Chunking: a body of at most AGENT_BODY_MAX_SINGLE goes as one message, longer ones as chunks of
+// AGENT_CHUNK_ENTRIES.
+constexpr size_t AGENT_BODY_MAX_SINGLE = 7891;
+constexpr size_t AGENT_CHUNK_ENTRIES = 17;
+
+// A line card's agent registers (type 14403; a sub-code of AGENT_QUEUE_FLUSH asks for a flush).
+// The sender's slot and card address stand in the first triple.
+struct agentRegisterReq {
+    ipcHdr ipc;
+    be32 reserved60;
+    be32 isUp;              // 64
+    be32 isVortan;          // 68  takes egress lists
+    be32 isIpv6Enabled;     // 72
+    be32 word5;             // 76
+    be32 v6EgAclSupported;  // 80
+    be32 type;              // 84
+};
+WIRE_SIZE(agentRegisterReq, 88);
+WIRE_AT(agentRegisterReq, isUp, 64);
+
+// The control processor's agent registers (type 14401).
+struct acl0RegisterReq {
+    ipcHdr ipc;
+    be32 supportAclOnCP;  // 60
+};
+WIRE_SIZE(acl0RegisterReq, 64);
