@@ -5,24 +5,15 @@
 // journal in memory and applied again before the next use: a failed commit loses nothing.
 #include "platform/host/cfgdb.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <vector>
 
 namespace {
 
 constexpr int SCHEMA_VERSION = 1;
 constexpr int BUSY_TIMEOUT_MS = 5000;
-constexpr int PAGE_LINES = 256;       // lines of a walk that are in memory at a time
 constexpr uint64_t FEED_SLACK = 256;  // rows that the feed may have too many before it is trimmed
-constexpr const char* META_MASK = "mask";
 
 // A transaction is small and ends in fsync-free appends to the WAL; a checkpoint every 16 MB keeps
 // its cost per commit low and the WAL short.
@@ -111,18 +102,6 @@ change journalTake(std::string_view journal, size_t* at) {
     return {head.kind, head.hasThird, head.section, head.lineClass, parts[0], parts[1], parts[2]};
 }
 
-void bindBlob(sqlite3_stmt* s, int at, std::string_view bytes) {
-    sqlite3_bind_blob(s, at, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
-}
-void bindText(sqlite3_stmt* s, int at, std::string_view text) {
-    sqlite3_bind_text(s, at, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-}
-std::string_view columnText(sqlite3_stmt* s, int at) {
-    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s, at));
-    return text ? std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(s, at)))
-                : std::string_view();
-}
-
 // Runs a bound statement that returns no rows: the rows it changed, or -1 after a report.
 int run(zekCfgDb* db, sqlite3_stmt* s, const char* what) {
     int rc = sqlite3_step(s);
@@ -138,11 +117,11 @@ int applyInsert(zekCfgDb* db, const change& c) {
         sqlite3_stmt* s = cfgDbStatement(db, which);
         if (s == nullptr) return -1;
         sqlite3_bind_int64(s, 1, c.section);
-        bindBlob(s, 2, c.first);
+        cfgBindBlob(s, 2, c.first);
         sqlite3_bind_int64(s, 3, c.lineClass);
-        bindText(s, 4, c.second);
+        cfgBindText(s, 4, c.second);
         if (c.hasThird)
-            bindText(s, 5, c.third);
+            cfgBindText(s, 5, c.third);
         else
             sqlite3_bind_null(s, 5);
         int changed = run(db, s, "a line was not stored");
@@ -158,9 +137,9 @@ int applyRemove(zekCfgDb* db, const change& c) {
     sqlite3_stmt* s = cfgDbStatement(db, block ? CFG_STMT_DELETE_BLOCK : CFG_STMT_DELETE);
     if (s == nullptr) return -1;
     sqlite3_bind_int64(s, 1, c.section);
-    bindBlob(s, 2, c.first);
+    cfgBindBlob(s, 2, c.first);
     if (block)
-        bindBlob(s, 3, c.second);
+        cfgBindBlob(s, 3, c.second);
     else
         sqlite3_bind_int64(s, 3, c.lineClass);
     int removed = run(db, s, "a line was not removed");
@@ -173,8 +152,8 @@ int applyFeed(zekCfgDb* db, const change& c) {
     if (s == nullptr) return -1;
     sqlite3_bind_int64(s, 1, static_cast<int64_t>(db->now.feedLast + 1));
     sqlite3_bind_int64(s, 2, c.section);
-    bindText(s, 3, c.first);
-    bindText(s, 4, c.second);
+    cfgBindText(s, 3, c.first);
+    cfgBindText(s, 4, c.second);
     int added = run(db, s, "a change was not added to the feed");
     if (added < 0) return -1;
     db->now.feedLast++;
@@ -198,7 +177,7 @@ int apply(zekCfgDb* db, const change& c) {
         case CHANGE_FEED:
             return applyFeed(db, c);
         case CHANGE_MASK:
-            if (cfgDbSetMeta(db, META_MASK, c.section) != 0) return -1;
+            if (cfgDbSetMeta(db, CFG_META_MASK, c.section) != 0) return -1;
             db->now.maskMode = c.section;
             return 1;
     }
@@ -270,16 +249,17 @@ int openTables(zekCfgDb* db, bool inMemory) {
         return -1;
     }
     if (!db->readOnly && version < SCHEMA_VERSION) {
-        std::string sql = std::string("BEGIN;") + schema +
-                          "PRAGMA user_version=" + std::to_string(SCHEMA_VERSION) + ";COMMIT;";
-        if (cfgDbExec(db, sql.c_str()) != 0) return -1;
+        std::string sql = "PRAGMA user_version=" + std::to_string(SCHEMA_VERSION) + ";COMMIT;";
+        if (cfgDbExec(db, "BEGIN IMMEDIATE") != 0 || cfgDbCreateTables(db) != 0 ||
+            cfgDbExec(db, sql.c_str()) != 0)
+            return -1;
     }
     if (!db->readOnly && !inMemory) {
         // WAL needs shared memory beside the file; without it a crash could tear a transaction.
         sqlite3_stmt* s = nullptr;
         bool wal =
             sqlite3_prepare_v2(db->sql, "PRAGMA journal_mode", -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW && columnText(s, 0) == "wal";
+            sqlite3_step(s) == SQLITE_ROW && cfgColumnText(s, 0) == "wal";
         sqlite3_finalize(s);
         if (!wal) {
             cfgDbReport("configuration database: the file system does not allow a write-ahead log");
@@ -371,20 +351,22 @@ int cfgDbBatch(zekCfgDb* db) {
     return 0;
 }
 
-uint32_t cfgDbMeta(zekCfgDb* db, const char* name) {
+int cfgDbMeta(zekCfgDb* db, const char* name, uint32_t* value) {
+    *value = 0;
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_META_GET);
-    if (s == nullptr) return 0;
-    bindText(s, 1, name);
-    uint32_t value =
-        sqlite3_step(s) == SQLITE_ROW ? static_cast<uint32_t>(sqlite3_column_int64(s, 0)) : 0;
+    if (s == nullptr) return -1;
+    cfgBindText(s, 1, name);
+    int rc = sqlite3_step(s);
+    if (rc == SQLITE_ROW) *value = static_cast<uint32_t>(sqlite3_column_int64(s, 0));
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE) cfgDbFailed(db, "a setting cannot be read");
     sqlite3_reset(s);
-    return value;
+    return rc == SQLITE_ROW || rc == SQLITE_DONE ? 0 : -1;
 }
 
 int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value) {
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_META_SET);
     if (s == nullptr) return -1;
-    bindText(s, 1, name);
+    cfgBindText(s, 1, name);
     sqlite3_bind_int64(s, 2, value);
     return run(db, s, "a setting was not stored") < 0 ? -1 : 0;
 }
@@ -396,7 +378,7 @@ int cfgDbCount(zekCfgDb* db) {
         static_cast<uint64_t>(selectNumber(db, "SELECT coalesce(min(seq), 1) FROM feed", &rc[1]));
     db->now.feedLast =
         static_cast<uint64_t>(selectNumber(db, "SELECT coalesce(max(seq), 0) FROM feed", &rc[2]));
-    db->now.maskMode = cfgDbMeta(db, META_MASK);
+    if (cfgDbMeta(db, CFG_META_MASK, &db->now.maskMode) != 0) return -1;
     if (rc[0] == 0 && rc[1] == 0 && rc[2] == 0) return 0;
     cfgDbFailed(db, "it cannot be read");
     return -1;
@@ -455,11 +437,16 @@ void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse) {
 
 uint32_t zekCfgMaskMode(const zekCfgDb* db) {
     std::lock_guard lock(db->mutex);
-    return db->readOnly ? cfgDbMeta(const_cast<zekCfgDb*>(db), META_MASK) : db->now.maskMode;
+    uint32_t mode = db->now.maskMode;
+    if (db->readOnly) (void)cfgDbMeta(const_cast<zekCfgDb*>(db), CFG_META_MASK, &mode);
+    return mode;
 }
 
-int zekCfgCommit(zekCfgDb* db) {
-    std::lock_guard lock(db->mutex);
+int cfgDbCreateTables(zekCfgDb* db) {
+    return cfgDbExec(db, schema);
+}
+
+int cfgDbCommit(zekCfgDb* db) {
     if (!db->dirty) return 0;
     sqlite3_stmt* s = cfgDbBatch(db) == 0 ? cfgDbStatement(db, CFG_STMT_COMMIT) : nullptr;
     if (s == nullptr || run(db, s, "the changes were not committed") < 0) {
@@ -474,101 +461,14 @@ int zekCfgCommit(zekCfgDb* db) {
     return 0;
 }
 
+int zekCfgCommit(zekCfgDb* db) {
+    std::lock_guard lock(db->mutex);
+    return cfgDbCommit(db);
+}
+
 bool zekCfgIsDirty(const zekCfgDb* db) {
     std::lock_guard lock(db->mutex);
     return db->dirty;
-}
-
-int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
-                   const std::function<bool(std::string_view line)>& fn) {
-    int64_t section = -1, lineClass = 0;
-    std::string key, texts;
-    std::vector<size_t> ends;
-    for (int rows = PAGE_LINES; rows == PAGE_LINES;) {
-        rows = 0;
-        texts.clear();
-        ends.clear();
-        {
-            std::lock_guard lock(db->mutex);
-            if (db->dirty && cfgDbBatch(db) != 0) return -1;
-            sqlite3_stmt* s = cfgDbStatement(db, page);
-            if (s == nullptr) return -1;
-            sqlite3_bind_int64(s, 1, section);
-            bindBlob(s, 2, key);
-            sqlite3_bind_int64(s, 3, lineClass);
-            sqlite3_bind_int(s, 4, PAGE_LINES);
-            std::string lastKey;
-            int rc;
-            while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-                bool useInverse = inverse != 0 && sqlite3_column_type(s, 4) != SQLITE_NULL;
-                texts += columnText(s, useInverse ? 4 : 3);
-                ends.push_back(texts.size());
-                if (++rows < PAGE_LINES) continue;
-                section = sqlite3_column_int64(s, 0);
-                const auto* bytes = static_cast<const char*>(sqlite3_column_blob(s, 1));
-                lastKey.assign(bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(s, 1)));
-                lineClass = sqlite3_column_int64(s, 2);
-            }
-            if (rc != SQLITE_DONE) cfgDbFailed(db, "the lines cannot be read");
-            sqlite3_reset(s);
-            sqlite3_clear_bindings(s);
-            if (rc != SQLITE_DONE) return -1;
-            key = lastKey;
-        }
-        size_t from = 0;
-        for (size_t end : ends) {
-            std::string_view line(texts.data() + from, end - from);
-            from = end;
-            if (!line.empty() && !fn(line)) return 0;
-        }
-    }
-    return 0;
-}
-
-int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn) {
-    if (!db->readOnly) return cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
-    // One read transaction around all pages: the lines of one instant.
-    {
-        std::lock_guard lock(db->mutex);
-        if (cfgDbExec(db, "BEGIN") != 0) return -1;
-    }
-    int rc = cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
-    std::lock_guard lock(db->mutex);
-    return cfgDbExec(db, "COMMIT") == 0 ? rc : -1;
-}
-
-int zekCfgFeed(zekCfgDb* db, uint64_t after,
-               const std::function<bool(const zekCfgFeedRow& row)>& fn) {
-    struct row {
-        uint64_t seq;
-        uint32_t kind;
-        std::string name, text;
-    };
-    std::vector<row> rows(PAGE_LINES);
-    while (rows.size() == PAGE_LINES) {
-        rows.clear();
-        {
-            std::lock_guard lock(db->mutex);
-            if (db->dirty && cfgDbBatch(db) != 0) return -1;
-            sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_FEED_PAGE);
-            if (s == nullptr) return -1;
-            sqlite3_bind_int64(s, 1, static_cast<int64_t>(after));
-            sqlite3_bind_int(s, 2, PAGE_LINES);
-            int rc;
-            while ((rc = sqlite3_step(s)) == SQLITE_ROW)
-                rows.push_back({static_cast<uint64_t>(sqlite3_column_int64(s, 0)),
-                                static_cast<uint32_t>(sqlite3_column_int64(s, 1)),
-                                std::string(columnText(s, 2)), std::string(columnText(s, 3))});
-            if (rc != SQLITE_DONE) cfgDbFailed(db, "the change feed cannot be read");
-            sqlite3_reset(s);
-            if (rc != SQLITE_DONE) return -1;
-        }
-        for (const row& r : rows) {
-            if (!fn({r.seq, r.kind, r.name, r.text})) return 0;
-            after = r.seq;
-        }
-    }
-    return 0;
 }
 
 zekCfgStats zekCfgStatistics(zekCfgDb* db) {
@@ -579,44 +479,6 @@ zekCfgStats zekCfgStatistics(zekCfgDb* db) {
         noticeRollback(db);
     return {db->now.lines, db->now.feedLast + 1 - db->now.feedFirst, db->commits, db->failedCommits,
             db->changes};
-}
-
-int zekCfgWriteStartup(zekCfgDb* db, const char* file) {
-    std::string temporary = std::string(file) + ".tmp";
-    int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640);
-    if (fd < 0) return -1;
-    FILE* out = fdopen(fd, "w");
-    bool good = out != nullptr;
-    if (good) {
-        good = zekCfgWalk(db,
-                          [&](std::string_view line) {
-                              good = std::fwrite(line.data(), 1, line.size(), out) == line.size() &&
-                                     std::fputc('\n', out) != EOF;
-                              return good;
-                          }) == 0 &&
-               good;
-        good = std::fflush(out) == 0 && good && fsync(fd) == 0;
-        int error = errno;
-        std::fclose(out);
-        errno = error;
-    } else {
-        close(fd);
-    }
-    if (!good || rename(temporary.c_str(), file) != 0) {
-        int error = errno;
-        unlink(temporary.c_str());
-        errno = error;
-        return -1;
-    }
-    // The rename is durable once the folder is.
-    std::string folder(file);
-    size_t slash = folder.rfind('/');
-    folder = slash == folder.npos ? "." : slash == 0 ? "/" : folder.substr(0, slash);
-    if (int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); dir >= 0) {
-        fsync(dir);
-        close(dir);
-    }
-    return 0;
 }
 
 zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access, const char* file) {

@@ -28,6 +28,18 @@ size_t cfgKeyStore(const uint8_t* area, uint8_t* stored);
 // Bytes at the front of the key area that all lines of a block have in common.
 size_t cfgBlockBytes(uint32_t section);
 
+inline void cfgBindBlob(sqlite3_stmt* s, int at, std::string_view bytes) {
+    sqlite3_bind_blob(s, at, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
+}
+inline void cfgBindText(sqlite3_stmt* s, int at, std::string_view text) {
+    sqlite3_bind_text(s, at, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+}
+inline std::string_view cfgColumnText(sqlite3_stmt* s, int at) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(s, at));
+    return text ? std::string_view(text, static_cast<size_t>(sqlite3_column_bytes(s, at)))
+                : std::string_view();
+}
+
 enum cfgStatement {
     CFG_STMT_BEGIN,
     CFG_STMT_COMMIT,
@@ -68,10 +80,15 @@ struct zekCfgDb {
 int cfgDbExec(zekCfgDb* db, const char* sql);
 // Opens the batch if there is none, locked. 0 or -1.
 int cfgDbBatch(zekCfgDb* db);
+// zekCfgCommit, locked.
+int cfgDbCommit(zekCfgDb* db);
+// Makes the tables that are absent, locked.
+int cfgDbCreateTables(zekCfgDb* db);
 // A prepared statement, reset, or null after a report; locked.
 sqlite3_stmt* cfgDbStatement(zekCfgDb* db, cfgStatement which);
-// A value of the meta table, 0 when it is absent; locked.
-uint32_t cfgDbMeta(zekCfgDb* db, const char* name);
+// A value of the meta table, 0 when it is absent; locked. 0 or -1.
+constexpr const char* CFG_META_MASK = "mask";
+int cfgDbMeta(zekCfgDb* db, const char* name, uint32_t* value);
 int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value);
 // Reads the counters from the tables, locked.
 int cfgDbCount(zekCfgDb* db);
@@ -96,10 +113,11 @@ void cfgDbSetOpener(zekCfgDb* (*open)());
 // ---- Restore (cfgdbrestore.cpp). Crash-safe at every point: a restore that was begun is either
 // ended, or given up, or begins again at the next start with the same source.
 //
-// Makes an empty running configuration and keeps the lines that were there as the previous
-// configuration. A restore that had begun and did not end keeps its previous configuration and
-// drops what it had written; one that was given up adds what has been written since. cold: there is
-// no previous configuration. 0 and *hasPrevious, or -1.
+// Makes an empty running configuration in normal mask mode and keeps the lines that were there as
+// the previous configuration. A restore that had begun and did not end keeps its previous
+// configuration and drops what it had written; one that was given up adds what has been written
+// since (lines of the other mask mode take its place: the two cannot be shown together). cold:
+// there is no previous configuration. 0 and *hasPrevious, or -1.
 int cfgDbRestoreBegin(zekCfgDb* db, bool cold, bool* hasPrevious);
 // The shown lines of the previous configuration.
 int cfgDbWalkPrevious(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn);
