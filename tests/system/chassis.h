@@ -1,0 +1,72 @@
+// A chassis of real processes in a run folder of its own, for the tests of a whole system.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "include/ipc.h"
+#include "platform/api/zekTransport.h"
+
+struct commandResult {
+    int status;       // exit status, or 128 + signal
+    std::string out;  // standard output
+    std::string err;  // standard error
+};
+
+// One process: started by start(), which returns when it has said "ready" or has ended.
+struct process {
+    int pid = -1;
+    std::string log;  // its standard error, a file
+
+    process() = default;
+    process(const process&) = delete;
+    process& operator=(const process&) = delete;
+    ~process() { stop(9); }
+    bool start(const std::vector<std::string>& argv, const std::string& logFile);
+    bool running() const;
+    // Sends the signal and waits for the end; returns the exit status as commandResult has it.
+    int stop(int signal);
+};
+
+// Runs a program to its end, with `input` on its standard input.
+commandResult runCommand(const std::vector<std::string>& argv, const std::string& input = "");
+
+struct chassisFixture {
+    std::string dir;  // the run folder, removed at the end
+    process manager, neighbours;
+
+    chassisFixture();
+    ~chassisFixture();
+    chassisFixture(const chassisFixture&) = delete;
+    chassisFixture& operator=(const chassisFixture&) = delete;
+
+    bool startManager(const std::vector<std::string>& options = {});
+    bool startNeighbours();
+    // Ends the manager at once and starts it again; returns when its configuration is restored.
+    bool killAndRestart();
+
+    commandResult shell(const std::vector<std::string>& arguments,
+                        const std::string& input = "") const;
+    std::string show(
+        const std::string& command) const;  // output of one command, which must succeed
+    std::string runningConfig() const { return show("show running-config"); }
+    std::string write(const std::string& name, const std::string& text) const;  // a file; its path
+};
+
+// A task's endpoint with which a test speaks to the manager byte by byte.
+struct rawClient {
+    zekEndpoint* endpoint = nullptr;
+    uint32_t address = 0, service = 0;
+
+    explicit rawClient(const chassisFixture& chassis);
+    ~rawClient();
+    rawClient(const rawClient&) = delete;
+    rawClient& operator=(const rawClient&) = delete;
+    // Fills length, type, sequence and both triples of a message.
+    void fillHeader(std::vector<uint8_t>& message, uint32_t type, uint32_t sequence) const;
+    bool send(const std::vector<uint8_t>& message) const;
+    // The next message within a generous time, empty when none came.
+    std::vector<uint8_t> receive() const;
+    // Sends a request and returns the answer with its sequence number.
+    std::vector<uint8_t> ask(std::vector<uint8_t> message, uint32_t type);
+};

@@ -1,0 +1,125 @@
+// Starting, stopping and bad company.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "include/cliMsg.h"
+#include "include/status.h"
+#include "tests/system/chassis.h"
+
+namespace {
+
+// The number behind "key": in a JSON text; the first one of that name.
+uint64_t counter(const std::string& json, const std::string& key) {
+    size_t at = json.find("\"" + key + "\":");
+    EXPECT_NE(at, std::string::npos) << key << " in " << json;
+    return at == std::string::npos ? 0 : std::stoull(json.substr(at + key.size() + 3));
+}
+
+}  // namespace
+
+TEST(Processes, TheManagerServesWithoutItsNeighboursAndRegistersWhenTheyCome) {
+    chassisFixture chassis;
+    ASSERT_TRUE(chassis.startManager());
+    EXPECT_EQ(chassis.shell({"-f", "-"}, "ip access-list standard A\n").status, 0);
+    ASSERT_TRUE(chassis.startNeighbours());
+    // Every fourth pass of the loop tries again; messages are passes.
+    std::string system;
+    for (int i = 0; i < 200; i++) {
+        system = chassis.show("debug system");
+        if (system.find("\"interface-manager\":true") != std::string::npos) break;
+    }
+    EXPECT_NE(system.find("\"interface-manager\":true"), std::string::npos) << system;
+    EXPECT_NE(system.find("\"event-handler\":true"), std::string::npos) << system;
+}
+
+TEST(Processes, ManagersOfDifferentFoldersRunSideBySideAndASecondOneOfTheSameIsRefused) {
+    chassisFixture first, second;
+    ASSERT_TRUE(first.startManager());
+    ASSERT_TRUE(second.startManager());
+    EXPECT_EQ(first.shell({"-f", "-"}, "ip access-list standard ONE\n").status, 0);
+    EXPECT_EQ(second.runningConfig().find("ONE"), std::string::npos);
+
+    process again;
+    EXPECT_FALSE(again.start({std::string(ACL_BIN_DIR) + "/aclmgr", "--rundir", first.dir},
+                             first.dir + "/again.stderr"));
+    EXPECT_NE(first.runningConfig().find("ONE"), std::string::npos);  // the first one still serves
+}
+
+TEST(Processes, ATermSignalEndsTheManagerAndLosesNothing) {
+    chassisFixture chassis;
+    ASSERT_TRUE(chassis.startManager());
+    EXPECT_EQ(chassis.shell({"-f", "-"}, "ip access-list standard KEPT\n permit any\n").status, 0);
+    std::string printed = chassis.runningConfig();
+    chassis.manager.stop(SIGTERM);
+    ASSERT_TRUE(chassis.killAndRestart());
+    EXPECT_EQ(chassis.runningConfig(), printed);
+}
+
+TEST(Processes, AShellWithoutAManagerSaysSo) {
+    chassisFixture chassis;
+    commandResult result = chassis.shell({"--timeout", "1", "-c", "show ip access-lists"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_FALSE(result.err.empty());
+    // A manager that is there but stands still.
+    ASSERT_TRUE(chassis.startManager());
+    kill(chassis.manager.pid, SIGSTOP);
+    result = chassis.shell({"--timeout", "1", "-c", "show ip access-lists"});
+    kill(chassis.manager.pid, SIGCONT);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("no answer"), std::string::npos) << result.err;
+}
+
+// Bytes that no neighbour would send: counted, answered where they can be, survived.
+TEST(Processes, HostileMessagesAreCountedAndSurvived) {
+    chassisFixture chassis;
+    ASSERT_TRUE(chassis.startManager());
+    ASSERT_EQ(chassis.shell({"-f", "-"}, "ip access-list standard A\n permit any\n").status, 0);
+    std::string before = chassis.runningConfig();
+    rawClient client(chassis);
+
+    // A length word that lies upwards: the answer is no longer than what came, and holds no bytes
+    // of another message.
+    std::vector<uint8_t> lying(sizeof(cliHdr));
+    reinterpret_cast<cliHdr*>(lying.data())->code = 999;
+    client.fillHeader(lying, MT_CLI_COMMAND, 7);
+    reinterpret_cast<ipcHdr*>(lying.data())->length = 0xFFFFFFFF;
+    ASSERT_TRUE(client.send(lying));
+    std::vector<uint8_t> answer = client.receive();
+    ASSERT_EQ(answer.size(), sizeof(cliHdr));
+    EXPECT_EQ(uint32_t{reinterpret_cast<cliHdr*>(answer.data())->result}, ACL_E_SYSTEM);
+
+    // An entry request cut at every length is refused, whole words or not.
+    for (size_t size = sizeof(ipcHdr); size < sizeof(cliIpEntryReq); size += 7) {
+        std::vector<uint8_t> cut(sizeof(cliIpEntryReq));
+        auto* req = reinterpret_cast<cliIpEntryReq*>(cut.data());
+        req->cli.code = CLI_IP_ENTRY_ADD;
+        req->cli.name = listNameMake("A");
+        cut.resize(size);
+        answer = client.ask(cut, MT_CLI_COMMAND);
+        ASSERT_GE(answer.size(), offsetof(cliHdr, reserved76));
+        EXPECT_EQ(uint32_t{reinterpret_cast<cliHdr*>(answer.data())->result}, ACL_E_SYSTEM) << size;
+    }
+
+    // Every type there is, and random bytes behind it.
+    std::mt19937 rng(3);
+    for (uint32_t type = 0; type < 21000; type += 1 + static_cast<uint32_t>(rng()) % 7) {
+        if (type >= 6001 && type <= 6002) continue;  // done above
+        if (type == MT_ACL_INVERSEMASK_ENABLE || type == MT_ACL_INVERSEMASK_DISABLE) continue;
+        std::vector<uint8_t> message(60 + rng() % 2000);
+        for (uint8_t& byte : message) byte = static_cast<uint8_t>(rng());
+        client.fillHeader(message, type, type);
+        ASSERT_TRUE(client.send(message));
+        std::vector<uint8_t> drop;
+        zekSender sender{};
+        while (zekEndpointRecv(client.endpoint, &drop, ZEK_MESSAGE_MAX, 0, &sender) > 0) continue;
+    }
+    EXPECT_EQ(chassis.runningConfig(), before);
+    std::string system = chassis.show("debug system");
+    EXPECT_GT(counter(system, "bad-length-word"), 0u);
+    EXPECT_GT(counter(system, "truncated"), 40u);
+    EXPECT_GT(counter(system, "unknown-type"), 1000u);
+    EXPECT_TRUE(chassis.manager.running());
+}
