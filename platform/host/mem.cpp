@@ -51,7 +51,7 @@ struct chunkHead {
     uint32_t classIndex;
     uint32_t reserved;
 };
-constexpr uint64_t CHUNK_MAGIC = 0x7a656b4368756e6bull;
+[[maybe_unused]] constexpr uint64_t CHUNK_MAGIC = 0x7a656b4368756e6bull;
 
 struct varPool {
     uint32_t id;

@@ -1,0 +1,136 @@
+// Pools: classes, limits, counters, alignment, and that blocks do not overlap.
+#include "platform/api/zekMem.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t POOL = 0x50001;
+constexpr uint32_t sizes[] = {736, 184, 184, 20, 24, 44, 8, 4524, 1, 8492};
+
+class pools : public testing::Test {
+  protected:
+    pools() { EXPECT_EQ(zek_memPartVarInit(POOL, sizes, std::size(sizes)), 0); }
+    ~pools() override { zek_memPartFree(POOL); }
+    static void* take(size_t size) { return zekMC_M_memBlockVarAlloc(7, ZEK_MEM_FLAGS, size); }
+    static const zekMemClass& classOf(size_t size) {
+        for (const zekMemClass& c : zekMemClasses())
+            if (c.size >= size) return c;
+        static const zekMemClass none{};
+        return none;
+    }
+};
+
+TEST_F(pools, ClassesAreAscendingAndARequestTakesTheSmallestThatHoldsIt) {
+    ASSERT_EQ(zekMemClasses().size(), std::size(sizes));
+    for (size_t i = 1; i < zekMemClasses().size(); i++)
+        EXPECT_LE(zekMemClasses()[i - 1].size, zekMemClasses()[i].size);
+    for (size_t size : std::initializer_list<size_t>{0, 1, 2, 8, 9, 19, 20, 21, 25, 44, 45, 184,
+                                                     185, 736, 737, 4524, 8492}) {
+        SCOPED_TRACE(size);
+        uint64_t before = classOf(size).inUse;
+        void* block = take(size);
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 8, 0u);
+        EXPECT_EQ(classOf(size).inUse, before + 1);
+        zekMC_M_memBlockVarFree(block);
+        EXPECT_EQ(classOf(size).inUse, before);
+    }
+    EXPECT_EQ(take(8493), nullptr) << "no class is large enough";
+    zekMC_M_memBlockVarFree(nullptr);
+}
+
+TEST_F(pools, ALimitRefusesAndCountsAndLiftsAgain) {
+    ASSERT_EQ(zekMemSetLimit(40, 2), 0);
+    EXPECT_EQ(zekMemSetLimit(9000, 2), -1);
+    void* a = take(44);
+    void* b = take(30);
+    EXPECT_EQ(take(44), nullptr);
+    EXPECT_EQ(take(44), nullptr);
+    EXPECT_EQ(classOf(44).failed, 2u);
+    void* other = take(45);
+    EXPECT_NE(other, nullptr) << "a limit is one class's";
+    zekMC_M_memBlockVarFree(a);
+    a = take(44);
+    EXPECT_NE(a, nullptr);
+    EXPECT_EQ(classOf(44).highWater, 2u);
+    EXPECT_EQ(classOf(44).inUse, 2u);
+    for (void* block : {a, b, other}) zekMC_M_memBlockVarFree(block);
+}
+
+// Every block is filled with its own number and must still hold it when it is freed.
+TEST_F(pools, BlocksKeepTheirContentWhateverIsTakenAndFreedAroundThem) {
+    struct block {
+        uint8_t* bytes;
+        size_t size;
+        uint8_t mark;
+    };
+    std::vector<block> blocks;
+    std::mt19937 random(3);
+    for (int step = 0; step < 40000; step++) {
+        if (blocks.empty() || random() % 5 < (step < 20000 ? 3u : 2u)) {
+            size_t size = sizes[random() % (std::size(sizes) - 1)];
+            auto mark = static_cast<uint8_t>(random());
+            auto* bytes = static_cast<uint8_t*>(take(size));
+            ASSERT_NE(bytes, nullptr);
+            std::memset(bytes, mark, size);
+            blocks.push_back({bytes, size, mark});
+            continue;
+        }
+        size_t at = random() % blocks.size();
+        block b = blocks[at];
+        for (size_t i = 0; i < b.size; i++) ASSERT_EQ(b.bytes[i], b.mark);
+        zekMC_M_memBlockVarFree(b.bytes);
+        blocks[at] = blocks.back();
+        blocks.pop_back();
+    }
+    for (const block& b : blocks) zekMC_M_memBlockVarFree(b.bytes);
+    for (const zekMemClass& c : zekMemClasses()) EXPECT_EQ(c.inUse, 0u) << c.size;
+}
+
+TEST_F(pools, APoolIsMadeOnceAndOnlyFromPossibleSizes) {
+    EXPECT_EQ(zek_memPartVarInit(POOL + 1, sizes, std::size(sizes)), -1) << "there is one already";
+    EXPECT_EQ(zek_memPartFixedInit(0x50000, 0x5001D), 0);
+    EXPECT_EQ(zek_memPartFixedInit(0x50000, 0x5001D), -1);
+    for (uint32_t id = 0x50000; id <= 0x50018; id++) zek_memPartFree(id);
+    EXPECT_TRUE(zekMemClasses().empty());
+    EXPECT_EQ(take(8), nullptr);
+    const uint32_t zero[] = {0}, tooLarge[] = {8, 65536};
+    EXPECT_EQ(zek_memPartVarInit(POOL, zero, 1), -1);
+    EXPECT_EQ(zek_memPartVarInit(POOL, tooLarge, 2), -1);
+    EXPECT_EQ(zek_memPartVarInit(POOL, sizes, 0), -1);
+}
+
+TEST(heap, CountsBlocksAndBytesFromAllThreads) {
+    zekMemHeap before = zekMemHeapStats();
+    auto churn = [] {
+        for (size_t i = 1; i < 2000; i++) {
+            void* block = zekMC_M_sysMalloc(i);
+            for (size_t j = 0; j < i; j += 7) ASSERT_EQ(static_cast<uint8_t*>(block)[j], 0);
+            std::memset(block, 0xEE, i);
+            zekMC_M_sysFree(block);
+        }
+    };
+    std::thread one(churn), two(churn);
+    void* kept = zekMC_MM_malloc(1000);
+    one.join();
+    two.join();
+    EXPECT_EQ(zekMemHeapStats().blocks, before.blocks + 1);
+    EXPECT_GE(zekMemHeapStats().bytes, before.bytes + 1000);
+    zekMC_MM_free(kept);
+    EXPECT_EQ(zekMemHeapStats().bytes, before.bytes);
+
+    zekMemSetHeapLimit(before.blocks);
+    EXPECT_EQ(zekMC_MM_malloc(1), nullptr);
+    EXPECT_EQ(zekMC_M_sysMalloc(1), nullptr);
+    zekMemSetHeapLimit(UINT64_MAX);
+    EXPECT_EQ(zekMemHeapStats().failed, before.failed + 2);
+    EXPECT_STREQ(zekMemHeapStats().lastFailedFile, __FILE__);
+}
+
+}  // namespace
