@@ -4,6 +4,7 @@
 // process-wide. Functions are for the task's own thread unless they say "any thread".
 #pragma once
 
+#include <poll.h>
 #include <sys/un.h>
 
 #include <chrono>
@@ -42,6 +43,17 @@ bool hostWaitTaskReady(int timeoutMs);  // -1: for ever
 void hostHoldRequests(int32_t allowedPid);
 void hostReleaseRequests();
 
+// Opens the task's queues at this address below this folder; zekTaskStartup's work, apart so that a
+// test can have a task without options.
+bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uint32_t instance);
+void hostTaskClose();
+[[nodiscard]] bool hostIsTaskThread();  // any thread
+uint32_t hostTaskKey();                 // 0: none is open
+zekEndpoint*
+hostEndpoint();  // of the task's request queue, by which everything leaves; null: closed
+zekIpcStats& hostIpcStats();
+
+// ---- outgoing.cpp: what leaves, when. See the file.
 // How answers are made durable before they leave: the task's configuration database, unless a test
 // puts its own in its place. dirty() tells whether there is something to commit.
 struct hostCommit {
@@ -49,11 +61,16 @@ struct hostCommit {
     std::function<int()> commit;  // 0 or -1
 };
 void hostSetCommit(hostCommit commit);
-
-// Opens the task's queues at this address below this folder; zekTaskStartup's work, apart so that a
-// test can have a task without options.
-bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uint32_t instance);
-void hostTaskClose();
+int hostSend(const void* message, size_t length);  // zekIpcSend
+// Sends past everything that is held and kept; does not wait.
+zekSendResult hostSendNow(const void* message, size_t length);
+void hostFlush();          // commits; lets the held answers go when that has worked
+bool hostFlushIsDue();     // something is to be committed or held
+bool hostHeldIsFull();     // as many answers are held as one commit is to serve
+void hostServeBacklog();   // tries what full receivers have left over
+int hostOutgoingWaitMs();  // when one of the two wants to be called again; -1: no need
+void hostOutgoingPoll(std::vector<pollfd>* fds);  // what says so earlier
+void hostOutgoingReset();
 
 // ---- transport.cpp
 enum class hostDrop { none, tooLong, tooShort, malformed };
@@ -95,7 +112,9 @@ inline uint64_t hostNowMs() {
     return static_cast<uint64_t>(
         duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
-inline std::string hostIpcDir(std::string_view runDir) { return std::string(runDir) + "/ipc"; }
+inline std::string hostIpcDir(std::string_view runDir) {
+    return std::string(runDir) + "/ipc";
+}
 // An owned descriptor.
 struct hostFd {
     int fd = -1;

@@ -1,0 +1,446 @@
+// The task's queues: receiving, waiting, names.
+//
+// Datagrams are taken off the sockets as soon as the task looks (in zekSelect, or while it waits
+// for one reply) and kept here, because the kernel keeps only a few and senders would wait for the
+// task. The timer queue has no socket: its descriptor is the timer of the SWP queues, and its
+// messages are made here when that rings, so nobody else can send one.
+#include "platform/api/zekIpc.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "include/ipc.h"
+#include "include/service.h"
+#include "platform/host/host.h"
+
+namespace {
+
+constexpr uint32_t QUEUE_TIMER = 3;
+constexpr size_t KEPT_MAX = 4096;  // messages; then the socket fills up and senders wait
+constexpr size_t KEPT_BYTES_MAX = 32u << 20;
+constexpr int DRAIN_MAX = 256;  // messages taken off one socket at a time
+constexpr size_t ASIDE_MAX =
+    65536;  // requests kept aside; more are dropped: their senders time out
+
+struct keptMessage {
+    std::vector<uint8_t> bytes;
+    int32_t pid;
+};
+
+struct socketQueue {
+    zekEndpoint* endpoint = nullptr;
+    std::deque<keptMessage> kept;
+    size_t keptBytes = 0;
+};
+
+struct hostTask {
+    uint32_t key = 0;  // 0: none is open
+    uint32_t app = 0, instance = 0, address = 0;
+    socketQueue request, response;
+    std::thread::id thread;
+    hostFd wake;  // written by other threads when the task must look again
+} task;
+zekIpcStats stats;
+
+// What other threads want held, and what the task has made of it.
+struct holdState {
+    bool on = false;
+    int32_t allowedPid = -1;
+};
+std::mutex holdLock;
+holdState holdWanted;
+std::atomic<uint32_t> holdChanges{0};
+holdState hold;
+uint32_t holdSeen = 0;
+std::deque<keptMessage> aside;
+
+socketQueue* queueOf(zekQueue queue) {
+    if (task.key == 0 || queue >> 2 != task.key) return nullptr;
+    if ((queue & 3) == QUEUE_REQUEST) return &task.request;
+    if ((queue & 3) == QUEUE_RESPONSE) return &task.response;
+    return nullptr;
+}
+bool isTimerQueue(zekQueue queue) {
+    return task.key != 0 && queue == (task.key << 2 | QUEUE_TIMER);
+}
+
+const ipcHdr* headerOf(const keptMessage& m) {
+    return wireView<ipcHdr>(std::span(m.bytes.data(), m.bytes.size()));
+}
+
+bool isHeldRequest(const keptMessage& m) {
+    if (!hold.on || m.pid == hold.allowedPid || m.pid == getpid()) return false;
+    uint32_t type = headerOf(m)->mtype;
+    return type == MT_CLI_COMMAND || type == MT_CLI_COMMAND_2 ||
+           type == MT_ACL_INVERSEMASK_ENABLE || type == MT_ACL_INVERSEMASK_DISABLE;
+}
+
+void keep(socketQueue* queue, keptMessage m) {
+    if (queue == &task.request && isHeldRequest(m)) {
+        if (aside.size() < ASIDE_MAX)
+            aside.push_back(std::move(m));
+        else
+            stats.overrun++;
+        return;
+    }
+    queue->keptBytes += m.bytes.size();
+    queue->kept.push_back(std::move(m));
+}
+
+// Sorts the requests anew when another thread has begun or ended a hold.
+void followHold() {
+    uint32_t changes = holdChanges.load(std::memory_order_acquire);
+    if (changes == holdSeen) return;
+    {
+        std::lock_guard guard(holdLock);
+        hold = holdWanted;
+    }
+    holdSeen = changes;
+    std::deque<keptMessage> all;
+    std::swap(all, task.request.kept);
+    for (keptMessage& m : aside) all.push_back(std::move(m));
+    aside.clear();
+    task.request.keptBytes = 0;
+    for (keptMessage& m : all) keep(&task.request, std::move(m));
+}
+
+void wantHold(holdState wanted) {
+    std::lock_guard guard(holdLock);
+    holdWanted = wanted;
+    holdChanges.fetch_add(1, std::memory_order_release);
+    uint64_t one = 1;
+    if (task.wake.fd >= 0) (void)!write(task.wake.fd, &one, sizeof(one));
+}
+
+void countDrop(hostDrop why) {
+    if (why == hostDrop::tooLong) stats.tooLong++;
+    if (why == hostDrop::tooShort) stats.tooShort++;
+    if (why == hostDrop::malformed) stats.malformed++;
+}
+
+// Takes messages off the socket while there is room for them; not for ever, as a sender of rubbish
+// might like it.
+void drain(socketQueue* queue) {
+    for (int n = 0; n < DRAIN_MAX; n++) {
+        if (queue->kept.size() >= KEPT_MAX || queue->keptBytes >= KEPT_BYTES_MAX) {
+            // Requests are read sooner or later. A reply that nobody waits for any more is not.
+            if (queue == &task.request) return;
+            stats.overrun++;
+            queue->keptBytes -= queue->kept.front().bytes.size();
+            queue->kept.pop_front();
+        }
+        keptMessage m;
+        zekSender sender{};
+        hostDrop why;
+        int length = hostEndpointTake(queue->endpoint, &m.bytes, IPC_TRANSPORT_MAX, &sender, &why);
+        if (length == 0 || length == -1) return;
+        if (length < 0) {
+            countDrop(why);
+            continue;
+        }
+        m.pid = sender.pid;
+        // Time-outs come from our own timer only: whoever sends one wants our queues repeated.
+        if (headerOf(m)->mtype == MT_SWP_TIMEOUT) {
+            stats.malformed++;
+            continue;
+        }
+        keep(queue, std::move(m));
+    }
+}
+
+bool hasRoom(const socketQueue& queue) {
+    return &queue == &task.response ||
+           (queue.kept.size() < KEPT_MAX && queue.keptBytes < KEPT_BYTES_MAX);
+}
+
+// Polls the given descriptors together with what the host itself waits for, and does the host's
+// part of what has come. The first fds.size() entries of *fds are the caller's. As poll().
+int pollAll(std::vector<pollfd>* fds, int timeoutMs) {
+    size_t own = fds->size();
+    if (task.key != 0) {
+        // A full queue's socket would only say again and again that it can be read.
+        for (socketQueue* q : {&task.request, &task.response})
+            fds->push_back({hasRoom(*q) ? zekEndpointFd(q->endpoint) : -1, POLLIN, 0});
+        fds->push_back({task.wake.fd, POLLIN, 0});
+        hostOutgoingPoll(fds);
+    }
+    int n = poll(fds->data(), fds->size(), timeoutMs);
+    int error = errno;
+    if (task.key != 0) {
+        if (n > 0) {
+            if ((*fds)[own].revents != 0) drain(&task.request);
+            if ((*fds)[own + 1].revents != 0) drain(&task.response);
+            uint64_t count;
+            if ((*fds)[own + 2].revents != 0) (void)!read(task.wake.fd, &count, sizeof(count));
+        }
+        followHold();
+        hostServeBacklog();
+    }
+    fds->resize(own);
+    errno = error;
+    return n;
+}
+
+int shorter(int a, int b) {
+    return a < 0 ? b : b < 0 ? a : std::min(a, b);
+}
+
+uint64_t deadlineOf(int timeoutMs) {
+    return timeoutMs < 0 ? UINT64_MAX : hostNowMs() + static_cast<uint64_t>(timeoutMs);
+}
+int untilMs(uint64_t deadline) {
+    if (deadline == UINT64_MAX) return -1;
+    uint64_t now = hostNowMs();
+    return deadline <= now ? 0 : static_cast<int>(deadline - now);
+}
+
+// One pass over the caller's set: which of it is ready now, within timeoutMs. -1 with errno.
+int lookAt(uint32_t limit, const zekFdSet& wanted, int timeoutMs, zekFdSet* ready) {
+    ready->reset();
+    std::vector<pollfd> fds;
+    int requestFd = task.key != 0 ? zekEndpointFd(task.request.endpoint) : -1;
+    int responseFd = task.key != 0 ? zekEndpointFd(task.response.endpoint) : -1;
+    bool request = false, response = false;
+    for (size_t fd = wanted._Find_first(); fd < limit; fd = wanted._Find_next(fd)) {
+        int d = static_cast<int>(fd);
+        if (d == requestFd)
+            request = true;
+        else if (d == responseFd)
+            response = true;
+        else
+            fds.push_back({d, POLLIN, 0});
+    }
+    auto kept = [&] {
+        return (request && !task.request.kept.empty()) || (response && !task.response.kept.empty());
+    };
+    if (pollAll(&fds, kept() ? 0 : timeoutMs) < 0) return -1;
+    int count = 0;
+    auto mark = [&](int fd) {
+        ready->set(static_cast<size_t>(fd));
+        count++;
+    };
+    for (const pollfd& p : fds) {
+        if ((p.revents & POLLNVAL) != 0) {
+            errno = EBADF;
+            return -1;
+        }
+        if (p.revents != 0) mark(p.fd);
+    }
+    if (request && !task.request.kept.empty()) mark(requestFd);
+    if (response && !task.response.kept.empty()) mark(responseFd);
+    return count;
+}
+
+int recvTimer(void* buffer, size_t size, int timeoutMs) {
+    if (size < sizeof(ipcHdr)) return -1;
+    uint64_t deadline = deadlineOf(timeoutMs);
+    if (timeoutMs != 0) hostFlush();
+    for (;;) {
+        if (hostSwpNextTimeout(buffer)) {
+            stats.received++;
+            return sizeof(ipcHdr);
+        }
+        int wait = untilMs(deadline);
+        if (wait == 0) return 0;
+        std::vector<pollfd> fds = {{hostSwpTimerFd(), POLLIN, 0}};
+        pollAll(&fds, shorter(wait, hostOutgoingWaitMs()));
+    }
+}
+
+}  // namespace
+
+bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uint32_t instance) {
+    if (task.key != 0 || app == 0) return false;
+    std::string error;
+    auto open = [&](uint32_t kind) {
+        return zekEndpointOpen(runDir, address, aclServicePort(app, instance, kind), &error);
+    };
+    task.request.endpoint = open(QUEUE_REQUEST);
+    if (task.request.endpoint != nullptr) task.response.endpoint = open(QUEUE_RESPONSE);
+    {
+        std::lock_guard guard(holdLock);
+        task.wake = hostFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    }
+    if (task.response.endpoint == nullptr || task.wake.fd < 0 || hostSwpTimerFd() < 0) {
+        fprintf(stderr, "%s\n", error.empty() ? "no descriptors left" : error.c_str());
+        hostTaskClose();
+        return false;
+    }
+    task.app = app;
+    task.instance = instance;
+    task.address = address;
+    task.thread = std::this_thread::get_id();
+    task.key = app << 5 | (instance & 31);
+    return true;
+}
+
+void hostTaskClose() {
+    task.key = 0;
+    hostSwpReset();
+    hostOutgoingReset();
+    for (socketQueue* q : {&task.request, &task.response}) {
+        zekEndpointClose(q->endpoint);
+        *q = {};
+    }
+    std::lock_guard guard(holdLock);
+    aside.clear();
+    hold = holdWanted = {};
+    holdSeen = holdChanges.load();
+    stats = {};
+    task.wake.reset();
+}
+
+bool hostIsTaskThread() {
+    return std::this_thread::get_id() == task.thread;
+}
+zekEndpoint* hostEndpoint() {
+    return task.request.endpoint;
+}
+zekIpcStats& hostIpcStats() {
+    return stats;
+}
+zekIpcStats zekIpcStatistics() {
+    return stats;
+}
+uint32_t hostTaskKey() {
+    return task.key;
+}
+
+void hostHoldRequests(int32_t allowedPid) {
+    wantHold({true, allowedPid});
+}
+void hostReleaseRequests() {
+    wantHold({});
+}
+
+zekQueue Key_getReqQueue(uint32_t ipcKey) {
+    return ipcKey != 0 ? ipcKey << 2 | QUEUE_REQUEST : 0;
+}
+zekQueue Key_getRspQueue(uint32_t ipcKey) {
+    return ipcKey != 0 ? ipcKey << 2 | QUEUE_RESPONSE : 0;
+}
+zekQueue Key_getTmrQueue(uint32_t ipcKey) {
+    return ipcKey != 0 ? ipcKey << 2 | QUEUE_TIMER : 0;
+}
+
+int Key_getSocketFd(zekQueue queue) {
+    if (isTimerQueue(queue)) return hostSwpTimerFd();
+    socketQueue* q = queueOf(queue);
+    return q != nullptr ? zekEndpointFd(q->endpoint) : -1;
+}
+
+int zekIpcTmrOpen(uint32_t app, uint32_t instance) {
+    bool own = task.key != 0 && task.app == app && task.instance == instance;
+    return own && hostSwpTimerFd() >= 0 ? 0 : -1;
+}
+
+int zekIpcSend(zekQueue queue, const void* message, size_t length) {
+    // The outgoing order is the task's own: another thread has an endpoint of its own to send by.
+    if (queueOf(queue) == nullptr || !hostIsTaskThread() || length < sizeof(ipcHdr) ||
+        length > ZEK_MESSAGE_MAX) {
+        stats.sendFailed++;
+        return -1;
+    }
+    return hostSend(message, length);
+}
+
+int zekIpcReply(uint32_t ipcKey, void* message, size_t length) {
+    if (length < sizeof(ipcHdr)) return -1;
+    auto* hdr = wireView<ipcHdr>(std::span(static_cast<uint8_t*>(message), length));
+    ipcExchangeTriples(hdr);
+    int result = zekIpcSend(Key_getReqQueue(ipcKey), message, length);
+    if (result != 0) ipcExchangeTriples(hdr);  // as it was, so that it can be tried again
+    return result;
+}
+
+int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
+    if (isTimerQueue(queue)) return recvTimer(buffer, size, timeoutMs);
+    socketQueue* q = queueOf(queue);
+    if (q == nullptr) return -1;
+    uint64_t deadline = deadlineOf(timeoutMs);
+    followHold();
+    for (bool first = true;; first = false) {
+        while (!q->kept.empty()) {
+            keptMessage m = std::move(q->kept.front());
+            q->kept.pop_front();
+            q->keptBytes -= m.bytes.size();
+            if (m.bytes.size() > size) {
+                stats.tooLong++;
+                continue;
+            }
+            memcpy(buffer, m.bytes.data(), m.bytes.size());
+            stats.received++;
+            return static_cast<int>(m.bytes.size());
+        }
+        int wait = first ? 0 : untilMs(deadline);
+        if (!first && wait == 0) return 0;
+        if (!first) hostFlush();
+        std::vector<pollfd> none;
+        pollAll(&none, first ? 0 : shorter(wait, hostOutgoingWaitMs()));
+    }
+}
+
+int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
+    limit = std::min(limit, ZEK_FD_MAX);
+    uint64_t deadline = deadlineOf(timeoutMs);
+    zekFdSet ready;
+    int n = 0;
+    // What waits already is served before a commit, which then serves all of it together.
+    if (hostFlushIsDue() && !hostHeldIsFull()) n = lookAt(limit, *set, 0, &ready);
+    while (n == 0) {
+        hostFlush();
+        int wait = untilMs(deadline);
+        n = lookAt(limit, *set, shorter(wait, hostOutgoingWaitMs()), &ready);
+        if (n == 0 && wait == 0) break;
+    }
+    if (n >= 0) *set = ready;
+    return n;
+}
+
+int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* address) {
+    bool own = task.key != 0 && task.app == app && task.instance == instance;
+    *address = own ? task.address : chassisAddress(hostConf().chassis, app, instance);
+    return addressIsKnown(*address) ? 0 : -1;
+}
+
+uint32_t zek_sysGetIpAddr(uint32_t) {
+    return task.address;
+}
+
+int zekIrcPeerRpmSend(uint32_t app, uint32_t instance, const void* message, size_t length, uint32_t,
+                      int* err) {
+    constexpr int noPeer = 1, noSend = 2;
+    const auto& rps = hostConf().chassis.routeProcessors;
+    int result = noPeer;
+    if (rps.size() == 2 && length >= sizeof(ipcHdr) && length <= IPC_TRANSPORT_MAX) {
+        const auto* bytes = static_cast<const uint8_t*>(message);
+        std::vector<uint8_t> copy(bytes, bytes + length);
+        auto* hdr = wireView<ipcHdr>(std::span(copy));
+        hdr->source.slot = 0;
+        hdr->source.card = rps[1 - hostConf().rp].address;
+        hdr->source.svce = aclServicePort(app, instance, QUEUE_REQUEST);
+        result = zekIpcSend(Key_getReqQueue(task.key), copy.data(), copy.size()) == 0 ? 0 : noSend;
+    }
+    if (err != nullptr) *err = result;
+    return result == 0 ? 0 : -1;
+}
+
+// This host has no redundancy manager to tell: the log is what is left of it.
+void zekSendSyncMsgAckToRam(uint32_t app, uint32_t) {
+    zekEvtLogPrint(0, 0,
+                   ("data synchronisation acknowledged by task " + std::to_string(app)).c_str());
+}
+void zekSendDataSyncResultToRam(uint32_t app, uint32_t, uint32_t result) {
+    zekEvtLogPrint(0, 0,
+                   ("data synchronisation of task " + std::to_string(app) + ": result " +
+                    std::to_string(result))
+                       .c_str());
+}

@@ -1,0 +1,188 @@
+// What leaves the task, and when.
+//
+//   send -> held (until the configuration changes before it are durable)
+//        -> backlog of its addressee (while the receiver's queue is full) -> socket
+//
+// Both keep the order. Held answers leave together after one commit, so that requests that wait
+// together share its cost. The task never waits for a receiver: what a full one has not taken after
+// BACKLOG_PATIENCE_MS is dropped and counted.
+#include <deque>
+#include <map>
+
+#include "include/ipc.h"
+#include "platform/api/zekCfg.h"
+#include "platform/host/host.h"
+
+namespace {
+
+constexpr size_t HELD_MAX = 64;  // answers that one commit serves at most
+constexpr size_t HELD_BYTES_MAX = 4u << 20;
+constexpr uint64_t BACKLOG_PATIENCE_MS = 2000;
+constexpr size_t BACKLOG_MAX = 4096;             // messages to one addressee
+constexpr size_t BACKLOG_BYTES_MAX = 64u << 20;  // to all
+constexpr uint32_t COMMIT_TRIES = 3;             // then held answers are given up
+constexpr uint64_t COMMIT_RETRY_MS = 100;
+constexpr uint32_t SYSERR_COMMIT = 0x60001;
+
+typedef std::vector<uint8_t> bytes;
+struct waitingMessage {
+    bytes message;
+    uint64_t since;
+};
+typedef std::pair<uint32_t, uint32_t> addressee;  // card, port
+
+std::deque<bytes> held;
+size_t heldBytes = 0;
+std::map<addressee, std::deque<waitingMessage>> backlog;
+size_t backlogBytes = 0;
+uint32_t commitFailures = 0;  // in a row
+uint64_t commitRetryAt = 0;
+
+hostCommit ownCommit;
+
+bool isDirty() {
+    if (ownCommit.dirty) return ownCommit.dirty();
+    zekCfgDb* db = zekCfgOfTask();
+    return db != nullptr && zekCfgIsDirty(db);
+}
+
+int commit() {
+    return ownCommit.commit ? ownCommit.commit() : zekCfgCommit(zekCfgOfTask());
+}
+
+addressee addresseeOf(const void* message, size_t length) {
+    const auto* hdr = wireView<ipcHdr>(std::span(static_cast<const uint8_t*>(message), length));
+    return {hdr->source.card, hdr->source.svce};
+}
+
+int enterBacklog(std::deque<waitingMessage>* queue, bytes message) {
+    if (queue->size() >= BACKLOG_MAX || backlogBytes + message.size() > BACKLOG_BYTES_MAX)
+        return -1;
+    backlogBytes += message.size();
+    queue->push_back({std::move(message), hostNowMs()});
+    return 0;
+}
+
+void leaveBacklog(std::deque<waitingMessage>* queue) {
+    backlogBytes -= queue->front().message.size();
+    queue->pop_front();
+}
+
+// To the socket, or behind what already waits for this addressee.
+int dispatch(const void* message, size_t length) {
+    addressee to = addresseeOf(message, length);
+    const auto* front = static_cast<const uint8_t*>(message);
+    auto waiting = backlog.find(to);
+    if (waiting != backlog.end())
+        return enterBacklog(&waiting->second, bytes(front, front + length));
+    switch (hostSendNow(message, length)) {
+        case zekSendResult::sent:
+            return 0;
+        case zekSendResult::full:
+            if (enterBacklog(&backlog[to], bytes(front, front + length)) == 0) return 0;
+            backlog.erase(to);
+            return -1;
+        default:
+            return -1;
+    }
+}
+
+void dropHeld() {
+    hostIpcStats().dropped += held.size();
+    held.clear();
+    heldBytes = 0;
+}
+
+void commitFailed() {
+    commitRetryAt = hostNowMs() + COMMIT_RETRY_MS;
+    commitFailures++;
+    if (commitFailures <= COMMIT_TRIES)
+        zekSysErr(0, 0, SYSERR_COMMIT, 1, "The configuration cannot be committed");
+    // Nothing was promised to the clients whose answers are dropped: they time out.
+    if (commitFailures >= COMMIT_TRIES) dropHeld();
+}
+
+}  // namespace
+
+void hostSetCommit(hostCommit c) {
+    ownCommit = std::move(c);
+}
+
+zekSendResult hostSendNow(const void* message, size_t length) {
+    zekEndpoint* endpoint = hostEndpoint();
+    if (endpoint == nullptr) return zekSendResult::failed;
+    zekSendResult result = zekEndpointSend(endpoint, message, length, 0);
+    if (result == zekSendResult::sent) hostIpcStats().sent++;
+    return result;
+}
+
+int hostSend(const void* message, size_t length) {
+    int result = -1;
+    if (held.empty() && !isDirty()) {
+        result = dispatch(message, length);
+    } else {
+        // A message to nobody fails here and not at the flush, where no one would learn of it.
+        addressee to = addresseeOf(message, length);
+        if (hostEndpointPeerFd(hostEndpoint(), to.first, to.second) >= 0) {
+            const auto* front = static_cast<const uint8_t*>(message);
+            held.emplace_back(front, front + length);
+            heldBytes += length;
+            hostIpcStats().heldBack++;
+            result = 0;
+        }
+    }
+    if (result != 0) hostIpcStats().sendFailed++;
+    return result;
+}
+
+bool hostFlushIsDue() {
+    return !held.empty() || isDirty();
+}
+bool hostHeldIsFull() {
+    return held.size() >= HELD_MAX || heldBytes >= HELD_BYTES_MAX;
+}
+
+void hostFlush() {
+    if (isDirty() && commit() != 0) return commitFailed();
+    commitFailures = 0;
+    for (; !held.empty(); held.pop_front())
+        if (dispatch(held.front().data(), held.front().size()) != 0) hostIpcStats().dropped++;
+    heldBytes = 0;
+}
+
+void hostServeBacklog() {
+    for (auto it = backlog.begin(); it != backlog.end();) {
+        auto& queue = it->second;
+        while (!queue.empty()) {
+            const waitingMessage& m = queue.front();
+            zekSendResult result = hostSendNow(m.message.data(), m.message.size());
+            if (result == zekSendResult::full && hostNowMs() - m.since < BACKLOG_PATIENCE_MS) break;
+            if (result != zekSendResult::sent) hostIpcStats().dropped++;
+            leaveBacklog(&queue);
+        }
+        it = queue.empty() ? backlog.erase(it) : std::next(it);
+    }
+}
+
+int hostOutgoingWaitMs() {
+    uint64_t now = hostNowMs(), until = UINT64_MAX;
+    if (commitFailures != 0) until = commitRetryAt;
+    for (const auto& [to, queue] : backlog)
+        until = std::min(until, queue.front().since + BACKLOG_PATIENCE_MS);
+    if (until == UINT64_MAX) return -1;
+    return until <= now ? 0 : static_cast<int>(until - now);
+}
+
+void hostOutgoingPoll(std::vector<pollfd>* fds) {
+    for (const auto& [to, queue] : backlog) {
+        int fd = hostEndpointPeerFd(hostEndpoint(), to.first, to.second);
+        if (fd >= 0) fds->push_back({fd, POLLOUT, 0});
+    }
+}
+
+void hostOutgoingReset() {
+    held.clear();
+    backlog.clear();
+    heldBytes = backlogBytes = 0;
+    commitFailures = 0;
+}

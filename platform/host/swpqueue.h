@@ -1,0 +1,84 @@
+// The two ends of SWP as plain state: no sockets, no clock, no handles. swp.cpp drives the sender
+// with the task's transport, a test with a network of its own.
+//
+//   backlog:  [ sent, unanswered: at most `window` | waiting for their turn ]
+//               ^ firstSeq
+//
+// A receiver takes only the next number, so the answer to a number releases everything before it
+// too. A lost message therefore costs one time-out: its repeat's answer shows that the peer is
+// back, and what was sent behind it, and was thrown away there, goes again at once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+
+#include "include/ipc.h"
+#include "platform/api/zekSwp.h"
+#include "platform/api/zekTransport.h"
+
+constexpr size_t SWP_BACKLOG_MAX = 65536;  // messages, the window's included
+constexpr uint64_t SWP_TIMEOUT_MS = 250;   // until the oldest unanswered message is repeated
+constexpr uint64_t SWP_FULL_RETRY_MS = 5;  // until a message that met a full socket is tried again
+constexpr uint64_t SWP_NEVER = UINT64_MAX;
+
+enum swpError : int {
+    SWP_OK = 0,
+    SWP_E_MESSAGE = 1,   // not a message of this type and length
+    SWP_E_QUEUE = 2,     // no such queue, or one that has started over since
+    SWP_E_SEQUENCE = 3,  // answers what was never sent
+    SWP_E_DEAD = 4,      // the peer has not answered the last repeat
+};
+
+// Receiver's results beside ZEK_SWP_IN_ORDER and ZEK_SWP_SEEN.
+constexpr int SWP_GAP = 7;     // a number before this one is missing
+constexpr int SWP_MIDDLE = 8;  // a session that we have not seen the start of
+constexpr int SWP_STALE = 9;   // left over from a session that its sender has given up
+
+struct swpMessage {
+    uint8_t* data;  // the queue's
+    size_t length;
+};
+
+struct swpQueue {
+    uint32_t window = 10;
+    uint32_t repeatsMax = 40;  // time-outs in a row until the queue counts as dead
+    std::function<zekSendResult(const void* message, size_t length)> send;  // must not wait
+    zekSwpFree free = nullptr;
+    zekSwpPrint print = nullptr;
+
+    uint32_t session = 1;
+    uint32_t firstSeq = 1;  // of backlog.front()
+    std::deque<swpMessage> backlog;
+    size_t inFlight = 0;   // from the front: sent at least once, not answered
+    size_t cursor = 0;     // next to be sent; below inFlight while messages are sent again
+    uint32_t repeats = 0;  // time-outs since the last answer
+    bool alive = true;
+    uint64_t answerDue = SWP_NEVER;  // when the front counts as timed out
+    uint64_t retryAt = SWP_NEVER;    // when a full socket is tried again
+
+    uint64_t enqueued = 0, acknowledged = 0, repeated = 0, flushed = 0, refused = 0, timeouts = 0;
+};
+
+// Takes the message over and sends what the window allows. -1 (the message stays the caller's) when
+// the backlog is full or the length impossible.
+int swpQueueEnqueue(swpQueue* queue, void* message, size_t length, uint64_t nowMs);
+// An answer. *released is the message that it answers, the caller's from now on; older ones are
+// freed. Repeated answers release nothing.
+int swpQueueAnswer(swpQueue* queue, uint32_t session, uint32_t seq, uint64_t nowMs,
+                   void** released);
+// When swpQueueExpire is due.
+inline uint64_t swpQueueDeadline(const swpQueue& queue) {
+    return queue.answerDue < queue.retryAt ? queue.answerDue : queue.retryAt;
+}
+// Repeats the oldest message when its time is up, and sends what a full socket held up. SWP_E_DEAD
+// when the peer has now used up its repeats.
+int swpQueueExpire(swpQueue* queue, uint64_t nowMs);
+// Frees everything and starts a new session.
+void swpQueueFlush(swpQueue* queue);
+
+// The receiver's verdict on one message; 0 and 6 are to be answered.
+int swpReceive(zekSwpSeq* seen, uint32_t session, uint32_t seq);
+// The 402 for a received data message.
+ipcHdr swpAnswerTo(const ipcHdr& data);
