@@ -1,0 +1,245 @@
+// The grammar of the shell: one table of nodes for every mode. A node is a word or an argument,
+// what it does to the command that is being read, and the state (set of nodes) that follows it. The
+// parser, the help, the completion and the error reports all read these tables.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "include/entry.h"
+
+enum class cliMode : uint8_t { exec, configure, standard, extended, trace };
+
+enum class cliVerb : uint8_t {
+    nothing,  // a comment or an empty line
+    showRunning,
+    showStartup,
+    showLists,
+    showLogging,
+    showSystem,
+    clearCounters,
+    writeMemory,
+    configure,
+    debug,
+    test,
+    exit,
+    end,
+    list,       // header of an IP list; cliCommand::kind
+    traceList,  // header of a trace list
+    traceGroup,
+    maskMode,
+    entry,
+    traceEntry,
+    count_,
+};
+
+// A line, read. Views point into the line.
+struct cliCommand {
+    cliVerb verb;
+    bool negated;           // it began with "no"
+    bool inverseMask;       // how a second dotted address is read: as the mask itself
+    uint32_t features;      // which nodes apply, F_...
+    uint32_t seen;          // options already given, O_...
+    uint32_t firstColumn;   // of the first word, from 0
+    uint32_t seqColumn;     // of the sequence number; NO_COLUMN when none was given
+    uint32_t kind;          // of an IP list
+    std::string_view name;  // list name, or name of a debug function
+    std::string text;       // argument line of a debug function, words separated by one blank
+    uint32_t log, monitor;  // option words beside the block
+    ipEntryBlock block;
+};
+constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
+
+// A word's value, read as its node's argument kind wants it.
+struct cliValue {
+    std::string_view word;
+    size_t column;
+    uint64_t number;
+    uint32_t address, length;
+    uint8_t mac[6];
+};
+
+enum class cliArg : uint8_t {
+    word,      // the keyword
+    number,    // decimal within the node's limits
+    sequence,  // a sequence number: any decimal number, its range is the action's to check
+    hex,       // within the node's limits
+    address,   // A.B.C.D
+    prefix,    // A.B.C.D/LEN
+    mac,       // xx:xx:xx:xx:xx:xx
+    name,      // a list name
+    text,      // any one word
+    rest,      // the rest of the line, at least one word
+    end,       // the line may end here
+};
+
+// Conditions of a node: all of its bits must be set in the command's features.
+enum cliFeature : uint32_t {
+    F_START = 1u << 0,     // no sequence number has been read yet
+    F_POSITIVE = 1u << 1,  // no "no" has been read
+    F_NEGATED = 1u << 2,
+    F_SEQ = 1u << 3,     // a sequence number has been read
+    F_EXEC = 1u << 4,    // typed in exec mode itself, not behind "do"
+    F_LIST = 1u << 5,    // ordinary lists: order, monitor
+    F_NET = 1u << 6,     // dscp, fragments
+    F_EXT = 1u << 7,     // precedence, tos
+    F_LAYER2 = 1u << 8,  // arp, ether-type
+    F_PORTS = 1u << 9,
+    F_TCP = 1u << 10,
+    F_ICMP = 1u << 11,
+};
+
+struct grammarNode;
+// Applies a word to the command. Null, or the sentence that refuses the word.
+typedef const char* (*cliAction)(cliCommand& command, const cliValue& value,
+                                 const grammarNode& node);
+
+// The states; their nodes are in grammar.cpp.
+enum cliState : uint8_t {
+    S_NONE,
+    S_MODE,  // stands for the start of the current mode
+    S_EXEC,
+    S_SHOW,
+    S_SHOW_IP,
+    S_SHOW_LISTS,
+    S_CLEAR,
+    S_CLEAR_IP,
+    S_CLEAR_LISTS,
+    S_CLEAR_COUNTERS,
+    S_WRITE,
+    S_CONFIGURE,
+    S_DEBUG,
+    S_DEBUG_ARGS,
+    S_TEST,
+    S_TEST_IP,
+    S_TEST_NAME,
+    S_TEST_PROTOCOL,
+    S_TEST_SRC,
+    S_TEST_DST,
+    S_TEST_OPTIONS,
+    S_TEST_SRC_PORT,
+    S_TEST_DST_PORT,
+    S_TEST_FLAGS,
+    S_TEST_ICMP_TYPE,
+    S_TEST_ICMP_CODE,
+    S_TEST_TOS,
+    S_DONE,
+    S_CONFIG,
+    S_IP,
+    S_IP_LIST,
+    S_LIST_NAME,
+    S_ACCESS_LIST,
+    S_STANDARD,
+    S_STANDARD_SEQ,
+    S_STANDARD_SRC,
+    S_STANDARD_SRC_HOST,
+    S_STANDARD_SRC_MASK,
+    S_EXTENDED,
+    S_EXTENDED_SEQ,
+    S_PROTOCOL,
+    S_SRC,
+    S_SRC_HOST,
+    S_SRC_MASK,
+    S_SRC_PORT,
+    S_SRC_PORT_ONE,
+    S_SRC_PORT_LOW,
+    S_SRC_PORT_HIGH,
+    S_DST,
+    S_DST_HOST,
+    S_DST_MASK,
+    S_DST_PORT,
+    S_DST_PORT_ONE,
+    S_DST_PORT_LOW,
+    S_DST_PORT_HIGH,
+    S_ICMP,
+    S_ICMP_CODE,
+    S_OPTIONS,
+    S_OPTION_DSCP,
+    S_OPTION_PRECEDENCE,
+    S_OPTION_TOS,
+    S_OPTION_ORDER,
+    S_ARP_MAC,
+    S_ARP_MAC_MASK,
+    S_ARP_VLAN,
+    S_ARP_VLAN_ID,
+    S_ARP_OPCODE,
+    S_ARP_OPCODE_VALUE,
+    S_ARP_IP,
+    S_ETHER_TYPE,
+    S_ETHER_SRC,
+    S_ETHER_SRC_MASK,
+    S_ETHER_VLAN,
+    S_ETHER_VLAN_ID,
+    S_ETHER_DST,
+    S_ETHER_DST_MASK,
+    S_COUNT,
+};
+
+struct grammarNode {
+    cliArg kind;
+    std::string_view
+        word;  // the keyword, or how help shows the argument ("" for numbers: the limits)
+    const char* help;
+    cliState next;
+    cliAction action;  // may be null
+    uint32_t value;    // the action's
+    uint32_t when;     // F_... that must hold
+    uint32_t once;     // O_... of an option that a line has once
+    uint32_t low, high;
+    uint32_t wideHigh;  // upper limit when a stored configuration is restored
+};
+
+// A state's own nodes, and the state whose nodes apply there as well.
+struct grammarState {
+    std::span<const grammarNode> nodes;
+    cliState chain;
+    uint32_t when;  // F_... that all nodes of this state need
+};
+const grammarState& grammarStateOf(cliState state);
+
+struct grammarMode {
+    cliState start;
+    uint32_t features;
+    uint32_t kind;  // of the list's entries
+    const char* prompt;
+};
+const grammarMode& grammarModeOf(cliMode mode);
+
+// Actions that fill the entry block (entry.cpp). `value` of the node in parentheses.
+constexpr uint32_t ENTRY_SRC = 0, ENTRY_DST = 1;
+const char* entrySequence(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryAction(cliCommand&, const cliValue&, const grammarNode&);    // (ipAction)
+const char* entryProtocol(cliCommand&, const cliValue&, const grammarNode&);  // (ipProtocol)
+const char* entryProtocolNumber(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryAddress(cliCommand&, const cliValue&, const grammarNode&);  // (side)
+const char* entryHost(cliCommand&, const cliValue&, const grammarNode&);     // (side)
+const char* entryPrefix(cliCommand&, const cliValue&, const grammarNode&);   // (side)
+const char* entryMask(cliCommand&, const cliValue&, const grammarNode&);     // (side)
+const char* entryPortOperator(cliCommand&, const cliValue&,
+                              const grammarNode&);                            // (side << 8 | op)
+const char* entryPortLow(cliCommand&, const cliValue&, const grammarNode&);   // (side)
+const char* entryPortHigh(cliCommand&, const cliValue&, const grammarNode&);  // (side)
+const char* entryTcpFlag(cliCommand&, const cliValue&, const grammarNode&);   // (flag bit)
+const char* entryIcmpName(cliCommand&, const cliValue&, const grammarNode&);  // (icmpNameTable row)
+const char* entryIcmpType(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryIcmpCode(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryDscp(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryPrecedence(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryTos(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryFragments(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryLog(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryCounter(cliCommand&, const cliValue&, const grammarNode&);  // (ipCounterOption)
+const char* entryOrder(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryMonitor(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryArp(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryEtherType(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryMacAny(cliCommand&, const cliValue&, const grammarNode&);   // (side)
+const char* entryMac(cliCommand&, const cliValue&, const grammarNode&);      // (side)
+const char* entryMacMask(cliCommand&, const cliValue&, const grammarNode&);  // (side)
+const char* entryVlan(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryOpcode(cliCommand&, const cliValue&, const grammarNode&);
+
+// The block of a rule in which nothing is given yet.
+ipEntryBlock entryBlank(uint32_t kind);

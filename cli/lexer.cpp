@@ -1,0 +1,120 @@
+#include "cli/lexer.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
+}
+
+// The value of a hexadecimal digit, or 16.
+constexpr uint32_t hexDigit(char c) {
+    if (c >= '0' && c <= '9') return static_cast<uint32_t>(c - '0');
+    char l = lower(c);
+    if (l >= 'a' && l <= 'f') return static_cast<uint32_t>(l - 'a' + 10);
+    return 16;
+}
+
+// One octet and the dot behind it. Leading zeros are refused: some read them as octal.
+bool takeOctet(const char*& p, const char* end, uint32_t* octet) {
+    const char* start = p;
+    uint32_t v = 0;
+    while (p < end && *p >= '0' && *p <= '9' && p - start < 4)
+        v = v * 10 + static_cast<uint32_t>(*p++ - '0');
+    if (p == start || v > 255 || (*start == '0' && p - start > 1)) return false;
+    *octet = v;
+    return true;
+}
+
+// The address at p, which moves behind it.
+bool takeAddress(const char*& p, const char* end, uint32_t* address) {
+    uint32_t v = 0;
+    for (int i = 0; i < 4; i++) {
+        uint32_t octet;
+        if (i != 0 && (p == end || *p++ != '.')) return false;
+        if (!takeOctet(p, end, &octet)) return false;
+        v = v << 8 | octet;
+    }
+    *address = v;
+    return true;
+}
+
+}  // namespace
+
+std::string_view lexWord(std::string_view line, size_t* at) {
+    size_t begin = *at;
+    while (begin < line.size() && lexIsBlank(line[begin])) begin++;
+    size_t end = begin;
+    while (end < line.size() && !lexIsBlank(line[end])) end++;
+    *at = end;
+    return line.substr(begin, end - begin);
+}
+
+std::string_view lexTrimEnd(std::string_view line) {
+    while (!line.empty() && lexIsBlank(line.back())) line.remove_suffix(1);
+    return line;
+}
+
+lexMatch lexCompare(std::string_view typed, std::string_view keyword) {
+    if (typed.size() > keyword.size()) return lexMatch::none;
+    for (size_t i = 0; i < typed.size(); i++)
+        if (typed[i] != keyword[i] && lower(typed[i]) != lower(keyword[i])) return lexMatch::none;
+    return typed.size() == keyword.size() ? lexMatch::whole : lexMatch::prefix;
+}
+
+bool lexNumber(std::string_view word, uint64_t* value) {
+    if (word.empty() || word.size() > 12) return false;
+    uint64_t v = 0;
+    for (char c : word) {
+        if (c < '0' || c > '9') return false;
+        v = v * 10 + static_cast<uint64_t>(c - '0');
+    }
+    *value = v;
+    return true;
+}
+
+bool lexHex(std::string_view word, uint32_t* value) {
+    if (word.empty() || word.size() > 8) return false;
+    uint32_t v = 0;
+    for (char c : word) {
+        uint32_t digit = hexDigit(c);
+        if (digit > 15) return false;
+        v = v << 4 | digit;
+    }
+    *value = v;
+    return true;
+}
+
+bool lexAddress(std::string_view word, uint32_t* address) {
+    const char* p = word.data();
+    const char* end = p + word.size();
+    uint32_t v;
+    if (!takeAddress(p, end, &v) || p != end) return false;
+    *address = v;
+    return true;
+}
+
+bool lexPrefix(std::string_view word, uint32_t* address, uint32_t* length) {
+    const char* p = word.data();
+    const char* end = p + word.size();
+    uint32_t v, len;
+    if (!takeAddress(p, end, &v) || p == end || *p++ != '/') return false;
+    if (!takeOctet(p, end, &len) || p != end || len > 32) return false;
+    *address = v;
+    *length = len;
+    return true;
+}
+
+bool lexMac(std::string_view word, uint8_t mac[6]) {
+    constexpr size_t MAC_TEXT = 6 * 2 + 5;
+    if (word.size() != MAC_TEXT) return false;
+    uint8_t bytes[6];
+    for (size_t i = 0; i < 6; i++) {
+        uint32_t high = hexDigit(word[i * 3]), low = hexDigit(word[i * 3 + 1]);
+        if (high > 15 || low > 15 || (i < 5 && word[i * 3 + 2] != ':')) return false;
+        bytes[i] = static_cast<uint8_t>(high << 4 | low);
+    }
+    std::memcpy(mac, bytes, sizeof bytes);
+    return true;
+}

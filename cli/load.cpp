@@ -1,0 +1,324 @@
+// Lines are parsed and sent without waiting for the answers before them: up to WINDOW are open at a
+// time. Every open line, and every refused one that cannot be reported yet because an earlier line
+// is still open, has a slot in a ring; slots leave it at the head, in line order.
+//
+// Two things wait. Entry lines wait for the answer to their list's header, because the entries of a
+// list that is refused must not be sent. A change of the mask mode waits for everything, because
+// the lines behind it read differently.
+//
+// Answers are taken before each send: our queue is short, and a manager that cannot deliver an
+// answer drops it.
+#include "cli/load.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "cli/lexer.h"
+#include "include/status.h"
+
+namespace {
+
+constexpr size_t WINDOW = 256;
+constexpr size_t LINE_MAX_BYTES = 65536;
+constexpr int FULL_WAIT_MS = 2;  // the manager's queue is full: an answer will come first
+
+struct loadSlot {
+    bool done;
+    bool isHeader;      // of a list
+    uint32_t sequence;  // of the request that is open
+    int64_t sentAt;
+    uint32_t line;
+    uint32_t firstColumn, seqColumn;
+    std::string text;     // the line; slots are used again, so this rarely allocates
+    std::string failure;  // a sentence, or empty
+    size_t column;        // of the failure
+    std::vector<std::string> expected;
+};
+
+enum class headerState { none, open, accepted, refused };
+
+struct loader {
+    cliSession& session;
+    std::string_view source;
+    std::vector<loadSlot> ring{WINDOW};
+    size_t head = 0, count = 0;
+    uint64_t refused = 0;
+    // The last list header: what became of it decides about the entries behind it.
+    headerState header = headerState::none;
+    uint32_t headerLine = 0;
+    uint32_t badHeaderLine =
+        0;              // a configuration line that could not be read: what list was meant?
+    bool gone = false;  // nothing can be sent any more
+    cliCommand command{};
+
+    int timeoutMs() const { return session.options.timeoutMs; }
+    loadSlot& slot(size_t i) { return ring[(head + i) % WINDOW]; }
+};
+
+bool isEntry(const cliCommand& command) {
+    return command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry;
+}
+
+// Reports and releases the finished slots at the head.
+void flushSlots(loader& l) {
+    while (l.count > 0 && l.slot(0).done) {
+        loadSlot& s = l.slot(0);
+        if (!s.failure.empty()) {
+            l.refused++;
+            reportRefused(l.session.err, {l.source, s.line}, s.text, s.column, s.failure,
+                          s.expected);
+        }
+        l.head = (l.head + 1) % WINDOW;
+        l.count--;
+    }
+}
+
+void finish(loader& l, loadSlot& s, std::string failure, size_t column) {
+    s.done = true;
+    s.failure = std::move(failure);
+    s.column = column;
+    if (s.isHeader && s.line == l.headerLine)
+        l.header = s.failure.empty() ? headerState::accepted : headerState::refused;
+}
+
+// Gives the message in the channel to the line that it answers.
+void takeAnswer(loader& l, uint32_t sequence) {
+    for (size_t i = 0; i < l.count; i++) {
+        loadSlot& s = l.slot(i);
+        if (s.done || s.sequence != sequence) continue;
+        uint32_t status;
+        if (!answerResult(l.session.channel, &status)) break;
+        cliCommand columns{};
+        columns.firstColumn = s.firstColumn;
+        columns.seqColumn = s.seqColumn;
+        finish(l, s, status == ACL_OK ? "" : statusText(status), sessionColumn(columns, status));
+        return;
+    }
+    l.session.channel.strays++;  // late: its line has been reported as unanswered
+}
+
+// Takes what has been answered, waiting at most waitMs for the first answer; gives up on lines that
+// have waited too long.
+void pump(loader& l, int waitMs) {
+    flushSlots(l);
+    if (l.count == 0) return;
+    int64_t left = l.slot(0).sentAt + l.timeoutMs() - nowMs();
+    int wait = static_cast<int>(std::clamp<int64_t>(left, 0, waitMs));
+    uint64_t strays = l.session.channel.strays;
+    for (;;) {
+        const ipcHdr* hdr = channelReceive(&l.session.channel, wait);
+        if (hdr != nullptr)
+            takeAnswer(l, hdr->sequence);
+        else if (l.session.channel.strays == strays)
+            break;
+        strays = l.session.channel.strays;
+        wait = 0;
+    }
+    int64_t now = nowMs();
+    for (size_t i = 0; i < l.count && l.slot(i).sentAt + l.timeoutMs() <= now; i++)
+        if (!l.slot(i).done)
+            finish(l, l.slot(i), askText(askResult::noAnswer, l.timeoutMs()),
+                   l.slot(i).firstColumn);
+    flushSlots(l);
+}
+
+void drain(loader& l) {
+    while (l.count > 0) pump(l, l.timeoutMs());
+}
+
+// A slot at the tail, waiting for room.
+loadSlot& takeSlot(loader& l, uint32_t line, std::string_view text) {
+    while (l.count == WINDOW) pump(l, l.timeoutMs());
+    loadSlot& s = l.slot(l.count++);
+    s.done = s.isHeader = false;
+    s.line = line;
+    s.sentAt = nowMs();
+    s.text.assign(text);
+    s.failure.clear();
+    s.expected.clear();
+    return s;
+}
+
+void refuseLine(loader& l, uint32_t line, std::string_view text, size_t column,
+                std::string sentence, std::vector<std::string> expected = {}) {
+    loadSlot& s = takeSlot(l, line, text);
+    s.expected = std::move(expected);
+    finish(l, s, std::move(sentence), column);
+    flushSlots(l);
+}
+
+// The manager has gone: what it answered before is taken, the rest of the open lines is lost.
+void managerGone(loader& l, askResult why) {
+    l.gone = true;
+    pump(l, 0);
+    for (size_t i = 0; i < l.count; i++)
+        if (!l.slot(i).done)
+            finish(l, l.slot(i), askText(why, l.timeoutMs()), l.slot(i).firstColumn);
+    flushSlots(l);
+}
+
+// Sends a command's request. The slot is taken first, so that answers find it.
+void submit(loader& l, const cliCommand& command, uint32_t line, std::string_view text) {
+    loadSlot& s = takeSlot(l, line, text);
+    cliRequest request;
+    size_t length;
+    bool built = requestBuild(&l.session.channel, command, l.session.list, &request, &length);
+    s.firstColumn = command.firstColumn;
+    s.seqColumn = command.seqColumn;
+    s.sequence = built ? requestSequence(request.ipc) : 0;
+    if (!isEntry(command)) {
+        s.isHeader = sessionIsList(l.session.mode);
+        l.header = s.isHeader ? headerState::open : headerState::none;
+        l.headerLine = line;
+    }
+    if (!built) return finish(l, s, statusText(ACL_E_SYSTEM), s.firstColumn);
+    while (!s.done) {
+        pump(l, 0);
+        switch (zekEndpointSend(l.session.channel.endpoint, &request, length, 0)) {
+            case zekSendResult::sent:
+                return;
+            case zekSendResult::full:
+                pump(l, FULL_WAIT_MS);
+                break;
+            case zekSendResult::nobody:
+                return managerGone(l, askResult::unreachable);
+            case zekSendResult::failed:
+                return managerGone(l, askResult::failed);
+        }
+    }
+}
+
+// Whether an entry line's list was accepted; waits for the answer to its header.
+bool headerAccepted(loader& l) {
+    while (l.header == headerState::open) pump(l, l.timeoutMs());
+    return l.header != headerState::refused;
+}
+
+void loadCommand(loader& l, uint32_t line, std::string_view text) {
+    cliSession& s = l.session;
+    const cliCommand& command = l.command;
+    bool entry = isEntry(command);
+    if (s.options.checkOnly && entry) return;
+    if (!entry) l.badHeaderLine = 0;
+    if (s.options.checkOnly ||
+        !(entry || command.verb == cliVerb::list || command.verb == cliVerb::traceList ||
+          command.verb == cliVerb::traceGroup)) {
+        // Rare commands run as they would when typed, after everything before them.
+        drain(l);
+        l.header = headerState::none;
+        cliPipe pipe;
+        pipe.out = s.out;
+        cliOutcome outcome = sessionExecute(&s, command, &pipe);
+        pipeFinish(&pipe);
+        if (!outcome.ok) refuseLine(l, line, text, outcome.column, outcome.sentence);
+        return;
+    }
+    if (entry && !headerAccepted(l))
+        return refuseLine(
+            l, line, text, command.firstColumn,
+            "Not sent: the list's header in line " + std::to_string(l.headerLine) + " was refused");
+    if (!entry) {
+        s.mode = sessionModeAfter(s, command);
+        if (sessionIsList(s.mode)) s.list = listNameMake(command.name);
+    }
+    submit(l, command, line, text);
+}
+
+void loadLine(loader& l, std::string_view text, uint32_t line) {
+    cliSession& s = l.session;
+    cliParseError error;
+    switch (cliParse(sessionContext(s), text, &l.command, &error)) {
+        case cliParsed::nothing:
+            return;
+        case cliParsed::command:
+            return loadCommand(l, line, text);
+        case cliParsed::refused:
+            break;
+    }
+    if (s.mode == cliMode::configure && l.badHeaderLine != 0 && l.command.verb == cliVerb::entry)
+        error.text += " (the header in line " + std::to_string(l.badHeaderLine) + " was refused)";
+    if (sessionMustLeaveList(s, l.command, error)) s.mode = cliMode::configure;
+    if (s.mode == cliMode::configure && (l.command.verb != cliVerb::entry || l.badHeaderLine == 0))
+        l.badHeaderLine = line;
+    refuseLine(l, line, text, error.column, std::move(error.text), std::move(error.expected));
+}
+
+// Lines of a descriptor, read in large pieces.
+struct lineReader {
+    int fd;
+    std::vector<char> bytes = std::vector<char>(4 * LINE_MAX_BYTES);
+    size_t begin = 0, end = 0;
+    bool atEnd = false;
+};
+
+// The next line that has been read whole. False when more must be read first, or at the end.
+bool nextLine(lineReader& r, std::string_view* line) {
+    const char* from = r.bytes.data() + r.begin;
+    const void* newline = std::memchr(from, '\n', r.end - r.begin);
+    size_t length = newline != nullptr
+                        ? static_cast<size_t>(static_cast<const char*>(newline) - from)
+                        : r.end - r.begin;
+    if (newline == nullptr && !(r.atEnd && length > 0) && length < LINE_MAX_BYTES) return false;
+    if (newline == nullptr && length > LINE_MAX_BYTES) length = LINE_MAX_BYTES;
+    *line = {from, length};
+    r.begin += length + (newline != nullptr ? 1 : 0);
+    return true;
+}
+
+// Reads more; while nothing comes, answers are taken. False at the end.
+bool readMore(loader& l, lineReader& r) {
+    if (r.atEnd) return false;
+    std::memmove(r.bytes.data(), r.bytes.data() + r.begin, r.end - r.begin);
+    r.end -= r.begin;
+    r.begin = 0;
+    while (l.count > 0) {
+        pollfd fds[] = {{r.fd, POLLIN, 0}, {zekEndpointFd(l.session.channel.endpoint), POLLIN, 0}};
+        int64_t left = l.slot(0).sentAt + l.timeoutMs() - nowMs();
+        if (poll(fds, 2, static_cast<int>(std::max<int64_t>(left, 0))) > 0 && fds[0].revents != 0)
+            break;
+        pump(l, 0);
+    }
+    ssize_t n;
+    do n = read(r.fd, r.bytes.data() + r.end, r.bytes.size() - r.end);
+    while (n < 0 && errno == EINTR);
+    if (n < 0) {
+        reportText(l.session.err, std::string(l.source) + ": " + strerror(errno));
+        l.refused++;
+    }
+    r.atEnd = n <= 0;
+    r.end += static_cast<size_t>(std::max<ssize_t>(n, 0));
+    return true;
+}
+
+}  // namespace
+
+int loadRun(cliSession* session, int fd, std::string_view source) {
+    std::string error;
+    session->mode = session->outermost = cliMode::configure;
+    if (!session->options.checkOnly && !sessionConnect(session, &error)) {
+        reportText(session->err, error);
+        return 1;
+    }
+    loader l{.session = *session, .source = source};
+    lineReader reader{.fd = fd};
+    uint32_t lineNumber = 0;
+    std::string_view line;
+    while (!l.gone) {
+        if (nextLine(reader, &line))
+            loadLine(l, line, ++lineNumber);
+        else if (!readMore(l, reader))
+            break;
+    }
+    if (l.gone)
+        reportText(session->err, std::string(source) + ": nothing was loaded from line " +
+                                     std::to_string(lineNumber + 1) + " on");
+    drain(l);
+    if (l.refused > 0)
+        reportText(session->err, std::string(source) + ": " + std::to_string(l.refused) + " of " +
+                                     std::to_string(lineNumber) + " lines refused");
+    return l.refused > 0 || l.gone ? 1 : 0;
+}

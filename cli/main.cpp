@@ -1,0 +1,78 @@
+// aclsh: the operator's shell. Speaks to the manager of one route processor.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include <cmath>
+#include <fstream>
+#include <iostream>
+
+#include "cli/interactive.h"
+#include "cli/load.h"
+
+namespace {
+
+// Commands from a stream that is no terminal, one a line. 1 when any failed.
+int runLines(cliSession* session, std::istream& in, std::string_view source) {
+    int status = 0;
+    uint32_t number = 0;
+    for (std::string line; !session->done && std::getline(in, line);)
+        if (!sessionRun(session, line, {source, ++number})) status = 1;
+    return status;
+}
+
+int runFile(cliSession* session, const std::string& file) {
+    if (file == "-") return loadRun(session, STDIN_FILENO, "stdin");
+    int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        reportText(stderr, file + ": " + strerror(errno));
+        return 1;
+    }
+    int status = loadRun(session, fd, file);
+    close(fd);
+    return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    cliSession session;
+    cliOptions& o = session.options;
+    std::string file;
+    std::vector<std::string> commands;
+    double timeout = 10;
+
+    CLI::App app{"Shell of the access-list manager"};
+    app.add_option("--rundir", o.runDir, "run folder (default $ACL_RUNDIR, else /run/aclmgr)");
+    app.add_option("--chassis", o.chassisFile, "chassis description (default RUNDIR/chassis.json)");
+    app.add_option("--rp", o.rp, "route processor")->check(CLI::Range(0, 1));
+    auto* command = app.add_option("-c", commands, "run a command (repeatable)");
+    command->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    app.add_option("-f", file, "load a configuration file, - is standard input")->excludes(command);
+    app.add_flag("-C", o.checkOnly, "check the syntax only: nothing is sent");
+    app.add_flag("--json", o.json, "show commands print JSON");
+    app.add_option("--timeout", timeout, "seconds to wait for an answer (default 10)")
+        ->check(CLI::Range(0.001, 86400.0));
+    app.add_flag("--restore", o.restore, "replay a stored configuration");
+    CLI11_PARSE(app, argc, argv);
+
+    o.runDir = zekRunDir(o.runDir);
+    if (o.chassisFile.empty()) o.chassisFile = o.runDir + "/chassis.json";
+    o.timeoutMs = static_cast<int>(std::lround(timeout * 1000));
+    sessionReadMaskMode(&session);
+
+    if (!file.empty()) return runFile(&session, file);
+    if (!commands.empty()) {
+        int status = 0;
+        uint32_t number = 0;
+        for (const std::string& c : commands)
+            if (!session.done && !sessionRun(&session, c, {"command", ++number})) status = 1;
+        return status;
+    }
+    if (isatty(STDIN_FILENO) != 0 && !o.restore) {
+        o.interactive = true;
+        return interactiveRun(&session);
+    }
+    return runLines(&session, std::cin, "stdin");
+}

@@ -1,0 +1,216 @@
+#include "cli/parser.h"
+
+#include <algorithm>
+
+#include "cli/lexer.h"
+#include "include/listName.h"
+
+namespace {
+
+struct cursor {
+    const cliContext& context;
+    cliCommand& command;
+    cliState state;
+    size_t at;  // in the line
+};
+
+// Calls fn with every node that may stand at this point, until it returns true.
+template <class Fn>
+void eachNode(const cliCommand& command, cliState state, Fn fn) {
+    for (; state != S_NONE; state = grammarStateOf(state).chain) {
+        const grammarState& s = grammarStateOf(state);
+        if ((s.when & ~command.features) != 0) continue;
+        for (const grammarNode& node : s.nodes)
+            if ((node.when & ~command.features) == 0 && (node.once & command.seen) == 0 && fn(node))
+                return;
+    }
+}
+
+bool inLimits(const grammarNode& node, uint64_t v, bool wide) {
+    return v >= (wide ? 0 : node.low) && v <= (wide ? node.wideHigh : node.high);
+}
+
+// A name is a word without control characters, so that it can be printed as it is.
+bool isName(std::string_view word) {
+    return word.size() <= LIST_NAME_LEN &&
+           std::ranges::none_of(word, [](char c) { return (c >= 0 && c < ' ') || c == 127; });
+}
+
+bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cliValue* value) {
+    uint32_t hex;
+    switch (node.kind) {
+        case cliArg::number:
+            return lexNumber(word, &value->number) && inLimits(node, value->number, wide);
+        case cliArg::sequence:
+            return lexNumber(word, &value->number);
+        case cliArg::hex:
+            if (!lexHex(word, &hex) || hex == 0 || !inLimits(node, hex, wide)) return false;
+            value->number = hex;
+            return true;
+        case cliArg::address:
+            return lexAddress(word, &value->address);
+        case cliArg::prefix:
+            return lexPrefix(word, &value->address, &value->length);
+        case cliArg::mac:
+            return lexMac(word, value->mac);
+        case cliArg::name:
+            return isName(word);
+        case cliArg::text:
+        case cliArg::rest:
+            return true;
+        case cliArg::word:
+        case cliArg::end:
+            break;
+    }
+    return false;
+}
+
+// The node that a word selects: a whole keyword, else the only keyword that it begins, else an
+// argument. Null when there is none or (*ambiguous) more than one.
+const grammarNode* select(const cursor& c, std::string_view word, cliValue* value,
+                          bool* ambiguous) {
+    const grammarNode* whole = nullptr;
+    const grammarNode* begun = nullptr;
+    const grammarNode* argument = nullptr;
+    *ambiguous = false;
+    eachNode(c.command, c.state, [&](const grammarNode& node) {
+        if (node.kind != cliArg::word) {
+            if (argument == nullptr && takeArgument(node, word, c.context.wide, value))
+                argument = &node;
+            return false;
+        }
+        lexMatch match = lexCompare(word, node.word);
+        if (match == lexMatch::whole) whole = &node;
+        if (match == lexMatch::prefix) {
+            *ambiguous |= begun != nullptr && begun->word != node.word;
+            if (begun == nullptr) begun = &node;
+        }
+        return whole != nullptr;
+    });
+    if (whole != nullptr || !*ambiguous) {
+        *ambiguous = false;
+        return whole != nullptr ? whole : begun != nullptr ? begun : argument;
+    }
+    return nullptr;
+}
+
+std::string shown(const grammarNode& node, bool wide) {
+    if (node.kind != cliArg::number) return std::string(node.word);
+    return "<" + std::to_string(wide ? 0 : node.low) + "-" +
+           std::to_string(wide ? node.wideHigh : node.high) + ">";
+}
+
+// The valid words at this point, or those that begin with `typed`, each once.
+void listValid(const cursor& c, std::string_view typed, std::vector<std::string>* words) {
+    eachNode(c.command, c.state, [&](const grammarNode& node) {
+        if (!typed.empty() &&
+            (node.kind != cliArg::word || lexCompare(typed, node.word) == lexMatch::none))
+            return false;
+        std::string text = shown(node, c.context.wide);
+        if (std::ranges::find(*words, text) == words->end()) words->push_back(std::move(text));
+        return false;
+    });
+}
+
+void refuse(const cursor& c, size_t column, std::string text, std::string_view typed,
+            cliParseError* error) {
+    *error = {column, std::move(text), {}};
+    listValid(c, typed, &error->expected);
+}
+
+cursor begin(const cliContext& context, cliCommand* command) {
+    const grammarMode& mode = grammarModeOf(context.mode);
+    command->verb = cliVerb::entry;  // what a line is that names no other verb
+    command->negated = false;
+    command->inverseMask = context.inverseMask;
+    command->features = mode.features;
+    command->seen = 0;
+    command->firstColumn = 0;
+    command->seqColumn = NO_COLUMN;
+    command->kind = 0;
+    command->name = {};
+    command->text.clear();
+    command->log = command->monitor = 0;
+    static const ipEntryBlock blank[] = {entryBlank(IP_KIND_NONE), entryBlank(IP_KIND_STANDARD),
+                                         entryBlank(IP_KIND_EXTENDED)};
+    command->block = blank[mode.kind];
+    return {context, *command, mode.start, 0};
+}
+
+// Takes one word (already read; c.at is behind it).
+bool step(cursor& c, std::string_view line, std::string_view word, cliParseError* error) {
+    cliValue value{};
+    value.column = static_cast<size_t>(word.data() - line.data());
+    bool ambiguous;
+    const grammarNode* node = select(c, word, &value, &ambiguous);
+    if (node == nullptr) {
+        std::string text = ambiguous ? "Ambiguous word \"" : "Unexpected word \"";
+        refuse(c, value.column, text.append(word) + "\"", ambiguous ? word : "", error);
+        return false;
+    }
+    value.word = word;
+    if (node->kind == cliArg::rest) {
+        value.word = lexTrimEnd(line.substr(value.column));
+        c.at = line.size();
+    }
+    if (node->action != nullptr) {
+        if (const char* why = node->action(c.command, value, *node)) {
+            *error = {value.column, why, {}};
+            return false;
+        }
+    }
+    c.command.seen |= node->once;
+    c.state = node->next == S_MODE ? grammarModeOf(c.context.mode).start : node->next;
+    return true;
+}
+
+}  // namespace
+
+cliParsed cliParse(const cliContext& context, std::string_view line, cliCommand* command,
+                   cliParseError* error) {
+    cursor c = begin(context, command);
+    std::string_view word = lexWord(line, &c.at);
+    if (word.empty() || word[0] == '!') {
+        command->verb = cliVerb::nothing;
+        return cliParsed::nothing;
+    }
+    command->firstColumn = static_cast<uint32_t>(word.data() - line.data());
+    for (; !word.empty(); word = lexWord(line, &c.at))
+        if (!step(c, line, word, error)) return cliParsed::refused;
+
+    bool complete = false;
+    eachNode(*command, c.state,
+             [&](const grammarNode& n) { return complete = n.kind == cliArg::end; });
+    if (!complete) {
+        refuse(c, lexTrimEnd(line).size() + 1, "The line is incomplete", "", error);
+        return cliParsed::refused;
+    }
+    if (command->verb == cliVerb::entry && context.mode == cliMode::trace)
+        command->verb = cliVerb::traceEntry;
+    return cliParsed::command;
+}
+
+bool cliHelp(const cliContext& context, std::string_view line, std::vector<cliHelpRow>* rows,
+             cliParseError* error) {
+    cliCommand command;
+    cursor c = begin(context, &command);
+    rows->clear();
+    for (;;) {
+        std::string_view word = lexWord(line, &c.at);
+        if (c.at < line.size()) {
+            if (!step(c, line, word, error)) return false;
+            continue;
+        }
+        eachNode(command, c.state, [&](const grammarNode& node) {
+            bool literal = node.kind == cliArg::word;
+            cliValue value{};
+            bool fits = word.empty() || (literal ? lexCompare(word, node.word) != lexMatch::none
+                                                 : takeArgument(node, word, context.wide, &value));
+            std::string text = shown(node, context.wide);
+            if (fits && std::ranges::find(*rows, text, &cliHelpRow::word) == rows->end())
+                rows->push_back({std::move(text), node.help, literal});
+            return false;
+        });
+        return true;
+    }
+}

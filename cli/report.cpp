@@ -1,0 +1,33 @@
+#include "cli/report.h"
+
+#include <algorithm>
+
+#include "cli/lexer.h"
+
+void reportRefused(FILE* err, const cliPlace& place, std::string_view line, size_t column,
+                   std::string_view sentence, const std::vector<std::string>& expected) {
+    std::string text;
+    if (place.source.empty())
+        text = "% ";
+    else
+        (text += place.source) +=
+            ":" + std::to_string(place.line) + ":" + std::to_string(column + 1) + ": ";
+    text += sentence;
+    const char* before = "; expected: ";
+    for (const std::string& word : expected) {
+        (text += before) += word;
+        before = ", ";
+    }
+    text += '\n';
+    // One character a column, and nothing that a terminal would obey.
+    for (char c : lexTrimEnd(line))
+        text += c == '\t' ? ' ' : (c >= 0 && c < ' ') || c == 127 ? '?' : c;
+    text += '\n';
+    text.append(column, ' ') += "^\n";
+    fwrite(text.data(), 1, text.size(), err);
+}
+
+void reportText(FILE* err, std::string_view text) {
+    fwrite(text.data(), 1, text.size(), err);
+    fputc('\n', err);
+}

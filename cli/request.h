@@ -1,0 +1,69 @@
+// The shell's road to the manager: building CLI messages and matching their answers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cli/grammar.h"
+#include "include/cliMsg.h"
+#include "platform/api/zekTransport.h"
+
+// An endpoint of this process and the manager that it talks to.
+struct cliChannel {
+    zekEndpoint* endpoint = nullptr;
+    uint32_t card = 0;     // address of the route processor: ours and the manager's
+    uint32_t service = 0;  // our service number
+    uint32_t nextSequence =
+        0;                // starts at random: answers to a predecessor with our pid stay strange
+    uint64_t strays = 0;  // messages that answered nothing that is open
+    std::vector<uint8_t> message;  // the last one received
+
+    cliChannel() = default;
+    cliChannel(const cliChannel&) = delete;
+    ~cliChannel() { zekEndpointClose(endpoint); }
+};
+
+// Opens the channel to the manager of route processor `rp`. False with *error.
+bool channelOpen(cliChannel* channel, const std::string& runDir, const std::string& chassisFile,
+                 uint32_t rp, std::string* error);
+
+// The largest request that requestBuild makes.
+union cliRequest {
+    ipcHdr ipc;
+    cliHdr cli;
+    cliListReq list;
+    cliIpEntryReq entry;
+};
+// The request of a command: *length its bytes. `list` is the list of the current mode, which entry
+// lines act on. False when the command is not one that goes to the manager in one message.
+bool requestBuild(cliChannel* channel, const cliCommand& command, const listName& list,
+                  cliRequest* request, size_t* length);
+// A show of one list (1059), or of the list behind the cursor `name` (1060).
+void requestShow(cliChannel* channel, aclCliCode code, const listName& name, cliShowReq* request);
+
+// The sequence number that a request was given; its answer carries the same.
+inline uint32_t requestSequence(const ipcHdr& request) {
+    return request.sequence;
+}
+
+// Receives one message for us into channel->message; waits at most timeoutMs. Null when there was
+// none (or only strange ones); the record lives until the next call.
+const ipcHdr* channelReceive(cliChannel* channel, int timeoutMs);
+
+// The result that an answer carries; false when the message is too short to be one.
+bool answerResult(const cliChannel& channel, uint32_t* result);
+// The text of an answer to a show; false when the answer is a refusal, whose code is *result.
+bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* text, listName* shown,
+                uint32_t* result);
+
+enum class askResult { answered, noAnswer, unreachable, failed };
+// Sends one request and waits for its answer, which is then in channel->message.
+askResult channelAsk(cliChannel* channel, const void* request, size_t length, int timeoutMs);
+
+// What the operator reads about a status or a failed exchange.
+std::string statusText(uint32_t status);
+std::string askText(askResult result, int timeoutMs);
+
+// Milliseconds on a clock that never jumps.
+int64_t nowMs();

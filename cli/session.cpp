@@ -1,0 +1,229 @@
+#include "cli/session.h"
+
+#include <unistd.h>
+
+#include <array>
+
+#include "cli/lexer.h"
+#include "include/status.h"
+#include "platform/api/zekCfg.h"
+
+namespace {
+
+struct modeRow {
+    cliVerb verb;
+    uint32_t kind;
+    cliMode mode;
+};
+// The headers of lists and the modes that they open.
+constexpr modeRow headerModes[] = {
+    {cliVerb::list, IP_KIND_STANDARD, cliMode::standard},
+    {cliVerb::list, IP_KIND_EXTENDED, cliMode::extended},
+    {cliVerb::traceList, 0, cliMode::trace},
+};
+
+// Sends a configuration command and takes over the mode that follows it.
+cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
+    cliOutcome outcome;
+    if (!s->options.checkOnly) {
+        std::string error;
+        if (!sessionConnect(s, &error)) return refusal(error);
+        cliRequest request;
+        size_t length;
+        if (!requestBuild(&s->channel, command, s->list, &request, &length))
+            return refusal(statusText(ACL_E_SYSTEM));
+        askResult asked = channelAsk(&s->channel, &request, length, s->options.timeoutMs);
+        uint32_t status = ACL_E_SYSTEM;
+        if (asked != askResult::answered)
+            outcome = refusal(askText(asked, s->options.timeoutMs));
+        else if (!answerResult(s->channel, &status) || status != ACL_OK)
+            outcome = refusal(statusText(status), sessionColumn(command, status));
+    }
+    if (command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry ||
+        command.verb == cliVerb::clearCounters)
+        return outcome;
+    s->mode = outcome.ok ? sessionModeAfter(*s, command) : cliMode::configure;
+    if (outcome.ok && sessionIsList(s->mode)) s->list = listNameMake(command.name);
+    if (outcome.ok && command.verb == cliVerb::maskMode) s->inverseMask = !command.negated;
+    return outcome;
+}
+
+cliOutcome runConfigure(cliSession* s, const cliCommand&, cliPipe*) {
+    s->mode = cliMode::configure;
+    return {};
+}
+cliOutcome runExit(cliSession* s, const cliCommand&, cliPipe*) {
+    if (s->mode == cliMode::exec)
+        s->done = true;
+    else
+        s->mode = sessionIsList(s->mode) ? cliMode::configure : s->outermost;
+    return {};
+}
+cliOutcome runEnd(cliSession* s, const cliCommand&, cliPipe*) {
+    s->mode = s->outermost;
+    return {};
+}
+cliOutcome runNothing(cliSession*, const cliCommand&, cliPipe*) {
+    return {};
+}
+
+cliOutcome runDebug(cliSession* s, std::string_view function, std::string_view args,
+                    cliPipe* pipe) {
+    std::string text;
+    if (zekDebugCall(s->options.runDir, s->options.rp, function, args, s->options.timeoutMs,
+                     &text) != 0)
+        return refusal(text.empty() ? "The debug function failed" : text);
+    pipeText(pipe, text);
+    return {};
+}
+cliOutcome runDebugCommand(cliSession* s, const cliCommand& c, cliPipe* pipe) {
+    return runDebug(s, c.name, c.text, pipe);
+}
+cliOutcome runWriteMemory(cliSession* s, const cliCommand&, cliPipe* pipe) {
+    return runDebug(s, "write-memory", "", pipe);
+}
+cliOutcome runShowLogging(cliSession* s, const cliCommand&, cliPipe* pipe) {
+    return showDebug(s, "logging", pipe);
+}
+cliOutcome runShowSystem(cliSession* s, const cliCommand&, cliPipe* pipe) {
+    return showDebug(s, "system", pipe);
+}
+
+struct verbRow {
+    cliVerb verb;
+    bool local;  // changes nothing but this session, also when only checking
+    cliOutcome (*run)(cliSession*, const cliCommand&, cliPipe*);
+};
+constexpr verbRow verbTable[] = {
+    {cliVerb::nothing, true, runNothing},
+    {cliVerb::showRunning, false, showRunning},
+    {cliVerb::showStartup, false, showStartup},
+    {cliVerb::showLists, false, showLists},
+    {cliVerb::showLogging, false, runShowLogging},
+    {cliVerb::showSystem, false, runShowSystem},
+    {cliVerb::clearCounters, true, runConfig},
+    {cliVerb::writeMemory, false, runWriteMemory},
+    {cliVerb::configure, true, runConfigure},
+    {cliVerb::debug, false, runDebugCommand},
+    {cliVerb::test, false, showTest},
+    {cliVerb::exit, true, runExit},
+    {cliVerb::end, true, runEnd},
+    {cliVerb::list, true, runConfig},
+    {cliVerb::traceList, true, runConfig},
+    {cliVerb::traceGroup, true, runConfig},
+    {cliVerb::maskMode, true, runConfig},
+    {cliVerb::entry, true, runConfig},
+    {cliVerb::traceEntry, true, runConfig},
+};
+static_assert([] {
+    for (size_t i = 0; i < std::size(verbTable); i++)
+        if (verbTable[i].verb != static_cast<cliVerb>(i)) return false;
+    return std::size(verbTable) == static_cast<size_t>(cliVerb::count_);
+}());
+
+void report(cliSession* s, const cliPlace& place, std::string_view line, size_t column,
+            std::string_view sentence, const std::vector<std::string>& expected = {}) {
+    fflush(s->out);
+    reportRefused(s->err, place, line, column, sentence, expected);
+}
+
+}  // namespace
+
+void sessionReadMaskMode(cliSession* session) {
+    const std::string& dir = session->options.runDir;
+    if (access((dir + "/running.db").c_str(), R_OK) != 0) return;
+    zekCfgDb* db = zekCfgOpen(dir.c_str(), zekCfgAccess::read);
+    if (db == nullptr) return;
+    session->inverseMask = zekCfgMaskMode(db) != 0;
+    zekCfgClose(db);
+}
+
+bool sessionIsList(cliMode mode) {
+    return mode != cliMode::exec && mode != cliMode::configure;
+}
+
+cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
+    if (command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry) return session.mode;
+    if (!command.negated)
+        for (const modeRow& row : headerModes)
+            if (row.verb == command.verb && row.kind == command.kind) return row.mode;
+    return cliMode::configure;
+}
+
+bool sessionMustLeaveList(const cliSession& session, const cliCommand& command,
+                          const cliParseError& error) {
+    if (!sessionIsList(session.mode) || session.options.interactive) return false;
+    // A configuration line that went wrong, or a first word that is not indented and not known.
+    return command.verb != cliVerb::entry || error.column == 0;
+}
+
+bool sessionConnect(cliSession* session, std::string* error) {
+    if (session->channel.endpoint != nullptr) return true;
+    const cliOptions& o = session->options;
+    return channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
+}
+
+size_t sessionColumn(const cliCommand& command, uint32_t status) {
+    bool aboutNumber =
+        status == ACL_E_SEQ_USED || status == ACL_E_NOSEQ || status == ACL_E_SEQ_RANGE;
+    return aboutNumber && command.seqColumn != NO_COLUMN ? command.seqColumn : command.firstColumn;
+}
+
+cliOutcome sessionExecute(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    const verbRow& row = verbTable[static_cast<size_t>(command.verb)];
+    if (session->options.checkOnly && !row.local) return {};
+    cliOutcome outcome = row.run(session, command, pipe);
+    if (outcome.column == 0) outcome.column = command.firstColumn;
+    return outcome;
+}
+
+bool sessionHelp(cliSession* session, std::string_view line, const cliPlace& place) {
+    std::vector<cliHelpRow> rows;
+    cliParseError error;
+    if (!cliHelp(sessionContext(*session), line, &rows, &error)) {
+        report(session, place, line, error.column, error.text, error.expected);
+        return false;
+    }
+    size_t width = 0;
+    for (const cliHelpRow& row : rows) width = std::max(width, row.word.size());
+    for (const cliHelpRow& row : rows)
+        fprintf(session->out, "  %-*s  %s\n", static_cast<int>(width), row.word.c_str(),
+                row.help.c_str());
+    if (rows.empty()) fputs("  nothing\n", session->out);
+    fflush(session->out);
+    return true;
+}
+
+bool sessionRun(cliSession* session, std::string_view line, const cliPlace& place) {
+    std::string_view trimmed = lexTrimEnd(line);
+    if (!trimmed.empty() && trimmed.back() == '?') {
+        trimmed.remove_suffix(1);
+        return sessionHelp(session, trimmed, place);
+    }
+    cliPipe pipe;
+    pipe.out = session->out;
+    cliParseError error;
+    std::string_view command_line = line;
+    size_t at = 0;
+    bool configLine = session->mode != cliMode::exec && lexWord(line, &at) != "do";
+    if (!configLine && !pipeParse(&command_line, &pipe, &error.column, &error.text)) {
+        report(session, place, line, error.column, error.text);
+        return false;
+    }
+    cliCommand command;
+    switch (cliParse(sessionContext(*session), command_line, &command, &error)) {
+        case cliParsed::nothing:
+            return true;
+        case cliParsed::refused:
+            report(session, place, line, error.column, error.text, error.expected);
+            if (sessionMustLeaveList(*session, command, error)) session->mode = cliMode::configure;
+            return false;
+        case cliParsed::command:
+            break;
+    }
+    cliOutcome outcome = sessionExecute(session, command, &pipe);
+    pipeFinish(&pipe);
+    if (!outcome.ok && !outcome.sentence.empty())
+        report(session, place, line, outcome.column, outcome.sentence);
+    return outcome.ok;
+}

@@ -1,0 +1,77 @@
+// One operator's session: the mode, the list that is edited, the road to the manager.
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/parser.h"
+#include "cli/pipe.h"
+#include "cli/report.h"
+#include "cli/request.h"
+
+struct cliOptions {
+    std::string runDir;
+    std::string chassisFile;
+    uint32_t rp = 0;
+    int timeoutMs = 10000;
+    bool json = false;
+    bool checkOnly = false;    // read and judge lines, send nothing
+    bool restore = false;      // numbers may be whatever a stored configuration can carry
+    bool interactive = false;  // a typing error leaves the mode as it is
+};
+
+struct cliSession {
+    cliOptions options;
+    cliMode mode = cliMode::exec;
+    cliMode outermost = cliMode::exec;  // where "end" leads
+    listName list{};                    // of a list mode
+    bool inverseMask = false;
+    bool done = false;  // "exit" in exec mode
+    FILE* out = stdout;
+    FILE* err = stderr;
+    cliChannel channel;
+};
+
+// What became of a command. A refusal has a sentence and the column that it is about.
+struct cliOutcome {
+    bool ok = true;
+    std::string sentence;  // empty with ok false: everything has been said
+    size_t column = 0;
+};
+inline cliOutcome refusal(std::string sentence, size_t column = 0) {
+    return {false, std::move(sentence), column};
+}
+
+// Takes the mask mode from the configuration database; normal when there is none.
+void sessionReadMaskMode(cliSession* session);
+inline cliContext sessionContext(const cliSession& s) {
+    return {s.mode, s.inverseMask, s.options.restore};
+}
+bool sessionIsList(cliMode mode);
+// The list mode of a list header, the one that follows any other configuration command.
+cliMode sessionModeAfter(const cliSession& session, const cliCommand& command);
+// After a refused line: whether it must end the list mode, because what follows may belong to a
+// list whose header was just refused and must not go into the one before it.
+bool sessionMustLeaveList(const cliSession& session, const cliCommand& command,
+                          const cliParseError& error);
+// Opens the channel at its first use.
+bool sessionConnect(cliSession* session, std::string* error);
+
+// Runs a command that was read; output goes through the pipe.
+cliOutcome sessionExecute(cliSession* session, const cliCommand& command, cliPipe* pipe);
+// Runs one line, reporting what is refused. False when the command failed (or a test denied).
+bool sessionRun(cliSession* session, std::string_view line, const cliPlace& place);
+// Prints the help for a line that ends where the "?" was typed.
+bool sessionHelp(cliSession* session, std::string_view line, const cliPlace& place);
+
+// The manager's column of a refused command: the number when the status is about the number.
+size_t sessionColumn(const cliCommand& command, uint32_t status);
+
+// Commands that print (show.cpp).
+cliOutcome showRunning(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showStartup(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe);
+cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe);
