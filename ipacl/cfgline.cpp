@@ -1,0 +1,116 @@
+// Configuration lines as the database takes them: where a line stands, its two texts, and the
+// record of the change feed. A line's place is its section, its key area (family, list name, kind,
+// number, role) and its class; a removal names the place and never reads the text.
+#include <algorithm>
+#include <cstring>
+
+#include "include/debug.h"
+#include "include/node.h"
+#include "ipacl/text.h"
+#include "ipacl/zekipaccess.h"
+
+namespace {
+
+constexpr uint32_t LINE_HEADER = 0;
+constexpr uint32_t LINE_NUMBERED = 1;
+
+// A text field takes at most one byte less than its size; longer texts are cut there.
+void putText(char (&field)[CFG_TEXT_LEN], std::string_view text) {
+    std::memcpy(field, text.data(), std::min(text.size(), sizeof field - 1));
+}
+
+zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name,
+                        uint32_t lineClass) {
+    zekCfgRecord record{};
+    zekCfgListKey key{};
+    key.family = family;
+    std::memcpy(key.name, name.text, sizeof key.name);
+    std::memcpy(record.key, &key, sizeof key);
+    record.section = section;
+    record.lineClass = lineClass;
+    return record;
+}
+
+zekCfgRecord makeNumbered(const listName& name, const cfgNumbered& line) {
+    zekCfgRecord record = makeRecord(line.section, line.family, name, CFG_CLASS_LINE);
+    auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
+    key->kind = LINE_NUMBERED;
+    key->order = line.seq + 1;
+    key->role = line.role;
+    return record;
+}
+
+void sync(cfgOperation operation, const listName& name, std::string_view line, bool remove) {
+    zekCfgSyncRecord record{};
+    record.kind = operation;
+    std::memcpy(record.name, name.text, sizeof record.name);
+    // Entry lines begin with a blank, so their removals read "no  seq", with two: meant.
+    size_t at = 0;
+    if (remove) {
+        std::memcpy(record.text, "no ", 3);
+        at = 3;
+    }
+    std::memcpy(record.text + at, line.data(), std::min(line.size(), sizeof record.text - 1 - at));
+    zekCfgSync(aclNode->cfgDb, record);
+}
+
+}  // namespace
+
+void cfgWriteHeader(uint32_t section, cfgFamily family, const listName& name, std::string_view line,
+                    bool remove) {
+    static_assert(LINE_HEADER == 0, "header records keep a zero kind and order");
+    zekCfgRecord separator = makeRecord(section, family, name, CFG_CLASS_SEPARATOR);
+    putText(separator.text, "!");
+    putText(separator.inverseText, "!");
+    if (remove) {
+        zekCfgRemoveNode(aclNode->cfgDb, separator);  // takes the whole block with it
+    } else {
+        zekCfgInsertBothLine(aclNode->cfgDb, separator);
+        zekCfgRecord header = makeRecord(section, family, name, CFG_CLASS_LINE);
+        putText(header.text, line);
+        putText(header.inverseText, line);
+        zekCfgInsertBothLine(aclNode->cfgDb, header);
+    }
+    sync(CFG_SYNC_HEADER, name, line, remove);
+}
+
+bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove) {
+    zekCfgRecord record = makeNumbered(name, line);
+    bool inverse = aclNode->inverseMask != 0;
+    putText(record.text, inverse ? line.other : line.shown);
+    putText(record.inverseText, inverse ? line.shown : line.other);
+    if (!remove) zekCfgInsertBothLine(aclNode->cfgDb, record);
+    sync(line.operation, name, line.shown, remove);
+    return !remove || zekCfgRemoveExact(aclNode->cfgDb, record) == 0;
+}
+
+void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, bool withRemark) {
+    aclDebug(DEBUG_ACL_CFG, "Going to %s seq %u of " LIST_NAME_FMT "\r\n",
+             remove ? "delete" : "add", line.seq, listNameArg(name));
+    bool found = cfgWriteNumbered(name, line, remove);
+    if (remove && withRemark) {
+        cfgNumbered remark = line;
+        remark.role = CFG_ROLE_REMARK;
+        zekCfgRecord record = makeNumbered(name, remark);
+        // The blank at the end is meant.
+        putText(record.text, "no remark " + std::to_string(line.seq) + " ");
+        // Most entries have no remark: its absence is not worth a word.
+        zekCfgRemoveExact(aclNode->cfgDb, record);
+    }
+    if (!found)
+        aclDebug(DEBUG_ACL_CFG, "Error deleting seq %u of " LIST_NAME_FMT " from cfg\r\n", line.seq,
+                 listNameArg(name));
+}
+
+void inverse_mask_sent_to_cfg(uint32_t inverse) {
+    constexpr std::string_view line = "access-list inverse-mask";
+    const listName noName{};
+    zekCfgRecord record = makeRecord(CFG_SECTION_MASK_MODE, CFG_FAMILY_V4, noName, CFG_CLASS_LINE);
+    putText(record.text, line);
+    putText(record.inverseText, line);
+    bool remove = inverse == 0;
+    int status = remove ? zekCfgRemoveExact(aclNode->cfgDb, record)
+                        : zekCfgInsertBothLine(aclNode->cfgDb, record);
+    if (status == 0) sync(CFG_SYNC_HEADER, noName, line, remove);
+    zekCfgSetMaskMode(aclNode->cfgDb, inverse);
+}

@@ -1,0 +1,68 @@
+// Text of the IPv6 configuration lines: the extended IPv4 grammar without its IPv4-only pieces.
+// Masks are prefix lengths in either mask mode, so a line's two forms are the same.
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <bit>
+
+#include "include/ipText.h"
+#include "ipacl/text.h"
+#include "ipacl/zekipaccess.h"
+
+namespace {
+
+uint32_t prefixLength(const uint8_t mask[16]) {
+    uint32_t bits = 0;
+    for (int i = 0; i < 16; i++) {
+        bits += static_cast<uint32_t>(std::countl_one(mask[i]));
+        if (mask[i] != 0xFF) break;
+    }
+    return bits;
+}
+
+void addAddress(std::string& out, const uint8_t address[16], const uint8_t mask[16]) {
+    auto isZero = [](const uint8_t* b) {
+        return std::all_of(b, b + 16, [](uint8_t v) { return v == 0; });
+    };
+    if (isZero(address) && isZero(mask)) {
+        out += " any";
+        return;
+    }
+    char text[INET6_ADDRSTRLEN];
+    inet_ntop(AF_INET6, address, text, sizeof text);
+    uint32_t length = prefixLength(mask);
+    out += length == 128 ? " host " : " ";
+    out += text;
+    if (length == 128) return;
+    out += '/';
+    textNumber(out, length);
+}
+
+}  // namespace
+
+void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listName& name) {
+    if (listNameIsGenerated(name)) return;
+    const ip6EntryBlock& block = entry->block;
+    std::string line = " seq ";
+    textNumber(line, block.seq);
+    line += block.action == IP_DENY ? " deny" : " permit";
+    textProtocol(line, block.protocol, block.protocol == IP_PROTO_ANY && block.protoMarker == 0,
+                 " ipv6");
+    bool ports = ipHasPorts(block.protocol);
+    addAddress(line, block.src, block.srcMask);
+    if (ports) line += aclCmpPortPrint(block.srcOperator, block.srcLow, block.srcHigh);
+    addAddress(line, block.dst, block.dstMask);
+    if (ports) line += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
+    if (block.protocol == IP_PROTO_TCP) textTcpFlags(line, block.tcpFlags, TCP_ESTABLISHED);
+    if (block.protocol == IP_PROTO_ICMP)
+        aclIcmpTypeCodeToString(line, block.icmp.type, block.icmp.typeGiven, block.icmp.code,
+                                block.icmp.codeGiven);
+    if (entry->log != 0) line += " log";
+    if ((block.counterOptions & IP_COUNT) != 0) line += " count";
+    if ((block.counterOptions & IP_BYTES) != 0) line += " bytes";
+    if (entry->monitor == 1) line += " monitor";
+    cfgWriteEntry(
+        name,
+        {CFG_SECTION_IP, CFG_FAMILY_V6, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED, block.seq, line, line},
+        remove != 0, true);
+}

@@ -1,0 +1,56 @@
+// What the three IPv4 stores share: list and entry records in a name tree, and the entry chain.
+// Private to this folder.
+#pragma once
+
+#include "include/list.h"
+
+// --- lists in a name tree --------------------------------------------------------------------
+
+// `link` is a list's first member, so a node is its list.
+inline aclList* aclListOf(zekRadixNode* node) {
+    return reinterpret_cast<aclList*>(node);
+}
+inline aclList* aclListFindIn(const zekRadix* tree, const listName& name) {
+    return aclListOf(zekRadixGetExact(tree, name.text, LIST_NAME_KEY_BITS));
+}
+inline aclList* aclListFirstIn(const zekRadix* tree) {
+    return aclListOf(zekRadixGetFirst(tree));
+}
+inline aclList* aclListNextIn(const zekRadix* tree, const listName& name) {
+    return aclListOf(zekRadixGetNext(tree, name.text, LIST_NAME_KEY_BITS));
+}
+// Null also when the named list is absent, whatever stands in front of its place.
+aclList* aclListPrevIn(const zekRadix* tree, const listName& name);
+
+// Makes an empty list and puts it into the tree, with duplicate-check trees when asked. Null when
+// there is no memory: nothing has changed then.
+aclList* aclListMake(zekRadix* tree, const listName& name, uint32_t kind, uint32_t placeholder,
+                     bool dupTrees);
+// Takes a list without entries, bindings and remarks out of its tree and frees it.
+void aclListDrop(zekRadix* tree, aclList* list);
+
+enum class listChange { none, created, configured };
+// Finds the list or makes it, and turns a placeholder that the configuration asks for into a
+// configured list; *change says which. Statuses as ipAccessListCreate.
+aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint32_t placeholder,
+                       bool dupTrees, uint32_t* status, listChange* change);
+
+// --- entries ---------------------------------------------------------------------------------
+
+// A record outside every list, or null.
+aclEntry* aclEntryMake(const ipEntryBlock& block, uint32_t log, uint32_t monitor);
+void aclEntryFree(aclEntry* entry);
+// Links the entry in front of another one, or at the tail (next null), and counts it.
+void aclEntryLink(aclList* list, aclEntry* entry, aclEntry* next);
+// Unlinks without counting: the deletes count at a point of their own.
+void aclEntryUnlink(aclList* list, aclEntry* entry);
+// The equal entry (everything but sequence number and counter options), or null. A walk.
+aclEntry* aclEntryFindEqual(const aclList* list, const ipEntryBlock& block);
+
+// The number that an add gives its entry: the request's own, or highest + 5. False when it is above
+// the largest usable one.
+bool aclEntrySeqChoose(const aclList& list, const ipEntryBlock& block, uint32_t* seq);
+// The highest number after an unlink: numbers ascend, so it is the tail's.
+inline void aclEntrySeqRecompute(aclList* list) {
+    list->highestSeq = list->tail != nullptr ? list->tail->block.seq : 0;
+}

@@ -1,0 +1,248 @@
+// IPC and SWP: messages out are rows, messages in come from the test's inboxes, and nothing waits.
+#include <algorithm>
+#include <cstring>
+
+#include "include/ipc.h"
+#include "platform/test/inject.h"
+
+namespace {
+
+constexpr int FIRST_FD = 10;  // descriptor of a queue: this plus its number
+constexpr int PIPE_FD = 20;
+constexpr int IPC_KEYS = 1;
+
+zekIpcStats statistics;
+
+std::span<const uint8_t> bytesOf(const void* message, size_t length) {
+    return {static_cast<const uint8_t*>(message), length};
+}
+
+// A message goes out: the row, then whatever the test answers.
+int sendOut(const char* what, const void* message, size_t length) {
+    auto bytes = bytesOf(message, length);
+    const auto* header = wireView<ipcHdr>(bytes);
+    std::string text = what;
+    text += " " + (header != nullptr ? std::to_string(header->mtype) : std::string("short"));
+    if (header != nullptr)
+        text += " to " + std::to_string(header->source.svce) + " length " + std::to_string(length);
+    bool fails = testFails(TEST_SEND) || header == nullptr;
+    testRecord(text + (fails ? " failed" : ""), bytes);
+    if (fails) {
+        statistics.sendFailed++;
+        return -1;
+    }
+    statistics.sent++;
+    if (testHost.onSend) testHost.onSend(bytes);
+    return 0;
+}
+
+zekSwpHandle createQueue(uint32_t peerApp, uint32_t slot, zekSwpFree free) {
+    std::string peer = std::to_string(peerApp) + " slot " + std::to_string(slot);
+    if (testFails(TEST_QUEUE)) {
+        testRecord("swpqueue " + peer + " failed");
+        return ZEK_SWP_NONE;
+    }
+    zekSwpHandle handle = static_cast<zekSwpHandle>(testHost.queues.size() + 1);
+    testHost.queues[handle] = {peerApp, slot};
+    testHost.queueFree[handle] = free;
+    testRecord("swpqueue " + peer + " is " + std::to_string(handle));
+    return handle;
+}
+
+}  // namespace
+
+zekQueue Key_getReqQueue(uint32_t ipcKey) {
+    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? TEST_REQUESTS : 0;
+}
+zekQueue Key_getRspQueue(uint32_t ipcKey) {
+    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? TEST_RESPONSES : 0;
+}
+zekQueue Key_getTmrQueue(uint32_t ipcKey) {
+    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? TEST_TIMERS : 0;
+}
+int Key_getSocketFd(zekQueue queue) {
+    return queue >= TEST_REQUESTS && queue <= TEST_TIMERS ? FIRST_FD + static_cast<int>(queue) : -1;
+}
+int zekIpcTmrOpen(uint32_t, uint32_t) {
+    return testFails(TEST_QUEUE) ? -1 : 0;
+}
+
+int zekIpcSend(zekQueue, const void* message, size_t length) {
+    return sendOut("send", message, length);
+}
+
+int zekIpcReply(uint32_t, void* message, size_t length) {
+    if (length < sizeof(ipcHdr)) return -1;
+    ipcExchangeTriples(static_cast<ipcHdr*>(message));
+    return sendOut("reply", message, length);
+}
+
+int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int) {
+    if (queue < TEST_REQUESTS || queue > TEST_TIMERS) return -1;
+    auto& inbox = testHost.inbox[queue];
+    if (inbox.empty()) {
+        if (testHost.onIdle) testHost.onIdle();
+        if (inbox.empty()) return 0;
+    }
+    std::vector<uint8_t> message = std::move(inbox.front());
+    inbox.pop_front();
+    if (message.size() > size) {
+        statistics.tooLong++;
+        return 0;
+    }
+    statistics.received++;
+    std::copy(message.begin(), message.end(), static_cast<uint8_t*>(buffer));
+    return static_cast<int>(message.size());
+}
+
+int zekSelect(uint32_t limit, zekFdSet* set, int) {
+    zekFdSet ready;
+    auto look = [&] {
+        for (uint32_t q = TEST_REQUESTS; q <= TEST_TIMERS; q++)
+            if (!testHost.inbox[q].empty()) ready.set(FIRST_FD + q);
+        if (testHost.pipeReadable) ready.set(PIPE_FD);
+        for (size_t fd = limit; fd < ready.size(); fd++) ready.reset(fd);
+        ready &= *set;
+    };
+    look();
+    if (ready.none() && testHost.onIdle) {
+        testHost.onIdle();
+        look();
+    }
+    *set = ready;
+    return static_cast<int>(ready.count());
+}
+
+int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* address) {
+    *address = 0xFFFFFFFF;
+    if (testFails(TEST_ADDRESS)) return -1;
+    auto found = testHost.addresses.find({app, instance});
+    if (found == testHost.addresses.end()) return -1;
+    *address = found->second;
+    return 0;
+}
+
+uint32_t zek_sysGetIpAddr(uint32_t) {
+    return testHost.ownAddress;
+}
+
+int zekIrcPeerRpmSend(uint32_t, uint32_t, const void* message, size_t length, uint32_t, int* err) {
+    int status = sendOut("peer", message, length);
+    *err = status == 0 ? 0 : 1;
+    return status;
+}
+
+void zekSendSyncMsgAckToRam(uint32_t app, uint32_t instance) {
+    testRecord("ramack " + std::to_string(app) + " " + std::to_string(instance));
+}
+
+void zekSendDataSyncResultToRam(uint32_t app, uint32_t instance, uint32_t result) {
+    testRecord("ramresult " + std::to_string(app) + " " + std::to_string(instance) + " " +
+               std::to_string(result));
+}
+
+zekIpcStats zekIpcStatistics() {
+    return statistics;
+}
+
+int zekSwpCreatePipe(const char* path) {
+    if (testFails(TEST_QUEUE)) return -1;
+    testRecord(std::string("pipe ") + path);
+    return PIPE_FD;
+}
+
+int zekSwpReadPipe(int) {
+    testHost.pipeReadable = false;
+    return 0;
+}
+
+zekSwpHandle zekSwpQueueCreate_p(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t peerApp,
+                                 zekSwpAlloc, zekSwpFree free, zekSwpPrint) {
+    return createQueue(peerApp, 0, free);
+}
+
+zekSwpHandle zekSwpQueueCreate_p(uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
+                                 uint32_t peerApp, uint32_t slot, zekSwpAlloc, zekSwpFree free,
+                                 zekSwpPrint) {
+    return createQueue(peerApp, slot, free);
+}
+
+void zekSwpQueueRemove(zekSwpHandle queue) {
+    testRecord("swpremove " + std::to_string(queue));
+    testHost.queues.erase(queue);
+    testHost.queueFree.erase(queue);
+}
+
+int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
+    auto bytes = bytesOf(message, length);
+    const auto* header = wireView<ipcHdr>(bytes);
+    bool fails = testFails(TEST_ENQUEUE) || !testHost.queues.contains(queue) || header == nullptr;
+    testRecord("swp " + std::to_string(queue) + " " +
+                   (header != nullptr ? std::to_string(header->mtype) : std::string("short")) +
+                   " length " + std::to_string(length) + (fails ? " failed" : ""),
+               bytes);
+    if (fails) return -1;
+    testHost.queueFree[queue](message);  // delivered and acknowledged at once
+    return 0;
+}
+
+bool zekSwpIsQueueAlive(zekSwpHandle queue) {
+    return !testHost.deadQueues.contains(queue);
+}
+bool zekSwpIsQueueEmpty(zekSwpHandle) {
+    return true;
+}
+void zekSwpQueueFlush(zekSwpHandle queue) {
+    testRecord("swpflush " + std::to_string(queue));
+    testHost.deadQueues.erase(queue);
+}
+
+int zekSwpGetTaskNamesFromQHandle(zekSwpHandle queue, char* own, char* peer, size_t size) {
+    auto found = testHost.queues.find(queue);
+    if (found == testHost.queues.end() || size == 0) return -1;
+    std::strncpy(own, "61", size - 1);
+    std::strncpy(peer, std::to_string(found->second.first).c_str(), size - 1);
+    own[size - 1] = peer[size - 1] = '\0';
+    return 0;
+}
+
+int zekSwpTimeout(const void*) {
+    testRecord("swptimeout");
+    return 0;
+}
+
+int zekSwpDequeue(const void*, void** released) {
+    testRecord("swpack");
+    *released = nullptr;
+    return 0;
+}
+
+const char* zekSwpGetErr(int) {
+    return "error";
+}
+
+int zekSwpCkSeqAndAck(const void* message, zekSwpSeq* seen, uint32_t) {
+    const auto* header = static_cast<const ipcHdr*>(message);
+    if (header->session == 0) return ZEK_SWP_IN_ORDER;
+    if (header->session != seen->session) *seen = {header->session, 1};
+    if (header->swpSeq > seen->next) return 1;
+    testRecord("swpanswer " + std::to_string(header->swpSeq));
+    if (header->swpSeq < seen->next) return ZEK_SWP_SEEN;
+    seen->next++;
+    return ZEK_SWP_IN_ORDER;
+}
+
+size_t zekSwpStatistics(std::span<zekSwpStats> out) {
+    size_t row = 0;
+    for (const auto& [handle, peer] : testHost.queues) {
+        if (row < out.size()) {
+            out[row] = {};
+            out[row].queue = handle;
+            out[row].peerApp = peer.first;
+            out[row].slot = peer.second;
+            out[row].alive = zekSwpIsQueueAlive(handle);
+        }
+        row++;
+    }
+    return row;
+}

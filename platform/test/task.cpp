@@ -1,0 +1,143 @@
+// Tasks, chassis services, logs and the debug shell.
+#include "platform/api/zekTask.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "platform/api/zekEvt.h"
+#include "platform/test/inject.h"
+
+namespace {
+
+constexpr uint32_t TASK_HANDLE = 1, IPC_KEY = 1, EVENT_LOG = 1;
+constexpr uint32_t SHM_SLOTS = 16;
+constexpr int FIRST_PORT_ID = 100, PIPES = 8;
+
+void* shared[SHM_SLOTS];
+std::vector<zekEvtLine> ring;
+
+struct debugFunction {
+    std::string help;
+    zekDebugFn run;
+};
+std::map<std::string, debugFunction, std::less<>> debugFunctions;
+
+std::string hex(uint32_t value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%#x", value);
+    return text;
+}
+
+void logLine(uint32_t code, const char* text) {
+    ring.push_back({ring.size() + 1, 0, code, text});
+}
+
+}  // namespace
+
+int ZEK_NbsdpInit(int, char**) {
+    return testFails(TEST_START) ? -1 : 0;
+}
+int taskSpawn(const char* name, int, int, size_t, int (*)(int, char**), int, char**) {
+    testRecord(std::string("task spawn ") + name);  // the test calls the entry itself
+    return testFails(TEST_START) ? -1 : 0;
+}
+int zekDdbInit(char**) {
+    return testFails(TEST_START) ? -1 : 0;
+}
+void taskDelay(uint32_t ticks) {
+    testHost.ticks += ticks;
+}
+uint32_t sysClkRateGet() {
+    return 100;
+}
+void zekDelayMicrosecond(uint32_t) {}
+
+uint32_t zekTaskStartup(uint32_t, uint32_t) {
+    return testFails(TEST_START) ? 0 : TASK_HANDLE;
+}
+uint32_t zekTaskGetIpcKey(uint32_t) {
+    return testFails(TEST_START) ? 0 : IPC_KEY;
+}
+void zekTaskCloseIpcKey(uint32_t) {
+    testRecord("task close key");
+}
+void zekTaskReady(uint32_t) {
+    testRecord("task ready");
+}
+
+int zekShmSet(uint32_t slot, void* anchor) {
+    if (slot >= SHM_SLOTS || testFails(TEST_START)) return -1;
+    shared[slot] = anchor;
+    return 0;
+}
+void* zekShmGet(uint32_t slot) {
+    return slot < SHM_SLOTS ? shared[slot] : nullptr;
+}
+
+bool zekHaIsPrimaryRpm() {
+    return testHost.primary;
+}
+uint32_t zekSysGetChassisMode() {
+    return testHost.chassisMode;
+}
+uint32_t zekSysGetRpmType() {
+    return testHost.rpmType;
+}
+bool isAclSupportedOnRp2(uint32_t) {
+    return testHost.aclOnRp2;
+}
+
+int zekSysCardTypeUsrPortIdToPortId(int slot, uint32_t, int userPort) {
+    if (slot < 0 || userPort < 0 || testHost.missingPorts.contains(userPort)) return -1;
+    return FIRST_PORT_ID + userPort;
+}
+int zekSysCardTypePortIdToPP(int slot, int portId) {
+    return slot < 0 || portId < 0 ? -1 : portId % PIPES;
+}
+int ifmIfIndexToLName(uint32_t ifindex, char* name, size_t size) {
+    std::snprintf(name, size, "if %#x", ifindex);
+    return 0;
+}
+int ifmLNameToIfIndex(const char* name, uint32_t* ifindex) {
+    if (std::strncmp(name, "if ", 3) != 0) return -1;
+    *ifindex = static_cast<uint32_t>(std::strtoul(name + 3, nullptr, 0));
+    return 0;
+}
+
+void zekDebugRegister(const char* name, const char* help, zekDebugFn fn) {
+    debugFunctions[name] = {help, std::move(fn)};
+}
+bool zekDebugRun(std::string_view name, std::string_view args, std::string* out) {
+    auto found = debugFunctions.find(name);
+    if (found == debugFunctions.end()) return false;
+    *out = found->second.run(args);
+    return true;
+}
+
+zekEvtLog zekEvtOpenlog(const char*, uint32_t, uint32_t, uint32_t) {
+    return testFails(TEST_START) ? 0 : EVENT_LOG;
+}
+void zekEvtCloselog(zekEvtLog) {
+    testRecord("log closed");
+}
+void zekEvtSetSeverityLevel(zekEvtLog, uint32_t) {}
+void zekSysErr(zekEvtLog, uint32_t, uint32_t code, uint32_t, const char* text) {
+    testRecord("syserr " + hex(code) + " " + text);
+    logLine(code, text);
+}
+void zekEvtLogPrint(zekEvtLog, uint32_t, const char* text) {
+    testRecord(std::string("log ") + text);
+    logLine(0, text);
+}
+void zekDebugPrint(std::string_view text) {
+    testRecord("debug " + std::string(text));
+}
+void zekEvtRing(const std::function<void(const zekEvtLine&)>& fn) {
+    for (const zekEvtLine& line : ring) fn(line);
+}
+int zekEvhSubscribeEvt(uint32_t, uint32_t event, uint32_t type) {
+    bool fails = testFails(TEST_START);
+    testRecord("subscribe " + hex(event) + " " + std::to_string(type) + (fails ? " failed" : ""));
+    return fails ? -1 : 0;
+}

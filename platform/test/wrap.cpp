@@ -1,0 +1,139 @@
+// Memory, trees and the configuration database are the real ones. The linker turns the calls of the
+// code under test to the functions here (--wrap), which write down, fail when told to, and else
+// call the real operation.
+#include <cstdio>
+#include <cstring>
+
+#include "include/ipText.h"
+#include "platform/api/zekMem.h"
+#include "platform/api/zekRadix.h"
+#include "platform/test/inject.h"
+
+// The two linker names of a wrapped function, whose mangled name CMakeLists.txt repeats.
+#define REAL(symbol) asm("__real_" symbol)
+#define WRAP(symbol) asm("__wrap_" symbol)
+
+#define BLOCK_ALLOC "_Z24zekMC_M_memBlockVarAllocjjm"
+void* realBlockAlloc(uint32_t tag, uint32_t flags, size_t size) REAL(BLOCK_ALLOC);
+void* wrapBlockAlloc(uint32_t tag, uint32_t flags, size_t size) WRAP(BLOCK_ALLOC);
+void* wrapBlockAlloc(uint32_t tag, uint32_t flags, size_t size) {
+    bool fails = testFails(TEST_MEMORY);
+    fails |= testFails(TEST_BLOCK);
+    return fails || testTagFails(tag) ? nullptr : realBlockAlloc(tag, flags, size);
+}
+
+#define HEAP_ALLOC "_Z18zekMC_MM_mallocAtmPKci"
+void* realHeapAlloc(size_t size, const char* file, int line) REAL(HEAP_ALLOC);
+void* wrapHeapAlloc(size_t size, const char* file, int line) WRAP(HEAP_ALLOC);
+void* wrapHeapAlloc(size_t size, const char* file, int line) {
+    bool fails = testFails(TEST_MEMORY);
+    fails |= testFails(TEST_HEAP);
+    return fails ? nullptr : realHeapAlloc(size, file, line);
+}
+
+#define BUFFER_ALLOC "_Z17zekMC_M_sysMallocm"
+void* realBufferAlloc(size_t size) REAL(BUFFER_ALLOC);
+void* wrapBufferAlloc(size_t size) WRAP(BUFFER_ALLOC);
+void* wrapBufferAlloc(size_t size) {
+    bool fails = testFails(TEST_MEMORY);
+    fails |= testFails(TEST_BUFFER);
+    return fails ? nullptr : realBufferAlloc(size);
+}
+
+#define TREE_CREATE "_Z14zekRadixCreatePKcj"
+zekRadix* realTreeCreate(const char* name, uint32_t bits) REAL(TREE_CREATE);
+zekRadix* wrapTreeCreate(const char* name, uint32_t bits) WRAP(TREE_CREATE);
+zekRadix* wrapTreeCreate(const char* name, uint32_t bits) {
+    return testFails(TEST_TREE) ? nullptr : realTreeCreate(name, bits);
+}
+
+#define TREE_CREATE_P "_Z15zekRadixCreatePPKcj"
+zekRadix* realTreeCreateP(const char* name, uint32_t bits) REAL(TREE_CREATE_P);
+zekRadix* wrapTreeCreateP(const char* name, uint32_t bits) WRAP(TREE_CREATE_P);
+zekRadix* wrapTreeCreateP(const char* name, uint32_t bits) {
+    return testFails(TEST_TREE) ? nullptr : realTreeCreateP(name, bits);
+}
+
+#define TREE_INSERT "_Z14zekRadixInsertP8zekRadixP12zekRadixNodePKvj"
+int realTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits)
+    REAL(TREE_INSERT);
+int wrapTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits)
+    WRAP(TREE_INSERT);
+int wrapTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits) {
+    return testFails(TEST_INSERT) ? -1 : realTreeInsert(tree, node, key, bits);
+}
+
+namespace {
+
+std::string quoted(const char* text) {
+    return "\"" + std::string(text, strnlen(text, CFG_TEXT_LEN)) + "\"";
+}
+
+// "100/150 NAME"; the separator's and the header's place is their class alone.
+std::string placeOf(const zekCfgRecord& record, bool numbered) {
+    zekCfgListKey key;
+    std::memcpy(&key, record.key, sizeof key);
+    std::string place = std::to_string(record.section);
+    if (key.family == 0xFF) place += "v6";
+    place += "/" + std::to_string(record.lineClass) + " ";
+    place.append(key.name, strnlen(key.name, sizeof key.name));
+    if (numbered) {
+        place += " " + std::to_string(key.kind) + "/" + std::to_string(key.order) + "/";
+        textNumber(place, key.role, 16);
+    }
+    return place;
+}
+
+int recordChange(std::string text, int status, const char* failure) {
+    testRecord("cfg " + text + (status == 0 ? "" : failure));
+    return status;
+}
+
+int insert(zekCfgDb* db, const zekCfgRecord& record, bool both,
+           int (*real)(zekCfgDb*, const zekCfgRecord&)) {
+    std::string text = "insert " + placeOf(record, true) + " " + quoted(record.text);
+    if (both && std::strncmp(record.text, record.inverseText, CFG_TEXT_LEN) != 0)
+        text += " / " + quoted(record.inverseText);
+    return recordChange(text, testFails(TEST_CFG) ? -1 : real(db, record), " failed");
+}
+
+}  // namespace
+
+#define CFG_INSERT_BOTH "_Z20zekCfgInsertBothLineP8zekCfgDbRK12zekCfgRecord"
+int realInsertBoth(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_INSERT_BOTH);
+int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_INSERT_BOTH);
+int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record) {
+    return insert(db, record, true, realInsertBoth);
+}
+
+#define CFG_INSERT "_Z12zekCfgInsertP8zekCfgDbRK12zekCfgRecord"
+int realInsert(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_INSERT);
+int wrapInsert(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_INSERT);
+int wrapInsert(zekCfgDb* db, const zekCfgRecord& record) {
+    return insert(db, record, false, realInsert);
+}
+
+#define CFG_REMOVE "_Z16zekCfgRemoveNodeP8zekCfgDbRK12zekCfgRecord"
+int realRemove(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_REMOVE);
+int wrapRemove(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_REMOVE);
+int wrapRemove(zekCfgDb* db, const zekCfgRecord& record) {
+    int status = testFails(TEST_CFG) ? -1 : realRemove(db, record);
+    return recordChange("remove " + placeOf(record, false), status, " absent");
+}
+
+#define CFG_EXACT "_Z17zekCfgRemoveExactP8zekCfgDbRK12zekCfgRecord"
+int realExact(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_EXACT);
+int wrapExact(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_EXACT);
+int wrapExact(zekCfgDb* db, const zekCfgRecord& record) {
+    int status = testFails(TEST_CFG) ? -1 : realExact(db, record);
+    return recordChange("exact " + placeOf(record, true), status, " absent");
+}
+
+#define CFG_SYNC "_Z10zekCfgSyncP8zekCfgDbRK16zekCfgSyncRecord"
+int realSync(zekCfgDb* db, const zekCfgSyncRecord& record) REAL(CFG_SYNC);
+int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) WRAP(CFG_SYNC);
+int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
+    std::string name(record.name, strnlen(record.name, sizeof record.name));
+    testRecord("sync " + std::to_string(record.kind) + " " + name + " " + quoted(record.text));
+    return testFails(TEST_CFG) ? -1 : realSync(db, record);
+}
