@@ -4,7 +4,11 @@
 // byte here", and behind the last byte everything is zero. So two different keys always differ in
 // some bit, and the front of a key sorts before the key. A position in that string is
 //
-//     (byte + 1) << 4 | place        place 0: the byte exists; 1..8: its bits, highest first
+//     (byte + 1) << 16 | others
+//
+// where `others` has all of the nine bits "exists, 7, 6, ... 0" set but the one in question: the
+// earlier the bit, the smaller the number, and adding 1 to (others | the key's nine bits) carries
+// into the tenth bit exactly when the bit in question is set.
 //
 // Every node is both a leaf (its key) and one branch (`bit`, the position that its two subtrees
 // differ in). Positions grow on the way down; a child whose position is not larger than its
@@ -27,9 +31,16 @@
 namespace {
 
 constexpr uint32_t POS_REAL = 1;
+constexpr uint32_t NINE_BITS = 0x1FF;
+constexpr uint32_t BYTE_EXISTS = 0x100;
 constexpr uint32_t KEY_BITS_MAX = 0xFFF8;
 constexpr size_t NAME_MAX_LEN = 140;
 constexpr uint32_t RADIX_POOL_TAG = 0;
+
+// The position of a bit of a byte; `bit` is one of the nine.
+constexpr uint32_t position(uint32_t byte, uint32_t bit) {
+    return (byte + 1) << 16 | (NINE_BITS & ~bit);
+}
 
 uint32_t keyBytes(uint32_t keyBits) {
     return (keyBits > KEY_BITS_MAX ? KEY_BITS_MAX : keyBits) / 8;
@@ -37,9 +48,9 @@ uint32_t keyBytes(uint32_t keyBits) {
 
 // The bit of the key at a position: 0 or 1.
 inline uint32_t bitAt(const uint8_t* key, uint32_t len, uint32_t pos) {
-    uint32_t at = (pos >> 4) - 1;
-    uint32_t nine = at < len ? 0x100u | key[at] : 0;
-    return nine >> (8 - (pos & 15)) & 1;
+    uint32_t at = (pos >> 16) - 1;
+    uint32_t nine = at < len ? BYTE_EXISTS | key[at] : 0;
+    return (1 + ((pos | nine) & NINE_BITS)) >> 9;
 }
 
 // The first position in which two keys differ; 0 when they are equal.
@@ -53,9 +64,8 @@ uint32_t firstDifference(const uint8_t* a, uint32_t aLen, const uint8_t* b, uint
         if (x != y) break;
     }
     while (i < both && a[i] == b[i]) i++;
-    if (i == both) return aLen == bLen ? 0 : (i + 1) << 4;
-    uint8_t differs = a[i] ^ b[i];
-    return ((i + 1) << 4) + 1 + static_cast<uint32_t>(std::countl_zero(differs));
+    if (i == both) return aLen == bLen ? 0 : position(i, BYTE_EXISTS);
+    return position(i, std::bit_floor<uint32_t>(a[i] ^ b[i]));
 }
 
 }  // namespace
@@ -76,7 +86,14 @@ inline zekRadixNode* leafFor(const zekRadix* tree, const uint8_t* key, uint32_t 
     zekRadixNode* node = tree->root->child[1];
     while (node->bit > parent) {
         parent = node->bit;
-        node = node->child[bitAt(key, len, parent)];
+        // Memory is what a search waits for: fetch both children while the bit is looked up, and
+        // let the processor guess which one it will be (an index into child[] would make it wait).
+        __builtin_prefetch(node->child[0]);
+        __builtin_prefetch(node->child[1]);
+        if (bitAt(key, len, parent) != 0)
+            node = node->child[1];
+        else
+            node = node->child[0];
     }
     return node;
 }
@@ -90,25 +107,35 @@ zekRadixNode* outermost(zekRadixNode* node, uint32_t parent, uint32_t side) {
     return node;
 }
 
+// Where a search for a key has come to: the link below branch position `parent`.
+struct place {
+    zekRadixNode* node;
+    uint32_t parent;
+    zekRadixNode* turn;  // the last branch where the way went to the side other than `up`, or null
+};
+// Follows the key through the branches at positions below `limit`.
+place follow(const zekRadix* tree, const uint8_t* key, uint32_t len, uint32_t limit, uint32_t up) {
+    place at{tree->root->child[1], POS_REAL, nullptr};
+    while (at.node->bit > at.parent && at.node->bit < limit) {
+        at.parent = at.node->bit;
+        uint32_t side = bitAt(key, len, at.parent);
+        if (side != up) at.turn = at.node;
+        at.node = at.node->child[side];
+    }
+    return at;
+}
+
 // The nearest key on one side: up 1 the next larger, 0 the next smaller one. The subtree of all
 // keys that share the key's bits up to the first difference lies wholly on one side of it; when
 // that is the wrong side, the answer is beyond the last branch where the way went away from it.
 zekRadixNode* neighbour(const zekRadix* tree, const uint8_t* key, uint32_t len, uint32_t up) {
     if (tree->count == 0) return nullptr;
-    const zekRadixNode* like = leafFor(tree, key, len);
-    uint32_t differs = firstDifference(key, len, like->key, like->keyLen);
-
-    zekRadixNode* turn = nullptr;
-    uint32_t parent = POS_REAL;
-    zekRadixNode* node = tree->root->child[1];
-    while (node->bit > parent && (differs == 0 || node->bit < differs)) {
-        parent = node->bit;
-        uint32_t side = bitAt(key, len, parent);
-        if (side != up) turn = node;
-        node = node->child[side];
+    place at = follow(tree, key, len, UINT32_MAX, up);
+    if (uint32_t differs = firstDifference(key, len, at.node->key, at.node->keyLen); differs != 0) {
+        at = follow(tree, key, len, differs, up);
+        if (bitAt(key, len, differs) != up) return outermost(at.node, at.parent, 1 - up);
     }
-    if (differs != 0 && bitAt(key, len, differs) != up) return outermost(node, parent, 1 - up);
-    return turn ? outermost(turn->child[up], turn->bit, 1 - up) : nullptr;
+    return at.turn ? outermost(at.turn->child[up], at.turn->bit, 1 - up) : nullptr;
 }
 
 zekRadix* create(const char* name, bool pooled) {
