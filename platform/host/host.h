@@ -35,6 +35,7 @@ hostConfig& hostConf();
 // ---- task.cpp
 // Waits until the task has called zekTaskReady; false when it has not in time. Any thread.
 bool hostWaitTaskReady(int timeoutMs);  // -1: for ever
+uint64_t hostUptimeMs();                // since the process's start
 
 // ---- ipc.cpp
 // While requests are held, CLI requests (commands and the mask display mode) from any process but
@@ -106,6 +107,7 @@ void hostDebugShellStop();
 // ---- evtlog.cpp
 // Where the log goes: a file, syslog, or only the ring (both unset).
 void hostLogOpen(const std::string& file, bool toSyslog);
+void hostDebugRing(const std::function<void(const zekEvtLine&)>& fn);
 
 inline uint64_t hostNowMs() {
     using namespace std::chrono;

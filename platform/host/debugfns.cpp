@@ -1,0 +1,127 @@
+// The functions of the debug shell: the register, and those that the platform has itself.
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "platform/api/zekEvt.h"
+#include "platform/api/zekMem.h"
+#include "platform/api/zekSwp.h"
+#include "platform/api/zekTask.h"
+#include "platform/host/host.h"
+
+namespace {
+
+typedef nlohmann::ordered_json json;
+
+struct debugFunction {
+    std::string help;
+    zekDebugFn fn;
+};
+std::map<std::string, debugFunction, std::less<>>& functions();
+
+// Texts of other tasks may hold any bytes.
+std::string text(const json& j) {
+    return j.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string showRing(void (*walk)(const std::function<void(const zekEvtLine&)>&)) {
+    json lines = json::array();
+    walk([&lines](const zekEvtLine& l) {
+        lines.push_back(
+            {{"number", l.number}, {"timeMs", l.timeMs}, {"code", l.code}, {"text", l.text}});
+    });
+    return text(lines);
+}
+std::string showLogging(std::string_view) {
+    return showRing(zekEvtRing);
+}
+std::string showTrace(std::string_view) {
+    return showRing(hostDebugRing);
+}
+
+std::string showQueues(std::string_view) {
+    std::vector<zekSwpStats> rows(zekSwpStatistics({}));
+    zekSwpStatistics(rows);
+    json queues = json::array();
+    for (const zekSwpStats& q : rows) {
+        char own[32], peer[32];
+        (void)zekSwpGetTaskNamesFromQHandle(q.queue, own, peer, sizeof(own));
+        json row = {{"queue", q.queue},
+                    {"peer", peer},
+                    {"application", q.peerApp},
+                    {"slot", q.slot == UINT32_MAX ? json() : json(q.slot)},
+                    {"session", q.session},
+                    {"alive", q.alive},
+                    {"backlog", q.backlog},
+                    {"enqueued", q.enqueued},
+                    {"acknowledged", q.acknowledged},
+                    {"repeated", q.repeated},
+                    {"timeouts", q.timeouts},
+                    {"flushed", q.flushed},
+                    {"refused", q.refused}};
+        queues.push_back(std::move(row));
+    }
+    return text(queues);
+}
+
+std::string showIpc(std::string_view) {
+    zekIpcStats s = zekIpcStatistics();
+    return text({{"received", s.received},
+                 {"sent", s.sent},
+                 {"heldBack", s.heldBack},
+                 {"tooLong", s.tooLong},
+                 {"tooShort", s.tooShort},
+                 {"malformed", s.malformed},
+                 {"overrun", s.overrun},
+                 {"sendFailed", s.sendFailed},
+                 {"dropped", s.dropped},
+                 {"uptimeMs", hostUptimeMs()}});
+}
+
+std::string showMemory(std::string_view) {
+    json classes = json::array();
+    for (const zekMemClass& c : zekMemClasses())
+        classes.push_back({{"size", c.size},
+                           {"inUse", c.inUse},
+                           {"highWater", c.highWater},
+                           {"failed", c.failed},
+                           {"limit", c.limit == UINT64_MAX ? json() : json(c.limit)}});
+    zekMemHeap heap = zekMemHeapStats();
+    return text(
+        {{"classes", classes},
+         {"heap", {{"blocks", heap.blocks}, {"bytes", heap.bytes}, {"failed", heap.failed}}}});
+}
+
+std::string showHelp(std::string_view) {
+    std::string out;
+    for (const auto& [name, f] : functions()) out += name + "  " + f.help + "\n";
+    return out;
+}
+
+std::map<std::string, debugFunction, std::less<>>& functions() {
+    static std::map<std::string, debugFunction, std::less<>> all = {
+        {"help", {"names of all functions", showHelp}},
+        {"ipc", {"message counters (JSON)", showIpc}},
+        {"logging", {"system errors and log lines, oldest first (JSON)", showLogging}},
+        {"memory", {"block classes and heap (JSON)", showMemory}},
+        {"queues", {"queues to other tasks (JSON)", showQueues}},
+        {"trace", {"debug text, oldest first (JSON)", showTrace}},
+    };
+    return all;
+}
+
+}  // namespace
+
+void zekDebugRegister(const char* name, const char* help, zekDebugFn fn) {
+    functions()[name] = {help, fn};
+}
+
+bool zekDebugRun(std::string_view name, std::string_view args, std::string* out) {
+    auto it = functions().find(name);
+    if (it == functions().end()) return false;
+    try {
+        *out = it->second.fn(args);
+    } catch (const std::exception& e) {
+        *out = e.what();
+    }
+    return true;
+}
