@@ -8,6 +8,7 @@
 #include "include/ipc.h"
 #include "include/list.h"
 #include "include/listName.h"
+#include "include/macList.h"
 
 // The 132-byte header of a download: the IPC header, padded, and two words of its own.
 struct agentHdr {
@@ -106,10 +107,61 @@ WIRE_AT(agentEntry, matchCopy, 204);
 WIRE_AT(agentEntry, owner, 380);
 WIRE_AT(agentEntry, monitor, 388);
 
+// One IPv6 entry. IPv6 lists have the list header of IPv4 lists.
+struct agentEntry6 {
+    uint8_t reserved0[8];
+    ip6EntryBlock block;  //   8
+    be32 log;             // 116
+    be32 monitor;         // 120
+    be32 id;              // 124
+    be32 matchCount;      // 128
+    uint8_t reserved132[8];
+};
+WIRE_SIZE(agentEntry6, 140);
+WIRE_AT(agentEntry6, block, 8);
+WIRE_AT(agentEntry6, id, 124);
+
+// In front of the entries of a MAC list: the list as its store keeps it, without what only means
+// something there.
+struct agentMacListHdr {
+    uint8_t reserved0[16];
+    listName name;  //  16
+    uint8_t reserved156[8];
+    be32 clients;      // 164  zero
+    be32 lastEntryId;  // 168
+    be32 type;         // 172
+    be32 placeholder;  // 176
+    be32 count;        // 180  entries of the whole list; of the last chunk: its own
+    be32 ifindex;      // 184  what the list is bound to
+    bindingBlock block;
+    uint8_t reserved708[76];
+};
+WIRE_SIZE(agentMacListHdr, 784);
+WIRE_AT(agentMacListHdr, clients, 164);
+WIRE_AT(agentMacListHdr, count, 180);
+WIRE_AT(agentMacListHdr, block, 188);
+
+// One MAC entry: the body stands twice.
+struct agentMacEntry {
+    uint8_t reserved0[8];
+    macEntryBlock block;      //   8
+    macEntryBlock blockCopy;  //  64
+    be32 id;                  // 120
+    be32 counterOptions;      // 124
+    be32 log;                 // 128
+    be32 monitor;             // 132
+    uint8_t reserved136[48];
+};
+WIRE_SIZE(agentMacEntry, 184);
+WIRE_AT(agentMacEntry, blockCopy, 64);
+WIRE_AT(agentMacEntry, monitor, 132);
+
 // Chunking: a body of at most AGENT_BODY_MAX_SINGLE goes as one message, longer ones as chunks of
 // AGENT_CHUNK_ENTRIES.
 constexpr size_t AGENT_BODY_MAX_SINGLE = 7891;
-constexpr size_t AGENT_CHUNK_ENTRIES = 17;
+constexpr size_t AGENT_CHUNK_ENTRIES = 17;      // IPv4
+constexpr size_t AGENT_CHUNK_ENTRIES_6 = 48;    // IPv6
+constexpr size_t AGENT_CHUNK_ENTRIES_MAC = 38;  // MAC
 
 // A line card's agent registers (type 14403; a sub-code of AGENT_QUEUE_FLUSH asks for a flush).
 // The sender's slot and card address stand in the first triple.
@@ -132,3 +184,10 @@ struct acl0RegisterReq {
     be32 supportAclOnCP;  // 60
 };
 WIRE_SIZE(acl0RegisterReq, 64);
+
+// What the MAC manager is told of a card whose agent has registered (type 14408).
+struct linecardInfoMsg {
+    ipcHdr ipc;
+    be32 slot;  // 60
+};
+WIRE_SIZE(linecardInfoMsg, 64);

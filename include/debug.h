@@ -12,6 +12,7 @@ enum aclDebugArea : uint32_t {
     DEBUG_ACL_CFG = 0x8,
     DEBUG_ACL_TRIGGER = 0x10,
     DEBUG_ACL_GROUP = 0x20,
+    DEBUG_ACL_L2IPC = 0x40,
     DEBUG_ACL_ALL = 0xFFFFFFFF,
 };
 extern uint32_t DEBUG_ACL_MGR;

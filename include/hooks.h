@@ -22,3 +22,7 @@ void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messag
 const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count);
 // A list (entry null) or one of its entries to the port pipes of an ACL VLAN group, 1-8. 0 or -1.
 int aclSendToVlanGroup(aclList* list, const aclEntry* entry, uint32_t groupId, uint32_t messageId);
+
+// Replays every list that concerns a card, and the active DoS list, to the card's agent. A read
+// lock is enough.
+void AclUpdateAclAgent(uint32_t slot);

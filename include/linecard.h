@@ -23,3 +23,6 @@ struct aclLinecard {
 constexpr uint32_t LINECARD_CP = 19;  // the record that keeps the control processor's agent
 
 extern aclLinecard aclLinecardInfo[SLOT_COUNT];
+
+// Numbers the messages to the MAC manager and to the peer.
+extern uint32_t aclMgrTransId;

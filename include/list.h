@@ -28,6 +28,17 @@ struct aclEntry {
     uint32_t monitor;     // 1: the entry is monitored
 };
 
+// An IPv6 entry, with its own block.
+struct acl6Entry {
+    acl6Entry* next;
+    acl6Entry* prev;
+    ip6EntryBlock block;
+    uint32_t log;
+    uint32_t monitor;
+    uint32_t id;
+    uint32_t matchCount;
+};
+
 enum bindingKind : uint32_t {
     BIND_ROUTE_MAP = 1,
     BIND_TASK = 2,
@@ -60,8 +71,15 @@ constexpr uint32_t DOS_ACTIVE = 0x1000;  // kind word of the DoS list that is do
 struct aclList {
     zekRadixNode link;  // name tree; the key is `name`
     listName name;
-    aclEntry* head;
-    aclEntry* tail;
+    // The chain is of acl6Entry in the lists of v6acl_tree, and of aclEntry in all others.
+    union {
+        aclEntry* head;
+        acl6Entry* head6;
+    };
+    union {
+        aclEntry* tail;
+        acl6Entry* tail6;
+    };
     aclBinding* bindings;
     uint32_t lastEntryId;  // only ever grows
     uint32_t kind;         // ipEntryKind; a DoS list's flags word

@@ -15,6 +15,13 @@
 constexpr uint32_t PEER_UPDATE_KINDS = 21;  // slots 0-19, and 20 for a CAM-profile change
 constexpr uint8_t PEER_MARK_NONE = 0xFF;    // nothing sent; 0 waits for the answer; 1 answered
 
+// An ACL VLAN group; id 0 is a free place.
+constexpr uint32_t VLAN_GROUPS = 8;
+struct aclVlanGroup {
+    uint8_t id;  // 1-8
+    listName name;
+};
+
 struct pimCfgParams {
     uint32_t sptSwitchThreshold;
     uint32_t word2;
@@ -77,6 +84,7 @@ struct aclNodeRecord {
     zekCfgDb* cfgDb;       // the running configuration
     uint32_t stpWords[2];  // of the last STP enable, replayed to cards
     uint32_t isAclVlanGrp;
+    aclVlanGroup vlanGroups[VLAN_GROUPS];
     uint32_t camProfile;
 };
 

@@ -25,6 +25,7 @@ enum aclApp : uint32_t {
     APP_MAC_AGENT = 148,
     APP_TELNET = 156,
     APP_ACL_AGENT_CP = 165,
+    APP_ACL2 = 166,
     APP_LDP = 185,
 };
 

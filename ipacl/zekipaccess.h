@@ -86,7 +86,6 @@ extern aclList* dosFilter;  // the active filter, or null
 
 void acl_sent_to_cfg(const listName& name, uint32_t remove, uint32_t kind, uint32_t ipv6);
 void acl_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name);
-struct acl6Entry;
 void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listName& name);
 void dos_sent_to_cfg(const aclList* list, uint32_t remove);
 void dos_sent_to_cfg_enabled(const aclList* list, uint32_t add);  // an add flag, not a remove flag
@@ -102,17 +101,6 @@ void aclIcmpTypeCodeToString(std::string& out, uint32_t type, uint32_t typeGiven
                              uint32_t codeGiven);
 // "xx:xx:xx:xx:xx:xx xx:xx:xx:xx:xx:xx", address and mask; appended.
 void l2aclPrintMacAddress(std::string& out, const uint8_t* address, const uint8_t* mask);
-
-// An IPv6 entry as the configuration writer reads it.
-struct acl6Entry {
-    acl6Entry* next;
-    acl6Entry* prev;
-    ip6EntryBlock block;
-    uint32_t log;
-    uint32_t monitor;
-    uint32_t id;
-    uint32_t matchCount;
-};
 
 // --- shows (show.cpp): a read lock is enough for all but the clears --------------------------
 // *buffer is a zekMC_M_sysMalloc block (free with zekMC_M_sysFree) of *size bytes whose text starts

@@ -30,7 +30,6 @@ WIRE_AT(aclPeerInfo, cards, 64);
 WIRE_AT(aclPeerInfo, isAclVlanGrp, 944);
 
 constexpr uint32_t RAM_SYNC_ENABLE = 42, RAM_SYNC_DISABLE = 43;
-uint32_t aclMgrTransId;
 
 void cardToImage(const aclLinecard& card, linecardImage* image) {
     const uint32_t words[6] = {card.isUp,  card.isVortan,         card.isIpv6Enabled,

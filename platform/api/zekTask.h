@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "include/ifindex.h"
+
 // Reads the process's options (--rundir, --chassis, --rp, --cold, --debug), the chassis
 // description and makes the run folder. 0; non-zero after a message on standard error.
 int ZEK_NbsdpInit(int argc, char** argv);
@@ -41,6 +43,10 @@ int zekShmSet(uint32_t slot, void* anchor);
 // that the host needs beside the slot.
 [[nodiscard]] int zekSysCardTypeUsrPortIdToPortId(int slot, uint32_t ifindexLow, int userPort);
 [[nodiscard]] int zekSysCardTypePortIdToPP(int slot, int portId);
+// The download target of a port: on this chassis its slot, 0-19; -1 for what belongs to no card.
+[[nodiscard]] constexpr int zekifIndexToSfId(uint32_t ifindex) {
+    return ifindexSlot(ifindex);
+}
 // Interface names as the chassis description gives them. ifmIfIndexToLName writes at most
 // size - 1 characters; "unknown" and -1 for an index that the chassis does not have.
 int ifmIfIndexToLName(uint32_t ifindex, char* name, size_t size);

@@ -1,0 +1,141 @@
+// Interface and VLAN records: what is bound where, and who is a member of what.
+//
+//   aclNode->acl_intf_tree  --> aclIntf   one for every port, LAG or VLAN that ever had a list
+//   bound aclNode->vlan_intf_tree --> aclVlan --members--> aclVlanMember   ports and LAGs
+//
+// Trees are keyed by the interface index (4 bytes, big-endian: in numerical order). The lists that
+// an interface record points at belong to their stores. The caller holds acl_rwlock. Functions
+// stand in download/members.cpp.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "include/ifindex.h"
+#include "include/list.h"
+#include "include/wire.h"
+#include "platform/api/zekRadix.h"
+
+constexpr uint32_t INTF_KEY_BITS = 32;
+constexpr uint32_t VLAN_BITS = 4096;  // ids 0 to 4095
+
+enum intfFamily : uint32_t { INTF_V4 = 0, INTF_V6 = 1 };
+enum intfDirection : uint32_t { INTF_IN = 0, INTF_OUT = 1 };
+enum intfFlag : uint32_t { INTF_UDP_HELPER = 0x800000 };
+
+// Bit arrays of VLAN ids. Null when there is no memory.
+struct vlanBits {
+    uint64_t word[VLAN_BITS / 64];
+};
+vlanBits* aclBitMapCreateArray();
+void aclBitMapFree(vlanBits* bits);
+inline void vlanBitSet(vlanBits* bits, uint32_t vlan, bool on) {
+    uint64_t bit = uint64_t{1} << (vlan % 64);
+    uint64_t& word = bits->word[(vlan % VLAN_BITS) / 64];
+    word = on ? word | bit : word & ~bit;
+}
+inline bool vlanBitTest(const vlanBits* bits, uint32_t vlan) {
+    return (bits->word[(vlan % VLAN_BITS) / 64] >> (vlan % 64) & 1) != 0;
+}
+
+struct aclIntf {
+    zekRadixNode link;
+    be32 key;
+    uint32_t ifindex;
+    aclList* lists[2][2];              // [intfFamily][intfDirection]; null: nothing is bound
+    std::vector<uint32_t> lagMembers;  // ports, in the order in which they joined
+    vlanBits* vlans;                   // the VLANs that the interface is a member of
+    uint32_t isLag;
+    uint32_t direction;  // of the binding that made the record
+    uint32_t flags;      // intfFlag
+};
+
+aclIntf* AclIntfTreeFind(uint32_t ifindex);
+aclIntf* AclIntfTreeFindFirst();
+// The record with the smallest index above this one, which need not exist itself.
+aclIntf* AclIntfTreeFindNext(uint32_t ifindex);
+// Which allocation was refused.
+enum class intfRefused { nothing, record, bitmap };
+// Finds the record or makes an empty one; a LAG's is marked as such. Null when there is no memory:
+// nothing has changed then, and *refused (may be null) says what for.
+aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refused);
+// Takes the record out of the tree and frees it.
+void aclIntfDrop(aclIntf* intf);
+
+// --- LAG members ---
+
+// Creates the LAG's record when there is none. Null as aclIntfObtain, and for what is no LAG.
+aclIntf* aclAddLagIntfPtToTree(uint32_t lagIfindex);
+// 0; 1 when the port is a member already (not) any more; -1 without memory (a system error is
+// raised) or when either index is not what it should be: a LAG is never a member of a LAG.
+int aclLagMemberAdd(uint32_t lagIfindex, uint32_t port);
+int aclLagMemberRemove(uint32_t lagIfindex, uint32_t port);
+// The LAG that the port is a member of, or 0.
+uint32_t aclLagOfPort(uint32_t port);
+
+// --- VLAN members ---
+
+struct aclVlanMember {
+    zekRadixNode link;
+    be32 key;
+    uint32_t ifindex;  // a port or a LAG
+    uint32_t vlanIfindex;
+    uint32_t mcastId;
+};
+
+struct aclVlan {
+    zekRadixNode link;
+    be32 key;
+    uint32_t ifindex;
+    zekRadix* members;  // "vlanInfoTree"
+    uint32_t state;
+    uint32_t mcastId;
+};
+
+aclVlan* aclVlanTreeFind(uint32_t vlanIfindex);
+aclVlan* aclVlanTreeFindFirst();
+aclVlan* aclVlanTreeFindNext(uint32_t vlanIfindex);
+// Finds the record or makes one without members. Null without memory (a system error is raised) and
+// for what is no VLAN. The record stays when its last member leaves.
+aclVlan* aclVlanObtain(uint32_t vlanIfindex);
+// Frees the record and its members.
+void aclVlanDrop(aclVlan* vlan);
+
+aclVlanMember* aclVlanInfoTreeFind(const aclVlan* vlan, uint32_t member);
+aclVlanMember* aclVlanInfoTreeFindFirst(const aclVlan* vlan);
+aclVlanMember* aclVlanInfoTreeFindNext(const aclVlan* vlan, uint32_t member);
+// Results as aclLagMemberAdd; adding creates the VLAN's record.
+int aclVlanMemberAdd(uint32_t vlanIfindex, uint32_t member);
+int aclVlanMemberRemove(uint32_t vlanIfindex, uint32_t member);
+
+// --- the ports behind an interface ---
+
+// Calls fn(port) for a LAG's members from the last that joined to the first, for a VLAN's members
+// in index order with LAGs expanded in their places, and for a port (or a bare slot) itself.
+template <class Fn>
+void aclWalkPorts(uint32_t ifindex, Fn&& fn) {
+    auto walkLag = [&fn](uint32_t lag) {
+        const aclIntf* intf = AclIntfTreeFind(lag);
+        if (intf == nullptr) return;
+        for (size_t i = intf->lagMembers.size(); i > 0; i--) fn(intf->lagMembers[i - 1]);
+    };
+    switch (ifindexType(ifindex)) {
+        case IF_TYPE_LAG:
+            walkLag(ifindex);
+            break;
+        case IF_TYPE_VLAN: {
+            const aclVlan* vlan = aclVlanTreeFind(ifindex);
+            if (vlan == nullptr) return;
+            for (const aclVlanMember* m = aclVlanInfoTreeFindFirst(vlan); m != nullptr;
+                 m = aclVlanInfoTreeFindNext(vlan, m->ifindex)) {
+                if (ifindexType(m->ifindex) == IF_TYPE_LAG)
+                    walkLag(m->ifindex);
+                else
+                    fn(m->ifindex);
+            }
+            break;
+        }
+        default:
+            fn(ifindex);
+    }
+}
