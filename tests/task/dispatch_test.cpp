@@ -1,0 +1,309 @@
+// Messages in, answers out: every type, every code, and what is wrong with them.
+#include <thread>
+
+#include "tests/task/fixture.h"
+
+using Dispatch = TaskTest;
+
+TEST_F(Dispatch, WhatIsTooShortLiesOrIsUnknownIsCountedAndNothingOfAnEarlierMessageLeaves) {
+    EXPECT_TRUE(deliver(std::vector<uint8_t>(59)).empty());
+    EXPECT_EQ(aclCounters.tooShort, 1u);
+
+    EXPECT_TRUE(deliver(message(9999)).empty());
+    EXPECT_EQ(aclCounters.unknownType, 1u);
+
+    for (uint32_t lie : {0u, 59u, 61u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(lie);
+        auto bytes = message(MT_CLI_COMMAND);
+        reinterpret_cast<ipcHdr*>(bytes.data())->length = lie;
+        auto sent = deliver(bytes);
+        ASSERT_EQ(sent.size(), 1u);
+        // Long enough for result and code, and zero behind what came.
+        EXPECT_EQ(sent[0].size(), 76u);
+        EXPECT_EQ(uint32_t{reinterpret_cast<cliHdr*>(sent[0].data())->result}, ACL_E_SYSTEM);
+        EXPECT_EQ(uint32_t{reinterpret_cast<cliHdr*>(sent[0].data())->code}, 0u);
+    }
+    EXPECT_EQ(aclCounters.badLength, 4u);
+}
+
+TEST_F(Dispatch, EveryTypeIsAnsweredAsItsSenderExpects) {
+    enum answer { silent, exchanged, failed, inStatus, acknowledged };
+    struct {
+        uint32_t first, last;
+        answer expected;
+    } rows[] = {
+        {8, 8, silent},
+        {401, 402, silent},
+        {801, 801, silent},
+        {1110, 1111, failed},
+        {1112, 1113, acknowledged},
+        {2009, 2009, exchanged},
+        {2804, 2806, acknowledged},
+        {8402, 8402, failed},
+        {10873, 10874, acknowledged},
+        {10876, 10876, acknowledged},
+        {10878, 10878, acknowledged},
+        {10880, 10880, acknowledged},
+        {10896, 10896, acknowledged},
+        {14435, 14435, exchanged},
+        {14436, 14436, acknowledged},
+        {14442, 14457, failed},
+        {14469, 14472, inStatus},
+        {14474, 14474, acknowledged},
+        {14480, 14483, inStatus},
+        {14490, 14494, acknowledged},
+        {14495, 14495, silent},
+        {14502, 14502, acknowledged},
+        {14504, 14505, failed},
+        {14517, 14518, exchanged},
+        {20417, 20417, failed},
+    };
+    uint32_t session = 77;
+    for (const auto& row : rows) {
+        for (uint32_t type = row.first; type <= row.last; type++) {
+            SCOPED_TRACE(type);
+            auto bytes = message(type, 300);
+            reinterpret_cast<ipcHdr*>(bytes.data())->session = ++session;
+            reinterpret_cast<ipcHdr*>(bytes.data())->swpSeq = 1;
+            auto sent = deliver(bytes);
+            EXPECT_EQ(said("swpanswer 1"), row.expected == acknowledged);
+            if (row.expected == silent || row.expected == acknowledged) {
+                EXPECT_TRUE(sent.empty());
+                continue;
+            }
+            ASSERT_EQ(sent.size(), 1u);
+            const auto* hdr = reinterpret_cast<const ipcHdr*>(sent[0].data());
+            EXPECT_EQ(sent[0].size(), 300u);
+            EXPECT_EQ(uint32_t{hdr->source.svce}, CLIENT_SERVICE);
+            EXPECT_EQ(uint32_t{hdr->source.slot}, 3u);
+            EXPECT_EQ(uint32_t{hdr->target.svce}, 7809u);
+            EXPECT_EQ(uint32_t{hdr->result}, row.expected == failed ? ACL_E_SYSTEM : 0u);
+            EXPECT_EQ(uint32_t{hdr->status}, row.expected == inStatus ? ACL_E_SYSTEM : 0u);
+        }
+    }
+}
+
+TEST_F(Dispatch, ARepeatedMessageIsAcknowledgedAgainButHandledOnce) {
+    DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
+    auto bytes = message(MT_CFG_START_BLK_CFG_NOTIF);
+    auto* hdr = reinterpret_cast<ipcHdr*>(bytes.data());
+    hdr->session = 9;
+    hdr->swpSeq = 1;
+    deliver(bytes);
+    EXPECT_EQ(aclNode->cfgNotifStart, 1u);
+    aclNode->cfgNotifStart = 0;
+    deliver(bytes);
+    EXPECT_EQ(aclNode->cfgNotifStart, 0u);
+    EXPECT_TRUE(said("swpanswer 1"));
+    EXPECT_FALSE(said("Error:"));
+
+    hdr->swpSeq = 3;  // 2 is missing
+    deliver(bytes);
+    EXPECT_TRUE(said("Error: Error in receiving IFM VlOSTATE Notif \r\n"));
+    EXPECT_EQ(aclNode->cfgNotifStart, 0u);
+    EXPECT_EQ(aclCounters.outOfOrder, 1u);
+
+    // The MAC manager's repetition is an error, unlike everybody else's.
+    auto stp = message(MT_STP_ENABLE, 68);
+    reinterpret_cast<ipcHdr*>(stp.data())->session = 5;
+    reinterpret_cast<ipcHdr*>(stp.data())->swpSeq = 1;
+    deliver(stp);
+    EXPECT_FALSE(said("Error:"));
+    deliver(stp);
+    EXPECT_TRUE(said("Error: Error in swp_ack for Mac_mgr\r\n"));
+}
+
+TEST_F(Dispatch, EveryCommandCodeIsKnownAndEveryOtherOneIsRefused) {
+    std::vector<std::pair<uint32_t, uint32_t>> known = {
+        {1000, 1025}, {1030, 1031}, {1038, 1047},   {1055, 1055},   {1059, 1060},   {1066, 1067},
+        {1083, 1088}, {1090, 1096}, {1098, 1106},   {1108, 1109},   {1114, 1115},   {1120, 1120},
+        {1132, 1137}, {1139, 1140}, {1142, 1158},   {1160, 1167},   {1169, 1170},   {1181, 1185},
+        {1187, 1188}, {1190, 1191}, {13607, 13607}, {14519, 14519}, {14521, 14521}, {18908, 18908}};
+    auto isKnown = [&known](uint32_t code) {
+        for (auto [first, last] : known)
+            if (code >= first && code <= last) return true;
+        return false;
+    };
+    for (uint32_t code = 900; code < 19000; code++) {
+        uint64_t unknown = aclCounters.unknownCode;
+        auto sent = deliver(cli(code, "N", 1100));
+        ASSERT_EQ(sent.size(), 1u) << code;
+        EXPECT_EQ(aclCounters.unknownCode == unknown, isKnown(code)) << code;
+    }
+}
+
+TEST_F(Dispatch, AnEntryIsAddedShownAndDeletedByMessages) {
+    auto create = cli(CLI_IP_LIST_CREATE, "A", sizeof(cliListReq));
+    reinterpret_cast<cliListReq*>(create.data())->kind = IP_KIND_STANDARD;
+    EXPECT_EQ(ask(create), ACL_OK);
+    reinterpret_cast<cliListReq*>(create.data())->kind = IP_KIND_EXTENDED;
+    EXPECT_EQ(ask(create), ACL_E_IS_STANDARD);
+    reinterpret_cast<cliListReq*>(create.data())->kind = 9;
+    EXPECT_EQ(ask(create), ACL_E_SYSTEM);
+
+    auto add = cli(CLI_IP_ENTRY_ADD, "A", sizeof(cliIpEntryReq));
+    reinterpret_cast<cliIpEntryReq*>(add.data())->block = standardBlock(0x0A000001);
+    reinterpret_cast<cliIpEntryReq*>(add.data())->log = 1;
+    EXPECT_EQ(ask(add), ACL_OK);
+    // The number that was assigned stands at byte 292 of the answer.
+    EXPECT_EQ(answer[295], 5);
+    EXPECT_EQ(testCfgLines().back(), " seq 5 permit host 10.0.0.1 log");
+    EXPECT_EQ(ask(add), ACL_E_ENTRY_EXISTS);
+
+    auto show = cli(CLI_SHOW_IP_ACL_ALL, "", sizeof(cliShowReq));
+    reinterpret_cast<cliHdr*>(show.data())->cookie = 0x12345678;
+    auto sent = deliver(show);
+    ASSERT_EQ(sent.size(), 1u);
+    const auto* reply = reinterpret_cast<const showReplyHdr*>(sent[0].data());
+    EXPECT_EQ(uint32_t{reply->ipc.length}, sent[0].size());
+    EXPECT_EQ(uint32_t{reply->ipc.source.svce}, CLIENT_SERVICE);
+    EXPECT_EQ(uint32_t{reply->marker}, SHOW_MARKER);
+    EXPECT_EQ(listNameView(reply->name), "A");
+    EXPECT_STREQ(reinterpret_cast<const char*>(sent[0].data()) + SHOW_TEXT_OFFSET,
+                 "Standard IP access list A\r\n seq 5 permit host 10.0.0.1 log (0 matches) order "
+                 "255\r\n");
+    // Behind the last list: the request itself with its cookie and the status.
+    reinterpret_cast<cliShowReq*>(show.data())->name = listNameMake("A");
+    EXPECT_EQ(ask(show), ACL_E_NOLIST);
+    EXPECT_EQ(uint32_t{view<cliHdr>()->cookie}, 0x12345678u);
+
+    auto del = cli(CLI_IP_ENTRY_DELETE, "A", sizeof(cliIpEntryReq));
+    reinterpret_cast<cliIpEntryReq*>(del.data())->block = standardBlock(0, 5);
+    EXPECT_EQ(ask(del), ACL_OK);
+    EXPECT_EQ(ask(del), ACL_E_NOSEQ);
+    EXPECT_TRUE(said("send 6001"));
+}
+
+TEST_F(Dispatch, ARequestThatEndsBeforeItsRecordIsRefusedWhole) {
+    ipAccessListCreateExt(listNameMake("A"), IP_KIND_STANDARD, 0u, 0u);
+    auto whole = cli(CLI_IP_ENTRY_ADD, "A", sizeof(cliIpEntryReq));
+    reinterpret_cast<cliIpEntryReq*>(whole.data())->block = standardBlock(0x0A000001);
+    for (size_t size = 60; size < whole.size(); size++) {
+        auto cut = whole;
+        cut.resize(size);
+        reinterpret_cast<ipcHdr*>(cut.data())->length = static_cast<uint32_t>(size);
+        ASSERT_EQ(ask(cut), ACL_E_SYSTEM) << size;
+    }
+    EXPECT_EQ(ipAccessListFind(listNameMake("A"))->count, 0);
+    EXPECT_EQ(ask(whole), ACL_OK);
+}
+
+TEST_F(Dispatch, ShowsForOtherTasksAnswerInTheStatusWordAndLogWhatCannotBeSent) {
+    ipAccessListCreateExt(listNameMake("A"), IP_KIND_EXTENDED, 0u, 0u);
+    uint64_t before = zekMemHeapStats().blocks;
+    struct {
+        uint32_t type;
+        const char* name;
+        bool sendFails;
+        uint32_t status;
+        const char* logged;
+    } rows[] = {
+        {14466, "A", false, ACL_OK, nullptr},
+        {14466, "B", false, ACL_E_NOLIST, nullptr},
+        {14466, "A", true, 0, "Error in sending Show IP ACL back to CLI\n"},
+        {14466, "B", true, 0, "Error in sending Show IP ACL back to CLI\n"},
+        {14467, "", false, ACL_OK, nullptr},
+        {14467, "A", false, ACL_E_NOLIST, nullptr},
+        {14467, "", true, 0, "Error in sending Show IP ACL All back toCLI\n"},
+        {14467, "A", true, 0, "Error in sending Show IP ACL All backto CLI\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.type) + row.name + (row.sendFails ? " fails" : ""));
+        auto bytes = message(row.type, 208);
+        reinterpret_cast<showReplyHdr*>(bytes.data())->name = listNameMake(row.name);
+        reinterpret_cast<ipcHdr*>(bytes.data())->status = 99;  // cleared on receipt
+        if (row.sendFails) testFail(TEST_SEND, 1, 1);
+        auto sent = deliver(bytes);
+        testFailNothing();
+        if (row.logged != nullptr) {
+            EXPECT_TRUE(said(std::string("syserr 0x50002 ") + row.logged));
+        } else {
+            ASSERT_EQ(sent.size(), 1u);
+            EXPECT_EQ(uint32_t{reinterpret_cast<ipcHdr*>(sent[0].data())->status}, row.status);
+        }
+        EXPECT_EQ(zekMemHeapStats().blocks, before);  // the buffer is freed in every case
+    }
+}
+
+TEST_F(Dispatch, TheMaskDisplayModeAnswersThenRewritesEveryLine) {
+    ipAccessListCreateExt(listNameMake("A"), IP_KIND_STANDARD, 0u, 0u);
+    ipEntryBlock block = standardBlock(0x0A010000);
+    block.srcMask = 0xFFFF0000;
+    ipAddAccessEntryExt(listNameMake("A"), &block, 0u, 0u, 0u);
+    EXPECT_EQ(testCfgLines().back(), " seq 5 permit 10.1.0.0/16");
+    testTake();
+
+    auto sent = deliver(message(MT_ACL_INVERSEMASK_ENABLE));
+    EXPECT_EQ(sent.size(), 1u);
+    auto lines = testCfgLines();
+    EXPECT_EQ(lines.front(), "access-list inverse-mask");
+    EXPECT_EQ(lines.back(), " seq 5 permit 10.1.0.0 255.255.0.0");
+    // The mode's line is in the batch before the answer, the work behind it.
+    auto at = [this](const std::string& text) {
+        for (size_t i = 0; i < rows.size(); i++)
+            if (rows[i].find(text) != std::string::npos) return i;
+        return rows.size();
+    };
+    EXPECT_LT(at("inverse-mask"), at("send 14517"));
+    EXPECT_LT(at("send 14517"), at("seq 5"));
+
+    deliver(message(MT_ACL_INVERSEMASK_DISABLE));
+    lines = testCfgLines();
+    EXPECT_NE(lines.front(), "access-list inverse-mask");
+    EXPECT_EQ(lines.back(), " seq 5 permit 10.1.0.0/16");
+}
+
+TEST_F(Dispatch, OneWrapperOneLockAndTheRightFamily) {
+    const listName name = listNameMake("F");
+    // 1 is IPv6, which is not built: refused, and the IPv4 store untouched.
+    EXPECT_EQ(ipAccessListCreateExt(name, IP_KIND_STANDARD, 0u, 1u), ACL_E_SYSTEM);
+    EXPECT_EQ(ipAccessListFind(name), nullptr);
+    for (uint32_t family : {0u, 2u}) {
+        EXPECT_EQ(ipAccessListCreateExt(name, IP_KIND_STANDARD, 0u, family), ACL_OK);
+        EXPECT_NE(ipAccessListFind(name), nullptr);
+        ipEntryBlock block = standardBlock(1);
+        EXPECT_EQ(ipAddAccessEntryExt(name, &block, 0u, 0u, 1u), ACL_E_SYSTEM);
+        EXPECT_EQ(ipAccessListFind(name)->count, 0);
+        EXPECT_EQ(ipAccessListDeleteExt(name, uint32_t{IP_KIND_STANDARD}, family), ACL_OK);
+    }
+    // A read wrapper works beside a reader in another thread; every path gives the lock back.
+    aclReadLock();
+    uint32_t status = 0;
+    std::thread([&] {
+        void* buffer = nullptr;
+        uint32_t size = 0;
+        status = aclShowIpAclExt(name, &buffer, &size);
+    }).join();
+    EXPECT_EQ(status, ACL_E_NOLIST);
+    aclReadUnlock();
+    EXPECT_EQ(pthread_rwlock_trywrlock(&acl_rwlock), 0);
+    pthread_rwlock_unlock(&acl_rwlock);
+}
+
+TEST_F(Dispatch, TheFilterTestNamesTheEntryThatDecided) {
+    ipAccessListCreateExt(listNameMake("T"), IP_KIND_STANDARD, 0u, 0u);
+    ipEntryBlock block = standardBlock(0x0A000001);
+    ipAddAccessEntryExt(listNameMake("T"), &block, 0u, 0u, 0u);
+    struct {
+        const char* args;
+        const char* answer;
+    } rows[] = {
+        {"T tcp 10.0.0.1 1.2.3.4 dst-port 80 flags syn,ack",
+         R"({"verdict":"permit","entry":{"seq":5,"text":" seq 5 permit host 10.0.0.1"}})"},
+        {"T udp 10.0.0.2 1.2.3.4", R"({"verdict":"deny","entry":null})"},
+        {"NONE tcp 1.1.1.1 2.2.2.2", R"({"error":"No such access list"})"},
+        {"T tcp 1.1.1 2.2.2.2", R"({"error":"not an address: 1.1.1"})"},
+        {"T tcp 1.1.1.1 2.2.2.2 dst-port 65536", R"({"error":"not understood: dst-port 65536"})"},
+        {"T tcp 1.1.1.1 2.2.2.2 flags established",
+         R"({"error":"not understood: flags established"})"},
+    };
+    for (const auto& row : rows) {
+        std::string text;
+        ASSERT_TRUE(zekDebugRun("test-ip-filter", row.args, &text));
+        EXPECT_EQ(text, row.answer) << row.args;
+    }
+    std::string dump;
+    ASSERT_TRUE(zekDebugRun("node", "", &dump));
+    EXPECT_NE(dump.find("\nacl_tree = 1\r\n"), dump.npos) << dump;
+    EXPECT_NE(dump.find("peer update 20 = 255\r\n"), dump.npos);
+}

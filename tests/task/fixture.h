@@ -1,0 +1,129 @@
+// The task on the recording platform: started as in the process, driven message by message.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "include/cliMsg.h"
+#include "include/linecard.h"
+#include "include/service.h"
+#include "include/status.h"
+#include "platform/api/zekMem.h"
+#include "platform/test/record.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+constexpr uint32_t OWN_CARD = 0x7F010001;
+constexpr uint32_t CLIENT_CARD = 0x7F010009;
+constexpr uint32_t CLIENT_SERVICE = 70001;
+
+inline void platformReset() {
+    testReset();
+    zek_memPartFree(POOL_FIXED);
+    zek_memPartFree(POOL_FIXED + 1);
+    testHost.addresses = {{{APP_ACL, 0}, OWN_CARD},
+                          {{APP_IFM, 0}, OWN_CARD},
+                          {{APP_RTM, 0}, OWN_CARD},
+                          {{APP_DSMGR, 0}, OWN_CARD}};
+}
+
+struct TaskTest : testing::Test {
+    alignas(8) uint8_t buffer[IPC_BUFFER_SIZE] = {};
+    uint32_t sequence = 500;
+
+    void SetUp() override {
+        platformReset();
+        aclCounters = {};
+        DEBUG_ACL_MGR = 0;
+        for (aclLinecard& card : aclLinecardInfo) {
+            card = {};
+            card.macAgent = card.aclAgent = ZEK_SWP_NONE;
+            card.agentIpAddr = card.agent0IpAddr = ADDRESS_UNKNOWN;
+        }
+        ASSERT_NE(AclInitialize(0, nullptr), nullptr);
+        ASSERT_NE(AspathAclInitialize(), nullptr);
+        AclGetChassMode(aclNode->pkey);
+        ASSERT_EQ(SysListRegistration(0), 0);
+        aclRegisterDebugFunctions();
+        aclCreateShowRunningDummyNodes();
+        testTake();
+    }
+    void TearDown() override {
+        testFailNothing();
+        for (aclList* list = ipAccessListFindFirst(); list != nullptr;
+             list = ipAccessListFindFirst())
+            ipAccessListDelete(list->name, list->kind);
+        EXPECT_EQ(*pAclReadCounter, 0u);
+        AclFree(aclNode);
+    }
+
+    std::vector<uint8_t> message(uint32_t type, size_t size = sizeof(ipcHdr)) {
+        std::vector<uint8_t> bytes(size);
+        auto* hdr = reinterpret_cast<ipcHdr*>(bytes.data());
+        hdr->length = static_cast<uint32_t>(size);
+        hdr->mtype = type;
+        hdr->sequence = ++sequence;
+        hdr->target.slot = 3;
+        hdr->target.card = CLIENT_CARD;
+        hdr->target.svce = CLIENT_SERVICE;
+        hdr->source.card = OWN_CARD;
+        hdr->source.svce = 7809;
+        return bytes;
+    }
+    std::vector<uint8_t> cli(uint32_t code, const std::string& name, size_t size) {
+        auto bytes = message(MT_CLI_COMMAND, size);
+        auto* hdr = reinterpret_cast<cliHdr*>(bytes.data());
+        hdr->code = code;
+        hdr->name = listNameMake(name);
+        return bytes;
+    }
+    // Delivers the message as the main loop does; returns the messages that were sent.
+    std::vector<std::vector<uint8_t>> deliver(const std::vector<uint8_t>& bytes) {
+        std::memset(buffer, 0xEE, sizeof buffer);  // left over from an earlier message
+        std::memcpy(buffer, bytes.data(), std::min(bytes.size(), sizeof buffer));
+        aclTakeMessage(aclNode, buffer, bytes.size());
+        rows.clear();
+        std::vector<std::vector<uint8_t>> sent;
+        for (testRow& row : testTakeRows()) {
+            if (row.text.starts_with("send ") || row.text.starts_with("reply "))
+                sent.push_back(row.bytes);
+            rows.push_back(row.text);
+        }
+        return sent;
+    }
+    // Delivers a CLI request that is answered once, and returns the result of the answer.
+    uint32_t ask(const std::vector<uint8_t>& bytes) {
+        auto sent = deliver(bytes);
+        EXPECT_EQ(sent.size(), 1u);
+        if (sent.size() != 1 || sent[0].size() < 68) return 0xDEAD;
+        answer = sent[0];
+        return reinterpret_cast<cliHdr*>(answer.data())->result;
+    }
+    bool said(const std::string& text) const {
+        for (const std::string& row : rows)
+            if (row.find(text) != std::string::npos) return true;
+        return false;
+    }
+    template <class Record>
+    Record* view() {
+        return reinterpret_cast<Record*>(answer.data());
+    }
+
+    std::vector<std::string> rows;  // what the last delivery set off
+    std::vector<uint8_t> answer;
+};
+
+inline ipEntryBlock standardBlock(uint32_t src, uint32_t seq = SEQ_NOT_GIVEN) {
+    ipEntryBlock b{};
+    b.kind = IP_KIND_STANDARD;
+    b.seq = seq;
+    b.src = src;
+    b.srcMask = 0xFFFFFFFF;
+    b.order = ORDER_NOT_GIVEN;
+    b.precedence = b.tos = FIELD_NOT_GIVEN;
+    b.dscp = DSCP_NOT_GIVEN;
+    return b;
+}

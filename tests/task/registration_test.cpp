@@ -1,0 +1,159 @@
+// Registration with the neighbours, the peer, and the main loop that drives both.
+#include "tests/task/fixture.h"
+
+using Registration = TaskTest;
+
+namespace {
+
+std::vector<uint8_t> answerTo(std::span<const uint8_t> request, uint32_t sequenceChange = 0) {
+    std::vector<uint8_t> bytes(request.begin(), request.end());
+    auto* hdr = reinterpret_cast<ipcHdr*>(bytes.data());
+    ipcExchangeTriples(hdr);
+    hdr->sequence = hdr->sequence + sequenceChange;
+    return bytes;
+}
+
+}  // namespace
+
+TEST_F(Registration, TheInterfaceManagersAnswerMustBeToThisRequest) {
+    std::vector<uint8_t> request;
+    testHost.onSend = [&](std::span<const uint8_t> bytes) {
+        request.assign(bytes.begin(), bytes.end());
+        testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes, 1));  // of another request
+    };
+    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), -1);
+    ASSERT_EQ(request.size(), 1436u);
+    const auto* hdr = reinterpret_cast<const ipcHdr*>(request.data());
+    uint32_t first = hdr->sequence;
+    EXPECT_EQ(uint32_t{hdr->mtype}, 10802u);
+    EXPECT_EQ(uint32_t{hdr->target.svce}, 7810u);
+    EXPECT_EQ(uint32_t{hdr->source.svce}, (142u << 7) + 1);
+    EXPECT_EQ(request[60], 0xFF);
+    EXPECT_EQ(request[64], 0);
+
+    testHost.onSend = [&](std::span<const uint8_t> bytes) {
+        request.assign(bytes.begin(), bytes.end());
+        testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes, 0xFFFFFFFF));  // late
+        testHost.inbox[TEST_RESPONSES].push_back(std::vector<uint8_t>(59));
+        testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes));
+    };
+    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), 0);
+    EXPECT_EQ(uint32_t{reinterpret_cast<const ipcHdr*>(request.data())->sequence}, first + 1);
+
+    testHost.addresses.erase({APP_IFM, 0});
+    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), -1);
+}
+
+TEST_F(Registration, IsTriedOnEveryFourthPassAndSaysFailedEvery256th) {
+    testFail(TEST_SEND);   // no interface manager
+    testFail(TEST_START);  // no event handler
+    uint32_t failed = 0, subscriptions = 0, evhFailed = 0;
+    for (uint32_t pass = 1; pass <= 4 * 512; pass++) {
+        aclLoopOnce(aclNode, pass, buffer);
+        for (const std::string& row : testTake()) {
+            failed += row == "syserr 0x50010 failed";
+            evhFailed += row == "syserr 0x5000d failed";
+            subscriptions += row.starts_with("subscribe ");
+        }
+    }
+    EXPECT_EQ(failed, 2u);
+    EXPECT_EQ(evhFailed, 1u);            // the first failure only
+    EXPECT_EQ(subscriptions, 3u * 512);  // three events each time
+
+    testFailNothing();
+    testHost.onSend = [&](std::span<const uint8_t> bytes) {
+        testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes));
+    };
+    aclSendRegistration();
+    auto rows_ = testTake();
+    EXPECT_EQ(std::ranges::count(rows_, "syserr 0x50010 succeeded"), 1);
+    EXPECT_EQ(std::ranges::count(rows_, "syserr 0x5000d succeeded"), 1);
+    EXPECT_EQ(aclNode->ifmRegistered, 1);
+    EXPECT_EQ(aclNode->evhRegistered, 1);
+    EXPECT_EQ(aclNode->udpHelperRegistered, 1);
+    aclSendRegistration();
+    EXPECT_TRUE(testTake().empty());  // done is done
+}
+
+TEST_F(Registration, TheLoopServesTimerRequestPipeInOrderAndTheResponseQueueNever) {
+    testHost.inbox[TEST_RESPONSES].push_back(message(9998));
+    testHost.inbox[TEST_REQUESTS].push_back(message(MT_SWP_ACK));
+    testHost.inbox[TEST_TIMERS].push_back(message(MT_SWP_TIMEOUT));
+    testHost.pipeReadable = true;
+    aclLoopOnce(aclNode, 1, buffer);
+    auto done = testTake();
+    ASSERT_EQ(done.size(), 2u);
+    EXPECT_EQ(done[0], "swptimeout");
+    EXPECT_EQ(done[1], "swpack");
+    EXPECT_FALSE(testHost.pipeReadable);
+    EXPECT_EQ(testHost.inbox[TEST_RESPONSES].size(), 1u);
+    EXPECT_EQ(aclCounters.swp_ack, 1u);
+}
+
+TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
+    EXPECT_EQ(aclRegisterWithPeer(0), 0);
+    EXPECT_EQ(aclNode->peerRegistered, 1);
+    EXPECT_EQ(aclSendUpdateToPeer(3), 0);
+    EXPECT_TRUE(testTake().empty());
+
+    auto sync = message(MT_RAM_DATA_SYNC);
+    reinterpret_cast<ipcHdr*>(sync.data())->ramCode = 42;
+    deliver(sync);
+    EXPECT_EQ(rows, (std::vector<std::string>{"ramack 61 0", "ramresult 61 0 0"}));
+    EXPECT_EQ(aclNode->peerRegistered, 0);
+
+    testFail(TEST_SEND, 1, 2);
+    EXPECT_EQ(aclRegisterWithPeer(0), -1);
+    EXPECT_EQ(testTake().back(), "syserr 0x50012 failed");
+    EXPECT_EQ(aclRegisterWithPeer(1), -1);
+    EXPECT_EQ(testTake().size(), 1u);  // the first attempt alone is logged
+    EXPECT_EQ(aclRegisterWithPeer(2), 0);
+    EXPECT_EQ(aclNode->peerRegistered, 0);  // until the secondary answers
+
+    aclLinecardInfo[2].isUp = 1;
+    aclLinecardInfo[2].type = 7;
+    testTakeRows();
+    EXPECT_EQ(aclSendUpdateToPeer(2), 0);
+    auto sent = testTakeRows();
+    ASSERT_EQ(sent.size(), 1u);
+    const auto& bytes = sent[0].bytes;
+    ASSERT_EQ(bytes.size(), 952u);
+    EXPECT_EQ(msgWord(bytes.data(), 12), 14523u);
+    EXPECT_EQ(msgWord(bytes.data(), 60), 2u);
+    EXPECT_EQ(msgWord(bytes.data(), 64 + 2 * 44 + 4), 1u);
+    EXPECT_EQ(msgWord(bytes.data(), 64 + 2 * 44 + 24), 7u);
+    EXPECT_EQ(aclNode->peerMark[2], 0);
+
+    // The lowest waiting mark is sent again, one a step, until the peer answers.
+    aclNode->peerMark[5] = 0;
+    aclNode->ifmRegistered = aclNode->evhRegistered = aclNode->udpHelperRegistered =
+        aclNode->peerRegistered = 1;
+    aclSendRegistration();
+    sent = testTakeRows();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(msgWord(sent[0].bytes.data(), 60), 2u);
+    auto reply = message(MT_PEER_UPDATE, 952);
+    reinterpret_cast<cliHdr*>(reply.data())->cookie = 2;  // byte 60
+    deliver(reply);
+    EXPECT_EQ(aclNode->peerMark[2], 1);
+    reinterpret_cast<cliHdr*>(reply.data())->cookie = 21;  // no such kind
+    deliver(reply);
+
+    // The secondary copies words 1 to 6 of every record but the control processor's.
+    testHost.primary = false;
+    auto update = message(MT_PEER_UPDATE, 952);
+    for (size_t slot : {4u, 19u})
+        for (size_t word = 0; word < 11; word++) update[64 + slot * 44 + word * 4 + 3] = 9;
+    aclLinecardInfo[4].agentIpAddr = 1234;
+    deliver(update);
+    EXPECT_EQ(aclLinecardInfo[4].isUp, 9u);
+    EXPECT_EQ(aclLinecardInfo[4].type, 9u);
+    EXPECT_EQ(aclLinecardInfo[4].agentIpAddr, 1234u);
+    EXPECT_EQ(aclLinecardInfo[19].isUp, 0u);
+    EXPECT_TRUE(said("peer 14523"));
+    update.resize(951);
+    reinterpret_cast<ipcHdr*>(update.data())->length = 951;
+    aclLinecardInfo[4].isUp = 0;
+    deliver(update);
+    EXPECT_EQ(aclLinecardInfo[4].isUp, 0u);
+}
