@@ -1,0 +1,63 @@
+// Asking an agent what it has installed: requests of a type of its own to the agent's request
+// queue. docs/agent.md describes the texts of the answers.
+#pragma once
+
+#include <span>
+
+#include "include/agentMsg.h"
+
+constexpr uint32_t MT_AGENT_STATE = 30001;
+
+enum agentStateWhat : uint32_t {
+    AGENT_STATE_SUMMARY = 1,
+    AGENT_STATE_LISTS = 2,
+    AGENT_STATE_ENTRIES = 3,
+};
+
+// What an agent keeps apart: each has its own lists for one interface and direction.
+enum agentListKind : uint32_t {
+    AGENT_LIST_IP4 = 0,
+    AGENT_LIST_IP6 = 1,
+    AGENT_LIST_SYSTEM = 2,
+    AGENT_LIST_SYSTEM6 = 3,
+    AGENT_LIST_DOS = 4,
+};
+constexpr const char* agentListKindNames[] = {"ipv4", "ipv6", "system", "ipv6 system", "dos"};
+
+struct agentStateReq {
+    ipcHdr ipc;
+    be32 what;       //  60  agentStateWhat
+    listName name;   //  64  lists: only those of this name, empty for all; entries: the list
+    be32 ifindex;    // 204  entries only, like the four words that follow
+    be32 direction;  // 208  0 in, 1 out
+    be32 index;      // 212  lists: skip so many; entries: the first number to show
+    be32 kind;       // 216  agentListKind
+    be32 group;      // 220  VLAN group 1-8, or 0
+};
+WIRE_SIZE(agentStateReq, 224);
+WIRE_AT(agentStateReq, name, 64);
+WIRE_AT(agentStateReq, ifindex, 204);
+WIRE_AT(agentStateReq, group, 220);
+
+// The answer: the request's front with the triples exchanged, the status in header word 28, and
+// JSON text from byte 204 to the length in the header. Long answers are longer than a datagram:
+// take them with the transport's receive call and ZEK_MESSAGE_MAX.
+constexpr size_t AGENT_STATE_TEXT_OFFSET = 204;
+enum agentStateStatus : uint32_t {
+    AGENT_STATE_OK = 0,
+    AGENT_STATE_NOLIST = 1,  // nothing of that name is installed there
+    AGENT_STATE_BAD = 2,     // not a request: too short, or an unknown question
+};
+// An answer stops here and names the index to go on with.
+constexpr size_t AGENT_STATE_ROWS_MAX = 5000;
+
+// 64-bit FNV-1a: two entries with the same hash hold the same bytes.
+constexpr uint64_t agentHash(std::span<const uint8_t> bytes) {
+    uint64_t hash = 0xCBF29CE484222325u;
+    for (uint8_t b : bytes) hash = (hash ^ b) * 0x100000001B3u;
+    return hash;
+}
+// Of an IPv4 entry: everything but the unused first word, its sequence number included.
+inline uint64_t agentEntryHash(const agentEntry& entry) {
+    return agentHash(std::span(reinterpret_cast<const uint8_t*>(&entry), sizeof entry).subspan(4));
+}
