@@ -46,5 +46,8 @@ std::string chassisIfName(const chassisDescription& chassis, uint32_t ifindex); 
 bool chassisIfIndex(const chassisDescription& chassis, std::string_view name, uint32_t* ifindex);
 // Card address of an application's instance (agents: of a slot's card); all ones when unknown.
 uint32_t chassisAddress(const chassisDescription& chassis, uint32_t app, uint32_t instance);
+// The route processor that is primary now: what chassisd has written into the run folder, else the
+// description's. Reads a file.
+uint32_t chassisPrimaryRp(const chassisDescription& chassis, const std::string& runDir);
 std::string addressText(uint32_t address);
 bool addressParse(std::string_view text, uint32_t* address);

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "include/chassisControl.h"
 #include "include/service.h"
 
 namespace {
@@ -398,6 +399,14 @@ uint32_t chassisAddress(const chassisDescription& chassis, uint32_t app, uint32_
     for (const chassisTask& t : chassis.tasks)
         if (t.application == app && t.instance == instance) return t.address;
     return ADDRESS_UNKNOWN;
+}
+
+uint32_t chassisPrimaryRp(const chassisDescription& chassis, const std::string& runDir) {
+    uint32_t number;
+    std::ifstream in(runDir + "/" + CHASSIS_PRIMARY_FILE);
+    if (in >> number && number < chassis.routeProcessors.size()) return number;
+    auto described = std::ranges::find(chassis.routeProcessors, true, &chassisRp::primary);
+    return static_cast<uint32_t>(described - chassis.routeProcessors.begin());
 }
 
 std::string addressText(uint32_t address) {

@@ -154,9 +154,17 @@ void* zekShmGet(uint32_t slot) {
     return slot < SHM_SLOTS ? shared[slot].load(std::memory_order_acquire) : nullptr;
 }
 
+// Asked before every download: the run folder is looked at now and then only.
 bool zekHaIsPrimaryRpm() {
-    const auto& rps = hostConf().chassis.routeProcessors;
-    return hostConf().rp < rps.size() && rps[hostConf().rp].primary;
+    constexpr uint64_t lookAgainMs = 50;
+    static thread_local uint64_t lookedAt = 0;
+    static thread_local bool primary = false;
+    uint64_t now = hostNowMs();
+    if (lookedAt == 0 || now - lookedAt >= lookAgainMs) {
+        primary = chassisPrimaryRp(hostConf().chassis, hostConf().runDir) == hostConf().rp;
+        lookedAt = now;
+    }
+    return primary;
 }
 uint32_t zekSysGetChassisMode() {
     return hostConf().chassis.chassisMode;
