@@ -171,6 +171,20 @@ void addL2L3(std::string& out, const aclEntry& entry) {
     addOrderAndMonitor(out, entry);
 }
 
+lineText& entryLine(const aclEntry& entry) {
+    const ipEntryBlock& block = entry.block;
+    lineText& line = lineStart(block.seq);
+    if (block.kind != IP_KIND_EXTENDED) {
+        addStandard(line, entry);
+    } else if (block.etherType != 0) {
+        addL2L3(line.shown, entry);
+    } else {
+        addMatch(line, block, true);
+        addTail(line.shown, entry);
+    }
+    return line;
+}
+
 }  // namespace
 
 void textProtocol(std::string& out, uint8_t protocol, bool isAny, std::string_view any) {
@@ -247,19 +261,15 @@ void acl_sent_to_cfg(const listName& name, uint32_t remove, uint32_t kind, uint3
                    remove != 0);
 }
 
+std::string aclEntryText(const aclEntry* entry) {
+    return entryLine(*entry).shown;
+}
+
 void acl_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name) {
     if (listNameIsGenerated(name)) return;
     const ipEntryBlock& block = entry->block;
     bool extended = block.kind == IP_KIND_EXTENDED;
-    lineText& line = lineStart(block.seq);
-    if (!extended) {
-        addStandard(line, *entry);
-    } else if (block.etherType != 0) {
-        addL2L3(line.shown, *entry);
-    } else {
-        addMatch(line, block, true);
-        addTail(line.shown, *entry);
-    }
+    lineText& line = entryLine(*entry);
     lineFinish(line);
     cfgWriteEntry(
         name,

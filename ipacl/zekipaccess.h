@@ -92,8 +92,8 @@ void dos_sent_to_cfg_enabled(const aclList* list, uint32_t add);  // an add flag
 void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name);
 // The line that records the mask display mode.
 void inverse_mask_sent_to_cfg(uint32_t inverse);
-// The entry's line as the configuration shows it in a mask mode (0 normal, 1 inverse).
-std::string aclEntryText(const aclEntry* entry, uint32_t inverse);
+// The entry's line as the configuration shows it now.
+std::string aclEntryText(const aclEntry* entry);
 // The port clause with its leading blank; one static buffer, overwritten by each call.
 const char* aclCmpPortPrint(uint32_t op, uint32_t first, uint32_t second);
 // " keyword" or " type code", only the parts that are given; appended.

@@ -205,8 +205,7 @@ std::string testIpFilter(std::string_view args) {
     answer.string("verdict", verdict == FILTER_PERMIT ? "permit" : "deny");
     if (decided == nullptr) return answer.raw("entry", "null").text();
     jsonObject entry;
-    entry.number("seq", decided->block.seq)
-        .string("text", aclEntryText(decided, aclNode->inverseMask));
+    entry.number("seq", decided->block.seq).string("text", aclEntryText(decided));
     return answer.object("entry", entry).text();
 }
 

@@ -146,7 +146,7 @@ TEST_F(Dispatch, AnEntryIsAddedShownAndDeletedByMessages) {
     reinterpret_cast<cliIpEntryReq*>(add.data())->log = 1;
     EXPECT_EQ(ask(add), ACL_OK);
     // The number that was assigned stands at byte 292 of the answer.
-    EXPECT_EQ(answer[295], 5);
+    EXPECT_EQ(reply[295], 5);
     EXPECT_EQ(testCfgLines().back(), " seq 5 permit host 10.0.0.1 log");
     EXPECT_EQ(ask(add), ACL_E_ENTRY_EXISTS);
 
@@ -154,11 +154,11 @@ TEST_F(Dispatch, AnEntryIsAddedShownAndDeletedByMessages) {
     reinterpret_cast<cliHdr*>(show.data())->cookie = 0x12345678;
     auto sent = deliver(show);
     ASSERT_EQ(sent.size(), 1u);
-    const auto* reply = reinterpret_cast<const showReplyHdr*>(sent[0].data());
-    EXPECT_EQ(uint32_t{reply->ipc.length}, sent[0].size());
-    EXPECT_EQ(uint32_t{reply->ipc.source.svce}, CLIENT_SERVICE);
-    EXPECT_EQ(uint32_t{reply->marker}, SHOW_MARKER);
-    EXPECT_EQ(listNameView(reply->name), "A");
+    const auto* shown = reinterpret_cast<const showReplyHdr*>(sent[0].data());
+    EXPECT_EQ(uint32_t{shown->ipc.length}, sent[0].size());
+    EXPECT_EQ(uint32_t{shown->ipc.source.svce}, CLIENT_SERVICE);
+    EXPECT_EQ(uint32_t{shown->marker}, SHOW_MARKER);
+    EXPECT_EQ(listNameView(shown->name), "A");
     EXPECT_STREQ(reinterpret_cast<const char*>(sent[0].data()) + SHOW_TEXT_OFFSET,
                  "Standard IP access list A\r\n seq 5 permit host 10.0.0.1 log (0 matches) order "
                  "255\r\n");
@@ -240,9 +240,9 @@ TEST_F(Dispatch, TheMaskDisplayModeAnswersThenRewritesEveryLine) {
     EXPECT_EQ(lines.back(), " seq 5 permit 10.1.0.0 255.255.0.0");
     // The mode's line is in the batch before the answer, the work behind it.
     auto at = [this](const std::string& text) {
-        for (size_t i = 0; i < rows.size(); i++)
-            if (rows[i].find(text) != std::string::npos) return i;
-        return rows.size();
+        for (size_t i = 0; i < effects.size(); i++)
+            if (effects[i].find(text) != std::string::npos) return i;
+        return effects.size();
     };
     EXPECT_LT(at("inverse-mask"), at("send 14517"));
     EXPECT_LT(at("send 14517"), at("seq 5"));

@@ -12,6 +12,7 @@
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"
+#include "platform/api/zekTask.h"
 #include "platform/test/record.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -31,7 +32,7 @@ inline void platformReset() {
 }
 
 struct TaskTest : testing::Test {
-    alignas(8) uint8_t buffer[IPC_BUFFER_SIZE] = {};
+    alignas(8) uint8_t received[IPC_BUFFER_SIZE] = {};
     uint32_t sequence = 500;
 
     void SetUp() override {
@@ -82,15 +83,15 @@ struct TaskTest : testing::Test {
     }
     // Delivers the message as the main loop does; returns the messages that were sent.
     std::vector<std::vector<uint8_t>> deliver(const std::vector<uint8_t>& bytes) {
-        std::memset(buffer, 0xEE, sizeof buffer);  // left over from an earlier message
-        std::memcpy(buffer, bytes.data(), std::min(bytes.size(), sizeof buffer));
-        aclTakeMessage(aclNode, buffer, bytes.size());
-        rows.clear();
+        std::memset(received, 0xEE, sizeof received);  // left over from an earlier message
+        std::memcpy(received, bytes.data(), std::min(bytes.size(), sizeof received));
+        aclTakeMessage(aclNode, received, bytes.size());
+        effects.clear();
         std::vector<std::vector<uint8_t>> sent;
         for (testRow& row : testTakeRows()) {
             if (row.text.starts_with("send ") || row.text.starts_with("reply "))
                 sent.push_back(row.bytes);
-            rows.push_back(row.text);
+            effects.push_back(row.text);
         }
         return sent;
     }
@@ -99,21 +100,21 @@ struct TaskTest : testing::Test {
         auto sent = deliver(bytes);
         EXPECT_EQ(sent.size(), 1u);
         if (sent.size() != 1 || sent[0].size() < 68) return 0xDEAD;
-        answer = sent[0];
-        return reinterpret_cast<cliHdr*>(answer.data())->result;
+        reply = sent[0];
+        return reinterpret_cast<cliHdr*>(reply.data())->result;
     }
     bool said(const std::string& text) const {
-        for (const std::string& row : rows)
+        for (const std::string& row : effects)
             if (row.find(text) != std::string::npos) return true;
         return false;
     }
     template <class Record>
     Record* view() {
-        return reinterpret_cast<Record*>(answer.data());
+        return reinterpret_cast<Record*>(reply.data());
     }
 
-    std::vector<std::string> rows;  // what the last delivery set off
-    std::vector<uint8_t> answer;
+    std::vector<std::string> effects;  // what the last delivery set off
+    std::vector<uint8_t> reply;
 };
 
 inline ipEntryBlock standardBlock(uint32_t src, uint32_t seq = SEQ_NOT_GIVEN) {

@@ -49,7 +49,7 @@ TEST_F(Registration, IsTriedOnEveryFourthPassAndSaysFailedEvery256th) {
     testFail(TEST_START);  // no event handler
     uint32_t failed = 0, subscriptions = 0, evhFailed = 0;
     for (uint32_t pass = 1; pass <= 4 * 512; pass++) {
-        aclLoopOnce(aclNode, pass, buffer);
+        aclLoopOnce(aclNode, pass, received);
         for (const std::string& row : testTake()) {
             failed += row == "syserr 0x50010 failed";
             evhFailed += row == "syserr 0x5000d failed";
@@ -80,7 +80,7 @@ TEST_F(Registration, TheLoopServesTimerRequestPipeInOrderAndTheResponseQueueNeve
     testHost.inbox[TEST_REQUESTS].push_back(message(MT_SWP_ACK));
     testHost.inbox[TEST_TIMERS].push_back(message(MT_SWP_TIMEOUT));
     testHost.pipeReadable = true;
-    aclLoopOnce(aclNode, 1, buffer);
+    aclLoopOnce(aclNode, 1, received);
     auto done = testTake();
     ASSERT_EQ(done.size(), 2u);
     EXPECT_EQ(done[0], "swptimeout");
@@ -99,7 +99,7 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     auto sync = message(MT_RAM_DATA_SYNC);
     reinterpret_cast<ipcHdr*>(sync.data())->ramCode = 42;
     deliver(sync);
-    EXPECT_EQ(rows, (std::vector<std::string>{"ramack 61 0", "ramresult 61 0 0"}));
+    EXPECT_EQ(effects, (std::vector<std::string>{"ramack 61 0", "ramresult 61 0 0"}));
     EXPECT_EQ(aclNode->peerRegistered, 0);
 
     testFail(TEST_SEND, 1, 2);
@@ -132,12 +132,12 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     sent = testTakeRows();
     ASSERT_EQ(sent.size(), 1u);
     EXPECT_EQ(msgWord(sent[0].bytes.data(), 60), 2u);
-    auto reply = message(MT_PEER_UPDATE, 952);
-    reinterpret_cast<cliHdr*>(reply.data())->cookie = 2;  // byte 60
-    deliver(reply);
+    auto answered = message(MT_PEER_UPDATE, 952);
+    reinterpret_cast<cliHdr*>(answered.data())->cookie = 2;  // byte 60
+    deliver(answered);
     EXPECT_EQ(aclNode->peerMark[2], 1);
-    reinterpret_cast<cliHdr*>(reply.data())->cookie = 21;  // no such kind
-    deliver(reply);
+    reinterpret_cast<cliHdr*>(answered.data())->cookie = 21;  // no such kind
+    deliver(answered);
 
     // The secondary copies words 1 to 6 of every record but the control processor's.
     testHost.primary = false;
