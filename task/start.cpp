@@ -208,7 +208,10 @@ aclNodeRecord* AclInitialize(int, char**) {
     readCounter = 0;
     pAclReadCounter = &readCounter;
     void* aspath = zekMC_MM_malloc(sizeof(aspathAclNodeRecord));
-    if (aspath == nullptr) return nullptr;
+    if (aspath == nullptr) {
+        AclFree(aclNode);
+        return nullptr;
+    }
     aspathAclNode = new (aspath) aspathAclNodeRecord{};
     if (!aclStoreDBShmAddr(aclNode, pAclReadCounter, aspathAclNode)) std::exit(1);
 
