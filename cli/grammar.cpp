@@ -158,7 +158,6 @@ constexpr grammarNode testProtocolNodes[] = {
     kw("tcp", "a TCP packet", S_TEST_SRC, addText),
     kw("udp", "a UDP packet", S_TEST_SRC, addText),
     kw("icmp", "an ICMP packet", S_TEST_SRC, addText),
-    kw("ip", "a packet of no protocol in particular", S_TEST_SRC, addText),
     number("protocol number", 0, 255, S_TEST_SRC, addText),
 };
 constexpr grammarNode testSrcNodes[] = {

@@ -23,7 +23,7 @@ int runLines(cliSession* session, std::istream& in, std::string_view source) {
 }
 
 int runFile(cliSession* session, const std::string& file) {
-    if (file == "-") return loadRun(session, STDIN_FILENO, "stdin");
+    if (file == "-") return loadRun(session, STDIN_FILENO, "-");
     int fd = open(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         reportText(stderr, file + ": " + strerror(errno));

@@ -8,7 +8,7 @@
 #include <vector>
 
 struct cliPlace {
-    std::string_view source;  // file name, "stdin", "command"; empty at a terminal
+    std::string_view source;  // file name, "-", "stdin", "command"; empty at a terminal
     uint32_t line;            // from 1
 };
 

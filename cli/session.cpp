@@ -67,20 +67,14 @@ cliOutcome runNothing(cliSession*, const cliCommand&, cliPipe*) {
     return {};
 }
 
-cliOutcome runDebug(cliSession* s, std::string_view function, std::string_view args,
-                    cliPipe* pipe) {
+cliOutcome runDebug(cliSession* s, const cliCommand& c, cliPipe* pipe) {
     std::string text;
-    if (zekDebugCall(s->options.runDir, s->options.rp, function, args, s->options.timeoutMs,
-                     &text) != 0)
-        return refusal(text.empty() ? "The debug function failed" : text);
-    pipeText(pipe, text);
-    return {};
-}
-cliOutcome runDebugCommand(cliSession* s, const cliCommand& c, cliPipe* pipe) {
-    return runDebug(s, c.name, c.text, pipe);
+    cliOutcome outcome = sessionDebug(s, c.name, c.text, &text);
+    if (outcome.ok) pipeText(pipe, text);
+    return outcome;
 }
 cliOutcome runWriteMemory(cliSession* s, const cliCommand&, cliPipe* pipe) {
-    return runDebug(s, "write-memory", "", pipe);
+    return showDebug(s, "write-memory", pipe);
 }
 cliOutcome runShowLogging(cliSession* s, const cliCommand&, cliPipe* pipe) {
     return showDebug(s, "logging", pipe);
@@ -104,7 +98,7 @@ constexpr verbRow verbTable[] = {
     {cliVerb::clearCounters, true, runConfig},
     {cliVerb::writeMemory, false, runWriteMemory},
     {cliVerb::configure, true, runConfigure},
-    {cliVerb::debug, false, runDebugCommand},
+    {cliVerb::debug, false, runDebug},
     {cliVerb::test, false, showTest},
     {cliVerb::exit, true, runExit},
     {cliVerb::end, true, runEnd},
@@ -163,6 +157,14 @@ bool sessionConnect(cliSession* session, std::string* error) {
     return channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
 }
 
+cliOutcome sessionDebug(cliSession* session, std::string_view function, std::string_view args,
+                        std::string* text) {
+    const cliOptions& o = session->options;
+    if (zekDebugCall(o.runDir, o.rp, function, args, o.timeoutMs, text) == 0) return {};
+    std::string why = text->empty() ? askText(askResult::noAnswer, o.timeoutMs) : *text;
+    return refusal(std::string(lexTrimEnd(why)));
+}
+
 size_t sessionColumn(const cliCommand& command, uint32_t status) {
     bool aboutNumber =
         status == ACL_E_SEQ_USED || status == ACL_E_NOSEQ || status == ACL_E_SEQ_RANGE;
@@ -203,15 +205,15 @@ bool sessionRun(cliSession* session, std::string_view line, const cliPlace& plac
     cliPipe pipe;
     pipe.out = session->out;
     cliParseError error;
-    std::string_view command_line = line;
+    std::string_view commandPart = line;
     size_t at = 0;
     bool configLine = session->mode != cliMode::exec && lexWord(line, &at) != "do";
-    if (!configLine && !pipeParse(&command_line, &pipe, &error.column, &error.text)) {
+    if (!configLine && !pipeParse(&commandPart, &pipe, &error.column, &error.text)) {
         report(session, place, line, error.column, error.text);
         return false;
     }
     cliCommand command;
-    switch (cliParse(sessionContext(*session), command_line, &command, &error)) {
+    switch (cliParse(sessionContext(*session), commandPart, &command, &error)) {
         case cliParsed::nothing:
             return true;
         case cliParsed::refused:

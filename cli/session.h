@@ -66,6 +66,10 @@ bool sessionRun(cliSession* session, std::string_view line, const cliPlace& plac
 // Prints the help for a line that ends where the "?" was typed.
 bool sessionHelp(cliSession* session, std::string_view line, const cliPlace& place);
 
+// Runs one of the manager's debug functions; *text is its answer.
+cliOutcome sessionDebug(cliSession* session, std::string_view function, std::string_view args,
+                        std::string* text);
+
 // The manager's column of a refused command: the number when the status is about the number.
 size_t sessionColumn(const cliCommand& command, uint32_t status);
 

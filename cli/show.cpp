@@ -180,12 +180,10 @@ cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sin
     return {};
 }
 
-cliOutcome callDebug(cliSession* s, std::string_view function, std::string_view args,
-                     std::string* text) {
-    int rc =
-        zekDebugCall(s->options.runDir, s->options.rp, function, args, s->options.timeoutMs, text);
-    if (rc == 0) return {};
-    return refusal(text->empty() ? askText(askResult::noAnswer, s->options.timeoutMs) : *text);
+// The debug functions refuse with {"error": sentence}.
+cliOutcome errorOf(const json& answer) {
+    if (!answer.is_object() || !answer.contains("error") || !answer["error"].is_string()) return {};
+    return refusal(answer["error"].get<std::string>());
 }
 
 }  // namespace
@@ -237,12 +235,14 @@ cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pi
 
 cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe) {
     std::string text;
-    if (cliOutcome outcome = callDebug(session, function, "", &text); !outcome.ok) return outcome;
+    if (cliOutcome outcome = sessionDebug(session, function, "", &text); !outcome.ok)
+        return outcome;
     json value = json::parse(text, nullptr, false);
     if (value.is_discarded()) {
         if (!session->options.json) return pipeText(pipe, text), cliOutcome{};
         value = text;
     }
+    if (cliOutcome outcome = errorOf(value); !outcome.ok) return outcome;
     if (session->options.json)
         pipeText(pipe, dump(value, 2) + "\n");
     else
@@ -252,9 +252,10 @@ cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pi
 
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     std::string text;
-    cliOutcome outcome = callDebug(session, "test-ip-filter", command.text, &text);
+    cliOutcome outcome = sessionDebug(session, "test-ip-filter", command.text, &text);
     if (!outcome.ok) return outcome;
     json answer = json::parse(text, nullptr, false);
+    if (outcome = errorOf(answer); !outcome.ok) return outcome;
     if (!answer.is_object() || !answer.contains("verdict") || !answer["verdict"].is_string())
         return refusal(text.empty() ? "The manager gave no verdict" : text);
     std::string verdict = answer["verdict"];

@@ -1,0 +1,138 @@
+// A manager in the test's hands: an endpoint at the route processor's address whose answers, and
+// failures to answer, each test chooses.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "cli/load.h"
+#include "include/service.h"
+#include "include/status.h"
+
+struct fakeManager {
+    static constexpr uint32_t CARD = 0x7F010001;
+    std::string dir;
+    zekEndpoint* endpoint = nullptr;
+    std::thread thread;
+    std::atomic<bool> stop = false;
+    std::function<void(fakeManager&, std::vector<uint8_t>&)> handle;  // runs on the thread
+
+    fakeManager() {
+        const char* base = getenv("TMPDIR");
+        dir = std::string(base != nullptr ? base : "/tmp") + "/aclcliXXXXXX";
+        if (mkdtemp(dir.data()) == nullptr) abort();
+        std::ofstream(dir + "/chassis.json")
+            << R"({"chassisMode":1,"routeProcessorType":4,)"
+            << R"("routeProcessors":[{"address":"127.1.0.1","primary":true}],)"
+            << R"("tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],)"
+            << R"("cards":[],"lags":[],"vlans":[]})";
+    }
+    ~fakeManager() {
+        halt();
+        std::filesystem::remove_all(dir);
+    }
+    void run(std::function<void(fakeManager&, std::vector<uint8_t>&)> handler) {
+        handle = std::move(handler);
+        open();
+        thread = std::thread([this] {
+            std::vector<uint8_t> message;
+            while (!stop)
+                if (zekEndpointRecv(endpoint, &message, IPC_BUFFER_SIZE, 5, nullptr) > 0)
+                    handle(*this, message);
+        });
+    }
+    void open() {
+        std::string error;
+        endpoint = zekEndpointOpen(dir, CARD, aclServicePort(APP_ACL, 0, QUEUE_REQUEST), &error);
+        ASSERT_NE(endpoint, nullptr) << error;
+    }
+    void halt() {
+        stop = true;
+        if (thread.joinable()) thread.join();
+        zekEndpointClose(endpoint);
+        endpoint = nullptr;
+    }
+
+    // Sends the message back with its triples exchanged.
+    void reply(std::vector<uint8_t> message) {
+        ipcExchangeTriples(reinterpret_cast<ipcHdr*>(message.data()));
+        while (!stop && zekEndpointSend(endpoint, message.data(), message.size(), 100) ==
+                            zekSendResult::full) {
+        }
+    }
+    void answer(std::vector<uint8_t> message, uint32_t result) {
+        if (message.size() >= sizeof(cliHdr))
+            reinterpret_cast<cliHdr*>(message.data())->result = result;
+        reply(std::move(message));
+    }
+    void answerText(const std::vector<uint8_t>& message, const listName& name,
+                    std::string_view text) {
+        std::vector<uint8_t> buffer(SHOW_TEXT_OFFSET + text.size() + 1);
+        std::memcpy(buffer.data(), message.data(), sizeof(ipcHdr));
+        auto* front = reinterpret_cast<showReplyHdr*>(buffer.data());
+        front->ipc.length = static_cast<uint32_t>(buffer.size());
+        front->marker = SHOW_MARKER;
+        front->name = name;
+        std::memcpy(buffer.data() + SHOW_TEXT_OFFSET, text.data(), text.size());
+        reply(std::move(buffer));
+    }
+};
+
+inline const cliHdr& cliOf(const std::vector<uint8_t>& message) {
+    return *reinterpret_cast<const cliHdr*>(message.data());
+}
+
+// A session whose output and reports are kept.
+struct testSession {
+    cliSession session;
+    char* out = nullptr;
+    char* err = nullptr;
+    size_t outSize = 0, errSize = 0;
+
+    explicit testSession(const std::string& runDir, int timeoutMs = 20000) {
+        session.options.runDir = runDir;
+        session.options.chassisFile = runDir + "/chassis.json";
+        session.options.timeoutMs = timeoutMs;
+        session.out = open_memstream(&out, &outSize);
+        session.err = open_memstream(&err, &errSize);
+    }
+    ~testSession() {
+        fclose(session.out);
+        fclose(session.err);
+        free(out);
+        free(err);
+    }
+    // Loads a text through a pipe, as `aclsh -f -` does.
+    int load(const std::string& text) {
+        int fds[2];
+        if (pipe(fds) != 0) abort();
+        std::thread writer([&] {
+            for (size_t done = 0; done < text.size();) {
+                ssize_t n = write(fds[1], text.data() + done, text.size() - done);
+                if (n <= 0) break;
+                done += static_cast<size_t>(n);
+            }
+            close(fds[1]);
+        });
+        int status = loadRun(&session, fds[0], "F");
+        writer.join();
+        close(fds[0]);
+        return status;
+    }
+    bool run(const std::string& line) { return sessionRun(&session, line, {"T", 1}); }
+    std::string printed() {
+        fflush(session.out);
+        return out;
+    }
+    std::string reported() {
+        fflush(session.err);
+        return err;
+    }
+};
