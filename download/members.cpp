@@ -1,0 +1,228 @@
+// Interface records and the members of LAGs and VLANs: see include/interface.h.
+#include <algorithm>
+#include <new>
+
+#include "include/debug.h"
+#include "include/hooks.h"
+#include "include/interface.h"
+#include "include/node.h"
+#include "platform/api/zekMem.h"
+
+namespace {
+
+constexpr uint32_t INTF_POOL = 14, VLAN_POOL = 15;
+// The block class of interface records; the records stay below it so that the class can be sized
+// for the number of interfaces.
+constexpr size_t INTF_BLOCK = 176;
+static_assert(sizeof(aclIntf) <= INTF_BLOCK);
+
+// Records begin with their tree node, and their key is their index.
+template <class Record>
+Record* recordOf(zekRadixNode* node) {
+    static_assert(offsetof(Record, link) == 0);
+    return reinterpret_cast<Record*>(node);
+}
+be32 keyOf(uint32_t ifindex) {
+    be32 key;
+    key = ifindex;
+    return key;
+}
+template <class Record>
+Record* find(const zekRadix* tree, uint32_t ifindex) {
+    be32 key = keyOf(ifindex);
+    return recordOf<Record>(zekRadixGetExact(tree, &key, INTF_KEY_BITS));
+}
+template <class Record>
+Record* findFirst(const zekRadix* tree) {
+    return recordOf<Record>(zekRadixGetFirst(tree));
+}
+template <class Record>
+Record* findNext(const zekRadix* tree, uint32_t ifindex) {
+    be32 key = keyOf(ifindex);
+    return recordOf<Record>(zekRadixGetNext(tree, &key, INTF_KEY_BITS));
+}
+template <class Record>
+Record* make(uint32_t pool, size_t size, uint32_t ifindex) {
+    void* block = zekMC_M_memBlockVarAlloc(pool, ZEK_MEM_FLAGS, size);
+    if (block == nullptr) return nullptr;
+    auto* record = new (block) Record{};
+    record->key = keyOf(ifindex);
+    record->ifindex = ifindex;
+    return record;
+}
+template <class Record>
+bool insert(zekRadix* tree, Record* record) {
+    return zekRadixInsert(tree, &record->link, &record->key, INTF_KEY_BITS) == 0;
+}
+template <class Record>
+void release(Record* record) {
+    record->~Record();
+    zekMC_M_memBlockVarFree(record);
+}
+
+void noMemory(const char* what, uint32_t ifindex) {
+    aclSysErr(SYSERR_MEMORY, "Unable to allocate memory for %s %#x", what, ifindex);
+}
+
+}  // namespace
+
+vlanBits* aclBitMapCreateArray() {
+    void* block = zekMC_M_memBlockVarAlloc(INTF_POOL, ZEK_MEM_FLAGS, sizeof(vlanBits));
+    return block != nullptr ? new (block) vlanBits{} : nullptr;
+}
+void aclBitMapFree(vlanBits* bits) {
+    if (bits != nullptr) zekMC_M_memBlockVarFree(bits);
+}
+
+// --- interfaces ----------------------------------------------------------------------------------
+
+aclIntf* AclIntfTreeFind(uint32_t ifindex) {
+    return find<aclIntf>(aclNode->acl_intf_tree, ifindex);
+}
+aclIntf* AclIntfTreeFindFirst() {
+    return findFirst<aclIntf>(aclNode->acl_intf_tree);
+}
+aclIntf* AclIntfTreeFindNext(uint32_t ifindex) {
+    return findNext<aclIntf>(aclNode->acl_intf_tree, ifindex);
+}
+
+aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refused) {
+    intfRefused ignored;
+    if (refused == nullptr) refused = &ignored;
+    *refused = intfRefused::nothing;
+    if (aclIntf* intf = AclIntfTreeFind(ifindex)) return intf;
+    aclIntf* intf = make<aclIntf>(INTF_POOL, INTF_BLOCK, ifindex);
+    if (intf == nullptr) {
+        *refused = intfRefused::record;
+        return nullptr;
+    }
+    intf->isLag = ifindexType(ifindex) == IF_TYPE_LAG ? 1 : 0;
+    intf->direction = direction;
+    intf->vlans = aclBitMapCreateArray();
+    if (intf->vlans == nullptr || !insert(aclNode->acl_intf_tree, intf)) {
+        *refused = intf->vlans == nullptr ? intfRefused::bitmap : intfRefused::record;
+        aclBitMapFree(intf->vlans);
+        release(intf);
+        return nullptr;
+    }
+    return intf;
+}
+
+void aclIntfDrop(aclIntf* intf) {
+    zekRadixRemove(aclNode->acl_intf_tree, &intf->link);
+    aclBitMapFree(intf->vlans);
+    release(intf);
+}
+
+// --- LAGs ----------------------------------------------------------------------------------------
+
+aclIntf* aclAddLagIntfPtToTree(uint32_t lagIfindex) {
+    return ifindexType(lagIfindex) == IF_TYPE_LAG ? aclIntfObtain(lagIfindex, 0, nullptr) : nullptr;
+}
+
+int aclLagMemberAdd(uint32_t lagIfindex, uint32_t port) {
+    if (ifindexType(lagIfindex) != IF_TYPE_LAG || ifindexSlot(port) == SLOT_NONE) return -1;
+    aclIntf* lag = aclAddLagIntfPtToTree(lagIfindex);
+    if (lag != nullptr && std::ranges::find(lag->lagMembers, port) != lag->lagMembers.end())
+        return 1;
+    try {
+        if (lag != nullptr) {
+            lag->lagMembers.push_back(port);
+            return 0;
+        }
+    } catch (const std::bad_alloc&) {
+    }
+    noMemory("a member of LAG", lagIfindex);
+    return -1;
+}
+
+int aclLagMemberRemove(uint32_t lagIfindex, uint32_t port) {
+    aclIntf* lag = AclIntfTreeFind(lagIfindex);
+    return lag != nullptr && std::erase(lag->lagMembers, port) != 0 ? 0 : 1;
+}
+
+uint32_t aclLagOfPort(uint32_t port) {
+    // LAG indexes are neighbours: they have no slot bits in front of their type.
+    constexpr uint32_t first = ifindexMake(IF_TYPE_LAG, 0);
+    for (const aclIntf* intf = AclIntfTreeFindNext(first - 1);
+         intf != nullptr && intf->ifindex <= ifindexMake(IF_TYPE_LAG, 0x3FFF);
+         intf = AclIntfTreeFindNext(intf->ifindex))
+        if (std::ranges::find(intf->lagMembers, port) != intf->lagMembers.end())
+            return intf->ifindex;
+    return 0;
+}
+
+const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count) {
+    const aclIntf* lag = AclIntfTreeFind(lagIfindex);
+    *count = lag != nullptr ? static_cast<uint32_t>(lag->lagMembers.size()) : 0;
+    return *count != 0 ? lag->lagMembers.data() : nullptr;
+}
+
+// --- VLANs ---------------------------------------------------------------------------------------
+
+aclVlan* aclVlanTreeFind(uint32_t vlanIfindex) {
+    return find<aclVlan>(aclNode->vlan_intf_tree, vlanIfindex);
+}
+aclVlan* aclVlanTreeFindFirst() {
+    return findFirst<aclVlan>(aclNode->vlan_intf_tree);
+}
+aclVlan* aclVlanTreeFindNext(uint32_t vlanIfindex) {
+    return findNext<aclVlan>(aclNode->vlan_intf_tree, vlanIfindex);
+}
+
+aclVlan* aclVlanObtain(uint32_t vlanIfindex) {
+    if (ifindexType(vlanIfindex) != IF_TYPE_VLAN) return nullptr;
+    if (aclVlan* vlan = aclVlanTreeFind(vlanIfindex)) return vlan;
+    aclVlan* vlan = make<aclVlan>(VLAN_POOL, sizeof(aclVlan), vlanIfindex);
+    if (vlan != nullptr) {
+        vlan->members = zekRadixCreate("vlanInfoTree", INTF_KEY_BITS);
+        if (vlan->members != nullptr && insert(aclNode->vlan_intf_tree, vlan)) return vlan;
+        zekRadixDestroy(vlan->members);
+        release(vlan);
+    }
+    noMemory("VLAN", vlanIfindex);
+    return nullptr;
+}
+
+void aclVlanDrop(aclVlan* vlan) {
+    while (aclVlanMember* member = aclVlanInfoTreeFindFirst(vlan))
+        (void)aclVlanMemberRemove(vlan->ifindex, member->ifindex);
+    zekRadixDestroy(vlan->members);
+    zekRadixRemove(aclNode->vlan_intf_tree, &vlan->link);
+    release(vlan);
+}
+
+aclVlanMember* aclVlanInfoTreeFind(const aclVlan* vlan, uint32_t member) {
+    return find<aclVlanMember>(vlan->members, member);
+}
+aclVlanMember* aclVlanInfoTreeFindFirst(const aclVlan* vlan) {
+    return findFirst<aclVlanMember>(vlan->members);
+}
+aclVlanMember* aclVlanInfoTreeFindNext(const aclVlan* vlan, uint32_t member) {
+    return findNext<aclVlanMember>(vlan->members, member);
+}
+
+int aclVlanMemberAdd(uint32_t vlanIfindex, uint32_t member) {
+    if (ifindexType(member) == IF_TYPE_VLAN) return -1;
+    aclVlan* vlan = aclVlanObtain(vlanIfindex);
+    if (vlan == nullptr) return -1;
+    if (aclVlanInfoTreeFind(vlan, member) != nullptr) return 1;
+    aclVlanMember* record = make<aclVlanMember>(VLAN_POOL, sizeof(aclVlanMember), member);
+    if (record != nullptr) {
+        record->vlanIfindex = vlanIfindex;
+        record->mcastId = vlan->mcastId;
+        if (insert(vlan->members, record)) return 0;
+        release(record);
+    }
+    noMemory("a member of VLAN", vlanIfindex);
+    return -1;
+}
+
+int aclVlanMemberRemove(uint32_t vlanIfindex, uint32_t member) {
+    aclVlan* vlan = aclVlanTreeFind(vlanIfindex);
+    aclVlanMember* record = vlan != nullptr ? aclVlanInfoTreeFind(vlan, member) : nullptr;
+    if (record == nullptr) return 1;
+    zekRadixRemove(vlan->members, &record->link);
+    release(record);
+    return 0;
+}

@@ -1,0 +1,93 @@
+// The reliable queues to the cards' agents and to the tasks that keep copies of lists.
+#include "download/sendPath.h"
+#include "include/debug.h"
+#include "include/service.h"
+#include "platform/api/zekMem.h"
+
+namespace {
+
+constexpr uint32_t MESSAGE_POOL = 18;
+
+void aclSwpDevPrintf(const char*) {
+    aclSysErr(SYSERR_SWP, "%s", "Timeout from SWP");
+}
+
+// Flags 0, a window of 10 messages, 90 repeats until a peer counts as dead.
+bool createQueue(uint32_t peerApp, uint32_t slot, zekSwpHandle* handle) {
+    if (*handle != ZEK_SWP_NONE) return true;
+    *handle = zekSwpQueueCreate_p(0u, 10u, 90u, APP_ACL, 0u, aclNode->regQfd, peerApp, slot,
+                                  acl_Swp_Alloc, acl_Swp_Free, aclSwpDevPrintf);
+    return *handle != ZEK_SWP_NONE;
+}
+
+// A queue to a task, of which the state root keeps the address too.
+int createTaskQueue(uint32_t peerApp, uint32_t instance, zekSwpHandle* handle, uint32_t* card,
+                    const char* name, uint32_t* attempts) {
+    if (createQueue(peerApp, instance, handle)) {
+        if (card != nullptr) (void)zek_tmeGetPeerIpAddrByName(peerApp, instance, card);
+        if (attempts != nullptr) *attempts = 0;
+        return 0;
+    }
+    if (attempts != nullptr) ++*attempts;
+    aclSysErr(SYSERR_STARTUP, "Unable to create SWP queue for %s", name);
+    return -1;
+}
+
+}  // namespace
+
+void* acl_Swp_Alloc(size_t size) {
+    return zekMC_M_memBlockVarAlloc(MESSAGE_POOL, ZEK_MEM_FLAGS, size);
+}
+void acl_Swp_Free(void* block) {
+    zekMC_M_memBlockVarFree(block);
+}
+
+int iAclSwpQueueCreate(uint32_t slot, uint32_t agentFlag) {
+    if (slot >= SLOT_COUNT) return -1;
+    aclLinecard& card = aclLinecardInfo[slot];
+    return agentFlag == QUEUE_ACL_AGENT
+               ? createTaskQueue(APP_ACL_AGENT, slot, &card.aclAgent, nullptr, "ACL_AGENT", nullptr)
+               : createTaskQueue(APP_MAC_AGENT, slot, &card.macAgent, nullptr, "MAC_AGENT",
+                                 nullptr);
+}
+
+int iAclToAcl0SwpQueueCreate() {
+    return createTaskQueue(APP_ACL_AGENT_CP, 0, &aclNode->acl0qHandle, nullptr, "ACL0_AGENT",
+                           nullptr);
+}
+int iAclACL2SwpQueueCreate() {
+    return createTaskQueue(APP_ACL2, 0, &aclNode->acl2qHandle, nullptr, "ACL2", nullptr);
+}
+int aclSNMPSwpQueueCreate(uint32_t* attempts) {
+    return createTaskQueue(APP_SNMP, 0, &aclNode->aclSNMPqHandle, &aclNode->snmptargetcard, "SNMP",
+                           attempts);
+}
+int aclIPMSwpQueueCreate(uint32_t* attempts, const uint8_t* message) {
+    uint32_t service = reinterpret_cast<const ipcHdr*>(message)->target.svce;
+    uint32_t instance = (service >> 2) & 31;
+    if (instance >= std::size(aclNode->aclIPMqHandle)) return -1;
+    return createTaskQueue(APP_IPM, instance, &aclNode->aclIPMqHandle[instance],
+                           &aclNode->ipmtargetcard[instance], "IPM", attempts);
+}
+int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts) {
+    return createTaskQueue(APP_SYSADM, 0, &aclNode->aclSYSADMTSKqHandle,
+                           &aclNode->sysadmtsktargetcard, "SYSADMTSK", attempts);
+}
+
+int aclCheckSwpQueueHealth(zekSwpHandle queue) {
+    if (zekSwpIsQueueAlive(queue)) return 1;
+    zekSwpQueueFlush(queue);
+    char own[64] = "?", peer[64] = "?";
+    (void)zekSwpGetTaskNamesFromQHandle(queue, own, peer, sizeof own);
+    aclSysErr(SYSERR_SWP, "Resetting SWP queue from %s to %s", own, peer);
+    return 0;
+}
+
+int AclSwpEnqueACL2(void* message, size_t length) {
+    (void)aclCheckSwpQueueHealth(aclNode->acl2qHandle);
+    if (zekSwpEnqueue(aclNode->acl2qHandle, message, length) == 0) return 0;
+    aclDebug(DEBUG_ACL_IPC, "%s", "Error sending Message to ACL2");
+    aclSysErr(SYSERR_SWP, "%s", "Error sending Message to ACL2");
+    acl_Swp_Free(message);
+    return -1;
+}
