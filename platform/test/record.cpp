@@ -77,6 +77,7 @@ void testReset() {
     testFailNothing();
     rows.clear();
     testHost = {};
+    testResetTasks();
     zek_memPartFree(TEST_POOL);
     (void)zek_memPartVarInit(TEST_POOL, poolClasses, std::size(poolClasses));
     cfgDbSetOfTask(nullptr);

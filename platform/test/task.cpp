@@ -35,6 +35,12 @@ void logLine(uint32_t code, const char* text) {
 
 }  // namespace
 
+void testResetTasks() {
+    ring.clear();
+    debugFunctions.clear();
+    for (void*& anchor : shared) anchor = nullptr;
+}
+
 int ZEK_NbsdpInit(int, char**) {
     return testFails(TEST_START) ? -1 : 0;
 }

@@ -22,7 +22,7 @@ void* wrapBlockAlloc(uint32_t tag, uint32_t flags, size_t size) {
     return fails || testTagFails(tag) ? nullptr : realBlockAlloc(tag, flags, size);
 }
 
-#define HEAP_ALLOC "_Z18zekMC_MM_mallocAtmPKci"
+#define HEAP_ALLOC "_Z17zekMC_MM_mallocAtmPKci"
 void* realHeapAlloc(size_t size, const char* file, int line) REAL(HEAP_ALLOC);
 void* wrapHeapAlloc(size_t size, const char* file, int line) WRAP(HEAP_ALLOC);
 void* wrapHeapAlloc(size_t size, const char* file, int line) {
