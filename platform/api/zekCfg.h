@@ -108,18 +108,19 @@ struct zekCfgStats {
 };
 [[nodiscard]] zekCfgStats zekCfgStatistics(zekCfgDb* db);
 
-// Follows the change feed: calls fn with the changes behind sequence number `after` in order until it
-// returns false. The feed keeps at least the newest ZEK_CFG_FEED_KEEP changes. 0 or -1.
+// Follows the change feed: calls fn with the changes behind sequence number `after` in order until
+// it returns false. The feed keeps at least the newest ZEK_CFG_FEED_KEEP changes. 0 or -1.
 constexpr uint64_t ZEK_CFG_FEED_KEEP = 10000;
 struct zekCfgFeedRow {
     uint64_t seq;  // from 1, ascending, never reused
     uint32_t kind;
     std::string_view name, text;  // valid during the call
 };
-int zekCfgFeed(zekCfgDb* db, uint64_t after, const std::function<bool(const zekCfgFeedRow& row)>& fn);
+int zekCfgFeed(zekCfgDb* db, uint64_t after,
+               const std::function<bool(const zekCfgFeedRow& row)>& fn);
 
-// Writes the shown configuration to a file, whole or not at all: a temporary file is renamed onto it.
-// 0, or -1 with errno; the old file is untouched then.
+// Writes the shown configuration to a file, whole or not at all: a temporary file is renamed onto
+// it. 0, or -1 with errno; the old file is untouched then.
 int zekCfgWriteStartup(zekCfgDb* db, const char* file);
 
 // Opens DIR/file for writing (making it when it is absent), or for reading only, or, with a
@@ -127,8 +128,10 @@ int zekCfgWriteStartup(zekCfgDb* db, const char* file);
 // What has not been committed when a database is closed is lost.
 enum class zekCfgAccess { write, read };
 constexpr const char* ZEK_CFG_FILE = "running.db";
-// The database of a route processor's manager in the run folder.
-inline std::string zekCfgFileOf(uint32_t rp) { return "running-rp" + std::to_string(rp) + ".db"; }
+// The file of a route processor's manager in the run folder.
+inline std::string zekCfgFileOf(uint32_t rp) {
+    return rp == 0 ? ZEK_CFG_FILE : "running-rp" + std::to_string(rp) + ".db";
+}
 [[nodiscard]] zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access,
                                    const char* file = ZEK_CFG_FILE);
 void zekCfgClose(zekCfgDb* db);
