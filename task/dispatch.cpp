@@ -65,7 +65,9 @@ int handleEvent(aclNodeRecord*, uint8_t* message) {
     bool known = row != std::ranges::end(events);
     aclDebug(DEBUG_ACL_GENERAL, "Received an event notification\nEvent: %s\r\n",
              known ? row->name : "Unknown");
-    if (known) aclNotBuilt("card and CAM-profile events");
+    if (event == EVT_CAM_PROFILE) aclNotBuilt("CAM-profile events");
+    if (event == EVT_CARD_DOWN || event == EVT_CARD_SHUTDOWN)
+        aclHandleCardDownNotif(msgWord(message, 68));
     return NOT_TOLD;
 }
 
@@ -194,9 +196,9 @@ constexpr msgRow msgTable[] = {
     {10878, 10878, "IFM: VLANs of a port",         68,         msgReply::ifm,       nullptr},
     {10880, 10880, "mirroring relay",              76,         msgReply::ifm,       nullptr},
     {10896, 10896, "IFM events",                   192,        msgReply::ifm,       nullptr},
-    {14401, 14401, "control-processor agent registers", 64,    msgReply::byHandler, nullptr},
-    {14403, 14403, "line-card agent registers",    HDR,        msgReply::byHandler, nullptr},
-    {14404, 14404, "agent asks for its queue",     HDR,        msgReply::byHandler, nullptr},
+    {14401, 14401, "control-processor agent registers", 64,    msgReply::byHandler, aclHandleAcl0Register},
+    {14403, 14403, "line-card agent registers",    HDR,        msgReply::byHandler, aclHandleAgentRegister},
+    {14404, 14404, "agent asks for its queue",     HDR,        msgReply::byHandler, aclHandleAgentQueue, true},
     {14405, 14405, "SNMP registers",               HDR,        msgReply::byHandler, nullptr},
     {14406, 14406, "IPM registers",                HDR,        msgReply::byHandler, nullptr},
     {14407, 14407, "SYSADM registers",             HDR,        msgReply::byHandler, nullptr},

@@ -35,3 +35,6 @@ void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
 void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
 void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
 void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
+void AclUpdateAclAgent(uint32_t) {
+    aclNotBuilt("lists bound to interfaces");
+}

@@ -57,6 +57,16 @@ void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buf
 int AclProcMsg(aclNodeRecord* node, uint8_t* message);
 void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
 
+// --- agents (agents.cpp) ---------------------------------------------------------------------
+
+// The handlers of 14403, 14404 and 14401; they answer themselves.
+int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message);
+int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message);
+// Forgets a card's agents, so that the next registration rebuilds its state. A slot that there is
+// not is only logged.
+void aclHandleCardDownNotif(uint32_t slot);
+
 // --- replies (reply.cpp) ---------------------------------------------------------------------
 
 void AclIpcReply(uint32_t queue, uint8_t* message);

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "include/hooks.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekLock.h"
 #include "platform/policylib/zekPolicy.h"
@@ -99,4 +100,5 @@ inline constexpr aclExt<aclLock::write, aclClearIpAclByName>                    
 inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                                       aclClearIpAclAllExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAclAll>                                         aclShowIpAclAllExt;
+inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
 // clang-format on
