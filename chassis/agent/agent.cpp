@@ -1,0 +1,192 @@
+#include "chassis/agent/agent.h"
+
+#include <algorithm>
+#include <random>
+
+#include "include/chassisControl.h"
+#include "include/service.h"
+
+namespace {
+
+constexpr int AT_ONCE = 64;  // messages of one call and endpoint
+constexpr int ANSWER_PATIENCE_MS = 200;
+
+uint32_t aclPort(const agentConfig& config) {
+    return config.cp ? aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST)
+                     : aclServicePort(APP_ACL_AGENT, config.slot, QUEUE_REQUEST);
+}
+
+const chassisCard* cardOf(const agentConfig& config, uint32_t slot) {
+    auto it = std::ranges::find(config.chassis.cards, slot, &chassisCard::slot);
+    return it != config.chassis.cards.end() ? &*it : nullptr;
+}
+
+// The slot that the event handler is told of. The control processor's agent is kept in the record
+// of the last slot.
+uint32_t slotOf(const agentConfig& config) {
+    return config.cp ? SLOT_COUNT - 1 : config.slot;
+}
+
+void address(const agent& self, ipcHdr* hdr, uint32_t type, size_t length, uint32_t card,
+             uint32_t service) {
+    hdr->length = static_cast<uint32_t>(length);
+    hdr->mtype = type;
+    hdr->sequence = self.link.sequence;
+    hdr->target.slot = self.config.cp ? 0 : self.config.slot;
+    hdr->target.card = self.address;
+    hdr->target.svce = aclPort(self.config);
+    hdr->source.card = card;
+    hdr->source.svce = service;
+}
+
+zekSendResult sendDown(agent* self) {
+    const auto& rps = self->config.chassis.routeProcessors;
+    chassisControlReq req{};
+    address(*self, &req.ipc, MT_CHASSIS_CONTROL, sizeof req,
+            std::ranges::find(rps, true, &chassisRp::primary)->address, CHASSIS_CONTROL_SERVICE);
+    req.command = CHASSIS_CARD_DOWN;
+    req.argument = slotOf(self->config);
+    return zekEndpointSend(self->acl, &req, sizeof req, 0);
+}
+
+zekSendResult sendRegistration(agent* self) {
+    const agentConfig& config = self->config;
+    uint32_t rp = chassisPrimaryRp(config.chassis, config.runDir);
+    uint32_t manager = config.chassis.routeProcessors[rp].address;
+    uint32_t service = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
+    if (config.cp) {
+        acl0RegisterReq req{};
+        address(*self, &req.ipc, MT_ACL0_REGISTER, sizeof req, manager, service);
+        req.supportAclOnCP = 1;
+        return zekEndpointSend(self->acl, &req, sizeof req, 0);
+    }
+    const chassisCard& card = *cardOf(config, config.slot);
+    agentRegisterReq req{};
+    address(*self, &req.ipc, MT_AGENT_REGISTER, sizeof req, manager, service);
+    req.isUp = 1;
+    req.isVortan = card.egress;
+    req.isIpv6Enabled = card.ipv6;
+    req.v6EgAclSupported = card.ipv6Egress;
+    req.type = card.type;
+    return zekEndpointSend(self->acl, &req, sizeof req, 0);
+}
+
+// A message of the manager's queue. Each is answered by the transport and handed on once.
+void takeDownload(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
+    const auto* hdr = wireView<ipcHdr>(message);
+    uint32_t before = self->aclSeen.session;
+    int verdict = zekEndpointSwpAck(self->acl, message.data(), &self->aclSeen);
+    if (verdict == ZEK_SWP_IN_ORDER) {
+        if (self->aclSeen.session != before) {
+            linkSession(&self->link, hdr->session, pid, nowMs);
+            agentTablesStartOver(&self->tables);
+        }
+        (void)agentTablesApply(&self->tables, message);
+    } else if (hdr->session != self->aclSeen.session && hdr->swpSeq != 1) {
+        linkMiddle(&self->link, nowMs);
+    }
+}
+
+bool isFromManager(const ipcHdr& hdr) {
+    return hdr.target.svce == aclServicePort(APP_ACL, 0, QUEUE_REQUEST) ||
+           hdr.target.svce == aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
+}
+
+void takePlain(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
+    const auto* hdr = wireView<ipcHdr>(message);
+    switch (hdr->mtype) {
+        case MT_AGENT_REGISTER:
+        case MT_ACL0_REGISTER:
+            linkRegistered(&self->link, hdr->sequence, pid, nowMs);
+            break;
+        case MT_CHASSIS_CONTROL:
+            linkDownAnswered(&self->link, hdr->sequence, hdr->result == CHASSIS_SILENT, nowMs);
+            break;
+        case MT_AGENT_STATE: {
+            std::vector<uint8_t> answer = agentStateAnswer(*self, message);
+            (void)zekEndpointSend(self->acl, answer.data(), answer.size(), ANSWER_PATIENCE_MS);
+            break;
+        }
+        default:
+            self->strangers++;
+    }
+}
+
+void takeAcl(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
+    const auto* hdr = wireView<ipcHdr>(message);
+    if (hdr->session == 0)
+        takePlain(self, message, pid, nowMs);
+    else if (isFromManager(*hdr))
+        takeDownload(self, message, pid, nowMs);
+    else
+        self->strangers++;
+}
+
+// MAC lists and protocol traps: answered, so that the manager's queue moves on, and counted.
+void takeMac(agent* self, std::span<const uint8_t> message, int32_t, uint64_t) {
+    const auto* hdr = wireView<ipcHdr>(message);
+    if (hdr->session == 0 || !isFromManager(*hdr))
+        self->strangers++;
+    else if (zekEndpointSwpAck(self->mac, message.data(), &self->macSeen) == ZEK_SWP_IN_ORDER)
+        self->macMessages++;
+}
+
+bool drain(agent* self, zekEndpoint* endpoint,
+           void (*take)(agent*, std::span<const uint8_t>, int32_t, uint64_t), uint64_t nowMs) {
+    static thread_local std::vector<uint8_t> message;
+    for (int i = 0; i < AT_ONCE; i++) {
+        zekSender sender{};
+        int got = zekEndpointRecv(endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
+        if (got == 0 || got == -1) return false;
+        if (got < 0)
+            self->strangers++;
+        else
+            take(self, message, sender.pid, nowMs);
+    }
+    return true;
+}
+
+}  // namespace
+
+bool agentOpen(agent* self, agentConfig config, dataplane plane, std::string* error) {
+    self->config = std::move(config);
+    self->tables.plane = plane;
+    const agentConfig& c = self->config;
+    self->address =
+        chassisAddress(c.chassis, c.cp ? APP_ACL_AGENT_CP : APP_ACL_AGENT, c.cp ? 0 : c.slot);
+    if (!addressIsKnown(self->address)) {
+        *error = c.cp ? "the chassis has no task " + std::to_string(APP_ACL_AGENT_CP)
+                      : "the chassis has no card in slot " + std::to_string(c.slot);
+        return false;
+    }
+    self->acl = zekEndpointOpen(c.runDir, self->address, aclPort(c), error);
+    if (self->acl == nullptr) return false;
+    if (!c.cp) {
+        uint32_t port = aclServicePort(APP_MAC_AGENT, c.slot, QUEUE_REQUEST);
+        self->mac = zekEndpointOpen(c.runDir, self->address, port, error);
+        if (self->mac == nullptr) return false;
+    }
+    self->link.replayIsSure = !c.cp;
+    // A card in the last slot would be reported down with the control processor's agent.
+    self->link.mayAskDown = !c.cp || cardOf(c, slotOf(c)) == nullptr;
+    linkStart(&self->link, std::random_device{}());
+    return true;
+}
+
+void agentClose(agent* self) {
+    zekEndpointClose(self->acl);
+    zekEndpointClose(self->mac);
+    self->acl = self->mac = nullptr;
+}
+
+bool agentServe(agent* self, uint64_t nowMs) {
+    bool left = drain(self, self->acl, takeAcl, nowMs);
+    return (self->mac != nullptr && drain(self, self->mac, takeMac, nowMs)) || left;
+}
+
+void agentTick(agent* self, uint64_t nowMs) {
+    linkAction action = linkDue(&self->link, nowMs);
+    if (action == linkAction::none) return;
+    zekSendResult result = action == linkAction::sendDown ? sendDown(self) : sendRegistration(self);
+    if (result == zekSendResult::nobody) linkNobody(&self->link, action, nowMs);
+}

@@ -1,0 +1,42 @@
+// An agent: its endpoints, its tables and its standing with the manager. The owner polls the
+// descriptors and calls agentServe and agentTick; nothing in here waits for long.
+#pragma once
+
+#include "chassis/agent/link.h"
+#include "chassis/agent/tables.h"
+#include "platform/api/zekChassis.h"
+#include "platform/api/zekTransport.h"
+
+struct agentConfig {
+    std::string runDir;
+    chassisDescription chassis;
+    bool cp = false;    // the control processor's agent
+    uint32_t slot = 0;  // of a card's agent
+};
+
+struct agent {
+    agentConfig config;
+    uint32_t address = 0;        // of the card
+    zekEndpoint* acl = nullptr;  // the ACL agent's request queue
+    zekEndpoint* mac = nullptr;  // the MAC agent's; a card's only
+    zekSwpSeq aclSeen{}, macSeen{};
+    agentTables tables;
+    agentLink link;
+    uint64_t macMessages = 0;
+    uint64_t strangers = 0;  // messages from senders or of kinds that have no business here
+};
+
+// Binds the endpoints. False and *error when the card is not described or an endpoint is taken.
+bool agentOpen(agent* self, agentConfig config, dataplane plane, std::string* error);
+void agentClose(agent* self);
+// Takes what waits at the endpoints, but not for ever: a busy sender must not keep the owner from
+// its signals. True when something may be left.
+bool agentServe(agent* self, uint64_t nowMs);
+// Sends what is due. agentNextMs is when that is again.
+void agentTick(agent* self, uint64_t nowMs);
+inline uint64_t agentNextMs(const agent& self) {
+    return self.link.nextAt;
+}
+
+// query.cpp: the answer to a state request (the whole message).
+std::vector<uint8_t> agentStateAnswer(const agent& self, std::span<const uint8_t> request);

@@ -1,0 +1,94 @@
+// What an agent programs: lists in places. The agent decodes and verifies messages and calls these
+// operations; a data plane keeps the installed lists, however it makes them filter.
+//
+// A place holds at most one list. Interface lists: one per kind, direction and interface (or VLAN
+// group). System and DoS lists share their interfaces, so there the name is part of the place.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "include/agentState.h"
+
+struct dpPlace {
+    agentListKind kind = AGENT_LIST_IP4;
+    uint32_t direction = 0;  // 1: egress
+    uint32_t ifindex = 0;    // 0 for VLAN groups and DoS lists
+    uint32_t group = 0;      // VLAN group 1-8, or 0
+    std::string name;        // system and DoS lists only
+    auto operator<=>(const dpPlace&) const = default;
+};
+
+// The place of a list of this name, sent by this interface or VLAN group. The one active DoS list
+// holds for the whole card, whatever interface it was sent by.
+inline dpPlace dpPlaceMake(agentListKind kind, uint32_t direction, uint32_t ifindex, uint32_t group,
+                           const listName& name) {
+    dpPlace place{kind, direction, 0, group, {}};
+    if (kind != AGENT_LIST_DOS && group == 0) place.ifindex = ifindex;
+    if (kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6 || kind == AGENT_LIST_DOS)
+        place.name = listNameView(name);
+    return place;
+}
+
+// One entry as it came. Its key is the sequence number; entries of system lists have none, they are
+// known by their content and numbered in the order of their arrival.
+struct dpEntry {
+    uint32_t key;
+    uint16_t length;  // 392, of IPv6 entries 140
+    std::array<uint8_t, sizeof(agentEntry)> raw;
+    uint64_t packets;  // the data plane's own; 0 when it is handed over
+};
+
+// The parts of an entry image that the agent looks at.
+struct dpEntryShape {
+    size_t size;
+    size_t seqAt;
+    size_t contentFrom, contentTo;  // what makes two entries equal, the sequence number aside
+    size_t hashFrom, hashTo;        // the same, sequence number included
+};
+constexpr dpEntryShape DP_SHAPE_IP4{sizeof(agentEntry), 4, 8, 392, 4, 392};
+constexpr dpEntryShape DP_SHAPE_IP6{140, 92, 8, 124, 8, 124};  // links and counters left out
+constexpr const dpEntryShape& dpShapeOf(agentListKind kind) {
+    return kind == AGENT_LIST_IP6 || kind == AGENT_LIST_SYSTEM6 ? DP_SHAPE_IP6 : DP_SHAPE_IP4;
+}
+
+struct dpList {
+    dpPlace place;
+    listName name;
+    uint32_t ifindex;  // as in the header
+    uint32_t listKind;
+    uint32_t implicitPermit;
+    uint8_t portPipe;
+    bool onBehalfOfVlan;
+    bindingBlock block;
+    std::map<uint32_t, dpEntry> entries;
+    uint32_t lastKey = 0;  // system lists: the newest entry's
+};
+
+// The operations. Those that change return false when the data plane cannot do it; nothing has
+// changed then.
+struct dataplane {
+    void* state;
+    // Installs a list whole, in the place of whatever is there.
+    bool (*install)(void* state, dpList&& list);
+    // Adds an entry to an installed list, or replaces the one with its key.
+    bool (*putEntry)(void* state, const dpPlace& place, const dpEntry& entry);
+    // Removes one; false also when there is none.
+    bool (*removeEntry)(void* state, const dpPlace& place, uint32_t key);
+    bool (*remove)(void* state, const dpPlace& place);
+    void (*clear)(void* state);
+    // The list in a place, or null. Good until the next change.
+    const dpList* (*find)(void* state, const dpPlace& place);
+    // Packets that an entry has matched since it was installed; false when it is not there.
+    bool (*counters)(void* state, const dpPlace& place, uint32_t key, uint64_t* packets);
+    // Every list in order of their places, until fn returns false.
+    void (*walk)(void* state, const std::function<bool(const dpList&)>& fn);
+};
+
+// The data plane that only remembers; it forwards no packets.
+dataplane memplaneCreate();
+void memplaneDestroy(dataplane* plane);

@@ -1,0 +1,332 @@
+#include "chassis/agent/tables.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+// What a kind of message does with its list when all of it is there: verified, its entries in
+// list.entries.
+typedef agentVerdict (*applyFn)(agentTables* tables, uint32_t id, dpList&& list);
+struct operation {
+    uint32_t fewest, most;  // entries
+    bool chunks;            // may come in several messages
+    applyFn apply;
+};
+constexpr uint32_t ANY = 0xFFFFFFFF;
+
+agentVerdict installList(agentTables* tables, uint32_t id, dpList&& list);
+agentVerdict addEntry(agentTables* tables, uint32_t id, dpList&& list);
+agentVerdict removeEntry(agentTables* tables, uint32_t id, dpList&& list);
+agentVerdict removeList(agentTables* tables, uint32_t id, dpList&& list);
+agentVerdict addSystem(agentTables* tables, uint32_t id, dpList&& list);
+agentVerdict removeSystem(agentTables* tables, uint32_t id, dpList&& list);
+
+constexpr operation LIST{0, ANY, true, installList};  // continued under the next message id
+constexpr operation ADD{1, 1, false, addEntry};
+constexpr operation DELETE{1, 1, false, removeEntry};
+constexpr operation DELETE_LIST{0, 0, false, removeList};
+constexpr operation SYS_ADD{1, ANY, true, addSystem};        // continued under its own id
+constexpr operation SYS_DELETE{0, ANY, true, removeSystem};  // the same; without entries the list
+
+struct messageKind {
+    uint32_t id;
+    agentListKind kind;
+    uint32_t direction;
+    const operation* op;
+};
+
+constexpr messageKind messageKinds[] = {
+    {14409, AGENT_LIST_IP4, 0, &LIST},          {14410, AGENT_LIST_IP4, 0, &ADD},
+    {14411, AGENT_LIST_IP4, 0, &DELETE},        {14412, AGENT_LIST_IP4, 0, &DELETE_LIST},
+    {14413, AGENT_LIST_SYSTEM, 0, &LIST},       {14414, AGENT_LIST_SYSTEM, 0, &SYS_ADD},
+    {14415, AGENT_LIST_SYSTEM, 0, &SYS_DELETE}, {14416, AGENT_LIST_IP4, 1, &LIST},
+    {14417, AGENT_LIST_IP4, 1, &ADD},           {14418, AGENT_LIST_IP4, 1, &DELETE},
+    {14419, AGENT_LIST_IP4, 1, &DELETE_LIST},   {14420, AGENT_LIST_DOS, 0, &LIST},
+    {14421, AGENT_LIST_DOS, 0, &ADD},           {14422, AGENT_LIST_DOS, 0, &DELETE_LIST},
+    {14423, AGENT_LIST_DOS, 0, &DELETE},        {14530, AGENT_LIST_SYSTEM6, 0, &LIST},
+    {14531, AGENT_LIST_SYSTEM6, 0, &SYS_ADD},   {14532, AGENT_LIST_SYSTEM6, 0, &SYS_DELETE},
+    {14533, AGENT_LIST_IP6, 0, &LIST},          {14534, AGENT_LIST_IP6, 0, &ADD},
+    {14535, AGENT_LIST_IP6, 0, &DELETE},        {14536, AGENT_LIST_IP6, 0, &DELETE_LIST},
+    {14537, AGENT_LIST_IP6, 1, &LIST},          {14538, AGENT_LIST_IP6, 1, &ADD},
+    {14539, AGENT_LIST_IP6, 1, &DELETE},        {14540, AGENT_LIST_IP6, 1, &DELETE_LIST},
+};
+static_assert(std::ranges::is_sorted(messageKinds, {}, &messageKind::id));
+
+const messageKind* kindOf(uint32_t id) {
+    const auto* row = std::ranges::lower_bound(messageKinds, id, {}, &messageKind::id);
+    return row != std::ranges::end(messageKinds) && row->id == id ? row : nullptr;
+}
+
+bool isSystem(agentListKind kind) {
+    return kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6;
+}
+
+agentVerdict refuse(agentTables* tables, agentRefusal why, uint32_t id, const std::string& what) {
+    tables->refused[static_cast<size_t>(why)]++;
+    tables->lastError = "message " + std::to_string(id) + ": " + what;
+    return agentVerdict::refused;
+}
+
+void dropPending(agentTables* tables) {
+    tables->pendingId = 0;
+    tables->pending = {};
+}
+
+// One message that has passed every check that needs no memory of earlier ones.
+struct download {
+    const messageKind* kind;
+    bool more;
+    uint32_t count;                    // as the list header has it
+    uint32_t carried;                  // entries in the message
+    dpList list;                       // without entries
+    std::span<const uint8_t> entries;  // carried images
+};
+
+std::string numbers(const char* what, uint64_t said, uint64_t found) {
+    return std::string(what) + " " + std::to_string(said) + ", found " + std::to_string(found);
+}
+
+// Both halves of every IPv4 entry must agree: a card programs some of its banks from either.
+bool halvesAgree(agentListKind kind, std::span<const uint8_t> entries) {
+    if (&dpShapeOf(kind) != &DP_SHAPE_IP4) return true;
+    for (size_t at = 0; at < entries.size(); at += sizeof(agentEntry)) {
+        const auto* entry = wireView<agentEntry>(entries, at);
+        if (std::memcmp(&entry->match, &entry->matchCopy, sizeof entry->match) != 0) return false;
+    }
+    return true;
+}
+
+// Fills *out, or refuses.
+agentVerdict decode(agentTables* tables, const messageKind& kind, std::span<const uint8_t> message,
+                    download* out) {
+    auto no = [&](agentRefusal why, const std::string& what) {
+        return refuse(tables, why, kind.id, what);
+    };
+    const auto* hdr = wireView<agentHdr>(message);
+    const auto* list = wireView<agentListHdr>(message, sizeof(agentHdr));
+    if (hdr == nullptr || list == nullptr)
+        return no(agentRefusal::length, numbers("too short:", message.size(), message.size()));
+    if (hdr->ipc.length != message.size())
+        return no(agentRefusal::length, numbers("length word", hdr->ipc.length, message.size()));
+    size_t body = message.size() - sizeof(agentHdr);
+    if (hdr->bodyLen != body)
+        return no(agentRefusal::bodyLength, numbers("body length word", hdr->bodyLen, body));
+
+    const dpEntryShape& shape = dpShapeOf(kind.kind);
+    size_t bytes = body - sizeof(agentListHdr);
+    if (bytes % shape.size != 0)
+        return no(agentRefusal::count, std::to_string(bytes) + " bytes are not whole entries");
+    out->kind = &kind;
+    out->count = list->count;
+    out->carried = static_cast<uint32_t>(bytes / shape.size);
+    out->entries = message.subspan(sizeof(agentHdr) + sizeof(agentListHdr));
+    if (hdr->more > 1) return no(agentRefusal::order, "more-to-follow is neither 0 nor 1");
+    out->more = hdr->more == 1;
+    if (out->more ? out->carried == 0 || out->count <= out->carried : out->count != out->carried)
+        return no(agentRefusal::count, numbers("entry count", out->count, out->carried));
+
+    if (listNameIsEmpty(list->name)) return no(agentRefusal::name, "no list name");
+    if (list->groupId > 8) return no(agentRefusal::name, "no such VLAN group");
+    if (!halvesAgree(kind.kind, out->entries))
+        return no(agentRefusal::halves, "the two halves of an entry differ");
+
+    out->list.place = dpPlaceMake(kind.kind, kind.direction, list->ifindex, list->groupId,
+                                  listNameMake(list->name));
+    out->list.name = listNameMake(list->name);
+    out->list.ifindex = list->ifindex;
+    out->list.listKind = list->kind;
+    out->list.implicitPermit = list->option;
+    out->list.portPipe = list->portPipe;
+    out->list.onBehalfOfVlan = list->onBehalfOfVlan == 1;
+    out->list.block = list->block;
+    return agentVerdict::applied;
+}
+
+dpEntry entryOf(const dpEntryShape& shape, std::span<const uint8_t> image) {
+    dpEntry entry;
+    auto rest = std::ranges::copy(image, entry.raw.begin()).out;
+    std::fill(rest, entry.raw.end(), uint8_t{0});
+    entry.length = static_cast<uint16_t>(shape.size);
+    entry.key = *wireView<be32>(image, shape.seqAt);
+    entry.packets = 0;
+    return entry;
+}
+
+bool sameContent(agentListKind kind, const dpEntry& a, const dpEntry& b) {
+    const dpEntryShape& shape = dpShapeOf(kind);
+    return std::memcmp(a.raw.data() + shape.contentFrom, b.raw.data() + shape.contentFrom,
+                       shape.contentTo - shape.contentFrom) == 0;
+}
+
+// The entry of a system list with this content, or null.
+const dpEntry* findContent(const dpList& list, const dpEntry& wanted) {
+    for (const auto& [key, entry] : list.entries)
+        if (sameContent(list.place.kind, entry, wanted)) return &entry;
+    return nullptr;
+}
+
+// The list that entries of a message belong to, or null: none there, or one of another name.
+const dpList* installed(const agentTables& tables, const dpList& like) {
+    const dpList* list = tables.plane.find(tables.plane.state, like.place);
+    return list != nullptr && list->name == like.name ? list : nullptr;
+}
+
+agentVerdict done(agentTables* tables, uint32_t id, bool success) {
+    if (!success)
+        return refuse(tables, agentRefusal::dataplane, id, "the data plane has refused it");
+    tables->applied++;
+    return agentVerdict::applied;
+}
+agentVerdict absent(agentTables* tables) {
+    tables->absent++;
+    return agentVerdict::absent;
+}
+
+agentVerdict installList(agentTables* tables, uint32_t id, dpList&& list) {
+    return done(tables, id, tables->plane.install(tables->plane.state, std::move(list)));
+}
+
+agentVerdict addEntry(agentTables* tables, uint32_t id, dpList&& list) {
+    if (installed(*tables, list) == nullptr)
+        return refuse(tables, agentRefusal::list, id,
+                      "list " + std::string(listNameView(list.name)) +
+                          " is not installed on interface " + std::to_string(list.ifindex));
+    const dpEntry& entry = list.entries.begin()->second;
+    return done(tables, id, tables->plane.putEntry(tables->plane.state, list.place, entry));
+}
+
+// The manager deletes a list first and then, on LAGs and VLANs, its entries one by one: an entry
+// whose list is gone is no error.
+agentVerdict removeEntry(agentTables* tables, uint32_t id, dpList&& list) {
+    const dpList* there = installed(*tables, list);
+    uint32_t key = list.entries.begin()->first;
+    if (there == nullptr || !there->entries.contains(key)) return absent(tables);
+    return done(tables, id, tables->plane.removeEntry(tables->plane.state, list.place, key));
+}
+
+agentVerdict removeList(agentTables* tables, uint32_t id, dpList&& list) {
+    if (installed(*tables, list) == nullptr) return absent(tables);
+    return done(tables, id, tables->plane.remove(tables->plane.state, list.place));
+}
+
+// Entries of system lists come for interfaces that the list itself was never sent to.
+agentVerdict addSystem(agentTables* tables, uint32_t id, dpList&& list) {
+    const dataplane& plane = tables->plane;
+    if (installed(*tables, list) == nullptr) return installList(tables, id, std::move(list));
+    for (auto& [arrival, entry] : list.entries) {
+        const dpList* now = installed(*tables, list);
+        if (findContent(*now, entry) != nullptr) continue;
+        entry.key = now->lastKey + 1;
+        if (!plane.putEntry(plane.state, list.place, entry)) return done(tables, id, false);
+    }
+    return done(tables, id, true);
+}
+
+agentVerdict removeSystem(agentTables* tables, uint32_t id, dpList&& list) {
+    if (list.entries.empty()) return removeList(tables, id, std::move(list));
+    const dataplane& plane = tables->plane;
+    bool any = false;
+    for (const auto& [arrival, entry] : list.entries) {
+        const dpList* now = installed(*tables, list);
+        const dpEntry* found = now != nullptr ? findContent(*now, entry) : nullptr;
+        if (found == nullptr) continue;
+        if (!plane.removeEntry(plane.state, list.place, found->key)) return done(tables, id, false);
+        any = true;
+    }
+    return any ? done(tables, id, true) : absent(tables);
+}
+
+// Puts the entries of a message behind those that the list has. False: a number comes twice.
+bool collect(dpList* list, std::span<const uint8_t> images) {
+    const dpEntryShape& shape = dpShapeOf(list->place.kind);
+    for (size_t at = 0; at < images.size(); at += shape.size) {
+        dpEntry entry = entryOf(shape, images.subspan(at, shape.size));
+        if (isSystem(list->place.kind)) entry.key = list->lastKey + 1;
+        size_t before = list->entries.size();
+        list->entries.emplace_hint(list->entries.end(), entry.key, entry);
+        if (list->entries.size() == before) return false;
+        list->lastKey = std::max(list->lastKey, entry.key);
+    }
+    return true;
+}
+
+// The chunk continues what is being put together.
+bool continues(const agentTables& tables, const download& d) {
+    const messageKind* first = kindOf(tables.pendingId);
+    uint32_t next = first->op == &LIST ? first->id + 1 : first->id;
+    return d.kind->id == next && d.list.name == tables.pending.name &&
+           d.list.place == tables.pending.place;
+}
+
+// A message that begins: checks that its kind may carry what it carries, and takes its list.
+agentVerdict begin(agentTables* tables, download& d) {
+    const messageKind& kind = *d.kind;
+    const operation& op = *kind.op;
+    if (op.apply == addEntry && (d.more || d.carried > 1))
+        return refuse(tables, agentRefusal::order, kind.id, "continues a list that has not begun");
+    if (d.more && !op.chunks)
+        return refuse(tables, agentRefusal::order, kind.id, "does not come in chunks");
+    if (d.carried < op.fewest || d.carried > op.most)
+        return refuse(tables, agentRefusal::count, kind.id, std::to_string(d.carried) + " entries");
+    tables->pendingId = kind.id;
+    tables->pendingCount = d.count;
+    tables->pending = std::move(d.list);
+    return agentVerdict::pending;
+}
+
+// All chunks but the last have the whole list's count, the last has its own.
+bool countsAgree(const agentTables& tables, const download& d) {
+    uint64_t have = tables.pending.entries.size() + d.carried;
+    return d.more ? d.count == tables.pendingCount && have < d.count : have == tables.pendingCount;
+}
+
+// A message, the first included, of the list that is being put together.
+agentVerdict proceed(agentTables* tables, const download& d) {
+    uint32_t id = tables->pendingId;
+    if (!countsAgree(*tables, d)) {
+        uint64_t have = tables->pending.entries.size() + d.carried;
+        uint64_t all = tables->pendingCount;
+        dropPending(tables);
+        return refuse(tables, agentRefusal::count, id, numbers("entries of all chunks", all, have));
+    }
+    if (!collect(&tables->pending, d.entries)) {
+        dropPending(tables);
+        return refuse(tables, agentRefusal::number, id, "a sequence number comes twice");
+    }
+    if (d.more) return agentVerdict::pending;
+    dpList list = std::move(tables->pending);
+    dropPending(tables);
+    return kindOf(id)->op->apply(tables, id, std::move(list));
+}
+
+}  // namespace
+
+agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> message) {
+    tables->messages++;
+    const auto* hdr = wireView<ipcHdr>(message);
+    if (hdr == nullptr) return refuse(tables, agentRefusal::length, 0, "shorter than a header");
+    const messageKind* kind = kindOf(hdr->mtype);
+    if (kind == nullptr) {
+        tables->notKept++;
+        return agentVerdict::notKept;
+    }
+    download d{};
+    agentVerdict verdict = decode(tables, *kind, message, &d);
+    if (tables->pendingId != 0 && (verdict == agentVerdict::refused || !continues(*tables, d))) {
+        uint32_t id = tables->pendingId;
+        std::string why =
+            "list " + std::string(listNameView(tables->pending.name)) + " was not sent to its end";
+        dropPending(tables);
+        if (verdict != agentVerdict::refused) (void)refuse(tables, agentRefusal::order, id, why);
+    }
+    if (verdict == agentVerdict::refused) return verdict;
+    if (tables->pendingId == 0 && begin(tables, d) == agentVerdict::refused)
+        return agentVerdict::refused;
+    return proceed(tables, d);
+}
+
+void agentTablesStartOver(agentTables* tables) {
+    dropPending(tables);
+    tables->plane.clear(tables->plane.state);
+}

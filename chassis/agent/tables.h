@@ -1,0 +1,53 @@
+// Downloads: verified, put together, applied to the data plane.
+//
+// A list may come in chunks: the first under the list's own message id, the rest under the next
+// one, and all but the last say that more follows. Nothing of it is installed before the last one
+// has come, and any other message in between ends the attempt. What is refused changes nothing
+// that is installed, is counted by its reason, and the last refusal keeps its text.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "chassis/agent/dataplane.h"
+
+enum class agentRefusal : uint8_t {
+    length,      // message shorter than its headers, or the length word disagrees
+    bodyLength,  // the body length word disagrees
+    count,       // the entry count disagrees with the bytes, the chunks or the kind of message
+    halves,      // an entry's two halves differ
+    order,       // a chunk that does not continue what came before, or a chunk that never came
+    name,        // no list name, or a VLAN group that does not exist
+    list,        // an entry for a list that is not installed there
+    number,      // the same sequence number twice in one list
+    dataplane,   // the data plane could not do it
+};
+constexpr const char* agentRefusalNames[] = {"length", "bodyLength", "count",  "halves",   "order",
+                                             "name",   "list",       "number", "dataplane"};
+constexpr size_t AGENT_REFUSALS = std::size(agentRefusalNames);
+
+enum class agentVerdict : uint8_t {
+    applied,
+    pending,  // a chunk; more must follow
+    absent,   // deletes what is not installed: nothing to do
+    notKept,  // a kind of message that this agent has no table for
+    refused,
+};
+
+struct agentTables {
+    dataplane plane;
+    uint64_t messages = 0, applied = 0, absent = 0, notKept = 0;
+    uint64_t refused[AGENT_REFUSALS] = {};
+    std::string lastError;
+
+    // A list that is being put together; `pendingId` 0: none.
+    uint32_t pendingId = 0;
+    uint32_t pendingCount = 0;  // entries of the whole
+    dpList pending;
+};
+
+// Applies one message (header and body, as it came). Never keeps a pointer into it.
+agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> message);
+// The manager starts over and sends everything again: what is installed goes, and so does a list
+// that was being put together. Counters stay.
+void agentTablesStartOver(agentTables* tables);
