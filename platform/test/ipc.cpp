@@ -189,12 +189,13 @@ int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
 bool zekSwpIsQueueAlive(zekSwpHandle queue) {
     return !testHost.deadQueues.contains(queue);
 }
-bool zekSwpIsQueueEmpty(zekSwpHandle) {
-    return true;
+bool zekSwpIsQueueEmpty(zekSwpHandle queue) {
+    return !testHost.busyQueues.contains(queue);
 }
 void zekSwpQueueFlush(zekSwpHandle queue) {
     testRecord("swpflush " + std::to_string(queue));
     testHost.deadQueues.erase(queue);
+    testHost.busyQueues.erase(queue);
 }
 
 int zekSwpGetTaskNamesFromQHandle(zekSwpHandle queue, char* own, char* peer, size_t size) {

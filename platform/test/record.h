@@ -83,7 +83,7 @@ struct testPlatform {
     std::function<void()> onIdle;
     bool pipeReadable = false;
 
-    std::set<zekSwpHandle> deadQueues;
+    std::set<zekSwpHandle> deadQueues, busyQueues;  // not alive; not empty. A flush mends both.
     std::map<zekSwpHandle, std::pair<uint32_t, uint32_t>> queues;  // peer application, slot
     std::map<zekSwpHandle, zekSwpFree> queueFree;
 
