@@ -116,9 +116,11 @@ struct treeBuilder {
         keys.push_back(k);
         return true;
     }
-    bool parse_error(size_t, const std::string& token, const nlohmann::detail::exception&) {
-        return fail(*line,
-                    token.empty() ? "the text ends too early" : "not JSON here: \"" + token + "\"");
+    bool parse_error(size_t, const std::string& read, const nlohmann::detail::exception&) {
+        if (read.empty()) return fail(*line, "the text ends too early");
+        // What the parser has read last begins somewhere before the token that it did not like.
+        size_t from = read.find_last_of(" \t\r\n", read.size() - 1);
+        return fail(*line, "not JSON here: \"" + read.substr(from + 1) + "\"");
     }
 };
 

@@ -1,0 +1,197 @@
+// chassis.json: what is read from it, and that every mistake is told with its line.
+#include "platform/api/zekChassis.h"
+
+#include <fstream>
+#include <random>
+
+#include "tests/platform/hostTest.h"
+
+namespace {
+
+std::string exampleFile() {
+    return std::filesystem::path(__FILE__).parent_path() / "../../examples/chassis.json";
+}
+
+class chassisFile : public testing::Test {
+  protected:
+    runFolder run;
+    std::string file = run.path + "/chassis.json";
+    chassisDescription chassis;
+    std::string error;
+    bool load(const std::string& text) {
+        std::ofstream(file) << text;
+        return zekChassisLoad(file, &chassis, &error);
+    }
+};
+
+TEST_F(chassisFile, TheExampleIsReadWhole) {
+    ASSERT_TRUE(zekChassisLoad(exampleFile(), &chassis, &error)) << error;
+    EXPECT_EQ(chassis.chassisMode, 1u);
+    EXPECT_EQ(chassis.routeProcessorType, 4u);
+    ASSERT_EQ(chassis.routeProcessors.size(), 2u);
+    EXPECT_TRUE(chassis.routeProcessors[0].primary);
+    EXPECT_FALSE(chassis.routeProcessors[1].primary);
+    ASSERT_EQ(chassis.cards.size(), 2u);
+    EXPECT_TRUE(chassis.cards[1].ipv6Egress);
+    EXPECT_EQ(chassis.cards[1].ports[3].pipe, 1u);
+
+    EXPECT_EQ(chassisAddress(chassis, APP_IFM, 0), 0x7F010001u);
+    EXPECT_EQ(chassisAddress(chassis, APP_IFM, 1), ADDRESS_UNKNOWN);
+    EXPECT_EQ(chassisAddress(chassis, APP_ACL_AGENT, 2), 0x7F010102u);
+    EXPECT_EQ(chassisAddress(chassis, APP_MAC_AGENT, 1), 0x7F010101u);
+    for (uint32_t slot : {0u, 3u, 20u, 0xFFFFFFFFu})
+        EXPECT_EQ(chassisAddress(chassis, APP_ACL_AGENT, slot), ADDRESS_UNKNOWN);
+}
+
+TEST_F(chassisFile, EveryInterfaceNameHasAnIndexThatLeadsBack) {
+    ASSERT_TRUE(zekChassisLoad(exampleFile(), &chassis, &error)) << error;
+    const struct {
+        const char* name;
+        uint32_t type;
+        int slot;
+    } rows[] = {
+        {"1/0", IF_TYPE_PORT, 1},
+        {"2/3", IF_TYPE_PORT, 2},
+        {"port-channel 1", IF_TYPE_LAG, SLOT_NONE},
+        {"vlan 20", IF_TYPE_VLAN, SLOT_NONE},
+        {"control-plane", IF_TYPE_CP, 0},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        uint32_t ifindex = 0;
+        ASSERT_TRUE(chassisIfIndex(chassis, r.name, &ifindex));
+        EXPECT_EQ(ifindexType(ifindex), r.type);
+        EXPECT_EQ(ifindexSlot(ifindex), r.slot);
+        EXPECT_EQ(chassisIfName(chassis, ifindex), r.name);
+    }
+    uint32_t ifindex = 0;
+    for (const char* name : {"", "3/0", "vlan 30", "vlan  10", "vlan", "port-channel 01", "1/0 "})
+        EXPECT_FALSE(chassisIfIndex(chassis, name, &ifindex)) << name;
+    for (uint32_t unknown : {0u, 1u, 19u, 0xFFFFFFFFu, ifindexMake(IF_TYPE_VLAN, 30), 0x04000000u})
+        EXPECT_EQ(chassisIfName(chassis, unknown), "") << unknown;
+}
+
+TEST_F(chassisFile, MistakesAreToldWithTheirLine) {
+    const std::string good =
+        "\"chassisMode\": 1,\n\"routeProcessorType\": 4,\n"
+        "\"routeProcessors\": [{\"address\": \"127.1.0.1\", \"primary\": true}]";
+    const std::string port = R"({"name": "1/0", "userPort": 0, "port": 0, "pipe": 0})";
+    const struct {
+        const char* what;
+        std::string text;
+        uint32_t line;
+        const char* says;
+    } rows[] = {
+        {"an empty file", "", 1, "ends too early"},
+        {"not JSON", "{\n\"a\": 1,\n  oops}", 3, "here: \"o\""},
+        {"text behind the end", "{" + good + "}\nx", 4, "not JSON"},
+        {"a list", "[]", 1, "must be an object"},
+        {"an unknown key", "{" + good + ",\n\n\"colour\": 1}", 5, "\"colour\""},
+        {"a key given twice", "{" + good + ",\n\"chassisMode\": 2}", 4, "given twice"},
+        {"a missing key", "{\n\"chassisMode\": 1, \"routeProcessorType\": 4}", 1,
+         "needs \"routeProcessors\""},
+        {"a text for a number", "{\n\"chassisMode\":\n \"1\"\n}", 2, "must be a number"},
+        {"a number too large", "{\n\"chassisMode\": 18446744073709551615\n}", 2, "from 0 to 255"},
+        {"a number below zero", "{\n\"chassisMode\": -1\n}", 2, "from 0 to 255"},
+        {"a fraction", "{\n\"chassisMode\": 1.5\n}", 2, "must be a number"},
+        {"an unknown key of a card",
+         "{" + good +
+             ",\n\"cards\": [\n{\"slot\": 1, \"address\": \"127.1.1.1\", \"type\": 2,\n"
+             "\"ipv4\": true}]}",
+         6, "a card has no \"ipv4\""},
+        {"a slot too far", "{" + good + ",\n\"cards\": [\n{\"slot\": 20}]}", 5, "from 0 to 19"},
+        {"an incomplete card", "{" + good + ",\n\"cards\": [\n\n{\"slot\": 1}]}", 6,
+         "needs \"address\""},
+        {"a slot twice",
+         "{" + good +
+             ",\n\"cards\": [{\"slot\": 1, \"address\": \"127.1.1.1\", \"type\": 2},\n"
+             "{\"slot\": 1, \"address\": \"127.1.1.2\", \"type\": 2}]}",
+         5, "slot 1 is described twice"},
+        {"a port twice",
+         "{" + good +
+             ",\n\"cards\": [{\"slot\": 1, \"address\": \"127.1.1.1\", \"type\": 2,\n"
+             "\"ports\": [" +
+             port + ",\n" + port + "]}]}",
+         6, "port 1/0 is described twice"},
+        {"a name with a blank",
+         "{" + good +
+             ",\n\"cards\": [{\"slot\": 1, \"address\": \"127.1.1.1\", \"type\": 2,\n"
+             "\"ports\": [{\"name\": \"1 0\"}]}]}",
+         5, "is not a name"},
+        {"a bad address",
+         "{" + good +
+             ",\n\"tasks\": [{\"application\": 80,\n"
+             "\"address\": \"127.1.0\"}]}",
+         5, "\"127.1.0\" is not an address"},
+        {"the unknown address",
+         "{" + good +
+             ",\n\"tasks\": [{\"application\": 80,\n"
+             "\"address\": \"255.255.255.255\"}]}",
+         5, "is not an address"},
+        {"a vlan too far", "{" + good + ",\n\"vlans\": [{\"id\": 1},\n{\"id\": 4095}]}", 5,
+         "from 1 to 4094"},
+        {"no primary",
+         "{\"chassisMode\": 1, \"routeProcessorType\": 4,\n\"routeProcessors\": "
+         "[{\"address\": \"127.1.0.1\"}]}",
+         1, "exactly one"},
+        {"three route processors",
+         "{\"chassisMode\": 1, \"routeProcessorType\": 4,\n\"routeProcessors\": [\n"
+         "{\"address\": \"127.1.0.1\", \"primary\": true}, {\"address\": \"127.1.0.2\"},\n"
+         "{\"address\": \"127.1.0.3\"}]}",
+         4, "at most two"},
+    };
+    ASSERT_TRUE(load("{" + good + "}")) << error;
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        EXPECT_FALSE(load(r.text));
+        EXPECT_TRUE(error.starts_with(file + ":" + std::to_string(r.line) + ": ")) << error;
+        EXPECT_NE(error.find(r.says), std::string::npos) << error;
+    }
+    EXPECT_FALSE(zekChassisLoad(run.path + "/absent", &chassis, &error));
+    EXPECT_NE(error.find("cannot be read"), std::string::npos);
+}
+
+TEST_F(chassisFile, DamagedTextIsRefusedOrReadButNeverTrusted) {
+    std::ifstream in(exampleFile());
+    const std::string whole{std::istreambuf_iterator<char>(in), {}};
+    size_t end = whole.rfind('}');
+    for (size_t n = 0; n < end; n += 7) EXPECT_FALSE(load(whole.substr(0, n))) << n;
+    std::mt19937 random(1);
+    for (int i = 0; i < 500; i++) {
+        std::string text = whole;
+        for (int k = 0; k < 3; k++)
+            text[random() % text.size()] = "\"{}[],:0a\n\xff"[random() % 11];
+        EXPECT_TRUE(load(text) || error.starts_with(file + ":")) << error;
+    }
+    // Nesting without end must not use up the stack.
+    EXPECT_FALSE(load(std::string(200000, '[')));
+}
+
+TEST(address, TextsAndNumbers) {
+    const struct {
+        const char* text;
+        bool ok;
+        uint32_t value;
+    } rows[] = {
+        {"0.0.0.0", true, 0},
+        {"127.1.0.1", true, 0x7F010001},
+        {"255.255.255.255", true, ~0u},
+        {"256.0.0.1", false, 0},
+        {"1.2.3", false, 0},
+        {"1.2.3.4.", false, 0},
+        {"1.2.3.4 ", false, 0},
+        {"1..2.3", false, 0},
+        {"0001.2.3.4", false, 0},
+        {"", false, 0},
+        {"-1.2.3.4", false, 0},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.text);
+        uint32_t address = 7;
+        EXPECT_EQ(addressParse(r.text, &address), r.ok);
+        EXPECT_EQ(address, r.ok ? r.value : 7);
+        EXPECT_TRUE(!r.ok || addressText(address) == r.text);
+    }
+}
+
+}  // namespace

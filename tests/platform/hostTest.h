@@ -1,0 +1,125 @@
+// What the host's tests share: a run folder of their own, messages, and a task without options.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "include/ipc.h"
+#include "include/service.h"
+#include "platform/host/host.h"
+
+struct runFolder {
+    std::string path;
+    runFolder() {
+        const char* base = getenv("TMPDIR");
+        path = std::string(base != nullptr ? base : "/tmp") + "/aclhost.XXXXXX";
+        EXPECT_NE(mkdtemp(path.data()), nullptr);
+    }
+    ~runFolder() { std::filesystem::remove_all(path); }
+    runFolder(const runFolder&) = delete;
+    runFolder& operator=(const runFolder&) = delete;
+};
+
+constexpr uint32_t RP = 0x7F010001, CARD = 0x7F010101;
+constexpr uint32_t CLIENT_PORT = SERVICE_DYNAMIC_BASE + 7;
+constexpr uint32_t OWN_REQUESTS = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
+
+typedef std::vector<uint8_t> bytes;
+
+inline ipcHdr* headerOf(bytes& message) {
+    return reinterpret_cast<ipcHdr*>(message.data());
+}
+
+// A message of the given size from one endpoint to another; the bytes behind the header are a
+// pattern that depends on the sequence number.
+inline bytes makeMessage(uint32_t fromCard, uint32_t fromPort, uint32_t toCard, uint32_t toPort,
+                         uint32_t type, uint32_t sequence, size_t size = 64) {
+    bytes m(size);
+    for (size_t i = sizeof(ipcHdr); i < size; i++) m[i] = static_cast<uint8_t>(i * 7 + sequence);
+    ipcHdr* hdr = headerOf(m);
+    hdr->length = static_cast<uint32_t>(size);
+    hdr->mtype = type;
+    hdr->sequence = sequence;
+    hdr->target.card = fromCard;
+    hdr->target.svce = fromPort;
+    hdr->source.card = toCard;
+    hdr->source.svce = toPort;
+    return m;
+}
+
+struct endpoint {
+    std::string error;  // before what fills it
+    zekEndpoint* e;
+    endpoint(const std::string& runDir, uint32_t card, uint32_t port)
+        : e(zekEndpointOpen(runDir, card, port, &error)) {}
+    ~endpoint() { zekEndpointClose(e); }
+    endpoint(const endpoint&) = delete;
+    endpoint& operator=(const endpoint&) = delete;
+    zekSendResult send(const bytes& m, int timeoutMs = 0) {
+        return zekEndpointSend(e, m.data(), m.size(), timeoutMs);
+    }
+    int recv(bytes* m, int timeoutMs = 0, size_t max = 1 << 23, zekSender* sender = nullptr) {
+        return zekEndpointRecv(e, m, max, timeoutMs, sender);
+    }
+    // Sequence numbers of everything that waits here.
+    std::vector<uint32_t> drain() {
+        std::vector<uint32_t> sequences;
+        for (bytes m; recv(&m) > 0;) sequences.push_back(headerOf(m)->sequence);
+        return sequences;
+    }
+};
+
+// A task at RP with one client beside it, and a commit that the test decides.
+class taskTest : public testing::Test {
+  protected:
+    runFolder run;
+    uint32_t key = 0;
+    bool dirty = false;
+    int commitResult = 0;
+    int commits = 0;
+
+    taskTest() {
+        hostSetCommit({[this] { return dirty; },
+                       [this] {
+                           commits++;
+                           if (commitResult == 0) dirty = false;
+                           return commitResult;
+                       }});
+        EXPECT_TRUE(hostTaskOpen(run.path, RP, APP_ACL, 0));
+        key = hostTaskKey();
+    }
+    ~taskTest() override {
+        hostTaskClose();
+        hostSetCommit({});
+        hostConf() = {};
+    }
+    bytes request(uint32_t sequence, uint32_t type = 14405, size_t size = 64) {
+        return makeMessage(RP, CLIENT_PORT, RP, OWN_REQUESTS, type, sequence, size);
+    }
+    bytes answer(uint32_t sequence, size_t size = 64) {
+        return makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT, 6001, sequence, size);
+    }
+    int sendAnswer(uint32_t sequence) {
+        bytes m = answer(sequence);
+        return zekIpcSend(Key_getReqQueue(key), m.data(), m.size());
+    }
+    zekFdSet requestSet() {
+        zekFdSet set;
+        set.set(static_cast<size_t>(Key_getSocketFd(Key_getReqQueue(key))));
+        return set;
+    }
+    int select(int timeoutMs) {
+        zekFdSet set = requestSet();
+        return zekSelect(ZEK_FD_MAX, &set, timeoutMs);
+    }
+    // The next request's sequence number; 0 when there is none.
+    uint32_t take(int timeoutMs = 0) {
+        bytes m(IPC_BUFFER_SIZE);
+        int n = zekIpcRecv(Key_getReqQueue(key), m.data(), m.size(), timeoutMs);
+        return n > 0 ? uint32_t(headerOf(m)->sequence) : 0;
+    }
+};

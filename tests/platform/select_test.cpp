@@ -1,0 +1,294 @@
+// The task's queues: answers that wait for the commit, messages that wait for the task, receivers
+// that do not read, and requests that wait for the restore.
+#include <sys/eventfd.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <numeric>
+#include <thread>
+
+#include "include/cliMsg.h"
+#include "tests/platform/hostTest.h"
+
+namespace {
+
+std::vector<uint32_t> upTo(uint32_t n, uint32_t from = 1) {
+    std::vector<uint32_t> all(n - from + 1);
+    std::iota(all.begin(), all.end(), from);
+    return all;
+}
+
+class selectTest : public taskTest {
+  protected:
+    endpoint client{run.path, RP, CLIENT_PORT};
+};
+
+TEST_F(selectTest, AnswersLeaveAtOnceWhenThereIsNothingToCommit) {
+    EXPECT_EQ(sendAnswer(1), 0);
+    EXPECT_EQ(client.drain(), upTo(1));
+    EXPECT_EQ(commits, 0);
+}
+
+TEST_F(selectTest, AnswersLeaveInOrderAndOnlyAfterTheCommit) {
+    dirty = true;
+    EXPECT_EQ(sendAnswer(1), 0);
+    dirty = false;  // an answer behind a held one waits too: the order is kept
+    EXPECT_EQ(sendAnswer(2), 0);
+    dirty = true;
+    EXPECT_EQ(client.drain(), std::vector<uint32_t>{});
+    EXPECT_EQ(select(0), 0);
+    EXPECT_EQ(commits, 1);
+    EXPECT_EQ(client.drain(), upTo(2));
+    EXPECT_EQ(zekIpcStatistics().heldBack, 2u);
+}
+
+TEST_F(selectTest, RequestsThatWaitTogetherShareOneCommit) {
+    for (uint32_t i = 1; i <= 5; i++) ASSERT_EQ(client.send(request(i)), zekSendResult::sent);
+    for (uint32_t i = 1; i <= 5; i++) {
+        ASSERT_EQ(select(0), 1);
+        EXPECT_EQ(commits, 0);
+        ASSERT_EQ(take(), i);
+        dirty = true;
+        ASSERT_EQ(sendAnswer(i), 0);
+    }
+    EXPECT_EQ(select(0), 0);
+    EXPECT_EQ(commits, 1);
+    EXPECT_EQ(client.drain(), upTo(5));
+}
+
+TEST_F(selectTest, ABusyTaskCommitsOnceSixtyFourAnswersWait) {
+    dirty = true;
+    for (uint32_t i = 1; i <= 64; i++) {
+        client.send(request(i));
+        ASSERT_EQ(select(0), 1);
+        EXPECT_EQ(commits, 0) << i;
+        ASSERT_EQ(take(), i);
+        ASSERT_EQ(sendAnswer(i), 0);
+    }
+    client.send(request(65));
+    EXPECT_EQ(select(0), 1);
+    EXPECT_EQ(commits, 1);
+}
+
+TEST_F(selectTest, EveryWaitCommitsFirst) {
+    const struct {
+        const char* what;
+        std::function<void()> wait;
+    } rows[] = {
+        {"select", [this] { select(1); }},
+        {"receive", [this] { take(1); }},
+        {"receive a reply",
+         [this] {
+             char buffer[100];
+             EXPECT_EQ(zekIpcRecv(Key_getRspQueue(key), buffer, sizeof(buffer), 1), 0);
+         }},
+        {"receive a time-out",
+         [this] {
+             char buffer[100];
+             EXPECT_EQ(zekIpcRecv(Key_getTmrQueue(key), buffer, sizeof(buffer), 1), 0);
+         }},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        dirty = true;
+        EXPECT_EQ(sendAnswer(1), 0);
+        EXPECT_EQ(take(), 0u);
+        EXPECT_EQ(client.drain().size(), 0u);
+        r.wait();
+        EXPECT_EQ(client.drain().size(), 1u);
+        EXPECT_FALSE(dirty);
+    }
+}
+
+TEST_F(selectTest, ACommitThatFailsIsTriedAgainAndGivenUpAfterThreeTimes) {
+    commitResult = -1;
+    dirty = true;
+    EXPECT_EQ(sendAnswer(1), 0);
+    hostFlush();
+    hostFlush();
+    commitResult = 0;
+    hostFlush();
+    EXPECT_EQ(client.drain(), upTo(1)) << "the third try worked";
+
+    commitResult = -1;
+    dirty = true;
+    EXPECT_EQ(sendAnswer(2), 0);
+    while (commits < 6) ASSERT_EQ(select(250), 0);
+    EXPECT_EQ(zekIpcStatistics().dropped, 1u);
+    commitResult = 0;
+    EXPECT_EQ(sendAnswer(3), 0);
+    EXPECT_EQ(select(0), 0);
+    EXPECT_EQ(client.drain(), upTo(3, 3)) << "the answer that was given up must not leave later";
+}
+
+TEST_F(selectTest, SendingToNobodyFailsAlsoWhileAnswersAreHeld) {
+    bytes m = makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT + 1, 6001, 1);
+    const zekQueue queue = Key_getReqQueue(key);
+    for (bool held : {false, true}) {
+        dirty = held;
+        EXPECT_EQ(zekIpcSend(queue, m.data(), m.size()), -1);
+    }
+    EXPECT_EQ(zekIpcSend(queue, m.data(), 59), -1);
+    EXPECT_EQ(zekIpcSend(0, m.data(), m.size()), -1);
+    EXPECT_EQ(zekIpcSend(Key_getTmrQueue(key), m.data(), m.size()), -1);
+    EXPECT_EQ(zekIpcStatistics().sendFailed, 5u);
+}
+
+TEST_F(selectTest, AReplyThatCannotBeSentIsLeftAsItWas) {
+    bytes m = request(1), before = m;
+    headerOf(m)->target.svce = headerOf(before)->target.svce = CLIENT_PORT + 1;
+    EXPECT_EQ(zekIpcReply(key, m.data(), m.size()), -1);
+    EXPECT_EQ(m, before);
+    headerOf(m)->target.svce = CLIENT_PORT;
+    EXPECT_EQ(zekIpcReply(key, m.data(), m.size()), 0);
+    EXPECT_EQ(client.drain(), upTo(1));
+}
+
+TEST_F(selectTest, MessagesThatArriveWhileTheTaskWaitsForAReplyAreKept) {
+    std::thread sender([this] {
+        for (uint32_t i = 1; i <= 300; i++)
+            EXPECT_EQ(client.send(request(i), 60000), zekSendResult::sent);
+        bytes reply = makeMessage(RP, CLIENT_PORT, RP, OWN_REQUESTS + 1, 10802, 999);
+        EXPECT_EQ(client.send(reply, 60000), zekSendResult::sent);
+    });
+    bytes m(IPC_BUFFER_SIZE);
+    ASSERT_EQ(zekIpcRecv(Key_getRspQueue(key), m.data(), m.size(), 60000), 64);
+    EXPECT_EQ(headerOf(m)->sequence, 999u);
+    sender.join();
+    for (uint32_t i = 1; i <= 300; i++) {
+        ASSERT_EQ(select(0), 1) << "a queue that holds messages can be read";
+        ASSERT_EQ(take(), i);
+    }
+    EXPECT_EQ(select(0), 0);
+}
+
+TEST_F(selectTest, AReceiverThatDoesNotReadHoldsNobodyUpAndMissesNothing) {
+    endpoint other(run.path, RP, CLIENT_PORT + 1);
+    bytes toOther = makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT + 1, 6001, 7);
+    for (uint32_t i = 1; i <= 1000; i++) ASSERT_EQ(sendAnswer(i), 0);
+    EXPECT_EQ(zekIpcSend(Key_getReqQueue(key), toOther.data(), toOther.size()), 0);
+    EXPECT_EQ(other.drain(), upTo(7, 7));
+    std::vector<uint32_t> got;
+    while (got.size() < 1000) {
+        std::vector<uint32_t> some = client.drain();
+        got.insert(got.end(), some.begin(), some.end());
+        ASSERT_EQ(select(0), 0);
+    }
+    EXPECT_EQ(got, upTo(1000));
+    EXPECT_EQ(zekIpcStatistics().dropped, 0u);
+}
+
+TEST_F(selectTest, WhatIsNeverReadIsDroppedInTheEnd) {
+    for (uint32_t i = 1; i <= 1000; i++) ASSERT_EQ(sendAnswer(i), 0);
+    uint64_t sent = zekIpcStatistics().sent;
+    while (zekIpcStatistics().dropped < 1000 - sent) ASSERT_EQ(select(100), 0);
+    EXPECT_EQ(client.drain(), upTo(static_cast<uint32_t>(sent)));
+}
+
+TEST_F(selectTest, MessagesThatDoNotFitAreDroppedAndCounted) {
+    client.send(request(1, 14405, IPC_BUFFER_SIZE + 1));
+    client.send(request(2, 14405, 100000));
+    client.send(request(3, 14405, IPC_BUFFER_SIZE));
+    EXPECT_EQ(take(), 3u);
+    EXPECT_EQ(take(), 0u);
+    EXPECT_EQ(zekIpcStatistics().tooLong, 2u);
+    EXPECT_EQ(zekIpcStatistics().received, 1u);
+}
+
+TEST_F(selectTest, OtherDescriptorsAreSeenBesideTheQueues) {
+    hostFd event(eventfd(0, EFD_CLOEXEC));
+    hostFd quiet(eventfd(0, EFD_CLOEXEC));
+    auto at = [](const hostFd& fd) { return static_cast<size_t>(fd.fd); };
+    ASSERT_EQ(eventfd_write(event.fd, 1), 0);
+    ASSERT_EQ(client.send(request(1)), zekSendResult::sent);
+    zekFdSet set = requestSet();
+    set.set(at(event)).set(at(quiet));
+    ASSERT_EQ(zekSelect(ZEK_FD_MAX, &set, 0), 2);
+    EXPECT_TRUE(set[at(event)]);
+    EXPECT_FALSE(set[at(quiet)]);
+    EXPECT_EQ(zekSelect(static_cast<uint32_t>(at(event)), &set, 0), 1) << "below the limit only";
+    set.reset().set(2047);
+    EXPECT_EQ(zekSelect(ZEK_FD_MAX, &set, 0), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+// Sends from a process that is not ours; returns its id.
+pid_t sendFromAnotherProcess(const std::string& runDir, const std::vector<bytes>& messages) {
+    pid_t child = fork();
+    if (child != 0) {
+        int status = 0;
+        EXPECT_EQ(waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        return child;
+    }
+    std::string error;
+    zekEndpoint* e = zekEndpointOpen(runDir, RP, SERVICE_DYNAMIC_BASE + 99, &error);
+    bool ok = e != nullptr;
+    for (const bytes& m : messages)
+        ok = ok && zekEndpointSend(e, m.data(), m.size(), 10000) == zekSendResult::sent;
+    zekEndpointClose(e);
+    _exit(ok ? 0 : 1);
+}
+
+TEST_F(selectTest, CommandsOfOthersWaitForTheRestore) {
+    const std::vector<bytes> messages = {request(1, MT_CLI_COMMAND), request(2, MT_AGENT_REGISTER),
+                                         request(3, MT_ACL_INVERSEMASK_ENABLE),
+                                         request(4, MT_CLI_COMMAND_2), request(5, MT_SHOW_IP_ACL)};
+    auto all = [this] {
+        std::vector<uint32_t> got;
+        while (select(0) == 1) got.push_back(take());
+        return got;
+    };
+    hostHoldRequests(-1);
+    pid_t stranger = sendFromAnotherProcess(run.path, messages);
+    EXPECT_EQ(all(), (std::vector<uint32_t>{2, 5}));
+    client.send(request(6, MT_CLI_COMMAND));  // our own process restores
+    EXPECT_EQ(all(), upTo(6, 6));
+
+    // The release wakes a task that waits.
+    std::thread releaser([] { hostReleaseRequests(); });
+    EXPECT_EQ(select(60000), 1);
+    releaser.join();
+    EXPECT_EQ(all(), (std::vector<uint32_t>{1, 3, 4}));
+
+    // What had been taken in before the hold began waits too.
+    sendFromAnotherProcess(run.path, {request(7, MT_CLI_COMMAND)});
+    EXPECT_EQ(select(0), 1);
+    hostHoldRequests(stranger);
+    EXPECT_EQ(select(0), 0);
+    EXPECT_EQ(take(), 0u);
+    hostReleaseRequests();
+    EXPECT_EQ(take(), 7u);
+}
+
+TEST_F(selectTest, NamesAndThePeerProcessor) {
+    chassisDescription& chassis = hostConf().chassis;
+    chassis.tasks = {{APP_IFM, 0, RP + 5}, {APP_ACL, 0, RP + 9}};
+    uint32_t address = 0;
+    EXPECT_EQ(zek_tmeGetPeerIpAddrByName(APP_IFM, 0, &address), 0);
+    EXPECT_EQ(address, RP + 5);
+    EXPECT_EQ(zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &address), 0);
+    EXPECT_EQ(address, RP) << "our own task is where we are, on either processor";
+    EXPECT_EQ(zek_tmeGetPeerIpAddrByName(APP_RTM, 0, &address), -1);
+    EXPECT_EQ(address, ADDRESS_UNKNOWN);
+
+    bytes m = makeMessage(RP, OWN_REQUESTS + 1, RP, OWN_REQUESTS, 14524, 1, 952);
+    int err = 0;
+    EXPECT_EQ(zekIrcPeerRpmSend(APP_ACL, 0, m.data(), m.size(), 0, &err), -1) << "no second one";
+    EXPECT_NE(err, 0);
+    chassis.routeProcessors = {{RP, true}, {RP + 1, false}};
+    endpoint peer(run.path, RP + 1, OWN_REQUESTS);
+    EXPECT_EQ(zekIrcPeerRpmSend(APP_ACL, 0, m.data(), m.size(), 0, &err), 0);
+    EXPECT_EQ(peer.drain(), upTo(1));
+
+    EXPECT_EQ(zekEvhSubscribeEvt(key, EVT_CARD_DOWN, 3), -1) << "no event handler in the chassis";
+    chassis.tasks.push_back({APP_EVH, 0, RP});
+    EXPECT_EQ(zekEvhSubscribeEvt(key, EVT_CARD_DOWN, 3), -1) << "nobody listens";
+    endpoint evh(run.path, RP, aclServicePort(APP_EVH, 0, QUEUE_REQUEST));
+    EXPECT_EQ(zekEvhSubscribeEvt(key, EVT_CARD_DOWN, 3), 0);
+    bytes got;
+    ASSERT_EQ(evh.recv(&got), 68);
+    EXPECT_EQ(uint32_t(*wireView<be32>(std::span<const uint8_t>(got), 60)), EVT_CARD_DOWN);
+}
+
+}  // namespace

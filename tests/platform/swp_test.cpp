@@ -1,0 +1,490 @@
+// SWP: the protocol over a network that loses, repeats and reorders, and the handles over sockets.
+#include "platform/api/zekSwp.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+
+#include "platform/host/swpqueue.h"
+#include "tests/platform/hostTest.h"
+
+namespace {
+
+std::set<void*> blocks;  // messages that somebody owns
+void* takeBlock(size_t size) {
+    void* block = ::operator new(size);
+    blocks.insert(block);
+    return block;
+}
+void freeBlock(void* block) {
+    ASSERT_EQ(blocks.erase(block), 1u) << "freed twice or never allocated";
+    ::operator delete(block);
+}
+int prints = 0;
+void print(const char*) {
+    prints++;
+}
+
+void* makeData(uint32_t id, uint32_t toPort = 7937 + 4) {
+    bytes m = makeMessage(RP, OWN_REQUESTS + 1, CARD, toPort, 14410, id);
+    void* block = takeBlock(m.size());
+    memcpy(block, m.data(), m.size());
+    return block;
+}
+
+// One sender and one receiver with everything that is on its way between them. Time is the test's.
+struct network {
+    swpQueue queue;
+    zekSwpSeq seen{};
+    uint64_t now = 1000;
+    bool full = false, up = true;
+    std::vector<bytes> data;
+    std::vector<ipcHdr> answers;
+    std::vector<uint32_t> delivered;  // ids, of the receiver's present life
+    std::map<uint32_t, int> verdicts;
+
+    explicit network(uint32_t window = 10, uint32_t repeats = 5) {
+        queue.window = window;
+        queue.repeatsMax = repeats;
+        queue.session = 100;
+        queue.free = freeBlock;
+        queue.print = print;
+        queue.send = [this](const void* m, size_t length) {
+            if (full) return zekSendResult::full;
+            if (!up) return zekSendResult::nobody;
+            auto* b = static_cast<const uint8_t*>(m);
+            data.emplace_back(b, b + length);
+            return zekSendResult::sent;
+        };
+    }
+    ~network() { swpQueueFlush(&queue); }
+    int enqueue(uint32_t id) {
+        void* m = makeData(id);
+        int result = swpQueueEnqueue(&queue, m, 64, now);
+        if (result != 0) freeBlock(m);
+        return result;
+    }
+    void receive(size_t at) {
+        bytes m = data[at];
+        ipcHdr* hdr = headerOf(m);
+        int verdict = swpReceive(&seen, hdr->session, hdr->swpSeq);
+        verdicts[static_cast<uint32_t>(verdict)]++;
+        if (verdict == ZEK_SWP_IN_ORDER) delivered.push_back(hdr->sequence);
+        if (verdict == ZEK_SWP_IN_ORDER || verdict == ZEK_SWP_SEEN)
+            answers.push_back(swpAnswerTo(*hdr));
+    }
+    void answer(size_t at) {
+        void* released = nullptr;
+        swpQueueAnswer(&queue, answers[at].session, answers[at].swpSeq, now, &released);
+        if (released != nullptr) freeBlock(released);
+    }
+    // Everything on its way arrives, in order, until nothing moves any more.
+    void settle() {
+        while (!data.empty() || !answers.empty()) {
+            for (size_t i = 0; i < data.size(); i++) receive(i);
+            data.clear();
+            for (size_t i = 0; i < answers.size(); i++) answer(i);
+            answers.clear();
+        }
+    }
+    int tick(uint64_t ms) {
+        now += ms;
+        return now >= swpQueueDeadline(queue) ? swpQueueExpire(&queue, now) : SWP_OK;
+    }
+    void expectDelivered(uint32_t from, uint32_t to) {
+        std::vector<uint32_t> want;
+        for (uint32_t i = from; i <= to; i++) want.push_back(i);
+        EXPECT_EQ(delivered, want);
+    }
+};
+
+TEST(swpReceiver, Verdicts) {
+    const struct {
+        const char* what;
+        zekSwpSeq before;
+        uint32_t session, seq;
+        int verdict;
+        zekSwpSeq after;
+    } rows[] = {
+        {"the first message", {0, 0}, 5, 1, ZEK_SWP_IN_ORDER, {5, 2}},
+        {"the next one", {5, 2}, 5, 2, ZEK_SWP_IN_ORDER, {5, 3}},
+        {"a repeated one", {5, 9}, 5, 8, ZEK_SWP_SEEN, {5, 9}},
+        {"the oldest one repeated", {5, 9}, 5, 1, ZEK_SWP_SEEN, {5, 9}},
+        {"one too far", {5, 2}, 5, 3, SWP_GAP, {5, 2}},
+        {"a session joined in the middle", {0, 0}, 5, 2, SWP_MIDDLE, {0, 0}},
+        {"the sender's next session", {5, 9}, 6, 1, ZEK_SWP_IN_ORDER, {6, 2}},
+        {"its second message first", {5, 9}, 6, 2, SWP_MIDDLE, {5, 9}},
+        {"a leftover of the session before", {6, 2}, 5, 1, SWP_STALE, {6, 2}},
+        {"a sender that started anew with a lower number",
+         {5000, 2},
+         77,
+         1,
+         ZEK_SWP_IN_ORDER,
+         {77, 2}},
+        {"the numbers wrap", {5, 0xFFFFFFFF}, 5, 0xFFFFFFFF, ZEK_SWP_IN_ORDER, {5, 0}},
+        {"no number", {5, 3}, 5, 0, ZEK_SWP_SEEN, {5, 3}},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
+        zekSwpSeq seen = r.before;
+        EXPECT_EQ(swpReceive(&seen, r.session, r.seq), r.verdict);
+        EXPECT_EQ(seen.session, r.after.session);
+        EXPECT_EQ(seen.next, r.after.next);
+    }
+}
+
+TEST(swpReceiver, AnswersGoToTheSendersRequestQueue) {
+    bytes m = makeMessage(RP, 7810, CARD, 7941, 14410, 3);
+    headerOf(m)->session = 9;
+    headerOf(m)->swpSeq = 4;
+    ipcHdr a = swpAnswerTo(*headerOf(m));
+    EXPECT_EQ(a.mtype, 402u);
+    EXPECT_EQ(a.length, 60u);
+    EXPECT_EQ(a.session, 9u);
+    EXPECT_EQ(a.swpSeq, 4u);
+    EXPECT_EQ(a.source.card, RP);
+    EXPECT_EQ(a.source.svce, 7809u);
+    EXPECT_EQ(a.target.svce, 7941u);
+    headerOf(m)->target.svce = 0x10002;  // a process number, not a queue of a task
+    EXPECT_EQ(swpAnswerTo(*headerOf(m)).source.svce, 0x10002u);
+}
+
+TEST(swpSender, KeepsTheWindowAndDeliversTheRestAsAnswersCome) {
+    network n(4);
+    for (uint32_t i = 1; i <= 100; i++) ASSERT_EQ(n.enqueue(i), 0);
+    EXPECT_EQ(n.data.size(), 4u);
+    n.settle();
+    n.expectDelivered(1, 100);
+    EXPECT_TRUE(n.queue.backlog.empty());
+    EXPECT_EQ(swpQueueDeadline(n.queue), SWP_NEVER);
+    EXPECT_EQ(n.queue.repeated, 0u);
+}
+
+// One lost message must not cost a time-out for each message behind it.
+TEST(swpSender, ALostMessageCostsOneTimeout) {
+    network n(10);
+    for (uint32_t i = 1; i <= 30; i++) n.enqueue(i);
+    n.data.erase(n.data.begin() + 2);
+    n.settle();
+    n.expectDelivered(1, 2);
+    EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
+    n.settle();
+    n.expectDelivered(1, 30);
+    EXPECT_EQ(n.queue.timeouts, 1u);
+}
+
+TEST(swpSender, AnAnswerReleasesWhatIsBeforeIt) {
+    network n(10);
+    for (uint32_t i = 1; i <= 10; i++) n.enqueue(i);
+    for (size_t i = 0; i < 10; i++) n.receive(i);
+    n.data.clear();
+    n.answer(7);
+    EXPECT_EQ(n.queue.backlog.size(), 2u);
+    EXPECT_EQ(n.queue.acknowledged, 8u);
+    n.answer(3);  // late: releases nothing
+    EXPECT_EQ(n.queue.backlog.size(), 2u);
+}
+
+TEST(swpSender, ImpossibleAnswersChangeNothing) {
+    network n(3);
+    for (uint32_t i = 1; i <= 5; i++) n.enqueue(i);
+    const struct {
+        uint32_t session, seq;
+        int result;
+    } rows[] = {{99, 1, SWP_E_QUEUE},     {0, 1, SWP_E_QUEUE},
+                {100, 4, SWP_E_SEQUENCE},  // not sent yet
+                {100, 5, SWP_E_SEQUENCE}, {100, 0x7FFFFFFF, SWP_E_SEQUENCE},
+                {100, 0, SWP_OK},         {100, 0xFFFFFFFF, SWP_OK}};
+    for (const auto& r : rows) {
+        void* released = nullptr;
+        EXPECT_EQ(swpQueueAnswer(&n.queue, r.session, r.seq, n.now, &released), r.result) << r.seq;
+        EXPECT_EQ(released, nullptr);
+        EXPECT_EQ(n.queue.backlog.size(), 5u);
+    }
+}
+
+TEST(swpSender, APeerThatStaysSilentIsDeadUntilTheFlushAndANewSessionFollows) {
+    network n(10, 3);
+    prints = 0;
+    n.up = false;
+    for (uint32_t i = 1; i <= 5; i++) n.enqueue(i);
+    for (int i = 0; i < 3; i++) {
+        EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
+        EXPECT_TRUE(n.queue.alive);
+    }
+    EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_E_DEAD);
+    EXPECT_FALSE(n.queue.alive);
+    EXPECT_EQ(prints, 1);
+    n.up = true;
+    EXPECT_EQ(swpQueueDeadline(n.queue), SWP_NEVER);
+    EXPECT_EQ(n.enqueue(6), 0);
+    EXPECT_TRUE(n.data.empty()) << "a dead queue sends nothing";
+
+    swpQueueFlush(&n.queue);
+    EXPECT_TRUE(blocks.empty());
+    EXPECT_TRUE(n.queue.alive);
+    EXPECT_EQ(n.queue.flushed, 6u);
+    EXPECT_EQ(n.queue.session, 101u);
+    for (uint32_t i = 7; i <= 9; i++) n.enqueue(i);
+    n.settle();
+    n.expectDelivered(7, 9);
+}
+
+TEST(swpSender, AFullSocketIsTriedAgainAndIsNoLostMessage) {
+    network n(10);
+    n.full = true;
+    n.enqueue(1);
+    n.enqueue(2);
+    for (int i = 0; i < 10; i++) EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
+    n.full = false;
+    EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
+    n.settle();
+    n.expectDelivered(1, 2);
+    EXPECT_EQ(n.queue.repeated, 0u);
+    EXPECT_EQ(n.queue.timeouts, 0u);
+}
+
+TEST(swpSender, TheBacklogIsBounded) {
+    network n;
+    n.up = false;
+    for (uint32_t i = 0; i < SWP_BACKLOG_MAX; i++) ASSERT_EQ(n.enqueue(i), 0);
+    EXPECT_EQ(n.enqueue(1), -1);  // and was still ours to free
+    EXPECT_EQ(n.queue.refused, 1u);
+    void* m = makeData(1);
+    for (size_t length : {size_t{0}, size_t{59}, size_t{65537}})
+        EXPECT_EQ(swpQueueEnqueue(&n.queue, m, length, n.now), -1);
+    freeBlock(m);
+}
+
+// Whatever the network does, what the receiver's user gets in one life of the receiver is what was
+// enqueued, in order and once; and in the end either all of it has arrived or the queue is dead.
+TEST(swpProperty, ExactlyOnceInOrderOrNotAlive) {
+    for (uint32_t seed = 1; seed <= 60; seed++) {
+        SCOPED_TRACE(seed);
+        std::mt19937 engine(seed);
+        auto random = [&engine] { return static_cast<uint32_t>(engine()); };
+        auto chance = [&random](uint32_t percent) { return random() % 100 < percent; };
+        uint32_t loss = random() % 40, restarts = seed % 3 == 0 ? 1 : 0;
+        network n(1 + random() % 12, 8);
+        uint32_t next = 0, sessionStart = 1, flushes = 0;
+        auto check = [&] {
+            for (size_t i = 1; i < n.delivered.size(); i++)
+                ASSERT_LT(n.delivered[i - 1], n.delivered[i]) << "twice, or out of order";
+        };
+        for (int step = 0; step < 3000; step++) {
+            uint32_t what = random() % 100;
+            if (what < 20) {
+                n.enqueue(++next);
+            } else if (what < 55 && !n.data.empty()) {
+                size_t at = chance(30) ? random() % n.data.size() : 0;
+                if (!chance(loss)) n.receive(at);
+                if (!chance(15)) n.data.erase(n.data.begin() + static_cast<long>(at));
+            } else if (what < 90 && !n.answers.empty()) {
+                size_t at = chance(30) ? random() % n.answers.size() : 0;
+                if (!chance(loss)) n.answer(at);
+                if (!chance(15)) n.answers.erase(n.answers.begin() + static_cast<long>(at));
+            } else if (what < 96) {
+                n.full = chance(10);
+                n.tick(random() % 300);
+            } else if (restarts != 0 && chance(2)) {
+                n.seen = {};
+                check();
+                n.delivered.clear();
+            }
+            if (!n.queue.alive && chance(30)) {
+                swpQueueFlush(&n.queue);
+                sessionStart = next + 1;
+                flushes++;
+            }
+        }
+        check();
+        // Calm: nothing is lost any more. What is still on its way arrives last of all.
+        n.full = false;
+        for (int i = 0; i < 50 && !n.queue.backlog.empty() && n.queue.alive; i++) {
+            n.settle();
+            n.tick(SWP_TIMEOUT_MS);
+        }
+        n.settle();
+        check();
+        const swpQueue& q = n.queue;
+        EXPECT_EQ(q.enqueued, q.acknowledged + q.flushed + q.backlog.size());
+        if (!q.alive) {
+            EXPECT_NE(restarts, 0u) << "dead although the receiver answers";
+            continue;
+        }
+        EXPECT_TRUE(q.backlog.empty());
+        if (restarts != 0) continue;
+        // With one receiver throughout, nothing of the last session is missing.
+        auto first =
+            std::ranges::find_if(n.delivered, [&](uint32_t id) { return id >= sessionStart; });
+        EXPECT_EQ(n.delivered.end() - first, next - sessionStart + 1) << flushes << " flushes";
+    }
+    EXPECT_TRUE(blocks.empty()) << "messages were neither released nor freed";
+}
+
+class swpHandles : public taskTest {
+  protected:
+    endpoint peer{run.path, CARD, 7937 + 4};
+    zekSwpHandle queue = ZEK_SWP_NONE;
+    swpHandles() {
+        chassisCard card{};
+        card.slot = 1;
+        card.address = CARD;
+        hostConf().chassis.cards = {card};
+        hostConf().chassis.tasks = {{APP_RTM, 0, RP}};
+        queue = agentQueue(1, 90);
+    }
+    static zekSwpHandle agentQueue(uint32_t slot, uint32_t repeats) {
+        return zekSwpQueueCreate_p(0, 10, repeats, APP_ACL, 0, 0, APP_ACL_AGENT, slot, takeBlock,
+                                   freeBlock, print);
+    }
+    int enqueue(uint32_t id) { return zekSwpEnqueue(queue, makeData(id), 64); }
+    // The task's loop: waits for one message on the timer or the request queue and handles it.
+    int serveOne() {
+        zekFdSet set = requestSet();
+        set.set(static_cast<size_t>(Key_getSocketFd(Key_getTmrQueue(key))));
+        if (zekSelect(ZEK_FD_MAX, &set, 10000) <= 0) return -1;
+        bytes m(IPC_BUFFER_SIZE);
+        for (zekQueue q : {Key_getTmrQueue(key), Key_getReqQueue(key)}) {
+            if (zekIpcRecv(q, m.data(), m.size(), 0) <= 0) continue;
+            if (headerOf(m)->mtype == MT_SWP_TIMEOUT) return zekSwpTimeout(m.data());
+            void* released = nullptr;
+            int error = zekSwpDequeue(m.data(), &released);
+            if (released != nullptr) freeBlock(released);
+            return error;
+        }
+        return 0;
+    }
+};
+
+TEST_F(swpHandles, LayoutAndUnknownPeers) {
+    EXPECT_EQ(queue >> 25, 2u);
+    EXPECT_GE(queue & 0x1FFFFFF, 1u);
+    EXPECT_LE(queue & 0x1FFFFFF, 0x3FFFu);
+    zekSwpHandle rtm =
+        zekSwpQueueCreate_p(5, 10, APP_ACL, key, APP_RTM, takeBlock, freeBlock, print);
+    EXPECT_NE(rtm, ZEK_SWP_NONE);
+    EXPECT_EQ(rtm >> 25, 0u);
+    EXPECT_EQ(zekSwpQueueCreate_p(5, 10, APP_ACL, key, APP_IGMP, takeBlock, freeBlock, print),
+              ZEK_SWP_NONE);
+    EXPECT_EQ(agentQueue(2, 90), ZEK_SWP_NONE);
+    EXPECT_EQ(agentQueue(20, 90), ZEK_SWP_NONE);
+    char own[32], to[32];
+    EXPECT_EQ(zekSwpGetTaskNamesFromQHandle(queue, own, to, sizeof(own)), 0);
+    EXPECT_STREQ(to, "ACL_AGENT");
+}
+
+TEST_F(swpHandles, ARemovedQueueIsUnknownAndItsMessagesAreFreed) {
+    for (uint32_t i = 1; i <= 20; i++) ASSERT_EQ(enqueue(i), 0);
+    EXPECT_FALSE(zekSwpIsQueueEmpty(queue));
+    zekSwpQueueRemove(queue);
+    EXPECT_TRUE(blocks.empty());
+    EXPECT_TRUE(zekSwpIsQueueEmpty(queue));
+    EXPECT_TRUE(zekSwpIsQueueAlive(queue));
+    void* m = makeData(1);
+    EXPECT_EQ(zekSwpEnqueue(queue, m, 64), -1);
+    freeBlock(m);
+    char name[8];
+    EXPECT_EQ(zekSwpGetTaskNamesFromQHandle(queue, name, name, sizeof(name)), -1);
+}
+
+TEST_F(swpHandles, MessagesReachThePeerOnceAndItsAnswersEmptyTheQueue) {
+    constexpr uint32_t count = 200;  // far more than the socket takes at once
+    for (uint32_t i = 1; i <= count; i++) ASSERT_EQ(enqueue(i), 0);
+    zekSwpSeq seen{};
+    std::vector<uint32_t> got;
+    while (!zekSwpIsQueueEmpty(queue)) {
+        for (bytes m; peer.recv(&m) > 0;)
+            if (zekEndpointSwpAck(peer.e, m.data(), &seen) == ZEK_SWP_IN_ORDER)
+                got.push_back(headerOf(m)->sequence);
+        ASSERT_EQ(serveOne(), 0);
+    }
+    ASSERT_EQ(got.size(), count);
+    for (uint32_t i = 0; i < count; i++) ASSERT_EQ(got[i], i + 1);
+    EXPECT_TRUE(blocks.empty());
+    zekSwpStats stats[2];
+    ASSERT_EQ(zekSwpStatistics(stats), 1u);
+    EXPECT_EQ(stats[0].acknowledged, count);
+    EXPECT_EQ(stats[0].slot, 1u);
+}
+
+TEST_F(swpHandles, TheTimerRepeatsUntilTheQueueIsDead) {
+    zekSwpQueueRemove(queue);
+    queue = agentQueue(1, 1);
+    ASSERT_EQ(enqueue(1), 0);
+    int error = SWP_OK;
+    for (int i = 0; i < 20 && error == SWP_OK; i++) error = serveOne();
+    EXPECT_EQ(error, SWP_E_DEAD);
+    EXPECT_STREQ(zekSwpGetErr(error), "SWP peer does not answer");
+    EXPECT_FALSE(zekSwpIsQueueAlive(queue));
+    EXPECT_EQ(peer.drain().size(), 2u);
+    zekSwpQueueFlush(queue);
+    EXPECT_TRUE(zekSwpIsQueueAlive(queue));
+    EXPECT_TRUE(blocks.empty());
+}
+
+TEST_F(swpHandles, ForgedAnswersAndTimeoutsDoNothing) {
+    ASSERT_EQ(enqueue(1), 0);
+    bytes data;
+    ASSERT_EQ(peer.recv(&data), 64);
+    ipcHdr honest = swpAnswerTo(*headerOf(data));
+    auto expect = [&](const char* what, auto change, int result) {
+        SCOPED_TRACE(what);
+        ipcHdr forged = honest;
+        change(forged);
+        void* released = nullptr;
+        EXPECT_EQ(zekSwpDequeue(&forged, &released), result);
+        EXPECT_EQ(released, nullptr);
+        EXPECT_FALSE(zekSwpIsQueueEmpty(queue));
+    };
+    expect(
+        "another card", [](ipcHdr& h) { h.target.card = RP; }, SWP_E_QUEUE);
+    expect(
+        "another service", [](ipcHdr& h) { h.target.svce = 7937 + 8; }, SWP_E_QUEUE);
+    expect(
+        "another session", [](ipcHdr& h) { h.session = h.session + 1; }, SWP_E_QUEUE);
+    expect(
+        "a number never sent", [](ipcHdr& h) { h.swpSeq = 2; }, SWP_E_SEQUENCE);
+    expect(
+        "a length that lies", [](ipcHdr& h) { h.length = 0xFFFFFFFF; }, SWP_E_MESSAGE);
+    expect(
+        "another type", [](ipcHdr& h) { h.mtype = 401; }, SWP_E_MESSAGE);
+    EXPECT_EQ(zekSwpTimeout(&honest), SWP_E_MESSAGE);
+
+    // A time-out that somebody sends is not even delivered.
+    bytes timeout = request(queue, MT_SWP_TIMEOUT, 60);
+    endpoint client(run.path, RP, CLIENT_PORT);
+    ASSERT_EQ(client.send(timeout), zekSendResult::sent);
+    EXPECT_EQ(select(0), 0);
+    EXPECT_EQ(zekIpcStatistics().malformed, 1u);
+
+    void* released = nullptr;
+    EXPECT_EQ(zekSwpDequeue(&honest, &released), SWP_OK);
+    ASSERT_NE(released, nullptr);
+    freeBlock(released);
+    EXPECT_TRUE(zekSwpIsQueueEmpty(queue));
+}
+
+TEST_F(swpHandles, TheTaskAnswersWhatItReceivesAndRepeatsTheAnswer) {
+    bytes m = makeMessage(CARD, 7937 + 4, RP, OWN_REQUESTS, 14403, 1);
+    zekSwpSeq seen{};
+    const zekQueue own = Key_getReqQueue(key);
+    EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), ZEK_SWP_IN_ORDER) << "outside SWP";
+    bytes got;
+    EXPECT_EQ(peer.recv(&got), 0);
+    headerOf(m)->session = 5;
+    headerOf(m)->swpSeq = 1;
+    for (int verdict : {ZEK_SWP_IN_ORDER, ZEK_SWP_SEEN}) {
+        EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), verdict);
+        ASSERT_EQ(peer.recv(&got), 60);
+        EXPECT_EQ(headerOf(got)->mtype, MT_SWP_ACK);
+    }
+    headerOf(m)->swpSeq = 3;
+    EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), SWP_GAP);
+    EXPECT_EQ(peer.recv(&got), 0);
+}
+
+}  // namespace
