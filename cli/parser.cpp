@@ -128,7 +128,7 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->firstColumn = 0;
     command->seqColumn = NO_COLUMN;
     command->kind = 0;
-    command->name = {};
+    command->name = "";
     command->text.clear();
     command->log = command->monitor = 0;
     static const ipEntryBlock blank[] = {entryBlank(IP_KIND_NONE), entryBlank(IP_KIND_STANDARD),
