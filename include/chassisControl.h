@@ -27,9 +27,9 @@ WIRE_AT(chassisControlReq, command, 60);
 // byte 204 to the length in the header.
 constexpr size_t CHASSIS_TEXT_OFFSET = 204;
 enum chassisStatus : uint32_t {
-    CHASSIS_OK = 0,      // an event: everyone who was told has answered
-    CHASSIS_NOBODY = 1,  // nobody is there to be told
-    CHASSIS_SILENT = 2,  // someone has not answered in time
+    CHASSIS_OK = 0,      // an event: the manager has taken notice
+    CHASSIS_NOBODY = 1,  // an event: no manager is there to be told
+    CHASSIS_SILENT = 2,  // an event: the manager has not answered in time
     CHASSIS_BAD = 3,     // unknown command, slot or route processor
     CHASSIS_FAILED = 4,  // the run folder cannot be written
 };

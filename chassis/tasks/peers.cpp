@@ -39,10 +39,7 @@ void evhHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
         return;
     }
     eventSubscription wanted{*event, hdr->target.card, hdr->target.svce};
-    auto same = [&wanted](const eventSubscription& s) {
-        return s.event == wanted.event && s.card == wanted.card && s.svce == wanted.svce;
-    };
-    if (std::ranges::any_of(peer.subscriptions, same)) return;
+    if (std::ranges::find(peer.subscriptions, wanted) != peer.subscriptions.end()) return;
     if (peer.subscriptions.size() < SUBSCRIPTIONS_MAX)
         peer.subscriptions.push_back(wanted);
     else

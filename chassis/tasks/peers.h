@@ -22,6 +22,7 @@ struct peerKind {
 
 struct eventSubscription {
     uint32_t event, card, svce;  // who is told
+    bool operator==(const eventSubscription&) const = default;
 };
 
 struct chassisPeer {
