@@ -26,7 +26,7 @@
 namespace {
 
 constexpr int RETRIES = 3;
-constexpr int NOTIFY_TIMEOUT_MS = 10000;  // for the task to take a notification, and to answer it
+constexpr int NOTIFY_TIMEOUT_MS = 10000;  // for the task to take a notification
 constexpr uint32_t END_RETRY_S = 1;
 constexpr size_t REPORT_LINE_MAX = 2048;          // bytes of a child's line that are logged
 constexpr const char* SHELL_TIMEOUT_S = "86400";  // a slow answer is no reason to lose a line
@@ -76,8 +76,8 @@ struct notifier {
     notifier& operator=(const notifier&) = delete;
 };
 
-// Sends one notification and waits for its answer, so that the task has seen it before the next
-// step. A task that does not answer is logged and not waited for any longer.
+// Sends one notification. Plain messages of this type are not answered; the request queue keeps the
+// order, so the task sees it before whatever is sent later.
 void notify(notifier& n, uint32_t type) {
     if (n.endpoint == nullptr) return;
     ipcHdr hdr{};
@@ -88,22 +88,8 @@ void notify(notifier& n, uint32_t type) {
     hdr.target.svce = n.port;
     hdr.source.card = n.address;
     hdr.source.svce = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
-    bool answered = false;
-    if (zekEndpointSend(n.endpoint, &hdr, sizeof hdr, NOTIFY_TIMEOUT_MS) == zekSendResult::sent) {
-        uint64_t until = hostNowMs() + NOTIFY_TIMEOUT_MS;
-        std::vector<uint8_t> message;
-        for (uint64_t now; !answered && (now = hostNowMs()) < until;) {
-            zekSender sender;
-            int got = zekEndpointRecv(n.endpoint, &message, IPC_TRANSPORT_MAX,
-                                      static_cast<int>(until - now), &sender);
-            if (got == -1) break;
-            const auto* answer =
-                got > 0 ? wireView<ipcHdr>(std::span<const uint8_t>(message)) : nullptr;
-            answered = answer != nullptr && answer->mtype == type && answer->sequence == n.sequence;
-        }
-    }
-    if (!answered)
-        logLine("configuration manager: the task did not answer notification " +
+    if (zekEndpointSend(n.endpoint, &hdr, sizeof hdr, NOTIFY_TIMEOUT_MS) != zekSendResult::sent)
+        logLine("configuration manager: the task did not take notification " +
                 std::to_string(type));
 }
 

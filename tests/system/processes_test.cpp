@@ -69,7 +69,7 @@ TEST(Processes, AShellWithoutAManagerSaysSo) {
     result = chassis.shell({"--timeout", "1", "-c", "show ip access-lists"});
     kill(chassis.manager.pid, SIGCONT);
     EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("no answer"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("No answer"), std::string::npos) << result.err;
 }
 
 // Bytes that no neighbour would send: counted, answered where they can be, survived.
