@@ -1,0 +1,165 @@
+// Content keys byte by byte, what counts as the same rule, and the trees' upkeep.
+#include "tests/support/ipaclTest.h"
+
+namespace {
+
+const listName A = listNameMake("A");
+
+std::vector<uint8_t> keyOf(const ipEntryBlock& block) {
+    uint8_t key[DUP_KEY_MAX];
+    std::memset(key, 0xEE, sizeof key);
+    uint32_t length = ipAccessDupEntGenerateKey(block, key);
+    EXPECT_TRUE(std::all_of(key + length, key + DUP_KEY_MAX, [](uint8_t b) { return b == 0; }));
+    return {key, key + length};
+}
+
+// A block whose every byte is its own offset: a key then tells where each of its bytes came from.
+ipEntryBlock offsets(uint32_t kind, uint8_t protocol) {
+    ipEntryBlock block;
+    auto* bytes = reinterpret_cast<uint8_t*>(&block);
+    for (size_t i = 0; i < sizeof block; i++) bytes[i] = static_cast<uint8_t>(i);
+    block.kind = kind;
+    block.protocol = protocol;
+    return block;
+}
+
+TEST(DupKey, TakesItsBytesFromTheseOffsets) {
+    typedef std::vector<uint8_t> bytes;
+    struct {
+        const char* what;
+        uint32_t kind;
+        uint8_t protocol;
+        bytes key;
+    } cases[] = {
+        {"standard", 1, 6, {23, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152}},
+        {"neither kind", 0, 6, {23, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152}},
+        {"tcp", 2, 6, {23, 24, 25, 26, 27, 28,  29,  30,  31,  71,  151, 152, 32,  33,  34,  35,
+                       36, 37, 38, 39, 6,  144, 136, 137, 138, 139, 140, 141, 142, 143, 131, 135}},
+        {"any protocol", 2, 4, {23,  24,  25,  26,  27,  28,  29,  30,  31,  71, 151,
+                                152, 32,  33,  34,  35,  36,  37,  38,  39,  4,  144,
+                                136, 137, 138, 139, 140, 141, 142, 143, 131, 135}},
+        {"icmp", 2, 1, {23, 24, 25, 26, 27, 28,  29,  30,  31,  71, 151, 152, 32, 33, 34, 35,
+                        36, 37, 38, 39, 1,  128, 129, 130, 131, 0,  0,   0,   0,  0,  0,  0}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(keyOf(offsets(c.kind, c.protocol)), c.key);
+    }
+}
+
+TEST_F(IpAcl, TheSameRuleIsCoarserThanTheWholeBlock) {
+    rule tcp = extended(IP_DENY, IP_PROTO_TCP).toPort(PORT_EQ, 23);
+    rule icmp = extended(IP_DENY, IP_PROTO_ICMP);
+    rule any = standard(IP_PERMIT, 0, 0);
+    auto set = [](auto change) { return change; };
+    struct {
+        const char* what;
+        rule first, second;
+        bool same;
+    } cases[] = {
+        {"precedence", tcp, tcp.with(set([](rule& b) { b.precedence = 2; })), true},
+        {"tos", tcp, tcp.with(set([](rule& b) { b.tos = 2; })), true},
+        {"counters", tcp, tcp.with(set([](rule& b) { b.counterOptions = IP_BYTES; })), true},
+        {"owner", tcp, tcp.with(set([](rule& b) { b.owner = 9; })), true},
+        {"protocol marker", tcp, tcp.with(set([](rule& b) { b.protoMarker = 1; })), true},
+        {"destination of a standard entry", any, any.to(ip(10, 0, 0, 0), HOST), true},
+        {"ports of an icmp entry", icmp, icmp.toPort(PORT_EQ, 7), true},
+        {"order, low byte alike", any, any.with(set([](rule& b) { b.order = 511; })), true},
+        {"order", any, any.with(set([](rule& b) { b.order = 3; })), false},
+        {"action", tcp, tcp.with(set([](rule& b) { b.action = IP_PERMIT; })), false},
+        {"source", any, any.from(ip(1, 0, 0, 0), 0), false},
+        {"source mask", any, any.from(0, 1), false},
+        {"destination", tcp, tcp.to(1, 0), false},
+        {"protocol", tcp, tcp.with(set([](rule& b) { b.protocol = IP_PROTO_UDP; })), false},
+        {"source operator", tcp, tcp.fromPort(PORT_GT, 0), false},
+        {"destination port", tcp, tcp.toPort(PORT_EQ, 24), false},
+        {"flags", tcp, tcp.with(set([](rule& b) { b.tcpFlags = TCP_SYN; })), false},
+        {"icmp type", icmp, icmp.with(set([](rule& b) { b.icmp.type = 8; })), false},
+        {"fragments", any, any.with(set([](rule& b) { b.fragments = 1; })), false},
+        {"dscp", any, any.with(set([](rule& b) { b.dscp = 46; })), false},
+    };
+    create("A", IP_KIND_EXTENDED);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_EQ(add("A", c.first.at(1)), 0u);
+        EXPECT_EQ(add("A", c.second.at(2)), c.same ? ACL_E_ENTRY_EXISTS : ACL_OK);
+        // A delete by content means the same rule too.
+        EXPECT_EQ(del("A", c.second), 0u);
+        EXPECT_EQ(del("A", c.first), c.same ? ACL_E_NOENTRY : ACL_OK);
+    }
+}
+
+class L2L3 : public IpAcl {
+  protected:
+    static rule frame(uint32_t etherType, uint32_t vlan) {
+        return extended(IP_DENY, 0).with([=](rule& b) { b.etherType = etherType, b.vlan = vlan; });
+    }
+    static rule arp() {
+        return extended(IP_DENY, IP_PROTO_ANY).with([](rule& b) { b.arpMarker = 1; });
+    }
+};
+
+TEST_F(L2L3, EntriesAreComparedWhole) {
+    aclList* list = create("A", IP_KIND_EXTENDED);
+    EXPECT_EQ(add("A", frame(0x800, 1)), 0u);
+    EXPECT_EQ(add("A", frame(0x800, 2)), 0u) << "no field outside the content key may be lost";
+    EXPECT_EQ(add("A", arp()), 0u) << "an ARP entry without an ether-type is one as well";
+    EXPECT_EQ(add("A", extended(IP_DENY, IP_PROTO_ANY)), 0u)
+        << "an IP entry with the key of an ARP entry is not its duplicate";
+    EXPECT_EQ(zekRadixCount(list->seqTree), 4u);
+    EXPECT_EQ(zekRadixCount(list->contentTree), 1u);
+    EXPECT_EQ(add("A", frame(0x800, 2)), ACL_E_ENTRY_EXISTS);
+    EXPECT_EQ(add("A", frame(0x806, 2).at(10)), ACL_E_SEQ_USED);
+    EXPECT_EQ(del("A", frame(0x800, 3)), ACL_E_NOENTRY);
+    EXPECT_EQ(del("A", frame(0x800, 1)), 0u);
+    EXPECT_EQ(del("A", arp().at(15)), 0u);
+    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{10, 20}));
+}
+
+TEST_F(L2L3, ABlockConfigurationSkipsTheWalkForAddsOnly) {
+    aclList* list = create("A", IP_KIND_EXTENDED);
+    node.cfgNotifStart = 1;
+    EXPECT_EQ(add("A", frame(0x800, 1)), 0u);
+    EXPECT_EQ(add("A", frame(0x800, 1)), 0u);
+    EXPECT_EQ(add("A", frame(0x800, 1).at(5)), ACL_E_SEQ_USED)
+        << "numbers are checked all the same";
+    EXPECT_EQ(del("A", frame(0x800, 1)), 0u);
+    EXPECT_EQ(numbers(list), std::vector<uint32_t>{10});
+    node.cfgNotifStart = 0;
+    EXPECT_EQ(add("A", frame(0x800, 1)), ACL_E_ENTRY_EXISTS);
+}
+
+TEST_F(IpAcl, DupTreeOrdersKeysAndFreesItsNodes) {
+    zekRadix* tree = aclDupEntCheckTreeCreate(A);
+    int records[3];
+    const char* keys[] = {"abc", "ab", "b"};
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(aclDupEntCheckNodeInsert(tree, &records[i], keys[i],
+                                           static_cast<uint32_t>(strlen(keys[i]))),
+                  0);
+    testTake();
+    EXPECT_EQ(aclDupEntCheckNodeInsert(tree, records, "ab", 2), -1) << "a key is there once";
+    EXPECT_EQ(testTake().size(), 1u);
+    auto next = [&](const char* key) {
+        return aclDupEntCheckFindNext(tree, key, static_cast<uint32_t>(strlen(key)));
+    };
+    EXPECT_EQ(aclDupNodeRecord(aclDupEntCheckFindFirst(tree)), &records[1]);
+    EXPECT_EQ(aclDupNodeRecord(next("ab")), &records[0]);
+    EXPECT_EQ(aclDupNodeRecord(next("abd")), &records[2]);
+    EXPECT_EQ(next("b"), nullptr);
+    EXPECT_EQ(aclDupEntCheckFind(tree, "a", 1), nullptr);
+    EXPECT_EQ(aclDupEntCheckRemoveAllNodes(tree), 0);
+    EXPECT_EQ(aclDupEntCheckFindFirst(tree), nullptr);
+    aclDupEntCheckTreeDelete(tree);
+    aclDupEntCheckTreeDelete(nullptr);
+}
+
+TEST_F(IpAcl, AListThatLostATreeStopsTheManager) {
+    aclList* list = create("A");
+    zekRadix* tree = std::exchange(list->contentTree, nullptr);
+    EXPECT_DEATH(add("A", standard(IP_PERMIT, 0, 0)), "");
+    EXPECT_DEATH(del("A", standard(IP_PERMIT, 0, 0)), "");
+    list->contentTree = tree;
+}
+
+}  // namespace
