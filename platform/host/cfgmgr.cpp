@@ -55,9 +55,6 @@ void logLine(const std::string& text) {
 std::string fileOfRp(const cfgMgrPlace& place, const char* what) {
     return place.runDir + "/" + what + "-rp" + std::to_string(place.rp) + ".cfg";
 }
-std::string startupFile(const cfgMgrPlace& place) {
-    return place.runDir + "/startup-config";
-}
 
 // ---- Notifications to the task.
 struct notifier {
@@ -250,13 +247,17 @@ zekCfgDb* openTaskDb() {
 
 }  // namespace
 
+std::string cfgMgrStartupFile(const std::string& runDir) {
+    return runDir + "/startup-config";
+}
+
 int cfgMgrPrepare(zekCfgDb* db, const cfgMgrPlace& place, bool cold, cfgMgrSource* source) {
     bool hasPrevious = false;
     *source = cfgMgrSource::none;
     if (cfgDbRestoreBegin(db, cold, &hasPrevious) != 0) return -1;
     if (hasPrevious)
         *source = cfgMgrSource::previous;
-    else if (access(startupFile(place).c_str(), F_OK) == 0)
+    else if (access(cfgMgrStartupFile(place.runDir).c_str(), F_OK) == 0)
         *source = cfgMgrSource::startup;
     return *source == cfgMgrSource::none ? cfgDbRestoreEnd(db) : 0;
 }
@@ -266,7 +267,7 @@ bool cfgMgrRestore(zekCfgDb* db, const cfgMgrPlace& place, cfgMgrSource source) 
     notify(task, MT_CFG_START_BLK_CFG_NOTIF);
     replay result = replay::whole;
     bool previous = source == cfgMgrSource::previous;
-    std::string file = previous ? fileOfRp(place, "restore") : startupFile(place);
+    std::string file = previous ? fileOfRp(place, "restore") : cfgMgrStartupFile(place.runDir);
     if (source != cfgMgrSource::none) {
         hostHoldRequests(-1);
         if (previous && !writePrevious(db, file)) {

@@ -17,6 +17,10 @@ struct cfgMgrPlace {
     uint32_t address;  // of the task
 };
 
+// What `write memory` saves and a manager without a running configuration starts with. The route
+// processors of a chassis share it.
+std::string cfgMgrStartupFile(const std::string& runDir);
+
 enum class cfgMgrSource { none, previous, startup };
 
 // Readies a database that has just been opened for what follows: puts the lines of the last run

@@ -1,4 +1,6 @@
 // The functions of the debug shell: the register, and those that the platform has itself.
+#include <cerrno>
+#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -6,6 +8,7 @@
 #include "platform/api/zekMem.h"
 #include "platform/api/zekSwp.h"
 #include "platform/api/zekTask.h"
+#include "platform/host/cfgmgr.h"
 #include "platform/host/host.h"
 
 namespace {
@@ -91,6 +94,15 @@ std::string showMemory(std::string_view) {
          {"heap", {{"blocks", heap.blocks}, {"bytes", heap.bytes}, {"failed", heap.failed}}}});
 }
 
+std::string writeMemory(std::string_view) {
+    std::string file = cfgMgrStartupFile(hostConf().runDir);
+    zekCfgDb* db = zekCfgOfTask();
+    if (db == nullptr || zekCfgWriteStartup(db, file.c_str()) != 0)
+        return text({{"error", "The startup configuration cannot be written: " + file + ": " +
+                                   std::strerror(errno)}});
+    return text({{"written", file}});
+}
+
 std::string showHelp(std::string_view) {
     std::string out;
     for (const auto& [name, f] : functions()) out += name + "  " + f.help + "\n";
@@ -104,6 +116,7 @@ std::map<std::string, debugFunction, std::less<>>& functions() {
         {"logging", {"system errors and log lines, oldest first (JSON)", showLogging}},
         {"memory", {"block classes and heap (JSON)", showMemory}},
         {"queues", {"queues to other tasks (JSON)", showQueues}},
+        {"write-memory", {"saves the running configuration (JSON)", writeMemory}},
         {"trace", {"debug text, oldest first (JSON)", showTrace}},
     };
     return all;
