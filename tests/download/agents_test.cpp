@@ -1,0 +1,266 @@
+// Agents that register, and cards that go down.
+#include "tests/download/fixture.h"
+
+namespace {
+
+constexpr uint32_t CARD_5 = AGENT_CARD + 5;
+constexpr char NOT_KNOWN[] =
+    "syserr 0x5000b An aclAgent tried to register : Got an errorfrom zek_tmeGetPeerIpAddrByName";
+constexpr char CP_NOT_KNOWN[] =
+    "syserr 0x5000b AclAgent on CP tried to register : Got anerror from "
+    "zek_tmeGetPeerIpAddrByName";
+
+}  // namespace
+
+struct Agents : DownloadTest {
+    void SetUp() override {
+        DownloadTest::SetUp();
+        testHost.addresses[{62, 5}] = CARD_5;
+        testHost.addresses[{100, 0}] = 0x7F010064;
+    }
+    bytes registration(uint32_t slot, uint32_t address, size_t size = 88, uint32_t subCode = 0) {
+        bytes m = message(14403, size);
+        put32(m, 16, subCode);
+        put32(m, 36, slot);
+        put32(m, 40, address);
+        for (uint32_t i = 0; i < 6 && size == 88; i++) put32(m, 64 + 4 * i, i == 0 ? 1 : 10 + i);
+        return m;
+    }
+    // Everything that the message set off, in order and in short.
+    texts deliverAll(const bytes& m) {
+        std::memcpy(received, m.data(), m.size());
+        aclTakeMessage(aclNode, received, m.size());
+        texts rows;
+        for (testRow& row : testTakeRows())
+            rows.push_back(row.text.substr(0, row.text.find(" length")));
+        return rows;
+    }
+    std::string handle(zekSwpHandle h) { return std::to_string(h); }
+};
+
+TEST_F(Agents, ARegistrationFillsTheRecordAndIsFollowedByTheReplayInOrder) {
+    aclNode->ramDataSync = 1;
+    uint32_t transId = aclMgrTransId;
+    bytes request = registration(5, CARD_5);
+    std::memcpy(received, request.data(), request.size());
+    aclTakeMessage(aclNode, received, request.size());
+    std::vector<testRow> rows = testTakeRows();
+    const aclLinecard& card = aclLinecardInfo[5];
+    texts got;
+    for (const testRow& row : rows) got.push_back(row.text.substr(0, row.text.find(" length")));
+    ASSERT_GE(got.size(), 6u);
+    EXPECT_EQ(texts(got.begin(), got.begin() + 6),
+              (texts{"swpqueue 62 slot 5 is " + handle(card.aclAgent),
+                     "swpqueue 148 slot 5 is " + handle(card.macAgent),
+                     "send 14403 to " + std::to_string(CLIENT_SERVICE), "peer 14523 to 7809",
+                     "send 14408 to 12801", "swp " + handle(card.aclAgent) + " 14413"}));
+    EXPECT_EQ(card.isUp, 1u);
+    EXPECT_EQ(card.isVortan, 11u);
+    EXPECT_EQ(card.isIpv6Enabled, 12u);
+    EXPECT_EQ(card.word5, 13u);
+    EXPECT_EQ(card.v6EgAclSupported, 14u);
+    EXPECT_EQ(card.type, 15u);
+    EXPECT_EQ(card.agentIpAddr, CARD_5);
+
+    bytes want(64);
+    put32(want, 8, 64);
+    put32(want, 12, 14408);
+    put32(want, 32, transId + 2);  // the peer's message had the number before
+    put32(want, 40, OWN_CARD);
+    put32(want, 44, 7810);
+    put32(want, 52, 0x7F010064);
+    put32(want, 56, 12801);
+    put32(want, 60, 5);
+    EXPECT_EQ(rows[4].bytes, want);
+    EXPECT_EQ(rows[5].bytes, messageBytes(14413, 5, 0,
+                                          headerBytes({.name = "Global Acl",
+                                                       .count = 0,
+                                                       .kind = 2,
+                                                       .ifindex = 0x4C040000,
+                                                       .runCount = 0})));
+
+    // Again: the answer, and nothing else.
+    EXPECT_EQ(deliverAll(registration(5, CARD_5)),
+              texts{"send 14403 to " + std::to_string(CLIENT_SERVICE)});
+}
+
+TEST_F(Agents, TheAddressIsAskedForThirtyTimesAFifthOfASecondApart) {
+    testHost.addresses.erase({62, 5});
+    testFail(TEST_ADDRESS, 1000, 1);
+    EXPECT_EQ(deliverAll(registration(5, CARD_5)), texts{NOT_KNOWN});
+    EXPECT_EQ(testUses(TEST_ADDRESS), 30u);
+    EXPECT_EQ(testHost.ticks, 29u * 20);
+    EXPECT_EQ(aclLinecardInfo[5].isUp, 0u);
+    EXPECT_EQ(aclLinecardInfo[5].agentIpAddr, ADDRESS_UNKNOWN);
+    // 0 is no address either; known at the last query is in time.
+    testHost.addresses[{62, 5}] = 0;
+    EXPECT_EQ(deliverAll(registration(5, 0)), texts{NOT_KNOWN});
+    testHost.addresses[{62, 5}] = CARD_5;
+    testFail(TEST_ADDRESS, 1, 29);
+    (void)deliverAll(registration(5, CARD_5));
+    EXPECT_EQ(aclLinecardInfo[5].isUp, 1u);
+}
+
+TEST_F(Agents, ARefusedRegistrationLeavesTheSlotDown) {
+    const std::string aclQueue = "swpqueue 62 slot 5", macQueue = "swpqueue 148 slot 5";
+    auto isDown = [] {
+        const aclLinecard& card = aclLinecardInfo[5];
+        return card.isUp == 0 && card.aclAgent == ZEK_SWP_NONE && card.macAgent == ZEK_SWP_NONE &&
+               card.agentIpAddr == ADDRESS_UNKNOWN;
+    };
+    // Only the address that the chassis knows speaks for the slot.
+    EXPECT_EQ(deliverAll(registration(5, CARD_5 + 1)), texts{NOT_KNOWN});
+    EXPECT_TRUE(isDown());
+    testFail(TEST_QUEUE, 1, 1);
+    EXPECT_EQ(
+        deliverAll(registration(5, CARD_5)),
+        (texts{aclQueue + " failed", "syserr 0x50001 Unable to create SWP queue for ACL_AGENT"}));
+    EXPECT_TRUE(isDown());
+    testFail(TEST_QUEUE, 2, 1);
+    texts rows = deliverAll(registration(5, CARD_5));
+    ASSERT_EQ(rows.size(), 4u);
+    EXPECT_EQ(rows[1], macQueue + " failed");
+    EXPECT_EQ(rows[2], "syserr 0x50001 Unable to create SWP queue for MAC_AGENT");
+    EXPECT_TRUE(rows[3].starts_with("swpremove "));
+    EXPECT_TRUE(isDown());
+    // Slots that there are not, and messages that end too early, of every length.
+    for (uint32_t slot : {20u, 63u, 0xFFFFFFFFu})
+        for (uint32_t subCode : {0u, 1129u})
+            EXPECT_TRUE(deliverAll(registration(slot, CARD_5, 88, subCode)).empty());
+    for (size_t size = 60; size < 88; size++)
+        EXPECT_TRUE(deliverAll(registration(5, CARD_5, size)).empty());
+    EXPECT_EQ(aclCounters.truncated, 28u);
+    EXPECT_TRUE(isDown());
+    (void)deliverAll(registration(5, CARD_5));
+    EXPECT_FALSE(isDown());
+}
+
+TEST_F(Agents, AFlushEmptiesWhatWaitsForTheSlot) {
+    const zekSwpHandle acl = aclLinecardInfo[3].aclAgent;
+    ASSERT_EQ(iAclSwpQueueCreate(3, QUEUE_MAC_AGENT), 0);
+    ASSERT_EQ(iAclSwpQueueCreate(5, QUEUE_MAC_AGENT), 0);  // slot 5 has no ACL agent
+    const zekSwpHandle mac = aclLinecardInfo[3].macAgent, lone = aclLinecardInfo[5].macAgent;
+    testTake();
+    const std::string flush = "swpflush ";
+    struct {
+        uint32_t slot;
+        std::set<zekSwpHandle> busy;
+        texts effects;
+    } const rows[] = {
+        {3, {}, {}},
+        {3, {acl}, {flush + handle(acl)}},
+        {3, {mac}, {flush + handle(mac)}},
+        {3, {acl, mac}, {flush + handle(acl), flush + handle(mac)}},
+        {5, {lone}, {}},
+        {6, {}, {}},
+    };
+    for (const auto& row : rows) {
+        testHost.busyQueues = row.busy;
+        EXPECT_EQ(deliverAll(registration(row.slot, CARD_5, 60, 1129)), row.effects);
+    }
+}
+
+TEST_F(Agents, AMacAgentGetsItsQueue) {
+    bytes ask = message(14404);
+    put32(ask, 36, 3);
+    const std::string answer = "send 14404 to " + std::to_string(CLIENT_SERVICE);
+    testFail(TEST_QUEUE, 1, 1);
+    EXPECT_EQ(deliverAll(ask), (texts{"swpqueue 148 slot 3 failed",
+                                      "syserr 0x50001 Unable to create SWP queue for MAC_AGENT"}));
+    texts rows = deliverAll(ask);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(rows[0], "swpqueue 148 slot 3 is " + handle(aclLinecardInfo[3].macAgent));
+    EXPECT_EQ(rows[1], answer);
+    EXPECT_EQ(deliverAll(ask), texts{answer});
+    put32(ask, 36, 20);
+    EXPECT_TRUE(deliverAll(ask).empty());
+}
+
+TEST_F(Agents, ACardThatGoesDownIsForgottenAndMayRegisterAgain) {
+    aclNode->ramDataSync = 1;
+    (void)deliverAll(registration(5, CARD_5));
+    const aclLinecard& card = aclLinecardInfo[5];
+    for (uint32_t event : {0xF0012u, 0xF0013u}) {
+        zekSwpHandle acl = card.aclAgent, mac = card.macAgent;
+        bytes down = message(2009, 72);
+        put32(down, 64, event);
+        put32(down, 68, 5);
+        const std::string answer = "send 2009 to " + std::to_string(CLIENT_SERVICE);
+        EXPECT_EQ(deliverAll(down), (texts{"log EvtHandler reported Line card 5 as down \r\n",
+                                           "swpremove " + handle(acl), "swpremove " + handle(mac),
+                                           "peer 14523 to 7809", answer}));
+        EXPECT_EQ(card.isUp, 0u);
+        EXPECT_EQ(card.aclAgent, ZEK_SWP_NONE);
+        EXPECT_EQ(card.macAgent, ZEK_SWP_NONE);
+        EXPECT_EQ(card.agentIpAddr, ADDRESS_UNKNOWN);
+        for (uint32_t slot : {20u, 0xFFFFFFFFu}) {
+            put32(down, 68, slot);
+            EXPECT_EQ(deliverAll(down),
+                      (texts{"log EvtHandler reported Line card " +
+                                 std::to_string(static_cast<int32_t>(slot)) + " as down \r\n",
+                             answer}));
+        }
+        texts again = deliverAll(registration(5, CARD_5));
+        EXPECT_GT(again.size(), 4u);
+        EXPECT_EQ(card.isUp, 1u);
+    }
+}
+
+TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
+    auto ask = [&](uint32_t supported) {
+        bytes m = message(14401, 64);
+        put32(m, 60, supported);
+        return deliverAll(m);
+    };
+    const std::string answer = "send 14401 to " + std::to_string(CLIENT_SERVICE);
+    ipList made("protect", 1);
+    aclBinding other{}, egress{}, bound{};
+    other.kind = BIND_INTERFACE, other.id = PORT_3_1;
+    egress.kind = BIND_INTERFACE, egress.id = 0x42068000, egress.direction = 1;
+    bound.kind = BIND_INTERFACE, bound.id = 0x42068000, bound.implicitPermit = 6;
+    std::memset(bound.block.b, 0x2D, sizeof bound.block.b);
+    made.list.bindings = &other, other.next = &egress, egress.next = &bound;
+    aclIntfObtain(0x42068000, 0, nullptr)->lists[INTF_V4][INTF_IN] = &made.list;
+
+    EXPECT_EQ(ask(1), texts{CP_NOT_KNOWN});
+    testHost.addresses[{165, 0}] = 0x7F0100C8;
+    testFail(TEST_QUEUE, 1, 1);
+    EXPECT_EQ(ask(1).size(), 2u);  // no answer, and not taken as registered
+    aclNode->supportAclOnCP = 0;
+    texts rows = ask(9);
+    ASSERT_EQ(rows.size(), 3u);
+    EXPECT_EQ(rows[1], answer);
+    EXPECT_EQ(rows[2], "swp " + handle(aclNode->acl0qHandle) + " 14409");
+    EXPECT_EQ(aclNode->supportAclOnCP, 9u);
+    EXPECT_EQ(aclNode->acl0Registered, 1u);
+    EXPECT_EQ(made.list.sendBlock.b[519], 0x2D);
+    EXPECT_EQ(ask(1), texts{answer});
+    EXPECT_EQ(aclNode->supportAclOnCP, 9u);
+}
+
+TEST_F(Agents, WithoutAMacManagerItIsNotTold) {
+    testHost.addresses.erase({100, 0});
+    EXPECT_EQ(aclSendLinecardInfoToMacMgr(3), -1);
+    testHost.addresses[{100, 0}] = ADDRESS_UNKNOWN;
+    EXPECT_EQ(aclSendLinecardInfoToMacMgr(3), -1);
+    EXPECT_TRUE(testTake().empty());
+}
+
+TEST_F(Agents, TheDumpShowsTheCardsThatAreUp) {
+    aclLinecard& card = aclLinecardInfo[4];
+    card = {nullptr, 1, 2, 3, 99, 5, 6, ZEK_SWP_NONE, 8, 0x7F010104, 0xFFFFFFFF};
+    aclLinecardInfo[0].isUp = aclLinecardInfo[3].isUp = 0;
+    std::string text = aclDumpLinecardInfo();
+    EXPECT_TRUE(text.starts_with("aclDumpLinecardInfo "));
+    text.erase(0, text.find(' ', 20) + 1);
+    char head[32];
+    std::snprintf(head, sizeof head, "%p", static_cast<void*>(nullptr));
+    EXPECT_EQ(text,
+              "Dumping ACL_LINECARDDATA_INFO \r\n\r\nFor Linecard 4 : \r\n"
+              "ACL_IFINDEX_IPADD_HEAD = " +
+                  std::string(head) +
+                  "\r\nisUp = 1\r\nisVortan = 2\r\nis IPv6 Enabled = 3\r\n"
+                  "v6EgAclSupported = 5 \r\nacl_linecard_type = 6\r\nmac_agent = -1\r\n"
+                  "acl_agent = 8\r\nagentIpAddr = 7f010104\r\nagent0IpAddr = ffffffff\r\n"
+                  "-----------------------\r\n");
+}

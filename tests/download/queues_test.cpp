@@ -1,0 +1,223 @@
+// Queues: made once, checked before every message, and what happens when a message cannot go.
+#include "tests/download/fixture.h"
+
+using Queues = DownloadTest;
+
+static bool anyHas(const texts& rows, const std::string& part) {
+    for (const std::string& row : rows)
+        if (row.find(part) != std::string::npos) return true;
+    return false;
+}
+
+TEST_F(Queues, EachIsMadeOnceToItsTaskOrReported) {
+    uint32_t attempts = 0;
+    auto ipm = [&](uint32_t service) {
+        auto m = message(14406);
+        reinterpret_cast<ipcHdr*>(m.data())->target.svce = service;
+        return aclIPMSwpQueueCreate(&attempts, m.data());
+    };
+    testHost.addresses[{18, 0}] = 0x7F010012;
+    testHost.addresses[{87, 2}] = 0x7F010057;
+    aclNodeRecord& n = *aclNode;
+    aclLinecard& card6 = aclLinecardInfo[6];
+    struct {
+        const char* name;
+        std::function<int()> create;
+        zekSwpHandle* handle;
+        uint32_t app, slot;
+    } const rows[] = {
+        {"ACL_AGENT", [] { return iAclSwpQueueCreate(6, 1); }, &card6.aclAgent, 62, 6},
+        {"MAC_AGENT", [] { return iAclSwpQueueCreate(6, 0); }, &card6.macAgent, 148, 6},
+        {"ACL0_AGENT", iAclToAcl0SwpQueueCreate, &n.acl0qHandle, 165, 0},
+        {"ACL2", iAclACL2SwpQueueCreate, &n.acl2qHandle, 166, 0},
+        {"SNMP", [&] { return aclSNMPSwpQueueCreate(&attempts); }, &n.aclSNMPqHandle, 18, 0},
+        {"IPM", [&] { return ipm(11137 + 8); }, &n.aclIPMqHandle[2], 87, 2},
+        {"SYSADMTSK", [&] { return aclSYSADMTSKSwpQueueCreate(&attempts); }, &n.aclSYSADMTSKqHandle,
+         33, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        testFail(TEST_QUEUE);
+        EXPECT_EQ(row.create(), -1);
+        EXPECT_EQ(*row.handle, ZEK_SWP_NONE);
+        EXPECT_TRUE(anyHas(
+            testTake(), std::string("syserr 0x50001 Unable to create SWP queue for ") + row.name));
+        testFailNothing();
+        EXPECT_EQ(row.create(), 0);
+        EXPECT_EQ(testHost.queues[*row.handle], (std::pair{row.app, row.slot}));
+        testTake();
+        zekSwpHandle before = *row.handle;
+        EXPECT_EQ(row.create(), 0);
+        EXPECT_EQ(*row.handle, before);
+        EXPECT_TRUE(testTake().empty());
+        EXPECT_EQ(attempts, 0u);
+    }
+    EXPECT_EQ(n.snmptargetcard, 0x7F010012u);
+    EXPECT_EQ(n.ipmtargetcard[2], 0x7F010057u);
+    EXPECT_EQ(n.ipmtargetcard[0], ADDRESS_UNKNOWN);
+    testFail(TEST_QUEUE);
+    EXPECT_EQ(ipm(11137), -1);
+    EXPECT_EQ(ipm(11137), -1);
+    EXPECT_EQ(attempts, 2u);
+    // Instances and slots that there are not.
+    EXPECT_EQ(ipm(11137 + 12), -1);
+    EXPECT_EQ(ipm(0xFFFFFFFF), -1);
+    EXPECT_EQ(iAclSwpQueueCreate(20, 1), -1);
+    EXPECT_EQ(iAclSwpQueueCreate(0xFFFFFFFF, 0), -1);
+}
+
+TEST_F(Queues, ADeadQueueIsResetBeforeTheNextMessage) {
+    ipList made("edge", 18);
+    zekSwpHandle queue = aclLinecardInfo[3].aclAgent;
+    testHost.deadQueues = {queue};
+    EXPECT_EQ(aclSendToAclAgent(&made.list, PORT_3_1, 1, 14409, 0, 0, 0), 0);
+    EXPECT_EQ(sentTo(), (texts{"14409>3", "14410>3"}));
+    EXPECT_EQ(others, (texts{"swpflush " + std::to_string(queue),
+                             "syserr 0x5000e Resetting SWP queue from 61 to 62"}));
+    EXPECT_EQ(aclCheckSwpQueueHealth(queue), 1);
+    testHost.deadQueues = {queue};
+    EXPECT_EQ(aclCheckSwpQueueHealth(queue), 0);
+}
+
+TEST_F(Queues, ACardThatCannotBeReachedIsSkipped) {
+    DEBUG_ACL_MGR = DEBUG_ACL_IPC;
+    ipList made("edge", 1);
+    struct {
+        const char* what;
+        uint32_t ifindex;
+        std::function<void()> prepare;
+        std::string said;
+    } const rows[] = {
+        {"no queue", PORT_5_0, [] { aclLinecardInfo[5].agentIpAddr = 5; },
+         "target.card = 5 : slot = 5\r\n"},
+        {"no address", PORT_4_0, [] { aclLinecardInfo[4].agentIpAddr = ADDRESS_UNKNOWN; },
+         "target.card = -1 : slot = 4\r\n"},
+        {"address 0", PORT_3_1, [] { aclLinecardInfo[3].agentIpAddr = 0; },
+         "target.card = 0 : slot = 3\r\n"},
+        {"a LAG", LAG_7, [] {}, "target.card = -1 : slot = -1\r\n"},
+        {"a VLAN", VLAN_10, [] {}, "target.card = -1 : slot = -1\r\n"},
+        {"no slot", 0x00004001, [] {}, "target.card = -1 : slot = -1\r\n"},
+        {"slot 30", 0x3E040000, [] {}, "target.card = -1 : slot = -1\r\n"},
+        {"the control processor's agent", 0x42068000, [] {}, "target.card = -1 : slot = 0\r\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        row.prepare();
+        EXPECT_EQ(aclSendToAclAgent(&made.list, row.ifindex, 1, 14409, 0, 0, 0), 0);
+        EXPECT_TRUE(enqueued().empty());
+        EXPECT_TRUE(anyHas(others, row.said)) << others.back();
+    }
+    ip6List six("six", 1);
+    for (uint32_t slot : {20u, 0xFFFFFFFFu})
+        EXPECT_EQ(aclV6SendListToAclAgent(0, &six.list, 14530, slot, -1, 0), 0);
+    EXPECT_TRUE(enqueued().empty());
+}
+
+TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
+    ipList made("edge", 40);
+    uint64_t blocks = testBlocksInUse();
+    DEBUG_ACL_MGR = DEBUG_ACL_IPC;
+    testFail(TEST_BLOCK, 2, 1);  // the second of three
+    EXPECT_EQ(aclSendToAclAgent(&made.list, PORT_3_1, 1, 14409, 0, 0, 0), -1);
+    EXPECT_EQ(sentTo(), texts{"14409>3"});
+    EXPECT_TRUE(anyHas(others, "syserr 0x5000c "));
+    EXPECT_TRUE(anyHas(others, "Sending message chunk 2\r\n"));
+    EXPECT_TRUE(anyHas(others, "Error Sending message chunk 2\r\n"));
+    EXPECT_FALSE(anyHas(others, "chunk 3"));
+
+    testFail(TEST_BLOCK, 1);
+    const std::string name(140, 'x');
+    EXPECT_EQ(aclSendEntToAclAgent(made.list.head, PORT_3_1, 14410, 1, 0, 0, listNameMake(name)),
+              -1);
+    (void)enqueued();
+    EXPECT_TRUE(anyHas(others, "syserr 0x5000f Error sending an entry of access list " + name +
+                                   " to the agent of if 0x8080000"));
+    EXPECT_EQ(aclSendEntToAclAgent(made.list.head, PORT_3_1, 14411, 1, 0, 0, made.list.name), -1);
+    (void)enqueued();
+    EXPECT_FALSE(anyHas(others, "0x5000f"));
+    testFailNothing();
+
+    // A full queue is no failure of the change; its message is freed, and both debug roads are
+    // told.
+    testFail(TEST_ENQUEUE);
+    DEBUG_ACL_MGR = DEBUG_ACL_IPC | DEBUG_ACL_L2IPC;
+    testTake();
+    EXPECT_EQ(aclSendEntToAclAgent(made.list.head, PORT_3_1, 14410, 1, 0, 0, made.list.name), 0);
+    size_t told = 0;
+    for (const std::string& row : testTake())
+        told += row.find("Error sending Message to ACL_AGENT on if 0x8080000") != row.npos;
+    EXPECT_EQ(told, 2u);
+    EXPECT_EQ(testBlocksInUse(), blocks);
+}
+
+TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
+    uint64_t blocks = testBlocksInUse();
+    ASSERT_EQ(iAclACL2SwpQueueCreate(), 0);
+    auto send = [] {
+        auto* m = static_cast<ipcHdr*>(zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, 100));
+        *m = {};
+        m->mtype = 77;
+        return AclSwpEnqueACL2(m, 100);
+    };
+    testTake();
+    EXPECT_EQ(send(), 0);
+    testFail(TEST_ENQUEUE);
+    testTake();
+    EXPECT_EQ(send(), -1);
+    EXPECT_TRUE(anyHas(testTake(), "syserr 0x5000e Error sending Message to ACL2"));
+    EXPECT_EQ(testBlocksInUse(), blocks);
+}
+
+TEST_F(Queues, TheDebugTextsFollowASend) {
+    auto said = [&](const texts& wanted) {
+        texts rows;
+        for (const std::string& row : others)
+            if (row.starts_with("debug ")) {
+                // Without "debug FUNCTION LINE ".
+                size_t at = row.find(' ', row.find(' ', 6) + 1) + 1;
+                rows.push_back(row.substr(at));
+            }
+        EXPECT_EQ(rows, wanted);
+    };
+    ipList made("edge", 18);
+    DEBUG_ACL_MGR = DEBUG_ACL_IPC;
+    (void)aclSendToAclAgent(&made.list, PORT_3_1, 1, 14409, 0, 0, 0);
+    (void)enqueued();
+    said({"Sending list edge with 18 entries to agent if 0x8080000 \r\n",
+          "Total Message size = 8112 : IPC_BUFFER_SIZE = 8192 \r\n", "Sending message chunk 1\r\n",
+          "Sending Last message chunk 2\r\n"});
+    (void)aclSendToAclAgent(&made.list, PORT_3_1, 1, 14412, 0, 0, 0);
+    (void)enqueued();
+    said({"Sending list edge with 18 entries to agent if 0x8080000 \r\n",
+          "Message is a MT_ACL_DELLIST\r\n",
+          "Total Message size = 1056 : IPC_BUFFER_SIZE = 8192 \r\n"});
+    DEBUG_ACL_MGR = DEBUG_ACL_L2IPC;
+    macList two("two", 1);
+    for (uint32_t id : {14484u, 14486u, 14490u})
+        (void)iAclSendToAclAgent({.item = &two.list, .ifindex = PORT_3_1, .messageId = id});
+    (void)enqueued();
+    const std::string sending = "Sending list two with 1 entries to agent if 0x8080000 \r\n";
+    const std::string size = "Total Message size = 784 :IPC_BUFFER_SIZE = 8192 \r\n";
+    said({sending, "Total Message size = 968 :IPC_BUFFER_SIZE = 8192 \r\n", sending,
+          "Message is a MT_L2ACL_DELLIST\r\n", size, sending, "Message is a MT_ACLMAC_NEW\r\n",
+          size});
+}
+
+// The staging buffer is made by the first send and kept; a process of its own sees the first.
+TEST(QueuesDeathTest, WithoutAStagingBufferNothingIsSent) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            platformReset();
+            static aclNodeRecord node;
+            aclNode = &node;
+            aclList list{};
+            testFail(TEST_HEAP);
+            bool refused = aclSendToAclAgent(&list, 3, 1, 14409, 0, 0, 0) == -1 &&
+                           anyHas(testTake(), "syserr 0x5000c ");
+            testFailNothing();
+            bool works = aclSendToAclAgent(&list, 3, 1, 14409, 0, 0, 0) == 0;
+            std::_Exit(refused && works ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
