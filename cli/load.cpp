@@ -24,7 +24,8 @@ namespace {
 
 constexpr size_t WINDOW = 256;
 constexpr size_t LINE_MAX_BYTES = 65536;
-constexpr int FULL_WAIT_MS = 2;  // the manager's queue is full: an answer will come first
+constexpr uint32_t TAKE_EVERY = 8;  // sends between two looks for answers; below a queue's ten
+constexpr int FULL_WAIT_MS = 2;     // the manager's queue is full: an answer will come first
 
 struct loadSlot {
     bool done;
@@ -51,7 +52,8 @@ struct loader {
     headerState header = headerState::none;
     uint32_t headerLine = 0;
     uint32_t badHeaderLine =
-        0;              // a configuration line that could not be read: what list was meant?
+        0;  // a configuration line that could not be read: what list was meant?
+    uint32_t sends = 0;
     bool gone = false;  // nothing can be sent any more
     cliCommand command{};
 
@@ -177,7 +179,7 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
     }
     if (!built) return finish(l, s, statusText(ACL_E_SYSTEM), s.firstColumn);
     while (!s.done) {
-        pump(l, 0);
+        if (l.sends++ % TAKE_EVERY == 0) pump(l, 0);
         switch (zekEndpointSend(l.session.channel.endpoint, &request, length, 0)) {
             case zekSendResult::sent:
                 return;

@@ -245,7 +245,7 @@ cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pi
     if (cliOutcome outcome = errorOf(value); !outcome.ok) return outcome;
     if (session->options.json)
         pipeText(pipe, dump(value, 2) + "\n");
-    else
+    else if (!value.is_array() || !value.empty())
         render(value, 0, 0, pipe);
     return {};
 }
