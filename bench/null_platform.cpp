@@ -1,0 +1,71 @@
+// A platform that costs nothing: what remains is the stores' own work, texts included.
+#include "download/zekacl_download.h"
+#include "include/debug.h"
+#include "include/hooks.h"
+#include "include/linecard.h"
+#include "include/node.h"
+#include "platform/api/zekTask.h"
+
+aclNodeRecord* aclNode = nullptr;
+aclLinecard aclLinecardInfo[SLOT_COUNT] = {};
+uint32_t DEBUG_ACL_MGR = 0;
+
+void aclDebugPrint(const char*, int, const char*, ...) {}
+void aclSysErr(uint32_t, const char*, ...) {}
+
+int zekCfgInsertBothLine(zekCfgDb*, const zekCfgRecord&) {
+    return 0;
+}
+int zekCfgInsert(zekCfgDb*, const zekCfgRecord&) {
+    return 0;
+}
+int zekCfgRemoveNode(zekCfgDb*, const zekCfgRecord&) {
+    return 0;
+}
+int zekCfgRemoveExact(zekCfgDb*, const zekCfgRecord&) {
+    return 0;
+}
+int zekCfgSync(zekCfgDb*, const zekCfgSyncRecord&) {
+    return 0;
+}
+void zekCfgSetMaskMode(zekCfgDb*, uint32_t) {}
+
+int aclTrigger(aclList*, uint32_t) {
+    return 0;
+}
+void aclSendListToSNMP(aclList*, uint32_t, const aclBinding*) {}
+void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
+void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
+void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
+void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
+const uint32_t* aclLagMembers(uint32_t, uint32_t* count) {
+    *count = 0;
+    return nullptr;
+}
+int aclSendToVlanGroup(aclList*, const aclEntry*, uint32_t, uint32_t) {
+    return 0;
+}
+int zekSysCardTypeUsrPortIdToPortId(int, uint32_t, int) {
+    return 0;
+}
+int zekSysCardTypePortIdToPP(int, int) {
+    return 0;
+}
+
+int aclSendToAclAgent(aclList*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) {
+    return 0;
+}
+int aclSendEntToAclAgent(const aclEntry*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
+                         const listName&) {
+    return 0;
+}
+int aclSendVlanAclToAclAgent(aclList*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) {
+    return 0;
+}
+int aclSendVlanAclEntToAclAgent(const aclEntry*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
+                                const listName&) {
+    return 0;
+}
+int dosSendToAllAgents(aclList*, const aclEntry*, uint32_t) {
+    return 0;
+}

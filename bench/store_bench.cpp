@@ -1,0 +1,221 @@
+// What the store itself costs: adds, deletes, look-ups, shows. Each figure stands beside the plain
+// way to do the same with the standard library ("plain_"), measured in the same run.
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <unordered_set>
+
+#include "include/node.h"
+#include "include/service.h"
+#include "ipacl/zekipaccess.h"
+#include "platform/api/zekMem.h"
+
+namespace {
+
+constexpr uint32_t poolClasses[] = {44, 92, 192, 784, 8192};
+
+void start() {
+    static bool once = [] {
+        static aclNodeRecord node{};
+        aclNode = &node;
+        if (zek_memPartVarInit(1, poolClasses, std::size(poolClasses)) != 0) std::abort();
+        node.acl_tree = zekRadixCreate("acl", LIST_NAME_KEY_BITS);
+        return true;
+    }();
+    (void)once;
+}
+
+ipEntryBlock blockOf(uint32_t seq, uint32_t value) {
+    ipEntryBlock b{};
+    b.kind = IP_KIND_EXTENDED;
+    b.seq = seq;
+    b.order = ORDER_NOT_GIVEN;
+    b.precedence = b.tos = FIELD_NOT_GIVEN;
+    b.dscp = DSCP_NOT_GIVEN;
+    b.protocol = IP_PROTO_TCP;
+    b.src = value;
+    b.srcMask = 0xFFFFFFFF;
+    b.dst = 0xC0000201;
+    b.dstMask = 0xFFFFFFFF;
+    b.dstOperator = PORT_EQ;
+    b.dstLow = b.dstHigh = 80;
+    return b;
+}
+
+const listName listOne = listNameMake("BENCH");
+
+// A list of `entries` entries, five apart, inserted in random order.
+void fill(uint32_t entries) {
+    start();
+    if (ipAccessListFind(listOne) != nullptr) ipAccessListDelete(listOne, IP_KIND_EXTENDED);
+    uint32_t status = 0;
+    if (ipAccessListCreate(listOne, IP_KIND_EXTENDED, 0, &status) == nullptr) std::abort();
+    std::vector<uint32_t> order(entries);
+    for (uint32_t i = 0; i < entries; i++) order[i] = i;
+    std::shuffle(order.begin(), order.end(), std::mt19937(4));
+    for (uint32_t i : order) {
+        ipEntryBlock block = blockOf((i + 1) * 5, i);
+        if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_OK) std::abort();
+    }
+}
+
+void add(benchmark::State& state) {
+    auto entries = static_cast<uint32_t>(state.range(0));
+    fill(entries);
+    uint32_t z = 0;
+    for (auto _ : state) {
+        // Between two entries, at places all over the list, four to a gap at most.
+        ipEntryBlock block = blockOf(z * 7919u % entries * 5 + 6 + z / entries % 4, entries + z);
+        if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_OK) state.SkipWithError("add");
+        z++;
+    }
+}
+BENCHMARK(add)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(500)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly();
+
+void refusedDuplicate(benchmark::State& state) {
+    auto entries = static_cast<uint32_t>(state.range(0));
+    fill(entries);
+    uint32_t z = 0;
+    for (auto _ : state) {
+        ipEntryBlock block = blockOf(SEQ_NOT_GIVEN, z++ * 7919u % entries);
+        if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_E_ENTRY_EXISTS)
+            state.SkipWithError("duplicate");
+    }
+}
+BENCHMARK(refusedDuplicate)->Arg(1000)->Arg(10000)->Arg(100000);
+
+// The plain way: an ordered map on numbers and a hash set on content.
+struct plainEntry {
+    plainEntry *next, *prev;
+    uint8_t b[156];
+    uint32_t id, hits, log, mon;
+};
+struct plainStore {
+    std::map<uint32_t, plainEntry*> seq;
+    std::unordered_set<std::string> content;
+};
+void plainAddOne(plainStore& store, uint32_t seq, uint32_t value) {
+    ipEntryBlock block = blockOf(seq, value);
+    const char* b = reinterpret_cast<const char*>(&block);
+    if (!store.content.insert(std::string(b + 16, 29) + std::string(b + 128, 17)).second) return;
+    auto* entry = static_cast<plainEntry*>(std::calloc(1, sizeof(plainEntry)));
+    std::memcpy(entry->b, b, sizeof block);
+    auto [at, fresh] = store.seq.emplace(seq, entry);
+    if (fresh && at != store.seq.begin()) {
+        entry->prev = std::prev(at)->second;
+        entry->next = entry->prev->next;
+        entry->prev->next = entry;
+    }
+}
+plainStore* plainFill(uint32_t entries) {
+    auto* store = new plainStore;
+    std::vector<uint32_t> order(entries);
+    for (uint32_t i = 0; i < entries; i++) order[i] = i;
+    std::shuffle(order.begin(), order.end(), std::mt19937(4));
+    for (uint32_t i : order) plainAddOne(*store, (i + 1) * 5, i);
+    return store;
+}
+void plain_add(benchmark::State& state) {
+    auto entries = static_cast<uint32_t>(state.range(0));
+    plainStore* store = plainFill(entries);
+    uint32_t z = 0;
+    for (auto _ : state) {
+        plainAddOne(*store, z * 7919u % entries * 5 + 6 + z / entries % 4, entries + z);
+        z++;
+    }
+    for (auto& [seq, entry] : store->seq) std::free(entry);
+    delete store;
+}
+BENCHMARK(plain_add)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Iterations(500)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly();
+
+void findName(benchmark::State& state) {
+    start();
+    std::vector<listName> names;
+    for (int64_t i = 0; i < state.range(0); i++) {
+        char text[LIST_NAME_LEN];
+        std::snprintf(text, sizeof text, "customer-edge-filter-%07d", static_cast<int>(i));
+        names.push_back(listNameMake(text));
+        uint32_t status = 0;
+        if (ipAccessListCreate(names.back(), IP_KIND_STANDARD, 0, &status) == nullptr) std::abort();
+    }
+    std::shuffle(names.begin(), names.end(), std::mt19937(2));
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(ipAccessListFind(names[i]));
+        if (++i == names.size()) i = 0;
+    }
+    for (const listName& name : names) ipAccessListDelete(name, IP_KIND_STANDARD);
+}
+BENCHMARK(findName)->Arg(1000)->Arg(10000);
+
+void plain_findName(benchmark::State& state) {
+    struct less {
+        bool operator()(const listName& a, const listName& b) const {
+            return std::memcmp(a.text, b.text, LIST_NAME_LEN) < 0;
+        }
+    };
+    std::map<listName, int, less> map;
+    std::vector<listName> names;
+    for (int64_t i = 0; i < state.range(0); i++) {
+        char text[LIST_NAME_LEN];
+        std::snprintf(text, sizeof text, "customer-edge-filter-%07d", static_cast<int>(i));
+        names.push_back(listNameMake(text));
+    }
+    std::shuffle(names.begin(), names.end(), std::mt19937(1));
+    for (const listName& name : names) map[name] = 1;
+    std::shuffle(names.begin(), names.end(), std::mt19937(2));
+    size_t i = 0;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(map.find(names[i])->second);
+        if (++i == names.size()) i = 0;
+    }
+}
+BENCHMARK(plain_findName)->Arg(1000)->Arg(10000);
+
+void showEntry(benchmark::State& state) {
+    fill(static_cast<uint32_t>(state.range(0)));
+    for (auto _ : state) {
+        void* buffer = nullptr;
+        uint32_t size = 0;
+        if (aclShowIpAcl(listOne, &buffer, &size) != ACL_OK) state.SkipWithError("show");
+        benchmark::DoNotOptimize(buffer);
+        zekMC_M_sysFree(buffer);
+    }
+    state.counters["per_entry"] = benchmark::Counter(
+        static_cast<double>(state.range(0)),
+        benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(showEntry)->Arg(1000)->Arg(10000)->Arg(100000);
+
+void plain_formattedLine(benchmark::State& state) {
+    char line[160];
+    int i = 0;
+    for (auto _ : state) {
+        i++;
+        std::snprintf(line, sizeof line, " seq %u %s %s %u.%u.%u.%u/%u host %u.%u.%u.%u eq %u\n",
+                      i * 5, "permit", "tcp", 10, i >> 16 & 255, i >> 8 & 255, i & 255, 24, 192, 0,
+                      2, i & 255, 80);
+        benchmark::DoNotOptimize(line);
+    }
+}
+BENCHMARK(plain_formattedLine);
+
+}  // namespace
+
+BENCHMARK_MAIN();
