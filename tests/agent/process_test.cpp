@@ -1,0 +1,416 @@
+// aclagent and chassisd as processes; the manager is the test.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "include/agentState.h"
+#include "include/chassisControl.h"
+#include "include/service.h"
+#include "platform/api/zekTransport.h"
+#include "tests/agent/messages.h"
+
+namespace {
+
+using nlohmann::json;
+constexpr uint32_t RP = 0x7F010001, RP2 = 0x7F010002, CARD = 0x7F010101, CP = 0x7F010003;
+constexpr uint32_t AGENT_PORT = 7937 + 4 * 3, CP_PORT = 21121, MANAGER_PORT = 7809;
+constexpr uint32_t PORT = 0x08040001;  // a port of slot 3
+constexpr int PATIENCE_MS = 60000;     // only ever waited for when something is broken
+
+constexpr const char* CHASSIS = R"({ "chassisMode": 1, "routeProcessorType": 4,
+  "routeProcessors": [{"address": "127.1.0.1", "primary": true}, {"address": "127.1.0.2"}],
+  "tasks": [{"application": 61, "address": "127.1.0.1"}, {"application": 99, "address": "127.1.0.1"},
+            {"application": 165, "address": "127.1.0.3"}],
+  "cards": [{"slot": 3, "address": "127.1.1.1", "type": 7, "egress": true, "ipv6Egress": true}] })";
+
+void put(ipcHdr* hdr, uint32_t toCard, uint32_t toPort, uint32_t fromCard, uint32_t fromPort) {
+    hdr->source.card = toCard;
+    hdr->source.svce = toPort;
+    hdr->target.card = fromCard;
+    hdr->target.svce = fromPort;
+}
+ipcHdr* header(bytes& m) {
+    return wireView<ipcHdr>(std::span(m));
+}
+
+struct child {
+    int pid = -1;
+    ~child() { end(SIGKILL); }
+    // Starts a program and waits until it says "ready".
+    void start(const std::string& dir, std::vector<std::string> args) {
+        std::string program = args[0], log = dir + "/" + program + ".stderr";
+        args[0] = std::string(ACL_BIN_DIR) + "/" + program;
+        args.insert(args.end(), {"--rundir", dir});
+        std::vector<char*> argv;
+        for (std::string& a : args) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        pid = fork();
+        if (pid == 0) {
+            dup2(fd, 2);
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        close(fd);
+        for (int waited = 0; waited < PATIENCE_MS; waited += 2) {
+            std::ifstream in(log);
+            std::string line;
+            while (std::getline(in, line))
+                if (line == "ready") return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        ADD_FAILURE() << program << " is not ready";
+    }
+    int end(int signal) {
+        if (pid <= 0) return -1;
+        kill(pid, signal);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        pid = -1;
+        return status;
+    }
+};
+
+// One endpoint; messages that are not the awaited kind are kept in order.
+struct node {
+    zekEndpoint* endpoint;
+    uint32_t card, port;
+    std::deque<bytes> kept;
+
+    node(const std::string& dir, uint32_t c, uint32_t p) : card(c), port(p) {
+        std::string error;
+        endpoint = zekEndpointOpen(dir, card, port, &error);
+        EXPECT_NE(endpoint, nullptr) << error;
+    }
+    ~node() { zekEndpointClose(endpoint); }
+    node(const node&) = delete;
+    node& operator=(const node&) = delete;
+
+    bool send(bytes m, uint32_t toCard, uint32_t toPort) {
+        put(header(m), toCard, toPort, card, port);
+        header(m)->length = static_cast<uint32_t>(m.size());
+        return zekEndpointSend(endpoint, m.data(), m.size(), PATIENCE_MS) == zekSendResult::sent;
+    }
+    // The next message of a type; empty after a long time.
+    bytes wait(uint32_t type) {
+        for (auto it = kept.begin(); it != kept.end(); ++it) {
+            if (header(*it)->mtype != type) continue;
+            bytes m = std::move(*it);
+            kept.erase(it);
+            return m;
+        }
+        for (;;) {
+            bytes m;
+            zekSender sender{};
+            if (zekEndpointRecv(endpoint, &m, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender) <= 0) {
+                ADD_FAILURE() << "no message " << type;
+                return bytes(60);
+            }
+            if (header(m)->mtype == type) return m;
+            kept.push_back(std::move(m));
+        }
+    }
+    void answer(bytes m) {
+        ipcExchangeTriples(header(m));
+        EXPECT_EQ(zekEndpointSend(endpoint, m.data(), m.size(), PATIENCE_MS), zekSendResult::sent);
+    }
+    bytes ask(bytes m, uint32_t toCard, uint32_t toPort) {
+        static uint32_t sequence = 100;
+        uint32_t type = header(m)->mtype;
+        header(m)->sequence = ++sequence;
+        EXPECT_TRUE(send(m, toCard, toPort));
+        for (;;) {
+            bytes a = wait(type);
+            if (header(a)->sequence == sequence || testing::Test::HasFailure()) return a;
+        }
+    }
+};
+
+// The manager as an agent sees it: answers events and registrations, has one queue.
+struct fakeManager : node {
+    uint32_t session = 0, seq = 0;
+    explicit fakeManager(const std::string& dir) : node(dir, RP, MANAGER_PORT) {}
+
+    void takeCardDown() { answer(wait(MT_EVENT_NOTIF)); }
+    void takeRegistration() {
+        static uint32_t sessions = 0x1000;
+        answer(wait(MT_AGENT_REGISTER));
+        session = sessions += 1000;
+        seq = 0;
+    }
+    // Sends without waiting for the answer, as a queue does within its window.
+    void push(bytes m, uint32_t number) {
+        header(m)->session = session;
+        header(m)->swpSeq = number;
+        EXPECT_TRUE(send(m, CARD, AGENT_PORT));
+    }
+    void deliver(const bytes& m) {
+        push(m, ++seq);
+        for (;;) {
+            bytes ack = wait(MT_SWP_ACK);
+            if (header(ack)->session == session && header(ack)->swpSeq == seq) return;
+            if (testing::Test::HasFailure()) return;
+        }
+    }
+};
+
+struct Processes : testing::Test {
+    std::string dir;
+    child chassisd, agent;
+
+    Processes() {
+        std::string name = testing::TempDir() + "agent.XXXXXX";
+        dir = mkdtemp(name.data());
+        std::ofstream(dir + "/chassis.json") << CHASSIS;
+    }
+    ~Processes() override {
+        agent.end(SIGKILL);
+        chassisd.end(SIGKILL);
+        std::filesystem::remove_all(dir);
+    }
+    void startAgent() { agent.start(dir, {"aclagent", "--slot", "3"}); }
+    void startChassisd() { chassisd.start(dir, {"chassisd"}); }
+
+    json state(node& client, uint32_t what, const std::string& name = "",
+               uint32_t port = AGENT_PORT, uint32_t card = CARD) {
+        bytes m(sizeof(agentStateReq));
+        auto* req = wireView<agentStateReq>(std::span(m));
+        req->ipc.mtype = MT_AGENT_STATE;
+        req->what = what;
+        req->name = listNameMake(name);
+        req->ifindex = PORT;
+        bytes a = client.ask(m, card, port);
+        return json::parse(a.begin() + AGENT_STATE_TEXT_OFFSET, a.end(), nullptr, false);
+    }
+    // Waits until the agent says so.
+    void until(node& client, const std::function<bool(const json&)>& reached) {
+        for (int i = 0; i < PATIENCE_MS / 5 && !HasFailure(); i++) {
+            if (reached(state(client, AGENT_STATE_SUMMARY))) return;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        ADD_FAILURE() << state(client, AGENT_STATE_SUMMARY).dump();
+    }
+    bytes control(node& client, uint32_t command, uint32_t argument) {
+        bytes m(sizeof(chassisControlReq));
+        header(m)->mtype = MT_CHASSIS_CONTROL;
+        put32(m, 60, command);
+        put32(m, 64, argument);
+        return client.ask(m, RP, CHASSIS_CONTROL_SERVICE);
+    }
+    std::vector<bytes> replay(uint32_t entries) const {
+        listMessage l{14409, "BOUND", PORT, {}};
+        for (uint32_t i = 1; i <= entries; i++) l.entries.push_back(entry4(i * 5, i));
+        std::vector<bytes> out = chunks(l);
+        out.insert(out.begin(), build({14413, "Global Acl", 0x48040000, {entry4(0, 1)}}));
+        out.push_back(build({14410, "BOUND", PORT, {entry4(3, 3)}}));
+        return out;
+    }
+};
+
+TEST_F(Processes, RegistersUntilItIsAnsweredAndHoldsWhatItIsSent) {
+    startAgent();  // neither the manager nor chassisd is there
+    fakeManager manager(dir);
+    node client(dir, RP, 0x10000u + 1);
+    bytes first = manager.wait(MT_AGENT_REGISTER);
+    ASSERT_EQ(first.size(), 88u);
+    const uint32_t expected[][2] = {
+        {8, 88}, {36, 3}, {40, CARD}, {44, AGENT_PORT}, {48, 0}, {52, RP}, {56, MANAGER_PORT},
+        {64, 1}, {68, 1}, {72, 0},    {76, 0},          {80, 1}, {84, 7}};
+    for (const auto& [at, value] : expected) EXPECT_EQ(get32(first, at), value) << at;
+    EXPECT_FALSE(state(client, AGENT_STATE_SUMMARY)["registered"]);
+    EXPECT_NE(get32(manager.wait(MT_AGENT_REGISTER), 32), get32(first, 32));
+
+    manager.takeRegistration();
+    auto messages = replay(300);
+    for (const bytes& m : messages) manager.deliver(m);
+    manager.push(messages.back(), 1);  // repeated ones are answered again and not applied again
+    EXPECT_EQ(get32(manager.wait(MT_SWP_ACK), 4), 1u);
+    until(client, [](const json& s) { return s["registered"] == true; });
+    json s = state(client, AGENT_STATE_SUMMARY);
+    EXPECT_EQ(s["messages"], messages.size());
+    EXPECT_EQ(s["entries"], 302);
+    EXPECT_EQ(s["sessions"], 1);
+    EXPECT_EQ(s["lastError"], "");
+    // The answer is longer than a datagram.
+    EXPECT_EQ(state(client, AGENT_STATE_ENTRIES, "BOUND")["entries"].size(), 301u);
+
+    agent.end(SIGTERM);
+    EXPECT_FALSE(std::filesystem::exists(dir + "/ipc/127.1.1.1/" + std::to_string(AGENT_PORT)));
+}
+
+// The queue of the killed agent goes on repeating its oldest messages; the one that is started in
+// its place must end with exactly what the manager means, whatever was lost when.
+TEST_F(Processes, KilledInTheMiddleOfAReplay) {
+    startChassisd();
+    fakeManager manager(dir);
+    node client(dir, RP, 0x10000u + 1);
+    auto messages = replay(200);
+    std::mt19937 random(3);
+    for (int life = 0; life < 6; life++) {
+        SCOPED_TRACE(life);
+        startAgent();
+        // What the old queue still had to send arrives at the new process.
+        if (manager.seq != 0)
+            for (uint32_t n = 1; n <= 3; n++) manager.push(messages[n - 1], n);
+        manager.takeCardDown();
+        manager.takeRegistration();
+        bool last = life == 5;
+        size_t cut = last ? messages.size() : random() % messages.size();
+        for (size_t i = 0; i < cut; i++) manager.deliver(messages[i]);
+        if (last) break;
+        agent.end(SIGKILL);
+        manager.kept.clear();
+    }
+    until(client, [](const json& s) { return s["state"] == "in step"; });
+    json s = state(client, AGENT_STATE_SUMMARY);
+    EXPECT_EQ(s["lists"], 2);
+    EXPECT_EQ(s["entries"], 202);
+    EXPECT_EQ(s["lost"], 0);
+    json entries = state(client, AGENT_STATE_ENTRIES, "BOUND")["entries"];
+    ASSERT_EQ(entries.size(), 201u);
+    EXPECT_EQ(entries[0]["seq"], 3);
+    for (size_t i = 1; i < entries.size(); i++) EXPECT_EQ(entries[i]["seq"], 5 * i);
+}
+
+// The manager has given up a queue and begun another: the agent has missed something and asks for
+// everything.
+TEST_F(Processes, AFlushedQueueLeadsToAReplay) {
+    startChassisd();
+    fakeManager manager(dir);
+    node client(dir, RP, 0x10000u + 1);
+    startAgent();
+    manager.takeCardDown();
+    manager.takeRegistration();
+    for (const bytes& m : replay(50)) manager.deliver(m);
+    until(client, [](const json& s) { return s["state"] == "in step"; });
+    manager.session++;
+    manager.seq = 0;
+    manager.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
+    manager.takeCardDown();
+    manager.takeRegistration();
+    for (const bytes& m : replay(20)) manager.deliver(m);
+    until(client, [](const json& s) { return s["state"] == "in step" && s["entries"] == 22; });
+    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["lost"], 1);
+}
+
+TEST_F(Processes, TheControlProcessorsAgentRegistersToo) {
+    startChassisd();
+    fakeManager manager(dir);
+    node client(dir, RP, 0x10000u + 1);
+    agent.start(dir, {"aclagent", "--cp"});
+    bytes event = manager.wait(MT_EVENT_NOTIF);
+    EXPECT_EQ(get32(event, 64), EVT_CARD_DOWN);
+    EXPECT_EQ(get32(event, 68), 19u);
+    manager.answer(event);
+    bytes reg = manager.wait(MT_ACL0_REGISTER);
+    EXPECT_EQ(reg.size(), 64u);
+    EXPECT_EQ(get32(reg, 40), CP);
+    EXPECT_EQ(get32(reg, 44), CP_PORT);
+    EXPECT_EQ(get32(reg, 60), 1u);
+    manager.answer(reg);
+    for (;;) {
+        json s = state(client, AGENT_STATE_SUMMARY, "", CP_PORT, CP);
+        if (s["registered"] == true || HasFailure()) break;
+    }
+}
+
+// Whatever anybody sends to an agent, it goes on.
+TEST_F(Processes, StrangersChangeNothing) {
+    startAgent();
+    node stranger(dir, RP, 0x10000u + 2);
+    std::mt19937 random(5);
+    bytes list = build({14409, "L", PORT, {entry4(1, 1)}});
+    put32(list, 0, 9);
+    put32(list, 4, 1);
+    for (int i = 0; i < 300; i++) {
+        bytes m = i % 3 == 0 ? list : bytes(60 + random() % 200);
+        if (i % 3 != 0)
+            for (uint8_t& b : m) b = static_cast<uint8_t>(random());
+        if (i % 3 == 1) put32(m, 0, 0);
+        if (i % 3 == 1)
+            put32(m, 12, std::vector<uint32_t>{14401, 14403, 30002, 402, 5}[random() % 5]);
+        ASSERT_TRUE(stranger.send(m, CARD, AGENT_PORT));
+    }
+    json s = state(stranger, AGENT_STATE_SUMMARY);
+    EXPECT_EQ(s["sessions"], 0);
+    EXPECT_EQ(s["lists"], 0);
+    EXPECT_EQ(s["registered"], false);
+    EXPECT_GE(s["strangers"], 200);
+    EXPECT_EQ(agent.end(SIGTERM), 0);
+}
+
+TEST_F(Processes, ChassisdReportsCardsDownAndMovesThePrimaryRole) {
+    startChassisd();
+    node client(dir, RP, 0x10000u + 1);
+    auto status = [](const bytes& answer) { return get32(answer, 16); };
+    EXPECT_EQ(status(control(client, CHASSIS_CARD_DOWN, 3)), CHASSIS_NOBODY);
+    const uint32_t bad[][2] = {{0, 0},
+                               {5, 0},
+                               {CHASSIS_CARD_DOWN, 4},
+                               {CHASSIS_CARD_DOWN, 20},
+                               {CHASSIS_CARD_SHUTDOWN, 0xFFFFFFFF},
+                               {CHASSIS_PRIMARY, 2}};
+    for (const auto& [command, argument] : bad)
+        EXPECT_EQ(status(control(client, command, argument)), CHASSIS_BAD) << command;
+    bytes shortOne(64);
+    header(shortOne)->mtype = MT_CHASSIS_CONTROL;
+    EXPECT_EQ(status(client.ask(shortOne, RP, CHASSIS_CONTROL_SERVICE)), CHASSIS_BAD);
+
+    fakeManager manager(dir);
+    bytes subscription(68);  // also the manager's own name for the event: told once
+    header(subscription)->mtype = 10600;
+    put32(subscription, 60, EVT_CARD_SHUTDOWN);
+    ASSERT_TRUE(manager.send(subscription, RP, aclServicePort(APP_EVH, 0, QUEUE_REQUEST)));
+    for (uint32_t command : {CHASSIS_CARD_DOWN, CHASSIS_CARD_SHUTDOWN}) {
+        bytes m(sizeof(chassisControlReq));
+        header(m)->mtype = MT_CHASSIS_CONTROL;
+        header(m)->sequence = 9000 + command;
+        put32(m, 60, command);
+        put32(m, 64, 3);
+        for (int i = 0; i < 3; i++) ASSERT_TRUE(client.send(m, RP, CHASSIS_CONTROL_SERVICE));
+        bytes event = manager.wait(MT_EVENT_NOTIF);
+        EXPECT_EQ(event.size(), 72u);
+        EXPECT_EQ(get32(event, 64), command == CHASSIS_CARD_DOWN ? 0xF0012u : 0xF0013u);
+        EXPECT_EQ(get32(event, 68), 3u);
+        manager.answer(event);
+        bytes answer = client.wait(MT_CHASSIS_CONTROL);
+        EXPECT_EQ(status(answer), CHASSIS_OK);
+        EXPECT_EQ(json::parse(answer.begin() + 204, answer.end())["told"], 1);
+    }
+    // Only one event was raised for each three times that it was asked for.
+    bytes known = control(client, CHASSIS_STATE, 0);
+    json s = json::parse(known.begin() + 204, known.end());
+    EXPECT_EQ(s["events"], 3);
+    EXPECT_EQ(s["primary"], 0);
+    EXPECT_EQ(s["subscriptions"].size(), 1u);
+
+    EXPECT_EQ(status(control(client, CHASSIS_PRIMARY, 1)), CHASSIS_OK);
+    std::string text;
+    std::getline(std::ifstream(dir + "/primary"), text);
+    EXPECT_EQ(text, "1");
+    // The agent registers with the manager of the new primary, and its card is down there.
+    node second(dir, RP2, MANAGER_PORT);
+    startAgent();
+    second.answer(second.wait(MT_EVENT_NOTIF));
+    EXPECT_EQ(get32(second.wait(MT_AGENT_REGISTER), 52), RP2);
+}
+
+TEST_F(Processes, RefusesACardThatIsNotDescribed) {
+    std::string bin = std::string(ACL_BIN_DIR) + "/aclagent --rundir " + dir;
+    for (const char* args : {" --slot 4", " --slot 20", "", " --slot 3 --cp"})
+        EXPECT_NE(std::system((bin + args + " 2>/dev/null >&2").c_str()), 0) << args;
+}
+
+}  // namespace
