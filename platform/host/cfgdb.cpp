@@ -191,13 +191,20 @@ void noticeRollback(zekCfgDb* db) {
     db->now = db->atBegin;
 }
 
+// After a failure: what the batch held is to be seen again at once. When even that fails, the next
+// use tries again.
+void recover(zekCfgDb* db) {
+    noticeRollback(db);
+    if (!db->inBatch) (void)cfgDbBatch(db);
+}
+
 // Applies a change and keeps it in the journal: 0; -1 when it failed or touched nothing.
 int makeChange(zekCfgDb* db, const change& c) {
     if (db == nullptr || db->readOnly) return -1;
     std::lock_guard lock(db->mutex);
     if (cfgDbBatch(db) != 0) return -1;
     int touched = apply(db, c);
-    noticeRollback(db);
+    if (touched < 0) recover(db);
     if (touched <= 0) return -1;
     journalAppend(&db->journal, c);
     db->changes++;
@@ -451,7 +458,7 @@ int cfgDbCommit(zekCfgDb* db) {
     sqlite3_stmt* s = cfgDbBatch(db) == 0 ? cfgDbStatement(db, CFG_STMT_COMMIT) : nullptr;
     if (s == nullptr || run(db, s, "the changes were not committed") < 0) {
         db->failedCommits++;
-        noticeRollback(db);
+        recover(db);
         return -1;
     }
     db->inBatch = false;

@@ -1,0 +1,386 @@
+// The configuration database: order, replacement, removal, durability, the change feed.
+#include "platform/host/cfgdb.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <random>
+#include <tuple>
+#include <vector>
+
+#include "tests/platform/hostTest.h"
+
+namespace {
+
+using lines = std::vector<std::string>;
+using dbPtr = std::unique_ptr<zekCfgDb, void (*)(zekCfgDb*)>;
+
+dbPtr openDb(const char* directory, zekCfgAccess access = zekCfgAccess::write) {
+    return {zekCfgOpen(directory, access), zekCfgClose};
+}
+
+lines shown(zekCfgDb* db) {
+    lines all;
+    EXPECT_EQ(zekCfgWalk(db,
+                         [&](std::string_view line) {
+                             all.emplace_back(line);
+                             return true;
+                         }),
+              0);
+    return all;
+}
+
+zekCfgRecord makeLine(uint32_t section, const std::string& name, uint32_t order, uint32_t lineClass,
+                      const std::string& text, const std::string& inverse) {
+    zekCfgRecord record{};
+    auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
+    std::memcpy(key->name, name.data(), name.size());
+    key->kind = order != 0 ? 1 : 0;
+    key->order = order;
+    record.section = section;
+    record.lineClass = lineClass;
+    std::strncpy(record.text, text.c_str(), CFG_TEXT_LEN - 1);
+    std::strncpy(record.inverseText, inverse.c_str(), CFG_TEXT_LEN - 1);
+    return record;
+}
+zekCfgRecord entryLine(const std::string& name, uint32_t seq) {
+    return makeLine(CFG_SECTION_IP, name, seq + 1, CFG_CLASS_LINE, " seq " + std::to_string(seq),
+                    " inverse seq " + std::to_string(seq));
+}
+
+TEST(cfgKey, StoredKeysSortAsTheirAreasDo) {
+    using area = std::array<uint8_t, CFG_KEY_LEN>;
+    std::mt19937 random(11);
+    std::vector<area> areas(2);
+    areas[1].fill(0xFF);
+    for (int i = 0; i < 300; i++) {
+        area a{};
+        // Runs of one byte, zeros among them, of lengths around the 255 that one run can say.
+        for (size_t at = 0; at < a.size();) {
+            size_t run = random() % 3 == 0 ? 250 + random() % 7 : 1 + random() % 40;
+            auto byte = static_cast<uint8_t>(random() % 3 == 0 ? random() : 0);
+            for (; run > 0 && at < a.size(); run--) a[at++] = byte;
+        }
+        areas.push_back(a);
+        // A neighbour that differs in one byte only.
+        a[random() % a.size()] = static_cast<uint8_t>(random() % 3);
+        areas.push_back(a);
+    }
+    auto stored = [](const area& a) {
+        uint8_t bytes[CFG_STORED_KEY_MAX];
+        return std::string(reinterpret_cast<char*>(bytes), cfgKeyStore(a.data(), bytes));
+    };
+    for (const area& a : areas)
+        for (const area& b : areas) ASSERT_EQ(a < b, stored(a) < stored(b));
+    EXPECT_EQ(stored(area{}).size(), 4u) << "256 zero bytes are two runs";
+}
+
+// Lines with keys of few shapes, so that places are met again and blocks have neighbours.
+struct model {
+    using place = std::tuple<uint32_t, std::string, uint32_t>;  // section, key area, class
+    std::map<place, std::pair<std::string, std::string>> nodes;
+
+    static place of(const zekCfgRecord& r) {
+        return {r.section, std::string(reinterpret_cast<const char*>(r.key), CFG_KEY_LEN),
+                r.lineClass};
+    }
+    size_t removeBlock(const zekCfgRecord& r) {
+        size_t front = cfgBlockBytes(r.section);
+        return std::erase_if(nodes, [&](const auto& node) {
+            return std::get<0>(node.first) == r.section &&
+                   std::memcmp(std::get<1>(node.first).data(), r.key, front) == 0;
+        });
+    }
+    lines shownIn(bool inverse) const {
+        lines all;
+        for (const auto& [where, texts] : nodes) {
+            const std::string& text = inverse ? texts.second : texts.first;
+            if (!text.empty()) all.push_back(text);
+        }
+        return all;
+    }
+};
+
+TEST(cfgDb, RandomChangesAgreeWithAModelInBothModesAndAfterReopening) {
+    runFolder run;
+    dbPtr db = openDb(run.path.c_str());
+    ASSERT_NE(db, nullptr);
+    model expected;
+    std::mt19937 random(5);
+    const std::string names[] = {"",    "a", "ab", std::string("a\0b", 3), std::string(140, 'z'),
+                                 "\xff"};
+    const uint32_t sections[] = {CFG_SECTION_IP, CFG_SECTION_RMAP, CFG_SECTION_INTERFACE,
+                                 CFG_SECTION_TRACE_LIST};
+    for (int step = 0; step < 4000; step++) {
+        zekCfgRecord r =
+            makeLine(sections[random() % 4], names[random() % 6], uint32_t(random() % 40),
+                     random() % 2 ? CFG_CLASS_SEPARATOR : CFG_CLASS_LINE, "", "");
+        r.key[0] = random() % 4 == 0 ? 0xFF : 0;
+        std::string text = random() % 8 == 0 ? "" : "line " + std::to_string(step);
+        std::string inverse = random() % 2 == 0 ? text : "inverse " + std::to_string(step);
+        std::strcpy(r.text, text.c_str());
+        std::strcpy(r.inverseText, inverse.c_str());
+        switch (random() % 16) {
+            case 0:
+                EXPECT_EQ(zekCfgRemoveNode(db.get(), r), expected.removeBlock(r) > 0 ? 0 : -1);
+                break;
+            case 1:
+            case 2:
+            case 3:
+                EXPECT_EQ(zekCfgRemoveExact(db.get(), r),
+                          expected.nodes.erase(model::of(r)) > 0 ? 0 : -1);
+                break;
+            case 4:
+                ASSERT_EQ(zekCfgCommit(db.get()), 0);
+                break;
+            case 5:
+                ASSERT_EQ(zekCfgInsert(db.get(), r), 0);
+                expected.nodes[model::of(r)] = {text, text};
+                break;
+            default:
+                ASSERT_EQ(zekCfgInsertBothLine(db.get(), r), 0);
+                expected.nodes[model::of(r)] = {text, inverse};
+        }
+        ASSERT_EQ(zekCfgStatistics(db.get()).lines, expected.nodes.size()) << step;
+    }
+    ASSERT_GT(expected.nodes.size(), 300u) << "more than a page, else the walk is not tried";
+    for (uint32_t inverse : {0u, 1u}) {
+        zekCfgSetMaskMode(db.get(), inverse);
+        EXPECT_EQ(shown(db.get()), expected.shownIn(inverse != 0));
+    }
+    ASSERT_EQ(zekCfgCommit(db.get()), 0);
+    db = openDb(run.path.c_str());
+    EXPECT_EQ(zekCfgMaskMode(db.get()), 1u);
+    EXPECT_EQ(shown(db.get()), expected.shownIn(true));
+    EXPECT_EQ(zekCfgStatistics(db.get()).lines, expected.nodes.size());
+}
+
+TEST(cfgDb, ARemarkSortsBeforeTheEntryOfItsNumberAndTheyAreRemovedApart) {
+    dbPtr db = openDb(nullptr);
+    zekCfgRecord entry = entryLine("a", 5), remark = entryLine("a", 5);
+    reinterpret_cast<zekCfgListKey*>(entry.key)->role = 0xFF;
+    std::strcpy(remark.text, " remark 5 x");
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entry), 0);
+    ASSERT_EQ(zekCfgInsert(db.get(), remark), 0);
+    EXPECT_EQ(shown(db.get()), (lines{" remark 5 x", " seq 5"}));
+    EXPECT_EQ(zekCfgRemoveExact(db.get(), entry), 0);
+    EXPECT_EQ(zekCfgRemoveExact(db.get(), entry), -1);
+    EXPECT_EQ(shown(db.get()), (lines{" remark 5 x"}));
+}
+
+TEST(cfgDb, TextsWithoutATerminatorAreCutAtTheirFields) {
+    dbPtr db = openDb(nullptr);
+    zekCfgRecord r = entryLine("a", 1);
+    std::memset(r.text, 't', CFG_TEXT_LEN);
+    std::memset(r.inverseText, 'i', CFG_TEXT_LEN);
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), r), 0);
+    EXPECT_EQ(shown(db.get()), lines{std::string(CFG_TEXT_LEN, 't')});
+    zekCfgSyncRecord change{};
+    std::memset(change.name, 'n', sizeof change.name);
+    std::memset(change.text, 'c', sizeof change.text);
+    EXPECT_EQ(zekCfgSync(db.get(), change), 0);
+    EXPECT_EQ(zekCfgFeed(db.get(), 0,
+                         [](const zekCfgFeedRow& row) {
+                             EXPECT_EQ(row.name, std::string(140, 'n'));
+                             EXPECT_EQ(row.text, std::string(256, 'c'));
+                             return true;
+                         }),
+              0);
+}
+
+TEST(cfgDb, AReaderSeesWhatIsCommittedAndOneInstantOfIt) {
+    runFolder run;
+    EXPECT_EQ(openDb(run.path.c_str(), zekCfgAccess::read), nullptr) << "reading makes no file";
+    EXPECT_FALSE(std::filesystem::exists(run.path + "/running.db"));
+    dbPtr writer = openDb(run.path.c_str());
+    for (uint32_t i = 1; i <= 1000; i++)
+        ASSERT_EQ(zekCfgInsertBothLine(writer.get(), entryLine("a", i)), 0);
+    dbPtr reader = openDb(run.path.c_str(), zekCfgAccess::read);
+    ASSERT_NE(reader, nullptr);
+    EXPECT_TRUE(zekCfgIsDirty(writer.get()));
+    EXPECT_EQ(shown(reader.get()), lines{});
+    EXPECT_EQ(shown(writer.get()).size(), 1000u) << "own changes are seen";
+    ASSERT_EQ(zekCfgCommit(writer.get()), 0);
+    EXPECT_FALSE(zekCfgIsDirty(writer.get()));
+    EXPECT_EQ(zekCfgCommit(writer.get()), 0) << "nothing to do";
+    EXPECT_EQ(zekCfgStatistics(writer.get()).commits, 1u);
+
+    size_t seen = 0;
+    EXPECT_EQ(zekCfgWalk(reader.get(),
+                         [&](std::string_view) {
+                             if (++seen == 10) {
+                                 zekCfgRecord all = entryLine("a", 1);
+                                 EXPECT_EQ(zekCfgRemoveNode(writer.get(), all), 0);
+                                 zekCfgSetMaskMode(writer.get(), 1);
+                                 EXPECT_EQ(zekCfgCommit(writer.get()), 0);
+                             }
+                             return true;
+                         }),
+              0);
+    EXPECT_EQ(seen, 1000u);
+    EXPECT_EQ(shown(reader.get()), lines{});
+    EXPECT_EQ(zekCfgMaskMode(reader.get()), 1u);
+    EXPECT_EQ(zekCfgInsert(reader.get(), entryLine("a", 1)), -1);
+}
+
+TEST(cfgDb, AWalkMayChangeWhatItWalksAndStops) {
+    dbPtr db = openDb(nullptr);
+    for (uint32_t i = 1; i <= 600; i++)
+        ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", i)), 0);
+    uint32_t seen = 0;
+    EXPECT_EQ(zekCfgWalk(db.get(),
+                         [&](std::string_view) {
+                             seen++;
+                             EXPECT_EQ(zekCfgRemoveExact(db.get(), entryLine("a", seen)), 0);
+                             return seen < 500;
+                         }),
+              0);
+    EXPECT_EQ(seen, 500u);
+    EXPECT_EQ(shown(db.get()).size(), 100u);
+}
+
+TEST(cfgDb, AFailedCommitLosesNothing) {
+    runFolder run;
+    dbPtr db = openDb(run.path.c_str());
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 1)), 0);
+    ASSERT_EQ(zekCfgCommit(db.get()), 0);
+
+    cfgDbSetReport([](const char*) {});
+    // A commit hook that refuses makes SQLite roll the whole transaction back, as a full disk does.
+    sqlite3_commit_hook(
+        db->sql, [](void*) { return 1; }, nullptr);
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 2)), 0);
+    ASSERT_EQ(zekCfgRemoveExact(db.get(), entryLine("a", 1)), 0);
+    zekCfgSetMaskMode(db.get(), 1);
+    EXPECT_EQ(zekCfgCommit(db.get()), -1);
+    EXPECT_TRUE(zekCfgIsDirty(db.get()));
+    EXPECT_EQ(shown(db.get()), lines{" inverse seq 2"});
+    EXPECT_EQ(zekCfgCommit(db.get()), -1);
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 3)), 0);
+    zekCfgSyncRecord change{};
+    ASSERT_EQ(zekCfgSync(db.get(), change), 0);
+    sqlite3_commit_hook(db->sql, nullptr, nullptr);
+    cfgDbSetReport(nullptr);
+
+    EXPECT_EQ(zekCfgCommit(db.get()), 0);
+    zekCfgStats stats = zekCfgStatistics(db.get());
+    EXPECT_EQ(stats.failedCommits, 2u);
+    EXPECT_EQ(stats.lines, 2u);
+    EXPECT_EQ(stats.feed, 1u);
+    dbPtr reader = openDb(run.path.c_str(), zekCfgAccess::read);
+    EXPECT_EQ(shown(reader.get()), (lines{" inverse seq 2", " inverse seq 3"}));
+}
+
+// The child tells the parent after every commit, and is killed in the middle of its work.
+TEST(cfgDb, WhatWasCommittedSurvivesAKill) {
+    runFolder run;
+    int toParent[2];
+    ASSERT_EQ(pipe(toParent), 0);
+    pid_t child = fork();
+    if (child == 0) {
+        zekCfgDb* db = zekCfgOpen(run.path.c_str(), zekCfgAccess::write);
+        for (uint32_t i = 1;; i++) {
+            if (zekCfgInsertBothLine(db, entryLine("a", i)) != 0) _exit(1);
+            if (i % 3 != 0) continue;
+            if (zekCfgCommit(db) != 0 || write(toParent[1], &i, sizeof i) != sizeof i) _exit(1);
+        }
+    }
+    close(toParent[1]);
+    uint32_t told = 0;
+    for (int i = 0; i < 200; i++) ASSERT_EQ(read(toParent[0], &told, sizeof told), 4);
+    kill(child, SIGKILL);
+    while (read(toParent[0], &told, sizeof told) == 4) continue;
+    close(toParent[0]);
+    int status;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status));
+
+    dbPtr db = openDb(run.path.c_str());
+    ASSERT_NE(db, nullptr);
+    lines after = shown(db.get());
+    EXPECT_GE(after.size(), told);
+    EXPECT_EQ(after.size() % 3, 0u) << "a batch is there whole or not at all";
+    EXPECT_EQ(after.back(), " seq " + std::to_string(after.size()));
+}
+
+TEST(cfgDb, TheFeedKeepsTheNewestChangesInOrder) {
+    runFolder run;
+    dbPtr db = openDb(run.path.c_str());
+    const uint32_t total = ZEK_CFG_FEED_KEEP + 1500;
+    auto add = [&](uint32_t i) {
+        zekCfgSyncRecord change{};
+        change.kind = i;
+        std::snprintf(change.text, sizeof change.text, "no  seq %u", i);
+        return zekCfgSync(db.get(), change);
+    };
+    for (uint32_t i = 1; i <= total; i++) ASSERT_EQ(add(i), 0);
+    ASSERT_EQ(zekCfgCommit(db.get()), 0);
+    db = openDb(run.path.c_str());
+    uint64_t kept = zekCfgStatistics(db.get()).feed;
+    EXPECT_GE(kept, ZEK_CFG_FEED_KEEP);
+    EXPECT_LT(kept, ZEK_CFG_FEED_KEEP + 1000);
+    uint64_t next = total - kept + 1;
+    auto follow = [&](const zekCfgFeedRow& row) {
+        EXPECT_EQ(row.seq, next);
+        EXPECT_EQ(row.kind, next);
+        EXPECT_EQ(row.text, "no  seq " + std::to_string(next));
+        next++;
+        return !testing::Test::HasFailure();
+    };
+    EXPECT_EQ(zekCfgFeed(db.get(), 0, follow), 0);
+    EXPECT_EQ(next, total + 1);
+    next = total - 1;
+    EXPECT_EQ(zekCfgFeed(db.get(), total - 2, follow), 0);
+    ASSERT_EQ(add(total + 1), 0);
+    EXPECT_EQ(zekCfgFeed(db.get(), total, follow), 0);
+    EXPECT_EQ(next, total + 2);
+}
+
+TEST(cfgDb, TheStartupConfigurationIsWrittenWholeOrNotAtAll) {
+    runFolder run;
+    dbPtr db = openDb(nullptr);
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 1)), 0);
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 2)), 0);
+    std::string file = run.path + "/startup-config";
+    auto content = [&] {
+        std::ifstream in(file);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    ASSERT_EQ(zekCfgWriteStartup(db.get(), file.c_str()), 0);
+    EXPECT_EQ(content(), " seq 1\n seq 2\n");
+    ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 3)), 0);
+    std::filesystem::create_directory(file + ".tmp");  // in the way
+    EXPECT_EQ(zekCfgWriteStartup(db.get(), file.c_str()), -1);
+    EXPECT_EQ(content(), " seq 1\n seq 2\n");
+    EXPECT_EQ(zekCfgWriteStartup(db.get(), (run.path + "/none/file").c_str()), -1);
+}
+
+std::string lastReport;
+TEST(cfgDb, AFileThatIsNoDatabaseIsRefusedWithAReason) {
+    runFolder run;
+    cfgDbSetReport([](const char* text) { lastReport = text; });
+    std::ofstream(run.path + "/running.db") << std::string(20000, 'x');
+    EXPECT_EQ(openDb(run.path.c_str()), nullptr);
+    EXPECT_NE(lastReport.find("not a database"), lastReport.npos) << lastReport;
+    EXPECT_EQ(std::filesystem::file_size(run.path + "/running.db"), 20000u) << "it is not touched";
+    EXPECT_EQ(openDb((run.path + "/none").c_str()), nullptr);
+
+    std::filesystem::remove(run.path + "/running.db");
+    {
+        dbPtr db = openDb(run.path.c_str());
+        ASSERT_EQ(cfgDbExec(db.get(), "PRAGMA user_version=99"), 0);
+    }
+    EXPECT_EQ(openDb(run.path.c_str()), nullptr);
+    EXPECT_NE(lastReport.find("cannot be opened"), lastReport.npos);
+    cfgDbSetReport(nullptr);
+}
+
+}  // namespace
