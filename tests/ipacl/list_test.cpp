@@ -246,6 +246,35 @@ TEST_F(IpAcl, FindsEntriesByWholeBlockAndByNumber) {
     EXPECT_EQ(ipAccessEntCompareSeq(listNameMake("B"), &fifth), nullptr);
 }
 
+TEST_F(IpAcl, WholeBlocksDifferInEveryByteButNumberAndCounters) {
+    aclList* list = create("A");
+    add("A", netRule);
+    for (size_t i = 0; i < sizeof(ipEntryBlock); i++) {
+        SCOPED_TRACE(i);
+        ipEntryBlock other = list->head->block;
+        reinterpret_cast<uint8_t*>(&other)[i] ^= 0x40;
+        bool ignored = i == 52 || (i >= 64 && i < 68);
+        EXPECT_EQ(ipAccessEntFind(A, &other), ignored ? list->head : nullptr);
+    }
+}
+
+TEST_F(IpAcl, RemarksLeaveWithTheEntryOfTheirNumberOnly) {
+    aclList* list = create("A");
+    add("A", netRule.at(4));
+    add("A", hostRule.at(5));
+    for (uint32_t seq : {3u, 5u, 7u}) remark(list, seq, "text");
+    EXPECT_EQ(del("A", netRule), 0u);
+    EXPECT_EQ(aclDelV4RemarkEntryFromList(A, 4, list), 1u) << "there is none";
+    EXPECT_EQ(del("A", hostRule), 0u);
+    ASSERT_EQ(list->remarks->seq, 3u);
+    ASSERT_EQ(list->remarks->next->seq, 7u);
+    EXPECT_EQ(list->remarks->next->prev, list->remarks);
+    EXPECT_EQ(aclDelV4RemarkEntryFromList(A, 7, list), 0u);
+    EXPECT_EQ(aclDelV4RemarkEntryFromList(A, 3, list), 0u);
+    EXPECT_EQ(list->remarks, nullptr);
+    EXPECT_EQ(testCfgLines(), (rows{"!", "ip access-list standard A"}));
+}
+
 TEST_F(IpAcl, AnImpossibleCountIsReported) {
     aclList* list = create("A");
     add("A", netRule);
