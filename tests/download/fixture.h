@@ -136,6 +136,9 @@ struct DownloadTest : TaskTest {
         testFailNothing();
         while (aclIntf* intf = AclIntfTreeFindFirst()) aclIntfDrop(intf);
         while (aclVlan* vlan = aclVlanTreeFindFirst()) aclVlanDrop(vlan);
+        while (aclList* list = ipSysAccessListFindFirst())
+            ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
+        while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
         TaskTest::TearDown();
     }
     // A card that is up; its ACL agent has a queue.

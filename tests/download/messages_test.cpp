@@ -342,8 +342,6 @@ TEST_F(Messages, AnEntrysHeaderNamesTheListOfItsStore) {
                 headerBytes({.name = "same", .count = 1, .kind = row.kind, .ifindex = PORT_3_1}) +
                     entryBytes(entry.block, 0, 0)));
     }
-    (void)ipSysAccessListDelete(name, PORT_5_0);
-    (void)ipDosListDelete(name);
 }
 
 TEST_F(Messages, BatchesOfSystemEntriesGoTogether) {
