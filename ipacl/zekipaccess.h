@@ -22,7 +22,8 @@ aclList* ipAccessListCreate(const listName& name, uint32_t kind, uint32_t placeh
 // ACL_E_NOLIST when it does not exist or is of another kind.
 uint32_t ipAccessListDelete(const listName& name, uint32_t kind);
 // A sequence number of SEQ_NOT_GIVEN becomes the highest plus 5, written back into the block.
-uint32_t ipAddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t log, uint32_t monitor);
+uint32_t ipAddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t log,
+                          uint32_t monitor);
 // By sequence number when the block gives one, else by content. `send`: port bindings receive the
 // deletion; `cfgAndTrigger`: the configuration line goes and the clients are told.
 uint32_t ipDelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
@@ -66,10 +67,12 @@ aclList* ipSysAccessListFindNext(const listName& name);
 
 // --- DoS lists (doslist.cpp) -----------------------------------------------------------------
 
-aclList* ipDosListCreate(const listName& name, uint32_t flags, uint32_t placeholder, uint32_t* status);
+aclList* ipDosListCreate(const listName& name, uint32_t flags, uint32_t placeholder,
+                         uint32_t* status);
 uint32_t ipDosListDelete(const listName& name);
 uint32_t ipAddDosEntry(const listName& name, ipEntryBlock* block, uint32_t log);
-uint32_t ipDelDosEntry(const listName& name, const ipEntryBlock* block, uint32_t send, uint32_t cfg);
+uint32_t ipDelDosEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
+                       uint32_t cfg);
 aclEntry* ipDosEntFind(const listName& name, const ipEntryBlock* block);
 aclEntry* ipDosEntCompareSeq(const listName& name, const ipEntryBlock* block);
 aclList* ipDosListFind(const listName& name);
