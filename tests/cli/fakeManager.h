@@ -1,5 +1,6 @@
 // A manager in the test's hands: an endpoint at the route processor's address whose answers, and
-// failures to answer, each test chooses.
+// failures to answer, each test chooses. What a handler refers to must be declared before the
+// manager: its thread runs until the manager is destroyed.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -24,8 +24,8 @@ size_t count(const std::string& text, const std::string& part) {
 }  // namespace
 
 TEST(Load, RequestsArriveInOrderWithTheirFields) {
-    fakeManager manager;
     std::vector<std::string> seen;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         const auto& cli = cliOf(message);
         uint32_t word = message.size() == sizeof(cliListReq)
@@ -56,8 +56,8 @@ TEST(Load, RequestsArriveInOrderWithTheirFields) {
 }
 
 TEST(Load, TheMaskModeFollowsTheLines) {
-    fakeManager manager;
     std::vector<uint32_t> masks;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         if (message.size() == sizeof(cliIpEntryReq))
             masks.push_back(reinterpret_cast<cliIpEntryReq*>(message.data())->block.srcMask);
@@ -73,8 +73,8 @@ TEST(Load, TheMaskModeFollowsTheLines) {
 }
 
 TEST(Load, RefusalsAreReportedInLineOrderAlthoughAnswersAreNot) {
-    fakeManager manager;
     std::vector<std::vector<uint8_t>> held;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         if (!isEntryAdd(message)) return m.answer(message, ACL_OK);
         held.push_back(message);
@@ -97,9 +97,9 @@ TEST(Load, RefusalsAreReportedInLineOrderAlthoughAnswersAreNot) {
 }
 
 TEST(Load, ManyRequestsAreUnderWayWhileTheQueueFillsAgainAndAgain) {
-    fakeManager manager;
     uint32_t next = 1;
     std::vector<std::vector<uint8_t>> held;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         if (!isEntryAdd(message)) return m.answer(message, ACL_OK);
         EXPECT_EQ(seqOf(message), next++);
@@ -138,8 +138,8 @@ TEST(Load, AnEntryWithoutAnAnswerIsReportedAndTheOthersAreNot) {
 }
 
 TEST(Load, ALateAnswerIsNotTakenForAnothers) {
-    fakeManager manager;
     std::vector<uint8_t> late;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         if (cliOf(message).code == CLI_CLEAR_IP_ACL) {
             late = message;  // answered, with a refusal, only when the next request comes
@@ -158,8 +158,8 @@ TEST(Load, ALateAnswerIsNotTakenForAnothers) {
 }
 
 TEST(Load, EntriesOfARefusedListAreNotSent) {
-    fakeManager manager;
     std::atomic<int> sent = 0;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         sent += isEntryAdd(message);
         bool refused = listNameView(cliOf(message).name) == "E";
@@ -180,8 +180,8 @@ TEST(Load, EntriesBehindAnUnreadableHeaderGoNowhere) {
     for (const char* header : {"ip access-list extnded B", "ipp access-list extended B",
                                " ip access-list standard", "ip access-list standard B C"}) {
         SCOPED_TRACE(header);
-        fakeManager manager;
         std::atomic<int> sent = 0;
+        fakeManager manager;
         manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
             sent += isEntryAdd(message);
             m.answer(message, ACL_OK);
@@ -197,8 +197,8 @@ TEST(Load, EntriesBehindAnUnreadableHeaderGoNowhere) {
 }
 
 TEST(Load, AMistypedIndentedEntryLeavesTheOthersAlone) {
-    fakeManager manager;
     std::atomic<int> sent = 0;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         sent += isEntryAdd(message);
         m.answer(message, ACL_OK);

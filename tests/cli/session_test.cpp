@@ -115,10 +115,10 @@ TEST(Session, AWalkThatDoesNotMoveOnEnds) {
 }
 
 TEST(Session, AReplyOfManyMegabytesArrivesWhole) {
-    fakeManager manager;
     std::string line = " seq 5 permit any order 255\r\n", text = "Standard IP access list A\r\n";
     constexpr size_t LINES = 300000;
     for (size_t i = 0; i < LINES; i++) text += line;
+    fakeManager manager;
     manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
         m.answerText(message, listNameMake("A"), text);
     });
