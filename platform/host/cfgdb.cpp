@@ -159,10 +159,10 @@ int applyFeed(zekCfgDb* db, const change& c) {
     db->now.feedLast++;
     if (db->now.feedLast - db->now.feedFirst < ZEK_CFG_FEED_KEEP + FEED_SLACK) return added;
     s = cfgDbStatement(db, CFG_STMT_FEED_TRIM);
-    if (s == nullptr) return -1;
+    if (s == nullptr) return added;  // the next change tries again
     sqlite3_bind_int64(s, 1, static_cast<int64_t>(db->now.feedLast - ZEK_CFG_FEED_KEEP));
-    if (run(db, s, "the change feed was not trimmed") < 0) return -1;
-    db->now.feedFirst = db->now.feedLast - ZEK_CFG_FEED_KEEP + 1;
+    if (run(db, s, "the change feed was not trimmed") >= 0)
+        db->now.feedFirst = db->now.feedLast - ZEK_CFG_FEED_KEEP + 1;
     return added;
 }
 
