@@ -45,4 +45,27 @@ enum aclSysErrCode : uint32_t {
     SYSERR_PEER = 0x50012,
     SYSERR_UDP_HELPER = 0x50013,
 };
+// What a code is about: some texts are one word ("failed"), and operators read only these.
+struct aclSysErrRow {
+    uint32_t code;
+    const char* about;
+};
+inline constexpr aclSysErrRow aclSysErrTable[] = {
+    {SYSERR_STARTUP, "start-up, queue creation"},
+    {SYSERR_SHOW, "show reply"},
+    {SYSERR_SYSLIST, "system list"},
+    {SYSERR_RMAP_CLIENT, "route-map client"},
+    {SYSERR_TRIGGER, "change trigger"},
+    {SYSERR_LIST, "access list"},
+    {SYSERR_ADDRESS, "agent or peer address"},
+    {SYSERR_MEMORY, "no memory"},
+    {SYSERR_EVH, "event-handler registration"},
+    {SYSERR_SWP, "queue to another task"},
+    {SYSERR_ENTRY_SEND, "entry download"},
+    {SYSERR_IFM, "interface-manager registration"},
+    {SYSERR_VLAN_GROUP, "VLAN group"},
+    {SYSERR_PEER, "peer registration"},
+    {SYSERR_UDP_HELPER, "UDP-helper registration"},
+};
+
 void aclSysErr(uint32_t code, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -1,9 +1,13 @@
 // The functions of the debug shell: the register, and those that the platform has itself.
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "include/debug.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekSwp.h"
@@ -26,11 +30,27 @@ std::string text(const json& j) {
     return j.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+std::string timeText(uint64_t ms) {
+    time_t seconds = static_cast<time_t>(ms / 1000);
+    tm utc{};
+    gmtime_r(&seconds, &utc);
+    char out[40];
+    size_t used = strftime(out, sizeof out, "%Y-%m-%d %H:%M:%S", &utc);
+    snprintf(out + used, sizeof out - used, ".%03u", static_cast<unsigned>(ms % 1000));
+    return out;
+}
+
 std::string showRing(void (*walk)(const std::function<void(const zekEvtLine&)>&)) {
     json lines = json::array();
     walk([&lines](const zekEvtLine& l) {
-        lines.push_back(
-            {{"number", l.number}, {"timeMs", l.timeMs}, {"code", l.code}, {"text", l.text}});
+        json line = {{"number", l.number}, {"time", timeText(l.timeMs)}};
+        char code[16] = "";
+        if (l.code != 0) snprintf(code, sizeof code, "0x%X", l.code);
+        const auto* row = std::ranges::find(aclSysErrTable, l.code, &aclSysErrRow::code);
+        line["code"] = code;
+        line["about"] = row != std::ranges::end(aclSysErrTable) ? row->about : "";
+        line["text"] = l.text;
+        lines.push_back(line);
     });
     return text(lines);
 }

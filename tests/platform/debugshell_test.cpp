@@ -141,7 +141,8 @@ TEST_F(debugShell, ThePlatformsFunctionsGiveJson) {
     ASSERT_TRUE(zekDebugRun("logging", "", &out));
     json lines = json::parse(out);
     ASSERT_EQ(lines.size(), 1024u) << "the ring is bounded";
-    EXPECT_EQ(lines.back()["code"], 0x50003);
+    EXPECT_EQ(lines.back()["code"], "0x50003");
+    EXPECT_EQ(lines.back()["about"], "system list");
     EXPECT_EQ(lines.back()["text"], "first \xEF\xBF\xBD line forged line");
     EXPECT_EQ(lines.back()["number"].get<int>(), lines[0]["number"].get<int>() + 1023);
     zekEvtCloselog(log);
