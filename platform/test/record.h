@@ -97,5 +97,5 @@ void testReset();
 zekCfgDb* testCfg();
 // The lines that the database shows.
 std::vector<std::string> testCfgLines();
-// Blocks and heap blocks in use: 0 when everything has been given back.
+// Blocks and heap blocks taken since the reset: 0 when everything has been given back.
 uint64_t testBlocksInUse();
