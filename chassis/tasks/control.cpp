@@ -232,14 +232,11 @@ void controlClose(chassisControl* control) {
 void controlServe(chassisControl* control, uint64_t nowMs) {
     std::vector<uint8_t> message;
     zekSender sender{};
-    for (;;) {
-        int got = zekEndpointRecv(control->endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
-        if (got == 0 || got == -1) return;
-        if (got < 0)
-            control->refused++;
-        else
-            take(control, message, nowMs);
-    }
+    int got = zekEndpointRecv(control->endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
+    if (got > 0)
+        take(control, message, nowMs);
+    else if (got == -2)
+        control->refused++;
 }
 
 uint64_t controlTick(chassisControl* control, uint64_t nowMs) {

@@ -46,7 +46,7 @@ struct chassisControl {
 bool controlOpen(chassisControl* control, const chassisDescription& chassis,
                  std::vector<chassisPeer>* peers, const std::string& runDir, std::string* error);
 void controlClose(chassisControl* control);
-// Takes every message that waits at the endpoint.
+// Takes one message. Serve the peers before: who subscribes and then asks for an event must get it.
 void controlServe(chassisControl* control, uint64_t nowMs);
 // Answers for the events that have waited long enough. When that is next due; UINT64_MAX: never.
 uint64_t controlTick(chassisControl* control, uint64_t nowMs);

@@ -62,9 +62,9 @@ int main(int argc, char** argv) {
         int wait = waitMs(controlTick(&control, nowMs()));
         if (poll(waits.data(), waits.size(), wait) < 0 && errno != EINTR) break;
         if ((waits[0].revents & POLLIN) != 0) break;
-        if ((waits[1].revents & POLLIN) != 0) controlServe(&control, nowMs());
         for (size_t i = 0; i < peers.size(); i++)
             if ((waits[i + 2].revents & POLLIN) != 0) peerServe(peers[i]);
+        if ((waits[1].revents & POLLIN) != 0) controlServe(&control, nowMs());
     }
     controlClose(&control);
     peersClose(&peers);

@@ -211,7 +211,7 @@ TEST_F(Tables, EveryLieIsCountedUnderItsReason) {
          [](bytes& m) { put32(m, 124, 1); }, two},
         {"half an entry", agentRefusal::count,
          [](bytes& m) {
-             m.resize(m.size() - 196);
+             m.erase(m.end() - 196, m.end());
              put32(m, 8, static_cast<uint32_t>(m.size()));
              put32(m, 128, static_cast<uint32_t>(m.size() - HEADER));
          },
