@@ -42,6 +42,12 @@ void acl_Swp_Free(void* block) {
     zekMC_M_memBlockVarFree(block);
 }
 
+zekSwpHandle aclStartQueueCreate(uint32_t peerApp) {
+    // Errors of severity 5, a window of 10 messages.
+    return zekSwpQueueCreate_p(5u, 10u, APP_ACL, aclNode->ipckey, peerApp, acl_Swp_Alloc,
+                               acl_Swp_Free, aclSwpDevPrintf);
+}
+
 int iAclSwpQueueCreate(uint32_t slot, uint32_t agentFlag) {
     if (slot >= SLOT_COUNT) return -1;
     aclLinecard& card = aclLinecardInfo[slot];

@@ -133,6 +133,8 @@ bool aclV6IsEgAcl(uint32_t messageId);
 // --- queues (queues.cpp) ---------------------------------------------------------------------
 // Creators leave a queue alone that exists. 0; -1 after a system error.
 
+// To a task that the manager needs from its start on. ZEK_SWP_NONE on failure, and no error raised.
+zekSwpHandle aclStartQueueCreate(uint32_t peerApp);
 constexpr uint32_t QUEUE_MAC_AGENT = 0, QUEUE_ACL_AGENT = 1;
 int iAclSwpQueueCreate(uint32_t slot, uint32_t agentFlag);
 int iAclToAcl0SwpQueueCreate();

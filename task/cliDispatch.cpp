@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "download/halAclMgr.h"
+#include "download/zekacl_download.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
 #include "task/task.h"
@@ -185,10 +186,7 @@ void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
         return;
     }
     std::memcpy(copy, message, length);
-    if (zekSwpEnqueue(aclNode->acl2qHandle, copy, length) != 0) {
-        aclSysErr(SYSERR_SWP, "Error sending Message to ACL2");
-        zekMC_M_memBlockVarFree(copy);
-    }
+    (void)AclSwpEnqueACL2(copy, length);
 }
 
 }  // namespace

@@ -108,24 +108,13 @@ constexpr aspathTreeRow aspathTreeTable[] = {
 
 uint32_t readCounter;
 
-void* acl_Swp_Alloc(size_t size) {
-    return zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, size);
-}
-void acl_Swp_Free(void* block) {
-    zekMC_M_memBlockVarFree(block);
-}
-void aclSwpDevPrintf(const char*) {
-    aclSysErr(SYSERR_SWP, "%s", "Timeout from SWP");
-}
-
 constexpr uint32_t SWP_RETRIES = 10;
 
 // A queue to another task's application, tried once and again while *retries lasts.
 bool createTaskQueue(uint32_t peerApp, zekSwpHandle* handle, uint32_t* retries,
                      const char* failure) {
     for (;;) {
-        *handle = zekSwpQueueCreate_p(5u, 10u, APP_ACL, aclNode->ipckey, peerApp, acl_Swp_Alloc,
-                                      acl_Swp_Free, aclSwpDevPrintf);
+        *handle = aclStartQueueCreate(peerApp);
         if (*handle != ZEK_SWP_NONE) return true;
         if (*retries == 0) break;
         --*retries;
