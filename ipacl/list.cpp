@@ -176,4 +176,12 @@ void ipInvertAccessEntryMask() {
         for (aclRemark* remark = list->remarks; remark != nullptr; remark = remark->next)
             aclManageAclEntryRemark(*remark, *list, 0);
     }
+    // A trace list's lines show masks as well: left as they are they would lose their addresses.
+    for (aclList* list = ipDosListFindFirst(); list != nullptr;
+         list = ipDosListFindNext(list->name)) {
+        for (aclEntry* entry = list->head; entry != nullptr; entry = entry->next) {
+            dos_ent_sent_to_cfg(entry, 1, list->name);
+            dos_ent_sent_to_cfg(entry, 0, list->name);
+        }
+    }
 }

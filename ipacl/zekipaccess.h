@@ -40,8 +40,8 @@ aclList* ipAccessListFindNext(const listName& name);
 aclList* ipAccessListFindPrev(const listName& name);
 // True for a configured standard or extended list.
 bool ipCheckForPrefixAccessList(const listName& name);
-// Rewrites the configuration line of every entry (and remark) of every ordinary list after the mask
-// display mode has changed.
+// Rewrites the configuration line of every entry (and remark) of every ordinary and DoS list after
+// the mask display mode has changed.
 void ipInvertAccessEntryMask();
 
 extern uint32_t ipDelAccessList;  // non-zero while a whole list is being deleted entry by entry

@@ -1,4 +1,5 @@
 // Messages in, answers out: every type, every code, and what is wrong with them.
+#include <algorithm>
 #include <thread>
 
 #include "tests/task/fixture.h"
@@ -231,12 +232,17 @@ TEST_F(Dispatch, TheMaskDisplayModeAnswersThenRewritesEveryLine) {
     block.srcMask = 0xFFFF0000;
     ipAddAccessEntryExt(listNameMake("A"), &block, 0u, 0u, 0u);
     EXPECT_EQ(testCfgLines().back(), " seq 5 permit 10.1.0.0/16");
+    ipDosListCreateExt(listNameMake("D"), 0u, 0u);
+    block.kind = IP_KIND_EXTENDED;
+    block.protocol = IP_PROTO_ANY;
+    ipAddDosEntryExt(listNameMake("D"), &block, 0u);
     testTake();
 
     auto sent = deliver(message(MT_ACL_INVERSEMASK_ENABLE));
     EXPECT_EQ(sent.size(), 1u);
     auto lines = testCfgLines();
     EXPECT_EQ(lines.front(), "access-list inverse-mask");
+    EXPECT_EQ(std::ranges::count(lines, " seq 5 permit ip 10.1.0.0 255.255.0.0 any"), 1);
     EXPECT_EQ(lines.back(), " seq 5 permit 10.1.0.0 255.255.0.0");
     // The mode's line is in the batch before the answer, the work behind it.
     auto at = [this](const std::string& text) {
@@ -251,6 +257,8 @@ TEST_F(Dispatch, TheMaskDisplayModeAnswersThenRewritesEveryLine) {
     lines = testCfgLines();
     EXPECT_NE(lines.front(), "access-list inverse-mask");
     EXPECT_EQ(lines.back(), " seq 5 permit 10.1.0.0/16");
+    EXPECT_EQ(std::ranges::count(lines, " seq 5 permit ip 10.1.0.0/16 any"), 1);
+    ipDosListDeleteExt(listNameMake("D"));
 }
 
 TEST_F(Dispatch, OneWrapperOneLockAndTheRightFamily) {
