@@ -90,6 +90,8 @@ bool hostSocketAddress(const std::string& dir, const std::string& name, sockaddr
 // Opens (making it) and locks a file; the descriptor, or -1 when another holder lives or the file
 // cannot be made. The lock dies with the process.
 int hostLockFile(const std::string& path);
+// Removes the sockets that killed processes have left in the run folder.
+void hostSweepSockets(const std::string& runDir);
 // Removes the sockets that this process has bound. Safe in a signal handler.
 void hostRemoveSockets();
 void hostSocketBound(const std::string& path);

@@ -68,6 +68,7 @@ bool prepare(hostConfig* conf, std::string* error) {
                                       : lockFile + ": " + strerror(errno);
         return false;
     }
+    hostSweepSockets(conf->runDir);
     hostLogOpen(conf->runDir + "/log/" + name + ".log", conf->syslog);
     return true;
 }

@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <utility>
 
@@ -170,19 +171,19 @@ hostDrop readSealed(int file, const uint8_t* front, std::vector<uint8_t>* messag
 }  // namespace
 
 bool hostMakeDirs(const std::string& path, std::string* error) {
-    for (size_t end = path.find('/', 1);; end = path.find('/', end + 1)) {
-        std::string part = path.substr(0, end);
+    if (mkdir(path.c_str(), 0750) == 0) {
         // The mode is set again because the process's mask has cut it.
-        if (mkdir(part.c_str(), 0750) == 0) {
-            if (chmod(part.c_str(), 0750) != 0) return *error = systemError(part), false;
-        } else if (errno != EEXIST) {
-            return *error = systemError("cannot make " + part), false;
-        }
-        if (end == std::string::npos) break;
+        if (chmod(path.c_str(), 0750) == 0) return true;
+    } else if (errno == ENOENT) {
+        size_t parent = path.rfind('/');
+        if (parent != std::string::npos && parent != 0)
+            return hostMakeDirs(path.substr(0, parent), error) && hostMakeDirs(path, error);
+    } else if (errno == EEXIST) {
+        struct stat st;
+        if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
+        errno = ENOTDIR;
     }
-    struct stat st;
-    if (stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return true;
-    *error = path + " is not a folder";
+    *error = systemError("cannot make " + path);
     return false;
 }
 
@@ -211,6 +212,20 @@ int hostLockFile(const std::string& path) {
         if (fstat(fd.fd, &mine) == 0 && stat(path.c_str(), &there) == 0 &&
             mine.st_ino == there.st_ino && mine.st_dev == there.st_dev)
             return std::exchange(fd.fd, -1);
+    }
+}
+
+void hostSweepSockets(const std::string& runDir) {
+    std::error_code none;
+    constexpr std::string_view suffix = ".lock";
+    std::filesystem::recursive_directory_iterator files(hostIpcDir(runDir), none), end;
+    for (; !none && files != end; files.increment(none)) {
+        std::string path = files->path();
+        if (!path.ends_with(suffix)) continue;
+        hostFd lock(hostLockFile(path));
+        if (lock.fd < 0) continue;  // its process lives
+        unlink(path.substr(0, path.size() - suffix.size()).c_str());
+        unlink(path.c_str());
     }
 }
 

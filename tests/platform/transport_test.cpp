@@ -177,6 +177,29 @@ TEST(transport, ADeadProcessesSocketIsReplacedAndItsSendersReachTheNewOne) {
     EXPECT_EQ(b.drain(), std::vector<uint32_t>{3});
 }
 
+TEST(transport, TheSweepRemovesTheDeadAndSparesTheLiving) {
+    pair p;
+    std::string dir = p.run.path + "/ipc/" + addressText(CARD);
+    for (const char* name : {"/70000", "/70000.lock"})  // as a killed process leaves them
+        hostFd(open((dir + name).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    hostSweepSockets(p.run.path);
+    EXPECT_FALSE(std::filesystem::exists(dir + "/70000"));
+    EXPECT_FALSE(std::filesystem::exists(dir + "/70000.lock"));
+    EXPECT_EQ(p.a.send(toB(1)), zekSendResult::sent);
+    EXPECT_EQ(p.b.drain().size(), 1u);
+    hostSweepSockets(p.run.path + "/absent");
+}
+
+TEST(transport, AFolderThatCannotBeMadeIsToldNotTried) {
+    runFolder run;
+    hostFd(open((run.path + "/file").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+    for (const char* name : {"/file", "/file/below"}) {
+        endpoint e(run.path + name, RP, A);
+        EXPECT_EQ(e.e, nullptr);
+        EXPECT_NE(e.error.find("Not a directory"), std::string::npos) << e.error;
+    }
+}
+
 TEST(transport, ARestartBetweenTwoSendsIsNotNoticedByTheSender) {
     runFolder run;
     endpoint a(run.path, RP, A);
