@@ -77,6 +77,13 @@ void aclDownloadCfgtoAcl0() {
     }
 }
 
+void forgetAcl0Agent() {
+    if (aclNode->acl0qHandle != ZEK_SWP_NONE) zekSwpQueueRemove(aclNode->acl0qHandle);
+    aclNode->acl0qHandle = ZEK_SWP_NONE;
+    aclLinecardInfo[LINECARD_CP].agent0IpAddr = ADDRESS_UNKNOWN;
+    aclNode->acl0Registered = 0;
+}
+
 }  // namespace
 
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
@@ -154,5 +161,8 @@ void aclHandleCardDownNotif(uint32_t slot) {
     zekEvtLogPrint(aclNode->evtLogKey, 4, text);
     if (slot >= SLOT_COUNT) return;
     aclLinecardClear(slot);
+    // Record 19 also keeps the control processor's agent: it is forgotten with the card, so that it
+    // can register anew and be brought up to date.
+    if (slot == LINECARD_CP) forgetAcl0Agent();
     (void)aclSendUpdateToPeer(slot);
 }
