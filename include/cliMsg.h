@@ -18,10 +18,14 @@ enum aclCliCode : uint32_t {
     CLI_DOS_ENTRY_ADD = 1007,
     CLI_CLEAR_IP_ACL = 1030,
     CLI_CLEAR_IP_ACL_ALL = 1031,
+    CLI_IP_UNBIND = 1038,
+    CLI_IP_BIND = 1039,
     CLI_DOS_DISABLE = 1040,
     CLI_DOS_ENABLE = 1041,
+    CLI_LAG_MEMBERS = 1055,
     CLI_SHOW_IP_ACL = 1059,
     CLI_SHOW_IP_ACL_ALL = 1060,
+    CLI_TELNET_VALUE = 1114,
 };
 
 // The front of every CLI message.
@@ -56,6 +60,49 @@ struct cliIpEntryReq {
 WIRE_SIZE(cliIpEntryReq, 384);
 WIRE_AT(cliIpEntryReq, block, 228);
 static_assert(offsetof(cliIpEntryReq, block) + offsetof(ipEntryBlock, seq) == 292);
+
+// Bind a list to an interface.
+constexpr size_t CLI_BINDING_BLOCK_LEN = 520;
+constexpr size_t CLI_VLAN_TEXT_LEN = 256;
+struct cliBindReq {
+    cliHdr cli;
+    be32 ifindex;                          // 220
+    be32 direction;                        // 224  0 in, 1 out
+    be32 implicitPermit;                   // 228
+    be32 writeConfig;                      // 232  read when nothing was bound there before
+    be32 vlanOption;                       // 236  non-zero: vlanText is given
+    uint8_t block[CLI_BINDING_BLOCK_LEN];  // 240  what the agents need beside the list; opaque
+    char vlanText[CLI_VLAN_TEXT_LEN];      // 760  NUL-padded, without NUL when it fills the field
+};
+WIRE_SIZE(cliBindReq, 1016);
+WIRE_AT(cliBindReq, block, 240);
+WIRE_AT(cliBindReq, vlanText, 760);
+
+// Remove it again.
+struct cliUnbindReq {
+    cliHdr cli;
+    be32 ifindex;    // 220
+    be32 direction;  // 224
+};
+WIRE_SIZE(cliUnbindReq, 228);
+
+// The ports of a LAG in the order in which they joined; the answer is as long as its members need.
+constexpr size_t CLI_LAG_MEMBERS_MAX = 1024;
+struct cliLagMembersReq {
+    cliHdr cli;
+    be32 ifindex;                       // 220
+    be32 count;                         // 224  answer
+    be32 members[CLI_LAG_MEMBERS_MAX];  // 228  answer
+};
+WIRE_SIZE(cliLagMembersReq, 228 + 4 * CLI_LAG_MEMBERS_MAX);
+WIRE_AT(cliLagMembersReq, members, 228);
+
+// One word behind the front: 220.
+struct cliWordReq {
+    cliHdr cli;
+    be32 word;
+};
+WIRE_SIZE(cliWordReq, 224);
 
 // Show requests.
 struct cliShowReq {

@@ -22,6 +22,12 @@ constexpr uint32_t VLAN_BITS = 4096;  // ids 0 to 4095
 enum intfFamily : uint32_t { INTF_V4 = 0, INTF_V6 = 1 };
 enum intfDirection : uint32_t { INTF_IN = 0, INTF_OUT = 1 };
 enum intfFlag : uint32_t { INTF_UDP_HELPER = 0x800000 };
+// Set while the configuration has a line for this place of the record: the interface's block of
+// lines begins with the first of them and goes with the last.
+constexpr uint32_t intfCfgLine(uint32_t family, uint32_t direction) {
+    return 1u << (2 * family + direction);
+}
+constexpr uint32_t INTF_CFG_LINES = 0xF;
 
 // Bit arrays of VLAN ids. Null when there is no memory.
 struct vlanBits {
