@@ -3,6 +3,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 
 #include "include/agentMsg.h"
 
@@ -61,3 +62,20 @@ constexpr uint64_t agentHash(std::span<const uint8_t> bytes) {
 inline uint64_t agentEntryHash(const agentEntry& entry) {
     return agentHash(std::span(reinterpret_cast<const uint8_t*>(&entry), sizeof entry).subspan(4));
 }
+// A hash as the answers show it: 16 hex digits.
+inline std::string agentHashText(uint64_t hash) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (int shift = 60; shift >= 0; shift -= 4) text += digits[hash >> shift & 15];
+    return text;
+}
+// Of a list: the hashes of its entries in their order, each as 8 big-endian bytes. The agents do
+// not compute it; whoever compares two lists does.
+struct agentListHash {
+    uint64_t value = agentHash({});
+
+    constexpr void add(uint64_t entryHash) {
+        for (int shift = 56; shift >= 0; shift -= 8)
+            value = (value ^ (entryHash >> shift & 255)) * 0x100000001B3u;
+    }
+};

@@ -234,4 +234,5 @@ void aclRegisterDebugFunctions() {
     zekDebugRegister("test-ip-filter", FILTER_USAGE, testIpFilter);
     zekDebugRegister("node", "dump of the state root (text)", dumpNode);
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
+    aclRegisterInstalledFunctions();
 }

@@ -105,7 +105,8 @@ uint32_t msgWord(const uint8_t* message, uint32_t offset);
 // Logs, once per name, that something whose subsystem is missing was asked for.
 void aclNotBuilt(const char* what);
 
-// --- debug shell (debugFunctions.cpp, nodeDump.cpp) ------------------------------------------
+// --- debug shell (debugFunctions.cpp, installed.cpp, nodeDump.cpp) -------------------------------
 
 void aclRegisterDebugFunctions();
+void aclRegisterInstalledFunctions();  // installed.cpp
 std::string aclDumpNode(const aclNodeRecord* node);
