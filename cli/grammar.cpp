@@ -3,7 +3,9 @@
 #include <array>
 
 #include "cli/lexer.h"
+#include "include/chassisControl.h"
 #include "include/icmpNames.h"
+#include "include/ifindex.h"
 
 namespace {
 
@@ -22,6 +24,8 @@ enum : uint32_t {
     O_TEST_SRC_PORT = 1u << 18,
     O_TEST_DST_PORT = 1u << 19,
     O_TEST_FLAGS = 1u << 20,
+    O_IMPLICIT_PERMIT = 1u << 21,
+    O_VLANS = 1u << 22,
 };
 
 // --- actions that are not about entries ------------------------------------------------------
@@ -39,14 +43,21 @@ const char* setName(cliCommand& c, const cliValue& v, const grammarNode&) {
     c.name = v.word;
     return nullptr;
 }
-const char* setListKind(cliCommand& c, const cliValue&, const grammarNode& n) {
+const char* setKind(cliCommand& c, const cliValue&, const grammarNode& n) {
     c.kind = n.value;
     return nullptr;
 }
-// The argument line of a debug function, in full words.
+const char* setNumber(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    c.number = n.kind == cliArg::word ? n.value : static_cast<uint32_t>(v.number);
+    return nullptr;
+}
+// The argument line of a debug function or an interface's name, in full words.
 const char* addText(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (!c.text.empty()) c.text += ' ';
-    c.text += n.kind == cliArg::word ? n.word : v.word;
+    if (n.kind == cliArg::number)
+        c.text += std::to_string(v.number);
+    else
+        c.text += n.kind == cliArg::word ? n.word : v.word;
     return nullptr;
 }
 const char* addFlags(cliCommand& c, const cliValue& v, const grammarNode& n) {
@@ -63,6 +74,44 @@ const char* addFlags(cliCommand& c, const cliValue& v, const grammarNode& n) {
         left.remove_prefix(comma + 1);
     }
     return addText(c, v, n);
+}
+
+const char* setDirection(cliCommand& c, const cliValue&, const grammarNode& n) {
+    c.direction = n.value;
+    return nullptr;
+}
+const char* setImplicitPermit(cliCommand& c, const cliValue&, const grammarNode&) {
+    c.implicitPermit = 1;
+    return nullptr;
+}
+
+// "10" or "10-20", from 1 to 4094.
+bool isVlanRange(std::string_view text) {
+    uint64_t low, high;
+    size_t dash = text.find('-');
+    if (!lexNumber(text.substr(0, dash), &low)) return false;
+    high = low;
+    if (dash != text.npos && !lexNumber(text.substr(dash + 1), &high)) return false;
+    return low >= 1 && low <= high && high <= 4094;
+}
+// A configuration line has 255 characters; what does not fit would be cut there and could not be
+// read back.
+constexpr size_t BINDING_LINE_MAX = 255;
+constexpr std::string_view BINDING_LINE_WORDS = " ip access-group  out implicit-permit Vlan ";
+
+const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
+    std::string_view left = v.word;
+    for (;;) {
+        size_t comma = left.find(',');
+        if (!isVlanRange(left.substr(0, comma)))
+            return "A VLAN range is N or N-M from 1 to 4094, several with commas between";
+        if (comma == left.npos) break;
+        left.remove_prefix(comma + 1);
+    }
+    if (BINDING_LINE_WORDS.size() + c.name.size() + v.word.size() > BINDING_LINE_MAX)
+        return "The VLAN range is too long for one line";
+    c.vlans = v.word;
+    return nullptr;
 }
 
 // --- nodes -----------------------------------------------------------------------------------
@@ -103,6 +152,7 @@ constexpr grammarNode execNodes[] = {
     kw("show", "show something", S_SHOW),
     kw("clear", "reset counters", S_CLEAR),
     kw("write", "save the configuration", S_WRITE),
+    verb("chassis", "cards and route processors", S_CHASSIS, cliVerb::chassis),
     kw("configure", "enter configuration mode", S_CONFIGURE, nullptr, 0, F_EXEC),
     kw("test", "ask a list about a packet", S_TEST),
     verb("debug", "run a debug function of the manager", S_DEBUG, cliVerb::debug),
@@ -115,14 +165,48 @@ constexpr grammarNode showNodes[] = {
     kw("ip", "IP lists", S_SHOW_IP),
     verb("logging", "the manager's event log", S_DONE, cliVerb::showLogging),
     verb("system", "state and counters of the manager", S_DONE, cliVerb::showSystem),
+    verb("queues", "the manager's queues to cards and tasks", S_DONE, cliVerb::showQueues),
+    verb("interfaces", "names and indexes of interfaces", S_DONE, cliVerb::showInterfaces),
+    verb("cards", "the agents of all cards", S_DONE, cliVerb::showCards),
+    verb("card", "the agent of one card", S_SHOW_CARD, cliVerb::showCard),
 };
 constexpr grammarNode showIpNodes[] = {
     verb("access-lists", "entries of access lists", S_SHOW_LISTS, cliVerb::showLists),
+    verb("access-group", "which lists are bound where", S_DONE, cliVerb::showAccessGroups),
 };
 constexpr grammarNode showListsNodes[] = {
-    arg(cliArg::name, "NAME", "one list", S_DONE, setName),
+    arg(cliArg::name, "NAME", "one list", S_SHOW_LIST, setName),
     fin("all lists"),
 };
+constexpr grammarNode showListNodes[] = {
+    verb("installed", "compare with what the cards hold", S_DONE, cliVerb::showInstalled),
+    fin("its entries"),
+};
+constexpr std::array<grammarNode, 2> slotNodes(cliState next) {
+    auto slot = number("slot", 0, SLOT_COUNT - 1, next, setNumber);
+    return {slot,
+            kw("control-plane", "the control processor", next, setNumber, CARD_CONTROL_PLANE)};
+}
+constexpr auto showCardNodes = slotNodes(S_SHOW_CARD_WHAT);
+constexpr grammarNode showCardWhatNodes[] = {
+    kw("summary", "state and counters", S_DONE, setKind, CARD_SUMMARY),
+    kw("access-lists", "installed lists", S_SHOW_CARD_LISTS, setKind, CARD_LISTS),
+};
+constexpr grammarNode showCardListsNodes[] = {
+    arg(cliArg::name, "NAME", "the installed entries of one list", S_DONE, setName),
+    fin("all lists"),
+};
+constexpr grammarNode chassisNodes[] = {
+    kw("card", "report an event of a card", S_CHASSIS_CARD),
+    kw("primary", "move the primary role", S_CHASSIS_PRIMARY, setKind, CHASSIS_PRIMARY),
+    kw("status", "tasks and who has subscribed", S_DONE, setKind, CHASSIS_STATE),
+};
+constexpr auto chassisCardNodes = slotNodes(S_CHASSIS_EVENT);
+constexpr grammarNode chassisEventNodes[] = {
+    kw("down", "the card is down", S_DONE, setKind, CHASSIS_CARD_DOWN),
+    kw("shutdown", "the card is shut down", S_DONE, setKind, CHASSIS_CARD_SHUTDOWN),
+};
+constexpr grammarNode chassisPrimaryNodes[] = {number("route processor", 0, 1, S_DONE, setNumber)};
 constexpr grammarNode clearNodes[] = {kw("ip", "IP lists", S_CLEAR_IP)};
 constexpr grammarNode clearIpNodes[] = {kw("access-lists", "access lists", S_CLEAR_LISTS)};
 constexpr grammarNode clearListsNodes[] = {
@@ -190,6 +274,7 @@ constexpr grammarNode doneNodes[] = {fin("do it")};
 constexpr grammarNode configNodes[] = {
     // Each names its verb at once: a line that goes wrong behind it was still not an entry.
     verb("ip", "IP lists", S_IP, cliVerb::list),
+    verb("interface", "an interface and its mode", S_INTERFACE, cliVerb::interface, F_POSITIVE),
     verb("access-list", "how access lists are shown", S_ACCESS_LIST, cliVerb::maskMode),
     kw("no", "take a command back", S_MODE, setNegated, 0, F_POSITIVE),
     kw("do", "run an exec command", S_EXEC, nullptr, 0, F_POSITIVE),
@@ -197,14 +282,14 @@ constexpr grammarNode configNodes[] = {
     verb("end", "back to exec mode", S_DONE, cliVerb::end, F_POSITIVE),
 };
 constexpr grammarNode ipNodes[] = {
-    kw("access-list", "an access list and its mode", S_IP_LIST),
+    verb("access-list", "an access list and its mode", S_IP_LIST, cliVerb::list),
     verb("trace-list", "a denial-of-service filter list and its mode", S_LIST_NAME,
          cliVerb::traceList),
     verb("trace-group", "make a trace list the active filter", S_LIST_NAME, cliVerb::traceGroup),
 };
 constexpr grammarNode ipListNodes[] = {
-    kw("standard", "filters by source address", S_LIST_NAME, setListKind, IP_KIND_STANDARD),
-    kw("extended", "filters by protocol, addresses, ports and more", S_LIST_NAME, setListKind,
+    kw("standard", "filters by source address", S_LIST_NAME, setKind, IP_KIND_STANDARD),
+    kw("extended", "filters by protocol, addresses, ports and more", S_LIST_NAME, setKind,
        IP_KIND_EXTENDED),
 };
 constexpr grammarNode listNameNodes[] = {
@@ -212,6 +297,38 @@ constexpr grammarNode listNameNodes[] = {
 };
 constexpr grammarNode accessListNodes[] = {
     kw("inverse-mask", "show masks as they are, not as wildcards", S_DONE),
+};
+
+constexpr grammarNode interfaceNodes[] = {
+    kw("port-channel", "a LAG", S_INTERFACE_ID, addText),
+    kw("vlan", "a VLAN", S_INTERFACE_ID, addText),
+    kw("control-plane", "the control processor", S_DONE, addText),
+    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it", S_DONE, addText),
+};
+constexpr grammarNode interfaceIdNodes[] = {number("id", 1, 4094, S_DONE, addText)};
+// The line of an interface. It names its verb with its first word: a mistyped one leaves the mode
+// as it is.
+constexpr grammarNode bindingNodes[] = {
+    verb("ip", "IP lists", S_BINDING_IP, cliVerb::accessGroup),
+};
+constexpr grammarNode bindingIpNodes[] = {
+    kw("access-group", "bind an access list to the interface", S_BINDING_NAME),
+};
+constexpr grammarNode bindingNameNodes[] = {
+    arg(cliArg::name, "NAME", "list name, at most 140 characters", S_BINDING_DIRECTION, setName),
+};
+constexpr grammarNode bindingDirectionNodes[] = {
+    kw("in", "packets that come in", S_BINDING_OPTIONS, setDirection, 0),
+    kw("out", "packets that go out", S_BINDING_OPTIONS, setDirection, 1),
+};
+constexpr grammarNode bindingOptionsNodes[] = {
+    kw("implicit-permit", "what no entry matches passes", S_BINDING_OPTIONS, setImplicitPermit, 0,
+       F_POSITIVE, O_IMPLICIT_PERMIT),
+    kw("Vlan", "only packets of these VLANs", S_BINDING_VLANS, nullptr, 0, F_POSITIVE, O_VLANS),
+    fin("bind, or with \"no\" unbind, the list"),
+};
+constexpr grammarNode bindingVlansNodes[] = {
+    arg(cliArg::text, "N-M,...", "VLAN ids", S_BINDING_OPTIONS, setVlans),
 };
 
 // --- entry lines -----------------------------------------------------------------------------
@@ -379,6 +496,10 @@ constexpr auto states = [] {
     set(S_SHOW, showNodes);
     set(S_SHOW_IP, showIpNodes);
     set(S_SHOW_LISTS, showListsNodes);
+    set(S_SHOW_LIST, showListNodes);
+    set(S_SHOW_CARD, showCardNodes);
+    set(S_SHOW_CARD_WHAT, showCardWhatNodes);
+    set(S_SHOW_CARD_LISTS, showCardListsNodes);
     set(S_CLEAR, clearNodes);
     set(S_CLEAR_IP, clearIpNodes);
     set(S_CLEAR_LISTS, clearListsNodes);
@@ -387,6 +508,10 @@ constexpr auto states = [] {
     set(S_CONFIGURE, configureNodes);
     set(S_DEBUG, debugNodes);
     set(S_DEBUG_ARGS, debugArgsNodes);
+    set(S_CHASSIS, chassisNodes);
+    set(S_CHASSIS_CARD, chassisCardNodes);
+    set(S_CHASSIS_EVENT, chassisEventNodes);
+    set(S_CHASSIS_PRIMARY, chassisPrimaryNodes);
     set(S_TEST, testNodes);
     set(S_TEST_IP, testIpNodes);
     set(S_TEST_NAME, testNameNodes);
@@ -405,6 +530,14 @@ constexpr auto states = [] {
     set(S_IP, ipNodes);
     set(S_IP_LIST, ipListNodes);
     set(S_LIST_NAME, listNameNodes);
+    set(S_INTERFACE, interfaceNodes);
+    set(S_INTERFACE_ID, interfaceIdNodes);
+    set(S_BINDING, bindingNodes, S_CONFIG);
+    set(S_BINDING_IP, bindingIpNodes, S_IP);
+    set(S_BINDING_NAME, bindingNameNodes);
+    set(S_BINDING_DIRECTION, bindingDirectionNodes);
+    set(S_BINDING_OPTIONS, bindingOptionsNodes);
+    set(S_BINDING_VLANS, bindingVlansNodes);
     set(S_ACCESS_LIST, accessListNodes);
     // A configuration line may be typed in a list's mode: it leaves the list.
     set(S_STANDARD, listNodes<S_STANDARD_SEQ, S_STANDARD_SRC>, S_CONFIG);
@@ -468,6 +601,7 @@ constexpr grammarMode modes[] = {
     {S_EXTENDED, F_ANY_START | F_LIST | F_NET | F_EXT | F_LAYER2, IP_KIND_EXTENDED,
      "acl(config-extended)# "},
     {S_EXTENDED, F_ANY_START | F_EXT, IP_KIND_EXTENDED, "acl(config-trace)# "},
+    {S_BINDING, F_ANY_START, 0, "acl(config-if)# "},
 };
 
 }  // namespace

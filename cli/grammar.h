@@ -10,7 +10,7 @@
 
 #include "include/entry.h"
 
-enum class cliMode : uint8_t { exec, configure, standard, extended, trace };
+enum class cliMode : uint8_t { exec, configure, standard, extended, trace, interface };
 
 enum class cliVerb : uint8_t {
     nothing,  // a comment or an empty line
@@ -19,6 +19,13 @@ enum class cliVerb : uint8_t {
     showLists,
     showLogging,
     showSystem,
+    showQueues,
+    showCards,
+    showCard,
+    showInterfaces,
+    showAccessGroups,
+    showInstalled,
+    chassis,  // cliCommand::kind is the chassisCommand
     clearCounters,
     writeMemory,
     configure,
@@ -30,27 +37,36 @@ enum class cliVerb : uint8_t {
     traceList,  // header of a trace list
     traceGroup,
     maskMode,
+    interface,  // header of an interface; cliCommand::text is its name
     entry,
     traceEntry,
+    accessGroup,
     count_,
 };
 
 // A line, read. Views point into the line.
 struct cliCommand {
     cliVerb verb;
-    bool negated;           // it began with "no"
-    bool inverseMask;       // how a second dotted address is read: as the mask itself
-    uint32_t features;      // which nodes apply, F_...
-    uint32_t seen;          // options already given, O_...
-    uint32_t firstColumn;   // of the first word, from 0
-    uint32_t seqColumn;     // of the sequence number; NO_COLUMN when none was given
-    uint32_t kind;          // of an IP list
-    std::string_view name;  // list name, or name of a debug function
-    std::string text;       // argument line of a debug function, words separated by one blank
-    uint32_t log, monitor;  // option words beside the block
+    bool negated;          // it began with "no"
+    bool inverseMask;      // how a second dotted address is read: as the mask itself
+    uint32_t features;     // which nodes apply, F_...
+    uint32_t seen;         // options already given, O_...
+    uint32_t firstColumn;  // of the first word, from 0
+    uint32_t seqColumn;    // of the sequence number; NO_COLUMN when none was given
+    uint32_t kind;         // of an IP list; cardQuestion; chassisCommand
+    uint32_t number;       // slot, CARD_CONTROL_PLANE, or route processor
+    uint32_t direction;    // of a binding: 0 in, 1 out
+    uint32_t implicitPermit;
+    std::string_view vlans;  // of a binding; empty: not given
+    std::string_view name;   // list name, or name of a debug function
+    std::string text;        // argument line of a debug function, words separated by one blank;
+                             // name of an interface
+    uint32_t log, monitor;   // option words beside the block
     ipEntryBlock block;
 };
 constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
+constexpr uint32_t CARD_CONTROL_PLANE = 20;  // in the place of a slot
+enum cardQuestion : uint32_t { CARD_SUMMARY, CARD_LISTS };
 
 // A word's value, read as its node's argument kind wants it.
 struct cliValue {
@@ -104,6 +120,10 @@ enum cliState : uint8_t {
     S_SHOW,
     S_SHOW_IP,
     S_SHOW_LISTS,
+    S_SHOW_LIST,
+    S_SHOW_CARD,
+    S_SHOW_CARD_WHAT,
+    S_SHOW_CARD_LISTS,
     S_CLEAR,
     S_CLEAR_IP,
     S_CLEAR_LISTS,
@@ -112,6 +132,10 @@ enum cliState : uint8_t {
     S_CONFIGURE,
     S_DEBUG,
     S_DEBUG_ARGS,
+    S_CHASSIS,
+    S_CHASSIS_CARD,
+    S_CHASSIS_EVENT,
+    S_CHASSIS_PRIMARY,
     S_TEST,
     S_TEST_IP,
     S_TEST_NAME,
@@ -130,6 +154,14 @@ enum cliState : uint8_t {
     S_IP,
     S_IP_LIST,
     S_LIST_NAME,
+    S_INTERFACE,
+    S_INTERFACE_ID,
+    S_BINDING,
+    S_BINDING_IP,
+    S_BINDING_NAME,
+    S_BINDING_DIRECTION,
+    S_BINDING_OPTIONS,
+    S_BINDING_VLANS,
     S_ACCESS_LIST,
     S_STANDARD,
     S_STANDARD_SEQ,

@@ -61,10 +61,6 @@ struct loader {
     loadSlot& slot(size_t i) { return ring[(head + i) % WINDOW]; }
 };
 
-bool isEntry(const cliCommand& command) {
-    return command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry;
-}
-
 // Reports and releases the finished slots at the head.
 void flushSlots(loader& l) {
     while (l.count > 0 && l.slot(0).done) {
@@ -168,12 +164,12 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
     loadSlot& s = takeSlot(l, line, text);
     cliRequest request;
     size_t length;
-    bool built = requestBuild(&l.session.channel, command, l.session.list, &request, &length);
+    bool built = requestBuild(&l.session.channel, command, l.session.scope, &request, &length);
     s.firstColumn = command.firstColumn;
     s.seqColumn = command.seqColumn;
     s.sequence = built ? requestSequence(request.ipc) : 0;
-    if (!isEntry(command)) {
-        s.isHeader = sessionIsList(l.session.mode);
+    if (!sessionIsInnerLine(command)) {
+        s.isHeader = sessionIsInner(l.session.mode);
         l.header = s.isHeader ? headerState::open : headerState::none;
         l.headerLine = line;
     }
@@ -194,20 +190,30 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
     }
 }
 
-// Whether an entry line's list was accepted; waits for the answer to its header.
+// Whether the header of an inner line was accepted; waits for the answer to a list's.
 bool headerAccepted(loader& l) {
     while (l.header == headerState::open) pump(l, l.timeoutMs());
     return l.header != headerState::refused;
 }
 
+// An interface is looked up here. The lines of one that there is not are read, but not sent.
+void loadInterface(loader& l, uint32_t line, std::string_view text) {
+    cliOutcome outcome = sessionInterface(&l.session, l.command);
+    l.session.mode = cliMode::interface;
+    l.header = outcome.ok ? headerState::accepted : headerState::refused;
+    l.headerLine = line;
+    if (!outcome.ok) refuseLine(l, line, text, l.command.firstColumn, outcome.sentence);
+}
+
 void loadCommand(loader& l, uint32_t line, std::string_view text) {
     cliSession& s = l.session;
     const cliCommand& command = l.command;
-    bool entry = isEntry(command);
-    if (s.options.checkOnly && entry) return;
-    if (!entry) l.badHeaderLine = 0;
+    bool inner = sessionIsInnerLine(command);
+    if (inner && s.options.checkOnly) return;
+    if (!inner) l.badHeaderLine = 0;
+    if (command.verb == cliVerb::interface) return loadInterface(l, line, text);
     if (s.options.checkOnly ||
-        !(entry || command.verb == cliVerb::list || command.verb == cliVerb::traceList ||
+        !(inner || command.verb == cliVerb::list || command.verb == cliVerb::traceList ||
           command.verb == cliVerb::traceGroup)) {
         // Rare commands run as they would when typed, after everything before them.
         drain(l);
@@ -219,14 +225,11 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
         if (!outcome.ok) refuseLine(l, line, text, outcome.column, outcome.sentence);
         return;
     }
-    if (entry && !headerAccepted(l))
+    if (inner && !headerAccepted(l))
         return refuseLine(
             l, line, text, command.firstColumn,
-            "Not sent: the list's header in line " + std::to_string(l.headerLine) + " was refused");
-    if (!entry) {
-        s.mode = sessionModeAfter(s, command);
-        if (sessionIsList(s.mode)) s.list = listNameMake(command.name);
-    }
+            "Not sent: the header in line " + std::to_string(l.headerLine) + " was refused");
+    if (!inner) sessionEnter(&s, command);
     submit(l, command, line, text);
 }
 
@@ -243,7 +246,7 @@ void loadLine(loader& l, std::string_view text, uint32_t line) {
     }
     if (s.mode == cliMode::configure && l.badHeaderLine != 0 && l.command.verb == cliVerb::entry)
         error.text += " (the header in line " + std::to_string(l.badHeaderLine) + " was refused)";
-    if (sessionMustLeaveList(s, l.command, error)) s.mode = cliMode::configure;
+    if (sessionMustLeave(s, l.command, error)) s.mode = cliMode::configure;
     if (s.mode == cliMode::configure && (l.command.verb != cliVerb::entry || l.badHeaderLine == 0))
         l.badHeaderLine = line;
     refuseLine(l, line, text, error.column, std::move(error.text), std::move(error.expected));

@@ -128,6 +128,8 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->firstColumn = 0;
     command->seqColumn = NO_COLUMN;
     command->kind = 0;
+    command->number = command->direction = command->implicitPermit = 0;
+    command->vlans = "";
     command->name = "";
     command->text.clear();
     command->log = command->monitor = 0;

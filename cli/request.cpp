@@ -32,6 +32,8 @@ constexpr requestRow requestTable[] = {
     {cliVerb::entry, true, MT_CLI_COMMAND, CLI_IP_ENTRY_DELETE, sizeof(cliIpEntryReq)},
     {cliVerb::traceEntry, false, MT_CLI_COMMAND, CLI_DOS_ENTRY_ADD, sizeof(cliIpEntryReq)},
     {cliVerb::traceEntry, true, MT_CLI_COMMAND, CLI_DOS_ENTRY_DELETE, sizeof(cliIpEntryReq)},
+    {cliVerb::accessGroup, false, MT_CLI_COMMAND, CLI_IP_BIND, sizeof(cliBindReq)},
+    {cliVerb::accessGroup, true, MT_CLI_COMMAND, CLI_IP_UNBIND, sizeof(cliUnbindReq)},
     {cliVerb::clearCounters, false, MT_CLI_COMMAND, CLI_CLEAR_IP_ACL_ALL, sizeof(cliHdr)},
     {cliVerb::maskMode, false, MT_ACL_INVERSEMASK_ENABLE, 0, sizeof(ipcHdr)},
     {cliVerb::maskMode, true, MT_ACL_INVERSEMASK_DISABLE, 0, sizeof(ipcHdr)},
@@ -42,15 +44,21 @@ constexpr uint32_t cookieOf(uint32_t sequence) {
     return 0x80000000u | sequence;
 }
 
+// To the manager.
 void stamp(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t length) {
-    hdr->length = static_cast<uint32_t>(length);
-    hdr->mtype = mtype;
-    hdr->sequence = channel->nextSequence++;
-    // The first triple is the sender's.
-    hdr->target.card = channel->card;
-    hdr->target.svce = channel->service;
-    hdr->source.card = channel->card;
-    hdr->source.svce = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
+    requestAddress(channel, hdr, mtype, length, channel->card,
+                   aclServicePort(APP_ACL, 0, QUEUE_REQUEST));
+}
+
+void fillBinding(const cliCommand& command, uint32_t ifindex, cliBindReq* request) {
+    request->cli.name = listNameMake(command.name);
+    request->ifindex = ifindex;
+    request->direction = command.direction;
+    if (command.negated) return;
+    request->implicitPermit = command.implicitPermit;
+    request->writeConfig = 1;
+    request->vlanOption = command.vlans.empty() ? 0 : 1;
+    command.vlans.copy(request->vlanText, sizeof request->vlanText - 1);
 }
 
 }  // namespace
@@ -70,7 +78,19 @@ bool channelOpen(cliChannel* channel, const std::string& runDir, const std::stri
     return channel->endpoint != nullptr;
 }
 
-bool requestBuild(cliChannel* channel, const cliCommand& command, const listName& list,
+void requestAddress(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t length, uint32_t card,
+                    uint32_t service) {
+    hdr->length = static_cast<uint32_t>(length);
+    hdr->mtype = mtype;
+    hdr->sequence = channel->nextSequence++;
+    // The first triple is the sender's.
+    hdr->target.card = channel->card;
+    hdr->target.svce = channel->service;
+    hdr->source.card = card;
+    hdr->source.svce = service;
+}
+
+bool requestBuild(cliChannel* channel, const cliCommand& command, const cliScope& scope,
                   cliRequest* request, size_t* length) {
     const auto* row = std::ranges::find_if(requestTable, [&](const requestRow& r) {
         return r.verb == command.verb && r.negated == command.negated;
@@ -85,12 +105,16 @@ bool requestBuild(cliChannel* channel, const cliCommand& command, const listName
     request->cli.code = row->code;
     if (row->verb == cliVerb::clearCounters && !command.name.empty())
         request->cli.code = CLI_CLEAR_IP_ACL;
+    if (row->verb == cliVerb::accessGroup) {
+        fillBinding(command, scope.ifindex, &request->bind);
+        return true;
+    }
     if (row->length == sizeof(cliListReq)) request->list.kind = command.kind;
     if (row->length != sizeof(cliIpEntryReq)) {
         request->cli.name = listNameMake(command.name);
         return true;
     }
-    request->cli.name = list;
+    request->cli.name = scope.list;
     request->entry.log = command.log;
     request->entry.monitor = command.monitor;
     request->entry.block = command.block;

@@ -34,13 +34,23 @@ union cliRequest {
     cliHdr cli;
     cliListReq list;
     cliIpEntryReq entry;
+    cliBindReq bind;
 };
-// The request of a command: *length its bytes. `list` is the list of the current mode, which entry
-// lines act on. False when the command is not one that goes to the manager in one message.
-bool requestBuild(cliChannel* channel, const cliCommand& command, const listName& list,
+// What the lines of the current mode act on.
+struct cliScope {
+    listName list{};
+    uint32_t ifindex = 0;
+};
+// The request of a command: *length its bytes. False when the command is not one that goes to the
+// manager in one message.
+bool requestBuild(cliChannel* channel, const cliCommand& command, const cliScope& scope,
                   cliRequest* request, size_t* length);
 // A show of one list (1059), or of the list behind the cursor `name` (1060).
 void requestShow(cliChannel* channel, aclCliCode code, const listName& name, cliShowReq* request);
+
+// Fills the header of a request to another task than the manager.
+void requestAddress(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t length, uint32_t card,
+                    uint32_t service);
 
 // The sequence number that a request was given; its answer carries the same.
 inline uint32_t requestSequence(const ipcHdr& request) {

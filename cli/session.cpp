@@ -30,7 +30,7 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
         if (!sessionConnect(s, &error)) return refusal(error);
         cliRequest request;
         size_t length;
-        if (!requestBuild(&s->channel, command, s->list, &request, &length))
+        if (!requestBuild(&s->channel, command, s->scope, &request, &length))
             return refusal(statusText(ACL_E_SYSTEM));
         askResult asked = channelAsk(&s->channel, &request, length, s->options.timeoutMs);
         uint32_t status = ACL_E_SYSTEM;
@@ -39,15 +39,18 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
         else if (!answerResult(s->channel, &status) || status != ACL_OK)
             outcome = refusal(statusText(status), sessionColumn(command, status));
     }
-    if (command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry ||
-        command.verb == cliVerb::clearCounters)
-        return outcome;
-    s->mode = outcome.ok ? sessionModeAfter(*s, command) : cliMode::configure;
-    if (outcome.ok && sessionIsList(s->mode)) s->list = listNameMake(command.name);
+    if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters) return outcome;
+    if (outcome.ok)
+        sessionEnter(s, command);
+    else
+        s->mode = cliMode::configure;
     if (outcome.ok && command.verb == cliVerb::maskMode) s->inverseMask = !command.negated;
     return outcome;
 }
 
+cliOutcome runInterface(cliSession* s, const cliCommand& command, cliPipe*) {
+    return sessionInterface(s, command);
+}
 cliOutcome runConfigure(cliSession* s, const cliCommand&, cliPipe*) {
     s->mode = cliMode::configure;
     return {};
@@ -56,7 +59,7 @@ cliOutcome runExit(cliSession* s, const cliCommand&, cliPipe*) {
     if (s->mode == cliMode::exec)
         s->done = true;
     else
-        s->mode = sessionIsList(s->mode) ? cliMode::configure : s->outermost;
+        s->mode = sessionIsInner(s->mode) ? cliMode::configure : s->outermost;
     return {};
 }
 cliOutcome runEnd(cliSession* s, const cliCommand&, cliPipe*) {
@@ -83,6 +86,13 @@ cliOutcome runShowSystem(cliSession* s, const cliCommand&, cliPipe* pipe) {
     return showDebug(s, "system", pipe);
 }
 
+cliOutcome runShowQueues(cliSession* s, const cliCommand&, cliPipe* pipe) {
+    return showDebug(s, "queues", pipe);
+}
+cliOutcome runShowAccessGroups(cliSession* s, const cliCommand&, cliPipe* pipe) {
+    return showDebug(s, "access-groups", pipe);
+}
+
 struct verbRow {
     cliVerb verb;
     bool local;  // changes nothing but this session, also when only checking
@@ -95,6 +105,13 @@ constexpr verbRow verbTable[] = {
     {cliVerb::showLists, false, showLists},
     {cliVerb::showLogging, false, runShowLogging},
     {cliVerb::showSystem, false, runShowSystem},
+    {cliVerb::showQueues, false, runShowQueues},
+    {cliVerb::showCards, false, showCards},
+    {cliVerb::showCard, false, showCard},
+    {cliVerb::showInterfaces, false, showInterfaces},
+    {cliVerb::showAccessGroups, false, runShowAccessGroups},
+    {cliVerb::showInstalled, false, showInstalled},
+    {cliVerb::chassis, false, chassisControl},
     {cliVerb::clearCounters, true, runConfig},
     {cliVerb::writeMemory, false, runWriteMemory},
     {cliVerb::configure, true, runConfigure},
@@ -106,8 +123,10 @@ constexpr verbRow verbTable[] = {
     {cliVerb::traceList, true, runConfig},
     {cliVerb::traceGroup, true, runConfig},
     {cliVerb::maskMode, true, runConfig},
+    {cliVerb::interface, true, runInterface},
     {cliVerb::entry, true, runConfig},
     {cliVerb::traceEntry, true, runConfig},
+    {cliVerb::accessGroup, true, runConfig},
 };
 static_assert([] {
     for (size_t i = 0; i < std::size(verbTable); i++)
@@ -132,29 +151,58 @@ void sessionReadMaskMode(cliSession* session) {
     zekCfgClose(db);
 }
 
-bool sessionIsList(cliMode mode) {
+bool sessionIsInner(cliMode mode) {
     return mode != cliMode::exec && mode != cliMode::configure;
+}
+bool sessionIsInnerLine(const cliCommand& command) {
+    return command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry ||
+           command.verb == cliVerb::accessGroup;
 }
 
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
-    if (command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry) return session.mode;
+    if (sessionIsInnerLine(command)) return session.mode;
     if (!command.negated)
         for (const modeRow& row : headerModes)
             if (row.verb == command.verb && row.kind == command.kind) return row.mode;
     return cliMode::configure;
 }
 
-bool sessionMustLeaveList(const cliSession& session, const cliCommand& command,
-                          const cliParseError& error) {
-    if (!sessionIsList(session.mode) || session.options.interactive) return false;
+void sessionEnter(cliSession* session, const cliCommand& command) {
+    session->mode = sessionModeAfter(*session, command);
+    if (sessionIsInner(session->mode)) session->scope.list = listNameMake(command.name);
+}
+
+bool sessionMustLeave(const cliSession& session, const cliCommand& command,
+                      const cliParseError& error) {
+    if (!sessionIsInner(session.mode) || session.options.interactive) return false;
     // A configuration line that went wrong, or a first word that is not indented and not known.
-    return command.verb != cliVerb::entry || error.column == 0;
+    return !sessionIsInnerLine(command) || error.column == 0;
 }
 
 bool sessionConnect(cliSession* session, std::string* error) {
     if (session->channel.endpoint != nullptr) return true;
     const cliOptions& o = session->options;
     return channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
+}
+
+bool sessionChassis(cliSession* session, std::string* error) {
+    if (!session->chassisLoaded)
+        session->chassisLoaded =
+            zekChassisLoad(session->options.chassisFile, &session->chassis, error);
+    return session->chassisLoaded;
+}
+
+cliOutcome sessionInterface(cliSession* session, const cliCommand& command) {
+    std::string error;
+    session->mode = cliMode::configure;
+    session->scope.ifindex = 0;
+    if (!sessionChassis(session, &error)) {
+        if (!session->options.checkOnly) return refusal(error);
+    } else if (!chassisIfIndex(session->chassis, command.text, &session->scope.ifindex)) {
+        return refusal("The chassis has no interface " + command.text);
+    }
+    session->mode = cliMode::interface;
+    return {};
 }
 
 cliOutcome sessionDebug(cliSession* session, std::string_view function, std::string_view args,
@@ -218,7 +266,7 @@ bool sessionRun(cliSession* session, std::string_view line, const cliPlace& plac
             return true;
         case cliParsed::refused:
             report(session, place, line, error.column, error.text, error.expected);
-            if (sessionMustLeaveList(*session, command, error)) session->mode = cliMode::configure;
+            if (sessionMustLeave(*session, command, error)) session->mode = cliMode::configure;
             return false;
         case cliParsed::command:
             break;

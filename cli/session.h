@@ -10,6 +10,7 @@
 #include "cli/pipe.h"
 #include "cli/report.h"
 #include "cli/request.h"
+#include "platform/api/zekChassis.h"
 
 struct cliOptions {
     std::string runDir;
@@ -26,12 +27,14 @@ struct cliSession {
     cliOptions options;
     cliMode mode = cliMode::exec;
     cliMode outermost = cliMode::exec;  // where "end" leads
-    listName list{};                    // of a list mode
+    cliScope scope;                     // of a list's or interface's mode
     bool inverseMask = false;
     bool done = false;  // "exit" in exec mode
     FILE* out = stdout;
     FILE* err = stderr;
     cliChannel channel;
+    chassisDescription chassis{};  // see sessionChassis
+    bool chassisLoaded = false;
 };
 
 // What became of a command. A refusal has a sentence and the column that it is about.
@@ -49,15 +52,24 @@ void sessionReadMaskMode(cliSession* session);
 inline cliContext sessionContext(const cliSession& s) {
     return {s.mode, s.inverseMask, s.options.restore};
 }
-bool sessionIsList(cliMode mode);
-// The list mode of a list header, the one that follows any other configuration command.
+// A mode below configuration mode, and the lines that belong to one.
+bool sessionIsInner(cliMode mode);
+bool sessionIsInnerLine(const cliCommand& command);
+// The mode of a list's header, the one that follows any other configuration command.
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command);
-// After a refused line: whether it must end the list mode, because what follows may belong to a
+// Takes over the mode that follows a command that was accepted.
+void sessionEnter(cliSession* session, const cliCommand& command);
+// After a refused line: whether it must end the inner mode, because what follows may belong to a
 // list whose header was just refused and must not go into the one before it.
-bool sessionMustLeaveList(const cliSession& session, const cliCommand& command,
-                          const cliParseError& error);
+bool sessionMustLeave(const cliSession& session, const cliCommand& command,
+                      const cliParseError& error);
 // Opens the channel at its first use.
 bool sessionConnect(cliSession* session, std::string* error);
+// Reads the chassis description at its first use.
+bool sessionChassis(cliSession* session, std::string* error);
+// Makes the named interface the one that the lines of its mode act on; the sentence that refuses
+// it. When only checking, a chassis that is not described is no reason to refuse.
+cliOutcome sessionInterface(cliSession* session, const cliCommand& command);
 
 // Runs a command that was read; output goes through the pipe.
 cliOutcome sessionExecute(cliSession* session, const cliCommand& command, cliPipe* pipe);
@@ -78,4 +90,10 @@ cliOutcome showRunning(cliSession* session, const cliCommand& command, cliPipe* 
 cliOutcome showStartup(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe);
+cliOutcome showInterfaces(cliSession* session, const cliCommand& command, cliPipe* pipe);
+// Agents and the chassis (cards.cpp, installed.cpp).
+cliOutcome showCards(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe);

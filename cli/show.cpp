@@ -1,22 +1,14 @@
 // Commands that print: configuration text, lists, and what the manager's debug functions answer.
-#include <nlohmann/json.hpp>
-
 #include <cstring>
 #include <fstream>
 
 #include "cli/lexer.h"
+#include "cli/render.h"
 #include "cli/session.h"
 #include "include/status.h"
 #include "platform/api/zekCfg.h"
 
 namespace {
-
-using json = nlohmann::ordered_json;
-
-// Text of other processes may be anything; what is not UTF-8 is replaced, never thrown at us.
-std::string dump(const json& value, int indent = -1) {
-    return value.dump(indent, ' ', false, json::error_handler_t::replace);
-}
 
 // Lines as they come, or as the elements of one JSON array, never held together in memory.
 struct lineSink {
@@ -27,97 +19,11 @@ struct lineSink {
 void sinkLine(lineSink& sink, std::string_view line) {
     if (!sink.asJson) return pipeLine(sink.pipe, line);
     pipeText(sink.pipe, sink.first ? "[\n" : ",\n");
-    pipeText(sink.pipe, dump(json(line)));
+    pipeText(sink.pipe, jsonDump(json(line)));
     sink.first = false;
 }
 void sinkFinish(lineSink& sink) {
     if (sink.asJson) pipeText(sink.pipe, sink.first ? "[]\n" : "\n]\n");
-}
-
-// --- JSON as aligned text --------------------------------------------------------------------
-
-std::string scalarText(const json& v) {
-    if (v.is_string()) return v.get<std::string>();
-    if (v.is_boolean()) return v.get<bool>() ? "yes" : "no";
-    return v.is_null() ? "-" : dump(v);
-}
-bool isTable(const json& v) {
-    if (!v.is_array() || v.empty()) return false;
-    for (const json& row : v) {
-        if (!row.is_object()) return false;
-        for (const json& cell : row)
-            if (cell.is_structured()) return false;
-    }
-    return true;
-}
-bool isPlain(const json& v) {
-    if (!v.is_array()) return !v.is_object();
-    for (const json& item : v)
-        if (item.is_structured()) return false;
-    return true;
-}
-std::string plainText(const json& v) {
-    if (!v.is_array()) return scalarText(v);
-    std::string text;
-    for (const json& item : v) text += (text.empty() ? "" : ", ") + scalarText(item);
-    return text.empty() ? "-" : text;
-}
-
-void pad(std::string& line, size_t from, size_t width) {
-    line.append(width > line.size() - from ? width - (line.size() - from) : 0, ' ');
-}
-
-// Records of the same shape: one line each below a line of the keys.
-void renderTable(const json& rows, size_t indent, cliPipe* pipe) {
-    std::vector<std::string> keys;
-    std::vector<size_t> widths;
-    for (const json& row : rows)
-        for (const auto& [key, cell] : row.items()) {
-            size_t at = static_cast<size_t>(std::ranges::find(keys, key) - keys.begin());
-            if (at == keys.size()) {
-                keys.push_back(key);
-                widths.push_back(key.size());
-            }
-            widths[at] = std::max(widths[at], scalarText(cell).size());
-        }
-    auto print = [&](auto cellText) {
-        std::string line(indent, ' ');
-        for (size_t i = 0; i < keys.size(); i++) {
-            size_t from = line.size();
-            line += cellText(keys[i]);
-            if (i + 1 < keys.size()) pad(line, from, widths[i] + 2);
-        }
-        pipeLine(pipe, lexTrimEnd(line));
-    };
-    print([](const std::string& key) { return key; });
-    for (const json& row : rows)
-        print(
-            [&](const std::string& key) { return row.contains(key) ? scalarText(row[key]) : ""; });
-}
-
-constexpr size_t DEPTH_MAX = 16;
-
-void render(const json& value, size_t indent, size_t depth, cliPipe* pipe) {
-    std::string margin(indent, ' ');
-    if (depth > DEPTH_MAX || isPlain(value)) return pipeLine(pipe, margin + plainText(value));
-    if (isTable(value)) return renderTable(value, indent, pipe);
-    if (value.is_array()) {
-        for (const json& item : value) render(item, indent + 2, depth + 1, pipe);
-        return;
-    }
-    size_t width = 0;
-    for (const auto& [key, item] : value.items())
-        if (isPlain(item)) width = std::max(width, key.size());
-    for (const auto& [key, item] : value.items()) {
-        std::string line = margin + key;
-        if (isPlain(item)) {
-            pad(line, indent, width + 2);
-            pipeLine(pipe, lexTrimEnd(line += plainText(item)));
-        } else {
-            pipeLine(pipe, line += ":");
-            render(item, indent + 2, depth + 1, pipe);
-        }
-    }
 }
 
 // --- lists -----------------------------------------------------------------------------------
@@ -173,17 +79,11 @@ cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sin
         pipeText(sink->pipe, text);
     else {
         pipeText(sink->pipe, sink->first ? "[\n" : ",\n");
-        pipeText(sink->pipe, dump(listJson(text)));
+        pipeText(sink->pipe, jsonDump(listJson(text)));
         sink->first = false;
     }
     *name = shown;
     return {};
-}
-
-// The debug functions refuse with {"error": sentence}.
-cliOutcome errorOf(const json& answer) {
-    if (!answer.is_object() || !answer.contains("error") || !answer["error"].is_string()) return {};
-    return refusal(answer["error"].get<std::string>());
 }
 
 }  // namespace
@@ -234,37 +134,52 @@ cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pi
 }
 
 cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe) {
-    std::string text;
-    if (cliOutcome outcome = sessionDebug(session, function, "", &text); !outcome.ok)
-        return outcome;
-    json value = json::parse(text, nullptr, false);
-    if (value.is_discarded()) {
-        if (!session->options.json) return pipeText(pipe, text), cliOutcome{};
-        value = text;
-    }
-    if (cliOutcome outcome = errorOf(value); !outcome.ok) return outcome;
-    if (session->options.json)
-        pipeText(pipe, dump(value, 2) + "\n");
-    else if (!value.is_array() || !value.empty())
-        render(value, 0, 0, pipe);
+    json value;
+    cliOutcome outcome = debugJson(session, function, "", &value);
+    if (outcome.ok) renderAnswer(*session, value, pipe);
+    return outcome;
+}
+
+cliOutcome showInterfaces(cliSession* session, const cliCommand&, cliPipe* pipe) {
+    std::string error;
+    if (!sessionChassis(session, &error)) return refusal(error);
+    const chassisDescription& chassis = session->chassis;
+    json rows = json::array();
+    auto add = [&](const std::string& name) -> json& {
+        uint32_t ifindex = 0;
+        char hex[16];
+        (void)chassisIfIndex(chassis, name, &ifindex);
+        std::snprintf(hex, sizeof hex, "0x%08x", ifindex);
+        rows.push_back({{"interface", name}, {"index", hex}});
+        return rows.back();
+    };
+    for (const chassisCard& card : chassis.cards)
+        for (const chassisPort& port : card.ports) {
+            json& row = add(port.name);
+            row["card"] = card.slot;
+            row["pipe"] = port.pipe;
+        }
+    for (uint32_t id : chassis.lags) add("port-channel " + std::to_string(id));
+    for (uint32_t id : chassis.vlans) add("vlan " + std::to_string(id));
+    add("control-plane");
+    renderAnswer(*session, rows, pipe);
     return {};
 }
 
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe) {
-    std::string text;
-    cliOutcome outcome = sessionDebug(session, "test-ip-filter", command.text, &text);
+    json answer;
+    cliOutcome outcome = debugJson(session, "test-ip-filter", command.text, &answer);
     if (!outcome.ok) return outcome;
-    json answer = json::parse(text, nullptr, false);
-    if (outcome = errorOf(answer); !outcome.ok) return outcome;
     if (!answer.is_object() || !answer.contains("verdict") || !answer["verdict"].is_string())
-        return refusal(text.empty() ? "The manager gave no verdict" : text);
+        return refusal(answer.is_string() && answer != "" ? answer.get<std::string>()
+                                                          : "The manager gave no verdict");
     std::string verdict = answer["verdict"];
     if (session->options.json)
-        pipeText(pipe, dump(answer) + "\n");
+        pipeText(pipe, jsonDump(answer) + "\n");
     else {
         std::string decided = "no entry matches (implicit deny)";
         if (auto entry = answer.find("entry"); entry != answer.end() && entry->is_object())
-            decided = lexTrimEnd(entry->value("text", std::string("entry without text")));
+            decided = lexTrimEnd(jsonText(*entry, "text"));
         pipeLine(pipe,
                  verdict + ": " +
                      decided.substr(std::min(decided.find_first_not_of(' '), decided.size())));

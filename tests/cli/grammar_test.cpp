@@ -64,6 +64,7 @@ constexpr cliContext extended{cliMode::extended, false, false};
 constexpr cliContext trace{cliMode::trace, false, false};
 constexpr cliContext configure{cliMode::configure, false, false};
 constexpr cliContext exec{cliMode::exec, false, false};
+constexpr cliContext interface { cliMode::interface, false, false };
 
 }  // namespace
 
@@ -187,7 +188,7 @@ TEST(Grammar, CommandsBecomeVerbs) {
     } rows[] = {
         {exec, "show running-config", cliVerb::showRunning, false, "", 0, ""},
         {exec, "sh run", cliVerb::showRunning, false, "", 0, ""},
-        {exec, "SHOW Ip acc", cliVerb::showLists, false, "", 0, ""},
+        {exec, "SHOW Ip access-l", cliVerb::showLists, false, "", 0, ""},
         {exec, "show ip access-lists Web", cliVerb::showLists, false, "Web", 0, ""},
         {exec, "clear ip access-lists counters", cliVerb::clearCounters, false, "", 0, ""},
         {exec, "clear ip access-lists counters A", cliVerb::clearCounters, false, "A", 0, ""},
@@ -207,6 +208,20 @@ TEST(Grammar, CommandsBecomeVerbs) {
         {standard, "ip access-list extended X", cliVerb::list, false, "X", 2, ""},
         {trace, "deny ip any any log", cliVerb::traceEntry, false, "", 0, ""},
         {standard, "exit", cliVerb::exit, false, "", 0, ""},
+        {exec, "show ip access-lists A installed", cliVerb::showInstalled, false, "A", 0, ""},
+        {exec, "show ip access-lists installed", cliVerb::showLists, false, "installed", 0, ""},
+        {exec, "show ip access-g", cliVerb::showAccessGroups, false, "", 0, ""},
+        {exec, "show cards", cliVerb::showCards, false, "", 0, ""},
+        {exec, "show card 3 summary", cliVerb::showCard, false, "", 0, ""},
+        {exec, "show card control-plane access-lists A", cliVerb::showCard, false, "A", 1, ""},
+        {exec, "chassis card 3 down", cliVerb::chassis, false, "", 1, ""},
+        {exec, "chassis card 3 shutdown", cliVerb::chassis, false, "", 2, ""},
+        {exec, "chassis primary 1", cliVerb::chassis, false, "", 3, ""},
+        {exec, "chassis status", cliVerb::chassis, false, "", 4, ""},
+        {interface, "ip access-group A in", cliVerb::accessGroup, false, "A", 0, ""},
+        {interface, "no ip access-group A out", cliVerb::accessGroup, true, "A", 0, ""},
+        {interface, "interface vl 20", cliVerb::interface, false, "", 0, "vlan 20"},
+        {interface, "no ip access-list standard A", cliVerb::list, true, "A", 1, ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
@@ -238,13 +253,14 @@ TEST(Grammar, RefusalsNameTheColumnAndTheValidWords) {
          "shw",
          0,
          "Unexpected word \"shw\"",
-         {"show", "clear", "write", "configure", "test", "debug", "exit", "end"}},
+         {"show", "clear", "write", "chassis", "configure", "test", "debug", "exit", "end"}},
         {exec, "show s", 5, "Ambiguous word \"s\"", {"startup-config", "system"}},
         {exec,
          "show",
          5,
          "incomplete",
-         {"running-config", "startup-config", "ip", "logging", "system"}},
+         {"running-config", "startup-config", "ip", "logging", "system", "queues", "interfaces",
+          "cards", "card"}},
         {exec, "show system now", 12, "Unexpected", {"<cr>"}},
         {exec, "test ip access-list A tcp 1.2.3.4 5.6.7.8 flags syn,foo", 48, "flags are", {}},
         {exec, "test ip access-list A tcp 1.2.3.4 5.6.7.8 flags syn,", 48, "flags are", {}},
@@ -254,7 +270,7 @@ TEST(Grammar, RefusalsNameTheColumnAndTheValidWords) {
          "permit any",
          0,
          "Unexpected",
-         {"ip", "access-list", "no", "do", "exit", "end"}},
+         {"ip", "interface", "access-list", "no", "do", "exit", "end"}},
         {configure, "no do show system", 3, "Unexpected", {"ip", "access-list"}},
         {configure, "do configure terminal", 3, "Unexpected", {"*"}},
         {standard,
@@ -340,7 +356,10 @@ TEST(Grammar, HelpTellsWhatCanStandAtTheEndOfTheLine) {
         const char* line;
         std::vector<std::string> words;
     } rows[] = {
-        {exec, "show ", {"running-config", "startup-config", "ip", "logging", "system"}},
+        {exec,
+         "show ",
+         {"running-config", "startup-config", "ip", "logging", "system", "queues", "interfaces",
+          "cards", "card"}},
         {exec, "show s", {"startup-config", "system"}},
         {exec, "show ip access-lists ", {"NAME", "<cr>"}},
         {standard, "permit 10.0.0.0 ", {"A.B.C.D"}},

@@ -85,15 +85,15 @@ TEST(Load, RefusalsAreReportedInLineOrderAlthoughAnswersAreNot) {
     });
     testSession s(manager.dir);
     EXPECT_EQ(s.load(entries(3) + " bad line\n seq 4 permit any\n"), 1);
-    EXPECT_EQ(
-        s.reported(),
-        "F:2:2: The entry already exists in the list\n seq 1 permit any\n ^\n"
-        "F:3:6: The sequence number is already used in the list\n seq 2 permit any\n     ^\n"
-        "F:4:2: The entry already exists in the list\n seq 3 permit any\n ^\n"
-        "F:5:2: Unexpected word \"bad\"; expected: seq, permit, deny, ip, access-list, no, do, "
-        "exit, end\n bad line\n ^\n"
-        "F:6:6: The sequence number is already used in the list\n seq 4 permit any\n     ^\n"
-        "F: 5 of 6 lines refused\n");
+    EXPECT_EQ(s.reported(),
+              "F:2:2: The entry already exists in the list\n seq 1 permit any\n ^\n"
+              "F:3:6: The sequence number is already used in the list\n seq 2 permit any\n     ^\n"
+              "F:4:2: The entry already exists in the list\n seq 3 permit any\n ^\n"
+              "F:5:2: Unexpected word \"bad\"; expected: seq, permit, deny, ip, interface, "
+              "access-list, no, do, "
+              "exit, end\n bad line\n ^\n"
+              "F:6:6: The sequence number is already used in the list\n seq 4 permit any\n     ^\n"
+              "F: 5 of 6 lines refused\n");
 }
 
 TEST(Load, ManyRequestsAreUnderWayWhileTheQueueFillsAgainAndAgain) {
@@ -172,7 +172,7 @@ TEST(Load, EntriesOfARefusedListAreNotSent) {
     manager.halt();
     EXPECT_EQ(sent, 1);
     EXPECT_EQ(count(s.reported(), "F:1:1: The list exists as a standard access list\n"), 1u);
-    EXPECT_EQ(count(s.reported(), "Not sent: the list's header in line 1 was refused\n"), 2u);
+    EXPECT_EQ(count(s.reported(), "Not sent: the header in line 1 was refused\n"), 2u);
 }
 
 // After a header that could not be read, its entries must not go into the list before it.

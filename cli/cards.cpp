@@ -1,0 +1,152 @@
+// The cards of the chassis: what their agents say of themselves, and the events that chassisd is
+// asked to raise.
+#include "cli/agents.h"
+#include "include/chassisControl.h"
+#include "include/service.h"
+
+namespace {
+
+bool ready(cliSession* session, std::string* error) {
+    return sessionChassis(session, error) && sessionConnect(session, error);
+}
+
+json rowOf(cliSession* session, const agentPlace& place) {
+    json row = {{"card", agentLabel(place.slot)}, {"address", addressText(place.card)}};
+    agentStateReq request{};
+    request.what = AGENT_STATE_SUMMARY;
+    json summary;
+    agentReply reply = agentAsk(session, place, &request, &summary);
+    if (reply != agentReply::good) {
+        row["state"] = agentReplyText(reply);
+        return row;
+    }
+    row["state"] = jsonText(summary, "state");
+    for (const char* key : {"lists", "entries", "messages"}) row[key] = jsonNumber(summary, key);
+    uint64_t refused = 0;
+    if (summary.contains("refused") && summary["refused"].is_object())
+        for (const auto& [reason, count] : summary["refused"].items())
+            refused += jsonNumber(summary["refused"], reason.c_str());
+    row["refused"] = refused;
+    return row;
+}
+
+// The agent's numbers as the operator's words.
+json listRow(const cliSession& session, const json& list) {
+    uint32_t ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
+    std::string name = chassisIfName(session.chassis, ifindex);
+    if (name.empty() && ifindex != 0) name = std::to_string(ifindex);
+    uint64_t group = jsonNumber(list, "group");
+    return {{"list", jsonText(list, "name")},
+            {"kind", jsonText(list, "kind")},
+            {"interface", group != 0     ? "VLAN group " + std::to_string(group)
+                          : name.empty() ? "-"
+                                         : name},
+            {"direction", jsonNumber(list, "direction") == 0 ? "in" : "out"},
+            {"implicit-permit", jsonNumber(list, "implicitPermit") != 0},
+            {"entries", jsonNumber(list, "count")}};
+}
+
+// The entries of one list, wherever the card holds it.
+agentReply entriesOf(cliSession* session, const agentPlace& place, const listName& name,
+                     const json& places, json* out) {
+    for (const json& at : places) {
+        agentStateReq request{};
+        request.what = AGENT_STATE_ENTRIES;
+        request.name = name;
+        request.ifindex = static_cast<uint32_t>(jsonNumber(at, "ifindex"));
+        request.direction = static_cast<uint32_t>(jsonNumber(at, "direction"));
+        request.kind = static_cast<uint32_t>(jsonNumber(at, "kindNumber"));
+        request.group = static_cast<uint32_t>(jsonNumber(at, "group"));
+        json shown = listRow(*session, at);
+        json rows = json::array();
+        agentReply reply = agentRows(session, place, request, "entries", [&](const json& entry) {
+            rows.push_back(
+                {{"seq", jsonNumber(entry, "seq")},
+                 {"action", jsonNumber(entry, "action") == 0 ? "permit" : "deny"},
+                 {"protocol", jsonNumber(entry, "protocol")},
+                 {"source", jsonText(entry, "src") + " " + jsonText(entry, "srcMask")},
+                 {"destination", jsonText(entry, "dst") + " " + jsonText(entry, "dstMask")},
+                 {"packets", jsonNumber(entry, "packets")},
+                 {"hash", jsonText(entry, "hash")}});
+        });
+        // Gone since the card was asked for its lists.
+        if (reply == agentReply::noList) continue;
+        if (reply != agentReply::good) return reply;
+        shown["entries"] = std::move(rows);
+        out->push_back(std::move(shown));
+    }
+    return agentReply::good;
+}
+
+constexpr const char* chassisSentences[] = {
+    "", "No manager is there to be told", "The manager has not answered in time",
+    "There is no such card or route processor", "The run folder cannot be written"};
+
+}  // namespace
+
+cliOutcome showCards(cliSession* session, const cliCommand&, cliPipe* pipe) {
+    std::string error;
+    if (!ready(session, &error)) return refusal(error);
+    json rows = json::array();
+    for (const agentPlace& place : agentsOf(session->chassis))
+        rows.push_back(rowOf(session, place));
+    renderAnswer(*session, rows, pipe);
+    return {};
+}
+
+cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    std::string error;
+    agentPlace place;
+    if (!ready(session, &error)) return refusal(error);
+    if (!agentFind(session->chassis, command.number, &place))
+        return refusal("The chassis has no card " + agentLabel(command.number));
+    agentStateReq request{};
+    request.what = command.kind == CARD_SUMMARY ? AGENT_STATE_SUMMARY : AGENT_STATE_LISTS;
+    request.name = listNameMake(command.name);
+    json answer;
+    agentReply reply;
+    if (command.kind == CARD_SUMMARY) {
+        reply = agentAsk(session, place, &request, &answer);
+    } else {
+        json lists = json::array();
+        reply = agentRows(session, place, request, "lists",
+                          [&lists](const json& list) { lists.push_back(list); });
+        answer = json::array();
+        if (reply == agentReply::good && !command.name.empty())
+            reply = entriesOf(session, place, request.name, lists, &answer);
+        else
+            for (const json& list : lists) answer.push_back(listRow(*session, list));
+    }
+    if (reply != agentReply::good)
+        return refusal("Card " + agentLabel(command.number) + ": " + agentReplyText(reply));
+    renderAnswer(*session, answer, pipe);
+    return {};
+}
+
+cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    std::string error;
+    if (!ready(session, &error)) return refusal(error);
+    uint32_t address = 0;
+    for (const chassisRp& rp : session->chassis.routeProcessors)
+        if (rp.primary) address = rp.address;  // chassisd stays there when the role moves
+    chassisControlReq request{};
+    requestAddress(&session->channel, &request.ipc, MT_CHASSIS_CONTROL, sizeof request, address,
+                   CHASSIS_CONTROL_SERVICE);
+    request.command = command.kind;
+    // The last slot stands for the control processor's agent.
+    request.argument = command.number == CARD_CONTROL_PLANE ? SLOT_COUNT - 1 : command.number;
+    askResult asked =
+        channelAsk(&session->channel, &request, sizeof request, session->options.timeoutMs);
+    if (asked == askResult::noAnswer) return refusal("No answer from chassisd in time");
+    if (asked != askResult::answered) return refusal("chassisd cannot be reached (is it running?)");
+    std::span<const uint8_t> bytes(session->channel.message);
+    uint32_t status = wireView<ipcHdr>(bytes)->result;
+    if (status >= std::size(chassisSentences) || bytes.size() < CHASSIS_TEXT_OFFSET)
+        return refusal("The answer of chassisd is not understood");
+    if (status != CHASSIS_OK) return refusal(chassisSentences[status]);
+    bytes = bytes.subspan(CHASSIS_TEXT_OFFSET);
+    json answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
+    if (!answer.is_object()) return refusal("The answer of chassisd is not understood");
+    renderAnswer(*session, answer, pipe);
+    return {};
+}

@@ -1,0 +1,24 @@
+// JSON of the manager, the agents and chassisd: reading it without trust, and printing it as
+// aligned text or as it is. Included by files that print; the others need not know the JSON
+// library.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "cli/session.h"
+
+using json = nlohmann::ordered_json;
+
+// Text of other processes may be anything; what is not UTF-8 is replaced, never thrown at us.
+std::string jsonDump(const json& value, int indent = -1);
+// A member of an object; 0, empty or an empty array when there is none of that kind.
+uint64_t jsonNumber(const json& object, const char* key);
+std::string jsonText(const json& object, const char* key);
+const json& jsonArray(const json& object, const char* key);
+
+// Prints a value: with --json as it is, else as aligned text. A string is text already.
+void renderAnswer(const cliSession& session, const json& value, cliPipe* pipe);
+// Runs a debug function that answers with JSON; text that is none becomes a JSON string. The
+// functions refuse with {"error": sentence}.
+cliOutcome debugJson(cliSession* session, std::string_view function, std::string_view args,
+                     json* value);

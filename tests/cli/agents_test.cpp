@@ -1,0 +1,184 @@
+// What the shell makes of the agents' and chassisd's answers, good ones and others.
+#include "include/agentState.h"
+#include "include/chassisControl.h"
+#include "tests/cli/fakeManager.h"
+
+namespace {
+
+// An endpoint of its own that answers every request with a status and a text.
+struct fakeNeighbour {
+    zekEndpoint* endpoint;
+    std::atomic<bool> stop = false;
+    std::thread thread;
+    std::vector<std::vector<uint8_t>> requests;  // to be read when the neighbour is gone
+
+    struct reply {
+        uint32_t agentStatus, chassisStatus;
+        std::string text;
+        size_t cut = SIZE_MAX;  // bytes of the answer that are sent
+    };
+    fakeNeighbour(const std::string& dir, uint32_t card, uint32_t service,
+                  std::vector<reply> script)
+        : endpoint(nullptr) {
+        std::string error;
+        endpoint = zekEndpointOpen(dir, card, service, &error);
+        EXPECT_NE(endpoint, nullptr) << error;
+        thread = std::thread([this, script] {
+            std::vector<uint8_t> m;
+            for (size_t n = 0; !stop;) {
+                if (zekEndpointRecv(endpoint, &m, IPC_BUFFER_SIZE, 5, nullptr) <= 0) continue;
+                requests.push_back(m);
+                const reply& r = script[std::min(n++, script.size() - 1)];
+                m.resize(AGENT_STATE_TEXT_OFFSET);
+                m.insert(m.end(), r.text.begin(), r.text.end());
+                m.resize(std::min(m.size(), r.cut));
+                auto* hdr = reinterpret_cast<ipcHdr*>(m.data());
+                ipcExchangeTriples(hdr);
+                hdr->length = static_cast<uint32_t>(m.size());
+                hdr->status = r.agentStatus;
+                hdr->result = r.chassisStatus;
+                (void)zekEndpointSend(endpoint, m.data(), m.size(), 100);
+            }
+        });
+    }
+    ~fakeNeighbour() {
+        halt();
+        zekEndpointClose(endpoint);
+    }
+    void halt() {
+        stop = true;
+        if (thread.joinable()) thread.join();
+    }
+};
+
+constexpr uint32_t CARD_1 = 0x7F010101, PORT_OF_1 = 7937 + 4;
+
+void describeCard(const fakeManager& manager) {
+    std::ofstream(manager.dir + "/chassis.json") << R"({"chassisMode":1,"routeProcessorType":4,
+ "routeProcessors":[{"address":"127.1.0.1","primary":true}],
+ "tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],
+ "cards":[{"slot":1,"address":"127.1.1.1","type":2,
+           "ports":[{"name":"1/0","userPort":0,"port":0,"pipe":0}]}]})";
+}
+
+}  // namespace
+
+TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
+    struct {
+        const char* command;
+        fakeNeighbour::reply reply;
+        bool good;
+        const char* shown;
+    } rows[] = {
+        {"show card 1 summary", {0, 0, R"({"state":"in step","lists":2})"}, true, "lists  2"},
+        {"show card 1 summary", {0, 0, "{"}, false, "Card 1: answer not understood"},
+        {"show card 1 summary", {0, 0, "[]"}, false, "Card 1: answer not understood"},
+        {"show card 1 summary", {0, 0, "\xff\xfe"}, false, "Card 1: answer not understood"},
+        {"show card 1 summary", {2, 0, "{}"}, false, "Card 1: answer not understood"},
+        {"show card 1 summary", {0, 0, "", 60}, false, "Card 1: answer not understood"},
+        {"show card 1 access-lists",
+         {0, 0,
+          R"({"lists":[{"name":"A","kind":"ipv4","ifindex":67371009,"direction":1,"count":3}]})"},
+         true,
+         "A     ipv4  1/0        out        no               3\n"},
+        // Rows of the wrong shape are shown as far as they go.
+        {"show card 1 access-lists",
+         {0, 0, R"({"lists":[7,null,{"name":5,"ifindex":-1,"count":"x"}]})"},
+         true,
+         "list"},
+        {"show card 1 access-lists", {0, 0, R"({"lists":7})"}, true, ""},
+        // The next index must grow, or the walk would not end.
+        {"show card 1 access-lists",
+         {0, 0, R"({"lists":[],"next":1})"},
+         false,
+         "Card 1: answer not understood"},
+        {"show card 1 access-lists A", {1, 0, ""}, false, "Card 1: nothing of that name"},
+        {"show cards",
+         {0, 0, R"({"state":"in step","refused":{"list":2,"order":"x"}})"},
+         true,
+         "127.1.1.1  in step  0      0        0         2"},
+        {"show cards", {0, 0, "no json"}, true, "answer not understood"},
+        {"show card 2 summary", {0, 0, "{}"}, false, "The chassis has no card 2"},
+        {"show card control-plane summary", {0, 0, "{}"}, false, "no card control-plane"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command + (" <- " + row.reply.text));
+        fakeManager manager;
+        describeCard(manager);
+        fakeNeighbour agent(manager.dir, CARD_1, PORT_OF_1, {row.reply});
+        testSession s(manager.dir);
+        EXPECT_EQ(s.run(row.command), row.good);
+        std::string text = row.good ? s.printed() : s.reported();
+        EXPECT_NE(text.find(row.shown), std::string::npos) << text;
+    }
+}
+
+TEST(Agents, LongAnswersAreAskedForInPieces) {
+    fakeManager manager;
+    describeCard(manager);
+    fakeNeighbour agent(
+        manager.dir, CARD_1, PORT_OF_1,
+        {{0, 0, R"({"lists":[{"name":"A"}],"next":5000})"}, {0, 0, R"({"lists":[{"name":"B"}]})"}});
+    testSession s(manager.dir);
+    EXPECT_TRUE(s.run("show card 1 access-lists | count"));
+    agent.halt();
+    EXPECT_EQ(s.printed(), "3\n");  // two rows below their heads
+    ASSERT_EQ(agent.requests.size(), 2u);
+    EXPECT_EQ(uint32_t{reinterpret_cast<agentStateReq*>(agent.requests[1].data())->index}, 5000u);
+}
+
+TEST(Agents, OneThatIsNotThereOrSilentIsSaidToBeSo) {
+    fakeManager manager;
+    describeCard(manager);
+    testSession s(manager.dir, 200);
+    EXPECT_TRUE(s.run("show cards"));
+    EXPECT_NE(s.printed().find("not running"), std::string::npos);
+    EXPECT_FALSE(s.run("show card 1 summary"));
+    EXPECT_NE(s.reported().find("Card 1: not running"), std::string::npos);
+    std::string error;
+    zekEndpoint* silent = zekEndpointOpen(manager.dir, CARD_1, PORT_OF_1, &error);
+    ASSERT_NE(silent, nullptr) << error;
+    EXPECT_TRUE(s.run("show cards"));
+    EXPECT_NE(s.printed().find("no answer"), std::string::npos);
+    zekEndpointClose(silent);
+}
+
+TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
+    struct {
+        const char* command;
+        uint32_t wire, argument, status;
+        const char* said;  // null: done
+    } rows[] = {
+        {"chassis card 1 down", 1, 1, 0, nullptr},
+        {"chassis card control-plane shutdown", 2, 19, 0, nullptr},
+        {"chassis primary 1", 3, 1, 3, "There is no such card or route processor"},
+        {"chassis card 1 down", 1, 1, 1, "No manager is there to be told"},
+        {"chassis card 1 down", 1, 1, 2, "The manager has not answered in time"},
+        {"chassis status", 4, 0, 4, "The run folder cannot be written"},
+        {"chassis status", 4, 0, 77, "The answer of chassisd is not understood"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command);
+        fakeManager manager;
+        describeCard(manager);
+        fakeNeighbour chassisd(manager.dir, fakeManager::CARD, CHASSIS_CONTROL_SERVICE,
+                               {{0, row.status, R"({"status":"ok","told":1})"}});
+        testSession s(manager.dir);
+        EXPECT_EQ(s.run(row.command), row.said == nullptr);
+        chassisd.halt();
+        if (row.said == nullptr)
+            EXPECT_EQ(s.printed(), "status  ok\ntold    1\n");
+        else
+            EXPECT_NE(s.reported().find(row.said), std::string::npos) << s.reported();
+        ASSERT_EQ(chassisd.requests.size(), 1u);
+        const auto* req = reinterpret_cast<chassisControlReq*>(chassisd.requests[0].data());
+        EXPECT_EQ(uint32_t{req->ipc.mtype}, MT_CHASSIS_CONTROL);
+        EXPECT_EQ(uint32_t{req->command}, row.wire);
+        EXPECT_EQ(uint32_t{req->argument}, row.argument);
+    }
+    fakeManager manager;
+    describeCard(manager);
+    testSession s(manager.dir);
+    EXPECT_FALSE(s.run("chassis status"));
+    EXPECT_NE(s.reported().find("chassisd cannot be reached"), std::string::npos);
+}
