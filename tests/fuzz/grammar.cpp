@@ -1,4 +1,5 @@
-// Bytes as lines typed in every mode: read or refused with a column that lies in the line.
+// Bytes as lines typed in every mode: read, or refused with a column that lies in the line or, for
+// a word that is missing, one blank behind it.
 #include <cstdlib>
 #include <string_view>
 
@@ -14,7 +15,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         cliCommand command;
         cliParseError error;
         if (cliParse(context, line, &command, &error) == cliParsed::refused &&
-            (error.text.empty() || error.column > line.size()))
+            (error.text.empty() || error.column > line.size() + 1))
             std::abort();
         std::vector<cliHelpRow> rows;
         (void)cliHelp(context, line, &rows, &error);
