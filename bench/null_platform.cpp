@@ -38,10 +38,6 @@ void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
 void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
 void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
 void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
-const uint32_t* aclLagMembers(uint32_t, uint32_t* count) {
-    *count = 0;
-    return nullptr;
-}
 int aclSendToVlanGroup(aclList*, const aclEntry*, uint32_t, uint32_t) {
     return 0;
 }

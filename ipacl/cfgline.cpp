@@ -14,11 +14,6 @@ namespace {
 constexpr uint32_t LINE_HEADER = 0;
 constexpr uint32_t LINE_NUMBERED = 1;
 
-// A text field takes at most one byte less than its size; longer texts are cut there.
-void putText(char (&field)[CFG_TEXT_LEN], std::string_view text) {
-    std::memcpy(field, text.data(), std::min(text.size(), sizeof field - 1));
-}
-
 zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name,
                         uint32_t lineClass) {
     zekCfgRecord record{};
@@ -60,15 +55,15 @@ void cfgWriteHeader(uint32_t section, cfgFamily family, const listName& name, st
                     bool remove) {
     static_assert(LINE_HEADER == 0, "header records keep a zero kind and order");
     zekCfgRecord separator = makeRecord(section, family, name, CFG_CLASS_SEPARATOR);
-    putText(separator.text, "!");
-    putText(separator.inverseText, "!");
+    cfgPutText(separator.text, "!");
+    cfgPutText(separator.inverseText, "!");
     if (remove) {
         zekCfgRemoveNode(aclNode->cfgDb, separator);  // takes the whole block with it
     } else {
         zekCfgInsertBothLine(aclNode->cfgDb, separator);
         zekCfgRecord header = makeRecord(section, family, name, CFG_CLASS_LINE);
-        putText(header.text, line);
-        putText(header.inverseText, line);
+        cfgPutText(header.text, line);
+        cfgPutText(header.inverseText, line);
         zekCfgInsertBothLine(aclNode->cfgDb, header);
     }
     sync(CFG_SYNC_HEADER, name, line, remove);
@@ -77,8 +72,8 @@ void cfgWriteHeader(uint32_t section, cfgFamily family, const listName& name, st
 bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove) {
     zekCfgRecord record = makeNumbered(name, line);
     bool inverse = aclNode->inverseMask != 0;
-    putText(record.text, inverse ? line.other : line.shown);
-    putText(record.inverseText, inverse ? line.shown : line.other);
+    cfgPutText(record.text, inverse ? line.other : line.shown);
+    cfgPutText(record.inverseText, inverse ? line.shown : line.other);
     if (!remove) zekCfgInsertBothLine(aclNode->cfgDb, record);
     sync(line.operation, name, line.shown, remove);
     return !remove || zekCfgRemoveExact(aclNode->cfgDb, record) == 0;
@@ -93,7 +88,7 @@ void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, b
         remark.role = CFG_ROLE_REMARK;
         zekCfgRecord record = makeNumbered(name, remark);
         // The blank at the end is meant.
-        putText(record.text, "no remark " + std::to_string(line.seq) + " ");
+        cfgPutText(record.text, "no remark " + std::to_string(line.seq) + " ");
         // Most entries have no remark: its absence is not worth a word.
         zekCfgRemoveExact(aclNode->cfgDb, record);
     }
@@ -106,8 +101,8 @@ void inverse_mask_sent_to_cfg(uint32_t inverse) {
     constexpr std::string_view line = "access-list inverse-mask";
     const listName noName{};
     zekCfgRecord record = makeRecord(CFG_SECTION_MASK_MODE, CFG_FAMILY_V4, noName, CFG_CLASS_LINE);
-    putText(record.text, line);
-    putText(record.inverseText, line);
+    cfgPutText(record.text, line);
+    cfgPutText(record.inverseText, line);
     bool remove = inverse == 0;
     int status = remove ? zekCfgRemoveExact(aclNode->cfgDb, record)
                         : zekCfgInsertBothLine(aclNode->cfgDb, record);

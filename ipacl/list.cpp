@@ -17,10 +17,6 @@ uint32_t ipDelAccessList = 0;
 
 namespace {
 
-constexpr aclChange listAdded = {nullptr, MT_ACL_ADDLIST, MT_ACL_EGR_ADDLIST, MT_ACL_ADDLIST, true};
-constexpr aclChange listDeleted = {nullptr, MT_ACL_DELLIST, MT_ACL_EGR_DELLIST, MT_ACL_DELLIST,
-                                   true};
-
 aclChange entryAdded(const aclEntry* entry) {
     return {entry, MT_ACL_ADDENT, MT_ACL_EGR_ADDENT, MT_ACL_ADDLIST, true};
 }
@@ -105,7 +101,7 @@ aclList* ipAccessListCreate(const listName& name, uint32_t kind, uint32_t placeh
         aclListObtain(aclNode->acl_tree, name, kind, placeholder, true, status, &change);
     if (change == listChange::none || list->placeholder != 0) return list;
     acl_sent_to_cfg(name, 0, list->kind, 0);
-    if (change == listChange::configured) aclPropagate(list, listAdded);
+    if (change == listChange::configured) aclPropagate(list, aclListAdded);
     aclTrigger(list, 0);
     return list;
 }
@@ -147,7 +143,7 @@ uint32_t ipAccessListDelete(const listName& name, uint32_t kind) {
     aclList* list = ipAccessListFind(name);
     if (list == nullptr || list->kind != kind) return ACL_E_NOLIST;
     if (list->placeholder == 0) {
-        aclPropagate(list, listDeleted);
+        aclPropagate(list, aclListDeleted);
         ipDelAccessList = 1;
         while (list->head != nullptr && deleteEntry(list, &list->head->block, 0, 0) == ACL_OK)
             continue;

@@ -3,9 +3,8 @@
 // here.
 #include "ipacl/propagate.h"
 
-#include "download/zekacl_download.h"
 #include "include/hooks.h"
-#include "include/ifindex.h"
+#include "include/interface.h"
 #include "include/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekTask.h"
@@ -14,41 +13,17 @@ namespace {
 
 constexpr uint32_t CHASSIS_WITH_VLAN_GROUPS = 7;
 
-void sendToPort(aclList* list, const aclChange& change, const aclBinding& binding,
-                uint32_t ifindex) {
-    int slot = ifindexSlot(ifindex);
-    if (slot == SLOT_NONE) return;
-    bool egress = binding.direction != 0;
+int sendToPort(aclList* list, const aclChange& change, const aclPlace& place, uint32_t port) {
+    int slot = ifindexSlot(port);
+    if (slot == SLOT_NONE) return 0;
+    bool egress = place.direction != 0;
     // Only this family of forwarding chips filters what leaves a port.
-    if (egress && aclLinecardInfo[slot].isVortan == 0) return;
+    if (egress && aclLinecardInfo[slot].isVortan == 0) return 0;
     uint32_t id = egress ? change.egress : change.ingress;
-    uint32_t pipe = aclPortPipe(ifindex);
-    if (change.entry != nullptr)
-        aclSendEntToAclAgent(change.entry, ifindex, id, 1, pipe, 0, list->name);
-    else
-        aclSendToAclAgent(list, ifindex, 1, id, binding.implicitPermit, pipe, 0);
-}
-
-void sendToInterface(aclList* list, const aclChange& change, const aclBinding& binding) {
-    if (change.entry == nullptr) list->sendBlock = binding.block;
-    switch (ifindexType(binding.id)) {
-        case IF_TYPE_LAG: {
-            uint32_t count = 0;
-            const uint32_t* members = aclLagMembers(binding.id, &count);
-            while (count > 0) sendToPort(list, change, binding, members[--count]);
-            break;
-        }
-        case IF_TYPE_VLAN: {
-            uint32_t id = binding.direction != 0 ? change.egress : change.ingress;
-            if (change.entry != nullptr)
-                aclSendVlanAclEntToAclAgent(change.entry, binding.id, 0, id, 1, 0, list->name);
-            else
-                aclSendVlanAclToAclAgent(list, binding.id, 1, id, binding.implicitPermit, 0);
-            break;
-        }
-        default:
-            if (change.ports) sendToPort(list, change, binding, binding.id);
-    }
+    uint32_t pipe = aclPortPipe(port);
+    return change.entry != nullptr
+               ? aclSendEntToAclAgent(change.entry, port, id, 1, pipe, 0, list->name)
+               : aclSendToAclAgent(list, port, 1, id, place.implicitPermit, pipe, 0);
 }
 
 void sendToTask(aclList* list, const aclChange& change, const aclBinding& binding) {
@@ -84,9 +59,39 @@ uint32_t aclPortPipe(uint32_t ifindex) {
     return static_cast<uint32_t>(port < 0 ? -1 : zekSysCardTypePortIdToPP(slot, port));
 }
 
+int aclSendToInterface(aclList* list, const aclChange& change, const aclPlace& place) {
+    switch (ifindexType(place.ifindex)) {
+        case IF_TYPE_LAG:
+            aclWalkPorts(place.ifindex,
+                         [&](uint32_t port) { (void)sendToPort(list, change, place, port); });
+            return 0;
+        case IF_TYPE_VLAN: {
+            uint32_t id = place.direction != 0 ? change.egress : change.ingress;
+            if (change.entry != nullptr)
+                aclSendVlanAclEntToAclAgent(change.entry, place.ifindex, 0, id, 1, 0, list->name);
+            else
+                aclSendVlanAclToAclAgent(list, place.ifindex, 1, id, place.implicitPermit, 0);
+            return 0;
+        }
+        default:
+            return change.ports ? sendToPort(list, change, place, place.ifindex) : 0;
+    }
+}
+
+aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction) {
+    aclBinding* b = list->bindings;
+    while (b != nullptr && (b->kind != BIND_INTERFACE || b->id != ifindex ||
+                            (b->direction != 0) != (direction != 0)))
+        b = b->next;
+    return b;
+}
+
 void aclPropagate(aclList* list, const aclChange& change) {
     for (aclBinding* b = list->bindings; b != nullptr; b = b->next) {
-        if (b->kind == BIND_INTERFACE) sendToInterface(list, change, *b);
+        if (b->kind == BIND_INTERFACE) {
+            if (change.entry == nullptr) list->sendBlock = b->block;
+            (void)aclSendToInterface(list, change, {b->id, b->direction, b->implicitPermit});
+        }
         if (b->kind == BIND_TASK) sendToTask(list, change, *b);
         // Groups are bound egress only and exist on this chassis alone.
         if (b->kind == BIND_VLAN_GROUP && aclNode->chassisMode == CHASSIS_WITH_VLAN_GROUPS)

@@ -2,6 +2,7 @@
 // folder.
 #pragma once
 
+#include "download/zekacl_download.h"
 #include "include/list.h"
 
 // What is sent. The management tasks 18 and 33 receive the list or entry under the ingress id.
@@ -12,8 +13,23 @@ struct aclChange {
                    // not now
     bool ports;    // false: port bindings are passed over; LAGs and VLANs never are
 };
+inline constexpr aclChange aclListAdded = {nullptr, MT_ACL_ADDLIST, MT_ACL_EGR_ADDLIST,
+                                           MT_ACL_ADDLIST, true};
+inline constexpr aclChange aclListDeleted = {nullptr, MT_ACL_DELLIST, MT_ACL_EGR_DELLIST,
+                                             MT_ACL_DELLIST, true};
 // Walks the bindings once, newest first.
 void aclPropagate(aclList* list, const aclChange& change);
+
+// Sends to one interface: a port, a LAG's members from the last to the first, or a VLAN's cards. A
+// whole list goes with the block that stands in it (sendBlock): the caller puts it there. The
+// result is a port's; for LAGs and VLANs it is 0.
+struct aclPlace {
+    uint32_t ifindex, direction, implicitPermit;
+};
+int aclSendToInterface(aclList* list, const aclChange& change, const aclPlace& place);
+
+// The list's binding to an interface in one direction, or null.
+aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction);
 
 // The whole list to the bindings of one management task.
 void aclPropagateToIPM(aclList* list, uint32_t messageId);

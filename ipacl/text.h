@@ -1,10 +1,12 @@
 // The configuration's and the shows' common words, and the writers that only this folder calls.
 #pragma once
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <string_view>
 
-#include "include/list.h"
+#include "include/interface.h"
 #include "platform/api/zekCfg.h"
 
 // --- pieces of a line; each begins with its blank ----------------------------------------------
@@ -18,6 +20,11 @@ void textProtocol(std::string& out, uint8_t protocol, bool isAny, std::string_vi
 void textTcpFlags(std::string& out, uint8_t flags, uint8_t except = 0);
 
 // --- configuration lines (cfgline.cpp) ---------------------------------------------------------
+
+// A text field takes at most one byte less than its size; longer texts are cut there.
+inline void cfgPutText(char (&field)[CFG_TEXT_LEN], std::string_view text) {
+    std::memcpy(field, text.data(), std::min(text.size(), sizeof field - 1));
+}
 
 enum cfgFamily : uint8_t { CFG_FAMILY_V4 = 0, CFG_FAMILY_V6 = 0xFF };
 // What a sync record says was changed.
@@ -48,6 +55,21 @@ bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove
 // The whole of an entry writer: debug line, cfgWriteNumbered, the remark that leaves with it
 // (withRemark), and the complaint about a line that was not there.
 void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, bool withRemark);
+
+// --- interface lines (cfgintf.cpp) -------------------------------------------------------------
+
+// The line of the list that stands in one place of an interface record. Its block of lines gets its
+// header with the first line and loses it with the last.
+struct cfgIntfLine {
+    aclIntf* intf;
+    uint32_t family, direction;  // intfFamily, intfDirection
+    const listName& name;
+};
+void cfgIntfWrite(const cfgIntfLine& line, std::string_view text);
+// Takes the line out and tells the feed the text that undoes it.
+void cfgIntfRemove(const cfgIntfLine& line, std::string_view undo);
+// Takes the line out because another one comes into its place: nobody is told.
+void cfgIntfReplace(const cfgIntfLine& line);
 
 // --- remarks (remark.cpp) ----------------------------------------------------------------------
 

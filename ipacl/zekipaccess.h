@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "include/list.h"
 #include "include/status.h"
@@ -82,6 +83,42 @@ aclList* ipDosListFindPrev(const listName& name);
 // Turns the one active DoS filter on (command 1041) or off (1040).
 uint32_t dosIpEnableIntf(const listName& name, uint32_t command);
 extern aclList* dosFilter;  // the active filter, or null
+
+// --- binding to interfaces (binding.cpp) -----------------------------------------------------
+// An interface holds at most one list in each direction; binding another one replaces it. A list
+// that does not exist is bound as a placeholder, which goes with its last binding.
+
+struct aclBindRequest {
+    uint32_t ifindex;
+    uint32_t direction;  // 0 in, 1 out
+    uint32_t implicitPermit;
+    uint32_t writeConfig;  // read when nothing was bound to the interface before; else it is
+                           // written in any case
+    const bindingBlock* block;
+    bool vlanOption;  // vlanText is given and stands in the line
+    std::string_view vlanText;
+};
+// The statuses of include/status.h; ACL_E_SYSTEM after a system error (no memory for list or
+// binding, an interface that the chassis does not have) and for a direction that there is not.
+uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request);
+// Also ACL_E_SYSTEM when the deletion could not be sent to a port: the binding is gone all the
+// same.
+uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction);
+// A port that joins a LAG becomes its member and gets the LAG's lists; one that leaves it loses
+// both. 0; 1 when it was a member already (not) any more: nothing is sent; -1 when it cannot be
+// one.
+int aclLagPortJoined(uint32_t lagIfindex, uint32_t port);
+int aclLagPortLeft(uint32_t lagIfindex, uint32_t port);
+// The mode under which the change feed tells an interface's lines; 0 for what has none.
+uint32_t aclGetCliModeFromIfIndex(uint32_t ifindex);
+
+// What may forbid a binding; a status other than 0 is returned to the caller as it is. `remove` is
+// 0 when a list is bound. The last one says whether an IP-MAC list is there.
+uint32_t aclCheckForVlanAndMemberConfigurations(uint32_t ifindex, const bindingBlock* block,
+                                                bool vlanOption, uint32_t direction,
+                                                uint32_t remove);
+uint32_t aclCheckVlanGrpClash(uint32_t ifindex, const bindingBlock* block, bool vlanOption);
+uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t ifindex);
 
 // --- configuration text (cfgtext.cpp) --------------------------------------------------------
 // `remove` 0 writes, 1 removes. Lists named "sgAcl_..." are never written. Database errors are

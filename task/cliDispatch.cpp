@@ -6,6 +6,7 @@
 #include "download/halAclMgr.h"
 #include "download/zekacl_download.h"
 #include "include/cliMsg.h"
+#include "include/interface.h"
 #include "platform/api/zekMem.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -59,6 +60,44 @@ uint32_t dosEntryDelete(cliCall& call) {
 uint32_t dosEnable(cliCall& call) {
     return dosIpEnableIntfExt(call.name(), call.code());
 }
+uint32_t ipBind(cliCall& call) {
+    const auto* req = call.as<cliBindReq>();
+    bindingBlock block;
+    static_assert(sizeof block == sizeof req->block);
+    std::memcpy(&block, req->block, sizeof block);
+    const aclBindRequest request{
+        .ifindex = req->ifindex,
+        .direction = req->direction,
+        .implicitPermit = req->implicitPermit,
+        .writeConfig = req->writeConfig,
+        .block = &block,
+        .vlanOption = req->vlanOption != 0,
+        .vlanText = {req->vlanText, strnlen(req->vlanText, sizeof req->vlanText)}};
+    return aclIpApplyIntfExt(call.name(), request, 0u);
+}
+uint32_t ipUnbind(cliCall& call) {
+    const auto* req = call.as<cliUnbindReq>();
+    return aclIpRemoveIntfExt(call.name(), req->ifindex, req->direction, 0u);
+}
+uint32_t lagMembers(cliCall& call) {
+    auto* req = call.as<cliLagMembersReq>();
+    if (ifindexType(req->ifindex) != IF_TYPE_LAG) return ACL_E_SYSTEM;
+    aclLockHeld<aclLock::read> held;
+    uint32_t count = 0;
+    const uint32_t* members = aclLagMembers(req->ifindex, &count);
+    count = std::min(count, static_cast<uint32_t>(CLI_LAG_MEMBERS_MAX));
+    req->count = count;
+    for (uint32_t i = 0; i < count; i++) req->members[i] = members[i];
+    const size_t length = offsetof(cliLagMembersReq, members) + count * sizeof(be32);
+    if (req->cli.ipc.length < length) req->cli.ipc.length = static_cast<uint32_t>(length);
+    return ACL_OK;
+}
+// Whether a Telnet server may use the list: only one that is configured counts.
+uint32_t telnetValue(cliCall& call) {
+    aclLockHeld<aclLock::read> held;
+    call.as<cliWordReq>()->word = ipCheckForPrefixAccessList(call.name()) ? ACL_OK : ACL_E_NOLIST;
+    return ACL_OK;
+}
 uint32_t clearIpAcl(cliCall& call) {
     return aclClearIpAclExt(call.name());
 }
@@ -91,6 +130,7 @@ constexpr uint32_t CLI = sizeof(cliHdr);
 constexpr uint32_t LIST = sizeof(cliListReq);
 constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
+constexpr uint32_t WORD = sizeof(cliWordReq);
 
 // clang-format off
 constexpr cliRow cliTable[] = {
@@ -108,11 +148,12 @@ constexpr cliRow cliTable[] = {
     {1020, 1025, "route maps",                    CLI,   nullptr},
     {1030, 1030, "clear IP ACL counters",         CLI,   clearIpAcl},
     {1031, 1031, "clear all IP ACL counters",     76,    clearIpAclAll},
-    {1038, 1039, "bind IPv4 list",                CLI,   nullptr},
+    {1038, 1038, "unbind IPv4 list",              sizeof(cliUnbindReq), ipUnbind},
+    {1039, 1039, "bind IPv4 list",                sizeof(cliBindReq), ipBind},
     // Both codes are one operation, which reads the code: 1041 enables, 1040 disables.
     {1040, 1041, "DoS filter",                    CLI,   dosEnable},
     {1042, 1047, "IPv4 prefix lists",             CLI,   nullptr,        CLI_ACL2},
-    {1055, 1055, "LAG members",                   CLI,   nullptr},
+    {1055, 1055, "LAG members",                   WORD,  lagMembers},
     {1059, 1059, "show IP ACL",                   SHOW,  showIpAcl},
     {1060, 1060, "show all IP ACLs",              SHOW,  showIpAclAll},
     {1066, 1067, "show MAC ACLs",                 CLI,   nullptr},
@@ -128,7 +169,7 @@ constexpr cliRow cliTable[] = {
     {1104, 1105, "bind MAC list",                 CLI,   nullptr},
     {1106, 1106, "protocol trapping",             CLI,   nullptr},
     {1108, 1109, "protocol trapping",             CLI,   nullptr},
-    {1114, 1114, "list of a Telnet server",       CLI,   nullptr},
+    {1114, 1114, "list of a Telnet server",       WORD,  telnetValue},
     {1115, 1115, "protocol trapping",             CLI,   nullptr},
     {1120, 1120, "protocol trapping",             CLI,   nullptr},
     {1132, 1137, "ACL VLAN groups",               CLI,   nullptr},

@@ -21,6 +21,26 @@ uint32_t aclV6DelAccessEntry(const listName&, const ipEntryBlock*, uint32_t, uin
     aclNotBuilt("IPv6 access lists");
     return ACL_E_SYSTEM;
 }
+uint32_t aclV6ApplyIntf(const listName&, const aclBindRequest&) {
+    aclNotBuilt("IPv6 access lists");
+    return ACL_E_SYSTEM;
+}
+uint32_t aclV6RemoveIntf(const listName&, uint32_t, uint32_t) {
+    aclNotBuilt("IPv6 access lists");
+    return ACL_E_SYSTEM;
+}
+
+// Neither VLAN groups nor IP-MAC lists can be configured yet: nothing stands against a binding.
+uint32_t aclCheckForVlanAndMemberConfigurations(uint32_t, const bindingBlock*, bool, uint32_t,
+                                                uint32_t) {
+    return ACL_OK;
+}
+uint32_t aclCheckVlanGrpClash(uint32_t, const bindingBlock*, bool) {
+    return ACL_OK;
+}
+uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t) {
+    return 0;
+}
 
 // Clients cannot register yet, so a list has nobody to tell.
 int aclTrigger(aclList* list, uint32_t ipv6) {
@@ -35,6 +55,3 @@ void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
 void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
 void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
 void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
-void AclUpdateAclAgent(uint32_t) {
-    aclNotBuilt("lists bound to interfaces");
-}

@@ -79,12 +79,16 @@ uint32_t aclV6AddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t
                              uint32_t monitor);
 uint32_t aclV6DelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
                              uint32_t cfgAndTrigger);
+uint32_t aclV6ApplyIntf(const listName& name, const aclBindRequest& request);
+uint32_t aclV6RemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction);
 
 // clang-format off
 inline constexpr aclExtCreateFamily<ipAccessListCreate, aclV6AccessListCreate>                  ipAccessListCreateExt;
 inline constexpr aclExtFamily<aclLock::write, ipAccessListDelete, aclV6AccessListDelete>        ipAccessListDeleteExt;
 inline constexpr aclExtFamily<aclLock::write, ipAddAccessEntry, aclV6AddAccessEntry>            ipAddAccessEntryExt;
 inline constexpr aclExtFamily<aclLock::write, ipDelAccessEntry, aclV6DelAccessEntry>            ipDelAccessEntryExt;
+inline constexpr aclExtFamily<aclLock::write, aclIpApplyIntf, aclV6ApplyIntf>                  aclIpApplyIntfExt;
+inline constexpr aclExtFamily<aclLock::write, aclIpRemoveIntf, aclV6RemoveIntf>                aclIpRemoveIntfExt;
 inline constexpr aclExtCreate<ipDosListCreate>                                                  ipDosListCreateExt;
 inline constexpr aclExt<aclLock::write, ipDosListDelete>                                        ipDosListDeleteExt;
 inline constexpr aclExt<aclLock::write, ipAddDosEntry>                                          ipAddDosEntryExt;

@@ -44,6 +44,18 @@ struct zekCfgListKey {
 WIRE_SIZE(zekCfgListKey, CFG_KEY_LEN);
 WIRE_AT(zekCfgListKey, role, 149);
 
+// Key area of interface lines. The header lines have only the index, so they come first.
+struct zekCfgIntfKey {
+    be32 ifindex;          //   0
+    uint8_t isLine;        //   4  128 on lines, 0 on the separator and the header
+    uint8_t direction[4];  //   5  each 0 in, 1 out
+    char name[140];        //   9  the list
+    uint8_t family;        // 149  0 = IPv4, 0xFF = IPv6
+    uint8_t zero[106];
+};
+WIRE_SIZE(zekCfgIntfKey, CFG_KEY_LEN);
+WIRE_AT(zekCfgIntfKey, name, 9);
+
 // Sections, in the order in which the configuration shows them.
 enum zekCfgSection : uint32_t {
     CFG_SECTION_MASK_MODE = 1,  // first: it decides how every mask behind it reads
@@ -61,14 +73,15 @@ enum zekCfgSection : uint32_t {
 enum zekCfgClass : uint32_t {
     CFG_CLASS_ANCHOR = 0,
     CFG_CLASS_SEPARATOR = 141,
+    CFG_CLASS_INTERFACE_HEADER = 144,
     CFG_CLASS_INTERFACE = 145,
     CFG_CLASS_LINE = 150,
 };
 
 // One change, told to whoever follows the feed.
 struct zekCfgSyncRecord {
-    be32 kind;       // 0  3 header, 9 standard entry, 16 extended entry, ...
-    be32 words[3];   // 4  by kind
+    be32 kind;       // 0  3 header, 9 standard entry, 16 extended entry, ...; interface lines: mode
+    be32 words[3];   // 4  by kind; interface lines: type, index
     char name[140];  // 16
     uint8_t reserved156[116];
     char text[256];  // 272  the line, or "no " and the line

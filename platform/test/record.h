@@ -24,7 +24,8 @@
 //   cfg insert SECTION/CLASS NAME KIND/ORDER/ROLE "TEXT"[ / "INVERSE TEXT" when it differs]
 //   cfg remove SECTION/CLASS NAME             a block, by its head
 //   cfg exact SECTION/CLASS NAME KIND/ORDER/ROLE[ absent]
-//   sync OPERATION NAME "TEXT"
+//   cfg ... 72/CLASS if INDEX[ in|out NAME]   interface lines
+//   sync OPERATION NAME "TEXT"   of interface lines: sync MODE/TYPE/INDEX NAME "TEXT"
 //   send TYPE to APP.. / reply TYPE / swp HANDLE TYPE / peer TYPE     `bytes` holds the message
 //   syserr CODE TEXT, log TEXT, debug TEXT, task WHAT...
 // Sections of IPv6 lines read like "100v6". A failed change has " failed" at its end.
@@ -75,6 +76,8 @@ struct testPlatform {
     // Ports that the chassis does not have; the others have id 100 + user port and the pipe of
     // their id modulo 8.
     std::set<int> missingPorts;
+
+    std::set<uint32_t> unknownInterfaces;
 
     std::deque<std::vector<uint8_t>> inbox[4];  // by queue
     // Called with every message sent; may put answers into the inboxes.

@@ -102,8 +102,9 @@ int zekSysCardTypePortIdToPP(int slot, int portId) {
     return slot < 0 || portId < 0 ? -1 : portId % PIPES;
 }
 int ifmIfIndexToLName(uint32_t ifindex, char* name, size_t size) {
-    std::snprintf(name, size, "if %#x", ifindex);
-    return 0;
+    bool known = !testHost.unknownInterfaces.contains(ifindex);
+    std::snprintf(name, size, known ? "if %#x" : "unknown", ifindex);
+    return known ? 0 : -1;
 }
 int ifmLNameToIfIndex(const char* name, uint32_t* ifindex) {
     if (std::strncmp(name, "if ", 3) != 0) return -1;

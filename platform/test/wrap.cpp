@@ -69,8 +69,26 @@ std::string quoted(const char* text) {
     return "\"" + std::string(text, strnlen(text, CFG_TEXT_LEN)) + "\"";
 }
 
+// "72/145 if 0x4040000 out NAME"; the separator and the header have no list.
+std::string interfacePlaceOf(const zekCfgRecord& record) {
+    zekCfgIntfKey key;
+    std::memcpy(&key, record.key, sizeof key);
+    char text[64];
+    std::snprintf(text, sizeof text, "%u/%u if %#x", uint32_t{record.section},
+                  uint32_t{record.lineClass}, uint32_t{key.ifindex});
+    std::string place = text;
+    if (key.isLine == 0) return place;
+    constexpr uint8_t in[4] = {0, 0, 0, 0}, out[4] = {1, 1, 1, 1};
+    place += key.isLine != 128                         ? " BAD MARK "
+             : std::memcmp(key.direction, in, 4) == 0  ? " in "
+             : std::memcmp(key.direction, out, 4) == 0 ? " out "
+                                                       : " BAD DIRECTION ";
+    return place.append(key.name, strnlen(key.name, sizeof key.name));
+}
+
 // "100/150 NAME"; the separator's and the header's place is their class alone.
 std::string placeOf(const zekCfgRecord& record, bool numbered) {
+    if (record.section == CFG_SECTION_INTERFACE) return interfacePlaceOf(record);
     zekCfgListKey key;
     std::memcpy(&key, record.key, sizeof key);
     std::string place = std::to_string(record.section);
@@ -134,6 +152,11 @@ int realSync(zekCfgDb* db, const zekCfgSyncRecord& record) REAL(CFG_SYNC);
 int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) WRAP(CFG_SYNC);
 int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
     std::string name(record.name, strnlen(record.name, sizeof record.name));
-    testRecord("sync " + std::to_string(record.kind) + " " + name + " " + quoted(record.text));
+    char words[64] = "";
+    if (record.words[1] != 0)
+        std::snprintf(words, sizeof words, "/%u/%#x", uint32_t{record.words[0]},
+                      uint32_t{record.words[1]});
+    testRecord("sync " + std::to_string(record.kind) + words + " " + name + " " +
+               quoted(record.text));
     return testFails(TEST_CFG) ? -1 : realSync(db, record);
 }

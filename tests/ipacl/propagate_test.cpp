@@ -55,7 +55,7 @@ TEST_F(Propagate, PortsReceiveEntriesByDirectionAndCard) {
 
 TEST_F(Propagate, LagMembersAreServedFromTheLastToTheFirst) {
     aclLinecardInfo[3].isVortan = 1;
-    testLagMembers[LAG] = {portIfindex(1, 1), portIfindex(3, 2), portIfindex(1, 3)};
+    join(LAG, {portIfindex(1, 1), portIfindex(3, 2), portIfindex(1, 3)});
     bind(list, BIND_INTERFACE, LAG, 0);
     EXPECT_EQ(addRows(), (rows{"agent entry 14410 A 5 if 0x4100000 pipe 7",
                                "agent entry 14410 A 5 if 0x80c0000 pipe 6",
@@ -64,7 +64,7 @@ TEST_F(Propagate, LagMembersAreServedFromTheLastToTheFirst) {
     EXPECT_EQ(deleteRows(0).size(), 3u);
     list->bindings->direction = 1;
     EXPECT_EQ(addRows(), rows{"agent entry 14417 A 5 if 0x80c0000 pipe 6"});
-    testLagMembers.clear();
+    aclIntfDrop(AclIntfTreeFind(LAG));
     EXPECT_EQ(deleteRows(1), rows{}) << "a LAG without members";
 }
 
@@ -100,7 +100,7 @@ TEST_F(Propagate, ManagementTasksKeepTheirCopies) {
 }
 
 TEST_F(Propagate, WholeListsCarryTheirBindingsBlockAndOption) {
-    testLagMembers[LAG] = {portIfindex(1, 1), portIfindex(1, 2)};
+    join(LAG, {portIfindex(1, 1), portIfindex(1, 2)});
     node.chassisMode = 7;
     add("A", anyRule);
     bind(list, BIND_TASK, APP_SNMP);

@@ -10,14 +10,14 @@
 #include <vector>
 
 #include "include/debug.h"
-#include "include/ifindex.h"
+#include "include/interface.h"
 #include "include/linecard.h"
 #include "include/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
 #include "platform/test/record.h"
-#include "tests/support/record_download.h"
+#include "tests/support/record_task.h"
 
 typedef std::vector<std::string> rows;
 
@@ -75,7 +75,7 @@ class IpAcl : public testing::Test {
   protected:
     void SetUp() override {
         testReset();
-        testLagMembers.clear();
+        testChecks = {};
         for (aclLinecard& card : aclLinecardInfo) card = {};
         node = {};
         aclNode = &node;
@@ -83,6 +83,7 @@ class IpAcl : public testing::Test {
         node.acl_tree = zekRadixCreateP("aclTree", LIST_NAME_KEY_BITS);
         node.aclSys_tree = zekRadixCreate("aclSystemTree", LIST_NAME_KEY_BITS);
         node.dos_tree = zekRadixCreate("dosTree", LIST_NAME_KEY_BITS);
+        node.acl_intf_tree = zekRadixCreate("aclIntfTree", INTF_KEY_BITS);
         dosFilter = nullptr;
         blocksAtStart = testBlocksInUse();
     }
@@ -90,6 +91,12 @@ class IpAcl : public testing::Test {
     void TearDown() override {
         testFailNothing();
         dosFilter = nullptr;
+        while (aclIntf* intf = AclIntfTreeFindFirst()) {
+            for (uint32_t direction : {INTF_IN, INTF_OUT})
+                if (const aclList* list = intf->lists[INTF_V4][direction])
+                    (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
+            aclIntfDrop(intf);
+        }
         while (aclList* list = ipAccessListFindFirst()) {
             list->bindings = nullptr;
             ASSERT_EQ(ipAccessListDelete(list->name, list->kind), 0u);
@@ -100,7 +107,7 @@ class IpAcl : public testing::Test {
         }
         while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
         EXPECT_EQ(testBlocksInUse(), blocksAtStart) << "blocks leaked";
-        for (zekRadix* tree : {node.acl_tree, node.aclSys_tree, node.dos_tree})
+        for (zekRadix* tree : {node.acl_tree, node.aclSys_tree, node.dos_tree, node.acl_intf_tree})
             zekRadixDestroy(tree);
         DEBUG_ACL_MGR = 0;
     }
@@ -128,6 +135,9 @@ class IpAcl : public testing::Test {
         binding->direction = direction;
         list->bindings = binding;
         return binding;
+    }
+    static void join(uint32_t lag, const std::vector<uint32_t>& ports) {
+        for (uint32_t port : ports) ASSERT_EQ(aclLagMemberAdd(lag, port), 0);
     }
     // Links a remark at the tail: numbers must come in ascending order.
     static void remark(aclList* list, uint32_t seq, const char* text) {

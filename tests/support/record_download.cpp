@@ -1,13 +1,10 @@
 // download/zekacl_download.h for tests: every send is a row and fails when TEST_SEND says so.
-#include "tests/support/record_download.h"
-
+//   agent list|entry ID NAME.. / vlan list|entry|replay.. / group list|entry.. / dos list|entry..
 #include <cstdio>
 
 #include "download/zekacl_download.h"
 #include "include/hooks.h"
 #include "platform/test/inject.h"
-
-std::map<uint32_t, std::vector<uint32_t>> testLagMembers;
 
 namespace {
 
@@ -81,6 +78,14 @@ int aclSendVlanAclEntToAclAgent(const aclEntry* entry, uint32_t vlanIfindex, uin
                 (count != 1 ? number("count", count) : "") + (ipv6 != 0 ? " v6" : ""));
 }
 
+int aclSendVlanAclForResetLinecard(aclList* list, const aclBinding* binding, uint32_t slot,
+                                   uint32_t messageId, uint32_t ipv6) {
+    list->sendBlock = binding->block;
+    return done(front("vlan replay", messageId, nameOf(list->name)) + interface(binding->id) +
+                number("slot", slot) + number("option", binding->implicitPermit) + state(*list) +
+                (ipv6 != 0 ? " v6" : ""));
+}
+
 int dosSendToAllAgents(aclList* list, const aclEntry* entry, uint32_t messageId) {
     return done(front(entry != nullptr ? "dos entry" : "dos list", messageId, nameOf(list->name)) +
                 (entry != nullptr ? " " + std::to_string(entry->block.seq) : state(*list)));
@@ -91,12 +96,6 @@ int aclV6SendListToAclAgent(uint32_t ifindex, aclList* list, uint32_t messageId,
     return done(front("agent6 list", messageId, nameOf(list->name)) + interface(ifindex) +
                 number("slot", slot) + number("pipe", static_cast<uint32_t>(portPipe)) +
                 number("option", option));
-}
-
-const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count) {
-    auto found = testLagMembers.find(lagIfindex);
-    *count = found == testLagMembers.end() ? 0 : static_cast<uint32_t>(found->second.size());
-    return *count == 0 ? nullptr : found->second.data();
 }
 
 int aclSendToVlanGroup(aclList* list, const aclEntry* entry, uint32_t groupId, uint32_t messageId) {

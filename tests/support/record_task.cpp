@@ -7,12 +7,15 @@
 #include "include/hooks.h"
 #include "include/linecard.h"
 #include "include/node.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/test/inject.h"
+#include "tests/support/record_task.h"
 
 aclNodeRecord* aclNode;
 aspathAclNodeRecord* aspathAclNode;
 aclLinecard aclLinecardInfo[SLOT_COUNT];
 uint32_t DEBUG_ACL_MGR = 0;
+testBindingChecks testChecks;
 
 namespace {
 
@@ -72,4 +75,15 @@ void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId) {
 }
 void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId) {
     copyRow("sysadm", *list, entry, messageId);
+}
+
+uint32_t aclCheckForVlanAndMemberConfigurations(uint32_t, const bindingBlock*, bool, uint32_t,
+                                                uint32_t) {
+    return testChecks.vlanAndMembers;
+}
+uint32_t aclCheckVlanGrpClash(uint32_t, const bindingBlock*, bool) {
+    return testChecks.vlanGroup;
+}
+uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t) {
+    return testChecks.ipMacList;
 }

@@ -1,0 +1,284 @@
+// Binding an IPv4 list to an interface, in one direction.
+//
+// A binding is kept twice: as a record in the list's chain, newest first, and as the list's place
+// in the interface record. Both are there or neither is; where they are found to differ the
+// operation says so and changes nothing. Interface records stay once they are made. The caller
+// holds the write lock.
+#include "include/debug.h"
+#include "include/interface.h"
+#include "include/node.h"
+#include "ipacl/propagate.h"
+#include "ipacl/store.h"
+#include "ipacl/text.h"
+#include "ipacl/zekipaccess.h"
+#include "platform/api/zekMem.h"
+#include "platform/api/zekTask.h"
+
+namespace {
+
+constexpr uint32_t POOL_BINDING = 7;
+static_assert(sizeof(aclBinding) <= 708, "a binding record fills its pool class");
+
+struct interfaceName {
+    char text[64];
+    explicit interfaceName(uint32_t ifindex) {
+        (void)ifmIfIndexToLName(ifindex, text, sizeof text);
+    }
+};
+
+// --- records -----------------------------------------------------------------------------------
+
+aclBinding* bindingAdd(aclList* list, const aclBindRequest& request) {
+    void* block = zekMC_M_memBlockVarAlloc(POOL_BINDING, ZEK_MEM_FLAGS, sizeof(aclBinding));
+    if (block == nullptr) return nullptr;
+    auto* binding = static_cast<aclBinding*>(std::memset(block, 0, sizeof(aclBinding)));
+    binding->kind = BIND_INTERFACE;
+    binding->id = request.ifindex;
+    binding->direction = request.direction;
+    binding->implicitPermit = request.implicitPermit;
+    binding->block = *request.block;
+    binding->next = list->bindings;
+    list->bindings = binding;
+    return binding;
+}
+
+void bindingDrop(aclList* list, aclBinding* binding) {
+    aclBinding** link = &list->bindings;
+    while (*link != binding) link = &(*link)->next;
+    *link = binding->next;
+    zekMC_M_memBlockVarFree(binding);
+}
+
+// A list that exists only because it was bound goes with its last binding.
+void dropOrphan(aclList* list) {
+    if (list->placeholder == 0 || list->bindings != nullptr) return;
+    const listName name = list->name;
+    (void)ipAccessListDelete(name, list->kind);
+}
+
+// --- lines -------------------------------------------------------------------------------------
+
+std::string groupText(const listName& name, uint32_t direction) {
+    std::string text = "ip access-group ";
+    text += listNameView(name);
+    return text += direction == INTF_IN ? " in" : " out";
+}
+
+cfgIntfLine lineOf(aclIntf* intf, uint32_t direction, const aclList* list) {
+    return {intf, INTF_V4, direction, list->name};
+}
+
+void writeLine(aclIntf* intf, const aclList* list, const aclBindRequest& request) {
+    if (listNameIsGenerated(list->name)) return;
+    std::string text = " " + groupText(list->name, request.direction);
+    if (request.implicitPermit != 0) text += " implicit-permit";
+    if (request.vlanOption) (text += " Vlan ") += request.vlanText;
+    cfgIntfWrite(lineOf(intf, request.direction, list), text);
+}
+
+// --- apply -------------------------------------------------------------------------------------
+
+// What forbids the binding, before anything is touched.
+uint32_t refusal(const aclBindRequest& r) {
+    if (ifindexType(r.ifindex) == IF_TYPE_CP) {
+        if (aclNode->supportAclOnCP == 0) return ACL_E_CP_UNSUPPORTED;
+        if (ifindexPort(r.ifindex) != 0) return ACL_E_CP_PORT;
+        if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
+    }
+    if (aclLagOfPort(r.ifindex) != 0) return ACL_E_LAG_MEMBER;
+    uint32_t status =
+        aclCheckForVlanAndMemberConfigurations(r.ifindex, r.block, r.vlanOption, r.direction, 0);
+    if (status != ACL_OK) return status;
+    if (r.direction == INTF_OUT) {
+        status = aclCheckVlanGrpClash(r.ifindex, r.block, r.vlanOption);
+        if (status != ACL_OK) {
+            aclDebug(DEBUG_ACL_GROUP, "%s : %s : %d\r\n", __FILE__, __func__, __LINE__);
+            aclDebug(DEBUG_ACL_GROUP, "vlan %s has a vlan which belongs to a acl vlan group\r\n",
+                     interfaceName(r.ifindex).text);
+            return status;
+        }
+    }
+    return aclMgrIpMacAclIsPresentOnIntf(r.ifindex) != 0 ? ACL_E_CLASH : ACL_OK;
+}
+
+// A line that names no interface of the chassis could never be loaded again.
+bool chassisHas(uint32_t ifindex) {
+    char name[64];
+    return ifindex >= SLOT_COUNT && ifmIfIndexToLName(ifindex, name, sizeof name) == 0;
+}
+
+// A VLAN is free to join a VLAN group while no egress list is bound to it.
+void setFreeForGroups(uint32_t ifindex, uint32_t direction, bool isFree) {
+    if (direction != INTF_OUT || ifindexType(ifindex) != IF_TYPE_VLAN) return;
+    const uint32_t vlan = ifindexPort(ifindex);
+    if (vlan < VLAN_BITS) aclNode->aclVlanGroupMemberBitMap.set(vlan, isFree);
+}
+
+void deleteFromInterface(aclList* old, const aclPlace& place) {
+    const uint32_t type = ifindexType(place.ifindex);
+    if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
+        aclDebug(DEBUG_ACL_GENERAL, "aclIpApplyIntf: sending delete of " LIST_NAME_FMT " to %s\r\n",
+                 listNameArg(old->name), interfaceName(place.ifindex).text);
+    (void)aclSendToInterface(old, aclListDeleted, place);
+}
+
+// Puts the list into its place of the interface. `fresh` is the binding that was made for it; null:
+// the list stands there already and its binding has got a new block.
+uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBinding* fresh) {
+    const aclPlace place = {r.ifindex, r.direction, r.implicitPermit};
+    aclList*& slot = intf->lists[INTF_V4][r.direction];
+    aclList* old = slot;
+    if (old != nullptr) {
+        aclBinding* oldBinding = aclInterfaceBinding(old, r.ifindex, r.direction);
+        if (oldBinding == nullptr || oldBinding == fresh) {
+            aclDebug(DEBUG_ACL_GENERAL,
+                     "Error: alist pointer for ACL Interface Tree node points to alist which "
+                     "doesn't contain ifindex as its client, interface = %d, acl= " LIST_NAME_FMT
+                     "\n",
+                     static_cast<int>(r.ifindex), listNameArg(old->name));
+            if (fresh != nullptr) bindingDrop(list, fresh);
+            return ACL_OK;
+        }
+        // A generated list leaves the operator's line standing, out of force as it is: meant.
+        if (!listNameIsGenerated(list->name) && !listNameIsGenerated(old->name))
+            cfgIntfReplace(lineOf(intf, r.direction, old));
+        writeLine(intf, list, r);
+        if (fresh != nullptr) {
+            old->sendBlock = oldBinding->block;
+            bindingDrop(old, oldBinding);
+        }
+        // The old list leaves with the new request's implicit-permit word: meant.
+        deleteFromInterface(old, place);
+    } else {
+        writeLine(intf, list, r);
+    }
+    slot = list;
+    (void)aclSendToInterface(list, aclListAdded, place);
+    if (old != nullptr) dropOrphan(old);
+    setFreeForGroups(r.ifindex, r.direction, false);
+    return ACL_OK;
+}
+
+// The first binding of the interface. `fresh` as above; null: the binding was there without the
+// interface.
+uint32_t makePlace(aclList* list, const aclBindRequest& r, aclBinding* fresh) {
+    intfRefused refused = intfRefused::nothing;
+    aclIntf* intf = aclIntfObtain(r.ifindex, r.direction, &refused);
+    if (intf == nullptr) {
+        // Without its bitmap the interface is not made but the binding stays, which is meant: the
+        // next attempt finds it and goes on from here.
+        if (refused == intfRefused::record && fresh != nullptr) bindingDrop(list, fresh);
+        return ACL_E_MEMORY;
+    }
+    intf->lists[INTF_V4][r.direction] = list;
+    if (r.writeConfig != 0) writeLine(intf, list, r);
+    // A LAG that was not known has no members yet: nothing is sent then.
+    (void)aclSendToInterface(list, aclListAdded, {r.ifindex, r.direction, r.implicitPermit});
+    setFreeForGroups(r.ifindex, r.direction, false);
+    return ACL_OK;
+}
+
+uint32_t applyAgain(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBinding* binding) {
+    if (intf == nullptr) {
+        aclDebug(DEBUG_ACL_GENERAL,
+                 "Error: Accesslist " LIST_NAME_FMT
+                 " has interface %d as a client but ACL_INTF_TREE doesn't have an entry for the "
+                 "interface\n",
+                 listNameArg(list->name), static_cast<int>(r.ifindex));
+        binding->implicitPermit = r.implicitPermit;
+        binding->block = *r.block;
+        return makePlace(list, r, nullptr);
+    }
+    if (intf->lists[INTF_V4][r.direction] != list) {
+        aclDebug(DEBUG_ACL_GENERAL,
+                 "Error: Accesslist " LIST_NAME_FMT
+                 " has interface %d as a client but the interface doesn't think the access list is "
+                 "applied on it \n",
+                 listNameArg(list->name), static_cast<int>(r.ifindex));
+        return ACL_OK;
+    }
+    if (binding->implicitPermit != r.implicitPermit) return ACL_E_IMPLICIT_PERMIT;
+    if (std::memcmp(&binding->block, r.block, sizeof binding->block) == 0) {
+        aclDebug(DEBUG_ACL_GENERAL, "%s:%d- Nothing to do Returning\r\n", __func__, __LINE__);
+        return ACL_OK;
+    }
+    binding->block = *r.block;
+    return takePlace(list, intf, r, nullptr);
+}
+
+uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
+    const aclList* old = intf != nullptr ? intf->lists[INTF_V4][r.direction] : nullptr;
+    // Source guard and the operator do not replace each other's ingress lists.
+    if (old != nullptr && r.direction == INTF_IN &&
+        listNameIsGenerated(old->name) != listNameIsGenerated(list->name))
+        return ACL_E_CLASH;
+    aclBinding* fresh = bindingAdd(list, r);
+    if (fresh == nullptr) {
+        aclSysErr(SYSERR_LIST,
+                  "Error: Unable to allocate memory for Acl " LIST_NAME_FMT
+                  " client interface id %d\n",
+                  listNameArg(list->name), static_cast<int>(r.ifindex));
+        return ACL_E_SYSTEM;
+    }
+    return intf != nullptr ? takePlace(list, intf, r, fresh) : makePlace(list, r, fresh);
+}
+
+}  // namespace
+
+uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request) {
+    if (request.direction > INTF_OUT) return ACL_E_SYSTEM;
+    uint32_t status = refusal(request);
+    if (status != ACL_OK) return status;
+    if (!chassisHas(request.ifindex)) {
+        aclSysErr(SYSERR_LIST, "Error: Accesslist " LIST_NAME_FMT " on unknown interface %#x\n",
+                  listNameArg(name), request.ifindex);
+        return ACL_E_SYSTEM;
+    }
+    aclList* list = ipAccessListCreate(name, IP_KIND_NONE, 1, &status);
+    if (list == nullptr) {
+        aclSysErr(SYSERR_LIST,
+                  "Error: Unable to create Accesslist " LIST_NAME_FMT " in aclIpApplyIntf\n",
+                  listNameArg(name));
+        return ACL_E_SYSTEM;
+    }
+    list->sendBlock = *request.block;
+    aclIntf* intf = AclIntfTreeFind(request.ifindex);
+    aclBinding* binding = aclInterfaceBinding(list, request.ifindex, request.direction);
+    status = binding != nullptr ? applyAgain(list, intf, request, binding)
+                                : applyFirst(list, intf, request);
+    dropOrphan(list);  // made for a binding that did not come about
+    return status;
+}
+
+uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction) {
+    if (direction > INTF_OUT) return ACL_E_SYSTEM;
+    aclList* list = ipAccessListFind(name);
+    if (list == nullptr) return ACL_E_NOLIST;
+    aclIntf* intf = AclIntfTreeFind(ifindex);
+    if (intf == nullptr) return ACL_E_NOINTF;
+    aclList*& slot = intf->lists[INTF_V4][direction];
+    if (slot != list) return ACL_E_NOT_BOUND;
+
+    if (!listNameIsGenerated(list->name))
+        cfgIntfRemove(lineOf(intf, direction, list), "no " + groupText(list->name, direction));
+    if (intf->lists[INTF_V6][INTF_OUT] == nullptr) setFreeForGroups(ifindex, direction, true);
+    slot = nullptr;
+    aclBinding* binding = aclInterfaceBinding(list, ifindex, direction);
+    if (binding == nullptr) {
+        // "intferace" is meant.
+        aclDebug(DEBUG_ACL_GENERAL,
+                 "Error: Acl " LIST_NAME_FMT " does not have client intferace Id %d\n",
+                 listNameArg(list->name), static_cast<int>(ifindex));
+        return ACL_E_SYSTEM;
+    }
+    list->sendBlock = binding->block;
+    const uint32_t type = ifindexType(ifindex);
+    if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
+        aclDebug(DEBUG_ACL_GENERAL, "aclIpRemoveIntf: sending " LIST_NAME_FMT " to ifindex %#x\r\n",
+                 listNameArg(list->name), ifindex);
+    const int sent =
+        aclSendToInterface(list, aclListDeleted, {ifindex, direction, binding->implicitPermit});
+    bindingDrop(list, binding);
+    dropOrphan(list);
+    return sent == 0 ? uint32_t{ACL_OK} : uint32_t{ACL_E_SYSTEM};
+}
