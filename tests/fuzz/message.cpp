@@ -6,7 +6,9 @@
 #include <cstdlib>
 
 #include "include/cliMsg.h"
+#include "include/interface.h"
 #include "include/service.h"
+#include "platform/api/zekMem.h"
 #include "platform/test/record.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -18,6 +20,8 @@ alignas(8) uint8_t received[IPC_BUFFER_SIZE];
 
 void start() {
     testReset();
+    zek_memPartFree(POOL_FIXED);  // the start makes the pools itself
+    zek_memPartFree(POOL_FIXED + 1);
     for (uint32_t app : {APP_ACL, APP_IFM, APP_RTM, APP_DSMGR})
         testHost.addresses[{app, 0}] = OWN_CARD;
     if (AclInitialize(0, nullptr) == nullptr || AspathAclInitialize() == nullptr) std::abort();
@@ -31,6 +35,11 @@ void start() {
 }
 
 void forgetLists() {
+    for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
+         intf = AclIntfTreeFindNext(intf->ifindex))
+        for (uint32_t direction : {INTF_IN, INTF_OUT})
+            if (const aclList* list = intf->lists[INTF_V4][direction])
+                (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
     while (aclList* list = ipAccessListFindFirst()) ipAccessListDelete(list->name, list->kind);
     while (aclList* list = ipDosListFindFirst()) {
         (void)dosIpEnableIntf(list->name, CLI_DOS_DISABLE);
