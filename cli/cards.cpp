@@ -30,17 +30,22 @@ json rowOf(cliSession* session, const agentPlace& place) {
     return row;
 }
 
-// The agent's numbers as the operator's words.
+// Where the card holds a list, as the operator knows it.
+std::string placeText(const chassisDescription& chassis, const json& list) {
+    if (uint64_t group = jsonNumber(list, "group"); group != 0)
+        return "VLAN group " + std::to_string(group);
+    auto ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
+    if (ifindex < SLOT_COUNT) return "the card";
+    for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
+        if (ifindex == ifindexControlPort(slot)) return "control port";
+    std::string name = chassisIfName(chassis, ifindex);
+    return name.empty() ? std::to_string(ifindex) : name;
+}
+
 json listRow(const cliSession& session, const json& list) {
-    uint32_t ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
-    std::string name = chassisIfName(session.chassis, ifindex);
-    if (name.empty() && ifindex != 0) name = std::to_string(ifindex);
-    uint64_t group = jsonNumber(list, "group");
     return {{"list", jsonText(list, "name")},
             {"kind", jsonText(list, "kind")},
-            {"interface", group != 0     ? "VLAN group " + std::to_string(group)
-                          : name.empty() ? "-"
-                                         : name},
+            {"interface", placeText(session.chassis, list)},
             {"direction", jsonNumber(list, "direction") == 0 ? "in" : "out"},
             {"implicit-permit", jsonNumber(list, "implicitPermit") != 0},
             {"entries", jsonNumber(list, "count")}};

@@ -128,6 +128,36 @@ std::string intended(std::string_view args) {
     return "[" + what.rows + "]";
 }
 
+// Membership by hand, for a chassis whose interface manager tells none. What is bound to a LAG
+// goes to a port that joins; a VLAN's lists go out again to all of its cards.
+std::string join(std::string_view args) {
+    uint32_t aggregate = 0, port = 0;
+    const size_t blank = std::min(args.rfind(' '), args.size());
+    if (ifmLNameToIfIndex(std::string(args.substr(0, blank)).c_str(), &aggregate) != 0 ||
+        ifmLNameToIfIndex(std::string(args.substr(std::min(blank + 1, args.size()))).c_str(),
+                          &port) != 0)
+        return jsonObject{}.string("error", "usage: join LAG-OR-VLAN MEMBER").text();
+    aclLockHeld<aclLock::write> held;
+    int result = -1;
+    if (ifindexType(aggregate) == IF_TYPE_LAG) result = aclLagPortJoined(aggregate, port);
+    if (ifindexType(aggregate) == IF_TYPE_VLAN) {
+        result = aclVlanMemberAdd(aggregate, port);
+        const aclIntf* intf = result == 0 ? AclIntfTreeFind(aggregate) : nullptr;
+        for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+            aclList* list = intf != nullptr ? intf->lists[INTF_V4][direction] : nullptr;
+            const aclBinding* b =
+                list != nullptr ? bindingOf(*list, aggregate, direction) : nullptr;
+            if (b == nullptr) continue;
+            list->sendBlock = b->block;
+            (void)aclSendVlanAclToAclAgent(
+                list, aggregate, 1, direction == INTF_IN ? MT_ACL_ADDLIST : MT_ACL_EGR_ADDLIST,
+                b->implicitPermit, 0);
+        }
+    }
+    if (result < 0) return jsonObject{}.string("error", "That cannot be a member there").text();
+    return jsonObject{}.string("member", result == 0 ? "joined" : "was one already").text();
+}
+
 }  // namespace
 
 void aclRegisterInstalledFunctions() {
@@ -135,4 +165,6 @@ void aclRegisterInstalledFunctions() {
                      accessGroups);
     zekDebugRegister("intended", "NAME what every card should hold of an IPv4 list, with a hash",
                      intended);
+    zekDebugRegister("join", "LAG-OR-VLAN MEMBER makes a port (of a VLAN also a LAG) its member",
+                     join);
 }
