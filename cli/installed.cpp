@@ -51,12 +51,21 @@ agentReply hashOf(cliSession* session, const agentPlace& place, const listName& 
     return reply;
 }
 
+bool isSet(const json& row, const char* key) {
+    return row.contains(key) && row[key] == true;
+}
+
 std::string compare(cliSession* session, const json& row, heldCard* card, const listName& name) {
     if (card->reply != agentReply::good) return agentReplyText(card->reply);
     placeKey at{jsonNumber(row, "direction"), jsonNumber(row, "ifindex")};
     auto held = card->lists.find(at);
-    bool refuses = row.contains("refuses") && row["refuses"] == true;
-    if (held == card->lists.end()) return refuses ? "not supported" : "missing";
+    if (held == card->lists.end()) {
+        // A list that is deleted while it is bound leaves the cards; one that is bound before it is
+        // defined is there without entries. Both are right.
+        return isSet(row, "undefined") ? "not defined"
+               : isSet(row, "refuses") ? "not supported"
+                                       : "missing";
+    }
     held->second.meant = true;
     if (held->second.count != jsonNumber(row, "entries") ||
         held->second.implicitPermit != jsonNumber(row, "implicitPermit"))
@@ -67,6 +76,9 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
     if (reply != agentReply::good) return agentReplyText(reply);
     return agentHashText(hash) == jsonText(row, "hash") ? "in step" : "different";
 }
+
+// The states that need no action.
+constexpr std::string_view fine[] = {"in step", "no ports", "not supported", "not defined"};
 
 }  // namespace
 
@@ -87,7 +99,7 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
     bool inStep = true;
     auto add = [&](const std::string& interface, uint64_t direction, const std::string& card,
                    const std::string& state) {
-        inStep &= state == "in step" || state == "no ports" || state == "not supported";
+        inStep &= std::ranges::find(fine, state) != std::end(fine);
         rows.push_back({{"interface", interface},
                         {"direction", direction == 0 ? "in" : "out"},
                         {"card", card},

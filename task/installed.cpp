@@ -79,6 +79,7 @@ jsonObject rowOf(const intent& what, uint32_t bound, uint32_t direction) {
     row.string("interface", interfaceName(bound))
         .number("direction", direction)
         .number("implicitPermit", b != nullptr ? b->implicitPermit : 0);
+    if (what.list.placeholder != 0) row.flag("undefined", true);
     return row;
 }
 

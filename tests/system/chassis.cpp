@@ -13,12 +13,14 @@
 #include <sstream>
 #include <thread>
 
+#include "include/agentState.h"
 #include "include/service.h"
 
 namespace {
 
-constexpr uint32_t RP_ADDRESS = 0x7F010001;  // 127.1.0.1
-constexpr int PATIENCE_MS = 60000;           // only ever waited for when something is broken
+constexpr uint32_t RP_ADDRESS = 0x7F010001;    // 127.1.0.1
+constexpr uint32_t CARD_ADDRESS = 0x7F010100;  // 127.1.1.0; the slot is added
+constexpr int PATIENCE_MS = 60000;             // only ever waited for when something is broken
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path);
@@ -47,6 +49,15 @@ std::string program(const char* name) {
 }
 
 }  // namespace
+
+bool waitUntil(const std::function<bool()>& reached) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MS);
+    while (!reached()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        nap();
+    }
+    return true;
+}
 
 bool process::start(const std::vector<std::string>& argv, const std::string& logFile) {
     log = logFile;
@@ -154,6 +165,7 @@ chassisFixture::chassisFixture() {
 chassisFixture::~chassisFixture() {
     manager.stop(SIGKILL);
     neighbours.stop(SIGKILL);
+    agents.clear();
     std::error_code ignored;
     std::filesystem::remove_all(dir, ignored);
 }
@@ -165,6 +177,14 @@ bool chassisFixture::startManager(const std::vector<std::string>& options) {
 }
 bool chassisFixture::startNeighbours() {
     return neighbours.start({program("chassisd"), "--rundir", dir}, dir + "/chassisd.stderr");
+}
+bool chassisFixture::startAgent(int slot) {
+    std::vector<std::string> argv{program("aclagent"), "--rundir", dir};
+    if (slot == AGENT_CP)
+        argv.push_back("--cp");
+    else
+        argv.insert(argv.end(), {"--slot", std::to_string(slot)});
+    return agents[slot].start(argv, dir + "/aclagent" + std::to_string(slot) + ".stderr");
 }
 bool chassisFixture::killAndRestart() {
     manager.stop(SIGKILL);
@@ -182,6 +202,10 @@ std::string chassisFixture::show(const std::string& command) const {
     commandResult result = shell({"-c", command});
     EXPECT_EQ(result.status, 0) << command << "\n" << result.err;
     return result.out;
+}
+void chassisFixture::load(const std::string& lines) const {
+    commandResult result = shell({"-f", "-"}, lines);
+    EXPECT_EQ(result.status, 0) << lines << result.err;
 }
 std::string chassisFixture::write(const std::string& name, const std::string& text) const {
     std::string path = dir + "/" + name;
@@ -208,6 +232,24 @@ void rawClient::fillHeader(std::vector<uint8_t>& message, uint32_t type, uint32_
     hdr->target.svce = service;
     hdr->source.card = RP_ADDRESS;
     hdr->source.svce = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
+}
+std::string rawClient::agentSummary(int slot) {
+    std::vector<uint8_t> message(sizeof(agentStateReq));
+    static uint32_t sequence = 0x40000000;
+    fillHeader(message, MT_AGENT_STATE, ++sequence);
+    auto* req = reinterpret_cast<agentStateReq*>(message.data());
+    bool cp = slot == AGENT_CP;
+    req->ipc.source.card = cp ? RP_ADDRESS : CARD_ADDRESS + static_cast<uint32_t>(slot);
+    req->ipc.source.svce = aclServicePort(cp ? APP_ACL_AGENT_CP : APP_ACL_AGENT,
+                                          cp ? 0 : static_cast<uint32_t>(slot), QUEUE_REQUEST);
+    req->what = AGENT_STATE_SUMMARY;
+    if (!send(message)) return "";
+    for (;;) {
+        std::vector<uint8_t> answer = receive();
+        if (answer.size() < AGENT_STATE_TEXT_OFFSET) return "";
+        if (reinterpret_cast<const ipcHdr*>(answer.data())->sequence == sequence)
+            return std::string(answer.begin() + AGENT_STATE_TEXT_OFFSET, answer.end());
+    }
 }
 bool rawClient::send(const std::vector<uint8_t>& message) const {
     return zekEndpointSend(endpoint, message.data(), message.size(), PATIENCE_MS) ==

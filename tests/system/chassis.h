@@ -1,6 +1,8 @@
 // A chassis of real processes in a run folder of its own, for the tests of a whole system.
 #pragma once
 
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -31,9 +33,12 @@ struct process {
 // Runs a program to its end, with `input` on its standard input.
 commandResult runCommand(const std::vector<std::string>& argv, const std::string& input = "");
 
+constexpr int AGENT_CP = -1;
+
 struct chassisFixture {
     std::string dir;  // the run folder, removed at the end
     process manager, neighbours;
+    std::map<int, process> agents;  // by slot, AGENT_CP the control processor's
 
     chassisFixture();
     ~chassisFixture();
@@ -42,6 +47,7 @@ struct chassisFixture {
 
     bool startManager(const std::vector<std::string>& options = {});
     bool startNeighbours();
+    bool startAgent(int slot);
     // Ends the manager at once and starts it again; returns when its configuration is restored.
     bool killAndRestart();
 
@@ -50,8 +56,13 @@ struct chassisFixture {
     std::string show(
         const std::string& command) const;  // output of one command, which must succeed
     std::string runningConfig() const { return show("show running-config"); }
+    // Loads configuration lines, which must be accepted.
+    void load(const std::string& lines) const;
     std::string write(const std::string& name, const std::string& text) const;  // a file; its path
 };
+
+// Waits for a state; false when it does not come in a very long time.
+bool waitUntil(const std::function<bool()>& reached);
 
 // A task's endpoint with which a test speaks to the manager byte by byte.
 struct rawClient {
@@ -67,6 +78,8 @@ struct rawClient {
     bool send(const std::vector<uint8_t>& message) const;
     // The next message within a generous time, empty when none came.
     std::vector<uint8_t> receive() const;
+    // What an agent (AGENT_CP: the control processor's) says of itself, JSON; empty: no answer.
+    std::string agentSummary(int slot);
     // Sends a request and returns the answer with its sequence number.
     std::vector<uint8_t> ask(std::vector<uint8_t> message, uint32_t type);
 };
