@@ -34,7 +34,13 @@ void start() {
     };
 }
 
+// Bindings keep a deleted list as a placeholder, so they go first.
 void forgetLists() {
+    for (aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
+         intf = AclIntfTreeFindNext(intf->ifindex))
+        for (uint32_t direction : {INTF_IN, INTF_OUT})
+            if (const aclList* list = intf->lists[INTF_V4][direction]; list != nullptr)
+                (void)aclIpRemoveIntf(listNameMake(list->name), intf->ifindex, direction);
     for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
          intf = AclIntfTreeFindNext(intf->ifindex))
         for (uint32_t direction : {INTF_IN, INTF_OUT})
