@@ -351,7 +351,7 @@ TEST_F(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
     EXPECT_EQ(apply("A", PORT), 0u);
     aclIntf* intf = AclIntfTreeFind(PORT);
     aclList*& slot = intf->lists[INTF_V4][INTF_IN];
-    auto saysOnly = [this](const std::string& text) {
+    auto saysOnly = [](const std::string& text) {
         rows told = testTake();
         ASSERT_EQ(told.size(), 1u);
         EXPECT_EQ(told[0], "debug Error: " + text);

@@ -8,16 +8,6 @@ constexpr uint32_t PORT = 0x08040000, PORT_2 = 0x08080000;  // slot 3
 constexpr uint32_t LAG = ifindexMake(IF_TYPE_LAG, 7);
 
 struct BindingMessages : TaskTest {
-    void TearDown() override {
-        testFailNothing();
-        while (aclIntf* intf = AclIntfTreeFindFirst()) {
-            for (uint32_t direction : {INTF_IN, INTF_OUT})
-                if (const aclList* list = intf->lists[INTF_V4][direction])
-                    (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
-            aclIntfDrop(intf);
-        }
-        TaskTest::TearDown();
-    }
     std::vector<uint8_t> bind(const char* name, uint32_t ifindex, uint32_t direction) {
         auto bytes = cli(CLI_IP_BIND, name, sizeof(cliBindReq));
         auto* req = reinterpret_cast<cliBindReq*>(bytes.data());

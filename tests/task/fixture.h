@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "include/cliMsg.h"
+#include "include/interface.h"
 #include "include/linecard.h"
 #include "include/service.h"
 #include "include/status.h"
@@ -54,6 +55,14 @@ struct TaskTest : testing::Test {
     }
     void TearDown() override {
         testFailNothing();
+        while (aclIntf* intf = AclIntfTreeFindFirst()) {
+            for (uint32_t direction : {INTF_IN, INTF_OUT})
+                if (const aclList* list = intf->lists[INTF_V4][direction])
+                    (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
+            aclIntfDrop(intf);
+        }
+        while (aclList* list = ipSysAccessListFindFirst())
+            ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
         for (aclList* list = ipAccessListFindFirst(); list != nullptr;
              list = ipAccessListFindFirst())
             ipAccessListDelete(list->name, list->kind);
