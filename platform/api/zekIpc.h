@@ -57,6 +57,6 @@ struct zekIpcStats {
     uint64_t sendFailed;
     uint64_t malformed;  // received and dropped: bad descriptors, time-outs that are not our own
     uint64_t overrun;    // received and dropped: nobody has read the queue for too long
-    uint64_t dropped;    // accepted for sending, dropped: receiver stayed full or went, or no commit
+    uint64_t dropped;  // accepted for sending, dropped: receiver stayed full or went, or no commit
 };
 [[nodiscard]] zekIpcStats zekIpcStatistics();

@@ -9,11 +9,11 @@
 struct ipPacket {
     uint32_t src, dst;
     uint8_t protocol;
-    uint8_t tos;          // the whole byte: DSCP is its upper six bits, precedence the upper three
-    uint8_t tcpFlags;     // tcpFlag bits without TCP_ESTABLISHED
+    uint8_t tos;       // the whole byte: DSCP is its upper six bits, precedence the upper three
+    uint8_t tcpFlags;  // tcpFlag bits without TCP_ESTABLISHED
     uint8_t icmpType, icmpCode;
     uint16_t srcPort, dstPort;
-    bool laterFragment;   // offset not 0: carries no ports, flags or ICMP type
+    bool laterFragment;  // offset not 0: carries no ports, flags or ICMP type
 };
 
 enum ipVerdict : int { FILTER_PERMIT = 0, FILTER_DENY = 1 };
