@@ -144,8 +144,9 @@ void report(cliSession* s, const cliPlace& place, std::string_view line, size_t 
 
 void sessionReadMaskMode(cliSession* session) {
     const std::string& dir = session->options.runDir;
-    if (access((dir + "/running.db").c_str(), R_OK) != 0) return;
-    zekCfgDb* db = zekCfgOpen(dir.c_str(), zekCfgAccess::read);
+    const std::string file = zekCfgFileOf(session->options.rp);
+    if (access((dir + "/" + file).c_str(), R_OK) != 0) return;
+    zekCfgDb* db = zekCfgOpen(dir.c_str(), zekCfgAccess::read, file.c_str());
     if (db == nullptr) return;
     session->inverseMask = zekCfgMaskMode(db) != 0;
     zekCfgClose(db);

@@ -89,7 +89,8 @@ cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sin
 }  // namespace
 
 cliOutcome showRunning(cliSession* session, const cliCommand&, cliPipe* pipe) {
-    zekCfgDb* db = zekCfgOpen(session->options.runDir.c_str(), zekCfgAccess::read);
+    zekCfgDb* db = zekCfgOpen(session->options.runDir.c_str(), zekCfgAccess::read,
+                              zekCfgFileOf(session->options.rp).c_str());
     if (db == nullptr)
         return refusal("There is no configuration database in " + session->options.runDir);
     lineSink sink{pipe, session->options.json};

@@ -42,6 +42,16 @@ TEST(Processes, ManagersOfDifferentFoldersRunSideBySideAndASecondOneOfTheSameIsR
     EXPECT_EQ(first.shell({"-f", "-"}, "ip access-list standard ONE\n").status, 0);
     EXPECT_EQ(second.runningConfig().find("ONE"), std::string::npos);
 
+    // So do the two route processors of one chassis.
+    process other;
+    ASSERT_TRUE(
+        other.start({std::string(ACL_BIN_DIR) + "/aclmgr", "--rundir", first.dir, "--rp", "1"},
+                    first.dir + "/other.stderr"));
+    EXPECT_EQ(first.shell({"--rp", "1", "-f", "-"}, "ip access-list standard TWO\n").status, 0);
+    EXPECT_NE(first.shell({"--rp", "1", "-c", "show running-config"}).out.find("TWO"),
+              std::string::npos);
+    EXPECT_EQ(first.runningConfig().find("TWO"), std::string::npos);
+
     process again;
     EXPECT_FALSE(again.start({std::string(ACL_BIN_DIR) + "/aclmgr", "--rundir", first.dir},
                              first.dir + "/again.stderr"));
