@@ -48,15 +48,15 @@ ipEntryBlock blockOf(uint32_t seq, uint32_t value) {
 
 const listName listOne = listNameMake("BENCH");
 
-// A list of `entries` entries, five apart, inserted in random order.
-void fill(uint32_t entries) {
+// A list of `entries` entries, five apart, inserted in random order or in their own.
+void fill(uint32_t entries, bool shuffled = true) {
     start();
     if (ipAccessListFind(listOne) != nullptr) ipAccessListDelete(listOne, IP_KIND_EXTENDED);
     uint32_t status = 0;
     if (ipAccessListCreate(listOne, IP_KIND_EXTENDED, 0, &status) == nullptr) std::abort();
     std::vector<uint32_t> order(entries);
     for (uint32_t i = 0; i < entries; i++) order[i] = i;
-    std::shuffle(order.begin(), order.end(), std::mt19937(4));
+    if (shuffled) std::shuffle(order.begin(), order.end(), std::mt19937(4));
     for (uint32_t i : order) {
         ipEntryBlock block = blockOf((i + 1) * 5, i);
         if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_OK) std::abort();
@@ -189,7 +189,7 @@ void plain_findName(benchmark::State& state) {
 BENCHMARK(plain_findName)->Arg(1000)->Arg(10000);
 
 void showEntry(benchmark::State& state) {
-    fill(static_cast<uint32_t>(state.range(0)));
+    fill(static_cast<uint32_t>(state.range(0)), state.range(1) != 0);
     for (auto _ : state) {
         void* buffer = nullptr;
         uint32_t size = 0;
@@ -201,7 +201,9 @@ void showEntry(benchmark::State& state) {
         static_cast<double>(state.range(0)),
         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
-BENCHMARK(showEntry)->Arg(1000)->Arg(10000)->Arg(100000);
+BENCHMARK(showEntry)
+    ->ArgNames({"entries", "shuffled"})
+    ->ArgsProduct({{1000, 10000, 100000}, {0, 1}});
 
 void plain_formattedLine(benchmark::State& state) {
     char line[160];

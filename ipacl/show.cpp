@@ -15,6 +15,7 @@
 namespace {
 
 constexpr size_t SHOW_BYTES_PER_LINE = 150;
+constexpr size_t USUAL_LINE = 72;  // what most lines stay below; longer ones let the text grow
 
 // `asHost` is decided by the caller: for a destination it is not the destination's mask that
 // counts.
@@ -88,7 +89,9 @@ void addExtendedEntry(std::string& out, const aclEntry& entry) {
 
 std::string listText(const aclList& list) {
     bool standard = list.kind == IP_KIND_STANDARD;
-    std::string out = standard ? "Standard" : "Extended";
+    std::string out;
+    out.reserve(static_cast<size_t>(list.count) * USUAL_LINE + SHOW_BYTES_PER_LINE);
+    out += standard ? "Standard" : "Extended";
     out += " IP access list ";
     out += listNameView(list.name);
     out += "\r\n";
