@@ -8,6 +8,7 @@
 
 #include <fstream>
 
+#include "bench/entries.h"
 #include "bench/measure.h"
 #include "include/cliMsg.h"
 #include "include/status.h"
@@ -131,23 +132,6 @@ uint32_t entryRequest(rawClient& client, uint32_t code, const ipEntryBlock& bloc
     std::vector<uint8_t> answer = client.receive();
     if (answer.size() < sizeof(cliHdr)) fail("no answer");
     return reinterpret_cast<cliHdr*>(answer.data())->result;
-}
-
-ipEntryBlock blockOf(uint32_t seq, uint32_t value) {
-    ipEntryBlock b{};
-    b.kind = IP_KIND_EXTENDED;
-    b.seq = seq;
-    b.order = ORDER_NOT_GIVEN;
-    b.precedence = b.tos = FIELD_NOT_GIVEN;
-    b.dscp = DSCP_NOT_GIVEN;
-    b.protocol = IP_PROTO_TCP;
-    b.src = value;
-    b.srcMask = 0xFFFFFFFF;
-    b.dst = 0xC0000201;
-    b.dstMask = 0xFFFFFFFF;
-    b.dstOperator = PORT_EQ;
-    b.dstLow = b.dstHigh = 80;
-    return b;
 }
 
 // Lines of distinct extended entries, ten apart, so that there is room between any two.

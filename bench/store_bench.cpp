@@ -9,6 +9,7 @@
 #include <random>
 #include <unordered_set>
 
+#include "bench/entries.h"
 #include "include/node.h"
 #include "include/service.h"
 #include "ipacl/zekipaccess.h"
@@ -27,23 +28,6 @@ void start() {
         return true;
     }();
     (void)once;
-}
-
-ipEntryBlock blockOf(uint32_t seq, uint32_t value) {
-    ipEntryBlock b{};
-    b.kind = IP_KIND_EXTENDED;
-    b.seq = seq;
-    b.order = ORDER_NOT_GIVEN;
-    b.precedence = b.tos = FIELD_NOT_GIVEN;
-    b.dscp = DSCP_NOT_GIVEN;
-    b.protocol = IP_PROTO_TCP;
-    b.src = value;
-    b.srcMask = 0xFFFFFFFF;
-    b.dst = 0xC0000201;
-    b.dstMask = 0xFFFFFFFF;
-    b.dstOperator = PORT_EQ;
-    b.dstLow = b.dstHigh = 80;
-    return b;
 }
 
 const listName listOne = listNameMake("BENCH");
