@@ -118,10 +118,12 @@ void aclSendRegistration() {
         }
     }
     if (aclNode->peerRegistered == 0) {
-        if (aclRegisterWithPeer(peerAttempts) != 0)
+        if (aclRegisterWithPeer(peerAttempts) != 0) {
             peerAttempts++;
-        else if (aclNode->peerRegistered != 0 && peerAttempts != 0)
+        } else if (peerAttempts != 0) {
             aclSysErr(SYSERR_PEER, "%s", "succeeded");
+            peerAttempts = 0;
+        }
     }
     if (aclNode->udpHelperRegistered == 0)
         retryResult(&udpHelper, &aclNode->udpHelperRegistered, SYSERR_UDP_HELPER,

@@ -102,6 +102,18 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     EXPECT_EQ(effects, (std::vector<std::string>{"ramack 61 0", "ramresult 61 0 0"}));
     EXPECT_EQ(aclNode->peerRegistered, 0);
 
+    // Driven by the loop: one word for the first failure, one for the success after it.
+    aclNode->ifmRegistered = aclNode->evhRegistered = aclNode->udpHelperRegistered = 1;
+    testFail(TEST_SEND, 1, 2);
+    std::vector<std::string> logged;
+    for (int i = 0; i < 4; i++) {
+        aclSendRegistration();
+        for (const std::string& row : testTake())
+            if (row.starts_with("syserr")) logged.push_back(row);
+    }
+    EXPECT_EQ(logged,
+              (std::vector<std::string>{"syserr 0x50012 failed", "syserr 0x50012 succeeded"}));
+
     testFail(TEST_SEND, 1, 2);
     EXPECT_EQ(aclRegisterWithPeer(0), -1);
     EXPECT_EQ(testTake().back(), "syserr 0x50012 failed");
