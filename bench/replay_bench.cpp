@@ -85,7 +85,7 @@ double refReplay() {
 std::string chassisJson() {
     std::string text =
         R"({"chassisMode":1,"routeProcessorType":4,"routeProcessors":[{"address":"127.1.0.1","primary":true}],"tasks":[)";
-    for (uint32_t app : {61, 80, 94, 140, 141, 142, 99, 100})
+    for (uint32_t app : {61u, 80u, 94u, 140u, 141u, 142u, 99u, 100u})
         text += (app == 61 ? "" : ",") + ("{\"application\":" + std::to_string(app)) +
                 R"(,"instance":0,"address":"127.1.0.1"})";
     text += R"(],"cards":[)";
