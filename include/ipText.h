@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 inline void textNumber(std::string& out, uint32_t v, int base = 10) {
     char buf[16];
@@ -16,6 +17,11 @@ inline void textSigned(std::string& out, int32_t v) {
     char buf[16];
     auto end = std::to_chars(buf, buf + sizeof buf, v).ptr;
     out.append(buf, static_cast<size_t>(end - buf));
+}
+// A word with its blanks, and a number that shows as "%d" does.
+inline void textWordSigned(std::string& out, std::string_view word, uint32_t v) {
+    out += word;
+    textSigned(out, static_cast<int32_t>(v));
 }
 // "a.b.c.d", most significant byte first.
 inline void textDotted(std::string& out, uint32_t address) {

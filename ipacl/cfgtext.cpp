@@ -74,17 +74,12 @@ void addAddress(lineText& line, std::string_view action, uint32_t address, uint3
     line.masked[line.maskedCount++] = {at, out.size() - at};
 }
 
-void addSigned(std::string& out, std::string_view word, uint32_t value) {
-    out += word;
-    textSigned(out, static_cast<int32_t>(value));
-}
-
 void addDscp(std::string& out, const ipEntryBlock& block) {
-    if (block.dscp != DSCP_NOT_GIVEN) addSigned(out, " dscp ", block.dscp);
+    if (block.dscp != DSCP_NOT_GIVEN) textWordSigned(out, " dscp ", block.dscp);
 }
 
 void addOrderAndMonitor(std::string& out, const aclEntry& entry) {
-    if (entry.block.order < ORDER_NOT_GIVEN) addSigned(out, " order ", entry.block.order);
+    if (entry.block.order < ORDER_NOT_GIVEN) textWordSigned(out, " order ", entry.block.order);
     if (entry.monitor == 1) out += " monitor";
 }
 
@@ -125,8 +120,8 @@ void addMatch(lineText& line, const ipEntryBlock& block, bool withDscp) {
     if (ports) out += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
     if (withDscp) addDscp(out, block);
     if (block.protocol == IP_PROTO_TCP) textTcpFlags(out, block.tcpFlags);
-    if (block.precedence != FIELD_NOT_GIVEN) addSigned(out, " precedence ", block.precedence);
-    if (block.tos != FIELD_NOT_GIVEN) addSigned(out, " tos ", block.tos);
+    if (block.precedence != FIELD_NOT_GIVEN) textWordSigned(out, " precedence ", block.precedence);
+    if (block.tos != FIELD_NOT_GIVEN) textWordSigned(out, " tos ", block.tos);
     if (block.protocol == IP_PROTO_ICMP && block.icmp.typeGiven != 0)
         aclIcmpTypeCodeToString(out, block.icmp.type, block.icmp.typeGiven, block.icmp.code,
                                 block.icmp.codeGiven);
@@ -146,8 +141,8 @@ void addL2L3(std::string& out, const aclEntry& entry) {
     if (block.arpMarker != 0) {
         out += " arp ";
         addMacPair(out, block.mac1, block.mac1Mask);
-        addSigned(out, " VLAN ", block.vlan);
-        if (block.arpOpcode != 0) addSigned(out, " opcode ", block.arpOpcode);
+        textWordSigned(out, " VLAN ", block.vlan);
+        if (block.arpOpcode != 0) textWordSigned(out, " opcode ", block.arpOpcode);
         if (block.src == 0 && block.srcMask == 0) {
             out += " any";
         } else {
@@ -162,7 +157,7 @@ void addL2L3(std::string& out, const aclEntry& entry) {
         textNumber(out, block.etherType, 16);
         out += ' ';
         addMacPair(out, block.mac1, block.mac1Mask);
-        addSigned(out, " VLAN ", block.vlan);
+        textWordSigned(out, " VLAN ", block.vlan);
         out += ' ';
         addMacPair(out, block.mac2, block.mac2Mask);
     }
@@ -204,7 +199,7 @@ void textProtocol(std::string& out, uint8_t protocol, bool isAny, std::string_vi
     if (isAny)
         out += any;
     else
-        addSigned(out, " ", protocol);
+        textWordSigned(out, " ", protocol);
 }
 
 void textTcpFlags(std::string& out, uint8_t flags, uint8_t except) {
@@ -224,8 +219,8 @@ const char* aclCmpPortPrint(uint32_t op, uint32_t first, uint32_t second) {
         aclSysErr(SYSERR_LIST, "%s", text.c_str());
         return text.c_str();
     }
-    addSigned(text, words[op], first);
-    if (op == PORT_RANGE) addSigned(text, " ", second);
+    textWordSigned(text, words[op], first);
+    if (op == PORT_RANGE) textWordSigned(text, " ", second);
     return text.c_str();
 }
 
@@ -237,8 +232,8 @@ void aclIcmpTypeCodeToString(std::string& out, uint32_t type, uint32_t typeGiven
         (out += ' ') += word;
         return;
     }
-    addSigned(out, " ", type);
-    if (codeGiven != 0) addSigned(out, " ", code);
+    textWordSigned(out, " ", type);
+    if (codeGiven != 0) textWordSigned(out, " ", code);
 }
 
 void l2aclPrintMacAddress(std::string& out, const uint8_t* address, const uint8_t* mask) {

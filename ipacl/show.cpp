@@ -41,11 +41,6 @@ void addAddress(std::string& out, uint32_t address, uint32_t mask, bool asHost) 
     }
 }
 
-void addSigned(std::string& out, std::string_view word, uint32_t value) {
-    out += word;
-    textSigned(out, static_cast<int32_t>(value));
-}
-
 void addFront(std::string& out, const ipEntryBlock& block) {
     out += " seq ";
     textNumber(out, block.seq);
@@ -57,7 +52,7 @@ void addStandardEntry(std::string& out, const aclEntry& entry) {
     addFront(out, block);
     addAddress(out, block.src, block.srcMask, block.srcMask == 0xFFFFFFFF);
     if (entry.log != 0) {
-        addSigned(out, " log (", entry.matchCount);
+        textWordSigned(out, " log (", entry.matchCount);
         out += " matches)";
     }
 }
@@ -79,8 +74,8 @@ void addExtendedEntry(std::string& out, const aclEntry& entry) {
     if (ports && block.dstOperator != PORT_NONE)
         out += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
     if (block.protocol == IP_PROTO_TCP) textTcpFlags(out, block.tcpFlags);
-    if (block.precedence != FIELD_NOT_GIVEN) addSigned(out, " precedence ", block.precedence);
-    if (block.tos != FIELD_NOT_GIVEN) addSigned(out, " tos ", block.tos);
+    if (block.precedence != FIELD_NOT_GIVEN) textWordSigned(out, " precedence ", block.precedence);
+    if (block.tos != FIELD_NOT_GIVEN) textWordSigned(out, " tos ", block.tos);
     if (block.protocol == IP_PROTO_ICMP && block.icmp.typeGiven != 0)
         aclIcmpTypeCodeToString(out, block.icmp.type, block.icmp.typeGiven, block.icmp.code,
                                 block.icmp.codeGiven);
@@ -101,7 +96,7 @@ std::string listText(const aclList& list) {
             for (size_t line = 0; line < sizeof(aclEntry); line += 64)
                 __builtin_prefetch(next + line);
         standard ? addStandardEntry(out, *entry) : addExtendedEntry(out, *entry);
-        addSigned(out, " order ", entry->block.order);  // also when it is not given: meant
+        textWordSigned(out, " order ", entry->block.order);  // also when it is not given: meant
         out += "\r\n";
     }
     return out;

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "download/zekacl_download.h"
 #include "include/ipText.h"
 #include "include/jsonText.h"
 #include "include/service.h"
@@ -215,6 +216,10 @@ std::string dumpNode(std::string_view) {
     return aclDumpNode(aclNode);
 }
 
+std::string dumpLinecards(std::string_view) {
+    return aclDumpLinecardInfo();
+}
+
 std::string debugMask(std::string_view args) {
     auto words = splitWords(args);
     if (!words.empty()) {
@@ -233,6 +238,7 @@ void aclRegisterDebugFunctions() {
                      showSystem);
     zekDebugRegister("test-ip-filter", FILTER_USAGE, testIpFilter);
     zekDebugRegister("node", "dump of the state root (text)", dumpNode);
+    zekDebugRegister("linecards", "dump of the line cards that are up (text)", dumpLinecards);
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
     aclRegisterInstalledFunctions();
 }

@@ -4,30 +4,33 @@
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
-aclList* aclV6AccessListCreate(const listName&, uint32_t, uint32_t, uint32_t* status) {
+namespace {
+
+uint32_t refuseV6() {
     aclNotBuilt("IPv6 access lists");
-    *status = ACL_E_SYSTEM;
+    return ACL_E_SYSTEM;
+}
+
+}  // namespace
+
+aclList* aclV6AccessListCreate(const listName&, uint32_t, uint32_t, uint32_t* status) {
+    *status = refuseV6();
     return nullptr;
 }
 uint32_t aclV6AccessListDelete(const listName&, uint32_t) {
-    aclNotBuilt("IPv6 access lists");
-    return ACL_E_SYSTEM;
+    return refuseV6();
 }
 uint32_t aclV6AddAccessEntry(const listName&, ipEntryBlock*, uint32_t, uint32_t) {
-    aclNotBuilt("IPv6 access lists");
-    return ACL_E_SYSTEM;
+    return refuseV6();
 }
 uint32_t aclV6DelAccessEntry(const listName&, const ipEntryBlock*, uint32_t, uint32_t) {
-    aclNotBuilt("IPv6 access lists");
-    return ACL_E_SYSTEM;
+    return refuseV6();
 }
 uint32_t aclV6ApplyIntf(const listName&, const aclBindRequest&) {
-    aclNotBuilt("IPv6 access lists");
-    return ACL_E_SYSTEM;
+    return refuseV6();
 }
 uint32_t aclV6RemoveIntf(const listName&, uint32_t, uint32_t) {
-    aclNotBuilt("IPv6 access lists");
-    return ACL_E_SYSTEM;
+    return refuseV6();
 }
 
 // Neither VLAN groups nor IP-MAC lists can be configured yet: nothing stands against a binding.
