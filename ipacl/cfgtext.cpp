@@ -252,7 +252,7 @@ void acl_sent_to_cfg(const listName& name, uint32_t remove, uint32_t kind, uint3
     if (ipv6 == 0)
         line = kind == IP_KIND_STANDARD ? "ip access-list standard " : "ip access-list extended ";
     line += listNameView(name);
-    cfgWriteHeader(CFG_SECTION_IP, ipv6 != 0 ? CFG_FAMILY_V6 : CFG_FAMILY_V4, name, line,
+    cfgWriteHeader(CFG_ACCESS_LIST, ipv6 != 0 ? CFG_FAMILY_V6 : CFG_FAMILY_V4, name, line,
                    remove != 0);
 }
 
@@ -268,7 +268,7 @@ void acl_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName&
     lineFinish(line);
     cfgWriteEntry(
         name,
-        {CFG_SECTION_IP, CFG_FAMILY_V4, CFG_ROLE_ENTRY,
+        {CFG_ACCESS_LIST, CFG_FAMILY_V4, CFG_ROLE_ENTRY,
          extended ? CFG_SYNC_EXTENDED : CFG_SYNC_STANDARD, block.seq, line.shown, line.other},
         remove != 0, true);
 }
@@ -277,14 +277,14 @@ void dos_sent_to_cfg(const aclList* list, uint32_t remove) {
     if (listNameIsGenerated(list->name)) return;
     std::string line = "ip trace-list ";
     line += listNameView(list->name);
-    cfgWriteHeader(CFG_SECTION_TRACE_LIST, CFG_FAMILY_V4, list->name, line, remove != 0);
+    cfgWriteHeader(CFG_TRACE_LIST, CFG_FAMILY_V4, list->name, line, remove != 0);
 }
 
 void dos_sent_to_cfg_enabled(const aclList* list, uint32_t add) {
     if (listNameIsGenerated(list->name)) return;
     std::string line = "ip trace-group ";
     line += listNameView(list->name);
-    cfgWriteHeader(CFG_SECTION_TRACE_GROUP, CFG_FAMILY_V4, list->name, line, add == 0);
+    cfgWriteHeader(CFG_TRACE_GROUP, CFG_FAMILY_V4, list->name, line, add == 0);
 }
 
 void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name) {
@@ -296,7 +296,7 @@ void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName&
                       (block.counterOptions & IP_BYTES) != 0);
     lineFinish(line);
     cfgWriteEntry(name,
-                  {CFG_SECTION_TRACE_LIST, CFG_FAMILY_V4, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED,
-                   block.seq, line.shown, line.other},
+                  {CFG_TRACE_LIST, CFG_FAMILY_V4, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED, block.seq,
+                   line.shown, line.other},
                   remove != 0, false);
 }

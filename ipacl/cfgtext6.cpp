@@ -63,6 +63,6 @@ void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listNa
     if (entry->monitor == 1) line += " monitor";
     cfgWriteEntry(
         name,
-        {CFG_SECTION_IP, CFG_FAMILY_V6, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED, block.seq, line, line},
+        {CFG_ACCESS_LIST, CFG_FAMILY_V6, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED, block.seq, line, line},
         remove != 0, true);
 }

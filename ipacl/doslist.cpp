@@ -78,19 +78,19 @@ uint32_t disable(const listName& name) {
 }  // namespace
 
 aclList* ipDosListFind(const listName& name) {
-    return aclListFindIn(aclNode->dos_tree, name);
+    return nameTreeFind<aclList>(aclNode->dos_tree, name);
 }
 
 aclList* ipDosListFindFirst() {
-    return aclListFirstIn(aclNode->dos_tree);
+    return nameTreeFirst<aclList>(aclNode->dos_tree);
 }
 
 aclList* ipDosListFindNext(const listName& name) {
-    return aclListNextIn(aclNode->dos_tree, name);
+    return nameTreeNext<aclList>(aclNode->dos_tree, name);
 }
 
 aclList* ipDosListFindPrev(const listName& name) {
-    return aclListPrevIn(aclNode->dos_tree, name);
+    return nameTreePrev<aclList>(aclNode->dos_tree, name);
 }
 
 aclEntry* ipDosEntFind(const listName& name, const ipEntryBlock* block) {

@@ -63,19 +63,19 @@ uint32_t deleteEntry(aclList* list, const ipEntryBlock* block, uint32_t send,
 }  // namespace
 
 aclList* ipAccessListFind(const listName& name) {
-    return aclListFindIn(aclNode->acl_tree, name);
+    return nameTreeFind<aclList>(aclNode->acl_tree, name);
 }
 
 aclList* ipAccessListFindFirst() {
-    return aclListFirstIn(aclNode->acl_tree);
+    return nameTreeFirst<aclList>(aclNode->acl_tree);
 }
 
 aclList* ipAccessListFindNext(const listName& name) {
-    return aclListNextIn(aclNode->acl_tree, name);
+    return nameTreeNext<aclList>(aclNode->acl_tree, name);
 }
 
 aclList* ipAccessListFindPrev(const listName& name) {
-    return aclListPrevIn(aclNode->acl_tree, name);
+    return nameTreePrev<aclList>(aclNode->acl_tree, name);
 }
 
 bool ipCheckForPrefixAccessList(const listName& name) {

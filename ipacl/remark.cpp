@@ -23,7 +23,7 @@ void aclManageAclEntryRemark(const aclRemark& remark, const aclList& list, uint3
     line.append(remark.text, strnlen(remark.text, REMARK_LEN));
     // An entry's removal may have taken the line already.
     cfgWriteNumbered(list.name,
-                     {CFG_SECTION_IP, CFG_FAMILY_V4, CFG_ROLE_REMARK,
+                     {CFG_ACCESS_LIST, CFG_FAMILY_V4, CFG_ROLE_REMARK,
                       list.kind == IP_KIND_STANDARD ? CFG_SYNC_STANDARD : CFG_SYNC_EXTENDED,
                       remark.seq, line, line},
                      remove != 0);

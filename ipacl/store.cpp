@@ -37,11 +37,6 @@ bool sameRule(const ipEntryBlock& a, const ipEntryBlock& b) {
 
 }  // namespace
 
-aclList* aclListPrevIn(const zekRadix* tree, const listName& name) {
-    if (aclListFindIn(tree, name) == nullptr) return nullptr;
-    return aclListOf(zekRadixGetPrev(tree, name.text, LIST_NAME_KEY_BITS));
-}
-
 aclList* aclListMake(zekRadix* tree, const listName& name, uint32_t kind, uint32_t placeholder,
                      bool dupTrees) {
     auto* list = recordMake<aclList>(POOL_LIST);
@@ -79,7 +74,7 @@ aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint
         *status = ACL_E_NOLIST;
         return nullptr;
     }
-    aclList* list = aclListFindIn(tree, name);
+    aclList* list = nameTreeFind<aclList>(tree, name);
     if (list == nullptr) {
         list = aclListMake(tree, name, placeholder == 0 ? kind : 0, placeholder, dupTrees);
         if (list == nullptr)

@@ -2,25 +2,10 @@
 // Private to this folder.
 #pragma once
 
+#include "common/nametree.h"
 #include "include/list.h"
 
 // --- lists in a name tree --------------------------------------------------------------------
-
-// `link` is a list's first member, so a node is its list.
-inline aclList* aclListOf(zekRadixNode* node) {
-    return reinterpret_cast<aclList*>(node);
-}
-inline aclList* aclListFindIn(const zekRadix* tree, const listName& name) {
-    return aclListOf(zekRadixGetExact(tree, name.text, LIST_NAME_KEY_BITS));
-}
-inline aclList* aclListFirstIn(const zekRadix* tree) {
-    return aclListOf(zekRadixGetFirst(tree));
-}
-inline aclList* aclListNextIn(const zekRadix* tree, const listName& name) {
-    return aclListOf(zekRadixGetNext(tree, name.text, LIST_NAME_KEY_BITS));
-}
-// Null also when the named list is absent, whatever stands in front of its place.
-aclList* aclListPrevIn(const zekRadix* tree, const listName& name);
 
 // Makes an empty list and puts it into the tree, with duplicate-check trees when asked. Null when
 // there is no memory: nothing has changed then.

@@ -75,15 +75,15 @@ uint32_t sendBatch(const listName& name, const ipEntryBlock* blocks, uint32_t lo
 }  // namespace
 
 aclList* ipSysAccessListFind(const listName& name) {
-    return aclListFindIn(aclNode->aclSys_tree, name);
+    return nameTreeFind<aclList>(aclNode->aclSys_tree, name);
 }
 
 aclList* ipSysAccessListFindFirst() {
-    return aclListFirstIn(aclNode->aclSys_tree);
+    return nameTreeFirst<aclList>(aclNode->aclSys_tree);
 }
 
 aclList* ipSysAccessListFindNext(const listName& name) {
-    return aclListNextIn(aclNode->aclSys_tree, name);
+    return nameTreeNext<aclList>(aclNode->aclSys_tree, name);
 }
 
 aclEntry* ipSysAccessEntFind(const listName& name, const ipEntryBlock* block) {

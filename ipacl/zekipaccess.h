@@ -130,8 +130,6 @@ void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listNa
 void dos_sent_to_cfg(const aclList* list, uint32_t remove);
 void dos_sent_to_cfg_enabled(const aclList* list, uint32_t add);  // an add flag, not a remove flag
 void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name);
-// The line that records the mask display mode.
-void inverse_mask_sent_to_cfg(uint32_t inverse);
 // The entry's line as the configuration shows it now.
 std::string aclEntryText(const aclEntry* entry);
 // The port clause with its leading blank; one static buffer, overwritten by each call.

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "common/cfgline.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"

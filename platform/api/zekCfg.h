@@ -72,10 +72,15 @@ enum zekCfgSection : uint32_t {
 };
 enum zekCfgClass : uint32_t {
     CFG_CLASS_ANCHOR = 0,
+    CFG_CLASS_BGP_LIST = 140,  // separator of AS-path and community lists; route map's own node
     CFG_CLASS_SEPARATOR = 141,
     CFG_CLASS_INTERFACE_HEADER = 144,
+    CFG_CLASS_POLICY_SEPARATOR = 144,  // of prefix lists and of route-map instances
     CFG_CLASS_INTERFACE = 145,
+    CFG_CLASS_PREFIX = 148,
+    CFG_CLASS_BGP_LINE = 149,
     CFG_CLASS_LINE = 150,
+    CFG_CLASS_RMAP_LINE = 152,
 };
 
 // One change, told to whoever follows the feed.

@@ -1,13 +1,14 @@
 // Configuration lines as the database takes them: where a line stands, its two texts, and the
 // record of the change feed. A line's place is its section, its key area (family, list name, kind,
 // number, role) and its class; a removal names the place and never reads the text.
+#include "common/cfgline.h"
+
 #include <algorithm>
 #include <cstring>
+#include <string>
 
 #include "include/debug.h"
 #include "include/node.h"
-#include "ipacl/text.h"
-#include "ipacl/zekipaccess.h"
 
 namespace {
 
@@ -27,15 +28,15 @@ zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name
 }
 
 zekCfgRecord makeNumbered(const listName& name, const cfgNumbered& line) {
-    zekCfgRecord record = makeRecord(line.section, line.family, name, CFG_CLASS_LINE);
+    zekCfgRecord record = makeRecord(line.block.section, line.family, name, line.block.lineClass);
     auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
     key->kind = LINE_NUMBERED;
-    key->order = line.seq + 1;
+    key->order = line.seq + line.block.firstOrder;
     key->role = line.role;
     return record;
 }
 
-void sync(cfgOperation operation, const listName& name, std::string_view line, bool remove) {
+void sync(uint32_t operation, const listName& name, std::string_view line, bool remove) {
     zekCfgSyncRecord record{};
     record.kind = operation;
     std::memcpy(record.name, name.text, sizeof record.name);
@@ -51,22 +52,24 @@ void sync(cfgOperation operation, const listName& name, std::string_view line, b
 
 }  // namespace
 
-void cfgWriteHeader(uint32_t section, cfgFamily family, const listName& name, std::string_view line,
-                    bool remove) {
+void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& name,
+                    std::string_view line, bool remove) {
     static_assert(LINE_HEADER == 0, "header records keep a zero kind and order");
-    zekCfgRecord separator = makeRecord(section, family, name, CFG_CLASS_SEPARATOR);
+    zekCfgRecord separator = makeRecord(block.section, family, name, block.separatorClass);
     cfgPutText(separator.text, "!");
     cfgPutText(separator.inverseText, "!");
     if (remove) {
         zekCfgRemoveNode(aclNode->cfgDb, separator);  // takes the whole block with it
-    } else {
-        zekCfgInsertBothLine(aclNode->cfgDb, separator);
-        zekCfgRecord header = makeRecord(section, family, name, CFG_CLASS_LINE);
-        cfgPutText(header.text, line);
-        cfgPutText(header.inverseText, line);
-        zekCfgInsertBothLine(aclNode->cfgDb, header);
+        sync(block.headerSync, name, line, true);
+        return;
     }
-    sync(CFG_SYNC_HEADER, name, line, remove);
+    zekCfgInsertBothLine(aclNode->cfgDb, separator);
+    if (block.syncBeforeHeader) sync(block.headerSync, name, line, false);
+    zekCfgRecord header = makeRecord(block.section, family, name, block.lineClass);
+    cfgPutText(header.text, line);
+    cfgPutText(header.inverseText, line);
+    zekCfgInsertBothLine(aclNode->cfgDb, header);
+    if (!block.syncBeforeHeader) sync(block.headerSync, name, line, false);
 }
 
 bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove) {

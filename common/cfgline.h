@@ -1,0 +1,80 @@
+// Configuration lines that every kind of list writes alike: a "!" and a header, numbered lines
+// below them, and a "no " form of each for whoever follows the change feed.
+//
+// The caller holds the write lock. Texts are cut at 255 bytes: a writer whose lines may be longer
+// refuses them itself. Database errors are debug output only.
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "include/listName.h"
+#include "platform/api/zekCfg.h"
+
+// A text field takes at most one byte less than its size; longer texts are cut there.
+inline void cfgPutText(char (&field)[CFG_TEXT_LEN], std::string_view text) {
+    std::memcpy(field, text.data(), std::min(text.size(), sizeof field - 1));
+}
+
+enum cfgFamily : uint8_t { CFG_FAMILY_V4 = 0, CFG_FAMILY_V6 = 0xFF };
+// What a sync record says was changed.
+enum cfgOperation : uint32_t {
+    CFG_SYNC_HEADER = 3,
+    CFG_SYNC_STANDARD = 9,
+    CFG_SYNC_ASPATH = 10,
+    CFG_SYNC_COMM = 11,
+    CFG_SYNC_RMAP = 12,
+    CFG_SYNC_PREFIX = 15,
+    CFG_SYNC_EXTENDED = 16,
+    CFG_SYNC_EXTCOMM = 35,
+    CFG_SYNC_V6_PREFIX = 80,
+};
+
+// Where a kind of list stands in the configuration.
+struct cfgBlock {
+    uint32_t section;
+    uint32_t separatorClass, lineClass;
+    uint32_t headerSync;    // cfgOperation of the header
+    uint32_t firstOrder;    // added to a line's number: its place behind the header
+    bool syncBeforeHeader;  // the feed hears of the header before it is inserted: meant
+};
+inline constexpr cfgBlock CFG_ACCESS_LIST{
+    CFG_SECTION_IP, CFG_CLASS_SEPARATOR, CFG_CLASS_LINE, CFG_SYNC_HEADER, 1, false};
+inline constexpr cfgBlock CFG_TRACE_LIST{
+    CFG_SECTION_TRACE_LIST, CFG_CLASS_SEPARATOR, CFG_CLASS_LINE, CFG_SYNC_HEADER, 1, false};
+inline constexpr cfgBlock CFG_TRACE_GROUP{
+    CFG_SECTION_TRACE_GROUP, CFG_CLASS_SEPARATOR, CFG_CLASS_LINE, CFG_SYNC_HEADER, 1, false};
+inline constexpr cfgBlock CFG_PREFIX_LIST{
+    CFG_SECTION_PREFIX, CFG_CLASS_POLICY_SEPARATOR, CFG_CLASS_PREFIX, CFG_SYNC_HEADER, 2, true};
+inline constexpr cfgBlock CFG_ASPATH_LIST{
+    CFG_SECTION_ASPATH, CFG_CLASS_BGP_LIST, CFG_CLASS_BGP_LINE, CFG_SYNC_ASPATH, 2, false};
+inline constexpr cfgBlock CFG_COMM_LIST{
+    CFG_SECTION_COMM, CFG_CLASS_BGP_LIST, CFG_CLASS_BGP_LINE, CFG_SYNC_COMM, 2, false};
+inline constexpr cfgBlock CFG_EXTCOMM_LIST{
+    CFG_SECTION_EXTCOMM, CFG_CLASS_BGP_LIST, CFG_CLASS_BGP_LINE, CFG_SYNC_EXTCOMM, 2, false};
+
+// Writes or removes the "!" and the header line of a block; a removal takes every line below.
+void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& name,
+                    std::string_view line, bool remove);
+
+// One numbered line of a block and its two texts; `shown` is the one of the mask mode that is set.
+struct cfgNumbered {
+    const cfgBlock& block;
+    cfgFamily family;
+    uint8_t role;  // CFG_ROLE_...
+    cfgOperation operation;
+    uint32_t seq;
+    std::string_view shown, other;
+};
+constexpr uint8_t CFG_ROLE_ENTRY = 0xFF;
+constexpr uint8_t CFG_ROLE_REMARK = 0;
+// Inserts or removes exactly this line. False when a removal did not find it.
+bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove);
+
+// The whole of an entry writer: debug line, cfgWriteNumbered, the remark that leaves with it
+// (withRemark), and the complaint about a line that was not there.
+void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, bool withRemark);
+
+// The line that records the mask display mode.
+void inverse_mask_sent_to_cfg(uint32_t inverse);

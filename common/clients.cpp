@@ -1,0 +1,179 @@
+#include "common/clients.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/api/zekMem.h"
+
+namespace {
+
+constexpr uint32_t POOL_CLIENT = 7;
+
+template <class Record>
+Record* recordMake() {
+    void* block = zekMC_M_memBlockVarAlloc(POOL_CLIENT, ZEK_MEM_FLAGS, sizeof(Record));
+    return block != nullptr ? static_cast<Record*>(std::memset(block, 0, sizeof(Record))) : nullptr;
+}
+
+bool holds(const policyClient& client, const clientPairValue& value) {
+    for (const clientPair* pair = client.pairHead; pair != nullptr; pair = pair->next)
+        if (pair->first == value.first && pair->second == value.second) return true;
+    return false;
+}
+
+bool appendPair(policyClient* client, const clientPairValue& value) {
+    auto* pair = recordMake<clientPair>();
+    if (pair == nullptr) return false;
+    pair->first = value.first;
+    pair->second = value.second;
+    (client->pairTail != nullptr ? client->pairTail->next : client->pairHead) = pair;
+    client->pairTail = pair;
+    client->task.pairs = client->pairHead;
+    client->task.pairCount++;
+    return true;
+}
+
+// The last one of its value goes, if it is there.
+void removePair(policyClient* client, const clientPairValue& value) {
+    clientPair* before = nullptr;
+    for (clientPair* pair = client->pairHead; pair != nullptr; before = pair, pair = pair->next) {
+        if (pair->first != value.first || pair->second != value.second) continue;
+        (before != nullptr ? before->next : client->pairHead) = pair->next;
+        if (client->pairTail == pair) client->pairTail = before;
+        client->task.pairs = client->pairHead;
+        client->task.pairCount--;
+        zekMC_M_memBlockVarFree(pair);
+        return;
+    }
+}
+
+policyClient* linkNew(policyList* list, uint32_t kind) {
+    auto* client = recordMake<policyClient>();
+    if (client == nullptr) return nullptr;
+    client->kind = kind;
+    client->next = list->clients;
+    list->clients = client;
+    return client;
+}
+
+void clientFree(policyClient* client) {
+    while (clientPair* pair = client->pairHead) {
+        client->pairHead = pair->next;
+        zekMC_M_memBlockVarFree(pair);
+    }
+    zekMC_M_memBlockVarFree(client);
+}
+
+void unlink(policyList* list, policyClient* client) {
+    policyClient** link = &list->clients;
+    while (*link != client) link = &(*link)->next;
+    *link = client->next;
+    clientFree(client);
+}
+
+void dropIfUnused(const clientStore& store, policyList* list, uint32_t family) {
+    if (list->clients == nullptr && list->placeholder != 0) store.drop(list, family);
+}
+
+bool carriesPairs(const clientStore& store, uint32_t application) {
+    return std::ranges::find(store.pairTasks, application) != store.pairTasks.end();
+}
+
+}  // namespace
+
+policyClient* clientFindTask(const policyList* list, uint32_t application, uint32_t instance) {
+    policyClient* client = list->clients;
+    while (client != nullptr &&
+           (client->kind != CLIENT_TASK || client->task.application != application ||
+            client->task.instance != instance))
+        client = client->next;
+    return client;
+}
+
+policyClient* clientFindRmap(const policyList* list, const listName& rmapName) {
+    policyClient* client = list->clients;
+    while (client != nullptr && (client->kind != CLIENT_ROUTE_MAP || client->rmapName != rmapName))
+        client = client->next;
+    return client;
+}
+
+clientResult clientRegisterTask(const clientStore& store, const listName& name, uint32_t family,
+                                uint32_t application, uint32_t instance, uint32_t value,
+                                std::span<const clientPairValue> pairs) {
+    policyList* list = store.obtain(name, family);
+    if (list == nullptr) return clientResult::noList;
+    policyClient* client = clientFindTask(list, application, instance);
+    const bool withPairs = carriesPairs(store, application);
+    if (!withPairs) pairs = {};
+    if (client != nullptr) {
+        if (!withPairs) return clientResult::done;
+        for (const clientPairValue& pair : pairs)
+            if (holds(*client, pair)) return clientResult::done;
+    } else {
+        client = linkNew(list, CLIENT_TASK);
+        if (client == nullptr) return clientResult::noMemory;
+        client->task.application = application;
+        client->task.instance = instance;
+        client->value = value;
+    }
+    for (const clientPairValue& pair : pairs)
+        if (!appendPair(client, pair)) return clientResult::noMemory;
+    return clientResult::done;
+}
+
+clientResult clientUnregisterTask(const clientStore& store, const listName& name, uint32_t family,
+                                  uint32_t application, uint32_t instance,
+                                  std::span<const clientPairValue> pairs) {
+    policyList* list = store.find(name, family);
+    if (list == nullptr) return clientResult::noList;
+    policyClient* client = clientFindTask(list, application, instance);
+    if (client == nullptr) return clientResult::notRegistered;
+    if (carriesPairs(store, application)) {
+        for (const clientPairValue& pair : pairs) removePair(client, pair);
+        if (client->task.pairCount != 0) return clientResult::done;
+    }
+    unlink(list, client);
+    dropIfUnused(store, list, family);
+    return clientResult::done;
+}
+
+clientResult clientRegisterRmap(const clientStore& store, const listName& name, uint32_t family,
+                                const listName& rmapName, policyList** list) {
+    *list = store.obtain(name, family);
+    if (*list == nullptr) return clientResult::noList;
+    policyClient* client = clientFindRmap(*list, rmapName);
+    if (client == nullptr) {
+        client = linkNew(*list, CLIENT_ROUTE_MAP);
+        if (client == nullptr) return clientResult::noMemory;
+        client->rmapName = rmapName;
+    }
+    client->references++;
+    return clientResult::done;
+}
+
+clientResult clientUnregisterRmap(const clientStore& store, const listName& name, uint32_t family,
+                                  const listName& rmapName) {
+    policyList* list = store.find(name, family);
+    if (list == nullptr) return clientResult::noList;
+    policyClient* client = clientFindRmap(list, rmapName);
+    if (client == nullptr) return clientResult::notRegistered;
+    if (--client->references == 0) {
+        unlink(list, client);
+        dropIfUnused(store, list, family);
+    }
+    return clientResult::done;
+}
+
+void clientsFree(policyList* list) {
+    while (policyClient* client = list->clients) {
+        list->clients = client->next;
+        clientFree(client);
+    }
+}
+
+int clientsTrigger(const triggerKind& how, const policyList* list) {
+    for (const policyClient* client = list->clients; client != nullptr; client = client->next)
+        if (triggerClient(how, client->kind, client->task, client->rmapName, list->name) != 0)
+            return -1;
+    return 0;
+}

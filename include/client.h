@@ -1,0 +1,90 @@
+// Clients of lists: the tasks and route maps that use a list by name and are told of its changes.
+//
+// Access lists keep their clients among their bindings; all other lists keep policyClient records.
+// Both tell a client through triggerClient, so a client of any list is told in one way.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "include/listName.h"
+
+enum clientKind : uint32_t { CLIENT_ROUTE_MAP = 1, CLIENT_TASK = 2 };
+
+// An item that a task registered for, e.g. a peer; told back with every trigger.
+struct clientPair {
+    clientPair* next;
+    uint32_t first, second;
+};
+
+// A client task as a trigger addresses it.
+struct clientTask {
+    uint32_t application;  // aclApp
+    uint32_t instance;
+    uint32_t suppressed;  // non-zero: nothing is sent
+    uint32_t pairCount;
+    const clientPair* pairs;
+};
+
+// Sends one trigger: the body (a list name, mostly) and the client's pairs, 92 to a message. Tasks
+// with a queue of their own (RTM, DSMGR, IGMP, PIM) get it there without a wait; any other one is
+// asked by IPC and has 10 s to answer each message.
+// 0: it went, or the client is suppressed; *status says how it was delivered: 0, the task's own
+// status word, or TRIGGER_NOT_SENT, TRIGGER_NO_REPLY. -1: it could not be built or addressed.
+constexpr uint32_t TRIGGER_NOT_SENT = 58802;
+constexpr uint32_t TRIGGER_NO_REPLY = 58803;
+int aclSendTrigger(const clientTask& client, uint32_t mtype, const void* body, uint32_t bodyLength,
+                   uint32_t* status);
+
+struct taskName {
+    uint32_t application;
+    const char* name;
+};
+// How the clients of one kind of list are told.
+struct triggerKind {
+    uint32_t mtype;
+    const char* sendFailed;   // system errors, or event-log texts
+    const char* unknownTask;  // null: nothing is said of a task that is not in `names`
+    const char* unknownKind;
+    const char* sent;  // debug, one %s: the task's name; null: none
+    std::span<const taskName> names;
+    bool toEventLog;  // sendFailed goes to the event log instead of the system errors
+};
+// Tells one client: a task by a trigger that carries the list's name, a route map by re-evaluating
+// it. 0; -1 when a send failed, which ends the walk over a list's clients.
+int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
+                  const listName& rmapName, const listName& list);
+
+// What the callers of triggers need of the route maps: the map of that name or null, and its own
+// clients told.
+struct rmapList;
+rmapList* ipRmapListFind(const listName& name);
+int rmapTrigger(rmapList* map);
+
+// What a store is told of the route-map clause that names one of its lists. Each store takes the
+// clauses that are about its kind of list and answers 0 to all others without a change; -1 is a
+// failure. While the clause is registered *listSlot is the list's record, then null again.
+enum rmapClass : uint16_t {
+    RTMAP_MS_MATCH = 1,
+    RTMAP_MS_V6_MATCH = 2,
+    RTMAP_MS_SET = 3,
+    RTMAP_MS_V6_SET = 4,
+    RTMAP_CONTINUE = 122,
+};
+struct rmapMatch {
+    uint16_t cls;     // rmapClass
+    uint32_t code;    // of the clause
+    void** listSlot;  // null: nowhere to write
+};
+int aclAddRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
+int aclDelRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
+// af: 1 = IPv4, 2 = IPv6.
+int prefixAddRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list,
+                        uint32_t af);
+int prefixDelRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list,
+                        uint32_t af);
+int aspAddRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
+int aspDelRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
+// Community lists and extended-community lists.
+int commAddRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
+int commDelRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
