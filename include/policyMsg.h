@@ -19,6 +19,8 @@ enum aclPolicyCliCode : uint32_t {
     CLI_EXTCOMM_LIST_DELETE = 1019,
     CLI_RMAP_DELETE = 1020,
     CLI_RMAP_CREATE = 1021,
+    CLI_RMAP_ENTRY = 1022,  // add or delete, by the request's operation word
+    CLI_RMAP_V6_ENTRY = 1023,
     CLI_RMAP_ENTRY_DELETE = 1024,  // IPv4 clauses; 1160 and 1161 IPv6
     CLI_RMAP_ENTRY_ADD = 1025,
     CLI_PREFIX_LIST_CREATE = 1042,
@@ -232,15 +234,23 @@ WIRE_AT(rmapClauseBlock, subValue, 806);
 WIRE_AT(rmapClauseBlock, continueTarget, 840);
 WIRE_AT(rmapClauseBlock, ipv6NextHop, 844);
 
-// Create a map and an instance; delete a map (seq 0) or an instance.
+// Create a map and an instance of it; the number that was chosen is written back.
 struct cliRmapReq {
     cliHdr cli;
-    be32 action;  // 220
-    be32 seq;     // 224
+    be32 action;  // 220  0 permit, 1 deny
+    be32 seq;     // 224  RMAP_SEQ_NOT_GIVEN
 };
 WIRE_SIZE(cliRmapReq, 228);
+// Delete an instance; CLI_RMAP_DELETE takes 0 for the whole map.
+struct cliRmapDeleteReq {
+    cliHdr cli;
+    be32 seq;  // 220
+};
+WIRE_SIZE(cliRmapDeleteReq, 224);
 struct cliRmapClauseReq {
     cliHdr cli;
     rmapClauseBlock clause;  // 220
+    be32 operation;          // 1084  read by 1022 and 1023 only: 0 add, 1 delete
 };
-WIRE_SIZE(cliRmapClauseReq, 1084);
+WIRE_SIZE(cliRmapClauseReq, 1088);
+WIRE_AT(cliRmapClauseReq, operation, 1084);
