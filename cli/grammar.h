@@ -108,131 +108,34 @@ enum cliFeature : uint32_t {
 };
 
 struct grammarNode;
+struct grammarState;
 // Applies a word to the command. Null, or the sentence that refuses the word.
 typedef const char* (*cliAction)(cliCommand& command, const cliValue& value,
                                  const grammarNode& node);
-
-// The states; their nodes are in grammar.cpp.
-enum cliState : uint8_t {
-    S_NONE,
-    S_MODE,  // stands for the start of the current mode
-    S_EXEC,
-    S_SHOW,
-    S_SHOW_IP,
-    S_SHOW_LISTS,
-    S_SHOW_LIST,
-    S_SHOW_CARD,
-    S_SHOW_CARD_WHAT,
-    S_SHOW_CARD_LISTS,
-    S_CLEAR,
-    S_CLEAR_IP,
-    S_CLEAR_LISTS,
-    S_CLEAR_COUNTERS,
-    S_WRITE,
-    S_CONFIGURE,
-    S_DEBUG,
-    S_DEBUG_ARGS,
-    S_CHASSIS,
-    S_CHASSIS_CARD,
-    S_CHASSIS_EVENT,
-    S_CHASSIS_PRIMARY,
-    S_TEST,
-    S_TEST_IP,
-    S_TEST_NAME,
-    S_TEST_PROTOCOL,
-    S_TEST_SRC,
-    S_TEST_DST,
-    S_TEST_OPTIONS,
-    S_TEST_SRC_PORT,
-    S_TEST_DST_PORT,
-    S_TEST_FLAGS,
-    S_TEST_ICMP_TYPE,
-    S_TEST_ICMP_CODE,
-    S_TEST_TOS,
-    S_DONE,
-    S_CONFIG,
-    S_IP,
-    S_IP_LIST,
-    S_LIST_NAME,
-    S_INTERFACE,
-    S_INTERFACE_ID,
-    S_BINDING,
-    S_BINDING_IP,
-    S_BINDING_NAME,
-    S_BINDING_DIRECTION,
-    S_BINDING_OPTIONS,
-    S_BINDING_VLANS,
-    S_ACCESS_LIST,
-    S_STANDARD,
-    S_STANDARD_SEQ,
-    S_STANDARD_SRC,
-    S_STANDARD_SRC_HOST,
-    S_STANDARD_SRC_MASK,
-    S_EXTENDED,
-    S_EXTENDED_SEQ,
-    S_PROTOCOL,
-    S_SRC,
-    S_SRC_HOST,
-    S_SRC_MASK,
-    S_SRC_PORT,
-    S_SRC_PORT_ONE,
-    S_SRC_PORT_LOW,
-    S_SRC_PORT_HIGH,
-    S_DST,
-    S_DST_HOST,
-    S_DST_MASK,
-    S_DST_PORT,
-    S_DST_PORT_ONE,
-    S_DST_PORT_LOW,
-    S_DST_PORT_HIGH,
-    S_ICMP,
-    S_ICMP_CODE,
-    S_OPTIONS,
-    S_OPTION_DSCP,
-    S_OPTION_PRECEDENCE,
-    S_OPTION_TOS,
-    S_OPTION_ORDER,
-    S_ARP_MAC,
-    S_ARP_MAC_MASK,
-    S_ARP_VLAN,
-    S_ARP_VLAN_ID,
-    S_ARP_OPCODE,
-    S_ARP_OPCODE_VALUE,
-    S_ARP_IP,
-    S_ETHER_TYPE,
-    S_ETHER_SRC,
-    S_ETHER_SRC_MASK,
-    S_ETHER_VLAN,
-    S_ETHER_VLAN_ID,
-    S_ETHER_DST,
-    S_ETHER_DST_MASK,
-    S_COUNT,
-};
 
 struct grammarNode {
     cliArg kind;
     std::string_view
         word;  // the keyword, or how help shows the argument ("" for numbers: the limits)
     const char* help;
-    cliState next;
-    cliAction action;  // may be null
-    uint32_t value;    // the action's
-    uint32_t when;     // F_... that must hold
-    uint32_t once;     // O_... of an option that a line has once
+    const grammarState* next;  // null behind the end of a line
+    cliAction action;          // may be null
+    uint32_t value;            // the action's
+    uint32_t when;             // F_... that must hold
+    uint32_t once;             // O_... of an option that a line has once
     uint32_t low, high;
     uint32_t wideHigh;  // upper limit when a stored configuration is restored
 };
 
 // A state's own nodes, and the state whose nodes apply there as well.
 struct grammarState {
-    std::span<const grammarNode> nodes;
-    cliState chain;
-    uint32_t when;  // F_... that all nodes of this state need
+    std::span<const grammarNode> nodes = {};
+    const grammarState* chain = nullptr;
+    uint32_t when = 0;  // F_... that all nodes of this state need
 };
-const grammarState& grammarStateOf(cliState state);
 
 struct grammarMode {
-    cliState start;
+    const grammarState* start;
     uint32_t features;
     uint32_t kind;  // of the list's entries
     const char* prompt;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cli/grammarBuild.h"
 #include "cli/lexer.h"
 #include "include/listName.h"
 
@@ -10,17 +11,16 @@ namespace {
 struct cursor {
     const cliContext& context;
     cliCommand& command;
-    cliState state;
+    const grammarState* state;
     size_t at;  // in the line
 };
 
 // Calls fn with every node that may stand at this point, until it returns true.
 template <class Fn>
-void eachNode(const cliCommand& command, cliState state, Fn fn) {
-    for (; state != S_NONE; state = grammarStateOf(state).chain) {
-        const grammarState& s = grammarStateOf(state);
-        if ((s.when & ~command.features) != 0) continue;
-        for (const grammarNode& node : s.nodes)
+void eachNode(const cliCommand& command, const grammarState* state, Fn fn) {
+    for (; state != nullptr; state = state->chain) {
+        if ((state->when & ~command.features) != 0) continue;
+        for (const grammarNode& node : state->nodes)
             if ((node.when & ~command.features) == 0 && (node.once & command.seen) == 0 && fn(node))
                 return;
     }
@@ -162,7 +162,7 @@ bool step(cursor& c, std::string_view line, std::string_view word, cliParseError
         }
     }
     c.command.seen |= node->once;
-    c.state = node->next == S_MODE ? grammarModeOf(c.context.mode).start : node->next;
+    c.state = node->next == &sMode ? grammarModeOf(c.context.mode).start : node->next;
     return true;
 }
 

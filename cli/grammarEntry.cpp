@@ -1,0 +1,228 @@
+// The entry lines of access lists and trace lists.
+#include <array>
+
+#include "cli/grammarBuild.h"
+#include "include/icmpNames.h"
+
+namespace {
+
+// Options that a line has at most once. The low bits are those of the TCP flags.
+enum : uint32_t {
+    O_DSCP = 1u << 8,
+    O_PRECEDENCE = 1u << 9,
+    O_TOS = 1u << 10,
+    O_ICMP = 1u << 11,
+    O_FRAGMENTS = 1u << 12,
+    O_LOG = 1u << 13,
+    O_COUNT = 1u << 14,
+    O_BYTES = 1u << 15,
+    O_ORDER = 1u << 16,
+    O_MONITOR = 1u << 17,
+};
+
+extern const grammarState sProtocol, sIcmp, sIcmpCode, sOptions, sOptionDscp, sOptionPrecedence,
+    sOptionTos, sOptionOrder, sArpOpcode, sArpOpcodeValue, sEtherType, sStandardSrc, sSrc, sDst,
+    sArpIp, sStandardSrcHost, sStandardSrcMask, sSrcHost, sSrcMask, sDstHost, sDstMask, sSrcPort,
+    sDstPort, sArpMac, sArpMacMask, sEtherSrc, sEtherSrcMask, sEtherDst, sEtherDstMask,
+    sStandardSeq, sExtendedSeq, sSrcPortOne, sSrcPortLow, sSrcPortHigh, sDstPortOne, sDstPortLow,
+    sDstPortHigh, sArpVlan, sArpVlanId, sEtherVlan, sEtherVlanId;
+
+// The clause of one address.
+constexpr std::array<grammarNode, 4> addressNodes(uint32_t side, const grammarState& host,
+                                                  const grammarState& mask,
+                                                  const grammarState& next) {
+    return {
+        kw("any", "any address", next), kw("host", "one address", host),
+        arg(cliArg::prefix, "A.B.C.D/LEN", "address and prefix length", next, entryPrefix, side),
+        arg(cliArg::address, "A.B.C.D", "address, a mask follows", mask, entryAddress, side)};
+}
+constexpr grammarNode hostNode(uint32_t side, const grammarState& next) {
+    return arg(cliArg::address, "A.B.C.D", "the address", next, entryHost, side);
+}
+constexpr grammarNode maskNode(uint32_t side, const grammarState& next) {
+    return arg(cliArg::address, "A.B.C.D", "wildcard, or mask in inverse-mask mode", next,
+               entryMask, side);
+}
+constexpr std::array<grammarNode, 5> portNodes(uint32_t side, const grammarState& one,
+                                               const grammarState& low) {
+    auto op = [side](ipPortOperator code) { return side << 8 | code; };
+    return {kw("eq", "port equal to", one, entryPortOperator, op(PORT_EQ)),
+            kw("gt", "port above", one, entryPortOperator, op(PORT_GT)),
+            kw("lt", "port below", one, entryPortOperator, op(PORT_LT)),
+            kw("neq", "port not equal to", one, entryPortOperator, op(PORT_NEQ)),
+            kw("range", "ports from, to", low, entryPortOperator, op(PORT_RANGE))};
+}
+constexpr std::array<grammarNode, 2> macNodes(uint32_t side, const grammarState& mask,
+                                              const grammarState& next) {
+    return {
+        kw("any", "any MAC address", next, entryMacAny, side),
+        arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "MAC address, a mask follows", mask, entryMac, side)};
+}
+constexpr grammarNode macMaskNode(uint32_t side, const grammarState& next) {
+    return arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "bits set are not compared", next, entryMacMask,
+               side);
+}
+
+template <const grammarState& seq, const grammarState& next>
+constexpr std::array<grammarNode, 4> listNodes = {
+    kw("seq", "sequence number", seq, nullptr, 0, F_START),
+    kw("permit", "let matching packets pass", next, entryAction, IP_PERMIT),
+    kw("deny", "drop matching packets", next, entryAction, IP_DENY),
+    fin("the entry with this number", F_SEQ | F_NEGATED),
+};
+template <const grammarState& next>
+constexpr grammarNode seqNode[] = {
+    arg(cliArg::sequence, "<0-4294967290>", "sequence number", next, entrySequence),
+};
+
+constexpr grammarNode protocolNodes[] = {
+    kw("tcp", "TCP", sSrc, entryProtocol, IP_PROTO_TCP),
+    kw("udp", "UDP", sSrc, entryProtocol, IP_PROTO_UDP),
+    kw("ip", "every protocol", sSrc, entryProtocol, IP_PROTO_ANY),
+    kw("icmp", "ICMP", sSrc, entryProtocol, IP_PROTO_ICMP),
+    kw("arp", "ARP packets of a VLAN", sArpMac, entryArp, 0, F_LAYER2),
+    kw("ether-type", "frames of an ether-type", sEtherType, nullptr, 0, F_LAYER2),
+    number("protocol number", 0, 255, sSrc, entryProtocolNumber),
+};
+constexpr grammarState sProtocol{protocolNodes};
+
+template <const grammarState& next, uint32_t side>
+constexpr grammarNode portNode[] = {number("port", 0, 65535, next, entryPortLow, side)};
+template <const grammarState& next, uint32_t side>
+constexpr grammarNode portHighNode[] = {number("last port", 0, 65535, next, entryPortHigh, side)};
+
+constexpr size_t ICMP_NAMES = std::size(icmpNameTable);
+constexpr std::array<grammarNode, ICMP_NAMES + 1> makeIcmpNodes() {
+    std::array<grammarNode, ICMP_NAMES + 1> nodes{};
+    for (uint32_t i = 0; i < ICMP_NAMES; i++)
+        nodes[i] = kw(icmpNameTable[i].word, "ICMP message", sOptions, entryIcmpName, i, 0, O_ICMP);
+    nodes[ICMP_NAMES] = number("ICMP type", 0, 255, sIcmpCode, entryIcmpType);
+    nodes[ICMP_NAMES].once = O_ICMP;
+    return nodes;
+}
+constexpr auto icmpNodes = makeIcmpNodes();
+constexpr grammarState sIcmp{icmpNodes, nullptr, F_ICMP};
+constexpr grammarNode icmpCodeNodes[] = {number("ICMP code", 0, 255, sOptions, entryIcmpCode)};
+constexpr grammarState sIcmpCode{icmpCodeNodes, &sOptions};
+
+// Any order is taken; this is the order in which the configuration shows them.
+constexpr auto flagNodes = [] {
+    std::array<grammarNode, std::size(tcpFlagTable)> nodes{};
+    for (size_t i = 0; i < nodes.size(); i++)
+        nodes[i] = kw(tcpFlagTable[i].word, "TCP flag", sOptions, entryTcpFlag, tcpFlagTable[i].bit,
+                      F_TCP, tcpFlagTable[i].bit);
+    return nodes;
+}();
+constexpr auto optionNodes = [] {
+    constexpr grammarNode front[] = {
+        kw("dscp", "DSCP value", sOptionDscp, nullptr, 0, F_NET, O_DSCP),
+    };
+    constexpr grammarNode back[] = {
+        kw("precedence", "IP precedence", sOptionPrecedence, nullptr, 0, F_EXT, O_PRECEDENCE),
+        kw("tos", "type of service", sOptionTos, nullptr, 0, F_EXT, O_TOS),
+        kw("fragments", "later fragments only", sOptions, entryFragments, 0, F_NET, O_FRAGMENTS),
+        kw("log", "log matching packets", sOptions, entryLog, 0, 0, O_LOG),
+        kw("count", "count packets", sOptions, entryCounter, IP_COUNT, 0, O_COUNT),
+        kw("bytes", "count bytes", sOptions, entryCounter, IP_BYTES, 0, O_BYTES),
+        kw("order", "priority among lists", sOptionOrder, nullptr, 0, F_LIST, O_ORDER),
+        kw("monitor", "copy matching packets to the monitor", sOptions, entryMonitor, 0, F_LIST,
+           O_MONITOR),
+        fin("the entry is complete"),
+    };
+    std::array<grammarNode, std::size(front) + flagNodes.size() + std::size(back)> nodes{};
+    auto* at = nodes.data();
+    for (const auto& n : front) *at++ = n;
+    for (const auto& n : flagNodes) *at++ = n;
+    for (const auto& n : back) *at++ = n;
+    return nodes;
+}();
+constexpr grammarState sOptions{optionNodes, &sIcmp};
+constexpr uint32_t ANY_WORD = 0xFFFFFFFE;  // 0xFFFFFFFF stands for "not given"
+constexpr grammarNode dscpNodes[] = {number("DSCP", 0, 63, sOptions, entryDscp, 0, 254)};
+constexpr grammarState sOptionDscp{dscpNodes};
+constexpr grammarNode precedenceNodes[] = {
+    number("precedence", 0, 7, sOptions, entryPrecedence, 0, ANY_WORD),
+};
+constexpr grammarState sOptionPrecedence{precedenceNodes};
+constexpr grammarNode tosNodes[] = {number("TOS", 0, 15, sOptions, entryTos, 0, ANY_WORD)};
+constexpr grammarState sOptionTos{tosNodes};
+constexpr grammarNode orderNodes[] = {number("order", 0, 254, sOptions, entryOrder)};
+constexpr grammarState sOptionOrder{orderNodes};
+
+// Layer 2: "arp MAC VLAN id [opcode n] ADDRESS" and "ether-type hex MAC VLAN id MAC".
+template <const grammarState& next>
+constexpr grammarNode vlanWord[] = {kw("VLAN", "VLAN of the packet", next)};
+template <const grammarState& next>
+constexpr grammarNode vlanNode[] = {number("VLAN id", 0, 4095, next, entryVlan, 0, ANY_WORD)};
+constexpr grammarNode opcodeNodes[] = {
+    kw("opcode", "ARP operation", sArpOpcodeValue),
+};
+constexpr grammarState sArpOpcode{opcodeNodes, &sArpIp};
+constexpr grammarNode opcodeValueNodes[] = {
+    number("ARP opcode", 1, 65535, sArpIp, entryOpcode, 0, ANY_WORD),
+};
+constexpr grammarState sArpOpcodeValue{opcodeValueNodes};
+constexpr grammarNode etherTypeNodes[] = {
+    {cliArg::hex, "HEX", "ether-type", &sEtherSrc, entryEtherType, 0, 0, 0, 1, 0xFFFF, ANY_WORD},
+};
+constexpr grammarState sEtherType{etherTypeNodes};
+
+constexpr auto standardSrc = addressNodes(ENTRY_SRC, sStandardSrcHost, sStandardSrcMask, sOptions);
+constexpr grammarState sStandardSrc{standardSrc};
+constexpr auto src = addressNodes(ENTRY_SRC, sSrcHost, sSrcMask, sSrcPort);
+constexpr grammarState sSrc{src};
+constexpr auto dst = addressNodes(ENTRY_DST, sDstHost, sDstMask, sDstPort);
+constexpr grammarState sDst{dst};
+// The mask of an ARP rule is shown as a length whatever it is, so no second address is taken.
+constexpr auto arpIp = [] {
+    auto nodes = addressNodes(ENTRY_SRC, sStandardSrcHost, sOptions, sOptions);
+    return std::array{nodes[0], nodes[1], nodes[2]};
+}();
+constexpr grammarState sArpIp{arpIp};
+constexpr grammarNode standardSrcHost[] = {hostNode(ENTRY_SRC, sOptions)};
+constexpr grammarState sStandardSrcHost{standardSrcHost};
+constexpr grammarNode standardSrcMask[] = {maskNode(ENTRY_SRC, sOptions)};
+constexpr grammarState sStandardSrcMask{standardSrcMask};
+constexpr grammarNode srcHost[] = {hostNode(ENTRY_SRC, sSrcPort)};
+constexpr grammarState sSrcHost{srcHost};
+constexpr grammarNode srcMask[] = {maskNode(ENTRY_SRC, sSrcPort)};
+constexpr grammarState sSrcMask{srcMask};
+constexpr grammarNode dstHost[] = {hostNode(ENTRY_DST, sDstPort)};
+constexpr grammarState sDstHost{dstHost};
+constexpr grammarNode dstMask[] = {maskNode(ENTRY_DST, sDstPort)};
+constexpr grammarState sDstMask{dstMask};
+constexpr auto srcPorts = portNodes(ENTRY_SRC, sSrcPortOne, sSrcPortLow);
+constexpr grammarState sSrcPort{srcPorts, &sDst, F_PORTS};
+constexpr auto dstPorts = portNodes(ENTRY_DST, sDstPortOne, sDstPortLow);
+constexpr grammarState sDstPort{dstPorts, &sOptions, F_PORTS};
+constexpr auto arpMac = macNodes(ENTRY_SRC, sArpMacMask, sArpVlan);
+constexpr grammarState sArpMac{arpMac};
+constexpr grammarNode arpMacMask[] = {macMaskNode(ENTRY_SRC, sArpVlan)};
+constexpr grammarState sArpMacMask{arpMacMask};
+constexpr auto etherSrc = macNodes(ENTRY_SRC, sEtherSrcMask, sEtherVlan);
+constexpr grammarState sEtherSrc{etherSrc};
+constexpr grammarNode etherSrcMask[] = {macMaskNode(ENTRY_SRC, sEtherVlan)};
+constexpr grammarState sEtherSrcMask{etherSrcMask};
+constexpr auto etherDst = macNodes(ENTRY_DST, sEtherDstMask, sOptions);
+constexpr grammarState sEtherDst{etherDst};
+constexpr grammarNode etherDstMask[] = {macMaskNode(ENTRY_DST, sOptions)};
+constexpr grammarState sEtherDstMask{etherDstMask};
+
+constexpr grammarState sStandardSeq{seqNode<sStandard>};
+constexpr grammarState sExtendedSeq{seqNode<sExtended>};
+constexpr grammarState sSrcPortOne{portNode<sDst, ENTRY_SRC>};
+constexpr grammarState sSrcPortLow{portNode<sSrcPortHigh, ENTRY_SRC>};
+constexpr grammarState sSrcPortHigh{portHighNode<sDst, ENTRY_SRC>};
+constexpr grammarState sDstPortOne{portNode<sOptions, ENTRY_DST>};
+constexpr grammarState sDstPortLow{portNode<sDstPortHigh, ENTRY_DST>};
+constexpr grammarState sDstPortHigh{portHighNode<sOptions, ENTRY_DST>};
+constexpr grammarState sArpVlan{vlanWord<sArpVlanId>};
+constexpr grammarState sArpVlanId{vlanNode<sArpOpcode>};
+constexpr grammarState sEtherVlan{vlanWord<sEtherVlanId>};
+constexpr grammarState sEtherVlanId{vlanNode<sEtherDst>};
+
+}  // namespace
+
+// A configuration line may be typed in a list's mode: it leaves the list.
+constexpr grammarState sStandard{listNodes<sStandardSeq, sStandardSrc>, &sConfig};
+constexpr grammarState sExtended{listNodes<sExtendedSeq, sProtocol>, &sConfig};

@@ -1,0 +1,115 @@
+// Exec commands: show, clear, chassis, debug.
+#include "cli/grammarBuild.h"
+#include "include/chassisControl.h"
+#include "include/ifindex.h"
+
+namespace {
+
+extern const grammarState sShow, sShowIp, sShowLists, sShowList, sShowCard, sShowCardWhat,
+    sShowCardLists, sChassis, sChassisCard, sChassisEvent, sChassisPrimary, sClear, sClearIp,
+    sClearLists, sClearCounters, sWrite, sConfigure, sDebug, sDebugArgs;
+
+constexpr grammarNode execNodes[] = {
+    kw("show", "show something", sShow),
+    kw("clear", "reset counters", sClear),
+    kw("write", "save the configuration", sWrite),
+    verb("chassis", "cards and route processors", sChassis, cliVerb::chassis),
+    kw("configure", "enter configuration mode", sConfigure, nullptr, 0, F_EXEC),
+    kw("test", "ask a list about a packet", sTest),
+    verb("debug", "run a debug function of the manager", sDebug, cliVerb::debug),
+    verb("exit", "leave the shell", sDone, cliVerb::exit, F_EXEC),
+    verb("end", "stay in exec mode", sDone, cliVerb::end, F_EXEC),
+};
+constexpr grammarNode showNodes[] = {
+    verb("running-config", "the configuration as it runs", sDone, cliVerb::showRunning),
+    verb("startup-config", "the configuration that was saved", sDone, cliVerb::showStartup),
+    kw("ip", "IP lists", sShowIp),
+    verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
+    verb("system", "state and counters of the manager", sDone, cliVerb::showSystem),
+    verb("queues", "the manager's queues to cards and tasks", sDone, cliVerb::showQueues),
+    verb("interfaces", "names and indexes of interfaces", sDone, cliVerb::showInterfaces),
+    verb("cards", "the agents of all cards", sDone, cliVerb::showCards),
+    verb("card", "the agent of one card", sShowCard, cliVerb::showCard),
+};
+constexpr grammarState sShow{showNodes};
+constexpr grammarNode showIpNodes[] = {
+    verb("access-lists", "entries of access lists", sShowLists, cliVerb::showLists),
+    verb("access-group", "which lists are bound where", sDone, cliVerb::showAccessGroups),
+};
+constexpr grammarState sShowIp{showIpNodes};
+constexpr grammarNode showListsNodes[] = {
+    arg(cliArg::name, "NAME", "one list", sShowList, setName),
+    fin("all lists"),
+};
+constexpr grammarState sShowLists{showListsNodes};
+constexpr grammarNode showListNodes[] = {
+    verb("installed", "compare with what the cards hold", sDone, cliVerb::showInstalled),
+    fin("its entries"),
+};
+constexpr grammarState sShowList{showListNodes};
+constexpr std::array<grammarNode, 2> slotNodes(const grammarState& next) {
+    auto slot = number("slot", 0, SLOT_COUNT - 1, next, setNumber);
+    return {slot,
+            kw("control-plane", "the control processor", next, setNumber, CARD_CONTROL_PLANE)};
+}
+constexpr auto showCardNodes = slotNodes(sShowCardWhat);
+constexpr grammarState sShowCard{showCardNodes};
+constexpr grammarNode showCardWhatNodes[] = {
+    kw("summary", "state and counters", sDone, setKind, CARD_SUMMARY),
+    kw("access-lists", "installed lists", sShowCardLists, setKind, CARD_LISTS),
+};
+constexpr grammarState sShowCardWhat{showCardWhatNodes};
+constexpr grammarNode showCardListsNodes[] = {
+    arg(cliArg::name, "NAME", "the installed entries of one list", sDone, setName),
+    fin("all lists"),
+};
+constexpr grammarState sShowCardLists{showCardListsNodes};
+constexpr grammarNode chassisNodes[] = {
+    kw("card", "report an event of a card", sChassisCard),
+    kw("primary", "move the primary role", sChassisPrimary, setKind, CHASSIS_PRIMARY),
+    kw("status", "tasks and who has subscribed", sDone, setKind, CHASSIS_STATE),
+};
+constexpr grammarState sChassis{chassisNodes};
+constexpr auto chassisCardNodes = slotNodes(sChassisEvent);
+constexpr grammarState sChassisCard{chassisCardNodes};
+constexpr grammarNode chassisEventNodes[] = {
+    kw("down", "the card is down", sDone, setKind, CHASSIS_CARD_DOWN),
+    kw("shutdown", "the card is shut down", sDone, setKind, CHASSIS_CARD_SHUTDOWN),
+};
+constexpr grammarState sChassisEvent{chassisEventNodes};
+constexpr grammarNode chassisPrimaryNodes[] = {number("route processor", 0, 1, sDone, setNumber)};
+constexpr grammarState sChassisPrimary{chassisPrimaryNodes};
+constexpr grammarNode clearNodes[] = {kw("ip", "IP lists", sClearIp)};
+constexpr grammarState sClear{clearNodes};
+constexpr grammarNode clearIpNodes[] = {kw("access-lists", "access lists", sClearLists)};
+constexpr grammarState sClearIp{clearIpNodes};
+constexpr grammarNode clearListsNodes[] = {
+    verb("counters", "set the match counters to 0", sClearCounters, cliVerb::clearCounters),
+};
+constexpr grammarState sClearLists{clearListsNodes};
+constexpr grammarNode clearCountersNodes[] = {
+    arg(cliArg::name, "NAME", "of one list", sDone, setName),
+    fin("of all lists"),
+};
+constexpr grammarState sClearCounters{clearCountersNodes};
+constexpr grammarNode writeNodes[] = {
+    verb("memory", "keep the configuration for the next start", sDone, cliVerb::writeMemory),
+};
+constexpr grammarState sWrite{writeNodes};
+constexpr grammarNode configureNodes[] = {
+    verb("terminal", "from this terminal", sDone, cliVerb::configure),
+};
+constexpr grammarState sConfigure{configureNodes};
+constexpr grammarNode debugNodes[] = {
+    arg(cliArg::text, "FUNCTION", "name of the function", sDebugArgs, setName),
+};
+constexpr grammarState sDebug{debugNodes};
+constexpr grammarNode debugArgsNodes[] = {
+    arg(cliArg::rest, "ARGUMENTS", "what the function is given", sDone, addText),
+    fin("without arguments"),
+};
+constexpr grammarState sDebugArgs{debugArgsNodes};
+
+}  // namespace
+
+constexpr grammarState sExec{execNodes};
