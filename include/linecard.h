@@ -24,5 +24,5 @@ constexpr uint32_t LINECARD_CP = 19;  // the record that keeps the control proce
 
 extern aclLinecard aclLinecardInfo[SLOT_COUNT];
 
-// Numbers the messages to the MAC manager and to the peer.
+// Numbers the messages to the MAC manager and to the peer, and the triggers.
 extern uint32_t aclMgrTransId;

@@ -220,6 +220,10 @@ std::string dumpLinecards(std::string_view) {
     return aclDumpLinecardInfo();
 }
 
+std::string dumpClients(std::string_view) {
+    return aclClientsDump();
+}
+
 std::string debugMask(std::string_view args) {
     auto words = splitWords(args);
     if (!words.empty()) {
@@ -239,6 +243,7 @@ void aclRegisterDebugFunctions() {
     zekDebugRegister("test-ip-filter", FILTER_USAGE, testIpFilter);
     zekDebugRegister("node", "dump of the state root (text)", dumpNode);
     zekDebugRegister("linecards", "dump of the line cards that are up (text)", dumpLinecards);
+    zekDebugRegister("clients", "how the clients of lists were told of changes", dumpClients);
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
     aclRegisterInstalledFunctions();
 }

@@ -1,5 +1,6 @@
 // What the parts built so far call of the parts that are not: each refuses or does nothing, and
 // none pretends. The list of them stands in ARCHITECTURE.md under "Not built yet".
+#include "include/client.h"
 #include "include/hooks.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -58,3 +59,11 @@ void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
 void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
 void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
 void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
+
+// Route maps: nobody can name one yet.
+rmapList* ipRmapListFind(const listName&) {
+    return nullptr;
+}
+int rmapTrigger(rmapList*) {
+    return 0;
+}

@@ -1,7 +1,5 @@
 // Registration with the other tasks of the chassis: tried for ever, one try each on every fourth
 // pass of the main loop.
-#include <chrono>
-
 #include "download/zekacl_download.h"
 #include "include/linecard.h"
 #include "include/service.h"
@@ -18,7 +16,7 @@ struct ifmRegisterReq {
 };
 WIRE_SIZE(ifmRegisterReq, 1436);
 
-constexpr int IFM_WAIT_MS = 5000;
+constexpr uint32_t IFM_WAIT_MS = 5000;
 
 // A registration that is retried for ever says "failed" when its 8-bit attempt count wraps, and
 // "succeeded" once it succeeds after that.
@@ -76,20 +74,7 @@ int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint
     uint32_t expected = sequence++;
     if (zekIpcSend(aclNode->regQfd, &req, sizeof req) != 0) return -1;
 
-    // Wait for the answer to this very request; late answers to earlier ones are dropped.
-    using clock = std::chrono::steady_clock;
-    auto deadline = clock::now() + std::chrono::milliseconds(IFM_WAIT_MS);
-    static uint8_t answer[IPC_BUFFER_SIZE];
-    for (;;) {
-        auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now()).count();
-        if (left <= 0) return -1;
-        int got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, static_cast<int>(left));
-        if (got <= 0) return -1;
-        const auto* hdr =
-            wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
-        if (hdr != nullptr && hdr->mtype == MT_IFM_REGISTER && hdr->sequence == expected) return 0;
-    }
+    return AclAwaitReply(MT_IFM_REGISTER, expected, IFM_WAIT_MS) != nullptr ? 0 : -1;
 }
 
 int AclRegisterWithEvtHandler([[maybe_unused]] uint32_t attempt, [[maybe_unused]] zekEvtLog log) {

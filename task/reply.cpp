@@ -1,6 +1,8 @@
 // The reply functions: how each sender of a message gets its answer.
 #include "task/task.h"
 
+#include <chrono>
+
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
 
@@ -72,4 +74,19 @@ int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message) {
     int rc = zekIpcSend(aclNode->regQfd, buffer, size);
     zekMC_M_sysFree(buffer);
     return rc;
+}
+
+const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs) {
+    using namespace std::chrono;
+    static uint8_t answer[IPC_BUFFER_SIZE];
+    const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
+    for (;;) {
+        const auto left = duration_cast<milliseconds>(deadline - steady_clock::now()).count();
+        if (left <= 0) return nullptr;
+        const int got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, static_cast<int>(left));
+        if (got <= 0) return nullptr;
+        const auto* hdr =
+            wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
+        if (hdr != nullptr && hdr->mtype == mtype && hdr->sequence == sequence) return hdr;
+    }
 }

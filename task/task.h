@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "include/debug.h"
 #include "include/ipc.h"
@@ -80,6 +81,11 @@ int AclVrrpIpcReply(uint8_t* message);
 // Sends a show's reply buffer as the answer to `message` and frees it. 0 or -1.
 int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
 
+// Waits for the answer of that type and sequence number to a message that this task has sent. What
+// else comes to the response queue is too late for someone and dropped; requests wait meanwhile.
+// The answer's header, good until the next call; null: none in time.
+const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs);
+
 // What the dispatchers count; shown by `show system`.
 struct aclTaskCounters {
     uint64_t messages;   // dispatched
@@ -104,6 +110,11 @@ uint32_t msgWord(const uint8_t* message, uint32_t offset);
 
 // Logs, once per name, that something whose subsystem is missing was asked for.
 void aclNotBuilt(const char* what);
+
+// --- triggers (trigger.cpp; aclSendTrigger is in include/client.h) ---------------------------
+
+const char* aclClientName(uint32_t application);  // "Unknown task" for others
+std::string aclClientsDump();                     // JSON: how each client was told
 
 // --- debug shell (debugFunctions.cpp, installed.cpp, nodeDump.cpp) -------------------------------
 

@@ -1,13 +1,199 @@
 // Change triggers: one message, or a few, that tell a client of a list that the list has changed.
 #include "include/client.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <map>
+#include <memory>
 
 #include "download/zekacl_download.h"
+#include "include/clientMsg.h"
 #include "include/debug.h"
+#include "include/jsonText.h"
+#include "include/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekEvt.h"
+#include "platform/api/zekMem.h"
+#include "platform/api/zekTask.h"
 #include "task/task.h"
+
+namespace {
+
+constexpr uint32_t POOL_TRIGGER = 18;
+constexpr size_t CLIENTS_COUNTED_MAX = 1024;
+
+struct clientCounters {
+    uint64_t messages, failures;
+    uint32_t lastStatus;
+    uint64_t lastWaitMs, longestWaitMs;
+};
+std::map<std::pair<uint32_t, uint32_t>, clientCounters> counters;  // application, instance
+
+constexpr taskName clientNames[] = {
+    {APP_IFM, "IFM"},        {APP_ACL, "ACL"},   {APP_RIP, "RIP"},   {APP_RTM, "RTM"},
+    {APP_OSPF, "OSPF"},      {APP_BGP, "BGP"},   {APP_LDP, "LDP"},   {APP_ISIS, "ISIS"},
+    {APP_IFA, "IFA"},        {APP_SNMP, "SNMP"}, {APP_IGMP, "IGMP"}, {APP_PIM, "PIM"},
+    {APP_DSMGR, "DIFFSERV"},
+};
+
+// Tasks with a queue of their own. Only RTM's is looked after before it is used: meant.
+struct queueRow {
+    uint32_t application;
+    zekSwpHandle aclNodeRecord::*queue;
+    bool checkHealth;
+    const char* failed;
+};
+constexpr queueRow queueTable[] = {
+    {APP_RTM, &aclNodeRecord::qHandle, true, "Error sending Trigger to RTM"},
+    {APP_DSMGR, &aclNodeRecord::aclQosqHandle, false, "Error sending Trigger to DSMGR"},
+    {APP_IGMP, &aclNodeRecord::igmpqHandle, false, "Error sending Trigger to IGMP"},
+    {APP_PIM, &aclNodeRecord::pimqHandle, false, "Error sending Trigger to PIM"},
+};
+
+struct messageFree {
+    void operator()(triggerMsg* message) const { zekMC_M_memBlockVarFree(message); }
+};
+typedef std::unique_ptr<triggerMsg, messageFree> triggerBuffer;
+
+triggerBuffer bufferMake() {
+    void* block = zekMC_M_memBlockVarAlloc(POOL_TRIGGER, ZEK_MEM_FLAGS, sizeof(triggerMsg));
+    if (block != nullptr) std::memset(block, 0, sizeof(triggerMsg));
+    return triggerBuffer(static_cast<triggerMsg*>(block));
+}
+
+uint32_t aclgetTransId() {
+    return ++aclMgrTransId;
+}
+
+void fill(triggerMsg* message, const clientTask& client, uint32_t mtype, uint32_t card) {
+    message->ipc.length = TRIGGER_LEN;
+    message->ipc.mtype = mtype;
+    message->ipc.sequence = aclgetTransId();
+    message->ipc.target.card = zek_sysGetIpAddr(card);
+    message->ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
+    message->ipc.source.card = card;
+    message->ipc.source.svce = aclServicePort(client.application, client.instance, QUEUE_REQUEST);
+    message->application = client.application;
+    message->instance = client.instance;
+}
+
+// As many pairs as one message carries; returns the first of the rest.
+const clientPair* appendPairs(triggerMsg* message, const clientPair* pair) {
+    uint32_t count = 0;
+    for (; pair != nullptr && count < TRIGGER_PAIRS_MAX; pair = pair->next, count++) {
+        message->pairs[count].first = pair->first;
+        message->pairs[count].second = pair->second;
+    }
+    message->pairCount = count;
+    message->ipc.length = TRIGGER_LEN + count * static_cast<uint32_t>(sizeof(triggerPair));
+    return pair;
+}
+
+// The queue owns the message once it has taken it.
+bool deliverByQueue(const queueRow& row, triggerBuffer message) {
+    const zekSwpHandle queue = aclNode->*row.queue;
+    if (row.checkHealth) (void)aclCheckSwpQueueHealth(queue);
+    if (zekSwpEnqueue(queue, message.get(), message->ipc.length) == 0) {
+        (void)message.release();
+        return true;
+    }
+    aclSysErr(SYSERR_SWP, "%s", row.failed);
+    return false;
+}
+
+uint32_t deliverByIpc(const triggerMsg& message) {
+    if (zekIpcSend(aclNode->regQfd, &message, message.ipc.length) != 0) return TRIGGER_NOT_SENT;
+    const ipcHdr* answer =
+        AclAwaitReply(message.ipc.mtype, message.ipc.sequence, zekClientWaitMs());
+    if (answer != nullptr) return answer->delivery;
+    // The text states the usual wait, whatever the process was started with: meant.
+    aclDebug(DEBUG_ACL_TRIGGER, "No response from %s after 10 seconds. Timing out...\n",
+             aclClientName(message.application));
+    return TRIGGER_NO_REPLY;
+}
+
+uint32_t deliver(const clientTask& client, triggerBuffer message) {
+    using clock = std::chrono::steady_clock;
+    const auto begin = clock::now();
+    bool failed = false;
+    uint32_t status = 0;
+    const auto* row = std::ranges::find(queueTable, client.application, &queueRow::application);
+    if (row != std::ranges::end(queueTable)) {
+        failed = !deliverByQueue(*row, std::move(message));
+    } else {
+        status = deliverByIpc(*message);
+        failed = status != 0;
+    }
+    const std::pair key(client.application, client.instance);
+    if (counters.size() >= CLIENTS_COUNTED_MAX && !counters.contains(key)) return status;
+    clientCounters& c = counters[key];
+    c.messages++;
+    c.failures += failed ? 1 : 0;
+    c.lastStatus = status;
+    c.lastWaitMs = static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - begin).count());
+    c.longestWaitMs = std::max(c.longestWaitMs, c.lastWaitMs);
+    return status;
+}
+
+}  // namespace
+
+const char* aclClientName(uint32_t application) {
+    const auto* row = std::ranges::find(clientNames, application, &taskName::application);
+    return row != std::ranges::end(clientNames) ? row->name : "Unknown task";
+}
+
+int aclSendTrigger(const clientTask& client, uint32_t mtype, const void* body, uint32_t bodyLength,
+                   uint32_t* status) {
+    *status = 0;
+    if (client.suppressed != 0) return 0;
+    // Every message has a buffer of its own: a queue owns the ones before, and nothing of them may
+    // be left in the next.
+    const clientPair* rest = client.pairs;
+    do {
+        triggerBuffer message = bufferMake();
+        if (message == nullptr) {
+            aclSysErr(SYSERR_MEMORY, "%s", "No memory for a trigger");
+            return -1;
+        }
+        if (body == nullptr || bodyLength > TRIGGER_BODY_LEN) return -1;
+        uint32_t card = ADDRESS_UNKNOWN;
+        if (zek_tmeGetPeerIpAddrByName(client.application, client.instance, &card) != 0) {
+            aclSysErr(SYSERR_ADDRESS,
+                      "Unable to Resolve ipAddress of Client with id %d and instance %d in "
+                      "aclSendTrigger\r\n",
+                      static_cast<int>(client.application), static_cast<int>(client.instance));
+            return -1;
+        }
+        fill(message.get(), client, mtype, card);
+        std::memcpy(message->body, body, bodyLength);
+        rest = appendPairs(message.get(), rest);
+        *status = deliver(client, std::move(message));
+    } while (rest != nullptr);
+    return 0;
+}
+
+std::string aclClientsDump() {
+    std::string rows;
+    for (const auto& [key, c] : counters) {
+        if (!rows.empty()) rows += ",";
+        rows += jsonObject()
+                    .number("task", key.first)
+                    .number("instance", key.second)
+                    .string("name", aclClientName(key.first))
+                    .number("triggers", c.messages)
+                    .number("failed", c.failures)
+                    .number("last-status", c.lastStatus)
+                    .number("last-wait-ms", c.lastWaitMs)
+                    .number("longest-wait-ms", c.longestWaitMs)
+                    .text();
+    }
+    return jsonObject()
+        .number("wait-at-most-ms", zekClientWaitMs())
+        .raw("clients", "[" + rows + "]")
+        .text();
+}
 
 int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
                   const listName& rmapName, const listName& list) {

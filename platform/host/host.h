@@ -28,6 +28,7 @@ struct hostConfig {
     bool cold = false;     // start from the startup configuration, not from what was running
     bool debug = false;
     bool syslog = false;
+    uint32_t clientWaitMs = 10000;
     chassisDescription chassis{};
 };
 hostConfig& hostConf();

@@ -39,6 +39,10 @@ bool readOptions(int argc, char** argv, hostConfig* conf) {
                  "start from the startup configuration, not from what was running");
     app.add_flag("--debug", conf->debug, "debug text on standard error");
     app.add_flag("--syslog", conf->syslog, "log to syslog instead of RUNDIR/log");
+    app.add_option("--client-wait", conf->clientWaitMs,
+                   "milliseconds that a client of a list has to answer a trigger (default 10000)")
+        ->envname("ACL_CLIENT_WAIT_MS")
+        ->check(CLI::Range(1, 600000));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
@@ -78,6 +82,10 @@ bool prepare(hostConfig* conf, std::string* error) {
 hostConfig& hostConf() {
     static hostConfig conf;
     return conf;
+}
+
+uint32_t zekClientWaitMs() {
+    return hostConf().clientWaitMs;
 }
 
 int ZEK_NbsdpInit(int argc, char** argv) {

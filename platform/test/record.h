@@ -90,6 +90,7 @@ struct testPlatform {
     std::map<zekSwpHandle, std::pair<uint32_t, uint32_t>> queues;  // peer application, slot
     std::map<zekSwpHandle, zekSwpFree> queueFree;
 
+    uint32_t clientWaitMs = 10000;
     uint64_t ticks = 0;  // taskDelay adds to it
 };
 extern testPlatform testHost;

@@ -58,6 +58,9 @@ uint32_t sysClkRateGet() {
     return 100;
 }
 void zekDelayMicrosecond(uint32_t) {}
+uint32_t zekClientWaitMs() {
+    return testHost.clientWaitMs;
+}
 
 uint32_t zekTaskStartup(uint32_t, uint32_t) {
     return testFails(TEST_START) ? 0 : TASK_HANDLE;

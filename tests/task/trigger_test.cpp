@@ -1,0 +1,165 @@
+// Triggers on the wire: what one client is sent, and how its answer, or none, is told.
+#include "include/client.h"
+#include "include/clientMsg.h"
+#include "tests/task/fixture.h"
+
+namespace {
+
+constexpr uint32_t MTYPE = 14460;
+constexpr uint32_t BGP_CARD = 0x7F010007;
+const listName name = listNameMake("alpha");
+
+struct Trigger : TaskTest {
+    std::vector<clientPair> pairs;
+    uint64_t blocks = 0;
+
+    void SetUp() override {
+        TaskTest::SetUp();
+        testHost.addresses[{APP_BGP, 2}] = BGP_CARD;
+        blocks = testBlocksInUse();
+    }
+    void TearDown() override {
+        EXPECT_EQ(testBlocksInUse(), blocks);
+        TaskTest::TearDown();
+    }
+    clientTask client(uint32_t application, uint32_t instance, uint32_t count = 0) {
+        pairs.assign(count, {});
+        for (uint32_t i = 0; i < count; i++)
+            pairs[i] = {i + 1 < count ? &pairs[i + 1] : nullptr, 0x01000000 + i, 7 * i};
+        return {application, instance, 0, count, count != 0 ? pairs.data() : nullptr};
+    }
+    int send(const clientTask& task) {
+        return aclSendTrigger(task, MTYPE, name.text, sizeof name.text, &status);
+    }
+    uint32_t status = 0;
+};
+
+// What a message of these pairs must be, byte by byte.
+std::vector<uint8_t> golden(uint32_t app, uint32_t instance, uint32_t card, uint32_t sequence,
+                            uint32_t first, uint32_t count) {
+    std::vector<uint8_t> bytes(292 + 8 * count);
+    auto put = [&](size_t at, uint32_t value) {
+        for (size_t i = 0; i < 4; i++) bytes[at + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
+    };
+    put(8, 292 + 8 * count);
+    put(12, MTYPE);
+    put(32, sequence);
+    put(40, OWN_CARD);
+    put(44, 7810);
+    put(52, card);
+    put(56, app * 128 + instance * 4 + 1);
+    put(124, count);
+    put(128, app);
+    put(132, instance);
+    std::memcpy(&bytes[136], "alpha", 5);
+    for (uint32_t i = 0; i < count; i++) {
+        put(284 + 8 * i, 0x01000000 + first + i);
+        put(288 + 8 * i, 7 * (first + i));
+    }
+    return bytes;
+}
+
+}  // namespace
+
+TEST_F(Trigger, CarriesThePairs92ToAMessageEachStartedAfresh) {
+    struct {
+        uint32_t pairs;
+        std::vector<uint32_t> messages;  // pairs in each
+    } table[] = {{0, {0}}, {1, {1}}, {92, {92}}, {93, {92, 1}}, {184, {92, 92}}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.pairs);
+        uint32_t id = aclMgrTransId;
+        ASSERT_EQ(send(client(APP_RTM, 0, row.pairs)), 0);
+        auto sent = testTakeRows();
+        ASSERT_EQ(sent.size(), row.messages.size());
+        uint32_t first = 0;
+        for (size_t i = 0; i < sent.size(); i++) {
+            EXPECT_EQ(sent[i].bytes, golden(APP_RTM, 0, OWN_CARD, ++id, first, row.messages[i]));
+            first += row.messages[i];
+        }
+    }
+}
+
+TEST_F(Trigger, QueueClientsAreToldWithoutAWaitAndAFullQueueIsLogged) {
+    aclNode->igmpqHandle = aclNode->pimqHandle = ZEK_SWP_NONE;
+    testHost.addresses[{APP_IGMP, 0}] = testHost.addresses[{APP_PIM, 0}] = OWN_CARD;
+    testHost.deadQueues = {aclNode->qHandle, aclNode->aclQosqHandle};
+    ASSERT_EQ(send(client(APP_RTM, 0)), 0);
+    EXPECT_EQ(testTake(), (std::vector<std::string>{
+                              "swpflush 1", "syserr 0x5000e Resetting SWP queue from 61 to 80",
+                              "swp 1 14460 length 292"}));
+    ASSERT_EQ(send(client(APP_DSMGR, 0)), 0);  // not looked after
+    EXPECT_EQ(testTake(), (std::vector<std::string>{"swp 2 14460 length 292"}));
+    for (auto [app, text] : {std::pair(APP_IGMP, "syserr 0x5000e Error sending Trigger to IGMP"),
+                             std::pair(APP_PIM, "syserr 0x5000e Error sending Trigger to PIM")}) {
+        ASSERT_EQ(send(client(app, 0, 93)), 0);  // each message's failure is told
+        auto said = testTake();
+        EXPECT_EQ(std::ranges::count(said, text), 2);
+    }
+}
+
+TEST_F(Trigger, AnIpcClientsAnswerMustBeToThisMessage) {
+    enum class answers { none, wrongSequence, wrongType, right, lateThenRight };
+    struct {
+        answers how;
+        uint32_t status;
+    } table[] = {{answers::none, TRIGGER_NO_REPLY},
+                 {answers::wrongSequence, TRIGGER_NO_REPLY},
+                 {answers::wrongType, TRIGGER_NO_REPLY},
+                 {answers::right, 77},
+                 {answers::lateThenRight, 77}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(static_cast<int>(row.how));
+        testHost.onSend = [&](std::span<const uint8_t> sent) {
+            std::vector<uint8_t> bytes(sent.begin(), sent.end());
+            auto* hdr = reinterpret_cast<ipcHdr*>(bytes.data());
+            ipcExchangeTriples(hdr);
+            hdr->delivery = 77;
+            auto answer = [&] { testHost.inbox[TEST_RESPONSES].push_back(bytes); };
+            const uint32_t own = hdr->sequence;
+            if (row.how == answers::wrongSequence || row.how == answers::lateThenRight) {
+                hdr->sequence = own - 1;
+                answer();
+                hdr->sequence = own;
+            }
+            if (row.how == answers::wrongType) hdr->mtype = 14529;
+            if (row.how != answers::none && row.how != answers::wrongSequence) answer();
+        };
+        testHost.inbox[TEST_REQUESTS] = {message(9998)};  // comes meanwhile
+        ASSERT_EQ(send(client(APP_BGP, 2)), 0);
+        EXPECT_EQ(status, row.status);
+        EXPECT_EQ(testHost.inbox[TEST_REQUESTS].size(), 1u);
+        auto sent = testTakeRows();
+        ASSERT_EQ(sent.size(), 1u);
+        EXPECT_EQ(sent[0].bytes, golden(APP_BGP, 2, BGP_CARD, aclMgrTransId, 0, 0));
+    }
+    testFail(TEST_SEND);
+    ASSERT_EQ(send(client(APP_BGP, 2)), 0);
+    EXPECT_EQ(status, TRIGGER_NOT_SENT);
+    std::string dump;
+    ASSERT_TRUE(zekDebugRun("clients", "", &dump));
+    EXPECT_NE(
+        dump.find(
+            R"("task":65,"instance":2,"name":"BGP","triggers":6,"failed":6,"last-status":58802)"),
+        std::string::npos)
+        << dump;
+}
+
+TEST_F(Trigger, WhatCannotBeBuiltOrAddressedSendsNothing) {
+    clientTask task = client(APP_BGP, 2);
+    task.suppressed = 1;
+    EXPECT_EQ(send(task), 0);
+    task.suppressed = 0;
+    EXPECT_EQ(aclSendTrigger(task, MTYPE, nullptr, 140, &status), -1);
+    EXPECT_EQ(aclSendTrigger(task, MTYPE, name.text, TRIGGER_BODY_LEN + 1, &status), -1);
+    EXPECT_TRUE(testTake().empty());
+    EXPECT_EQ(send(client(APP_BGP, 3)), -1);
+    EXPECT_EQ(testTake(), (std::vector<std::string>{
+                              "syserr 0x5000b Unable to Resolve ipAddress of Client with id 65 and "
+                              "instance 3 in aclSendTrigger\r\n"}));
+    testFail(TEST_MEMORY);
+    EXPECT_EQ(send(client(APP_BGP, 2)), -1);
+    auto said = testTake();
+    ASSERT_EQ(said.size(), 1u);
+    EXPECT_TRUE(said[0].starts_with("syserr 0x5000c "));
+}
