@@ -6,28 +6,7 @@
 
 #include <span>
 
-#include "include/client.h"
-#include "platform/api/zekRadix.h"
-
-struct policyClient {
-    policyClient* next;
-    uint32_t kind;    // clientKind
-    clientTask task;  // tasks only; task.pairs == pairHead
-    clientPair* pairHead;
-    clientPair* pairTail;
-    uint32_t value;       // a task's callback word
-    listName rmapName;    // route maps only
-    uint32_t references;  // route maps only: how many clauses name the list
-};
-
-// The front of every policy list.
-struct policyList {
-    zekRadixNode link;  // name tree; the key is `name`
-    listName name;
-    policyClient* clients;  // newest first
-    uint32_t lastEntryId;   // counts the entries ever added
-    uint32_t placeholder;   // 1: exists only because clients refer to it
-};
+#include "include/policyList.h"
 
 // A store, as the registrations use it.
 struct clientStore {

@@ -1,0 +1,59 @@
+// AS-path, community and extended-community lists as the manager keeps them and as the policy
+// library reads them: one frame, three kinds of entry.
+//
+//   bgpList --head/tail--> bgpEntry <-> bgpEntry ...   in the order in which they were added
+//           --same-------> content tree: the same entries under their content
+//           --index------> what makes matching and paging fast (platform/policylib/zekBgp.h)
+//
+// The store that made a record owns it (policy/zekbgp_plcy.h). An entry's expression is compiled
+// when it is added and lives as long as the entry.
+#pragma once
+
+#include "include/policyList.h"
+#include "include/policyMsg.h"
+
+struct zekbgp_regex;
+struct bgpIndex;
+
+enum bgpListKind : uint32_t { BGP_ASPATH, BGP_COMM, BGP_EXTCOMM };
+constexpr size_t BGP_LIST_KINDS = 3;
+
+constexpr uint32_t BGP_DENY = 1;  // any other action permits
+
+// Which of the bodies follows is the list's kind.
+struct bgpEntry {
+    bgpEntry* next;
+    bgpEntry* prev;
+    zekRadixNode same;    // content tree; the key is the body, or the part of it that is compared
+    uint32_t id;          // the list's counter at insertion, never reused while it has entries
+    uint32_t action;      // BGP_DENY, or permit
+    uint32_t kind;        // commEntryKind; COMM_REGEXP on AS-path lists
+    zekbgp_regex* regex;  // COMM_REGEXP only
+};
+
+struct aspathEntry : bgpEntry {
+    uint32_t option;  // part of the entry's identity
+    uint32_t length;  // of the text
+    char text[];      // the expression as it was typed, NUL-terminated
+};
+
+struct commEntry : bgpEntry {
+    commEntryBlock block;  // as it came, but the handle is 0 and the count at most its limit
+};
+
+// What two extended-community entries are compared by.
+struct extCommRule {
+    be32 action;
+    extCommBody body;
+};
+struct extCommEntry : bgpEntry {
+    extCommRule rule;  // the count is at most its limit
+};
+
+struct bgpList : policyList {
+    bgpListKind kind;
+    bgpEntry* head;
+    bgpEntry* tail;
+    zekRadix* same;
+    bgpIndex* index;
+};
