@@ -45,6 +45,7 @@ union rmapPayload {
 };
 
 struct rmapInstance;
+struct rmapProgram;
 
 // An instance's header or one of its clauses. Code and class are 0 in a header.
 struct rmapEntry {
@@ -93,4 +94,5 @@ struct rmapList : policyList {
     zekRadix* bySeq;
     int32_t firstSeq;  // 0 in a placeholder
     uint32_t firstAction;
+    rmapProgram* program;  // what evaluation made of the records; platform/policylib/zekRmap.h
 };

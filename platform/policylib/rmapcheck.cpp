@@ -1,0 +1,505 @@
+// Route-map evaluation. A map's instances are flattened into arrays, so that trying an instance
+// that does not hold touches a few neighbouring words and not its records.
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "include/hitCount.h"
+#include "platform/policylib/zekBgp.h"
+#include "platform/policylib/zekPolicy.h"
+#include "platform/policylib/zekRmap.h"
+
+aclList* ipAccessListFind(const listName& name);  // by the store of access lists
+
+namespace {
+
+// The numbers of a route that match clauses compare.
+enum numberField : uint32_t {
+    FIELD_ORIGIN,
+    FIELD_ROUTE_TYPE,
+    FIELD_IFINDEX,
+    FIELD_METRIC,
+    FIELD_TAG,
+    FIELDS,
+};
+using routeNumbers = std::array<uint32_t, FIELDS>;
+
+struct numberRow {
+    uint32_t code;
+    numberField field;
+};
+constexpr numberRow numberRows[] = {
+    {RTMAP_MATCH_ORIGIN, FIELD_ORIGIN}, {RTMAP_MATCH_RTYPE, FIELD_ROUTE_TYPE},
+    {RTMAP_MATCH_IFACE, FIELD_IFINDEX}, {RTMAP_MATCH_MET, FIELD_METRIC},
+    {RTMAP_MATCH_TAG, FIELD_TAG},
+};
+
+constexpr uint32_t ROUTE_TYPE_EXTERNAL = 2, ROUTE_TYPE_EXTERNAL_1 = 3, ROUTE_TYPE_EXTERNAL_2 = 4;
+
+// --- match clauses about lists -------------------------------------------------------------------
+
+using listTest = bool (*)(const rmapNameValue& name, const rmapRoute& route);
+
+bool aclPermits(const aclList* list, uint32_t source, uint32_t destination) {
+    ipPacket packet{};
+    packet.src = source;
+    packet.dst = destination;
+    return ipFilterCheck(list, packet, nullptr) == FILTER_PERMIT;
+}
+uint32_t firstWord(const uint8_t* bytes) {
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+// Access lists that no store registers the map with are found when they are needed.
+const aclList* namedAcl(const rmapNameValue& name) {
+    if (name.list != nullptr) return static_cast<const aclList*>(name.list);
+    return ipAccessListFind(name.name);
+}
+// The policy records begin with their common front, which is what a store leaves in the value.
+template <class List>
+const List* listOf(const rmapNameValue& name) {
+    return static_cast<const List*>(static_cast<const policyList*>(name.list));
+}
+
+bool prefixPermits(const rmapNameValue& name, const ipPrefix& prefix) {
+    return prefixFilterCheck(listOf<prefixList>(name), prefix) == 0;
+}
+ipPrefix hostPrefix(uint32_t address) {
+    const uint8_t bytes[4] = {static_cast<uint8_t>(address >> 24),
+                              static_cast<uint8_t>(address >> 16),
+                              static_cast<uint8_t>(address >> 8), static_cast<uint8_t>(address)};
+    return ipPrefixMake(AF_IPV4, bytes, 32);
+}
+ipPrefix hostPrefix(const uint8_t (&address)[16]) {
+    return ipPrefixMake(AF_IPV6, address, 128);
+}
+
+bool isV4(const rmapRoute& route) {
+    return route.prefix.family == AF_IPV4;
+}
+bool addressByAcl(const rmapNameValue& name, const rmapRoute& route) {
+    return isV4(route) && aclPermits(namedAcl(name), firstWord(route.prefix.address),
+                                     firstWord(route.prefix.mask));
+}
+bool addressByPrefix(const rmapNameValue& name, const rmapRoute& route) {
+    return prefixPermits(name, route.prefix);
+}
+bool commPermits(const rmapNameValue& name, const rmapRoute& route, bool exact) {
+    return commListCheck(listOf<bgpList>(name), route.communities, exact, nullptr) ==
+           BGP_VERDICT_PERMIT;
+}
+
+struct listRow {
+    uint32_t code;
+    listTest test;
+};
+constexpr listRow listRows[] = {
+    {RTMAP_MATCH_ASP,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return aspathListCheck(listOf<bgpList>(n), r.asPath, nullptr) == BGP_VERDICT_PERMIT;
+     }},
+    {RTMAP_MATCH_ACC, addressByAcl},
+    {RTMAP_MATCH_NHOP,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return isV4(r) && aclPermits(namedAcl(n), r.nextHop, 0xFFFFFFFF);
+     }},
+    {RTMAP_MATCH_COMM,
+     [](const rmapNameValue& n, const rmapRoute& r) { return commPermits(n, r, false); }},
+    {RTMAP_MATCH_COMM_EXACT,
+     [](const rmapNameValue& n, const rmapRoute& r) { return commPermits(n, r, true); }},
+    {RTMAP_MATCH_IPADD_ACL, addressByAcl},
+    {RTMAP_MATCH_SRC,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return isV4(r) && aclPermits(namedAcl(n), r.source, 0xFFFFFFFF);
+     }},
+    {RTMAP_MATCH_IPADD_PREFIX, addressByPrefix},
+    {RTMAP_MATCH_IPV6ADD_PREFIX, addressByPrefix},
+    {RTMAP_MATCH_NHOP_PREFIX,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return isV4(r) && prefixPermits(n, hostPrefix(r.nextHop));
+     }},
+    {RTMAP_MATCH_SRC_PREFIX,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return isV4(r) && prefixPermits(n, hostPrefix(r.source));
+     }},
+    {RTMAP_MATCH_V6_NHOP_PREFIX,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return !isV4(r) && prefixPermits(n, hostPrefix(r.nextHop6));
+     }},
+    {RTMAP_MATCH_V6_SRC_PREFIX,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return !isV4(r) && prefixPermits(n, hostPrefix(r.source6));
+     }},
+    {RTMAP_MATCH_EXT_COMM,
+     [](const rmapNameValue& n, const rmapRoute& r) {
+         return extCommListCheck(listOf<bgpList>(n), r.extCommunities, nullptr) ==
+                BGP_VERDICT_PERMIT;
+     }},
+};
+
+// --- set clauses
+// -----------------------------------------------------------------------------------
+
+uint32_t moved(uint32_t metric, const rmapNumberValue& by) {
+    switch (by.subValue) {
+        case RMAP_METRIC_ADD:
+            return metric > UINT32_MAX - by.value ? UINT32_MAX : metric + by.value;
+        case RMAP_METRIC_SUBTRACT:
+            return metric < by.value ? 0 : metric - by.value;
+        default:
+            return by.value;
+    }
+}
+
+template <class Value, class Same>
+void addOnce(std::vector<Value>* values, const Value& value, Same same) {
+    for (const Value& v : *values)
+        if (same(v, value)) return;
+    values->push_back(value);
+}
+
+void setCommunities(const rmapCommunity& set, rmapRoute* out) {
+    if (set.none != 0 || set.additive == 0) out->communities.clear();
+    if (set.none != 0) return;
+    auto add = [out](uint32_t community) {
+        addOnce(&out->communities, community, std::equal_to<uint32_t>());
+    };
+    if (set.number != 0) add(set.number);
+    // A number stands alone in the clause's line, and counts alone.
+    const uint32_t count = set.number != 0 ? 0 : std::min<uint32_t>(set.count, RMAP_COMMUNITIES);
+    for (uint32_t i = 0; i < count; i++) add(set.high[i] << 16 | (set.low[i] & 0xFFFF));
+    if (set.localAs != 0) add(COMMUNITY_LOCAL_AS);
+    if (set.noAdvertise != 0) add(COMMUNITY_NO_ADVERTISE);
+    if (set.noExport != 0) add(COMMUNITY_NO_EXPORT);
+}
+
+void setExtCommunities(const rmapExtCommunity& set, rmapRoute* out) {
+    if (set.additive == 0) out->extCommunities.clear();
+    const uint32_t count = std::min<uint32_t>(set.count, RMAP_EXTCOMMS);
+    for (uint32_t i = 0; i < count; i++)
+        addOnce(&out->extCommunities, set.values[i],
+                [](const extCommValue& a, const extCommValue& b) {
+                    return std::memcmp(a.b, b.b, sizeof a.b) == 0;
+                });
+}
+
+void prepend(const rmapPrepend& set, rmapRoute* out) {
+    std::string path;
+    const uint32_t count = std::min<uint32_t>(set.count, RMAP_PREPENDS);
+    for (uint32_t i = 0; i < count; i++) {
+        if (!path.empty()) path += ' ';
+        path += std::to_string(uint32_t{set.as[i]});
+    }
+    if (!path.empty() && !out->asPath.empty()) path += ' ';
+    out->asPath.insert(0, path);
+}
+
+// Each community that the list permits by itself goes.
+void deleteCommunities(const rmapNameValue& name, rmapRoute* out) {
+    const bgpList* list =
+        name.list != nullptr ? listOf<bgpList>(name) : bgpCommAccessListFind(name.name);
+    std::erase_if(out->communities, [list](uint32_t community) {
+        return commListCheck(list, {&community, 1}, false, nullptr) == BGP_VERDICT_PERMIT;
+    });
+}
+
+uint32_t firstAsOf(const std::string& path) {
+    size_t digit = path.find_first_of("0123456789");
+    return digit == path.npos ? 0 : static_cast<uint32_t>(std::strtoul(&path[digit], nullptr, 10));
+}
+
+uint32_t numberOf(const rmapEntry& entry) {
+    return entry.numbers != nullptr ? entry.numbers->value : 0;
+}
+
+struct setRow {
+    uint32_t code;
+    void (*apply)(const rmapEntry& entry, rmapRoute* out);
+};
+constexpr setRow setRows[] = {
+    {RTMAP_SET_LPREF,
+     [](const rmapEntry& e, rmapRoute* out) { out->localPreference = numberOf(e); }},
+    {RTMAP_SET_WEIGHT, [](const rmapEntry& e, rmapRoute* out) { out->weight = numberOf(e); }},
+    {RTMAP_SET_NHOP, [](const rmapEntry& e, rmapRoute* out) { out->nextHop = numberOf(e); }},
+    {RTMAP_SET_MET,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.numbers != nullptr) out->metric = moved(out->metric, *e.numbers);
+     }},
+    {RTMAP_SET_ASP,
+     [](const rmapEntry& e, rmapRoute* out) { out->asPath = std::to_string(numberOf(e)); }},
+    {RTMAP_SET_COMM,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.payload != nullptr) setCommunities(e.payload->community, out);
+     }},
+    {RTMAP_SET_AUTOTAG,
+     [](const rmapEntry&, rmapRoute* out) { out->tag = firstAsOf(out->asPath); }},
+    {RTMAP_SET_LEVEL, [](const rmapEntry& e, rmapRoute* out) { out->level = numberOf(e); }},
+    {RTMAP_SET_METTYPE, [](const rmapEntry& e, rmapRoute* out) { out->metricType = numberOf(e); }},
+    {RTMAP_SET_ASPTAG,
+     [](const rmapEntry&, rmapRoute* out) { out->asPath = std::to_string(out->tag); }},
+    {RTMAP_SET_ORIGIN, [](const rmapEntry& e, rmapRoute* out) { out->origin = numberOf(e); }},
+    {RTMAP_SET_PREPEND,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.payload != nullptr) prepend(e.payload->prepend, out);
+     }},
+    {RTMAP_SET_COMMLIST,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.names != nullptr) deleteCommunities(*e.names, out);
+     }},
+    {RTMAP_SET_DAMP,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.payload != nullptr) std::ranges::copy(e.payload->dampening, out->dampening);
+     }},
+    {RTMAP_SET_TAG, [](const rmapEntry& e, rmapRoute* out) { out->tag = numberOf(e); }},
+    {RTMAP_SET_V6_NHOP,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.payload != nullptr)
+             std::memcpy(out->nextHop6, e.payload->ipv6NextHop, sizeof out->nextHop6);
+     }},
+    {RTMAP_SET_EXT_COMM,
+     [](const rmapEntry& e, rmapRoute* out) {
+         if (e.payload != nullptr) setExtCommunities(e.payload->extCommunity, out);
+     }},
+};
+
+template <class Row, size_t N>
+const Row* rowOf(const Row (&rows)[N], uint32_t code) {
+    const Row* row = std::ranges::find(rows, code, &Row::code);
+    return row != std::end(rows) ? row : nullptr;
+}
+
+}  // namespace
+
+// --- the program
+// -----------------------------------------------------------------------------------
+
+namespace {
+
+// A match clause. Numbers stand in the program's array, one of them in the test itself; the values
+// of a list clause are its records'.
+struct matchTest {
+    listTest lists;  // null: numbers
+    uint32_t field;  // of numbers: numberField; FIELDS: a clause that nothing can match
+    uint32_t count;  // of numbers
+    uint32_t only;   // the number, when there is one
+    uint32_t firstNumber;
+    const rmapEntry* entry;
+};
+
+struct programInstance {
+    uint32_t firstTest, tests;
+    int32_t seq;
+    uint32_t action;
+    rmapInstance* instance;
+    const rmapEntry* continues;  // null: the verdict stands
+};
+
+}  // namespace
+
+struct rmapProgram {
+    std::vector<programInstance> instances;
+    std::vector<matchTest> tests;
+    std::vector<uint32_t> numbers;
+};
+
+namespace {
+
+void addTest(rmapProgram* program, const rmapEntry& entry) {
+    matchTest test{};
+    test.entry = &entry;
+    test.field = FIELDS;
+    if (const listRow* row = rowOf(listRows, entry.code)) {
+        test.lists = row->test;
+    } else if (const numberRow* number = rowOf(numberRows, entry.code)) {
+        test.field = number->field;
+        test.firstNumber = static_cast<uint32_t>(program->numbers.size());
+        auto add = [&](uint32_t value) {
+            program->numbers.push_back(value);
+            test.only = value;
+            test.count++;
+        };
+        for (const rmapNumberValue* value = entry.numbers; value != nullptr; value = value->next) {
+            add(value->value);
+            if (number->field != FIELD_ROUTE_TYPE || value->value != ROUTE_TYPE_EXTERNAL) continue;
+            add(ROUTE_TYPE_EXTERNAL_1);
+            add(ROUTE_TYPE_EXTERNAL_2);
+        }
+    }
+    program->tests.push_back(test);
+}
+
+std::unique_ptr<rmapProgram> compile(const rmapList& map) {
+    auto program = std::make_unique<rmapProgram>();
+    for (rmapInstance* instance = map.first; instance != nullptr; instance = instance->next) {
+        programInstance& made = program->instances.emplace_back();
+        made.firstTest = static_cast<uint32_t>(program->tests.size());
+        made.seq = instance->seq;
+        made.action = instance->action;
+        made.instance = instance;
+        for (const rmapEntry* entry = instance->first; entry != nullptr; entry = entry->next) {
+            if (entry->header != 0) continue;
+            if (entry->cls == RTMAP_CONTINUE) made.continues = entry;
+            if (entry->cls != RTMAP_MS_MATCH && entry->cls != RTMAP_MS_V6_MATCH) continue;
+            addTest(program.get(), *entry);
+        }
+        made.tests = static_cast<uint32_t>(program->tests.size()) - made.firstTest;
+    }
+    // What is quick to see comes first.
+    for (const programInstance& made : program->instances)
+        std::stable_partition(program->tests.begin() + made.firstTest,
+                              program->tests.begin() + made.firstTest + made.tests,
+                              [](const matchTest& test) { return test.lists == nullptr; });
+    return program;
+}
+
+// Readers of several threads may come to an absent program at once: the first one's stays.
+const rmapProgram* programOf(const rmapList& map) {
+    std::atomic_ref<rmapProgram*> slot(const_cast<rmapList&>(map).program);
+    if (const rmapProgram* there = slot.load(std::memory_order_acquire)) return there;
+    auto made = compile(map);
+    rmapProgram* there = nullptr;
+    if (slot.compare_exchange_strong(there, made.get(), std::memory_order_acq_rel))
+        return made.release();
+    return there;
+}
+
+bool numbersHold(const rmapProgram& program, const matchTest& test, const routeNumbers& numbers) {
+    if (test.field == FIELDS) return false;
+    const uint32_t value = numbers[test.field];
+    if (test.count == 1) return value == test.only;
+    const auto first = program.numbers.begin() + test.firstNumber;
+    return std::find(first, first + test.count, value) != first + test.count;
+}
+
+const rmapNameValue* listThatHolds(const matchTest& test, const rmapRoute& route) {
+    const rmapNameValue* name = test.entry->names;
+    while (name != nullptr && !test.lists(*name, route)) name = name->next;
+    return name;
+}
+
+// --- the evaluation
+// --------------------------------------------------------------------------------
+
+struct tracer {
+    std::vector<rmapStep>* steps;  // null: nobody asks
+    const programInstance* at = nullptr;
+    size_t instanceStep = 0;
+
+    void instance(const programInstance& instance) {
+        if (steps == nullptr) return;
+        at = &instance;
+        instanceStep = steps->size();
+        steps->push_back({instance.seq, instance.action, 0, false, nullptr, nullptr});
+    }
+    void clause(const rmapEntry& entry, bool holds, const rmapNameValue* name,
+                const rmapNumberValue* number) {
+        if (steps != nullptr)
+            steps->push_back({at->seq, at->action, entry.code, holds, name, number});
+    }
+    void holds() {
+        if (steps != nullptr) (*steps)[instanceStep].holds = true;
+    }
+};
+
+const rmapNumberValue* numberThatHolds(const matchTest& test, const routeNumbers& numbers) {
+    const rmapNumberValue* value = test.entry->numbers;
+    while (value != nullptr && test.field != FIELDS && value->value != numbers[test.field] &&
+           !(test.field == FIELD_ROUTE_TYPE && value->value == ROUTE_TYPE_EXTERNAL))
+        value = value->next;
+    return value;
+}
+
+bool instanceHolds(const rmapProgram& program, const programInstance& instance,
+                   const rmapRoute& route, const routeNumbers& numbers, tracer* trace) {
+    const matchTest* test = program.tests.data() + instance.firstTest;
+    for (uint32_t i = 0; i < instance.tests; i++, test++) {
+        bool holds;
+        const rmapNameValue* name = nullptr;
+        if (test->lists != nullptr) {
+            name = listThatHolds(*test, route);
+            holds = name != nullptr;
+        } else {
+            holds = numbersHold(program, *test, numbers);
+        }
+        if (trace->steps != nullptr)
+            trace->clause(
+                *test->entry, holds, name,
+                holds && test->lists == nullptr ? numberThatHolds(*test, numbers) : nullptr);
+        if (!holds) return false;
+    }
+    return true;
+}
+
+void applySets(const rmapInstance& instance, rmapRoute* out, tracer* trace) {
+    for (const rmapEntry* entry = instance.first; entry != nullptr; entry = entry->next) {
+        if (entry->header != 0 || (entry->cls != RTMAP_MS_SET && entry->cls != RTMAP_MS_V6_SET))
+            continue;
+        const setRow* row = rowOf(setRows, entry->code);
+        if (row == nullptr) continue;
+        row->apply(*entry, out);
+        trace->clause(*entry, true, entry->kind == RMAP_KIND_LIST ? entry->names : nullptr,
+                      entry->kind == RMAP_KIND_NUMBER ? entry->numbers : nullptr);
+    }
+}
+
+// Where the search goes on behind an instance that holds.
+size_t continuation(const rmapProgram& program, size_t at) {
+    const rmapEntry& clause = *program.instances[at].continues;
+    if (clause.continueTarget <= program.instances[at].seq) return at + 1;
+    auto target = std::lower_bound(
+        program.instances.begin(), program.instances.end(), clause.continueTarget,
+        [](const programInstance& instance, int32_t seq) { return instance.seq < seq; });
+    return static_cast<size_t>(target - program.instances.begin());
+}
+
+int check(const rmapList& map, const rmapRoute& route, rmapRoute* out, tracer trace) {
+    const rmapProgram& program = *programOf(map);
+    routeNumbers numbers;
+    numbers[FIELD_ORIGIN] = route.origin;
+    numbers[FIELD_ROUTE_TYPE] = route.routeType;
+    numbers[FIELD_IFINDEX] = route.ifindex;
+    numbers[FIELD_METRIC] = route.metric;
+    numbers[FIELD_TAG] = route.tag;
+
+    rmapRoute result;
+    bool permitted = false;
+    for (size_t at = 0; at < program.instances.size();) {
+        const programInstance& instance = program.instances[at];
+        trace.instance(instance);
+        if (!instanceHolds(program, instance, route, numbers, &trace)) {
+            at++;
+            continue;
+        }
+        trace.holds();
+        hitCountAdd(instance.instance->hits);
+        if (instance.action == RMAP_DENY) return 1;
+        if (!permitted) result = route;
+        permitted = true;
+        applySets(*instance.instance, &result, &trace);
+        if (instance.continues == nullptr) break;
+        trace.clause(*instance.continues, true, nullptr, instance.continues->numbers);
+        at = continuation(program, at);
+    }
+    if (!permitted) return 1;
+    if (out != nullptr) *out = std::move(result);
+    return 0;
+}
+
+}  // namespace
+
+int ipRoutemapCheck(const rmapList* map, const rmapRoute& route, rmapRoute* out,
+                    std::vector<rmapStep>* trace) {
+    if (map == nullptr) return 1;
+    try {
+        return check(*map, route, out, {trace});
+    } catch (const std::bad_alloc&) {
+        return 1;  // what cannot be evaluated is not let through
+    }
+}
+
+void rmapProgramDrop(rmapList* map) {
+    delete map->program;
+    map->program = nullptr;
+}
