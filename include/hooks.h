@@ -16,6 +16,12 @@ void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId,
 void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding);
 void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId);
 void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId);
+// The same for IPv6 lists, of which IPM keeps none.
+void aclV6SendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
+void aclV6SendEntToSNMP(aclList* list, const acl6Entry* entry, uint32_t messageId,
+                        const aclBinding* binding);
+void aclV6SendListToSYSADMTSK(aclList* list, uint32_t messageId);
+void aclV6SendEntToSYSADMTSK(aclList* list, const acl6Entry* entry, uint32_t messageId);
 
 // The member ports of a LAG in the order in which they joined, *count of them; null and 0 when the
 // LAG is not known or empty. Good until the lock is released.

@@ -48,12 +48,13 @@ enum bindingKind : uint32_t {
 
 struct aclBinding {
     aclBinding* next;
-    uint32_t id;         // interface index, task id, or VLAN-group id in the low byte
-    uint32_t instance;   // of a task
-    uint32_t caller;     // a task's own word
-    listName rmapName;   // route maps only
-    uint32_t kind;       // bindingKind
-    uint32_t direction;  // non-zero: egress
+    uint32_t id;          // interface index, task id, or VLAN-group id in the low byte
+    uint32_t instance;    // of a task
+    uint32_t caller;      // a task's own word
+    listName rmapName;    // route maps only
+    uint32_t references;  // route maps only: how many clauses name the list
+    uint32_t kind;        // bindingKind
+    uint32_t direction;   // non-zero: egress
     uint32_t implicitPermit;
     bindingBlock block;
 };

@@ -27,6 +27,7 @@ enum aclApp : uint32_t {
     APP_ACL_AGENT_CP = 165,
     APP_ACL2 = 166,
     APP_LDP = 185,
+    APP_MCAST = 190,  // a further multicast task
 };
 
 enum aclQueueKind : uint32_t { QUEUE_REQUEST = 1, QUEUE_RESPONSE = 2 };

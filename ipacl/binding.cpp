@@ -11,13 +11,9 @@
 #include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
-#include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
 
 namespace {
-
-constexpr uint32_t POOL_BINDING = 7;
-static_assert(sizeof(aclBinding) <= 708, "a binding record fills its pool class");
 
 struct interfaceName {
     char text[64];
@@ -29,31 +25,13 @@ struct interfaceName {
 // --- records -----------------------------------------------------------------------------------
 
 aclBinding* bindingAdd(aclList* list, const aclBindRequest& request) {
-    void* block = zekMC_M_memBlockVarAlloc(POOL_BINDING, ZEK_MEM_FLAGS, sizeof(aclBinding));
-    if (block == nullptr) return nullptr;
-    auto* binding = static_cast<aclBinding*>(std::memset(block, 0, sizeof(aclBinding)));
-    binding->kind = BIND_INTERFACE;
+    aclBinding* binding = aclBindingMake(list, BIND_INTERFACE);
+    if (binding == nullptr) return nullptr;
     binding->id = request.ifindex;
     binding->direction = request.direction;
     binding->implicitPermit = request.implicitPermit;
     binding->block = *request.block;
-    binding->next = list->bindings;
-    list->bindings = binding;
     return binding;
-}
-
-void bindingDrop(aclList* list, aclBinding* binding) {
-    aclBinding** link = &list->bindings;
-    while (*link != binding) link = &(*link)->next;
-    *link = binding->next;
-    zekMC_M_memBlockVarFree(binding);
-}
-
-// A list that exists only because it was bound goes with its last binding.
-void dropOrphan(aclList* list) {
-    if (list->placeholder == 0 || list->bindings != nullptr) return;
-    const listName name = list->name;
-    (void)ipAccessListDelete(name, list->kind);
 }
 
 // --- lines -------------------------------------------------------------------------------------
@@ -136,7 +114,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
                      "doesn't contain ifindex as its client, interface = %d, acl= " LIST_NAME_FMT
                      "\n",
                      static_cast<int>(r.ifindex), listNameArg(old->name));
-            if (fresh != nullptr) bindingDrop(list, fresh);
+            if (fresh != nullptr) aclBindingDrop(list, fresh);
             return ACL_OK;
         }
         // A generated list leaves the operator's line standing, out of force as it is: meant.
@@ -145,7 +123,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
         writeLine(intf, list, r);
         if (fresh != nullptr) {
             old->sendBlock = oldBinding->block;
-            bindingDrop(old, oldBinding);
+            aclBindingDrop(old, oldBinding);
         }
         // The old list leaves with the new request's implicit-permit word: meant.
         deleteFromInterface(old, place);
@@ -154,7 +132,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
     }
     slot = list;
     (void)aclSendToInterface(list, aclListAdded, place);
-    if (old != nullptr) dropOrphan(old);
+    if (old != nullptr) aclListDropUnused(old);
     setFreeForGroups(r.ifindex, r.direction, false);
     return ACL_OK;
 }
@@ -167,7 +145,7 @@ uint32_t makePlace(aclList* list, const aclBindRequest& r, aclBinding* fresh) {
     if (intf == nullptr) {
         // Without its bitmap the interface is not made but the binding stays, which is meant: the
         // next attempt finds it and goes on from here.
-        if (refused == intfRefused::record && fresh != nullptr) bindingDrop(list, fresh);
+        if (refused == intfRefused::record && fresh != nullptr) aclBindingDrop(list, fresh);
         return ACL_E_MEMORY;
     }
     intf->lists[INTF_V4][r.direction] = list;
@@ -246,7 +224,7 @@ uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request) {
     aclBinding* binding = aclInterfaceBinding(list, request.ifindex, request.direction);
     status = binding != nullptr ? applyAgain(list, intf, request, binding)
                                 : applyFirst(list, intf, request);
-    dropOrphan(list);  // made for a binding that did not come about
+    aclListDropUnused(list);  // made for a binding that did not come about
     return status;
 }
 
@@ -278,7 +256,7 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
                  listNameArg(list->name), ifindex);
     const int sent =
         aclSendToInterface(list, aclListDeleted, {ifindex, direction, binding->implicitPermit});
-    bindingDrop(list, binding);
-    dropOrphan(list);
+    aclBindingDrop(list, binding);
+    aclListDropUnused(list);
     return sent == 0 ? uint32_t{ACL_OK} : uint32_t{ACL_E_SYSTEM};
 }

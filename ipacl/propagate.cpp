@@ -26,7 +26,9 @@ int sendToPort(aclList* list, const aclChange& change, const aclPlace& place, ui
                : aclSendToAclAgent(list, port, 1, id, place.implicitPermit, pipe, 0);
 }
 
-void sendToTask(aclList* list, const aclChange& change, const aclBinding& binding) {
+}  // namespace
+
+void aclSendToTask(aclList* list, const aclChange& change, const aclBinding& binding) {
     switch (binding.id) {
         case APP_SNMP:
             if (change.entry != nullptr)
@@ -44,11 +46,9 @@ void sendToTask(aclList* list, const aclChange& change, const aclBinding& bindin
             if (change.ipm != 0) aclSendListToIPM(list, change.ipm, &binding);
             break;
         default:
-            break;  // every other task is told by the trigger alone
+            break;
     }
 }
-
-}  // namespace
 
 uint32_t aclPortPipe(uint32_t ifindex) {
     int slot = ifindexSlot(ifindex);
@@ -92,7 +92,7 @@ void aclPropagate(aclList* list, const aclChange& change) {
             if (change.entry == nullptr) list->sendBlock = b->block;
             (void)aclSendToInterface(list, change, {b->id, b->direction, b->implicitPermit});
         }
-        if (b->kind == BIND_TASK) sendToTask(list, change, *b);
+        if (b->kind == BIND_TASK) aclSendToTask(list, change, *b);
         // Groups are bound egress only and exist on this chassis alone.
         if (b->kind == BIND_VLAN_GROUP && aclNode->chassisMode == CHASSIS_WITH_VLAN_GROUPS)
             aclSendToVlanGroup(list, change.entry, b->id & 0xFF, change.egress);

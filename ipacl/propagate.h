@@ -28,6 +28,9 @@ struct aclPlace {
 };
 int aclSendToInterface(aclList* list, const aclChange& change, const aclPlace& place);
 
+// Sends to a management task that keeps copies; every other task is told by the trigger alone.
+void aclSendToTask(aclList* list, const aclChange& change, const aclBinding& binding);
+
 // The list's binding to an interface in one direction, or null.
 aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction);
 

@@ -12,9 +12,11 @@ namespace {
 // Tags under which the pool counts the records.
 constexpr uint32_t POOL_LIST = 0;
 constexpr uint32_t POOL_ENTRY = 3;
+constexpr uint32_t POOL_BINDING = 7;
 
 static_assert(sizeof(aclEntry) <= 192, "an entry record fills its pool class");
 static_assert(sizeof(aclList) <= 784, "a list record fills its pool class");
+static_assert(sizeof(aclBinding) <= 708, "a binding record fills its pool class");
 static_assert(offsetof(aclList, link) == 0);
 
 template <class Record>
@@ -91,6 +93,28 @@ aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint
         *change = listChange::configured;
     }
     return list;
+}
+
+aclBinding* aclBindingMake(aclList* list, bindingKind kind) {
+    auto* binding = recordMake<aclBinding>(POOL_BINDING);
+    if (binding == nullptr) return nullptr;
+    binding->kind = kind;
+    binding->next = list->bindings;
+    list->bindings = binding;
+    return binding;
+}
+
+void aclBindingDrop(aclList* list, aclBinding* binding) {
+    aclBinding** link = &list->bindings;
+    while (*link != binding) link = &(*link)->next;
+    *link = binding->next;
+    zekMC_M_memBlockVarFree(binding);
+}
+
+void aclListDropUnused(aclList* list) {
+    if (list->placeholder == 0 || list->bindings != nullptr) return;
+    const listName name = list->name;
+    (void)ipAccessListDelete(name, list->kind);
 }
 
 aclEntry* aclEntryMake(const ipEntryBlock& block, uint32_t log, uint32_t monitor) {

@@ -20,6 +20,14 @@ enum class listChange { none, created, configured };
 aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint32_t placeholder,
                        bool dupTrees, uint32_t* status, listChange* change);
 
+// --- bindings ---------------------------------------------------------------------------------
+
+// A zeroed record at the head of the list's chain, or null.
+aclBinding* aclBindingMake(aclList* list, bindingKind kind);
+void aclBindingDrop(aclList* list, aclBinding* binding);
+// A list that exists only because it was bound goes with its last binding.
+void aclListDropUnused(aclList* list);
+
 // --- entries ---------------------------------------------------------------------------------
 
 // A record outside every list, or null.

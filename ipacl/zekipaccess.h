@@ -120,6 +120,25 @@ uint32_t aclCheckForVlanAndMemberConfigurations(uint32_t ifindex, const bindingB
 uint32_t aclCheckVlanGrpClash(uint32_t ifindex, const bindingBlock* block, bool vlanOption);
 uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t ifindex);
 
+// --- clients (clients.cpp) -------------------------------------------------------------------
+// Tasks and route maps that use a list by name; the route maps' half is in include/client.h. A list
+// that does not exist is made as a placeholder, which goes with its last client. family: 1 = IPv4,
+// 2 = IPv6.
+
+// The list, or null after a system error (also for a family that has no store). A task and instance
+// registers once: a repeated registration changes nothing. SNMP, IPM and SYSADM are sent the
+// content of a configured list at once.
+aclList* aclAddTaskClient(uint32_t application, uint32_t instance, const listName& name,
+                          uint32_t caller, uint32_t family);
+// 0, also when there is no such list; -1 when the task is not registered.
+int aclDelTaskClient(uint32_t application, uint32_t instance, const listName& name,
+                     uint32_t family);
+// The same for the multicast tasks.
+aclList* aclAddTaskMcastClient(uint32_t application, uint32_t instance, const listName& name,
+                               uint32_t caller, uint32_t family);
+int aclDelTaskMcastClient(uint32_t application, uint32_t instance, const listName& name,
+                          uint32_t family);
+
 // --- configuration text (cfgtext.cpp) --------------------------------------------------------
 // `remove` 0 writes, 1 removes. Lists named "sgAcl_..." are never written. Database errors are
 // debug output only.

@@ -46,20 +46,6 @@ uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t) {
     return 0;
 }
 
-// Clients cannot register yet, so a list has nobody to tell.
-int aclTrigger(aclList* list, uint32_t ipv6) {
-    if (list == nullptr) return 0;
-    aclDebug(DEBUG_ACL_TRIGGER,
-             "Preparing to send triggers to clients for %s ACL " LIST_NAME_FMT "\n",
-             ipv6 != 0 ? "IPv6" : "IP", listNameArg(list->name));
-    return 0;
-}
-void aclSendListToSNMP(aclList*, uint32_t, const aclBinding*) {}
-void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
-void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
-void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
-void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
-
 // Route maps: nobody can name one yet.
 rmapList* ipRmapListFind(const listName&) {
     return nullptr;

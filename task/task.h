@@ -68,6 +68,11 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message);
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);
 
+// --- registrations of clients (clientReg.cpp) ------------------------------------------------
+
+// The handler of 14442 to 14457: the result goes into the message. 0 or -1.
+int aclHandleClient(aclNodeRecord* node, uint8_t* message);
+
 // --- replies (reply.cpp) ---------------------------------------------------------------------
 
 void AclIpcReply(uint32_t queue, uint8_t* message);

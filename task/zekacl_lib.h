@@ -49,6 +49,19 @@ struct aclExtFamily<Kind, V4Operation, V6Operation> {
     }
 };
 
+// A client of a list is registered or taken back, after a debug line that says so.
+void printAddDelTaskClient(const char* wrapper, bool add, uint32_t application);
+template <auto Operation>
+struct aclExtClient {
+    const char* name;
+    bool add;
+    template <class... Args>
+    auto operator()(uint32_t application, Args&&... args) const {
+        printAddDelTaskClient(name, add, application);
+        return aclExt<aclLock::write, Operation>{}(application, std::forward<Args>(args)...);
+    }
+};
+
 // Create operations (out status last), of one family or of two.
 template <auto Operation>
 struct aclExtCreate;
@@ -100,6 +113,10 @@ inline constexpr aclExt<aclLock::write, ipSysAddAccessEntry>                    
 inline constexpr aclExt<aclLock::write, ipSysDelAccessEntry>                                    ipSysDelAccessEntryExt;
 inline constexpr aclExt<aclLock::write, ipSysAddThirteenAccessEntry>                            ipSysAddThirteenAccessEntryExt;
 inline constexpr aclExt<aclLock::write, ipSysDelThirteenAccessEntry>                            ipSysDelThirteenAccessEntryExt;
+inline constexpr aclExtClient<aclAddTaskClient>                                                 aclAddTaskClientExt{"aclAddTaskClientExt", true};
+inline constexpr aclExtClient<aclDelTaskClient>                                                 aclDelTaskClientExt{"aclDelTaskClientExt", false};
+inline constexpr aclExtClient<aclAddTaskMcastClient>                                            aclAddTaskMcastClientExt{"aclAddTaskMcastClientExt", true};
+inline constexpr aclExtClient<aclDelTaskMcastClient>                                            aclDelTaskMcastClientExt{"aclDelTaskMcastClientExt", false};
 inline constexpr aclExt<aclLock::write, aclClearIpAclByName>                                    aclClearIpAclExt;
 inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                                       aclClearIpAclAllExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;

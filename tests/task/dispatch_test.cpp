@@ -48,7 +48,6 @@ TEST_F(Dispatch, EveryTypeIsAnsweredAsItsSenderExpects) {
         {10896, 10896, acknowledged},
         {14435, 14435, exchanged},
         {14436, 14436, acknowledged},
-        {14442, 14457, failed},
         {14469, 14472, inStatus},
         {14474, 14474, acknowledged},
         {14480, 14483, inStatus},

@@ -1,0 +1,135 @@
+// Registrations as they come, and the walk that tells the clients of an access list.
+#include "include/clientMsg.h"
+#include "include/hooks.h"
+#include "tests/task/fixture.h"
+
+namespace {
+
+const listName lan = listNameMake("lan");
+
+struct ClientMessages : TaskTest {
+    void SetUp() override {
+        TaskTest::SetUp();
+        for (auto app : {APP_OSPF, APP_IGMP, APP_DSMGR, APP_RTM})
+            testHost.addresses[{app, 0}] = OWN_CARD;
+        testHost.addresses[{190, 1}] = OWN_CARD;
+    }
+    void TearDown() override {
+        if (aclList* list = ipAccessListFind(lan)) {
+            while (aclBinding* b = list->bindings) {
+                list->bindings = b->next;
+                if (b->kind == BIND_TASK) zekMC_M_memBlockVarFree(b);
+            }
+        }
+        TaskTest::TearDown();
+    }
+    std::vector<uint8_t> registration(uint32_t type, uint32_t app, uint32_t instance = 0,
+                                      uint32_t pairs = 0, size_t length = sizeof(clientRegReq)) {
+        auto bytes = message(type, length);
+        auto* request = reinterpret_cast<clientRegReq*>(bytes.data());
+        request->pairCount = pairs;
+        request->application = app;
+        request->instance = instance;
+        request->name = lan;
+        return bytes;
+    }
+    // Word 16 of the one answer, which is the request with its triples exchanged.
+    uint32_t result(const std::vector<uint8_t>& bytes) {
+        auto sent = deliver(bytes);
+        if (sent.size() != 1 || sent[0].size() != bytes.size()) return 0xDEAD;
+        const auto* hdr = reinterpret_cast<const ipcHdr*>(sent[0].data());
+        EXPECT_EQ(uint32_t{hdr->source.svce}, CLIENT_SERVICE);
+        return hdr->result;
+    }
+};
+
+}  // namespace
+
+TEST_F(ClientMessages, RegisterAndUnregisterThroughTheWrapperOfTheirKind) {
+    DEBUG_ACL_MGR = DEBUG_ACL_TRIGGER;
+    struct {
+        uint32_t type, app, instance, result;
+        const char* said;
+    } table[] = {
+        {14442, 64, 0, 0, "aclAddTaskClientExt: add client OSPF"},
+        {14442, 140, 0, 0, "aclAddTaskMcastClientExt: add client IGMP"},
+        {14442, 190, 1, 0, "aclAddTaskMcastClientExt: add client Unknown task"},
+        {14443, 64, 7, CLIENT_REG_FAILED, "aclDelTaskClientExt: delete client OSPF"},
+        {14443, 190, 0, CLIENT_REG_FAILED, "aclDelTaskMcastClientExt: delete client Unknown task"},
+        {14443, 190, 1, 0, "aclDelTaskMcastClientExt: delete client Unknown task"},
+        {14443, 140, 0, 0, "aclDelTaskMcastClientExt: delete client IGMP"},
+        {14443, 64, 0, 0, "aclDelTaskClientExt: delete client OSPF"},
+        {14443, 64, 0, 0, "aclDelTaskClientExt: delete client OSPF"},  // the list is gone
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.said);
+        EXPECT_EQ(result(registration(row.type, row.app, row.instance)), row.result);
+        EXPECT_TRUE(said(row.said));
+    }
+    EXPECT_EQ(ipAccessListFind(lan), nullptr);
+    // Every kind answers, built or not; a list of another kind is never touched.
+    for (uint32_t type = 14444; type <= 14457; type++) {
+        uint32_t got = result(registration(type, APP_BGP));
+        EXPECT_TRUE(got == 0 || got == CLIENT_REG_FAILED) << type;
+        EXPECT_EQ(ipAccessListFind(lan), nullptr);
+    }
+}
+
+TEST_F(ClientMessages, APairCountThatLiesIsRefused) {
+    struct {
+        uint32_t pairs;
+        size_t length;
+        uint32_t result;
+    } table[] = {{1, 228, CLIENT_REG_FAILED},
+                 {1, 220 + 63, CLIENT_REG_FAILED},
+                 {0xFFFFFFFF, 8192, CLIENT_REG_FAILED},
+                 {0x04000000, 8192, CLIENT_REG_FAILED},
+                 {1, 212, CLIENT_REG_FAILED},
+                 {124, 220 + 123 * 64, CLIENT_REG_FAILED},
+                 {0, 212, 0},
+                 {1, 220 + 64, 0},
+                 {124, 220 + 124 * 64, 0}};
+    uint64_t refused = 0;
+    for (const auto& row : table) {
+        SCOPED_TRACE(std::to_string(row.pairs) + " in " + std::to_string(row.length));
+        EXPECT_EQ(result(registration(14442, APP_OSPF, 0, row.pairs, row.length)), row.result);
+        refused += row.result != 0;
+        EXPECT_EQ(aclCounters.truncated, refused);
+        EXPECT_EQ(ipAccessListFind(lan) != nullptr, row.result == 0);
+    }
+}
+
+TEST_F(ClientMessages, ATriggerReachesTheTasksAndStopsAtTheFirstThatCannotBeSent) {
+    for (auto [app, instance] : {std::pair(80u, 0u), {94u, 0u}, {190u, 1u}})
+        ASSERT_EQ(result(registration(14442, app, instance)), 0u);
+    uint32_t status = 0;
+    aclList* list = ipAccessListCreate(lan, IP_KIND_STANDARD, 1, &status);
+    aclBinding port{}, group{}, odd{};
+    port.kind = BIND_INTERFACE;
+    group.kind = BIND_VLAN_GROUP;
+    odd.kind = 9;
+    for (aclBinding* b : {&port, &group, &odd}) {
+        b->next = list->bindings;
+        list->bindings = b;
+    }
+    testTake();
+    EXPECT_EQ(aclTrigger(nullptr, 0), 0);
+    EXPECT_EQ(aclTrigger(list, 0), 0);
+    // Newest first; 190 does not answer and has no print name.
+    EXPECT_EQ(testTake(),
+              (std::vector<std::string>{"syserr 0x50005 Error in ACL Trigger client type\n",
+                                        "send 14460 to 24325 length 292",
+                                        "syserr 0x50005 Error in task id for ACL client\n",
+                                        "swp 2 14460 length 292", "swp 1 14460 length 292"}));
+    DEBUG_ACL_MGR = DEBUG_ACL_TRIGGER;
+    testHost.addresses.erase({APP_DSMGR, 0});
+    EXPECT_EQ(aclTrigger(list, 1), -1);
+    auto rows = testTakeRows();
+    ASSERT_GE(rows.size(), 2u);
+    EXPECT_NE(rows[0].text.find("clients for IPv6 ACL lan\n"), std::string::npos);
+    EXPECT_EQ(rows.back().text, "syserr 0x50005 Error in sending Acl Trigger \n");
+    EXPECT_TRUE(std::ranges::none_of(
+        rows, [](const testRow& row) { return row.text.starts_with("swp 1 "); }));
+    EXPECT_TRUE(std::ranges::any_of(
+        rows, [](const testRow& row) { return row.text == "send 14529 to 24325 length 292"; }));
+}
