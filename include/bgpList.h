@@ -20,40 +20,40 @@ constexpr size_t BGP_LIST_KINDS = 3;
 
 constexpr uint32_t BGP_DENY = 1;  // any other action permits
 
-// Which of the bodies follows is the list's kind.
+// The body that follows depends on the list's kind. It is what two entries are compared by, byte by
+// byte, and the key of the content tree.
 struct bgpEntry {
     bgpEntry* next;
     bgpEntry* prev;
-    zekRadixNode same;    // content tree; the key is the body, or the part of it that is compared
-    uint32_t id;          // the list's counter at insertion, never reused while it has entries
+    zekRadixNode same;    // content tree
+    uint32_t id;          // the list's counter at insertion, ascending along the chain
     uint32_t action;      // BGP_DENY, or permit
     uint32_t kind;        // commEntryKind; COMM_REGEXP on AS-path lists
     zekbgp_regex* regex;  // COMM_REGEXP only
 };
 
 struct aspathEntry : bgpEntry {
-    uint32_t option;  // part of the entry's identity
-    uint32_t length;  // of the text
-    char text[];      // the expression as it was typed, NUL-terminated
+    be32 ruleAction;  // `action` as a part of the content
+    be32 option;      // the request's match-option word
+    char text[];      // the expression as it was typed; the NUL behind it is not compared
 };
 
 struct commEntry : bgpEntry {
     commEntryBlock block;  // as it came, but the handle is 0 and the count at most its limit
 };
 
-// What two extended-community entries are compared by.
 struct extCommRule {
     be32 action;
-    extCommBody body;
+    extCommBody body;  // the count is at most its limit
 };
 struct extCommEntry : bgpEntry {
-    extCommRule rule;  // the count is at most its limit
+    extCommRule rule;
 };
 
 struct bgpList : policyList {
     bgpListKind kind;
     bgpEntry* head;
     bgpEntry* tail;
-    zekRadix* same;
+    zekRadix* same;  // content tree
     bgpIndex* index;
 };

@@ -10,7 +10,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "include/bgpList.h"
 
@@ -28,7 +27,7 @@ bgpList* bgpExtCommListFind(const listName& name);
 
 // *decided is the entry that decided, null for the implicit deny; may be null. `list` may be null.
 //
-// The path as bgpAspathText writes it.
+// The path as aspath_make_str_count writes it.
 int aspathListCheck(const bgpList* list, std::string_view path, const bgpEntry** decided);
 // Communities in host order, in any order. An entry of values matches when all of its values are
 // there; with `exact`, when moreover nothing else is there. An expression is searched for in the
@@ -82,6 +81,14 @@ std::string bgpExtCommToStr(const extCommValue& value);
 // "rt 65000:1 soo 192.0.2.1:7": what expressions of extended-community lists are searched for in.
 std::string bgpExtCommunityText(std::span<const extCommValue> communities);
 
+// The values of a value entry, in host order: number, listed ones, well-known ones. None for an
+// expression.
+struct commValues {
+    uint32_t values[COMM_LIST_VALUES + 4];
+    uint32_t count;
+};
+commValues bgpEntryCommunities(const commEntryBlock& block);
+
 // --- the index beside a list
 // -------------------------------------------------------------------------
 //
@@ -96,5 +103,3 @@ void bgpIndexFree(bgpIndex* index);      // null is allowed
 void bgpIndexRemove(bgpIndex* index, bgpListKind kind, const bgpEntry* entry);
 // The entry at a position from 0, null behind the last one.
 const bgpEntry* bgpIndexAt(const bgpIndex* index, size_t position);
-// An entry's values in host order, well-known ones included; empty for an expression.
-std::vector<uint32_t> bgpEntryCommunities(const commEntry& entry);
