@@ -1,7 +1,9 @@
 // The clients of AS-path and community lists.
 #include <algorithm>
+#include <string>
 
 #include "include/debug.h"
+#include "include/routeMapNames.h"
 #include "include/service.h"
 #include "policy/bgplist.h"
 #include "policy/zekbgp_plcy.h"
@@ -87,11 +89,11 @@ struct clauseRow {
     uint32_t code;
     bgpListKind kind;
 };
-constexpr clauseRow aspathClauses[] = {{1, BGP_ASPATH}};
+constexpr clauseRow aspathClauses[] = {{RTMAP_MATCH_ASP, BGP_ASPATH}};
 constexpr clauseRow communityClauses[] = {
-    {4, BGP_COMM},
-    {6, BGP_COMM},  // exact
-    {125, BGP_EXTCOMM},
+    {RTMAP_MATCH_COMM, BGP_COMM},
+    {RTMAP_MATCH_COMM_EXACT, BGP_COMM},
+    {RTMAP_MATCH_EXT_COMM, BGP_EXTCOMM},
 };
 
 typedef std::span<const clauseRow> clauseRows;

@@ -7,6 +7,7 @@
 #include "download/zekacl_download.h"
 #include "include/cliMsg.h"
 #include "include/interface.h"
+#include "include/policyMsg.h"
 #include "platform/api/zekMem.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -111,6 +112,60 @@ uint32_t showIpAclAll(cliCall& call) {
     return aclShowIpAclAllExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
 }
 
+// --- AS-path and community lists ---
+
+uint32_t aspathListCreate(cliCall& call) {
+    return bgpASPAccessListCreateExt(call.name(), 0u);
+}
+uint32_t aspathListDelete(cliCall& call) {
+    return bgpASPAccessListDeleteExt(call.name());
+}
+aspathRule aspathRuleOf(const cliAspathReq* req) {
+    return {{req->text, strnlen(req->text, sizeof req->text)}, req->option};
+}
+uint32_t aspathEntryAdd(cliCall& call) {
+    const auto* req = call.as<cliAspathReq>();
+    return bgpAddASPAccessEntryExt(call.name(), uint32_t{req->action}, aspathRuleOf(req));
+}
+uint32_t aspathEntryDelete(cliCall& call) {
+    const auto* req = call.as<cliAspathReq>();
+    return bgpDelASPAccessEntryExt(call.name(), uint32_t{req->action}, aspathRuleOf(req), 1u);
+}
+uint32_t commListCreate(cliCall& call) {
+    return bgpCommAccessListCreateExt(call.name(), 0u);
+}
+uint32_t commListDelete(cliCall& call) {
+    return bgpCommAccessListDeleteExt(call.name());
+}
+uint32_t commEntryAdd(cliCall& call) {
+    return bgpAddCommAccessEntryExt(call.name(), call.as<cliCommReq>()->entry);
+}
+uint32_t commEntryDelete(cliCall& call) {
+    return bgpDelCommAccessEntryExt(call.name(), call.as<cliCommReq>()->entry);
+}
+uint32_t extCommListCreate(cliCall& call) {
+    return bgpExtCommListCreateExt(call.name(), 0u);
+}
+uint32_t extCommListDelete(cliCall& call) {
+    return bgpExtCommListDeleteExt(call.name());
+}
+uint32_t extCommEntryAdd(cliCall& call) {
+    return bgpAddExtCommListEntryExt(call.name(), call.as<cliExtCommReq>()->entry);
+}
+uint32_t extCommEntryDelete(cliCall& call) {
+    return bgpDelExtCommListEntryExt(call.name(), call.as<cliExtCommReq>()->entry);
+}
+template <const auto& Show>
+uint32_t showPages(cliCall& call) {
+    auto* req = call.as<cliShowReq>();
+    uint32_t resume = req->resume;
+    return Show(listNameMake(req->name), &resume, &call.buffer, &call.size);
+}
+template <const auto& Show>
+uint32_t showWhole(cliCall& call) {
+    return Show(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
+}
+
 // --- the table ---------------------------------------------------------------------------------
 
 enum cliFlag : uint32_t {
@@ -142,9 +197,18 @@ constexpr cliRow cliTable[] = {
     {1005, 1005, "create DoS list",               LIST,  dosListCreate},
     {1006, 1006, "delete DoS entry",              ENTRY, dosEntryDelete},
     {1007, 1007, "add DoS entry",                 ENTRY, dosEntryAdd},
-    {1008, 1011, "AS-path lists",                 CLI,   nullptr},
-    {1012, 1015, "community lists",               CLI,   nullptr},
-    {1016, 1019, "extended-community lists",      CLI,   nullptr},
+    {1008, 1008, "delete AS-path list",           CLI,   aspathListDelete},
+    {1009, 1009, "delete AS-path entry",          sizeof(cliAspathReq), aspathEntryDelete},
+    {1010, 1010, "create AS-path list",           CLI,   aspathListCreate},
+    {1011, 1011, "add AS-path entry",             sizeof(cliAspathReq), aspathEntryAdd},
+    {1012, 1012, "delete community list",         CLI,   commListDelete},
+    {1013, 1013, "delete community entry",        sizeof(cliCommReq), commEntryDelete},
+    {1014, 1014, "create community list",         CLI,   commListCreate},
+    {1015, 1015, "add community entry",           sizeof(cliCommReq), commEntryAdd},
+    {1016, 1016, "create extended-community list", CLI,  extCommListCreate},
+    {1017, 1017, "add extended-community entry",  sizeof(cliExtCommReq), extCommEntryAdd},
+    {1018, 1018, "delete extended-community entry", sizeof(cliExtCommReq), extCommEntryDelete},
+    {1019, 1019, "delete extended-community list", CLI,  extCommListDelete},
     {1020, 1025, "route maps",                    CLI,   nullptr},
     {1030, 1030, "clear IP ACL counters",         CLI,   clearIpAcl},
     {1031, 1031, "clear all IP ACL counters",     76,    clearIpAclAll},
@@ -160,9 +224,12 @@ constexpr cliRow cliTable[] = {
     {1083, 1086, "show IPv4 prefix lists",        CLI,   nullptr},
     {1087, 1088, "show route maps",               CLI,   nullptr},
     {1090, 1090, "show route-map configuration",  CLI,   nullptr},
-    {1091, 1092, "show AS-path lists",            CLI,   nullptr},
-    {1093, 1094, "show community lists",          CLI,   nullptr},
-    {1095, 1096, "show extended-community lists", CLI,   nullptr},
+    {1091, 1091, "show all AS-path lists",        SHOW,  showPages<aclShowASPathListAllExt>},
+    {1092, 1092, "show AS-path list",             SHOW,  showPages<aclShowASPathListExt>},
+    {1093, 1093, "show all community lists",      SHOW,  showWhole<aclShowIpCommListAllExt>},
+    {1094, 1094, "show community list",           SHOW,  showWhole<aclShowIpCommListExt>},
+    {1095, 1095, "show all extended-community lists", SHOW, showWhole<aclShowIpExtCommListAllExt>},
+    {1096, 1096, "show extended-community list",  SHOW,  showWhole<aclShowIpExtCommListExt>},
     {1098, 1099, "MAC entries",                   CLI,   nullptr},
     {1100, 1101, "egress MAC ACL setting",        76,    nullptr},
     {1102, 1103, "MAC lists",                     CLI,   nullptr},

@@ -1,6 +1,5 @@
 // What the debug shell can ask of the manager. Functions run on the task's thread, between two
 // messages; results are JSON unless their help says text.
-#include <charconv>
 #include <chrono>
 #include <optional>
 #include <string>
@@ -12,6 +11,7 @@
 #include "include/jsonText.h"
 #include "include/service.h"
 #include "platform/api/zekTask.h"
+#include "task/debugWords.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -89,38 +89,6 @@ std::string showSystem(std::string_view) {
 
 // --- test-ip-filter -----------------------------------------------------------------------------
 
-std::vector<std::string_view> splitWords(std::string_view text) {
-    std::vector<std::string_view> words;
-    for (size_t at = 0; at < text.size();) {
-        size_t begin = text.find_first_not_of(" \t\r\n", at);
-        if (begin == text.npos) break;
-        size_t end = std::min(text.find_first_of(" \t\r\n", begin), text.size());
-        words.push_back(text.substr(begin, end - begin));
-        at = end;
-    }
-    return words;
-}
-
-std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max) {
-    uint32_t value = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value > max) return {};
-    return value;
-}
-
-std::optional<uint32_t> parseDotted(std::string_view text) {
-    uint32_t address = 0;
-    for (int i = 0; i < 4; i++) {
-        size_t end = i < 3 ? text.find('.') : text.size();
-        if (end == text.npos) return {};
-        auto byte = parseNumber(text.substr(0, end), 255);
-        if (!byte) return {};
-        address = address << 8 | *byte;
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return address;
-}
-
 std::optional<uint32_t> parseProtocol(std::string_view word) {
     if (word == "tcp") return IP_PROTO_TCP;
     if (word == "udp") return IP_PROTO_UDP;
@@ -186,10 +154,6 @@ std::string parsePacket(const std::vector<std::string_view>& words, ipPacket* pa
     return {};
 }
 
-std::string errorJson(std::string_view text) {
-    return jsonObject().string("error", text).text();
-}
-
 // The verdict of a list for a packet, with the entry that decided.
 std::string testIpFilter(std::string_view args) {
     auto words = splitWords(args);
@@ -246,4 +210,5 @@ void aclRegisterDebugFunctions() {
     zekDebugRegister("clients", "how the clients of lists were told of changes", dumpClients);
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
     aclRegisterInstalledFunctions();
+    aclRegisterBgpFunctions();
 }

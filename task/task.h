@@ -1,6 +1,7 @@
 // What the files of the task share: start-up, registration, dispatch, replies.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -125,4 +126,11 @@ std::string aclClientsDump();                     // JSON: how each client was t
 
 void aclRegisterDebugFunctions();
 void aclRegisterInstalledFunctions();  // installed.cpp
+void aclRegisterBgpFunctions();        // bgpChecks.cpp
+
+// Evaluates the AS-path list of that number against a path of `count` AS numbers, as a sequence and
+// again as a set; appends the path and the verdict as text. The verdict; 0 when count is above 4.
+constexpr size_t AS_CHECK_MAX = 4;
+int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint32_t listId,
+              std::string* out);
 std::string aclDumpNode(const aclNodeRecord* node);

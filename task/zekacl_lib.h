@@ -16,6 +16,7 @@
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekLock.h"
 #include "platform/policylib/zekPolicy.h"
+#include "policy/zekbgp_plcy.h"
 
 enum class aclLock { read, write };
 
@@ -65,7 +66,7 @@ struct aclExtClient {
 // Create operations (out status last), of one family or of two.
 template <auto Operation>
 struct aclExtCreate;
-template <class... Args, aclList* (*Operation)(Args...)>
+template <class List, class... Args, List* (*Operation)(Args...)>
 struct aclExtCreate<Operation> {
     template <class... Given>
     uint32_t operator()(Given&&... given) const {
@@ -122,4 +123,22 @@ inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                       
 inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAclAll>                                         aclShowIpAclAllExt;
 inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
+inline constexpr aclExtCreate<bgpASPAccessListCreate>                                           bgpASPAccessListCreateExt;
+inline constexpr aclExt<aclLock::write, bgpASPAccessListDelete>                                 bgpASPAccessListDeleteExt;
+inline constexpr aclExt<aclLock::write, bgpAddASPAccessEntry>                                   bgpAddASPAccessEntryExt;
+inline constexpr aclExt<aclLock::write, bgpDelASPAccessEntry>                                   bgpDelASPAccessEntryExt;
+inline constexpr aclExtCreate<bgpCommAccessListCreate>                                          bgpCommAccessListCreateExt;
+inline constexpr aclExt<aclLock::write, bgpCommAccessListDelete>                                bgpCommAccessListDeleteExt;
+inline constexpr aclExt<aclLock::write, bgpAddCommAccessEntry>                                  bgpAddCommAccessEntryExt;
+inline constexpr aclExt<aclLock::write, bgpDelCommAccessEntry>                                  bgpDelCommAccessEntryExt;
+inline constexpr aclExtCreate<bgpExtCommListCreate>                                             bgpExtCommListCreateExt;
+inline constexpr aclExt<aclLock::write, bgpExtCommListDelete>                                   bgpExtCommListDeleteExt;
+inline constexpr aclExt<aclLock::write, bgpAddExtCommListEntry>                                 bgpAddExtCommListEntryExt;
+inline constexpr aclExt<aclLock::write, bgpDelExtCommListEntry>                                 bgpDelExtCommListEntryExt;
+inline constexpr aclExt<aclLock::read, aclShowASPathList>                                       aclShowASPathListExt;
+inline constexpr aclExt<aclLock::read, aclShowASPathListAll>                                    aclShowASPathListAllExt;
+inline constexpr aclExt<aclLock::read, aclShowIpCommList>                                       aclShowIpCommListExt;
+inline constexpr aclExt<aclLock::read, aclShowIpCommListAll>                                    aclShowIpCommListAllExt;
+inline constexpr aclExt<aclLock::read, aclShowIpExtCommList>                                    aclShowIpExtCommListExt;
+inline constexpr aclExt<aclLock::read, aclShowIpExtCommListAll>                                 aclShowIpExtCommListAllExt;
 // clang-format on

@@ -1,0 +1,187 @@
+// Evaluation of AS-path and community lists for others: the exported entry points, and the check
+// commands of the debug shell.
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "include/bgpExports.h"
+#include "platform/api/zekTask.h"
+#include "task/debugWords.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+int bgpAccessASPMatchFinExt(uint32_t listId, const void* attribute, uint32_t length) {
+    return aclExt<aclLock::read, bgpAccessASPMatchFin>{}(listId, attribute, length);
+}
+int bgpAccessCommMatchFinExt(uint32_t listId, const void* attribute, uint32_t length) {
+    return aclExt<aclLock::read, bgpAccessCommMatchFin>{}(listId, attribute, length);
+}
+int bgpAccessCommMatchFinWithHandleExt(const bgpList* list, const void* attribute,
+                                       uint32_t length) {
+    return aclExt<aclLock::read, bgpAccessCommMatchFinWithHandle>{}(list, attribute, length);
+}
+
+int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint32_t listId,
+              std::string* out) {
+    if (count > as.size()) return 0;
+    constexpr uint8_t AS_PATH = 2, AS_SET = 1, AS_SEQUENCE = 2;
+    std::vector<uint8_t> attribute{0, AS_PATH, static_cast<uint8_t>(4 + 4 * count)};
+    for (uint8_t segment : {AS_SEQUENCE, AS_SET}) {
+        attribute.push_back(segment);
+        attribute.push_back(static_cast<uint8_t>(count));
+        for (uint32_t i = 0; i < count; i++) {
+            attribute.push_back(static_cast<uint8_t>(as[i] >> 8));
+            attribute.push_back(static_cast<uint8_t>(as[i]));
+        }
+    }
+    const auto length = static_cast<uint32_t>(attribute.size());
+    char text[2048] = "";
+    if (aspath_make_str_count(attribute.data(), length, text, sizeof text) >=
+        static_cast<int>(sizeof text))
+        *out += "Error! aspath_make_str_count returns aspathstr with size greater than 2048\n";
+    *out += std::string(text) + "\n";
+    int verdict = bgpAccessASPMatchFinExt(listId, attribute.data(), length);
+    *out += verdict == BGP_VERDICT_DENY ? "drop\n" : "matched, permit\n";
+    return verdict;
+}
+
+namespace {
+
+// The two sides of HIGH:LOW.
+struct pairText {
+    std::string_view high, low;
+};
+pairText splitPair(std::string_view word) {
+    const size_t colon = word.find(':');
+    if (colon == word.npos) return {};
+    return {word.substr(0, colon), word.substr(colon + 1)};
+}
+
+// HIGH:LOW, a well-known name, or the value as one number.
+std::optional<uint32_t> parseCommunity(std::string_view word) {
+    if (word == "no-export") return COMMUNITY_NO_EXPORT;
+    if (word == "no-advertise") return COMMUNITY_NO_ADVERTISE;
+    if (word == "local-AS") return COMMUNITY_LOCAL_AS;
+    if (word.find(':') == word.npos) return parseNumber(word, 0xFFFFFFFF);
+    auto [highText, lowText] = splitPair(word);
+    auto high = parseNumber(highText, 0xFFFF);
+    auto low = parseNumber(lowText, 0xFFFF);
+    if (!high || !low) return {};
+    return *high << 16 | *low;
+}
+
+// AS:NUMBER or ADDRESS:NUMBER as a route target or site of origin; the type follows from the front.
+std::optional<extCommValue> parseExtCommunity(std::string_view word, extCommSelector selector) {
+    auto [front, back] = splitPair(word);
+    uint8_t type = 0;
+    std::optional<uint32_t> high = parseDotted(front), low;
+    if (high) {
+        type = 1;
+        low = parseNumber(back, 0xFFFF);
+    } else {
+        high = parseNumber(front, 0xFFFFFFFF);
+        if (high && *high > 0xFFFF) type = 2;
+        low = parseNumber(back, type == 0 ? 0xFFFFFFFF : 0xFFFF);
+    }
+    if (!high || !low) return {};
+    const uint64_t value = type == 0 ? uint64_t{*high} << 32 | *low : uint64_t{*high} << 16 | *low;
+    extCommValue out{{type, static_cast<uint8_t>(selector)}};
+    for (size_t i = 0; i < 6; i++) out.b[2 + i] = static_cast<uint8_t>(value >> (40 - 8 * i));
+    return out;
+}
+
+// The verdict of a list and the line of the entry that decided.
+template <class Check>
+std::string testList(bgpList* (*find)(const listName&), uint32_t noList, std::string_view name,
+                     Check check) {
+    aclLockHeld<aclLock::read> held;
+    const bgpList* list = find(listNameMake(name));
+    if (list == nullptr || list->placeholder != 0) return errorJson(aclStatusFind(noList)->text);
+    const bgpEntry* decided = nullptr;
+    const int verdict = check(list, &decided);
+    jsonObject answer;
+    answer.string("verdict", verdict == BGP_VERDICT_DENY ? "deny" : "permit");
+    if (decided == nullptr) return answer.raw("entry", "null").text();
+    return answer.string("entry", bgpEntryLine(list->kind, decided)).text();
+}
+
+std::string testAspath(std::string_view args) {
+    auto words = splitWords(args);
+    if (words.empty()) return errorJson("usage: NAME PATH");
+    std::string path;
+    for (size_t i = 1; i < words.size(); i++) path += (i > 1 ? " " : "") + std::string(words[i]);
+    return testList(bgpASPAccessListFind, ACL_E_ASPATH_NOLIST, words[0],
+                    [&](const bgpList* list, const bgpEntry** decided) {
+                        return aspathListCheck(list, path, decided);
+                    });
+}
+
+constexpr char COMMUNITY_USAGE[] = "NAME [HIGH:LOW|NUMBER|no-export|...]... [exact]";
+
+std::string testCommunity(std::string_view args) {
+    auto words = splitWords(args);
+    if (words.empty()) return errorJson(std::string("usage: ") + COMMUNITY_USAGE);
+    const bool exact = words.back() == "exact";
+    std::vector<uint32_t> communities;
+    for (size_t i = 1; i < words.size() - (exact ? 1 : 0); i++) {
+        auto community = parseCommunity(words[i]);
+        if (!community) return errorJson("not a community: " + std::string(words[i]));
+        communities.push_back(*community);
+    }
+    return testList(bgpCommAccessListFind, ACL_E_COMM_NOLIST, words[0],
+                    [&](const bgpList* list, const bgpEntry** decided) {
+                        return commListCheck(list, communities, exact, decided);
+                    });
+}
+
+constexpr char EXTCOMMUNITY_USAGE[] = "NAME [rt|soo AS:NUMBER|ADDRESS:NUMBER...]...";
+
+std::string testExtCommunity(std::string_view args) {
+    auto words = splitWords(args);
+    if (words.empty()) return errorJson(std::string("usage: ") + EXTCOMMUNITY_USAGE);
+    std::vector<extCommValue> communities;
+    extCommSelector selector = EXTCOMM_RT;
+    for (size_t i = 1; i < words.size(); i++) {
+        if (words[i] == "rt" || words[i] == "soo") {
+            selector = words[i] == "rt" ? EXTCOMM_RT : EXTCOMM_SOO;
+            continue;
+        }
+        auto community = parseExtCommunity(words[i], selector);
+        if (!community) return errorJson("not an extended community: " + std::string(words[i]));
+        communities.push_back(*community);
+    }
+    return testList(bgpExtCommListFind, ACL_E_EXTCOMM_NOLIST, words[0],
+                    [&](const bgpList* list, const bgpEntry** decided) {
+                        return extCommListCheck(list, communities, decided);
+                    });
+}
+
+constexpr char AS_CHECK_USAGE[] = "COUNT AS1 AS2 AS3 AS4 LIST (text)";
+
+std::string asCheck(std::string_view args) {
+    auto words = splitWords(args);
+    uint32_t numbers[AS_CHECK_MAX + 2];
+    bool understood = words.size() == std::size(numbers);
+    for (size_t i = 0; understood && i < words.size(); i++) {
+        const bool isAs = i >= 1 && i <= AS_CHECK_MAX;
+        auto number = parseNumber(words[i], i == 0 ? AS_CHECK_MAX : isAs ? 0xFFFF : 0xFFFFFFFF);
+        understood = number.has_value();
+        numbers[i] = number.value_or(0);
+    }
+    if (!understood) return std::string("usage: ipAsCheck ") + AS_CHECK_USAGE + "\n";
+    std::array<uint16_t, AS_CHECK_MAX> as;
+    for (size_t i = 0; i < as.size(); i++) as[i] = static_cast<uint16_t>(numbers[1 + i]);
+    std::string out;
+    (void)ipAsCheck(numbers[0], as, numbers[AS_CHECK_MAX + 1], &out);
+    return out;
+}
+
+}  // namespace
+
+void aclRegisterBgpFunctions() {
+    zekDebugRegister("testAspath", "NAME PATH", testAspath);
+    zekDebugRegister("testCommunity", COMMUNITY_USAGE, testCommunity);
+    zekDebugRegister("testExtCommunity", EXTCOMMUNITY_USAGE, testExtCommunity);
+    zekDebugRegister("ipAsCheck", AS_CHECK_USAGE, asCheck);
+}
