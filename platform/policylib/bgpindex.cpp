@@ -167,9 +167,8 @@ const bgpEntry* firstExpression(const bgpIndex& index, std::string_view text, ui
 typedef std::vector<uint64_t> attributeValues;
 
 void sortValues(attributeValues* values) {
-    std::ranges::sort(*values);
-    const auto repeated = std::ranges::unique(*values);
-    values->erase(repeated.begin(), repeated.end());
+    std::sort(values->begin(), values->end());
+    values->erase(std::unique(values->begin(), values->end()), values->end());
 }
 
 bool valuesMatch(entryValues entry, const attributeValues& attribute, bool exact) {
