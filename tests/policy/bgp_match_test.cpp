@@ -1,0 +1,391 @@
+// Evaluation of AS-path and community lists: verdicts stated by hand, and random lists against the
+// plain walk.
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "include/bgpExports.h"
+#include "platform/api/zekBgpRegex.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+#include "tests/policy/bgpTest.h"
+
+namespace {
+
+TEST(BgpExpressions, Dialect) {
+    struct {
+        const char* expression;
+        rows found, missed;
+    } cases[] = {
+        {"_65000_",
+         {"65000", "1 65000 2", "{65000,3}", "(65000 1)", "1 {2,65000}"},
+         {"165000", "650001", ""}},
+        {"^65000_", {"65000", "65000 1"}, {"1 65000", "650001"}},
+        {"_65000$", {"1 65000"}, {"65000 1"}},
+        {"^$", {""}, {"1"}},
+        {"^[0-9]+$", {"65000"}, {"1 2", ""}},
+        {"^(1|2)_(3_)*4$", {"1 4", "2 3 3 4"}, {"1 2 4"}},
+        {"_1{2}_", {"11"}, {"1", "111"}},
+        {"\\{1,2\\}", {"3 {1,2}"}, {"1,2"}},
+        {"[^_]5", {"15"}, {"5"}},
+        {"\\_", {"a_b"}, {"a b"}},
+        {"[[:digit:]]_[]}]", {"1 }", "1 ]"}, {"1 a"}},
+        {"[\\d]", {"d", "\\"}, {"1"}},
+        {".*", {"", "1 2"}, {}},
+        {"(()|1)2", {"2", "12"}, {"1"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.expression);
+        zekbgp_regex* regex = zekbgp_regcomp(c.expression);
+        ASSERT_NE(regex, nullptr);
+        for (const std::string& text : c.found) EXPECT_TRUE(zekbgp_regexec(regex, text)) << text;
+        for (const std::string& text : c.missed) EXPECT_FALSE(zekbgp_regexec(regex, text)) << text;
+        zekbgp_regex_free(regex);
+    }
+    for (const char* bad : {"", "(", ")", "*", "a(?:b)", "[1", "\\", "a\x01", "\\1", "a{2,1}",
+                            "x{1001}", "(?i)a", "\\d"})
+        EXPECT_EQ(zekbgp_regcomp(bad), nullptr) << bad;
+}
+
+// With an engine that goes back on its steps any of these would run for years; with this one the
+// test ends.
+TEST(BgpExpressions, HostileOnesAreRefusedOrAnsweredInLinearTime) {
+    std::string nest = "1", repeats = "(1", alternatives = "(1";
+    for (int i = 0; i < 75; i++) nest = "(" + nest + ")*";
+    for (int i = 0; i < 60; i++) repeats += "{9}";
+    for (int i = 0; i < 110; i++) alternatives += "|1";
+    const std::string hostile[] = {
+        nest,
+        "(1*)*(1*)*(1*)*(1*)*(1*)*(1*)*2",
+        "(1|1|11)*(1|11)*2",
+        "((((((1{9}){9}){9}){9}){9}){9}){9}",
+        repeats + ")",
+        alternatives + ")*2",
+        std::string(115, '(') + std::string(115, ')'),
+        std::string(230, '('),
+        "(.*)(.*)(.*)(.*)(.*)(.*)(.*)(.*)[2](.*)(.*)(.*)(.*)(.*)(.*)3",
+        "_*_*_*_*_*_*_*_*_*_*_*_*_*_*_*_*_*_*2",
+        "(1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?1?){9}2",
+    };
+    std::string text(4000, '1');
+    std::vector<const zekbgp_regex*> compiled;
+    std::vector<bool> alone;
+    for (const std::string& expression : hostile)
+        if (const zekbgp_regex* regex = zekbgp_regcomp(expression)) {
+            compiled.push_back(regex);
+            alone.push_back(zekbgp_regexec(regex, text));
+        }
+    EXPECT_GE(compiled.size(), 4u);
+    zekbgp_regexSet* set = zekbgp_setcomp(compiled);
+    ASSERT_NE(set, nullptr);
+    const auto first = std::ranges::find(alone, true) - alone.begin();
+    const int answer = zekbgp_setexec(set, text);
+    EXPECT_TRUE(answer == first || answer == ZEKBGP_NO_ANSWER) << answer;
+    zekbgp_set_free(set);
+    for (const zekbgp_regex* regex : compiled) zekbgp_regex_free(const_cast<zekbgp_regex*>(regex));
+}
+
+typedef std::vector<uint8_t> bytes;
+
+TEST(BgpAttributes, PathsAreRendered) {
+    struct {
+        const char* what;
+        bytes attribute;
+        std::string text;  // "malformed"
+    } cases[] = {
+        {"nothing", {0x40, 2, 0}, ""},
+        {"two-byte numbers", {0x40, 2, 6, 2, 2, 0xFD, 0xE8, 0, 1}, "65000 1"},
+        {"four-byte numbers", {0x40, 2, 6, 2, 1, 0, 1, 0, 10}, "65546"},
+        {"extended length", {0x50, 2, 0, 4, 2, 1, 0, 7}, "7"},
+        {"the other attribute", {0xC0, 17, 6, 2, 1, 0, 0, 0, 7}, "7"},
+        {"a set", {0x40, 2, 10, 2, 1, 0, 1, 1, 2, 0, 2, 0, 3}, "1 {2,3}"},
+        {"confederations",
+         {0x40, 2, 18, 3, 2, 0, 1, 0, 2, 4, 2, 0, 3, 0, 4, 2, 2, 0, 5, 0, 6},
+         "(1 2) (3,4) 5 6"},
+        {"empty segments", {0x40, 2, 4, 2, 0, 1, 0}, "{}"},
+        {"another attribute", {0x40, 3, 0}, "malformed"},
+        {"unknown segment", {0x40, 2, 4, 9, 1, 0, 1}, "malformed"},
+        {"segment too short", {0x40, 2, 4, 2, 2, 0, 1}, "malformed"},
+        {"longer than it is", {0x40, 2, 9, 2, 1, 0, 1}, "malformed"},
+        {"no length", {0x50, 2, 0}, "malformed"},
+        {"not even a header", {0x40}, "malformed"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        // An exact copy on the heap: a step behind it is seen by the sanitizer.
+        const bytes exact(c.attribute);
+        char text[64] = "malformed";
+        int length = aspath_make_str_count(exact.data(), static_cast<uint32_t>(exact.size()), text,
+                                           sizeof text);
+        EXPECT_EQ(text, c.text);
+        EXPECT_EQ(length, c.text == "malformed" ? -1 : static_cast<int>(c.text.size()));
+        for (size_t size = 0; size < exact.size(); size++) {
+            const bytes cut(exact.begin(), exact.begin() + static_cast<std::ptrdiff_t>(size));
+            EXPECT_EQ(aspath_make_str_count(cut.data(), static_cast<uint32_t>(size), nullptr, 0),
+                      -1);
+        }
+    }
+    const bytes path{0x40, 2, 6, 2, 2, 0xFD, 0xE8, 0, 1};
+    char text[4];
+    EXPECT_EQ(aspath_make_str_count(path.data(), 9, text, sizeof text), 7);
+    EXPECT_STREQ(text, "650");
+    EXPECT_EQ(bgpGetAS4Str(65546, AS_NOTATION_PLAIN), "65546");
+    EXPECT_EQ(bgpGetAS4Str(65546, AS_NOTATION_DOT), "1.10");
+    EXPECT_EQ(bgpGetAS4Str(65535, AS_NOTATION_DOT), "65535");
+    EXPECT_EQ(bgpGetAS4Str(65535, AS_NOTATION_DOTPLUS), "0.65535");
+}
+
+TEST_F(BgpLists, ClientsAskByNumberAndByHandle) {
+    const listName seven = listNameMake("7");
+    bgpASPAccessListCreate(seven, 0, &status);
+    bgpCommAccessListCreate(seven, 0, &status);
+    bgpAddASPAccessEntry(seven, BGP_DENY, {"_9_"});
+    bgpAddASPAccessEntry(seven, PERMIT, {"^1_"});
+    commEntryBlock noExport = communities(PERMIT, {65000u << 16 | 1});
+    noExport.noExport = 1;
+    bgpAddCommAccessEntry(seven, noExport);
+    auto path = [](uint32_t id, const bytes& attribute) {
+        return bgpAccessASPMatchFinExt(id, attribute.data(),
+                                       static_cast<uint32_t>(attribute.size()));
+    };
+    auto community = [](uint32_t id, const bytes& attribute) {
+        return bgpAccessCommMatchFinExt(id, attribute.data(),
+                                        static_cast<uint32_t>(attribute.size()));
+    };
+    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 1, 0, 1}), 0);
+    EXPECT_EQ(path(7, {0x40, 2, 6, 2, 2, 0, 1, 0, 9}), 1);
+    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 1, 0, 2}), 1) << "nothing matches";
+    EXPECT_EQ(path(8, {0x40, 2, 4, 2, 1, 0, 1}), 1) << "no list";
+    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 9, 0, 1}), 1) << "malformed";
+    const bytes both{0xC0, 8, 8, 0xFF, 0xFF, 0xFF, 1, 0xFD, 0xE8, 0, 1};
+    const bytes one{0xC0, 8, 4, 0xFD, 0xE8, 0, 1};
+    EXPECT_EQ(community(7, both), 0);
+    EXPECT_EQ(community(7, one), 1);
+    EXPECT_EQ(community(7, {0xC0, 8, 3, 0xFD, 0xE8, 0}), 1);
+    const bgpList* list = bgpCommAccessListFind(seven);
+    EXPECT_EQ(bgpAccessCommMatchFinWithHandleExt(list, both.data(), 11), 0);
+    EXPECT_EQ(bgpAccessCommMatchFinWithHandleExt(nullptr, both.data(), 11), 1);
+    const auto& entry = *static_cast<const commEntry*>(list->head);
+    EXPECT_EQ(bgpAccessCommListDelCheckForSubSet(entry, both.data(), 11), 0);
+    EXPECT_EQ(bgpAccessCommListDelCheckForSubSet(entry, one.data(), 7), -1);
+
+    std::string out;
+    EXPECT_EQ(ipAsCheck(2, {1, 3}, 7, &out), 0);
+    EXPECT_EQ(ipAsCheck(2, {1, 9}, 7, &out), 1);
+    EXPECT_EQ(ipAsCheck(0, {}, 7, &out), 1);
+    EXPECT_EQ(ipAsCheck(5, {}, 7, &out), 0);
+    EXPECT_EQ(out, "1 3 {1,3}\nmatched, permit\n1 9 {1,9}\ndrop\n{}\ndrop\n");
+}
+
+// The manager's executable must offer the entry points and the roots to its client tasks by name.
+TEST(BgpExports, AreInTheDynamicSymbolTable) {
+    std::FILE* nm = popen("nm -D --defined-only " ACL_BIN_DIR "/aclmgr", "r");
+    ASSERT_NE(nm, nullptr);
+    std::set<std::string> names;
+    char line[512], kind = 0, name[256];
+    while (std::fgets(line, sizeof line, nm) != nullptr)
+        if (std::sscanf(line, "%*x %c %255s", &kind, name) == 2) names.insert(name);
+    EXPECT_EQ(pclose(nm), 0);
+    for (const char* wanted : {"bgpAccessASPMatchFinExt", "bgpAccessCommMatchFinExt",
+                               "bgpAccessCommMatchFinWithHandleExt", "aclNode", "aspathAclNode",
+                               "acl_rwlock", "pAclReadCounter"})
+        EXPECT_TRUE(names.contains(wanted)) << wanted;
+}
+
+// --- random lists against the plain walk
+// -----------------------------------------------------------
+
+struct randomness {
+    std::mt19937 engine{20};
+    uint32_t below(uint32_t n) { return static_cast<uint32_t>(engine() % n); }
+};
+
+std::string randomExpression(randomness& r) {
+    const std::string as = std::to_string(1 + r.below(40));
+    switch (r.below(6)) {
+        case 0:
+            return "^" + as + "_";
+        case 1:
+            return "_" + as + "$";
+        case 2:
+            return "_" + as + "_" + std::to_string(1 + r.below(40)) + "_";
+        case 3:
+            return "_(" + as + "|" + std::to_string(1 + r.below(40)) + ")_.*_1$";
+        default:
+            return "_" + as + "_";
+    }
+}
+std::string randomPath(randomness& r) {
+    std::string path;
+    for (uint32_t i = r.below(7); i > 0; i--)
+        path += (path.empty() ? "" : " ") + std::to_string(1 + r.below(60));
+    if (r.below(4) == 0) path += " {" + std::to_string(r.below(50)) + ",1}";
+    return path;
+}
+
+// Enough questions between changes for the set to be made, few enough that it is not always there.
+TEST_F(BgpLists, PathsAreDecidedAsByTheWalk) {
+    bgpList* list = makePaths();
+    randomness r;
+    int permits = 0, denies = 0, implicit = 0;
+    for (int round = 0; round < 60; round++) {
+        for (uint32_t changes = r.below(12); changes > 0; changes--) {
+            const bool remove = r.below(3) == 0 && list->head != nullptr;
+            if (remove) {
+                const bgpEntry* victim = list->head;
+                for (uint32_t skip = r.below(5); skip > 0 && victim->next != nullptr; skip--)
+                    victim = victim->next;
+                std::string text = static_cast<const aspathEntry*>(victim)->text;
+                ASSERT_EQ(bgpDelASPAccessEntry(A, victim->action, {text}, 1), 0u);
+            } else {
+                (void)bgpAddASPAccessEntry(A, r.below(2), {randomExpression(r)});
+            }
+        }
+        for (int question = 0; question < 50; question++) {
+            const std::string path = randomPath(r);
+            const bgpEntry* expected = list->head;
+            while (expected != nullptr && !zekbgp_regexec(expected->regex, path))
+                expected = expected->next;
+            const bgpEntry* decided = nullptr;
+            const int verdict = aspathListCheck(list, path, &decided);
+            ASSERT_EQ(decided, expected) << path;
+            ASSERT_EQ(verdict, expected == nullptr || expected->action == BGP_DENY ? 1 : 0);
+            (expected == nullptr ? implicit : verdict == 1 ? denies : permits)++;
+        }
+    }
+    EXPECT_TRUE(permits > 100 && denies > 100 && implicit > 100);
+}
+
+// A reference that knows nothing of indexes: sets of numbers, and the expressions' own text.
+bool matches(const commEntry& e, const std::vector<uint32_t>& attribute, bool exact) {
+    if (e.kind == COMM_REGEXP) return zekbgp_regexec(e.regex, bgpCommunityText(attribute));
+    std::set<uint32_t> wanted, there(attribute.begin(), attribute.end());
+    for (uint32_t i = 0; i < e.block.count; i++)
+        wanted.insert(e.block.high[i] << 16 | e.block.low[i]);
+    if (e.block.number != 0) wanted.insert(e.block.number);
+    if (e.block.noExport != 0) wanted.insert(0xFFFFFF01);
+    if (e.block.localAs != 0) wanted.insert(0xFFFFFF03);
+    return exact ? wanted == there : std::ranges::includes(there, wanted);
+}
+bool matches(const extCommEntry& e, const std::vector<extCommValue>& attribute) {
+    if (e.kind == COMM_REGEXP) return zekbgp_regexec(e.regex, bgpExtCommunityText(attribute));
+    auto isThere = [&](const extCommValue& wanted) {
+        return std::ranges::any_of(attribute,
+                                   [&](const auto& v) { return std::memcmp(&v, &wanted, 8) == 0; });
+    };
+    return std::all_of(e.rule.body.values, e.rule.body.values + e.rule.body.count, isThere);
+}
+
+TEST_F(BgpLists, CommunitiesAreDecidedAsByTheWalk) {
+    bgpList* list = makeCommunities();
+    bgpList* goals = makeTargets();
+    randomness r;
+    std::vector<commEntryBlock> blocks;
+    std::vector<extCommEntryBlock> goalBlocks;
+    std::set<const bgpEntry*> deciders;
+    auto number = [&] { return 65000u << 16 | r.below(12); };
+    for (int round = 0; round < 200; round++) {
+        commEntryBlock block = communities(r.below(2), {});
+        block.count = r.below(4);
+        for (uint32_t i = 0; i < block.count; i++) {
+            const uint32_t value = number();
+            block.high[i] = value >> 16;
+            block.low[i] = value & 0xFFFF;
+        }
+        if (block.count == 0 && r.below(8) != 0) block.number = number();
+        if (r.below(6) == 0) block.noExport = 1;
+        if (r.below(9) == 0) block.localAs = 1;
+        if (r.below(8) == 0)
+            block = communityText(r.below(2), ("_65000:" + std::to_string(r.below(12)) +
+                                               "_65000:" + std::to_string(r.below(12)) + "_")
+                                                  .c_str());
+        extCommEntryBlock goal = targets(r.below(2), {});
+        goal.body.count = 1 + r.below(2);
+        for (uint32_t i = 0; i < goal.body.count; i++)
+            goal.body.values[i] = target(0, 1, r.below(9));
+        if (r.below(8) == 0)
+            goal = targetText(r.below(2), ("rt 1:" + std::to_string(r.below(9)) + "_rt").c_str());
+        if (bgpAddCommAccessEntry(A, block) == 0) blocks.push_back(block);
+        if (bgpAddExtCommListEntry(A, goal) == 0) goalBlocks.push_back(goal);
+        if (round % 3 == 0 && blocks.size() > 4) {
+            const auto at = blocks.begin() + static_cast<std::ptrdiff_t>(r.below(5));
+            ASSERT_EQ(bgpDelCommAccessEntry(A, *at), 0u);
+            blocks.erase(at);
+        }
+        if (round % 3 == 0 && goalBlocks.size() > 4) {
+            const auto at = goalBlocks.begin() + static_cast<std::ptrdiff_t>(r.below(5));
+            ASSERT_EQ(bgpDelExtCommListEntry(A, *at), 0u);
+            goalBlocks.erase(at);
+        }
+        for (int question = 0; question < 40; question++) {
+            std::vector<uint32_t> attribute;
+            std::vector<extCommValue> goalAttribute;
+            for (uint32_t i = r.below(5); i > 0; i--) attribute.push_back(number());
+            for (uint32_t i = r.below(4); i > 0; i--)
+                goalAttribute.push_back(target(0, 1, r.below(9)));
+            if (r.below(5) == 0) attribute.push_back(COMMUNITY_NO_EXPORT);
+            const bool exact = r.below(3) == 0;
+            const bgpEntry* expected = list->head;
+            while (expected != nullptr &&
+                   !matches(*static_cast<const commEntry*>(expected), attribute, exact))
+                expected = expected->next;
+            const bgpEntry* decided = nullptr;
+            (void)commListCheck(list, attribute, exact, &decided);
+            ASSERT_EQ(decided, expected) << bgpCommunityText(attribute) << (exact ? " exact" : "");
+            deciders.insert(expected);
+            expected = goals->head;
+            while (expected != nullptr &&
+                   !matches(*static_cast<const extCommEntry*>(expected), goalAttribute))
+                expected = expected->next;
+            (void)extCommListCheck(goals, goalAttribute, &decided);
+            ASSERT_EQ(decided, expected) << bgpExtCommunityText(goalAttribute);
+            deciders.insert(expected);
+        }
+    }
+    EXPECT_GT(deciders.size(), 20u);
+}
+
+// Client threads ask without a pause while lists change, go and come; meant for the thread
+// sanitizer. Every answer is one that the list can give at some moment.
+TEST_F(BgpLists, ClientsAskWhileListsChange) {
+    const listName seven = listNameMake("7");
+    bgpASPAccessListCreateExt(seven, 0u);
+    bgpCommAccessListCreateExt(seven, 0u);
+    const bytes path{0x40, 2, 6, 2, 2, 0, 1, 0, 2}, community{0xC0, 8, 4, 0xFD, 0xE8, 0, 1};
+    std::atomic<bool> stop = false;
+    std::atomic<int> permits = 0, impossible = 0;
+    std::atomic<uint64_t> asked = 0;
+    std::vector<std::thread> clients;
+    for (int t = 0; t < 3; t++)
+        clients.emplace_back([&] {
+            while (!stop) {
+                int verdict = bgpAccessASPMatchFinExt(7, path.data(), 9);
+                if (verdict == 0) permits++;
+                if (verdict != 0 && verdict != 1) impossible++;
+                if (bgpAccessCommMatchFinExt(7, community.data(), 7) == 0) permits++;
+                asked++;
+            }
+        });
+    // Between two changes the clients ask often enough to make the set, all at once.
+    for (int round = 0; round < 20; round++) {
+        for (uint32_t i = 0; i < 8; i++) {
+            bgpAddASPAccessEntryExt(seven, PERMIT, aspathRule{"_" + std::to_string(100 + i) + "_"});
+            bgpAddCommAccessEntryExt(seven, communities(PERMIT, {65000u << 16 | i}));
+        }
+        bgpAddASPAccessEntryExt(seven, PERMIT, aspathRule{"^1_2$"});
+        for (uint64_t from = asked; asked < from + 150;) std::this_thread::yield();
+        bgpASPAccessListDeleteExt(seven);
+        bgpCommAccessListDeleteExt(seven);
+        bgpASPAccessListCreateExt(seven, 0u);
+        bgpCommAccessListCreateExt(seven, 0u);
+    }
+    stop = true;
+    for (std::thread& client : clients) client.join();
+    EXPECT_EQ(impossible, 0);
+    EXPECT_GT(permits, 20);
+}
+
+}  // namespace
