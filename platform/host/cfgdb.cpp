@@ -11,9 +11,8 @@
 
 namespace {
 
-constexpr int SCHEMA_VERSION = 1;
+constexpr int SCHEMA_VERSION = 2;
 constexpr int BUSY_TIMEOUT_MS = 5000;
-constexpr uint64_t FEED_SLACK = 256;  // rows that the feed may have too many before it is trimmed
 
 // A transaction is small and ends in fsync-free appends of whole pages to the WAL, so pages are
 // small too; a checkpoint every 16 MB keeps its cost per commit low and the WAL short.
@@ -22,12 +21,17 @@ constexpr const char* writePragmas =
     "PRAGMA wal_autocheckpoint=8000; PRAGMA journal_size_limit=67108864;"
     "PRAGMA cache_size=-8000; PRAGMA temp_store=MEMORY;";
 constexpr const char* readPragmas = "PRAGMA cache_size=-2000; PRAGMA query_only=ON;";
+// Version 1 had a row a change in the feed; it goes, and the numbers go on behind it.
+constexpr const char* schemaFrom1 =
+    "ALTER TABLE feed RENAME TO feed1;"
+    "CREATE TABLE feed(seq INTEGER PRIMARY KEY, changes BLOB NOT NULL);"
+    "INSERT INTO feed SELECT seq+1, x'' FROM feed1 ORDER BY seq DESC LIMIT 1;"
+    "DROP TABLE feed1;";
 constexpr const char* schema =
     "CREATE TABLE IF NOT EXISTS lines(section INTEGER NOT NULL, key BLOB NOT NULL,"
     " class INTEGER NOT NULL, text TEXT NOT NULL, inverse TEXT,"
     " PRIMARY KEY(section, key, class)) WITHOUT ROWID;"
-    "CREATE TABLE IF NOT EXISTS feed(seq INTEGER PRIMARY KEY, kind INTEGER NOT NULL,"
-    " name TEXT NOT NULL, text TEXT NOT NULL);"
+    "CREATE TABLE IF NOT EXISTS feed(seq INTEGER PRIMARY KEY, changes BLOB NOT NULL);"
     "CREATE TABLE IF NOT EXISTS meta(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;";
 
 constexpr const char* statementText[CFG_STMT_COUNT] = {
@@ -37,8 +41,10 @@ constexpr const char* statementText[CFG_STMT_COUNT] = {
     "UPDATE lines SET text=?4, inverse=?5 WHERE section=?1 AND key=?2 AND class=?3",
     "DELETE FROM lines WHERE section=?1 AND key=?2 AND class=?3",
     "DELETE FROM lines WHERE section=?1 AND key BETWEEN ?2 AND ?3",
-    "INSERT INTO feed VALUES(?1, ?2, ?3, ?4)",
-    "DELETE FROM feed WHERE seq<=?1",
+    "INSERT INTO feed VALUES(?1, ?2)",
+    "SELECT max(seq) FROM feed WHERE seq<=?1",
+    "DELETE FROM feed WHERE seq<?1",
+    "SELECT (SELECT min(seq) FROM feed), seq, changes FROM feed ORDER BY seq DESC LIMIT 1",
     "INSERT OR REPLACE INTO meta VALUES(?1, ?2)",
     "SELECT value FROM meta WHERE name=?1",
     "SELECT section, key, class, text, inverse FROM lines WHERE (section, key, class) > (?1, ?2, "
@@ -47,7 +53,9 @@ constexpr const char* statementText[CFG_STMT_COUNT] = {
     "SELECT section, key, class, text, inverse FROM previous WHERE (section, key, class) > (?1, "
     "?2, "
     "?3) ORDER BY section, key, class LIMIT ?4",
-    "SELECT seq, kind, name, text FROM feed WHERE seq > ?1 ORDER BY seq LIMIT ?2",
+    "SELECT seq, changes FROM feed WHERE seq >= coalesce((SELECT max(seq) FROM feed WHERE seq <= "
+    "?1),"
+    " 0) ORDER BY seq LIMIT ?2",
 };
 
 void reportToStderr(const char* text) {
@@ -102,15 +110,6 @@ change journalTake(std::string_view journal, size_t* at) {
     return {head.kind, head.hasThird, head.section, head.lineClass, parts[0], parts[1], parts[2]};
 }
 
-// Runs a bound statement that returns no rows: the rows it changed, or -1 after a report.
-int run(zekCfgDb* db, sqlite3_stmt* s, const char* what) {
-    int rc = sqlite3_step(s);
-    int changed = rc == SQLITE_DONE ? sqlite3_changes(db->sql) : -1;
-    if (changed < 0) cfgDbFailed(db, what);
-    sqlite3_reset(s);
-    return changed;
-}
-
 int applyInsert(zekCfgDb* db, const change& c) {
     // Two statements rather than one upsert: the line count needs to know which it was.
     for (cfgStatement which : {CFG_STMT_INSERT, CFG_STMT_REPLACE}) {
@@ -124,7 +123,7 @@ int applyInsert(zekCfgDb* db, const change& c) {
             cfgBindText(s, 5, c.third);
         else
             sqlite3_bind_null(s, 5);
-        int changed = run(db, s, "a line was not stored");
+        int changed = cfgDbRun(db, s, "a line was not stored");
         if (changed == 0) continue;  // the place is taken: replace
         if (changed > 0 && which == CFG_STMT_INSERT) db->now.lines++;
         return changed;
@@ -142,28 +141,9 @@ int applyRemove(zekCfgDb* db, const change& c) {
         cfgBindBlob(s, 3, c.second);
     else
         sqlite3_bind_int64(s, 3, c.lineClass);
-    int removed = run(db, s, "a line was not removed");
+    int removed = cfgDbRun(db, s, "a line was not removed");
     if (removed > 0) db->now.lines -= static_cast<uint64_t>(removed);
     return removed;
-}
-
-int applyFeed(zekCfgDb* db, const change& c) {
-    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_FEED);
-    if (s == nullptr) return -1;
-    sqlite3_bind_int64(s, 1, static_cast<int64_t>(db->now.feedLast + 1));
-    sqlite3_bind_int64(s, 2, c.section);
-    cfgBindText(s, 3, c.first);
-    cfgBindText(s, 4, c.second);
-    int added = run(db, s, "a change was not added to the feed");
-    if (added < 0) return -1;
-    db->now.feedLast++;
-    if (db->now.feedLast - db->now.feedFirst < ZEK_CFG_FEED_KEEP + FEED_SLACK) return added;
-    s = cfgDbStatement(db, CFG_STMT_FEED_TRIM);
-    if (s == nullptr) return added;  // the next change tries again
-    sqlite3_bind_int64(s, 1, static_cast<int64_t>(db->now.feedLast - ZEK_CFG_FEED_KEEP));
-    if (run(db, s, "the change feed was not trimmed") >= 0)
-        db->now.feedFirst = db->now.feedLast - ZEK_CFG_FEED_KEEP + 1;
-    return added;
 }
 
 // Applies one change in the open transaction: the rows it touched, or -1.
@@ -175,7 +155,7 @@ int apply(zekCfgDb* db, const change& c) {
         case CHANGE_BLOCK:
             return applyRemove(db, c);
         case CHANGE_FEED:
-            return applyFeed(db, c);
+            return cfgFeedAdd(db, c.section, c.first, c.second) == 0 ? 1 : -1;
         case CHANGE_MASK:
             if (cfgDbSetMeta(db, CFG_META_MASK, c.section) != 0) return -1;
             db->now.maskMode = c.section;
@@ -264,7 +244,8 @@ int openTables(zekCfgDb* db, bool inMemory) {
     }
     if (!db->readOnly && version < SCHEMA_VERSION) {
         std::string sql = "PRAGMA user_version=" + std::to_string(SCHEMA_VERSION) + ";COMMIT;";
-        if (cfgDbExec(db, "BEGIN IMMEDIATE") != 0 || cfgDbCreateTables(db) != 0 ||
+        if (cfgDbExec(db, "BEGIN IMMEDIATE") != 0 ||
+            cfgDbExec(db, version == 1 ? schemaFrom1 : schema) != 0 ||
             cfgDbExec(db, sql.c_str()) != 0)
             return -1;
     }
@@ -341,6 +322,14 @@ int cfgDbExec(zekCfgDb* db, const char* sql) {
     return -1;
 }
 
+int cfgDbRun(zekCfgDb* db, sqlite3_stmt* s, const char* what) {
+    int rc = sqlite3_step(s);
+    int changed = rc == SQLITE_DONE ? sqlite3_changes(db->sql) : -1;
+    if (changed < 0) cfgDbFailed(db, what);
+    sqlite3_reset(s);
+    return changed;
+}
+
 sqlite3_stmt* cfgDbStatement(zekCfgDb* db, cfgStatement which) {
     sqlite3_stmt*& s = db->statements[which];
     if (s == nullptr && sqlite3_prepare_v3(db->sql, statementText[which], -1,
@@ -353,10 +342,11 @@ int cfgDbBatch(zekCfgDb* db) {
     noticeRollback(db);
     if (db->inBatch) return 0;
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_BEGIN);
-    if (s == nullptr || run(db, s, "no transaction can be opened") < 0) return -1;
+    if (s == nullptr || cfgDbRun(db, s, "no transaction can be opened") < 0) return -1;
     db->inBatch = true;
     db->dirty = true;
     db->atBegin = db->now;
+    cfgFeedForget(db);
     for (size_t at = 0; at < db->journal.size();) {
         if (apply(db, journalTake(db->journal, &at)) >= 0) continue;
         sqlite3_exec(db->sql, "ROLLBACK", nullptr, nullptr, nullptr);
@@ -383,18 +373,14 @@ int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value) {
     if (s == nullptr) return -1;
     cfgBindText(s, 1, name);
     sqlite3_bind_int64(s, 2, value);
-    return run(db, s, "a setting was not stored") < 0 ? -1 : 0;
+    return cfgDbRun(db, s, "a setting was not stored") < 0 ? -1 : 0;
 }
 
 int cfgDbCount(zekCfgDb* db) {
-    int rc[3] = {0, 0, 0};
-    db->now.lines = static_cast<uint64_t>(selectNumber(db, "SELECT count(*) FROM lines", &rc[0]));
-    db->now.feedFirst =
-        static_cast<uint64_t>(selectNumber(db, "SELECT coalesce(min(seq), 1) FROM feed", &rc[1]));
-    db->now.feedLast =
-        static_cast<uint64_t>(selectNumber(db, "SELECT coalesce(max(seq), 0) FROM feed", &rc[2]));
+    int rc;
+    db->now.lines = static_cast<uint64_t>(selectNumber(db, "SELECT count(*) FROM lines", &rc));
     if (cfgDbMeta(db, CFG_META_MASK, &db->now.maskMode) != 0) return -1;
-    if (rc[0] == 0 && rc[1] == 0 && rc[2] == 0) return 0;
+    if (rc == 0 && cfgFeedCount(db) == 0) return 0;
     cfgDbFailed(db, "it cannot be read");
     return -1;
 }
@@ -463,8 +449,9 @@ int cfgDbCreateTables(zekCfgDb* db) {
 
 int cfgDbCommit(zekCfgDb* db) {
     if (!db->dirty) return 0;
-    sqlite3_stmt* s = cfgDbBatch(db) == 0 ? cfgDbStatement(db, CFG_STMT_COMMIT) : nullptr;
-    if (s == nullptr || run(db, s, "the changes were not committed") < 0) {
+    bool ready = cfgDbBatch(db) == 0 && cfgFeedStore(db) == 0;
+    sqlite3_stmt* s = ready ? cfgDbStatement(db, CFG_STMT_COMMIT) : nullptr;
+    if (s == nullptr || cfgDbRun(db, s, "the changes were not committed") < 0) {
         db->failedCommits++;
         recover(db);
         return -1;

@@ -2,7 +2,7 @@
 //
 // Tables:  lines(section, key, class, text, inverse)    the running configuration
 //          previous                                     the same, while it is being restored
-//          feed(seq, kind, name, text)                  the newest changes
+//          feed(seq, changes)                           the newest changes, a row a commit
 //          meta(name, value)                            mask mode, state of the restore
 //
 // Every function that takes a zekCfgDb locks its mutex but for those that say "locked": the task
@@ -48,7 +48,9 @@ enum cfgStatement {
     CFG_STMT_DELETE,
     CFG_STMT_DELETE_BLOCK,
     CFG_STMT_FEED,
+    CFG_STMT_FEED_ROW_OF,
     CFG_STMT_FEED_TRIM,
+    CFG_STMT_FEED_ENDS,
     CFG_STMT_META_SET,
     CFG_STMT_META_GET,
     CFG_STMT_PAGE,
@@ -72,12 +74,16 @@ struct zekCfgDb {
     bool inBatch;         // a transaction is open
     bool dirty;           // there is something to commit
     std::string journal;  // the batch's changes, to be applied again should the transaction be lost
+    std::string feedPending;  // the changes of the batch that are not in the feed's table yet
+    uint64_t feedPendingCount;
     cfgCounters now, atBegin;
     uint64_t commits, failedCommits, changes;
 };
 
 // Runs SQL text, locked. 0, or -1 after a report.
 int cfgDbExec(zekCfgDb* db, const char* sql);
+// Runs a bound statement that returns no rows, locked: the rows it changed, or -1 after a report.
+int cfgDbRun(zekCfgDb* db, sqlite3_stmt* s, const char* what);
 // Opens the batch if there is none, locked. 0 or -1.
 int cfgDbBatch(zekCfgDb* db);
 // zekCfgCommit, locked.
@@ -94,6 +100,13 @@ int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value);
 int cfgDbCount(zekCfgDb* db);
 // Says what failed and SQLite's words for it.
 void cfgDbFailed(zekCfgDb* db, const char* what);
+
+// ---- Change feed (cfgdbfeed.cpp), locked. 0 or -1.
+// Adds a change to the batch; store writes what has been added, forget drops it.
+int cfgFeedAdd(zekCfgDb* db, uint32_t kind, std::string_view name, std::string_view text);
+int cfgFeedStore(zekCfgDb* db);
+void cfgFeedForget(zekCfgDb* db);
+int cfgFeedCount(zekCfgDb* db);  // reads first and last number from the table
 
 // The lines of `lines` or `previous` in the given mask mode, a page at a time.
 int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,

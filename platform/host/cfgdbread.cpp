@@ -1,4 +1,4 @@
-// Reading the configuration database: the shown lines, the change feed, the startup configuration.
+// Reading the configuration database: the shown lines, the startup configuration.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -70,41 +70,6 @@ int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& f
     int rc = cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
     std::lock_guard lock(db->mutex);
     return cfgDbExec(db, "COMMIT") == 0 ? rc : -1;
-}
-
-int zekCfgFeed(zekCfgDb* db, uint64_t after,
-               const std::function<bool(const zekCfgFeedRow& row)>& fn) {
-    struct row {
-        uint64_t seq;
-        uint32_t kind;
-        std::string name, text;
-    };
-    std::vector<row> rows(PAGE_LINES);
-    while (rows.size() == PAGE_LINES) {
-        rows.clear();
-        {
-            std::lock_guard lock(db->mutex);
-            if (db->dirty && cfgDbBatch(db) != 0) return -1;
-            sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_FEED_PAGE);
-            if (s == nullptr) return -1;
-            sqlite3_bind_int64(s, 1, static_cast<int64_t>(after));
-            sqlite3_bind_int(s, 2, PAGE_LINES);
-            int rc;
-            while ((rc = sqlite3_step(s)) == SQLITE_ROW)
-                rows.push_back({static_cast<uint64_t>(sqlite3_column_int64(s, 0)),
-                                static_cast<uint32_t>(sqlite3_column_int64(s, 1)),
-                                std::string(cfgColumnText(s, 2)),
-                                std::string(cfgColumnText(s, 3))});
-            if (rc != SQLITE_DONE) cfgDbFailed(db, "the change feed cannot be read");
-            sqlite3_reset(s);
-            if (rc != SQLITE_DONE) return -1;
-        }
-        for (const row& r : rows) {
-            if (!fn({r.seq, r.kind, r.name, r.text})) return 0;
-            after = r.seq;
-        }
-    }
-    return 0;
 }
 
 int zekCfgWriteStartup(zekCfgDb* db, const char* file) {
