@@ -489,7 +489,7 @@ zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access, const char* fil
     db->readOnly = access == zekCfgAccess::read;
     int flags = SQLITE_OPEN_NOMUTEX |
                 (db->readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    int rc = sqlite3_open_v2(path.c_str(), &db->sql, flags, nullptr);
+    int rc = sqlite3_open_v2(path.c_str(), &db->sql, flags, cfgWalVfs());
     if (rc != SQLITE_OK || openTables(db, directory == nullptr) != 0) {
         cfgDbReport("configuration database: " + path +
                     " cannot be opened: " + (db->sql ? sqlite3_errmsg(db->sql) : "no memory"));

@@ -101,6 +101,9 @@ int cfgDbCount(zekCfgDb* db);
 // Says what failed and SQLite's words for it.
 void cfgDbFailed(zekCfgDb* db, const char* what);
 
+// The VFS that writes a transaction to the log in one piece (cfgwal.cpp); null: the default.
+const char* cfgWalVfs();
+
 // ---- Change feed (cfgdbfeed.cpp), locked. 0 or -1.
 // Adds a change to the batch; store writes what has been added, forget drops it.
 int cfgFeedAdd(zekCfgDb* db, uint32_t kind, std::string_view name, std::string_view text);

@@ -7,11 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <tuple>
 #include <vector>
@@ -309,6 +311,32 @@ TEST(cfgDb, WhatWasCommittedSurvivesAKill) {
     EXPECT_GE(after.size(), told);
     EXPECT_EQ(after.size() % 3, 0u) << "a batch is there whole or not at all";
     EXPECT_EQ(after.back(), " seq " + std::to_string(after.size()));
+}
+
+// With a cache of a few pages, pages of an open transaction go to the log and are written again.
+TEST(cfgDb, ATransactionLargerThanTheCacheIsReadWhole) {
+    runFolder run;
+    dbPtr db = openDb(run.path.c_str());
+    ASSERT_EQ(cfgDbExec(db.get(), "PRAGMA cache_size=10; PRAGMA wal_autocheckpoint=0"), 0);
+    std::mt19937 random(3);
+    std::vector<uint32_t> numbers(6000);
+    std::iota(numbers.begin(), numbers.end(), 1);
+    std::shuffle(numbers.begin(), numbers.end(), random);
+    for (size_t i = 0; i < numbers.size(); i++) {
+        ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", numbers[i])), 0);
+        // Large transactions and small ones behind them.
+        if (i % 2000 == 1999 || i > 5990) ASSERT_EQ(zekCfgCommit(db.get()), 0);
+    }
+    // As another process finds it after a crash of this one.
+    runFolder copy;
+    for (const char* file : {"running.db", "running.db-wal"})
+        std::filesystem::copy_file(run.path + "/" + file, copy.path + "/" + file);
+    for (const runFolder* folder : {&run, &copy}) {
+        dbPtr reader = openDb(folder->path.c_str());
+        lines all = shown(reader.get());
+        ASSERT_EQ(all.size(), numbers.size());
+        EXPECT_EQ(all.back(), " seq 6000");
+    }
 }
 
 TEST(cfgDb, TheFeedKeepsTheNewestChangesInOrder) {
