@@ -76,9 +76,12 @@ void hostOutgoingReset();
 
 // ---- transport.cpp
 enum class hostDrop { none, tooLong, tooShort, malformed };
-// zekEndpointRecv that tells why a message was dropped and does not wait.
-int hostEndpointTake(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max,
-                     zekSender* sender, hostDrop* why);
+// Takes what is there, at most `most` messages in one system call, and calls fn with each: its
+// bytes, or why it was dropped. Does not wait. How many were taken; fewer than `most`: all there
+// were, or the kernel gave no more at a time.
+typedef std::function<void(std::vector<uint8_t> message, const zekSender& sender, hostDrop why)>
+    hostTakenFn;
+int hostEndpointTake(zekEndpoint* endpoint, unsigned most, const hostTakenFn& fn);
 // Descriptor that polls writable when the receiver can take another message; -1 when nobody listens
 // there. Stays the endpoint's and lives until its next send.
 int hostEndpointPeerFd(zekEndpoint* endpoint, uint32_t card, uint32_t port);

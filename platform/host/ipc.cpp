@@ -26,7 +26,8 @@ namespace {
 constexpr uint32_t QUEUE_TIMER = 3;
 constexpr size_t KEPT_MAX = 4096;  // messages; then the socket fills up and senders wait
 constexpr size_t KEPT_BYTES_MAX = 32u << 20;
-constexpr int DRAIN_MAX = 256;  // messages taken off one socket at a time
+constexpr int TAKE_AT_ONCE = 16;  // messages: more than a socket keeps on many machines
+constexpr int DRAIN_MAX = 256;    // messages taken off one socket at a time
 constexpr size_t ASIDE_MAX =
     65536;  // requests kept aside; more are dropped: their senders time out
 
@@ -49,6 +50,7 @@ struct hostTask {
     hostFd wake;  // written by other threads when the task must look again
 } task;
 zekIpcStats stats;
+int requestsTaken = 0;  // by the last look at the request socket that found some
 
 // What other threads want held, and what the task has made of it.
 struct holdState {
@@ -126,39 +128,41 @@ void countDrop(hostDrop why) {
     if (why == hostDrop::malformed) stats.malformed++;
 }
 
-// Takes messages off the socket while there is room for them; not for ever, as a sender of rubbish
-// might like it.
-void drain(socketQueue* queue) {
-    for (int n = 0; n < DRAIN_MAX; n++) {
-        if (queue->kept.size() >= KEPT_MAX || queue->keptBytes >= KEPT_BYTES_MAX) {
-            // Requests are read sooner or later. A reply that nobody waits for any more is not.
-            if (queue == &task.request) return;
-            stats.overrun++;
-            queue->keptBytes -= queue->kept.front().bytes.size();
-            queue->kept.pop_front();
-        }
-        keptMessage m;
-        zekSender sender{};
-        hostDrop why;
-        int length = hostEndpointTake(queue->endpoint, &m.bytes, IPC_TRANSPORT_MAX, &sender, &why);
-        if (length == 0 || length == -1) return;
-        if (length < 0) {
-            countDrop(why);
-            continue;
-        }
-        m.pid = sender.pid;
-        // Time-outs come from our own timer only: whoever sends one wants our queues repeated.
-        if (headerOf(m)->mtype == MT_SWP_TIMEOUT) {
-            stats.malformed++;
-            continue;
-        }
-        keep(queue, std::move(m));
-    }
+bool isFull(const socketQueue& queue) {
+    return queue.kept.size() >= KEPT_MAX || queue.keptBytes >= KEPT_BYTES_MAX;
 }
 
 bool hasRoom(const socketQueue& queue) {
-    return &queue == &task.response ||
-           (queue.kept.size() < KEPT_MAX && queue.keptBytes < KEPT_BYTES_MAX);
+    return &queue == &task.response || !isFull(queue);
+}
+
+void takeIn(socketQueue* queue, keptMessage m, hostDrop why) {
+    // Requests are read sooner or later. A reply that nobody waits for any more is not.
+    while (queue == &task.response && isFull(*queue)) {
+        stats.overrun++;
+        queue->keptBytes -= queue->kept.front().bytes.size();
+        queue->kept.pop_front();
+    }
+    // Time-outs come from our own timer only: whoever sends one wants our queues repeated.
+    if (why == hostDrop::none && headerOf(m)->mtype == MT_SWP_TIMEOUT) why = hostDrop::malformed;
+    if (why != hostDrop::none) return countDrop(why);
+    keep(queue, std::move(m));
+}
+
+// Takes messages off the socket while there is room for them; not for ever, as a sender of rubbish
+// might like it. How many there were.
+int drain(socketQueue* queue) {
+    int taken = 0;
+    while (taken < DRAIN_MAX && hasRoom(*queue)) {
+        int n = hostEndpointTake(
+            queue->endpoint, TAKE_AT_ONCE,
+            [queue](std::vector<uint8_t> bytes, const zekSender& sender, hostDrop why) {
+                takeIn(queue, {std::move(bytes), sender.pid}, why);
+            });
+        taken += n;
+        if (n < TAKE_AT_ONCE) break;
+    }
+    return taken;
 }
 
 // Polls the given descriptors together with what the host itself waits for, and does the host's
@@ -176,7 +180,7 @@ int pollAll(std::vector<pollfd>* fds, int timeoutMs) {
     int error = errno;
     if (task.key != 0) {
         if (n > 0) {
-            if ((*fds)[own].revents != 0) drain(&task.request);
+            if ((*fds)[own].revents != 0) requestsTaken = drain(&task.request);
             if ((*fds)[own + 1].revents != 0) drain(&task.response);
             uint64_t count;
             if ((*fds)[own + 2].revents != 0) (void)!read(task.wake.fd, &count, sizeof(count));
@@ -406,8 +410,10 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     uint64_t deadline = deadlineOf(timeoutMs);
     zekFdSet ready;
     int n = 0;
-    // What waits already is served before a commit, which then serves all of it together.
-    if (hostFlushIsDue() && !hostHeldIsFull()) n = lookAt(limit, *set, 0, &ready);
+    // What waits already is served before a commit, which then serves all of it together. A request
+    // that came alone is from a client that waits for its answer: that look is saved.
+    if (requestsTaken > 1 && hostFlushIsDue() && !hostHeldIsFull())
+        n = lookAt(limit, *set, 0, &ready);
     while (n == 0) {
         hostFlush();
         int wait = untilMs(deadline);

@@ -50,6 +50,7 @@ struct zekEndpoint {
     hostFd socket, lock;
     std::vector<peerSocket> peers;
     uint64_t uses = 0;
+    int receiveWaitMs = -1;  // how long a receiving call waits: for ever
 };
 
 void hostFd::reset() {
@@ -268,7 +269,7 @@ zekEndpoint* zekEndpointOpen(std::string_view runDir, uint32_t card, uint32_t po
     int dirFd;
     if (!hostSocketAddress(dir, name, &address, &dirFd)) return *error = systemError(dir), nullptr;
     hostFd folder(dirFd);
-    endpoint->socket = hostFd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    endpoint->socket = hostFd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     int on = 1;
     unlink(endpoint->path.c_str());  // a dead predecessor's: we hold its lock
     if (endpoint->socket.fd < 0 ||
@@ -348,26 +349,45 @@ zekSendResult zekEndpointSend(zekEndpoint* endpoint, const void* message, size_t
     }
 }
 
-int hostEndpointTake(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max,
-                     zekSender* sender, hostDrop* why) {
-    static thread_local std::vector<uint8_t> bytes(IPC_TRANSPORT_MAX);
-    iovec iov{bytes.data(), bytes.size()};
-    alignas(cmsghdr) char
-        control[CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(DESCRIPTORS_TAKEN * sizeof(int))];
-    msghdr msg{};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = control;
-    msg.msg_controllen = sizeof(control);
-    *why = hostDrop::none;
-    ssize_t n;
-    while ((n = recvmsg(zekEndpointFd(endpoint), &msg, MSG_DONTWAIT | MSG_CMSG_CLOEXEC)) < 0)
-        if (errno != EINTR) return errno == EAGAIN ? 0 : -1;
+namespace {
 
+constexpr unsigned TAKEN_MAX = 16;  // messages that one call takes at most
+
+// Where the kernel puts messages. Pages that no message has reached cost nothing.
+struct receiveSlots {
+    struct slot {
+        iovec iov;
+        alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred)) +
+                                      CMSG_SPACE(DESCRIPTORS_TAKEN * sizeof(int))];
+    };
+    std::unique_ptr<uint8_t[]> bytes{new uint8_t[TAKEN_MAX * IPC_TRANSPORT_MAX]};
+    slot slots[TAKEN_MAX];
+    mmsghdr messages[TAKEN_MAX];
+
+    void prepare(unsigned count) {
+        for (unsigned i = 0; i < count; i++) {
+            slots[i].iov = {bytes.get() + i * IPC_TRANSPORT_MAX, IPC_TRANSPORT_MAX};
+            msghdr& msg = messages[i].msg_hdr;
+            msg = {};
+            msg.msg_iov = &slots[i].iov;
+            msg.msg_iovlen = 1;
+            msg.msg_control = slots[i].control;
+            msg.msg_controllen = sizeof(slots[i].control);
+        }
+    }
+};
+receiveSlots& slotsOfThread() {
+    static thread_local receiveSlots slots;
+    return slots;
+}
+
+// Makes a message of what has been received: its length, or -2 with *why.
+int unpack(msghdr* msg, size_t length, std::vector<uint8_t>* message, size_t max, zekSender* sender,
+           hostDrop* why) {
     // Take charge of every descriptor before anything can fail.
     hostFd files[DESCRIPTORS_TAKEN];
     size_t fileCount = 0;
-    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+    for (cmsghdr* c = CMSG_FIRSTHDR(msg); c != nullptr; c = CMSG_NXTHDR(msg, c)) {
         if (c->cmsg_level != SOL_SOCKET) continue;
         if (c->cmsg_type == SCM_CREDENTIALS && sender != nullptr) {
             ucred cred;
@@ -386,33 +406,63 @@ int hostEndpointTake(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_
         }
     }
 
-    size_t length = static_cast<size_t>(n);
-    if ((msg.msg_flags & MSG_TRUNC) != 0)
+    const auto* bytes = static_cast<const uint8_t*>(msg->msg_iov->iov_base);
+    *why = hostDrop::none;
+    if ((msg->msg_flags & MSG_TRUNC) != 0)
         *why = hostDrop::tooLong;
     else if (length < sizeof(ipcHdr))
         *why = hostDrop::tooShort;
     else if (fileCount > 1 || (fileCount == 1 && length != sizeof(ipcHdr)))
         *why = hostDrop::malformed;
     else if (fileCount == 1)
-        *why = readSealed(files[0].fd, bytes.data(), message, max);
+        *why = readSealed(files[0].fd, bytes, message, max);
     else if (length > max)
         *why = hostDrop::tooLong;
     else
-        message->assign(bytes.begin(), bytes.begin() + n);
+        message->assign(bytes, bytes + length);
     return *why == hostDrop::none ? static_cast<int>(message->size()) : -2;
+}
+
+}  // namespace
+
+int hostEndpointTake(zekEndpoint* endpoint, unsigned most, const hostTakenFn& fn) {
+    receiveSlots& in = slotsOfThread();
+    most = std::min(most, TAKEN_MAX);
+    in.prepare(most);
+    int count;
+    while ((count = recvmmsg(zekEndpointFd(endpoint), in.messages, most,
+                             MSG_DONTWAIT | MSG_CMSG_CLOEXEC, nullptr)) < 0)
+        if (errno != EINTR) return 0;
+    for (int i = 0; i < count; i++) {
+        std::vector<uint8_t> message;
+        zekSender sender{};
+        hostDrop why;
+        (void)unpack(&in.messages[i].msg_hdr, in.messages[i].msg_len, &message, IPC_TRANSPORT_MAX,
+                     &sender, &why);
+        fn(std::move(message), sender, why);
+    }
+    return count;
 }
 
 int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t max, int timeoutMs,
                     zekSender* sender) {
     uint64_t start = hostNowMs();
-    for (;;) {
+    int fd = zekEndpointFd(endpoint);
+    for (int wait = timeoutMs;; wait = remainingMs(timeoutMs, start)) {
+        // The kernel waits in the call that receives. It is told how long when that changes.
+        if (wait != 0 && wait != endpoint->receiveWaitMs) {
+            timeval limit{wait < 0 ? 0 : wait / 1000, wait < 0 ? 0 : wait % 1000 * 1000};
+            if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0) return -1;
+            endpoint->receiveWaitMs = wait;
+        }
+        receiveSlots& in = slotsOfThread();
+        in.prepare(1);
+        msghdr* msg = &in.messages[0].msg_hdr;
+        ssize_t n = recvmsg(fd, msg, (wait == 0 ? MSG_DONTWAIT : 0) | MSG_CMSG_CLOEXEC);
         hostDrop why;
-        int n = hostEndpointTake(endpoint, message, max, sender, &why);
-        if (n != 0) return n;
-        int wait = remainingMs(timeoutMs, start);
+        if (n >= 0) return unpack(msg, static_cast<size_t>(n), message, max, sender, &why);
+        if (errno != EAGAIN && errno != EINTR) return -1;
         if (wait == 0) return 0;
-        pollfd p{zekEndpointFd(endpoint), POLLIN, 0};
-        if (poll(&p, 1, wait) < 0 && errno != EINTR) return -1;
     }
 }
 
