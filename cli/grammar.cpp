@@ -22,6 +22,10 @@ const char* setNumber(cliCommand& c, const cliValue& v, const grammarNode& n) {
     c.number = n.kind == cliArg::word ? n.value : static_cast<uint32_t>(v.number);
     return nullptr;
 }
+const char* setPolicyAction(cliCommand& c, const cliValue&, const grammarNode& n) {
+    c.policy.action = n.value;
+    return nullptr;
+}
 // The argument line of a debug function or an interface's name, in full words.
 const char* addText(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (!c.text.empty()) c.text += ' ';
@@ -37,13 +41,24 @@ namespace {
 constexpr grammarNode doneNodes[] = {fin("do it")};
 constexpr uint32_t F_ANY_START = F_START | F_POSITIVE;
 constexpr grammarMode modes[] = {
-    {&sExec, F_ANY_START | F_EXEC, 0, "acl# "},
-    {&sConfig, F_ANY_START, 0, "acl(config)# "},
-    {&sStandard, F_ANY_START | F_LIST | F_NET, IP_KIND_STANDARD, "acl(config-standard)# "},
+    {&sExec, F_ANY_START | F_EXEC, 0, "acl# ", cliVerb::entry, 0},
+    {&sConfig, F_ANY_START, 0, "acl(config)# ", cliVerb::entry, 0},
+    {&sStandard, F_ANY_START | F_LIST | F_NET, IP_KIND_STANDARD, "acl(config-standard)# ",
+     cliVerb::entry, 0},
     {&sExtended, F_ANY_START | F_LIST | F_NET | F_EXT | F_LAYER2, IP_KIND_EXTENDED,
-     "acl(config-extended)# "},
-    {&sExtended, F_ANY_START | F_EXT, IP_KIND_EXTENDED, "acl(config-trace)# "},
-    {&sBinding, F_ANY_START, 0, "acl(config-if)# "},
+     "acl(config-extended)# ", cliVerb::entry, 0},
+    {&sExtended, F_ANY_START | F_EXT, IP_KIND_EXTENDED, "acl(config-trace)# ", cliVerb::traceEntry,
+     0},
+    {&sBinding, F_ANY_START, 0, "acl(config-if)# ", cliVerb::entry, 0},
+    {&sPrefix4, F_ANY_START, 0, "acl(config-prefix-list)# ", cliVerb::policyEntry, POLICY_PREFIX4},
+    {&sPrefix6, F_ANY_START, 0, "acl(config-prefix-list)# ", cliVerb::policyEntry, POLICY_PREFIX6},
+    {&sAspath, F_ANY_START, 0, "acl(config-as-path)# ", cliVerb::policyEntry, POLICY_ASPATH},
+    {&sCommunity, F_ANY_START, 0, "acl(config-community)# ", cliVerb::policyEntry,
+     POLICY_COMMUNITY},
+    {&sExtCommunity, F_ANY_START, 0, "acl(config-extcommunity)# ", cliVerb::policyEntry,
+     POLICY_EXTCOMMUNITY},
+    {&sRouteMap, F_ANY_START | F_CLAUSE, 0, "acl(config-route-map)# ", cliVerb::clause,
+     POLICY_RMAP},
 };
 
 }  // namespace

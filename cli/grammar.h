@@ -9,8 +9,22 @@
 #include <string_view>
 
 #include "include/entry.h"
+#include "include/policyMsg.h"
 
-enum class cliMode : uint8_t { exec, configure, standard, extended, trace, interface };
+enum class cliMode : uint8_t {
+    exec,
+    configure,
+    standard,
+    extended,
+    trace,
+    interface,
+    prefix4,
+    prefix6,
+    aspath,
+    community,
+    extCommunity,
+    routeMap,
+};
 
 enum class cliVerb : uint8_t {
     nothing,  // a comment or an empty line
@@ -25,6 +39,7 @@ enum class cliVerb : uint8_t {
     showInterfaces,
     showAccessGroups,
     showInstalled,
+    showClients,
     chassis,  // cliCommand::kind is the chassisCommand
     clearCounters,
     writeMemory,
@@ -41,7 +56,53 @@ enum class cliVerb : uint8_t {
     entry,
     traceEntry,
     accessGroup,
+    policyList,   // header of a routing-policy list; cliCommand::kind is its policyKind
+    policyEntry,  // an entry of one
+    routeMap,     // header of a route map's instance
+    clause,       // of a route map
+    resequence,
+    showPolicy,  // cliPolicy::detail is the policyDetail
+    clearPolicy,
+    testPolicy,
     count_,
+};
+
+enum policyKind : uint32_t {
+    POLICY_PREFIX4,
+    POLICY_PREFIX6,
+    POLICY_ASPATH,
+    POLICY_COMMUNITY,
+    POLICY_EXTCOMMUNITY,
+    POLICY_RMAP,
+};
+
+enum policyDetail : uint32_t { POLICY_PLAIN, POLICY_DETAIL, POLICY_SUMMARY };
+
+// What a line about routing-policy lists says, before it becomes a request. All zero: nothing.
+struct cliPolicy {
+    uint32_t action;  // of an entry or an instance: 1 deny
+    // Prefix entries. IPv4 addresses fill the first 4 bytes.
+    uint32_t seq, ge, le;
+    uint8_t len;  // PREFIX_LEN_BITMASK: an arbitrary mask
+    uint8_t address[16], mask[16];
+    // Entries and clauses about communities.
+    bool isExpression;  // cliCommand::text
+    uint32_t number;
+    uint32_t valueCount;
+    struct {
+        uint32_t high, low;
+    } values[RMAP_COMMUNITIES];
+    bool localAs, noAdvertise, noExport, additive, none;
+    uint32_t selector;  // extCommSelector
+    uint32_t extCount;
+    extCommValue extValues[RMAP_EXTCOMMS];
+    // Clauses: rmapCode and what its kind has beside cliCommand::name.
+    uint32_t code, value, subValue;
+    uint32_t numbers[RMAP_PREPENDS];  // of set as-path prepend and set dampening
+    uint32_t numberCount;
+    // Resequencing and paged shows.
+    uint32_t start, step;
+    uint32_t detail;
 };
 
 // A line, read. Views point into the line.
@@ -49,20 +110,22 @@ struct cliCommand {
     cliVerb verb;
     bool negated;          // it began with "no"
     bool inverseMask;      // how a second dotted address is read: as the mask itself
+    bool wide;             // restoring: values may be whatever their field can hold
     uint32_t features;     // which nodes apply, F_...
     uint32_t seen;         // options already given, O_...
     uint32_t firstColumn;  // of the first word, from 0
     uint32_t seqColumn;    // of the sequence number; NO_COLUMN when none was given
-    uint32_t kind;         // of an IP list; cardQuestion; chassisCommand
+    uint32_t kind;         // of an IP list; cardQuestion; chassisCommand; policyKind
     uint32_t number;       // slot, CARD_CONTROL_PLANE, or route processor
     uint32_t direction;    // of a binding: 0 in, 1 out
     uint32_t implicitPermit;
     std::string_view vlans;  // of a binding; empty: not given
     std::string_view name;   // list name, or name of a debug function
     std::string text;        // argument line of a debug function, words separated by one blank;
-                             // name of an interface
+                             // name of an interface; expression of a routing-policy entry
     uint32_t log, monitor;   // option words beside the block
     ipEntryBlock block;
+    cliPolicy policy;
 };
 constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
 constexpr uint32_t CARD_CONTROL_PLANE = 20;  // in the place of a slot
@@ -75,20 +138,28 @@ struct cliValue {
     uint64_t number;
     uint32_t address, length;
     uint8_t mac[6];
+    uint8_t address6[16];
+    uint32_t high, low;
 };
 
 enum class cliArg : uint8_t {
-    word,      // the keyword
-    number,    // decimal within the node's limits
-    sequence,  // a sequence number: any decimal number, its range is the action's to check
-    hex,       // within the node's limits
-    address,   // A.B.C.D
-    prefix,    // A.B.C.D/LEN
-    mac,       // xx:xx:xx:xx:xx:xx
-    name,      // a list name
-    text,      // any one word
-    rest,      // the rest of the line, at least one word
-    end,       // the line may end here
+    word,         // the keyword
+    number,       // decimal within the node's limits
+    sequence,     // a sequence number: any decimal number, its range is the action's to check
+    hex,          // within the node's limits
+    address,      // A.B.C.D
+    prefix,       // A.B.C.D/LEN
+    mac,          // xx:xx:xx:xx:xx:xx
+    address6,     // X:X::X
+    prefix6,      // X:X::X/LEN
+    pair,         // N:N
+    addressPair,  // A.B.C.D:N
+    as,           // an AS number: N or H.L
+    name,         // a list name
+    text,         // any one word
+    quoted,       // one word, or several between quotation marks
+    rest,         // the rest of the line, at least one word
+    end,          // the line may end here
 };
 
 // Conditions of a node: all of its bits must be set in the command's features.
@@ -105,6 +176,7 @@ enum cliFeature : uint32_t {
     F_PORTS = 1u << 9,
     F_TCP = 1u << 10,
     F_ICMP = 1u << 11,
+    F_CLAUSE = 1u << 12,  // the clauses of a route map
 };
 
 struct grammarNode;
@@ -124,7 +196,8 @@ struct grammarNode {
     uint32_t when;             // F_... that must hold
     uint32_t once;             // O_... of an option that a line has once
     uint32_t low, high;
-    uint32_t wideHigh;  // upper limit when a stored configuration is restored
+    uint32_t wideHigh;   // upper limit when a stored configuration is restored
+    bool whole = false;  // a keyword that is not abbreviated, because a name may stand there
 };
 
 // A state's own nodes, and the state whose nodes apply there as well.
@@ -137,8 +210,10 @@ struct grammarState {
 struct grammarMode {
     const grammarState* start;
     uint32_t features;
-    uint32_t kind;  // of the list's entries
+    uint32_t ipKind;  // of an IP list's entries
     const char* prompt;
+    cliVerb verb;   // of a line that names no other
+    uint32_t kind;  // policyKind of such a line
 };
 const grammarMode& grammarModeOf(cliMode mode);
 

@@ -9,6 +9,11 @@
 extern const grammarState sMode;  // stands for the start of the current mode
 extern const grammarState sDone;  // the line must end
 extern const grammarState sExec, sTest, sConfig, sListName, sStandard, sExtended, sBinding;
+extern const grammarState sInterface, sPrefix4, sPrefix6, sAspath, sCommunity, sExtCommunity,
+    sRouteMap;
+// What a set clause has in common with the entries of its list.
+extern const grammarState sCommunityValues, sExtCommunityType;
+extern const grammarState sTestPrefix4, sTestPrefix6, sTestAspath, sTestCommunity, sTestRouteMap;
 
 const char* setVerb(cliCommand&, const cliValue&, const grammarNode&);  // (cliVerb)
 const char* setNegated(cliCommand&, const cliValue&, const grammarNode&);
@@ -16,6 +21,14 @@ const char* setName(cliCommand&, const cliValue&, const grammarNode&);
 const char* setKind(cliCommand&, const cliValue&, const grammarNode&);  // (the kind)
 const char* setNumber(cliCommand&, const cliValue&,
                       const grammarNode&);  // (the number, of a keyword)
+// A verb about routing-policy lists of one kind (policyKind).
+template <cliVerb verb>
+const char* setPolicy(cliCommand& c, const cliValue&, const grammarNode& n) {
+    c.verb = verb;
+    c.kind = n.value;
+    return nullptr;
+}
+const char* setPolicyAction(cliCommand&, const cliValue&, const grammarNode&);  // (1 deny)
 // Appends to the text in full words: a debug function's arguments, an interface's name.
 const char* addText(cliCommand&, const cliValue&, const grammarNode&);
 
@@ -23,6 +36,13 @@ constexpr grammarNode kw(std::string_view word, const char* help, const grammarS
                          cliAction action = nullptr, uint32_t value = 0, uint32_t when = 0,
                          uint32_t once = 0) {
     return {cliArg::word, word, help, &next, action, value, when, once, 0, 0, 0};
+}
+// A keyword beside which a name may stand: typed in full, or it is the name.
+constexpr grammarNode whole(std::string_view word, const char* help, const grammarState& next,
+                            cliAction action = nullptr, uint32_t value = 0) {
+    grammarNode node = kw(word, help, next, action, value);
+    node.whole = true;
+    return node;
 }
 constexpr grammarNode verb(std::string_view word, const char* help, const grammarState& next,
                            cliVerb v, uint32_t when = 0) {

@@ -12,6 +12,24 @@ enum : uint32_t {
     O_VLANS = 1u << 1,
 };
 
+const char* setRouteMap(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    c.policy.seq = c.negated ? 0 : RMAP_SEQ_NOT_GIVEN;
+    return setName(c, v, n);
+}
+const char* setInstance(cliCommand& c, const cliValue& v, const grammarNode&) {
+    c.policy.seq = static_cast<uint32_t>(v.number);
+    c.seqColumn = static_cast<uint32_t>(v.column);
+    return nullptr;
+}
+const char* setStart(cliCommand& c, const cliValue& v, const grammarNode&) {
+    c.policy.start = static_cast<uint32_t>(v.number);
+    return nullptr;
+}
+const char* setStep(cliCommand& c, const cliValue& v, const grammarNode&) {
+    c.policy.step = static_cast<uint32_t>(v.number);
+    return nullptr;
+}
+
 const char* setDirection(cliCommand& c, const cliValue&, const grammarNode& n) {
     c.direction = n.value;
     return nullptr;
@@ -50,12 +68,18 @@ const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
     return nullptr;
 }
 
-extern const grammarState sIp, sIpList, sAccessList, sInterface, sInterfaceId, sBindingIp,
-    sBindingName, sBindingDirection, sBindingOptions, sBindingVlans;
+extern const grammarState sIp, sAsPathLists, sIpv6, sRouteMapName, sInstance, sInstanceSeq,
+    sResequence, sResequenceFamily, sResequenceName, sResequenceStart, sResequenceStep, sIpList,
+    sAccessList, sInterfaceId, sBindingIp, sBindingName, sBindingDirection, sBindingOptions,
+    sBindingVlans;
 
 constexpr grammarNode configNodes[] = {
     // Each names its verb at once: a line that goes wrong behind it was still not an entry.
     verb("ip", "IP lists", sIp, cliVerb::list),
+    verb("ipv6", "IPv6 lists", sIpv6, cliVerb::policyList),
+    verb("route-map", "an instance of a route map and its mode", sRouteMapName, cliVerb::routeMap),
+    verb("resequence", "number the entries of a list again", sResequence, cliVerb::resequence,
+         F_POSITIVE),
     verb("interface", "an interface and its mode", sInterface, cliVerb::interface, F_POSITIVE),
     verb("access-list", "how access lists are shown", sAccessList, cliVerb::maskMode),
     kw("no", "take a command back", sMode, setNegated, 0, F_POSITIVE),
@@ -68,8 +92,61 @@ constexpr grammarNode ipNodes[] = {
     verb("trace-list", "a denial-of-service filter list and its mode", sListName,
          cliVerb::traceList),
     verb("trace-group", "make a trace list the active filter", sListName, cliVerb::traceGroup),
+    kw("prefix-list", "an IPv4 prefix list and its mode", sListName, setPolicy<cliVerb::policyList>,
+       POLICY_PREFIX4),
+    verb("as-path", "AS-path lists", sAsPathLists, cliVerb::policyList),
+    kw("community-list", "a community list and its mode", sListName, setPolicy<cliVerb::policyList>,
+       POLICY_COMMUNITY),
+    kw("extcommunity-list", "an extended-community list and its mode", sListName,
+       setPolicy<cliVerb::policyList>, POLICY_EXTCOMMUNITY),
 };
 constexpr grammarState sIp{ipNodes};
+constexpr grammarNode asPathNodes[] = {
+    kw("access-list", "an AS-path access list and its mode", sListName,
+       setPolicy<cliVerb::policyList>, POLICY_ASPATH),
+};
+constexpr grammarState sAsPathLists{asPathNodes};
+constexpr grammarNode ipv6Nodes[] = {
+    kw("prefix-list", "an IPv6 prefix list and its mode", sListName, setPolicy<cliVerb::policyList>,
+       POLICY_PREFIX6),
+};
+constexpr grammarState sIpv6{ipv6Nodes};
+constexpr grammarNode routeMapNodes[] = {
+    arg(cliArg::name, "NAME", "the map", sInstance, setRouteMap),
+};
+constexpr grammarState sRouteMapName{routeMapNodes};
+constexpr grammarNode instanceNodes[] = {
+    kw("permit", "matching routes pass", sInstanceSeq, setPolicyAction, 0),
+    kw("deny", "matching routes are dropped", sInstanceSeq, setPolicyAction, 1),
+};
+constexpr grammarState sInstance{instanceNodes, &sInstanceSeq};
+constexpr grammarNode instanceSeqNodes[] = {
+    number("number of the instance", 1, 0x7FFFFFFF, sDone, setInstance),
+    fin("its only instance, or 10; all behind \"no\""),
+};
+constexpr grammarState sInstanceSeq{instanceSeqNodes};
+// "resequence prefix-list [ipv4|ipv6] NAME START STEP"
+constexpr grammarNode resequenceNodes[] = {
+    kw("prefix-list", "a prefix list", sResequenceFamily, setKind, POLICY_PREFIX4),
+};
+constexpr grammarState sResequence{resequenceNodes};
+constexpr grammarNode resequenceFamilyNodes[] = {
+    whole("ipv4", "an IPv4 list", sResequenceName, setKind, POLICY_PREFIX4),
+    whole("ipv6", "an IPv6 list", sResequenceName, setKind, POLICY_PREFIX6),
+};
+constexpr grammarState sResequenceFamily{resequenceFamilyNodes, &sResequenceName};
+constexpr grammarNode resequenceNameNodes[] = {
+    arg(cliArg::name, "NAME", "the list", sResequenceStart, setName),
+};
+constexpr grammarState sResequenceName{resequenceNameNodes};
+constexpr grammarNode resequenceStartNodes[] = {
+    number("number of the first entry", 1, PREFIX_SEQ_MAX, sResequenceStep, setStart),
+};
+constexpr grammarState sResequenceStart{resequenceStartNodes};
+constexpr grammarNode resequenceStepNodes[] = {
+    number("from one entry to the next", 1, PREFIX_SEQ_MAX, sDone, setStep),
+};
+constexpr grammarState sResequenceStep{resequenceStepNodes};
 constexpr grammarNode ipListNodes[] = {
     kw("standard", "filters by source address", sListName, setKind, IP_KIND_STANDARD),
     kw("extended", "filters by protocol, addresses, ports and more", sListName, setKind,
@@ -90,7 +167,6 @@ constexpr grammarNode interfaceNodes[] = {
     kw("control-plane", "the control processor", sDone, addText),
     arg(cliArg::name, "PORT", "a port of a card, as the chassis names it", sDone, addText),
 };
-constexpr grammarState sInterface{interfaceNodes};
 constexpr grammarNode interfaceIdNodes[] = {number("id", 1, 4094, sDone, addText)};
 constexpr grammarState sInterfaceId{interfaceIdNodes};
 // The line of an interface. It names its verb with its first word: a mistyped one leaves the mode
@@ -127,4 +203,5 @@ constexpr grammarState sBindingVlans{bindingVlansNodes};
 
 constexpr grammarState sConfig{configNodes, nullptr, F_START};
 constexpr grammarState sListName{listNameNodes};
+constexpr grammarState sInterface{interfaceNodes};
 constexpr grammarState sBinding{bindingNodes, &sConfig};

@@ -5,9 +5,15 @@
 
 namespace {
 
-extern const grammarState sShow, sShowIp, sShowLists, sShowList, sShowCard, sShowCardWhat,
-    sShowCardLists, sChassis, sChassisCard, sChassisEvent, sChassisPrimary, sClear, sClearIp,
-    sClearLists, sClearCounters, sWrite, sConfigure, sDebug, sDebugArgs;
+const char* setDetail(cliCommand& c, const cliValue&, const grammarNode& n) {
+    c.policy.detail = n.value;
+    return nullptr;
+}
+
+extern const grammarState sShow, sShowIpv6, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6,
+    sShowIp, sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sChassis,
+    sChassisCard, sChassisEvent, sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters,
+    sWrite, sConfigure, sDebug, sDebugArgs;
 
 constexpr grammarNode execNodes[] = {
     kw("show", "show something", sShow),
@@ -24,6 +30,9 @@ constexpr grammarNode showNodes[] = {
     verb("running-config", "the configuration as it runs", sDone, cliVerb::showRunning),
     verb("startup-config", "the configuration that was saved", sDone, cliVerb::showStartup),
     kw("ip", "IP lists", sShowIp),
+    kw("ipv6", "IPv6 lists", sShowIpv6),
+    kw("route-maps", "route maps", sShowMaps, setPolicy<cliVerb::showPolicy>, POLICY_RMAP),
+    verb("clients", "how the clients of lists were told of changes", sDone, cliVerb::showClients),
     verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
     verb("system", "state and counters of the manager", sDone, cliVerb::showSystem),
     verb("queues", "the manager's queues to cards and tasks", sDone, cliVerb::showQueues),
@@ -35,7 +44,34 @@ constexpr grammarState sShow{showNodes};
 constexpr grammarNode showIpNodes[] = {
     verb("access-lists", "entries of access lists", sShowLists, cliVerb::showLists),
     verb("access-group", "which lists are bound where", sDone, cliVerb::showAccessGroups),
+    kw("prefix-lists", "IPv4 prefix lists", sShowPrefix, setPolicy<cliVerb::showPolicy>,
+       POLICY_PREFIX4),
+    kw("as-path-access-lists", "AS-path access lists", sShowPolicy, setPolicy<cliVerb::showPolicy>,
+       POLICY_ASPATH),
+    kw("community-lists", "community lists", sShowPolicy, setPolicy<cliVerb::showPolicy>,
+       POLICY_COMMUNITY),
+    kw("extcommunity-lists", "extended-community lists", sShowPolicy,
+       setPolicy<cliVerb::showPolicy>, POLICY_EXTCOMMUNITY),
 };
+constexpr grammarNode showIpv6Nodes[] = {
+    kw("prefix-lists", "IPv6 prefix lists", sShowPrefix, setPolicy<cliVerb::showPolicy>,
+       POLICY_PREFIX6),
+};
+constexpr grammarState sShowIpv6{showIpv6Nodes};
+constexpr grammarNode showPolicyNodes[] = {
+    arg(cliArg::name, "NAME", "of this name", sDone, setName),
+    fin("all"),
+};
+constexpr grammarState sShowPolicy{showPolicyNodes};
+constexpr grammarNode showPrefixNodes[] = {
+    whole("detail", "with the list that was changed last", sShowPolicy, setDetail, POLICY_DETAIL),
+    whole("summary", "without the entries", sShowPolicy, setDetail, POLICY_SUMMARY),
+};
+constexpr grammarState sShowPrefix{showPrefixNodes, &sShowPolicy};
+constexpr grammarNode showMapsNodes[] = {
+    whole("config", "as configured", sShowPolicy, setDetail, POLICY_DETAIL),
+};
+constexpr grammarState sShowMaps{showMapsNodes, &sShowPolicy};
 constexpr grammarState sShowIp{showIpNodes};
 constexpr grammarNode showListsNodes[] = {
     arg(cliArg::name, "NAME", "one list", sShowList, setName),
@@ -79,9 +115,21 @@ constexpr grammarNode chassisEventNodes[] = {
 constexpr grammarState sChassisEvent{chassisEventNodes};
 constexpr grammarNode chassisPrimaryNodes[] = {number("route processor", 0, 1, sDone, setNumber)};
 constexpr grammarState sChassisPrimary{chassisPrimaryNodes};
-constexpr grammarNode clearNodes[] = {kw("ip", "IP lists", sClearIp)};
+constexpr grammarNode clearNodes[] = {
+    kw("ip", "IP lists", sClearIp),
+    kw("ipv6", "IPv6 lists", sClearIpv6),
+};
 constexpr grammarState sClear{clearNodes};
-constexpr grammarNode clearIpNodes[] = {kw("access-lists", "access lists", sClearLists)};
+constexpr grammarNode clearIpNodes[] = {
+    kw("access-lists", "access lists", sClearLists),
+    kw("prefix-lists", "hit counts of IPv4 prefix lists", sClearCounters,
+       setPolicy<cliVerb::clearPolicy>, POLICY_PREFIX4),
+};
+constexpr grammarNode clearIpv6Nodes[] = {
+    kw("prefix-lists", "hit counts of IPv6 prefix lists", sClearCounters,
+       setPolicy<cliVerb::clearPolicy>, POLICY_PREFIX6),
+};
+constexpr grammarState sClearIpv6{clearIpv6Nodes};
 constexpr grammarState sClearIp{clearIpNodes};
 constexpr grammarNode clearListsNodes[] = {
     verb("counters", "set the match counters to 0", sClearCounters, cliVerb::clearCounters),

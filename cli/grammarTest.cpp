@@ -13,6 +13,21 @@ enum : uint32_t {
     O_TOS = 1u << 4,
     O_FRAGMENTS = 1u << 5,
 };
+// Likewise of a route.
+enum : uint32_t {
+    O_NEXT_HOP = 1u << 0,
+    O_SOURCE = 1u << 1,
+    O_AS_PATH = 1u << 2,
+    O_COMMUNITY = 1u << 3,
+    O_EXTCOMMUNITY = 1u << 4,
+    O_ORIGIN = 1u << 5,
+    O_ROUTE_TYPE = 1u << 6,
+    O_INTERFACE = 1u << 7,
+    O_METRIC = 1u << 8,
+    O_TAG = 1u << 9,
+    O_PREFERENCE = 1u << 10,
+    O_WEIGHT = 1u << 11,
+};
 
 const char* addFlags(cliCommand& c, const cliValue& v, const grammarNode& n) {
     std::string_view left = v.word;
@@ -30,12 +45,26 @@ const char* addFlags(cliCommand& c, const cliValue& v, const grammarNode& n) {
     return addText(c, v, n);
 }
 
-extern const grammarState sTestIp, sTestName, sTestProtocol, sTestSrc, sTestDst, sTestOptions,
-    sTestSrcPort, sTestDstPort, sTestFlags, sTestIcmpType, sTestIcmpCode, sTestTos;
+extern const grammarState sTestIp, sTestIpv6, sTestPrefix4, sTestPrefix6, sTestPath, sTestValues,
+    sTestRouteMap, sTest4, sTest6, sPath, sValues, sRoutePrefix, sRoute, sRouteText, sRouteNumber,
+    sTestName, sTestProtocol, sTestSrc, sTestDst, sTestOptions, sTestSrcPort, sTestDstPort,
+    sTestFlags, sTestIcmpType, sTestIcmpCode, sTestTos;
 
-constexpr grammarNode testNodes[] = {kw("ip", "IP lists", sTestIp)};
+constexpr grammarNode testNodes[] = {
+    kw("ip", "IP lists", sTestIp),
+    kw("ipv6", "IPv6 lists", sTestIpv6),
+    kw("route-map", "a route map", sTestRouteMap, setPolicy<cliVerb::testPolicy>, POLICY_RMAP),
+};
 constexpr grammarNode testIpNodes[] = {
     verb("access-list", "an access list", sTestName, cliVerb::test),
+    kw("prefix-list", "an IPv4 prefix list", sTestPrefix4, setPolicy<cliVerb::testPolicy>,
+       POLICY_PREFIX4),
+    kw("as-path", "an AS-path access list", sTestPath, setPolicy<cliVerb::testPolicy>,
+       POLICY_ASPATH),
+    kw("community", "a community list", sTestValues, setPolicy<cliVerb::testPolicy>,
+       POLICY_COMMUNITY),
+    kw("extcommunity", "an extended-community list", sTestValues, setPolicy<cliVerb::testPolicy>,
+       POLICY_EXTCOMMUNITY),
 };
 constexpr grammarState sTestIp{testIpNodes};
 constexpr grammarNode testNameNodes[] = {
@@ -82,6 +111,77 @@ constexpr grammarNode testIcmpCodeNodes[] = {
 constexpr grammarState sTestIcmpCode{testIcmpCodeNodes, &sTestOptions};
 constexpr grammarNode testTosNodes[] = {number("a byte", 0, 255, sTestOptions, addText)};
 constexpr grammarState sTestTos{testTosNodes};
+
+// --- routing-policy lists ----------------------------------------------------------------------
+
+constexpr grammarNode listNode(const grammarState& next) {
+    return arg(cliArg::name, "NAME", "the list", next, addText);
+}
+constexpr grammarNode testIpv6Nodes[] = {
+    kw("prefix-list", "an IPv6 prefix list", sTestPrefix6, setPolicy<cliVerb::testPolicy>,
+       POLICY_PREFIX6),
+};
+constexpr grammarState sTestIpv6{testIpv6Nodes};
+constexpr grammarNode testPrefix4Nodes[] = {listNode(sTest4)};
+constexpr grammarState sTestPrefix4{testPrefix4Nodes};
+constexpr grammarNode testPrefix6Nodes[] = {listNode(sTest6)};
+constexpr grammarState sTestPrefix6{testPrefix6Nodes};
+constexpr grammarNode test4Nodes[] = {
+    arg(cliArg::prefix, "A.B.C.D/LEN", "prefix of the route", sDone, addText),
+};
+constexpr grammarState sTest4{test4Nodes};
+constexpr grammarNode test6Nodes[] = {
+    arg(cliArg::prefix6, "X:X::X/LEN", "prefix of the route", sDone, addText),
+};
+constexpr grammarState sTest6{test6Nodes};
+constexpr grammarNode testPathNodes[] = {listNode(sPath)};
+constexpr grammarState sTestPath{testPathNodes};
+constexpr grammarNode pathNodes[] = {
+    arg(cliArg::rest, "AS ...", "the path, as it is shown", sDone, addText),
+    fin("an empty path"),
+};
+constexpr grammarState sPath{pathNodes};
+constexpr grammarNode testValuesNodes[] = {listNode(sValues)};
+constexpr grammarState sTestValues{testValuesNodes};
+constexpr grammarNode valuesNodes[] = {
+    arg(cliArg::rest, "COMMUNITY ...", "the communities of the route", sDone, addText),
+    fin("a route without communities"),
+};
+constexpr grammarState sValues{valuesNodes};
+
+constexpr grammarNode testRouteMapNodes[] = {
+    arg(cliArg::name, "NAME", "the map", sRoutePrefix, addText),
+};
+constexpr grammarState sTestRouteMap{testRouteMapNodes};
+constexpr grammarNode routePrefixNodes[] = {
+    arg(cliArg::prefix, "A.B.C.D/LEN", "prefix of the route", sRoute, addText),
+    arg(cliArg::prefix6, "X:X::X/LEN", "prefix of the route", sRoute, addText),
+};
+constexpr grammarState sRoutePrefix{routePrefixNodes};
+constexpr grammarNode routeNodes[] = {
+    kw("next-hop", "its next hop", sRouteText, addText, 0, 0, O_NEXT_HOP),
+    kw("route-source", "who told it", sRouteText, addText, 0, 0, O_SOURCE),
+    kw("as-path", "its AS path", sRouteText, addText, 0, 0, O_AS_PATH),
+    kw("community", "its communities", sRouteText, addText, 0, 0, O_COMMUNITY),
+    kw("extcommunity", "its extended communities", sRouteText, addText, 0, 0, O_EXTCOMMUNITY),
+    kw("origin", "its BGP origin", sRouteText, addText, 0, 0, O_ORIGIN),
+    kw("route-type", "its kind", sRouteText, addText, 0, 0, O_ROUTE_TYPE),
+    kw("interface", "where its next hop is", sRouteText, addText, 0, 0, O_INTERFACE),
+    kw("metric", "its metric", sRouteNumber, addText, 0, 0, O_METRIC),
+    kw("tag", "its tag", sRouteNumber, addText, 0, 0, O_TAG),
+    kw("local-preference", "its local preference", sRouteNumber, addText, 0, 0, O_PREFERENCE),
+    kw("weight", "its weight", sRouteNumber, addText, 0, 0, O_WEIGHT),
+    fin("ask"),
+};
+constexpr grammarState sRoute{routeNodes};
+constexpr grammarNode routeTextNodes[] = {
+    arg(cliArg::quoted, "VALUE", "several words: between quotation marks", sRoute, addText),
+};
+constexpr grammarState sRouteText{routeTextNodes};
+constexpr grammarNode routeNumberNodes[] = {
+    number("value", 0, 0xFFFFFFFF, sRoute, addText),
+};
+constexpr grammarState sRouteNumber{routeNumberNodes};
 
 }  // namespace
 

@@ -1,5 +1,7 @@
 #include "cli/lexer.h"
 
+#include <arpa/inet.h>
+
 #include <cstring>
 
 namespace {
@@ -116,5 +118,62 @@ bool lexMac(std::string_view word, uint8_t mac[6]) {
         bytes[i] = static_cast<uint8_t>(high << 4 | low);
     }
     std::memcpy(mac, bytes, sizeof bytes);
+    return true;
+}
+
+bool lexAddress6(std::string_view word, uint8_t address[16]) {
+    char text[INET6_ADDRSTRLEN];
+    if (word.size() >= sizeof text) return false;
+    text[word.copy(text, sizeof text)] = '\0';
+    return inet_pton(AF_INET6, text, address) == 1;
+}
+
+bool lexPrefix6(std::string_view word, uint8_t address[16], uint32_t* length) {
+    size_t slash = word.find('/');
+    uint64_t bits;
+    if (slash == word.npos || !lexNumber(word.substr(slash + 1), &bits) || bits > 128) return false;
+    if (!lexAddress6(word.substr(0, slash), address)) return false;
+    *length = static_cast<uint32_t>(bits);
+    return true;
+}
+
+bool lexSigned(std::string_view word, uint32_t* value) {
+    bool negative = !word.empty() && word[0] == '-';
+    uint64_t v;
+    if (!lexNumber(word.substr(negative ? 1 : 0), &v)) return false;
+    if (v > (negative ? 0x80000000u : 0xFFFFFFFFu)) return false;
+    *value = static_cast<uint32_t>(negative ? 0 - v : v);
+    return true;
+}
+
+bool lexPair(std::string_view word, uint32_t* high, uint32_t* low) {
+    size_t colon = word.find(':');
+    uint32_t h;
+    if (colon == word.npos || !lexSigned(word.substr(0, colon), &h)) return false;
+    if (!lexSigned(word.substr(colon + 1), low)) return false;
+    *high = h;
+    return true;
+}
+
+bool lexAddressPair(std::string_view word, uint32_t* high, uint32_t* low) {
+    size_t colon = word.find(':');
+    uint64_t v;
+    if (colon == word.npos || !lexNumber(word.substr(colon + 1), &v) || v > 0xFFFFFFFF)
+        return false;
+    if (!lexAddress(word.substr(0, colon), high)) return false;
+    *low = static_cast<uint32_t>(v);
+    return true;
+}
+
+bool lexAs(std::string_view word, uint32_t* as) {
+    size_t dot = word.find('.');
+    uint64_t high = 0, low;
+    if (dot == word.npos) {
+        if (!lexNumber(word, &low) || low > 0xFFFFFFFF) return false;
+    } else if (!lexNumber(word.substr(0, dot), &high) || high > 65535 ||
+               !lexNumber(word.substr(dot + 1), &low) || low > 65535) {
+        return false;
+    }
+    *as = static_cast<uint32_t>(high << 16 | low);
     return true;
 }

@@ -25,3 +25,10 @@ bool lexHex(std::string_view word, uint32_t* value);     // at most 8 digits, no
 bool lexAddress(std::string_view word, uint32_t* address);
 bool lexPrefix(std::string_view word, uint32_t* address, uint32_t* length);  // A.B.C.D/0-32
 bool lexMac(std::string_view word, uint8_t mac[6]);                          // xx:xx:xx:xx:xx:xx
+bool lexAddress6(std::string_view word, uint8_t address[16]);
+bool lexPrefix6(std::string_view word, uint8_t address[16], uint32_t* length);  // X:X::X/0-128
+// A 32-bit number in decimal, or below zero as its complement.
+bool lexSigned(std::string_view word, uint32_t* value);
+bool lexPair(std::string_view word, uint32_t* high, uint32_t* low);         // N:N
+bool lexAddressPair(std::string_view word, uint32_t* high, uint32_t* low);  // A.B.C.D:N
+bool lexAs(std::string_view word, uint32_t* as);                            // N or H.L

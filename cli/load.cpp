@@ -93,6 +93,8 @@ void takeAnswer(loader& l, uint32_t sequence) {
         cliCommand columns{};
         columns.firstColumn = s.firstColumn;
         columns.seqColumn = s.seqColumn;
+        if (s.isHeader && s.line == l.headerLine)
+            answerInstance(l.session.channel, &l.session.scope.seq);
         finish(l, s, status == ACL_OK ? "" : statusText(status), sessionColumn(columns, status));
         return;
     }
@@ -205,6 +207,10 @@ void loadInterface(loader& l, uint32_t line, std::string_view text) {
     if (!outcome.ok) refuseLine(l, line, text, l.command.firstColumn, outcome.sentence);
 }
 
+// Headers and others that need not wait for the lines before them.
+constexpr cliVerb pipelined[] = {cliVerb::list, cliVerb::traceList, cliVerb::traceGroup,
+                                 cliVerb::policyList, cliVerb::routeMap};
+
 void loadCommand(loader& l, uint32_t line, std::string_view text) {
     cliSession& s = l.session;
     const cliCommand& command = l.command;
@@ -213,8 +219,7 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
     if (!inner) l.badHeaderLine = 0;
     if (command.verb == cliVerb::interface) return loadInterface(l, line, text);
     if (s.options.checkOnly ||
-        !(inner || command.verb == cliVerb::list || command.verb == cliVerb::traceList ||
-          command.verb == cliVerb::traceGroup)) {
+        !(inner || std::ranges::find(pipelined, command.verb) != std::end(pipelined))) {
         // Rare commands run as they would when typed, after everything before them.
         drain(l);
         l.header = headerState::none;
@@ -229,6 +234,9 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
         return refuseLine(
             l, line, text, command.firstColumn,
             "Not sent: the header in line " + std::to_string(l.headerLine) + " was refused");
+    if (command.verb == cliVerb::clause)
+        if (cliOutcome outcome = sessionClause(&s, command); !outcome.ok)
+            return refuseLine(l, line, text, outcome.column, outcome.sentence);
     if (!inner) sessionEnter(&s, command);
     submit(l, command, line, text);
 }

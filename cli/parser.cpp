@@ -37,9 +37,14 @@ bool isName(std::string_view word) {
 }
 
 bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cliValue* value) {
-    uint32_t hex;
+    uint32_t hex, signedWord;
     switch (node.kind) {
         case cliArg::number:
+            // A word of 32 bits may be shown with a sign.
+            if (wide && node.wideHigh == 0xFFFFFFFF && lexSigned(word, &signedWord)) {
+                value->number = signedWord;
+                return true;
+            }
             return lexNumber(word, &value->number) && inLimits(node, value->number, wide);
         case cliArg::sequence:
             return lexNumber(word, &value->number);
@@ -53,9 +58,20 @@ bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cli
             return lexPrefix(word, &value->address, &value->length);
         case cliArg::mac:
             return lexMac(word, value->mac);
+        case cliArg::address6:
+            return lexAddress6(word, value->address6);
+        case cliArg::prefix6:
+            return lexPrefix6(word, value->address6, &value->length);
+        case cliArg::pair:
+            return lexPair(word, &value->high, &value->low);
+        case cliArg::addressPair:
+            return lexAddressPair(word, &value->high, &value->low);
+        case cliArg::as:
+            return lexAs(word, &value->low);
         case cliArg::name:
             return isName(word);
         case cliArg::text:
+        case cliArg::quoted:
         case cliArg::rest:
             return true;
         case cliArg::word:
@@ -81,7 +97,7 @@ const grammarNode* select(const cursor& c, std::string_view word, cliValue* valu
         }
         lexMatch match = lexCompare(word, node.word);
         if (match == lexMatch::whole) whole = &node;
-        if (match == lexMatch::prefix) {
+        if (match == lexMatch::prefix && !node.whole) {
             *ambiguous |= begun != nullptr && begun->word != node.word;
             if (begun == nullptr) begun = &node;
         }
@@ -120,9 +136,10 @@ void refuse(const cursor& c, size_t column, std::string text, std::string_view t
 
 cursor begin(const cliContext& context, cliCommand* command) {
     const grammarMode& mode = grammarModeOf(context.mode);
-    command->verb = cliVerb::entry;  // what a line is that names no other verb
+    command->verb = mode.verb;
     command->negated = false;
     command->inverseMask = context.inverseMask;
+    command->wide = context.wide;
     command->features = mode.features;
     command->seen = 0;
     command->firstColumn = 0;
@@ -135,7 +152,8 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->log = command->monitor = 0;
     static const ipEntryBlock blank[] = {entryBlank(IP_KIND_NONE), entryBlank(IP_KIND_STANDARD),
                                          entryBlank(IP_KIND_EXTENDED)};
-    command->block = blank[mode.kind];
+    command->block = blank[mode.ipKind];
+    command->policy = {};
     return {context, *command, mode.start, 0};
 }
 
@@ -151,6 +169,15 @@ bool step(cursor& c, std::string_view line, std::string_view word, cliParseError
         return false;
     }
     value.word = word;
+    if (node->kind == cliArg::quoted && word[0] == '"') {
+        size_t end = line.find('"', value.column + 1);
+        if (end == line.npos) {
+            *error = {value.column, "The quotation mark is not closed", {}};
+            return false;
+        }
+        value.word = line.substr(value.column, end + 1 - value.column);
+        c.at = end + 1;
+    }
     if (node->kind == cliArg::rest) {
         value.word = lexTrimEnd(line.substr(value.column));
         c.at = line.size();
@@ -187,8 +214,8 @@ cliParsed cliParse(const cliContext& context, std::string_view line, cliCommand*
         refuse(c, lexTrimEnd(line).size() + 1, "The line is incomplete", "", error);
         return cliParsed::refused;
     }
-    if (command->verb == cliVerb::entry && context.mode == cliMode::trace)
-        command->verb = cliVerb::traceEntry;
+    const grammarMode& mode = grammarModeOf(context.mode);
+    if (command->verb == mode.verb) command->kind = mode.kind;
     return cliParsed::command;
 }
 

@@ -18,6 +18,8 @@ const json& jsonArray(const json& object, const char* key);
 
 // Prints a value: with --json as it is, else as aligned text. A string is text already.
 void renderAnswer(const cliSession& session, const json& value, cliPipe* pipe);
+// Prints the verdict of a test and what decided; the outcome is the verdict.
+cliOutcome showVerdict(cliSession* session, json answer, cliPipe* pipe);
 // Runs a debug function that answers with JSON; text that is none becomes a JSON string. The
 // functions refuse with {"error": sentence}.
 cliOutcome debugJson(cliSession* session, std::string_view function, std::string_view args,

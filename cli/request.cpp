@@ -13,30 +13,102 @@
 
 namespace {
 
-// What a verb sends. A row with a message type of its own is plain IPC: a header and no body.
+void fillList(const cliCommand& command, const cliScope&, cliRequest* request) {
+    request->list.kind = command.kind;
+}
+void fillEntry(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->cli.name = scope.list;
+    request->entry.log = command.log;
+    request->entry.monitor = command.monitor;
+    request->entry.block = command.block;
+}
+void fillUnbinding(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->bind.ifindex = scope.ifindex;
+    request->bind.direction = command.direction;
+}
+void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    fillUnbinding(command, scope, request);
+    cliBindReq& bind = request->bind;
+    bind.implicitPermit = command.implicitPermit;
+    bind.writeConfig = 1;
+    bind.vlanOption = command.vlans.empty() ? 0 : 1;
+    command.vlans.copy(bind.vlanText, sizeof bind.vlanText - 1);
+}
+
+// What a verb sends: its own code, and that of its "no" form. Verbs about several kinds of
+// routing-policy list have a row for each.
 struct requestRow {
     cliVerb verb;
+    uint32_t kind;
     bool negated;
-    uint32_t mtype;
     uint32_t code;
-    size_t length;
+    size_t length = sizeof(cliHdr);
+    requestFill fill = nullptr;
 };
+constexpr uint32_t ANY_KIND = 0xFFFFFFFF;
 constexpr requestRow requestTable[] = {
-    {cliVerb::list, false, MT_CLI_COMMAND, CLI_IP_LIST_CREATE, sizeof(cliListReq)},
-    {cliVerb::list, true, MT_CLI_COMMAND, CLI_IP_LIST_DELETE, sizeof(cliListReq)},
-    {cliVerb::traceList, false, MT_CLI_COMMAND, CLI_DOS_LIST_CREATE, sizeof(cliListReq)},
-    {cliVerb::traceList, true, MT_CLI_COMMAND, CLI_DOS_LIST_DELETE, sizeof(cliListReq)},
-    {cliVerb::traceGroup, false, MT_CLI_COMMAND, CLI_DOS_ENABLE, sizeof(cliHdr)},
-    {cliVerb::traceGroup, true, MT_CLI_COMMAND, CLI_DOS_DISABLE, sizeof(cliHdr)},
-    {cliVerb::entry, false, MT_CLI_COMMAND, CLI_IP_ENTRY_ADD, sizeof(cliIpEntryReq)},
-    {cliVerb::entry, true, MT_CLI_COMMAND, CLI_IP_ENTRY_DELETE, sizeof(cliIpEntryReq)},
-    {cliVerb::traceEntry, false, MT_CLI_COMMAND, CLI_DOS_ENTRY_ADD, sizeof(cliIpEntryReq)},
-    {cliVerb::traceEntry, true, MT_CLI_COMMAND, CLI_DOS_ENTRY_DELETE, sizeof(cliIpEntryReq)},
-    {cliVerb::accessGroup, false, MT_CLI_COMMAND, CLI_IP_BIND, sizeof(cliBindReq)},
-    {cliVerb::accessGroup, true, MT_CLI_COMMAND, CLI_IP_UNBIND, sizeof(cliUnbindReq)},
-    {cliVerb::clearCounters, false, MT_CLI_COMMAND, CLI_CLEAR_IP_ACL_ALL, sizeof(cliHdr)},
-    {cliVerb::maskMode, false, MT_ACL_INVERSEMASK_ENABLE, 0, sizeof(ipcHdr)},
-    {cliVerb::maskMode, true, MT_ACL_INVERSEMASK_DISABLE, 0, sizeof(ipcHdr)},
+    {cliVerb::list, ANY_KIND, false, CLI_IP_LIST_CREATE, sizeof(cliListReq), fillList},
+    {cliVerb::list, ANY_KIND, true, CLI_IP_LIST_DELETE, sizeof(cliListReq), fillList},
+    {cliVerb::traceList, ANY_KIND, false, CLI_DOS_LIST_CREATE, sizeof(cliListReq)},
+    {cliVerb::traceList, ANY_KIND, true, CLI_DOS_LIST_DELETE, sizeof(cliListReq)},
+    {cliVerb::traceGroup, ANY_KIND, false, CLI_DOS_ENABLE},
+    {cliVerb::traceGroup, ANY_KIND, true, CLI_DOS_DISABLE},
+    {cliVerb::entry, ANY_KIND, false, CLI_IP_ENTRY_ADD, sizeof(cliIpEntryReq), fillEntry},
+    {cliVerb::entry, ANY_KIND, true, CLI_IP_ENTRY_DELETE, sizeof(cliIpEntryReq), fillEntry},
+    {cliVerb::traceEntry, ANY_KIND, false, CLI_DOS_ENTRY_ADD, sizeof(cliIpEntryReq), fillEntry},
+    {cliVerb::traceEntry, ANY_KIND, true, CLI_DOS_ENTRY_DELETE, sizeof(cliIpEntryReq), fillEntry},
+    {cliVerb::accessGroup, ANY_KIND, false, CLI_IP_BIND, sizeof(cliBindReq), fillBinding},
+    {cliVerb::accessGroup, ANY_KIND, true, CLI_IP_UNBIND, sizeof(cliUnbindReq), fillUnbinding},
+    {cliVerb::clearCounters, ANY_KIND, false, CLI_CLEAR_IP_ACL_ALL},
+    {cliVerb::policyList, POLICY_PREFIX4, false, CLI_PREFIX_LIST_CREATE},
+    {cliVerb::policyList, POLICY_PREFIX4, true, CLI_PREFIX_LIST_DELETE},
+    {cliVerb::policyList, POLICY_PREFIX6, false, CLI_V6_PREFIX_LIST_CREATE},
+    {cliVerb::policyList, POLICY_PREFIX6, true, CLI_V6_PREFIX_LIST_DELETE},
+    {cliVerb::policyList, POLICY_ASPATH, false, CLI_ASPATH_LIST_CREATE},
+    {cliVerb::policyList, POLICY_ASPATH, true, CLI_ASPATH_LIST_DELETE},
+    {cliVerb::policyList, POLICY_COMMUNITY, false, CLI_COMM_LIST_CREATE},
+    {cliVerb::policyList, POLICY_COMMUNITY, true, CLI_COMM_LIST_DELETE},
+    {cliVerb::policyList, POLICY_EXTCOMMUNITY, false, CLI_EXTCOMM_LIST_CREATE},
+    {cliVerb::policyList, POLICY_EXTCOMMUNITY, true, CLI_EXTCOMM_LIST_DELETE},
+    {cliVerb::policyEntry, POLICY_PREFIX4, false, CLI_PREFIX_ENTRY_ADD, sizeof(cliPrefix4Req),
+     fillPrefix4},
+    {cliVerb::policyEntry, POLICY_PREFIX4, true, CLI_PREFIX_ENTRY_DELETE, sizeof(cliPrefix4Req),
+     fillPrefix4},
+    {cliVerb::policyEntry, POLICY_PREFIX6, false, CLI_V6_PREFIX_ENTRY_ADD, sizeof(cliPrefix6Req),
+     fillPrefix6},
+    {cliVerb::policyEntry, POLICY_PREFIX6, true, CLI_V6_PREFIX_ENTRY_DELETE, sizeof(cliPrefix6Req),
+     fillPrefix6},
+    {cliVerb::policyEntry, POLICY_ASPATH, false, CLI_ASPATH_ENTRY_ADD, sizeof(cliAspathReq),
+     fillAspath},
+    {cliVerb::policyEntry, POLICY_ASPATH, true, CLI_ASPATH_ENTRY_DELETE, sizeof(cliAspathReq),
+     fillAspath},
+    {cliVerb::policyEntry, POLICY_COMMUNITY, false, CLI_COMM_ENTRY_ADD, sizeof(cliCommReq),
+     fillCommunity},
+    {cliVerb::policyEntry, POLICY_COMMUNITY, true, CLI_COMM_ENTRY_DELETE, sizeof(cliCommReq),
+     fillCommunity},
+    {cliVerb::policyEntry, POLICY_EXTCOMMUNITY, false, CLI_EXTCOMM_ENTRY_ADD, sizeof(cliExtCommReq),
+     fillExtCommunity},
+    {cliVerb::policyEntry, POLICY_EXTCOMMUNITY, true, CLI_EXTCOMM_ENTRY_DELETE,
+     sizeof(cliExtCommReq), fillExtCommunity},
+    {cliVerb::routeMap, ANY_KIND, false, CLI_RMAP_CREATE, sizeof(cliRmapReq), fillRouteMap},
+    {cliVerb::routeMap, ANY_KIND, true, CLI_RMAP_DELETE, sizeof(cliRmapDeleteReq),
+     fillRouteMapDelete},
+    // The IPv6 clauses have codes of their own.
+    {cliVerb::clause, ANY_KIND, false, CLI_RMAP_ENTRY_ADD, sizeof(cliRmapClauseReq), fillClause},
+    {cliVerb::clause, ANY_KIND, true, CLI_RMAP_ENTRY_DELETE, sizeof(cliRmapClauseReq), fillClause},
+    {cliVerb::resequence, ANY_KIND, false, CLI_PREFIX_RESEQUENCE, sizeof(cliPrefixReseqReq),
+     fillResequence},
+    {cliVerb::clearPolicy, POLICY_PREFIX4, false, CLI_PREFIX_CLEAR_ALL},
+    {cliVerb::clearPolicy, POLICY_PREFIX6, false, CLI_V6_PREFIX_CLEAR_ALL},
+};
+// Of a verb that has codes of its own for one list and for all.
+struct oneListRow {
+    uint32_t all, one;
+};
+constexpr oneListRow oneListTable[] = {
+    {CLI_CLEAR_IP_ACL_ALL, CLI_CLEAR_IP_ACL},
+    {CLI_PREFIX_CLEAR_ALL, CLI_PREFIX_CLEAR},
+    {CLI_V6_PREFIX_CLEAR_ALL, CLI_V6_PREFIX_CLEAR},
 };
 
 // A cookie that no reply buffer can show in the same place: neither 0 nor SHOW_MARKER.
@@ -48,17 +120,6 @@ constexpr uint32_t cookieOf(uint32_t sequence) {
 void stamp(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t length) {
     requestAddress(channel, hdr, mtype, length, channel->card,
                    aclServicePort(APP_ACL, 0, QUEUE_REQUEST));
-}
-
-void fillBinding(const cliCommand& command, uint32_t ifindex, cliBindReq* request) {
-    request->cli.name = listNameMake(command.name);
-    request->ifindex = ifindex;
-    request->direction = command.direction;
-    if (command.negated) return;
-    request->implicitPermit = command.implicitPermit;
-    request->writeConfig = 1;
-    request->vlanOption = command.vlans.empty() ? 0 : 1;
-    command.vlans.copy(request->vlanText, sizeof request->vlanText - 1);
 }
 
 }  // namespace
@@ -92,42 +153,41 @@ void requestAddress(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t len
 
 bool requestBuild(cliChannel* channel, const cliCommand& command, const cliScope& scope,
                   cliRequest* request, size_t* length) {
+    // The mask mode is plain IPC: a header and no body.
+    if (command.verb == cliVerb::maskMode) {
+        *length = sizeof(ipcHdr);
+        request->ipc = {};
+        stamp(channel, &request->ipc,
+              command.negated ? MT_ACL_INVERSEMASK_DISABLE : MT_ACL_INVERSEMASK_ENABLE, *length);
+        return true;
+    }
     const auto* row = std::ranges::find_if(requestTable, [&](const requestRow& r) {
-        return r.verb == command.verb && r.negated == command.negated;
+        return r.verb == command.verb && r.negated == command.negated &&
+               (r.kind == ANY_KIND || r.kind == command.kind);
     });
     if (row == std::end(requestTable)) return false;
-    std::memset(request, 0, row->length);
-    stamp(channel, &request->ipc, row->mtype, row->length);
     *length = row->length;
-    if (row->length == sizeof(ipcHdr)) return true;
-
+    std::memset(static_cast<void*>(request), 0, row->length);
+    stamp(channel, &request->ipc, MT_CLI_COMMAND, row->length);
     request->cli.cookie = cookieOf(request->ipc.sequence);
     request->cli.code = row->code;
-    if (row->verb == cliVerb::clearCounters && !command.name.empty())
-        request->cli.code = CLI_CLEAR_IP_ACL;
-    if (row->verb == cliVerb::accessGroup) {
-        fillBinding(command, scope.ifindex, &request->bind);
-        return true;
-    }
-    if (row->length == sizeof(cliListReq)) request->list.kind = command.kind;
-    if (row->length != sizeof(cliIpEntryReq)) {
-        request->cli.name = listNameMake(command.name);
-        return true;
-    }
-    request->cli.name = scope.list;
-    request->entry.log = command.log;
-    request->entry.monitor = command.monitor;
-    request->entry.block = command.block;
+    for (const oneListRow& r : oneListTable)
+        if (r.all == row->code && !command.name.empty()) request->cli.code = r.one;
+    request->cli.name = listNameMake(command.name);
+    if (row->fill != nullptr) row->fill(command, scope, request);
     return true;
 }
 
-void requestShow(cliChannel* channel, aclCliCode code, const listName& name, cliShowReq* request) {
+void requestShow(cliChannel* channel, uint32_t code, const listName& name, uint32_t detail,
+                 uint32_t resume, cliShowReq* request) {
     *request = {};
     stamp(channel, &request->cli.ipc, MT_CLI_COMMAND, sizeof *request);
     request->cli.cookie = cookieOf(request->cli.ipc.sequence);
     request->cli.code = code;
     request->cli.name = name;
     request->name = name;
+    request->detail = detail;
+    request->resume = resume;
 }
 
 const ipcHdr* channelReceive(cliChannel* channel, int timeoutMs) {
@@ -158,8 +218,14 @@ bool answerResult(const cliChannel& channel, uint32_t* result) {
     return true;
 }
 
+void answerInstance(const cliChannel& channel, uint32_t* seq) {
+    const auto* made = wireView<cliRmapReq>(std::span<const uint8_t>(channel.message));
+    if (made != nullptr && made->cli.code == CLI_RMAP_CREATE && made->seq != RMAP_SEQ_NOT_GIVEN)
+        *seq = made->seq;
+}
+
 bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* text, listName* shown,
-                uint32_t* result) {
+                uint32_t* resume, uint32_t* result) {
     std::span<const uint8_t> bytes(channel.message);
     *result = ACL_E_SYSTEM;
     const auto* front = wireView<showReplyHdr>(bytes);
@@ -171,6 +237,7 @@ bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* te
     }
     *result = ACL_OK;
     *shown = listNameMake(front->name);
+    *resume = front->marker == SHOW_MARKER ? 0 : uint32_t{front->marker};
     *text = {reinterpret_cast<const char*>(bytes.data()) + SHOW_TEXT_OFFSET,
              bytes.size() - SHOW_TEXT_OFFSET};
     *text = text->substr(0, text->find('\0'));

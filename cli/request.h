@@ -35,18 +35,44 @@ union cliRequest {
     cliListReq list;
     cliIpEntryReq entry;
     cliBindReq bind;
+    cliPrefix4Req prefix4;
+    cliPrefix6Req prefix6;
+    cliPrefixReseqReq resequence;
+    cliAspathReq aspath;
+    cliCommReq community;
+    cliExtCommReq extCommunity;
+    cliRmapReq routeMap;
+    cliRmapDeleteReq routeMapDelete;
+    cliRmapClauseReq clause;
 };
 // What the lines of the current mode act on.
 struct cliScope {
     listName list{};
     uint32_t ifindex = 0;
+    uint32_t seq = 0;     // of a route map's instance
+    uint32_t action = 0;  // of that instance
 };
+// Writes what a command says behind the front of its request, which is zero; the front has the name
+// that the command gives (policyRequest.cpp for routing-policy lists).
+typedef void (*requestFill)(const cliCommand& command, const cliScope& scope, cliRequest* request);
+void fillPrefix4(const cliCommand&, const cliScope&, cliRequest*);
+void fillPrefix6(const cliCommand&, const cliScope&, cliRequest*);
+void fillAspath(const cliCommand&, const cliScope&, cliRequest*);
+void fillCommunity(const cliCommand&, const cliScope&, cliRequest*);
+void fillExtCommunity(const cliCommand&, const cliScope&, cliRequest*);
+void fillRouteMap(const cliCommand&, const cliScope&, cliRequest*);
+void fillRouteMapDelete(const cliCommand&, const cliScope&, cliRequest*);
+void fillClause(const cliCommand&, const cliScope&, cliRequest*);
+void fillResequence(const cliCommand&, const cliScope&, cliRequest*);
+
 // The request of a command: *length its bytes. False when the command is not one that goes to the
 // manager in one message.
 bool requestBuild(cliChannel* channel, const cliCommand& command, const cliScope& scope,
                   cliRequest* request, size_t* length);
-// A show of one list (1059), or of the list behind the cursor `name` (1060).
-void requestShow(cliChannel* channel, aclCliCode code, const listName& name, cliShowReq* request);
+// A show of one list, or of the list behind the cursor `name`; detail and resume as the list's kind
+// reads them.
+void requestShow(cliChannel* channel, uint32_t code, const listName& name, uint32_t detail,
+                 uint32_t resume, cliShowReq* request);
 
 // Fills the header of a request to another task than the manager.
 void requestAddress(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t length, uint32_t card,
@@ -63,9 +89,12 @@ const ipcHdr* channelReceive(cliChannel* channel, int timeoutMs);
 
 // The result that an answer carries; false when the message is too short to be one.
 bool answerResult(const cliChannel& channel, uint32_t* result);
+// The number of the instance that an answer to a route map's header names; else *seq is kept.
+void answerInstance(const cliChannel& channel, uint32_t* seq);
 // The text of an answer to a show; false when the answer is a refusal, whose code is *result.
+// *resume: where a list that is not done goes on; 0 when it is, or is shown whole.
 bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* text, listName* shown,
-                uint32_t* result);
+                uint32_t* resume, uint32_t* result);
 
 enum class askResult { answered, noAnswer, unreachable, failed };
 // Sends one request and waits for its answer, which is then in channel->message.

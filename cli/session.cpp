@@ -2,9 +2,10 @@
 
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 
 #include "cli/lexer.h"
+#include "include/routeMapNames.h"
 #include "include/status.h"
 #include "platform/api/zekCfg.h"
 
@@ -20,7 +21,15 @@ constexpr modeRow headerModes[] = {
     {cliVerb::list, IP_KIND_STANDARD, cliMode::standard},
     {cliVerb::list, IP_KIND_EXTENDED, cliMode::extended},
     {cliVerb::traceList, 0, cliMode::trace},
+    {cliVerb::policyList, POLICY_PREFIX4, cliMode::prefix4},
+    {cliVerb::policyList, POLICY_PREFIX6, cliMode::prefix6},
+    {cliVerb::policyList, POLICY_ASPATH, cliMode::aspath},
+    {cliVerb::policyList, POLICY_COMMUNITY, cliMode::community},
+    {cliVerb::policyList, POLICY_EXTCOMMUNITY, cliMode::extCommunity},
+    {cliVerb::routeMap, 0, cliMode::routeMap},
 };
+// Resequencing waits a moment before each entry, of which a list may have tens of thousands.
+constexpr int RESEQUENCE_MS = 180000;
 
 // Sends a configuration command and takes over the mode that follows it.
 cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
@@ -32,22 +41,31 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
         size_t length;
         if (!requestBuild(&s->channel, command, s->scope, &request, &length))
             return refusal(statusText(ACL_E_SYSTEM));
-        askResult asked = channelAsk(&s->channel, &request, length, s->options.timeoutMs);
+        int timeoutMs = s->options.timeoutMs;
+        if (command.verb == cliVerb::resequence) timeoutMs = std::max(timeoutMs, RESEQUENCE_MS);
+        askResult asked = channelAsk(&s->channel, &request, length, timeoutMs);
         uint32_t status = ACL_E_SYSTEM;
         if (asked != askResult::answered)
-            outcome = refusal(askText(asked, s->options.timeoutMs));
+            outcome = refusal(askText(asked, timeoutMs));
         else if (!answerResult(s->channel, &status) || status != ACL_OK)
             outcome = refusal(statusText(status), sessionColumn(command, status));
     }
-    if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters) return outcome;
-    if (outcome.ok)
+    if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters ||
+        command.verb == cliVerb::clearPolicy)
+        return outcome;
+    if (outcome.ok) {
         sessionEnter(s, command);
-    else
-        s->mode = cliMode::configure;
+        if (!s->options.checkOnly) answerInstance(s->channel, &s->scope.seq);
+    }
+    if (!outcome.ok) s->mode = cliMode::configure;
     if (outcome.ok && command.verb == cliVerb::maskMode) s->inverseMask = !command.negated;
     return outcome;
 }
 
+cliOutcome runClause(cliSession* s, const cliCommand& command, cliPipe* pipe) {
+    cliOutcome outcome = sessionClause(s, command);
+    return outcome.ok ? runConfig(s, command, pipe) : outcome;
+}
 cliOutcome runInterface(cliSession* s, const cliCommand& command, cliPipe*) {
     return sessionInterface(s, command);
 }
@@ -93,6 +111,10 @@ cliOutcome runShowAccessGroups(cliSession* s, const cliCommand&, cliPipe* pipe) 
     return showDebug(s, "access-groups", pipe);
 }
 
+cliOutcome runShowClients(cliSession* s, const cliCommand&, cliPipe* pipe) {
+    return showDebug(s, "clients", pipe);
+}
+
 struct verbRow {
     cliVerb verb;
     bool local;  // changes nothing but this session, also when only checking
@@ -111,6 +133,7 @@ constexpr verbRow verbTable[] = {
     {cliVerb::showInterfaces, false, showInterfaces},
     {cliVerb::showAccessGroups, false, runShowAccessGroups},
     {cliVerb::showInstalled, false, showInstalled},
+    {cliVerb::showClients, false, runShowClients},
     {cliVerb::chassis, false, chassisControl},
     {cliVerb::clearCounters, true, runConfig},
     {cliVerb::writeMemory, false, runWriteMemory},
@@ -127,6 +150,14 @@ constexpr verbRow verbTable[] = {
     {cliVerb::entry, true, runConfig},
     {cliVerb::traceEntry, true, runConfig},
     {cliVerb::accessGroup, true, runConfig},
+    {cliVerb::policyList, true, runConfig},
+    {cliVerb::policyEntry, true, runConfig},
+    {cliVerb::routeMap, true, runConfig},
+    {cliVerb::clause, true, runClause},
+    {cliVerb::resequence, true, runConfig},
+    {cliVerb::showPolicy, false, showPolicy},
+    {cliVerb::clearPolicy, true, runConfig},
+    {cliVerb::testPolicy, false, testPolicy},
 };
 static_assert([] {
     for (size_t i = 0; i < std::size(verbTable); i++)
@@ -156,8 +187,9 @@ bool sessionIsInner(cliMode mode) {
     return mode != cliMode::exec && mode != cliMode::configure;
 }
 bool sessionIsInnerLine(const cliCommand& command) {
-    return command.verb == cliVerb::entry || command.verb == cliVerb::traceEntry ||
-           command.verb == cliVerb::accessGroup;
+    constexpr cliVerb verbs[] = {cliVerb::entry, cliVerb::traceEntry, cliVerb::accessGroup,
+                                 cliVerb::policyEntry, cliVerb::clause};
+    return std::ranges::find(verbs, command.verb) != std::end(verbs);
 }
 
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
@@ -170,7 +202,10 @@ cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
 
 void sessionEnter(cliSession* session, const cliCommand& command) {
     session->mode = sessionModeAfter(*session, command);
-    if (sessionIsInner(session->mode)) session->scope.list = listNameMake(command.name);
+    if (!sessionIsInner(session->mode)) return;
+    session->scope.list = listNameMake(command.name);
+    session->scope.seq = command.policy.seq;
+    session->scope.action = command.policy.action;
 }
 
 bool sessionMustLeave(const cliSession& session, const cliCommand& command,
@@ -193,17 +228,29 @@ bool sessionChassis(cliSession* session, std::string* error) {
     return session->chassisLoaded;
 }
 
-cliOutcome sessionInterface(cliSession* session, const cliCommand& command) {
+// The index of the interface that the command names. When only checking, a chassis that is not
+// described is no reason to refuse.
+static cliOutcome findInterface(cliSession* session, const cliCommand& command) {
     std::string error;
-    session->mode = cliMode::configure;
     session->scope.ifindex = 0;
     if (!sessionChassis(session, &error)) {
-        if (!session->options.checkOnly) return refusal(error);
+        if (!session->options.checkOnly) return refusal(error, command.firstColumn);
     } else if (!chassisIfIndex(session->chassis, command.text, &session->scope.ifindex)) {
-        return refusal("The chassis has no interface " + command.text);
+        return refusal("The chassis has no interface " + command.text, command.firstColumn);
     }
-    session->mode = cliMode::interface;
     return {};
+}
+
+cliOutcome sessionClause(cliSession* session, const cliCommand& command) {
+    if (command.policy.code != RTMAP_MATCH_IFACE) return {};
+    return findInterface(session, command);
+}
+
+cliOutcome sessionInterface(cliSession* session, const cliCommand& command) {
+    session->mode = cliMode::configure;
+    cliOutcome outcome = findInterface(session, command);
+    if (outcome.ok) session->mode = cliMode::interface;
+    return outcome;
 }
 
 cliOutcome sessionDebug(cliSession* session, std::string_view function, std::string_view args,

@@ -70,6 +70,8 @@ bool sessionChassis(cliSession* session, std::string* error);
 // Makes the named interface the one that the lines of its mode act on; the sentence that refuses
 // it. When only checking, a chassis that is not described is no reason to refuse.
 cliOutcome sessionInterface(cliSession* session, const cliCommand& command);
+// Looks up what a clause of a route map refers to here: an interface.
+cliOutcome sessionClause(cliSession* session, const cliCommand& command);
 
 // Runs a command that was read; output goes through the pipe.
 cliOutcome sessionExecute(cliSession* session, const cliCommand& command, cliPipe* pipe);
@@ -96,4 +98,7 @@ cliOutcome showCards(cliSession* session, const cliCommand& command, cliPipe* pi
 cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe);
+// Routing-policy lists (showPolicy.cpp).
+cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome testPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe);

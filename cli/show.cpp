@@ -65,12 +65,13 @@ json listJson(std::string_view text) {
 cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sink,
                    uint32_t* status) {
     cliShowReq request;
-    requestShow(&s->channel, code, *name, &request);
+    requestShow(&s->channel, code, *name, 0, 0, &request);
     askResult asked = channelAsk(&s->channel, &request, sizeof request, s->options.timeoutMs);
     if (asked != askResult::answered) return refusal(askText(asked, s->options.timeoutMs));
     std::string_view text;
     listName shown{};
-    if (!answerText(s->channel, request.cli.cookie, &text, &shown, status)) {
+    uint32_t resume;
+    if (!answerText(s->channel, request.cli.cookie, &text, &shown, &resume, status)) {
         // A list that is only referred to answers well but has nothing to show.
         if (*status == ACL_OK) *status = ACL_E_NOLIST;
         return refusal(statusText(*status));
@@ -170,20 +171,28 @@ cliOutcome showInterfaces(cliSession* session, const cliCommand&, cliPipe* pipe)
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     json answer;
     cliOutcome outcome = debugJson(session, "test-ip-filter", command.text, &answer);
-    if (!outcome.ok) return outcome;
+    return outcome.ok ? showVerdict(session, std::move(answer), pipe) : outcome;
+}
+
+cliOutcome showVerdict(cliSession* session, json answer, cliPipe* pipe) {
     if (!answer.is_object() || !answer.contains("verdict") || !answer["verdict"].is_string())
         return refusal(answer.is_string() && answer != "" ? answer.get<std::string>()
                                                           : "The manager gave no verdict");
     std::string verdict = answer["verdict"];
-    if (session->options.json)
+    if (session->options.json) {
         pipeText(pipe, jsonDump(answer) + "\n");
-    else {
+    } else {
         std::string decided = "no entry matches (implicit deny)";
-        if (auto entry = answer.find("entry"); entry != answer.end() && entry->is_object())
-            decided = lexTrimEnd(jsonText(*entry, "text"));
+        if (auto entry = answer.find("entry"); entry != answer.end() && !entry->is_null())
+            decided = lexTrimEnd(entry->is_object() ? jsonText(*entry, "text")
+                                                    : jsonText(answer, "entry"));
         pipeLine(pipe,
                  verdict + ": " +
                      decided.substr(std::min(decided.find_first_not_of(' '), decided.size())));
+        // What else there is to say: of a route map the way to the verdict and the new attributes.
+        answer.erase("verdict");
+        answer.erase("entry");
+        if (!answer.empty()) renderAnswer(*session, answer, pipe);
     }
     return {verdict == "permit", "", 0};
 }

@@ -1,0 +1,175 @@
+// The entry lines of AS-path, community and extended-community lists, and the values that they
+// share with the set clauses of route maps.
+#include "cli/grammarBuild.h"
+
+namespace {
+
+enum : uint32_t {
+    O_NUMBER = 1u << 0,
+    O_LOCAL_AS = 1u << 1,
+    O_NO_ADVERTISE = 1u << 2,
+    O_NO_EXPORT = 1u << 3,
+    O_ADDITIVE = 1u << 4,
+    O_NONE = 1u << 5,
+};
+constexpr uint8_t EXTCOMM_NON_TRANSITIVE = 0x40;
+enum extCommType : uint8_t { EXTCOMM_AS2 = 0, EXTCOMM_IPV4 = 1, EXTCOMM_AS4 = 2 };
+
+// (its size in the request, with the NUL)
+const char* setExpression(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    if (v.word.size() >= n.value) return "The expression is too long";
+    c.policy.isExpression = true;
+    c.text = v.word;
+    return nullptr;
+}
+
+const char* setCommunityNumber(cliCommand& c, const cliValue& v, const grammarNode&) {
+    c.policy.number = static_cast<uint32_t>(v.number);
+    return nullptr;
+}
+const char* addCommunity(cliCommand& c, const cliValue& v, const grammarNode&) {
+    cliPolicy& p = c.policy;
+    if (!c.wide && (v.high > 65535 || v.low > 65535))
+        return "Both parts of a community are at most 65535";
+    if (p.valueCount == ((c.features & F_CLAUSE) != 0 ? RMAP_COMMUNITIES : COMM_LIST_VALUES))
+        return "There are too many communities in one line";
+    p.values[p.valueCount++] = {v.high, v.low};
+    return nullptr;
+}
+// (which flag of cliPolicy)
+const char* setCommunityFlag(cliCommand& c, const cliValue&, const grammarNode& n) {
+    cliPolicy& p = c.policy;
+    (n.once == O_LOCAL_AS       ? p.localAs
+     : n.once == O_NO_ADVERTISE ? p.noAdvertise
+     : n.once == O_NO_EXPORT    ? p.noExport
+     : n.once == O_ADDITIVE     ? p.additive
+                                : p.none) = true;
+    return nullptr;
+}
+
+const char* setSelector(cliCommand& c, const cliValue&, const grammarNode& n) {
+    c.policy.selector = n.value;
+    return nullptr;
+}
+// High and low part of (extCommType); 6 bytes hold them, and one part has only 2 of these.
+const char* addExtCommunity(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    cliPolicy& p = c.policy;
+    if (p.extCount == ((c.features & F_CLAUSE) != 0 ? RMAP_EXTCOMMS : EXTCOMM_LIST_VALUES))
+        return "There are too many communities in one line";
+    bool narrowHigh = n.value == EXTCOMM_AS2;
+    if ((narrowHigh ? v.high : v.low) > 65535)
+        return narrowHigh ? "The AS number is at most 65535: write \"as4\" before a larger one"
+                          : "The number behind the colon is at most 65535";
+    uint64_t body = narrowHigh ? uint64_t{v.high} << 32 | v.low : uint64_t{v.high} << 16 | v.low;
+    extCommValue& value = p.extValues[p.extCount++];
+    value.b[0] = static_cast<uint8_t>(n.value);
+    value.b[1] = static_cast<uint8_t>(p.selector);
+    for (uint32_t i = 0; i < 6; i++) value.b[2 + i] = static_cast<uint8_t>(body >> (40 - 8 * i));
+    return nullptr;
+}
+const char* setNonTransitive(cliCommand& c, const cliValue&, const grammarNode&) {
+    uint8_t& type = c.policy.extValues[c.policy.extCount - 1].b[0];
+    type = static_cast<uint8_t>(type | EXTCOMM_NON_TRANSITIVE);
+    return nullptr;
+}
+
+extern const grammarState sAspathText, sCommunityEntry, sCommunityText, sExtEntry, sExtText,
+    sExtValues, sExtAs4, sExtFlags;
+
+// --- AS-path lists -----------------------------------------------------------------------------
+
+constexpr grammarNode aspathNodes[] = {
+    kw("permit", "let matching paths pass", sAspathText, setPolicyAction, 0),
+    kw("deny", "drop matching paths", sAspathText, setPolicyAction, 1),
+};
+constexpr grammarNode aspathText[] = {
+    arg(cliArg::rest, "EXPRESSION", "a regular expression, to the end of the line", sDone,
+        setExpression, ASPATH_TEXT_LEN),
+};
+constexpr grammarState sAspathText{aspathText};
+
+// --- communities -------------------------------------------------------------------------------
+
+constexpr grammarNode communityNodes[] = {
+    kw("permit", "let matching routes pass", sCommunityEntry, setPolicyAction, 0),
+    kw("deny", "drop matching routes", sCommunityEntry, setPolicyAction, 1),
+};
+// A list shows it with a sign.
+constexpr grammarNode communityNumber(uint32_t high, uint32_t when) {
+    grammarNode node = number("a community as one number", 1, high, sCommunityValues,
+                              setCommunityNumber, 0, 0xFFFFFFFF);
+    node.when = when;
+    node.once = O_NUMBER;
+    return node;
+}
+constexpr grammarNode communityEntry[] = {
+    communityNumber(0x7FFFFFFF, 0),
+    kw("regexp", "a regular expression", sCommunityText),
+};
+constexpr grammarState sCommunityEntry{communityEntry, &sCommunityValues};
+constexpr grammarNode communityText[] = {
+    arg(cliArg::rest, "EXPRESSION", "to the end of the line", sDone, setExpression,
+        sizeof commEntryBlock::text),
+};
+constexpr grammarState sCommunityText{communityText};
+constexpr grammarNode communityFlag(std::string_view word, const char* help, uint32_t once,
+                                    uint32_t when = 0) {
+    return kw(word, help, sCommunityValues, setCommunityFlag, 0, when, once);
+}
+constexpr grammarNode communityValues[] = {
+    arg(cliArg::pair, "AS:N", "a community", sCommunityValues, addCommunity),
+    communityNumber(0xFFFFFFFF, F_CLAUSE),
+    communityFlag("no-export", "keep within the confederation", O_NO_EXPORT),
+    communityFlag("no-advertise", "tell no peer", O_NO_ADVERTISE),
+    communityFlag("local-AS", "keep within the AS", O_LOCAL_AS),
+    communityFlag("additive", "add to those that the route has", O_ADDITIVE, F_CLAUSE),
+    communityFlag("none", "remove all", O_NONE, F_CLAUSE),
+    fin("that is all"),
+};
+
+// --- extended communities ----------------------------------------------------------------------
+
+constexpr grammarNode extNodes[] = {
+    kw("permit", "let matching routes pass", sExtEntry, setPolicyAction, 0),
+    kw("deny", "drop matching routes", sExtEntry, setPolicyAction, 1),
+};
+constexpr grammarNode extEntry[] = {
+    kw("regexp", "a regular expression", sExtText),
+};
+constexpr grammarState sExtEntry{extEntry, &sExtCommunityType};
+constexpr grammarNode extText[] = {
+    arg(cliArg::rest, "EXPRESSION", "to the end of the line", sDone, setExpression,
+        sizeof extCommBody::text),
+};
+constexpr grammarState sExtText{extText};
+constexpr grammarNode extType[] = {
+    kw("rt", "route targets", sExtValues, setSelector, EXTCOMM_RT),
+    kw("soo", "sites of origin", sExtValues, setSelector, EXTCOMM_SOO),
+    fin("whatever they are", F_NEGATED | F_CLAUSE),
+};
+constexpr grammarNode extValues[] = {
+    arg(cliArg::pair, "AS:N", "two-octet AS and number", sExtFlags, addExtCommunity, EXTCOMM_AS2),
+    arg(cliArg::addressPair, "A.B.C.D:N", "address and number", sExtFlags, addExtCommunity,
+        EXTCOMM_IPV4),
+    kw("as4", "a four-octet AS follows", sExtAs4),
+    kw("additive", "add to those that the route has", sExtValues, setCommunityFlag, 0, F_CLAUSE,
+       O_ADDITIVE),
+    fin("that is all"),
+};
+constexpr grammarState sExtValues{extValues};
+constexpr grammarNode extAs4[] = {
+    arg(cliArg::pair, "AS:N", "four-octet AS and number", sExtFlags, addExtCommunity, EXTCOMM_AS4),
+};
+constexpr grammarState sExtAs4{extAs4};
+constexpr grammarNode extFlags[] = {
+    kw("non-trans", "not transitive", sExtValues, setNonTransitive),
+};
+constexpr grammarState sExtFlags{extFlags, &sExtValues};
+
+}  // namespace
+
+constexpr grammarState sAspath{aspathNodes, &sConfig};
+constexpr grammarState sCommunity{communityNodes, &sConfig};
+constexpr grammarState sExtCommunity{extNodes, &sConfig};
+constexpr grammarState sCommunityValues{communityValues};
+constexpr grammarState sExtCommunityType{extType};

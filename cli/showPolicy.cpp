@@ -1,0 +1,193 @@
+// Shows and tests of routing-policy lists.
+#include <cstring>
+
+#include "cli/lexer.h"
+#include "cli/render.h"
+#include "cli/session.h"
+#include "include/status.h"
+
+namespace {
+
+struct policyRow {
+    policyKind kind;
+    const char* word;  // in the JSON of a show
+    uint32_t all, one, allDetail, oneDetail;
+    uint32_t noList;  // status at the end of the walk over all
+    const char* testFunction;
+};
+constexpr policyRow policyTable[] = {
+    {POLICY_PREFIX4, "ip prefix-list", CLI_SHOW_PREFIX_ALL, CLI_SHOW_PREFIX,
+     CLI_SHOW_PREFIX_ALL_DETAIL, CLI_SHOW_PREFIX_DETAIL, ACL_E_PREFIX_NOLIST, "testPrefixList"},
+    {POLICY_PREFIX6, "ipv6 prefix-list", CLI_SHOW_V6_PREFIX_ALL, CLI_SHOW_V6_PREFIX,
+     CLI_SHOW_V6_PREFIX_ALL_DETAIL, CLI_SHOW_V6_PREFIX_DETAIL, ACL_E_PREFIX_NOLIST,
+     "testPrefixList"},
+    {POLICY_ASPATH, "ip as-path access-list", CLI_SHOW_ASPATH_ALL, CLI_SHOW_ASPATH, 0, 0,
+     ACL_E_ASPATH_NOLIST, "testAspath"},
+    {POLICY_COMMUNITY, "ip community-list", CLI_SHOW_COMM_ALL, CLI_SHOW_COMM, 0, 0,
+     ACL_E_COMM_NOLIST, "testCommunity"},
+    {POLICY_EXTCOMMUNITY, "ip extcommunity-list", CLI_SHOW_EXTCOMM_ALL, CLI_SHOW_EXTCOMM, 0, 0,
+     ACL_E_EXTCOMM_NOLIST, "testExtCommunity"},
+    {POLICY_RMAP, "route-map", CLI_SHOW_RMAP_ALL, CLI_SHOW_RMAP, CLI_SHOW_RMAP_CONFIG,
+     CLI_SHOW_RMAP_CONFIG, ACL_E_NORMAP, "testRouteMap"},
+};
+static_assert([] {
+    for (size_t i = 0; i < std::size(policyTable); i++)
+        if (policyTable[i].kind != i) return false;
+    return true;
+}());
+
+// The next line of a text, without its end.
+std::string_view takeLine(std::string_view* text) {
+    size_t end = text->find('\n');
+    std::string_view line = lexTrimEnd(text->substr(0, end));
+    text->remove_prefix(end == text->npos ? text->size() : end + 1);
+    return line;
+}
+
+// One entry line: "[seq N] permit|deny WHAT [(hit count: N)]".
+json entryJson(std::string_view line) {
+    json entry = json::object();
+    size_t at = 0;
+    std::string_view word = lexWord(line, &at);
+    uint64_t seq;
+    if (word == "seq" && lexNumber(lexWord(line, &at), &seq)) {
+        entry["seq"] = seq;
+        word = lexWord(line, &at);
+    }
+    entry["action"] = word;
+    constexpr std::string_view counted = " (hit count: ";
+    size_t hits = line.find(counted);
+    if (hits != line.npos) {
+        size_t from = hits + counted.size();
+        std::string_view number = lexWord(line, &from);
+        uint32_t count = 0;
+        if (!number.empty()) number.remove_suffix(1);
+        if (lexSigned(number, &count)) entry["hits"] = count;
+    }
+    line = line.substr(std::min(at, line.size()), hits == line.npos ? hits : hits - at);
+    entry["match"] = line.substr(std::min(line.find_first_not_of(' '), line.size()));
+    return entry;
+}
+
+// A list's show text as JSON. The text is the manager's: what does not look like it is left out.
+json listJson(const policyRow& row, const listName& name, std::string_view text) {
+    json list = {{"name", std::string(listNameView(name))}, {"kind", row.word}};
+    json entries = json::array();
+    while (!text.empty()) {
+        std::string_view line = takeLine(&text);
+        if (line.starts_with(' ')) {
+            entries.push_back(entryJson(line));
+        } else if (line.starts_with("count: ")) {
+            size_t at = 0;
+            uint64_t value;
+            for (const char* key : {"count", "rangeEntries", "lowest", "highest"}) {
+                std::string_view word;
+                do word = lexWord(line, &at);
+                while (!word.empty() && !lexNumber(word.substr(0, word.find(',')), &value));
+                if (!word.empty()) list[key] = value;
+            }
+        }
+    }
+    list["entries"] = std::move(entries);
+    return list;
+}
+
+// A route map's show text as JSON: instances with the lines of their groups.
+json mapJson(std::string_view text) {
+    json instances = json::array();
+    std::string group;
+    while (!text.empty()) {
+        std::string_view line = takeLine(&text);
+        size_t at = 0;
+        uint64_t seq;
+        if (lexWord(line, &at) == "route-map") {
+            std::string name(lexWord(line, &at)), action(lexWord(line, &at));
+            instances.push_back({{"name", name}, {"action", action}});
+            if (lexNumber(lexWord(line, &at), &seq)) instances.back()["seq"] = seq;
+            group = "clauses";
+        } else if (!instances.empty() && !line.empty()) {
+            std::string_view words =
+                line.substr(std::min(line.find_first_not_of(' '), line.size()));
+            if (words.ends_with(" clauses:"))
+                instances.back()[group = words.substr(0, words.find(' '))] = json::array();
+            else
+                instances.back()[group].push_back(words);
+        }
+    }
+    return instances;
+}
+
+struct policyPage {
+    std::string_view text;
+    listName shown{};
+    uint32_t resume = 0;
+    uint32_t status = ACL_OK;
+};
+cliOutcome askPage(cliSession* s, uint32_t code, const listName& name, uint32_t detail,
+                   uint32_t resume, policyPage* page) {
+    cliShowReq request;
+    requestShow(&s->channel, code, name, detail, resume, &request);
+    askResult asked = channelAsk(&s->channel, &request, sizeof request, s->options.timeoutMs);
+    if (asked != askResult::answered) return refusal(askText(asked, s->options.timeoutMs));
+    if (answerText(s->channel, request.cli.cookie, &page->text, &page->shown, &page->resume,
+                   &page->status))
+        return {};
+    if (page->status == ACL_OK) page->status = ACL_E_PLACEHOLDER;
+    return refusal(statusText(page->status));
+}
+
+}  // namespace
+
+cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    const policyRow& row = policyTable[command.kind];
+    bool all = command.name.empty(), detail = command.policy.detail == POLICY_DETAIL;
+    bool config = detail && command.kind == POLICY_RMAP;  // one answer, whatever was asked for
+    uint32_t code = all ? (detail ? row.allDetail : row.all) : (detail ? row.oneDetail : row.one);
+    std::string error;
+    if (!sessionConnect(session, &error)) return refusal(error);
+
+    listName name = listNameMake(command.name);
+    uint32_t resume = 0;
+    std::string listText;  // of the list that is being shown, for its JSON
+    json shown = json::array();
+    for (;;) {
+        policyPage page;
+        cliOutcome outcome = askPage(session, code, name, detail, resume, &page);
+        if (!outcome.ok && all && page.status == row.noList) break;
+        if (!outcome.ok) return outcome;
+        bool summary = command.policy.detail == POLICY_SUMMARY;
+        // A page that is not behind the one before it would come for ever.
+        bool moves = resume != 0 ? page.resume == 0 || page.resume > resume
+                                 : !all || config ||
+                                       std::memcmp(page.shown.text, name.text, LIST_NAME_LEN) > 0;
+        if (!moves) return refusal("The manager's walk over the lists does not move on");
+        for (std::string_view left = page.text; !left.empty();) {
+            std::string_view line = takeLine(&left);
+            if (summary && line.starts_with(' ')) continue;
+            if (session->options.json)
+                (listText += line) += '\n';
+            else
+                pipeLine(pipe, line);
+        }
+        resume = summary ? 0 : page.resume;
+        name = page.shown;
+        if (resume != 0) continue;
+        if (session->options.json) {
+            if (row.kind == POLICY_RMAP)
+                for (json& instance : mapJson(listText)) shown.push_back(std::move(instance));
+            else
+                shown.push_back(listJson(row, name, listText));
+            listText.clear();
+        }
+        if (!all || config) break;
+    }
+    if (session->options.json) pipeText(pipe, jsonDump(shown, 2) + "\n");
+    return {};
+}
+
+cliOutcome testPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    json answer;
+    cliOutcome outcome =
+        debugJson(session, policyTable[command.kind].testFunction, command.text, &answer);
+    return outcome.ok ? showVerdict(session, std::move(answer), pipe) : outcome;
+}
