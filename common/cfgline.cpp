@@ -36,9 +36,13 @@ zekCfgRecord makeNumbered(const listName& name, const cfgNumbered& line) {
     return record;
 }
 
-void sync(uint32_t operation, const listName& name, std::string_view line, bool remove) {
+}  // namespace
+
+void cfgSync(uint32_t operation, const listName& name, std::string_view line, bool remove,
+             uint32_t word) {
     zekCfgSyncRecord record{};
     record.kind = operation;
+    record.words[0] = word;
     std::memcpy(record.name, name.text, sizeof record.name);
     // Entry lines begin with a blank, so their removals read "no  seq", with two: meant.
     size_t at = 0;
@@ -50,8 +54,6 @@ void sync(uint32_t operation, const listName& name, std::string_view line, bool 
     zekCfgSync(aclNode->cfgDb, record);
 }
 
-}  // namespace
-
 void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& name,
                     std::string_view line, bool remove) {
     static_assert(LINE_HEADER == 0, "header records keep a zero kind and order");
@@ -60,16 +62,16 @@ void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& nam
     cfgPutText(separator.inverseText, "!");
     if (remove) {
         zekCfgRemoveNode(aclNode->cfgDb, separator);  // takes the whole block with it
-        sync(block.headerSync, name, line, true);
+        cfgSync(block.headerSync, name, line, true);
         return;
     }
     zekCfgInsertBothLine(aclNode->cfgDb, separator);
-    if (block.syncBeforeHeader) sync(block.headerSync, name, line, false);
+    if (block.syncBeforeHeader) cfgSync(block.headerSync, name, line, false);
     zekCfgRecord header = makeRecord(block.section, family, name, block.lineClass);
     cfgPutText(header.text, line);
     cfgPutText(header.inverseText, line);
     zekCfgInsertBothLine(aclNode->cfgDb, header);
-    if (!block.syncBeforeHeader) sync(block.headerSync, name, line, false);
+    if (!block.syncBeforeHeader) cfgSync(block.headerSync, name, line, false);
 }
 
 bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove) {
@@ -78,7 +80,7 @@ bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove
     cfgPutText(record.text, inverse ? line.other : line.shown);
     cfgPutText(record.inverseText, inverse ? line.shown : line.other);
     if (!remove) zekCfgInsertBothLine(aclNode->cfgDb, record);
-    sync(line.operation, name, line.shown, remove);
+    cfgSync(line.operation, name, line.shown, remove);
     return !remove || zekCfgRemoveExact(aclNode->cfgDb, record) == 0;
 }
 
@@ -109,6 +111,6 @@ void inverse_mask_sent_to_cfg(uint32_t inverse) {
     bool remove = inverse == 0;
     int status = remove ? zekCfgRemoveExact(aclNode->cfgDb, record)
                         : zekCfgInsertBothLine(aclNode->cfgDb, record);
-    if (status == 0) sync(CFG_SYNC_HEADER, noName, line, remove);
+    if (status == 0) cfgSync(CFG_SYNC_HEADER, noName, line, remove);
     zekCfgSetMaskMode(aclNode->cfgDb, inverse);
 }

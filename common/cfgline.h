@@ -31,6 +31,11 @@ enum cfgOperation : uint32_t {
     CFG_SYNC_V6_PREFIX = 80,
 };
 
+// Tells the feed of a line, or with "no " in front of it of its removal. `word`: the instance of
+// a route map's clause, else 0.
+void cfgSync(uint32_t operation, const listName& name, std::string_view line, bool remove,
+             uint32_t word = 0);
+
 // Where a kind of list stands in the configuration.
 struct cfgBlock {
     uint32_t section;

@@ -79,7 +79,7 @@ struct rmapInstance {
     rmapEntry* last;
     int32_t seq;      // 1 or more
     uint32_t action;  // the header's; of an instance without one its clauses'
-    uint32_t hits;    // how often it decided; counted without the write lock, relaxed atomics
+    uint32_t hits;    // how often it decided (include/hitCount.h)
     be32 key;         // seq, as the tree orders it
     zekRadixNode link;
     // Which form the matches of a place use, and how many values do; by rmapFormPairs.

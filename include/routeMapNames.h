@@ -74,12 +74,14 @@ enum rmapStyle : uint32_t {
     RMAP_STYLE_LIST_EXACT,   // NAME exact
     RMAP_STYLE_LIST_DELETE,  // NAME delete
     RMAP_STYLE_NUMBER,
-    RMAP_STYLE_ADDRESS,    // dotted
-    RMAP_STYLE_METRIC,     // N, + N, - N
-    RMAP_STYLE_WORD,       // of the row's table
-    RMAP_STYLE_INTERFACE,  // the name of an interface index
-    RMAP_STYLE_CONTINUE,   // N, or nothing for the next instance
-    RMAP_STYLE_FLAG,       // nothing
+    RMAP_STYLE_ADDRESS,     // dotted
+    RMAP_STYLE_METRIC,      // N, + N, - N
+    RMAP_STYLE_WORD,        // of the row's table
+    RMAP_STYLE_WORD_BLANK,  // and a blank
+    RMAP_STYLE_ORIGIN,      // and a blank, or nothing for a value without a word
+    RMAP_STYLE_INTERFACE,   // the name of an interface index
+    RMAP_STYLE_CONTINUE,    // N, or nothing for the next instance
+    RMAP_STYLE_FLAG,        // nothing
     RMAP_STYLE_COMMUNITY,
     RMAP_STYLE_EXTCOMMUNITY,
     RMAP_STYLE_PREPEND,
@@ -139,6 +141,8 @@ struct rmapCodeRow {
 #define RMAP_LIST RMAP_KIND_LIST, RMAP_STYLE_LIST
 #define RMAP_NUMBER RMAP_KIND_NUMBER, RMAP_STYLE_NUMBER
 #define RMAP_WORD RMAP_KIND_NUMBER, RMAP_STYLE_WORD
+#define RMAP_WORD_BLANK RMAP_KIND_NUMBER, RMAP_STYLE_WORD_BLANK
+#define RMAP_ORIGIN RMAP_KIND_NUMBER, RMAP_STYLE_ORIGIN
 #define RMAP_REFUSED RMAP_KIND_PAYLOAD, RMAP_STYLE_NONE
 inline constexpr rmapCodeRow rmapCodeTable[] = {
     {RTMAP_MATCH_ASP, RMAP_M4, RMAP_LIST, "match as-path", "as-path (as-path filter):", "RTMAP_MATCH_ASP"},
@@ -154,7 +158,7 @@ inline constexpr rmapCodeRow rmapCodeTable[] = {
     {RTMAP_MATCH_NHOP_PREFIX, RMAP_M4, RMAP_LIST, "match ip next-hop prefix-list", "ip next-hop prefix-lists:", "RTMAP_MATCH_NHOP_PREFIX"},
     {RTMAP_MATCH_ANY, RMAP_M4, RMAP_REFUSED, "", "", "RTMAP_MATCH_ANY"},
     {RTMAP_MATCH_SRC_PREFIX, RMAP_M4, RMAP_LIST, "match ip route-source prefix-list", "ip route-source prefix-lists:", "RTMAP_MATCH_SRC_PREFIX"},
-    {RTMAP_MATCH_ORIGIN, RMAP_M4, RMAP_WORD, "match origin", "origin", "RTMAP_MATCH_ORIGIN", rmapWordsOf(rmapOrigins)},
+    {RTMAP_MATCH_ORIGIN, RMAP_M4, RMAP_ORIGIN, "match origin", "origin", "RTMAP_MATCH_ORIGIN", rmapWordsOf(rmapOrigins)},
     {RTMAP_MATCH_IPV6ADD_PREFIX, RMAP_M6, RMAP_KIND_LIST, RMAP_STYLE_PREFIX_LIST, "match ipv6 address", "ipv6 address:", "RTMAP_MATCH_IPV6ADD_PREFIX"},
     {RTMAP_MATCH_V6_NHOP_PREFIX, RMAP_M6, RMAP_LIST, "match ipv6 next-hop prefix-list", "ipv6 next-hop prefix-lists:", "RTMAP_MATCH_V6_NHOP_PREFIX"},
     {RTMAP_MATCH_V6_SRC_PREFIX, RMAP_M6, RMAP_LIST, "match ipv6 route-source prefix-list", "ipv6 route-source prefix-lists:", "RTMAP_MATCH_V6_SRC_PREFIX "},
@@ -168,10 +172,10 @@ inline constexpr rmapCodeRow rmapCodeTable[] = {
     {RTMAP_SET_ASP, RMAP_S4, RMAP_NUMBER, "set as-path", "as-path", "RTMAP_SET_ASP    "},
     {RTMAP_SET_COMM, RMAP_S4, RMAP_KIND_PAYLOAD, RMAP_STYLE_COMMUNITY, "set community", "community", "RTMAP_SET_COMM   "},
     {RTMAP_SET_AUTOTAG, RMAP_S4, RMAP_KIND_PAYLOAD, RMAP_STYLE_FLAG, "set automatic-tag", "automatic-tag", "RTMAP_SET_AUTOTAG"},
-    {RTMAP_SET_LEVEL, RMAP_S4, RMAP_WORD, "set level", "level", "RTMAP_SET_LEVEL  ", rmapWordsOf(rmapLevels)},
+    {RTMAP_SET_LEVEL, RMAP_S4, RMAP_WORD_BLANK, "set level", "level", "RTMAP_SET_LEVEL  ", rmapWordsOf(rmapLevels)},
     {RTMAP_SET_METTYPE, RMAP_S4, RMAP_WORD, "set metric-type", "metric-type", "RTMAP_SET_METTYPE", rmapWordsOf(rmapMetricTypes)},
     {RTMAP_SET_ASPTAG, RMAP_S4, RMAP_KIND_PAYLOAD, RMAP_STYLE_FLAG, "set as-path tag", "as-path tag", "RTMAP_SET_ASPTAG "},
-    {RTMAP_SET_ORIGIN, RMAP_S4, RMAP_WORD, "set origin", "origin", "RTMAP_SET_ORIGIN ", rmapWordsOf(rmapOrigins)},
+    {RTMAP_SET_ORIGIN, RMAP_S4, RMAP_ORIGIN, "set origin", "origin", "RTMAP_SET_ORIGIN ", rmapWordsOf(rmapOrigins)},
     {RTMAP_SET_PREPEND, RMAP_S4, RMAP_KIND_PAYLOAD, RMAP_STYLE_PREPEND, "set as-path prepend", "as-path prepend", "RTMAP_SET_PREPEND"},
     {RTMAP_SET_COMMLIST, RMAP_S4, RMAP_KIND_LIST, RMAP_STYLE_LIST_DELETE, "set comm-list", "comm-list", "RTMAP_SET_COMMLIST"},
     {RTMAP_SET_DAMP, RMAP_S4, RMAP_KIND_PAYLOAD, RMAP_STYLE_DAMPENING, "set dampening", "dampening", "RTMAP_SET_DAMP    "},
@@ -186,7 +190,7 @@ inline constexpr rmapCodeRow rmapCodeTable[] = {
     {RTMAP_CONT_CODE, RMAP_SIDE_CONTINUE, RTMAP_CONTINUE, RMAP_KIND_NUMBER, RMAP_STYLE_CONTINUE, "continue", "", "RTMAP_CONT_CODE"},
     {RTMAP_SET_EXT_COMM, RMAP_S4, RMAP_KIND_PAYLOAD, RMAP_STYLE_EXTCOMMUNITY, "set extcommunity", "extcommunity", "RTMAP_SET_EXT_COMM   "},
     {RTMAP_MATCH_EXT_COMM, RMAP_M4, RMAP_LIST, "match extcommunity", "extcommunity (extcommunity-list filter):", ""},
-    {RTMAP_MATCH_RTYPE, RMAP_M4, RMAP_WORD, "match route-type", "route-type", "RTMAP_MATCH_RTYPE", rmapWordsOf(rmapRouteTypes)},
+    {RTMAP_MATCH_RTYPE, RMAP_M4, RMAP_WORD_BLANK, "match route-type", "route-type", "RTMAP_MATCH_RTYPE", rmapWordsOf(rmapRouteTypes)},
     {RTMAP_MATCH_IFACE, RMAP_M4, RMAP_KIND_NUMBER, RMAP_STYLE_INTERFACE, "match interface", "interface", "RTMAP_MATCH_IFACE"},
     {RTMAP_MATCH_MET, RMAP_M4, RMAP_NUMBER, "match metric", "metric", "RTMAP_MATCH_MET"},
     {RTMAP_MATCH_TAG, RMAP_M4, RMAP_NUMBER, "match tag", "tag", "RTMAP_MATCH_TAG"},
@@ -198,6 +202,8 @@ inline constexpr rmapCodeRow rmapCodeTable[] = {
 #undef RMAP_LIST
 #undef RMAP_NUMBER
 #undef RMAP_WORD
+#undef RMAP_WORD_BLANK
+#undef RMAP_ORIGIN
 #undef RMAP_REFUSED
 // clang-format on
 

@@ -13,6 +13,7 @@
 #include "common/clients.h"
 #include "include/routeMap.h"
 #include "include/status.h"
+#include "platform/policylib/zekBgp.h"
 
 // --- maps and instances (routemap.cpp) ---------------------------------------------------------
 
@@ -68,7 +69,9 @@ const char* acl_rtmap_ms_to_str(uint32_t cls);
 const char* rtmap_rtype_to_str(uint32_t value);
 const char* rtmap_mettype_to_str(uint32_t value);
 const char* rtmap_level_to_str(uint32_t value);
-// Appends a value of the clause as its line shows it; without blanks around it.
+// The name of the clause in its line; the exact community match has the one of the other.
+const char* rmapClauseName(const rmapEntry& entry);
+// Appends a value of the clause as its line shows it, blanks included.
 // `name` and `number` are read by the kinds of clause that have them.
 void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue* name,
                    const rmapNumberValue* number);
@@ -90,8 +93,9 @@ void rmap_ent_send_to_cfg(const rmapEntry* entry, uint32_t remove, const rmapNam
 // The line of an as-path prepend clause again, in the AS notation that is configured now.
 void rmap_as_path_ent_send_to_cfg(const rmapEntry* entry, uint16_t valueIndex,
                                   const listName& name);
-// The configured AS notation (0 asplain, 1 asdot, 2 asdot+; others are refused with
-// ACL_E_SYSTEM) and with it every as-path prepend line.
+extern bgpAsNotation rmapAsNotation;  // in which the lines show AS numbers
+// Sets the AS notation (0 asplain, 1 asdot, 2 asdot+; others are refused with
+// ACL_E_SYSTEM) and rewrites every as-path prepend line in it.
 uint32_t aclRmapProcBgpASNotation(uint32_t notation);
 
 // --- shows (rmapshow.cpp): a read lock is enough -----------------------------------------------
@@ -108,6 +112,7 @@ uint32_t aclShowRoutemapConfig(const listName& name, void** buffer, uint32_t* si
 
 // --- maintenance and debug (rmapdebug.cpp) -----------------------------------------------------
 
+extern uint32_t acl_routemap_debug;  // non-zero: deletions of whole maps are printed
 // Writes the configuration lines of a map again and tells its clients.
 uint32_t aclRmapUpdateOneList(const listName& name);
 // "route-map NAME permit SEQ: N hits", one line an instance; of all maps for the empty name.

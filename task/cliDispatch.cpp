@@ -166,11 +166,63 @@ uint32_t showWhole(cliCall& call) {
     return Show(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
 }
 
+// --- route maps ---
+
+uint32_t rmapCreate(cliCall& call) {
+    auto* req = call.as<cliRmapReq>();
+    int32_t seq = static_cast<int32_t>(uint32_t{req->seq});
+    const uint32_t status = ipRmapListCreateExt(call.name(), uint32_t{req->action}, &seq, 0u);
+    req->seq = static_cast<uint32_t>(seq);
+    return status;
+}
+int32_t rmapSeq(cliCall& call) {
+    return static_cast<int32_t>(uint32_t{call.as<cliRmapDeleteReq>()->seq});
+}
+uint32_t rmapDelete(cliCall& call) {
+    return ipRmapListDeleteExt(call.name(), rmapSeq(call));
+}
+uint32_t rmapInstanceDelete(cliCall& call) {
+    return ipDelRmapEntryAllFinExt(call.name(), rmapSeq(call));
+}
+uint32_t rmapFamily(uint32_t code) {
+    const bool ipv6 = code == CLI_RMAP_V6_ENTRY || code == CLI_RMAP_V6_ENTRY_DELETE ||
+                      code == CLI_RMAP_V6_ENTRY_ADD;
+    return ipv6 ? AF_IPV6 : AF_IPV4;
+}
+uint32_t rmapEntryAdd(cliCall& call) {
+    return ipAddRmapEntryExt(call.name(), &call.as<cliRmapClauseReq>()->clause,
+                             rmapFamily(call.code()));
+}
+uint32_t rmapEntryDelete(cliCall& call) {
+    return ipDelRmapEntryExt(call.name(), &call.as<cliRmapClauseReq>()->clause,
+                             rmapFamily(call.code()));
+}
+uint32_t rmapEntryChange(cliCall& call) {
+    const uint32_t operation = call.as<cliRmapClauseReq>()->operation;
+    if (operation > 1) return ACL_E_SYSTEM;
+    return operation == 0 ? rmapEntryAdd(call) : rmapEntryDelete(call);
+}
+uint32_t showRmap(cliCall& call) {
+    return aclShowRoutemapExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
+}
+uint32_t showRmapAll(cliCall& call) {
+    return aclShowRoutemapAllExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer,
+                                 &call.size);
+}
+uint32_t showRmapConfig(cliCall& call) {
+    return aclShowRoutemapConfigExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer,
+                                    &call.size);
+}
+uint32_t asNotation(cliCall& call) {
+    return aclRmapProcessBgpASNotationFormat(uint32_t{call.as<cliWordReq>()->word});
+}
+
 // --- the table ---------------------------------------------------------------------------------
 
 enum cliFlag : uint32_t {
-    CLI_ACL2 = 1,  // the second ACL agent learns of the change
-    CLI_V6 = 2,    // refused where the platform has no IPv6 lists
+    CLI_ACL2 = 1,          // the second ACL agent learns of the change
+    CLI_V6 = 2,            // refused where the platform has no IPv6 lists
+    CLI_ANSWER_FIRST = 4,  // the sender does not wait for the work and gets no status of it
 };
 
 struct cliRow {
@@ -186,6 +238,7 @@ constexpr uint32_t LIST = sizeof(cliListReq);
 constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
+constexpr uint32_t CLAUSE = offsetof(cliRmapClauseReq, operation);
 
 // clang-format off
 constexpr cliRow cliTable[] = {
@@ -209,7 +262,11 @@ constexpr cliRow cliTable[] = {
     {1017, 1017, "add extended-community entry",  sizeof(cliExtCommReq), extCommEntryAdd},
     {1018, 1018, "delete extended-community entry", sizeof(cliExtCommReq), extCommEntryDelete},
     {1019, 1019, "delete extended-community list", CLI,  extCommListDelete},
-    {1020, 1025, "route maps",                    CLI,   nullptr},
+    {1020, 1020, "delete route map",              sizeof(cliRmapDeleteReq), rmapDelete},
+    {1021, 1021, "create route map",              sizeof(cliRmapReq), rmapCreate},
+    {1022, 1023, "route-map clause",              sizeof(cliRmapClauseReq), rmapEntryChange},
+    {1024, 1024, "delete route-map clause",       CLAUSE, rmapEntryDelete},
+    {1025, 1025, "add route-map clause",          CLAUSE, rmapEntryAdd},
     {1030, 1030, "clear IP ACL counters",         CLI,   clearIpAcl},
     {1031, 1031, "clear all IP ACL counters",     76,    clearIpAclAll},
     {1038, 1038, "unbind IPv4 list",              sizeof(cliUnbindReq), ipUnbind},
@@ -222,8 +279,9 @@ constexpr cliRow cliTable[] = {
     {1060, 1060, "show all IP ACLs",              SHOW,  showIpAclAll},
     {1066, 1067, "show MAC ACLs",                 CLI,   nullptr},
     {1083, 1086, "show IPv4 prefix lists",        CLI,   nullptr},
-    {1087, 1088, "show route maps",               CLI,   nullptr},
-    {1090, 1090, "show route-map configuration",  CLI,   nullptr},
+    {1087, 1087, "show route map",                SHOW,  showRmap},
+    {1088, 1088, "show all route maps",           SHOW,  showRmapAll},
+    {1090, 1090, "show route-map configuration",  SHOW,  showRmapConfig},
     {1091, 1091, "show all AS-path lists",        SHOW,  showPages<aclShowASPathListAllExt>},
     {1092, 1092, "show AS-path list",             SHOW,  showPages<aclShowASPathListExt>},
     {1093, 1093, "show all community lists",      SHOW,  showWhole<aclShowIpCommListAllExt>},
@@ -246,17 +304,19 @@ constexpr cliRow cliTable[] = {
     {1147, 1152, "IPv6 prefix lists",             CLI,   nullptr,        CLI_ACL2},
     {1153, 1153, "list description",              CLI,   nullptr},
     {1154, 1157, "show IPv6 prefix lists",        CLI,   nullptr},
-    {1158, 1158, "route maps",                    CLI,   nullptr},
-    {1160, 1161, "route maps, IPv6",              CLI,   nullptr},
+    {1158, 1158, "delete route-map instance",     sizeof(cliRmapDeleteReq), rmapInstanceDelete},
+    {1160, 1160, "delete IPv6 route-map clause",  CLAUSE, rmapEntryDelete},
+    {1161, 1161, "add IPv6 route-map clause",     CLAUSE, rmapEntryAdd},
     {1162, 1163, "IPv6 access lists",             CLI,   nullptr,        CLI_ACL2 | CLI_V6},
     {1164, 1165, "bind IPv6 list",                CLI,   nullptr,        CLI_V6},
     {1166, 1167, "IPv6 entries",                  CLI,   nullptr,        CLI_ACL2 | CLI_V6},
     {1169, 1170, "remarks",                       CLI,   nullptr},
     {1181, 1181, "IPv6 list of a Telnet server",  CLI,   nullptr},
     {1182, 1185, "resequence",                    CLI,   nullptr},
-    {1187, 1188, "route maps",                    CLI,   nullptr},
+    {1187, 1187, "delete route-map clause",       CLAUSE, rmapEntryDelete},
+    {1188, 1188, "add route-map clause",          CLAUSE, rmapEntryAdd},
     {1190, 1191, "show ACL VLAN groups",          CLI,   nullptr},
-    {13607, 13607, "AS notation",                 76,    nullptr},
+    {13607, 13607, "AS notation",                 WORD,  asNotation,     CLI_ANSWER_FIRST},
     {14519, 14519, "PIM parameters to the cards", 76,    nullptr},
     {14521, 14521, "IPv6 parameters to the cards", 76,   nullptr},
     {18908, 18908, "policy-based routing to the cards", 76, nullptr},
@@ -306,6 +366,12 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
     if (hdr->length < offsetof(cliHdr, reserved76))
         hdr->length = static_cast<uint32_t>(offsetof(cliHdr, reserved76));
     const cliRow* row = findRow(call.code());
+    if (row != nullptr && (row->flags & CLI_ANSWER_FIRST) != 0) {
+        call.as<cliHdr>()->result = ACL_OK;
+        AclIpcReply(node->regQfd, message);
+        (void)runRow(row, call);
+        return;
+    }
     bool refused = row != nullptr && (row->flags & CLI_V6) != 0 && halAclMgrIsV6AclSupported() == 0;
     uint32_t result = refused ? uint32_t{ACL_E_SYSTEM} : runRow(row, call);
     if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused)

@@ -44,6 +44,13 @@ bool aclDel(const registration& r) {
                       : done(aclDelTaskClientExt(r.application, r.instance, r.name, Family));
 }
 
+bool rmapAdd(const registration& r) {
+    return done(rmapAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback));
+}
+bool rmapDel(const registration& r) {
+    return done(rmapDelTaskClientExt(r.application, r.instance, r.name, r.pairs));
+}
+
 struct clientRow {
     uint32_t mtype;
     bool (*run)(const registration& r);
@@ -52,6 +59,8 @@ struct clientRow {
 constexpr clientRow clientTable[] = {
     {14442, aclAdd<1>},
     {14443, aclDel<1>},
+    {14454, rmapAdd},
+    {14455, rmapDel},
 };
 
 // The pairs that a registration carries; false when it states more than came.

@@ -211,7 +211,7 @@ constexpr msgRow msgTable[] = {
     {14446, 14449, "prefix-list client",           CLIENT_LEN, msgReply::ipc,       nullptr, true},
     {14450, 14451, "AS-path client",               CLIENT_LEN, msgReply::ipc,       nullptr, true},
     {14452, 14453, "community client",             CLIENT_LEN, msgReply::ipc,       nullptr, true},
-    {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       nullptr, true},
+    {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
     {14456, 14457, "MAC ACL client",               CLIENT_LEN, msgReply::ipc,       nullptr, true},
     {14466, 14466, "show IP ACL",                  SHOW_LEN,   msgReply::show,      handleShowIpAcl},
     {14467, 14467, "show all IP ACLs",             SHOW_LEN,   msgReply::show,      handleShowIpAclAll},

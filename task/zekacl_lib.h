@@ -17,6 +17,7 @@
 #include "platform/api/zekLock.h"
 #include "platform/policylib/zekPolicy.h"
 #include "policy/zekbgp_plcy.h"
+#include "policy/zekroutemap.h"
 
 enum class aclLock { read, write };
 
@@ -118,10 +119,21 @@ inline constexpr aclExtClient<aclAddTaskClient>                                 
 inline constexpr aclExtClient<aclDelTaskClient>                                                 aclDelTaskClientExt{"aclDelTaskClientExt", false};
 inline constexpr aclExtClient<aclAddTaskMcastClient>                                            aclAddTaskMcastClientExt{"aclAddTaskMcastClientExt", true};
 inline constexpr aclExtClient<aclDelTaskMcastClient>                                            aclDelTaskMcastClientExt{"aclDelTaskMcastClientExt", false};
+inline constexpr aclExtClient<rmapAddTaskClient>                                                rmapAddTaskClientExt{"rmapAddTaskClientExt", true};
+inline constexpr aclExtClient<rmapDelTaskClient>                                                rmapDelTaskClientExt{"rmapDelTaskClientExt", false};
 inline constexpr aclExt<aclLock::write, aclClearIpAclByName>                                    aclClearIpAclExt;
 inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                                       aclClearIpAclAllExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAclAll>                                         aclShowIpAclAllExt;
+inline constexpr aclExtCreate<ipRmapListCreate>                                                 ipRmapListCreateExt;
+inline constexpr aclExt<aclLock::write, ipRmapListDelete>                                       ipRmapListDeleteExt;
+inline constexpr aclExt<aclLock::write, ipAddRmapEntry>                                         ipAddRmapEntryExt;
+inline constexpr aclExt<aclLock::write, ipDelRmapEntry>                                         ipDelRmapEntryExt;
+inline constexpr aclExt<aclLock::write, ipDelRmapEntryAllFin>                                   ipDelRmapEntryAllFinExt;
+inline constexpr aclExt<aclLock::write, aclRmapProcBgpASNotation>                               aclRmapProcessBgpASNotationFormat;
+inline constexpr aclExt<aclLock::read, aclShowRoutemap>                                         aclShowRoutemapExt;
+inline constexpr aclExt<aclLock::read, aclShowRoutemapAll>                                      aclShowRoutemapAllExt;
+inline constexpr aclExt<aclLock::read, aclShowRoutemapConfig>                                   aclShowRoutemapConfigExt;
 inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
 inline constexpr aclExtCreate<bgpASPAccessListCreate>                                           bgpASPAccessListCreateExt;
 inline constexpr aclExt<aclLock::write, bgpASPAccessListDelete>                                 bgpASPAccessListDeleteExt;

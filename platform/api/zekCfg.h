@@ -44,6 +44,21 @@ struct zekCfgListKey {
 WIRE_SIZE(zekCfgListKey, CFG_KEY_LEN);
 WIRE_AT(zekCfgListKey, role, 149);
 
+// Key area of route-map lines. The map's own node has only the name, an instance's separator and
+// its line only name and number; so an instance's lines stand by class, then in the order in which
+// their clauses and values came.
+struct zekCfgRmapKey {
+    char name[140];  //   0
+    be32 seq;        // 140
+    be16 cls;        // 144  of the clause
+    be16 reserved146;
+    be32 entryId;     // 148
+    be16 valueIndex;  // 152
+    uint8_t zero[102];
+};
+WIRE_SIZE(zekCfgRmapKey, CFG_KEY_LEN);
+WIRE_AT(zekCfgRmapKey, valueIndex, 152);
+
 // Key area of interface lines. The header lines have only the index, so they come first.
 struct zekCfgIntfKey {
     be32 ifindex;          //   0

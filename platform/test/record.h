@@ -25,7 +25,9 @@
 //   cfg remove SECTION/CLASS NAME             a block, by its head
 //   cfg exact SECTION/CLASS NAME KIND/ORDER/ROLE[ absent]
 //   cfg ... 72/CLASS if INDEX[ in|out NAME]   interface lines
-//   sync OPERATION NAME "TEXT"   of interface lines: sync MODE/TYPE/INDEX NAME "TEXT"
+//   cfg ... 79/CLASS NAME SEQ[ CLASS/ENTRY/VALUE]   route-map lines
+//   sync OPERATION NAME "TEXT"   of interface lines: sync MODE/TYPE/INDEX NAME "TEXT";
+//                                of clauses of a route map: sync 12/SEQ NAME "TEXT"
 //   send TYPE to APP.. / reply TYPE / swp HANDLE TYPE / peer TYPE     `bytes` holds the message
 //   syserr CODE TEXT, log TEXT, debug TEXT, task WHAT...
 // Sections of IPv6 lines read like "100v6". A failed change has " failed" at its end.

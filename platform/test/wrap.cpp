@@ -86,9 +86,23 @@ std::string interfacePlaceOf(const zekCfgRecord& record) {
     return place.append(key.name, strnlen(key.name, sizeof key.name));
 }
 
+// "79/152 NAME SEQ CLASS/ENTRY/VALUE"; a block's place ends with the number.
+std::string rmapPlaceOf(const zekCfgRecord& record, bool numbered) {
+    zekCfgRmapKey key;
+    std::memcpy(&key, record.key, sizeof key);
+    std::string place = "79/" + std::to_string(record.lineClass) + " ";
+    place.append(key.name, strnlen(key.name, sizeof key.name));
+    place += " " + std::to_string(key.seq);
+    if (numbered)
+        place += " " + std::to_string(key.cls) + "/" + std::to_string(key.entryId) + "/" +
+                 std::to_string(key.valueIndex);
+    return place;
+}
+
 // "100/150 NAME"; the separator's and the header's place is their class alone.
 std::string placeOf(const zekCfgRecord& record, bool numbered) {
     if (record.section == CFG_SECTION_INTERFACE) return interfacePlaceOf(record);
+    if (record.section == CFG_SECTION_RMAP) return rmapPlaceOf(record, numbered);
     zekCfgListKey key;
     std::memcpy(&key, record.key, sizeof key);
     std::string place = std::to_string(record.section);
@@ -156,6 +170,8 @@ int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
     if (record.words[1] != 0)
         std::snprintf(words, sizeof words, "/%u/%#x", uint32_t{record.words[0]},
                       uint32_t{record.words[1]});
+    else if (record.words[0] != 0)
+        std::snprintf(words, sizeof words, "/%u", uint32_t{record.words[0]});
     testRecord("sync " + std::to_string(record.kind) + words + " " + name + " " +
                quoted(record.text));
     return testFails(TEST_CFG) ? -1 : realSync(db, record);

@@ -1,0 +1,193 @@
+// Records of route maps: where they come from and how they are chained.
+#include <cstring>
+
+#include "common/nametree.h"
+#include "include/node.h"
+#include "platform/api/zekMem.h"
+#include "policy/rmapstore.h"
+
+namespace {
+
+// Tags under which the pool counts the records.
+constexpr uint32_t POOL_MAP = 4;
+constexpr uint32_t POOL_ENTRY = 5;
+constexpr uint32_t POOL_NUMBER = 6;
+constexpr uint32_t POOL_NAME = 7;
+constexpr uint32_t SEQ_KEY_BITS = 32;
+
+template <class Record>
+Record* recordMake(uint32_t tag) {
+    void* block = zekMC_M_memBlockVarAlloc(tag, ZEK_MEM_FLAGS, sizeof(Record));
+    return block != nullptr ? static_cast<Record*>(std::memset(block, 0, sizeof(Record))) : nullptr;
+}
+
+rmapInstance* instanceOf(zekRadixNode* node) {
+    return node == nullptr ? nullptr
+                           : reinterpret_cast<rmapInstance*>(reinterpret_cast<char*>(node) -
+                                                             offsetof(rmapInstance, link));
+}
+// Numbers are 1 or more, so their big-endian bytes are in their order.
+be32 keyOf(int32_t seq) {
+    be32 key;
+    key = static_cast<uint32_t>(seq);
+    return key;
+}
+
+rmapInstance* instanceMake(rmapList* map, int32_t seq, uint32_t action) {
+    auto* instance = recordMake<rmapInstance>(POOL_ENTRY);
+    if (instance == nullptr) return nullptr;
+    instance->seq = seq;
+    instance->action = action;
+    instance->key = keyOf(seq);
+    // Most instances come in ascending order: only the others need the tree to find their place.
+    instance->next =
+        map->last != nullptr && map->last->seq > seq ? rmapInstanceNext(map, seq) : nullptr;
+    instance->prev = instance->next != nullptr ? instance->next->prev : map->last;
+    if (zekRadixInsert(map->bySeq, &instance->link, &instance->key, SEQ_KEY_BITS) != 0) {
+        zekMC_M_memBlockVarFree(instance);
+        return nullptr;
+    }
+    (instance->prev != nullptr ? instance->prev->next : map->first) = instance;
+    (instance->next != nullptr ? instance->next->prev : map->last) = instance;
+    if (instance->prev == nullptr && map->placeholder == 0) {
+        map->firstSeq = seq;
+        map->firstAction = action;
+    }
+    return instance;
+}
+
+void instanceDrop(rmapList* map, rmapInstance* instance) {
+    zekRadixRemove(map->bySeq, &instance->link);
+    (instance->prev != nullptr ? instance->prev->next : map->first) = instance->next;
+    (instance->next != nullptr ? instance->next->prev : map->last) = instance->prev;
+    zekMC_M_memBlockVarFree(instance);
+}
+
+void entryFree(rmapEntry* entry) {
+    const bool holdsPayload = entry->kind == RMAP_KIND_PAYLOAD || entry->kind == RMAP_KIND_NEXT_HOP;
+    if (holdsPayload && entry->payload != nullptr) zekMC_M_memBlockVarFree(entry->payload);
+    zekMC_M_memBlockVarFree(entry);
+}
+
+}  // namespace
+
+rmapList* ipRmapListFind(const listName& name) {
+    return nameTreeFind<rmapList>(aclNode->rmap_tree, name);
+}
+rmapList* ipRmapListFindFirst() {
+    return nameTreeFirst<rmapList>(aclNode->rmap_tree);
+}
+rmapList* ipRmapListFindNext(const listName& name) {
+    return nameTreeNext<rmapList>(aclNode->rmap_tree, name);
+}
+
+rmapInstance* rmapInstanceFind(const rmapList* map, int32_t seq) {
+    const be32 key = keyOf(seq);
+    return instanceOf(zekRadixGetExact(map->bySeq, &key, SEQ_KEY_BITS));
+}
+rmapInstance* rmapInstanceNext(const rmapList* map, int32_t seq) {
+    const be32 key = keyOf(seq);
+    return instanceOf(zekRadixGetNext(map->bySeq, &key, SEQ_KEY_BITS));
+}
+
+rmapList* rmapMake(const listName& name, uint32_t placeholder) {
+    auto* map = recordMake<rmapList>(POOL_MAP);
+    if (map == nullptr) return nullptr;
+    map->name = name;
+    map->placeholder = placeholder != 0 ? 1 : 0;
+    map->bySeq = zekRadixCreate("rmapInstances", SEQ_KEY_BITS);
+    if (map->bySeq != nullptr &&
+        zekRadixInsert(aclNode->rmap_tree, &map->link, map->name.text, LIST_NAME_KEY_BITS) == 0)
+        return map;
+    zekRadixDestroy(map->bySeq);
+    zekMC_M_memBlockVarFree(map);
+    return nullptr;
+}
+
+void rmapDrop(rmapList* map) {
+    clientsFree(map);
+    rmapProgramDrop(map);
+    zekRadixRemove(aclNode->rmap_tree, &map->link);
+    zekRadixDestroy(map->bySeq);
+    zekMC_M_memBlockVarFree(map);
+}
+
+rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
+    auto* entry = recordMake<rmapEntry>(POOL_ENTRY);
+    if (entry == nullptr) return nullptr;
+    entry->cls = request.cls;
+    entry->code = request.code;
+    entry->kind = request.kind;
+    entry->header = request.header;
+    entry->seq = rmapSeqOf(request.seq);
+    entry->action = request.action;
+    entry->continueFlag = request.continueFlag;
+    entry->continueTarget = rmapSeqOf(request.continueTarget);
+    if (rmapPayloadOf(entry->code).size != 0) {
+        entry->payload = recordMake<rmapPayload>(POOL_ENTRY);
+        if (entry->payload == nullptr) {
+            zekMC_M_memBlockVarFree(entry);
+            return nullptr;
+        }
+    }
+    rmapInstance* instance = rmapInstanceFind(map, entry->seq);
+    if (instance == nullptr) instance = instanceMake(map, entry->seq, entry->action);
+    if (instance == nullptr) {
+        entryFree(entry);
+        return nullptr;
+    }
+    entry->instance = instance;
+    entry->next = entry->header != 0 ? instance->first : nullptr;
+    entry->prev = entry->header != 0 ? nullptr : instance->last;
+    (entry->prev != nullptr ? entry->prev->next : instance->first) = entry;
+    (entry->next != nullptr ? entry->next->prev : instance->last) = entry;
+    entry->entryId = ++map->lastEntryId;
+    return entry;
+}
+
+void rmapEntryDrop(rmapList* map, rmapEntry* entry) {
+    rmapInstance* instance = entry->instance;
+    (entry->prev != nullptr ? entry->prev->next : instance->first) = entry->next;
+    (entry->next != nullptr ? entry->next->prev : instance->last) = entry->prev;
+    entryFree(entry);
+    if (instance->first == nullptr) instanceDrop(map, instance);
+}
+
+rmapNameValue* rmapNameMake(const listName& name) {
+    auto* value = recordMake<rmapNameValue>(POOL_NAME);
+    if (value != nullptr) value->name = name;
+    return value;
+}
+rmapNumberValue* rmapNumberMake(uint32_t number, uint16_t subValue) {
+    auto* value = recordMake<rmapNumberValue>(POOL_NUMBER);
+    if (value == nullptr) return nullptr;
+    value->value = number;
+    value->subValue = subValue;
+    return value;
+}
+void rmapNameFree(rmapNameValue* value) {
+    zekMC_M_memBlockVarFree(value);
+}
+void rmapNumberFree(rmapNumberValue* value) {
+    zekMC_M_memBlockVarFree(value);
+}
+
+rmapPayloadPlace rmapPayloadOf(uint32_t code) {
+    struct row {
+        uint32_t code;
+        rmapPayloadPlace place;
+    };
+#define RMAP_PLACE(field) \
+    { offsetof(rmapClauseBlock, field), sizeof(rmapClauseBlock::field) }
+    static constexpr row rows[] = {
+        {RTMAP_SET_COMM, RMAP_PLACE(community)},
+        {RTMAP_SET_DAMP, RMAP_PLACE(dampening)},
+        {RTMAP_SET_PREPEND, RMAP_PLACE(prepend)},
+        {RTMAP_SET_EXT_COMM, RMAP_PLACE(extCommunity)},
+        {RTMAP_SET_V6_NHOP, RMAP_PLACE(ipv6NextHop)},
+    };
+#undef RMAP_PLACE
+    for (const row& r : rows)
+        if (r.code == code) return r.place;
+    return {0, 0};
+}
