@@ -44,24 +44,23 @@ bool aclDel(const registration& r) {
                       : done(aclDelTaskClientExt(r.application, r.instance, r.name, Family));
 }
 
-bool rmapAdd(const registration& r) {
-    return done(rmapAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback));
-}
-bool rmapDel(const registration& r) {
-    return done(rmapDelTaskClientExt(r.application, r.instance, r.name, r.pairs));
-}
-
 struct clientRow {
     uint32_t mtype;
     bool (*run)(const registration& r);
 };
 // The client operations count families from 1, unlike the list operations.
+// clang-format off
 constexpr clientRow clientTable[] = {
     {14442, aclAdd<1>},
     {14443, aclDel<1>},
-    {14454, rmapAdd},
-    {14455, rmapDel},
+    {14450, [](const registration& r) { return done(aspAddTaskClientExt(r.application, r.instance, r.name, r.callback, r.pairs)); }},
+    {14451, [](const registration& r) { return done(aspDelTaskClientExt(r.application, r.instance, r.name, r.pairs)); }},
+    {14452, [](const registration& r) { return done(commAddTaskClientExt(r.application, r.instance, r.name, r.callback)); }},
+    {14453, [](const registration& r) { return done(commDelTaskClientExt(r.application, r.instance, r.name)); }},
+    {14454, [](const registration& r) { return done(rmapAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback)); }},
+    {14455, [](const registration& r) { return done(rmapDelTaskClientExt(r.application, r.instance, r.name, r.pairs)); }},
 };
+// clang-format on
 
 // The pairs that a registration carries; false when it states more than came.
 bool readPairs(const uint8_t* message, std::array<clientPairValue, PAIRS_MAX>* pairs,

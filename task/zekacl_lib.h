@@ -121,6 +121,10 @@ inline constexpr aclExtClient<aclAddTaskMcastClient>                            
 inline constexpr aclExtClient<aclDelTaskMcastClient>                                            aclDelTaskMcastClientExt{"aclDelTaskMcastClientExt", false};
 inline constexpr aclExtClient<rmapAddTaskClient>                                                rmapAddTaskClientExt{"rmapAddTaskClientExt", true};
 inline constexpr aclExtClient<rmapDelTaskClient>                                                rmapDelTaskClientExt{"rmapDelTaskClientExt", false};
+inline constexpr aclExtClient<aspAddTaskClient>                                                 aspAddTaskClientExt{"aspAddTaskClientExt", true};
+inline constexpr aclExtClient<aspDelTaskClient>                                                 aspDelTaskClientExt{"aspDelTaskClientExt", false};
+inline constexpr aclExtClient<commAddTaskClient>                                                commAddTaskClientExt{"commAddTaskClientExt", true};
+inline constexpr aclExtClient<commDelTaskClient>                                                commDelTaskClientExt{"commDelTaskClientExt", false};
 inline constexpr aclExt<aclLock::write, aclClearIpAclByName>                                    aclClearIpAclExt;
 inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                                       aclClearIpAclAllExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;
