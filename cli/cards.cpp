@@ -83,9 +83,13 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
     return agentReply::good;
 }
 
-constexpr const char* chassisSentences[] = {
-    "", "No manager is there to be told", "The manager has not answered in time",
-    "There is no such card or route processor", "The run folder cannot be written"};
+constexpr const char* chassisSentences[] = {"",
+                                            "No manager is there to be told",
+                                            "The manager has not answered in time",
+                                            "There is no such card or route processor",
+                                            "The run folder cannot be written",
+                                            "There is no such task that uses lists",
+                                            "The manager has refused the registration"};
 
 }  // namespace
 
@@ -134,12 +138,16 @@ cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPip
     uint32_t address = 0;
     for (const chassisRp& rp : session->chassis.routeProcessors)
         if (rp.primary) address = rp.address;  // chassisd stays there when the role moves
-    chassisControlReq request{};
+    chassisClientReq request{};                // begins as the shorter record does
     requestAddress(&session->channel, &request.ipc, MT_CHASSIS_CONTROL, sizeof request, address,
                    CHASSIS_CONTROL_SERVICE);
     request.command = command.kind;
     // The last slot stands for the control processor's agent.
     request.argument = command.number == CARD_CONTROL_PLANE ? SLOT_COUNT - 1 : command.number;
+    if (command.text.size() >= sizeof request.task)
+        return refusal(chassisSentences[CHASSIS_NO_TASK]);
+    command.text.copy(request.task, sizeof request.task);
+    request.name = listNameMake(command.name);
     askResult asked =
         channelAsk(&session->channel, &request, sizeof request, session->options.timeoutMs);
     if (asked == askResult::noAnswer) return refusal("No answer from chassisd in time");
@@ -152,6 +160,6 @@ cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPip
     bytes = bytes.subspan(CHASSIS_TEXT_OFFSET);
     json answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
     if (!answer.is_object()) return refusal("The answer of chassisd is not understood");
-    renderAnswer(*session, answer, pipe);
+    renderAnswer(*session, answer.contains("rows") ? answer["rows"] : answer, pipe);
     return {};
 }

@@ -13,7 +13,8 @@ const char* setDetail(cliCommand& c, const cliValue&, const grammarNode& n) {
 extern const grammarState sShow, sShowIpv6, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6,
     sShowIp, sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sChassis,
     sChassisCard, sChassisEvent, sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters,
-    sWrite, sConfigure, sDebug, sDebugArgs;
+    sClient, sClientTask, sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure,
+    sDebug, sDebugArgs;
 
 constexpr grammarNode execNodes[] = {
     kw("show", "show something", sShow),
@@ -104,8 +105,45 @@ constexpr grammarNode chassisNodes[] = {
     kw("card", "report an event of a card", sChassisCard),
     kw("primary", "move the primary role", sChassisPrimary, setKind, CHASSIS_PRIMARY),
     kw("status", "tasks and who has subscribed", sDone, setKind, CHASSIS_STATE),
+    kw("client", "tasks that use lists", sClient),
 };
 constexpr grammarState sChassis{chassisNodes};
+constexpr grammarNode clientNodes[] = {
+    kw("register", "a task uses a list from now on", sClientTask, setKind, CHASSIS_CLIENT_REGISTER),
+    kw("unregister", "and no longer", sClientTask, setKind, CHASSIS_CLIENT_UNREGISTER),
+    kw("behave", "how a task treats its triggers", sBehaveTask, setKind, CHASSIS_CLIENT_BEHAVE),
+    kw("show", "what the tasks have received", sDone, setKind, CHASSIS_CLIENT_SHOW),
+};
+constexpr grammarState sClient{clientNodes};
+constexpr grammarNode clientTaskNodes[] = {
+    arg(cliArg::text, "TASK", "name of the task, e.g. BGP or IPM-2", sClientKind, addText),
+};
+constexpr grammarState sClientTask{clientTaskNodes};
+constexpr grammarNode clientKindNodes[] = {
+    kw("ip", "an IPv4 access list", sClientName, setNumber, CLIENT_LIST_IP),
+    kw("ipv6", "an IPv6 access list", sClientName, setNumber, CLIENT_LIST_IPV6),
+    kw("prefix", "an IPv4 prefix list", sClientName, setNumber, CLIENT_LIST_PREFIX),
+    kw("prefix6", "an IPv6 prefix list", sClientName, setNumber, CLIENT_LIST_PREFIX6),
+    kw("as-path", "an AS-path list", sClientName, setNumber, CLIENT_LIST_ASPATH),
+    kw("community", "a community list", sClientName, setNumber, CLIENT_LIST_COMMUNITY),
+    kw("route-map", "a route map", sClientName, setNumber, CLIENT_LIST_RMAP),
+};
+constexpr grammarState sClientKind{clientKindNodes};
+constexpr grammarNode clientNameNodes[] = {
+    arg(cliArg::name, "NAME", "the list, defined or not", sDone, setName),
+};
+constexpr grammarState sClientName{clientNameNodes};
+constexpr grammarNode behaveTaskNodes[] = {
+    arg(cliArg::text, "TASK", "name of the task, e.g. BGP", sBehave, addText),
+};
+constexpr grammarState sBehaveTask{behaveTaskNodes};
+constexpr grammarNode behaveNodes[] = {
+    kw("answer", "answers at once", sDone, setNumber, CLIENT_ANSWERS),
+    kw("silent", "never answers", sDone, setNumber, CLIENT_SILENT),
+    kw("late", "answers when the next trigger comes", sDone, setNumber, CLIENT_LATE),
+    kw("wrong-sequence", "answers another message", sDone, setNumber, CLIENT_WRONG_SEQUENCE),
+};
+constexpr grammarState sBehave{behaveNodes};
 constexpr auto chassisCardNodes = slotNodes(sChassisEvent);
 constexpr grammarState sChassisCard{chassisCardNodes};
 constexpr grammarNode chassisEventNodes[] = {

@@ -16,7 +16,8 @@ namespace {
 constexpr int SEND_TIMEOUT_MS = 1000;
 constexpr size_t EVENTS_MAX = 1024;  // under way or remembered
 
-constexpr const char* statusNames[] = {"ok", "nobody", "silent", "bad", "failed"};
+constexpr const char* statusNames[] = {"ok",     "nobody",  "silent", "bad",
+                                       "failed", "no-task", "refused"};
 
 struct outcome {
     uint32_t status;
@@ -185,6 +186,16 @@ void tellState(chassisControl* control, std::span<const uint8_t> request, uint64
     answer(control, request, result);
 }
 
+void clientCommand(chassisControl* control, std::span<const uint8_t> request, uint64_t nowMs) {
+    const auto* req = wireView<chassisClientReq>(request);
+    if (req == nullptr) return answer(control, request, {CHASSIS_BAD, {}});
+    const uint32_t rp = chassisPrimaryRp(*control->chassis, control->runDir);
+    clientOutcome result =
+        clientsCommand(control->peers, control->runDir,
+                       control->chassis->routeProcessors[rp].address, *req, nowMs);
+    answer(control, request, {result.status, std::move(result.text)});
+}
+
 constexpr struct {
     uint32_t command;
     void (*run)(chassisControl* control, std::span<const uint8_t> request, uint64_t nowMs);
@@ -193,6 +204,10 @@ constexpr struct {
     {CHASSIS_CARD_SHUTDOWN, cardEvent},
     {CHASSIS_PRIMARY, setPrimary},
     {CHASSIS_STATE, tellState},
+    {CHASSIS_CLIENT_REGISTER, clientCommand},
+    {CHASSIS_CLIENT_UNREGISTER, clientCommand},
+    {CHASSIS_CLIENT_SHOW, clientCommand},
+    {CHASSIS_CLIENT_BEHAVE, clientCommand},
 };
 
 void take(chassisControl* control, std::span<const uint8_t> message, uint64_t nowMs) {
@@ -242,7 +257,9 @@ void controlServe(chassisControl* control, uint64_t nowMs) {
 uint64_t controlTick(chassisControl* control, uint64_t nowMs) {
     std::erase_if(control->answered,
                   [nowMs](const answeredEvent& e) { return e.forgetAt <= nowMs; });
-    uint64_t next = UINT64_MAX;
+    const uint32_t rp = chassisPrimaryRp(*control->chassis, control->runDir);
+    uint64_t next =
+        clientsTick(control->peers, control->chassis->routeProcessors[rp].address, nowMs);
     for (size_t i = control->raised.size(); i-- > 0;) {
         if (control->raised[i].giveUpAt <= nowMs)
             finish(control, i, CHASSIS_SILENT, nowMs);

@@ -48,5 +48,6 @@ bool controlOpen(chassisControl* control, const chassisDescription& chassis,
 void controlClose(chassisControl* control);
 // Takes one message. Serve the peers before: who subscribes and then asks for an event must get it.
 void controlServe(chassisControl* control, uint64_t nowMs);
-// Answers for the events that have waited long enough. When that is next due; UINT64_MAX: never.
+// Answers for the events that have waited long enough, and asks for the queues that the manager has
+// not made yet. When that is next due; UINT64_MAX: never.
 uint64_t controlTick(chassisControl* control, uint64_t nowMs);

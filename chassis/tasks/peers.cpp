@@ -46,11 +46,19 @@ void evhHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
         peer.refused++;
 }
 
-// Tasks behind a queue: the acknowledgement is all that the sender waits for.
 constexpr peerKind peerKinds[] = {
-    {APP_SNMP, "SNMP", ignore},     {APP_SYSADM, "SYSADM", ignore}, {APP_RTM, "RTM", ignore},
-    {APP_IPM, "IPM", ignore},       {APP_DSMGR, "DSMGR", ignore},   {APP_EVH, "EVH", evhHandle},
-    {APP_MACMGR, "MACMGR", ignore}, {APP_IGMP, "IGMP", ignore},     {APP_PIM, "PIM", ignore},
+    {APP_SNMP, "SNMP", clientManagement},
+    {APP_SYSADM, "SYSADM", clientManagement},
+    {APP_OSPF, "OSPF", clientRouting},
+    {APP_BGP, "BGP", clientRouting},
+    {APP_RTM, "RTM", clientQueued},
+    {APP_IPM, "IPM", clientManagement},
+    {APP_DSMGR, "DSMGR", clientQueued},
+    {APP_EVH, "EVH", evhHandle},
+    // The acknowledgement is all that the sender waits for.
+    {APP_MACMGR, "MACMGR", ignore},
+    {APP_IGMP, "IGMP", clientQueued},
+    {APP_PIM, "PIM", clientQueued},
     {APP_IFM, "IFM", ifmHandle},
 };
 
@@ -64,13 +72,16 @@ bool peersOpen(const chassisDescription& chassis, std::string_view runDir,
         uint32_t port = aclServicePort(task.application, task.instance, QUEUE_REQUEST);
         zekEndpoint* endpoint = zekEndpointOpen(runDir, task.address, port, error);
         if (endpoint == nullptr) return false;
-        peers->push_back({kind, task.instance, endpoint, {}, 0, 0, {}});
+        peers->push_back({kind, task.instance, task.address, endpoint, {}, 0, 0, {}, {}});
     }
     return true;
 }
 
 void peersClose(std::vector<chassisPeer>* peers) {
-    for (chassisPeer& peer : *peers) zekEndpointClose(peer.endpoint);
+    for (chassisPeer& peer : *peers) {
+        zekEndpointClose(peer.endpoint);
+        aclClientClose(&peer.client.key);
+    }
     peers->clear();
 }
 

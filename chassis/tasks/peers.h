@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "chassis/tasks/clients.h"
 #include "include/ipc.h"
 #include "platform/api/zekChassis.h"
 #include "platform/api/zekTransport.h"
@@ -28,10 +29,12 @@ struct eventSubscription {
 struct chassisPeer {
     const peerKind* kind;
     uint32_t instance;
+    uint32_t address;
     zekEndpoint* endpoint;
     zekSwpSeq seen;  // of the manager's queue to this peer
     uint64_t received, refused;
     std::vector<eventSubscription> subscriptions;  // event handler only
+    clientState client;                            // tasks that use lists
 };
 
 // Opens an endpoint for every task of the description that has a kind. False and *error when one
