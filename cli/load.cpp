@@ -25,7 +25,7 @@ namespace {
 constexpr size_t WINDOW = 256;
 constexpr size_t LINE_MAX_BYTES = 65536;
 constexpr uint32_t TAKE_EVERY = 8;  // sends between two looks for answers; below a queue's ten
-constexpr int FULL_WAIT_MS = 2;     // the manager's queue is full: an answer will come first
+constexpr int FULL_WAIT_MS = 2;     // for room in the manager's queue, between two looks
 
 struct loadSlot {
     bool done;
@@ -178,11 +178,13 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
     if (!built) return finish(l, s, statusText(ACL_E_SYSTEM), s.firstColumn);
     while (!s.done) {
         if (l.sends++ % TAKE_EVERY == 0) pump(l, 0);
-        switch (zekEndpointSend(l.session.channel.endpoint, &request, length, 0)) {
+        // A full manager has room sooner than an answer: what it finds together it commits
+        // together.
+        switch (zekEndpointSend(l.session.channel.endpoint, &request, length, FULL_WAIT_MS)) {
             case zekSendResult::sent:
                 return;
             case zekSendResult::full:
-                pump(l, FULL_WAIT_MS);
+                pump(l, 0);
                 break;
             case zekSendResult::nobody:
                 return managerGone(l, askResult::unreachable);

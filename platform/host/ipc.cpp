@@ -7,6 +7,7 @@
 #include "platform/api/zekIpc.h"
 
 #include <poll.h>
+#include <sched.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -412,8 +413,10 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     int n = 0;
     // What waits already is served before a commit, which then serves all of it together. A request
     // that came alone is from a client that waits for its answer: that look is saved.
-    if (requestsTaken > 1 && hostFlushIsDue() && !hostHeldIsFull())
+    if (requestsTaken > 1 && hostFlushIsDue() && !hostHeldIsFull()) {
+        sched_yield();  // whoever waited for room in our queue may fill it first
         n = lookAt(limit, *set, 0, &ready);
+    }
     while (n == 0) {
         hostFlush();
         int wait = untilMs(deadline);
