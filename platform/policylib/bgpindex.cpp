@@ -31,9 +31,11 @@ struct bgpIndex {
 
 namespace {
 
-// A set costs about as much as this many walks over its expressions; below the least size a walk is
-// as fast as a set.
-constexpr uint32_t WALKS_PER_SET = 32;
+// A set costs about as much as this many walks over its expressions. A long walk is dear: each
+// expression's automaton comes from memory. Below the least size a walk is as fast as a set.
+constexpr uint32_t walksPerSet(size_t expressions) {
+    return expressions < 256 ? 32 : 8;
+}
 constexpr size_t SET_LEAST = 3;
 constexpr uint32_t SET_FAILED = 0x80000000;  // walks from here on: it is not tried again
 
@@ -144,7 +146,7 @@ const bgpEntry* firstExpression(const bgpIndex& index, std::string_view text, ui
     uint32_t walks = index.walks.load(std::memory_order_relaxed);
     if (set == nullptr && walks < SET_FAILED) {
         index.walks.store(walks + 1, std::memory_order_relaxed);  // about right is enough
-        if (walks >= WALKS_PER_SET) {
+        if (walks >= walksPerSet(index.regexes.size())) {
             buildSet(index);
             set = index.set.load(std::memory_order_acquire);
         }
