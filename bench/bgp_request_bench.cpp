@@ -18,15 +18,16 @@ void fail(const char* what) {
 
 uint32_t nextSequence = 1;
 
-void request(rawClient& client, std::vector<uint8_t>& message, uint32_t code, uint32_t expected) {
+void request(rawClient& client, const std::string& list, std::vector<uint8_t> message,
+             uint32_t code) {
     auto* hdr = reinterpret_cast<cliHdr*>(message.data());
     hdr->code = code;
-    hdr->name = listNameMake("BENCH");
+    hdr->name = listNameMake(list);
     client.fillHeader(message, MT_CLI_COMMAND, nextSequence++);
     if (!client.send(message)) fail("send");
     std::vector<uint8_t> answer = client.receive();
     if (answer.size() < sizeof(cliHdr)) fail("no answer");
-    if (reinterpret_cast<cliHdr*>(answer.data())->result != expected) fail("an unexpected status");
+    if (reinterpret_cast<cliHdr*>(answer.data())->result != ACL_OK) fail("an unexpected status");
 }
 
 // One kind of list: its codes, and the request that states its entry number i.
@@ -58,49 +59,55 @@ constexpr kind kinds[] = {
     {"community", CLI_COMM_LIST_CREATE, CLI_COMM_ENTRY_ADD, CLI_COMM_ENTRY_DELETE, commEntryOf},
 };
 
-// Median seconds of a request, of entries from..from + count.
-double seconds(rawClient& client, const kind& k, uint32_t code, uint32_t from, uint32_t count) {
-    constexpr uint32_t batches = 10;
-    std::vector<double> values;
-    for (uint32_t batch = 0; batch < batches; batch++) {
-        const double start = benchNow();
-        for (uint32_t i = 0; i < count / batches; i++) {
-            std::vector<uint8_t> message = k.entry(from + batch * (count / batches) + i);
-            request(client, message, code, ACL_OK);
+constexpr uint32_t sizes[] = {1000, 10000};
+constexpr uint32_t BATCH = 50, BATCHES = 18;
+
+// Medians over batches of one request, which take turns between the lists of all sizes: whatever
+// else the machine does meanwhile hits them alike.
+struct medians {
+    double seconds[std::size(sizes)];
+};
+medians measure(rawClient& client, const kind& k, uint32_t code, bool behind) {
+    std::vector<double> values[std::size(sizes)];
+    for (uint32_t batch = 0; batch < BATCHES; batch++)
+        for (size_t n = 0; n < std::size(sizes); n++) {
+            const std::string list = std::to_string(sizes[n]);
+            const double start = benchNow();
+            for (uint32_t i = 0; i < BATCH; i++)
+                request(client, list, k.entry((behind ? sizes[n] : 0) + batch * BATCH + i), code);
+            values[n].push_back((benchNow() - start) / BATCH);
         }
-        values.push_back((benchNow() - start) / (count / batches));
-    }
-    return benchMedian(values);
+    medians result{};
+    for (size_t n = 0; n < std::size(sizes); n++) result.seconds[n] = benchMedian(values[n]);
+    return result;
+}
+
+void report(const std::string& name, const medians& m) {
+    for (size_t n = 0; n < std::size(sizes); n++)
+        benchOut(name + "." + std::to_string(sizes[n]), m.seconds[n] * 1e6, "us");
+    benchRatio(name + " 10000 / 1000", m.seconds[1] / m.seconds[0], 1.3);
 }
 
 }  // namespace
 
 int main() {
     for (const kind& k : kinds) {
-        double firstAdd = 0, firstDelete = 0;
-        for (uint32_t entries : {1000u, 10000u}) {
-            const std::string at = "." + std::to_string(entries);
-            const std::string name = k.name;
-            chassisFixture chassis;
-            if (!chassis.startNeighbours() || !chassis.startManager()) fail("no start");
-            rawClient client(chassis);
-            std::vector<uint8_t> create(sizeof(cliHdr));
-            request(client, create, k.create, ACL_OK);
-            const double load =
-                benchRounds(1, [&] { (void)seconds(client, k, k.add, 0, entries); });
-            const double add = seconds(client, k, k.add, entries, 1000);
-            // The oldest ones: what lies behind them has to move.
-            const double remove = seconds(client, k, k.remove, 0, 900);
-            benchOut(name + ".load, an entry" + at, load / entries * 1e6, "us");
-            benchOut(name + ".add" + at, add * 1e6, "us");
-            benchOut(name + ".delete" + at, remove * 1e6, "us");
-            if (entries == 1000) {
-                firstAdd = add;
-                firstDelete = remove;
-                continue;
-            }
-            benchRatio(name + ".add 10000 / 1000", add / firstAdd, 1.3);
-            benchRatio(name + ".delete 10000 / 1000", remove / firstDelete, 1.3);
+        chassisFixture chassis;
+        if (!chassis.startNeighbours() || !chassis.startManager()) fail("no start");
+        rawClient client(chassis);
+        double load[std::size(sizes)];
+        for (size_t n = 0; n < std::size(sizes); n++) {
+            const std::string list = std::to_string(sizes[n]);
+            request(client, list, std::vector<uint8_t>(sizeof(cliHdr)), k.create);
+            load[n] = benchRounds(1, [&] {
+                for (uint32_t i = 0; i < sizes[n]; i++) request(client, list, k.entry(i), k.add);
+            });
+            load[n] /= sizes[n];
+            benchOut(std::string(k.name) + ".load, an entry." + list, load[n] * 1e6, "us");
         }
+        benchRatio(std::string(k.name) + ".load 10000 / 1000", load[1] / load[0], 1.3);
+        report(std::string(k.name) + ".add", measure(client, k, k.add, true));
+        // The oldest ones: what lies behind them has to move.
+        report(std::string(k.name) + ".delete", measure(client, k, k.remove, false));
     }
 }
