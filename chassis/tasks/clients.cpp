@@ -12,8 +12,7 @@
 namespace {
 
 constexpr size_t LISTS_MAX = 4096;  // remembered of each sort
-constexpr int SEND_TIMEOUT_MS = 1000;
-constexpr int REGISTER_MS = 8000;  // the shell waits for 10 s
+constexpr int REGISTER_MS = 8000;   // the shell waits for 10 s
 constexpr uint64_t ASK_AGAIN_MS = 1000;
 
 constexpr struct {
