@@ -262,9 +262,11 @@ cliOutcome sessionDebug(cliSession* session, std::string_view function, std::str
 }
 
 size_t sessionColumn(const cliCommand& command, uint32_t status) {
-    bool aboutNumber =
-        status == ACL_E_SEQ_USED || status == ACL_E_NOSEQ || status == ACL_E_SEQ_RANGE;
-    return aboutNumber && command.seqColumn != NO_COLUMN ? command.seqColumn : command.firstColumn;
+    constexpr uint32_t aboutNumber[] = {ACL_E_SEQ_USED,           ACL_E_NOSEQ,
+                                        ACL_E_SEQ_RANGE,          ACL_E_PREFIX_SEQ_USED,
+                                        ACL_E_PREFIX_SEQ_DIFFERS, ACL_E_RMAP_SEQ};
+    bool isAbout = std::ranges::find(aboutNumber, status) != std::end(aboutNumber);
+    return isAbout && command.seqColumn != NO_COLUMN ? command.seqColumn : command.firstColumn;
 }
 
 cliOutcome sessionExecute(cliSession* session, const cliCommand& command, cliPipe* pipe) {
