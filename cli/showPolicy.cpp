@@ -92,26 +92,31 @@ json listJson(const policyRow& row, const listName& name, std::string_view text)
     return list;
 }
 
-// A route map's show text as JSON: instances with the lines of their groups.
+// A route map's show text as JSON: instances with the lines of their groups; "clauses" has those
+// that stand in none.
 json mapJson(std::string_view text) {
+    constexpr std::string_view hits = "Hits: ";
     json instances = json::array();
     std::string group;
     while (!text.empty()) {
         std::string_view line = takeLine(&text);
         size_t at = 0;
-        uint64_t seq;
+        uint64_t number;
         if (lexWord(line, &at) == "route-map") {
             std::string name(lexWord(line, &at)), action(lexWord(line, &at));
             instances.push_back({{"name", name}, {"action", action}});
-            if (lexNumber(lexWord(line, &at), &seq)) instances.back()["seq"] = seq;
+            if (lexNumber(lexWord(line, &at), &number)) instances.back()["seq"] = number;
             group = "clauses";
         } else if (!instances.empty() && !line.empty()) {
             std::string_view words =
                 line.substr(std::min(line.find_first_not_of(' '), line.size()));
-            if (words.ends_with(" clauses:"))
-                instances.back()[group = words.substr(0, words.find(' '))] = json::array();
+            json& instance = instances.back();
+            if (words == "Match clauses:" || words == "Set clauses:")
+                instance[group = words[0] == 'M' ? "match" : "set"] = json::array();
+            else if (words.starts_with(hits) && lexNumber(words.substr(hits.size()), &number))
+                instance["hits"] = number;
             else
-                instances.back()[group].push_back(words);
+                instance[line.starts_with("    ") ? group : "clauses"].push_back(words);
         }
     }
     return instances;
