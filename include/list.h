@@ -13,6 +13,8 @@
 #include "include/listName.h"
 #include "platform/api/zekRadix.h"
 
+struct matchNode;  // platform/policylib/matchIndex.h
+
 constexpr size_t BINDING_BLOCK_LEN = 520;
 struct bindingBlock {
     uint8_t b[BINDING_BLOCK_LEN];  // what an agent needs beside the list; opaque to the manager
@@ -23,7 +25,7 @@ struct aclEntry {
     aclEntry* prev;
     ipEntryBlock block;
     uint32_t id;          // the list's counter at insertion, never reused
-    uint32_t matchCount;  // shown and cleared by the shows
+    uint32_t matchCount;  // see hitCount.h; shown and cleared by the shows
     uint32_t log;         // non-zero: the entry logs
     uint32_t monitor;     // 1: the entry is monitored
 };
@@ -91,4 +93,6 @@ struct aclList {
     aclRemark* remarks;
     zekRadix* seqTree;      // null for system and DoS lists
     zekRadix* contentTree;  // null for system and DoS lists
+    // What ipFilterCheck searches instead of the chain; null: it walks. Kept for ordinary lists.
+    matchNode* filterIndex;
 };

@@ -3,8 +3,9 @@
 // Kept in aclNode->acl_tree by name. A list is absent, a placeholder (kind 0: something refers to
 // it) or configured. Its entries are chained in ascending sequence order; every entry stands in the
 // sequence tree, and in the content tree too unless it is an ARP or ether-type entry. Each change
-// goes first into the trees and the chain, then, in the order that each operation states, to the
-// clients, the bindings and the configuration. The caller holds the write lock.
+// goes first into the trees, the chain and the filter's index, then, in the order that each
+// operation states, to the clients, the bindings and the configuration. The caller holds the write
+// lock.
 #include "download/zekacl_download.h"
 #include "include/debug.h"
 #include "include/hooks.h"
@@ -12,6 +13,7 @@
 #include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
+#include "platform/policylib/zekPolicy.h"
 
 uint32_t ipDelAccessList = 0;
 
@@ -43,6 +45,7 @@ uint32_t deleteEntry(aclList* list, const ipEntryBlock* block, uint32_t send,
     if (cfgAndTrigger != 0) acl_ent_sent_to_cfg(entry, 1, list->name);
     list->count--;
     aclPropagate(list, entryDeleted(entry, send != 0));
+    ipFilterIndexRemove(list, entry);
     aclEntryUnlink(list, entry);
     if (seq == list->highestSeq) aclEntrySeqRecompute(list);
     aclDelV4RemarkEntryFromList(list->name, seq, list);
@@ -123,6 +126,7 @@ uint32_t ipAddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t lo
     }
     if (seq >= list->highestSeq) list->highestSeq = seq;
     aclEntryLink(list, entry, successor(list, entry));
+    ipFilterIndexAdd(list, entry);
 
     // Clients hear of the entry before it has its identifier and before any card does: meant.
     aclTrigger(list, 0);

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "include/cliMsg.h"
+#include "include/hitCount.h"
 #include "include/ipText.h"
 #include "include/node.h"
 #include "ipacl/text.h"
@@ -52,7 +53,7 @@ void addStandardEntry(std::string& out, const aclEntry& entry) {
     addFront(out, block);
     addAddress(out, block.src, block.srcMask, block.srcMask == 0xFFFFFFFF);
     if (entry.log != 0) {
-        textWordSigned(out, " log (", entry.matchCount);
+        textWordSigned(out, " log (", hitCountGet(entry.matchCount));
         out += " matches)";
     }
 }

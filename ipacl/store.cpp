@@ -6,6 +6,7 @@
 #include "include/status.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
+#include "platform/policylib/zekPolicy.h"
 
 namespace {
 
@@ -61,6 +62,7 @@ aclList* aclListMake(zekRadix* tree, const listName& name, uint32_t kind, uint32
 }
 
 void aclListDrop(zekRadix* tree, aclList* list) {
+    ipFilterIndexDrop(list);
     aclDupEntCheckTreeDelete(list->seqTree);
     aclDupEntCheckTreeDelete(list->contentTree);
     zekRadixRemove(tree, &list->link);

@@ -1,0 +1,69 @@
+#include "platform/policylib/matchIndex.h"
+
+#include "platform/api/zekMem.h"
+
+namespace {
+
+void lower(matchNode* node, matchGroup** group, uint32_t order) {
+    (*group)->lowest = std::min((*group)->lowest, order);
+    auto* first = matchItems<matchGroup>(node).data();
+    for (; *group != first && (*group)->lowest < (*group)[-1].lowest; --*group)
+        std::swap(**group, (*group)[-1]);
+}
+
+}  // namespace
+
+matchNode* matchNodeMake(bool leaf, uint32_t capacity, size_t itemSize) {
+    void* block = zekMC_MM_malloc(sizeof(matchNode) + capacity * itemSize);
+    if (block == nullptr) return nullptr;
+    return new (block) matchNode{MATCH_ORDER_NONE, 0, capacity, leaf};
+}
+
+bool matchNodeReserve(matchNode** at, size_t itemSize) {
+    matchNode* node = *at;
+    if (node->count < node->capacity) return true;
+    matchNode* larger = matchNodeMake(node->leaf, node->capacity * 2, itemSize);
+    if (larger == nullptr) return false;
+    larger->lowest = node->lowest;
+    larger->count = node->count;
+    std::memcpy(larger + 1, node + 1, node->count * itemSize);
+    zekMC_MM_free(node);
+    *at = larger;
+    return true;
+}
+
+matchGroup* matchGroupFind(matchNode* node, uint64_t mask) {
+    for (matchGroup& group : matchItems<matchGroup>(node))
+        if (group.mask == mask) return &group;
+    return nullptr;
+}
+
+matchGroup* matchGroupObtain(matchNode** at, uint64_t mask, uint32_t order) {
+    matchGroup* group = matchGroupFind(*at, mask);
+    if (group == nullptr) {
+        if (!matchNodeReserve(at, sizeof(matchGroup))) return nullptr;
+        group = matchItems<matchGroup>(*at).data() + (*at)->count++;
+        *group = {mask, {}, order};
+    }
+    lower(*at, &group, order);
+    return group;
+}
+
+void matchGroupErase(matchNode* node, matchGroup* group) {
+    matchTableFree(&group->table);
+    auto groups = matchItems<matchGroup>(node);
+    auto place = groups.begin() + (group - groups.data());
+    std::move(place + 1, groups.end(), place);
+    node->count--;
+}
+
+void matchFree(matchNode* node) {
+    if (node == nullptr) return;
+    if (!node->leaf)
+        for (matchGroup& group : matchItems<matchGroup>(node)) {
+            for (uint64_t i = 0; i < matchTableSize(group.table); i++)
+                matchFree(static_cast<matchNode*>(group.table.slots[i].item));
+            matchTableFree(&group.table);
+        }
+    zekMC_MM_free(node);
+}

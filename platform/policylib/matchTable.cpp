@@ -1,0 +1,62 @@
+#include "platform/policylib/matchTable.h"
+
+#include <cstring>
+
+#include "platform/api/zekMem.h"
+
+namespace {
+
+// The key's slot, or the free one where it belongs.
+uint64_t find(const matchTable& table, uint64_t key) {
+    uint64_t last = matchTableSize(table) - 1;
+    uint64_t i = matchTableHome(table, key);
+    while (table.slots[i].item != nullptr && table.slots[i].key != key) i = (i + 1) & last;
+    return i;
+}
+
+bool grow(matchTable* table) {
+    matchTable larger = {nullptr, table->used, table->bits + 1};
+    size_t bytes = sizeof(matchSlot) << larger.bits;
+    larger.slots = static_cast<matchSlot*>(zekMC_MM_malloc(bytes));
+    if (larger.slots == nullptr) return false;
+    std::memset(larger.slots, 0, bytes);
+    for (uint64_t i = 0; i < matchTableSize(*table); i++)
+        if (table->slots[i].item != nullptr)
+            larger.slots[find(larger, table->slots[i].key)] = table->slots[i];
+    zekMC_MM_free(table->slots);
+    *table = larger;
+    return true;
+}
+
+}  // namespace
+
+void** matchTableAt(matchTable* table, uint64_t key) {
+    if (table->slots != nullptr) {
+        matchSlot& slot = table->slots[find(*table, key)];
+        if (slot.item != nullptr) return &slot.item;
+    }
+    if ((table->used + 1) * 2 > matchTableSize(*table) && !grow(table)) return nullptr;
+    matchSlot& slot = table->slots[find(*table, key)];
+    slot.key = key;
+    table->used++;
+    return &slot.item;
+}
+
+void matchTableErase(matchTable* table, uint64_t key) {
+    uint64_t last = matchTableSize(*table) - 1;
+    uint64_t hole = find(*table, key);
+    table->used--;
+    // Whatever follows without a gap moves up, unless it would come to stand before its home.
+    for (uint64_t i = (hole + 1) & last; table->slots[i].item != nullptr; i = (i + 1) & last) {
+        uint64_t home = matchTableHome(*table, table->slots[i].key);
+        if (((i - home) & last) < ((i - hole) & last)) continue;
+        table->slots[hole] = table->slots[i];
+        hole = i;
+    }
+    table->slots[hole].item = nullptr;
+}
+
+void matchTableFree(matchTable* table) {
+    zekMC_MM_free(table->slots);
+    *table = {};
+}
