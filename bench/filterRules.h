@@ -22,7 +22,7 @@ inline uint32_t benchMask(uint32_t length) {
 
 // Source and destination nets come from pools, so that several rules share one; four in ten
 // destinations are hosts, one in ten sources is any. Lengths as in customer filters, or, `spread`,
-// all from 8 to 32: more than 200 pairs of masks.
+// all from 11 to 24: with any 210 pairs of masks.
 inline std::vector<benchRule> benchRules(uint32_t count, bool spread) {
     std::mt19937 random(7);
     auto below = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
@@ -36,7 +36,7 @@ inline std::vector<benchRule> benchRules(uint32_t count, bool spread) {
     auto pool = [&](uint32_t size) {
         nets made;
         for (uint32_t i = 0; i < size; i++) {
-            uint32_t length = spread ? 8 + below(25) : usual[below(20)];
+            uint32_t length = spread ? 11 + below(14) : usual[below(20)];
             uint32_t top = below(200) + 1;
             made.push_back({(top << 24 | below(1 << 24)) & benchMask(length), length});
         }

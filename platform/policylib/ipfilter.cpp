@@ -59,21 +59,22 @@ bool payloadMatches(const ipEntryBlock& b, const ipPacket& p) {
 }
 
 bool extendedMatches(const ipEntryBlock& b, const ipPacket& p) {
+    if (!sameUnder(p.dst, b.dst, b.dstMask)) return false;
     bool anyProtocol = b.protocol == IP_PROTO_ANY && b.protoMarker == 0;
     if (!anyProtocol && b.protocol != p.protocol) return false;
-    if (!sameUnder(p.dst, b.dst, b.dstMask)) return false;
     if (b.precedence != FIELD_NOT_GIVEN && b.precedence != p.tos >> 5) return false;
     if (b.tos != FIELD_NOT_GIVEN && b.tos != (p.tos >> 1 & 15)) return false;
     return payloadMatches(b, p);
 }
 
-// A standard entry has no say in anything but the source, the DSCP and the fragments.
+// A standard entry has no say in anything but the source, the DSCP and the fragments. The addresses
+// come first: most entries differ there.
 bool entryMatches(const ipEntryBlock& b, const ipPacket& p) {
-    if (ipEntryIsL2L3(b)) return false;  // about frames, not about IPv4 packets
     if (!sameUnder(p.src, b.src, b.srcMask)) return false;
+    if (b.kind == IP_KIND_EXTENDED && !extendedMatches(b, p)) return false;
     if (b.dscp != DSCP_NOT_GIVEN && b.dscp != p.tos >> 2) return false;
     if (b.fragments == 1 && !p.laterFragment) return false;
-    return b.kind != IP_KIND_EXTENDED || extendedMatches(b, p);
+    return !ipEntryIsL2L3(b);  // which are about frames, not about IPv4 packets
 }
 
 // --- an entry as masked words ------------------------------------------------------------------
@@ -246,6 +247,8 @@ ipVerdict ipFilterCheck(const aclList* list, const ipPacket& packet, const aclEn
     aclEntry* entry = ipFilterFind(list, packet);
     if (decided != nullptr) *decided = entry;
     if (entry == nullptr) return FILTER_DENY;
+    // Read first: nothing behind the counting starts before it is done.
+    ipVerdict verdict = entry->block.action == IP_DENY ? FILTER_DENY : FILTER_PERMIT;
     hitCountAdd(entry->matchCount);
-    return entry->block.action == IP_DENY ? FILTER_DENY : FILTER_PERMIT;
+    return verdict;
 }

@@ -31,7 +31,7 @@
 
 #include "platform/policylib/matchTable.h"
 
-constexpr uint32_t LEAF_RULES = 8;
+constexpr uint32_t LEAF_RULES = 16;
 constexpr uint32_t MATCH_ORDER_NONE = 0xFFFFFFFF;  // orders are below it
 
 // What is looked at on a level. A shape has `words` and an array `levels` whose parts cover all

@@ -9,20 +9,28 @@ namespace {
 // The key's slot, or the free one where it belongs.
 uint64_t find(const matchTable& table, uint64_t key) {
     uint64_t last = matchTableSize(table) - 1;
-    uint64_t i = matchTableHome(table, key);
+    uint64_t i = matchTableHome(table, matchTableHash(key));
     while (table.slots[i].item != nullptr && table.slots[i].key != key) i = (i + 1) & last;
     return i;
 }
 
+matchSlot* take(matchTable* table, uint64_t key) {
+    uint64_t hash = matchTableHash(key);
+    matchTableMarks(*table)[matchTableHome(*table, hash)] |= matchTableMark(*table, hash);
+    matchSlot* slot = &table->slots[find(*table, key)];
+    slot->key = key;
+    return slot;
+}
+
 bool grow(matchTable* table) {
     matchTable larger = {nullptr, table->used, table->bits + 1};
-    size_t bytes = sizeof(matchSlot) << larger.bits;
+    size_t bytes = (sizeof(matchSlot) + 1) << larger.bits;
     larger.slots = static_cast<matchSlot*>(zekMC_MM_malloc(bytes));
     if (larger.slots == nullptr) return false;
     std::memset(larger.slots, 0, bytes);
     for (uint64_t i = 0; i < matchTableSize(*table); i++)
         if (table->slots[i].item != nullptr)
-            larger.slots[find(larger, table->slots[i].key)] = table->slots[i];
+            take(&larger, table->slots[i].key)->item = table->slots[i].item;
     zekMC_MM_free(table->slots);
     *table = larger;
     return true;
@@ -36,24 +44,31 @@ void** matchTableAt(matchTable* table, uint64_t key) {
         if (slot.item != nullptr) return &slot.item;
     }
     if ((table->used + 1) * 2 > matchTableSize(*table) && !grow(table)) return nullptr;
-    matchSlot& slot = table->slots[find(*table, key)];
-    slot.key = key;
     table->used++;
-    return &slot.item;
+    return &take(table, key)->item;
 }
 
 void matchTableErase(matchTable* table, uint64_t key) {
     uint64_t last = matchTableSize(*table) - 1;
+    uint64_t gone = matchTableHome(*table, matchTableHash(key));
     uint64_t hole = find(*table, key);
-    table->used--;
+    uint8_t marks = 0;
+    auto stays = [&](uint64_t i) {
+        uint64_t hash = matchTableHash(table->slots[i].key);
+        if (matchTableHome(*table, hash) == gone) marks |= matchTableMark(*table, hash);
+    };
+    for (uint64_t i = gone; i != hole; i = (i + 1) & last) stays(i);
     // Whatever follows without a gap moves up, unless it would come to stand before its home.
     for (uint64_t i = (hole + 1) & last; table->slots[i].item != nullptr; i = (i + 1) & last) {
-        uint64_t home = matchTableHome(*table, table->slots[i].key);
+        stays(i);
+        uint64_t home = matchTableHome(*table, matchTableHash(table->slots[i].key));
         if (((i - home) & last) < ((i - hole) & last)) continue;
         table->slots[hole] = table->slots[i];
         hole = i;
     }
     table->slots[hole].item = nullptr;
+    matchTableMarks(*table)[gone] = marks;
+    table->used--;
 }
 
 void matchTableFree(matchTable* table) {

@@ -29,7 +29,7 @@ aclEntry* ipFilterFind(const aclList* list, const ipPacket& packet);
 // The index beside an ordinary list's chain, kept by the store that owns the list, under the write
 // lock. A short list has none, nor has one whose index found no memory or whose chain is not in
 // ascending numbers: such a list is walked. It is tried again when the count has doubled.
-constexpr int32_t FILTER_INDEX_FROM = 32;                        // entries
+constexpr int32_t FILTER_INDEX_FROM = 8;                         // entries
 void ipFilterIndexAdd(aclList* list, aclEntry* entry);           // after it was linked and counted
 void ipFilterIndexRemove(aclList* list, const aclEntry* entry);  // before it is unlinked
 void ipFilterIndexRenumber(aclList* list);  // after numbers changed in the chain's order
