@@ -16,7 +16,7 @@ void lower(matchNode* node, matchGroup** group, uint32_t order) {
 matchNode* matchNodeMake(bool leaf, uint32_t capacity, size_t itemSize) {
     void* block = zekMC_MM_malloc(sizeof(matchNode) + capacity * itemSize);
     if (block == nullptr) return nullptr;
-    return new (block) matchNode{MATCH_ORDER_NONE, 0, capacity, leaf};
+    return new (block) matchNode{0, capacity, leaf};
 }
 
 bool matchNodeReserve(matchNode** at, size_t itemSize) {
@@ -24,7 +24,6 @@ bool matchNodeReserve(matchNode** at, size_t itemSize) {
     if (node->count < node->capacity) return true;
     matchNode* larger = matchNodeMake(node->leaf, node->capacity * 2, itemSize);
     if (larger == nullptr) return false;
-    larger->lowest = node->lowest;
     larger->count = node->count;
     std::memcpy(larger + 1, node + 1, node->count * itemSize);
     zekMC_MM_free(node);

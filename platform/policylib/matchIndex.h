@@ -14,9 +14,9 @@
 // order; a leaf that grows above LEAF_RULES becomes an inner node. Below the last level are rules
 // whose words are all the same: those leaves grow.
 //
-// The smallest order decides. Every node and group has a bound that no order below it is under, and
-// groups stand in ascending bounds, so that a search ends early. A removal leaves the bounds as
-// they are: a bound that is too low only costs time.
+// The smallest order decides. Every group has a bound that no order below it is under, and groups
+// stand in ascending bounds, so that a search ends early. A removal leaves the bounds as they are:
+// a bound that is too low only costs time.
 //
 // A root is a matchNode*, null for no rules. A change that finds no memory returns false, and the
 // index is then good for matchFree only. Readers may search at once; changes need them to be out.
@@ -56,9 +56,8 @@ struct matchGroup {
     uint32_t lowest;
 };
 
-struct matchNode {
-    uint32_t lowest;  // no order below is under this; in a leaf the first rule's
-    uint32_t count;   // of what follows: matchRules in a leaf, else matchGroups
+struct alignas(8) matchNode {
+    uint32_t count;  // of what follows: matchRules in a leaf, else matchGroups
     uint32_t capacity;
     bool leaf;
 };
@@ -141,7 +140,6 @@ bool matchInsertBelow(matchNode** at, const matchRule<Shape>& rule) {
     constexpr matchLevel level = Shape::levels[Level];
     matchGroup* group = matchGroupObtain(at, rule.mask[level.word] & level.part, rule.order);
     if (group == nullptr) return false;
-    (*at)->lowest = std::min((*at)->lowest, rule.order);
     void** below = matchTableAt(&group->table, rule.value[level.word] & level.part);
     if (below == nullptr) return false;
     auto* node = static_cast<matchNode*>(*below);
@@ -176,7 +174,6 @@ bool matchInsert(matchNode** at, const matchRule<Shape>& rule) {
     auto rules = matchItems<matchRule<Shape>>(*at);
     std::move_backward(rules.begin() + static_cast<ptrdiff_t>(place), rules.end() - 1, rules.end());
     rules[place] = rule;
-    (*at)->lowest = rules[0].order;
     return true;
 }
 
@@ -191,7 +188,6 @@ void matchRemove(matchNode** at, const matchRule<Shape>& rule) {
             rules.begin() + static_cast<ptrdiff_t>(matchLeafPlace<Shape>(node, rule.order));
         std::move(place + 1, rules.end(), place);
         node->count--;
-        node->lowest = rules[0].order;
     } else if constexpr (Level < std::size(Shape::levels)) {
         constexpr matchLevel level = Shape::levels[Level];
         matchGroup* group = matchGroupFind(node, rule.mask[level.word] & level.part);
@@ -210,24 +206,22 @@ void matchRemove(matchNode** at, const matchRule<Shape>& rule) {
 }
 
 // Gives every rule the order that orderOf(record) tells. Which of two rules comes first must be as
-// it was.
+// it was. Returns the first order.
 template <class Shape, class OrderOf>
-void matchReorder(matchNode* node, const OrderOf& orderOf) {
-    node->lowest = MATCH_ORDER_NONE;
+uint32_t matchReorder(matchNode* node, const OrderOf& orderOf) {
     if (node->leaf) {
-        for (auto& rule : matchItems<matchRule<Shape>>(node)) rule.order = orderOf(rule.record);
-        node->lowest = matchItems<matchRule<Shape>>(node)[0].order;
-        return;
+        auto rules = matchItems<matchRule<Shape>>(node);
+        for (auto& rule : rules) rule.order = orderOf(rule.record);
+        return rules[0].order;
     }
     auto groups = matchItems<matchGroup>(node);
     for (matchGroup& group : groups) {
         group.lowest = MATCH_ORDER_NONE;
         for (uint64_t i = 0; i < matchTableSize(group.table); i++)
-            if (auto* below = static_cast<matchNode*>(group.table.slots[i].item)) {
-                matchReorder<Shape>(below, orderOf);
-                group.lowest = std::min(group.lowest, below->lowest);
-            }
-        node->lowest = std::min(node->lowest, group.lowest);
+            if (void* below = group.table.slots[i].item; below != nullptr)
+                group.lowest = std::min(
+                    group.lowest, matchReorder<Shape>(static_cast<matchNode*>(below), orderOf));
     }
     std::ranges::sort(groups, {}, &matchGroup::lowest);
+    return groups[0].lowest;
 }

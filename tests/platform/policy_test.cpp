@@ -5,6 +5,10 @@
 
 #include <deque>
 #include <functional>
+#include <map>
+#include <random>
+
+#include "platform/policylib/matchTable.h"
 
 namespace {
 
@@ -233,6 +237,30 @@ TEST(ipFilter, TheFirstMatchDecidesAndNoMatchIsDenied) {
     EXPECT_EQ(ipFilterCheck(nullptr, tcp(), nullptr), FILTER_DENY);
     chain empty;
     EXPECT_EQ(ipFilterCheck(&empty.list, tcp(), nullptr), FILTER_DENY);
+}
+
+// Keys that crowd at few homes, so that erasing one moves others and shares its mark with them.
+TEST(MatchTable, HoldsWhatAMapHolds) {
+    std::mt19937 random(3);
+    std::map<uint64_t, void*> expected;
+    matchTable table{};
+    for (int step = 0; step < 20000; step++) {
+        uint64_t key = uint64_t{random() % 96} << (random() % 2 * 32);
+        if (random() % 2 == 0) {
+            void** item = matchTableAt(&table, key);
+            ASSERT_NE(item, nullptr);
+            ASSERT_EQ(*item, expected.contains(key) ? expected[key] : nullptr);
+            *item = expected[key] = &expected;
+        } else if (expected.erase(key) != 0) {
+            matchTableErase(&table, key);
+        }
+        ASSERT_EQ(table.used, expected.size());
+        for (int i = 0; i < 8 && table.slots != nullptr; i++) {
+            uint64_t other = uint64_t{random() % 96} << (random() % 2 * 32);
+            ASSERT_EQ(matchTableFind(table, other) != nullptr, expected.contains(other)) << step;
+        }
+    }
+    matchTableFree(&table);
 }
 
 }  // namespace
