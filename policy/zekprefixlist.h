@@ -79,5 +79,5 @@ std::string prefixEntryText(const prefixEntry* entry, uint32_t af);
 // --- the second ACL agent (prefixacl2.cpp) -------------------------------------------------------
 
 // Queues every configured list of the family to it, as the requests that made them. Nothing
-// without such an agent.
-void prefixDownloadIpListAlltoACL2(uint32_t af);
+// without such an agent. A read lock is enough.
+void prefixDownloadIpListAll(uint32_t af);

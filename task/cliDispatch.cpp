@@ -217,6 +217,61 @@ uint32_t asNotation(cliCall& call) {
     return aclRmapProcessBgpASNotationFormat(uint32_t{call.as<cliWordReq>()->word});
 }
 
+// Prefix lists, by family.
+template <uint32_t AF>
+using cliPrefixReq = std::conditional_t<AF == AF_IPV4, cliPrefix4Req, cliPrefix6Req>;
+
+template <uint32_t AF>
+uint32_t prefixListCreate(cliCall& call) {
+    return ipPrefixListCreateExt(call.name(), 0, AF);
+}
+template <uint32_t AF>
+uint32_t prefixListDelete(cliCall& call) {
+    return ipPrefixListDeleteExt(call.name(), AF);
+}
+template <uint32_t AF>
+uint32_t prefixEntryAdd(cliCall& call) {
+    const auto& entry = call.as<cliPrefixReq<AF>>()->entry;
+    return ipAddPrefixEntryExt(call.name(), prefixRecordOf(entry), AF);
+}
+template <uint32_t AF>
+uint32_t prefixEntryDelete(cliCall& call) {
+    const auto& entry = call.as<cliPrefixReq<AF>>()->entry;
+    return ipDelPrefixEntryExt(call.name(), prefixRecordOf(entry), 1u, AF);
+}
+template <uint32_t AF>
+uint32_t prefixClear(cliCall& call) {
+    return prefixClearIpListExt(call.name(), AF);
+}
+template <uint32_t AF>
+uint32_t prefixClearAll(cliCall&) {
+    return prefixClearIpListAllExt(AF);
+}
+// The detail is the code's: the first of each pair has it.
+template <uint32_t AF>
+uint32_t showPrefixAll(cliCall& call) {
+    const auto* req = call.as<cliShowReq>();
+    uint32_t detail = req->cli.code == CLI_SHOW_PREFIX_ALL_DETAIL ||
+                      req->cli.code == CLI_SHOW_V6_PREFIX_ALL_DETAIL;
+    uint32_t resume = req->resume;
+    return prefixShowIpListAllExt(listNameMake(req->name), &call.buffer, &call.size, detail,
+                                  &resume, AF);
+}
+template <uint32_t AF>
+uint32_t showPrefix(cliCall& call) {
+    const auto* req = call.as<cliShowReq>();
+    uint32_t detail =
+        req->cli.code == CLI_SHOW_PREFIX_DETAIL || req->cli.code == CLI_SHOW_V6_PREFIX_DETAIL;
+    uint32_t resume = req->resume;
+    return prefixShowIpListExt(listNameMake(req->name), &call.buffer, &call.size, detail, &resume,
+                               AF);
+}
+uint32_t prefixResequence(cliCall& call) {
+    const auto* req = call.as<cliPrefixReseqReq>();
+    return ipReseqPrefixListExt(call.name(), uint32_t{req->start}, uint32_t{req->step},
+                                uint32_t{req->family});
+}
+
 // --- the table ---------------------------------------------------------------------------------
 
 enum cliFlag : uint32_t {
@@ -239,6 +294,7 @@ constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
 constexpr uint32_t CLAUSE = offsetof(cliRmapClauseReq, operation);
+constexpr uint32_t PREFIX4 = sizeof(cliPrefix4Req), PREFIX6 = sizeof(cliPrefix6Req);
 
 // clang-format off
 constexpr cliRow cliTable[] = {
@@ -273,12 +329,18 @@ constexpr cliRow cliTable[] = {
     {1039, 1039, "bind IPv4 list",                sizeof(cliBindReq), ipBind},
     // Both codes are one operation, which reads the code: 1041 enables, 1040 disables.
     {1040, 1041, "DoS filter",                    CLI,   dosEnable},
-    {1042, 1047, "IPv4 prefix lists",             CLI,   nullptr,        CLI_ACL2},
+    {1042, 1042, "create IPv4 prefix list",      CLI,   prefixListCreate<AF_IPV4>, CLI_ACL2},
+    {1043, 1043, "delete IPv4 prefix list",      CLI,   prefixListDelete<AF_IPV4>, CLI_ACL2},
+    {1044, 1044, "add IPv4 prefix entry",        PREFIX4, prefixEntryAdd<AF_IPV4>, CLI_ACL2},
+    {1045, 1045, "delete IPv4 prefix entry",     PREFIX4, prefixEntryDelete<AF_IPV4>, CLI_ACL2},
+    {1046, 1046, "clear IPv4 prefix list",       CLI,   prefixClear<AF_IPV4>, CLI_ACL2},
+    {1047, 1047, "clear all IPv4 prefix lists",  76,    prefixClearAll<AF_IPV4>, CLI_ACL2},
     {1055, 1055, "LAG members",                   WORD,  lagMembers},
     {1059, 1059, "show IP ACL",                   SHOW,  showIpAcl},
     {1060, 1060, "show all IP ACLs",              SHOW,  showIpAclAll},
     {1066, 1067, "show MAC ACLs",                 CLI,   nullptr},
-    {1083, 1086, "show IPv4 prefix lists",        CLI,   nullptr},
+    {1083, 1084, "show all IPv4 prefix lists",    SHOW,  showPrefixAll<AF_IPV4>},
+    {1085, 1086, "show IPv4 prefix list",         SHOW,  showPrefix<AF_IPV4>},
     {1087, 1087, "show route map",                SHOW,  showRmap},
     {1088, 1088, "show all route maps",           SHOW,  showRmapAll},
     {1090, 1090, "show route-map configuration",  SHOW,  showRmapConfig},
@@ -301,9 +363,15 @@ constexpr cliRow cliTable[] = {
     {1139, 1140, "show ACL VLAN groups",          CLI,   nullptr},
     {1142, 1145, "remarks",                       CLI,   nullptr},
     {1146, 1146, "MAC list of a Telnet server",   CLI,   nullptr},
-    {1147, 1152, "IPv6 prefix lists",             CLI,   nullptr,        CLI_ACL2},
+    {1147, 1147, "create IPv6 prefix list",      CLI,   prefixListCreate<AF_IPV6>, CLI_ACL2},
+    {1148, 1148, "delete IPv6 prefix list",      CLI,   prefixListDelete<AF_IPV6>, CLI_ACL2},
+    {1149, 1149, "add IPv6 prefix entry",        PREFIX6, prefixEntryAdd<AF_IPV6>, CLI_ACL2},
+    {1150, 1150, "delete IPv6 prefix entry",     PREFIX6, prefixEntryDelete<AF_IPV6>, CLI_ACL2},
+    {1151, 1151, "clear IPv6 prefix list",       CLI,   prefixClear<AF_IPV6>, CLI_ACL2},
+    {1152, 1152, "clear all IPv6 prefix lists",  76,    prefixClearAll<AF_IPV6>, CLI_ACL2},
     {1153, 1153, "list description",              CLI,   nullptr},
-    {1154, 1157, "show IPv6 prefix lists",        CLI,   nullptr},
+    {1154, 1155, "show all IPv6 prefix lists",    SHOW,  showPrefixAll<AF_IPV6>},
+    {1156, 1157, "show IPv6 prefix list",         SHOW,  showPrefix<AF_IPV6>},
     {1158, 1158, "delete route-map instance",     sizeof(cliRmapDeleteReq), rmapInstanceDelete},
     {1160, 1160, "delete IPv6 route-map clause",  CLAUSE, rmapEntryDelete},
     {1161, 1161, "add IPv6 route-map clause",     CLAUSE, rmapEntryAdd},
@@ -312,7 +380,8 @@ constexpr cliRow cliTable[] = {
     {1166, 1167, "IPv6 entries",                  CLI,   nullptr,        CLI_ACL2 | CLI_V6},
     {1169, 1170, "remarks",                       CLI,   nullptr},
     {1181, 1181, "IPv6 list of a Telnet server",  CLI,   nullptr},
-    {1182, 1185, "resequence",                    CLI,   nullptr},
+    {1182, 1184, "resequence",                    CLI,   nullptr},
+    {1185, 1185, "resequence prefix list",        sizeof(cliPrefixReseqReq), prefixResequence},
     {1187, 1187, "delete route-map clause",       CLAUSE, rmapEntryDelete},
     {1188, 1188, "add route-map clause",          CLAUSE, rmapEntryAdd},
     {1190, 1191, "show ACL VLAN groups",          CLI,   nullptr},

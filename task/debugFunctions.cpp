@@ -211,4 +211,5 @@ void aclRegisterDebugFunctions() {
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
     aclRegisterInstalledFunctions();
     aclRegisterBgpFunctions();
+    aclRegisterPrefixFunctions();
 }

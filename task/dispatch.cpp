@@ -21,6 +21,7 @@ aclTaskCounters aclCounters;
 namespace {
 
 constexpr int NOT_TOLD = -1;  // what most handlers return
+constexpr uint32_t SHOW_RESUME_OFFSET = sizeof(showReplyHdr);
 
 // --- handlers ----------------------------------------------------------------------------------
 
@@ -104,9 +105,10 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     return NOT_TOLD;
 }
 
-// A show for another task. A failure to answer is logged with the kind's text.
+// A show for another task: the name at 64, of prefix lists a resume index behind it. A failure to
+// answer is logged with the kind's text.
 struct taskShow {
-    uint32_t (*show)(const listName& name, void** buffer, uint32_t* size);
+    uint32_t (*show)(const listName& name, const uint8_t* message, void** buffer, uint32_t* size);
     const char* failedAfterError;
     const char* failedAfterSuccess;
 };
@@ -115,7 +117,7 @@ int answerTaskShow(const taskShow& kind, aclNodeRecord* node, uint8_t* message) 
     const auto* request = reinterpret_cast<const showReplyHdr*>(message);
     void* buffer = nullptr;
     uint32_t size = 0;
-    uint32_t status = kind.show(listNameMake(request->name), &buffer, &size);
+    uint32_t status = kind.show(listNameMake(request->name), message, &buffer, &size);
     if (status == ACL_OK && buffer != nullptr) {
         if (AclSendDisplayBuffer(buffer, size, message) != 0)
             aclSysErr(SYSERR_SHOW, "%s", kind.failedAfterSuccess);
@@ -132,7 +134,7 @@ int answerTaskShow(const taskShow& kind, aclNodeRecord* node, uint8_t* message) 
 
 int handleShowIpAcl(aclNodeRecord* node, uint8_t* message) {
     static constexpr char failed[] = "Error in sending Show IP ACL back to CLI\n";
-    return answerTaskShow({[](const listName& name, void** buffer, uint32_t* size) {
+    return answerTaskShow({[](const listName& name, const uint8_t*, void** buffer, uint32_t* size) {
                                return aclShowIpAclExt(name, buffer, size);
                            },
                            failed, failed},
@@ -140,12 +142,42 @@ int handleShowIpAcl(aclNodeRecord* node, uint8_t* message) {
 }
 int handleShowIpAclAll(aclNodeRecord* node, uint8_t* message) {
     // The two texts lack different blanks; it is meant.
-    return answerTaskShow({[](const listName& name, void** buffer, uint32_t* size) {
+    return answerTaskShow({[](const listName& name, const uint8_t*, void** buffer, uint32_t* size) {
                                return aclShowIpAclAllExt(name, buffer, size);
                            },
                            "Error in sending Show IP ACL All backto CLI\n",
                            "Error in sending Show IP ACL All back toCLI\n"},
                           node, message);
+}
+
+// The first type of each pair asks for the detail.
+template <uint32_t AF>
+uint32_t showPrefixToTask(const listName& name, const uint8_t* message, void** buffer,
+                          uint32_t* size) {
+    uint32_t mtype = msgWord(message, offsetof(ipcHdr, mtype));
+    uint32_t detail = mtype == MT_SHOW_PREFIX || mtype == MT_SHOW_V6_PREFIX;
+    uint32_t resume = msgWord(message, SHOW_RESUME_OFFSET);
+    return prefixShowIpListExt(name, buffer, size, detail, &resume, AF);
+}
+template <uint32_t AF>
+uint32_t showPrefixAllToTask(const listName& name, const uint8_t* message, void** buffer,
+                             uint32_t* size) {
+    uint32_t mtype = msgWord(message, offsetof(ipcHdr, mtype));
+    uint32_t detail = mtype == MT_SHOW_PREFIX_ALL || mtype == MT_SHOW_V6_PREFIX_ALL;
+    uint32_t resume = msgWord(message, SHOW_RESUME_OFFSET);
+    return prefixShowIpListAllExt(name, buffer, size, detail, &resume, AF);
+}
+template <uint32_t AF>
+int handleShowPrefix(aclNodeRecord* node, uint8_t* message) {
+    const char* failed = AF == AF_IPV4 ? "Error in sending Show IP Prefix List back to CLI\n"
+                                       : "Error in sending Show Ipv6 Prefix List back to CLI\n";
+    return answerTaskShow({showPrefixToTask<AF>, failed, failed}, node, message);
+}
+template <uint32_t AF>
+int handleShowPrefixAll(aclNodeRecord* node, uint8_t* message) {
+    const char* failed = AF == AF_IPV4 ? "Error in sending Show IP Prefix All back to CLI\n"
+                                       : "Error in sending Show Ipv6 Prefix All back to CLI\n";
+    return answerTaskShow({showPrefixAllToTask<AF>, failed, failed}, node, message);
 }
 
 // --- the table -----------------------------------------------------------------------------------
@@ -215,11 +247,11 @@ constexpr msgRow msgTable[] = {
     {14456, 14457, "MAC ACL client",               CLIENT_LEN, msgReply::ipc,       nullptr, true},
     {14466, 14466, "show IP ACL",                  SHOW_LEN,   msgReply::show,      handleShowIpAcl},
     {14467, 14467, "show all IP ACLs",             SHOW_LEN,   msgReply::show,      handleShowIpAclAll},
-    {14469, 14470, "show IPv4 prefix list",        SHOW_LEN,   msgReply::show,      nullptr},
-    {14471, 14472, "show all IPv4 prefix lists",   SHOW_LEN,   msgReply::show,      nullptr},
+    {14469, 14470, "show IPv4 prefix list",        SHOW_LEN,   msgReply::show,      handleShowPrefix<AF_IPV4>},
+    {14471, 14472, "show all IPv4 prefix lists",   SHOW_LEN,   msgReply::show,      handleShowPrefixAll<AF_IPV4>},
     {14474, 14474, "UDP-helper notification",      HDR,        msgReply::udpHelper, nullptr},
-    {14480, 14481, "show IPv6 prefix list",        SHOW_LEN,   msgReply::show,      nullptr},
-    {14482, 14483, "show all IPv6 prefix lists",   SHOW_LEN,   msgReply::show,      nullptr},
+    {14480, 14481, "show IPv6 prefix list",        SHOW_LEN,   msgReply::show,      handleShowPrefix<AF_IPV6>},
+    {14482, 14483, "show all IPv6 prefix lists",   SHOW_LEN,   msgReply::show,      handleShowPrefixAll<AF_IPV6>},
     {14490, 14490, "MAC-limit list",               HDR,        msgReply::macMgr,    nullptr},
     {14491, 14491, "MAC-limit entries",            HDR,        msgReply::macMgr,    nullptr},
     {14492, 14493, "MAC-limit entry deletion",     HDR,        msgReply::macMgr,    nullptr},

@@ -1,8 +1,6 @@
 // What the parts built so far call of the parts that are not: each refuses or does nothing, and
 // none pretends. The list of them stands in ARCHITECTURE.md under "Not built yet".
-#include "include/client.h"
 #include "include/hooks.h"
-#include "platform/policylib/zekPrefix.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -45,23 +43,4 @@ uint32_t aclCheckVlanGrpClash(uint32_t, const bindingBlock*, bool) {
 }
 uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t) {
     return 0;
-}
-
-// Prefix lists: a clause that names one is refused.
-int prefixAddRmapClient(const rmapMatch& match, const listName&, const listName&, uint32_t) {
-    const bool prefix =
-        (match.code >= 8 && match.code <= 11) || (match.code >= 13 && match.code <= 15);
-    if (prefix) aclNotBuilt("prefix lists");
-    return prefix ? -1 : 0;
-}
-int prefixDelRmapClient(const rmapMatch&, const listName&, const listName&, uint32_t) {
-    return 0;
-}
-int prefixFilterCheck(const prefixList*, const ipPrefix&, const prefixEntry**) {
-    return 1;  // no list can be registered, so none is asked
-}
-ipPrefix ipPrefixMake(uint32_t family, const uint8_t*, uint32_t) {
-    ipPrefix prefix{};
-    prefix.family = family;
-    return prefix;
 }

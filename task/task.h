@@ -122,7 +122,7 @@ void aclNotBuilt(const char* what);
 const char* aclClientName(uint32_t application);  // "Unknown task" for others
 std::string aclClientsDump();                     // JSON: how each client was told
 
-// --- debug shell (debugFunctions.cpp, installed.cpp, nodeDump.cpp) -------------------------------
+// --- debug shell (debugFunctions.cpp, installed.cpp, prefixFunctions.cpp, nodeDump.cpp) ---
 
 void aclRegisterDebugFunctions();
 void aclRegisterInstalledFunctions();  // installed.cpp
@@ -133,4 +133,5 @@ void aclRegisterBgpFunctions();        // bgpChecks.cpp
 constexpr size_t AS_CHECK_MAX = 4;
 int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint32_t listId,
               std::string* out);
+void aclRegisterPrefixFunctions();  // prefixFunctions.cpp
 std::string aclDumpNode(const aclNodeRecord* node);

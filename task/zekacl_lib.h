@@ -17,6 +17,7 @@
 #include "platform/api/zekLock.h"
 #include "platform/policylib/zekPolicy.h"
 #include "policy/zekbgp_plcy.h"
+#include "policy/zekprefixlist.h"
 #include "policy/zekroutemap.h"
 
 enum class aclLock { read, write };
@@ -86,6 +87,16 @@ struct aclExtCreateFamily {
     }
 };
 
+// Prefix lists keep the family's number behind the status.
+struct aclExtPrefixCreate {
+    uint32_t operator()(const listName& name, uint32_t placeholder, uint32_t af) const {
+        aclLockHeld<aclLock::write> held;
+        uint32_t status = ACL_E_SYSTEM;
+        (void)ipPrefixListCreate(name, placeholder, &status, af);
+        return status;
+    }
+};
+
 // The IPv6 store is not built yet: its half of the family wrappers refuses, and logs that once.
 aclList* aclV6AccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
                                uint32_t* status);
@@ -138,6 +149,16 @@ inline constexpr aclExt<aclLock::write, aclRmapProcBgpASNotation>               
 inline constexpr aclExt<aclLock::read, aclShowRoutemap>                                         aclShowRoutemapExt;
 inline constexpr aclExt<aclLock::read, aclShowRoutemapAll>                                      aclShowRoutemapAllExt;
 inline constexpr aclExt<aclLock::read, aclShowRoutemapConfig>                                   aclShowRoutemapConfigExt;
+inline constexpr aclExtPrefixCreate                                                             ipPrefixListCreateExt;
+inline constexpr aclExt<aclLock::write, ipPrefixListDelete>                                     ipPrefixListDeleteExt;
+inline constexpr aclExt<aclLock::write, ipAddPrefixEntry>                                       ipAddPrefixEntryExt;
+inline constexpr aclExt<aclLock::write, ipDelPrefixEntry>                                       ipDelPrefixEntryExt;
+inline constexpr aclExt<aclLock::write, ipReseqPrefixList>                                      ipReseqPrefixListExt;
+inline constexpr aclExt<aclLock::write, prefixClearIpList>                                      prefixClearIpListExt;
+inline constexpr aclExt<aclLock::write, prefixClearIpListAll>                                   prefixClearIpListAllExt;
+inline constexpr aclExt<aclLock::read, prefixShowIpList>                                        prefixShowIpListExt;
+inline constexpr aclExt<aclLock::read, prefixShowIpListAll>                                     prefixShowIpListAllExt;
+inline constexpr aclExt<aclLock::read, prefixDownloadIpListAll>                                 prefixDownloadIpListAlltoACL2;
 inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
 inline constexpr aclExtCreate<bgpASPAccessListCreate>                                           bgpASPAccessListCreateExt;
 inline constexpr aclExt<aclLock::write, bgpASPAccessListDelete>                                 bgpASPAccessListDeleteExt;

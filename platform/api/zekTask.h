@@ -9,8 +9,9 @@
 
 #include "include/ifindex.h"
 
-// Reads the process's options (--rundir, --chassis, --rp, --cold, --debug, --client-wait), the
-// chassis description and makes the run folder. 0; non-zero after a message on standard error.
+// Reads the process's options (--rundir, --chassis, --rp, --cold, --debug, --client-wait,
+// --pauses), the chassis description and makes the run folder. 0; non-zero after a message on
+// standard error.
 int ZEK_NbsdpInit(int argc, char** argv);
 // Starts a task: a thread of at least the stack given, running entry(argc, argv). 0 or -1.
 int taskSpawn(const char* name, int priority, int options, size_t stack, int (*entry)(int, char**),
@@ -20,6 +21,8 @@ int taskSpawn(const char* name, int priority, int options, size_t stack, int (*e
 int zekDdbInit(char** argv);
 void taskDelay(uint32_t ticks);
 [[nodiscard]] uint32_t sysClkRateGet();  // ticks a second
+// Rests between the steps of long work: nothing is served or committed meanwhile. The process may
+// have been told to rest for a part of the time only, or not at all (--pauses).
 void zekDelayMicrosecond(uint32_t us);
 // How long a client of a list has to answer a trigger: 10,000 unless the process was told else.
 [[nodiscard]] uint32_t zekClientWaitMs();

@@ -29,6 +29,7 @@ struct hostConfig {
     bool debug = false;
     bool syslog = false;
     uint32_t clientWaitMs = 10000;
+    uint32_t pausePercent = 100;
     chassisDescription chassis{};
 };
 hostConfig& hostConf();

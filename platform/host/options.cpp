@@ -43,6 +43,10 @@ bool readOptions(int argc, char** argv, hostConfig* conf) {
                    "milliseconds that a client of a list has to answer a trigger (default 10000)")
         ->envname("ACL_CLIENT_WAIT_MS")
         ->check(CLI::Range(1, 600000));
+    app.add_option("--pauses", conf->pausePercent,
+                   "percent of the pauses between two entries that are renumbered (default 100)")
+        ->envname("ACL_PAUSES")
+        ->check(CLI::Range(0, 100));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

@@ -108,7 +108,8 @@ uint32_t sysClkRateGet() {
     return TICKS_PER_SECOND;
 }
 void zekDelayMicrosecond(uint32_t us) {
-    sleepFor(static_cast<uint64_t>(us) * 1000);
+    if (hostConf().pausePercent != 0)
+        sleepFor(static_cast<uint64_t>(us) * 10 * hostConf().pausePercent);
 }
 uint64_t hostUptimeMs() {
     return hostNowMs() - processStart;

@@ -93,7 +93,8 @@ struct testPlatform {
     std::map<zekSwpHandle, zekSwpFree> queueFree;
 
     uint32_t clientWaitMs = 10000;
-    uint64_t ticks = 0;  // taskDelay adds to it
+    uint64_t ticks = 0;     // taskDelay adds to it
+    uint64_t restedUs = 0;  // zekDelayMicrosecond adds to it
 };
 extern testPlatform testHost;
 

@@ -57,7 +57,9 @@ void taskDelay(uint32_t ticks) {
 uint32_t sysClkRateGet() {
     return 100;
 }
-void zekDelayMicrosecond(uint32_t) {}
+void zekDelayMicrosecond(uint32_t us) {
+    testHost.restedUs += us;
+}
 uint32_t zekClientWaitMs() {
     return testHost.clientWaitMs;
 }

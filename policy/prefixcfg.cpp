@@ -1,0 +1,87 @@
+// Text of prefix lists: their configuration lines, and what a show has in common with them.
+#include <arpa/inet.h>
+
+#include <algorithm>
+
+#include "include/ipText.h"
+#include "policy/prefixfamily.h"
+
+namespace {
+
+void addAddress(std::string& out, const uint8_t* bytes, const prefixFamily& family) {
+    if (family.family == CFG_FAMILY_V4) {
+        textDotted(out, reinterpret_cast<const be32&>(*bytes));
+        return;
+    }
+    char text[INET6_ADDRSTRLEN];
+    out += inet_ntop(AF_INET6, bytes, text, sizeof text);
+}
+
+bool isAny(const prefixRecord& record, const prefixFamily& family) {
+    const uint8_t* address = prefixAddress(record);
+    return record.len == 0 && record.ge == 0 && record.le == family.addressBytes * 8 &&
+           std::all_of(address, address + family.addressBytes, [](uint8_t b) { return b == 0; });
+}
+
+std::string lineOf(const prefixRecord& record, const prefixFamily& family, bool masked) {
+    std::string line = " seq ";
+    textNumber(line, record.seq);
+    if (isAny(record, family))
+        line += record.action == PREFIX_DENY ? " deny any" : " permit any";
+    else
+        prefixTextAppend(line, record, family, masked);
+    return line;
+}
+
+}  // namespace
+
+void prefixTextAppend(std::string& out, const prefixRecord& record, const prefixFamily& family,
+                      bool masked) {
+    out += record.action == PREFIX_DENY ? " deny " : " permit ";
+    const uint8_t* mask = prefixMask(record, family.addressBytes);
+    if (record.len == PREFIX_LEN_BITMASK) {
+        addAddress(out, prefixAddress(record), family);
+        out += " bitmask ";
+        addAddress(out, mask, family);
+        return;
+    }
+    addAddress(out, prefixAddress(record), family);
+    // IPv6 has the form with a length only.
+    if (masked && family.family == CFG_FAMILY_V4) {
+        out += ' ';
+        addAddress(out, mask, family);
+    } else {
+        out += '/';
+        textNumber(out, record.len);
+    }
+    if (record.ge != 0) textWordSigned(out, " ge ", record.ge);
+    if (record.le != 0) textWordSigned(out, " le ", record.le);
+}
+
+std::string prefixEntryText(const prefixEntry* entry, uint32_t af) {
+    return lineOf(*entry->record, *prefixFamilyOf(af), aclNode->inverseMask != 0);
+}
+
+void prefix_sent_to_cfg(const prefixList* list, uint32_t remove, uint32_t af) {
+    const prefixFamily& family = *prefixFamilyOf(af);
+    std::string line = family.word + std::string(" prefix-list ");
+    line += listNameView(list->name);
+    cfgWriteHeader(CFG_PREFIX_LIST, family.family, list->name, line, remove != 0);
+}
+
+void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t af,
+                            const listName& name) {
+    const prefixFamily& family = *prefixFamilyOf(af);
+    bool masked = aclNode->inverseMask != 0;
+    // Both forms are stored, and neither depends on the mode: a change of it rewrites nothing.
+    std::string shown = lineOf(*entry->record, family, masked);
+    std::string other = lineOf(*entry->record, family, !masked);
+    cfgNumbered line{.block = CFG_PREFIX_LIST,
+                     .family = family.family,
+                     .role = CFG_ROLE_ENTRY,
+                     .operation = family.sync,
+                     .seq = entry->record->seq,
+                     .shown = shown,
+                     .other = other};
+    cfgWriteEntry(name, line, remove != 0, false);
+}
