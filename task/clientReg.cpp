@@ -53,6 +53,10 @@ struct clientRow {
 constexpr clientRow clientTable[] = {
     {14442, aclAdd<1>},
     {14443, aclDel<1>},
+    {14446, [](const registration& r) { return done(prefixAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback, AF_IPV4)); }},
+    {14447, [](const registration& r) { return done(prefixDelTaskClientExt(r.application, r.instance, r.name, r.pairs, AF_IPV4)); }},
+    {14448, [](const registration& r) { return done(prefixAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback, AF_IPV6)); }},
+    {14449, [](const registration& r) { return done(prefixDelTaskClientExt(r.application, r.instance, r.name, r.pairs, AF_IPV6)); }},
     {14450, [](const registration& r) { return done(aspAddTaskClientExt(r.application, r.instance, r.name, r.callback, r.pairs)); }},
     {14451, [](const registration& r) { return done(aspDelTaskClientExt(r.application, r.instance, r.name, r.pairs)); }},
     {14452, [](const registration& r) { return done(commAddTaskClientExt(r.application, r.instance, r.name, r.callback)); }},

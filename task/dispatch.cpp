@@ -240,7 +240,7 @@ constexpr msgRow msgTable[] = {
     {14437, 14437, "DHCP source-address validation", 68,       msgReply::byHandler, nullptr},
     {14442, 14443, "IP ACL client",                CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
     {14444, 14445, "IPv6 ACL client",              CLIENT_LEN, msgReply::ipc,       nullptr, true},
-    {14446, 14449, "prefix-list client",           CLIENT_LEN, msgReply::ipc,       nullptr, true},
+    {14446, 14449, "prefix-list client",           CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
     {14450, 14451, "AS-path client",               CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
     {14452, 14453, "community client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
     {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},

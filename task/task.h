@@ -127,11 +127,11 @@ std::string aclClientsDump();                     // JSON: how each client was t
 void aclRegisterDebugFunctions();
 void aclRegisterInstalledFunctions();  // installed.cpp
 void aclRegisterBgpFunctions();        // bgpChecks.cpp
+void aclRegisterPrefixFunctions();     // prefixFunctions.cpp
 
 // Evaluates the AS-path list of that number against a path of `count` AS numbers, as a sequence and
 // again as a set; appends the path and the verdict as text. The verdict; 0 when count is above 4.
 constexpr size_t AS_CHECK_MAX = 4;
 int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint32_t listId,
               std::string* out);
-void aclRegisterPrefixFunctions();  // prefixFunctions.cpp
 std::string aclDumpNode(const aclNodeRecord* node);

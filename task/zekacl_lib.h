@@ -154,6 +154,8 @@ inline constexpr aclExt<aclLock::write, ipPrefixListDelete>                     
 inline constexpr aclExt<aclLock::write, ipAddPrefixEntry>                                       ipAddPrefixEntryExt;
 inline constexpr aclExt<aclLock::write, ipDelPrefixEntry>                                       ipDelPrefixEntryExt;
 inline constexpr aclExt<aclLock::write, ipReseqPrefixList>                                      ipReseqPrefixListExt;
+inline constexpr aclExtClient<prefixAddTaskClient>                                              prefixAddTaskClientExt{"prefixAddTaskClientExt", true};
+inline constexpr aclExtClient<prefixDelTaskClient>                                              prefixDelTaskClientExt{"prefixDelTaskClientExt", false};
 inline constexpr aclExt<aclLock::write, prefixClearIpList>                                      prefixClearIpListExt;
 inline constexpr aclExt<aclLock::write, prefixClearIpListAll>                                   prefixClearIpListAllExt;
 inline constexpr aclExt<aclLock::read, prefixShowIpList>                                        prefixShowIpListExt;

@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 
+#include "include/clientMsg.h"
 #include "include/policyMsg.h"
 #include "tests/task/fixture.h"
 

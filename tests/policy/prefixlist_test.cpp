@@ -432,6 +432,21 @@ TEST_F(PrefixTest, RequestsReachTheStoreOfTheirFamily) {
         EXPECT_EQ(ask(cli(base + 5, "", sizeof(cliHdr))), 0u);
         EXPECT_EQ(ask(entry(base + 3)), 0u);
 
+        // Clients register by message; 1,004 pairs cannot be in it.
+        auto reg = message(v6 ? 14448 : 14446, sizeof(clientRegReq));
+        auto* registration = reinterpret_cast<clientRegReq*>(reg.data());
+        registration->application = APP_RTM;
+        registration->name = A;
+        auto result = [&] { return uint32_t{msgHdr(deliver(reg).at(0).data())->result}; };
+        EXPECT_EQ(result(), 0u);
+        EXPECT_NE(clientFindTask(ipPrefixListFind(A, af), APP_RTM, 0), nullptr);
+        registration->pairCount = 1004;
+        EXPECT_EQ(result(), CLIENT_REG_FAILED);
+        registration->pairCount = 0;
+        registration->ipc.mtype = v6 ? 14449 : 14447;
+        EXPECT_EQ(result(), 0u);
+        EXPECT_EQ(result(), CLIENT_REG_FAILED) << "it is gone";
+
         // A second agent that comes later hears the requests that make what there is.
         aclNode->acl2qHandle = aclNode->qHandle;
         testTake();
