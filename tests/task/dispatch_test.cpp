@@ -78,7 +78,7 @@ TEST_F(Dispatch, EveryTypeIsAnsweredAsItsSenderExpects) {
             EXPECT_EQ(uint32_t{hdr->source.slot}, 3u);
             EXPECT_EQ(uint32_t{hdr->target.svce}, 7809u);
             EXPECT_EQ(uint32_t{hdr->result}, row.expected == failed ? ACL_E_SYSTEM : 0u);
-            EXPECT_EQ(uint32_t{hdr->status}, row.expected == inStatus ? ACL_E_SYSTEM : 0u);
+            EXPECT_EQ(uint32_t{hdr->status}, row.expected == inStatus ? ACL_E_PREFIX_NOLIST : 0u);
         }
     }
 }
