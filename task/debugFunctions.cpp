@@ -212,4 +212,5 @@ void aclRegisterDebugFunctions() {
     aclRegisterInstalledFunctions();
     aclRegisterBgpFunctions();
     aclRegisterPrefixFunctions();
+    aclRegisterRmapFunctions();
 }

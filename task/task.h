@@ -128,6 +128,7 @@ void aclRegisterDebugFunctions();
 void aclRegisterInstalledFunctions();  // installed.cpp
 void aclRegisterBgpFunctions();        // bgpChecks.cpp
 void aclRegisterPrefixFunctions();     // prefixFunctions.cpp
+void aclRegisterRmapFunctions();       // rmapDebug.cpp
 
 // Evaluates the AS-path list of that number against a path of `count` AS numbers, as a sequence and
 // again as a set; appends the path and the verdict as text. The verdict; 0 when count is above 4.

@@ -1,0 +1,605 @@
+// Route maps through the dispatcher: every clause, the rules between clauses, what clients and
+// configuration hear, and what is left when memory or a list is missing.
+#include <array>
+#include <functional>
+#include <random>
+#include <set>
+
+#include "policy/zekbgp_plcy.h"
+#include "policy/zekprefixlist.h"
+#include "policy/zekroutemap.h"
+#include "tests/task/fixture.h"
+
+namespace {
+
+typedef std::vector<std::string> rows;
+
+struct clause : rmapClauseBlock {
+    clause(uint16_t clauseClass, uint32_t clauseCode, int32_t number = 10) : rmapClauseBlock{} {
+        cls = clauseClass;
+        code = clauseCode;
+        seq = static_cast<uint32_t>(number);
+        const rmapCodeRow* row = rmapCodeFind(clauseCode);
+        kind = row != nullptr ? uint32_t{row->kind} : 0u;
+    }
+    clause list(const char* name) const {
+        clause c = *this;
+        c.rmapClauseBlock::list = listNameMake(name);
+        return c;
+    }
+    clause number(uint32_t v, uint16_t sub = 0) const {
+        clause c = *this;
+        c.value = v;
+        c.subValue = sub;
+        return c;
+    }
+    template <class Change>
+    clause with(Change change) const {
+        clause c = *this;
+        change(c);
+        return c;
+    }
+};
+constexpr uint16_t MATCH = RTMAP_MS_MATCH, MATCH6 = RTMAP_MS_V6_MATCH, SET = RTMAP_MS_SET,
+                   SET6 = RTMAP_MS_V6_SET, CONTINUE = RTMAP_CONTINUE;
+
+void putExt(rmapClauseBlock& b, size_t i, std::array<uint8_t, 8> bytes) {
+    std::memcpy(b.extCommunity.values[i].b, bytes.data(), bytes.size());
+    b.extCommunity.count = static_cast<uint32_t>(i + 1);
+}
+
+struct RouteMap : TaskTest {
+    void SetUp() override {
+        TaskTest::SetUp();
+        blocksAtStart = testBlocksInUse();
+    }
+    void TearDown() override {
+        testFailNothing();
+        while (rmapList* first = ipRmapListFindFirst()) {
+            const listName name = first->name;
+            (void)ipRmapListDelete(name, 0);
+            if (ipRmapListFind(name) == nullptr) continue;
+            ASSERT_EQ(rmapDelTaskClient(APP_RTM, 0, name, {}), 0);
+        }
+        EXPECT_EQ(testBlocksInUse(), blocksAtStart) << "blocks leaked";
+        rmapAsNotation = AS_NOTATION_PLAIN;
+        TaskTest::TearDown();
+    }
+
+    uint32_t create(const char* name, int32_t seq = -1, uint32_t action = RMAP_PERMIT) {
+        auto bytes = cli(CLI_RMAP_CREATE, name, sizeof(cliRmapReq));
+        auto* req = reinterpret_cast<cliRmapReq*>(bytes.data());
+        req->seq = static_cast<uint32_t>(seq);
+        req->action = action;
+        return ask(bytes);
+    }
+    uint32_t remove(uint32_t code, const char* name, uint32_t seq) {
+        auto bytes = cli(code, name, sizeof(cliRmapDeleteReq));
+        reinterpret_cast<cliRmapDeleteReq*>(bytes.data())->seq = seq;
+        return ask(bytes);
+    }
+    uint32_t change(uint32_t code, const clause& c, const char* name = "M",
+                    uint32_t operation = 0) {
+        auto bytes = cli(code, name, sizeof(cliRmapClauseReq));
+        auto* req = reinterpret_cast<cliRmapClauseReq*>(bytes.data());
+        req->clause = c;
+        req->operation = operation;
+        const uint32_t status = ask(bytes);
+        EXPECT_EQ(aclRTest(), "");
+        return status;
+    }
+    uint32_t add(const clause& c, const char* name = "M") {
+        return change(CLI_RMAP_ENTRY_ADD, c, name);
+    }
+    uint32_t del(const clause& c, const char* name = "M") {
+        return change(CLI_RMAP_ENTRY_DELETE, c, name);
+    }
+    // What the last request told the configuration, its feed and RTM.
+    rows told() const {
+        rows out;
+        for (const std::string& row : effects)
+            if (row.starts_with("cfg ") || row.starts_with("sync ") || row.starts_with("swp "))
+                out.push_back(row);
+        return out;
+    }
+    static rmapList* map(const char* name = "M") { return ipRmapListFind(listNameMake(name)); }
+    void watch(const char* name) {
+        ASSERT_EQ(rmapAddTaskClient(APP_RTM, 0, listNameMake(name), {}, 0), 0);
+        testTake();
+    }
+    std::string show(uint32_t code, const char* name) {
+        auto bytes = cli(code, "", sizeof(cliShowReq));
+        reinterpret_cast<cliShowReq*>(bytes.data())->name = listNameMake(name);
+        auto sent = deliver(bytes);
+        if (sent.size() != 1 || sent[0].size() <= SHOW_TEXT_OFFSET) return "";
+        reply = sent[0];
+        return reinterpret_cast<const char*>(reply.data() + SHOW_TEXT_OFFSET);
+    }
+    rows lines() const {
+        rows out;
+        for (const std::string& line : testCfgLines())
+            if (line.starts_with("route-map") || line.starts_with(" ")) out.push_back(line);
+        return out;
+    }
+
+    uint64_t blocksAtStart = 0;
+};
+
+constexpr uint32_t PORT = 0x4040000;
+
+struct clauseCase {
+    clause request;
+    std::string line;  // in the configuration
+    std::string shown;
+};
+
+std::vector<clauseCase> everyClause() {
+    auto community = [](rmapClauseBlock& b) {
+        b.community.high[0] = 65000;
+        b.community.low[0] = 1;
+        b.community.high[1] = 65000;
+        b.community.low[1] = 2;
+        b.community.count = 2;
+        b.community.localAs = b.community.noAdvertise = b.community.noExport = 1;
+        b.community.additive = b.community.none = 1;
+    };
+    return {
+        {clause(MATCH, 1).list("L"), " match as-path L", "as-path (as-path filter): L"},
+        {clause(MATCH, 2).list("L"), " match access list L", "ip address (access-lists): L"},
+        {clause(MATCH, 3).list("L"), " match ip next-hop L", "ip next-hop (access-lists): L"},
+        {clause(MATCH, 4).list("L"), " match community L", "community (community-list filter): L"},
+        {clause(MATCH, 5).list("L"), " match ip address L", "ip address (access-lists): L"},
+        {clause(MATCH, 6).list("L"), " match community L exact",
+         "community (community-list filter): L exact"},
+        {clause(MATCH, 7).list("L"), " match ip route-source L",
+         "ip route-source (access-lists): L"},
+        {clause(MATCH, 8).list("L"), " match ip address prefix-list L", "ip address: L"},
+        {clause(MATCH, 9).list("L"), " match ip next-hop prefix-list L",
+         "ip next-hop prefix-lists: L"},
+        {clause(MATCH, 11).list("L"), " match ip route-source prefix-list L",
+         "ip route-source prefix-lists: L"},
+        {clause(MATCH, 12).number(1), " match origin egp ", "origin egp"},
+        {clause(MATCH6, 13).list("L"), " match ipv6 address prefix-list L", "ipv6 address: L"},
+        {clause(MATCH6, 14).list("L"), " match ipv6 next-hop prefix-list L",
+         "ipv6 next-hop prefix-lists: L"},
+        {clause(MATCH6, 15).list("L"), " match ipv6 route-source prefix-list L",
+         "ipv6 route-source prefix-lists: L"},
+        {clause(MATCH6, 16).list("L"), " match ipv6 next-hop L", "ipv6 next-hop (access-lists): L"},
+        {clause(MATCH6, 17).list("L"), " match ipv6 route-source L",
+         "ipv6 route-source (access-lists): L"},
+        {clause(MATCH, 125).list("L"), " match extcommunity L",
+         "extcommunity (extcommunity-list filter): L"},
+        {clause(MATCH, 133).number(4), " match route-type external type-2 ",
+         "route-type external type-2"},
+        {clause(MATCH, 134).number(PORT), " match interface " + std::string("if 0x4040000"),
+         "interface " + std::string("if 0x4040000")},
+        {clause(MATCH, 136).number(4294967295u), " match metric 4294967295", "metric 4294967295"},
+        {clause(MATCH, 137).number(7), " match tag 7", "tag 7"},
+        {clause(SET, 100).number(200), " set local-preference 200", "local-preference 200"},
+        {clause(SET, 101).number(9), " set weight 9", "weight 9"},
+        {clause(SET, 102).number(0x0A000001), " set next-hop 10.0.0.1", "next-hop 10.0.0.1"},
+        {clause(SET, 103).number(5), " set metric 5", "metric 5"},
+        {clause(SET, 103).number(6, 1), " set metric + 6", "metric + 6"},
+        {clause(SET, 103).number(7, 2), " set metric - 7", "metric - 7"},
+        {clause(SET, 104).number(65001), " set as-path 65001", "as-path 65001"},
+        {clause(SET, 105).with(community),
+         " set community 65000:1 65000:2 local-AS no-advertise no-export additive none ",
+         "community 65000:1 65000:2 local-AS no-advertise no-export additive none"},
+        {clause(SET, 105).with([](rmapClauseBlock& b) { b.community.number = 4259840001; }),
+         " set community 4259840001 ", "community 4259840001"},
+        {clause(SET, 106), " set automatic-tag ", "automatic-tag"},
+        {clause(SET, 107).number(5), " set level backbone ", "level backbone"},
+        {clause(SET, 108).number(3), " set metric-type type-1", "metric-type type-1"},
+        {clause(SET, 109), " set as-path tag ", "as-path tag"},
+        {clause(SET, 110).number(2), " set origin incomplete ", "origin incomplete"},
+        {clause(SET, 111).with([](rmapClauseBlock& b) {
+             b.prepend.as[0] = 65000;
+             b.prepend.as[1] = 65546;
+             b.prepend.count = 2;
+         }),
+         " set as-path prepend 65000 65546 ", "as-path prepend 65000 65546"},
+        {clause(SET, 112).list("L"), " set comm-list L delete", "comm-list L delete"},
+        {clause(SET, 113).with([](rmapClauseBlock& b) {
+             for (uint32_t i = 0; i < 4; i++) b.dampening[i] = 15 * (i + 1);
+         }),
+         " set dampening 15 30 45 60", "dampening 15 30 45 60"},
+        {clause(SET, 120).number(3), " set tag 3", "tag 3"},
+        {clause(SET6, 121).with([](rmapClauseBlock& b) {
+             b.ipv6NextHop[0] = 0x20;
+             b.ipv6NextHop[1] = 0x01;
+             b.ipv6NextHop[15] = 9;
+         }),
+         " set ipv6 next-hop 2001::9", "ipv6 next-hop 2001::9"},
+        {clause(CONTINUE, 123).number(30), " continue 30", "continue 30"},
+        {clause(CONTINUE, 123), " continue", "continue"},
+        {clause(SET, 124).with([](rmapClauseBlock& b) {
+             putExt(b, 0, {0, 2, 0xFD, 0xE8, 0, 0, 0, 1});
+             b.extCommunity.additive = 1;
+         }),
+         " set extcommunity rt 65000:1 additive ", "extcommunity rt 65000:1 additive"},
+        {clause(SET, 124).with([](rmapClauseBlock& b) {
+             putExt(b, 0, {1, 3, 192, 0, 2, 1, 0, 7});
+         }),
+         " set extcommunity soo 192.0.2.1:7 ", "extcommunity soo 192.0.2.1:7"},
+    };
+}
+
+}  // namespace
+
+TEST_F(RouteMap, EveryClauseHasItsLineItsShowItsNoFormAndLeavesNothing) {
+    ASSERT_EQ(create("M"), ACL_OK);
+    watch("M");
+    std::set<uint32_t> seen;
+    uint32_t id = map()->lastEntryId;
+    for (const clauseCase& c : everyClause()) {
+        SCOPED_TRACE(c.line);
+        const rmapCodeRow* row = rmapCodeFind(c.request.code);
+        seen.insert(row->code);
+        const bool values = row->kind == RMAP_KIND_LIST || row->kind == RMAP_KIND_NUMBER ||
+                            row->style == RMAP_STYLE_FLAG;
+        const std::string place = "79/152 M 10 " + std::to_string(c.request.cls) + "/" +
+                                  std::to_string(++id) + (values ? "/1" : "/0");
+        ASSERT_EQ(add(c.request), ACL_OK);
+        EXPECT_EQ(told(),
+                  (rows{"swp 1 14462 length 292", "cfg insert " + place + " \"" + c.line + "\"",
+                        "sync 12/10 M \"" + c.line + "\""}));
+        EXPECT_EQ(lines(), (rows{"route-map M permit 10", c.line}));
+        EXPECT_EQ(show(CLI_SHOW_RMAP_CONFIG, "M"), "route-map M permit 10\n" + c.line + "\n");
+        const std::string shown = show(CLI_SHOW_RMAP, "M");
+        const std::string indent = row->side == RMAP_SIDE_CONTINUE ? "\n  " : "\n    ";
+        EXPECT_NE(shown.find(indent + c.shown + "\n"), std::string::npos) << shown;
+
+        ASSERT_EQ(del(c.request), ACL_OK);
+        const rows gone = {"cfg exact " + place, "sync 12/10 M \"no " + c.line + "\"",
+                           "swp 1 14462 length 292"};
+        EXPECT_EQ(told(), gone);
+        EXPECT_EQ(lines(), rows{"route-map M permit 10"});
+        EXPECT_EQ(del(c.request), ACL_E_RMAP_NOENTRY);
+    }
+    // The clauses that are not in the list above: refused, without a trace.
+    for (const rmapCodeRow& row : rmapCodeTable) {
+        if (seen.contains(row.code)) continue;
+        const bool isSet = row.side == RMAP_SIDE_SET;
+        SCOPED_TRACE(row.debug);
+        EXPECT_EQ(add(clause(isSet ? SET : row.cls, row.code).list("L")),
+                  row.code == RTMAP_MATCH_IPV6ADD_ACL ? ACL_E_RMAP_LIST : ACL_E_RMAP_CLAUSE);
+        EXPECT_EQ(told(), rows{});
+    }
+    EXPECT_EQ(map()->lastEntryId, id);
+}
+
+TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoes) {
+    ASSERT_EQ(create("M"), ACL_OK);
+    EXPECT_EQ(uint32_t{view<cliRmapReq>()->seq}, 10u);
+    EXPECT_EQ(told(),
+              (rows{"cfg insert 79/140 M 0 0/0/0 \"\"", "cfg insert 79/144 M 10 0/0/0 \"!\"",
+                    "sync 3 M \"route-map M permit 10\"",
+                    "cfg insert 79/152 M 10 0/0/0 \"route-map M permit 10\"",
+                    // A new instance writes its line again with its header's change: meant.
+                    "cfg insert 79/140 M 0 0/0/0 \"\"", "cfg insert 79/144 M 10 0/0/0 \"!\"",
+                    "sync 3 M \"route-map M permit 10\"",
+                    "cfg insert 79/152 M 10 0/0/0 \"route-map M permit 10\""}));
+    watch("M");
+    ASSERT_EQ(create("M", -1, RMAP_DENY), ACL_OK);  // the only instance
+    EXPECT_TRUE(said("sync 3 M \"no route-map M permit 10\""));
+    ASSERT_EQ(create("M", 20), ACL_OK);
+    ASSERT_EQ(create("M", 5), ACL_OK);
+    EXPECT_EQ(create("M"), ACL_E_RMAP_SEQ_NEEDED);
+    for (int32_t seq : {0, -2}) EXPECT_EQ(create("M", seq), ACL_E_RMAP_SEQ);
+    EXPECT_EQ(create(""), ACL_E_NORMAP);
+    EXPECT_EQ(lines(),
+              (rows{"route-map M permit 5", "route-map M deny 10", "route-map M permit 20"}));
+    EXPECT_EQ(map()->firstSeq, 5);
+
+    EXPECT_EQ(remove(CLI_RMAP_DELETE, "M", 7), ACL_E_RMAP_NOENTRY);
+    EXPECT_EQ(remove(CLI_RMAP_DELETE, "none", 0), ACL_E_NORMAP);
+    ASSERT_EQ(add(clause(MATCH, 1, 10).list("A")), ACL_OK);
+    ASSERT_EQ(remove(CLI_RMAP_INSTANCE_DELETE, "M", 10), ACL_OK);
+    EXPECT_EQ(told(), (rows{"cfg remove 79/144 M 10", "sync 3 M \"no route-map M deny 10\"",
+                            "swp 1 14462 length 292"}));
+    EXPECT_EQ(bgpASPAccessListFind(listNameMake("A")), nullptr);
+    EXPECT_EQ(map()->firstAction, RMAP_PERMIT);
+    ASSERT_EQ(remove(CLI_RMAP_DELETE, "M", 0), ACL_OK);
+    EXPECT_EQ(told(),
+              (rows{"swp 1 14462 length 292", "cfg remove 79/144 M 5", "cfg remove 79/144 M 20",
+                    "sync 3 M \"no route-map M \"", "cfg exact 79/140 M 0 0/0/0"}));
+    // Its client keeps it, as a placeholder that denies, takes no clause and is not shown.
+    ASSERT_NE(map(), nullptr);
+    EXPECT_EQ(map()->firstAction, RMAP_DENY);
+    EXPECT_EQ(add(clause(MATCH, 137).number(1)), ACL_E_NORMAP);
+    EXPECT_EQ(show(CLI_SHOW_RMAP, "M") + show(CLI_SHOW_RMAP_ALL, ""), "");
+    ASSERT_EQ(create("M", 30, RMAP_DENY), ACL_OK);
+    EXPECT_EQ(map()->placeholder, 0u);
+    EXPECT_EQ(map()->firstSeq, 30);
+    map()->first->hits = 12;
+    EXPECT_EQ(show(CLI_SHOW_RMAP_ALL, ""),
+              "route-map M deny 30\n  Match clauses:\n  Set clauses:\n  Hits: 12\n");
+    EXPECT_EQ(rmapPrintHits(listNameMake("M")), "route-map M deny 30: 12 hits\n");
+}
+
+TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
+    ASSERT_EQ(create("M"), ACL_OK);
+    watch("M");
+    auto community = [](uint32_t value) {
+        return clause(SET, 105).with([=](rmapClauseBlock& b) { b.community.number = value; });
+    };
+    auto dampening = [](uint32_t value) {
+        return clause(SET, 113).with([=](rmapClauseBlock& b) { b.dampening[0] = value; });
+    };
+    auto ext = [](uint8_t subtype, uint8_t number, uint32_t count = 1) {
+        return clause(SET, 124).with([=](rmapClauseBlock& b) {
+            putExt(b, 0, {0, subtype, 0, 1, 0, 0, 0, number});
+            b.extCommunity.count = count;
+        });
+    };
+    auto hop = [](uint8_t last) {
+        return clause(SET6, 121).with([=](rmapClauseBlock& b) { b.ipv6NextHop[15] = last; });
+    };
+    auto counts = [](uint32_t code, uint32_t count) {
+        return clause(SET, code).with([=](rmapClauseBlock& b) {
+            b.community.count = b.prepend.count = b.extCommunity.count = count;
+        });
+    };
+    enum operation { ADD, DEL };
+    struct {
+        operation what;
+        clause request;
+        uint32_t status;
+        const char* said;  // "": neither client nor configuration hears of it
+    } steps[] = {
+        {ADD, clause(MATCH, 1).list("A"), ACL_OK, "\" match as-path A\""},
+        {ADD, clause(MATCH, 1).list("B"), ACL_OK, "1/2/2 \" match as-path B\""},
+        {ADD, clause(MATCH, 1).list("A"), ACL_E_RMAP_NAME_EXISTS, ""},
+        {ADD, clause(MATCH, 1), ACL_E_RMAP_VALUE, ""},
+        {DEL, clause(MATCH, 1).list("C"), ACL_E_RMAP_NONAME, ""},
+        {DEL, clause(MATCH, 1).list("A"), ACL_OK, "no  match as-path A"},
+        {ADD, clause(MATCH, 1).list("A"), ACL_OK, "1/2/3 \" match as-path A\""},
+        // Both community matches are one clause, in the form of the first.
+        {ADD, clause(MATCH, 6).list("A"), ACL_OK, "\" match community A exact\""},
+        {ADD, clause(MATCH, 4).list("B"), ACL_OK, "\" match community B exact\""},
+        {ADD, clause(SET, 103).number(5), ACL_OK, "3/4/1 \" set metric 5\""},
+        {ADD, clause(SET, 103).number(5), ACL_E_RMAP_NUMBER_EXISTS, ""},
+        {ADD, clause(SET, 103).number(5, 1), ACL_OK, "3/4/1 \" set metric + 5\""},
+        {DEL, clause(SET, 103).number(99), ACL_OK, "no  set metric + 5"},
+        {DEL, clause(SET, 103).number(99), ACL_E_RMAP_NOENTRY, ""},
+        {ADD, clause(MATCH, 136).number(5), ACL_OK, "\" match metric 5\""},
+        {DEL, clause(MATCH, 136).number(6), ACL_E_RMAP_NONUMBER, ""},
+        {ADD, clause(SET, 112).list("X"), ACL_OK, "\" set comm-list X delete\""},
+        {ADD, clause(SET, 112).list("Y"), ACL_OK, "/1 \" set comm-list Y delete\""},
+        {ADD, community(7), ACL_OK, "\" set community 7 \""},
+        {ADD, community(7), ACL_OK, ""},
+        {ADD, community(8), ACL_OK, "\" set community 8 \""},
+        {ADD, dampening(1), ACL_OK, "\" set dampening 1 0 0 0\""},
+        {ADD, dampening(2), ACL_OK, "\" set dampening 2 0 0 0\""},  // a clause of its own
+        {DEL, dampening(3), ACL_E_RMAP_NOENTRY, ""},
+        {ADD, ext(EXTCOMM_RT, 1), ACL_OK, "\" set extcommunity rt 1:1 \""},
+        {ADD, ext(EXTCOMM_RT, 2), ACL_OK, "\" set extcommunity rt 1:2 \""},
+        {ADD, ext(EXTCOMM_SOO, 3), ACL_OK, "\" set extcommunity soo 1:3 \""},
+        {DEL, ext(EXTCOMM_RT, 9), ACL_OK, "no  set extcommunity soo 1:3"},  // all of them
+        {DEL, ext(EXTCOMM_RT, 2), ACL_E_RMAP_NOENTRY, ""},
+        {ADD, ext(9, 1), ACL_E_RMAP_VALUE, ""},
+        {ADD, ext(EXTCOMM_RT, 1, 0x80000001), ACL_E_RMAP_VALUE, ""},
+        {ADD, counts(105, 0xFFFFFFFF), ACL_E_RMAP_VALUE, ""},
+        {ADD, counts(111, 0xFFFFFFFF), ACL_E_RMAP_VALUE, ""},
+        {ADD, counts(111, 0), ACL_E_RMAP_VALUE, ""},
+        {ADD, counts(111, 1000), ACL_OK, "\" set as-path prepend 0 0 0 0 0 0 0 0 \""},
+        {ADD, hop(1), ACL_OK, "\" set ipv6 next-hop ::1\""},
+        {DEL, hop(2), ACL_E_RMAP_NOENTRY, ""},
+        {ADD, hop(2), ACL_OK, "\" set ipv6 next-hop ::2\""},
+        {ADD, clause(SET, 106), ACL_OK, "\" set automatic-tag \""},
+        {ADD, clause(SET, 106), ACL_E_RMAP_NAME_EXISTS, ""},
+        {ADD, clause(CONTINUE, 123).number(10), ACL_E_RMAP_CONTINUE, ""},
+        {ADD, clause(CONTINUE, 123).number(0xFFFFFFFF), ACL_E_RMAP_CONTINUE, ""},
+        {ADD, clause(CONTINUE, 123).number(20), ACL_OK, "\" continue 20\""},
+        {ADD, clause(CONTINUE, 123).number(11), ACL_OK, "/1 \" continue 11\""},
+        {DEL, clause(CONTINUE, 123), ACL_OK, "no  continue 11"},
+        // One form of a place in an instance, counted by values.
+        {ADD, clause(MATCH, 5).list("A"), ACL_OK, "\" match ip address A\""},
+        {ADD, clause(MATCH, 5).list("B"), ACL_OK, "\" match ip address B\""},
+        {ADD, clause(MATCH, 8).list("A"), ACL_E_RMAP_FORMS, ""},
+        {ADD, clause(MATCH, 9).list("A"), ACL_OK, "\" match ip next-hop prefix-list A\""},
+        {ADD, clause(MATCH, 3).list("A"), ACL_E_RMAP_FORMS, ""},
+        {DEL, clause(MATCH, 5).list("A"), ACL_OK, "no  match ip address A"},
+        {ADD, clause(MATCH, 8).list("A"), ACL_E_RMAP_FORMS, ""},
+        {DEL, clause(MATCH, 5).list("B"), ACL_OK, "no  match ip address B"},
+        {ADD, clause(MATCH, 8).list("A"), ACL_OK, "\" match ip address prefix-list A\""},
+        {ADD, clause(MATCH6, 18).list("A"), ACL_E_RMAP_LIST, ""},
+        // What is no clause: the wrong side, kind or class, or none at all.
+        {ADD, clause(SET, 1).list("A"), ACL_E_RMAP_CLAUSE, ""},
+        {ADD, clause(MATCH, 136).with([](rmapClauseBlock& b) { b.kind = RMAP_KIND_LIST; }),
+         ACL_E_RMAP_CLAUSE, ""},
+        {ADD, clause(SET, 121), ACL_E_RMAP_CLAUSE, ""},
+        {ADD, clause(77, 1).list("A"), ACL_E_RMAP_CLAUSE, ""},
+        {ADD, clause(MATCH, 999), ACL_E_RMAP_CLAUSE, ""},
+        {ADD, clause(MATCH, 137, 0).number(1), ACL_E_RMAP_SEQ, ""},
+    };
+    for (const auto& step : steps) {
+        SCOPED_TRACE("step " + std::to_string(&step - steps) + " code " +
+                     std::to_string(step.request.code));
+        EXPECT_EQ(step.what == ADD ? add(step.request) : del(step.request), step.status);
+        if (step.said[0] == '\0')
+            EXPECT_EQ(told(), rows{});
+        else
+            EXPECT_TRUE(said(step.said)) << testing::PrintToString(effects);
+    }
+    // The other commands that add and delete; 1022 and 1023 by the operation word.
+    for (uint32_t code : {CLI_RMAP_ENTRY, CLI_RMAP_V6_ENTRY}) {
+        EXPECT_EQ(change(code, clause(MATCH, 137).number(code), "M", 0), ACL_OK);
+        EXPECT_EQ(change(code, clause(MATCH, 137).number(code), "M", 1), ACL_OK);
+        EXPECT_EQ(change(code, clause(MATCH, 137).number(code), "M", 2), ACL_E_SYSTEM);
+    }
+    for (auto [del, add] : {std::pair{1160u, 1161u}, {1187u, 1188u}}) {
+        EXPECT_EQ(change(add, clause(MATCH, 137).number(1)), ACL_OK);
+        EXPECT_EQ(change(del, clause(MATCH, 137).number(1)), ACL_OK);
+    }
+}
+
+// Two clauses of the map name each list: the pointers stay whatever happens to the list, and each
+// change of it reaches the map's client once.
+TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
+    ASSERT_EQ(create("M", 10), ACL_OK);
+    ASSERT_EQ(create("M", 20), ACL_OK);
+    watch("M");
+    const listName L = listNameMake("L");
+    uint32_t status;
+    struct {
+        uint16_t cls;
+        uint32_t code;
+        std::function<void*()> find;
+        std::function<void()> make, drop;
+    } kinds[] = {
+        {MATCH, 5, [&] { return ipAccessListFind(L); },
+         [&] { ipAccessListCreate(L, IP_KIND_STANDARD, 0, &status); },
+         [&] { EXPECT_EQ(ipAccessListDelete(L, IP_KIND_STANDARD), ACL_OK); }},
+        {MATCH, 1, [&] { return bgpASPAccessListFind(L); },
+         [&] {
+             bgpASPAccessListCreate(L, 0, &status);
+             EXPECT_EQ(bgpAddASPAccessEntry(L, 0, {"_65000_", 0}), ACL_OK);
+         },
+         [&] { EXPECT_EQ(bgpASPAccessListDelete(L), ACL_OK); }},
+        {MATCH, 4, [&] { return bgpCommAccessListFind(L); },
+         [&] { bgpCommAccessListCreate(L, 0, &status); },
+         [&] { EXPECT_EQ(bgpCommAccessListDelete(L), ACL_OK); }},
+        {MATCH, 125, [&] { return bgpExtCommListFind(L); },
+         [&] { bgpExtCommListCreate(L, 0, &status); },
+         [&] { EXPECT_EQ(bgpExtCommListDelete(L), ACL_OK); }},
+        {MATCH, 8, [&] { return ipPrefixListFind(L, AF_IPV4); },
+         [&] { ipPrefixListCreate(L, 0, &status, AF_IPV4); },
+         [&] { EXPECT_EQ(ipPrefixListDelete(L, AF_IPV4), ACL_OK); }},
+        {MATCH6, 13, [&] { return ipPrefixListFind(L, AF_IPV6); },
+         [&] { ipPrefixListCreate(L, 0, &status, AF_IPV6); },
+         [&] { EXPECT_EQ(ipPrefixListDelete(L, AF_IPV6), ACL_OK); }},
+    };
+    for (const auto& kind : kinds) {
+        SCOPED_TRACE(kind.code);
+        ASSERT_EQ(add(clause(kind.cls, kind.code, 10).list("L")), ACL_OK);
+        ASSERT_EQ(add(clause(kind.cls, kind.code, 20).list("L")), ACL_OK);
+        void* list = kind.find();
+        auto slot = [&] { return map()->last->last->names->list; };
+        auto triggers = [&] {
+            size_t n = 0;
+            for (const std::string& row : testTake()) n += row == "swp 1 14462 length 292";
+            return n;
+        };
+        ASSERT_NE(list, nullptr);
+        EXPECT_EQ(slot(), list);
+        for (int round = 0; round < 2; round++) {
+            triggers();
+            kind.make();
+            kind.drop();
+            // An access list tells of its creation and its deletion, the others of their entries.
+            EXPECT_EQ(triggers(), kind.code == 5 || kind.code == 1 ? 2u : 0u);
+            EXPECT_EQ(kind.find(), list) << "a placeholder";
+            EXPECT_EQ(slot(), list);
+        }
+        ASSERT_EQ(del(clause(kind.cls, kind.code, 10).list("L")), ACL_OK);
+        EXPECT_EQ(kind.find(), list) << "the other clause keeps it";
+        EXPECT_EQ(slot(), list);
+        ASSERT_EQ(del(clause(kind.cls, kind.code, 20).list("L")), ACL_OK);
+        EXPECT_EQ(kind.find(), nullptr);
+    }
+}
+
+TEST_F(RouteMap, WithoutMemoryAnAddLeavesNoTrace) {
+    ASSERT_EQ(create("M"), ACL_OK);
+    std::vector<clauseCase> cases = everyClause();
+    for (const clauseCase& c : cases) {
+        SCOPED_TRACE(c.line);
+        const uint64_t blocks = testBlocksInUse();
+        const rows before = lines();
+        for (uint64_t nth = 1;; nth++) {
+            testFail(TEST_BLOCK, nth, 1);
+            const uint32_t status = add(c.request);
+            testFailNothing();
+            if (status == ACL_OK) break;
+            ASSERT_LT(nth, 10u);
+            EXPECT_NE(aclStatusFind(status), nullptr);
+            EXPECT_EQ(told(), rows{});
+            // The store of a named list may keep the placeholder that it made.
+            EXPECT_TRUE(c.request.kind == RMAP_KIND_LIST || testBlocksInUse() == blocks);
+            EXPECT_EQ(lines(), before);
+        }
+        ASSERT_EQ(del(c.request), ACL_OK);
+        EXPECT_EQ(testBlocksInUse(), blocks);
+    }
+    testFail(TEST_BLOCK, 1, 1);
+    EXPECT_EQ(create("N"), ACL_E_RMAP_MEMORY);
+    testFail(TEST_BLOCK, 3, 1);
+    EXPECT_EQ(create("N"), ACL_E_RMAP_ENTRY_MEMORY);
+    testFail(TEST_TREE, 1, 1);
+    EXPECT_EQ(create("N"), ACL_E_RMAP_MEMORY);
+    EXPECT_EQ(map("N"), nullptr);
+}
+
+// Whatever comes, the records fit together and the configuration shows what they say.
+TEST_F(RouteMap, TheConfigurationFollowsRandomChanges) {
+    std::mt19937 random(7);
+    auto pick = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+    const std::vector<clauseCase> cases = everyClause();
+    const char* names[] = {"M", "N", "Longer"};
+    for (int step = 0; step < 4000; step++) {
+        const char* name = names[pick(3)];
+        const int32_t seq = static_cast<int32_t>(1 + pick(4));
+        clause request = cases[pick(static_cast<uint32_t>(cases.size()))].request;
+        request.seq = static_cast<uint32_t>(seq);
+        if (request.kind == RMAP_KIND_LIST) request = request.list(pick(2) ? "L" : "K");
+        switch (pick(12)) {
+            case 0:
+            case 1:
+                create(name, seq, pick(2));
+                break;
+            case 2:
+                remove(CLI_RMAP_INSTANCE_DELETE, name, static_cast<uint32_t>(seq));
+                break;
+            case 3:
+                if (pick(8) == 0) remove(CLI_RMAP_DELETE, name, 0);
+                break;
+            case 4:
+            case 5:
+            case 6:
+                del(request, name);
+                break;
+            default:
+                // A clause of an instance that there is not would have no place in the lines.
+                if (map(name) != nullptr && rmapInstanceFind(map(name), seq) != nullptr)
+                    add(request, name);
+        }
+        if (step % 10 != 0) continue;
+        std::string text;
+        for (const std::string& line : lines()) text += line + "\n";
+        ASSERT_EQ(show(CLI_SHOW_RMAP_CONFIG, ""), text) << step;
+    }
+}
+
+TEST_F(RouteMap, PrependsFollowTheAsNotationAndLinesThatAreTooLongAreNotWritten) {
+    ASSERT_EQ(create("M"), ACL_OK);
+    ASSERT_EQ(add(clause(SET, 111).with([](rmapClauseBlock& b) {
+                  b.prepend.as[0] = 65546;
+                  b.prepend.as[1] = 7;
+                  b.prepend.count = 2;
+              })),
+              ACL_OK);
+    for (auto [word, line] : {std::pair{1u, " set as-path prepend 1.10 7 "},
+                              {2u, " set as-path prepend 1.10 0.7 "},
+                              {3u, " set as-path prepend 1.10 0.7 "},
+                              {0u, " set as-path prepend 65546 7 "}}) {
+        auto bytes = cli(13607, "", sizeof(cliWordReq));
+        reinterpret_cast<cliWordReq*>(bytes.data())->word = word;
+        ASSERT_EQ(ask(bytes), ACL_OK);
+        EXPECT_TRUE(effects[0].starts_with("send ")) << "answered first: " << effects[0];
+        EXPECT_EQ(lines(), (rows{"route-map M permit 10", line}));
+    }
+    // 33 communities do not fit into a line: the clause counts, its line is logged and left out.
+    const clause many = clause(SET, 105).with([](rmapClauseBlock& b) {
+        for (uint32_t i = 0; i < RMAP_COMMUNITIES; i++)
+            b.community.high[i] = b.community.low[i] = 65535;
+        b.community.count = 40;
+    });
+    const rows before = lines();
+    ASSERT_EQ(add(many), ACL_OK);
+    EXPECT_TRUE(said("log Configuration is too long to store in Config Manager: returning"));
+    EXPECT_FALSE(said("sync"));
+    EXPECT_EQ(lines(), before);
+    ASSERT_EQ(del(many), ACL_OK);
+    EXPECT_EQ(lines(), before);
+}
