@@ -213,4 +213,5 @@ void aclRegisterDebugFunctions() {
     aclRegisterBgpFunctions();
     aclRegisterPrefixFunctions();
     aclRegisterRmapFunctions();
+    aclRegisterRmapChecks();
 }

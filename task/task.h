@@ -129,6 +129,11 @@ void aclRegisterInstalledFunctions();  // installed.cpp
 void aclRegisterBgpFunctions();        // bgpChecks.cpp
 void aclRegisterPrefixFunctions();     // prefixFunctions.cpp
 void aclRegisterRmapFunctions();       // rmapDebug.cpp
+void aclRegisterRmapChecks();          // rmapChecks.cpp
+
+// Evaluates a route map for a prefix and appends the verdict as text. The verdict: 1 drops.
+struct rmapList;
+int ipRmapCheck(uint32_t prefix, uint32_t mask, const rmapList* map, std::string* out);
 
 // Evaluates the AS-path list of that number against a path of `count` AS numbers, as a sequence and
 // again as a set; appends the path and the verdict as text. The verdict; 0 when count is above 4.

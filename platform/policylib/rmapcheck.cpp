@@ -384,19 +384,16 @@ const rmapNameValue* listThatHolds(const matchTest& test, const rmapRoute& route
 
 struct tracer {
     std::vector<rmapStep>* steps;  // null: nobody asks
-    const programInstance* at = nullptr;
     size_t instanceStep = 0;
 
     void instance(const programInstance& instance) {
         if (steps == nullptr) return;
-        at = &instance;
         instanceStep = steps->size();
-        steps->push_back({instance.seq, instance.action, 0, false, nullptr, nullptr});
+        steps->push_back({instance.instance, nullptr, false, nullptr, nullptr});
     }
     void clause(const rmapEntry& entry, bool holds, const rmapNameValue* name,
                 const rmapNumberValue* number) {
-        if (steps != nullptr)
-            steps->push_back({at->seq, at->action, entry.code, holds, name, number});
+        if (steps != nullptr) steps->push_back({entry.instance, &entry, holds, name, number});
     }
     void holds() {
         if (steps != nullptr) (*steps)[instanceStep].holds = true;

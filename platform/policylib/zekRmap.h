@@ -31,13 +31,12 @@ struct rmapRoute {
 };
 
 // One step of an evaluation, for whoever wants to know how it came to its verdict. The first step
-// of an instance has the code 0; a step for each of its match clauses follows until one does not
+// of an instance has no entry; a step for each of its match clauses follows until one does not
 // hold, and, when all held, one for each set clause and for the continue clause.
 struct rmapStep {
-    int32_t seq;      // of the instance
-    uint32_t action;  // RMAP_PERMIT, RMAP_DENY
-    uint32_t code;    // rmapCode; 0: the instance
-    bool holds;       // match clauses: whether it does; the instance: whether all do
+    const rmapInstance* instance;
+    const rmapEntry* entry;  // null: the instance itself
+    bool holds;              // match clauses: whether it does; the instance: whether all do
     // The value that held, null when none did or the clause has none of this kind.
     const rmapNameValue* name;
     const rmapNumberValue* number;

@@ -1,0 +1,308 @@
+// Evaluation of route maps by hand: the check commands of the debug shell.
+#include <arpa/inet.h>
+
+#include <string>
+#include <vector>
+
+#include "include/ipText.h"
+#include "platform/api/zekTask.h"
+#include "platform/policylib/zekRmap.h"
+#include "policy/zekroutemap.h"
+#include "task/bgpWords.h"
+#include "task/debugWords.h"
+#include "task/task.h"
+#include "task/zekacl_lib.h"
+
+int ipRmapCheck(uint32_t prefix, uint32_t mask, const rmapList* map, std::string* out) {
+    rmapRoute route, result;
+    route.prefix.family = AF_IPV4;
+    be32 address, bits;
+    address = prefix;
+    bits = mask;
+    std::memcpy(route.prefix.address, &address, sizeof address);
+    std::memcpy(route.prefix.mask, &bits, sizeof bits);
+    const int verdict = ipRoutemapCheck(map, route, &result);
+    if (verdict == 1)
+        *out += "drop\n";
+    else  // two blanks in front of the number: meant
+        *out += "matched, set metric to  " + std::to_string(static_cast<int32_t>(result.metric)) +
+                " \n";
+    return verdict;
+}
+
+namespace {
+
+// --- the route of a test -------------------------------------------------------------------------
+
+using words = std::vector<std::string_view>;
+
+bool parseAddress(std::string_view word, uint32_t* v4, uint8_t (&v6)[16]) {
+    if (auto address = parseDotted(word)) {
+        *v4 = *address;
+        return true;
+    }
+    return inet_pton(AF_INET6, std::string(word).c_str(), v6) == 1;
+}
+
+bool parseRoutePrefix(std::string_view word, ipPrefix* prefix) {
+    const size_t slash = word.find('/');
+    const bool v4 = word.find(':') == word.npos;
+    auto length =
+        slash != word.npos ? parseNumber(word.substr(slash + 1), v4 ? 32 : 128) : std::nullopt;
+    uint8_t bytes[16];
+    if (!length ||
+        inet_pton(v4 ? AF_INET : AF_INET6, std::string(word.substr(0, slash)).c_str(), bytes) != 1)
+        return false;
+    *prefix = ipPrefixMake(v4 ? AF_IPV4 : AF_IPV6, bytes, *length);
+    return true;
+}
+
+// A word of the table, or its number. "external type-1" is typed with a hyphen in the middle.
+std::optional<uint32_t> parseWord(const rmapWordTable& table, std::string_view word) {
+    for (uint32_t i = 0; i < table.count; i++) {
+        std::string known = table.first[i].word;
+        std::ranges::replace(known, ' ', '-');
+        if (known == word) return table.first[i].value;
+    }
+    return parseNumber(word, 0xFFFFFFFF);
+}
+
+std::optional<uint32_t> parseInterface(std::string_view word) {
+    uint32_t ifindex;
+    if (ifmLNameToIfIndex(std::string(word).c_str(), &ifindex) == 0) return ifindex;
+    return parseNumber(word, 0xFFFFFFFF);
+}
+
+struct numberWord {
+    const char* word;
+    uint32_t rmapRoute::*field;
+    rmapWordTable table;
+};
+constexpr numberWord numberWords[] = {
+    {"metric", &rmapRoute::metric, {}},
+    {"tag", &rmapRoute::tag, {}},
+    {"local-preference", &rmapRoute::localPreference, {}},
+    {"weight", &rmapRoute::weight, {}},
+    {"origin", &rmapRoute::origin, rmapWordsOf(rmapOrigins)},
+    {"route-type", &rmapRoute::routeType, rmapWordsOf(rmapRouteTypes)},
+    {"metric-type", &rmapRoute::metricType, rmapWordsOf(rmapMetricTypes)},
+    {"level", &rmapRoute::level, rmapWordsOf(rmapLevels)},
+};
+
+bool isKeyword(std::string_view word) {
+    for (const numberWord& row : numberWords)
+        if (word == row.word) return true;
+    return word == "next-hop" || word == "source" || word == "interface" || word == "as-path" ||
+           word == "community" || word == "extcommunity";
+}
+
+constexpr char USAGE[] =
+    "NAME PREFIX/LENGTH [next-hop A] [source A] [interface NAME] [metric N] [tag N] "
+    "[route-type WORD] [origin WORD] [local-preference N] [weight N] [metric-type WORD] "
+    "[level WORD] [as-path AS...] [community HIGH:LOW|NAME...] [extcommunity rt|soo VALUE...]";
+
+// One attribute from words[*at] on, its keyword included. False: not understood.
+bool parseAttribute(const words& given, size_t* at, rmapRoute* route) {
+    const std::string_view keyword = given[(*at)++];
+    auto more = [&] { return *at < given.size() && !isKeyword(given[*at]); };
+    if (!more()) return keyword == "as-path" || keyword == "community";  // empty ones
+    if (keyword == "as-path") {
+        for (; more(); ++*at) {
+            if (!route->asPath.empty()) route->asPath += ' ';
+            for (char c : given[*at])
+                if (c != '"') route->asPath += c;
+        }
+        return true;
+    }
+    if (keyword == "community") {
+        for (; more(); ++*at) {
+            auto community = parseCommunity(given[*at]);
+            if (!community) return false;
+            route->communities.push_back(*community);
+        }
+        return true;
+    }
+    if (keyword == "extcommunity") {
+        extCommSelector selector = EXTCOMM_RT;
+        for (; more(); ++*at) {
+            if (given[*at] == "rt" || given[*at] == "soo") {
+                selector = given[*at] == "rt" ? EXTCOMM_RT : EXTCOMM_SOO;
+                continue;
+            }
+            auto community = parseExtCommunity(given[*at], selector);
+            if (!community) return false;
+            route->extCommunities.push_back(*community);
+        }
+        return true;
+    }
+    const std::string_view value = given[(*at)++];
+    if (keyword == "next-hop") return parseAddress(value, &route->nextHop, route->nextHop6);
+    if (keyword == "source") return parseAddress(value, &route->source, route->source6);
+    if (keyword == "interface") {
+        auto ifindex = parseInterface(value);
+        route->ifindex = ifindex.value_or(0);
+        return ifindex.has_value();
+    }
+    for (const numberWord& row : numberWords) {
+        if (keyword != row.word) continue;
+        auto number = parseWord(row.table, value);
+        route->*row.field = number.value_or(0);
+        return number.has_value();
+    }
+    return false;
+}
+
+// --- the answer ----------------------------------------------------------------------------------
+
+std::string textOfAddress(int family, const uint8_t* bytes) {
+    char text[INET6_ADDRSTRLEN];
+    return inet_ntop(family, bytes, text, sizeof text);
+}
+std::string textOfAddress(uint32_t address) {
+    std::string text;
+    textDotted(text, address);
+    return text;
+}
+
+void addRouteAddress(jsonObject& out, const char* key, uint32_t v4, const uint8_t (&v6)[16]) {
+    static constexpr uint8_t none[16] = {};
+    if (std::memcmp(v6, none, sizeof none) != 0)
+        out.string(key, textOfAddress(AF_INET6, v6));
+    else if (v4 != 0)
+        out.string(key, textOfAddress(v4));
+}
+
+// What the route has; numbers of tables as their words.
+jsonObject routeJson(const rmapRoute& route) {
+    const bool v4 = route.prefix.family == AF_IPV4;
+    jsonObject out;
+    out.string("prefix", textOfAddress(v4 ? AF_INET : AF_INET6, route.prefix.address) + "/" +
+                             std::to_string(ipPrefixLength(route.prefix)));
+    addRouteAddress(out, "next-hop", route.nextHop, route.nextHop6);
+    addRouteAddress(out, "source", route.source, route.source6);
+    for (const numberWord& row : numberWords) {
+        const uint32_t value = route.*row.field;
+        const char* word = rmapWordFind(row.table, value);
+        if (word != nullptr && (value != 0 || row.field == &rmapRoute::origin))
+            out.string(row.word, word);
+        else if (value != 0)
+            out.number(row.word, value);
+    }
+    if (!route.asPath.empty()) out.string("as-path", route.asPath);
+    if (!route.communities.empty()) out.string("community", bgpCommunityText(route.communities));
+    if (!route.extCommunities.empty())
+        out.string("extcommunity", bgpExtCommunityText(route.extCommunities));
+    if (route.dampening[0] != 0) {
+        std::string text;
+        for (uint32_t word : route.dampening)
+            text += (text.empty() ? "" : " ") + std::to_string(word);
+        out.string("dampening", text);
+    }
+    return out;
+}
+
+// The clause with the value that held, or with all of its values.
+std::string clauseText(const rmapStep& step) {
+    std::string text = rmapClauseName(*step.entry);
+    auto add = [&](const rmapNameValue* name, const rmapNumberValue* number) {
+        text += ' ';
+        rmapValueText(text, *step.entry, name, number);
+    };
+    switch (step.entry->kind) {
+        case RMAP_KIND_LIST:
+            if (step.name != nullptr) add(step.name, nullptr);
+            for (const rmapNameValue* name = step.entry->names;
+                 step.name == nullptr && name != nullptr; name = name->next)
+                add(name, nullptr);
+            break;
+        case RMAP_KIND_NUMBER:
+            if (step.number != nullptr) add(nullptr, step.number);
+            for (const rmapNumberValue* number = step.entry->numbers;
+                 step.number == nullptr && number != nullptr; number = number->next)
+                add(nullptr, number);
+            break;
+        default:
+            add(nullptr, nullptr);
+    }
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    return text;
+}
+
+std::string trailJson(const std::vector<rmapStep>& trail) {
+    std::string out, clauses;
+    const rmapStep* instance = nullptr;
+    auto finish = [&] {
+        if (instance == nullptr) return;
+        jsonObject one;
+        one.number("seq", static_cast<uint32_t>(instance->instance->seq))
+            .string("action", instance->instance->action == RMAP_DENY ? "deny" : "permit")
+            .flag("holds", instance->holds)
+            .raw("clauses", "[" + clauses + "]");
+        out += (out.empty() ? "" : ",") + one.text();
+        clauses.clear();
+    };
+    for (const rmapStep& step : trail) {
+        if (step.entry == nullptr) {
+            finish();
+            instance = &step;
+            continue;
+        }
+        jsonObject one;
+        one.string("clause", clauseText(step)).flag("holds", step.holds);
+        clauses += (clauses.empty() ? "" : ",") + one.text();
+    }
+    finish();
+    return "[" + out + "]";
+}
+
+std::string testRouteMap(std::string_view args) {
+    const words given = splitWords(args);
+    rmapRoute route;
+    if (given.size() < 2) return errorJson(std::string("usage: ") + USAGE);
+    if (!parseRoutePrefix(given[1], &route.prefix))
+        return errorJson("not a prefix: " + std::string(given[1]));
+    for (size_t at = 2; at < given.size();) {
+        const std::string_view keyword = given[at];
+        if (!isKeyword(keyword) || !parseAttribute(given, &at, &route))
+            return errorJson("not understood: " + std::string(keyword) +
+                             (at - 1 < given.size() && given[at - 1] != keyword
+                                  ? " " + std::string(given[at - 1])
+                                  : ""));
+    }
+
+    aclLockHeld<aclLock::read> held;
+    const rmapList* map = ipRmapListFind(listNameMake(given[0]));
+    if (map == nullptr || map->placeholder != 0)
+        return errorJson(aclStatusFind(ACL_E_NORMAP)->text);
+    std::vector<rmapStep> trail;
+    const int verdict = ipRoutemapCheck(map, route, &route, &trail);
+    const rmapInstance* decided = nullptr;
+    for (const rmapStep& step : trail)
+        if (step.entry == nullptr && step.holds) decided = step.instance;
+    jsonObject answer;
+    answer.string("verdict", verdict == 1 ? "deny" : "permit");
+    if (decided != nullptr)
+        answer.number("instance", static_cast<uint32_t>(decided->seq));
+    else
+        answer.raw("instance", "null");
+    answer.raw("trail", trailJson(trail));
+    if (verdict == 0) answer.object("route", routeJson(route));
+    return answer.text();
+}
+
+std::string rmapCheck(std::string_view args) {
+    const words given = splitWords(args);
+    auto prefix = given.size() == 3 ? parseDotted(given[0]) : std::nullopt;
+    auto mask = given.size() == 3 ? parseDotted(given[1]) : std::nullopt;
+    if (!prefix || !mask) return "usage: ipRmapCheck PREFIX MASK NAME\n";
+    std::string out;
+    (void)ipRmapCheck(*prefix, *mask, ipRmapListFind(listNameMake(given[2])), &out);
+    return out;
+}
+
+}  // namespace
+
+void aclRegisterRmapChecks() {
+    zekDebugRegister("testRouteMap", USAGE, testRouteMap);
+    zekDebugRegister("ipRmapCheck", "PREFIX MASK NAME (text)", rmapCheck);
+}
