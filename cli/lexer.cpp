@@ -146,13 +146,10 @@ bool lexSigned(std::string_view word, uint32_t* value) {
     return true;
 }
 
-bool lexPair(std::string_view word, uint32_t* high, uint32_t* low) {
+bool lexPair(std::string_view word, bool withSign, uint32_t* high, uint32_t* low) {
     size_t colon = word.find(':');
-    uint32_t h;
-    if (colon == word.npos || !lexSigned(word.substr(0, colon), &h)) return false;
-    if (!lexSigned(word.substr(colon + 1), low)) return false;
-    *high = h;
-    return true;
+    if (colon == word.npos || (!withSign && word.find('-') != word.npos)) return false;
+    return lexSigned(word.substr(0, colon), high) && lexSigned(word.substr(colon + 1), low);
 }
 
 bool lexAddressPair(std::string_view word, uint32_t* high, uint32_t* low) {

@@ -29,6 +29,7 @@ bool lexAddress6(std::string_view word, uint8_t address[16]);
 bool lexPrefix6(std::string_view word, uint8_t address[16], uint32_t* length);  // X:X::X/0-128
 // A 32-bit number in decimal, or below zero as its complement.
 bool lexSigned(std::string_view word, uint32_t* value);
-bool lexPair(std::string_view word, uint32_t* high, uint32_t* low);         // N:N
+// N:N; withSign: either may be below zero.
+bool lexPair(std::string_view word, bool withSign, uint32_t* high, uint32_t* low);
 bool lexAddressPair(std::string_view word, uint32_t* high, uint32_t* low);  // A.B.C.D:N
 bool lexAs(std::string_view word, uint32_t* as);                            // N or H.L

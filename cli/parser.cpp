@@ -63,7 +63,7 @@ bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cli
         case cliArg::prefix6:
             return lexPrefix6(word, value->address6, &value->length);
         case cliArg::pair:
-            return lexPair(word, &value->high, &value->low);
+            return lexPair(word, wide, &value->high, &value->low);
         case cliArg::addressPair:
             return lexAddressPair(word, &value->high, &value->low);
         case cliArg::as:

@@ -282,7 +282,7 @@ TEST(Policy, WhatCannotBeMeantIsRefused) {
         {cliMode::aspath, "permit", "The line is incomplete"},
         {cliMode::community, "permit 65536:1", "Both parts of a community are at most 65535"},
         {cliMode::community, "permit 2147483648 1:1", "Unexpected word \"2147483648\""},
-        {cliMode::community, "permit 1:-1", "Both parts of a community are at most 65535"},
+        {cliMode::community, "permit 1:-1", "Unexpected word \"1:-1\""},
         {cliMode::community, "permit 1:1 additive", "Unexpected word \"additive\""},
         {cliMode::community, "permit 1:1 1:1 1:1 1:1 1:1 1:1 1:1 1:1 1:1 1:1",
          "There are too many communities in one line"},
