@@ -162,21 +162,24 @@ std::string populate(std::string_view args) {
 
 // --- verdicts ------------------------------------------------------------------------------------
 
+// The verdict of a list for a prefix, with the entry that decided. A question counts nowhere.
 std::string testList(std::string_view args) {
     auto words = splitWords(args);
     size_t slash = words.size() == 2 ? words[1].find('/') : std::string_view::npos;
-    if (slash == std::string_view::npos) return "usage: testPrefixList NAME PREFIX/LENGTH\n";
+    if (slash == std::string_view::npos) return errorJson("usage: NAME PREFIX/LENGTH");
     uint32_t af = words[1].find(':') == std::string_view::npos ? AF_IPV4 : AF_IPV6;
     auto route = parsePrefix(af, words[1].substr(0, slash), words[1].substr(slash + 1));
-    if (!route) return "not a prefix: " + std::string(words[1]) + "\n";
+    if (!route) return errorJson("not a prefix: " + std::string(words[1]));
     aclLockHeld<aclLock::read> held;
     const prefixList* list = ipPrefixListFind(listNameMake(words[0]), af);
     if (list == nullptr || list->placeholder != 0)
-        return std::string(aclStatusFind(ACL_E_PREFIX_NOLIST)->text) + "\n";
-    const prefixEntry* entry = prefixFilterFind(list, *route);  // a question counts nowhere
-    if (entry == nullptr) return "deny: no entry matches\n";
-    return std::string(entry->record->action == PREFIX_DENY ? "deny:" : "permit:") +
-           prefixEntryText(entry, af) + "\n";
+        return errorJson(aclStatusFind(ACL_E_PREFIX_NOLIST)->text);
+    const prefixEntry* entry = prefixFilterFind(list, *route);
+    jsonObject answer;
+    bool permits = entry != nullptr && entry->record->action != PREFIX_DENY;
+    answer.string("verdict", permits ? "permit" : "deny");
+    if (entry == nullptr) return answer.raw("entry", "null").text();
+    return answer.string("entry", prefixEntryText(entry, af)).text();
 }
 
 std::string testIpPrefixList(std::string_view args) {
@@ -225,8 +228,7 @@ void aclRegisterPrefixFunctions() {
     zekDebugRegister("aclPopulatePrefixList", "NAME 1|2 COUNT: adds entries (text)", populate);
     zekDebugRegister("aclTestIPPrefixList", "ADDRESS LENGTH NAME 1|2: the action (text)",
                      testIpPrefixList);
-    zekDebugRegister("testPrefixList", "NAME PREFIX/LENGTH: the verdict and its entry (text)",
-                     testList);
+    zekDebugRegister("testPrefixList", "NAME PREFIX/LENGTH: the verdict and its entry", testList);
     zekDebugRegister("ipPrefixCheck", "ADDRESS LENGTH NAME 1|2: filter or permit (text)",
                      ipPrefixCheck);
     zekDebugRegister("ipAclCheck", "SOURCE DESTINATION LIST: filter or permit (text)", ipAclCheck);
