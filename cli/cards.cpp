@@ -126,6 +126,7 @@ cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pip
         else
             for (const json& list : lists) answer.push_back(listRow(*session, list));
     }
+    if (reply == agentReply::silent || reply == agentReply::notRunning) session->unreachable = true;
     if (reply != agentReply::good)
         return refusal("Card " + agentLabel(command.number) + ": " + agentReplyText(reply));
     renderAnswer(*session, answer, pipe);
@@ -150,8 +151,9 @@ cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPip
     request.name = listNameMake(command.name);
     askResult asked =
         channelAsk(&session->channel, &request, sizeof request, session->options.timeoutMs);
-    if (asked == askResult::noAnswer) return refusal("No answer from chassisd in time");
-    if (asked != askResult::answered) return refusal("chassisd cannot be reached (is it running?)");
+    if (asked == askResult::noAnswer) return notReached(session, "No answer from chassisd in time");
+    if (asked != askResult::answered)
+        return notReached(session, "chassisd cannot be reached (is it running?)");
     std::span<const uint8_t> bytes(session->channel.message);
     uint32_t status = wireView<ipcHdr>(bytes)->result;
     if (status >= std::size(chassisSentences) || bytes.size() < CHASSIS_TEXT_OFFSET)

@@ -59,14 +59,12 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
     if (card->reply != agentReply::good) return agentReplyText(card->reply);
     placeKey at{jsonNumber(row, "direction"), jsonNumber(row, "ifindex")};
     auto held = card->lists.find(at);
-    if (held == card->lists.end()) {
-        // A list that is deleted while it is bound leaves the cards; one that is bound before it is
-        // defined is there without entries. Both are right.
-        return isSet(row, "undefined") ? "not defined"
-               : isSet(row, "refuses") ? "not supported"
-                                       : "missing";
-    }
-    held->second.meant = true;
+    bool there = held != card->lists.end();
+    if (there) held->second.meant = true;
+    // A list that is deleted while it is bound leaves the cards; one that is bound, or replayed,
+    // while it is not defined is there without entries. Both are right and mean the same.
+    if (isSet(row, "undefined") && (!there || held->second.count == 0)) return "not defined";
+    if (!there) return isSet(row, "refuses") ? "not supported" : "missing";
     if (held->second.count != jsonNumber(row, "entries") ||
         held->second.implicitPermit != jsonNumber(row, "implicitPermit"))
         return "different";

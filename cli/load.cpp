@@ -120,9 +120,11 @@ void pump(loader& l, int waitMs) {
     }
     int64_t now = nowMs();
     for (size_t i = 0; i < l.count && l.slot(i).sentAt + l.timeoutMs() <= now; i++)
-        if (!l.slot(i).done)
+        if (!l.slot(i).done) {
+            l.session.unreachable = true;
             finish(l, l.slot(i), askText(askResult::noAnswer, l.timeoutMs()),
                    l.slot(i).firstColumn);
+        }
     flushSlots(l);
 }
 
@@ -153,7 +155,7 @@ void refuseLine(loader& l, uint32_t line, std::string_view text, size_t column,
 
 // The manager has gone: what it answered before is taken, the rest of the open lines is lost.
 void managerGone(loader& l, askResult why) {
-    l.gone = true;
+    l.gone = l.session.unreachable = true;
     pump(l, 0);
     for (size_t i = 0; i < l.count; i++)
         if (!l.slot(i).done)
@@ -316,7 +318,7 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
     session->mode = session->outermost = cliMode::configure;
     if (!session->options.checkOnly && !sessionConnect(session, &error)) {
         reportText(session->err, error);
-        return 1;
+        return EXIT_UNREACHABLE;
     }
     loader l{.session = *session, .source = source};
     lineReader reader{.fd = fd};
@@ -335,5 +337,5 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
     if (l.refused > 0)
         reportText(session->err, std::string(source) + ": " + std::to_string(l.refused) + " of " +
                                      std::to_string(lineNumber) + " lines refused");
-    return l.refused > 0 || l.gone ? 1 : 0;
+    return sessionExitStatus(*session, l.refused == 0 && !l.gone);
 }

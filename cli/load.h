@@ -7,5 +7,5 @@
 
 // Loads (or, with checkOnly, only reads) configuration lines from a descriptor, with many requests
 // under way at once. Refused lines are reported in their order; nothing stops the load but a
-// manager that is gone. Returns the exit status: 0, or 1 when a line was refused.
+// manager that is gone. Returns the exit status.
 int loadRun(cliSession* session, int fd, std::string_view source);

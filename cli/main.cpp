@@ -13,13 +13,13 @@
 
 namespace {
 
-// Commands from a stream that is no terminal, one a line. 1 when any failed.
+// Commands from a stream that is no terminal, one a line. The exit status.
 int runLines(cliSession* session, std::istream& in, std::string_view source) {
-    int status = 0;
+    bool good = true;
     uint32_t number = 0;
     for (std::string line; !session->done && std::getline(in, line);)
-        if (!sessionRun(session, line, {source, ++number})) status = 1;
-    return status;
+        if (!sessionRun(session, line, {source, ++number})) good = false;
+    return sessionExitStatus(*session, good);
 }
 
 int runFile(cliSession* session, const std::string& file) {
@@ -64,11 +64,11 @@ int main(int argc, char** argv) {
 
     if (!file.empty()) return runFile(&session, file);
     if (!commands.empty()) {
-        int status = 0;
+        bool good = true;
         uint32_t number = 0;
         for (const std::string& c : commands)
-            if (!session.done && !sessionRun(&session, c, {"command", ++number})) status = 1;
-        return status;
+            if (!session.done && !sessionRun(&session, c, {"command", ++number})) good = false;
+        return sessionExitStatus(session, good);
     }
     if (isatty(STDIN_FILENO) != 0 && !o.restore) {
         o.interactive = true;

@@ -46,7 +46,7 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
         askResult asked = channelAsk(&s->channel, &request, length, timeoutMs);
         uint32_t status = ACL_E_SYSTEM;
         if (asked != askResult::answered)
-            outcome = refusal(askText(asked, timeoutMs));
+            outcome = notReached(s, askText(asked, timeoutMs));
         else if (!answerResult(s->channel, &status) || status != ACL_OK)
             outcome = refusal(statusText(status), sessionColumn(command, status));
     }
@@ -218,7 +218,9 @@ bool sessionMustLeave(const cliSession& session, const cliCommand& command,
 bool sessionConnect(cliSession* session, std::string* error) {
     if (session->channel.endpoint != nullptr) return true;
     const cliOptions& o = session->options;
-    return channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
+    bool opened = channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
+    if (!opened) session->unreachable = true;
+    return opened;
 }
 
 bool sessionChassis(cliSession* session, std::string* error) {
@@ -256,7 +258,9 @@ cliOutcome sessionInterface(cliSession* session, const cliCommand& command) {
 cliOutcome sessionDebug(cliSession* session, std::string_view function, std::string_view args,
                         std::string* text) {
     const cliOptions& o = session->options;
-    if (zekDebugCall(o.runDir, o.rp, function, args, o.timeoutMs, text) == 0) return {};
+    int called = zekDebugCall(o.runDir, o.rp, function, args, o.timeoutMs, text);
+    if (called == 0) return {};
+    if (called == -1) session->unreachable = true;
     std::string why = text->empty() ? askText(askResult::noAnswer, o.timeoutMs) : *text;
     return refusal(std::string(lexTrimEnd(why)));
 }

@@ -29,7 +29,8 @@ struct cliSession {
     cliMode outermost = cliMode::exec;  // where "end" leads
     cliScope scope;                     // of a list's or interface's mode
     bool inverseMask = false;
-    bool done = false;  // "exit" in exec mode
+    bool done = false;         // "exit" in exec mode
+    bool unreachable = false;  // somebody who had to be asked could not be
     FILE* out = stdout;
     FILE* err = stderr;
     cliChannel channel;
@@ -43,8 +44,19 @@ struct cliOutcome {
     std::string sentence;  // empty with ok false: everything has been said
     size_t column = 0;
 };
+// The exit statuses of the shell beside 0.
+constexpr int EXIT_REFUSED = 1, EXIT_UNREACHABLE = 2;
+inline int sessionExitStatus(const cliSession& session, bool good) {
+    return good ? 0 : session.unreachable ? EXIT_UNREACHABLE : EXIT_REFUSED;
+}
 inline cliOutcome refusal(std::string sentence, size_t column = 0) {
     return {false, std::move(sentence), column};
+}
+
+// A refusal because of somebody who could not be asked.
+inline cliOutcome notReached(cliSession* session, std::string sentence) {
+    session->unreachable = true;
+    return refusal(std::move(sentence));
 }
 
 // Takes the mask mode from the configuration database; normal when there is none.

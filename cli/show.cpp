@@ -67,7 +67,7 @@ cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sin
     cliShowReq request;
     requestShow(&s->channel, code, *name, 0, 0, &request);
     askResult asked = channelAsk(&s->channel, &request, sizeof request, s->options.timeoutMs);
-    if (asked != askResult::answered) return refusal(askText(asked, s->options.timeoutMs));
+    if (asked != askResult::answered) return notReached(s, askText(asked, s->options.timeoutMs));
     std::string_view text;
     listName shown{};
     uint32_t resume;

@@ -16,10 +16,27 @@ uint32_t groupIdOf(const aclSendRequest& request) {
     return request.groupId <= VLAN_GROUPS ? request.groupId : 0;
 }
 
-// Fields of an entry block that travel as one run of bytes.
-template <size_t N>
-void copyRun(uint8_t (&to)[N], const ipEntryBlock& block, size_t offset) {
-    std::memcpy(to, reinterpret_cast<const uint8_t*>(&block) + offset, N);
+// Fields that stand side by side in the entry block and in the match travel as one run of bytes.
+template <size_t from, size_t to, size_t bytes>
+void copyRun(agentMatch* match, const ipEntryBlock& block) {
+    static_assert(from + bytes <= sizeof block && to + bytes <= sizeof *match);
+    std::memcpy(reinterpret_cast<uint8_t*>(match) + to,
+                reinterpret_cast<const uint8_t*>(&block) + from, bytes);
+}
+
+// Into zeroed memory.
+void fillMatch(agentMatch* m, const ipEntryBlock& b) {
+    copyRun<24, 0, 40>(m, b);  // addresses and masks, and what follows up to the reserved word
+    m->protocol = b.protocol;
+    m->protoMarker = b.protoMarker;
+    m->order = b.order;
+    m->kind = b.kind;
+    if (b.protocol == IP_PROTO_TCP) m->tcpFlags = b.tcpFlags;
+    if (b.protocol == IP_PROTO_TCP || b.protocol == IP_PROTO_UDP)
+        copyRun<128, 60, 16>(m, b);  // operators and ports
+    if (b.protocol == IP_PROTO_ICMP) copyRun<128, 76, 4>(m, b);
+    copyRun<72, 80, 56>(m, b);   // ARP and ether-type fields
+    copyRun<148, 136, 8>(m, b);  // fragments, DSCP
 }
 
 }  // namespace
@@ -83,29 +100,9 @@ void vAclAddEntryToAclList(agentEntry* image, const aclEntry& entry) {
     image->owner = b.owner;
     image->monitor = entry.monitor;
 
-    agentMatch& m = image->match;
-    m.src = b.src;
-    m.srcMask = b.srcMask;
-    m.dst = b.dst;
-    copyRun(m.words, b, offsetof(ipEntryBlock, dstMask));
-    m.protocol = b.protocol;
-    m.protoMarker = b.protoMarker;
-    m.order = b.order;
-    m.kind = b.kind;
-    if (b.protocol == IP_PROTO_TCP) m.tcpFlags = b.tcpFlags;
-    if (b.protocol == IP_PROTO_TCP || b.protocol == IP_PROTO_UDP) {
-        m.srcOperator = b.srcOperator;
-        m.dstOperator = b.dstOperator;
-        m.ports[0] = b.srcLow;
-        m.ports[1] = b.srcHigh;
-        m.ports[2] = b.dstLow;
-        m.ports[3] = b.dstHigh;
-    }
-    if (b.protocol == IP_PROTO_ICMP) copyRun(m.icmp, b, offsetof(ipEntryBlock, icmp));
-    copyRun(m.l2, b, offsetof(ipEntryBlock, arpMarker));
-    m.fragments = b.fragments;
-    copyRun(m.dscp, b, offsetof(ipEntryBlock, dscp));
-    image->matchCopy = m;  // the agents read both halves
+    // The agents read both halves. Each is filled for itself, as a copy would wait for the stores.
+    fillMatch(&image->match, b);
+    fillMatch(&image->matchCopy, b);
 }
 
 void vAclAddEntryToAclList(agentEntry6* image, const acl6Entry& entry) {

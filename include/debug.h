@@ -17,8 +17,9 @@ enum aclDebugArea : uint32_t {
 };
 extern uint32_t DEBUG_ACL_MGR;
 
-// Formats into the task's one static buffer and prints "function line " in front. Nothing is
-// formatted while no area of the mask is on; mask 0 prints always.
+// Formats into the task's one static buffer and prints "function line " in front, unless the text
+// begins with them itself ("%s %d", "%s:%d" or "%s, %d"). Nothing is formatted while no area of the
+// mask is on; mask 0 prints always.
 #define aclDebug(mask, ...)                                 \
     do {                                                    \
         if ((mask) == 0 || (DEBUG_ACL_MGR & (mask)) != 0)   \

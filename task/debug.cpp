@@ -2,6 +2,7 @@
 #include "include/debug.h"
 
 #include <cstdio>
+#include <string_view>
 
 #include "include/node.h"
 
@@ -9,7 +10,10 @@ uint32_t DEBUG_ACL_MGR = 0;
 
 void aclDebugPrint(const char* function, int line, const char* format, ...) {
     static char buffer[2048];  // one for the task: only its thread prints
-    int used = std::snprintf(buffer, sizeof buffer, "%s %d ", function, line);
+    std::string_view text = format;
+    bool namesThem =
+        text.starts_with("%s %d") || text.starts_with("%s:%d") || text.starts_with("%s, %d");
+    int used = namesThem ? 0 : std::snprintf(buffer, sizeof buffer, "%s %d ", function, line);
     if (used < 0) return;
     va_list args;
     va_start(args, format);

@@ -232,9 +232,9 @@ constexpr msgRow msgTable[] = {
     {14401, 14401, "control-processor agent registers", 64,    msgReply::byHandler, aclHandleAcl0Register},
     {14403, 14403, "line-card agent registers",    HDR,        msgReply::byHandler, aclHandleAgentRegister},
     {14404, 14404, "agent asks for its queue",     HDR,        msgReply::byHandler, aclHandleAgentQueue, true},
-    {14405, 14405, "SNMP registers",               HDR,        msgReply::byHandler, nullptr},
-    {14406, 14406, "IPM registers",                HDR,        msgReply::byHandler, nullptr},
-    {14407, 14407, "SYSADM registers",             HDR,        msgReply::byHandler, nullptr},
+    {14405, 14405, "SNMP registers",               HDR,        msgReply::byHandler, aclHandleSnmpRegister, true},
+    {14406, 14406, "IPM registers",                HDR,        msgReply::byHandler, aclHandleIpmRegister, true},
+    {14407, 14407, "SYSADM registers",             HDR,        msgReply::byHandler, aclHandleSysadmRegister, true},
     {14435, 14435, "DAI notification",             68,         msgReply::dai,       nullptr},
     {14436, 14436, "DHCP-snooping notification",   HDR,        msgReply::udpHelper, nullptr},
     {14437, 14437, "DHCP source-address validation", 68,       msgReply::byHandler, nullptr},
@@ -261,7 +261,7 @@ constexpr msgRow msgTable[] = {
     {14504, 14505, "GVRP",                         HDR,        msgReply::ipc,       nullptr},
     {14517, 14518, "mask display mode",            HDR,        msgReply::byHandler, handleInverseMask},
     {14522, 14524, "peer route processor",         HDR,        msgReply::byHandler, handlePeer},
-    {14552, 14552, "second ACL agent registers",   HDR,        msgReply::byHandler, nullptr},
+    {14552, 14552, "second ACL agent registers",   HDR,        msgReply::byHandler, aclHandleAcl2Register, true},
     {20417, 20417, "sFlow agent address",          HDR,        msgReply::ipc,       nullptr},
 };
 // clang-format on

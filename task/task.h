@@ -65,6 +65,11 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message);
 int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message);
+// The tasks that keep copies of lists, and the second ACL agent: each gets its queue.
+int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message);
 // Forgets a card's agents, so that the next registration rebuilds its state. A slot that there is
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);

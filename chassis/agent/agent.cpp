@@ -75,7 +75,7 @@ zekSendResult sendRegistration(agent* self) {
 void takeDownload(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
     const auto* hdr = wireView<ipcHdr>(message);
     uint32_t before = self->aclSeen.session;
-    int verdict = zekEndpointSwpAck(self->acl, message.data(), &self->aclSeen);
+    int verdict = zekEndpointSwpTake(self->acl, message.data(), &self->aclSeen, &self->aclOwed);
     if (verdict == ZEK_SWP_IN_ORDER) {
         if (self->aclSeen.session != before) {
             linkSession(&self->link, hdr->session, pid, nowMs);
@@ -127,23 +127,25 @@ void takeMac(agent* self, std::span<const uint8_t> message, int32_t, uint64_t) {
     const auto* hdr = wireView<ipcHdr>(message);
     if (hdr->session == 0 || !isFromManager(*hdr))
         self->strangers++;
-    else if (zekEndpointSwpAck(self->mac, message.data(), &self->macSeen) == ZEK_SWP_IN_ORDER)
+    else if (zekEndpointSwpTake(self->mac, message.data(), &self->macSeen, &self->macOwed) ==
+             ZEK_SWP_IN_ORDER)
         self->macMessages++;
 }
 
-bool drain(agent* self, zekEndpoint* endpoint,
+// Takes what waits, and answers it together.
+bool drain(agent* self, zekEndpoint* endpoint, zekSwpOwed* owed,
            void (*take)(agent*, std::span<const uint8_t>, int32_t, uint64_t), uint64_t nowMs) {
     static thread_local std::vector<uint8_t> message;
-    for (int i = 0; i < AT_ONCE; i++) {
+    bool left = true;
+    for (int i = 0; i < AT_ONCE && left; i++) {
         zekSender sender{};
         int got = zekEndpointRecv(endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
-        if (got == 0 || got == -1) return false;
-        if (got < 0)
-            self->strangers++;
-        else
-            take(self, message, sender.pid, nowMs);
+        if (got > 0) take(self, message, sender.pid, nowMs);
+        if (got == -2) self->strangers++;
+        left = got != 0 && got != -1;
     }
-    return true;
+    zekEndpointSwpAnswer(endpoint, owed);
+    return left;
 }
 
 }  // namespace
@@ -166,6 +168,7 @@ bool agentOpen(agent* self, agentConfig config, dataplane plane, std::string* er
         self->mac = zekEndpointOpen(c.runDir, self->address, port, error);
         if (self->mac == nullptr) return false;
     }
+    self->link.keepaliveMs = c.registerEveryMs;
     self->link.replayIsSure = !c.cp;
     // A card in the last slot would be reported down with the control processor's agent.
     self->link.mayAskDown = !c.cp || cardOf(c, slotOf(c)) == nullptr;
@@ -180,8 +183,8 @@ void agentClose(agent* self) {
 }
 
 bool agentServe(agent* self, uint64_t nowMs) {
-    bool left = drain(self, self->acl, takeAcl, nowMs);
-    return (self->mac != nullptr && drain(self, self->mac, takeMac, nowMs)) || left;
+    bool left = drain(self, self->acl, &self->aclOwed, takeAcl, nowMs);
+    return (self->mac != nullptr && drain(self, self->mac, &self->macOwed, takeMac, nowMs)) || left;
 }
 
 void agentTick(agent* self, uint64_t nowMs) {

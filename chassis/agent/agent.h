@@ -12,6 +12,7 @@ struct agentConfig {
     chassisDescription chassis;
     bool cp = false;    // the control processor's agent
     uint32_t slot = 0;  // of a card's agent
+    uint64_t registerEveryMs = LINK_KEEPALIVE_MS;
 };
 
 struct agent {
@@ -20,6 +21,7 @@ struct agent {
     zekEndpoint* acl = nullptr;  // the ACL agent's request queue
     zekEndpoint* mac = nullptr;  // the MAC agent's; a card's only
     zekSwpSeq aclSeen{}, macSeen{};
+    zekSwpOwed aclOwed{}, macOwed{};
     agentTables tables;
     agentLink link;
     uint64_t macMessages = 0;

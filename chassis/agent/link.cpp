@@ -68,7 +68,7 @@ void linkRegistered(agentLink* link, uint32_t sequence, int32_t pid, uint64_t no
     link->answers++;
     bool sameManager = link->session != 0 && link->sessionPid == pid && !link->replayWanted;
     if (sameManager || !link->replayIsSure)
-        enter(link, linkPhase::inStep, nowMs + LINK_KEEPALIVE_MS);
+        enter(link, linkPhase::inStep, nowMs + link->keepaliveMs);
     else if (link->phase != linkPhase::awaitReplay)
         enter(link, linkPhase::awaitReplay, nowMs + LINK_REPLAY_MS);
 }
@@ -84,7 +84,7 @@ void linkSession(agentLink* link, uint32_t session, int32_t pid, uint64_t nowMs)
     if (!replay)
         resynchronise(link, nowMs);
     else if (link->phase == linkPhase::awaitReplay)
-        enter(link, linkPhase::inStep, nowMs + LINK_KEEPALIVE_MS);
+        enter(link, linkPhase::inStep, nowMs + link->keepaliveMs);
 }
 
 void linkMiddle(agentLink* link, uint64_t nowMs) {

@@ -16,7 +16,7 @@
 #include <cstdint>
 
 constexpr uint64_t LINK_RETRY_MS = 1000;      // until an unanswered request is repeated
-constexpr uint64_t LINK_KEEPALIVE_MS = 5000;  // between the registrations of an agent in step
+constexpr uint64_t LINK_KEEPALIVE_MS = 5000;  // between registrations in step, by default
 constexpr uint64_t LINK_REPLAY_MS = 5000;     // until a replay that has not begun is given up
 
 enum class linkPhase : uint8_t { askDown, registering, awaitReplay, inStep };
@@ -25,6 +25,7 @@ constexpr const char* linkPhaseNames[] = {"card down asked", "registering", "wai
 enum class linkAction : uint8_t { none, sendDown, sendRegistration };
 
 struct agentLink {
+    uint64_t keepaliveMs = LINK_KEEPALIVE_MS;  // between the registrations of an agent in step
     // The control processor's agent is sent nothing when nothing is bound to it, so a replay that
     // does not begin says nothing about its queue.
     bool replayIsSure = true;

@@ -1,21 +1,13 @@
 // aclagent: the ACL and MAC agent of a line card, or the control processor's ACL agent.
 #include <poll.h>
-#include <signal.h>
-#include <sys/signalfd.h>
 
-#include <CLI/CLI.hpp>
-#include <chrono>
+#include <cmath>
 #include <cstdio>
 
 #include "chassis/agent/agent.h"
+#include "chassis/process.h"
 
 namespace {
-
-uint64_t nowMs() {
-    using namespace std::chrono;
-    return static_cast<uint64_t>(
-        duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
-}
 
 // Until SIGTERM or SIGINT.
 void run(agent* self, int stopFd) {
@@ -23,49 +15,43 @@ void run(agent* self, int stopFd) {
                       {zekEndpointFd(self->acl), POLLIN, 0},
                       {self->mac != nullptr ? zekEndpointFd(self->mac) : -1, POLLIN, 0}};
     for (bool left = false;;) {
-        uint64_t now = nowMs();
-        agentTick(self, now);
-        uint64_t next = agentNextMs(*self);
-        int wait =
-            left || next <= now ? 0 : static_cast<int>(std::min<uint64_t>(next - now, 60000));
+        agentTick(self, processNowMs());
+        int wait = left ? 0 : processWaitMs(agentNextMs(*self));
         if (poll(waits, std::size(waits), wait) < 0 && errno != EINTR) return;
         if ((waits[0].revents & POLLIN) != 0) return;
-        left = agentServe(self, nowMs());
+        left = agentServe(self, processNowMs());
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string runDir, chassisFile;
+    processOptions options;
     agentConfig config;
+    double registerEvery = LINK_KEEPALIVE_MS / 1000.0;
     CLI::App app{"The ACL agent of one line card, or of the control processor."};
-    app.add_option("--rundir", runDir, "run folder (default $ACL_RUNDIR, else /run/aclmgr)");
-    app.add_option("--chassis", chassisFile, "chassis description (default RUNDIR/chassis.json)");
+    processAddOptions(&app, &options);
     auto* slot = app.add_option("--slot", config.slot, "the card's slot")
                      ->check(CLI::Range(0u, SLOT_COUNT - 1));
     auto* cp = app.add_flag("--cp", config.cp, "the control processor's agent");
     cp->excludes(slot);
+    app.add_option("--register-every", registerEvery,
+                   "seconds between the registrations of an agent in step (default 5)")
+        ->check(CLI::Range(0.01, 86400.0));
     CLI11_PARSE(app, argc, argv);
-    config.runDir = zekRunDir(runDir);
-    if (chassisFile.empty()) chassisFile = config.runDir + "/chassis.json";
+    config.registerEveryMs = static_cast<uint64_t>(std::lround(registerEvery * 1000));
     std::string error;
     if (slot->empty() && cp->empty()) {
         std::fprintf(stderr, "aclagent: give --slot N or --cp\n");
         return 1;
     }
 
-    sigset_t stop;
-    sigemptyset(&stop);
-    sigaddset(&stop, SIGTERM);
-    sigaddset(&stop, SIGINT);
-    sigprocmask(SIG_BLOCK, &stop, nullptr);
-    int stopFd = signalfd(-1, &stop, SFD_CLOEXEC);
-
+    int stopFd = processStopFd();
     dataplane plane = memplaneCreate();
     agent self;
-    bool opened = zekChassisLoad(chassisFile, &config.chassis, &error) &&
-                  agentOpen(&self, std::move(config), plane, &error);
+    bool opened = processLoad(&options, &config.chassis, &error);
+    config.runDir = options.runDir;
+    opened = opened && agentOpen(&self, std::move(config), plane, &error);
     if (opened) {
         std::fprintf(stderr, "ready\n");
         run(&self, stopFd);

@@ -2,11 +2,12 @@
 //
 // A data message carries a session number (header word 0, non-zero, new each time a queue starts
 // over) and a sequence number (word 4, from 1). The receiver answers each with a message of type
-// 402 that carries both words. The sender keeps a backlog and a window, repeats the oldest
-// unanswered message on time-out (type 401 on the timer queue) and calls the queue not alive after
-// a stated number of repeats; a flush empties it, and the next message starts a new session.
-// The backlog holds 65,536 messages, the window's included; the time-out is 250 ms, and 40 of them
-// in a row make a queue dead when its creator states no number.
+// 402 that carries both words; an answer stands for every earlier number of its session too. The
+// sender keeps a backlog and a window, repeats the oldest unanswered message on time-out (type 401
+// on the timer queue) and calls the queue not alive after a stated number of repeats; a flush
+// empties it, and the next message starts a new session. The backlog holds 65,536 messages, the
+// window's included; the time-out is 250 ms, and 40 of them in a row make a queue dead when its
+// creator states no number.
 #pragma once
 
 #include <cstddef>

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "include/ipc.h"
 #include "platform/api/zekSwp.h"
 
 struct zekEndpoint;
@@ -46,6 +47,15 @@ int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t
 
 // zekSwpCkSeqAndAck for an endpoint.
 int zekEndpointSwpAck(zekEndpoint* endpoint, const void* message, zekSwpSeq* seen);
+// The same for a receiver that takes several messages at once: the newest answer stands for those
+// before it and is only noted in *owed, to be sent when nothing is left to take. Zero-initialise.
+struct zekSwpOwed {
+    bool any;
+    ipcHdr answer;
+};
+int zekEndpointSwpTake(zekEndpoint* endpoint, const void* message, zekSwpSeq* seen,
+                       zekSwpOwed* owed);
+void zekEndpointSwpAnswer(zekEndpoint* endpoint, zekSwpOwed* owed);
 
 // The run folder: the option's value, else $ACL_RUNDIR, else /run/aclmgr.
 [[nodiscard]] std::string zekRunDir(std::string_view option);

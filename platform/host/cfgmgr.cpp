@@ -2,8 +2,8 @@
 //
 // A restore is a child process: the shell with --restore, which reads the configuration from a file
 // and reports refused lines on its standard error. It is held to have worked when it exits 0, or 1
-// (some lines refused) with something restored. The previous configuration goes only then; when
-// lines were refused its text stays behind as a file.
+// (some lines refused); 2 says that the manager could not be reached. The previous configuration
+// goes only then; when lines were refused its text stays behind as a file.
 #include "platform/host/cfgmgr.h"
 
 #include <fcntl.h>
@@ -175,24 +175,15 @@ bool writePrevious(zekCfgDb* db, const std::string& file) {
     return fclose(out) == 0 && good && rc == 0;
 }
 
-bool hasShownLine(zekCfgDb* db) {
-    bool found = false;
-    (void)zekCfgWalk(db, [&](std::string_view) {
-        found = true;
-        return false;
-    });
-    return found;
-}
-
 enum class replay { whole, inPart, failed };
 
 // A child that was killed may have restored a part; what is there already is then refused as a
 // duplicate, which changes nothing.
-replay replayFile(zekCfgDb* db, const cfgMgrPlace& place, const std::string& file) {
+replay replayFile(const cfgMgrPlace& place, const std::string& file) {
     for (int run = 0; run <= RETRIES; run++) {
         int status = runShell(place, file);
         if (status == 0) return replay::whole;
-        if (status == 1 && hasShownLine(db)) return replay::inPart;
+        if (status == 1) return replay::inPart;  // other statuses: it did not get that far
         logLine("configuration manager: restoring " + file + " ended with status " +
                 std::to_string(status) + (run < RETRIES ? ", trying again" : ""));
     }
@@ -274,7 +265,7 @@ bool cfgMgrRestore(zekCfgDb* db, const cfgMgrPlace& place, cfgMgrSource source) 
             sysErr("configuration manager: " + file + " cannot be written: " + strerror(errno));
             result = replay::failed;
         } else {
-            result = replayFile(db, place, file);
+            result = replayFile(place, file);
         }
     }
     notify(task, MT_CFG_END_BLK_CFG_NOTIF);

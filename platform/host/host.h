@@ -10,10 +10,12 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "include/ipc.h"
 #include "platform/api/zekChassis.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekIpc.h"
@@ -55,6 +57,9 @@ uint32_t hostTaskKey();                 // 0: none is open
 zekEndpoint*
 hostEndpoint();  // of the task's request queue, by which everything leaves; null: closed
 zekIpcStats& hostIpcStats();
+// Calls take for the SWP answers that are here, which are then not delivered any more. When there
+// are none it first waits for any message to come. False: there was no answer.
+bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs);
 
 // ---- outgoing.cpp: what leaves, when. See the file.
 // How answers are made durable before they leave: the task's configuration database, unless a test
@@ -67,6 +72,9 @@ void hostSetCommit(hostCommit commit);
 int hostSend(const void* message, size_t length);  // zekIpcSend
 // Sends past everything that is held and kept; does not wait.
 zekSendResult hostSendNow(const void* message, size_t length);
+// The same for messages that all go to the addressee of the first; none is longer than a datagram.
+// How many are done with: sent, or with nobody to get them. The receiver is full for the rest.
+size_t hostSendMany(std::span<const std::span<const uint8_t>> messages);
 void hostFlush();          // commits; lets the held answers go when that has worked
 bool hostFlushIsDue();     // something is to be committed or held
 bool hostHeldIsFull();     // as many answers are held as one commit is to serve
@@ -76,6 +84,11 @@ void hostOutgoingPoll(std::vector<pollfd>* fds);  // what says so earlier
 void hostOutgoingReset();
 
 // ---- transport.cpp
+// Sends the first of the messages, and as many of the others as the receiver takes with it; all go
+// to the addressee of the first. The result is the first one's, *taken how many were sent.
+zekSendResult hostEndpointSendMany(zekEndpoint* endpoint,
+                                   std::span<const std::span<const uint8_t>> messages,
+                                   size_t* taken);
 enum class hostDrop { none, tooLong, tooShort, malformed };
 // Takes what is there, at most `most` messages in one system call, and calls fn with each: its
 // bytes, or why it was dropped. Does not wait. How many were taken; fewer than `most`: all there

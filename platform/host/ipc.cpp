@@ -27,8 +27,9 @@ namespace {
 constexpr uint32_t QUEUE_TIMER = 3;
 constexpr size_t KEPT_MAX = 4096;  // messages; then the socket fills up and senders wait
 constexpr size_t KEPT_BYTES_MAX = 32u << 20;
-constexpr int TAKE_AT_ONCE = 16;  // messages: more than a socket keeps on many machines
-constexpr int DRAIN_MAX = 256;    // messages taken off one socket at a time
+constexpr int TAKE_AT_ONCE = 16;    // messages: more than a socket keeps on many machines
+constexpr int DRAIN_MAX = 256;      // messages taken off one socket at a time
+constexpr size_t ANSWERS_MAX = 64;  // sessions whose answers are kept apart
 constexpr size_t ASIDE_MAX =
     65536;  // requests kept aside; more are dropped: their senders time out
 
@@ -47,6 +48,7 @@ struct hostTask {
     uint32_t key = 0;  // 0: none is open
     uint32_t app = 0, instance = 0, address = 0;
     socketQueue request, response;
+    std::vector<keptMessage> answers;  // of SWP peers, to the request queue: see keepAnswer
     std::thread::id thread;
     hostFd wake;  // written by other threads when the task must look again
 } task;
@@ -86,7 +88,43 @@ bool isHeldRequest(const keptMessage& m) {
            type == MT_ACL_INVERSEMASK_ENABLE || type == MT_ACL_INVERSEMASK_DISABLE;
 }
 
+// SWP answers are handed over before everything else, and of each session only the newest: it
+// answers for those before it. False when the message is none, or one session too many.
+bool keepAnswer(keptMessage* m) {
+    const ipcHdr* hdr = headerOf(*m);
+    if (hdr->mtype != MT_SWP_ACK) return false;
+    for (keptMessage& known : task.answers) {
+        const ipcHdr* old = headerOf(known);
+        if (old->session != hdr->session || old->target.card != hdr->target.card ||
+            old->target.svce != hdr->target.svce)
+            continue;
+        if (static_cast<int32_t>(hdr->swpSeq - old->swpSeq) > 0) known = std::move(*m);
+        return true;
+    }
+    if (task.answers.size() >= ANSWERS_MAX) return false;
+    task.answers.push_back(std::move(*m));
+    return true;
+}
+
+bool anyWaits(const socketQueue& queue) {
+    return !queue.kept.empty() || (&queue == &task.request && !task.answers.empty());
+}
+
+// The next message of a queue that has one.
+keptMessage takeNext(socketQueue* queue) {
+    if (queue == &task.request && !task.answers.empty()) {
+        keptMessage m = std::move(task.answers.back());
+        task.answers.pop_back();
+        return m;
+    }
+    keptMessage m = std::move(queue->kept.front());
+    queue->kept.pop_front();
+    queue->keptBytes -= m.bytes.size();
+    return m;
+}
+
 void keep(socketQueue* queue, keptMessage m) {
+    if (queue == &task.request && keepAnswer(&m)) return;
     if (queue == &task.request && isHeldRequest(m)) {
         if (aside.size() < ASIDE_MAX)
             aside.push_back(std::move(m));
@@ -224,7 +262,7 @@ int lookAt(uint32_t limit, const zekFdSet& wanted, int timeoutMs, zekFdSet* read
             fds.push_back({d, POLLIN, 0});
     }
     auto kept = [&] {
-        return (request && !task.request.kept.empty()) || (response && !task.response.kept.empty());
+        return (request && anyWaits(task.request)) || (response && anyWaits(task.response));
     };
     if (pollAll(&fds, kept() ? 0 : timeoutMs) < 0) return -1;
     int count = 0;
@@ -239,8 +277,8 @@ int lookAt(uint32_t limit, const zekFdSet& wanted, int timeoutMs, zekFdSet* read
         }
         if (p.revents != 0) mark(p.fd);
     }
-    if (request && !task.request.kept.empty()) mark(requestFd);
-    if (response && !task.response.kept.empty()) mark(responseFd);
+    if (request && anyWaits(task.request)) mark(requestFd);
+    if (response && anyWaits(task.response)) mark(responseFd);
     return count;
 }
 
@@ -295,6 +333,7 @@ void hostTaskClose() {
         zekEndpointClose(q->endpoint);
         *q = {};
     }
+    task.answers.clear();
     std::lock_guard guard(holdLock);
     aside.clear();
     hold = holdWanted = {};
@@ -324,6 +363,19 @@ void hostHoldRequests(int32_t allowedPid) {
 }
 void hostReleaseRequests() {
     wantHold({});
+}
+
+bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs) {
+    if (task.key == 0 || !hostIsTaskThread()) return false;
+    drain(&task.request);
+    pollfd request{zekEndpointFd(task.request.endpoint), POLLIN, 0};
+    if (task.answers.empty() && waitMs != 0 && hasRoom(task.request) &&
+        poll(&request, 1, waitMs) > 0)
+        drain(&task.request);
+    bool any = !task.answers.empty();
+    for (const keptMessage& m : task.answers) take(*headerOf(m));
+    task.answers.clear();
+    return any;
 }
 
 zekQueue Key_getReqQueue(uint32_t ipcKey) {
@@ -373,10 +425,8 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
     uint64_t deadline = deadlineOf(timeoutMs);
     followHold();
     for (bool first = true;; first = false) {
-        while (!q->kept.empty()) {
-            keptMessage m = std::move(q->kept.front());
-            q->kept.pop_front();
-            q->keptBytes -= m.bytes.size();
+        while (anyWaits(*q)) {
+            keptMessage m = takeNext(q);
             if (m.bytes.size() > size) {
                 stats.tooLong++;
                 continue;
@@ -402,7 +452,7 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     int requestFd = task.key != 0 ? zekEndpointFd(task.request.endpoint) : -1;
     auto request = static_cast<size_t>(requestFd);
     followHold();  // what was kept may have to wait now
-    if (requestFd >= 0 && request < limit && set->test(request) && !task.request.kept.empty() &&
+    if (requestFd >= 0 && request < limit && set->test(request) && anyWaits(task.request) &&
         !hostHeldIsFull() && ++served % servedBetweenLooks != 0) {
         set->reset();
         set->set(request);

@@ -116,6 +116,20 @@ zekSendResult hostSendNow(const void* message, size_t length) {
     return result;
 }
 
+size_t hostSendMany(std::span<const std::span<const uint8_t>> messages) {
+    zekEndpoint* endpoint = hostEndpoint();
+    for (size_t done = 0; done < messages.size();) {
+        size_t taken = 0;
+        zekSendResult result = endpoint != nullptr
+                                   ? hostEndpointSendMany(endpoint, messages.subspan(done), &taken)
+                                   : zekSendResult::failed;
+        if (result == zekSendResult::full) return done;
+        hostIpcStats().sent += taken;
+        done += std::max<size_t>(taken, 1);
+    }
+    return messages.size();
+}
+
 int hostSend(const void* message, size_t length) {
     int result = -1;
     if (held.empty() && !isDirty()) {

@@ -24,6 +24,7 @@ struct swpRecord {
     uint32_t app, peerApp, slot;
     // Where the messages go, as the last of them says: an answer must come from there.
     uint32_t peerCard = 0, peerPort = 0;
+    uint64_t waitedMs = 0;     // for answers while a download was enqueued
     uint64_t raisedUntil = 0;  // a 401 is on its way to the dispatcher; not raised again before
     swpQueue queue;
 };
@@ -69,6 +70,40 @@ swpRecord* find(zekSwpHandle handle) {
     return it != queues.end() ? &it->second : nullptr;
 }
 
+// The queue that an answer is for, or null. The low bits of a service tell the peer's queues apart;
+// it may answer from either.
+swpRecord* findAnswered(const ipcHdr& answer) {
+    for (auto& [handle, r] : queues)
+        if (r.queue.session == answer.session && r.peerCard == answer.target.card &&
+            (r.peerPort & ~3u) == (answer.target.svce & ~3u))
+            return &r;
+    return nullptr;
+}
+
+// An answer that came while the task was sending. What is wrong with one is left to be found out by
+// the repeats.
+void takeAnswer(const ipcHdr& answer) {
+    void* released;
+    if (zekSwpDequeue(&answer, &released) != SWP_OK || released == nullptr) return;
+    if (const swpRecord* r = findAnswered(answer)) r->queue.free(released);
+}
+
+// A long download would pile up in memory what its peer could have had by now, and memory that was
+// never touched costs more than the peer. So a sender with much in front of it takes the answers
+// that have come, and waits a little for a peer that is quick; a slow one gets the rest later.
+void pace(swpRecord* r) {
+    constexpr size_t plenty = 4, enough = 2;  // windows
+    constexpr uint64_t patienceMs = 50;       // of one download in all
+    swpQueue& q = r->queue;
+    if (q.backlog.size() <= q.window) r->waitedMs = 0;
+    if (q.backlog.size() < plenty * q.window) return;
+    for (bool answered = true; answered && q.backlog.size() > enough * q.window;) {
+        uint64_t start = hostNowMs();
+        answered = hostTakeAnswers(takeAnswer, r->waitedMs < patienceMs ? 2 : 0);
+        r->waitedMs += hostNowMs() - start;
+    }
+}
+
 uint64_t due(const swpRecord& r) {
     return std::max(swpQueueDeadline(r.queue), r.raisedUntil);
 }
@@ -87,6 +122,13 @@ void arm(bool rung) {
     when.it_value.tv_sec = static_cast<time_t>(wait / 1000);
     when.it_value.tv_nsec = wait != 0 ? static_cast<long>(wait % 1000 * 1000000) : 1;
     timerfd_settime(timer.fd, 0, &when, nullptr);
+}
+
+size_t sendToPeer(std::span<const swpMessage> messages) {
+    std::span<const uint8_t> bytes[SWP_SENT_AT_ONCE];
+    for (size_t i = 0; i < messages.size(); i++)
+        bytes[i] = std::span(messages[i].data, messages[i].length);
+    return hostSendMany(std::span(bytes, messages.size()));
 }
 
 zekSwpHandle create(uint32_t slot, uint32_t window, uint32_t repeats, uint32_t app,
@@ -109,7 +151,7 @@ zekSwpHandle create(uint32_t slot, uint32_t window, uint32_t repeats, uint32_t a
     if (repeats != 0) r.queue.repeatsMax = repeats;
     r.queue.free = free;
     r.queue.print = print;
-    r.queue.send = hostSendNow;
+    r.queue.send = sendToPeer;
     // Peers may remember the session of a queue that an earlier process had: start anywhere.
     do r.queue.session = arc4random();
     while (r.queue.session == 0);
@@ -188,6 +230,7 @@ int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
     r->peerCard = hdr->source.card;
     r->peerPort = hdr->source.svce;
     arm(false);
+    pace(r);
     return 0;
 }
 
@@ -229,16 +272,11 @@ int zekSwpDequeue(const void* message, void** released) {
     *released = nullptr;
     const auto* hdr = static_cast<const ipcHdr*>(message);
     if (hdr->mtype != MT_SWP_ACK || hdr->length != sizeof(ipcHdr)) return SWP_E_MESSAGE;
-    // The low bits of a service tell the peer's queues apart; it may answer from either.
-    for (auto& [handle, r] : queues) {
-        if (r.queue.session != hdr->session || r.peerCard != hdr->target.card ||
-            (r.peerPort & ~3u) != (hdr->target.svce & ~3u))
-            continue;
-        int error = swpQueueAnswer(&r.queue, hdr->session, hdr->swpSeq, hostNowMs(), released);
-        arm(false);
-        return error;
-    }
-    return SWP_E_QUEUE;
+    swpRecord* r = findAnswered(*hdr);
+    if (r == nullptr) return SWP_E_QUEUE;
+    int error = swpQueueAnswer(&r->queue, hdr->session, hdr->swpSeq, hostNowMs(), released);
+    arm(false);
+    return error;
 }
 
 const char* zekSwpGetErr(int code) {
@@ -253,10 +291,28 @@ int zekSwpCkSeqAndAck(const void* message, zekSwpSeq* seen, uint32_t ownQueue) {
 }
 
 int zekEndpointSwpAck(zekEndpoint* endpoint, const void* message, zekSwpSeq* seen) {
-    constexpr int patienceMs = 200;
+    zekSwpOwed owed{};
+    int verdict = zekEndpointSwpTake(endpoint, message, seen, &owed);
+    zekEndpointSwpAnswer(endpoint, &owed);
+    return verdict;
+}
+
+int zekEndpointSwpTake(zekEndpoint* endpoint, const void* message, zekSwpSeq* seen,
+                       zekSwpOwed* owed) {
     return check(message, seen, [=](const ipcHdr& answer) {
-        (void)zekEndpointSend(endpoint, &answer, sizeof(answer), patienceMs);
+        const ipcHdr& old = owed->answer;
+        bool same = owed->any && old.session == answer.session &&
+                    old.source.card == answer.source.card && old.source.svce == answer.source.svce;
+        if (same && static_cast<int32_t>(answer.swpSeq - old.swpSeq) < 0) return;
+        if (!same) zekEndpointSwpAnswer(endpoint, owed);
+        *owed = {true, answer};
     });
+}
+
+void zekEndpointSwpAnswer(zekEndpoint* endpoint, zekSwpOwed* owed) {
+    constexpr int patienceMs = 200;
+    if (owed->any) (void)zekEndpointSend(endpoint, &owed->answer, sizeof(ipcHdr), patienceMs);
+    owed->any = false;
 }
 
 size_t zekSwpStatistics(std::span<zekSwpStats> out) {

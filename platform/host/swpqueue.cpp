@@ -10,16 +10,19 @@ namespace {
 // anything else a sender that has started anew.
 constexpr uint32_t STALE_SESSIONS = 16;
 
-// Sends the message at a position of the backlog. False when the socket is full; a peer that is not
-// there is a lost message like any other.
-bool sendAt(swpQueue* queue, size_t at) {
-    const swpMessage& m = queue->backlog[at];
-    auto* hdr = wireView<ipcHdr>(std::span(m.data, m.length));
-    hdr->session = queue->session;
-    hdr->swpSeq = queue->firstSeq + static_cast<uint32_t>(at);
-    if (queue->send(m.data, m.length) == zekSendResult::full) return false;
-    if (at < queue->inFlight) queue->repeated++;
-    return true;
+// Sends messages of the backlog, as many as go at once: how many the socket has taken.
+size_t sendFrom(swpQueue* queue, size_t from, size_t end) {
+    swpMessage batch[SWP_SENT_AT_ONCE];
+    size_t count = std::min(end - from, SWP_SENT_AT_ONCE);
+    for (size_t i = 0; i < count; i++) {
+        batch[i] = queue->backlog[from + i];
+        auto* hdr = wireView<ipcHdr>(std::span(batch[i].data, batch[i].length));
+        hdr->session = queue->session;
+        hdr->swpSeq = queue->firstSeq + static_cast<uint32_t>(from + i);
+    }
+    size_t taken = queue->send(std::span(batch, count));
+    queue->repeated += std::min(from + taken, std::max(from, queue->inFlight)) - from;
+    return taken;
 }
 
 // Sends what the window allows. The time-out of a message runs from its turn, sent or not: a peer
@@ -31,11 +34,11 @@ void pump(swpQueue* queue, uint64_t nowMs) {
         return;
     }
     size_t end = std::min<size_t>(queue->window, queue->backlog.size());
-    for (; queue->cursor < end && queue->retryAt == SWP_NEVER;) {
-        if (sendAt(queue, queue->cursor))
-            queue->inFlight = std::max(queue->inFlight, ++queue->cursor);
-        else
-            queue->retryAt = nowMs + SWP_FULL_RETRY_MS;
+    while (queue->cursor < end && queue->retryAt == SWP_NEVER) {
+        size_t taken = sendFrom(queue, queue->cursor, end);
+        queue->cursor += taken;
+        queue->inFlight = std::max(queue->inFlight, queue->cursor);
+        if (taken == 0) queue->retryAt = nowMs + SWP_FULL_RETRY_MS;
     }
     if (queue->answerDue == SWP_NEVER) queue->answerDue = nowMs + SWP_TIMEOUT_MS;
 }
@@ -85,7 +88,7 @@ int swpQueueExpire(swpQueue* queue, uint64_t nowMs) {
             return SWP_E_DEAD;
         }
         if (queue->repeats == 1 && queue->print != nullptr) queue->print("no answer from the peer");
-        if (queue->cursor > 0) (void)sendAt(queue, 0);
+        if (queue->cursor > 0) (void)sendFrom(queue, 0, 1);
     }
     pump(queue, nowMs);
     return SWP_OK;

@@ -13,14 +13,15 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <span>
 
 #include "include/ipc.h"
 #include "platform/api/zekSwp.h"
-#include "platform/api/zekTransport.h"
 
 constexpr size_t SWP_BACKLOG_MAX = 65536;  // messages, the window's included
 constexpr uint64_t SWP_TIMEOUT_MS = 250;   // until the oldest unanswered message is repeated
 constexpr uint64_t SWP_FULL_RETRY_MS = 5;  // until a message that met a full socket is tried again
+constexpr size_t SWP_SENT_AT_ONCE = 16;    // messages that send() is given at most
 constexpr uint64_t SWP_NEVER = UINT64_MAX;
 
 enum swpError : int {
@@ -44,7 +45,9 @@ struct swpMessage {
 struct swpQueue {
     uint32_t window = 10;
     uint32_t repeatsMax = 40;  // time-outs in a row until the queue counts as dead
-    std::function<zekSendResult(const void* message, size_t length)> send;  // must not wait
+    // Sends the messages in their order and does not wait: how many the socket has taken. What a
+    // peer that is not there should have got counts as taken, and lost like any other message.
+    std::function<size_t(std::span<const swpMessage>)> send;
     zekSwpFree free = nullptr;
     zekSwpPrint print = nullptr;
 

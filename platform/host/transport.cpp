@@ -349,6 +349,36 @@ zekSendResult zekEndpointSend(zekEndpoint* endpoint, const void* message, size_t
     }
 }
 
+zekSendResult hostEndpointSendMany(zekEndpoint* endpoint,
+                                   std::span<const std::span<const uint8_t>> messages,
+                                   size_t* taken) {
+    constexpr size_t atOnce = 16;
+    iovec parts[atOnce];
+    mmsghdr batch[atOnce] = {};
+    const size_t count = std::min(messages.size(), atOnce);
+    const auto* hdr = wireView<ipcHdr>(messages.front());
+    bool fresh;
+    peerSocket* peer = count > 1 && hdr != nullptr
+                           ? peerOf(endpoint, hdr->source.card, hdr->source.svce, &fresh)
+                           : nullptr;
+    for (size_t i = 0; i < count; i++) {
+        parts[i] = {const_cast<uint8_t*>(messages[i].data()), messages[i].size()};
+        batch[i].msg_hdr.msg_iov = &parts[i];
+        batch[i].msg_hdr.msg_iovlen = 1;
+    }
+    int sent = peer != nullptr ? sendmmsg(peer->fd.fd, batch, static_cast<unsigned>(count),
+                                          MSG_DONTWAIT | MSG_NOSIGNAL)
+                               : 0;
+    if (sent > 0) {
+        *taken = static_cast<size_t>(sent);
+        return zekSendResult::sent;
+    }
+    // One alone goes the ordinary way, which also makes a socket that has lost its receiver anew.
+    auto result = zekEndpointSend(endpoint, messages.front().data(), messages.front().size(), 0);
+    *taken = result == zekSendResult::sent ? 1 : 0;
+    return result;
+}
+
 namespace {
 
 constexpr unsigned TAKEN_MAX = 16;  // messages that one call takes at most

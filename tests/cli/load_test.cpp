@@ -131,7 +131,7 @@ TEST(Load, AnEntryWithoutAnAnswerIsReportedAndTheOthersAreNot) {
         m.answer(message, ACL_E_NOLIST);  // twice: the second is a stray
     });
     testSession s(manager.dir, 3000);
-    EXPECT_EQ(s.load(entries(3)), 1);
+    EXPECT_EQ(s.load(entries(3)), EXIT_UNREACHABLE);
     EXPECT_EQ(s.reported(),
               "F:3:2: No answer from the manager within 3 s\n seq 2 permit any\n ^\n"
               "F: 1 of 4 lines refused\n");
@@ -212,12 +212,12 @@ TEST(Load, AMistypedIndentedEntryLeavesTheOthersAlone) {
 TEST(Load, WithoutAManagerTheLoadEndsAtOnceAndSaysSo) {
     fakeManager manager;  // never run
     testSession s(manager.dir);
-    EXPECT_EQ(s.load(entries(100)), 1);
+    EXPECT_EQ(s.load(entries(100)), EXIT_UNREACHABLE);
     EXPECT_EQ(count(s.reported(), "cannot be reached"), 1u) << s.reported();
     EXPECT_EQ(count(s.reported(), "nothing was loaded from line 2 on"), 1u) << s.reported();
 
     testSession nowhere("/nonexistent");
-    EXPECT_EQ(nowhere.load(entries(1)), 1);
+    EXPECT_EQ(nowhere.load(entries(1)), EXIT_UNREACHABLE);
     EXPECT_NE(nowhere.reported(), "");
 }
 
@@ -225,7 +225,8 @@ TEST(Load, AManagerThatNeverTakesAnythingIsNoHang) {
     fakeManager manager;
     manager.open();  // its queue fills, nobody reads
     testSession s(manager.dir, 100);
-    EXPECT_EQ(s.load("ip access-list standard A\n permit any\nip access-list standard B\n"), 1);
+    EXPECT_EQ(s.load("ip access-list standard A\n permit any\nip access-list standard B\n"),
+              EXIT_UNREACHABLE);
     EXPECT_EQ(count(s.reported(), "No answer from the manager within 0.1 s"), 2u) << s.reported();
     EXPECT_EQ(count(s.reported(), "Not sent"), 1u);
 }

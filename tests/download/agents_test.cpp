@@ -176,6 +176,53 @@ TEST_F(Agents, AMacAgentGetsItsQueue) {
     EXPECT_TRUE(deliverAll(ask).empty());
 }
 
+// A task that registers gets its queue and the answer, and the same again; its address is known
+// then.
+TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
+    constexpr uint32_t address = 0x7F010055;
+    for (auto key : {std::pair{18u, 0u}, {33u, 0u}, {87u, 0u}, {87u, 1u}, {87u, 2u}})
+        testHost.addresses[key] = address;
+    struct {
+        uint32_t type, service, app, instance;
+        zekSwpHandle* handle;
+        uint32_t* card;
+    } const rows[] = {
+        {14405, 2305, 18, 0, &aclNode->aclSNMPqHandle, &aclNode->snmptargetcard},
+        {14406, 11137, 87, 0, &aclNode->aclIPMqHandle[0], &aclNode->ipmtargetcard[0]},
+        {14406, 11137 + 4, 87, 1, &aclNode->aclIPMqHandle[1], &aclNode->ipmtargetcard[1]},
+        {14406, 11137 + 8, 87, 2, &aclNode->aclIPMqHandle[2], &aclNode->ipmtargetcard[2]},
+        {14407, 4225, 33, 0, &aclNode->aclSYSADMTSKqHandle, &aclNode->sysadmtsktargetcard},
+        {14552, 21249, 166, 0, &aclNode->acl2qHandle, nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.service);
+        bytes ask = message(row.type);
+        put32(ask, 44, row.service);
+        const std::string queue =
+            "swpqueue " + std::to_string(row.app) + " slot " + std::to_string(row.instance);
+        const std::string answer =
+            "send " + std::to_string(row.type) + " to " + std::to_string(row.service);
+        testFail(TEST_QUEUE, 1, 1);
+        texts refused = deliverAll(ask);
+        ASSERT_EQ(refused.size(), 2u);
+        EXPECT_EQ(refused[0], queue + " failed");
+        EXPECT_TRUE(refused[1].starts_with("syserr 0x50001 Unable to create SWP queue for "));
+        if (row.card != nullptr) {
+            EXPECT_EQ(*row.card, ADDRESS_UNKNOWN);
+        }
+        texts made = deliverAll(ask);
+        EXPECT_EQ(made, (texts{queue + " is " + handle(*row.handle), answer}));
+        EXPECT_EQ(deliverAll(ask), texts{answer});
+        if (row.card != nullptr) {
+            EXPECT_EQ(*row.card, address);
+        }
+    }
+    EXPECT_EQ(aclNode->acl2Registered, 1u);
+    bytes noInstance = message(14406);
+    put32(noInstance, 44, 11137 + 12);
+    EXPECT_TRUE(deliverAll(noInstance).empty());
+}
+
 TEST_F(Agents, ACardThatGoesDownIsForgottenAndMayRegisterAgain) {
     aclNode->ramDataSync = 1;
     (void)deliverAll(registration(5, CARD_5));

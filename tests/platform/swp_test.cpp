@@ -52,12 +52,10 @@ struct network {
         queue.session = 100;
         queue.free = freeBlock;
         queue.print = print;
-        queue.send = [this](const void* m, size_t length) {
-            if (full) return zekSendResult::full;
-            if (!up) return zekSendResult::nobody;
-            auto* b = static_cast<const uint8_t*>(m);
-            data.emplace_back(b, b + length);
-            return zekSendResult::sent;
+        queue.send = [this](std::span<const swpMessage> messages) {
+            for (const swpMessage& m : messages)
+                if (!full && up) data.emplace_back(m.data, m.data + m.length);
+            return full ? 0 : messages.size();
         };
     }
     ~network() { swpQueueFlush(&queue); }

@@ -179,7 +179,7 @@ bool chassisFixture::startNeighbours() {
     return neighbours.start({program("chassisd"), "--rundir", dir}, dir + "/chassisd.stderr");
 }
 bool chassisFixture::startAgent(int slot) {
-    std::vector<std::string> argv{program("aclagent"), "--rundir", dir};
+    std::vector<std::string> argv{program("aclagent"), "--rundir", dir, "--register-every", "0.2"};
     if (slot == AGENT_CP)
         argv.push_back("--cp");
     else

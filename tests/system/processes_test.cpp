@@ -71,14 +71,14 @@ TEST(Processes, ATermSignalEndsTheManagerAndLosesNothing) {
 TEST(Processes, AShellWithoutAManagerSaysSo) {
     chassisFixture chassis;
     commandResult result = chassis.shell({"--timeout", "1", "-c", "show ip access-lists"});
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.status, 2);
     EXPECT_FALSE(result.err.empty());
     // A manager that is there but stands still.
     ASSERT_TRUE(chassis.startManager());
     kill(chassis.manager.pid, SIGSTOP);
     result = chassis.shell({"--timeout", "1", "-c", "show ip access-lists"});
     kill(chassis.manager.pid, SIGCONT);
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("No answer"), std::string::npos) << result.err;
 }
 
