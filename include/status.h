@@ -102,7 +102,7 @@ inline constexpr aclStatusRow aclStatusTable[] = {
      "The regular expression is not valid, or is too long or too large"},
     {ACL_E_ASPATH_NOENTRY, "ACL_E_ASPATH_NOENTRY", "No such entry in the AS-path list"},
     {ACL_E_COMM_NOLIST, "ACL_E_COMM_NOLIST", "No such community list"},
-    {ACL_E_COMM_EXISTS, "ACL_E_COMM_EXISTS", "The entry already exists in the community list"},
+    {ACL_E_COMM_EXISTS, "ACL_E_COMM_EXISTS", "The entry already exists in the list of communities"},
     {ACL_E_COMM_MEMORY, "ACL_E_COMM_MEMORY", "No memory for the entry or for the text to show"},
     {ACL_E_COMM_NOENTRY, "ACL_E_COMM_NOENTRY", "No such entry in the community list"},
     {ACL_E_IS_STANDARD, "ACL_E_IS_STANDARD", "The list exists as a standard access list"},

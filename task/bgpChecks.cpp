@@ -93,25 +93,19 @@ std::string testCommunity(std::string_view args) {
                     });
 }
 
-constexpr char EXTCOMMUNITY_USAGE[] = "NAME [rt|soo AS:NUMBER|ADDRESS:NUMBER...]...";
+constexpr char EXTCOMMUNITY_USAGE[] =
+    "NAME [rt|soo [as4] AS:NUMBER|ADDRESS:NUMBER [non-trans]...]...";
 
 std::string testExtCommunity(std::string_view args) {
     auto words = splitWords(args);
     if (words.empty()) return errorJson(std::string("usage: ") + EXTCOMMUNITY_USAGE);
-    std::vector<extCommValue> communities;
-    extCommSelector selector = EXTCOMM_RT;
-    for (size_t i = 1; i < words.size(); i++) {
-        if (words[i] == "rt" || words[i] == "soo") {
-            selector = words[i] == "rt" ? EXTCOMM_RT : EXTCOMM_SOO;
-            continue;
-        }
-        auto community = parseExtCommunity(words[i], selector);
-        if (!community) return errorJson("not an extended community: " + std::string(words[i]));
-        communities.push_back(*community);
-    }
+    extCommWords communities;
+    for (size_t i = 1; i < words.size(); i++)
+        if (!takeExtCommunity(&communities, words[i]))
+            return errorJson("not an extended community: " + std::string(words[i]));
     return testList(bgpExtCommListFind, ACL_E_EXTCOMM_NOLIST, words[0],
                     [&](const bgpList* list, const bgpEntry** decided) {
-                        return extCommListCheck(list, communities, decided);
+                        return extCommListCheck(list, communities.values, decided);
                     });
 }
 

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "platform/policylib/zekBgp.h"
 #include "task/debugWords.h"
@@ -30,9 +31,10 @@ inline std::optional<uint32_t> parseCommunity(std::string_view word) {
     return *high << 16 | *low;
 }
 
-// AS:NUMBER or ADDRESS:NUMBER as a route target or site of origin; the type follows from the front.
+// AS:NUMBER or ADDRESS:NUMBER as a route target or site of origin; the type follows from the front,
+// unless the AS is said to have four octets.
 inline std::optional<extCommValue> parseExtCommunity(std::string_view word,
-                                                     extCommSelector selector) {
+                                                     extCommSelector selector, bool as4) {
     auto [front, back] = splitPair(word);
     uint8_t type = 0;
     std::optional<uint32_t> high = parseDotted(front), low;
@@ -41,7 +43,7 @@ inline std::optional<extCommValue> parseExtCommunity(std::string_view word,
         low = parseNumber(back, 0xFFFF);
     } else {
         high = parseNumber(front, 0xFFFFFFFF);
-        if (high && *high > 0xFFFF) type = 2;
+        if (as4 || (high && *high > 0xFFFF)) type = 2;
         low = parseNumber(back, type == 0 ? 0xFFFFFFFF : 0xFFFF);
     }
     if (!high || !low) return {};
@@ -49,4 +51,29 @@ inline std::optional<extCommValue> parseExtCommunity(std::string_view word,
     extCommValue out{{type, static_cast<uint8_t>(selector)}};
     for (size_t i = 0; i < 6; i++) out.b[2 + i] = static_cast<uint8_t>(value >> (40 - 8 * i));
     return out;
+}
+
+// Extended communities as lists state them, word by word: "rt", "soo" and "as4" are about what
+// follows, "non-trans" is about the value before it.
+struct extCommWords {
+    extCommSelector selector = EXTCOMM_RT;
+    bool as4 = false;
+    std::vector<extCommValue> values;
+};
+// False when the word is none of these.
+inline bool takeExtCommunity(extCommWords* taken, std::string_view word) {
+    constexpr uint8_t NON_TRANSITIVE = 0x40;
+    if (word == "rt" || word == "soo") {
+        taken->selector = word == "rt" ? EXTCOMM_RT : EXTCOMM_SOO;
+    } else if (word == "as4") {
+        taken->as4 = true;
+    } else if (word == "non-trans" && !taken->values.empty()) {
+        taken->values.back().b[0] |= NON_TRANSITIVE;
+    } else {
+        auto value = parseExtCommunity(word, taken->selector, taken->as4);
+        if (!value) return false;
+        taken->values.push_back(*value);
+        taken->as4 = false;
+    }
+    return true;
 }

@@ -39,6 +39,9 @@ std::string showSystem(std::string_view) {
     for (const countRow& row : {countRow{"ip-access-lists", aclNode->acl_tree},
                                 countRow{"system-lists", aclNode->aclSys_tree},
                                 countRow{"trace-lists", aclNode->dos_tree},
+                                countRow{"as-path-lists", aspathAclNode->asTree},
+                                countRow{"community-lists", aspathAclNode->commTree},
+                                countRow{"extcommunity-lists", aspathAclNode->extCommTree},
                                 countRow{"interfaces", aclNode->acl_intf_tree}})
         lists.number(row.name, zekRadixCount(row.tree));
 

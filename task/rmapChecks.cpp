@@ -123,16 +123,11 @@ bool parseAttribute(const words& given, size_t* at, rmapRoute* route) {
         return true;
     }
     if (keyword == "extcommunity") {
-        extCommSelector selector = EXTCOMM_RT;
-        for (; more(); ++*at) {
-            if (given[*at] == "rt" || given[*at] == "soo") {
-                selector = given[*at] == "rt" ? EXTCOMM_RT : EXTCOMM_SOO;
-                continue;
-            }
-            auto community = parseExtCommunity(given[*at], selector);
-            if (!community) return false;
-            route->extCommunities.push_back(*community);
-        }
+        extCommWords communities;
+        for (; more(); ++*at)
+            if (!takeExtCommunity(&communities, given[*at])) return false;
+        route->extCommunities.insert(route->extCommunities.end(), communities.values.begin(),
+                                     communities.values.end());
         return true;
     }
     const std::string_view value = given[(*at)++];

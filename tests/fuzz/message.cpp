@@ -52,6 +52,15 @@ void forgetLists() {
         list = ipDosListFindFirst();
         if (list != nullptr) (void)ipDosListDelete(list->name);
     }
+    auto forgetAll = [](auto first, auto remove) {
+        while (bgpList* list = first()) {
+            clientsFree(list);
+            (void)remove(listNameMake(list->name));
+        }
+    };
+    forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
+    forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
+    forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);
     testTake();
 }
 

@@ -117,6 +117,8 @@ TEST_F(BgpRequests, TheDebugShellSaysWhatDecides) {
         {"testCommunity", "A 70000:1", R"({"error":"not a community: 70000:1"})"},
         {"testExtCommunity", "A 192.0.2.1:9 rt 1:5",
          R"({"verdict":"permit","entry":" permit rt 1:5 "})"},
+        {"testExtCommunity", "A rt as4 1:5", R"({"verdict":"deny","entry":null})"},
+        {"testExtCommunity", "A rt 1:5 non-trans", R"({"verdict":"deny","entry":null})"},
         {"testExtCommunity", "A soo 1:5", R"({"verdict":"deny","entry":null})"},
         {"testExtCommunity", "A rt 70000:65536",
          R"({"error":"not an extended community: 70000:65536"})"},
