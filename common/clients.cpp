@@ -1,6 +1,7 @@
 #include "common/clients.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include "platform/api/zekMem.h"
@@ -52,6 +53,7 @@ policyClient* linkNew(policyList* list, uint32_t kind) {
     if (client == nullptr) return nullptr;
     client->kind = kind;
     client->next = list->clients;
+    if (client->next != nullptr) client->next->prev = client;
     list->clients = client;
     return client;
 }
@@ -65,10 +67,29 @@ void clientFree(policyClient* client) {
 }
 
 void unlink(policyList* list, policyClient* client) {
-    policyClient** link = &list->clients;
-    while (*link != client) link = &(*link)->next;
-    *link = client->next;
+    (client->prev != nullptr ? client->prev->next : list->clients) = client->next;
+    if (client->next != nullptr) client->next->prev = client->prev;
     clientFree(client);
+}
+
+// Thousands of route maps may name one list: they are found through a tree.
+policyClient* linkNewRmap(policyList* list, const listName& rmapName) {
+    if (list->rmapClients == nullptr)
+        list->rmapClients = zekRadixCreate("rmapClients", LIST_NAME_KEY_BITS);
+    if (list->rmapClients == nullptr) return nullptr;
+    policyClient* client = linkNew(list, CLIENT_ROUTE_MAP);
+    if (client == nullptr) return nullptr;
+    client->rmapName = rmapName;
+    if (zekRadixInsert(list->rmapClients, &client->byMap, client->rmapName.text,
+                       LIST_NAME_KEY_BITS) == 0)
+        return client;
+    unlink(list, client);
+    return nullptr;
+}
+void dropEmptyTree(policyList* list) {
+    if (list->rmapClients == nullptr || zekRadixCount(list->rmapClients) != 0) return;
+    zekRadixDestroy(list->rmapClients);
+    list->rmapClients = nullptr;
 }
 
 void dropIfUnused(const clientStore& store, policyList* list, uint32_t family) {
@@ -91,10 +112,13 @@ policyClient* clientFindTask(const policyList* list, uint32_t application, uint3
 }
 
 policyClient* clientFindRmap(const policyList* list, const listName& rmapName) {
-    policyClient* client = list->clients;
-    while (client != nullptr && (client->kind != CLIENT_ROUTE_MAP || client->rmapName != rmapName))
-        client = client->next;
-    return client;
+    zekRadixNode* node =
+        list->rmapClients != nullptr
+            ? zekRadixGetExact(list->rmapClients, rmapName.text, LIST_NAME_KEY_BITS)
+            : nullptr;
+    if (node == nullptr) return nullptr;
+    return reinterpret_cast<policyClient*>(reinterpret_cast<char*>(node) -
+                                           offsetof(policyClient, byMap));
 }
 
 clientResult clientRegisterTask(const clientStore& store, const listName& name, uint32_t family,
@@ -143,9 +167,11 @@ clientResult clientRegisterRmap(const clientStore& store, const listName& name, 
     if (*list == nullptr) return clientResult::noList;
     policyClient* client = clientFindRmap(*list, rmapName);
     if (client == nullptr) {
-        client = linkNew(*list, CLIENT_ROUTE_MAP);
-        if (client == nullptr) return clientResult::noMemory;
-        client->rmapName = rmapName;
+        client = linkNewRmap(*list, rmapName);
+        if (client == nullptr) {
+            dropEmptyTree(*list);
+            return clientResult::noMemory;
+        }
     }
     client->references++;
     return clientResult::done;
@@ -158,13 +184,17 @@ clientResult clientUnregisterRmap(const clientStore& store, const listName& name
     policyClient* client = clientFindRmap(list, rmapName);
     if (client == nullptr) return clientResult::notRegistered;
     if (--client->references == 0) {
+        zekRadixRemove(list->rmapClients, &client->byMap);
         unlink(list, client);
+        dropEmptyTree(list);
         dropIfUnused(store, list, family);
     }
     return clientResult::done;
 }
 
 void clientsFree(policyList* list) {
+    zekRadixDestroy(list->rmapClients);
+    list->rmapClients = nullptr;
     while (policyClient* client = list->clients) {
         list->clients = client->next;
         clientFree(client);

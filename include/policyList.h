@@ -7,6 +7,7 @@
 
 struct policyClient {
     policyClient* next;
+    policyClient* prev;
     uint32_t kind;    // clientKind
     clientTask task;  // tasks only; task.pairs == pairHead
     clientPair* pairHead;
@@ -14,12 +15,14 @@ struct policyClient {
     uint32_t value;       // a task's callback word
     listName rmapName;    // route maps only
     uint32_t references;  // route maps only: how many clauses name the list
+    zekRadixNode byMap;   // route maps only: in the list's rmapClients under rmapName
 };
 
 struct policyList {
     zekRadixNode link;  // name tree; the key is `name`
     listName name;
     policyClient* clients;  // newest first
+    zekRadix* rmapClients;  // those that are route maps; null while there is none
     uint32_t lastEntryId;   // counts the entries ever added
     uint32_t placeholder;   // 1: exists only because clients refer to it
 };
