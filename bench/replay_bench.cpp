@@ -82,8 +82,7 @@ double refReplay() {
     return benchMedian(values);
 }
 
-// --- a card's agent that only receives
-// --------------------------------------------------------------
+// --- a card's agent that only receives ----------------------------------------------------------
 
 std::string chassisJson(uint32_t vlans) {
     std::string text =

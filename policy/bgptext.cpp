@@ -121,8 +121,7 @@ const bgpList* afterCursor(bgpListKind kind, const listName& cursor) {
 
 }  // namespace
 
-// --- configuration
-// -----------------------------------------------------------------------------------
+// --- configuration ------------------------------------------------------------------------------
 
 std::string bgpEntryLine(bgpListKind kind, const bgpEntry* entry) {
     return entryTexts[kind](entry, false);
@@ -145,8 +144,7 @@ void bgpEntryToCfg(bgpListKind kind, const bgpEntry* entry, uint32_t remove, con
                   remove != 0, false);
 }
 
-// --- shows
-// -------------------------------------------------------------------------------------------
+// --- shows --------------------------------------------------------------------------------------
 
 uint32_t aclShowASPathListConfig(const bgpList* list, uint32_t* resume, void** buffer,
                                  uint32_t* size) {

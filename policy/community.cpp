@@ -37,8 +37,7 @@ bool extCommBodyOf(const extCommEntryBlock& request, extCommRule* body) {
 
 }  // namespace
 
-// --- community lists
-// -------------------------------------------------------------------------------
+// --- community lists ----------------------------------------------------------------------------
 
 bgpList* bgpCommListFindFirst() {
     return bgpListFirst(BGP_COMM);
@@ -97,8 +96,7 @@ void comm_ent_sent_to_cfg(const commEntry* entry, uint32_t remove, const listNam
     bgpEntryToCfg(BGP_COMM, entry, remove, name);
 }
 
-// --- extended-community lists
-// ------------------------------------------------------------------------
+// --- extended-community lists -------------------------------------------------------------------
 
 bgpList* bgpExtCommListFindFirst() {
     return bgpListFirst(BGP_EXTCOMM);

@@ -13,8 +13,7 @@
 #include "include/status.h"
 #include "platform/policylib/zekBgp.h"
 
-// --- AS-path lists
-// ---------------------------------------------------------------------------------
+// --- AS-path lists ------------------------------------------------------------------------------
 
 bgpList* bgpASPAccessListFindFirst();
 bgpList* bgpASPAccessListFindNext(const listName& name);
@@ -40,8 +39,7 @@ uint32_t bgpAddASPAccessEntry(const listName& name, uint32_t action, const aspat
 uint32_t bgpDelASPAccessEntry(const listName& name, uint32_t action, const aspathRule& rule,
                               uint32_t writeConfig);
 
-// --- community lists
-// -------------------------------------------------------------------------------
+// --- community lists ----------------------------------------------------------------------------
 
 bgpList* bgpCommListFindFirst();
 bgpList* bgpCommListFindNext(const listName& name);
@@ -57,8 +55,7 @@ uint32_t bgpDelCommAccessEntry(const listName& name, const commEntryBlock& block
 int bgpAccessCommListDelCheckForSubSet(const commEntry& entry, const void* attribute,
                                        uint32_t length);
 
-// --- extended-community lists
-// ------------------------------------------------------------------------
+// --- extended-community lists -------------------------------------------------------------------
 
 bgpList* bgpExtCommListFindFirst();
 bgpList* bgpExtCommListFindNext(const listName& name);
@@ -70,8 +67,7 @@ uint32_t bgpAddExtCommListEntry(const listName& name, const extCommEntryBlock& b
 uint32_t bgpDelExtCommListEntry(const listName& name, const extCommEntryBlock& block);
 std::string aclExtCommToStr(const extCommValue& value);
 
-// --- clients
-// -----------------------------------------------------------------------------------------
+// --- clients ------------------------------------------------------------------------------------
 
 // kind 1: AS-path, 2: communities of both sorts. 0, or -1 when a send failed.
 int aspTrigger(const bgpList* list, uint32_t kind);
@@ -84,8 +80,7 @@ int commAddTaskClient(uint32_t application, uint32_t instance, const listName& n
                       uint32_t value);
 int commDelTaskClient(uint32_t application, uint32_t instance, const listName& name);
 
-// --- configuration lines
-// -----------------------------------------------------------------------------
+// --- configuration lines ------------------------------------------------------------------------
 
 void asp_sent_to_cfg(const bgpList* list, uint32_t remove);
 void asp_ent_sent_to_cfg(const aspathEntry* entry, uint32_t remove, const listName& name);
@@ -96,8 +91,7 @@ void ext_comm_ent_sent_to_cfg(const extCommEntry* entry, uint32_t remove, const 
 // An entry's configuration line, however long it is.
 std::string bgpEntryLine(bgpListKind kind, const bgpEntry* entry);
 
-// --- shows
-// -------------------------------------------------------------------------------------------
+// --- shows --------------------------------------------------------------------------------------
 //
 // *buffer is the reply, from the platform's allocator, the caller's to free; null on any status but
 // ACL_OK. Names: the list, or for a walk over all the cursor: empty, or the list shown last.

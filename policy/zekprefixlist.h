@@ -67,8 +67,7 @@ uint32_t prefixShowIpListAll(const listName& cursor, void** buffer, uint32_t* si
 uint32_t prefixClearIpList(const listName& name, uint32_t af);
 uint32_t prefixClearIpListAll(uint32_t af);
 
-// --- configuration lines (prefixcfg.cpp)
-// -----------------------------------------------------------
+// --- configuration lines (prefixcfg.cpp) --------------------------------------------------------
 
 void prefix_sent_to_cfg(const prefixList* list, uint32_t remove, uint32_t af);
 void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t af,

@@ -219,7 +219,9 @@ std::string clauseText(const rmapStep& step) {
         default:
             add(nullptr, nullptr);
     }
-    while (!text.empty() && text.back() == ' ') text.pop_back();
+    // Lines have blanks of their own at the ends of names and values.
+    for (size_t two; (two = text.find("  ")) != text.npos;) text.erase(two, 1);
+    if (!text.empty() && text.back() == ' ') text.pop_back();
     return text;
 }
 

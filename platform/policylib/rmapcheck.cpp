@@ -41,106 +41,109 @@ constexpr uint32_t ROUTE_TYPE_EXTERNAL = 2, ROUTE_TYPE_EXTERNAL_1 = 3, ROUTE_TYP
 
 // --- match clauses about lists -------------------------------------------------------------------
 
-using listTest = bool (*)(const rmapNameValue& name, const rmapRoute& route);
+// A question that only wants to know counts no hits.
+struct asked {
+    const rmapRoute& route;
+    bool counts;
+};
+using listTest = bool (*)(const rmapNameValue& name, const asked& by);
 
-bool aclPermits(const aclList* list, uint32_t source, uint32_t destination) {
-    ipPacket packet{};
-    packet.src = source;
-    packet.dst = destination;
-    return ipFilterCheck(list, packet, nullptr) == FILTER_PERMIT;
-}
 uint32_t firstWord(const uint8_t* bytes) {
     return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
 }
-// Access lists that no store registers the map with are found when they are needed.
-const aclList* namedAcl(const rmapNameValue& name) {
-    if (name.list != nullptr) return static_cast<const aclList*>(name.list);
-    return ipAccessListFind(name.name);
+bool isV4(const asked& by) {
+    return by.route.prefix.family == AF_IPV4;
 }
+
+// Access lists that no store registers the map with are found when they are needed.
+bool aclPermits(const rmapNameValue& name, const asked& by, uint32_t source, uint32_t destination) {
+    if (!isV4(by)) return false;
+    const auto* list =
+        name.list != nullptr ? static_cast<const aclList*>(name.list) : ipAccessListFind(name.name);
+    ipPacket packet{};
+    packet.src = source;
+    packet.dst = destination;
+    if (by.counts) return ipFilterCheck(list, packet, nullptr) == FILTER_PERMIT;
+    const aclEntry* entry = list != nullptr ? ipFilterFind(list, packet) : nullptr;
+    return entry != nullptr && entry->block.action != IP_DENY;
+}
+bool hostByAcl(const rmapNameValue& name, const asked& by, uint32_t host) {
+    return aclPermits(name, by, host, 0xFFFFFFFF);
+}
+bool addressByAcl(const rmapNameValue& name, const asked& by) {
+    return aclPermits(name, by, firstWord(by.route.prefix.address),
+                      firstWord(by.route.prefix.mask));
+}
+
 // The policy records begin with their common front, which is what a store leaves in the value.
 template <class List>
 const List* listOf(const rmapNameValue& name) {
     return static_cast<const List*>(static_cast<const policyList*>(name.list));
 }
 
-bool prefixPermits(const rmapNameValue& name, const ipPrefix& prefix) {
-    return prefixFilterCheck(listOf<prefixList>(name), prefix) == 0;
+bool prefixPermits(const rmapNameValue& name, const asked& by, const ipPrefix& prefix) {
+    const auto* list = listOf<prefixList>(name);
+    if (by.counts) return prefixFilterCheck(list, prefix) == 0;
+    const prefixEntry* entry = list != nullptr ? prefixFilterFind(list, prefix) : nullptr;
+    return entry != nullptr && entry->record->action != PREFIX_DENY;
 }
-ipPrefix hostPrefix(uint32_t address) {
-    const uint8_t bytes[4] = {static_cast<uint8_t>(address >> 24),
-                              static_cast<uint8_t>(address >> 16),
-                              static_cast<uint8_t>(address >> 8), static_cast<uint8_t>(address)};
-    return ipPrefixMake(AF_IPV4, bytes, 32);
+bool hostByPrefix(const rmapNameValue& name, const asked& by, uint32_t host) {
+    if (!isV4(by)) return false;
+    be32 bytes;
+    bytes = host;
+    return prefixPermits(name, by,
+                         ipPrefixMake(AF_IPV4, reinterpret_cast<const uint8_t*>(&bytes), 32));
 }
-ipPrefix hostPrefix(const uint8_t (&address)[16]) {
-    return ipPrefixMake(AF_IPV6, address, 128);
+bool hostByPrefix(const rmapNameValue& name, const asked& by, const uint8_t (&host)[16]) {
+    return !isV4(by) && prefixPermits(name, by, ipPrefixMake(AF_IPV6, host, 128));
 }
-
-bool isV4(const rmapRoute& route) {
-    return route.prefix.family == AF_IPV4;
+bool addressByPrefix(const rmapNameValue& name, const asked& by) {
+    return prefixPermits(name, by, by.route.prefix);
 }
-bool addressByAcl(const rmapNameValue& name, const rmapRoute& route) {
-    return isV4(route) && aclPermits(namedAcl(name), firstWord(route.prefix.address),
-                                     firstWord(route.prefix.mask));
+bool pathPermits(const rmapNameValue& name, const asked& by) {
+    return aspathListCheck(listOf<bgpList>(name), by.route.asPath, nullptr) == BGP_VERDICT_PERMIT;
 }
-bool addressByPrefix(const rmapNameValue& name, const rmapRoute& route) {
-    return prefixPermits(name, route.prefix);
-}
-bool commPermits(const rmapNameValue& name, const rmapRoute& route, bool exact) {
-    return commListCheck(listOf<bgpList>(name), route.communities, exact, nullptr) ==
+template <bool Exact>
+bool commPermits(const rmapNameValue& name, const asked& by) {
+    return commListCheck(listOf<bgpList>(name), by.route.communities, Exact, nullptr) ==
            BGP_VERDICT_PERMIT;
+}
+bool extCommPermits(const rmapNameValue& name, const asked& by) {
+    return extCommListCheck(listOf<bgpList>(name), by.route.extCommunities, nullptr) ==
+           BGP_VERDICT_PERMIT;
+}
+template <auto Host>
+bool hostAcl(const rmapNameValue& name, const asked& by) {
+    return hostByAcl(name, by, by.route.*Host);
+}
+template <auto Host>
+bool hostPrefix(const rmapNameValue& name, const asked& by) {
+    return hostByPrefix(name, by, by.route.*Host);
 }
 
 struct listRow {
     uint32_t code;
     listTest test;
 };
+// IPv6 access lists have no store: their clauses hold for no route.
 constexpr listRow listRows[] = {
-    {RTMAP_MATCH_ASP,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return aspathListCheck(listOf<bgpList>(n), r.asPath, nullptr) == BGP_VERDICT_PERMIT;
-     }},
+    {RTMAP_MATCH_ASP, pathPermits},
     {RTMAP_MATCH_ACC, addressByAcl},
-    {RTMAP_MATCH_NHOP,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return isV4(r) && aclPermits(namedAcl(n), r.nextHop, 0xFFFFFFFF);
-     }},
-    {RTMAP_MATCH_COMM,
-     [](const rmapNameValue& n, const rmapRoute& r) { return commPermits(n, r, false); }},
-    {RTMAP_MATCH_COMM_EXACT,
-     [](const rmapNameValue& n, const rmapRoute& r) { return commPermits(n, r, true); }},
+    {RTMAP_MATCH_NHOP, hostAcl<&rmapRoute::nextHop>},
+    {RTMAP_MATCH_COMM, commPermits<false>},
+    {RTMAP_MATCH_COMM_EXACT, commPermits<true>},
     {RTMAP_MATCH_IPADD_ACL, addressByAcl},
-    {RTMAP_MATCH_SRC,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return isV4(r) && aclPermits(namedAcl(n), r.source, 0xFFFFFFFF);
-     }},
+    {RTMAP_MATCH_SRC, hostAcl<&rmapRoute::source>},
     {RTMAP_MATCH_IPADD_PREFIX, addressByPrefix},
     {RTMAP_MATCH_IPV6ADD_PREFIX, addressByPrefix},
-    {RTMAP_MATCH_NHOP_PREFIX,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return isV4(r) && prefixPermits(n, hostPrefix(r.nextHop));
-     }},
-    {RTMAP_MATCH_SRC_PREFIX,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return isV4(r) && prefixPermits(n, hostPrefix(r.source));
-     }},
-    {RTMAP_MATCH_V6_NHOP_PREFIX,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return !isV4(r) && prefixPermits(n, hostPrefix(r.nextHop6));
-     }},
-    {RTMAP_MATCH_V6_SRC_PREFIX,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return !isV4(r) && prefixPermits(n, hostPrefix(r.source6));
-     }},
-    {RTMAP_MATCH_EXT_COMM,
-     [](const rmapNameValue& n, const rmapRoute& r) {
-         return extCommListCheck(listOf<bgpList>(n), r.extCommunities, nullptr) ==
-                BGP_VERDICT_PERMIT;
-     }},
+    {RTMAP_MATCH_NHOP_PREFIX, hostPrefix<&rmapRoute::nextHop>},
+    {RTMAP_MATCH_SRC_PREFIX, hostPrefix<&rmapRoute::source>},
+    {RTMAP_MATCH_V6_NHOP_PREFIX, hostPrefix<&rmapRoute::nextHop6>},
+    {RTMAP_MATCH_V6_SRC_PREFIX, hostPrefix<&rmapRoute::source6>},
+    {RTMAP_MATCH_EXT_COMM, extCommPermits},
 };
 
-// --- set clauses
-// -----------------------------------------------------------------------------------
+// --- set clauses --------------------------------------------------------------------------------
 
 uint32_t moved(uint32_t metric, const rmapNumberValue& by) {
     switch (by.subValue) {
@@ -272,8 +275,7 @@ const Row* rowOf(const Row (&rows)[N], uint32_t code) {
 
 }  // namespace
 
-// --- the program
-// -----------------------------------------------------------------------------------
+// --- the program --------------------------------------------------------------------------------
 
 namespace {
 
@@ -373,14 +375,13 @@ bool numbersHold(const rmapProgram& program, const matchTest& test, const routeN
     return std::find(first, first + test.count, value) != first + test.count;
 }
 
-const rmapNameValue* listThatHolds(const matchTest& test, const rmapRoute& route) {
+const rmapNameValue* listThatHolds(const matchTest& test, const asked& by) {
     const rmapNameValue* name = test.entry->names;
-    while (name != nullptr && !test.lists(*name, route)) name = name->next;
+    while (name != nullptr && !test.lists(*name, by)) name = name->next;
     return name;
 }
 
-// --- the evaluation
-// --------------------------------------------------------------------------------
+// --- the evaluation -----------------------------------------------------------------------------
 
 struct tracer {
     std::vector<rmapStep>* steps;  // null: nobody asks
@@ -408,14 +409,14 @@ const rmapNumberValue* numberThatHolds(const matchTest& test, const routeNumbers
     return value;
 }
 
-bool instanceHolds(const rmapProgram& program, const programInstance& instance,
-                   const rmapRoute& route, const routeNumbers& numbers, tracer* trace) {
+bool instanceHolds(const rmapProgram& program, const programInstance& instance, const asked& by,
+                   const routeNumbers& numbers, tracer* trace) {
     const matchTest* test = program.tests.data() + instance.firstTest;
     for (uint32_t i = 0; i < instance.tests; i++, test++) {
         bool holds;
         const rmapNameValue* name = nullptr;
         if (test->lists != nullptr) {
-            name = listThatHolds(*test, route);
+            name = listThatHolds(*test, by);
             holds = name != nullptr;
         } else {
             holds = numbersHold(program, *test, numbers);
@@ -460,17 +461,18 @@ int check(const rmapList& map, const rmapRoute& route, rmapRoute* out, tracer tr
     numbers[FIELD_METRIC] = route.metric;
     numbers[FIELD_TAG] = route.tag;
 
+    const asked by{route, trace.steps == nullptr};
     rmapRoute result;
     bool permitted = false;
     for (size_t at = 0; at < program.instances.size();) {
         const programInstance& instance = program.instances[at];
         trace.instance(instance);
-        if (!instanceHolds(program, instance, route, numbers, &trace)) {
+        if (!instanceHolds(program, instance, by, numbers, &trace)) {
             at++;
             continue;
         }
         trace.holds();
-        hitCountAdd(instance.instance->hits);
+        if (by.counts) hitCountAdd(instance.instance->hits);
         if (instance.action == RMAP_DENY) return 1;
         if (!permitted) result = route;
         permitted = true;

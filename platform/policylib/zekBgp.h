@@ -39,8 +39,7 @@ int commListCheck(const bgpList* list, std::span<const uint32_t> communities, bo
 int extCommListCheck(const bgpList* list, std::span<const extCommValue> communities,
                      const bgpEntry** decided);
 
-// --- attributes as they are on the wire
-// ------------------------------------------------------------
+// --- attributes as they are on the wire ---------------------------------------------------------
 //
 // `attribute` is the whole attribute: flags, type, length (two bytes when the flags say so), value;
 // `length` counts all of it. What does not lie in it whole is malformed, and a malformed attribute
@@ -59,8 +58,7 @@ bool bgpCommPathMatch(uint32_t community, const void* attribute, uint32_t length
 // characters and a NUL, and returns the characters of the whole text; -1: malformed.
 int aspath_make_str_count(const void* attribute, uint32_t length, char* text, size_t size);
 
-// --- texts
-// -----------------------------------------------------------------------------------------
+// --- texts --------------------------------------------------------------------------------------
 
 // How AS numbers are shown; expressions always see the plain form.
 enum bgpAsNotation : uint32_t {
@@ -89,8 +87,7 @@ struct commValues {
 };
 commValues bgpEntryCommunities(const commEntryBlock& block);
 
-// --- the index beside a list
-// -------------------------------------------------------------------------
+// --- the index beside a list --------------------------------------------------------------------
 //
 // Its store makes it with the list, and tells it of every change while it holds the write lock;
 // readers build the slow parts of it when they pay.

@@ -55,8 +55,9 @@ struct rmapStep {
 // prefix's address as source and its mask as destination; a next hop or a source is a source
 // address, or for prefix lists a prefix of full length. "external" covers both of its types.
 //
-// `out` may be `&route`; it is not touched when the route is dropped. trace may be null. The
-// instance that decided counts a hit.
+// `out` may be `&route`; it is not touched when the route is dropped. Every instance that holds
+// counts a hit, as do the entries of lists that decided; a question with a trace (it may be null)
+// counts nothing.
 int ipRoutemapCheck(const rmapList* map, const rmapRoute& route, rmapRoute* out,
                     std::vector<rmapStep>* trace = nullptr);
 

@@ -198,8 +198,7 @@ TEST_F(Targets, DosListsGoToEveryAgent) {
     EXPECT_EQ(sentTo(), (texts{"14422>0", "14422>4", "14422>5"}));
 }
 
-// --- membership
-// ------------------------------------------------------------------------------------
+// --- membership ---------------------------------------------------------------------------------
 
 TEST_F(Targets, LagMembersKeepTheOrderInWhichTheyJoined) {
     uint32_t count = 9;

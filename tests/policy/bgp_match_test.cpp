@@ -195,8 +195,7 @@ TEST(BgpExports, AreInTheDynamicSymbolTable) {
         EXPECT_TRUE(names.contains(wanted)) << wanted;
 }
 
-// --- random lists against the plain walk
-// -----------------------------------------------------------
+// --- random lists against the plain walk --------------------------------------------------------
 
 struct randomness {
     std::mt19937 engine{20};
