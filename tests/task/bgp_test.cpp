@@ -6,12 +6,6 @@
 namespace {
 
 struct BgpRequests : TaskTest {
-    void TearDown() override {
-        while (bgpList* list = bgpASPAccessListFindFirst()) bgpASPAccessListDelete(list->name);
-        while (bgpList* list = bgpCommListFindFirst()) bgpCommAccessListDelete(list->name);
-        while (bgpList* list = bgpExtCommListFindFirst()) bgpExtCommListDelete(list->name);
-        TaskTest::TearDown();
-    }
     uint32_t list(uint32_t code) { return ask(cli(code, "A", sizeof(cliHdr))); }
     uint32_t path(uint32_t code, const std::string& text, uint32_t option = 0) {
         auto bytes = cli(code, "A", sizeof(cliAspathReq));

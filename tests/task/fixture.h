@@ -66,6 +66,15 @@ struct TaskTest : testing::Test {
         for (aclList* list = ipAccessListFindFirst(); list != nullptr;
              list = ipAccessListFindFirst())
             ipAccessListDelete(list->name, list->kind);
+        auto forgetAll = [](auto first, auto remove) {
+            while (bgpList* list = first()) {
+                clientsFree(list);
+                (void)remove(listNameMake(list->name));
+            }
+        };
+        forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
+        forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
+        forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);
         EXPECT_EQ(*pAclReadCounter, 0u);
         AclFree(aclNode);
     }
