@@ -239,7 +239,7 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
             l, line, text, command.firstColumn,
             "Not sent: the header in line " + std::to_string(l.headerLine) + " was refused");
     if (command.verb == cliVerb::clause)
-        if (cliOutcome outcome = sessionClause(&s, command); !outcome.ok)
+        if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
             return refuseLine(l, line, text, outcome.column, outcome.sentence);
     if (!inner) sessionEnter(&s, command);
     submit(l, command, line, text);
@@ -321,6 +321,8 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
         return EXIT_UNREACHABLE;
     }
     loader l{.session = *session, .source = source};
+    // A restore's lines are as they are typed: nothing in them stands for two things.
+    if (!session->options.restore) listNamesReadAhead(&session->lists, fd);
     lineReader reader{.fd = fd};
     uint32_t lineNumber = 0;
     std::string_view line;

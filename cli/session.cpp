@@ -62,8 +62,10 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
     return outcome;
 }
 
-cliOutcome runClause(cliSession* s, const cliCommand& command, cliPipe* pipe) {
-    cliOutcome outcome = sessionClause(s, command);
+cliOutcome runClause(cliSession* s, const cliCommand& typed, cliPipe* pipe) {
+    cliCommand command = typed;
+    s->lists = {};  // others may have changed them since
+    cliOutcome outcome = sessionClause(s, &command);
     return outcome.ok ? runConfig(s, command, pipe) : outcome;
 }
 cliOutcome runInterface(cliSession* s, const cliCommand& command, cliPipe*) {
@@ -171,13 +173,29 @@ void report(cliSession* s, const cliPlace& place, std::string_view line, size_t 
     reportRefused(s->err, place, line, column, sentence, expected);
 }
 
+// The configuration as it runs, or null when there is none yet.
+zekCfgDb* openRunning(const cliOptions& options) {
+    const std::string file = zekCfgFileOf(options.rp);
+    if (access((options.runDir + "/" + file).c_str(), R_OK) != 0) return nullptr;
+    return zekCfgOpen(options.runDir.c_str(), zekCfgAccess::read, file.c_str());
+}
+
+void readRunningLists(cliSession* session) {
+    if (session->lists.fromRunning) return;
+    session->lists.fromRunning = true;
+    zekCfgDb* db = openRunning(session->options);
+    if (db == nullptr) return;
+    (void)zekCfgWalk(db, [session](std::string_view line) {
+        listNamesNote(&session->lists, line);
+        return true;
+    });
+    zekCfgClose(db);
+}
+
 }  // namespace
 
 void sessionReadMaskMode(cliSession* session) {
-    const std::string& dir = session->options.runDir;
-    const std::string file = zekCfgFileOf(session->options.rp);
-    if (access((dir + "/" + file).c_str(), R_OK) != 0) return;
-    zekCfgDb* db = zekCfgOpen(dir.c_str(), zekCfgAccess::read, file.c_str());
+    zekCfgDb* db = openRunning(session->options);
     if (db == nullptr) return;
     session->inverseMask = zekCfgMaskMode(db) != 0;
     zekCfgClose(db);
@@ -243,9 +261,15 @@ static cliOutcome findInterface(cliSession* session, const cliCommand& command) 
     return {};
 }
 
-cliOutcome sessionClause(cliSession* session, const cliCommand& command) {
-    if (command.policy.code != RTMAP_MATCH_IFACE) return {};
-    return findInterface(session, command);
+cliOutcome sessionClause(cliSession* session, cliCommand* command) {
+    uint32_t& code = command->policy.code;
+    if (code == RTMAP_MATCH_IFACE) return findInterface(session, *command);
+    if (code != RTMAP_MATCH_IPADD_ACL && code != RTMAP_MATCH_IPV6ADD_ACL) return {};
+    const bool ipv6 = code == RTMAP_MATCH_IPV6ADD_ACL;
+    if (!session->options.checkOnly && !session->options.restore) readRunningLists(session);
+    if (listNamesIsPrefix(session->lists, ipv6, command->name))
+        code = ipv6 ? RTMAP_MATCH_IPV6ADD_PREFIX : RTMAP_MATCH_IPADD_PREFIX;
+    return {};
 }
 
 cliOutcome sessionInterface(cliSession* session, const cliCommand& command) {

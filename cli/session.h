@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/listNames.h"
 #include "cli/parser.h"
 #include "cli/pipe.h"
 #include "cli/report.h"
@@ -28,6 +29,7 @@ struct cliSession {
     cliMode mode = cliMode::exec;
     cliMode outermost = cliMode::exec;  // where "end" leads
     cliScope scope;                     // of a list's or interface's mode
+    listNames lists;                    // what clauses may name
     bool inverseMask = false;
     bool done = false;         // "exit" in exec mode
     bool unreachable = false;  // somebody who had to be asked could not be
@@ -82,8 +84,9 @@ bool sessionChassis(cliSession* session, std::string* error);
 // Makes the named interface the one that the lines of its mode act on; the sentence that refuses
 // it. When only checking, a chassis that is not described is no reason to refuse.
 cliOutcome sessionInterface(cliSession* session, const cliCommand& command);
-// Looks up what a clause of a route map refers to here: an interface.
-cliOutcome sessionClause(cliSession* session, const cliCommand& command);
+// Looks up what a clause of a route map refers to: an interface, or whether the list that it names
+// in the words of an access list is a prefix list.
+cliOutcome sessionClause(cliSession* session, cliCommand* command);
 
 // Runs a command that was read; output goes through the pipe.
 cliOutcome sessionExecute(cliSession* session, const cliCommand& command, cliPipe* pipe);

@@ -70,7 +70,7 @@ enum rmapCode : uint32_t {
 enum rmapStyle : uint32_t {
     RMAP_STYLE_NONE,         // the clause is refused
     RMAP_STYLE_LIST,         // NAME
-    RMAP_STYLE_PREFIX_LIST,  // prefix-list NAME
+    RMAP_STYLE_PREFIX_LIST,  // NAME; typed as prefix-list NAME
     RMAP_STYLE_LIST_EXACT,   // NAME exact
     RMAP_STYLE_LIST_DELETE,  // NAME delete
     RMAP_STYLE_NUMBER,
@@ -153,7 +153,8 @@ inline constexpr rmapCodeRow rmapCodeTable[] = {
     // Has no names of its own: its line has the one of RTMAP_MATCH_COMM.
     {RTMAP_MATCH_COMM_EXACT, RMAP_M4, RMAP_KIND_LIST, RMAP_STYLE_LIST_EXACT, "", "", "RTMAP_MATCH_COMM_EXACT"},
     {RTMAP_MATCH_SRC, RMAP_M4, RMAP_LIST, "match ip route-source", "ip route-source (access-lists):", "RTMAP_MATCH_SRC"},
-    // The names of 8 and 13 are those of 5 and 18: the word "prefix-list" tells the lines apart.
+    // The names and the shown lines of 8 and 13 are those of 5 and 18: meant. Operators type the word
+    // "prefix-list" in front of the list, and so do restores.
     {RTMAP_MATCH_IPADD_PREFIX, RMAP_M4, RMAP_KIND_LIST, RMAP_STYLE_PREFIX_LIST, "match ip address", "ip address:", "RTMAP_MATCH_IPADD_PREFIX"},
     {RTMAP_MATCH_NHOP_PREFIX, RMAP_M4, RMAP_LIST, "match ip next-hop prefix-list", "ip next-hop prefix-lists:", "RTMAP_MATCH_NHOP_PREFIX"},
     {RTMAP_MATCH_ANY, RMAP_M4, RMAP_REFUSED, "", "", "RTMAP_MATCH_ANY"},

@@ -32,10 +32,17 @@ zekCfgRmapKey instanceKey(const listName& name, int32_t seq) {
     return key;
 }
 
-void insertLine(uint32_t lineClass, const zekCfgRmapKey& key, std::string_view text) {
+// `typed`: what a restore reads instead, when the line by itself does not tell the clause.
+void insertLine(uint32_t lineClass, const zekCfgRmapKey& key, std::string_view text,
+                std::string_view typed = {}) {
     zekCfgRecord record = makeRecord(lineClass, key);
     cfgPutText(record.text, text);
-    (void)zekCfgInsert(aclNode->cfgDb, record);
+    if (typed.empty() || typed == text) {
+        (void)zekCfgInsert(aclNode->cfgDb, record);
+        return;
+    }
+    cfgPutText(record.inverseText, typed);
+    (void)zekCfgInsertBothLine(aclNode->cfgDb, record);
 }
 
 // False, and logged, when the configuration cannot hold the line.
@@ -86,7 +93,8 @@ void rmap_sent_to_cfg_update(const rmapEntry* header, uint32_t oldAction, const 
 void rmap_ent_send_to_cfg(const rmapEntry* entry, uint32_t remove, const rmapNameValue* nameValue,
                           const rmapNumberValue* number, const listName& name) {
     const std::string line = rmapClauseLine(entry, nameValue, number);
-    if (line.empty() || !fits(line)) return;
+    const std::string typed = rmapClauseTyped(entry, nameValue, number);
+    if (line.empty() || !fits(typed)) return;
     zekCfgRmapKey key = instanceKey(name, entry->seq);
     key.cls = entry->cls;
     key.entryId = entry->entryId;
@@ -96,7 +104,7 @@ void rmap_ent_send_to_cfg(const rmapEntry* entry, uint32_t remove, const rmapNam
     if (remove != 0)
         (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
     else
-        insertLine(CFG_CLASS_RMAP_LINE, key, line);
+        insertLine(CFG_CLASS_RMAP_LINE, key, line, typed);
     cfgSync(CFG_SYNC_RMAP, name, line, remove != 0, static_cast<uint32_t>(entry->seq));
 }
 

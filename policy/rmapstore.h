@@ -58,3 +58,7 @@ void rmapCfgSyncGone(const listName& name);
 // The line of a clause as rmap_ent_send_to_cfg writes it; empty: none.
 std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValue,
                            const rmapNumberValue* number);
+// The same line as an operator types it: prefix lists that are matched by address are named as such
+// there, while their shown lines are those of access lists: meant.
+std::string rmapClauseTyped(const rmapEntry* entry, const rmapNameValue* nameValue,
+                            const rmapNumberValue* number);

@@ -169,6 +169,17 @@ std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValu
     return line;
 }
 
+std::string rmapClauseTyped(const rmapEntry* entry, const rmapNameValue* nameValue,
+                            const rmapNumberValue* number) {
+    if (rmapCodeFind(entry->code)->style != RMAP_STYLE_PREFIX_LIST)
+        return rmapClauseLine(entry, nameValue, number);
+    std::string line = " ";
+    line += rmapClauseName(*entry);
+    line += " prefix-list ";
+    line += listNameView(nameValue->name);
+    return line;
+}
+
 void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue* name,
                    const rmapNumberValue* number) {
     switch (rmapCodeFind(entry.code)->style) {
@@ -176,8 +187,6 @@ void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue
         case RMAP_STYLE_FLAG:
             break;
         case RMAP_STYLE_PREFIX_LIST:
-            out += "prefix-list ";
-            [[fallthrough]];
         case RMAP_STYLE_LIST:
             out += listNameView(name->name);
             break;

@@ -21,6 +21,20 @@ inline std::vector<std::string_view> splitWords(std::string_view text) {
     return words;
 }
 
+// The same, but what stands between quotation marks is one word, without them.
+inline std::vector<std::string_view> splitQuoted(std::string_view text) {
+    std::vector<std::string_view> words;
+    for (size_t at = 0; (at = text.find_first_not_of(" \t\r\n", at)) != text.npos;) {
+        const bool quoted = text[at] == '"';
+        const size_t begin = at + (quoted ? 1 : 0);
+        const size_t end =
+            std::min(text.find_first_of(quoted ? "\"" : " \t\r\n", begin), text.size());
+        words.push_back(text.substr(begin, end - begin));
+        at = std::min(end + (quoted ? 1 : 0), text.size());
+    }
+    return words;
+}
+
 inline std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max) {
     uint32_t value = 0;
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

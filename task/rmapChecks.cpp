@@ -57,13 +57,10 @@ bool parseRoutePrefix(std::string_view word, ipPrefix* prefix) {
     return true;
 }
 
-// A word of the table, or its number. "external type-1" is typed with a hyphen in the middle.
+// A word of the table, or its number.
 std::optional<uint32_t> parseWord(const rmapWordTable& table, std::string_view word) {
-    for (uint32_t i = 0; i < table.count; i++) {
-        std::string known = table.first[i].word;
-        std::ranges::replace(known, ' ', '-');
-        if (known == word) return table.first[i].value;
-    }
+    for (uint32_t i = 0; i < table.count; i++)
+        if (word == table.first[i].word) return table.first[i].value;
     return parseNumber(word, 0xFFFFFFFF);
 }
 
@@ -92,47 +89,47 @@ constexpr numberWord numberWords[] = {
 bool isKeyword(std::string_view word) {
     for (const numberWord& row : numberWords)
         if (word == row.word) return true;
-    return word == "next-hop" || word == "source" || word == "interface" || word == "as-path" ||
-           word == "community" || word == "extcommunity";
+    return word == "next-hop" || word == "route-source" || word == "interface" ||
+           word == "as-path" || word == "community" || word == "extcommunity";
 }
 
 constexpr char USAGE[] =
-    "NAME PREFIX/LENGTH [next-hop A] [source A] [interface NAME] [metric N] [tag N] "
+    "NAME PREFIX/LENGTH [next-hop A] [route-source A] [interface NAME] [metric N] [tag N] "
     "[route-type WORD] [origin WORD] [local-preference N] [weight N] [metric-type WORD] "
     "[level WORD] [as-path AS...] [community HIGH:LOW|NAME...] [extcommunity rt|soo VALUE...]";
 
 // One attribute from words[*at] on, its keyword included. False: not understood.
 bool parseAttribute(const words& given, size_t* at, rmapRoute* route) {
     const std::string_view keyword = given[(*at)++];
-    auto more = [&] { return *at < given.size() && !isKeyword(given[*at]); };
-    if (!more()) return keyword == "as-path" || keyword == "community";  // empty ones
+    words values;  // several stand between quotation marks, or one behind the other
+    for (; *at < given.size() && !isKeyword(given[*at]); ++*at)
+        for (std::string_view word : splitWords(given[*at])) values.push_back(word);
     if (keyword == "as-path") {
-        for (; more(); ++*at) {
-            if (!route->asPath.empty()) route->asPath += ' ';
-            for (char c : given[*at])
-                if (c != '"') route->asPath += c;
-        }
+        for (std::string_view as : values)
+            (route->asPath += route->asPath.empty() ? "" : " ") += as;
         return true;
     }
     if (keyword == "community") {
-        for (; more(); ++*at) {
-            auto community = parseCommunity(given[*at]);
+        for (std::string_view word : values) {
+            auto community = parseCommunity(word);
             if (!community) return false;
             route->communities.push_back(*community);
         }
         return true;
     }
     if (keyword == "extcommunity") {
-        extCommWords communities;
-        for (; more(); ++*at)
-            if (!takeExtCommunity(&communities, given[*at])) return false;
-        route->extCommunities.insert(route->extCommunities.end(), communities.values.begin(),
-                                     communities.values.end());
+        extCommWords taken;
+        for (std::string_view word : values)
+            if (!takeExtCommunity(&taken, word)) return false;
+        route->extCommunities = std::move(taken.values);
         return true;
     }
-    const std::string_view value = given[(*at)++];
+    if (values.empty()) return false;
+    // Kinds of routes and names of interfaces have several words.
+    std::string value(values[0]);
+    for (size_t i = 1; i < values.size(); i++) (value += ' ') += values[i];
     if (keyword == "next-hop") return parseAddress(value, &route->nextHop, route->nextHop6);
-    if (keyword == "source") return parseAddress(value, &route->source, route->source6);
+    if (keyword == "route-source") return parseAddress(value, &route->source, route->source6);
     if (keyword == "interface") {
         auto ifindex = parseInterface(value);
         route->ifindex = ifindex.value_or(0);
@@ -174,7 +171,7 @@ jsonObject routeJson(const rmapRoute& route) {
     out.string("prefix", textOfAddress(v4 ? AF_INET : AF_INET6, route.prefix.address) + "/" +
                              std::to_string(ipPrefixLength(route.prefix)));
     addRouteAddress(out, "next-hop", route.nextHop, route.nextHop6);
-    addRouteAddress(out, "source", route.source, route.source6);
+    addRouteAddress(out, "route-source", route.source, route.source6);
     for (const numberWord& row : numberWords) {
         const uint32_t value = route.*row.field;
         const char* word = rmapWordFind(row.table, value);
@@ -201,6 +198,7 @@ std::string clauseText(const rmapStep& step) {
     std::string text = rmapClauseName(*step.entry);
     auto add = [&](const rmapNameValue* name, const rmapNumberValue* number) {
         text += ' ';
+        if (rmapCodeFind(step.entry->code)->style == RMAP_STYLE_PREFIX_LIST) text += "prefix-list ";
         rmapValueText(text, *step.entry, name, number);
     };
     switch (step.entry->kind) {
@@ -253,7 +251,7 @@ std::string trailJson(const std::vector<rmapStep>& trail) {
 }
 
 std::string testRouteMap(std::string_view args) {
-    const words given = splitWords(args);
+    const words given = splitQuoted(args);
     rmapRoute route;
     if (given.size() < 2) return errorJson(std::string("usage: ") + USAGE);
     if (!parseRoutePrefix(given[1], &route.prefix))
@@ -279,9 +277,9 @@ std::string testRouteMap(std::string_view args) {
     jsonObject answer;
     answer.string("verdict", verdict == 1 ? "deny" : "permit");
     if (decided != nullptr)
-        answer.number("instance", static_cast<uint32_t>(decided->seq));
+        answer.string("entry", rmapInstanceText(map->name, decided->action, decided->seq));
     else
-        answer.raw("instance", "null");
+        answer.raw("entry", "null");
     answer.raw("trail", trailJson(trail));
     if (verdict == 0) answer.object("route", routeJson(route));
     return answer.text();

@@ -113,6 +113,9 @@ WIRE_AT(zekCfgSyncRecord, text, 272);
 struct zekCfgDb;
 
 // Inserts a node with both texts; a node in the same place is replaced. 0 or -1.
+// A route map's node is shown by its `text` in both modes; its inverseText is the line as it is
+// typed, for clauses that their shown line does not tell: restores and saved configurations get
+// that one.
 int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record);
 // The same for a node whose one text serves both modes: inverseText is not read.
 int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record);
@@ -152,8 +155,8 @@ struct zekCfgFeedRow {
 int zekCfgFeed(zekCfgDb* db, uint64_t after,
                const std::function<bool(const zekCfgFeedRow& row)>& fn);
 
-// Writes the shown configuration to a file, whole or not at all: a temporary file is renamed onto
-// it. 0, or -1 with errno; the old file is untouched then.
+// Writes the configuration as it is typed to a file, whole or not at all: a temporary file is
+// renamed onto it. 0, or -1 with errno; the old file is untouched then.
 int zekCfgWriteStartup(zekCfgDb* db, const char* file);
 
 // Opens DIR/file for writing (making it when it is absent), or for reading only, or, with a

@@ -111,8 +111,13 @@ int cfgFeedStore(zekCfgDb* db);
 void cfgFeedForget(zekCfgDb* db);
 int cfgFeedCount(zekCfgDb* db);  // reads first and last number from the table
 
-// The lines of `lines` or `previous` in the given mask mode, a page at a time.
-int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
+// The lines of `lines` or `previous`, a page at a time: of route maps the shown or the typed ones,
+// of all others those of the mask mode.
+struct cfgTexts {
+    uint32_t inverse;
+    bool typed;
+};
+int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, cfgTexts texts,
                    const std::function<bool(std::string_view line)>& fn);
 
 // Where failures are told. The host sets the system-error log; without one they go to standard

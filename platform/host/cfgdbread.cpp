@@ -14,7 +14,7 @@ constexpr int PAGE_LINES = 256;  // rows of a walk that are in memory at a time
 
 }  // namespace
 
-int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
+int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, cfgTexts which,
                    const std::function<bool(std::string_view line)>& fn) {
     int64_t section = -1, lineClass = 0;
     std::string key, texts;
@@ -35,8 +35,10 @@ int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
             std::string lastKey;
             int rc;
             while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-                bool useInverse = inverse != 0 && sqlite3_column_type(s, 4) != SQLITE_NULL;
-                texts += cfgColumnText(s, useInverse ? 4 : 3);
+                bool second = sqlite3_column_int64(s, 0) == CFG_SECTION_RMAP ? which.typed
+                                                                             : which.inverse != 0;
+                bool hasSecond = sqlite3_column_type(s, 4) != SQLITE_NULL;
+                texts += cfgColumnText(s, second && hasSecond ? 4 : 3);
                 ends.push_back(texts.size());
                 if (++rows < PAGE_LINES) continue;
                 section = sqlite3_column_int64(s, 0);
@@ -60,16 +62,24 @@ int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, uint32_t inverse,
     return 0;
 }
 
-int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn) {
-    if (!db->readOnly) return cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
+namespace {
+
+int walk(zekCfgDb* db, bool typed, const std::function<bool(std::string_view line)>& fn) {
+    if (!db->readOnly) return cfgDbWalkTable(db, CFG_STMT_PAGE, {zekCfgMaskMode(db), typed}, fn);
     // One read transaction around all pages: the lines of one instant.
     {
         std::lock_guard lock(db->mutex);
         if (cfgDbExec(db, "BEGIN") != 0) return -1;
     }
-    int rc = cfgDbWalkTable(db, CFG_STMT_PAGE, zekCfgMaskMode(db), fn);
+    int rc = cfgDbWalkTable(db, CFG_STMT_PAGE, {zekCfgMaskMode(db), typed}, fn);
     std::lock_guard lock(db->mutex);
     return cfgDbExec(db, "COMMIT") == 0 ? rc : -1;
+}
+
+}  // namespace
+
+int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn) {
+    return walk(db, false, fn);
 }
 
 int zekCfgWriteStartup(zekCfgDb* db, const char* file) {
@@ -79,12 +89,12 @@ int zekCfgWriteStartup(zekCfgDb* db, const char* file) {
     FILE* out = fdopen(fd, "w");
     bool good = out != nullptr;
     if (good) {
-        good = zekCfgWalk(db,
-                          [&](std::string_view line) {
-                              good = std::fwrite(line.data(), 1, line.size(), out) == line.size() &&
-                                     std::fputc('\n', out) != EOF;
-                              return good;
-                          }) == 0 &&
+        good = walk(db, true,
+                    [&](std::string_view line) {
+                        good = std::fwrite(line.data(), 1, line.size(), out) == line.size() &&
+                               std::fputc('\n', out) != EOF;
+                        return good;
+                    }) == 0 &&
                good;
         good = std::fflush(out) == 0 && good && fsync(fd) == 0;
         int error = errno;

@@ -89,7 +89,7 @@ int cfgDbWalkPrevious(zekCfgDb* db, const std::function<bool(std::string_view li
         if (previous != 1) return previous;
         if (cfgDbMeta(db, META_PREVIOUS_MASK, &inverse) != 0) return -1;
     }
-    return cfgDbWalkTable(db, CFG_STMT_PAGE_PREVIOUS, inverse, fn);
+    return cfgDbWalkTable(db, CFG_STMT_PAGE_PREVIOUS, {inverse, true}, fn);
 }
 
 int cfgDbRestoreEnd(zekCfgDb* db) {

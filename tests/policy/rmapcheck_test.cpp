@@ -366,7 +366,9 @@ TEST_F(RmapCheck, CheckCommandsSayTheVerdict) {
     EXPECT_EQ(out, "matched, set metric to  42 \ndrop\n");
     const std::string answer = debugRun(
         "testRouteMap", "M 10.0.0.0/8 as-path \"1 2\" community 1:2 no-export metric 3 tag 4");
-    EXPECT_NE(answer.find("\"verdict\":\"permit\",\"instance\":10"), answer.npos) << answer;
+    EXPECT_NE(answer.find("\"verdict\":\"permit\",\"entry\":\"route-map M permit 10\""),
+              answer.npos)
+        << answer;
     EXPECT_NE(answer.find("\"metric\":42"), answer.npos) << answer;
     EXPECT_NE(answer.find("\"as-path\":\"1 2\",\"community\":\"1:2 no-export\""), answer.npos)
         << answer;

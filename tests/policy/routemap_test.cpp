@@ -153,13 +153,13 @@ std::vector<clauseCase> everyClause() {
          "community (community-list filter): L exact"},
         {clause(MATCH, 7).list("L"), " match ip route-source L",
          "ip route-source (access-lists): L"},
-        {clause(MATCH, 8).list("L"), " match ip address prefix-list L", "ip address: L"},
+        {clause(MATCH, 8).list("L"), " match ip address L", "ip address: L"},
         {clause(MATCH, 9).list("L"), " match ip next-hop prefix-list L",
          "ip next-hop prefix-lists: L"},
         {clause(MATCH, 11).list("L"), " match ip route-source prefix-list L",
          "ip route-source prefix-lists: L"},
         {clause(MATCH, 12).number(1), " match origin egp ", "origin egp"},
-        {clause(MATCH6, 13).list("L"), " match ipv6 address prefix-list L", "ipv6 address: L"},
+        {clause(MATCH6, 13).list("L"), " match ipv6 address L", "ipv6 address: L"},
         {clause(MATCH6, 14).list("L"), " match ipv6 next-hop prefix-list L",
          "ipv6 next-hop prefix-lists: L"},
         {clause(MATCH6, 15).list("L"), " match ipv6 route-source prefix-list L",
@@ -239,10 +239,14 @@ TEST_F(RouteMap, EveryClauseHasItsLineItsShowItsNoFormAndLeavesNothing) {
                             row->style == RMAP_STYLE_FLAG;
         const std::string place = "79/152 M 10 " + std::to_string(c.request.cls) + "/" +
                                   std::to_string(++id) + (values ? "/1" : "/0");
+        // What restores read where the shown line does not tell the kind of list.
+        std::string typed;
+        if (row->style == RMAP_STYLE_PREFIX_LIST)
+            typed = " / \"" + c.line.substr(0, c.line.size() - 1) + "prefix-list L\"";
         ASSERT_EQ(add(c.request), ACL_OK);
-        EXPECT_EQ(told(),
-                  (rows{"swp 1 14462 length 292", "cfg insert " + place + " \"" + c.line + "\"",
-                        "sync 12/10 M \"" + c.line + "\""}));
+        EXPECT_EQ(told(), (rows{"swp 1 14462 length 292",
+                                "cfg insert " + place + " \"" + c.line + "\"" + typed,
+                                "sync 12/10 M \"" + c.line + "\""}));
         EXPECT_EQ(lines(), (rows{"route-map M permit 10", c.line}));
         EXPECT_EQ(show(CLI_SHOW_RMAP_CONFIG, "M"), "route-map M permit 10\n" + c.line + "\n");
         const std::string shown = show(CLI_SHOW_RMAP, "M");
@@ -402,7 +406,7 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         {DEL, clause(MATCH, 5).list("A"), ACL_OK, "no  match ip address A"},
         {ADD, clause(MATCH, 8).list("A"), ACL_E_RMAP_FORMS, ""},
         {DEL, clause(MATCH, 5).list("B"), ACL_OK, "no  match ip address B"},
-        {ADD, clause(MATCH, 8).list("A"), ACL_OK, "\" match ip address prefix-list A\""},
+        {ADD, clause(MATCH, 8).list("A"), ACL_OK, "\" match ip address A\""},
         {ADD, clause(MATCH6, 18).list("A"), ACL_E_RMAP_LIST, ""},
         // What is no clause: the wrong side, kind or class, or none at all.
         {ADD, clause(SET, 1).list("A"), ACL_E_RMAP_CLAUSE, ""},
