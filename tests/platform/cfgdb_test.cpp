@@ -101,10 +101,12 @@ struct model {
                    std::memcmp(std::get<1>(node.first).data(), r.key, front) == 0;
         });
     }
-    lines shownIn(bool inverse) const {
+    // The second text of a route map's line is for the saved configuration alone.
+    lines shownIn(bool inverse, bool saved = false) const {
         lines all;
         for (const auto& [where, texts] : nodes) {
-            const std::string& text = inverse ? texts.second : texts.first;
+            bool second = std::get<0>(where) == CFG_SECTION_RMAP ? saved : inverse;
+            const std::string& text = second ? texts.second : texts.first;
             if (!text.empty()) all.push_back(text);
         }
         return all;
@@ -163,6 +165,12 @@ TEST(cfgDb, RandomChangesAgreeWithAModelInBothModesAndAfterReopening) {
     EXPECT_EQ(zekCfgMaskMode(db.get()), 1u);
     EXPECT_EQ(shown(db.get()), expected.shownIn(true));
     EXPECT_EQ(zekCfgStatistics(db.get()).lines, expected.nodes.size());
+
+    ASSERT_EQ(zekCfgWriteStartup(db.get(), (run.path + "/saved").c_str()), 0);
+    std::ifstream saved(run.path + "/saved");
+    lines savedLines;
+    for (std::string line; std::getline(saved, line);) savedLines.push_back(line);
+    EXPECT_EQ(savedLines, expected.shownIn(true, true));
 }
 
 TEST(cfgDb, ARemarkSortsBeforeTheEntryOfItsNumberAndTheyAreRemovedApart) {

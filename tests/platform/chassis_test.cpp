@@ -9,7 +9,7 @@
 namespace {
 
 std::string exampleFile() {
-    return std::filesystem::path(__FILE__).parent_path() / "../../examples/chassis.json";
+    return ACL_SOURCE_DIR "/examples/chassis.json";
 }
 
 class chassisFile : public testing::Test {
