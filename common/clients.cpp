@@ -34,7 +34,7 @@ bool appendPair(policyClient* client, const clientPairValue& value) {
     return true;
 }
 
-// The last one of its value goes, if it is there.
+// One of its value goes, if there is any.
 void removePair(policyClient* client, const clientPairValue& value) {
     clientPair* before = nullptr;
     for (clientPair* pair = client->pairHead; pair != nullptr; before = pair, pair = pair->next) {

@@ -79,11 +79,11 @@ int prefixAddTaskClient(uint32_t taskId, uint32_t instance, const listName& name
             complainOfList(*family, name, "prefixAddTaskClient");
             return -1;
         case clientResult::noMemory: {
-            char text[128];
-            std::snprintf(
-                text, sizeof text,
-                "Error: Unable to allocate memory for Acl %s client Task id %d, instance %d\n",
-                family->title, static_cast<int>(taskId), static_cast<int>(instance));
+            char text[256];
+            std::snprintf(text, sizeof text,
+                          "Error: Unable to allocate memory for Acl " LIST_NAME_FMT
+                          " client Task id %d, instance %d\n",
+                          listNameArg(name), static_cast<int>(taskId), static_cast<int>(instance));
             aclSysErr(SYSERR_MEMORY, "%s", text);
             zekEvtLogPrint(aclNode->evtLogKey, 4, text);
             return -1;

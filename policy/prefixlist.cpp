@@ -183,6 +183,8 @@ prefixList* ipPrefixListCreate(const listName& name, uint32_t placeholder, uint3
     const prefixFamily* family = prefixFamilyOf(af);
     *status = ACL_E_SYSTEM;
     if (family == nullptr) return nullptr;
+    *status = ACL_E_PREFIX_NOLIST;
+    if (listNameIsEmpty(name)) return nullptr;  // it starts a walk over all lists
     *status = ACL_OK;
     prefixList* list = ipPrefixListFind(name, af);
     if (list != nullptr) {

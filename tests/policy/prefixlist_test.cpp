@@ -44,6 +44,10 @@ TEST_F(PrefixTest, OperationsAnswerTheirStatus) {
     EXPECT_EQ(list->rangeEntries, 1);
 
     const prefixGiven any(0, PERMIT, "0.0.0.0", 0);
+    uint32_t unnamed = 0;
+    EXPECT_EQ(ipPrefixListCreate(listName{}, 0, &unnamed, AF_IPV4), nullptr);
+    EXPECT_EQ(unnamed, 0x3d000020u);
+    EXPECT_EQ(prefixAddTaskClient(80, 0, listName{}, {}, 0, AF_IPV4), -1);
     EXPECT_EQ(add("B", any), 0x3d000020u);
     EXPECT_EQ(del("B", any), 0x3d000024u);
     EXPECT_EQ(ipPrefixListDelete(listNameMake("B"), AF_IPV4), 0x3d000020u);
@@ -354,7 +358,7 @@ TEST_F(PrefixTest, ARefusalForLackOfMemoryLeavesNothing) {
     testFail(TEST_BLOCK, 1, 1);
     EXPECT_EQ(prefixAddTaskClient(64, 2, A, {}, 0, AF_IPV4), -1);
     const std::string text =
-        "Error: Unable to allocate memory for Acl Ip client Task id 64, instance 2\n";
+        "Error: Unable to allocate memory for Acl A client Task id 64, instance 2\n";
     EXPECT_EQ(testTake(), (rows{"syserr 0x5000c " + text, "log " + text}));
     testFail(TEST_BLOCK, 1, 1);
     EXPECT_EQ(prefixAddRmapClient({1, 8, nullptr}, listNameMake("map"), A, AF_IPV4), -1);
