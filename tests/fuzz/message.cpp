@@ -1,11 +1,13 @@
 // Bytes as messages to the task: whatever comes, it is dropped or answered.
 //
 // The input is a row of messages, each behind two bytes: a selector and the length in units of 8.
-// An even selector keeps the bytes as they are; an odd one makes a CLI request of them, so that the
-// operations behind the codes are reached too.
+// The selector says whether the bytes become a CLI request, a registration of a client or a task's
+// show, whose code or type is one that there is, so that the operations behind them are reached
+// too, or stay as they are.
 #include <cstdlib>
 
 #include "include/cliMsg.h"
+#include "include/clientMsg.h"
 #include "include/interface.h"
 #include "include/service.h"
 #include "platform/api/zekMem.h"
@@ -46,21 +48,33 @@ void forgetLists() {
         for (uint32_t direction : {INTF_IN, INTF_OUT})
             if (const aclList* list = intf->lists[INTF_V4][direction])
                 (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
-    while (aclList* list = ipAccessListFindFirst()) ipAccessListDelete(list->name, list->kind);
+    // Clients and route maps keep lists, too; maps are gone before the lists that they name.
+    auto forgetAll = [](auto first, auto remove) {
+        while (auto* list = first()) {
+            clientsFree(list);
+            (void)remove(listNameMake(list->name));
+        }
+    };
+    forgetAll(ipRmapListFindFirst, [](const listName& name) { return ipRmapListDelete(name, 0); });
+    forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
+    forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
+    forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);
+    for (uint32_t af : {AF_IPV4, AF_IPV6})
+        forgetAll([af] { return ipPrefixListFindFirst(af); },
+                  [af](const listName& name) { return ipPrefixListDelete(name, af); });
+    while (aclList* list = ipAccessListFindFirst()) {
+        const listName name = list->name;
+        const aclBinding* b = list->bindings;
+        if (b != nullptr && b->kind == BIND_TASK)
+            (void)aclDelTaskClient(b->id, b->instance, name, AF_IPV4);
+        else
+            (void)ipAccessListDelete(name, list->kind);
+    }
     while (aclList* list = ipDosListFindFirst()) {
         (void)dosIpEnableIntf(list->name, CLI_DOS_DISABLE);
         list = ipDosListFindFirst();
         if (list != nullptr) (void)ipDosListDelete(list->name);
     }
-    auto forgetAll = [](auto first, auto remove) {
-        while (bgpList* list = first()) {
-            clientsFree(list);
-            (void)remove(listNameMake(list->name));
-        }
-    };
-    forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
-    forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
-    forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);
     testTake();
 }
 
@@ -75,12 +89,20 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         std::memcpy(received, data + 2, length);
         data += 2 + length;
         size -= 2 + length;
+        auto pick = [](listName* name) { *name = listNameMake(name->text[0] % 2 ? "A" : "B"); };
         if ((selector & 1) != 0 && length >= sizeof(cliHdr)) {
             auto* cli = reinterpret_cast<cliHdr*>(received);
             cli->ipc.mtype = MT_CLI_COMMAND;
             cli->ipc.length = static_cast<uint32_t>(length);
-            cli->code = 1000 + (selector >> 1);
-            cli->name = listNameMake(cli->name.text[0] % 2 != 0 ? "A" : "B");
+            cli->code = 1000 + cli->code % 192;
+            pick(&cli->name);
+        } else if ((selector & 2) != 0 && length >= sizeof(clientRegReq)) {
+            auto* request = reinterpret_cast<clientRegReq*>(received);
+            request->ipc.mtype = 14442 + request->ipc.mtype % 42;  // registrations, then shows
+            request->ipc.length = static_cast<uint32_t>(length);
+            request->pairCount = request->pairCount & 0x8000001F;
+            request->application = request->application % 2 != 0 ? APP_BGP : APP_RTM;
+            pick(&request->name);
         }
         aclTakeMessage(aclNode, received, length);
     }
