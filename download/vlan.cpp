@@ -9,21 +9,13 @@
 
 namespace {
 
-enum class cardAnswer { takes, refuses, refusesQuietly };
-
-cardAnswer cardTakes(const aclLinecard& card, uint32_t ipv6, uint32_t messageId) {
-    bool takes = true;
-    bool quiet = false;
-    if (ipv6 != 0) {
-        takes = card.isUp == 1 ? card.isIpv6Enabled != 0 : halAclMgrIsV6AclSupported() != 0;
-    } else if (card.isVortan == 0) {
-        // Entries follow their list: a card that refused it does not get them, and is not reported
-        // again for each.
-        quiet = messageId == MT_ACL_EGR_ADDENT || messageId == MT_ACL_EGR_DELENT;
-        takes = !quiet && messageId != MT_ACL_EGR_ADDLIST && messageId != MT_ACL_EGR_DELLIST;
-    }
-    if (takes) return cardAnswer::takes;
-    return quiet ? cardAnswer::refusesQuietly : cardAnswer::refuses;
+// Of IPv4 only the egress lists themselves are held back from a card that cannot take them. Entries
+// go to it all the same: its agent refuses them for want of their list.
+bool cardTakes(const aclLinecard& card, uint32_t ipv6, uint32_t messageId) {
+    if (ipv6 != 0)
+        return card.isUp == 1 ? card.isIpv6Enabled != 0 : halAclMgrIsV6AclSupported() != 0;
+    return card.isVortan != 0 ||
+           (messageId != MT_ACL_EGR_ADDLIST && messageId != MT_ACL_EGR_DELLIST);
 }
 
 // One call's marking: the map, and the slots that have been reported in it.
@@ -35,13 +27,13 @@ struct marking {
 };
 
 bool cardRefuses(marking* m, int slot) {
-    cardAnswer answer = cardTakes(aclLinecardInfo[slot], m->ipv6, m->messageId);
-    if (answer == cardAnswer::refuses && !m->reported.test(static_cast<size_t>(slot))) {
+    if (cardTakes(aclLinecardInfo[slot], m->ipv6, m->messageId)) return false;
+    if (!m->reported.test(static_cast<size_t>(slot))) {
         m->reported.set(static_cast<size_t>(slot));
         aclSysErr(SYSERR_LIST, "Error: %s access-list not supported on linecard %d\r\n",
                   m->ipv6 != 0 ? "IPv6" : "Egress", slot);
     }
-    return answer != cardAnswer::takes;
+    return true;
 }
 
 // Every port behind the interface. The members of LAGs and VLANs are marked; a port that is bound

@@ -52,7 +52,7 @@ TEST_F(Targets, TheMapMarksTheCardsThatTakeTheList) {
         {"ingress to a VLAN", VLAN_10, 0, 14409, {3, 4, 5}, {}},
         {"egress to a VLAN, each card reported once", VLAN_10, 0, 14416, {3}, egress},
         {"egress deletion", VLAN_10, 0, 14419, {3}, egress},
-        {"egress entries, reported with their list", VLAN_10, 0, 14417, {3}, {}},
+        {"egress entries are no lists", VLAN_10, 0, 14417, {3, 4, 5}, {}},
         {"egress to a LAG", LAG_7, 0, 14416, {3}, {refused("Egress", 5)}},
         {"a LAG without members", LAG_8, 0, 14409, {}, {}},
         {"a VLAN that is not known", VLAN_10 + 1, 0, 14409, {}, {}},
