@@ -93,7 +93,7 @@ void addCard(intent* what, jsonObject row, uint32_t ifindex, const std::string& 
 }
 
 // A LAG's list is sent to each member port under the port's own index, a VLAN's once to each card
-// that has a member port; a card that takes no egress lists is left out there.
+// that has a member port; a card that has said that it takes no egress lists is never sent one.
 void addBinding(intent* what, uint32_t bound, uint32_t direction) {
     const uint32_t type = ifindexType(bound);
     const jsonObject row = rowOf(*what, bound, direction);
@@ -107,8 +107,8 @@ void addBinding(intent* what, uint32_t bound, uint32_t direction) {
         if (type == IF_TYPE_VLAN && seen.test(number)) return;
         seen.set(number);
         any = true;
-        bool refuses =
-            type == IF_TYPE_VLAN && direction == INTF_OUT && aclLinecardInfo[slot].isVortan == 0;
+        const aclLinecard& known = aclLinecardInfo[slot];
+        bool refuses = direction == INTF_OUT && known.isUp != 0 && known.isVortan == 0;
         jsonObject one = row;
         if (type == IF_TYPE_LAG) one.string("port", interfaceName(port));
         addCard(what, one, type == IF_TYPE_VLAN ? bound : port, std::to_string(slot), refuses);

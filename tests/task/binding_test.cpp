@@ -109,6 +109,30 @@ TEST_F(BindingMessages, ALagsMembersAreCountedAndNamed) {
         ASSERT_EQ(uint32_t{view<cliLagMembersReq>()->members[i]}, ports[i]);
 }
 
+// A card is meant to hold no egress list once it has said that it takes none; before it has said
+// anything the list is missing there.
+TEST_F(BindingMessages, WhatACardShouldHoldFollowsWhatItTakes) {
+    ASSERT_EQ(aclLagPortJoined(LAG, PORT_2), 0);
+    for (uint32_t ifindex : {PORT, LAG})
+        for (uint32_t direction : {INTF_IN, INTF_OUT})
+            EXPECT_EQ(ask(bind("A", ifindex, direction)), ACL_OK);
+    struct {
+        uint32_t isUp, isVortan;
+        size_t refusals;  // of the four rows
+    } const cases[] = {{0, 0, 0}, {1, 0, 2}, {1, 1, 0}};
+    for (const auto& c : cases) {
+        aclLinecardInfo[3].isUp = c.isUp;
+        aclLinecardInfo[3].isVortan = c.isVortan;
+        std::string out;
+        ASSERT_TRUE(zekDebugRun("intended", "A", &out));
+        size_t rows = 0, refusals = 0;
+        for (size_t at = 0; (at = out.find("\"direction\":", at)) != out.npos; at++, rows++)
+            refusals += out.substr(at, out.find('}', at) - at).find("refuses") != out.npos;
+        EXPECT_EQ(rows, 4u) << out;
+        EXPECT_EQ(refusals, c.refusals) << out;
+    }
+}
+
 TEST_F(BindingMessages, ATelnetServerMayUseWhatIsConfigured) {
     auto value = [this](const char* name) {
         auto bytes = cli(CLI_TELNET_VALUE, name, sizeof(cliWordReq));
