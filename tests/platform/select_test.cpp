@@ -4,8 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <numeric>
 #include <thread>
+#include <tuple>
 
 #include "include/cliMsg.h"
 #include "tests/platform/hostTest.h"
@@ -197,6 +200,103 @@ TEST_F(selectTest, MessagesThatDoNotFitAreDroppedAndCounted) {
     EXPECT_EQ(take(), 0u);
     EXPECT_EQ(zekIpcStatistics().tooLong, 2u);
     EXPECT_EQ(zekIpcStatistics().received, 1u);
+}
+
+// Of each peer's session only the newest of the waiting answers is handed over, and before every
+// request; sessions beyond those that are kept apart come whole, in their turn.
+TEST_F(selectTest, OnlyTheNewestAnswerOfEachSessionIsHandedOver) {
+    auto answerFrom = [](uint32_t port, uint32_t session, uint32_t seq) {
+        bytes m = makeMessage(CARD, port, RP, OWN_REQUESTS, MT_SWP_ACK, 0, sizeof(ipcHdr));
+        headerOf(m)->session = session;
+        headerOf(m)->swpSeq = seq;
+        return m;
+    };
+    typedef std::tuple<uint32_t, uint32_t, uint32_t> row;  // port, session, number
+    auto rowOf = [](const ipcHdr& h) { return row{h.target.svce, h.session, h.swpSeq}; };
+    static std::vector<row> got;
+    auto takeAll = [&] {
+        got.clear();
+        bytes m(IPC_BUFFER_SIZE);
+        while (zekIpcRecv(Key_getReqQueue(key), m.data(), m.size(), 0) > 0)
+            got.push_back(rowOf(*headerOf(m)));
+    };
+    const row plain = {CLIENT_PORT, 0, 0};
+    // Fewer than any socket takes.
+    const std::vector<bytes> few = {request(1),
+                                    answerFrom(7937, 5, 3),
+                                    answerFrom(7937, 5, 7),
+                                    answerFrom(7937, 5, 6),
+                                    answerFrom(7937, 6, 2),
+                                    answerFrom(7941, 5, 1),
+                                    answerFrom(7937, 8, 0xFFFFFFFF),
+                                    answerFrom(7937, 8, 1)};
+    const std::vector<row> newest = {{7937, 5, 7}, {7937, 6, 2}, {7937, 8, 1}, {7941, 5, 1}};
+    for (const bytes& m : few) ASSERT_EQ(client.send(m), zekSendResult::sent);
+    takeAll();
+    ASSERT_EQ(got.size(), newest.size() + 1);
+    EXPECT_EQ(got.back(), plain) << "answers go first";
+    got.pop_back();
+    std::ranges::sort(got);
+    EXPECT_EQ(got, newest);
+    // A sender that takes its answers itself gets the same, and leaves the requests.
+    for (const bytes& m : few) ASSERT_EQ(client.send(m), zekSendResult::sent);
+    got.clear();
+    EXPECT_TRUE(hostTakeAnswers(
+        [](const ipcHdr& h) { got.emplace_back(h.target.svce, h.session, h.swpSeq); }, 0));
+    std::ranges::sort(got);
+    EXPECT_EQ(got, newest);
+    EXPECT_FALSE(hostTakeAnswers([](const ipcHdr&) { FAIL(); }, 0));
+    takeAll();
+    EXPECT_EQ(got, std::vector<row>{plain});
+
+    constexpr uint32_t sessions = 70, apart = 64;
+    std::atomic<bool> done = false;
+    std::thread sender([&] {
+        for (uint32_t seq : {1u, 2u})
+            for (uint32_t s = 1; s <= sessions; s++)
+                EXPECT_EQ(client.send(answerFrom(7937, s, seq), 60000), zekSendResult::sent);
+        done = true;
+    });
+    while (!done) EXPECT_GE(select(0), 0);
+    sender.join();
+    for (int i = 0; i < 8; i++) EXPECT_EQ(select(0), 1);  // one of them looks at the socket
+    takeAll();
+    std::ranges::sort(got);
+    std::vector<row> want;
+    for (uint32_t s = 1; s <= sessions; s++) {
+        if (s > apart) want.emplace_back(7937, s, 1);
+        want.emplace_back(7937, s, 2);
+    }
+    EXPECT_EQ(got, want);
+}
+
+// What a full receiver has not taken of a batch is the caller's to send again; nobody's is done
+// with.
+TEST_F(selectTest, ABatchIsTakenAsFarAsTheReceiverHasRoom) {
+    std::vector<bytes> messages;
+    for (uint32_t i = 1; i <= 40; i++) messages.push_back(answer(i));
+    std::vector<std::span<const uint8_t>> batch(messages.begin(), messages.end());
+    while (hostSendNow(messages[0].data(), messages[0].size()) == zekSendResult::sent) {
+    }
+    const uint64_t sent = zekIpcStatistics().sent;
+    EXPECT_EQ(hostSendMany(batch), 0u);
+    bytes m;
+    for (int i = 0; i < 5; i++) ASSERT_EQ(client.recv(&m), 64);
+    EXPECT_EQ(hostSendMany(batch), 5u);
+    EXPECT_EQ(zekIpcStatistics().sent, sent + 5);
+    std::vector<uint32_t> got = client.drain();
+    ASSERT_GE(got.size(), 5u);
+    EXPECT_EQ(std::vector(got.end() - 5, got.end()), upTo(5));
+    for (size_t from = 5; from < batch.size();) {
+        const size_t taken = hostSendMany(std::span(batch).subspan(from));
+        ASSERT_GT(taken, 0u);
+        EXPECT_EQ(client.drain(),
+                  upTo(static_cast<uint32_t>(from + taken), static_cast<uint32_t>(from + 1)));
+        from += taken;
+    }
+    for (bytes& b : messages) headerOf(b)->source.svce = CLIENT_PORT + 5;  // nobody
+    EXPECT_EQ(hostSendMany(batch), batch.size());
+    EXPECT_EQ(zekIpcStatistics().sent, sent + 40);
 }
 
 TEST_F(selectTest, OtherDescriptorsAreSeenBesideTheQueues) {
