@@ -1,6 +1,7 @@
 // Messages of one entry (1,580 bytes) from a task's queue to one agent in another process, every
 // one delivered, beside the same bytes over a datagram socket without answers. Making the messages
 // is not in it. Pin it to one core: taskset -c 0 download_bench
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -75,19 +76,21 @@ bool receiveAll(const std::string& dir, int ready) {
     if (agent == nullptr || write(ready, "x", 1) != 1) return false;
     zekSwpSeq seen{};
     zekSwpOwed owed{};
-    std::vector<uint8_t> message;
-    for (uint32_t got = 0; got < MESSAGES;) {
-        int taken = zekEndpointRecv(agent, &message, IPC_TRANSPORT_MAX, 0, nullptr);
-        if (taken == 0) {
-            zekEndpointSwpAnswer(agent, &owed);
-            taken = zekEndpointRecv(agent, &message, IPC_TRANSPORT_MAX, 10000, nullptr);
-        }
-        if (taken != static_cast<int>(LENGTH)) return false;
-        if (zekEndpointSwpTake(agent, message.data(), &seen, &owed) == ZEK_SWP_IN_ORDER) got++;
+    uint32_t got = 0;
+    bool whole = true;
+    pollfd readable{zekEndpointFd(agent), POLLIN, 0};
+    while (whole && got < MESSAGES && poll(&readable, 1, 10000) > 0) {
+        (void)zekEndpointTake(
+            agent, [&](std::span<const uint8_t> message, const zekSender&, zekDrop) {
+                whole = whole && message.size() == LENGTH;
+                if (whole &&
+                    zekEndpointSwpTake(agent, message.data(), &seen, &owed) == ZEK_SWP_IN_ORDER)
+                    got++;
+            });
+        zekEndpointSwpAnswer(agent, &owed);
     }
-    zekEndpointSwpAnswer(agent, &owed);
     zekEndpointClose(agent);
-    return true;
+    return got == MESSAGES;
 }
 
 void* makeMessage() {

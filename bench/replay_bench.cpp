@@ -1,5 +1,6 @@
 // Replay of a card: from its agent's registration to the last message received, between real
 // processes. Pin it to one core: taskset -c 0 replay_bench
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -129,24 +130,23 @@ void runAgent(const std::string& dir, uint32_t slot, uint32_t entries, int resul
     if (zekEndpointSend(acl, &req, sizeof req, 1000) != zekSendResult::sent) _exit(2);
     zekSwpSeq seen{};
     zekSwpOwed owed{};
-    zekSender sender{};
-    std::vector<uint8_t> message;
-    for (uint32_t got = 0; got < entries;) {
-        int taken = zekEndpointRecv(acl, &message, IPC_TRANSPORT_MAX, 0, &sender);
-        if (taken == 0) {
-            zekEndpointSwpAnswer(acl, &owed);
-            taken = zekEndpointRecv(acl, &message, IPC_TRANSPORT_MAX, 30000, &sender);
-        }
-        if (taken <= 0) _exit(3);
-        const auto* hdr = wireView<agentHdr>(std::span<const uint8_t>(message));
-        if (hdr == nullptr || hdr->ipc.session == 0) continue;  // the answer to the registration
-        if (zekEndpointSwpTake(acl, message.data(), &seen, &owed) != ZEK_SWP_IN_ORDER) continue;
+    uint32_t got = 0;
+    auto take = [&](std::span<const uint8_t> message, const zekSender&, zekDrop why) {
+        if (why != zekDrop::none) _exit(3);
+        const auto* hdr = wireView<agentHdr>(message);
+        if (hdr == nullptr || hdr->ipc.session == 0) return;  // the answer to the registration
+        if (zekEndpointSwpTake(acl, message.data(), &seen, &owed) != ZEK_SWP_IN_ORDER) return;
         if (hdr->bodyLen > sizeof(agentListHdr))
             got +=
                 static_cast<uint32_t>((hdr->bodyLen - sizeof(agentListHdr)) / sizeof(agentEntry));
+    };
+    pollfd readable{zekEndpointFd(acl), POLLIN, 0};
+    while (got < entries) {
+        if (poll(&readable, 1, 30000) <= 0) _exit(3);
+        (void)zekEndpointTake(acl, take);
+        if (got >= entries) span.ended = benchNow();
+        zekEndpointSwpAnswer(acl, &owed);
     }
-    span.ended = benchNow();
-    zekEndpointSwpAnswer(acl, &owed);
     if (write(result, &span, sizeof span) != sizeof span) _exit(4);
     _exit(0);
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int AT_ONCE = 64;  // messages of one call and endpoint
+constexpr int TURNS = 4;  // of taking messages, in one call and from one endpoint
 constexpr int ANSWER_PATIENCE_MS = 200;
 
 uint32_t aclPort(const agentConfig& config) {
@@ -135,15 +135,15 @@ void takeMac(agent* self, std::span<const uint8_t> message, int32_t, uint64_t) {
 // Takes what waits, and answers it together.
 bool drain(agent* self, zekEndpoint* endpoint, zekSwpOwed* owed,
            void (*take)(agent*, std::span<const uint8_t>, int32_t, uint64_t), uint64_t nowMs) {
-    static thread_local std::vector<uint8_t> message;
     bool left = true;
-    for (int i = 0; i < AT_ONCE && left; i++) {
-        zekSender sender{};
-        int got = zekEndpointRecv(endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
-        if (got > 0) take(self, message, sender.pid, nowMs);
-        if (got == -2) self->strangers++;
-        left = got != 0 && got != -1;
-    }
+    for (int i = 0; i < TURNS && left; i++)
+        left = zekEndpointTake(endpoint, [&](std::span<const uint8_t> message,
+                                             const zekSender& sender, zekDrop why) {
+                   if (why == zekDrop::none)
+                       take(self, message, sender.pid, nowMs);
+                   else
+                       self->strangers++;
+               }) == ZEK_TAKEN_MAX;
     zekEndpointSwpAnswer(endpoint, owed);
     return left;
 }

@@ -58,8 +58,9 @@ zekEndpoint*
 hostEndpoint();  // of the task's request queue, by which everything leaves; null: closed
 zekIpcStats& hostIpcStats();
 // Calls take for the SWP answers that are here, which are then not delivered any more. When there
-// are none it first waits for any message to come. False: there was no answer.
-bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs);
+// are none it first waits for any message to come, and adds how long to *waitedMs. False: there was
+// no answer.
+bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* waitedMs);
 
 // ---- outgoing.cpp: what leaves, when. See the file.
 // How answers are made durable before they leave: the task's configuration database, unless a test
@@ -89,13 +90,6 @@ void hostOutgoingReset();
 zekSendResult hostEndpointSendMany(zekEndpoint* endpoint,
                                    std::span<const std::span<const uint8_t>> messages,
                                    size_t* taken);
-enum class hostDrop { none, tooLong, tooShort, malformed };
-// Takes what is there, at most `most` messages in one system call, and calls fn with each: its
-// bytes, or why it was dropped. Does not wait. How many were taken; fewer than `most`: all there
-// were, or the kernel gave no more at a time.
-typedef std::function<void(std::vector<uint8_t> message, const zekSender& sender, hostDrop why)>
-    hostTakenFn;
-int hostEndpointTake(zekEndpoint* endpoint, unsigned most, const hostTakenFn& fn);
 // Descriptor that polls writable when the receiver can take another message; -1 when nobody listens
 // there. Stays the endpoint's and lives until its next send.
 int hostEndpointPeerFd(zekEndpoint* endpoint, uint32_t card, uint32_t port);

@@ -27,7 +27,6 @@ namespace {
 constexpr uint32_t QUEUE_TIMER = 3;
 constexpr size_t KEPT_MAX = 4096;  // messages; then the socket fills up and senders wait
 constexpr size_t KEPT_BYTES_MAX = 32u << 20;
-constexpr int TAKE_AT_ONCE = 16;    // messages: more than a socket keeps on many machines
 constexpr int DRAIN_MAX = 256;      // messages taken off one socket at a time
 constexpr size_t ANSWERS_MAX = 64;  // sessions whose answers are kept apart
 constexpr size_t ASIDE_MAX =
@@ -161,10 +160,10 @@ void wantHold(holdState wanted) {
     if (task.wake.fd >= 0) (void)!write(task.wake.fd, &one, sizeof(one));
 }
 
-void countDrop(hostDrop why) {
-    if (why == hostDrop::tooLong) stats.tooLong++;
-    if (why == hostDrop::tooShort) stats.tooShort++;
-    if (why == hostDrop::malformed) stats.malformed++;
+void countDrop(zekDrop why) {
+    if (why == zekDrop::tooLong) stats.tooLong++;
+    if (why == zekDrop::tooShort) stats.tooShort++;
+    if (why == zekDrop::malformed) stats.malformed++;
 }
 
 bool isFull(const socketQueue& queue) {
@@ -175,7 +174,7 @@ bool hasRoom(const socketQueue& queue) {
     return &queue == &task.response || !isFull(queue);
 }
 
-void takeIn(socketQueue* queue, keptMessage m, hostDrop why) {
+void takeIn(socketQueue* queue, keptMessage m, zekDrop why) {
     // Requests are read sooner or later. A reply that nobody waits for any more is not.
     while (queue == &task.response && isFull(*queue)) {
         stats.overrun++;
@@ -183,8 +182,8 @@ void takeIn(socketQueue* queue, keptMessage m, hostDrop why) {
         queue->kept.pop_front();
     }
     // Time-outs come from our own timer only: whoever sends one wants our queues repeated.
-    if (why == hostDrop::none && headerOf(m)->mtype == MT_SWP_TIMEOUT) why = hostDrop::malformed;
-    if (why != hostDrop::none) return countDrop(why);
+    if (why == zekDrop::none && headerOf(m)->mtype == MT_SWP_TIMEOUT) why = zekDrop::malformed;
+    if (why != zekDrop::none) return countDrop(why);
     keep(queue, std::move(m));
 }
 
@@ -193,13 +192,12 @@ void takeIn(socketQueue* queue, keptMessage m, hostDrop why) {
 int drain(socketQueue* queue) {
     int taken = 0;
     while (taken < DRAIN_MAX && hasRoom(*queue)) {
-        int n = hostEndpointTake(
-            queue->endpoint, TAKE_AT_ONCE,
-            [queue](std::vector<uint8_t> bytes, const zekSender& sender, hostDrop why) {
-                takeIn(queue, {std::move(bytes), sender.pid}, why);
-            });
-        taken += n;
-        if (n < TAKE_AT_ONCE) break;
+        int n = zekEndpointTake(queue->endpoint, [queue](std::span<const uint8_t> message,
+                                                         const zekSender& sender, zekDrop why) {
+            takeIn(queue, {{message.begin(), message.end()}, sender.pid}, why);
+        });
+        taken += std::max(n, 0);
+        if (n < ZEK_TAKEN_MAX) break;
     }
     return taken;
 }
@@ -365,13 +363,15 @@ void hostReleaseRequests() {
     wantHold({});
 }
 
-bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs) {
+bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* waitedMs) {
     if (task.key == 0 || !hostIsTaskThread()) return false;
+    if (task.answers.empty() && waitMs != 0 && hasRoom(task.request)) {
+        uint64_t start = hostNowMs();
+        pollfd request{zekEndpointFd(task.request.endpoint), POLLIN, 0};
+        poll(&request, 1, waitMs);
+        *waitedMs += hostNowMs() - start;
+    }
     drain(&task.request);
-    pollfd request{zekEndpointFd(task.request.endpoint), POLLIN, 0};
-    if (task.answers.empty() && waitMs != 0 && hasRoom(task.request) &&
-        poll(&request, 1, waitMs) > 0)
-        drain(&task.request);
     bool any = !task.answers.empty();
     for (const keptMessage& m : task.answers) take(*headerOf(m));
     task.answers.clear();

@@ -97,11 +97,11 @@ void pace(swpRecord* r) {
     swpQueue& q = r->queue;
     if (q.backlog.size() <= q.window) r->waitedMs = 0;
     if (q.backlog.size() < plenty * q.window) return;
-    for (bool answered = true; answered && q.backlog.size() > enough * q.window;) {
-        uint64_t start = hostNowMs();
-        answered = hostTakeAnswers(takeAnswer, r->waitedMs < patienceMs ? 2 : 0);
-        r->waitedMs += hostNowMs() - start;
-    }
+    // An answer makes room for a window at most: with no patience left, one look a window is
+    // enough.
+    if (r->waitedMs >= patienceMs && q.enqueued % q.window != 0) return;
+    for (bool answered = true; answered && q.backlog.size() > enough * q.window;)
+        answered = hostTakeAnswers(takeAnswer, r->waitedMs < patienceMs ? 2 : 0, &r->waitedMs);
 }
 
 uint64_t due(const swpRecord& r) {

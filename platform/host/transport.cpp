@@ -149,24 +149,23 @@ int remainingMs(int timeoutMs, uint64_t start) {
 
 // Reads the whole message behind a descriptor. The file must be sealed: else its sender could
 // shorten or change it while it is read and checked.
-hostDrop readSealed(int file, const uint8_t* front, std::vector<uint8_t>* message, size_t max) {
+zekDrop readSealed(int file, const uint8_t* front, std::vector<uint8_t>* message, size_t max) {
     constexpr int needed = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
     int seals = fcntl(file, F_GET_SEALS);
     struct stat st;
     if (seals < 0 || (seals & needed) != needed || fstat(file, &st) != 0 || st.st_size < 0)
-        return hostDrop::malformed;
+        return zekDrop::malformed;
     size_t size = static_cast<size_t>(st.st_size);
-    if (size <= IPC_TRANSPORT_MAX) return hostDrop::malformed;
-    if (size > max || size > ZEK_MESSAGE_MAX) return hostDrop::tooLong;
+    if (size <= IPC_TRANSPORT_MAX) return zekDrop::malformed;
+    if (size > max || size > ZEK_MESSAGE_MAX) return zekDrop::tooLong;
     message->resize(size);
     for (size_t done = 0; done < size;) {
         ssize_t n = pread(file, message->data() + done, size - done, static_cast<off_t>(done));
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return hostDrop::malformed;
+        if (n <= 0) return zekDrop::malformed;
         done += static_cast<size_t>(n);
     }
-    return memcmp(message->data(), front, sizeof(ipcHdr)) == 0 ? hostDrop::none
-                                                               : hostDrop::malformed;
+    return memcmp(message->data(), front, sizeof(ipcHdr)) == 0 ? zekDrop::none : zekDrop::malformed;
 }
 
 }  // namespace
@@ -381,22 +380,22 @@ zekSendResult hostEndpointSendMany(zekEndpoint* endpoint,
 
 namespace {
 
-constexpr unsigned TAKEN_MAX = 16;  // messages that one call takes at most
-
 // Where the kernel puts messages. Pages that no message has reached cost nothing.
 struct receiveSlots {
+    // Apart from the page size, or all messages would compete for the same lines of the cache.
+    static constexpr size_t STRIDE = IPC_TRANSPORT_MAX + 2048;
     struct slot {
         iovec iov;
         alignas(cmsghdr) char control[CMSG_SPACE(sizeof(ucred)) +
                                       CMSG_SPACE(DESCRIPTORS_TAKEN * sizeof(int))];
     };
-    std::unique_ptr<uint8_t[]> bytes{new uint8_t[TAKEN_MAX * IPC_TRANSPORT_MAX]};
-    slot slots[TAKEN_MAX];
-    mmsghdr messages[TAKEN_MAX];
+    std::unique_ptr<uint8_t[]> bytes{new uint8_t[ZEK_TAKEN_MAX * STRIDE]};
+    slot slots[ZEK_TAKEN_MAX];
+    mmsghdr messages[ZEK_TAKEN_MAX];
 
     void prepare(unsigned count) {
         for (unsigned i = 0; i < count; i++) {
-            slots[i].iov = {bytes.get() + i * IPC_TRANSPORT_MAX, IPC_TRANSPORT_MAX};
+            slots[i].iov = {bytes.get() + i * STRIDE, IPC_TRANSPORT_MAX};
             msghdr& msg = messages[i].msg_hdr;
             msg = {};
             msg.msg_iov = &slots[i].iov;
@@ -411,9 +410,10 @@ receiveSlots& slotsOfThread() {
     return slots;
 }
 
-// Makes a message of what has been received: its length, or -2 with *why.
-int unpack(msghdr* msg, size_t length, std::vector<uint8_t>* message, size_t max, zekSender* sender,
-           hostDrop* why) {
+// Finds the message in what has been received: its bytes, in the slot or read into *whole; or none
+// with *why.
+std::span<const uint8_t> unpack(msghdr* msg, size_t length, std::vector<uint8_t>* whole, size_t max,
+                                zekSender* sender, zekDrop* why) {
     // Take charge of every descriptor before anything can fail.
     hostFd files[DESCRIPTORS_TAKEN];
     size_t fileCount = 0;
@@ -437,39 +437,37 @@ int unpack(msghdr* msg, size_t length, std::vector<uint8_t>* message, size_t max
     }
 
     const auto* bytes = static_cast<const uint8_t*>(msg->msg_iov->iov_base);
-    *why = hostDrop::none;
+    *why = zekDrop::none;
     if ((msg->msg_flags & MSG_TRUNC) != 0)
-        *why = hostDrop::tooLong;
+        *why = zekDrop::tooLong;
     else if (length < sizeof(ipcHdr))
-        *why = hostDrop::tooShort;
+        *why = zekDrop::tooShort;
     else if (fileCount > 1 || (fileCount == 1 && length != sizeof(ipcHdr)))
-        *why = hostDrop::malformed;
+        *why = zekDrop::malformed;
     else if (fileCount == 1)
-        *why = readSealed(files[0].fd, bytes, message, max);
+        *why = readSealed(files[0].fd, bytes, whole, max);
     else if (length > max)
-        *why = hostDrop::tooLong;
-    else
-        message->assign(bytes, bytes + length);
-    return *why == hostDrop::none ? static_cast<int>(message->size()) : -2;
+        *why = zekDrop::tooLong;
+    if (*why != zekDrop::none) return {};
+    return fileCount == 1 ? std::span<const uint8_t>(*whole) : std::span(bytes, length);
 }
 
 }  // namespace
 
-int hostEndpointTake(zekEndpoint* endpoint, unsigned most, const hostTakenFn& fn) {
+int zekEndpointTake(zekEndpoint* endpoint, const zekTakenFn& fn) {
     receiveSlots& in = slotsOfThread();
-    most = std::min(most, TAKEN_MAX);
-    in.prepare(most);
+    in.prepare(ZEK_TAKEN_MAX);
     int count;
-    while ((count = recvmmsg(zekEndpointFd(endpoint), in.messages, most,
+    while ((count = recvmmsg(zekEndpointFd(endpoint), in.messages, ZEK_TAKEN_MAX,
                              MSG_DONTWAIT | MSG_CMSG_CLOEXEC, nullptr)) < 0)
-        if (errno != EINTR) return 0;
+        if (errno != EINTR) return errno == EAGAIN ? 0 : -1;
+    std::vector<uint8_t> whole;
     for (int i = 0; i < count; i++) {
-        std::vector<uint8_t> message;
         zekSender sender{};
-        hostDrop why;
-        (void)unpack(&in.messages[i].msg_hdr, in.messages[i].msg_len, &message, IPC_TRANSPORT_MAX,
-                     &sender, &why);
-        fn(std::move(message), sender, why);
+        zekDrop why;
+        auto message = unpack(&in.messages[i].msg_hdr, in.messages[i].msg_len, &whole,
+                              IPC_TRANSPORT_MAX, &sender, &why);
+        fn(message, sender, why);
     }
     return count;
 }
@@ -489,8 +487,13 @@ int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t
         in.prepare(1);
         msghdr* msg = &in.messages[0].msg_hdr;
         ssize_t n = recvmsg(fd, msg, (wait == 0 ? MSG_DONTWAIT : 0) | MSG_CMSG_CLOEXEC);
-        hostDrop why;
-        if (n >= 0) return unpack(msg, static_cast<size_t>(n), message, max, sender, &why);
+        if (n >= 0) {
+            zekDrop why;
+            auto bytes = unpack(msg, static_cast<size_t>(n), message, max, sender, &why);
+            if (why != zekDrop::none) return -2;
+            if (bytes.data() != message->data()) message->assign(bytes.begin(), bytes.end());
+            return static_cast<int>(bytes.size());
+        }
         if (errno != EAGAIN && errno != EINTR) return -1;
         if (wait == 0) return 0;
     }
