@@ -7,10 +7,12 @@
 #include "download/zekacl_download.h"
 #include "include/linecard.h"
 #include "include/service.h"
+#include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
+#include "task/zekacl_lib.h"
 
 aclNodeRecord* aclNode = nullptr;
 aspathAclNodeRecord* aspathAclNode = nullptr;
@@ -334,7 +336,8 @@ void aclCreateShowRunningDummyNodes() {
 }
 
 void aclProcessRegexPendingDelete() {
-    // Nothing compiles expressions yet, so nothing waits to be freed.
+    aclLockHeld<aclLock::write> held;
+    (void)regexFinalCleanup(REGEX_CLEANUP_MAX);
 }
 
 void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFFER_SIZE> buffer) {

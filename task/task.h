@@ -22,8 +22,9 @@ void init_acl_mutexes();
 bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* readCounter, aspathAclNodeRecord* aspathNode);
 void AclGetChassMode(uint32_t taskHandle);
 void aclCreateShowRunningDummyNodes();
-// Frees expressions whose deletion had to wait for their readers.
+// Frees a share of the expressions whose entries have gone; called on every pass.
 void aclProcessRegexPendingDelete();
+constexpr uint32_t REGEX_CLEANUP_MAX = 1000;
 // One pass of the main loop. `pass` counts from 1; the message buffer is the task's.
 void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFFER_SIZE> buffer);
 

@@ -7,6 +7,7 @@
 // refused.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string_view>
 
@@ -17,7 +18,11 @@ constexpr size_t ZEKBGP_REGEX_MAX = 1024;  // characters of an expression
 // Null on a syntax error, on an empty, too long or too large expression, on characters that are not
 // printable, and without memory. The handle belongs to the caller.
 [[nodiscard]] zekbgp_regex* zekbgp_regcomp(std::string_view expression);
-void zekbgp_regex_free(zekbgp_regex* regex);  // null is allowed
+// Puts the handle away; regexFinalCleanup frees it. Null is allowed.
+void zekbgp_regex_free(zekbgp_regex* regex);
+// Frees the handles that were put away first, at most `limit` of them, so that the deletion of a
+// long list holds nobody up; the number of those freed. The caller holds the write lock.
+uint32_t regexFinalCleanup(uint32_t limit);
 // Any number of threads may ask at once.
 [[nodiscard]] bool zekbgp_regexec(const zekbgp_regex* regex, std::string_view text);
 

@@ -4,6 +4,7 @@
 #include <re2/set.h>
 
 #include <algorithm>
+#include <mutex>
 #include <new>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@ struct zekbgp_regex {
     explicit zekbgp_regex(const std::string& pattern, const re2::RE2::Options& options)
         : re(pattern, options) {}
     re2::RE2 re;
+    zekbgp_regex* nextPutAway = nullptr;
 };
 
 struct zekbgp_regexSet {
@@ -86,6 +88,13 @@ std::string translate(std::string_view text) {
     return out;
 }
 
+// The handles that wait for regexFinalCleanup, oldest first.
+struct {
+    std::mutex lock;
+    zekbgp_regex* first = nullptr;
+    zekbgp_regex* last = nullptr;
+} putAway;
+
 bool isPrintable(char c) {
     return c >= ' ' && c <= '~';
 }
@@ -106,7 +115,21 @@ zekbgp_regex* zekbgp_regcomp(std::string_view expression) {
 }
 
 void zekbgp_regex_free(zekbgp_regex* regex) {
-    delete regex;
+    if (regex == nullptr) return;
+    std::lock_guard held(putAway.lock);
+    (putAway.first != nullptr ? putAway.last->nextPutAway : putAway.first) = regex;
+    putAway.last = regex;
+}
+
+uint32_t regexFinalCleanup(uint32_t limit) {
+    std::lock_guard held(putAway.lock);
+    uint32_t freed = 0;
+    for (; freed < limit && putAway.first != nullptr; freed++) {
+        zekbgp_regex* regex = putAway.first;
+        putAway.first = regex->nextPutAway;
+        delete regex;
+    }
+    return freed;
 }
 
 bool zekbgp_regexec(const zekbgp_regex* regex, std::string_view text) {

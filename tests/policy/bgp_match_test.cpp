@@ -347,6 +347,18 @@ TEST_F(BgpLists, CommunitiesAreDecidedAsByTheWalk) {
     EXPECT_GT(deciders.size(), 20u);
 }
 
+TEST_F(BgpLists, ExpressionsGoAThousandAPass) {
+    (void)regexFinalCleanup(UINT32_MAX);  // of the tests before
+    makePaths();
+    for (uint32_t i = 0; i < 1002; i++)
+        ASSERT_EQ(bgpAddASPAccessEntry(A, PERMIT, {std::to_string(i)}), 0u);
+    ASSERT_EQ(bgpDelASPAccessEntry(A, PERMIT, {"7"}, 1), 0u);
+    ASSERT_EQ(bgpASPAccessListDelete(A), 0u);
+    aclProcessRegexPendingDelete();
+    EXPECT_EQ(regexFinalCleanup(UINT32_MAX), 2u);
+    EXPECT_EQ(regexFinalCleanup(UINT32_MAX), 0u);
+}
+
 // Client threads ask without a pause while lists change, go and come; meant for the thread
 // sanitizer. Every answer is one that the list can give at some moment.
 TEST_F(BgpLists, ClientsAskWhileListsChange) {
@@ -377,6 +389,7 @@ TEST_F(BgpLists, ClientsAskWhileListsChange) {
         bgpAddASPAccessEntryExt(seven, PERMIT, aspathRule{"^1_2$"});
         for (uint64_t from = asked; asked < from + 150;) std::this_thread::yield();
         bgpASPAccessListDeleteExt(seven);
+        aclProcessRegexPendingDelete();
         bgpCommAccessListDeleteExt(seven);
         bgpASPAccessListCreateExt(seven, 0u);
         bgpCommAccessListCreateExt(seven, 0u);
