@@ -39,12 +39,13 @@ struct aspathEntry : bgpEntry {
 };
 
 struct commEntry : bgpEntry {
-    commEntryBlock block;  // as it came, but the handle is 0 and the count at most its limit
+    commEntryBlock block;  // as it came, but the handle is 0, the count at most its limit, the text
+                           // zero behind its NUL
 };
 
 struct extCommRule {
     be32 action;
-    extCommBody body;  // the count is at most its limit
+    extCommBody body;  // the count is at most its limit, an expression zero behind its NUL
 };
 struct extCommEntry : bgpEntry {
     extCommRule rule;

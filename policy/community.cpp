@@ -12,6 +12,13 @@ std::string_view bounded(const char (&text)[N]) {
     return {text, strnlen(text, N)};
 }
 
+// Clears what stands behind the text's NUL, so that equal texts are equal bodies.
+template <size_t N>
+void bound(char (&text)[N]) {
+    const size_t length = bounded(text).size();
+    std::memset(text + length, 0, N - length);
+}
+
 // Bounds a count; false when it is negative.
 bool boundCount(be32& count, size_t limit) {
     if (static_cast<int32_t>(uint32_t{count}) < 0) return false;
@@ -23,13 +30,17 @@ bool boundCount(be32& count, size_t limit) {
 bool commBody(const commEntryBlock& request, commEntryBlock* body) {
     *body = request;
     body->handle = 0;
+    bound(body->text);
     if (body->kind != COMM_VALUES && body->kind != COMM_REGEXP) return false;
     return boundCount(body->count, COMM_LIST_VALUES);
 }
 bool extCommBodyOf(const extCommEntryBlock& request, extCommRule* body) {
     body->action = request.action;
     body->body = request.body;
-    if (request.kind == COMM_REGEXP) return true;
+    if (request.kind == COMM_REGEXP) {
+        bound(body->body.text);
+        return true;
+    }
     if (request.kind != COMM_VALUES) return false;
     if (request.body.selector != EXTCOMM_RT && request.body.selector != EXTCOMM_SOO) return false;
     return boundCount(body->body.count, EXTCOMM_LIST_VALUES);

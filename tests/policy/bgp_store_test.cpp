@@ -98,6 +98,7 @@ TEST_F(BgpLists, RefusalsSayWhyAndLeaveNoTrace) {
     ASSERT_EQ(add(PERMIT, "_65000_", 1), 0u) << "so is another option word";
     ASSERT_EQ(bgpAddCommAccessEntry(A, values), 0u);
     ASSERT_EQ(bgpAddExtCommListEntry(A, goal), 0u);
+    ASSERT_EQ(bgpAddCommAccessEntry(A, communityText(PERMIT, "1")), 0u);
     testTake();
     const std::string longest(460, '1');
     struct {
@@ -119,6 +120,10 @@ TEST_F(BgpLists, RefusalsSayWhyAndLeaveNoTrace) {
         {"no community list", bgpDelCommAccessEntry(no, values), ACL_E_COMM_NOLIST},
         {"no community list", bgpCommAccessListDelete(no), ACL_E_COMM_NOLIST},
         {"the same values", bgpAddCommAccessEntry(A, with(values, [](auto& b) { b.handle = 99; })),
+         ACL_E_COMM_EXISTS},
+        {"the same expression",
+         bgpAddCommAccessEntry(
+             A, with(communityText(PERMIT, "1"), [](auto& b) { b.text[2] = b.text[695] = 'x'; })),
          ACL_E_COMM_EXISTS},
         {"no such values", bgpDelCommAccessEntry(A, communities(PERMIT, {2, 1})),
          ACL_E_COMM_NOENTRY},
@@ -147,7 +152,7 @@ TEST_F(BgpLists, RefusalsSayWhyAndLeaveNoTrace) {
     EXPECT_EQ(textsOf(paths), (rows{" permit _65000_ ", " deny _65000_ ", " permit _65000_ "}));
     // A count above the limit is the limit.
     EXPECT_EQ(bgpAddCommAccessEntry(A, with(values, [](auto& b) { b.count = 500; })), 0u);
-    EXPECT_EQ(bgpEntryLine(BGP_COMM, bgpCommAccessEntFindIndex(A, 2)),
+    EXPECT_EQ(bgpEntryLine(BGP_COMM, bgpCommAccessEntFindIndex(A, 3)),
               " permit 0:1 0:2 0:0 0:0 0:0 0:0 0:0 0:0 0:0");
 }
 
