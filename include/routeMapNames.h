@@ -15,6 +15,18 @@ enum rmapKind : uint32_t {
 };
 
 enum rmapSide : uint32_t { RMAP_SIDE_MATCH, RMAP_SIDE_SET, RMAP_SIDE_CONTINUE };
+// Whether clauses of the class (rmapClass) are on the side.
+constexpr bool rmapSideHas(rmapSide side, uint32_t cls) {
+    switch (side) {
+        case RMAP_SIDE_MATCH:
+            return cls == RTMAP_MS_MATCH || cls == RTMAP_MS_V6_MATCH;
+        case RMAP_SIDE_SET:
+            return cls == RTMAP_MS_SET || cls == RTMAP_MS_V6_SET;
+        case RMAP_SIDE_CONTINUE:
+            return cls == RTMAP_CONTINUE;
+    }
+    return false;
+}
 
 enum rmapCode : uint32_t {
     RTMAP_MATCH_ASP = 1,

@@ -84,7 +84,7 @@ int delTask(bgpListKind kind, uint32_t application, uint32_t instance, const lis
     return report(result, kind, name, taskText(application, instance).c_str(), false);
 }
 
-// Which clauses name which lists.
+// Which clauses name which lists, in the IPv4 and in the IPv6 class of their side.
 struct clauseRow {
     uint32_t code;
     bgpListKind kind;
@@ -94,11 +94,13 @@ constexpr clauseRow communityClauses[] = {
     {RTMAP_MATCH_COMM, BGP_COMM},
     {RTMAP_MATCH_COMM_EXACT, BGP_COMM},
     {RTMAP_MATCH_EXT_COMM, BGP_EXTCOMM},
+    {RTMAP_SET_COMMLIST, BGP_COMM},
 };
 
 typedef std::span<const clauseRow> clauseRows;
 const clauseRow* findClause(clauseRows rows, const rmapMatch& match) {
-    if (match.cls != RTMAP_MS_MATCH) return nullptr;
+    const rmapCodeRow* code = rmapCodeFind(match.code);
+    if (code == nullptr || !rmapSideHas(code->side, match.cls)) return nullptr;
     auto row = std::ranges::find(rows, match.code, &clauseRow::code);
     return row != rows.end() ? &*row : nullptr;
 }

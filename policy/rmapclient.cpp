@@ -62,10 +62,7 @@ int rmapRegister(const rmapList* map, const rmapEntry* entry, rmapNameValue* val
     size_t done = 0;
     while (done < std::size(registrars) && registrars[done].add(match, map->name, value->name) == 0)
         done++;
-    bool good = done == std::size(registrars);
-    // No store takes IPv6 access lists yet, and a clause about one must not pass unheard.
-    if (entry->code == RTMAP_MATCH_IPV6ADD_ACL && value->list == nullptr) good = false;
-    if (good) return 0;
+    if (done == std::size(registrars)) return 0;
     while (done > 0) (void)registrars[--done].remove(match, map->name, value->name);
     value->list = nullptr;
     return -1;

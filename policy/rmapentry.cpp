@@ -14,7 +14,7 @@ namespace {
 constexpr uint16_t VALUE_INDEX_MAX = 0xFFFF;
 
 bool isSetSide(uint32_t cls) {
-    return cls == RTMAP_MS_SET || cls == RTMAP_MS_V6_SET;
+    return rmapSideHas(RMAP_SIDE_SET, cls);
 }
 // Clauses with one value, which the next one overwrites.
 bool holdsOneValue(uint32_t cls) {
@@ -23,22 +23,10 @@ bool holdsOneValue(uint32_t cls) {
 
 // --- requests ------------------------------------------------------------------------------------
 
-bool sideHas(rmapSide side, uint32_t cls) {
-    switch (side) {
-        case RMAP_SIDE_MATCH:
-            return cls == RTMAP_MS_MATCH || cls == RTMAP_MS_V6_MATCH;
-        case RMAP_SIDE_SET:
-            return isSetSide(cls);
-        case RMAP_SIDE_CONTINUE:
-            return cls == RTMAP_CONTINUE;
-    }
-    return false;
-}
-
 // The clause's row, or null for what is no clause of the class and kind that the request states.
 const rmapCodeRow* rowOf(const rmapClauseBlock& request) {
     const rmapCodeRow* row = rmapCodeFind(request.code);
-    if (row == nullptr || row->style == RMAP_STYLE_NONE || !sideHas(row->side, request.cls) ||
+    if (row == nullptr || row->style == RMAP_STYLE_NONE || !rmapSideHas(row->side, request.cls) ||
         request.kind != row->kind)
         return nullptr;
     // Its one payload is an IPv6 address.

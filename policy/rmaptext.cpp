@@ -11,6 +11,12 @@
 
 namespace {
 
+// Null for a code that the class does not have.
+const rmapCodeRow* rowOf(uint32_t code, uint32_t cls) {
+    const rmapCodeRow* row = rmapCodeFind(code);
+    return row != nullptr && rmapSideHas(row->side, cls) ? row : nullptr;
+}
+
 void reportCode(const char* function, uint32_t cls) {
     switch (cls) {
         case RTMAP_MS_MATCH:
@@ -93,7 +99,7 @@ void addAddress6(std::string& out, const uint8_t (&address)[16]) {
 }  // namespace
 
 const char* rtmap_code_to_str(uint32_t code, uint32_t cls) {
-    const rmapCodeRow* row = rmapCodeFind(code);
+    const rmapCodeRow* row = rowOf(code, cls);
     if (row != nullptr && row->name[0] != '\0') return row->name;
     if (cls == RTMAP_CONTINUE)
         aclSysErr(SYSERR_LIST, "%s",
@@ -105,7 +111,7 @@ const char* rtmap_code_to_str(uint32_t code, uint32_t cls) {
 }
 
 const char* rtmap_code_to_str_conf(uint32_t code, uint32_t cls) {
-    const rmapCodeRow* row = rmapCodeFind(code);
+    const rmapCodeRow* row = rowOf(code, cls);
     if (row != nullptr && row->conf[0] != '\0') return row->conf;
     reportCode("rtmap_code_to_str_conf", cls);
     return "";

@@ -82,7 +82,9 @@ const List* listOf(const rmapNameValue& name) {
 }
 
 bool prefixPermits(const rmapNameValue& name, const asked& by, const ipPrefix& prefix) {
-    const auto* list = listOf<prefixList>(name);
+    // The clauses of a place in the class of the other family register with no store.
+    const auto* list = name.list != nullptr ? listOf<prefixList>(name)
+                                            : ipPrefixListFind(name.name, prefix.family);
     if (by.counts) return prefixFilterCheck(list, prefix) == 0;
     const prefixEntry* entry = list != nullptr ? prefixFilterFind(list, prefix) : nullptr;
     return entry != nullptr && entry->record->action != PREFIX_DENY;

@@ -167,6 +167,9 @@ std::vector<clauseCase> everyClause() {
         {clause(MATCH6, 16).list("L"), " match ipv6 next-hop L", "ipv6 next-hop (access-lists): L"},
         {clause(MATCH6, 17).list("L"), " match ipv6 route-source L",
          "ipv6 route-source (access-lists): L"},
+        {clause(MATCH6, 18).list("L"), " match ipv6 address L", "ipv6 address (access-lists): L"},
+        // The classes of both families are taken.
+        {clause(MATCH6, 1).list("L"), " match as-path L", "as-path (as-path filter): L"},
         {clause(MATCH, 125).list("L"), " match extcommunity L",
          "extcommunity (extcommunity-list filter): L"},
         {clause(MATCH, 133).number(4), " match route-type external type-2 ",
@@ -265,11 +268,40 @@ TEST_F(RouteMap, EveryClauseHasItsLineItsShowItsNoFormAndLeavesNothing) {
         if (seen.contains(row.code)) continue;
         const bool isSet = row.side == RMAP_SIDE_SET;
         SCOPED_TRACE(row.debug);
-        EXPECT_EQ(add(clause(isSet ? SET : row.cls, row.code).list("L")),
-                  row.code == RTMAP_MATCH_IPV6ADD_ACL ? ACL_E_RMAP_LIST : ACL_E_RMAP_CLAUSE);
+        EXPECT_EQ(add(clause(isSet ? SET : row.cls, row.code).list("L")), ACL_E_RMAP_CLAUSE);
         EXPECT_EQ(told(), rows{});
     }
     EXPECT_EQ(map()->lastEntryId, id);
+}
+
+TEST_F(RouteMap, NamesAreThoseOfTheClass) {
+    constexpr char LOST[] = " function: Couldn't resolve code to string \n";
+    struct {
+        uint32_t code, cls;
+        const char *name, *conf, *nameError, *confError;  // errors: what comes before the function
+    } cases[] = {
+        {1, MATCH6, "match as-path", "as-path (as-path filter):", "", ""},
+        {121, SET, "set ipv6 next-hop", "ipv6 next-hop", "", ""},
+        {1, SET, "", "", "Error in SET: ", "Error in SET: "},
+        {100, MATCH, "", "", "Error in MATCH: ", "Error in MATCH: "},
+        {6, MATCH, "", "", "Error in MATCH: ", "Error in MATCH: "},
+        {123, CONTINUE, "continue", "", "", "Error in ms:"},
+        {1, 77, "", "", "Error in ms:", "Error in ms:"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.code) + "/" + std::to_string(c.cls));
+        testTake();
+        EXPECT_STREQ(rtmap_code_to_str(c.code, c.cls), c.name);
+        EXPECT_STREQ(rtmap_code_to_str_conf(c.code, c.cls), c.conf);
+        rows errors;
+        if (c.nameError[0] != '\0')
+            errors.push_back("syserr 0x50006 " + std::string(c.nameError) + "rtmap_code_to_str" +
+                             LOST);
+        if (c.confError[0] != '\0')
+            errors.push_back("syserr 0x50006 " + std::string(c.confError) +
+                             "rtmap_code_to_str_conf" + LOST);
+        EXPECT_EQ(testTake(), errors);
+    }
 }
 
 TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoes) {
@@ -407,7 +439,8 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         {ADD, clause(MATCH, 8).list("A"), ACL_E_RMAP_FORMS, ""},
         {DEL, clause(MATCH, 5).list("B"), ACL_OK, "no  match ip address B"},
         {ADD, clause(MATCH, 8).list("A"), ACL_OK, "\" match ip address A\""},
-        {ADD, clause(MATCH6, 18).list("A"), ACL_E_RMAP_LIST, ""},
+        {ADD, clause(MATCH6, 18).list("A"), ACL_OK, "\" match ipv6 address A\""},
+        {ADD, clause(MATCH6, 13).list("A"), ACL_E_RMAP_FORMS, ""},
         // What is no clause: the wrong side, kind or class, or none at all.
         {ADD, clause(SET, 1).list("A"), ACL_E_RMAP_CLAUSE, ""},
         {ADD, clause(MATCH, 136).with([](rmapClauseBlock& b) { b.kind = RMAP_KIND_LIST; }),
@@ -464,6 +497,17 @@ TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
         {MATCH, 4, [&] { return bgpCommAccessListFind(L); },
          [&] { bgpCommAccessListCreate(L, 0, &status); },
          [&] { EXPECT_EQ(bgpCommAccessListDelete(L), ACL_OK); }},
+        {MATCH6, 1, [&] { return bgpASPAccessListFind(L); },
+         [&] { bgpASPAccessListCreate(L, 0, &status); },
+         [&] { EXPECT_EQ(bgpASPAccessListDelete(L), ACL_OK); }},
+        {SET, 112, [&] { return bgpCommAccessListFind(L); },
+         [&] {
+             bgpCommAccessListCreate(L, 0, &status);
+             commEntryBlock any{};
+             any.kind = COMM_VALUES;
+             EXPECT_EQ(bgpAddCommAccessEntry(L, any), ACL_OK);
+         },
+         [&] { EXPECT_EQ(bgpCommAccessListDelete(L), ACL_OK); }},
         {MATCH, 125, [&] { return bgpExtCommListFind(L); },
          [&] { bgpExtCommListCreate(L, 0, &status); },
          [&] { EXPECT_EQ(bgpExtCommListDelete(L), ACL_OK); }},
@@ -492,7 +536,9 @@ TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
             kind.make();
             kind.drop();
             // An access list tells of its creation and its deletion, the others of their entries.
-            EXPECT_EQ(triggers(), kind.code == 5 || kind.code == 1 ? 2u : 0u);
+            const bool tells =
+                kind.code == 5 || kind.code == 112 || (kind.code == 1 && kind.cls == MATCH);
+            EXPECT_EQ(triggers(), tells ? 2u : 0u);
             EXPECT_EQ(kind.find(), list) << "a placeholder";
             EXPECT_EQ(slot(), list);
         }

@@ -30,6 +30,7 @@ route-map ALL permit 10
  match metric 4294967295
  match tag 0
  match extcommunity TARGETS
+ match ipv6 address ACL6
  match ipv6 next-hop ACL6
  match ipv6 route-source ACL6
  set local-preference 200
