@@ -99,8 +99,9 @@ bool hostByPrefix(const rmapNameValue& name, const asked& by, uint32_t host) {
 bool hostByPrefix(const rmapNameValue& name, const asked& by, const uint8_t (&host)[16]) {
     return !isV4(by) && prefixPermits(name, by, ipPrefixMake(AF_IPV6, host, 128));
 }
+template <uint32_t Family>
 bool addressByPrefix(const rmapNameValue& name, const asked& by) {
-    return prefixPermits(name, by, by.route.prefix);
+    return by.route.prefix.family == Family && prefixPermits(name, by, by.route.prefix);
 }
 bool pathPermits(const rmapNameValue& name, const asked& by) {
     return aspathListCheck(listOf<bgpList>(name), by.route.asPath, nullptr) == BGP_VERDICT_PERMIT;
@@ -136,8 +137,8 @@ constexpr listRow listRows[] = {
     {RTMAP_MATCH_COMM_EXACT, commPermits<true>},
     {RTMAP_MATCH_IPADD_ACL, addressByAcl},
     {RTMAP_MATCH_SRC, hostAcl<&rmapRoute::source>},
-    {RTMAP_MATCH_IPADD_PREFIX, addressByPrefix},
-    {RTMAP_MATCH_IPV6ADD_PREFIX, addressByPrefix},
+    {RTMAP_MATCH_IPADD_PREFIX, addressByPrefix<AF_IPV4>},
+    {RTMAP_MATCH_IPV6ADD_PREFIX, addressByPrefix<AF_IPV6>},
     {RTMAP_MATCH_NHOP_PREFIX, hostPrefix<&rmapRoute::nextHop>},
     {RTMAP_MATCH_SRC_PREFIX, hostPrefix<&rmapRoute::source>},
     {RTMAP_MATCH_V6_NHOP_PREFIX, hostPrefix<&rmapRoute::nextHop6>},

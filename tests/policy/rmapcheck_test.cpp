@@ -177,15 +177,19 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         EXPECT_EQ(ipRmapListFind(M)->first->hits, 1u) << "a question with a trail counts nothing";
         ASSERT_EQ(ipRmapListDelete(M, 0), ACL_OK);
     }
-    // A clause in the class of the other family, which no prefix list is registered for.
-    instance(10);
-    rmapClauseBlock other = clause(RTMAP_MATCH_IPADD_PREFIX);
-    other.cls = RTMAP_MS_V6_MATCH;
-    other.list = A;
-    add(other);
-    EXPECT_TRUE(permits(route()));
-    EXPECT_FALSE(permits(route("10.2.0.0")));
-    ASSERT_EQ(ipRmapListDelete(M, 0), ACL_OK);
+    // In the class of the other family, in which no prefix list hears of the clause.
+    for (auto [code, cls] : {std::pair{RTMAP_MATCH_IPADD_PREFIX, RTMAP_MS_V6_MATCH},
+                             {RTMAP_MATCH_IPV6ADD_PREFIX, RTMAP_MS_MATCH}}) {
+        instance(10);
+        rmapClauseBlock other = clause(code);
+        other.cls = cls;
+        other.list = A;
+        add(other);
+        const bool v4 = code == RTMAP_MATCH_IPADD_PREFIX;
+        EXPECT_EQ(permits(route()), v4);
+        EXPECT_EQ(permits(route("2001:db8:1::", 48)), !v4);
+        ASSERT_EQ(ipRmapListDelete(M, 0), ACL_OK);
+    }
     // An emptied list that the map still names: nothing is permitted, and nothing dangles.
     instance(10);
     addList(RTMAP_MATCH_IPADD_PREFIX, A);
