@@ -1,4 +1,5 @@
 // The entry points that take attributes as they are on the wire.
+#include <new>
 #include <vector>
 
 #include "common/nametree.h"
@@ -18,6 +19,16 @@ bool communitiesOf(const void* attribute, uint32_t length, std::vector<uint32_t>
     for (size_t at = 0; at < parsed.value.size(); at += sizeof(be32))
         communities->push_back(*wireView<be32>(parsed.value, at));
     return true;
+}
+
+// What cannot be evaluated for lack of memory is not let through.
+template <class Check>
+int verdictOf(Check check) {
+    try {
+        return check();
+    } catch (const std::bad_alloc&) {
+        return BGP_VERDICT_DENY;
+    }
 }
 
 listName numberName(uint32_t listId) {
@@ -50,9 +61,11 @@ commValues bgpEntryCommunities(const commEntryBlock& block) {
 }
 
 int bgpAccessASPMatchFin(uint32_t listId, const void* attribute, uint32_t length) {
-    thread_local std::string path;
-    if (!bgpPathText(attribute, length, &path)) return BGP_VERDICT_DENY;
-    return aspathListCheck(bgpASPAccessListFind(numberName(listId)), path, nullptr);
+    return verdictOf([&] {
+        thread_local std::string path;
+        if (!bgpPathText(attribute, length, &path)) return BGP_VERDICT_DENY;
+        return aspathListCheck(bgpASPAccessListFind(numberName(listId)), path, nullptr);
+    });
 }
 
 int bgpAccessCommMatchFin(uint32_t listId, const void* attribute, uint32_t length) {
@@ -61,9 +74,11 @@ int bgpAccessCommMatchFin(uint32_t listId, const void* attribute, uint32_t lengt
 }
 
 int bgpAccessCommMatchFinWithHandle(const bgpList* list, const void* attribute, uint32_t length) {
-    thread_local std::vector<uint32_t> communities;
-    if (!communitiesOf(attribute, length, &communities)) return BGP_VERDICT_DENY;
-    return commListCheck(list, communities, false, nullptr);
+    return verdictOf([&] {
+        thread_local std::vector<uint32_t> communities;
+        if (!communitiesOf(attribute, length, &communities)) return BGP_VERDICT_DENY;
+        return commListCheck(list, communities, false, nullptr);
+    });
 }
 
 bool bgpCommPathMatch(uint32_t community, const void* attribute, uint32_t length) {
