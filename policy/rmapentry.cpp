@@ -278,6 +278,7 @@ uint32_t deleteExtCommunities(rmapList* map, int32_t seq) {
         entry = next;
     }
     if (!found) return ACL_E_RMAP_NOENTRY;
+    if (rmapInstanceFind(map, seq) == nullptr) rmapTakeFirst(map);
     (void)rmapTrigger(map);
     return ACL_OK;
 }
@@ -323,6 +324,8 @@ rmapEntry* ipRmapEntFind(const listName& name, rmapClauseBlock* request) {
 
 uint32_t rmapEntryAdd(rmapList* map, rmapClauseBlock* request) {
     rmapProgramDrop(map);
+    const int32_t firstSeq = map->firstSeq;
+    const uint32_t firstAction = map->firstAction;
     rmapEntry* entry = findEqual(map, request);
     const bool isNew = entry == nullptr;
     if (isNew) {
@@ -349,6 +352,8 @@ uint32_t rmapEntryAdd(rmapList* map, rmapClauseBlock* request) {
     if (status != ACL_OK && isNew) {
         rmapEntryDrop(map, entry);
         map->lastEntryId--;
+        map->firstSeq = firstSeq;
+        map->firstAction = firstAction;
     }
     if (status != ACL_OK || !changed) return status;
     (void)rmapTrigger(map);

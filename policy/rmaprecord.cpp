@@ -153,6 +153,12 @@ void rmapEntryDrop(rmapList* map, rmapEntry* entry) {
     if (instance->first == nullptr) instanceDrop(map, instance);
 }
 
+void rmapTakeFirst(rmapList* map) {
+    if (map->first == nullptr) return;
+    map->firstSeq = map->first->seq;
+    map->firstAction = map->first->action;
+}
+
 rmapNameValue* rmapNameMake(const listName& name) {
     auto* value = recordMake<rmapNameValue>(POOL_NAME);
     if (value != nullptr) value->name = name;

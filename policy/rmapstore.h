@@ -22,6 +22,8 @@ void rmapDrop(rmapList* map);
 rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request);
 // Unlinks and frees a record that holds no values, and its instance with the last one.
 void rmapEntryDrop(rmapList* map, rmapEntry* entry);
+// Puts the fields of the first instance in step with the list, if there is one.
+void rmapTakeFirst(rmapList* map);
 rmapNameValue* rmapNameMake(const listName& name);
 rmapNumberValue* rmapNumberMake(uint32_t value, uint16_t subValue);
 void rmapNameFree(rmapNameValue* value);

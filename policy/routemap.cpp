@@ -140,10 +140,7 @@ uint32_t ipDelRmapEntryAll(const listName& name, int32_t seq) {
     else
         rmapCfgRemoveInstance(name, seq);
     instanceRelease(map, instance);
-    if (map->first != nullptr) {
-        map->firstSeq = map->first->seq;
-        map->firstAction = map->first->action;
-    }
+    rmapTakeFirst(map);
     return ACL_OK;
 }
 
