@@ -73,7 +73,7 @@ void canonize(rmapClauseBlock* request) {
     request->list = listNameMake(request->list);
     if (request->code != RTMAP_SET_MET) request->subValue = 0;
     if (request->cls == RTMAP_CONTINUE) {
-        // A continue without a target goes on at the next instance: its value is 0.
+        // A continue without a target goes on at the next instance: flag and value are 0.
         if (request->continueFlag != 0) request->value = request->continueTarget;
         request->continueFlag = 1;
         request->continueTarget = request->value;
@@ -362,9 +362,11 @@ uint32_t rmapEntryAdd(rmapList* map, rmapClauseBlock* request) {
 }
 
 uint32_t ipAddRmapEntry(const listName& name, rmapClauseBlock* request, uint32_t) {
+    const bool hasTarget = request->continueFlag != 0;
     canonize(request);
     const int32_t target = rmapSeqOf(request->continueTarget);
-    if (request->continueFlag != 0 && target != 0 && target <= rmapSeqOf(request->seq))
+    if (request->continueFlag != 0 && (hasTarget || target != 0) &&
+        target <= rmapSeqOf(request->seq))
         return ACL_E_RMAP_CONTINUE;
     rmapList* map = ipRmapListFind(name);
     if (map == nullptr || map->placeholder != 0) return ACL_E_NORMAP;

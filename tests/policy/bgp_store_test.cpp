@@ -300,6 +300,9 @@ TEST_F(BgpLists, ShowsComeInPagesAndPassPlaceholdersOver) {
         EXPECT_TRUE(text.starts_with(c.front)) << text;
         EXPECT_TRUE(text.ends_with(c.back)) << text;
     }
+    EXPECT_EQ(bgpASPAccessListFindPrev(listNameMake("C")), bgpASPAccessListFind(listNameMake("B")));
+    for (const char* none : {"A", "absent"})
+        EXPECT_EQ(bgpASPAccessListFindPrev(listNameMake(none)), nullptr);
     // The place of a page is its number of entries, whatever was deleted before it.
     ASSERT_EQ(del(0, "10"), 0u);
     std::string_view text;

@@ -304,6 +304,25 @@ TEST_F(RouteMap, NamesAreThoseOfTheClass) {
     }
 }
 
+TEST_F(RouteMap, WordsThatATableDoesNotHaveAreReported) {
+    const struct {
+        const char* (*wordOf)(uint32_t value);
+        uint32_t held, lost;
+        const char *word, *error;
+    } cases[] = {
+        {rtmap_rtype_to_str, 8, 1, "internal", "routetype number: rtmap_rtype_to_str"},
+        {rtmap_mettype_to_str, 1, 5, "internal", "mettype number: rtmap_mettype_to_str"},
+        {rtmap_level_to_str, 6, 4, "stub-area", "level number: rtmap_level_to_str"},
+    };
+    for (const auto& c : cases) {
+        testTake();
+        EXPECT_STREQ(c.wordOf(c.held), c.word);
+        EXPECT_STREQ(c.wordOf(c.lost), "");
+        EXPECT_EQ(testTake(), rows{"syserr 0x50006 Error in " + std::string(c.error) +
+                                   " function: Couldn't resolve number to string \n"});
+    }
+}
+
 TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoes) {
     ASSERT_EQ(create("M"), ACL_OK);
     EXPECT_EQ(uint32_t{view<cliRmapReq>()->seq}, 10u);
@@ -426,6 +445,8 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         {ADD, clause(SET, 106), ACL_E_RMAP_NAME_EXISTS, ""},
         {ADD, clause(CONTINUE, 123).number(10), ACL_E_RMAP_CONTINUE, ""},
         {ADD, clause(CONTINUE, 123).number(0xFFFFFFFF), ACL_E_RMAP_CONTINUE, ""},
+        {ADD, clause(CONTINUE, 123).with([](rmapClauseBlock& b) { b.continueFlag = 1; }),
+         ACL_E_RMAP_CONTINUE, ""},
         {ADD, clause(CONTINUE, 123).number(20), ACL_OK, "\" continue 20\""},
         {ADD, clause(CONTINUE, 123).number(11), ACL_OK, "/1 \" continue 11\""},
         {DEL, clause(CONTINUE, 123), ACL_OK, "no  continue 11"},
