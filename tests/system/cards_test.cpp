@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 
+#include "include/agentMsg.h"
+#include "include/service.h"
 #include "tests/system/chassis.h"
 
 namespace {
@@ -261,7 +263,32 @@ TEST(Cards, AManagerThatStartsAgainBringsItsCardsIntoStep) {
     }
 }
 
-// 50 rounds, or as many as ACL_KILL_ROUNDS in the environment says.
+// What waits in the queue to the ACL agent of a card.
+bool hasBacklog(const cardsFixture& chassis, int slot) {
+    const std::string queues = chassis.shell({"--json", "-c", "show queues"}).out;
+    for (size_t at = 0; (at = queues.find("\"peer\": \"ACL_AGENT\"", at)) != queues.npos; at++) {
+        const std::string_view one(queues.data() + at, queues.find('}', at) - at);
+        if (one.find("\"slot\": " + std::to_string(slot) + ",") != one.npos)
+            return one.find("\"backlog\": 0,") == one.npos;
+    }
+    return false;
+}
+
+// Registers a card's agent that stands still and cannot do it itself.
+void registerAgent(const rawClient& client, uint32_t slot) {
+    std::vector<uint8_t> message(sizeof(agentRegisterReq));
+    client.fillHeader(message, MT_AGENT_REGISTER, 1);
+    auto* req = reinterpret_cast<agentRegisterReq*>(message.data());
+    req->ipc.target.slot = slot;
+    req->ipc.target.card = CARD_ADDRESS + slot;
+    req->ipc.target.svce = aclServicePort(APP_ACL_AGENT, slot, QUEUE_REQUEST);
+    for (be32* word : {&req->isUp, &req->isVortan}) *word = 1;
+    ASSERT_TRUE(client.send(message));
+}
+
+// 50 rounds, or as many as ACL_KILL_ROUNDS in the environment says. Every other time the agent
+// stands still while it is replayed to: its queue fills, and it is killed in the middle for sure.
+// The other times it is killed behind the first messages, wherever the replay is then.
 TEST(Cards, AnAgentThatIsKilledInTheMiddleOfAReplayEndsInStep) {
     const char* wanted = std::getenv("ACL_KILL_ROUNDS");
     const int rounds = wanted == nullptr ? 50 : std::max(std::atoi(wanted), 1);
@@ -276,22 +303,23 @@ TEST(Cards, AnAgentThatIsKilledInTheMiddleOfAReplayEndsInStep) {
         "1/1,in,1,in step;";
     chassis.expectInStep("A", rows);
     rawClient client(chassis);
-    int inTheMiddle = 0;
     for (int round = 0; round < rounds; round++) {
         SCOPED_TRACE(round);
-        // The manager stands still until the agent is there, so that the first messages of the
-        // replay are seen.
+        if (round % 2 == 0) {
+            kill(chassis.agents[1].pid, SIGSTOP);
+            chassis.show("chassis card 1 down");
+            registerAgent(client, 1);
+            ASSERT_TRUE(waitUntil([&] { return hasBacklog(chassis, 1); }));
+        } else {
+            // The manager stands still until the agent is there, so that the first messages of the
+            // replay are seen.
+            chassis.agents[1].stop(SIGKILL);
+            kill(chassis.manager.pid, SIGSTOP);
+            ASSERT_TRUE(chassis.startAgent(1));
+            kill(chassis.manager.pid, SIGCONT);
+            ASSERT_TRUE(waitUntil([&] { return number(client.agentSummary(1), "messages") > 0; }));
+        }
         chassis.agents[1].stop(SIGKILL);
-        kill(chassis.manager.pid, SIGSTOP);
-        ASSERT_TRUE(chassis.startAgent(1));
-        kill(chassis.manager.pid, SIGCONT);
-        std::string summary;
-        ASSERT_TRUE(waitUntil([&] {
-            summary = client.agentSummary(1);
-            return number(summary, "messages") > 0;
-        }));
-        chassis.agents[1].stop(SIGKILL);
-        inTheMiddle += number(summary, "entries") < uint64_t(4 * (length - round)) ? 1 : 0;
         if (round % 2 == 1)
             chassis.load(LIST_A + std::string(" no seq ") + std::to_string(10 * (round + 1)) +
                          "\n");
@@ -299,6 +327,4 @@ TEST(Cards, AnAgentThatIsKilledInTheMiddleOfAReplayEndsInStep) {
         chassis.expectInStep("A", rows);
         if (testing::Test::HasFailure()) return;
     }
-    RecordProperty("metInTheMiddle", inTheMiddle);
-    EXPECT_GT(inTheMiddle, 0) << "no replay was met in its middle";
 }

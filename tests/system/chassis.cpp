@@ -18,9 +18,8 @@
 
 namespace {
 
-constexpr uint32_t RP_ADDRESS = 0x7F010001;    // 127.1.0.1
-constexpr uint32_t CARD_ADDRESS = 0x7F010100;  // 127.1.1.0; the slot is added
-constexpr int PATIENCE_MS = 60000;             // only ever waited for when something is broken
+constexpr uint32_t RP_ADDRESS = 0x7F010001;  // 127.1.0.1
+constexpr int PATIENCE_MS = 60000;           // only ever waited for when something is broken
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path);
