@@ -10,6 +10,7 @@
 #include "platform/api/zekTransport.h"
 
 constexpr uint32_t CARD_ADDRESS = 0x7F010100;  // 127.1.1.0; the slot is added
+
 struct commandResult {
     int status;       // exit status, or 128 + signal
     std::string out;  // standard output
