@@ -166,8 +166,8 @@ void bgpListDrop(bgpList* list) {
 uint32_t bgpListDelete(bgpListKind kind, const listName& name) {
     bgpList* list = bgpListFind(kind, name);
     if (list == nullptr) return bgpKinds[kind].noList;
-    // The clients hear of every entry: meant.
-    while (list->head != nullptr) deleteEntry(list, list->head, 0);
+    // The clients hear of every entry: meant. The last one leaves the index fastest.
+    while (list->tail != nullptr) deleteEntry(list, list->tail, 0);
     if (list->placeholder == 0) bgpListToCfg(list, 1);
     if (list->clients == nullptr) {
         bgpListDrop(list);
