@@ -1,7 +1,6 @@
 // Messages of one entry (1,580 bytes) from a task's queue to one agent in another process, every
 // one delivered, beside the same bytes over a datagram socket without answers. Making the messages
 // is not in it. Pin it to one core: taskset -c 0 download_bench
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -78,17 +77,13 @@ bool receiveAll(const std::string& dir, int ready) {
     zekSwpOwed owed{};
     uint32_t got = 0;
     bool whole = true;
-    pollfd readable{zekEndpointFd(agent), POLLIN, 0};
-    while (whole && got < MESSAGES && poll(&readable, 1, 10000) > 0) {
-        (void)zekEndpointTake(
-            agent, [&](std::span<const uint8_t> message, const zekSender&, zekDrop) {
-                whole = whole && message.size() == LENGTH;
-                if (whole &&
-                    zekEndpointSwpTake(agent, message.data(), &seen, &owed) == ZEK_SWP_IN_ORDER)
-                    got++;
-            });
+    auto take = [&](std::span<const uint8_t> message, const zekSender&, zekDrop) {
+        whole = whole && message.size() == LENGTH;
+        if (whole && zekEndpointSwpTake(agent, message.data(), &seen, &owed) == ZEK_SWP_IN_ORDER)
+            got++;
+    };
+    while (whole && got < MESSAGES && zekEndpointTake(agent, 10000, take) > 0)
         zekEndpointSwpAnswer(agent, &owed);
-    }
     zekEndpointClose(agent);
     return got == MESSAGES;
 }

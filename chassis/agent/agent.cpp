@@ -137,13 +137,14 @@ bool drain(agent* self, zekEndpoint* endpoint, zekSwpOwed* owed,
            void (*take)(agent*, std::span<const uint8_t>, int32_t, uint64_t), uint64_t nowMs) {
     bool left = true;
     for (int i = 0; i < TURNS && left; i++)
-        left = zekEndpointTake(endpoint, [&](std::span<const uint8_t> message,
-                                             const zekSender& sender, zekDrop why) {
-                   if (why == zekDrop::none)
-                       take(self, message, sender.pid, nowMs);
-                   else
-                       self->strangers++;
-               }) == ZEK_TAKEN_MAX;
+        left = zekEndpointTake(
+                   endpoint, 0,
+                   [&](std::span<const uint8_t> message, const zekSender& sender, zekDrop why) {
+                       if (why == zekDrop::none)
+                           take(self, message, sender.pid, nowMs);
+                       else
+                           self->strangers++;
+                   }) == ZEK_TAKEN_MAX;
     zekEndpointSwpAnswer(endpoint, owed);
     return left;
 }

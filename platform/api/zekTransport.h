@@ -49,13 +49,13 @@ int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t
 // For a receiver of many: takes what is there, at most ZEK_TAKEN_MAX messages of at most
 // IPC_TRANSPORT_MAX bytes, in one system call, and calls fn with each in order; with no bytes and
 // why when it was dropped. The bytes are there until fn returns, which must neither take nor
-// receive at any endpoint. Does not wait. How many were taken; fewer than ZEK_TAKEN_MAX: all there
-// were, or the kernel gave no more at a time; -1 on error.
+// receive at any endpoint. It waits for the first like zekEndpointRecv. How many were taken; fewer
+// than ZEK_TAKEN_MAX: all there were, or the kernel gave no more at a time; -1 on error.
 constexpr int ZEK_TAKEN_MAX = 16;  // more than a socket keeps on many machines
 enum class zekDrop { none, tooLong, tooShort, malformed };
 typedef std::function<void(std::span<const uint8_t> message, const zekSender& sender, zekDrop why)>
     zekTakenFn;
-int zekEndpointTake(zekEndpoint* endpoint, const zekTakenFn& fn);
+int zekEndpointTake(zekEndpoint* endpoint, int timeoutMs, const zekTakenFn& fn);
 
 // zekSwpCkSeqAndAck for an endpoint.
 int zekEndpointSwpAck(zekEndpoint* endpoint, const void* message, zekSwpSeq* seen);

@@ -188,14 +188,15 @@ void takeIn(socketQueue* queue, keptMessage m, zekDrop why) {
 }
 
 // Takes messages off the socket while there is room for them; not for ever, as a sender of rubbish
-// might like it. How many there were.
-int drain(socketQueue* queue) {
+// might like it. It waits for the first. How many there were.
+int drain(socketQueue* queue, int waitMs = 0) {
     int taken = 0;
     while (taken < DRAIN_MAX && hasRoom(*queue)) {
-        int n = zekEndpointTake(queue->endpoint, [queue](std::span<const uint8_t> message,
-                                                         const zekSender& sender, zekDrop why) {
-            takeIn(queue, {{message.begin(), message.end()}, sender.pid}, why);
-        });
+        int n = zekEndpointTake(
+            queue->endpoint, taken == 0 ? waitMs : 0,
+            [queue](std::span<const uint8_t> message, const zekSender& sender, zekDrop why) {
+                takeIn(queue, {{message.begin(), message.end()}, sender.pid}, why);
+            });
         taken += std::max(n, 0);
         if (n < ZEK_TAKEN_MAX) break;
     }
@@ -365,13 +366,10 @@ void hostReleaseRequests() {
 
 bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* waitedMs) {
     if (task.key == 0 || !hostIsTaskThread()) return false;
-    if (task.answers.empty() && waitMs != 0 && hasRoom(task.request)) {
-        uint64_t start = hostNowMs();
-        pollfd request{zekEndpointFd(task.request.endpoint), POLLIN, 0};
-        poll(&request, 1, waitMs);
-        *waitedMs += hostNowMs() - start;
-    }
-    drain(&task.request);
+    const bool waits = task.answers.empty() && waitMs != 0;
+    uint64_t start = waits ? hostNowMs() : 0;
+    drain(&task.request, waits ? waitMs : 0);
+    if (waits) *waitedMs += hostNowMs() - start;
     bool any = !task.answers.empty();
     for (const keptMessage& m : task.answers) take(*headerOf(m));
     task.answers.clear();

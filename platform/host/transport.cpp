@@ -410,6 +410,16 @@ receiveSlots& slotsOfThread() {
     return slots;
 }
 
+// The kernel waits in the call that receives. It is told how long when that changes.
+bool setWait(zekEndpoint* endpoint, int wait) {
+    if (wait == 0 || wait == endpoint->receiveWaitMs) return true;
+    timeval limit{wait < 0 ? 0 : wait / 1000, wait < 0 ? 0 : wait % 1000 * 1000};
+    if (setsockopt(endpoint->socket.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0)
+        return false;
+    endpoint->receiveWaitMs = wait;
+    return true;
+}
+
 // Finds the message in what has been received: its bytes, in the slot or read into *whole; or none
 // with *why.
 std::span<const uint8_t> unpack(msghdr* msg, size_t length, std::vector<uint8_t>* whole, size_t max,
@@ -454,13 +464,17 @@ std::span<const uint8_t> unpack(msghdr* msg, size_t length, std::vector<uint8_t>
 
 }  // namespace
 
-int zekEndpointTake(zekEndpoint* endpoint, const zekTakenFn& fn) {
+int zekEndpointTake(zekEndpoint* endpoint, int timeoutMs, const zekTakenFn& fn) {
+    if (!setWait(endpoint, timeoutMs)) return -1;
+    const int wait = timeoutMs == 0 ? MSG_DONTWAIT : MSG_WAITFORONE;
     receiveSlots& in = slotsOfThread();
     in.prepare(ZEK_TAKEN_MAX);
     int count;
     while ((count = recvmmsg(zekEndpointFd(endpoint), in.messages, ZEK_TAKEN_MAX,
-                             MSG_DONTWAIT | MSG_CMSG_CLOEXEC, nullptr)) < 0)
-        if (errno != EINTR) return errno == EAGAIN ? 0 : -1;
+                             wait | MSG_CMSG_CLOEXEC, nullptr)) < 0) {
+        if (errno == EAGAIN || (errno == EINTR && timeoutMs > 0)) return 0;
+        if (errno != EINTR) return -1;
+    }
     std::vector<uint8_t> whole;
     for (int i = 0; i < count; i++) {
         zekSender sender{};
@@ -477,12 +491,7 @@ int zekEndpointRecv(zekEndpoint* endpoint, std::vector<uint8_t>* message, size_t
     uint64_t start = hostNowMs();
     int fd = zekEndpointFd(endpoint);
     for (int wait = timeoutMs;; wait = remainingMs(timeoutMs, start)) {
-        // The kernel waits in the call that receives. It is told how long when that changes.
-        if (wait != 0 && wait != endpoint->receiveWaitMs) {
-            timeval limit{wait < 0 ? 0 : wait / 1000, wait < 0 ? 0 : wait % 1000 * 1000};
-            if (setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit)) != 0) return -1;
-            endpoint->receiveWaitMs = wait;
-        }
+        if (!setWait(endpoint, wait)) return -1;
         receiveSlots& in = slotsOfThread();
         in.prepare(1);
         msghdr* msg = &in.messages[0].msg_hdr;
