@@ -98,9 +98,12 @@ void shortList() {
         return reinterpret_cast<uintptr_t>(refChainFind(list->head, p));
     });
     double check = checkNs(list, packets);
+    ipFilterIndexDrop(const_cast<aclList*>(list));  // from here on the list is walked
+    double walk = checkNs(list, packets);
     benchOut("ref.chain.16", chain, "ns");
+    benchOut("walk.16", walk, "ns");
     benchOut("check.16", check, "ns");
-    benchRatio("check : ref.chain.16", check / chain, 1.2);
+    benchRatio("check : walk.16", check / walk, 1.2);
 }
 
 }  // namespace
