@@ -4,17 +4,12 @@
 #include <cstddef>
 #include <cstring>
 
+#include "common/record.h"
 #include "platform/api/zekMem.h"
 
 namespace {
 
 constexpr uint32_t POOL_CLIENT = 7;
-
-template <class Record>
-Record* recordMake() {
-    void* block = zekMC_M_memBlockVarAlloc(POOL_CLIENT, ZEK_MEM_FLAGS, sizeof(Record));
-    return block != nullptr ? static_cast<Record*>(std::memset(block, 0, sizeof(Record))) : nullptr;
-}
 
 bool holds(const policyClient& client, const clientPairValue& value) {
     for (const clientPair* pair = client.pairHead; pair != nullptr; pair = pair->next)
@@ -23,7 +18,7 @@ bool holds(const policyClient& client, const clientPairValue& value) {
 }
 
 bool appendPair(policyClient* client, const clientPairValue& value) {
-    auto* pair = recordMake<clientPair>();
+    auto* pair = recordMake<clientPair>(POOL_CLIENT);
     if (pair == nullptr) return false;
     pair->first = value.first;
     pair->second = value.second;
@@ -49,7 +44,7 @@ void removePair(policyClient* client, const clientPairValue& value) {
 }
 
 policyClient* linkNew(policyList* list, uint32_t kind) {
-    auto* client = recordMake<policyClient>();
+    auto* client = recordMake<policyClient>(POOL_CLIENT);
     if (client == nullptr) return nullptr;
     client->kind = kind;
     client->next = list->clients;

@@ -2,9 +2,9 @@
 // the places that say so.
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <new>
 
+#include "common/showbuffer.h"
 #include "include/cliMsg.h"
 #include "include/hitCount.h"
 #include "include/ipText.h"
@@ -122,14 +122,7 @@ uint32_t aclShowAlist(const aclList* list, void** buffer, uint32_t* size) {
     }
     // The usual size, or more where the lines are longer than it allows for.
     size_t usual = (static_cast<size_t>(list->count) + 1) * SHOW_BYTES_PER_LINE + SHOW_TEXT_OFFSET;
-    size_t bytes = std::max(usual, SHOW_TEXT_OFFSET + text.size() + 1);
-    if (bytes > std::numeric_limits<uint32_t>::max()) return ACL_E_MEMORY;
-    void* block = zekMC_M_sysMalloc(bytes);
-    if (block == nullptr) return ACL_E_MEMORY;
-    std::memcpy(static_cast<char*>(block) + SHOW_TEXT_OFFSET, text.c_str(), text.size() + 1);
-    *buffer = block;
-    *size = static_cast<uint32_t>(bytes);
-    return ACL_OK;
+    return showReplyMake(text, usual, buffer, size) ? ACL_OK : ACL_E_MEMORY;
 }
 
 uint32_t aclShowIpAcl(const listName& name, void** buffer, uint32_t* size) {

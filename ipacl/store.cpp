@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "common/record.h"
 #include "include/status.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
@@ -19,13 +20,6 @@ static_assert(sizeof(aclEntry) <= 192, "an entry record fills its pool class");
 static_assert(sizeof(aclList) <= 784, "a list record fills its pool class");
 static_assert(sizeof(aclBinding) <= 708, "a binding record fills its pool class");
 static_assert(offsetof(aclList, link) == 0);
-
-template <class Record>
-Record* recordMake(uint32_t tag) {
-    void* block = zekMC_M_memBlockVarAlloc(tag, ZEK_MEM_FLAGS, sizeof(Record));
-    if (block == nullptr) return nullptr;
-    return static_cast<Record*>(std::memset(block, 0, sizeof(Record)));
-}
 
 bool sameRule(const ipEntryBlock& a, const ipEntryBlock& b) {
     constexpr size_t afterCounters = offsetof(ipEntryBlock, counterOptions) + 1;

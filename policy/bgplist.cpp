@@ -4,6 +4,7 @@
 // in the chain, in the content tree and in the index at once. A change is made there first; then
 // the clients hear of it, then the configuration.
 #include "policy/bgplist.h"
+#include "common/record.h"
 
 #include <cstring>
 
@@ -47,9 +48,8 @@ uint8_t* bodyOf(bgpEntry* entry) {
 }
 
 bgpList* listMake(bgpListKind kind, const listName& name, uint32_t placeholder) {
-    void* block = zekMC_M_memBlockVarAlloc(POOL_LIST, ZEK_MEM_FLAGS, sizeof(bgpList));
-    if (block == nullptr) return nullptr;
-    auto* list = static_cast<bgpList*>(std::memset(block, 0, sizeof(bgpList)));
+    auto* list = recordMake<bgpList>(POOL_LIST);
+    if (list == nullptr) return nullptr;
     list->name = name;
     list->kind = kind;
     list->placeholder = placeholder != 0 ? 1 : 0;
@@ -76,9 +76,8 @@ void unchain(bgpList* list, bgpEntry* entry) {
 
 bgpEntry* entryMake(const bgpDraft& draft) {
     const size_t size = sizeof(bgpEntry) + draft.body.size() + 1;  // a NUL behind texts
-    void* block = zekMC_M_memBlockVarAlloc(POOL_ENTRY, ZEK_MEM_FLAGS, size);
-    if (block == nullptr) return nullptr;
-    auto* entry = static_cast<bgpEntry*>(std::memset(block, 0, size));
+    auto* entry = recordMake<bgpEntry>(POOL_ENTRY, size);
+    if (entry == nullptr) return nullptr;
     entry->action = draft.action;
     entry->kind = draft.kind;
     std::memcpy(bodyOf(entry), draft.body.data(), draft.body.size());

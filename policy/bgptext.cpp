@@ -1,9 +1,9 @@
 // The texts of AS-path and community lists: configuration lines and shows. The two resemble each
 // other but differ on purpose, at the places that say so.
 #include <cstring>
-#include <limits>
 #include <new>
 
+#include "common/showbuffer.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
 #include "policy/bgplist.h"
@@ -80,16 +80,10 @@ std::string headText(const bgpList* list) {
 
 uint32_t replyMake(const bgpList* list, uint32_t marker, const std::string& text, size_t least,
                    void** buffer, uint32_t* size) {
-    const size_t bytes = std::max(least, SHOW_TEXT_OFFSET + text.size() + 1);
-    if (bytes > std::numeric_limits<uint32_t>::max()) return ACL_E_COMM_MEMORY;
-    void* block = zekMC_M_sysMalloc(bytes);
-    if (block == nullptr) return ACL_E_COMM_MEMORY;
-    auto* header = static_cast<showReplyHdr*>(block);
+    if (!showReplyMake(text, least, buffer, size)) return ACL_E_COMM_MEMORY;
+    auto* header = static_cast<showReplyHdr*>(*buffer);
     header->marker = marker;
     header->name = list->name;
-    std::memcpy(static_cast<char*>(block) + SHOW_TEXT_OFFSET, text.c_str(), text.size() + 1);
-    *buffer = block;
-    *size = static_cast<uint32_t>(bytes);
     return ACL_OK;
 }
 

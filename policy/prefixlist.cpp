@@ -7,6 +7,7 @@
 // operation but a clear, a resequencing and a whole deletion walks the chain. An entry is one
 // block: the entry, its record, its content key. The caller holds the write lock.
 #include "common/nametree.h"
+#include "common/record.h"
 #include "include/debug.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"
@@ -57,9 +58,8 @@ prefixEntry* findContent(const prefixList* list, const contentKey& key) {
 // --- records -------------------------------------------------------------------------------------
 
 prefixList* listMake(const prefixFamily& family, const listName& name, uint32_t af) {
-    void* block = zekMC_M_memBlockVarAlloc(POOL_LIST, ZEK_MEM_FLAGS, sizeof(prefixList));
-    if (block == nullptr) return nullptr;
-    auto* list = new (block) prefixList{};
+    auto* list = recordMake<prefixList>(POOL_LIST);
+    if (list == nullptr) return nullptr;
     list->name = name;
     list->family = af;
     list->content = zekRadixCreate("prefixContentTree", 8 * sizeof(contentKey::b));
@@ -82,9 +82,8 @@ prefixEntry* entryMake(const prefixFamily& family, const prefixRecord& given,
                        const contentKey& key) {
     uint32_t recordBytes = prefixRecordBytes(family);
     size_t bytes = sizeof(prefixEntry) + recordBytes + key.bits / 8;
-    void* block = zekMC_M_memBlockVarAlloc(POOL_ENTRY, ZEK_MEM_FLAGS, bytes);
-    if (block == nullptr) return nullptr;
-    auto* entry = new (block) prefixEntry{};
+    auto* entry = recordMake<prefixEntry>(POOL_ENTRY, bytes);
+    if (entry == nullptr) return nullptr;
     auto* record = reinterpret_cast<uint8_t*>(entry + 1);
     std::memcpy(record, &given, recordBytes);
     std::memcpy(record + recordBytes, key.b, key.bits / 8);

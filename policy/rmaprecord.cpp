@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "common/nametree.h"
+#include "common/record.h"
 #include "include/node.h"
 #include "platform/api/zekMem.h"
 #include "policy/rmapstore.h"
@@ -14,12 +15,6 @@ constexpr uint32_t POOL_ENTRY = 5;
 constexpr uint32_t POOL_NUMBER = 6;
 constexpr uint32_t POOL_NAME = 7;
 constexpr uint32_t SEQ_KEY_BITS = 32;
-
-template <class Record>
-Record* recordMake(uint32_t tag) {
-    void* block = zekMC_M_memBlockVarAlloc(tag, ZEK_MEM_FLAGS, sizeof(Record));
-    return block != nullptr ? static_cast<Record*>(std::memset(block, 0, sizeof(Record))) : nullptr;
-}
 
 rmapInstance* instanceOf(zekRadixNode* node) {
     return node == nullptr ? nullptr

@@ -1,10 +1,10 @@
 // Shows of route maps: with the clauses of an instance in groups, or as the configuration's lines.
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <vector>
 
+#include "common/showbuffer.h"
 #include "include/cliMsg.h"
 #include "include/hitCount.h"
 #include "include/ipText.h"
@@ -95,14 +95,7 @@ uint32_t reply(Writer writer, void** buffer, uint32_t* size) {
     *size = 0;
     try {
         const std::string text = writer();
-        const size_t bytes = SHOW_TEXT_OFFSET + text.size() + 1;
-        if (bytes > std::numeric_limits<uint32_t>::max()) return ACL_E_MEMORY;
-        void* block = zekMC_M_sysMalloc(bytes);
-        if (block == nullptr) return ACL_E_MEMORY;
-        std::memcpy(static_cast<char*>(block) + SHOW_TEXT_OFFSET, text.c_str(), text.size() + 1);
-        *buffer = block;
-        *size = static_cast<uint32_t>(bytes);
-        return ACL_OK;
+        return showReplyMake(text, 0, buffer, size) ? ACL_OK : ACL_E_MEMORY;
     } catch (const std::bad_alloc&) {
         return ACL_E_MEMORY;
     }
