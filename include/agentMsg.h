@@ -163,11 +163,23 @@ constexpr size_t AGENT_CHUNK_ENTRIES = 17;      // IPv4
 constexpr size_t AGENT_CHUNK_ENTRIES_6 = 48;    // IPv6
 constexpr size_t AGENT_CHUNK_ENTRIES_MAC = 38;  // MAC
 
+// What a registration says of replays: bit 0 set, the agent takes the marks below; the bits above
+// it are the number of the agent's need. An agent that lacks something counts up to a number that
+// is not 0 and names it until a whole replay has come, else it says 0. A number that is new brings
+// a replay, the same one again does not.
+constexpr uint32_t AGENT_TAKES_MARKS = 1;
+constexpr uint32_t agentNeed(uint32_t replayWord) {
+    return replayWord >> 1;
+}
+constexpr uint32_t agentReplayWord(uint32_t need) {
+    return need << 1 | AGENT_TAKES_MARKS;
+}
+
 // A line card's agent registers (type 14403; a sub-code of AGENT_QUEUE_FLUSH asks for a flush).
 // The sender's slot and card address stand in the first triple.
 struct agentRegisterReq {
     ipcHdr ipc;
-    be32 reserved60;
+    be32 replay;            // 60
     be32 isUp;              // 64
     be32 isVortan;          // 68  takes egress lists
     be32 isIpv6Enabled;     // 72
@@ -176,14 +188,28 @@ struct agentRegisterReq {
     be32 type;              // 84
 };
 WIRE_SIZE(agentRegisterReq, 88);
+WIRE_AT(agentRegisterReq, replay, 60);
 WIRE_AT(agentRegisterReq, isUp, 64);
 
-// The control processor's agent registers (type 14401).
+// The control processor's agent registers (type 14401). The last word may be left out.
 struct acl0RegisterReq {
     ipcHdr ipc;
     be32 supportAclOnCP;  // 60
+    be32 replay;          // 64
 };
-WIRE_SIZE(acl0RegisterReq, 64);
+WIRE_SIZE(acl0RegisterReq, 68);
+constexpr size_t ACL0_REGISTER_MIN = 64;
+
+// Where a replay begins and ends in the queue to an ACL agent that takes marks. The first message
+// of a session is a begin; what the agent holds is what the manager means when the end has come.
+constexpr uint32_t MT_AGENT_REPLAY = 30003;
+enum agentReplayMark : uint32_t { AGENT_REPLAY_BEGIN = 1, AGENT_REPLAY_END = 2 };
+struct agentReplayBody {
+    be32 mark;    // agentReplayMark
+    be32 number;  // of the replay: an end has its begin's
+    be32 need;    // the agent's, from its newest registration
+};
+WIRE_SIZE(agentReplayBody, 12);
 
 // What the MAC manager is told of a card whose agent has registered (type 14408).
 struct linecardInfoMsg {
