@@ -194,7 +194,7 @@ double missNs(uint32_t count, uint32_t code) {
         for (int i = 0; i < repeats; i++) denied += ipRoutemapCheck(map, route, nullptr);
     });
     must(denied == 7 * repeats, "something matched");
-    must(ipRmapListDelete(MAP, 0) == ACL_OK, "delete");
+    must(ipRmapListDelete(MAP, 0, RMAP_NAMED_NONE) == ACL_OK, "delete");
     return seconds / repeats / count * 1e9;
 }
 

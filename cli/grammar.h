@@ -83,7 +83,8 @@ struct cliPolicy {
     uint32_t action;  // of an entry or an instance: 1 deny
     // Prefix entries. IPv4 addresses fill the first 4 bytes.
     uint32_t seq, ge, le;
-    uint8_t len;  // PREFIX_LEN_BITMASK: an arbitrary mask
+    uint32_t named;  // rmapNamed
+    uint8_t len;     // PREFIX_LEN_BITMASK: an arbitrary mask
     uint8_t address[16], mask[16];
     // Entries and clauses about communities.
     bool isExpression;  // cliCommand::text

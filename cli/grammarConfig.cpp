@@ -3,6 +3,7 @@
 
 #include "cli/grammarBuild.h"
 #include "cli/lexer.h"
+#include "include/routeMapNames.h"
 
 namespace {
 
@@ -20,6 +21,11 @@ const char* setInstance(cliCommand& c, const cliValue& v, const grammarNode&) {
     c.policy.seq = static_cast<uint32_t>(v.number);
     c.seqColumn = static_cast<uint32_t>(v.column);
     return nullptr;
+}
+// Behind "no" an instance of the other action is not the one that was named.
+const char* setInstanceAction(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    if (c.negated) c.policy.named = n.value == RMAP_DENY ? RMAP_NAMED_DENY : RMAP_NAMED_PERMIT;
+    return setPolicyAction(c, v, n);
 }
 const char* setStart(cliCommand& c, const cliValue& v, const grammarNode&) {
     c.policy.start = static_cast<uint32_t>(v.number);
@@ -69,9 +75,9 @@ const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
 }
 
 extern const grammarState sIp, sAsPathLists, sIpv6, sRouteMapName, sInstance, sInstanceSeq,
-    sResequence, sResequenceFamily, sResequenceName, sResequenceStart, sResequenceStep, sIpList,
-    sAccessList, sInterfaceId, sBindingIp, sBindingName, sBindingDirection, sBindingOptions,
-    sBindingVlans;
+    sNamedSeq, sResequence, sResequenceFamily, sResequenceName, sResequenceStart, sResequenceStep,
+    sIpList, sAccessList, sInterfaceId, sBindingIp, sBindingName, sBindingDirection,
+    sBindingOptions, sBindingVlans;
 
 constexpr grammarNode configNodes[] = {
     // Each names its verb at once: a line that goes wrong behind it was still not an entry.
@@ -116,8 +122,8 @@ constexpr grammarNode routeMapNodes[] = {
 };
 constexpr grammarState sRouteMapName{routeMapNodes};
 constexpr grammarNode instanceNodes[] = {
-    kw("permit", "matching routes pass", sInstanceSeq, setPolicyAction, 0),
-    kw("deny", "matching routes are dropped", sInstanceSeq, setPolicyAction, 1),
+    kw("permit", "matching routes pass", sNamedSeq, setInstanceAction, RMAP_PERMIT),
+    kw("deny", "matching routes are dropped", sNamedSeq, setInstanceAction, RMAP_DENY),
 };
 constexpr grammarState sInstance{instanceNodes, &sInstanceSeq};
 constexpr grammarNode instanceSeqNodes[] = {
@@ -125,6 +131,12 @@ constexpr grammarNode instanceSeqNodes[] = {
     fin("its only instance, or 10; all behind \"no\""),
 };
 constexpr grammarState sInstanceSeq{instanceSeqNodes};
+// "no" and an action take an instance of that action, never the whole map.
+constexpr grammarNode namedSeqNodes[] = {
+    number("number of the instance", 1, 0x7FFFFFFF, sDone, setInstance),
+    fin("its only instance, or 10", F_POSITIVE),
+};
+constexpr grammarState sNamedSeq{namedSeqNodes};
 // "resequence prefix-list [ipv4|ipv6] NAME START STEP"
 constexpr grammarNode resequenceNodes[] = {
     kw("prefix-list", "a prefix list", sResequenceFamily, setKind, POLICY_PREFIX4),

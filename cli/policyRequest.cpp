@@ -99,6 +99,7 @@ void fillRouteMap(const cliCommand& command, const cliScope&, cliRequest* reques
 }
 void fillRouteMapDelete(const cliCommand& command, const cliScope&, cliRequest* request) {
     request->routeMapDelete.seq = command.policy.seq;
+    request->routeMapDelete.named = command.policy.named;
 }
 
 void fillClause(const cliCommand& command, const cliScope& scope, cliRequest* request) {

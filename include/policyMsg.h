@@ -241,12 +241,15 @@ struct cliRmapReq {
     be32 seq;     // 224  RMAP_SEQ_NOT_GIVEN
 };
 WIRE_SIZE(cliRmapReq, 228);
-// Delete an instance; CLI_RMAP_DELETE takes 0 for the whole map.
+// Delete an instance; CLI_RMAP_DELETE takes 0 for the whole map, and reads `named`.
+enum rmapNamed : uint32_t { RMAP_NAMED_NONE = 0, RMAP_NAMED_PERMIT = 1, RMAP_NAMED_DENY = 2 };
 struct cliRmapDeleteReq {
     cliHdr cli;
-    be32 seq;  // 220
+    be32 seq;    // 220
+    be32 named;  // 224  rmapNamed: only an instance of this action; need not be sent
 };
-WIRE_SIZE(cliRmapDeleteReq, 224);
+WIRE_SIZE(cliRmapDeleteReq, 228);
+WIRE_AT(cliRmapDeleteReq, named, 224);
 struct cliRmapClauseReq {
     cliHdr cli;
     rmapClauseBlock clause;  // 220

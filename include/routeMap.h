@@ -70,8 +70,6 @@ struct rmapEntry {
     int32_t continueTarget;  // 0: the next instance
 };
 
-constexpr uint32_t RMAP_PERMIT = 0, RMAP_DENY = 1;
-
 struct rmapInstance {
     rmapInstance* next;
     rmapInstance* prev;

@@ -6,6 +6,8 @@
 
 #include "include/client.h"
 
+constexpr uint32_t RMAP_PERMIT = 0, RMAP_DENY = 1;  // an instance's action
+
 enum rmapKind : uint32_t {
     RMAP_KIND_HEADER = 0,    // the instance itself
     RMAP_KIND_LIST = 1,      // values are names of lists

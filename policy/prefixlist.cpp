@@ -99,9 +99,6 @@ bool hasRange(const prefixRecord& record) {
 
 void link(prefixList* list, prefixEntry* entry) {
     uint32_t seq = entry->record->seq;
-    // Scatters the identifiers: the order tree asks for priorities that follow no order.
-    entry->priority = (list->lastEntryId + 1) * 0x9E3779B9u;
-    entry->priority ^= entry->priority >> 15;
     entry->next = prefixOrderNext(list->order, seq);
     entry->prev = entry->next != nullptr ? entry->next->prev : list->tail;
     (entry->prev != nullptr ? entry->prev->next : list->head) = entry;

@@ -1,6 +1,22 @@
 #include "policy/prefixorder.h"
 
+#include <sys/random.h>
+
 namespace {
+
+// Nobody outside can know the next one: numbers that come in the order of the priorities would make
+// a chain of the tree, as deep as the list is long.
+uint32_t randomPriority() {
+    static uint64_t state = [] {
+        uint64_t seed = 0;
+        if (getentropy(&seed, sizeof seed) != 0) seed = reinterpret_cast<uintptr_t>(&seed);
+        return seed;
+    }();
+    uint64_t mixed = state += 0x9E3779B97F4A7C15;
+    mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
+    mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
+    return static_cast<uint32_t>(mixed >> 32);
+}
 
 uint32_t seqOf(const prefixEntry* entry) {
     return entry->record->seq;
@@ -45,6 +61,7 @@ prefixEntry* join(prefixEntry* below, prefixEntry* above) {
 
 void prefixOrderInsert(prefixEntry** root, prefixEntry* entry) {
     uint32_t seq = seqOf(entry);
+    entry->priority = randomPriority();
     prefixEntry** link = root;
     while (*link != nullptr && (*link)->priority >= entry->priority) {
         (*link)->weight++;

@@ -1,6 +1,7 @@
 // The entries of a prefix list in the order of their numbers, found by number or by position: a
-// balanced tree beside the chain. Nodes sit in the entries; priorities, not the order of changes,
-// give the tree its shape, so its depth stays near the logarithm of its size.
+// balanced tree beside the chain. Nodes sit in the entries; random priorities, not the order of
+// changes nor the numbers, give the tree its shape, so its depth stays near the logarithm of its
+// size and its walks may recurse.
 //
 // A root is null for no entries. All numbers differ. Numbers may change as long as their order
 // stays.

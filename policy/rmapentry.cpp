@@ -257,9 +257,7 @@ void dropClause(rmapList* map, rmapEntry* entry) {
     // The fields of the first instance get the last record's: meant.
     map->firstSeq = map->last->seq;
     map->firstAction = map->last->last->action;
-    if (entry->header != 0)
-        rmap_sent_to_cfg(entry, 1, map->name);
-    else if (entry->kind == RMAP_KIND_PAYLOAD)
+    if (entry->kind == RMAP_KIND_PAYLOAD)
         rmap_ent_send_to_cfg(entry, 1, nullptr, nullptr, map->name);
     rmapEntryDrop(map, entry);
     (void)rmapTrigger(map);
@@ -278,7 +276,6 @@ uint32_t deleteExtCommunities(rmapList* map, int32_t seq) {
         entry = next;
     }
     if (!found) return ACL_E_RMAP_NOENTRY;
-    if (rmapInstanceFind(map, seq) == nullptr) rmapTakeFirst(map);
     (void)rmapTrigger(map);
     return ACL_OK;
 }
@@ -371,6 +368,9 @@ uint32_t ipAddRmapEntry(const listName& name, rmapClauseBlock* request, uint32_t
     rmapList* map = ipRmapListFind(name);
     if (map == nullptr || map->placeholder != 0) return ACL_E_NORMAP;
     if (uint32_t status = checkAdd(request); status != ACL_OK) return status;
+    // Without its instance's line the clause would be read as one of the instance before.
+    if (request->header == 0 && rmapInstanceFind(map, rmapSeqOf(request->seq)) == nullptr)
+        return ACL_E_RMAP_NOENTRY;
     return rmapEntryAdd(map, request);
 }
 
@@ -378,6 +378,7 @@ uint32_t ipDelRmapEntry(const listName& name, rmapClauseBlock* request, uint32_t
     canonize(request);
     rmapList* map = ipRmapListFind(name);
     if (map == nullptr) return ACL_E_NORMAP;
+    if (request->header != 0) return rmapInstanceDelete(map, rmapSeqOf(request->seq));
     rmapProgramDrop(map);
     if (request->cls == RTMAP_MS_SET && request->code == RTMAP_SET_EXT_COMM)
         return deleteExtCommunities(map, rmapSeqOf(request->seq));

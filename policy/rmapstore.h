@@ -35,6 +35,11 @@ struct rmapPayloadPlace {
 };
 rmapPayloadPlace rmapPayloadOf(uint32_t code);
 
+// --- instances (routemap.cpp) --------------------------------------------------------------------
+
+// The instance's header goes, and with it the lines of the instance: its clauses go too.
+uint32_t rmapInstanceDelete(rmapList* map, int32_t seq);
+
 // --- clauses (rmapentry.cpp) ---------------------------------------------------------------------
 
 // As ipAddRmapEntry, on a map that may still be a placeholder.

@@ -11,7 +11,6 @@ namespace {
 uint32_t chooseSeq(const rmapList* map, int32_t* seq) {
     const rmapEntry* only = nullptr;
     for (const rmapInstance* at = map->first; at != nullptr; at = at->next) {
-        if (at->first->header == 0) continue;
         if (only != nullptr) return ACL_E_RMAP_SEQ_NEEDED;
         only = at->first;
     }
@@ -21,7 +20,7 @@ uint32_t chooseSeq(const rmapList* map, int32_t* seq) {
 
 rmapEntry* headerOf(const rmapList* map, int32_t seq) {
     const rmapInstance* instance = rmapInstanceFind(map, seq);
-    return instance != nullptr && instance->first->header != 0 ? instance->first : nullptr;
+    return instance != nullptr ? instance->first : nullptr;
 }
 
 rmapClauseBlock headerRequest(uint32_t action, int32_t seq) {
@@ -66,16 +65,8 @@ void instanceRelease(rmapList* map, rmapInstance* instance) {
     }
 }
 
-// What remains to be done when records of a configured map, or of a placeholder none, have gone.
-uint32_t finishDelete(rmapList* map, bool instanceDeleted) {
-    if (map->first != nullptr && map->first->first->header == 0) return ACL_OK;
-    if (instanceDeleted) {
-        // Whoever looks at the map while it is told sees one that denies.
-        const uint32_t action = map->firstAction;
-        map->firstAction = RMAP_DENY;
-        (void)rmapTrigger(map);
-        map->firstAction = action;
-    }
+// A map that is left without records goes, or stays for its clients as a placeholder that denies.
+uint32_t finishDelete(rmapList* map) {
     if (map->first != nullptr) return ACL_OK;
     rmapCfgRemoveMap(map->name);
     if (map->clients == nullptr) {
@@ -135,10 +126,7 @@ uint32_t ipDelRmapEntryAll(const listName& name, int32_t seq) {
     if (map == nullptr) return ACL_E_NORMAP;
     rmapInstance* instance = rmapInstanceFind(map, seq);
     if (instance == nullptr) return ACL_E_RMAP_NOENTRY;
-    if (instance->first->header != 0)
-        rmap_sent_to_cfg(instance->first, 1, name);
-    else
-        rmapCfgRemoveInstance(name, seq);
+    rmap_sent_to_cfg(instance->first, 1, name);
     instanceRelease(map, instance);
     rmapTakeFirst(map);
     return ACL_OK;
@@ -146,7 +134,26 @@ uint32_t ipDelRmapEntryAll(const listName& name, int32_t seq) {
 
 uint32_t ipDelRmapEntryAllFin(const listName& name, int32_t seq) {
     const uint32_t status = ipDelRmapEntryAll(name, seq);
-    return status == ACL_OK ? finishDelete(ipRmapListFind(name), true) : status;
+    if (status != ACL_OK) return status;
+    rmapList* map = ipRmapListFind(name);
+    // Whoever looks at the map while it is told sees one that denies.
+    const uint32_t action = map->firstAction;
+    map->firstAction = RMAP_DENY;
+    (void)rmapTrigger(map);
+    map->firstAction = action;
+    return finishDelete(map);
+}
+
+uint32_t rmapInstanceDelete(rmapList* map, int32_t seq) {
+    rmapInstance* instance = rmapInstanceFind(map, seq);
+    if (instance == nullptr) return ACL_E_RMAP_NOENTRY;
+    // The fields of the first instance get the last record's: meant.
+    map->firstSeq = map->last->seq;
+    map->firstAction = map->last->last->action;
+    rmap_sent_to_cfg(instance->first, 1, map->name);
+    instanceRelease(map, instance);
+    (void)rmapTrigger(map);
+    return finishDelete(map);
 }
 
 void ipDelRmapListComplete(rmapList* map) {
@@ -161,11 +168,17 @@ void ipDelRmapListComplete(rmapList* map) {
     rmapCfgSyncGone(map->name);
 }
 
-uint32_t ipRmapListDelete(const listName& name, int32_t seq) {
+uint32_t ipRmapListDelete(const listName& name, int32_t seq, uint32_t named) {
     rmapList* map = ipRmapListFind(name);
     if (map == nullptr) return ACL_E_NORMAP;
-    if (map->placeholder != 0) return finishDelete(map, false);
+    if (named != RMAP_NAMED_NONE) {
+        if (seq == 0) return ACL_E_RMAP_SEQ_NEEDED;
+        const rmapInstance* instance = rmapInstanceFind(map, seq);
+        const uint32_t action = named == RMAP_NAMED_DENY ? RMAP_DENY : RMAP_PERMIT;
+        if (instance == nullptr || instance->action != action) return ACL_E_RMAP_NOENTRY;
+    }
+    if (map->placeholder != 0) return finishDelete(map);
     if (seq != 0) return ipDelRmapEntryAllFin(name, seq);
     ipDelRmapListComplete(map);
-    return finishDelete(map, false);
+    return finishDelete(map);
 }

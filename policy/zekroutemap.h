@@ -32,8 +32,9 @@ rmapList* ipRmapListCreate(const listName& name, uint32_t action, int32_t* seq,
                            uint32_t placeholder, uint32_t* status);
 void ipRmapListUpdate(rmapList* map, uint32_t action, int32_t seq);
 // One instance, or with seq 0 the whole map. A map that is left empty goes, or becomes a
-// placeholder while it has clients.
-uint32_t ipRmapListDelete(const listName& name, int32_t seq);
+// placeholder while it has clients. named (rmapNamed): an instance of the other action is
+// ACL_E_RMAP_NOENTRY, and without a number ACL_E_RMAP_SEQ_NEEDED: no more goes than was named.
+uint32_t ipRmapListDelete(const listName& name, int32_t seq, uint32_t named);
 // All records of the map or of one instance, with their registrations and configuration lines.
 // The map itself stays; Fin does the rest as ipRmapListDelete does.
 void ipDelRmapListComplete(rmapList* map);
@@ -43,7 +44,8 @@ uint32_t ipDelRmapEntryAllFin(const listName& name, int32_t seq);
 // --- clauses (rmapentry.cpp) -------------------------------------------------------------------
 
 // Adds or removes one value of a clause, a clause, or an instance's header. A seq of -1 becomes 10
-// in the request. af: AF_IPV4 or AF_IPV6; what decides is the clause's class.
+// in the request. An instance must be there before its clauses come (ACL_E_RMAP_NOENTRY), and they
+// go with its header. af: AF_IPV4 or AF_IPV6; what decides is the clause's class.
 uint32_t ipAddRmapEntry(const listName& name, rmapClauseBlock* request, uint32_t af);
 uint32_t ipDelRmapEntry(const listName& name, rmapClauseBlock* request, uint32_t af);
 // The record equal to the request (header flag, class, code, seq, dampening, subtype of the first

@@ -179,7 +179,8 @@ int32_t rmapSeq(cliCall& call) {
     return static_cast<int32_t>(uint32_t{call.as<cliRmapDeleteReq>()->seq});
 }
 uint32_t rmapDelete(cliCall& call) {
-    return ipRmapListDeleteExt(call.name(), rmapSeq(call));
+    return ipRmapListDeleteExt(call.name(), rmapSeq(call),
+                               uint32_t{call.as<cliRmapDeleteReq>()->named});
 }
 uint32_t rmapInstanceDelete(cliCall& call) {
     return ipDelRmapEntryAllFinExt(call.name(), rmapSeq(call));
@@ -293,6 +294,7 @@ constexpr uint32_t LIST = sizeof(cliListReq);
 constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
+constexpr uint32_t RMAP_DELETE = offsetof(cliRmapDeleteReq, named);
 constexpr uint32_t CLAUSE = offsetof(cliRmapClauseReq, operation);
 constexpr uint32_t PREFIX4 = sizeof(cliPrefix4Req), PREFIX6 = sizeof(cliPrefix6Req);
 
@@ -318,7 +320,7 @@ constexpr cliRow cliTable[] = {
     {1017, 1017, "add extended-community entry",  sizeof(cliExtCommReq), extCommEntryAdd},
     {1018, 1018, "delete extended-community entry", sizeof(cliExtCommReq), extCommEntryDelete},
     {1019, 1019, "delete extended-community list", CLI,  extCommListDelete},
-    {1020, 1020, "delete route map",              sizeof(cliRmapDeleteReq), rmapDelete},
+    {1020, 1020, "delete route map",              RMAP_DELETE, rmapDelete},
     {1021, 1021, "create route map",              sizeof(cliRmapReq), rmapCreate},
     {1022, 1023, "route-map clause",              sizeof(cliRmapClauseReq), rmapEntryChange},
     {1024, 1024, "delete route-map clause",       CLAUSE, rmapEntryDelete},
@@ -372,7 +374,7 @@ constexpr cliRow cliTable[] = {
     {1153, 1153, "list description",              CLI,   nullptr},
     {1154, 1155, "show all IPv6 prefix lists",    SHOW,  showPrefixAll<AF_IPV6>},
     {1156, 1157, "show IPv6 prefix list",         SHOW,  showPrefix<AF_IPV6>},
-    {1158, 1158, "delete route-map instance",     sizeof(cliRmapDeleteReq), rmapInstanceDelete},
+    {1158, 1158, "delete route-map instance",     RMAP_DELETE, rmapInstanceDelete},
     {1160, 1160, "delete IPv6 route-map clause",  CLAUSE, rmapEntryDelete},
     {1161, 1161, "add IPv6 route-map clause",     CLAUSE, rmapEntryAdd},
     {1162, 1163, "IPv6 access lists",             CLI,   nullptr,        CLI_ACL2 | CLI_V6},

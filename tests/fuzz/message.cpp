@@ -55,7 +55,8 @@ void forgetLists() {
             (void)remove(listNameMake(list->name));
         }
     };
-    forgetAll(ipRmapListFindFirst, [](const listName& name) { return ipRmapListDelete(name, 0); });
+    forgetAll(ipRmapListFindFirst,
+              [](const listName& name) { return ipRmapListDelete(name, 0, RMAP_NAMED_NONE); });
     forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
     forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
     forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);

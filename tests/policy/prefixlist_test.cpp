@@ -1,4 +1,7 @@
 // Prefix lists from the operator's and the clients' side: statuses, lines, shows, clients.
+#include <algorithm>
+#include <functional>
+
 #include "tests/policy/prefixTest.h"
 
 namespace {
@@ -201,6 +204,44 @@ TEST_F(PrefixTest, ShowsPagesOfFiftyAndKeepsALowestNumberThatHasGone) {
     testFailNothing();
     EXPECT_EQ(prefixClearIpListAll(AF_IPV4), 0u);
     EXPECT_EQ(list->head->hits, 0u);
+}
+
+// As many entries as a list may have, in every order that somebody who knows the code would try:
+// numbers that follow the scattered identifiers once made a chain of the order tree.
+TEST_F(PrefixTest, LongListsStayShallowInWhateverOrderTheirNumbersCome) {
+    struct scattered {
+        uint32_t priority, at;
+    };
+    std::vector<scattered> ids(PREFIX_SEQ_MAX);
+    for (uint32_t i = 0; i < PREFIX_SEQ_MAX; i++) {
+        uint32_t p = (i + 1) * 0x9E3779B9u;
+        ids[i] = {p ^ (p >> 15), i};
+    }
+    std::ranges::sort(ids, std::greater{}, &scattered::priority);
+    std::vector<uint32_t> numbers(PREFIX_SEQ_MAX);
+    for (uint32_t rank = 0; rank < PREFIX_SEQ_MAX; rank++) numbers[ids[rank].at] = rank + 1;
+    prefixGiven entry(0, PERMIT, "10.0.0.0", 32);
+    for (int reversed : {0, 1, 2}) {
+        if (reversed == 1) std::ranges::reverse(numbers);
+        if (reversed == 2) std::ranges::sort(numbers);
+        prefixList* list = create("A");
+        for (uint32_t i = 0; i < PREFIX_SEQ_MAX; i++) {
+            entry.record().seq = numbers[i];
+            entry.bytes[26] = static_cast<uint8_t>(i >> 8);
+            entry.bytes[27] = static_cast<uint8_t>(i);
+            ASSERT_EQ(add("A", entry), 0u);
+        }
+        uint32_t depth = 0;
+        for (uint32_t seq = 1; seq <= PREFIX_SEQ_MAX; seq += 97) {
+            uint32_t steps = 0;
+            for (const prefixEntry* at = list->order; at->record->seq != seq; steps++)
+                at = at->child[at->record->seq < seq];
+            depth = std::max(depth, steps);
+        }
+        EXPECT_LT(depth, 100u);
+        ASSERT_EQ(ipPrefixListDelete(A, AF_IPV4), 0u);
+        testTake();
+    }
 }
 
 TEST_F(PrefixTest, ResequencesWholeOrNotAtAll) {

@@ -22,7 +22,7 @@ const listName M = listNameMake("M");
 
 struct RmapCheck : TaskTest {
     void TearDown() override {
-        (void)ipRmapListDelete(M, 0);
+        (void)ipRmapListDelete(M, 0, RMAP_NAMED_NONE);
         while (prefixList* list = ipPrefixListFindFirst(AF_IPV4))
             (void)ipPrefixListDelete(list->name, AF_IPV4);
         (void)ipPrefixListDelete(A, AF_IPV6);
@@ -175,7 +175,7 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         ASSERT_EQ(trail.size(), 2u);
         EXPECT_TRUE(trail[1].holds && (trail[1].name != nullptr || trail[1].number != nullptr));
         EXPECT_EQ(ipRmapListFind(M)->first->hits, 1u) << "a question with a trail counts nothing";
-        ASSERT_EQ(ipRmapListDelete(M, 0), ACL_OK);
+        ASSERT_EQ(ipRmapListDelete(M, 0, RMAP_NAMED_NONE), ACL_OK);
     }
     // In the class of the other family, in which no prefix list hears of the clause.
     for (auto [code, cls] : {std::pair{RTMAP_MATCH_IPADD_PREFIX, RTMAP_MS_V6_MATCH},
@@ -188,7 +188,7 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         const bool v4 = code == RTMAP_MATCH_IPADD_PREFIX;
         EXPECT_EQ(permits(route()), v4);
         EXPECT_EQ(permits(route("2001:db8:1::", 48)), !v4);
-        ASSERT_EQ(ipRmapListDelete(M, 0), ACL_OK);
+        ASSERT_EQ(ipRmapListDelete(M, 0, RMAP_NAMED_NONE), ACL_OK);
     }
     // An emptied list that the map still names: nothing is permitted, and nothing dangles.
     instance(10);
@@ -302,7 +302,7 @@ TEST_F(RmapCheck, DecidesAsAPlainWalkDoes) {
         }
         if (pick(3) == 0) {  // one goes again
             const int32_t seq = model.begin()->first;
-            ASSERT_EQ(ipRmapListDelete(M, seq), ACL_OK);
+            ASSERT_EQ(ipRmapListDelete(M, seq, RMAP_NAMED_NONE), ACL_OK);
             model.erase(seq);
         }
         auto has = [](const std::vector<uint32_t>& values, uint32_t v) {
@@ -333,7 +333,7 @@ TEST_F(RmapCheck, DecidesAsAPlainWalkDoes) {
                     ASSERT_EQ(out.weight, weight);
                 }
             }
-        (void)ipRmapListDelete(M, 0);
+        (void)ipRmapListDelete(M, 0, RMAP_NAMED_NONE);
     }
 }
 

@@ -57,7 +57,7 @@ struct RouteMap : TaskTest {
         testFailNothing();
         while (rmapList* first = ipRmapListFindFirst()) {
             const listName name = first->name;
-            (void)ipRmapListDelete(name, 0);
+            (void)ipRmapListDelete(name, 0, RMAP_NAMED_NONE);
             if (ipRmapListFind(name) == nullptr) continue;
             ASSERT_EQ(rmapDelTaskClient(APP_RTM, 0, name, {}), 0);
         }
@@ -73,9 +73,10 @@ struct RouteMap : TaskTest {
         req->action = action;
         return ask(bytes);
     }
-    uint32_t remove(uint32_t code, const char* name, uint32_t seq) {
+    uint32_t remove(uint32_t code, const char* name, uint32_t seq, uint32_t named = 0) {
         auto bytes = cli(code, name, sizeof(cliRmapDeleteReq));
         reinterpret_cast<cliRmapDeleteReq*>(bytes.data())->seq = seq;
+        reinterpret_cast<cliRmapDeleteReq*>(bytes.data())->named = named;
         return ask(bytes);
     }
     uint32_t change(uint32_t code, const clause& c, const char* name = "M",
@@ -348,6 +349,11 @@ TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoe
 
     EXPECT_EQ(remove(CLI_RMAP_DELETE, "M", 7), ACL_E_RMAP_NOENTRY);
     EXPECT_EQ(remove(CLI_RMAP_DELETE, "none", 0), ACL_E_NORMAP);
+    // No more goes than was named.
+    EXPECT_EQ(remove(CLI_RMAP_DELETE, "M", 0, RMAP_NAMED_DENY), ACL_E_RMAP_SEQ_NEEDED);
+    EXPECT_EQ(remove(CLI_RMAP_DELETE, "M", 10, RMAP_NAMED_PERMIT), ACL_E_RMAP_NOENTRY);
+    EXPECT_EQ(remove(CLI_RMAP_DELETE, "M", 5, RMAP_NAMED_DENY), ACL_E_RMAP_NOENTRY);
+    EXPECT_EQ(lines().size(), 3u);
     ASSERT_EQ(add(clause(MATCH, 1, 10).list("A")), ACL_OK);
     ASSERT_EQ(remove(CLI_RMAP_INSTANCE_DELETE, "M", 10), ACL_OK);
     EXPECT_EQ(told(), (rows{"cfg remove 79/144 M 10", "sync 3 M \"no route-map M deny 10\"",
@@ -370,6 +376,28 @@ TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoe
     EXPECT_EQ(show(CLI_SHOW_RMAP_ALL, ""),
               "route-map M deny 30\n  Match clauses:\n  Set clauses:\n  Hits: 12\n");
     EXPECT_EQ(rmapPrintHits(listNameMake("M")), "route-map M deny 30: 12 hits\n");
+}
+
+// Clauses stand under the line of their instance or not at all.
+TEST_F(RouteMap, NoClauseIsWithoutItsInstance) {
+    ASSERT_EQ(create("M", 10), ACL_OK);
+    ASSERT_EQ(create("M", 20), ACL_OK);
+    watch("M");
+    EXPECT_EQ(add(clause(MATCH, 137, 15).number(1)), ACL_E_RMAP_NOENTRY);
+    EXPECT_EQ(told(), rows{});
+    ASSERT_EQ(add(clause(MATCH, 1, 10).list("A")), ACL_OK);
+    clause header(0, 0, 10);
+    header.header = 1;
+    ASSERT_EQ(del(header), ACL_OK);
+    EXPECT_EQ(told(), (rows{"cfg remove 79/144 M 10", "sync 3 M \"no route-map M permit 10\"",
+                            "swp 1 14462 length 292"}));
+    EXPECT_EQ(del(header), ACL_E_RMAP_NOENTRY);
+    EXPECT_EQ(bgpASPAccessListFind(listNameMake("A")), nullptr);
+    EXPECT_EQ(add(clause(MATCH, 137, 10).number(1)), ACL_E_RMAP_NOENTRY);
+    EXPECT_EQ(lines(), rows{"route-map M permit 20"});
+    header.seq = 20;
+    ASSERT_EQ(del(header), ACL_OK);
+    EXPECT_EQ(map()->placeholder, 1u) << "it has a client";
 }
 
 TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
@@ -574,9 +602,10 @@ TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
 TEST_F(RouteMap, WithoutMemoryAnAddLeavesNoTrace) {
     ASSERT_EQ(create("M"), ACL_OK);
     std::vector<clauseCase> cases = everyClause();
+    ASSERT_EQ(create("M", 5), ACL_OK);
     for (clauseCase& c : cases) {
         SCOPED_TRACE(c.line);
-        c.request.seq = 5;  // an instance in front of the first
+        c.request.seq = 5;
         const uint64_t blocks = testBlocksInUse();
         const rows before = lines();
         for (uint64_t nth = 1;; nth++) {
@@ -590,7 +619,6 @@ TEST_F(RouteMap, WithoutMemoryAnAddLeavesNoTrace) {
             // The store of a named list may keep the placeholder that it made.
             EXPECT_TRUE(c.request.kind == RMAP_KIND_LIST || testBlocksInUse() == blocks);
             EXPECT_EQ(lines(), before);
-            EXPECT_EQ(map()->firstSeq, 10);
         }
         ASSERT_EQ(del(c.request), ACL_OK);
         EXPECT_EQ(testBlocksInUse(), blocks);
@@ -626,6 +654,11 @@ TEST_F(RouteMap, TheConfigurationFollowsRandomChanges) {
                 break;
             case 3:
                 if (pick(8) == 0) remove(CLI_RMAP_DELETE, name, 0);
+                if (pick(4) == 0) {
+                    clause header(0, 0, seq);
+                    header.header = 1;
+                    del(header, name);
+                }
                 break;
             case 4:
             case 5:
@@ -633,9 +666,7 @@ TEST_F(RouteMap, TheConfigurationFollowsRandomChanges) {
                 del(request, name);
                 break;
             default:
-                // A clause of an instance that there is not would have no place in the lines.
-                if (map(name) != nullptr && rmapInstanceFind(map(name), seq) != nullptr)
-                    add(request, name);
+                add(request, name);
         }
         if (step % 10 != 0) continue;
         std::string text;
