@@ -2,6 +2,7 @@
 // asked to raise.
 #include "cli/agents.h"
 #include "include/chassisControl.h"
+#include "include/entry.h"
 #include "include/service.h"
 
 namespace {
@@ -51,6 +52,45 @@ json listRow(const cliSession& session, const json& list) {
             {"entries", jsonNumber(list, "count")}};
 }
 
+// A card decides as the manager does: 1 denies, every other value permits.
+std::string actionText(const json& entry) {
+    uint64_t action = jsonNumber(entry, "action");
+    if (action <= IP_DENY) return action == IP_DENY ? "deny" : "permit";
+    return "permit (" + std::to_string(action) + ")";
+}
+
+std::string protocolText(const json& entry) {
+    uint64_t protocol = jsonNumber(entry, "protocol");
+    // Without the marker 4 stands for every protocol.
+    bool any = protocol == 4 && jsonNumber(entry, "protoMarker") == 0;
+    return any ? "ip" : std::to_string(protocol);
+}
+
+// What else an entry asks for, as the card has it: all that is given.
+std::string givenText(const json& entry) {
+    constexpr struct {
+        const char* key;
+        uint64_t notGiven;  // as 0 is
+    } numbers[] = {{"srcOperator", 0},  {"dstOperator", 0},    {"tcpFlags", 0},
+                   {"fragments", 0},    {"dscp", 0xFF},        {"precedence", 0xFFFFFFFF},
+                   {"tos", 0xFFFFFFFF}, {"counterOptions", 0}, {"log", 0},
+                   {"monitor", 0},      {"order", 0xFF}};
+    std::string text;
+    auto add = [&text](const char* key, const std::string& value) {
+        text += (text.empty() ? "" : " ") + std::string(key) + " " + value;
+    };
+    for (const auto& [key, notGiven] : numbers)
+        if (uint64_t n = jsonNumber(entry, key); n != 0 && n != notGiven)
+            add(key, std::to_string(n));
+    bool ports = false;
+    for (const json& port : jsonArray(entry, "ports")) ports |= port.is_number() && port != 0;
+    if (ports) add("ports", jsonDump(jsonArray(entry, "ports")));
+    for (const char* key : {"icmp", "l2"})
+        if (std::string hex = jsonText(entry, key); hex.find_first_not_of('0') != hex.npos)
+            add(key, hex);
+    return text;
+}
+
 // The entries of one list, wherever the card holds it.
 agentReply entriesOf(cliSession* session, const agentPlace& place, const listName& name,
                      const json& places, json* out) {
@@ -67,10 +107,11 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
         agentReply reply = agentRows(session, place, request, "entries", [&](const json& entry) {
             rows.push_back(
                 {{"seq", jsonNumber(entry, "seq")},
-                 {"action", jsonNumber(entry, "action") == 0 ? "permit" : "deny"},
-                 {"protocol", jsonNumber(entry, "protocol")},
+                 {"action", actionText(entry)},
+                 {"protocol", protocolText(entry)},
                  {"source", jsonText(entry, "src") + " " + jsonText(entry, "srcMask")},
                  {"destination", jsonText(entry, "dst") + " " + jsonText(entry, "dstMask")},
+                 {"given", givenText(entry)},
                  {"packets", jsonNumber(entry, "packets")},
                  {"hash", jsonText(entry, "hash")}});
         });

@@ -49,20 +49,23 @@ zekSendResult sendDown(agent* self) {
     return zekEndpointSend(self->acl, &req, sizeof req, 0);
 }
 
-zekSendResult sendRegistration(agent* self) {
+zekSendResult sendRegistration(agent* self, uint64_t nowMs) {
     const agentConfig& config = self->config;
     uint32_t rp = chassisPrimaryRp(config.chassis, config.runDir);
     uint32_t manager = config.chassis.routeProcessors[rp].address;
     uint32_t service = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
+    uint32_t replay = agentReplayWord(linkNeed(self->link, nowMs));
     if (config.cp) {
         acl0RegisterReq req{};
         address(*self, &req.ipc, MT_ACL0_REGISTER, sizeof req, manager, service);
         req.supportAclOnCP = 1;
+        req.replay = replay;
         return zekEndpointSend(self->acl, &req, sizeof req, 0);
     }
     const chassisCard& card = *cardOf(config, config.slot);
     agentRegisterReq req{};
     address(*self, &req.ipc, MT_AGENT_REGISTER, sizeof req, manager, service);
+    req.replay = replay;
     req.isUp = 1;
     req.isVortan = card.egress;
     req.isIpv6Enabled = card.ipv6;
@@ -71,17 +74,68 @@ zekSendResult sendRegistration(agent* self) {
     return zekEndpointSend(self->acl, &req, sizeof req, 0);
 }
 
+// A manager that has lost the role goes on with its old queues until it knows.
+bool isFromPrimary(const agent& self, const ipcHdr& hdr) {
+    const agentConfig& c = self.config;
+    uint32_t rp = chassisPrimaryRp(c.chassis, c.runDir);
+    return hdr.target.card == c.chassis.routeProcessors[rp].address;
+}
+
+// The mark in a message, or null: it is none, or a damaged one.
+const agentReplayBody* markOf(std::span<const uint8_t> message) {
+    const auto* hdr = wireView<agentHdr>(message);
+    bool fits = hdr != nullptr && hdr->ipc.mtype == MT_AGENT_REPLAY &&
+                message.size() == sizeof(agentHdr) + sizeof(agentReplayBody) &&
+                hdr->ipc.length == message.size() && hdr->bodyLen == sizeof(agentReplayBody);
+    return fits ? wireView<agentReplayBody>(message, sizeof(agentHdr)) : nullptr;
+}
+
+// The first message of a session. What is in force stays until a replay has ended.
+void takeBegin(agent* self, const agentReplayBody* mark, uint32_t session, int32_t pid,
+               uint64_t nowMs) {
+    bool marked = mark != nullptr && mark->mark == AGENT_REPLAY_BEGIN;
+    uint32_t number = marked ? uint32_t{mark->number} : 0;
+    if (linkSession(&self->link, session, pid, marked, number, nowMs) == linkBegin::replay)
+        agentTablesReplayBegin(&self->tables);
+    else
+        agentTablesReplayDrop(&self->tables);
+}
+
+// A message of a session. A refused one is lost; in a replay that counts when it has ended.
+void takeInOrder(agent* self, std::span<const uint8_t> message, bool first, uint64_t nowMs) {
+    agentTables* tables = &self->tables;
+    const agentReplayBody* mark = markOf(message);
+    if (wireView<ipcHdr>(message)->mtype != MT_AGENT_REPLAY) {
+        if (agentTablesApply(tables, message) == agentVerdict::refused &&
+            tables->replay == agentReplay::none)
+            linkRefused(&self->link, nowMs);
+    } else if (mark != nullptr && mark->mark == AGENT_REPLAY_END &&
+               tables->replay != agentReplay::none && linkIsEnd(self->link, mark->number)) {
+        linkEnded(&self->link, agentTablesReplayEnd(tables), nowMs);
+    } else if (mark == nullptr || mark->mark != AGENT_REPLAY_BEGIN || !first) {
+        (void)agentTablesRefuse(tables, agentRefusal::order, MT_AGENT_REPLAY,
+                                "a mark that marks nothing");
+        agentTablesReplayDrop(tables);
+        linkRefused(&self->link, nowMs);
+    }
+}
+
 // A message of the manager's queue. Each is answered by the transport and handed on once.
 void takeDownload(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
     const auto* hdr = wireView<ipcHdr>(message);
     uint32_t before = self->aclSeen.session;
+    if (hdr->session != before && !isFromPrimary(*self, *hdr)) {
+        self->strangers++;
+        return;
+    }
     int verdict = zekEndpointSwpTake(self->acl, message.data(), &self->aclSeen, &self->aclOwed);
     if (verdict == ZEK_SWP_IN_ORDER) {
-        if (self->aclSeen.session != before) {
-            linkSession(&self->link, hdr->session, pid, nowMs);
-            agentTablesStartOver(&self->tables);
-        }
-        (void)agentTablesApply(&self->tables, message);
+        bool first = self->aclSeen.session != before;
+        if (first)
+            takeBegin(self, markOf(message), hdr->session, pid, nowMs);
+        else
+            linkMessage(&self->link, nowMs);
+        takeInOrder(self, message, first, nowMs);
     } else if (hdr->session != self->aclSeen.session && hdr->swpSeq != 1) {
         linkMiddle(&self->link, nowMs);
     }
@@ -104,7 +158,9 @@ void takePlain(agent* self, std::span<const uint8_t> message, int32_t pid, uint6
             break;
         case MT_AGENT_STATE: {
             std::vector<uint8_t> answer = agentStateAnswer(*self, message);
-            (void)zekEndpointSend(self->acl, answer.data(), answer.size(), ANSWER_PATIENCE_MS);
+            if (zekEndpointSend(self->acl, answer.data(), answer.size(), self->patienceMs) ==
+                zekSendResult::full)
+                self->patienceMs = 0;
             break;
         }
         default:
@@ -184,13 +240,25 @@ void agentClose(agent* self) {
 }
 
 bool agentServe(agent* self, uint64_t nowMs) {
+    self->patienceMs = ANSWER_PATIENCE_MS;
     bool left = drain(self, self->acl, &self->aclOwed, takeAcl, nowMs);
     return (self->mac != nullptr && drain(self, self->mac, &self->macOwed, takeMac, nowMs)) || left;
 }
 
 void agentTick(agent* self, uint64_t nowMs) {
     linkAction action = linkDue(&self->link, nowMs);
-    if (action == linkAction::none) return;
-    zekSendResult result = action == linkAction::sendDown ? sendDown(self) : sendRegistration(self);
+    zekSendResult result = zekSendResult::sent;
+    switch (action) {
+        case linkAction::none:
+            break;
+        case linkAction::endUnmarked:
+            (void)agentTablesReplayEnd(&self->tables);
+            break;
+        case linkAction::sendDown:
+            result = sendDown(self);
+            break;
+        case linkAction::sendRegistration:
+            result = sendRegistration(self, nowMs);
+    }
     if (result == zekSendResult::nobody) linkNobody(&self->link, action, nowMs);
 }

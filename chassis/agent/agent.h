@@ -25,6 +25,7 @@ struct agent {
     agentTables tables;
     agentLink link;
     uint64_t macMessages = 0;
+    int patienceMs = 0;      // for those who ask and do not read, in one call of agentServe
     uint64_t strangers = 0;  // messages from senders or of kinds that have no business here
 };
 
@@ -37,7 +38,7 @@ bool agentServe(agent* self, uint64_t nowMs);
 // Sends what is due. agentNextMs is when that is again.
 void agentTick(agent* self, uint64_t nowMs);
 inline uint64_t agentNextMs(const agent& self) {
-    return self.link.nextAt;
+    return linkNextMs(self.link);
 }
 
 // query.cpp: the answer to a state request (the whole message).

@@ -71,24 +71,40 @@ struct dpList {
 
 // The operations. Those that change return false when the data plane cannot do it; nothing has
 // changed then.
+//
+// A set is lists in places. `inForce` is the set that decides about packets: a data plane that
+// outlives the agent's process begins with what it holds, and that stays in force until the first
+// replay has ended. A staged set is built beside it and decides nothing before it is exchanged.
 struct dataplane {
-    void* state;
-    // Installs a list whole, in the place of whatever is there.
-    bool (*install)(void* state, dpList&& list);
+    void* inForce;
+    // Begins an empty set, or null when there is no room for a second one. One at a time; it ends
+    // with exchange, merge or discard.
+    void* (*stage)(void* inForce);
+    // All that is staged takes the place of all that is in force, in one step.
+    void (*exchange)(void* inForce, void* staged);
+    // Staged lists come into force one by one; lists in other places stay.
+    void (*merge)(void* inForce, void* staged);
+    void (*discard)(void* staged);
+
+    // Installs a list whole, in the place of whatever is there. It takes the list when it succeeds.
+    bool (*install)(void* set, dpList& list);
     // Adds an entry to an installed list, or replaces the one with its key.
-    bool (*putEntry)(void* state, const dpPlace& place, const dpEntry& entry);
+    bool (*putEntry)(void* set, const dpPlace& place, const dpEntry& entry);
     // Removes one; false also when there is none.
-    bool (*removeEntry)(void* state, const dpPlace& place, uint32_t key);
-    bool (*remove)(void* state, const dpPlace& place);
-    void (*clear)(void* state);
+    bool (*removeEntry)(void* set, const dpPlace& place, uint32_t key);
+    bool (*remove)(void* set, const dpPlace& place);
     // The list in a place, or null. Good until the next change.
-    const dpList* (*find)(void* state, const dpPlace& place);
-    // Packets that an entry has matched since it was installed; false when it is not there.
-    bool (*counters)(void* state, const dpPlace& place, uint32_t key, uint64_t* packets);
+    const dpList* (*find)(void* set, const dpPlace& place);
     // Every list in order of their places, until fn returns false.
-    void (*walk)(void* state, const std::function<bool(const dpList&)>& fn);
+    void (*walk)(void* set, const std::function<bool(const dpList&)>& fn);
+    // Packets that an entry has matched since it was installed; false when it is not there.
+    bool (*counters)(void* inForce, const dpPlace& place, uint32_t key, uint64_t* packets);
+    // The most entries that it can hold, in all lists of both sets.
+    size_t (*capacity)(void* inForce);
 };
 
-// The data plane that only remembers; it forwards no packets.
-dataplane memplaneCreate();
+// The data plane that only remembers; it forwards no packets. A list that is staged as it is in
+// force is kept once, so a replay costs the memory of what it changes.
+constexpr size_t MEMPLANE_ENTRIES = 4'000'000;
+dataplane memplaneCreate(size_t capacity = MEMPLANE_ENTRIES);
 void memplaneDestroy(dataplane* plane);

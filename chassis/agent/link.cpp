@@ -1,5 +1,7 @@
 #include "chassis/agent/link.h"
 
+#include <algorithm>
+
 namespace {
 
 void enter(agentLink* link, linkPhase phase, uint64_t at) {
@@ -8,10 +10,31 @@ void enter(agentLink* link, linkPhase phase, uint64_t at) {
     link->phaseFirst = link->sequence + 1;
 }
 
-// What is installed is not what the manager means, or may not be.
-void resynchronise(agentLink* link, uint64_t nowMs) {
+void await(agentLink* link, uint64_t nowMs) {
+    enter(link, linkPhase::awaitReplay, nowMs + LINK_RETRY_MS);
+    link->giveUpAt = nowMs + LINK_REPLAY_MS;
+}
+
+bool knowsNothing(const agentLink& link) {
+    return link.session == 0;
+}
+
+void raiseNeed(agentLink* link, uint64_t at) {
+    link->lastNeed = (link->lastNeed + 1) & 0x7FFFFFFF;
+    if (link->lastNeed == 0) link->lastNeed = 1;
+    link->need = link->lastNeed;
+    link->needAt = at;
+}
+
+// Something that the manager has sent is lost.
+void lose(agentLink* link, uint64_t nowMs) {
+    bool again = link->lost != 0 && nowMs - link->lostAt < LINK_LOSS_AGAIN_MS;
+    link->lossDelayMs =
+        again ? std::clamp(2 * link->lossDelayMs, LINK_LOSS_MS, LINK_LOSS_MAX_MS) : 0;
     link->lost++;
-    if (link->mayAskDown) enter(link, linkPhase::askDown, nowMs);
+    link->lostAt = nowMs;
+    raiseNeed(link, nowMs + link->lossDelayMs);
+    enter(link, linkPhase::registering, nowMs + std::min(link->lossDelayMs, link->keepaliveMs));
 }
 
 bool ofThisPhase(const agentLink& link, uint32_t sequence) {
@@ -19,20 +42,47 @@ bool ofThisPhase(const agentLink& link, uint32_t sequence) {
     return sequence - link.phaseFirst < link.sequence + 1 - link.phaseFirst;
 }
 
+// No session has begun. A manager that marks replays is only late; another one may have taken the
+// registration for a repeated one.
+void giveUpWaiting(agentLink* link, uint64_t nowMs) {
+    if (link->markingPid != 0 && link->markingPid == link->answerPid) {
+        link->giveUpAt = nowMs + LINK_REPLAY_MS;
+    } else if (!link->replayIsSure && (link->replayWanted || !link->mayAskDown)) {
+        enter(link, linkPhase::unconfirmed, nowMs);
+    } else if (link->mayAskDown) {
+        enter(link, linkPhase::askDown, nowMs);
+        link->giveUpAt = nowMs + LINK_DOWN_MS;
+    } else {
+        enter(link, linkPhase::registering, nowMs);
+    }
+}
+
 }  // namespace
 
 void linkStart(agentLink* link, uint32_t sequence) {
     link->sequence = sequence;
-    enter(link, link->mayAskDown ? linkPhase::askDown : linkPhase::registering, 0);
+    link->lastNeed = sequence;
+    raiseNeed(link, 0);
+    enter(link, linkPhase::registering, 0);
+}
+
+uint64_t linkNextMs(const agentLink& link) {
+    return link.unmarkedAt != 0 ? std::min(link.nextAt, link.unmarkedEnd) : link.nextAt;
 }
 
 linkAction linkDue(agentLink* link, uint64_t nowMs) {
-    if (nowMs < link->nextAt) return linkAction::none;
-    if (link->phase == linkPhase::awaitReplay) {
-        resynchronise(link, nowMs);
-        if (link->phase == linkPhase::awaitReplay) enter(link, linkPhase::registering, nowMs);
+    if (link->unmarkedAt != 0 && nowMs >= link->unmarkedEnd) {
+        link->unmarkedAt = 0;
+        return linkAction::endUnmarked;
     }
-    link->nextAt = nowMs + LINK_RETRY_MS;
+    if (nowMs < link->nextAt) return linkAction::none;
+    if (link->phase == linkPhase::awaitReplay && nowMs >= link->giveUpAt)
+        giveUpWaiting(link, nowMs);
+    else if (link->phase == linkPhase::askDown && nowMs >= link->giveUpAt)
+        enter(link, linkPhase::registering, nowMs);  // chassisd does not answer
+    bool often = link->phase == linkPhase::registering || link->phase == linkPhase::awaitReplay ||
+                 link->phase == linkPhase::askDown;
+    link->nextAt = nowMs + (often ? LINK_RETRY_MS : link->keepaliveMs);
     if (link->phase == linkPhase::askDown) {
         // A repeated question keeps its number: chassisd raises one event for it.
         link->sequence = link->phaseFirst;
@@ -44,19 +94,24 @@ linkAction linkDue(agentLink* link, uint64_t nowMs) {
     return linkAction::sendRegistration;
 }
 
+uint32_t linkNeed(const agentLink& link, uint64_t nowMs) {
+    return nowMs >= link.needAt ? link.need : 0;
+}
+
 void linkNobody(agentLink* link, linkAction action, uint64_t nowMs) {
     // Without chassisd nobody can be asked; a manager that has gone will not know us when it is
     // back, and is asked again every LINK_RETRY_MS.
     if (action == linkAction::sendDown && link->phase == linkPhase::askDown)
         enter(link, linkPhase::registering, nowMs);
-    else if (action == linkAction::sendRegistration && link->phase == linkPhase::inStep)
-        enter(link, linkPhase::registering, link->nextAt);
+    else if (action == linkAction::sendRegistration)
+        enter(link, linkPhase::registering, nowMs + LINK_RETRY_MS);
 }
 
 void linkDownAnswered(agentLink* link, uint32_t sequence, bool silent, uint64_t nowMs) {
     if (link->phase != linkPhase::askDown || !ofThisPhase(*link, sequence)) return;
     if (silent) {
         enter(link, linkPhase::askDown, nowMs);
+        link->giveUpAt = nowMs + LINK_DOWN_MS;
         return;
     }
     link->replayWanted = true;
@@ -66,29 +121,88 @@ void linkDownAnswered(agentLink* link, uint32_t sequence, bool silent, uint64_t 
 void linkRegistered(agentLink* link, uint32_t sequence, int32_t pid, uint64_t nowMs) {
     if (link->phase == linkPhase::askDown || !ofThisPhase(*link, sequence)) return;
     link->answers++;
-    bool sameManager = link->session != 0 && link->sessionPid == pid && !link->replayWanted;
-    if (sameManager || !link->replayIsSure)
-        enter(link, linkPhase::inStep, nowMs + link->keepaliveMs);
-    else if (link->phase != linkPhase::awaitReplay)
-        enter(link, linkPhase::awaitReplay, nowMs + LINK_REPLAY_MS);
+    link->answerPid = pid;
+    if (knowsNothing(*link) || pid != link->sessionPid) {
+        // Another manager than the one that has sent what is here.
+        if (link->need == 0) raiseNeed(link, nowMs);
+        if (link->phase != linkPhase::awaitReplay && link->phase != linkPhase::unconfirmed)
+            await(link, nowMs);
+    } else if (link->phase == linkPhase::registering) {
+        if (link->need == 0)
+            enter(link, linkPhase::inStep, nowMs + link->keepaliveMs);
+        else if (nowMs >= link->needAt)
+            await(link, nowMs);
+        else
+            link->nextAt = std::min(link->needAt, nowMs + link->keepaliveMs);
+    }
 }
 
-void linkSession(agentLink* link, uint32_t session, int32_t pid, uint64_t nowMs) {
-    bool replay = link->replayWanted || link->session == 0 || link->sessionPid != pid;
+linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marked, uint32_t replay,
+                      uint64_t nowMs) {
+    bool wanted = link->replayWanted || knowsNothing(*link) || link->sessionPid != pid;
+    // While the card is being reported down, the queue is one that goes away with it.
+    wanted = wanted && link->phase != linkPhase::askDown && link->markingPid != pid;
     link->sessions++;
     link->session = session;
     link->sessionPid = pid;
-    // While the card is being reported down, the queue is one that goes away with it.
-    if (link->phase == linkPhase::askDown) return;
-    link->replayWanted = false;
-    if (!replay)
-        resynchronise(link, nowMs);
-    else if (link->phase == linkPhase::awaitReplay)
+    link->unmarkedAt = 0;
+    if (marked) {
+        link->markingPid = pid;
+        link->replay = replay;
+        link->replayWanted = false;
+        link->replays++;
+        if (link->need == 0) raiseNeed(link, nowMs);
+        enter(link, linkPhase::replaying, nowMs + link->keepaliveMs);
+        return linkBegin::replay;
+    }
+    if (wanted) {
+        link->replayWanted = false;
+        if (link->need == 0) raiseNeed(link, nowMs);
+        enter(link, linkPhase::unconfirmed, nowMs + link->keepaliveMs);
+        link->unmarkedAt = nowMs;
+        link->unmarkedEnd = nowMs + LINK_QUIET_MS;
+        return linkBegin::replay;
+    }
+    // The queue was flushed, and what was in it is lost.
+    if (link->phase != linkPhase::askDown) lose(link, nowMs);
+    return linkBegin::changes;
+}
+
+void linkMessage(agentLink* link, uint64_t nowMs) {
+    if (link->unmarkedAt != 0)
+        link->unmarkedEnd = std::min(nowMs + LINK_QUIET_MS, link->unmarkedAt + LINK_QUIET_MAX_MS);
+}
+
+bool linkIsEnd(const agentLink& link, uint32_t replay) {
+    return link.replay == replay && link.markingPid != 0 && link.markingPid == link.sessionPid;
+}
+
+void linkEnded(agentLink* link, bool whole, uint64_t nowMs) {
+    if (!whole) return lose(link, nowMs);
+    link->need = 0;
+    if (link->phase == linkPhase::replaying)
         enter(link, linkPhase::inStep, nowMs + link->keepaliveMs);
 }
 
+void linkRefused(agentLink* link, uint64_t nowMs) {
+    if (link->markingPid != 0 && link->markingPid == link->sessionPid) lose(link, nowMs);
+}
+
 void linkMiddle(agentLink* link, uint64_t nowMs) {
-    if (link->phase != linkPhase::inStep || nowMs < link->middleAt) return;
+    bool relies = link->phase == linkPhase::inStep || link->phase == linkPhase::unconfirmed;
+    if (!relies || nowMs < link->middleAt) return;
     link->middleAt = nowMs + LINK_REPLAY_MS;
-    resynchronise(link, nowMs);
+    lose(link, nowMs);
+}
+
+const char* linkStateText(const agentLink& link) {
+    if (link.need == 0) return link.phase == linkPhase::inStep ? "in step" : "no manager";
+    switch (link.phase) {
+        case linkPhase::replaying:
+            return "replay under way";
+        case linkPhase::unconfirmed:
+            return link.unmarkedAt != 0 ? "replay under way" : "replay not confirmed";
+        default:
+            return "replay needed";
+    }
 }

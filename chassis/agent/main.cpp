@@ -29,6 +29,7 @@ int main(int argc, char** argv) {
     processOptions options;
     agentConfig config;
     double registerEvery = LINK_KEEPALIVE_MS / 1000.0;
+    size_t maxEntries = MEMPLANE_ENTRIES;
     CLI::App app{"The ACL agent of one line card, or of the control processor."};
     processAddOptions(&app, &options);
     auto* slot = app.add_option("--slot", config.slot, "the card's slot")
@@ -38,6 +39,8 @@ int main(int argc, char** argv) {
     app.add_option("--register-every", registerEvery,
                    "seconds between the registrations of an agent in step (default 5)")
         ->check(CLI::Range(0.01, 86400.0));
+    app.add_option("--max-entries", maxEntries,
+                   "entries that the card has room for (default 4000000)");
     CLI11_PARSE(app, argc, argv);
     config.registerEveryMs = static_cast<uint64_t>(std::lround(registerEvery * 1000));
     std::string error;
@@ -47,7 +50,7 @@ int main(int argc, char** argv) {
     }
 
     int stopFd = processStopFd();
-    dataplane plane = memplaneCreate();
+    dataplane plane = memplaneCreate(maxEntries);
     agent self;
     bool opened = processLoad(&options, &config.chassis, &error);
     config.runDir = options.runDir;

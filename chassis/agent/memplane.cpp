@@ -1,54 +1,143 @@
 // Installed lists in memory.
 #include <algorithm>
+#include <cstring>
+#include <memory>
+#include <tuple>
 
 #include "chassis/agent/dataplane.h"
 
 namespace {
 
-typedef std::map<dpPlace, dpList> memState;
+struct memPlane;
 
-memState& lists(void* state) {
-    return *static_cast<memState*>(state);
+// A list and its share of the plane's entries. The staged set and the one in force share it while
+// it is the same in both.
+struct memList {
+    memPlane* plane;
+    dpList list;
+    memList(memPlane* p, dpList l);
+    ~memList();
+    memList(const memList&) = delete;
+    memList& operator=(const memList&) = delete;
+};
+
+struct memSet {
+    memPlane* plane;
+    std::map<dpPlace, std::shared_ptr<memList>> lists;
+};
+
+struct memPlane {
+    size_t capacity;
+    size_t used = 0;  // entries in all lists
+    memSet inForce{this, {}}, staged{this, {}};
+    memPlane(size_t most) : capacity(most) {}
+    memPlane(const memPlane&) = delete;
+    memPlane& operator=(const memPlane&) = delete;
+};
+
+memList::memList(memPlane* p, dpList l) : plane(p), list(std::move(l)) {
+    plane->used += list.entries.size();
+}
+memList::~memList() {
+    plane->used -= list.entries.size();
 }
 
-dpList* listAt(void* state, const dpPlace& place) {
-    auto it = lists(state).find(place);
-    return it != lists(state).end() ? &it->second : nullptr;
+memSet& setOf(void* set) {
+    return *static_cast<memSet*>(set);
 }
 
-bool install(void* state, dpList&& list) {
+std::shared_ptr<memList>* heldAt(void* set, const dpPlace& place) {
+    auto it = setOf(set).lists.find(place);
+    return it != setOf(set).lists.end() ? &it->second : nullptr;
+}
+
+bool same(const dpList& a, const dpList& b) {
+    auto front = [](const dpList& l) {
+        return std::tie(l.name, l.ifindex, l.listKind, l.implicitPermit, l.portPipe,
+                        l.onBehalfOfVlan, l.lastKey);
+    };
+    return front(a) == front(b) && std::memcmp(&a.block, &b.block, sizeof a.block) == 0 &&
+           std::ranges::equal(a.entries, b.entries, [](const auto& x, const auto& y) {
+               return x.second.key == y.second.key && x.second.length == y.second.length &&
+                      x.second.raw == y.second.raw;
+           });
+}
+
+void* stage(void* inForce) {
+    memPlane* plane = setOf(inForce).plane;
+    plane->staged.lists.clear();
+    return &plane->staged;
+}
+void exchange(void* inForce, void* staged) {
+    setOf(inForce).lists.swap(setOf(staged).lists);
+    setOf(staged).lists.clear();
+}
+void merge(void* inForce, void* staged) {
+    for (auto& [place, list] : setOf(staged).lists)
+        setOf(inForce).lists.insert_or_assign(place, std::move(list));
+    setOf(staged).lists.clear();
+}
+void discard(void* staged) {
+    setOf(staged).lists.clear();
+}
+
+bool install(void* set, dpList& list) {
+    memPlane* plane = setOf(set).plane;
     dpPlace place = list.place;
-    lists(state).insert_or_assign(std::move(place), std::move(list));
+    std::shared_ptr<memList>* there = heldAt(&plane->inForce, place);
+    if (there != nullptr && same((*there)->list, list)) {
+        setOf(set).lists.insert_or_assign(std::move(place), *there);
+        return true;
+    }
+    // What it replaces makes room, unless that stays in force.
+    std::shared_ptr<memList>* old = heldAt(set, place);
+    size_t freed = old != nullptr && old->use_count() == 1 ? (*old)->list.entries.size() : 0;
+    if (list.entries.size() > plane->capacity - (plane->used - freed)) return false;
+    auto held = std::make_shared<memList>(plane, std::move(list));
+    setOf(set).lists.insert_or_assign(std::move(place), std::move(held));
     return true;
 }
 
-bool putEntry(void* state, const dpPlace& place, const dpEntry& entry) {
-    dpList* list = listAt(state, place);
+// A list to change, the set's own, with room for `more` entries; or null.
+dpList* writable(void* set, const dpPlace& place, size_t more) {
+    memPlane* plane = setOf(set).plane;
+    std::shared_ptr<memList>* held = heldAt(set, place);
+    if (held == nullptr) return nullptr;
+    size_t copied = held->use_count() > 1 ? (*held)->list.entries.size() : 0;
+    if (copied + more > plane->capacity - plane->used) return nullptr;
+    if (held->use_count() > 1) *held = std::make_shared<memList>(plane, (*held)->list);
+    return &(*held)->list;
+}
+
+bool putEntry(void* set, const dpPlace& place, const dpEntry& entry) {
+    std::shared_ptr<memList>* held = heldAt(set, place);
+    size_t more = held == nullptr || (*held)->list.entries.contains(entry.key) ? 0 : 1;
+    dpList* list = writable(set, place, more);
     if (list == nullptr) return false;
     list->entries.insert_or_assign(entry.key, entry);
     list->lastKey = std::max(list->lastKey, entry.key);
+    setOf(set).plane->used += more;
     return true;
 }
 
-bool removeEntry(void* state, const dpPlace& place, uint32_t key) {
-    dpList* list = listAt(state, place);
-    return list != nullptr && list->entries.erase(key) != 0;
+bool removeEntry(void* set, const dpPlace& place, uint32_t key) {
+    dpList* list = writable(set, place, 0);
+    if (list == nullptr || list->entries.erase(key) == 0) return false;
+    setOf(set).plane->used--;
+    return true;
 }
 
-bool remove(void* state, const dpPlace& place) {
-    return lists(state).erase(place) != 0;
+bool remove(void* set, const dpPlace& place) {
+    return setOf(set).lists.erase(place) != 0;
 }
 
-void clear(void* state) {
-    lists(state).clear();
+const dpList* find(void* set, const dpPlace& place) {
+    std::shared_ptr<memList>* held = heldAt(set, place);
+    return held != nullptr ? &(*held)->list : nullptr;
 }
 
-const dpList* find(void* state, const dpPlace& place) {
-    return listAt(state, place);
-}
-
-bool counters(void* state, const dpPlace& place, uint32_t key, uint64_t* packets) {
-    const dpList* list = listAt(state, place);
+bool counters(void* inForce, const dpPlace& place, uint32_t key, uint64_t* packets) {
+    const dpList* list = find(inForce, place);
     if (list == nullptr) return false;
     auto it = list->entries.find(key);
     if (it == list->entries.end()) return false;
@@ -56,18 +145,24 @@ bool counters(void* state, const dpPlace& place, uint32_t key, uint64_t* packets
     return true;
 }
 
-void walk(void* state, const std::function<bool(const dpList&)>& fn) {
-    for (const auto& [place, list] : lists(state))
-        if (!fn(list)) return;
+void walk(void* set, const std::function<bool(const dpList&)>& fn) {
+    for (const auto& [place, held] : setOf(set).lists)
+        if (!fn(held->list)) return;
+}
+
+size_t capacity(void* inForce) {
+    return setOf(inForce).plane->capacity;
 }
 
 }  // namespace
 
-dataplane memplaneCreate() {
-    return {new memState, install, putEntry, removeEntry, remove, clear, find, counters, walk};
+dataplane memplaneCreate(size_t capacityEntries) {
+    auto* plane = new memPlane(capacityEntries);
+    return {&plane->inForce, stage,  exchange, merge, discard,  install, putEntry,
+            removeEntry,     remove, find,     walk,  counters, capacity};
 }
 
 void memplaneDestroy(dataplane* plane) {
-    delete static_cast<memState*>(plane->state);
-    plane->state = nullptr;
+    delete setOf(plane->inForce).plane;
+    plane->inForce = nullptr;
 }

@@ -37,7 +37,7 @@ std::string dotted(uint32_t address) {
 std::string summaryText(const agent& self) {
     const agentTables& t = self.tables;
     uint64_t lists = 0, entries = 0;
-    t.plane.walk(t.plane.state, [&](const dpList& list) {
+    t.plane.walk(t.plane.inForce, [&](const dpList& list) {
         lists++;
         entries += list.entries.size();
         return true;
@@ -49,12 +49,16 @@ std::string summaryText(const agent& self) {
     else
         out.number("slot", self.config.slot);
     out.flag("registered", linkIsRegistered(self.link))
-        .string("state", linkPhaseNames[static_cast<size_t>(self.link.phase)])
+        .string("state", linkStateText(self.link))
+        .flag("replayNeeded", self.link.need != 0)
         .number("registrations", self.link.registrations)
         .number("answers", self.link.answers)
         .number("downs", self.link.downs)
         .number("sessions", self.link.sessions)
         .number("lost", self.link.lost)
+        .number("replays", self.link.replays)
+        .number("exchanges", t.exchanges)
+        .number("listByList", t.byLists)
         .number("messages", t.messages)
         .number("applied", t.applied)
         .number("absent", t.absent)
@@ -69,6 +73,13 @@ std::string summaryText(const agent& self) {
     return out.text();
 }
 
+// A binding block in hex without the zeros at its end, which most are all of.
+std::string blockText(const bindingBlock& block) {
+    auto bytes = std::span(reinterpret_cast<const uint8_t*>(&block), sizeof block);
+    while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
+    return hex(bytes);
+}
+
 std::string listText(const dpList& list) {
     return jsonObject{}
         .string("name", listNameView(list.name))
@@ -81,6 +92,7 @@ std::string listText(const dpList& list) {
         .number("implicitPermit", list.implicitPermit)
         .number("portPipe", list.portPipe)
         .number("listKind", list.listKind)
+        .string("block", blockText(list.block))
         .number("count", list.entries.size())
         .text();
 }
@@ -90,7 +102,7 @@ std::string listsText(const agentTables& t, const agentStateReq& req) {
     std::string items;
     uint64_t met = 0, shown = 0;
     bool more = false;
-    t.plane.walk(t.plane.state, [&](const dpList& list) {
+    t.plane.walk(t.plane.inForce, [&](const dpList& list) {
         if (!listNameIsEmpty(name) && list.name != name) return true;
         if (met++ < req.index) return true;
         more = shown == AGENT_STATE_ROWS_MAX;
@@ -164,7 +176,7 @@ std::string entryText(const dataplane& plane, const dpList& list, const dpEntry&
                          ? entryFields(*wireView<agentEntry>(image))
                          : entryFields(wireView<agentEntry6>(image)->block);
     uint64_t packets = 0;
-    (void)plane.counters(plane.state, list.place, entry.key, &packets);
+    (void)plane.counters(plane.inForce, list.place, entry.key, &packets);
     auto hashed = image.subspan(shape.hashFrom, shape.hashTo - shape.hashFrom);
     return out.number("seq", *wireView<be32>(image, shape.seqAt))
         .string("hash", hashText(agentHash(hashed)))
@@ -178,7 +190,7 @@ bool entriesText(const agentTables& t, const agentStateReq& req, std::string* te
     listName name = listNameMake(req.name);
     dpPlace place = dpPlaceMake(static_cast<agentListKind>(uint32_t{req.kind}), req.direction,
                                 req.ifindex, req.group, name);
-    const dpList* list = t.plane.find(t.plane.state, place);
+    const dpList* list = t.plane.find(t.plane.inForce, place);
     if (list == nullptr || list->name != name) return false;
     std::string items;
     size_t shown = 0;

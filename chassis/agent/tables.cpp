@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <new>
+#include <numeric>
+#include <vector>
 
 namespace {
 
@@ -62,11 +65,7 @@ bool isSystem(agentListKind kind) {
     return kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6;
 }
 
-agentVerdict refuse(agentTables* tables, agentRefusal why, uint32_t id, const std::string& what) {
-    tables->refused[static_cast<size_t>(why)]++;
-    tables->lastError = "message " + std::to_string(id) + ": " + what;
-    return agentVerdict::refused;
-}
+constexpr auto refuse = agentTablesRefuse;
 
 void dropPending(agentTables* tables) {
     tables->pendingId = 0;
@@ -166,10 +165,37 @@ const dpEntry* findContent(const dpList& list, const dpEntry& wanted) {
     return nullptr;
 }
 
-// The list that entries of a message belong to, or null: none there, or one of another name.
+// What downloads change.
+void* target(const agentTables& tables) {
+    return tables.replay == agentReplay::beside ? tables.staged : tables.plane.inForce;
+}
+
+// The list that entries of a message belong to, or null: none there, or one of another name. A list
+// that a replay list by list has not brought yet is an old one.
 const dpList* installed(const agentTables& tables, const dpList& like) {
-    const dpList* list = tables.plane.find(tables.plane.state, like.place);
+    if (tables.replay == agentReplay::byList && !tables.touched.contains(like.place))
+        return nullptr;
+    const dpList* list = tables.plane.find(target(tables), like.place);
     return list != nullptr && list->name == like.name ? list : nullptr;
+}
+
+// What has been staged comes into force list by list, and so does the rest of the replay.
+void goByList(agentTables* tables) {
+    tables->plane.walk(tables->staged, [tables](const dpList& list) {
+        tables->touched.insert(list.place);
+        return true;
+    });
+    tables->plane.merge(tables->plane.inForce, tables->staged);
+    tables->staged = nullptr;
+    tables->replay = agentReplay::byList;
+}
+
+// Changes the target; when there is no room beside what is in force, that itself.
+bool change(agentTables* tables, const std::function<bool(void* set)>& fn) {
+    if (fn(target(*tables))) return true;
+    if (tables->replay != agentReplay::beside) return false;
+    goByList(tables);
+    return fn(tables->plane.inForce);
 }
 
 agentVerdict done(agentTables* tables, uint32_t id, bool success) {
@@ -184,7 +210,10 @@ agentVerdict absent(agentTables* tables) {
 }
 
 agentVerdict installList(agentTables* tables, uint32_t id, dpList&& list) {
-    return done(tables, id, tables->plane.install(tables->plane.state, std::move(list)));
+    dpPlace place = list.place;
+    bool success = change(tables, [&](void* set) { return tables->plane.install(set, list); });
+    if (success && tables->replay == agentReplay::byList) tables->touched.insert(std::move(place));
+    return done(tables, id, success);
 }
 
 agentVerdict addEntry(agentTables* tables, uint32_t id, dpList&& list) {
@@ -193,7 +222,9 @@ agentVerdict addEntry(agentTables* tables, uint32_t id, dpList&& list) {
                       "list " + std::string(listNameView(list.name)) +
                           " is not installed on interface " + std::to_string(list.ifindex));
     const dpEntry& entry = list.entries.begin()->second;
-    return done(tables, id, tables->plane.putEntry(tables->plane.state, list.place, entry));
+    return done(tables, id, change(tables, [&](void* set) {
+                    return tables->plane.putEntry(set, list.place, entry);
+                }));
 }
 
 // The manager deletes a list first and then, on LAGs and VLANs, its entries one by one: an entry
@@ -202,36 +233,41 @@ agentVerdict removeEntry(agentTables* tables, uint32_t id, dpList&& list) {
     const dpList* there = installed(*tables, list);
     uint32_t key = list.entries.begin()->first;
     if (there == nullptr || !there->entries.contains(key)) return absent(tables);
-    return done(tables, id, tables->plane.removeEntry(tables->plane.state, list.place, key));
+    return done(tables, id, change(tables, [&](void* set) {
+                    return tables->plane.removeEntry(set, list.place, key);
+                }));
 }
 
 agentVerdict removeList(agentTables* tables, uint32_t id, dpList&& list) {
     if (installed(*tables, list) == nullptr) return absent(tables);
-    return done(tables, id, tables->plane.remove(tables->plane.state, list.place));
+    return done(tables, id, tables->plane.remove(target(*tables), list.place));
 }
 
 // Entries of system lists come for interfaces that the list itself was never sent to.
 agentVerdict addSystem(agentTables* tables, uint32_t id, dpList&& list) {
-    const dataplane& plane = tables->plane;
     if (installed(*tables, list) == nullptr) return installList(tables, id, std::move(list));
     for (auto& [arrival, entry] : list.entries) {
         const dpList* now = installed(*tables, list);
         if (findContent(*now, entry) != nullptr) continue;
         entry.key = now->lastKey + 1;
-        if (!plane.putEntry(plane.state, list.place, entry)) return done(tables, id, false);
+        if (!change(tables,
+                    [&](void* set) { return tables->plane.putEntry(set, list.place, entry); }))
+            return done(tables, id, false);
     }
     return done(tables, id, true);
 }
 
 agentVerdict removeSystem(agentTables* tables, uint32_t id, dpList&& list) {
     if (list.entries.empty()) return removeList(tables, id, std::move(list));
-    const dataplane& plane = tables->plane;
     bool any = false;
     for (const auto& [arrival, entry] : list.entries) {
         const dpList* now = installed(*tables, list);
         const dpEntry* found = now != nullptr ? findContent(*now, entry) : nullptr;
         if (found == nullptr) continue;
-        if (!plane.removeEntry(plane.state, list.place, found->key)) return done(tables, id, false);
+        uint32_t key = found->key;
+        if (!change(tables,
+                    [&](void* set) { return tables->plane.removeEntry(set, list.place, key); }))
+            return done(tables, id, false);
         any = true;
     }
     return any ? done(tables, id, true) : absent(tables);
@@ -269,6 +305,10 @@ agentVerdict begin(agentTables* tables, download& d) {
         return refuse(tables, agentRefusal::order, kind.id, "does not come in chunks");
     if (d.carried < op.fewest || d.carried > op.most)
         return refuse(tables, agentRefusal::count, kind.id, std::to_string(d.carried) + " entries");
+    // Nobody makes the agent collect more than can ever be installed.
+    if (d.count > tables->plane.capacity(tables->plane.inForce))
+        return refuse(tables, agentRefusal::dataplane, kind.id,
+                      "no room for " + std::to_string(d.count) + " entries");
     tables->pendingId = kind.id;
     tables->pendingCount = d.count;
     tables->pending = std::move(d.list);
@@ -300,10 +340,7 @@ agentVerdict proceed(agentTables* tables, const download& d) {
     return kindOf(id)->op->apply(tables, id, std::move(list));
 }
 
-}  // namespace
-
-agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> message) {
-    tables->messages++;
+agentVerdict take(agentTables* tables, std::span<const uint8_t> message) {
     const auto* hdr = wireView<ipcHdr>(message);
     if (hdr == nullptr) return refuse(tables, agentRefusal::length, 0, "shorter than a header");
     const messageKind* kind = kindOf(hdr->mtype);
@@ -326,7 +363,69 @@ agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> mess
     return proceed(tables, d);
 }
 
-void agentTablesStartOver(agentTables* tables) {
+}  // namespace
+
+agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> message) {
+    tables->messages++;
+    try {
+        return take(tables, message);
+    } catch (const std::bad_alloc&) {
+        dropPending(tables);
+        return refuse(tables, agentRefusal::dataplane, 0, "no memory");
+    }
+}
+
+agentVerdict agentTablesRefuse(agentTables* tables, agentRefusal why, uint32_t id,
+                               const std::string& what) {
+    tables->refused[static_cast<size_t>(why)]++;
+    tables->lastError = "message " + std::to_string(id) + ": " + what;
+    return agentVerdict::refused;
+}
+
+void agentTablesReplayBegin(agentTables* tables) {
+    agentTablesReplayDrop(tables);
+    const dataplane& plane = tables->plane;
+    bool anything = false;
+    plane.walk(plane.inForce, [&anything](const dpList&) { return anything = true, false; });
+    if (anything) tables->staged = plane.stage(plane.inForce);
+    tables->replay = tables->staged != nullptr ? agentReplay::beside : agentReplay::byList;
+    tables->refusedBefore = agentTablesRefused(*tables);
+}
+
+bool agentTablesReplayEnd(agentTables* tables) {
+    const dataplane& plane = tables->plane;
+    bool cut = tables->pendingId != 0;
+    if (cut)
+        (void)refuse(tables, agentRefusal::order, tables->pendingId, "was not sent to its end");
+    bool whole = agentTablesRefused(*tables) == tables->refusedBefore;
+    if (tables->replay == agentReplay::byList)
+        tables->byLists++;
+    else if (!whole)
+        goByList(tables);
+    if (tables->replay == agentReplay::beside) {
+        plane.exchange(plane.inForce, tables->staged);
+        tables->staged = nullptr;
+    } else if (whole) {
+        std::vector<dpPlace> old;
+        plane.walk(plane.inForce, [&](const dpList& list) {
+            if (!tables->touched.contains(list.place)) old.push_back(list.place);
+            return true;
+        });
+        for (const dpPlace& place : old) (void)plane.remove(plane.inForce, place);
+    }
+    tables->exchanges++;
+    agentTablesReplayDrop(tables);
+    return whole;
+}
+
+void agentTablesReplayDrop(agentTables* tables) {
     dropPending(tables);
-    tables->plane.clear(tables->plane.state);
+    if (tables->staged != nullptr) tables->plane.discard(tables->staged);
+    tables->staged = nullptr;
+    tables->touched.clear();
+    tables->replay = agentReplay::none;
+}
+
+uint64_t agentTablesRefused(const agentTables& tables) {
+    return std::accumulate(std::begin(tables.refused), std::end(tables.refused), uint64_t{0});
 }

@@ -4,8 +4,14 @@
 // one, and all but the last say that more follows. Nothing of it is installed before the last one
 // has come, and any other message in between ends the attempt. What is refused changes nothing
 // that is installed, is counted by its reason, and the last refusal keeps its text.
+//
+// A replay is built beside what is in force and exchanged with it when it has ended. Where there is
+// no room for both, or where nothing is in force that would have to stay, its lists come into force
+// one by one, and what it has not named goes at its end. Nothing goes at the end of a replay of
+// which something was refused: a place keeps its old list rather than none.
 #pragma once
 
+#include <set>
 #include <span>
 #include <string>
 
@@ -20,7 +26,7 @@ enum class agentRefusal : uint8_t {
     name,        // no list name, or a VLAN group that does not exist
     list,        // an entry for a list that is not installed there
     number,      // the same sequence number twice in one list
-    dataplane,   // the data plane could not do it
+    dataplane,   // the data plane could not do it, or has no room for it
 };
 constexpr const char* agentRefusalNames[] = {"length", "bodyLength", "count",  "halves",   "order",
                                              "name",   "list",       "number", "dataplane"};
@@ -34,8 +40,15 @@ enum class agentVerdict : uint8_t {
     refused,
 };
 
+enum class agentReplay : uint8_t { none, beside, byList };
+
 struct agentTables {
     dataplane plane;
+    agentReplay replay = agentReplay::none;
+    void* staged = nullptr;     // beside: what the replay has brought
+    std::set<dpPlace> touched;  // byList: the places that it has named
+    uint64_t refusedBefore = 0;
+    uint64_t exchanges = 0, byLists = 0;  // replays that ended; those of them list by list
     uint64_t messages = 0, applied = 0, absent = 0, notKept = 0;
     uint64_t refused[AGENT_REFUSALS] = {};
     std::string lastError;
@@ -48,6 +61,14 @@ struct agentTables {
 
 // Applies one message (header and body, as it came). Never keeps a pointer into it.
 agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> message);
-// The manager starts over and sends everything again: what is installed goes, and so does a list
-// that was being put together. Counters stay.
-void agentTablesStartOver(agentTables* tables);
+// Counts a message that the tables have not seen, and remembers why.
+agentVerdict agentTablesRefuse(agentTables* tables, agentRefusal why, uint32_t id,
+                               const std::string& what);
+// A replay begins; one that was under way is void.
+void agentTablesReplayBegin(agentTables* tables);
+// It has ended: what it brought is in force. True when nothing of it was refused, so that nothing
+// else is.
+bool agentTablesReplayEnd(agentTables* tables);
+// It will not end. What came into force by then stays.
+void agentTablesReplayDrop(agentTables* tables);
+uint64_t agentTablesRefused(const agentTables& tables);  // for any reason

@@ -87,3 +87,14 @@ inline std::vector<bytes> chunks(const listMessage& l, size_t per = 17) {
     }
     return out;
 }
+
+// Where a replay begins (1) or ends (2).
+inline bytes mark(uint32_t what, uint32_t number) {
+    bytes m(HEADER + 12);
+    put32(m, 8, static_cast<uint32_t>(m.size()));
+    put32(m, 12, 30003);
+    put32(m, 128, 12);
+    put32(m, HEADER, what);
+    put32(m, HEADER + 4, number);
+    return m;
+}

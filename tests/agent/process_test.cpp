@@ -140,21 +140,26 @@ struct node {
 
 // The manager as an agent sees it: answers events and registrations, has one queue.
 struct fakeManager : node {
-    uint32_t session = 0, seq = 0;
-    explicit fakeManager(const std::string& dir) : node(dir, RP, MANAGER_PORT) {}
+    uint32_t agentCard = CARD, agentPort = AGENT_PORT, registration = MT_AGENT_REGISTER;
+    uint32_t session = 0x1000, seq = 0, replays = 0;
+    explicit fakeManager(const std::string& dir, uint32_t rp = RP) : node(dir, rp, MANAGER_PORT) {}
 
     void takeCardDown() { answer(wait(MT_EVENT_NOTIF)); }
-    void takeRegistration() {
-        static uint32_t sessions = 0x1000;
-        answer(wait(MT_AGENT_REGISTER));
-        session = sessions += 1000;
+    // Answers a registration; the need that it names.
+    uint32_t takeRegistration() {
+        bytes reg = wait(registration);
+        answer(reg);
+        return get32(reg, registration == MT_AGENT_REGISTER ? 60 : 64) >> 1;
+    }
+    void newSession() {
+        session += 1000;
         seq = 0;
     }
     // Sends without waiting for the answer, as a queue does within its window.
     void push(bytes m, uint32_t number) {
         header(m)->session = session;
         header(m)->swpSeq = number;
-        EXPECT_TRUE(send(m, CARD, AGENT_PORT));
+        EXPECT_TRUE(send(m, agentCard, agentPort));
     }
     void deliver(const bytes& m) {
         push(m, ++seq);
@@ -163,6 +168,16 @@ struct fakeManager : node {
             if (header(ack)->session == session && header(ack)->swpSeq == seq) return;
             if (testing::Test::HasFailure()) return;
         }
+    }
+    void begin() {
+        newSession();
+        deliver(mark(1, ++replays));
+    }
+    void end() { deliver(mark(2, replays)); }
+    void replay(const std::vector<bytes>& messages) {
+        begin();
+        for (const bytes& m : messages) deliver(m);
+        end();
     }
 };
 
@@ -180,7 +195,7 @@ struct Processes : testing::Test {
         chassisd.end(SIGKILL);
         std::filesystem::remove_all(dir);
     }
-    void startAgent() { agent.start(dir, {"aclagent", "--slot", "3"}); }
+    void startAgent() { agent.start(dir, {"aclagent", "--slot", "3", "--register-every", "0.05"}); }
     void startChassisd() { chassisd.start(dir, {"chassisd"}); }
 
     json state(node& client, uint32_t what, const std::string& name = "",
@@ -201,6 +216,19 @@ struct Processes : testing::Test {
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
         }
         ADD_FAILURE() << state(client, AGENT_STATE_SUMMARY).dump();
+    }
+    void untilState(node& client, const std::string& wanted) {
+        until(client, [&](const json& s) {
+            return s["state"] == wanted && s["replayNeeded"] == (wanted != "in step");
+        });
+    }
+    // The sequence numbers of list BOUND that are in force.
+    std::vector<uint32_t> bound(node& client) {
+        std::vector<uint32_t> numbers;
+        json answer = state(client, AGENT_STATE_ENTRIES, "BOUND");
+        if (answer.contains("entries"))
+            for (const json& e : answer["entries"]) numbers.push_back(e["seq"]);
+        return numbers;
     }
     bytes control(node& client, uint32_t command, uint32_t argument) {
         bytes m(sizeof(chassisControlReq));
@@ -232,98 +260,208 @@ TEST_F(Processes, RegistersUntilItIsAnsweredAndHoldsWhatItIsSent) {
     EXPECT_FALSE(state(client, AGENT_STATE_SUMMARY)["registered"]);
     EXPECT_NE(get32(manager.wait(MT_AGENT_REGISTER), 32), get32(first, 32));
 
-    manager.takeRegistration();
+    EXPECT_EQ(get32(first, 60) & 1, 1u);
+    EXPECT_NE(manager.takeRegistration(), 0u);
     auto messages = replay(300);
-    for (const bytes& m : messages) manager.deliver(m);
-    manager.push(messages.back(), 1);  // repeated ones are answered again and not applied again
-    EXPECT_EQ(get32(manager.wait(MT_SWP_ACK), 4), 1u);
-    until(client, [](const json& s) { return s["registered"] == true; });
+    manager.replay(messages);
+    manager.push(messages.back(), 2);  // repeated ones are answered again and not applied again
+    EXPECT_EQ(get32(manager.wait(MT_SWP_ACK), 4), 2u);
+    untilState(client, "in step");
     json s = state(client, AGENT_STATE_SUMMARY);
     EXPECT_EQ(s["messages"], messages.size());
     EXPECT_EQ(s["entries"], 302);
     EXPECT_EQ(s["sessions"], 1);
     EXPECT_EQ(s["lastError"], "");
     // The answer is longer than a datagram.
-    EXPECT_EQ(state(client, AGENT_STATE_ENTRIES, "BOUND")["entries"].size(), 301u);
+    EXPECT_EQ(bound(client).size(), 301u);
 
     agent.end(SIGTERM);
     EXPECT_FALSE(std::filesystem::exists(dir + "/ipc/127.1.1.1/" + std::to_string(AGENT_PORT)));
 }
 
 // The queue of the killed agent goes on repeating its oldest messages; the one that is started in
-// its place must end with exactly what the manager means, whatever was lost when.
+// its place must end with exactly what the manager means, whatever was lost when. chassisd hangs.
 TEST_F(Processes, KilledInTheMiddleOfAReplay) {
     startChassisd();
+    kill(chassisd.pid, SIGSTOP);
     fakeManager manager(dir);
     node client(dir, RP, 0x10000u + 1);
     auto messages = replay(200);
     std::mt19937 random(3);
+    uint32_t need = 0;
     for (int life = 0; life < 6; life++) {
         SCOPED_TRACE(life);
         startAgent();
         // What the old queue still had to send arrives at the new process.
         if (manager.seq != 0)
-            for (uint32_t n = 1; n <= 3; n++) manager.push(messages[n - 1], n);
-        manager.takeCardDown();
-        manager.takeRegistration();
-        bool last = life == 5;
-        size_t cut = last ? messages.size() : random() % messages.size();
+            for (uint32_t n = 1; n <= 3; n++) manager.push(messages[n - 1], n + 1);
+        uint32_t next = manager.takeRegistration();
+        EXPECT_NE(next, need);  // the manager has its queues, but another agent needs a replay
+        need = next;
+        if (life == 5) break;
+        size_t cut = random() % messages.size();
+        manager.begin();
         for (size_t i = 0; i < cut; i++) manager.deliver(messages[i]);
-        if (last) break;
+        untilState(client, "replay under way");
         agent.end(SIGKILL);
         manager.kept.clear();
     }
-    until(client, [](const json& s) { return s["state"] == "in step"; });
+    manager.replay(messages);
+    untilState(client, "in step");
     json s = state(client, AGENT_STATE_SUMMARY);
     EXPECT_EQ(s["lists"], 2);
     EXPECT_EQ(s["entries"], 202);
     EXPECT_EQ(s["lost"], 0);
-    json entries = state(client, AGENT_STATE_ENTRIES, "BOUND")["entries"];
-    ASSERT_EQ(entries.size(), 201u);
-    EXPECT_EQ(entries[0]["seq"], 3);
-    for (size_t i = 1; i < entries.size(); i++) EXPECT_EQ(entries[i]["seq"], 5 * i);
+    std::vector<uint32_t> numbers = bound(client);
+    ASSERT_EQ(numbers.size(), 201u);
+    EXPECT_EQ(numbers[0], 3u);
+    for (uint32_t i = 1; i < numbers.size(); i++) EXPECT_EQ(numbers[i], 5 * i);
+    EXPECT_EQ(agent.end(SIGTERM), 0);
 }
 
-// The manager has given up a queue and begun another: the agent has missed something and asks for
-// everything.
-TEST_F(Processes, AFlushedQueueLeadsToAReplay) {
+// Whatever is lost or begins anew, nothing goes out of force before a replay has ended.
+TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
+    fakeManager manager(dir);
+    node client(dir, RP, 0x10000u + 1);
+    startAgent();
+    manager.takeRegistration();
+    manager.replay(replay(50));
+    untilState(client, "in step");
+    auto untilNeeded = [&] {
+        manager.kept.clear();
+        while (manager.takeRegistration() == 0 && !HasFailure()) {
+        }
+    };
+    auto held = [&] { return bound(client).size(); };
+
+    // The queue was flushed, and the agent knows that it missed something.
+    manager.newSession();
+    manager.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
+    EXPECT_EQ(held(), 52u);  // changes still count
+    untilNeeded();
+    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["replayNeeded"], true);
+    // The replay begins over and over.
+    for (int i = 0; i < 3; i++) {
+        manager.begin();
+        manager.deliver(replay(20)[0]);
+        EXPECT_EQ(held(), 52u);
+    }
+    for (const bytes& m : replay(20)) manager.deliver(m);
+    // The manager stops; so does the agent.
+    kill(agent.pid, SIGSTOP);
+    for (uint32_t i = 1; i < 5; i++) manager.push(mark(3, 9), manager.seq + 1 + i);
+    kill(agent.pid, SIGCONT);
+    EXPECT_EQ(held(), 52u);
+    manager.end();
+    untilState(client, "in step");
+    EXPECT_EQ(held(), 21u);
+    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["lost"], 1);
+
+    // A message that cannot be used; a mark that marks nothing; a replay with one of them.
+    bytes wrong = build({14410, "NONE", PORT, {entry4(4, 4)}});
+    bytes shortMark = mark(2, manager.replays);
+    shortMark.pop_back();
+    put32(shortMark, 8, static_cast<uint32_t>(shortMark.size()));
+    for (const bytes& m : {wrong, mark(2, manager.replays), mark(1, 77), mark(3, 1), shortMark}) {
+        manager.deliver(m);
+        untilState(client, "replay needed");
+        EXPECT_EQ(held(), 21u);
+        untilNeeded();
+        manager.replay(replay(20));
+        untilState(client, "in step");
+        // Asked for again after a second, two, ...: not the matter here.
+        agent.end(SIGTERM);
+        startAgent();
+        untilNeeded();
+        manager.replay(replay(20));
+        untilState(client, "in step");
+    }
+    manager.begin();
+    manager.deliver(build({14409, "BOUND", PORT, {entry4(1, 1)}}));
+    manager.deliver(wrong);
+    manager.end();
+    untilState(client, "replay needed");
+    EXPECT_EQ(held(), 1u);                                      // what came is in force
+    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["lists"], 2);  // and so is what did not
+    untilNeeded();
+    manager.replay(replay(20));
+    untilState(client, "in step");
+}
+
+// The role moves. The old manager, which does not know it yet, is not listened to any more.
+TEST_F(Processes, OnlyThePrimarysSessionsCount) {
+    fakeManager first(dir), second(dir, RP2);
+    node client(dir, RP, 0x10000u + 1);
+    startAgent();
+    first.takeRegistration();
+    first.replay(replay(50));
+    untilState(client, "in step");
+    std::ofstream(dir + "/primary") << "1\n";
+    second.takeRegistration();
+    second.session = 0x9000;
+    second.replay(replay(30));
+    first.newSession();
+    first.push(mark(1, 50), 1);
+    first.push(mark(2, 50), 2);
+    until(client, [](const json& s) { return s["strangers"] == 2; });
+    untilState(client, "in step");
+    EXPECT_EQ(bound(client).size(), 31u);
+}
+
+// A manager that marks nothing. Its replay is taken when nothing more comes, and never certain.
+TEST_F(Processes, AManagerWithoutMarks) {
     startChassisd();
     fakeManager manager(dir);
     node client(dir, RP, 0x10000u + 1);
     startAgent();
+    // It holds the queues of an earlier life: it only answers, until the card is reported down.
+    while (manager.kept.empty() && !HasFailure()) {
+        bytes m;
+        zekSender sender{};
+        ASSERT_GT(zekEndpointRecv(manager.endpoint, &m, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender), 0);
+        if (header(m)->mtype == MT_AGENT_REGISTER)
+            manager.answer(m);
+        else
+            manager.kept.push_back(m);
+    }
+    untilState(client, "replay needed");
     manager.takeCardDown();
     manager.takeRegistration();
-    for (const bytes& m : replay(50)) manager.deliver(m);
-    until(client, [](const json& s) { return s["state"] == "in step"; });
-    manager.session++;
-    manager.seq = 0;
-    manager.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
-    manager.takeCardDown();
-    manager.takeRegistration();
+    manager.newSession();
     for (const bytes& m : replay(20)) manager.deliver(m);
-    until(client, [](const json& s) { return s["state"] == "in step" && s["entries"] == 22; });
-    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["lost"], 1);
+    untilState(client, "replay not confirmed");
+    EXPECT_EQ(bound(client).size(), 21u);
+    manager.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
+    EXPECT_EQ(bound(client).size(), 22u);
 }
 
 TEST_F(Processes, TheControlProcessorsAgentRegistersToo) {
-    startChassisd();
+    // A card in slot 19, which is reported down with the control processor's agent.
+    std::string text = CHASSIS;
+    text.replace(text.find("\"cards\": ["), 10,
+                 R"("cards": [{"slot": 19, "address": "127.1.1.19", "type": 7}, )");
+    std::ofstream(dir + "/chassis.json") << text;
     fakeManager manager(dir);
+    manager.agentCard = CP;
+    manager.agentPort = CP_PORT;
+    manager.registration = MT_ACL0_REGISTER;
     node client(dir, RP, 0x10000u + 1);
     agent.start(dir, {"aclagent", "--cp"});
-    bytes event = manager.wait(MT_EVENT_NOTIF);
-    EXPECT_EQ(get32(event, 64), EVT_CARD_DOWN);
-    EXPECT_EQ(get32(event, 68), 19u);
-    manager.answer(event);
     bytes reg = manager.wait(MT_ACL0_REGISTER);
-    EXPECT_EQ(reg.size(), 64u);
+    EXPECT_EQ(reg.size(), 68u);
     EXPECT_EQ(get32(reg, 40), CP);
     EXPECT_EQ(get32(reg, 44), CP_PORT);
     EXPECT_EQ(get32(reg, 60), 1u);
+    EXPECT_NE(get32(reg, 64) >> 1, 0u);
     manager.answer(reg);
-    for (;;) {
-        json s = state(client, AGENT_STATE_SUMMARY, "", CP_PORT, CP);
-        if (s["registered"] == true || HasFailure()) break;
-    }
+    auto isState = [&](const char* wanted) {
+        for (int i = 0; i < PATIENCE_MS && !HasFailure(); i++)
+            if (state(client, AGENT_STATE_SUMMARY, "", CP_PORT, CP)["state"] == wanted) return true;
+        return false;
+    };
+    EXPECT_TRUE(isState("replay needed"));
+    manager.replay({});  // nothing is bound to it
+    EXPECT_TRUE(isState("in step"));
 }
 
 // Whatever anybody sends to an agent, it goes on.
@@ -400,10 +538,9 @@ TEST_F(Processes, ChassisdReportsCardsDownAndMovesThePrimaryRole) {
     std::string text;
     std::getline(std::ifstream(dir + "/primary"), text);
     EXPECT_EQ(text, "1");
-    // The agent registers with the manager of the new primary, and its card is down there.
+    // The agent registers with the manager of the new primary.
     node second(dir, RP2, MANAGER_PORT);
     startAgent();
-    second.answer(second.wait(MT_EVENT_NOTIF));
     EXPECT_EQ(get32(second.wait(MT_AGENT_REGISTER), 52), RP2);
 }
 

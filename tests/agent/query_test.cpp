@@ -59,6 +59,16 @@ TEST_F(Query, SummaryListsAndEntries) {
     json lists = text(ask(2))["lists"];
     ASSERT_EQ(lists.size(), 3u);
     EXPECT_EQ(text(ask(2, "GROUP"))["lists"][0]["group"], 3);
+    EXPECT_EQ(text(ask(2, "GROUP"))["lists"][0]["block"], "");
+    bytes bound = build({14416, "OUT", PORT, {}});
+    const std::pair<size_t, uint8_t> words[] = {{319, 3}, {372, 0xAB}, {374, 1}, {909, 7}};
+    for (const auto& [offset, value] : words) bound[HEADER + offset] = value;
+    (void)agentTablesApply(&self.tables, bound);
+    json out = text(ask(2, "OUT"))["lists"][0];
+    EXPECT_EQ(out["block"], "ab0001");
+    EXPECT_EQ(out["listKind"], 3);
+    EXPECT_EQ(out["portPipe"], 7);
+    send({14419, "OUT", PORT, {}});
     EXPECT_EQ(text(ask(2, "", 2))["lists"][0]["name"], "Global \"Acl\"");
     EXPECT_EQ(text(ask(2, "NONE"))["lists"].size(), 0u);
 

@@ -15,7 +15,7 @@ constexpr uint32_t PORT = 0x04040001, OTHER_PORT = 0x04080002;
 // What is installed, as text: "name@ifindex/direction: key key ..." in order of the places.
 std::string installedText(const agentTables& t) {
     std::string out;
-    t.plane.walk(t.plane.state, [&](const dpList& list) {
+    t.plane.walk(t.plane.inForce, [&](const dpList& list) {
         out += std::string(listNameView(list.name)) + "@" + std::to_string(list.ifindex) + "/" +
                std::to_string(list.place.direction) + ":";
         for (const auto& [key, entry] : list.entries) out += " " + std::to_string(key);
@@ -32,6 +32,11 @@ struct Tables : testing::Test {
 
     agentVerdict send(const bytes& m) { return agentTablesApply(&t, m); }
     agentVerdict send(const listMessage& l) { return send(build(l)); }
+    // A replay of nothing.
+    void forget() {
+        agentTablesReplayBegin(&t);
+        (void)agentTablesReplayEnd(&t);
+    }
     uint64_t refused(agentRefusal why) const { return t.refused[static_cast<size_t>(why)]; }
     std::string at(uint32_t ifindex, const std::string& rest) const {
         return "L@" + std::to_string(ifindex) + "/" + rest + "\n";
@@ -84,7 +89,7 @@ TEST_F(Tables, EveryFamilyInstallsChangesAndDeletes) {
         // Entries are deleted after their list on LAGs and VLANs; adding one there is an error.
         EXPECT_EQ(send({f.del, "L", PORT, {e(7, 7)}}), agentVerdict::absent);
         EXPECT_EQ(send({f.add, "L", PORT, {e(7, 7)}}), agentVerdict::refused);
-        agentTablesStartOver(&t);
+        forget();
     }
     EXPECT_EQ(refused(agentRefusal::list), std::size(families));
 }
@@ -129,7 +134,7 @@ TEST_F(Tables, SystemEntriesAreKnownByTheirContent) {
     EXPECT_EQ(send(parts[0]), agentVerdict::pending);
     EXPECT_EQ(send(parts[1]), agentVerdict::applied);
     const dpList* other = t.plane.find(
-        t.plane.state, dpPlaceMake(AGENT_LIST_SYSTEM, 0, PORT, 0, listNameMake("Other")));
+        t.plane.inForce, dpPlaceMake(AGENT_LIST_SYSTEM, 0, PORT, 0, listNameMake("Other")));
     ASSERT_NE(other, nullptr);
     EXPECT_EQ(other->entries.size(), 20u);  // source 9 was there
 }
@@ -138,7 +143,7 @@ TEST_F(Tables, AListIsInstalledWithItsLastChunk) {
     for (uint32_t first : {14409u, 14413u, 14416u, 14420u}) {
         for (uint32_t n : {17u, 18u, 34u, 35u, 100u}) {
             SCOPED_TRACE(std::to_string(first) + ", " + std::to_string(n) + " entries");
-            agentTablesStartOver(&t);
+            forget();
             send({first, "L", PORT, entries(900, 1)});
             std::string before = installedText(t);
             auto parts = chunks({first, "L", PORT, entries(1, n)});
@@ -182,7 +187,7 @@ TEST_F(Tables, ChunksOutOfOrderAreRefused) {
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.what);
-        agentTablesStartOver(&t);
+        forget();
         send({14409, "L", PORT, entries(900, 1)});
         std::string before = installedText(t);
         uint64_t refusals = refused(r.why);
@@ -278,7 +283,7 @@ TEST_F(Tables, DamagedMessagesAreTakenWholeOrNotAtAll) {
     auto random = [&engine] { return static_cast<uint32_t>(engine()); };
     bytes good = build({14409, "L", PORT, entries(1, 4)});
     for (int round = 0; round < 20000; round++) {
-        agentTablesStartOver(&t);
+        forget();
         bytes m = good;
         for (uint32_t flips = 1 + random() % 4; flips > 0; flips--)
             m[random() % (random() % 2 ? m.size() : 480)] = static_cast<uint8_t>(random());
@@ -338,7 +343,7 @@ TEST_F(Tables, FollowsARandomSenderLikeAMap) {
                 if (same) there->second.entries[seq] = src;
         }
         auto expected = model.begin();
-        t.plane.walk(t.plane.state, [&](const dpList& list) {
+        t.plane.walk(t.plane.inForce, [&](const dpList& list) {
             EXPECT_NE(expected, model.end());
             EXPECT_EQ(expected->first, std::make_pair(list.place.direction, list.ifindex));
             EXPECT_EQ(expected->second.name, listNameView(list.name));
@@ -355,21 +360,119 @@ TEST_F(Tables, FollowsARandomSenderLikeAMap) {
     EXPECT_GT(refused(agentRefusal::order), 0u);
 }
 
-// A new queue of the manager's begins: what an earlier one left, whole or in part, is gone.
-TEST_F(Tables, StartingOverForgetsAlsoAHalfSentList) {
-    send({14409, "L", PORT, entries(1, 3)});
-    auto parts = chunks({14409, "L", OTHER_PORT, entries(1, 40)});
+// What is in force stays until the replay has ended; then it is what the replay brought, to the
+// entry. One that does not end changes nothing.
+TEST_F(Tables, AReplayIsExchangedWhenItHasEnded) {
+    std::string p = at(PORT, "0: 1 2"), o = at(OTHER_PORT, "0: 5");
+    send({14409, "L", PORT, entries(1, 2)});
+    send({14409, "L", OTHER_PORT, entries(5, 1)});
+    send({14413, "Global Acl", PORT, {entry4(0, 1)}});
+    std::string before = installedText(t);
+    auto parts = chunks({14409, "L", PORT, entries(1, 40)});
+    auto replay = [&] {
+        agentTablesReplayBegin(&t);
+        send({14409, "L", PORT, entries(1, 2)});
+        send({14410, "L", PORT, entries(3, 1)});  // changes of what is in force, too
+        send({14411, "L", PORT, entries(2, 1)});
+        send({14414, "Global Acl", PORT, {entry4(0, 2)}});  // never what was there before
+        EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(6, 1)}), agentVerdict::refused);
+        EXPECT_EQ(send({14412, "L", OTHER_PORT, {}}), agentVerdict::absent);
+        EXPECT_EQ(installedText(t), before);
+    };
+    replay();
     send(parts[0]);
-    agentTablesStartOver(&t);
-    EXPECT_EQ(installedText(t), "");
+    agentTablesReplayDrop(&t);
     EXPECT_EQ(send(parts[1]), agentVerdict::refused);
-    EXPECT_EQ(send({14409, "L", PORT, entries(1, 1)}), agentVerdict::applied);
+    EXPECT_EQ(installedText(t), before);
+    replay();
+    // Of this one an entry was refused: what it did not bring stays.
+    EXPECT_FALSE(agentTablesReplayEnd(&t));
+    std::string global = "Global Acl@" + std::to_string(PORT) + "/0: 1\n";
+    EXPECT_EQ(installedText(t), at(PORT, "0: 1 3") + o + global);
+    agentTablesReplayBegin(&t);
+    send({14409, "L", PORT, entries(1, 2)});
+    EXPECT_TRUE(agentTablesReplayEnd(&t));
+    EXPECT_EQ(installedText(t), p);
+    agentTablesReplayBegin(&t);
+    send(parts[0]);
+    EXPECT_FALSE(agentTablesReplayEnd(&t));
+    EXPECT_EQ(installedText(t), p);
+}
+
+// A data plane that outlives the agent's process: what it holds stays in force for the next one.
+TEST_F(Tables, WhatTheDataPlaneHoldsIsAdopted) {
+    send({14409, "L", PORT, entries(1, 2)});
+    agentTables next;
+    next.plane = t.plane;
+    agentTablesReplayBegin(&next);
+    agentTablesApply(&next, build({14409, "L", OTHER_PORT, entries(5, 1)}));
+    EXPECT_EQ(installedText(next), at(PORT, "0: 1 2"));
+    EXPECT_TRUE(agentTablesReplayEnd(&next));
+    EXPECT_EQ(installedText(next), at(OTHER_PORT, "0: 5"));
+}
+
+// Room for 10 entries. What a replay brings unchanged needs none; what does not fit beside the old
+// lists comes into force list by list; what does not fit at all is refused and takes nothing away.
+TEST_F(Tables, AReplayWithoutRoomForBoth) {
+    memplaneDestroy(&t.plane);
+    t.plane = memplaneCreate(10);
+    const uint32_t third = 0x040C0003;
+    send({14409, "L", PORT, entries(1, 4)});
+    send({14409, "L", OTHER_PORT, entries(1, 4)});
+    struct {
+        uint32_t first, other, last, byLists;  // entries at each port; 0: not in the replay
+        bool whole;
+        std::string end;
+    } rows[] = {
+        {4, 4, 2, 0, true,
+         at(PORT, "0: 1 2 3 4") + at(OTHER_PORT, "0: 1 2 3 4") + at(third, "0: 1 2")},
+        {3, 5, 0, 1, true, at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5")},
+        {3, 8, 1, 2, false,
+         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
+        {0, 11, 0, 2, false,
+         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
+        {0, 10, 0, 3, false,
+         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
+        {0, 0, 10, 4, false,
+         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
+        {0, 0, 0, 4, true, ""},
+        {0, 10, 0, 5, true, at(OTHER_PORT, "0: 1 2 3 4 5 6 7 8 9 10")},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.end);
+        agentTablesReplayBegin(&t);
+        const std::pair<uint32_t, uint32_t> lists[] = {
+            {PORT, r.first}, {OTHER_PORT, r.other}, {third, r.last}};
+        for (const auto& [port, count] : lists)
+            if (count != 0) send({14409, "L", port, entries(1, count)});
+        EXPECT_EQ(agentTablesReplayEnd(&t), r.whole) << t.lastError;
+        EXPECT_EQ(installedText(t), r.end);
+        EXPECT_EQ(t.byLists, r.byLists);
+    }
+    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(11, 1)}), agentVerdict::refused);
+    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(10, 1)}), agentVerdict::applied);
+    EXPECT_EQ(send({14411, "L", OTHER_PORT, entries(9, 1)}), agentVerdict::applied);
+    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(11, 1)}), agentVerdict::applied);
+    // Shared with the staged set, then changed there: a copy, for which there is no room.
+    agentTablesReplayBegin(&t);
+    bytes same = build({14409, "L", OTHER_PORT, entries(1, 8)});
+    for (const bytes& e : {entry4(10, 0), entry4(11, 0)})
+        same.insert(same.end(), e.begin(), e.end());
+    put32(same, 8, static_cast<uint32_t>(same.size()));
+    put32(same, 128, static_cast<uint32_t>(same.size() - HEADER));
+    put32(same, HEADER + 312, 10);
+    send(same);
+    EXPECT_EQ(t.replay, agentReplay::beside);
+    EXPECT_EQ(send({14411, "L", OTHER_PORT, entries(1, 1)}), agentVerdict::applied);
+    EXPECT_EQ(t.replay, agentReplay::byList);
+    EXPECT_TRUE(agentTablesReplayEnd(&t));
+    EXPECT_EQ(installedText(t), at(OTHER_PORT, "0: 2 3 4 5 6 7 8 10 11"));
 }
 
 // A data plane that refuses: counted, and nothing pretends to be installed.
 TEST_F(Tables, ADataPlaneThatRefusesIsCounted) {
     send({14409, "L", PORT, entries(1, 1)});
-    t.plane.install = [](void*, dpList&&) { return false; };
+    t.plane.install = [](void*, dpList&) { return false; };
     t.plane.putEntry = [](void*, const dpPlace&, const dpEntry&) { return false; };
     EXPECT_EQ(send({14409, "M", OTHER_PORT, entries(1, 1)}), agentVerdict::refused);
     EXPECT_EQ(send({14410, "L", PORT, entries(2, 1)}), agentVerdict::refused);

@@ -113,6 +113,35 @@ TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
     }
 }
 
+// An entry as it is: 1 denies and nothing else does, whatever else is given is told.
+TEST(Agents, EntriesAreShownAsTheyAre) {
+    struct {
+        const char* entry;
+        const char* shown;
+    } rows[] = {
+        {R"({"seq":1,"action":1,"protocol":4})", "deny        ip"},
+        {R"({"seq":1,"action":0,"protocol":4,"protoMarker":1})", "permit      4 "},
+        {R"({"seq":1,"action":2,"protocol":6})", "permit (2)  6 "},
+        {R"({"seq":1,"action":1,"dstOperator":1,"ports":[0,0,80,0],"order":255,"tos":4294967295,
+            "icmp":"00000000","log":1})",
+         "dstOperator 1 log 1 ports [0,0,80,0]  0"},
+    };
+    fakeManager manager;
+    describeCard(manager);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.entry);
+        std::string entries =
+            R"({"entries":[{"seq":2,"action":2},)" + std::string(row.entry) + "]}";
+        fakeNeighbour agent(
+            manager.dir, CARD_1, PORT_OF_1,
+            {{0, 0, R"({"lists":[{"name":"A","ifindex":67371009}]})"}, {0, 0, entries}});
+        testSession s(manager.dir);
+        EXPECT_TRUE(s.run("show card 1 access-lists A"));
+        std::string text = s.printed();
+        EXPECT_NE(text.find(row.shown), std::string::npos) << text;
+    }
+}
+
 TEST(Agents, LongAnswersAreAskedForInPieces) {
     fakeManager manager;
     describeCard(manager);
