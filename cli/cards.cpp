@@ -70,7 +70,7 @@ std::string protocolText(const json& entry) {
 std::string givenText(const json& entry) {
     constexpr struct {
         const char* key;
-        uint64_t notGiven;  // as 0 is
+        uint64_t notGiven;
     } numbers[] = {{"srcOperator", 0},  {"dstOperator", 0},    {"tcpFlags", 0},
                    {"fragments", 0},    {"dscp", 0xFF},        {"precedence", 0xFFFFFFFF},
                    {"tos", 0xFFFFFFFF}, {"counterOptions", 0}, {"log", 0},
@@ -80,7 +80,7 @@ std::string givenText(const json& entry) {
         text += (text.empty() ? "" : " ") + std::string(key) + " " + value;
     };
     for (const auto& [key, notGiven] : numbers)
-        if (uint64_t n = jsonNumber(entry, key); n != 0 && n != notGiven)
+        if (uint64_t n = jsonNumber(entry, key); entry.contains(key) && n != notGiven)
             add(key, std::to_string(n));
     bool ports = false;
     for (const json& port : jsonArray(entry, "ports")) ports |= port.is_number() && port != 0;
