@@ -45,15 +45,6 @@ const char* setImplicitPermit(cliCommand& c, const cliValue&, const grammarNode&
     return nullptr;
 }
 
-// "10" or "10-20", from 1 to 4094.
-bool isVlanRange(std::string_view text) {
-    uint64_t low, high;
-    size_t dash = text.find('-');
-    if (!lexNumber(text.substr(0, dash), &low)) return false;
-    high = low;
-    if (dash != text.npos && !lexNumber(text.substr(dash + 1), &high)) return false;
-    return low >= 1 && low <= high && high <= 4094;
-}
 // A configuration line has 255 characters; what does not fit would be cut there and could not be
 // read back.
 constexpr size_t BINDING_LINE_MAX = 255;
@@ -61,9 +52,9 @@ constexpr std::string_view BINDING_LINE_WORDS = " ip access-group  out implicit-
 
 const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
     std::string_view left = v.word;
-    for (;;) {
+    for (uint32_t low, high;;) {
         size_t comma = left.find(',');
-        if (!isVlanRange(left.substr(0, comma)))
+        if (!lexVlanRange(left.substr(0, comma), &low, &high))
             return "A VLAN range is N or N-M from 1 to 4094, several with commas between";
         if (comma == left.npos) break;
         left.remove_prefix(comma + 1);

@@ -137,6 +137,18 @@ bool lexPrefix6(std::string_view word, uint8_t address[16], uint32_t* length) {
     return true;
 }
 
+bool lexVlanRange(std::string_view word, uint32_t* low, uint32_t* high) {
+    uint64_t first, last;
+    const size_t dash = word.find('-');
+    if (!lexNumber(word.substr(0, dash), &first)) return false;
+    last = first;
+    if (dash != word.npos && !lexNumber(word.substr(dash + 1), &last)) return false;
+    if (first < 1 || first > last || last > 4094) return false;
+    *low = static_cast<uint32_t>(first);
+    *high = static_cast<uint32_t>(last);
+    return true;
+}
+
 bool lexSigned(std::string_view word, uint32_t* value) {
     bool negative = !word.empty() && word[0] == '-';
     uint64_t v;

@@ -21,7 +21,9 @@ lexMatch lexCompare(std::string_view typed, std::string_view keyword);
 
 // Each reads a whole word or returns false and leaves the result alone.
 bool lexNumber(std::string_view word, uint64_t* value);  // decimal, at most 12 digits
-bool lexHex(std::string_view word, uint32_t* value);     // at most 8 digits, no 0x
+// "10" or "10-20", from 1 to 4094, ascending.
+bool lexVlanRange(std::string_view word, uint32_t* low, uint32_t* high);
+bool lexHex(std::string_view word, uint32_t* value);  // at most 8 digits, no 0x
 bool lexAddress(std::string_view word, uint32_t* address);
 bool lexPrefix(std::string_view word, uint32_t* address, uint32_t* length);  // A.B.C.D/0-32
 bool lexMac(std::string_view word, uint8_t mac[6]);                          // xx:xx:xx:xx:xx:xx

@@ -322,8 +322,12 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
     }
     loader l{.session = *session, .source = source};
     // A restore's lines are as they are typed: nothing in them stands for two things.
-    if (!session->options.restore) listNamesReadAhead(&session->lists, fd);
-    lineReader reader{.fd = fd};
+    const int from = session->options.restore ? fd : listNamesReadAhead(&session->lists, fd);
+    if (from < 0) {
+        reportText(session->err, std::string(source) + ": " + strerror(errno));
+        return 1;
+    }
+    lineReader reader{.fd = from};
     uint32_t lineNumber = 0;
     std::string_view line;
     while (!l.gone) {
@@ -336,6 +340,7 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
         reportText(session->err, std::string(source) + ": nothing was loaded from line " +
                                      std::to_string(lineNumber + 1) + " on");
     drain(l);
+    if (from != fd) close(from);
     if (l.refused > 0)
         reportText(session->err, std::string(source) + ": " + std::to_string(l.refused) + " of " +
                                      std::to_string(lineNumber) + " lines refused");

@@ -3,10 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cstdio>
 #include <random>
 
+#include "cli/lexer.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekChassis.h"
@@ -26,6 +28,24 @@ void fillUnbinding(const cliCommand& command, const cliScope& scope, cliRequest*
     request->bind.ifindex = scope.ifindex;
     request->bind.direction = command.direction;
 }
+// The grammar has checked the text.
+void fillVlans(std::string_view text, uint8_t (&block)[CLI_BINDING_BLOCK_LEN]) {
+    bindingVlans vlans{};
+    vlans.given = 1;
+    for (size_t comma = 0; comma != text.npos; text.remove_prefix(comma + 1)) {
+        comma = text.find(',');
+        uint32_t low = 1, high = 0;
+        (void)lexVlanRange(text.substr(0, comma), &low, &high);
+        for (uint32_t id = low; id <= high; id++)
+            vlans.bits[id / 8] = static_cast<uint8_t>(vlans.bits[id / 8] | 0x80 >> id % 8);
+        if (comma == text.npos) break;
+    }
+    uint32_t count = 0;
+    for (uint8_t byte : vlans.bits) count += static_cast<uint32_t>(std::popcount(byte));
+    vlans.count = count;
+    std::memcpy(block, &vlans, sizeof vlans);
+}
+
 void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* request) {
     fillUnbinding(command, scope, request);
     cliBindReq& bind = request->bind;
@@ -33,6 +53,7 @@ void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* r
     bind.writeConfig = 1;
     bind.vlanOption = command.vlans.empty() ? 0 : 1;
     command.vlans.copy(bind.vlanText, sizeof bind.vlanText - 1);
+    if (!command.vlans.empty()) fillVlans(command.vlans, bind.block);
 }
 
 // What a verb sends: its own code, and that of its "no" form. Verbs about several kinds of

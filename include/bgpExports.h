@@ -11,6 +11,9 @@ struct bgpList;
 
 extern "C" {
 int bgpAccessASPMatchFinExt(uint32_t listId, const void* attribute, uint32_t length);
+// For callers that know how many bytes (2 or 4) the AS numbers of the attribute have.
+int bgpAccessASPMatchWidthExt(uint32_t listId, uint32_t width, const void* attribute,
+                              uint32_t length);
 int bgpAccessCommMatchFinExt(uint32_t listId, const void* attribute, uint32_t length);
 // The handle must be one that a registered client holds: the list stays for as long as it does.
 int bgpAccessCommMatchFinWithHandleExt(const bgpList* list, const void* attribute, uint32_t length);

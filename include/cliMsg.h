@@ -64,6 +64,13 @@ static_assert(offsetof(cliIpEntryReq, block) + offsetof(ipEntryBlock, seq) == 29
 // Bind a list to an interface.
 constexpr size_t CLI_BINDING_BLOCK_LEN = 520;
 constexpr size_t CLI_VLAN_TEXT_LEN = 256;
+// The block of a binding to certain VLANs; of others it is zero.
+struct bindingVlans {
+    be32 given;         // 1
+    be32 count;         // of VLANs
+    uint8_t bits[512];  // VLAN v: bits[v / 8], 0x80 >> v % 8
+};
+WIRE_SIZE(bindingVlans, CLI_BINDING_BLOCK_LEN);
 struct cliBindReq {
     cliHdr cli;
     be32 ifindex;                          // 220
@@ -71,7 +78,7 @@ struct cliBindReq {
     be32 implicitPermit;                   // 228
     be32 writeConfig;                      // 232  read when nothing was bound there before
     be32 vlanOption;                       // 236  non-zero: vlanText is given
-    uint8_t block[CLI_BINDING_BLOCK_LEN];  // 240  what the agents need beside the list; opaque
+    uint8_t block[CLI_BINDING_BLOCK_LEN];  // 240  what the agents need beside the list
     char vlanText[CLI_VLAN_TEXT_LEN];      // 760  NUL-padded, without NUL when it fills the field
 };
 WIRE_SIZE(cliBindReq, 1016);

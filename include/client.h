@@ -64,6 +64,11 @@ int rmapTrigger(rmapList* map);
 // What a store is told of the route-map clause that names one of its lists. Each store takes the
 // clauses that are about its kind of list and answers 0 to all others without a change; -1 is a
 // failure. While the clause is registered *listSlot is the list's record, then null again.
+//
+// A map is one client of a list however many of its clauses name it, and is told of a change once.
+// Every store counts the clauses, access lists as well: each add raises the client's count, each
+// del lowers it, and the client goes with the last one. Without the count, the first of two clauses
+// to go would take from the other the list that it points at.
 enum rmapClass : uint16_t {
     RTMAP_MS_MATCH = 1,
     RTMAP_MS_V6_MATCH = 2,

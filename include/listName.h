@@ -34,6 +34,14 @@ inline listName listNameMake(const listName& field) {
 inline std::string_view listNameView(const listName& name) {
     return {name.text, strnlen(name.text, LIST_NAME_LEN)};
 }
+// Whether a line that shows the text would still be that line: no control character, and in what
+// must be one word no blank.
+inline bool textFitsLine(std::string_view text, bool blanks) {
+    for (char c : text)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F || (c == ' ' && !blanks))
+            return false;
+    return true;
+}
 inline bool listNameIsEmpty(const listName& name) {
     return name.text[0] == '\0';
 }

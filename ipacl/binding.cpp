@@ -79,10 +79,23 @@ uint32_t refusal(const aclBindRequest& r) {
     return aclMgrIpMacAclIsPresentOnIntf(r.ifindex) != 0 ? ACL_E_CLASH : ACL_OK;
 }
 
-// A line that names no interface of the chassis could never be loaded again.
-bool chassisHas(uint32_t ifindex) {
+// The one index of an interface. Bits that its type does not use would make other ones of it, and a
+// port is known by its user's number and by the card's: what has a name is the index that the name
+// stands for. An interface that the chassis does not have (yet) keeps its index.
+uint32_t canonicalIndex(uint32_t ifindex) {
+    switch (ifindexType(ifindex)) {
+        case IF_TYPE_LAG:
+        case IF_TYPE_VLAN:
+            return ifindexMake(ifindexType(ifindex), ifindexPort(ifindex));
+        case IF_TYPE_CP:
+            return IFINDEX_CP_BIND | ifindexPort(ifindex);
+    }
+    ifindex &= 0x7FFFFFFF;
     char name[64];
-    return ifindex >= SLOT_COUNT && ifmIfIndexToLName(ifindex, name, sizeof name) == 0;
+    uint32_t named = ifindex;
+    const bool known =
+        ifmIfIndexToLName(ifindex, name, sizeof name) == 0 && ifmLNameToIfIndex(name, &named) == 0;
+    return known ? named : ifindex;
 }
 
 // A VLAN is free to join a VLAN group while no egress list is bound to it.
@@ -108,6 +121,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
     aclList* old = slot;
     if (old != nullptr) {
         aclBinding* oldBinding = aclInterfaceBinding(old, r.ifindex, r.direction);
+        // (A fresh binding of the list that stands there is not the one that is looked for.)
         if (oldBinding == nullptr || oldBinding == fresh) {
             aclDebug(DEBUG_ACL_GENERAL,
                      "Error: alist pointer for ACL Interface Tree node points to alist which "
@@ -118,8 +132,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
             return ACL_OK;
         }
         // A generated list leaves the operator's line standing, out of force as it is: meant.
-        if (!listNameIsGenerated(list->name) && !listNameIsGenerated(old->name))
-            cfgIntfReplace(lineOf(intf, r.direction, old));
+        if (!listNameIsGenerated(list->name)) cfgIntfReplace(lineOf(intf, r.direction, old));
         writeLine(intf, list, r);
         if (fresh != nullptr) {
             old->sendBlock = oldBinding->block;
@@ -163,8 +176,7 @@ uint32_t applyAgain(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBi
                  " has interface %d as a client but ACL_INTF_TREE doesn't have an entry for the "
                  "interface\n",
                  listNameArg(list->name), static_cast<int>(r.ifindex));
-        binding->implicitPermit = r.implicitPermit;
-        binding->block = *r.block;
+        // The binding keeps the word and the block that it has: meant.
         return makePlace(list, r, nullptr);
     }
     if (intf->lists[INTF_V4][r.direction] != list) {
@@ -203,15 +215,13 @@ uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
 
 }  // namespace
 
-uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request) {
-    if (request.direction > INTF_OUT) return ACL_E_SYSTEM;
+uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& given) {
+    // A bare slot is no interface.
+    if (given.direction > INTF_OUT || given.ifindex < SLOT_COUNT) return ACL_E_SYSTEM;
+    aclBindRequest request = given;
+    request.ifindex = canonicalIndex(given.ifindex);
     uint32_t status = refusal(request);
     if (status != ACL_OK) return status;
-    if (!chassisHas(request.ifindex)) {
-        aclSysErr(SYSERR_LIST, "Error: Accesslist " LIST_NAME_FMT " on unknown interface %#x\n",
-                  listNameArg(name), request.ifindex);
-        return ACL_E_SYSTEM;
-    }
     aclList* list = ipAccessListCreate(name, IP_KIND_NONE, 1, &status);
     if (list == nullptr) {
         aclSysErr(SYSERR_LIST,
@@ -232,6 +242,7 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
     if (direction > INTF_OUT) return ACL_E_SYSTEM;
     aclList* list = ipAccessListFind(name);
     if (list == nullptr) return ACL_E_NOLIST;
+    ifindex = canonicalIndex(ifindex);
     aclIntf* intf = AclIntfTreeFind(ifindex);
     if (intf == nullptr) return ACL_E_NOINTF;
     aclList*& slot = intf->lists[INTF_V4][direction];
@@ -240,7 +251,10 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
     if (!listNameIsGenerated(list->name))
         cfgIntfRemove(lineOf(intf, direction, list), "no " + groupText(list->name, direction));
     if (intf->lists[INTF_V6][INTF_OUT] == nullptr) setFreeForGroups(ifindex, direction, true);
-    slot = nullptr;
+    // A LAG's place is emptied when its members have been told: meant, also when there is nothing
+    // to tell them.
+    const uint32_t type = ifindexType(ifindex);
+    if (type != IF_TYPE_LAG) slot = nullptr;
     aclBinding* binding = aclInterfaceBinding(list, ifindex, direction);
     if (binding == nullptr) {
         // "intferace" is meant.
@@ -250,12 +264,12 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
         return ACL_E_SYSTEM;
     }
     list->sendBlock = binding->block;
-    const uint32_t type = ifindexType(ifindex);
     if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
         aclDebug(DEBUG_ACL_GENERAL, "aclIpRemoveIntf: sending " LIST_NAME_FMT " to ifindex %#x\r\n",
                  listNameArg(list->name), ifindex);
     const int sent =
         aclSendToInterface(list, aclListDeleted, {ifindex, direction, binding->implicitPermit});
+    slot = nullptr;
     aclBindingDrop(list, binding);
     aclListDropUnused(list);
     return sent == 0 ? uint32_t{ACL_OK} : uint32_t{ACL_E_SYSTEM};

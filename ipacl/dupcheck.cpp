@@ -72,7 +72,7 @@ constexpr keyPart ip4Other[] = {
     {31, 1, offsetof(ipEntryBlock, dstOperator) + LOW},
 };
 constexpr keyTable ip4Key = {
-    offsetof(ipEntryBlock, kind) + LOW,
+    offsetof(ipEntryBlock, kind),
     offsetof(ipEntryBlock, protocol),
     IP_PROTO_ICMP,
     ip4Front,
@@ -91,7 +91,9 @@ void copyParts(std::span<const keyPart> parts, const uint8_t* block, uint8_t* ke
 uint32_t buildKey(const keyTable& table, const uint8_t* block, uint8_t key[DUP_KEY_MAX]) {
     std::memset(key, 0, DUP_KEY_MAX);
     copyParts(table.front, block, key);
-    if (block[table.kindAt] != IP_KIND_EXTENDED) return table.shortLength;
+    be32 kind;
+    std::memcpy(&kind, block + table.kindAt, sizeof kind);
+    if (kind != IP_KIND_EXTENDED) return table.shortLength;
     copyParts(table.extended, block, key);
     copyParts(block[table.protocolAt] == table.icmpProtocol ? table.icmp : table.other, block, key);
     return table.length;
@@ -174,7 +176,9 @@ uint32_t findAndRemove(aclList* list, aclEntry** entry, const ipEntryBlock& bloc
 }  // namespace
 
 uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]) {
-    return buildKey(ip4Key, reinterpret_cast<const uint8_t*>(&block), key);
+    const uint32_t length = buildKey(ip4Key, reinterpret_cast<const uint8_t*>(&block), key);
+    key[0] = key[0] == IP_DENY ? 1 : 0;  // every other action permits
+    return length;
 }
 
 zekRadix* aclDupEntCheckTreeCreate(const listName& name) {

@@ -99,7 +99,9 @@ struct aclBindRequest {
     std::string_view vlanText;
 };
 // The statuses of include/status.h; ACL_E_SYSTEM after a system error (no memory for list or
-// binding, an interface that the chassis does not have) and for a direction that there is not.
+// binding), and for a direction that there is not or a bare slot. An interface that the chassis
+// does not have is taken: its line bears its index, and its ports get the list when they are there.
+// Every index of an interface is taken for the one that its name stands for.
 uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request);
 // Also ACL_E_SYSTEM when the deletion could not be sent to a port: the binding is gone all the
 // same.

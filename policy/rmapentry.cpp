@@ -50,11 +50,8 @@ bool valueIsGood(rmapClauseBlock* request) {
         }
         case RTMAP_SET_PREPEND:
             return clampCount(request->prepend.count, RMAP_PREPENDS, 1);
-        case RTMAP_SET_EXT_COMM: {
-            const uint8_t subtype = request->extCommunity.values[0].b[1];
-            return clampCount(request->extCommunity.count, RMAP_EXTCOMMS, 1) &&
-                   (subtype == EXTCOMM_RT || subtype == EXTCOMM_SOO);
-        }
+        case RTMAP_SET_EXT_COMM:
+            return clampCount(request->extCommunity.count, RMAP_EXTCOMMS, 1);
     }
     return request->kind != RMAP_KIND_LIST || !listNameIsEmpty(request->list);
 }

@@ -30,8 +30,8 @@ void addGroup(std::string& out, const char* title, const rmapInstance& instance,
     out += title;
     for (const rmapEntry* entry = instance.first; entry != nullptr; entry = entry->next) {
         if (entry->header != 0 || (entry->cls != ipv4 && entry->cls != ipv6)) continue;
-        const rmapCodeRow* row = rmapCodeFind(entry->code);
-        const bool exact = row->style == RMAP_STYLE_LIST_EXACT;
+        const rmapStyle style = rmapClauseStyle(*entry);
+        const bool exact = style == RMAP_STYLE_LIST_EXACT;
         out += "    ";
         out += rtmap_code_to_str_conf(exact ? uint32_t{RTMAP_MATCH_COMM} : entry->code, entry->cls);
         forEachValue(*entry, [&](const rmapNameValue* name, const rmapNumberValue* number) {
@@ -44,7 +44,7 @@ void addGroup(std::string& out, const char* title, const rmapInstance& instance,
             out += value;
         });
         if (exact) out += " exact";
-        if (row->style == RMAP_STYLE_LIST_DELETE) out += " delete";
+        if (style == RMAP_STYLE_LIST_DELETE) out += " delete";
         out += '\n';
     }
 }

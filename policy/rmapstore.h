@@ -62,6 +62,8 @@ void rmapCfgRemoveInstance(const listName& name, int32_t seq);
 void rmapCfgRemoveMap(const listName& name);
 // Tells the feed that the whole map has gone.
 void rmapCfgSyncGone(const listName& name);
+// How a value of the clause stands in its line.
+rmapStyle rmapClauseStyle(const rmapEntry& entry);
 // The line of a clause as rmap_ent_send_to_cfg writes it; empty: none.
 std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValue,
                            const rmapNumberValue* number);

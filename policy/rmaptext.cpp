@@ -161,10 +161,29 @@ const char* rmapClauseName(const rmapEntry& entry) {
     return rtmap_code_to_str(code, entry.cls);
 }
 
+rmapStyle rmapClauseStyle(const rmapEntry& entry) {
+    const rmapCodeRow& row = *rmapCodeFind(entry.code);
+    // Words stand in the lines of their own class only; the class of the other family has lists and
+    // numbers as they are: meant.
+    if (entry.cls == row.cls) return row.style;
+    switch (row.style) {
+        case RMAP_STYLE_LIST_DELETE:
+            return RMAP_STYLE_LIST;
+        case RMAP_STYLE_ADDRESS:
+        case RMAP_STYLE_METRIC:
+        case RMAP_STYLE_WORD:
+        case RMAP_STYLE_WORD_BLANK:
+        case RMAP_STYLE_ORIGIN:
+            return RMAP_STYLE_NUMBER;
+        default:
+            return row.style;
+    }
+}
+
 // The blanks at the end of some lines, and the two in a row, are meant.
 std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValue,
                            const rmapNumberValue* number) {
-    const rmapStyle style = rmapCodeFind(entry->code)->style;
+    const rmapStyle style = rmapClauseStyle(*entry);
     if (style == RMAP_STYLE_METRIC && number->subValue > RMAP_METRIC_SUBTRACT) return {};
     std::string line = " ";
     line += rmapClauseName(*entry);
@@ -188,7 +207,7 @@ std::string rmapClauseTyped(const rmapEntry* entry, const rmapNameValue* nameVal
 
 void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue* name,
                    const rmapNumberValue* number) {
-    switch (rmapCodeFind(entry.code)->style) {
+    switch (rmapClauseStyle(entry)) {
         case RMAP_STYLE_NONE:
         case RMAP_STYLE_FLAG:
             break;

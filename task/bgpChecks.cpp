@@ -15,6 +15,13 @@
 int bgpAccessASPMatchFinExt(uint32_t listId, const void* attribute, uint32_t length) {
     return aclExt<aclLock::read, bgpAccessASPMatchFin>{}(listId, attribute, length);
 }
+int bgpAccessASPMatchWidthExt(uint32_t listId, uint32_t width, const void* attribute,
+                              uint32_t length) {
+    const bgpAsWidth known = width == AS_WIDTH_2   ? AS_WIDTH_2
+                             : width == AS_WIDTH_4 ? AS_WIDTH_4
+                                                   : AS_WIDTH_UNKNOWN;
+    return aclExt<aclLock::read, bgpAccessASPMatchWidth>{}(listId, known, attribute, length);
+}
 int bgpAccessCommMatchFinExt(uint32_t listId, const void* attribute, uint32_t length) {
     return aclExt<aclLock::read, bgpAccessCommMatchFin>{}(listId, attribute, length);
 }
@@ -38,11 +45,11 @@ int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint
     }
     const auto length = static_cast<uint32_t>(attribute.size());
     char text[2048] = "";
-    if (aspath_make_str_count(attribute.data(), length, text, sizeof text) >=
+    if (aspath_make_str_count(attribute.data(), length, text, sizeof text, AS_WIDTH_2) >=
         static_cast<int>(sizeof text))
         *out += "Error! aspath_make_str_count returns aspathstr with size greater than 2048\n";
     *out += std::string(text) + "\n";
-    int verdict = bgpAccessASPMatchFinExt(listId, attribute.data(), length);
+    int verdict = bgpAccessASPMatchWidthExt(listId, AS_WIDTH_2, attribute.data(), length);
     *out += verdict == BGP_VERDICT_DENY ? "drop\n" : "matched, permit\n";
     return verdict;
 }

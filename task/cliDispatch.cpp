@@ -279,6 +279,13 @@ enum cliFlag : uint32_t {
     CLI_ACL2 = 1,          // the second ACL agent learns of the change
     CLI_V6 = 2,            // refused where the platform has no IPv6 lists
     CLI_ANSWER_FIRST = 4,  // the sender does not wait for the work and gets no status of it
+    // Texts that a line will show: refused with a control character, names with a blank too.
+    CLI_NAME = 8,
+    CLI_CLAUSE = 16,  // the list that a clause names
+    CLI_VLANS = 32,   // of a binding
+    CLI_ASPATH = 64,  // an expression
+    CLI_COMM = 128,
+    CLI_EXTCOMM = 256,
 };
 
 struct cliRow {
@@ -300,40 +307,40 @@ constexpr uint32_t PREFIX4 = sizeof(cliPrefix4Req), PREFIX6 = sizeof(cliPrefix6R
 
 // clang-format off
 constexpr cliRow cliTable[] = {
-    {1000, 1000, "create IPv4 access list",       LIST,  ipListCreate,   CLI_ACL2},
+    {1000, 1000, "create IPv4 access list",       LIST,  ipListCreate,   CLI_ACL2 | CLI_NAME},
     {1001, 1001, "delete IPv4 access list",       LIST,  ipListDelete,   CLI_ACL2},
-    {1002, 1002, "add IPv4 entry",                ENTRY, ipEntryAdd,     CLI_ACL2},
+    {1002, 1002, "add IPv4 entry",                ENTRY, ipEntryAdd,     CLI_ACL2 | CLI_NAME},
     {1003, 1003, "delete IPv4 entry",             ENTRY, ipEntryDelete,  CLI_ACL2},
     {1004, 1004, "delete DoS list",               CLI,   dosListDelete},
-    {1005, 1005, "create DoS list",               LIST,  dosListCreate},
+    {1005, 1005, "create DoS list",               LIST,  dosListCreate, CLI_NAME},
     {1006, 1006, "delete DoS entry",              ENTRY, dosEntryDelete},
-    {1007, 1007, "add DoS entry",                 ENTRY, dosEntryAdd},
+    {1007, 1007, "add DoS entry",                 ENTRY, dosEntryAdd, CLI_NAME},
     {1008, 1008, "delete AS-path list",           CLI,   aspathListDelete},
     {1009, 1009, "delete AS-path entry",          sizeof(cliAspathReq), aspathEntryDelete},
-    {1010, 1010, "create AS-path list",           CLI,   aspathListCreate},
-    {1011, 1011, "add AS-path entry",             sizeof(cliAspathReq), aspathEntryAdd},
+    {1010, 1010, "create AS-path list",           CLI,   aspathListCreate, CLI_NAME},
+    {1011, 1011, "add AS-path entry",             sizeof(cliAspathReq), aspathEntryAdd, CLI_NAME | CLI_ASPATH},
     {1012, 1012, "delete community list",         CLI,   commListDelete},
     {1013, 1013, "delete community entry",        sizeof(cliCommReq), commEntryDelete},
-    {1014, 1014, "create community list",         CLI,   commListCreate},
-    {1015, 1015, "add community entry",           sizeof(cliCommReq), commEntryAdd},
-    {1016, 1016, "create extended-community list", CLI,  extCommListCreate},
-    {1017, 1017, "add extended-community entry",  sizeof(cliExtCommReq), extCommEntryAdd},
+    {1014, 1014, "create community list",         CLI,   commListCreate, CLI_NAME},
+    {1015, 1015, "add community entry",           sizeof(cliCommReq), commEntryAdd, CLI_NAME | CLI_COMM},
+    {1016, 1016, "create extended-community list", CLI,  extCommListCreate, CLI_NAME},
+    {1017, 1017, "add extended-community entry",  sizeof(cliExtCommReq), extCommEntryAdd, CLI_NAME | CLI_EXTCOMM},
     {1018, 1018, "delete extended-community entry", sizeof(cliExtCommReq), extCommEntryDelete},
     {1019, 1019, "delete extended-community list", CLI,  extCommListDelete},
     {1020, 1020, "delete route map",              RMAP_DELETE, rmapDelete},
-    {1021, 1021, "create route map",              sizeof(cliRmapReq), rmapCreate},
-    {1022, 1023, "route-map clause",              sizeof(cliRmapClauseReq), rmapEntryChange},
+    {1021, 1021, "create route map",              sizeof(cliRmapReq), rmapCreate, CLI_NAME},
+    {1022, 1023, "route-map clause",              sizeof(cliRmapClauseReq), rmapEntryChange, CLI_NAME | CLI_CLAUSE},
     {1024, 1024, "delete route-map clause",       CLAUSE, rmapEntryDelete},
-    {1025, 1025, "add route-map clause",          CLAUSE, rmapEntryAdd},
+    {1025, 1025, "add route-map clause",          CLAUSE, rmapEntryAdd, CLI_NAME | CLI_CLAUSE},
     {1030, 1030, "clear IP ACL counters",         CLI,   clearIpAcl},
     {1031, 1031, "clear all IP ACL counters",     76,    clearIpAclAll},
     {1038, 1038, "unbind IPv4 list",              sizeof(cliUnbindReq), ipUnbind},
-    {1039, 1039, "bind IPv4 list",                sizeof(cliBindReq), ipBind},
+    {1039, 1039, "bind IPv4 list",                sizeof(cliBindReq), ipBind, CLI_NAME | CLI_VLANS},
     // Both codes are one operation, which reads the code: 1041 enables, 1040 disables.
-    {1040, 1041, "DoS filter",                    CLI,   dosEnable},
-    {1042, 1042, "create IPv4 prefix list",      CLI,   prefixListCreate<AF_IPV4>, CLI_ACL2},
+    {1040, 1041, "DoS filter",                    CLI,   dosEnable, CLI_NAME},
+    {1042, 1042, "create IPv4 prefix list",      CLI,   prefixListCreate<AF_IPV4>, CLI_ACL2 | CLI_NAME},
     {1043, 1043, "delete IPv4 prefix list",      CLI,   prefixListDelete<AF_IPV4>, CLI_ACL2},
-    {1044, 1044, "add IPv4 prefix entry",        PREFIX4, prefixEntryAdd<AF_IPV4>, CLI_ACL2},
+    {1044, 1044, "add IPv4 prefix entry",        PREFIX4, prefixEntryAdd<AF_IPV4>, CLI_ACL2 | CLI_NAME},
     {1045, 1045, "delete IPv4 prefix entry",     PREFIX4, prefixEntryDelete<AF_IPV4>, CLI_ACL2},
     {1046, 1046, "clear IPv4 prefix list",       CLI,   prefixClear<AF_IPV4>, CLI_ACL2},
     {1047, 1047, "clear all IPv4 prefix lists",  76,    prefixClearAll<AF_IPV4>, CLI_ACL2},
@@ -365,9 +372,9 @@ constexpr cliRow cliTable[] = {
     {1139, 1140, "show ACL VLAN groups",          CLI,   nullptr},
     {1142, 1145, "remarks",                       CLI,   nullptr},
     {1146, 1146, "MAC list of a Telnet server",   CLI,   nullptr},
-    {1147, 1147, "create IPv6 prefix list",      CLI,   prefixListCreate<AF_IPV6>, CLI_ACL2},
+    {1147, 1147, "create IPv6 prefix list",      CLI,   prefixListCreate<AF_IPV6>, CLI_ACL2 | CLI_NAME},
     {1148, 1148, "delete IPv6 prefix list",      CLI,   prefixListDelete<AF_IPV6>, CLI_ACL2},
-    {1149, 1149, "add IPv6 prefix entry",        PREFIX6, prefixEntryAdd<AF_IPV6>, CLI_ACL2},
+    {1149, 1149, "add IPv6 prefix entry",        PREFIX6, prefixEntryAdd<AF_IPV6>, CLI_ACL2 | CLI_NAME},
     {1150, 1150, "delete IPv6 prefix entry",     PREFIX6, prefixEntryDelete<AF_IPV6>, CLI_ACL2},
     {1151, 1151, "clear IPv6 prefix list",       CLI,   prefixClear<AF_IPV6>, CLI_ACL2},
     {1152, 1152, "clear all IPv6 prefix lists",  76,    prefixClearAll<AF_IPV6>, CLI_ACL2},
@@ -376,7 +383,7 @@ constexpr cliRow cliTable[] = {
     {1156, 1157, "show IPv6 prefix list",         SHOW,  showPrefix<AF_IPV6>},
     {1158, 1158, "delete route-map instance",     RMAP_DELETE, rmapInstanceDelete},
     {1160, 1160, "delete IPv6 route-map clause",  CLAUSE, rmapEntryDelete},
-    {1161, 1161, "add IPv6 route-map clause",     CLAUSE, rmapEntryAdd},
+    {1161, 1161, "add IPv6 route-map clause",     CLAUSE, rmapEntryAdd, CLI_NAME | CLI_CLAUSE},
     {1162, 1163, "IPv6 access lists",             CLI,   nullptr,        CLI_ACL2 | CLI_V6},
     {1164, 1165, "bind IPv6 list",                CLI,   nullptr,        CLI_V6},
     {1166, 1167, "IPv6 entries",                  CLI,   nullptr,        CLI_ACL2 | CLI_V6},
@@ -385,7 +392,7 @@ constexpr cliRow cliTable[] = {
     {1182, 1184, "resequence",                    CLI,   nullptr},
     {1185, 1185, "resequence prefix list",        sizeof(cliPrefixReseqReq), prefixResequence},
     {1187, 1187, "delete route-map clause",       CLAUSE, rmapEntryDelete},
-    {1188, 1188, "add route-map clause",          CLAUSE, rmapEntryAdd},
+    {1188, 1188, "add route-map clause",          CLAUSE, rmapEntryAdd, CLI_NAME | CLI_CLAUSE},
     {1190, 1191, "show ACL VLAN groups",          CLI,   nullptr},
     {13607, 13607, "AS notation",                 WORD,  asNotation,     CLI_ANSWER_FIRST},
     {14519, 14519, "PIM parameters to the cards", 76,    nullptr},
@@ -400,6 +407,34 @@ const cliRow* findRow(uint32_t code) {
     return row != std::ranges::end(cliTable) && row->first <= code ? row : nullptr;
 }
 
+struct textRule {
+    uint32_t flag;
+    size_t at, size;
+    bool blanks;
+    size_t kindAt = 0;  // a word: the field is a text when it is COMM_REGEXP
+};
+constexpr textRule textRules[] = {
+    {CLI_NAME, offsetof(cliHdr, name), LIST_NAME_LEN, false},
+    {CLI_CLAUSE, offsetof(cliRmapClauseReq, clause.list), LIST_NAME_LEN, false},
+    {CLI_VLANS, offsetof(cliBindReq, vlanText), CLI_VLAN_TEXT_LEN, true},
+    {CLI_ASPATH, offsetof(cliAspathReq, text), sizeof(cliAspathReq::text), true},
+    {CLI_COMM, offsetof(cliCommReq, entry.text), sizeof(commEntryBlock::text), true,
+     offsetof(cliCommReq, entry.kind)},
+    {CLI_EXTCOMM, offsetof(cliExtCommReq, entry.body.text), sizeof(extCommBody::text), true,
+     offsetof(cliExtCommReq, entry.kind)},
+};
+bool textsAreGood(const cliRow& row, const cliCall& call) {
+    for (const textRule& rule : textRules) {
+        if ((row.flags & rule.flag) == 0) continue;
+        if (rule.kindAt != 0 &&
+            msgWord(call.message, static_cast<uint32_t>(rule.kindAt)) != COMM_REGEXP)
+            continue;
+        const auto* text = reinterpret_cast<const char*>(call.message + rule.at);
+        if (!textFitsLine({text, strnlen(text, rule.size)}, rule.blanks)) return false;
+    }
+    return true;
+}
+
 uint32_t runRow(const cliRow* row, cliCall& call) {
     if (row == nullptr) {
         aclCounters.unknownCode++;
@@ -411,6 +446,10 @@ uint32_t runRow(const cliRow* row, cliCall& call) {
     }
     if (row->run == nullptr) {
         aclNotBuilt(row->name);
+        return ACL_E_SYSTEM;
+    }
+    if (!textsAreGood(*row, call)) {
+        aclCounters.badNames++;
         return ACL_E_SYSTEM;
     }
     return row->run(call);

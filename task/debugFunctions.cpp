@@ -57,6 +57,7 @@ std::string showSystem(std::string_view) {
         .number("too-long", ipc.tooLong)
         .number("too-short", ipc.tooShort + c.tooShort)
         .number("bad-length-word", c.badLength)
+        .number("bad-names", c.badNames)
         .number("truncated", c.truncated)
         .number("unknown-type", c.unknownType)
         .number("unknown-code", c.unknownCode)

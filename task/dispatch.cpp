@@ -203,10 +203,12 @@ struct msgRow {
     msgReply reply;
     msgHandler run;            // null: not built yet
     bool tellsResult = false;  // AclProcMsg returns what the handler returned
+    uint32_t nameAt = 0;       // of a name that must be one word
 };
 
 constexpr uint32_t HDR = sizeof(ipcHdr);
 constexpr uint32_t CLIENT_LEN = 212;  // up to the end of the name
+constexpr uint32_t CLIENT_NAME = 72;
 constexpr uint32_t SHOW_LEN = sizeof(showReplyHdr);
 
 // clang-format off
@@ -238,13 +240,13 @@ constexpr msgRow msgTable[] = {
     {14435, 14435, "DAI notification",             68,         msgReply::dai,       nullptr},
     {14436, 14436, "DHCP-snooping notification",   HDR,        msgReply::udpHelper, nullptr},
     {14437, 14437, "DHCP source-address validation", 68,       msgReply::byHandler, nullptr},
-    {14442, 14443, "IP ACL client",                CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
-    {14444, 14445, "IPv6 ACL client",              CLIENT_LEN, msgReply::ipc,       nullptr, true},
-    {14446, 14449, "prefix-list client",           CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
-    {14450, 14451, "AS-path client",               CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
-    {14452, 14453, "community client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
-    {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true},
-    {14456, 14457, "MAC ACL client",               CLIENT_LEN, msgReply::ipc,       nullptr, true},
+    {14442, 14443, "IP ACL client",                CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
+    {14444, 14445, "IPv6 ACL client",              CLIENT_LEN, msgReply::ipc,       nullptr, true, CLIENT_NAME},
+    {14446, 14449, "prefix-list client",           CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
+    {14450, 14451, "AS-path client",               CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
+    {14452, 14453, "community client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
+    {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
+    {14456, 14457, "MAC ACL client",               CLIENT_LEN, msgReply::ipc,       nullptr, true, CLIENT_NAME},
     {14466, 14466, "show IP ACL",                  SHOW_LEN,   msgReply::show,      handleShowIpAcl},
     {14467, 14467, "show all IP ACLs",             SHOW_LEN,   msgReply::show,      handleShowIpAclAll},
     {14469, 14470, "show IPv4 prefix list",        SHOW_LEN,   msgReply::show,      handleShowPrefix<AF_IPV4>},
@@ -307,6 +309,11 @@ void refuse(const msgRow& row, uint8_t* message) {
     }
 }
 
+bool nameIsWord(const uint8_t* field) {
+    const auto* text = reinterpret_cast<const char*>(field);
+    return textFitsLine({text, strnlen(text, LIST_NAME_LEN)}, false);
+}
+
 }  // namespace
 
 uint32_t msgWord(const uint8_t* message, uint32_t offset) {
@@ -360,6 +367,11 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
     }
     if (row->run == nullptr) {
         aclNotBuilt(row->name);
+        refuse(*row, message);
+        return -1;
+    }
+    if (row->nameAt != 0 && !nameIsWord(message + row->nameAt)) {
+        aclCounters.badNames++;
         refuse(*row, message);
         return -1;
     }

@@ -103,6 +103,7 @@ struct aclTaskCounters {
     uint64_t messages;   // dispatched
     uint64_t tooShort;   // shorter than a header: dropped
     uint64_t badLength;  // length word mended
+    uint64_t badNames;   // a name or text that no line could show
     uint64_t truncated;  // body shorter than its type or code needs
     uint64_t unknownType;
     uint64_t unknownCode;

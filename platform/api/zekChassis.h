@@ -41,8 +41,11 @@ struct chassisDescription {
 bool zekChassisLoad(const std::string& file, chassisDescription* chassis, std::string* error);
 
 // Interface names and indexes. Ports are what the description calls them, LAGs "port-channel N",
-// VLANs "vlan N", the control processor "control-plane".
+// VLANs "vlan N", the control processor "control-plane". An index in hexadecimal is a name as well:
+// it need not be in the description.
 std::string chassisIfName(const chassisDescription& chassis, uint32_t ifindex);  // "" when unknown
+std::string chassisIndexText(uint32_t ifindex);                                  // "0x10040001"
+bool chassisIndexParse(std::string_view text, uint32_t* ifindex);
 bool chassisIfIndex(const chassisDescription& chassis, std::string_view name, uint32_t* ifindex);
 // Card address of an application's instance (agents: of a slot's card); all ones when unknown.
 uint32_t chassisAddress(const chassisDescription& chassis, uint32_t app, uint32_t instance);

@@ -52,8 +52,9 @@ int zekShmSet(uint32_t slot, void* anchor);
 [[nodiscard]] constexpr int zekifIndexToSfId(uint32_t ifindex) {
     return ifindexSlot(ifindex);
 }
-// Interface names as the chassis description gives them. ifmIfIndexToLName writes at most
-// size - 1 characters; "unknown" and -1 for an index that the chassis does not have.
+// Interface names as the chassis description gives them; what it does not have is called by its
+// index, "0x10040001", in both directions. ifmIfIndexToLName writes at most size - 1 characters,
+// and tells with -1 that it was such an index.
 int ifmIfIndexToLName(uint32_t ifindex, char* name, size_t size);
 int ifmLNameToIfIndex(const char* name, uint32_t* ifindex);
 

@@ -5,6 +5,7 @@
 #include "platform/api/zekChassis.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -389,7 +390,18 @@ bool chassisIfIndex(const chassisDescription& chassis, std::string_view name, ui
         for (uint32_t id : chassis.*row.ids)
             if (name == row.word + std::to_string(id))
                 return *ifindex = ifindexMake(row.type, id), true;
-    return false;
+    return chassisIndexParse(name, ifindex);
+}
+
+std::string chassisIndexText(uint32_t ifindex) {
+    char text[16];
+    snprintf(text, sizeof text, "0x%08x", ifindex);
+    return text;
+}
+bool chassisIndexParse(std::string_view text, uint32_t* ifindex) {
+    const char* end = text.data() + text.size();
+    if (text.size() != 10 || !text.starts_with("0x")) return false;
+    return std::from_chars(text.data() + 2, end, *ifindex, 16).ptr == end;
 }
 
 uint32_t chassisAddress(const chassisDescription& chassis, uint32_t app, uint32_t instance) {

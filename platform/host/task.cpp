@@ -198,8 +198,10 @@ int zekSysCardTypePortIdToPP(int slot, int portId) {
 
 int ifmIfIndexToLName(uint32_t ifindex, char* name, size_t size) {
     std::string text = chassisIfName(hostConf().chassis, ifindex);
-    snprintf(name, size, "%s", text.empty() ? "unknown" : text.c_str());
-    return text.empty() ? -1 : 0;
+    const int result = text.empty() ? -1 : 0;
+    if (text.empty()) text = chassisIndexText(ifindex);
+    snprintf(name, size, "%s", text.c_str());
+    return result;
 }
 int ifmLNameToIfIndex(const char* name, uint32_t* ifindex) {
     return chassisIfIndex(hostConf().chassis, name, ifindex) ? 0 : -1;

@@ -5,6 +5,8 @@
 #include <span>
 #include <string>
 
+#include "platform/policylib/zekBgp.h"
+
 constexpr uint8_t BGP_ATTR_AS_PATH = 2;
 constexpr uint8_t BGP_ATTR_COMMUNITIES = 8;
 constexpr uint8_t BGP_ATTR_AS4_PATH = 17;
@@ -15,5 +17,5 @@ struct bgpAttribute {
 };
 // False when the attribute does not lie in the bytes whole.
 bool bgpAttributeParse(const void* attribute, uint32_t length, bgpAttribute* parsed);
-// The text of an AS path of either width; false when it is none or malformed.
-bool bgpPathText(const void* attribute, uint32_t length, std::string* text);
+// The text of an AS path; false when it is none or malformed.
+bool bgpPathText(const void* attribute, uint32_t length, bgpAsWidth width, std::string* text);

@@ -61,9 +61,14 @@ commValues bgpEntryCommunities(const commEntryBlock& block) {
 }
 
 int bgpAccessASPMatchFin(uint32_t listId, const void* attribute, uint32_t length) {
+    return bgpAccessASPMatchWidth(listId, AS_WIDTH_UNKNOWN, attribute, length);
+}
+
+int bgpAccessASPMatchWidth(uint32_t listId, bgpAsWidth width, const void* attribute,
+                           uint32_t length) {
     return verdictOf([&] {
         thread_local std::string path;
-        if (!bgpPathText(attribute, length, &path)) return BGP_VERDICT_DENY;
+        if (!bgpPathText(attribute, length, width, &path)) return BGP_VERDICT_DENY;
         return aspathListCheck(bgpASPAccessListFind(numberName(listId)), path, nullptr);
     });
 }

@@ -63,17 +63,19 @@ bool bgpAttributeParse(const void* attribute, uint32_t length, bgpAttribute* par
     return true;
 }
 
-bool bgpPathText(const void* attribute, uint32_t length, std::string* text) {
+bool bgpPathText(const void* attribute, uint32_t length, bgpAsWidth width, std::string* text) {
     bgpAttribute parsed;
     if (!bgpAttributeParse(attribute, length, &parsed)) return false;
     if (parsed.type == BGP_ATTR_AS4_PATH) return pathText(parsed.value, 4, text);
     if (parsed.type != BGP_ATTR_AS_PATH) return false;
+    if (width != AS_WIDTH_UNKNOWN) return pathText(parsed.value, width, text);
     return pathText(parsed.value, 2, text) || pathText(parsed.value, 4, text);
 }
 
-int aspath_make_str_count(const void* attribute, uint32_t length, char* text, size_t size) {
+int aspath_make_str_count(const void* attribute, uint32_t length, char* text, size_t size,
+                          bgpAsWidth width) {
     std::string path;
-    if (!bgpPathText(attribute, length, &path)) return -1;
+    if (!bgpPathText(attribute, length, width, &path)) return -1;
     if (size != 0) {
         const size_t copied = std::min(path.size(), size - 1);
         std::memcpy(text, path.data(), copied);

@@ -1,5 +1,7 @@
 #include "platform/policylib/matchIndex.h"
 
+#include <bit>
+
 #include "platform/api/zekMem.h"
 
 namespace {
@@ -37,8 +39,18 @@ matchGroup* matchGroupFind(matchNode* node, uint64_t mask) {
     return nullptr;
 }
 
-matchGroup* matchGroupObtain(matchNode** at, uint64_t mask, uint32_t order) {
+uint64_t matchCoarse(uint64_t mask, uint64_t part) {
+    // The bits in front of the part count as ones: the mask is compared within it only.
+    const int ones = std::countl_one(mask | ~part) / 8 * 8;
+    return ones == 0 ? 0 : mask & (~uint64_t{0} << (64 - ones));
+}
+
+matchGroup* matchGroupObtain(matchNode** at, uint64_t mask, uint64_t part, uint32_t order) {
     matchGroup* group = matchGroupFind(*at, mask);
+    if (group == nullptr && (*at)->count >= MATCH_GROUPS) {
+        mask = matchCoarse(mask, part);
+        group = matchGroupFind(*at, mask);
+    }
     if (group == nullptr) {
         if (!matchNodeReserve(at, sizeof(matchGroup))) return nullptr;
         group = matchItems<matchGroup>(*at).data() + (*at)->count++;

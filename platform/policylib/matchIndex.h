@@ -14,6 +14,12 @@
 // order; a leaf that grows above LEAF_RULES becomes an inner node. Below the last level are rules
 // whose words are all the same: those leaves grow.
 //
+// A node has at most MATCH_GROUPS groups by the masks that its rules have. A mask beyond them goes
+// to the group of a coarser one: its leading ones, in whole bytes. There are nine of those. A leaf
+// below such a group has rules that differ in the part, and tries all of their words as ever; so a
+// list in which every rule has a mask of its own costs a bounded look for the group, a bounded
+// number of look-ups, and no more than a walk for what is left.
+//
 // The smallest order decides. Every group has a bound that no order below it is under, and groups
 // stand in ascending bounds, so that a search ends early. A removal leaves the bounds as they are:
 // a bound that is too low only costs time.
@@ -32,6 +38,7 @@
 #include "platform/policylib/matchTable.h"
 
 constexpr uint32_t LEAF_RULES = 16;
+constexpr uint32_t MATCH_GROUPS = 1024;
 constexpr uint32_t MATCH_ORDER_NONE = 0xFFFFFFFF;  // orders are below it
 
 // What is looked at on a level. A shape has `words` and an array `levels` whose parts cover all
@@ -74,10 +81,13 @@ auto matchItems(Node* node) {
 matchNode* matchNodeMake(bool leaf, uint32_t capacity, size_t itemSize);
 // Room for one more item: *at may become another block. False: no memory, nothing has changed.
 bool matchNodeReserve(matchNode** at, size_t itemSize);
-// The group of a mask in an inner node, made when there is none; lowered to `order` and moved to
-// its place. Null: no memory.
-matchGroup* matchGroupObtain(matchNode** at, uint64_t mask, uint32_t order);
+// The group for rules of a mask in an inner node, made when there is none: the mask's own or, when
+// there are too many, the coarser one's. It is lowered to `order` and moved to its place. Null: no
+// memory.
+matchGroup* matchGroupObtain(matchNode** at, uint64_t mask, uint64_t part, uint32_t order);
 matchGroup* matchGroupFind(matchNode* node, uint64_t mask);
+// The mask of the coarser group.
+uint64_t matchCoarse(uint64_t mask, uint64_t part);
 void matchGroupErase(matchNode* node, matchGroup* group);
 // Frees a node with everything below it; null: nothing.
 void matchFree(matchNode* node);
@@ -138,9 +148,10 @@ template <class Shape, size_t Level = 0>
 template <class Shape, size_t Level>
 bool matchInsertBelow(matchNode** at, const matchRule<Shape>& rule) {
     constexpr matchLevel level = Shape::levels[Level];
-    matchGroup* group = matchGroupObtain(at, rule.mask[level.word] & level.part, rule.order);
+    matchGroup* group =
+        matchGroupObtain(at, rule.mask[level.word] & level.part, level.part, rule.order);
     if (group == nullptr) return false;
-    void** below = matchTableAt(&group->table, rule.value[level.word] & level.part);
+    void** below = matchTableAt(&group->table, rule.value[level.word] & group->mask);
     if (below == nullptr) return false;
     auto* node = static_cast<matchNode*>(*below);
     bool done = matchInsert<Shape, Level + 1>(&node, rule);
@@ -177,32 +188,42 @@ bool matchInsert(matchNode** at, const matchRule<Shape>& rule) {
     return true;
 }
 
-// Takes out the rule that was inserted with these words and this order. *at is null when that was
-// the last one.
+// Takes out the rule that was inserted with these words and this order, if it is there. *at is null
+// when that was the last one.
 template <class Shape, size_t Level = 0>
-void matchRemove(matchNode** at, const matchRule<Shape>& rule) {
+bool matchRemove(matchNode** at, const matchRule<Shape>& rule) {
     matchNode* node = *at;
+    bool done = false;
     if (node->leaf) {
         auto rules = matchItems<matchRule<Shape>>(node);
         auto place =
             rules.begin() + static_cast<ptrdiff_t>(matchLeafPlace<Shape>(node, rule.order));
+        if (place == rules.end() || place->order != rule.order) return false;
         std::move(place + 1, rules.end(), place);
         node->count--;
+        done = true;
     } else if constexpr (Level < std::size(Shape::levels)) {
         constexpr matchLevel level = Shape::levels[Level];
-        matchGroup* group = matchGroupFind(node, rule.mask[level.word] & level.part);
-        uint64_t key = rule.value[level.word] & level.part;
-        auto* below = static_cast<matchNode*>(matchTableFind(group->table, key));
-        matchNode* left = below;
-        matchRemove<Shape, Level + 1>(&left, rule);
-        if (left == nullptr) {
-            matchTableErase(&group->table, key);
-            if (group->table.used == 0) matchGroupErase(node, group);
+        const uint64_t own = rule.mask[level.word] & level.part;
+        // Where it stands depends on how many groups there were when it came.
+        for (uint64_t mask : {own, matchCoarse(own, level.part)}) {
+            matchGroup* group = matchGroupFind(node, mask);
+            const uint64_t key = rule.value[level.word] & mask;
+            void* below = group != nullptr ? matchTableFind(group->table, key) : nullptr;
+            if (below == nullptr) continue;
+            auto* left = static_cast<matchNode*>(below);
+            done = matchRemove<Shape, Level + 1>(&left, rule);
+            if (left == nullptr) {
+                matchTableErase(&group->table, key);
+                if (group->table.used == 0) matchGroupErase(node, group);
+            }
+            if (done) break;
         }
     }
-    if (node->count != 0) return;
+    if (node->count != 0) return done;
     matchFree(node);
     *at = nullptr;
+    return done;
 }
 
 // Gives every rule the order that orderOf(record) tells. Which of two rules comes first must be as

@@ -45,18 +45,25 @@ int extCommListCheck(const bgpList* list, std::span<const extCommValue> communit
 // `length` counts all of it. What does not lie in it whole is malformed, and a malformed attribute
 // is denied. A list number is looked up as its decimal name.
 
+// How many bytes the numbers of an AS_PATH attribute have: the caller's session has agreed on it.
+// Unknown: two where the segments add up with them, else four, which takes some paths of four-byte
+// numbers for others (512 alone reads 0). AS4_PATH always has four.
+enum bgpAsWidth : uint32_t { AS_WIDTH_UNKNOWN = 0, AS_WIDTH_2 = 2, AS_WIDTH_4 = 4 };
 int bgpAccessASPMatchFin(uint32_t listId, const void* attribute, uint32_t length);
+int bgpAccessASPMatchWidth(uint32_t listId, bgpAsWidth width, const void* attribute,
+                           uint32_t length);
 int bgpAccessCommMatchFin(uint32_t listId, const void* attribute, uint32_t length);
 // The handle is the list's record, as a registered route map holds it.
 int bgpAccessCommMatchFinWithHandle(const bgpList* list, const void* attribute, uint32_t length);
 // Whether the community (host order) is in the COMMUNITIES attribute.
 bool bgpCommPathMatch(uint32_t community, const void* attribute, uint32_t length);
 
-// The text of an AS_PATH (type 2; two-byte numbers where its segments add up with them, else
-// four-byte ones) or AS4_PATH (type 17) attribute: the numbers of a sequence stand between blanks,
+// The text of an AS_PATH (type 2) or AS4_PATH (type 17) attribute: the numbers of a sequence stand
+// between blanks,
 // "{1,2}" is a set, "(1 2)" a confederation's sequence, "(1,2)" its set. Writes at most size - 1
 // characters and a NUL, and returns the characters of the whole text; -1: malformed.
-int aspath_make_str_count(const void* attribute, uint32_t length, char* text, size_t size);
+int aspath_make_str_count(const void* attribute, uint32_t length, char* text, size_t size,
+                          bgpAsWidth width = AS_WIDTH_UNKNOWN);
 
 // --- texts --------------------------------------------------------------------------------------
 

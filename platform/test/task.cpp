@@ -108,7 +108,7 @@ int zekSysCardTypePortIdToPP(int slot, int portId) {
 }
 int ifmIfIndexToLName(uint32_t ifindex, char* name, size_t size) {
     bool known = !testHost.unknownInterfaces.contains(ifindex);
-    std::snprintf(name, size, known ? "if %#x" : "unknown", ifindex);
+    std::snprintf(name, size, known ? "if %#x" : "0x%08x", ifindex);
     return known ? 0 : -1;
 }
 int ifmLNameToIfIndex(const char* name, uint32_t* ifindex) {

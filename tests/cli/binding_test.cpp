@@ -49,15 +49,18 @@ TEST(Binding, LinesBecomeTheirRequests) {
         const char* line;
         uint32_t code, ifindex, direction, implicitPermit;
         const char* vlans;  // null: not given
+        uint32_t vlanCount = 0;
     } rows[] = {
         {"interface 1/0\n ip access-group A in\n", 1039, PORT_1_0, 0, 0, nullptr},
         {"inter port-channel   1\n ip access-group A out implicit-permit\n", 1039, LAG_1, 1, 1,
          nullptr},
-        {"interface po 01\n ip access-group A in Vlan 10-20,30\n", 1039, LAG_1, 0, 0, "10-20,30"},
+        {"interface po 01\n ip access-group A in Vlan 10-20,30\n", 1039, LAG_1, 0, 0, "10-20,30",
+         12},
         {"interface VLAN 10\n ip access-group A in Vlan 7 implicit-permit\n", 1039, VLAN_10, 0, 1,
-         "7"},
+         "7", 1},
         {"interface control-plane\n ip access-group A in implicit-permit Vlan 1-4094\n", 1039,
-         CONTROL_PLANE, 0, 1, "1-4094"},
+         CONTROL_PLANE, 0, 1, "1-4094", 4094},
+        {"interface 0x10040001\n ip access-group A in\n", 1039, 0x10040001, 0, 0, nullptr},
         {"interface control\n no ip access-group A in\n", 1038, CONTROL_PLANE, 0, 0, nullptr},
         {"interface vlan 10\n no ip access-group A out\n", 1038, VLAN_10, 1, 0, nullptr},
     };
@@ -76,8 +79,14 @@ TEST(Binding, LinesBecomeTheirRequests) {
         EXPECT_EQ(word(m, 228), row.implicitPermit);
         EXPECT_EQ(word(m, 232), 1u);
         EXPECT_EQ(word(m, 236), row.vlans != nullptr ? 1u : 0u);
-        EXPECT_TRUE(
-            std::all_of(m.begin() + 240, m.begin() + 760, [](uint8_t b) { return b == 0; }));
+        // The block has the VLANs, bit by bit; without any it is zero.
+        uint32_t given = 0;
+        for (uint32_t id = 0; id < 4096; id++)
+            given += (m[248 + id / 8] & 0x80u >> id % 8) != 0 ? 1 : 0;
+        EXPECT_EQ(given, row.vlanCount);
+        EXPECT_EQ(word(m, 244), row.vlanCount);
+        EXPECT_EQ(word(m, 240), row.vlans != nullptr ? 1u : 0u);
+        EXPECT_EQ(m[248 + 10 / 8] & 0x80 >> 10 % 8, row.vlanCount > 1 ? 0x20 : 0);
         EXPECT_STREQ(reinterpret_cast<const char*>(&m[760]), row.vlans != nullptr ? row.vlans : "");
     }
 }

@@ -356,6 +356,31 @@ TEST(Policy, ClausesFollowTheirHeader) {
     EXPECT_EQ(numbers, (std::vector<uint32_t>{40, 50, 50, 40}));
 }
 
+// What a name by address stands for is decided by all that is loaded, also from a pipe: the lists
+// come behind the maps that name them.
+TEST(Policy, ABareNameIsWhatTheWholeInputSaysThatItIs) {
+    std::mutex lock;
+    std::vector<uint32_t> codes;
+    fakeManager manager;
+    manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
+        if (cliOf(message).code == CLI_RMAP_ENTRY_ADD) {
+            std::lock_guard hold(lock);
+            codes.push_back(reinterpret_cast<cliRmapClauseReq*>(message.data())->clause.code);
+        }
+        m.answer(message, ACL_OK);
+    });
+    testSession s(manager.dir);
+    const std::string filler(200000, '!');  // more than a pipe holds
+    EXPECT_EQ(s.load("route-map R permit 10\n match ip address P\nroute-map R permit 20\n"
+                     " match ip address BOTH\n" +
+                     filler + "\nip prefix-list P\nip prefix-list BOTH\n" +
+                     "ip access-list standard BOTH\n"),
+              0)
+        << s.reported();
+    manager.halt();
+    EXPECT_EQ(codes, (std::vector<uint32_t>{RTMAP_MATCH_IPADD_PREFIX, RTMAP_MATCH_IPADD_ACL}));
+}
+
 // Pages of a list are asked for until it is done, then the next list; the walk ends at the status
 // that says there is none.
 TEST(Policy, ShowsFollowThePages) {

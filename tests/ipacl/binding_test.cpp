@@ -239,7 +239,6 @@ TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
     constexpr uint32_t cpPort = IFINDEX_CP_BIND | 5;
     constexpr uint32_t LATER = 0x3d0000EE;
     join(LAG, {PORT});
-    testHost.unknownInterfaces = {PORT3};
     const uint64_t blocks = testBlocksInUse();
     struct {
         const char* what;
@@ -255,7 +254,6 @@ TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
         {"a VLAN group", PORT2, 1, LATER, 1, {0, LATER, 1}},
         {"groups concern egress lists alone", PORT2, 0, ACL_E_CLASH, 1, {0, LATER, 1}},
         {"an IP-MAC list", PORT3, 1, ACL_E_CLASH, 1, {0, 0, 1}},
-        {"not in this chassis", PORT3, 0, ACL_E_SYSTEM},
         {"a slot is no interface", 3, 0, ACL_E_SYSTEM},
         {"no such direction", PORT2, 2, ACL_E_SYSTEM},
     };
@@ -284,6 +282,33 @@ TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
     ASSERT_EQ(told.size(), 5u);
     EXPECT_EQ(told[3], R"(sync 7/10/0x42068000 A " ip access-group A in")");
     EXPECT_EQ(told[4], "agent list 14409 A if 0x42068000 pipe 0 option 0 n 0 block 1");
+}
+
+// An interface that the chassis does not have yet, and interfaces under other indexes than their
+// own.
+TEST_F(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
+    testHost.unknownInterfaces = {PORT3};
+    create("A");
+    EXPECT_EQ(apply("A", PORT3), 0u);
+    EXPECT_EQ(testCfgLines()[1], "interface 0x060c0000");
+    EXPECT_EQ(at(PORT3), find("A"));
+    EXPECT_EQ(remove("A", PORT3), 0u);
+    struct {
+        uint32_t alias, ifindex;
+    } const cases[] = {{PORT | 0x80000000, PORT},
+                       {VLAN | 0x7FF00000, VLAN},
+                       {LAG | 0x84000000, LAG},
+                       {ifindexMake(IF_TYPE_CP, 0), IFINDEX_CP_BIND}};
+    node.supportAclOnCP = 1;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.ifindex);
+        EXPECT_EQ(apply("A", c.ifindex), 0u);
+        EXPECT_EQ(apply("A", c.alias), 0u);
+        EXPECT_EQ(bindingsOf("A"), 1u);
+        EXPECT_EQ(remove("A", c.alias), 0u);
+        EXPECT_EQ(at(c.ifindex), nullptr);
+        EXPECT_EQ(AclIntfTreeFind(c.alias), nullptr);
+    }
 }
 
 TEST_F(Binding, GeneratedListsAreNeverWrittenAndKeepToThemselvesInward) {
@@ -395,8 +420,15 @@ TEST_F(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
                            "interface\n");
     EXPECT_EQ(told[5], "agent list 14409 A if 0x4040000 pipe 4 option 6 n 0 block 9");
     EXPECT_EQ(bindingsOf("A"), 1u);
+    EXPECT_EQ(find("A")->bindings->block.b[0], 1) << "the binding is as it was";
+    EXPECT_EQ(find("A")->bindings->implicitPermit, 0u);
     EXPECT_EQ(at(PORT), find("A"));
     DEBUG_ACL_MGR = 0;
+
+    join(LAG, {PORT2});  // a LAG's place is left when nobody could be told
+    AclIntfTreeFind(LAG)->lists[INTF_V4][INTF_IN] = find("B");
+    EXPECT_EQ(remove("B", LAG), ACL_E_SYSTEM);
+    EXPECT_EQ(at(LAG), find("B"));
 }
 
 TEST_F(Binding, EveryAllocationMayFail) {

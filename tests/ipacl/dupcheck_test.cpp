@@ -31,14 +31,14 @@ TEST(DupKey, TakesItsBytesFromTheseOffsets) {
         uint8_t protocol;
         bytes key;
     } cases[] = {
-        {"standard", 1, 6, {23, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152}},
-        {"neither kind", 0, 6, {23, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152}},
-        {"tcp", 2, 6, {23, 24, 25, 26, 27, 28,  29,  30,  31,  71,  151, 152, 32,  33,  34,  35,
+        {"standard", 1, 6, {0, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152}},
+        {"neither kind", 0x102, 6, {0, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152}},
+        {"tcp", 2, 6, {0,  24, 25, 26, 27, 28,  29,  30,  31,  71,  151, 152, 32,  33,  34,  35,
                        36, 37, 38, 39, 6,  144, 136, 137, 138, 139, 140, 141, 142, 143, 131, 135}},
-        {"any protocol", 2, 4, {23,  24,  25,  26,  27,  28,  29,  30,  31,  71, 151,
+        {"any protocol", 2, 4, {0,   24,  25,  26,  27,  28,  29,  30,  31,  71, 151,
                                 152, 32,  33,  34,  35,  36,  37,  38,  39,  4,  144,
                                 136, 137, 138, 139, 140, 141, 142, 143, 131, 135}},
-        {"icmp", 2, 1, {23, 24, 25, 26, 27, 28,  29,  30,  31,  71, 151, 152, 32, 33, 34, 35,
+        {"icmp", 2, 1, {0,  24, 25, 26, 27, 28,  29,  30,  31,  71, 151, 152, 32, 33, 34, 35,
                         36, 37, 38, 39, 1,  128, 129, 130, 131, 0,  0,   0,   0,  0,  0,  0}},
     };
     for (const auto& c : cases) {
@@ -62,10 +62,13 @@ TEST_F(IpAcl, TheSameRuleIsCoarserThanTheWholeBlock) {
         {"counters", tcp, tcp.with(set([](rule& b) { b.counterOptions = IP_BYTES; })), true},
         {"owner", tcp, tcp.with(set([](rule& b) { b.owner = 9; })), true},
         {"protocol marker", tcp, tcp.with(set([](rule& b) { b.protoMarker = 1; })), true},
+        {"destination of an entry of neither kind", any.with(set([](rule& b) { b.kind = 0x102; })),
+         any.to(ip(10, 0, 0, 0), HOST), true},
         {"destination of a standard entry", any, any.to(ip(10, 0, 0, 0), HOST), true},
         {"ports of an icmp entry", icmp, icmp.toPort(PORT_EQ, 7), true},
         {"order, low byte alike", any, any.with(set([](rule& b) { b.order = 511; })), true},
         {"order", any, any.with(set([](rule& b) { b.order = 3; })), false},
+        {"actions that permit", any, any.with(set([](rule& b) { b.action = 2; })), true},
         {"action", tcp, tcp.with(set([](rule& b) { b.action = IP_PERMIT; })), false},
         {"source", any, any.from(ip(1, 0, 0, 0), 0), false},
         {"source mask", any, any.from(0, 1), false},

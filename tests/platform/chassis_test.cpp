@@ -67,6 +67,13 @@ TEST_F(chassisFile, EveryInterfaceNameHasAnIndexThatLeadsBack) {
     uint32_t ifindex = 0;
     for (const char* name : {"", "3/0", "vlan 30", "vlan  10", "vlan", "port-channel 01", "1/0 "})
         EXPECT_FALSE(chassisIfIndex(chassis, name, &ifindex)) << name;
+    // By its index whatever there is.
+    for (const char* name : {"0x10040001", "0x0004000a"}) {
+        ASSERT_TRUE(chassisIfIndex(chassis, name, &ifindex));
+        EXPECT_EQ(chassisIndexText(ifindex), name);
+    }
+    for (const char* name : {"0x1004000", "0x1004000g", "1004000112", "0x100400012"})
+        EXPECT_FALSE(chassisIfIndex(chassis, name, &ifindex)) << name;
     for (uint32_t unknown : {0u, 1u, 19u, 0xFFFFFFFFu, ifindexMake(IF_TYPE_VLAN, 30), 0x04000000u})
         EXPECT_EQ(chassisIfName(chassis, unknown), "") << unknown;
 }

@@ -172,6 +172,17 @@ TEST_F(BgpLists, ClientsAskByNumberAndByHandle) {
     EXPECT_EQ(bgpAccessCommListDelCheckForSubSet(entry, both.data(), 11), 0);
     EXPECT_EQ(bgpAccessCommListDelCheckForSubSet(entry, one.data(), 7), -1);
 
+    // AS 512 and others look like two-byte numbers to who does not know better.
+    const bytes wide{0x40, 2, 6, 2, 1, 0, 0, 2, 0};
+    bgpAddASPAccessEntry(seven, PERMIT, {"^512$"});
+    EXPECT_EQ(path(7, wide), 1);
+    for (auto [width, verdict] : {std::pair{4u, 0}, {2u, 1}, {0u, 1}})
+        EXPECT_EQ(bgpAccessASPMatchWidthExt(7, width, wide.data(), 9), verdict) << width;
+    char text[16];
+    EXPECT_EQ(aspath_make_str_count(wide.data(), 9, text, sizeof text, AS_WIDTH_4), 3);
+    EXPECT_STREQ(text, "512");
+    EXPECT_EQ(aspath_make_str_count(wide.data(), 8, text, sizeof text, AS_WIDTH_4), -1);
+
     std::string out;
     EXPECT_EQ(ipAsCheck(2, {1, 3}, 7, &out), 0);
     EXPECT_EQ(ipAsCheck(2, {1, 9}, 7, &out), 1);
@@ -189,9 +200,9 @@ TEST(BgpExports, AreInTheDynamicSymbolTable) {
     while (std::fgets(line, sizeof line, nm) != nullptr)
         if (std::sscanf(line, "%*x %c %255s", &kind, name) == 2) names.insert(name);
     EXPECT_EQ(pclose(nm), 0);
-    for (const char* wanted : {"bgpAccessASPMatchFinExt", "bgpAccessCommMatchFinExt",
-                               "bgpAccessCommMatchFinWithHandleExt", "aclNode", "aspathAclNode",
-                               "acl_rwlock", "pAclReadCounter"})
+    for (const char* wanted : {"bgpAccessASPMatchFinExt", "bgpAccessASPMatchWidthExt",
+                               "bgpAccessCommMatchFinExt", "bgpAccessCommMatchFinWithHandleExt",
+                               "aclNode", "aspathAclNode", "acl_rwlock", "pAclReadCounter"})
         EXPECT_TRUE(names.contains(wanted)) << wanted;
 }
 

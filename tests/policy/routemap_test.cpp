@@ -169,7 +169,19 @@ std::vector<clauseCase> everyClause() {
         {clause(MATCH6, 17).list("L"), " match ipv6 route-source L",
          "ipv6 route-source (access-lists): L"},
         {clause(MATCH6, 18).list("L"), " match ipv6 address L", "ipv6 address (access-lists): L"},
-        // The classes of both families are taken.
+        // The classes of both families are taken; the other one's lines have numbers for words.
+        {clause(MATCH6, 12).number(1), " match origin 1", "origin 1"},
+        {clause(MATCH6, 133).number(4), " match route-type 4", "route-type 4"},
+        {clause(SET6, 102).number(0x0A000001), " set next-hop 167772161", "next-hop 167772161"},
+        {clause(SET6, 103).number(5, 1), " set metric 5", "metric 5"},
+        {clause(SET6, 107).number(5), " set level 5", "level 5"},
+        {clause(SET6, 108).number(3), " set metric-type 3", "metric-type 3"},
+        {clause(SET6, 110).number(2), " set origin 2", "origin 2"},
+        {clause(SET6, 112).list("L"), " set comm-list L", "comm-list L"},
+        // Values without a word.
+        {clause(MATCH, 12).number(3), " match origin ", "origin"},
+        {clause(MATCH, 133).number(9), " match route-type  ", "route-type"},
+        {clause(SET, 107).number(4), " set level  ", "level"},
         {clause(MATCH6, 1).list("L"), " match as-path L", "as-path (as-path filter): L"},
         {clause(MATCH, 125).list("L"), " match extcommunity L",
          "extcommunity (extcommunity-list filter): L"},
@@ -460,7 +472,8 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         {ADD, ext(EXTCOMM_SOO, 3), ACL_OK, "\" set extcommunity soo 1:3 \""},
         {DEL, ext(EXTCOMM_RT, 9), ACL_OK, "no  set extcommunity soo 1:3"},  // all of them
         {DEL, ext(EXTCOMM_RT, 2), ACL_E_RMAP_NOENTRY, ""},
-        {ADD, ext(9, 1), ACL_E_RMAP_VALUE, ""},
+        {ADD, ext(9, 1), ACL_OK, "\" set extcommunity1:1 \""},  // neither word: meant
+        {DEL, ext(9, 1), ACL_OK, "no  set extcommunity1:1"},
         {ADD, ext(EXTCOMM_RT, 1, 0x80000001), ACL_E_RMAP_VALUE, ""},
         {ADD, counts(105, 0xFFFFFFFF), ACL_E_RMAP_VALUE, ""},
         {ADD, counts(111, 0xFFFFFFFF), ACL_E_RMAP_VALUE, ""},

@@ -132,6 +132,46 @@ TEST_F(Dispatch, EveryCommandCodeIsKnownAndEveryOtherOneIsRefused) {
     }
 }
 
+// Texts that a configuration line could not show as they are: refused wherever something is made.
+TEST_F(Dispatch, NamesThatNoLineCanShowAreRefused) {
+    const std::string bad[] = {"A B", "A\tB", "X\nip access-list standard Y", "\x7f", "\x01"};
+    const uint32_t makers[] = {1000, 1002, 1005, 1007, 1010, 1011, 1014, 1015, 1016, 1017, 1021,
+                               1022, 1025, 1039, 1041, 1042, 1044, 1147, 1149, 1161, 1188};
+    uint64_t counted = aclCounters.badNames;
+    auto refuses = [&](const std::vector<uint8_t>& request, const char* what, uint32_t code) {
+        EXPECT_EQ(ask(request), ACL_E_SYSTEM) << what << code;
+        EXPECT_EQ(aclCounters.badNames, ++counted) << what << code;
+    };
+    for (uint32_t code : makers)
+        for (const std::string& name : bad) refuses(cli(code, name.c_str(), 1100), "name ", code);
+    for (uint32_t code : {1022u, 1025u, 1161u, 1188u}) {
+        auto request = cli(code, "N", 1100);
+        reinterpret_cast<cliRmapClauseReq*>(request.data())->clause.list = listNameMake("A B");
+        refuses(request, "list ", code);
+    }
+    auto bind = cli(CLI_IP_BIND, "N", sizeof(cliBindReq));
+    std::strcpy(reinterpret_cast<cliBindReq*>(bind.data())->vlanText, "10\n20");
+    refuses(bind, "VLANs ", CLI_IP_BIND);
+    auto path = cli(CLI_ASPATH_ENTRY_ADD, "N", sizeof(cliAspathReq));
+    std::strcpy(reinterpret_cast<cliAspathReq*>(path.data())->text, "1 2\n");
+    refuses(path, "expression ", CLI_ASPATH_ENTRY_ADD);
+    auto expression = cli(CLI_EXTCOMM_ENTRY_ADD, "N", sizeof(cliExtCommReq));
+    auto& entry = reinterpret_cast<cliExtCommReq*>(expression.data())->entry;
+    std::strcpy(entry.body.text, "1\n");
+    (void)ask(expression);
+    EXPECT_EQ(aclCounters.badNames, counted) << "values are no text";
+    entry.kind = COMM_REGEXP;
+    refuses(expression, "expression ", CLI_EXTCOMM_ENTRY_ADD);
+    for (uint32_t mtype = 14442; mtype <= 14455; mtype++) {
+        if (mtype == 14444 || mtype == 14445) continue;  // not built yet
+        auto request = message(mtype, 300);
+        std::strcpy(reinterpret_cast<char*>(request.data() + 72), "A B");
+        deliver(request);
+        EXPECT_EQ(aclCounters.badNames, ++counted) << mtype;
+    }
+    EXPECT_EQ(testCfgLines().size(), 0u);
+}
+
 TEST_F(Dispatch, AnEntryIsAddedShownAndDeletedByMessages) {
     auto create = cli(CLI_IP_LIST_CREATE, "A", sizeof(cliListReq));
     reinterpret_cast<cliListReq*>(create.data())->kind = IP_KIND_STANDARD;
