@@ -16,9 +16,21 @@ void lower(matchNode* node, matchGroup** group, uint32_t order) {
 }  // namespace
 
 matchNode* matchNodeMake(bool leaf, uint32_t capacity, size_t itemSize) {
-    void* block = zekMC_MM_malloc(sizeof(matchNode) + capacity * itemSize);
+    const size_t front = leaf && capacity == LEAF_CHUNK ? sizeof(matchNode*) : 0;
+    auto* block =
+        static_cast<char*>(zekMC_MM_malloc(front + sizeof(matchNode) + capacity * itemSize));
     if (block == nullptr) return nullptr;
-    return new (block) matchNode{0, capacity, leaf};
+    auto* node = new (block + front) matchNode{0, capacity, leaf};
+    if (front != 0) *matchMoreAt(node) = nullptr;
+    return node;
+}
+
+void matchNodeFree(matchNode* node) {
+    matchNode** more = matchMoreAt(node);
+    if (more != nullptr)
+        zekMC_MM_free(more);
+    else
+        zekMC_MM_free(node);
 }
 
 bool matchNodeReserve(matchNode** at, size_t itemSize) {
@@ -28,7 +40,7 @@ bool matchNodeReserve(matchNode** at, size_t itemSize) {
     if (larger == nullptr) return false;
     larger->count = node->count;
     std::memcpy(larger + 1, node + 1, node->count * itemSize);
-    zekMC_MM_free(node);
+    matchNodeFree(node);
     *at = larger;
     return true;
 }
@@ -69,12 +81,16 @@ void matchGroupErase(matchNode* node, matchGroup* group) {
 }
 
 void matchFree(matchNode* node) {
-    if (node == nullptr) return;
-    if (!node->leaf)
-        for (matchGroup& group : matchItems<matchGroup>(node)) {
-            for (uint64_t i = 0; i < matchTableSize(group.table); i++)
-                matchFree(static_cast<matchNode*>(group.table.slots[i].item));
-            matchTableFree(&group.table);
-        }
-    zekMC_MM_free(node);
+    while (node != nullptr) {
+        if (!node->leaf)
+            for (matchGroup& group : matchItems<matchGroup>(node)) {
+                for (uint64_t i = 0; i < matchTableSize(group.table); i++)
+                    matchFree(static_cast<matchNode*>(group.table.slots[i].item));
+                matchTableFree(&group.table);
+            }
+        matchNode** more = matchMoreAt(node);
+        matchNode* next = more != nullptr ? *more : nullptr;
+        matchNodeFree(node);
+        node = next;
+    }
 }

@@ -12,7 +12,7 @@
 // and a group finds the node with the rules of one value. So a search costs a look-up per mask that
 // is in use, however many rules there are. Few rules stay together in a leaf, which is tried in
 // order; a leaf that grows above LEAF_RULES becomes an inner node. Below the last level are rules
-// whose words are all the same: those leaves grow.
+// whose words are all the same: those leaves grow, in chunks of LEAF_CHUNK.
 //
 // A node has at most MATCH_GROUPS groups by the masks that its rules have. A mask beyond them goes
 // to the group of a coarser one: its leading ones, in whole bytes. There are nine of those. A leaf
@@ -38,6 +38,7 @@
 #include "platform/policylib/matchTable.h"
 
 constexpr uint32_t LEAF_RULES = 16;
+constexpr uint32_t LEAF_CHUNK = 1024;  // a power of two
 constexpr uint32_t MATCH_GROUPS = 1024;
 constexpr uint32_t MATCH_ORDER_NONE = 0xFFFFFFFF;  // orders are below it
 
@@ -91,6 +92,17 @@ uint64_t matchCoarse(uint64_t mask, uint64_t part);
 void matchGroupErase(matchNode* node, matchGroup* group);
 // Frees a node with everything below it; null: nothing.
 void matchFree(matchNode* node);
+void matchNodeFree(matchNode* node);  // alone
+
+// Where a leaf that has grown to a chunk has the next one; in front of the node. Null: no chunk.
+inline matchNode** matchMoreAt(matchNode* node) {
+    const bool isChunk = node->leaf && node->capacity == LEAF_CHUNK;
+    return isChunk ? reinterpret_cast<matchNode**>(node) - 1 : nullptr;
+}
+inline const matchNode* matchMore(const matchNode* node) {
+    matchNode** more = matchMoreAt(const_cast<matchNode*>(node));
+    return more != nullptr ? *more : nullptr;
+}
 
 // --- search ----------------------------------------------------------------------------------
 
@@ -112,13 +124,14 @@ template <class Shape, size_t Level = 0, class Verify>
 inline void matchSearch(const matchNode* node, const uint64_t (&words)[Shape::words],
                         const Verify& verify, matchFound* best) {
     if (node->leaf) {
-        for (const auto& rule : matchItems<matchRule<Shape>>(node)) {
-            if (rule.order >= best->order) return;
-            if (!matchWordsMatch<Shape>(rule, words)) continue;
-            if (!rule.exact && !verify(rule.record)) continue;
-            *best = {rule.order, rule.record};
-            return;
-        }
+        for (; node != nullptr; node = matchMore(node))
+            for (const auto& rule : matchItems<matchRule<Shape>>(node)) {
+                if (rule.order >= best->order) return;
+                if (!matchWordsMatch<Shape>(rule, words)) continue;
+                if (!rule.exact && !verify(rule.record)) continue;
+                *best = {rule.order, rule.record};
+                return;
+            }
     } else if constexpr (Level < std::size(Shape::levels)) {
         uint64_t word = words[Shape::levels[Level].word];
         for (const matchGroup& group : matchItems<matchGroup>(node)) {
@@ -139,6 +152,31 @@ size_t matchLeafPlace(matchNode* leaf, uint32_t order) {
     auto rules = matchItems<matchRule<Shape>>(leaf);
     return static_cast<size_t>(
         std::ranges::lower_bound(rules, order, {}, &matchRule<Shape>::order) - rules.begin());
+}
+
+// The chunk of a leaf in which an order belongs.
+template <class Shape>
+matchNode** matchChunkOf(matchNode** at, uint32_t order) {
+    for (matchNode** more; (more = matchMoreAt(*at)) != nullptr && *more != nullptr; at = more)
+        if (matchItems<matchRule<Shape>>(*more)[0].order > order) break;
+    return at;
+}
+
+// Parts a full chunk; one that the order only continues gets an empty one behind it. The chunk in
+// which the order belongs, or null: no memory.
+template <class Shape>
+matchNode** matchChunkSplit(matchNode** at, uint32_t order) {
+    matchNode* behind = matchNodeMake(true, LEAF_CHUNK, sizeof(matchRule<Shape>));
+    if (behind == nullptr) return nullptr;
+    auto rules = matchItems<matchRule<Shape>>(*at);
+    const uint32_t kept = rules.back().order < order ? LEAF_CHUNK : LEAF_CHUNK / 2;
+    behind->count = LEAF_CHUNK - kept;
+    std::ranges::copy(rules.subspan(kept), matchItems<matchRule<Shape>>(behind).begin());
+    (*at)->count = kept;
+    matchNode** more = matchMoreAt(*at);
+    *matchMoreAt(behind) = *more;
+    *more = behind;
+    return kept == LEAF_CHUNK || rules[kept].order <= order ? more : at;
 }
 
 template <class Shape, size_t Level = 0>
@@ -179,6 +217,9 @@ bool matchInsert(matchNode** at, const matchRule<Shape>& rule) {
             return matchInsertBelow<Shape, Level>(at, rule);
         }
     }
+    at = matchChunkOf<Shape>(at, rule.order);
+    if ((*at)->count == LEAF_CHUNK && (at = matchChunkSplit<Shape>(at, rule.order)) == nullptr)
+        return false;
     if (!matchNodeReserve(at, sizeof rule)) return false;
     size_t place = matchLeafPlace<Shape>(*at, rule.order);
     (*at)->count++;
@@ -192,8 +233,9 @@ bool matchInsert(matchNode** at, const matchRule<Shape>& rule) {
 // when that was the last one.
 template <class Shape, size_t Level = 0>
 bool matchRemove(matchNode** at, const matchRule<Shape>& rule) {
-    matchNode* node = *at;
     bool done = false;
+    if ((*at)->leaf) at = matchChunkOf<Shape>(at, rule.order);
+    matchNode* node = *at;
     if (node->leaf) {
         auto rules = matchItems<matchRule<Shape>>(node);
         auto place =
@@ -216,13 +258,16 @@ bool matchRemove(matchNode** at, const matchRule<Shape>& rule) {
             if (left == nullptr) {
                 matchTableErase(&group->table, key);
                 if (group->table.used == 0) matchGroupErase(node, group);
+            } else if (left != below) {
+                *matchTableAt(&group->table, key) = left;  // it is there: nothing is allocated
             }
             if (done) break;
         }
     }
     if (node->count != 0) return done;
-    matchFree(node);
-    *at = nullptr;
+    matchNode** more = matchMoreAt(node);
+    *at = more != nullptr ? *more : nullptr;
+    matchNodeFree(node);
     return done;
 }
 
@@ -231,9 +276,11 @@ bool matchRemove(matchNode** at, const matchRule<Shape>& rule) {
 template <class Shape, class OrderOf>
 uint32_t matchReorder(matchNode* node, const OrderOf& orderOf) {
     if (node->leaf) {
-        auto rules = matchItems<matchRule<Shape>>(node);
-        for (auto& rule : rules) rule.order = orderOf(rule.record);
-        return rules[0].order;
+        for (matchNode* chunk = node; chunk != nullptr;
+             chunk = const_cast<matchNode*>(matchMore(chunk)))
+            for (auto& rule : matchItems<matchRule<Shape>>(chunk))
+                rule.order = orderOf(rule.record);
+        return matchItems<matchRule<Shape>>(node)[0].order;
     }
     auto groups = matchItems<matchGroup>(node);
     for (matchGroup& group : groups) {

@@ -156,36 +156,42 @@ INSTANTIATE_TEST_SUITE_P(Shapes, FilterIndexAgainstTheWalk,
                                          shape{7, 1, 200, false}));
 
 // Whatever allocation of the index fails, the add succeeds and the list answers.
-// A mask of its own for every entry: the groups that an add and a search look at stay bounded, and
-// what decides is what a walk finds.
+// A mask of its own for every entry: the groups that an add and a search look at stay bounded, what
+// is left over is moved a chunk at a time, and what decides is what a walk finds.
 TEST_F(FilterIndex, MasksThatAllDifferShareGroups) {
     aclList* list = create("A", IP_KIND_EXTENDED);
     std::mt19937 random(11);
-    constexpr uint32_t ENTRIES = 6000;
-    for (uint32_t i = 0; i < ENTRIES; i++) {
-        const uint32_t mask = i % 2 != 0 ? i : ~i;  // with leading ones and without
-        const uint32_t word = static_cast<uint32_t>(random());
-        ASSERT_EQ(add("A", extended(i % 3, IP_PROTO_ANY).from(word & mask, mask).to(0, 0)), 0u);
-    }
-    ASSERT_NE(list->filterIndex, nullptr);
-    EXPECT_LE(list->filterIndex->count, MATCH_GROUPS + 9);
+    constexpr uint32_t ENTRIES = 8000;
     auto check = [&] {
-        for (int i = 0; i < 2000; i++) {
+        for (int i = 0; i < 1000; i++) {
             const aclEntry* entry = list->head;
             ipPacket packet{};
-            packet.src = static_cast<uint32_t>(random()) & static_cast<uint32_t>(random());
+            packet.src = static_cast<uint32_t>(random() & random() & random());
             while (entry != nullptr && (packet.src & entry->block.srcMask) != entry->block.src)
                 entry = entry->next;
             ASSERT_EQ(ipFilterFind(list, packet), entry);
         }
     };
-    check();
-    for (uint32_t i = 0; i < ENTRIES - 100; i++) {
-        auto goes = standard(IP_PERMIT, 0, 0).at(5 + 5 * ((i * 7919) % ENTRIES));
-        ASSERT_EQ(del("A", goes), 0u);
-        if (i % 1000 == 0) check();
+    // Numbers upwards, downwards and across.
+    for (uint32_t step : {1u, ENTRIES - 1, 2741u}) {
+        for (uint32_t i = 0; i < ENTRIES; i++) {
+            const uint32_t mask = i % 2 != 0 ? i : ~i;  // with leading ones and without
+            const uint32_t word = static_cast<uint32_t>(random() & random());
+            const rule entry = extended(i % 3, IP_PROTO_ANY).from(word & mask, mask).to(0, 0);
+            ASSERT_EQ(add("A", entry.at(1 + (i * step) % ENTRIES)), 0u);
+        }
+        ASSERT_NE(list->filterIndex, nullptr);
+        EXPECT_LE(list->filterIndex->count, MATCH_GROUPS + 9);
+        check();
+        renumber(list, 10, 1);
+        check();
+        renumber(list, 1, 1);
+        for (uint32_t i = 0; i < ENTRIES; i++) {
+            ASSERT_EQ(del("A", standard(IP_PERMIT, 0, 0).at(1 + (i * 4409) % ENTRIES)), 0u);
+            if (i % 2000 == 0) check();
+        }
+        EXPECT_EQ(list->filterIndex, nullptr);
     }
-    check();
 }
 
 TEST_F(FilterIndex, AListWithoutMemoryForItsIndexIsWalked) {
