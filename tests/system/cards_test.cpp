@@ -150,7 +150,8 @@ TEST(Cards, BindingsArePrintedAndReadBack) {
                  "interface 1/0\n ip access-group A in implicit-permit Vlan 10-20,30\n"
                  " ip access-group B out\n"
                  "interface port-channel 1\n ip access-group LATER in\n"
-                 "interface control-plane\n ip access-group B in\n");
+                 "interface control-plane\n ip access-group B in\n"
+                 "interface 0x00030009\n ip access-group B in\n");
     std::string printed = chassis.runningConfig();
     for (const char* line :
          {"\ninterface 1/0\n", "\n ip access-group A in implicit-permit Vlan 10-20,30\n",
@@ -161,6 +162,16 @@ TEST(Cards, BindingsArePrintedAndReadBack) {
     EXPECT_EQ(chassis.runningConfig(), printed);
     commandResult checked = chassis.shell({"-C", "-f", "-"}, printed);
     EXPECT_EQ(checked.status, 0) << checked.err;
+    // A LAG that the description does not have: its port gets the list when it joins.
+    EXPECT_NE(printed.find("\ninterface 0x00030009\n ip access-group B in\n"), std::string::npos);
+    chassis.show("debug join 0x00030009 1/1");
+    std::string rows;
+    EXPECT_TRUE(waitUntil([&] {
+        commandResult result = chassis.installed("B");
+        rows = chassis.squeezed(result.out);
+        return result.status == 0 &&
+               rows.find("0x00030009 (1/1),in,1,in step;") != std::string::npos;
+    })) << rows;
 
     chassisFixture other;
     ASSERT_TRUE(other.startManager());
