@@ -99,7 +99,7 @@ struct dataplane {
     void (*walk)(void* set, const std::function<bool(const dpList&)>& fn);
     // Packets that an entry has matched since it was installed; false when it is not there.
     bool (*counters)(void* inForce, const dpPlace& place, uint32_t key, uint64_t* packets);
-    // The most entries that it can hold, in all lists of both sets.
+    // The most entries that it can hold in all lists of both sets; a list counts as one more.
     size_t (*capacity)(void* inForce);
 };
 

@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
                    "seconds between the registrations of an agent in step (default 5)")
         ->check(CLI::Range(0.01, 86400.0));
     app.add_option("--max-entries", maxEntries,
-                   "entries that the card has room for (default 4000000)");
+                   "entries, and lists, that the card has room for (default 4000000)");
     CLI11_PARSE(app, argc, argv);
     config.registerEveryMs = static_cast<uint64_t>(std::lround(registerEvery * 1000));
     std::string error;

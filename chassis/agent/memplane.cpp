@@ -28,18 +28,23 @@ struct memSet {
 
 struct memPlane {
     size_t capacity;
-    size_t used = 0;  // entries in all lists
+    size_t used = 0;  // by all lists, see sizeOf
     memSet inForce{this, {}}, staged{this, {}};
     memPlane(size_t most) : capacity(most) {}
     memPlane(const memPlane&) = delete;
     memPlane& operator=(const memPlane&) = delete;
 };
 
+// A list without entries takes room, too.
+size_t sizeOf(const dpList& list) {
+    return list.entries.size() + 1;
+}
+
 memList::memList(memPlane* p, dpList l) : plane(p), list(std::move(l)) {
-    plane->used += list.entries.size();
+    plane->used += sizeOf(list);
 }
 memList::~memList() {
-    plane->used -= list.entries.size();
+    plane->used -= sizeOf(list);
 }
 
 memSet& setOf(void* set) {
@@ -91,8 +96,8 @@ bool install(void* set, dpList& list) {
     }
     // What it replaces makes room, unless that stays in force.
     std::shared_ptr<memList>* old = heldAt(set, place);
-    size_t freed = old != nullptr && old->use_count() == 1 ? (*old)->list.entries.size() : 0;
-    if (list.entries.size() > plane->capacity - (plane->used - freed)) return false;
+    size_t freed = old != nullptr && old->use_count() == 1 ? sizeOf((*old)->list) : 0;
+    if (sizeOf(list) > plane->capacity - (plane->used - freed)) return false;
     auto held = std::make_shared<memList>(plane, std::move(list));
     setOf(set).lists.insert_or_assign(std::move(place), std::move(held));
     return true;
@@ -103,7 +108,7 @@ dpList* writable(void* set, const dpPlace& place, size_t more) {
     memPlane* plane = setOf(set).plane;
     std::shared_ptr<memList>* held = heldAt(set, place);
     if (held == nullptr) return nullptr;
-    size_t copied = held->use_count() > 1 ? (*held)->list.entries.size() : 0;
+    size_t copied = held->use_count() > 1 ? sizeOf((*held)->list) : 0;
     if (copied + more > plane->capacity - plane->used) return nullptr;
     if (held->use_count() > 1) *held = std::make_shared<memList>(plane, (*held)->list);
     return &(*held)->list;

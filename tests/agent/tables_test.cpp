@@ -411,11 +411,12 @@ TEST_F(Tables, WhatTheDataPlaneHoldsIsAdopted) {
     EXPECT_EQ(installedText(next), at(OTHER_PORT, "0: 5"));
 }
 
-// Room for 10 entries. What a replay brings unchanged needs none; what does not fit beside the old
-// lists comes into force list by list; what does not fit at all is refused and takes nothing away.
+// Room for 13 entries and lists. What a replay brings unchanged needs none; what does not fit
+// beside the old lists comes into force list by list; what does not fit at all is refused and takes
+// nothing away.
 TEST_F(Tables, AReplayWithoutRoomForBoth) {
     memplaneDestroy(&t.plane);
-    t.plane = memplaneCreate(10);
+    t.plane = memplaneCreate(13);
     const uint32_t third = 0x040C0003;
     send({14409, "L", PORT, entries(1, 4)});
     send({14409, "L", OTHER_PORT, entries(1, 4)});
@@ -427,16 +428,16 @@ TEST_F(Tables, AReplayWithoutRoomForBoth) {
         {4, 4, 2, 0, true,
          at(PORT, "0: 1 2 3 4") + at(OTHER_PORT, "0: 1 2 3 4") + at(third, "0: 1 2")},
         {3, 5, 0, 1, true, at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5")},
-        {3, 8, 1, 2, false,
+        {3, 9, 1, 2, false,
          at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
-        {0, 11, 0, 2, false,
+        {0, 14, 0, 2, false,
          at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
         {0, 10, 0, 3, false,
          at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
         {0, 0, 10, 4, false,
          at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
         {0, 0, 0, 4, true, ""},
-        {0, 10, 0, 5, true, at(OTHER_PORT, "0: 1 2 3 4 5 6 7 8 9 10")},
+        {0, 12, 0, 5, true, at(OTHER_PORT, "0: 1 2 3 4 5 6 7 8 9 10 11 12")},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.end);
@@ -449,24 +450,21 @@ TEST_F(Tables, AReplayWithoutRoomForBoth) {
         EXPECT_EQ(installedText(t), r.end);
         EXPECT_EQ(t.byLists, r.byLists);
     }
-    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(11, 1)}), agentVerdict::refused);
+    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(13, 1)}), agentVerdict::refused);
     EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(10, 1)}), agentVerdict::applied);
     EXPECT_EQ(send({14411, "L", OTHER_PORT, entries(9, 1)}), agentVerdict::applied);
-    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(11, 1)}), agentVerdict::applied);
+    EXPECT_EQ(send({14410, "L", OTHER_PORT, entries(13, 1)}), agentVerdict::applied);
     // Shared with the staged set, then changed there: a copy, for which there is no room.
     agentTablesReplayBegin(&t);
-    bytes same = build({14409, "L", OTHER_PORT, entries(1, 8)});
-    for (const bytes& e : {entry4(10, 0), entry4(11, 0)})
-        same.insert(same.end(), e.begin(), e.end());
-    put32(same, 8, static_cast<uint32_t>(same.size()));
-    put32(same, 128, static_cast<uint32_t>(same.size() - HEADER));
-    put32(same, HEADER + 312, 10);
-    send(same);
+    listMessage same{14409, "L", OTHER_PORT, entries(1, 12)};
+    same.entries[8] = entry4(13, 0);  // in place of number 9
+    same.entries[9] = entry4(10, 0);
+    EXPECT_EQ(send(same), agentVerdict::applied);
     EXPECT_EQ(t.replay, agentReplay::beside);
     EXPECT_EQ(send({14411, "L", OTHER_PORT, entries(1, 1)}), agentVerdict::applied);
     EXPECT_EQ(t.replay, agentReplay::byList);
     EXPECT_TRUE(agentTablesReplayEnd(&t));
-    EXPECT_EQ(installedText(t), at(OTHER_PORT, "0: 2 3 4 5 6 7 8 10 11"));
+    EXPECT_EQ(installedText(t), at(OTHER_PORT, "0: 2 3 4 5 6 7 8 10 11 12 13"));
 }
 
 // A data plane that refuses: counted, and nothing pretends to be installed.
