@@ -246,7 +246,8 @@ agentVerdict removeList(agentTables* tables, uint32_t id, dpList&& list) {
 // Entries of system lists come for interfaces that the list itself was never sent to.
 agentVerdict addSystem(agentTables* tables, uint32_t id, dpList&& list) {
     if (installed(*tables, list) == nullptr) return installList(tables, id, std::move(list));
-    for (auto& [arrival, entry] : list.entries) {
+    for (auto& row : list.entries) {
+        dpEntry& entry = row.second;
         const dpList* now = installed(*tables, list);
         if (findContent(*now, entry) != nullptr) continue;
         entry.key = now->lastKey + 1;
