@@ -42,11 +42,11 @@ bool ofThisPhase(const agentLink& link, uint32_t sequence) {
     return sequence - link.phaseFirst < link.sequence + 1 - link.phaseFirst;
 }
 
-// No session has begun. A manager that marks replays is only late; another one may have taken the
-// registration for a repeated one.
+// No session has begun. A manager that marks replays may count this need as served; another one
+// may have taken the registration for a repeated one.
 void giveUpWaiting(agentLink* link, uint64_t nowMs) {
     if (link->markingPid != 0 && link->markingPid == link->answerPid) {
-        link->giveUpAt = nowMs + LINK_REPLAY_MS;
+        lose(link, nowMs);
     } else if (!link->replayIsSure && (link->replayWanted || !link->mayAskDown)) {
         enter(link, linkPhase::unconfirmed, nowMs);
     } else if (link->mayAskDown) {
@@ -185,6 +185,9 @@ void linkEnded(agentLink* link, bool whole, uint64_t nowMs) {
 }
 
 void linkRefused(agentLink* link, uint64_t nowMs) {
+    // What comes before the replay that is asked for is replaced by it.
+    bool asked = link->phase == linkPhase::registering || link->phase == linkPhase::awaitReplay;
+    if (link->need != 0 && asked) return;
     if (link->markingPid != 0 && link->markingPid == link->sessionPid) lose(link, nowMs);
 }
 

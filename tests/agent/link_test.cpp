@@ -193,6 +193,31 @@ TEST_F(Link, WhatIsLostIsAskedForWithPatience) {
     }
 }
 
+// Many messages that cannot be used are one loss; a replay that does not come is another.
+TEST_F(Link, ANeedIsRaisedOnceUntilItIsServed) {
+    comeIntoStep();
+    for (int i = 0; i < 100; i++) linkRefused(&l, now);
+    EXPECT_EQ(l.lost, 1u);
+    uint32_t first = need();
+    EXPECT_NE(first, 0u);
+    EXPECT_EQ(due(), linkAction::sendRegistration);
+    registered(MANAGER);
+    for (int i = 0; i < 100; i++) linkRefused(&l, now);
+    for (int second = 0; l.lost == 1 && second < 60; second++) {
+        later(LINK_RETRY_MS);
+        EXPECT_EQ(due(), linkAction::sendRegistration);
+        if (l.lost == 1) registered(MANAGER);
+    }
+    EXPECT_EQ(l.lost, 2u);
+    EXPECT_EQ(l.downs, 0u);
+    later(LINK_LOSS_MS);
+    EXPECT_NE(need(), first);
+    begin(MANAGER);
+    linkRefused(&l, now);  // the replay is void
+    EXPECT_EQ(state(), "replay needed");
+    EXPECT_EQ(l.lost, 3u);
+}
+
 // --- managers that mark nothing ------------------------------------------------------------------
 
 TEST_F(Link, AnUnmarkedReplayIsTakenWhenNothingMoreComes) {
