@@ -1,7 +1,7 @@
 // Copies of access lists to the management tasks that keep them: SNMP, IPM and SYSADM.
 //
 // Nothing here is repeated or reported: a task that is not there, a full queue and a want of memory
-// cost a debug line, and the task is sent the whole list when it registers anew.
+// cost a debug line. A queue that has lost a message starts over with every list of its task.
 #include "include/mgmtMsg.h"
 
 #include <algorithm>
@@ -76,6 +76,7 @@ bool sendMessage(const mgmtTask& task, const aclList& list, uint32_t messageId, 
     const size_t length = sizeof(mgmtMsg) + count * sizeof(image);
     auto* message = static_cast<mgmtMsg*>(acl_Swp_Alloc(length));
     if (message == nullptr) {
+        zekSwpQueueLose(task.queue);
         aclDebug(DEBUG_ACL_IPC, "Malloc failure\r\n");
         return false;
     }

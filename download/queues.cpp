@@ -80,12 +80,16 @@ int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts) {
                            &aclNode->sysadmtsktargetcard, "SYSADMTSK", attempts);
 }
 
-int aclCheckSwpQueueHealth(zekSwpHandle queue) {
-    if (zekSwpIsQueueAlive(queue)) return 1;
-    zekSwpQueueFlush(queue);
+void aclReportQueueReset(zekSwpHandle queue) {
     char own[64] = "?", peer[64] = "?";
     (void)zekSwpGetTaskNamesFromQHandle(queue, own, peer, sizeof own);
     aclSysErr(SYSERR_SWP, "Resetting SWP queue from %s to %s", own, peer);
+}
+
+int aclCheckSwpQueueHealth(zekSwpHandle queue) {
+    if (zekSwpIsQueueAlive(queue)) return 1;
+    zekSwpQueueFlush(queue);
+    aclReportQueueReset(queue);
     return 0;
 }
 

@@ -136,6 +136,7 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, uint32_t ifindex, const
     const size_t length = sizeof(agentHdr) + bodyLen;
     auto* message = static_cast<agentHdr*>(acl_Swp_Alloc(length));
     if (message == nullptr) {
+        zekSwpQueueLose(route.queue);  // the agent lacks it: a replay must bring it
         aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");
         return -1;
     }

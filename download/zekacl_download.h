@@ -148,6 +148,7 @@ int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts);
 int AclSwpEnqueACL2(void* message, size_t length);
 // 1 when the queue is healthy; else it is flushed, a system error raised, and the result is 0.
 int aclCheckSwpQueueHealth(zekSwpHandle queue);
+void aclReportQueueReset(zekSwpHandle queue);  // the system error of it
 
 // --- line cards (linecard.cpp) ---------------------------------------------------------------
 

@@ -23,6 +23,9 @@ void aclV6SendEntToSNMP(aclList* list, const acl6Entry* entry, uint32_t messageI
 void aclV6SendListToSYSADMTSK(aclList* list, uint32_t messageId);
 void aclV6SendEntToSYSADMTSK(aclList* list, const acl6Entry* entry, uint32_t messageId);
 
+// Every list that a management task is a client of, to that task. A read lock is enough.
+void aclSendListsToTask(uint32_t application, uint32_t instance);
+
 // The member ports of a LAG in the order in which they joined, *count of them; null and 0 when the
 // LAG is not known or empty. Good until the lock is released.
 const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count);

@@ -7,6 +7,7 @@
 #include "include/interface.h"
 #include "include/linecard.h"
 #include "include/service.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
 
 namespace {
@@ -107,4 +108,18 @@ void aclPropagateToIPM(aclList* list, uint32_t messageId) {
 void aclPropagateToSYSADM(aclList* list, uint32_t messageId) {
     for (aclBinding* b = list->bindings; b != nullptr; b = b->next)
         if (b->kind == BIND_TASK && b->id == APP_SYSADM) aclSendListToSYSADMTSk(list, messageId);
+}
+
+void aclSendListsToTask(uint32_t application, uint32_t instance) {
+    for (aclList* list = ipAccessListFindFirst(); list != nullptr;
+         list = ipAccessListFindNext(list->name)) {
+        if (list->placeholder != 0) continue;
+        for (const aclBinding* b = list->bindings; b != nullptr; b = b->next) {
+            if (b->kind != BIND_TASK || b->id != application) continue;
+            // The instances of IPM have queues of their own, those of the others share one.
+            if (application == APP_IPM && b->instance != instance) continue;
+            aclSendToTask(list, aclListAdded, *b);
+            break;
+        }
+    }
 }

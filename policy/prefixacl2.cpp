@@ -15,6 +15,7 @@ bool queueRequest(uint32_t code, const listName& name, const void* body, uint32_
     uint32_t length = static_cast<uint32_t>(sizeof(cliHdr)) + bodyBytes;
     void* block = zekMC_M_memBlockVarAlloc(POOL_ACL2_MESSAGE, ZEK_MEM_FLAGS, length);
     if (block == nullptr) {
+        zekSwpQueueLose(aclNode->acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");
         return false;
     }

@@ -55,16 +55,8 @@ constexpr replayStep replay[] = {
     {"egress MAC lists enable", nullptr},
 };
 
-void replayToCard(uint32_t slot) {
-    for (const replayStep& step : replay) {
-        if (step.run == nullptr) continue;
-        aclDebug(DEBUG_ACL_IPC, "linecard %d: %s\r\n", static_cast<int>(slot), step.what);
-        step.run(slot);
-    }
-}
-
 // The ingress list of the control-processor interface, to its own agent.
-void aclDownloadCfgtoAcl0() {
+void downloadToAcl0() {
     aclLockHeld<aclLock::read> held;
     const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
     aclList* list = intf != nullptr ? intf->lists[INTF_V4][INTF_IN] : nullptr;
@@ -91,6 +83,23 @@ void forgetAcl0Agent() {
 }
 
 }  // namespace
+
+void aclReplayToCard(uint32_t slot) {
+    const aclLinecard card = aclLinecardInfo[slot];
+    for (zekSwpHandle queue : {card.aclAgent, card.macAgent}) zekSwpReplayBegin(queue);
+    for (const replayStep& step : replay) {
+        if (step.run == nullptr) continue;
+        aclDebug(DEBUG_ACL_IPC, "linecard %d: %s\r\n", static_cast<int>(slot), step.what);
+        step.run(slot);
+    }
+    for (zekSwpHandle queue : {card.aclAgent, card.macAgent}) zekSwpReplayEnd(queue);
+}
+
+void aclDownloadCfgtoAcl0() {
+    zekSwpReplayBegin(aclNode->acl0qHandle);
+    downloadToAcl0();
+    zekSwpReplayEnd(aclNode->acl0qHandle);
+}
 
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
     const ipcHdr* hdr = msgHdr(message);
@@ -126,7 +135,7 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
         return -1;
     }
     AclIpcReply(node->regQfd, message);
-    replayToCard(slot);
+    aclReplayToCard(slot);
     return -1;
 }
 

@@ -351,14 +351,16 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
         if (got > 0) aclTakeMessage(node, buffer, static_cast<size_t>(got));
     };
     aclCounters.passes++;
-    if (zekSelect(ZEK_FD_MAX, &ready, SELECT_TIMEOUT_MS) > 0) {
+    const int selected = zekSelect(ZEK_FD_MAX, &ready, SELECT_TIMEOUT_MS);
+    if (selected > 0) {
         serve(node->tmrQfd);
         serve(node->regQfd);
         if (isReady(node->acl_swp_pipe)) (void)zekSwpReadPipe(node->acl_swp_pipe);
         serve(node->rspQfd);
-    } else if (errno != EINTR && errno != 0) {
+    } else if (selected < 0 && errno != EINTR) {
         aclDebug(DEBUG_ACL_GENERAL, "select failed in AclMain\n");
     }
+    aclServeQueues();
     if (pass % 4 == 0) aclSendRegistration();
     aclProcessRegexPendingDelete();
 }

@@ -71,9 +71,18 @@ int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message);
+// Replays, each in a new session: what the agents of a slot, or of the control processor, must
+// hold.
+void aclReplayToCard(uint32_t slot);
+void aclDownloadCfgtoAcl0();
 // Forgets a card's agents, so that the next registration rebuilds its state. A slot that there is
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);
+
+// --- queues that have lost messages (queueEvents.cpp) -----------------------------------------
+
+// Starts them over when their peers answer; called on every pass.
+void aclServeQueues();
 
 // --- registrations of clients (clientReg.cpp) ------------------------------------------------
 

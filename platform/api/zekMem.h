@@ -22,6 +22,8 @@ constexpr uint32_t ZEK_MEM_FLAGS = 0x50000;
 // reached its limit, when no class is large enough, or when the machine is out of memory.
 [[nodiscard]] void* zekMC_M_memBlockVarAlloc(uint32_t tag, uint32_t flags, size_t size);
 void zekMC_M_memBlockVarFree(void* block);
+// Gives memory without a block in use back to the system; it is kept for the next blocks otherwise.
+void zekMemTrim();
 
 // The platform allocator: general heap. Not zeroed. The last refusal's file and line are kept.
 [[nodiscard]] void* zekMC_MM_mallocAt(size_t size, const char* file, int line);

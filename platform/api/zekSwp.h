@@ -4,10 +4,22 @@
 // over) and a sequence number (word 4, from 1). The receiver answers each with a message of type
 // 402 that carries both words; an answer stands for every earlier number of its session too. The
 // sender keeps a backlog and a window, repeats the oldest unanswered message on time-out (type 401
-// on the timer queue) and calls the queue not alive after a stated number of repeats; a flush
-// empties it, and the next message starts a new session. The backlog holds 65,536 messages, the
-// window's included; the time-out is 250 ms, and 40 of them in a row make a queue dead when its
-// creator states no number.
+// on the timer queue) and calls the peer dead after a stated number of repeats. The time-out is
+// 250 ms; 40 of them in a row make a peer dead when the queue's creator states no number. A dead
+// peer is tried once a second, for ever, and the queue starts a new session when it answers.
+// The backlog holds 65,536 messages, the window's included, and 16 MB.
+//
+// There are two kinds of queues:
+//
+// The first form of zekSwpQueueCreate_p makes one that nobody looks after. While its peer is dead
+// it keeps what it has taken, and delivers it when the peer answers (what the peer had already
+// taken then comes twice); it refuses new messages. Each instance of the peer application that
+// messages are addressed to has a session of its own.
+//
+// The second form makes one whose owner can make everything again: agents, and tasks that keep
+// copies. When a message is lost (past the bound, by a dead peer, at a flush, or because the owner
+// could not make it) the queue gives all of them up at once and is `lost`; when its peer answers
+// it is `answered`, and the owner starts it over with a replay. Until then it refuses messages.
 #pragma once
 
 #include <cstddef>
@@ -41,11 +53,32 @@ int zekSwpReadPipe(int pipe);
 void zekSwpQueueRemove(zekSwpHandle queue);
 
 // Hands a message (from the queue's allocator) over: it belongs to the queue on success. 0 or -1
-// (unknown queue, backlog full, impossible length; the message is still the caller's).
+// (unknown queue, backlog full, peer dead, queue lost, impossible length; the message is still the
+// caller's).
 int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length);
-[[nodiscard]] bool zekSwpIsQueueAlive(zekSwpHandle queue);  // unknown handles count as alive
+// False when a flush would help: a queue that nobody looks after has a dead peer. Unknown: alive.
+[[nodiscard]] bool zekSwpIsQueueAlive(zekSwpHandle queue);
 [[nodiscard]] bool zekSwpIsQueueEmpty(zekSwpHandle queue);  // nothing unanswered; unknown: empty
+// Gives up the messages and starts a new session; of dead peers only, where one is dead.
 void zekSwpQueueFlush(zekSwpHandle queue);
+
+// Queues of the second form. Others, and unknown ones, are always in step.
+enum class zekSwpState : uint8_t { inStep, lost, answered };
+[[nodiscard]] zekSwpState zekSwpQueueState(zekSwpHandle queue);
+// The owner could not make a message: the queue is lost.
+void zekSwpQueueLose(zekSwpHandle queue);
+// Around a replay: the queue is emptied, starts a new session and is in step. What is enqueued up
+// to the end has no bound; what it came to is the bound from then on when that is more.
+void zekSwpReplayBegin(zekSwpHandle queue);
+void zekSwpReplayEnd(zekSwpHandle queue);
+// What the owner has not been told yet: each loss once, each answer after it once. When losses
+// follow each other, the answers are told 0.25 s after the loss, then 0.5 s, up to 16 s. For the
+// task's loop: nothing is ever called back from within the other calls.
+struct zekSwpEvent {
+    zekSwpHandle queue;
+    zekSwpState state;  // lost or answered
+};
+bool zekSwpNextEvent(zekSwpEvent* event);
 int zekSwpGetTaskNamesFromQHandle(zekSwpHandle queue, char* own, char* peer, size_t size);
 
 // The sender's side of messages 401 and 402. zekSwpTimeout: 0 or an error code for zekSwpGetErr.
@@ -70,9 +103,12 @@ int zekSwpCkSeqAndAck(const void* message, zekSwpSeq* seen, uint32_t ownQueue);
 struct zekSwpStats {
     zekSwpHandle queue;
     uint32_t peerApp, slot, session;
-    uint32_t backlog;  // messages in the queue now
+    uint32_t instance;  // of the peer application, as the messages are addressed
+    uint32_t backlog;   // messages in the queue now
+    uint64_t bytes;     // in them
     uint64_t enqueued, acknowledged, repeated, flushed, refused, timeouts;
-    bool alive;
+    bool alive;  // the peer answers
+    zekSwpState state;
 };
-// Copies at most out.size() rows, returns the number of queues.
+// Copies at most out.size() rows, one for each session; returns their number.
 size_t zekSwpStatistics(std::span<zekSwpStats> out);

@@ -64,23 +64,20 @@ std::string showTrace(std::string_view) {
 std::string showQueues(std::string_view) {
     std::vector<zekSwpStats> rows(zekSwpStatistics({}));
     zekSwpStatistics(rows);
+    static constexpr const char* states[] = {"in step", "lost", "answered"};
     json queues = json::array();
     for (const zekSwpStats& q : rows) {
         char own[32], peer[32];
         (void)zekSwpGetTaskNamesFromQHandle(q.queue, own, peer, sizeof(own));
-        json row = {{"queue", q.queue},
-                    {"peer", peer},
-                    {"application", q.peerApp},
-                    {"slot", q.slot == UINT32_MAX ? json() : json(q.slot)},
-                    {"session", q.session},
-                    {"alive", q.alive},
-                    {"backlog", q.backlog},
-                    {"enqueued", q.enqueued},
-                    {"acknowledged", q.acknowledged},
-                    {"repeated", q.repeated},
-                    {"timeouts", q.timeouts},
-                    {"flushed", q.flushed},
-                    {"refused", q.refused}};
+        json row = {
+            {"queue", q.queue},         {"peer", peer},
+            {"application", q.peerApp}, {"slot", q.slot == UINT32_MAX ? json() : json(q.slot)},
+            {"session", q.session},     {"instance", q.instance},
+            {"alive", q.alive},         {"state", states[static_cast<size_t>(q.state)]},
+            {"backlog", q.backlog},     {"bytes", q.bytes},
+            {"enqueued", q.enqueued},   {"acknowledged", q.acknowledged},
+            {"repeated", q.repeated},   {"timeouts", q.timeouts},
+            {"flushed", q.flushed},     {"refused", q.refused}};
         queues.push_back(std::move(row));
     }
     return text(queues);

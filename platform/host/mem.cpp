@@ -2,9 +2,10 @@
 //
 // A class carves its blocks from 64 KB chunks that lie on 64 KB boundaries. The chunk's header
 // names the class, so a block needs no header of its own: its chunk is its address with the low 16
-// bits cleared. Freed blocks are chained through their first word and are handed out first. Chunks
-// are cut from large mappings, of which only touched pages cost memory, and go back when the pool
-// does.
+// bits cleared. Freed blocks are chained through their first word, in their chunk, and are handed
+// out first. A chunk whose last block is freed is spare, for any class; a trim gives the memory of
+// spare chunks back. Chunks are cut from large mappings, of which only touched pages cost memory,
+// and which go back when the pool does.
 //
 // Under the address sanitizer every block is a heap block of exactly the size asked for, with the
 // same counters and limits, so that use after free and overruns are found.
@@ -31,27 +32,29 @@
 namespace {
 
 constexpr size_t CHUNK_SIZE = 64 * 1024;
-constexpr size_t MAPPING_SIZE = 64 * CHUNK_SIZE;
+constexpr size_t CHUNKS_A_MAPPING = 64;
+constexpr size_t MAPPING_SIZE = CHUNKS_A_MAPPING * CHUNK_SIZE;
 constexpr size_t BLOCK_ALIGN = 8;
 
 struct freeBlock {
     freeBlock* next;
 };
 
-// The mutable side of a class; its counters are in `classes`, which the shows read.
-struct classState {
-    size_t blockSize;  // class size rounded up to the alignment
-    freeBlock* freed;
-    uint8_t* fresh;  // the newest chunk's untouched part
-    uint8_t* freshEnd;
-};
-
 struct chunkHead {
     uint64_t magic;
     uint32_t classIndex;
-    uint32_t reserved;
+    uint32_t used;  // blocks handed out
+    freeBlock* freed;
+    uint8_t* fresh;              // the untouched part
+    chunkHead *next, *previous;  // chunks of the class with room
 };
 [[maybe_unused]] constexpr uint64_t CHUNK_MAGIC = 0x7a656b4368756e6bull;
+
+// The mutable side of a class; its counters are in `classes`, which the shows read.
+struct classState {
+    size_t blockSize;  // class size rounded up to the alignment
+    chunkHead* room;   // chunks that can give a block
+};
 
 struct varPool {
     uint32_t id;
@@ -60,6 +63,8 @@ struct varPool {
     std::vector<classState> states;
     std::vector<uint8_t> firstFor;  // size / 8 -> the first class that may hold it
     std::vector<void*> mappings;
+    std::vector<uint8_t*> spare;     // chunks without a block in use
+    std::vector<uint8_t*> returned;  // those whose memory the system has
     uint8_t* mappingNext;
     uint8_t* mappingEnd;
 };
@@ -96,12 +101,22 @@ size_t giveBlock(void* block) {
 #else
 
 uint8_t* takeChunk() {
+    for (auto* chunks : {&pool.spare, &pool.returned}) {
+        if (chunks->empty()) continue;
+        uint8_t* chunk = chunks->back();
+        chunks->pop_back();
+        return chunk;
+    }
     if (pool.mappingNext == pool.mappingEnd) {
         // One chunk more than used, so that an aligned run of chunks always fits.
         void* mapping = mmap(nullptr, MAPPING_SIZE + CHUNK_SIZE, PROT_READ | PROT_WRITE,
                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (mapping == MAP_FAILED) return nullptr;
         pool.mappings.push_back(mapping);
+        // Room for every chunk, so that giving one back needs no memory.
+        for (auto* chunks : {&pool.spare, &pool.returned})
+            if (chunks->capacity() < pool.mappings.size() * CHUNKS_A_MAPPING)
+                chunks->reserve(2 * pool.mappings.size() * CHUNKS_A_MAPPING);
         auto start = (reinterpret_cast<uintptr_t>(mapping) + CHUNK_SIZE - 1) & ~(CHUNK_SIZE - 1);
         pool.mappingNext = reinterpret_cast<uint8_t*>(start);
         pool.mappingEnd = pool.mappingNext + MAPPING_SIZE;
@@ -111,31 +126,57 @@ uint8_t* takeChunk() {
     return chunk;
 }
 
+void addRoom(classState* state, chunkHead* chunk) {
+    chunk->previous = nullptr;
+    chunk->next = state->room;
+    if (state->room != nullptr) state->room->previous = chunk;
+    state->room = chunk;
+}
+
+void removeRoom(classState* state, chunkHead* chunk) {
+    if (chunk->next != nullptr) chunk->next->previous = chunk->previous;
+    (chunk->previous != nullptr ? chunk->previous->next : state->room) = chunk->next;
+}
+
+bool hasRoom(const classState& state, const chunkHead& chunk) {
+    const auto* end = reinterpret_cast<const uint8_t*>(&chunk) + CHUNK_SIZE;
+    return chunk.freed != nullptr || static_cast<size_t>(end - chunk.fresh) >= state.blockSize;
+}
+
 void* takeBlock(size_t c, size_t) {
     classState& state = pool.states[c];
-    if (freeBlock* block = state.freed) {
-        state.freed = block->next;
-        return block;
+    if (state.room == nullptr) {
+        uint8_t* memory = takeChunk();
+        if (memory == nullptr) return nullptr;
+        addRoom(&state, new (memory) chunkHead{CHUNK_MAGIC, static_cast<uint32_t>(c), 0, nullptr,
+                                               memory + sizeof(chunkHead), nullptr, nullptr});
     }
-    if (static_cast<size_t>(state.freshEnd - state.fresh) < state.blockSize) {
-        uint8_t* chunk = takeChunk();
-        if (chunk == nullptr) return nullptr;
-        *reinterpret_cast<chunkHead*>(chunk) = {CHUNK_MAGIC, static_cast<uint32_t>(c), 0};
-        state.fresh = chunk + sizeof(chunkHead);
-        state.freshEnd = chunk + CHUNK_SIZE;
+    chunkHead* chunk = state.room;
+    void* block = chunk->freed;
+    if (block != nullptr) {
+        chunk->freed = chunk->freed->next;
+    } else {
+        block = chunk->fresh;
+        chunk->fresh += state.blockSize;
     }
-    uint8_t* block = state.fresh;
-    state.fresh += state.blockSize;
+    chunk->used++;
+    if (!hasRoom(state, *chunk)) removeRoom(&state, chunk);
     return block;
 }
 
 size_t giveBlock(void* block) {
     auto address = reinterpret_cast<uintptr_t>(block);
-    auto* head = reinterpret_cast<chunkHead*>(address & ~(CHUNK_SIZE - 1));
-    assert(head->magic == CHUNK_MAGIC && "not a block of the variable pool");
-    classState& state = pool.states[head->classIndex];
-    state.freed = new (block) freeBlock{state.freed};
-    return head->classIndex;
+    auto* chunk = reinterpret_cast<chunkHead*>(address & ~(CHUNK_SIZE - 1));
+    assert(chunk->magic == CHUNK_MAGIC && "not a block of the variable pool");
+    const size_t c = chunk->classIndex;
+    classState& state = pool.states[c];
+    if (!hasRoom(state, *chunk)) addRoom(&state, chunk);
+    chunk->freed = new (block) freeBlock{chunk->freed};
+    if (--chunk->used == 0) {
+        removeRoom(&state, chunk);
+        pool.spare.push_back(reinterpret_cast<uint8_t*>(chunk));
+    }
+    return c;
 }
 
 #endif
@@ -182,8 +223,7 @@ int zek_memPartVarInit(uint32_t poolId, const uint32_t* classSizes, uint32_t cla
     pool.exists = true;
     for (uint32_t size : sizes) {
         pool.classes.push_back({size, 0, 0, 0, UINT64_MAX});
-        pool.states.push_back(
-            {(size + BLOCK_ALIGN - 1) & ~(BLOCK_ALIGN - 1), nullptr, nullptr, nullptr});
+        pool.states.push_back({(size + BLOCK_ALIGN - 1) & ~(BLOCK_ALIGN - 1), nullptr});
     }
     pool.firstFor.resize(sizes.back() / BLOCK_ALIGN + 1);
     for (size_t unit = 0; unit < pool.firstFor.size(); unit++) {
@@ -218,6 +258,14 @@ void zekMC_M_memBlockVarFree(void* block) {
     if (block == nullptr) return;
     size_t c = giveBlock(block);
     if (c < pool.classes.size()) pool.classes[c].inUse--;
+}
+
+void zekMemTrim() {
+    for (; !pool.spare.empty(); pool.spare.pop_back()) {
+        uint8_t* chunk = pool.spare.back();
+        if (madvise(chunk, CHUNK_SIZE, MADV_DONTNEED) != 0) return;
+        pool.returned.push_back(chunk);
+    }
 }
 
 void* zekMC_MM_mallocAt(size_t size, const char* file, int line) {

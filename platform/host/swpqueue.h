@@ -7,8 +7,18 @@
 // A receiver takes only the next number, so the answer to a number releases everything before it
 // too. A lost message therefore costs one time-out: its repeat's answer shows that the peer is
 // back, and what was sent behind it, and was thrown away there, goes again at once.
+//
+// A peer that has used up its repeats is tried on, slowly, for ever. What becomes of the messages
+// meanwhile depends on the queue's owner:
+//   keeps:   nobody looks after the queue. Its messages stay, numbered for a new session, because
+//            a peer that has started anew knows nothing of the old one; new ones are refused.
+//   renews:  the owner can make everything again. All messages go at once but the oldest, which is
+//            repeated in its own session: a peer that was only slow answers it, and one that has
+//            started anew registers. The same happens past the bound, when a message could not be
+//            made, and at a flush; the owner starts the queue over when the peer has answered.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -18,8 +28,12 @@
 #include "include/ipc.h"
 #include "platform/api/zekSwp.h"
 
-constexpr size_t SWP_BACKLOG_MAX = 65536;  // messages, the window's included
-constexpr uint64_t SWP_TIMEOUT_MS = 250;   // until the oldest unanswered message is repeated
+constexpr size_t SWP_BACKLOG_MAX = 65536;     // messages, the window's included
+constexpr size_t SWP_BYTES_MAX = 16u << 20;   // in them
+constexpr uint64_t SWP_TIMEOUT_MS = 250;      // until the oldest unanswered message is repeated
+constexpr uint64_t SWP_PROBE_MS = 1000;       // between two tries of a peer that has given none
+constexpr uint64_t SWP_RENEW_MIN_MS = 250;    // from a loss to the renewal after the one before,
+constexpr uint64_t SWP_RENEW_MAX_MS = 16000;  // doubled from loss to loss up to this
 constexpr uint64_t SWP_FULL_RETRY_MS = 5;  // until a message that met a full socket is tried again
 constexpr size_t SWP_SENT_AT_ONCE = 16;    // messages that send() is given at most
 constexpr uint64_t SWP_NEVER = UINT64_MAX;
@@ -27,7 +41,7 @@ constexpr uint64_t SWP_NEVER = UINT64_MAX;
 enum swpError : int {
     SWP_OK = 0,
     SWP_E_MESSAGE = 1,   // not a message of this type and length
-    SWP_E_QUEUE = 2,     // no such queue, or one that has started over since
+    SWP_E_QUEUE = 2,     // no such queue
     SWP_E_SEQUENCE = 3,  // answers what was never sent
     SWP_E_DEAD = 4,      // the peer has not answered the last repeat
 };
@@ -42,9 +56,13 @@ struct swpMessage {
     size_t length;
 };
 
+enum class swpOwner : uint8_t { keeps, renews };
+
 struct swpQueue {
+    swpOwner owner = swpOwner::keeps;
     uint32_t window = 10;
     uint32_t repeatsMax = 40;  // time-outs in a row until the queue counts as dead
+    size_t messagesMax = SWP_BACKLOG_MAX, bytesMax = SWP_BYTES_MAX;  // 0: no bound
     // Sends the messages in their order and does not wait: how many the socket has taken. What a
     // peer that is not there should have got counts as taken, and lost like any other message.
     std::function<size_t(std::span<const swpMessage>)> send;
@@ -54,18 +72,25 @@ struct swpQueue {
     uint32_t session = 1;
     uint32_t firstSeq = 1;  // of backlog.front()
     std::deque<swpMessage> backlog;
+    size_t bytes = 0;      // in the backlog
     size_t inFlight = 0;   // from the front: sent at least once, not answered
     size_t cursor = 0;     // next to be sent; below inFlight while messages are sent again
     uint32_t repeats = 0;  // time-outs since the last answer
     bool alive = true;
-    uint64_t answerDue = SWP_NEVER;  // when the front counts as timed out
-    uint64_t retryAt = SWP_NEVER;    // when a full socket is tried again
+    zekSwpState state = zekSwpState::inStep;
+    bool heard = false;        // lost: the peer has answered since, or had nothing to answer
+    uint64_t renewFrom = 0;    // lost: not answered before
+    uint64_t renewWaitMs = 0;  // after the next loss
+    size_t replayMessages = 0, replayBytes = 0;  // enqueued since the replay began
+    uint64_t answerDue = SWP_NEVER;              // when the front counts as timed out
+    uint64_t retryAt = SWP_NEVER;                // when a full socket is tried again
 
     uint64_t enqueued = 0, acknowledged = 0, repeated = 0, flushed = 0, refused = 0, timeouts = 0;
 };
 
 // Takes the message over and sends what the window allows. -1 (the message stays the caller's) when
-// the backlog is full or the length impossible.
+// the length is impossible, the peer dead, the queue lost, or the bound passed, which loses a queue
+// that is renewed.
 int swpQueueEnqueue(swpQueue* queue, void* message, size_t length, uint64_t nowMs);
 // An answer. *released is the message that it answers, the caller's from now on; older ones are
 // freed. Repeated answers release nothing.
@@ -73,13 +98,19 @@ int swpQueueAnswer(swpQueue* queue, uint32_t session, uint32_t seq, uint64_t now
                    void** released);
 // When swpQueueExpire is due.
 inline uint64_t swpQueueDeadline(const swpQueue& queue) {
-    return queue.answerDue < queue.retryAt ? queue.answerDue : queue.retryAt;
+    const bool renew = queue.state == zekSwpState::lost && queue.heard;
+    return std::min({queue.answerDue, queue.retryAt, renew ? queue.renewFrom : SWP_NEVER});
 }
 // Repeats the oldest message when its time is up, and sends what a full socket held up. SWP_E_DEAD
 // when the peer has now used up its repeats.
 int swpQueueExpire(swpQueue* queue, uint64_t nowMs);
-// Frees everything and starts a new session.
-void swpQueueFlush(swpQueue* queue);
+// Frees everything and starts a new session; one that is renewed is lost when there was anything.
+void swpQueueFlush(swpQueue* queue, uint64_t nowMs);
+// Gives up everything but the oldest message, of a queue that is renewed.
+void swpQueueLose(swpQueue* queue, uint64_t nowMs);
+// A replay, from an empty queue and a new session on: without a bound, which follows from it.
+void swpQueueReplayBegin(swpQueue* queue);
+void swpQueueReplayEnd(swpQueue* queue);
 
 // The receiver's verdict on one message; 0 and 6 are to be answered.
 int swpReceive(zekSwpSeq* seen, uint32_t session, uint32_t seq);

@@ -176,7 +176,8 @@ void zekSwpQueueRemove(zekSwpHandle queue) {
 int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
     auto bytes = bytesOf(message, length);
     const auto* header = wireView<ipcHdr>(bytes);
-    bool fails = testFails(TEST_ENQUEUE) || !testHost.queues.contains(queue) || header == nullptr;
+    bool fails = testFails(TEST_ENQUEUE) || !testHost.queues.contains(queue) || header == nullptr ||
+                 zekSwpQueueState(queue) != zekSwpState::inStep;
     testRecord("swp " + std::to_string(queue) + " " +
                    (header != nullptr ? std::to_string(header->mtype) : std::string("short")) +
                    " length " + std::to_string(length) + (fails ? " failed" : ""),
@@ -196,6 +197,32 @@ void zekSwpQueueFlush(zekSwpHandle queue) {
     testRecord("swpflush " + std::to_string(queue));
     testHost.deadQueues.erase(queue);
     testHost.busyQueues.erase(queue);
+}
+
+zekSwpState zekSwpQueueState(zekSwpHandle queue) {
+    auto found = testHost.queueStates.find(queue);
+    return found != testHost.queueStates.end() ? found->second : zekSwpState::inStep;
+}
+void zekSwpQueueLose(zekSwpHandle queue) {
+    if (!testHost.queues.contains(queue) || zekSwpQueueState(queue) != zekSwpState::inStep) return;
+    testHost.queueStates[queue] = zekSwpState::lost;
+    testHost.queueEvents.push_back({queue, zekSwpState::lost});
+}
+void zekSwpReplayBegin(zekSwpHandle queue) {
+    if (!testHost.queues.contains(queue)) return;
+    testHost.queueStates.erase(queue);
+    std::erase_if(testHost.queueEvents, [=](const zekSwpEvent& e) { return e.queue == queue; });
+    testHost.replays[queue]++;
+    testHost.replaying.insert(queue);
+}
+void zekSwpReplayEnd(zekSwpHandle queue) {
+    testHost.replaying.erase(queue);
+}
+bool zekSwpNextEvent(zekSwpEvent* event) {
+    if (testHost.queueEvents.empty()) return false;
+    *event = testHost.queueEvents.front();
+    testHost.queueEvents.pop_front();
+    return true;
 }
 
 int zekSwpGetTaskNamesFromQHandle(zekSwpHandle queue, char* own, char* peer, size_t size) {

@@ -91,6 +91,11 @@ struct testPlatform {
     std::set<zekSwpHandle> deadQueues, busyQueues;  // not alive; not empty. A flush mends both.
     std::map<zekSwpHandle, std::pair<uint32_t, uint32_t>> queues;  // peer application, slot
     std::map<zekSwpHandle, zekSwpFree> queueFree;
+    // Of queues that have lost something; a replay mends it.
+    std::map<zekSwpHandle, zekSwpState> queueStates;
+    std::deque<zekSwpEvent> queueEvents;  // what the task is to be told
+    std::map<zekSwpHandle, int> replays;  // begun so far, by queue
+    std::set<zekSwpHandle> replaying;     // begun and not ended
 
     uint32_t clientWaitMs = 10000;
     uint64_t ticks = 0;     // taskDelay adds to it

@@ -2,11 +2,25 @@
 #include "platform/api/zekMem.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <fstream>
 #include <random>
 #include <thread>
 #include <vector>
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool poolIsHeap = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool poolIsHeap = true;
+#else
+constexpr bool poolIsHeap = false;
+#endif
+#else
+constexpr bool poolIsHeap = false;
+#endif
 
 namespace {
 
@@ -73,6 +87,7 @@ TEST_F(pools, BlocksKeepTheirContentWhateverIsTakenAndFreedAroundThem) {
     std::vector<block> blocks;
     std::mt19937 random(3);
     for (int step = 0; step < 40000; step++) {
+        if (step % 1000 == 0) zekMemTrim();
         if (blocks.empty() || random() % 5 < (step < 20000 ? 3u : 2u)) {
             size_t size = sizes[random() % (std::size(sizes) - 1)];
             auto mark = static_cast<uint8_t>(random());
@@ -91,6 +106,35 @@ TEST_F(pools, BlocksKeepTheirContentWhateverIsTakenAndFreedAroundThem) {
     }
     for (const block& b : blocks) zekMC_M_memBlockVarFree(b.bytes);
     for (const zekMemClass& c : zekMemClasses()) EXPECT_EQ(c.inUse, 0u) << c.size;
+}
+
+// Memory of this process that is in use, in bytes.
+size_t resident() {
+    size_t pages = 0, mapped = 0;
+    std::ifstream("/proc/self/statm") >> mapped >> pages;
+    return pages * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// A large backlog's messages leave nothing behind, and a block in use keeps its chunk alone.
+TEST_F(pools, ATrimGivesBackWhatIsNotInUse) {
+    constexpr size_t total = 40u << 20, step = 8192;
+    std::vector<void*> blocks;
+    blocks.reserve(total / step);
+    const size_t before = resident();
+    for (int round = 0; round < 2; round++) {
+        for (size_t i = 0; i < total / step; i++) {
+            blocks.push_back(take(step));
+            std::memset(blocks.back(), 1, step);
+        }
+        EXPECT_GE(resident(), before + total);
+        for (size_t i = 1; i < blocks.size(); i++) zekMC_M_memBlockVarFree(blocks[i]);
+        zekMemTrim();
+        EXPECT_EQ(static_cast<uint8_t*>(blocks[0])[step - 1], 1);
+        zekMC_M_memBlockVarFree(blocks[0]);
+        blocks.clear();
+        zekMemTrim();
+        EXPECT_TRUE(poolIsHeap || resident() < before + (4u << 20)) << resident() - before;
+    }
 }
 
 TEST_F(pools, APoolIsMadeOnceAndOnlyFromPossibleSizes) {

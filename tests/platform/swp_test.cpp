@@ -61,7 +61,7 @@ struct network {
             return taken;
         };
     }
-    ~network() { swpQueueFlush(&queue); }
+    ~network() { swpQueueFlush(&queue, now); }
     int enqueue(uint32_t id) {
         void* m = makeData(id);
         int result = swpQueueEnqueue(&queue, m, 64, now);
@@ -195,8 +195,8 @@ TEST(swpSender, ImpossibleAnswersChangeNothing) {
     const struct {
         uint32_t session, seq;
         int result;
-    } rows[] = {{99, 1, SWP_E_QUEUE},     {0, 1, SWP_E_QUEUE},
-                {100, 4, SWP_E_SEQUENCE},  // not sent yet
+    } rows[] = {{99, 1, SWP_OK},  // of a session that was given up
+                {0, 1, SWP_E_QUEUE},      {100, 4, SWP_E_SEQUENCE},  // not sent yet
                 {100, 5, SWP_E_SEQUENCE}, {100, 0x7FFFFFFF, SWP_E_SEQUENCE},
                 {100, 0, SWP_OK},         {100, 0xFFFFFFFF, SWP_OK}};
     for (const auto& r : rows) {
@@ -207,31 +207,151 @@ TEST(swpSender, ImpossibleAnswersChangeNothing) {
     }
 }
 
-TEST(swpSender, APeerThatStaysSilentIsDeadUntilTheFlushAndANewSessionFollows) {
+// Nobody looks after such a queue: it tries the peer for ever, and gives it what it has taken. What
+// the peer does not remember comes in a new session.
+TEST(swpSender, ADeadPeerIsTriedOnAndGetsWhatWasTaken) {
     network n(10, 3);
     prints = 0;
+    n.enqueue(1);
+    n.settle();
     n.up = false;
-    for (uint32_t i = 1; i <= 5; i++) n.enqueue(i);
+    for (uint32_t i = 2; i <= 20; i++) n.enqueue(i);
     for (int i = 0; i < 3; i++) {
         EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
         EXPECT_TRUE(n.queue.alive);
     }
     EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_E_DEAD);
     EXPECT_FALSE(n.queue.alive);
+    EXPECT_EQ(n.enqueue(21), -1) << "nobody may think that it was sent";
+    for (int i = 0; i < 200; i++) EXPECT_EQ(n.tick(SWP_PROBE_MS), SWP_OK) << "told once";
     EXPECT_EQ(prints, 1);
     n.up = true;
-    EXPECT_EQ(swpQueueDeadline(n.queue), SWP_NEVER);
-    EXPECT_EQ(n.enqueue(6), 0);
-    EXPECT_TRUE(n.data.empty()) << "a dead queue sends nothing";
-
-    swpQueueFlush(&n.queue);
-    EXPECT_TRUE(blocks.empty());
-    EXPECT_TRUE(n.queue.alive);
-    EXPECT_EQ(n.queue.flushed, 6u);
-    EXPECT_EQ(n.queue.session, 101u);
-    for (uint32_t i = 7; i <= 9; i++) n.enqueue(i);
+    n.seen = {};
+    n.delivered.clear();
+    EXPECT_EQ(n.tick(SWP_PROBE_MS - 1), SWP_OK);
+    EXPECT_TRUE(n.data.empty());
+    EXPECT_EQ(n.tick(1), SWP_OK);
+    EXPECT_EQ(n.data.size(), 1u) << "a try is one message";
     n.settle();
-    n.expectDelivered(7, 9);
+    n.expectDelivered(2, 20);
+    EXPECT_TRUE(n.queue.alive);
+    EXPECT_EQ(n.enqueue(21), 0);
+    n.settle();
+    n.expectDelivered(2, 21);
+}
+
+struct renewed : network {
+    explicit renewed(uint32_t repeats = 3) : network(10, repeats) {
+        queue.owner = swpOwner::renews;
+    }
+    // Lost, with one message left, or none when nothing was unanswered.
+    void expectLost(size_t left = 1) {
+        EXPECT_EQ(queue.state, zekSwpState::lost);
+        EXPECT_EQ(queue.backlog.size(), left);
+        EXPECT_EQ(queue.bytes, 64 * left);
+        EXPECT_EQ(enqueue(1), -1);
+        EXPECT_EQ(blocks.size(), left);
+    }
+    void replay(uint32_t from, uint32_t to) {
+        swpQueueReplayBegin(&queue);
+        for (uint32_t i = from; i <= to; i++) EXPECT_EQ(enqueue(i), 0);
+        swpQueueReplayEnd(&queue);
+    }
+    // How long until the owner is told to start over, with time alone.
+    uint64_t untilAnswered() {
+        const uint64_t start = now;
+        while (queue.state == zekSwpState::lost && now < start + 60000) {
+            settle();
+            tick(10);
+        }
+        EXPECT_EQ(queue.state, zekSwpState::answered);
+        return now - start;
+    }
+};
+
+TEST(swpRenewed, EveryLossGivesUpAllAndTheAnswerIsTold) {
+    const struct {
+        const char* what;
+        void (*lose)(renewed& n);
+    } rows[] = {
+        {"too many",
+         [](renewed& n) {
+             n.queue.messagesMax = 20;
+             n.enqueue(9);
+         }},
+        {"too much",
+         [](renewed& n) {
+             n.queue.bytesMax = 64 * 20 + 63;
+             n.enqueue(9);
+         }},
+        {"the owner has no memory", [](renewed& n) { swpQueueLose(&n.queue, n.now); }},
+        {"a dead peer",
+         [](renewed& n) {
+             for (int i = 0; i < 3; i++) EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
+             EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_E_DEAD);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        renewed n;
+        n.up = false;
+        for (uint32_t i = 1; i <= 20; i++) n.enqueue(i);
+        row.lose(n);
+        n.expectLost();
+        for (int i = 0; i < 30; i++) n.tick(SWP_PROBE_MS);
+        n.expectLost();
+        n.up = true;
+        (void)n.untilAnswered();
+        EXPECT_TRUE(blocks.empty());
+        EXPECT_TRUE(n.queue.alive);
+        n.delivered.clear();
+        n.replay(100, 150);
+        n.settle();
+        n.expectDelivered(100, 150);
+        EXPECT_EQ(swpQueueDeadline(n.queue), SWP_NEVER);
+    }
+}
+
+TEST(swpRenewed, AFlushOfSomethingIsALossAndOneOfNothingIsNot) {
+    renewed n;
+    swpQueueFlush(&n.queue, n.now);
+    EXPECT_EQ(n.queue.state, zekSwpState::inStep);
+    n.enqueue(1);
+    swpQueueFlush(&n.queue, n.now);
+    n.expectLost(0);
+    EXPECT_EQ(n.untilAnswered(), 10u);
+}
+
+// A replay may need more than the bound; it is then what a peer may cost.
+TEST(swpRenewed, AReplayIsTheBoundAfterIt) {
+    renewed n;
+    n.up = false;
+    n.queue.bytesMax = 64;
+    n.replay(1, SWP_BACKLOG_MAX + 1000);
+    EXPECT_EQ(n.queue.state, zekSwpState::inStep);
+    EXPECT_EQ(n.enqueue(1), -1);
+    n.expectLost();
+    n.replay(1, 5);
+    EXPECT_EQ(n.queue.messagesMax, SWP_BACKLOG_MAX);
+    EXPECT_EQ(n.queue.bytesMax, SWP_BYTES_MAX);
+}
+
+// A replay that fails again and again must not become the only thing the task does.
+TEST(swpRenewed, LossesInARowAreSpaced) {
+    renewed n;
+    std::vector<uint64_t> waits;
+    for (int i = 0; i < 10; i++) {
+        swpQueueLose(&n.queue, n.now);
+        waits.push_back(n.untilAnswered());
+        swpQueueReplayBegin(&n.queue);
+        n.enqueue(1);
+        n.settle();  // what came through meanwhile is no recovery
+        if (i == 8) swpQueueReplayEnd(&n.queue);
+        if (i == 8) n.enqueue(2);
+        if (i == 8) n.settle();
+    }
+    EXPECT_EQ(waits,
+              (std::vector<uint64_t>{10, 250, 500, 1000, 2000, 4000, 8000, 16000, 16000, 10}));
 }
 
 TEST(swpSender, AFullSocketIsTriedAgainAndIsNoLostMessage) {
@@ -294,6 +414,10 @@ TEST(swpSender, TheBacklogIsBounded) {
     for (uint32_t i = 0; i < SWP_BACKLOG_MAX; i++) ASSERT_EQ(n.enqueue(i), 0);
     EXPECT_EQ(n.enqueue(1), -1);  // and was still ours to free
     EXPECT_EQ(n.queue.refused, 1u);
+    n.queue.messagesMax = 0;
+    n.queue.bytesMax = n.queue.bytes;
+    EXPECT_EQ(n.enqueue(1), -1);
+    EXPECT_EQ(n.queue.backlog.size(), SWP_BACKLOG_MAX);
     void* m = makeData(1);
     for (size_t length : {size_t{0}, size_t{59}, size_t{65537}})
         EXPECT_EQ(swpQueueEnqueue(&n.queue, m, length, n.now), -1);
@@ -336,7 +460,7 @@ TEST(swpProperty, ExactlyOnceInOrderOrNotAlive) {
                 n.delivered.clear();
             }
             if (!n.queue.alive && chance(30)) {
-                swpQueueFlush(&n.queue);
+                swpQueueFlush(&n.queue, n.now);
                 sessionStart = next + 1;
                 flushes++;
             }
@@ -383,6 +507,17 @@ class swpHandles : public taskTest {
                                    freeBlock, print);
     }
     int enqueue(uint32_t id) { return zekSwpEnqueue(queue, makeData(id), 64); }
+    // What the log was told since the last call.
+    std::vector<std::string> logged() {
+        std::vector<std::string> texts;
+        zekEvtRing([&](const zekEvtLine& line) {
+            if (line.number <= lastLine) return;
+            lastLine = line.number;
+            texts.push_back(line.text);
+        });
+        return texts;
+    }
+    uint64_t lastLine = 0;
     // The task's loop: waits for one message on the timer or the request queue and handles it.
     int serveOne() {
         zekFdSet set = requestSet();
@@ -452,19 +587,76 @@ TEST_F(swpHandles, MessagesReachThePeerOnceAndItsAnswersEmptyTheQueue) {
     EXPECT_EQ(stats[0].slot, 1u);
 }
 
-TEST_F(swpHandles, TheTimerRepeatsUntilTheQueueIsDead) {
+// From the peer's silence to its answer, over sockets: what the owner and the log are told.
+TEST_F(swpHandles, ADeadAgentIsToldOnceAndItsAnswerOnce) {
     zekSwpQueueRemove(queue);
     queue = agentQueue(1, 1);
-    ASSERT_EQ(enqueue(1), 0);
+    for (uint32_t i = 1; i <= 5; i++) ASSERT_EQ(enqueue(i), 0);
     int error = SWP_OK;
     for (int i = 0; i < 20 && error == SWP_OK; i++) error = serveOne();
     EXPECT_EQ(error, SWP_E_DEAD);
-    EXPECT_STREQ(zekSwpGetErr(error), "SWP peer does not answer");
-    EXPECT_FALSE(zekSwpIsQueueAlive(queue));
-    EXPECT_EQ(peer.drain().size(), 2u);
-    zekSwpQueueFlush(queue);
-    EXPECT_TRUE(zekSwpIsQueueAlive(queue));
+    EXPECT_STREQ(zekSwpGetErr(error), "SWP peer does not answer: ACL_AGENT 1");
+    EXPECT_EQ(blocks.size(), 1u);
+    zekSwpEvent event{};
+    ASSERT_TRUE(zekSwpNextEvent(&event));
+    EXPECT_EQ(event.queue, queue);
+    EXPECT_EQ(event.state, zekSwpState::lost);
+    EXPECT_FALSE(zekSwpNextEvent(&event));
+    EXPECT_TRUE(zekSwpIsQueueAlive(queue)) << "its owner has nothing to flush";
+    void* m = makeData(6);
+    EXPECT_EQ(zekSwpEnqueue(queue, m, 64), -1);
+    freeBlock(m);
+
+    zekSwpSeq seen{};
+    (void)logged();
+    while (!zekSwpNextEvent(&event)) {
+        for (bytes got; peer.recv(&got) > 0;) (void)zekEndpointSwpAck(peer.e, got.data(), &seen);
+        ASSERT_EQ(serveOne(), SWP_OK);
+    }
+    EXPECT_EQ(event.state, zekSwpState::answered);
+    EXPECT_FALSE(zekSwpNextEvent(&event));
+    EXPECT_EQ(logged(), std::vector<std::string>{"SWP peer answers again: ACL_AGENT 1"});
     EXPECT_TRUE(blocks.empty());
+    zekSwpReplayBegin(queue);
+    EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::inStep);
+    ASSERT_EQ(enqueue(7), 0);
+    zekSwpReplayEnd(queue);
+    bytes got;
+    ASSERT_EQ(peer.recv(&got), 64);
+    EXPECT_EQ(zekEndpointSwpAck(peer.e, got.data(), &seen), ZEK_SWP_IN_ORDER);
+    EXPECT_FALSE(zekSwpNextEvent(&event));
+}
+
+// Each numbers its messages for itself, as it hears only its own.
+TEST_F(swpHandles, TheInstancesOfATaskHaveASessionEach) {
+    zekSwpQueueRemove(queue);
+    queue = zekSwpQueueCreate_p(5, 10, APP_ACL, key, APP_RTM, takeBlock, freeBlock, print);
+    auto port = [](uint32_t instance) { return aclServicePort(APP_RTM, instance, QUEUE_REQUEST); };
+    endpoint first(run.path, CARD, port(0)), second(run.path, CARD, port(1));
+    for (uint32_t i = 0; i < 20; i++)
+        ASSERT_EQ(zekSwpEnqueue(queue, makeData(i, port(i % 2)), 64), 0);
+    zekSwpSeq seen[2] = {};
+    std::vector<uint32_t> got[2];
+    auto serve = [&](size_t instance) {
+        endpoint& e = instance == 0 ? first : second;
+        for (bytes m; e.recv(&m) > 0;)
+            if (zekEndpointSwpAck(e.e, m.data(), &seen[instance]) == ZEK_SWP_IN_ORDER)
+                got[instance].push_back(headerOf(m)->sequence);
+    };
+    while (got[0].size() < 10) {
+        serve(0);
+        ASSERT_EQ(serveOne(), SWP_OK);
+    }
+    EXPECT_FALSE(zekSwpIsQueueEmpty(queue)) << "the other has not answered";
+    while (!zekSwpIsQueueEmpty(queue)) {
+        serve(1);
+        ASSERT_EQ(serveOne(), SWP_OK);
+    }
+    EXPECT_EQ(got[1], (std::vector<uint32_t>{1, 3, 5, 7, 9, 11, 13, 15, 17, 19}));
+    zekSwpStats stats[3];
+    ASSERT_EQ(zekSwpStatistics(stats), 2u);
+    EXPECT_EQ(stats[1].instance, 1u);
+    EXPECT_NE(stats[0].session, stats[1].session);
 }
 
 TEST_F(swpHandles, ForgedAnswersAndTimeoutsDoNothing) {
