@@ -36,6 +36,10 @@ int aclTrigger(aclList*, uint32_t) {
 void aclSendListToSNMP(aclList*, uint32_t, const aclBinding*) {}
 void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
 void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
+void aclReplayListToIPM(aclList*, const aclBinding*) {}
+bool aclNextListBehind(uint32_t, listName*) {
+    return false;
+}
 void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
 void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
 int aclSendToVlanGroup(aclList*, const aclEntry*, uint32_t, uint32_t) {

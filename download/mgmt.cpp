@@ -6,6 +6,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
+#include <set>
+#include <string>
 
 #include "download/sendPath.h"
 #include "include/debug.h"
@@ -124,6 +127,8 @@ void sendEntry(const mgmtTask& task, const aclList* list, const Entry* entry, ui
     (void)sendMessage(task, *list, messageId, &entry, 1);
 }
 
+std::set<std::string> listsBehind[sizeof aclNodeRecord::aclIPMqHandle / sizeof(zekSwpHandle)];
+
 const aclEntry* entries(const aclList* list) {
     return list != nullptr ? list->head : nullptr;
 }
@@ -140,7 +145,27 @@ void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId, 
     sendEntry(taskSNMP(), list, entry, messageId);
 }
 void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding) {
-    sendList(taskIPM(binding->instance), list, entries(list), messageId);
+    const mgmtTask task = taskIPM(binding->instance);
+    if (list == nullptr || !canBeSent(task)) return;
+    // A copy for every change would be a list for every entry.
+    if (zekSwpIsQueueEmpty(task.queue))
+        sendList(task, list, entries(list), messageId);
+    else
+        try {
+            listsBehind[binding->instance].emplace(listNameView(list->name));
+        } catch (const std::bad_alloc&) {
+            zekSwpQueueLose(task.queue);
+        }
+}
+void aclReplayListToIPM(aclList* list, const aclBinding* binding) {
+    sendList(taskIPM(binding->instance), list, entries(list), MT_ACL_ADDLIST);
+}
+bool aclNextListBehind(uint32_t instance, listName* name) {
+    auto& names = listsBehind[instance];
+    if (names.empty() || !zekSwpIsQueueEmpty(taskIPM(instance).queue)) return false;
+    *name = listNameMake(*names.begin());
+    names.erase(names.begin());
+    return true;
 }
 void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId) {
     sendList(taskSYSADM(), list, entries(list), messageId);

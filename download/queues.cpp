@@ -94,8 +94,18 @@ int aclCheckSwpQueueHealth(zekSwpHandle queue) {
 }
 
 int AclSwpEnqueACL2(void* message, size_t length) {
+    auto* ipc = static_cast<ipcHdr*>(message);
+    uint32_t card = ADDRESS_UNKNOWN;
+    (void)zek_tmeGetPeerIpAddrByName(APP_ACL2, 0, &card);
+    ipc->target = {};
+    ipc->target.card = aclNode->acltargetcard;
+    ipc->target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
+    ipc->source = {};
+    ipc->source.card = card;
+    ipc->source.svce = aclServicePort(APP_ACL2, 0, QUEUE_REQUEST);
     (void)aclCheckSwpQueueHealth(aclNode->acl2qHandle);
-    if (zekSwpEnqueue(aclNode->acl2qHandle, message, length) == 0) return 0;
+    if (addressIsKnown(card) && zekSwpEnqueue(aclNode->acl2qHandle, message, length) == 0) return 0;
+    zekSwpQueueLose(aclNode->acl2qHandle);
     aclDebug(DEBUG_ACL_IPC, "%s", "Error sending Message to ACL2");
     aclSysErr(SYSERR_SWP, "%s", "Error sending Message to ACL2");
     acl_Swp_Free(message);

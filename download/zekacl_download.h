@@ -144,7 +144,8 @@ int aclSNMPSwpQueueCreate(uint32_t* attempts);
 // The instance, 0-2, stands in the sender's service number; -1 for any other.
 int aclIPMSwpQueueCreate(uint32_t* attempts, const uint8_t* message);
 int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts);
-// Takes the message (a pool block) over in every case. 0 or -1.
+// Takes the message (a pool block with a header at least, of which the addresses are filled in
+// here) over in every case. 0 or -1.
 int AclSwpEnqueACL2(void* message, size_t length);
 // 1 when the queue is healthy; else it is flushed, a system error raised, and the result is 0.
 int aclCheckSwpQueueHealth(zekSwpHandle queue);

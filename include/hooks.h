@@ -23,8 +23,15 @@ void aclV6SendEntToSNMP(aclList* list, const acl6Entry* entry, uint32_t messageI
 void aclV6SendListToSYSADMTSK(aclList* list, uint32_t messageId);
 void aclV6SendEntToSYSADMTSK(aclList* list, const acl6Entry* entry, uint32_t messageId);
 
-// Every list that a management task is a client of, to that task. A read lock is enough.
+// IPM gets whole lists only: while it has not answered the one before, a list is behind, and its
+// newest state follows when it has. The replay sends at once.
+void aclReplayListToIPM(aclList* list, const aclBinding* binding);
+// Takes one list that is behind at an instance which has answered everything; false: none.
+bool aclNextListBehind(uint32_t instance, listName* name);
+// Every list that a management task is a client of, to that task; lists that are behind, when their
+// task has answered. A read lock is enough.
 void aclSendListsToTask(uint32_t application, uint32_t instance);
+void aclServeListsBehind();
 
 // The member ports of a LAG in the order in which they joined, *count of them; null and 0 when the
 // LAG is not known or empty. Good until the lock is released.

@@ -3,6 +3,8 @@
 // here.
 #include "ipacl/propagate.h"
 
+#include <iterator>
+
 #include "include/hooks.h"
 #include "include/interface.h"
 #include "include/linecard.h"
@@ -25,6 +27,15 @@ int sendToPort(aclList* list, const aclChange& change, const aclPlace& place, ui
     return change.entry != nullptr
                ? aclSendEntToAclAgent(change.entry, port, id, 1, pipe, 0, list->name)
                : aclSendToAclAgent(list, port, 1, id, place.implicitPermit, pipe, 0);
+}
+
+// The first binding of a task. IPM's instances have a queue each; those of others share one.
+const aclBinding* taskBinding(const aclList* list, uint32_t application, uint32_t instance) {
+    const aclBinding* b = list->bindings;
+    while (b != nullptr && (b->kind != BIND_TASK || b->id != application ||
+                            (application == APP_IPM && b->instance != instance)))
+        b = b->next;
+    return b;
 }
 
 }  // namespace
@@ -111,15 +122,27 @@ void aclPropagateToSYSADM(aclList* list, uint32_t messageId) {
 }
 
 void aclSendListsToTask(uint32_t application, uint32_t instance) {
+    listName behind;
+    // The replay has them all.
+    while (application == APP_IPM && aclNextListBehind(instance, &behind)) continue;
     for (aclList* list = ipAccessListFindFirst(); list != nullptr;
          list = ipAccessListFindNext(list->name)) {
         if (list->placeholder != 0) continue;
-        for (const aclBinding* b = list->bindings; b != nullptr; b = b->next) {
-            if (b->kind != BIND_TASK || b->id != application) continue;
-            // The instances of IPM have queues of their own, those of the others share one.
-            if (application == APP_IPM && b->instance != instance) continue;
+        const aclBinding* b = taskBinding(list, application, instance);
+        if (b == nullptr) continue;
+        if (application == APP_IPM)
+            aclReplayListToIPM(list, b);
+        else
             aclSendToTask(list, aclListAdded, *b);
-            break;
-        }
     }
+}
+
+void aclServeListsBehind() {
+    for (uint32_t instance = 0; instance < std::size(aclNode->aclIPMqHandle); instance++)
+        for (listName name; aclNextListBehind(instance, &name);) {
+            aclList* list = ipAccessListFind(name);
+            const aclBinding* b = list != nullptr ? taskBinding(list, APP_IPM, instance) : nullptr;
+            if (b == nullptr) continue;  // not a client of it any more
+            aclSendListToIPM(list, list->placeholder != 0 ? MT_ACL_DELLIST : MT_ACL_ADDLIST, b);
+        }
 }

@@ -69,12 +69,6 @@ void downloadToAcl0() {
     }
 }
 
-// Answers once the queue to the task that registers is there.
-int answerWithQueue(aclNodeRecord* node, uint8_t* message, int created) {
-    if (created == 0) AclIpcReply(node->regQfd, message);
-    return created;
-}
-
 void forgetAcl0Agent() {
     if (aclNode->acl0qHandle != ZEK_SWP_NONE) zekSwpQueueRemove(aclNode->acl0qHandle);
     aclNode->acl0qHandle = ZEK_SWP_NONE;
@@ -167,26 +161,6 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
     aclDownloadCfgtoAcl0();
     node->acl0Registered = 1;
     return -1;
-}
-
-int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message) {
-    static uint32_t acl_snmp_attempts;
-    return answerWithQueue(node, message, aclSNMPSwpQueueCreate(&acl_snmp_attempts));
-}
-int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message) {
-    static uint32_t acl_ipm_attempts;
-    return answerWithQueue(node, message, aclIPMSwpQueueCreate(&acl_ipm_attempts, message));
-}
-int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message) {
-    static uint32_t acl_sysadmtsk_attempts;
-    return answerWithQueue(node, message, aclSYSADMTSKSwpQueueCreate(&acl_sysadmtsk_attempts));
-}
-int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message) {
-    int created = answerWithQueue(node, message, iAclACL2SwpQueueCreate());
-    if (created != 0) return created;
-    node->acl2Registered = 1;
-    for (uint32_t family : {AF_IPV4, AF_IPV6}) prefixDownloadIpListAlltoACL2(family);
-    return created;
 }
 
 void aclHandleCardDownNotif(uint32_t slot) {

@@ -455,11 +455,13 @@ uint32_t runRow(const cliRow* row, cliCall& call) {
     return row->run(call);
 }
 
-// The second ACL agent hears the request itself; without one there is nobody to tell.
+// The second ACL agent hears the request itself, with its result; without one there is nobody to
+// tell.
 void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
     if (aclNode->acl2qHandle == ZEK_SWP_NONE) return;
     void* copy = zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, length);
     if (copy == nullptr) {
+        zekSwpQueueLose(aclNode->acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");
         return;
     }
@@ -484,8 +486,10 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
     }
     bool refused = row != nullptr && (row->flags & CLI_V6) != 0 && halAclMgrIsV6AclSupported() == 0;
     uint32_t result = refused ? uint32_t{ACL_E_SYSTEM} : runRow(row, call);
-    if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused)
+    if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused) {
+        call.as<cliHdr>()->result = result;
         AclUpdateACL2ForPrefixlist(message, hdr->length);
+    }
     if (call.buffer != nullptr) {
         if (result == ACL_OK) {
             (void)AclSendDisplayBuffer(call.buffer, call.size, message);

@@ -22,24 +22,52 @@ bool renewCard(zekSwpHandle queue) {
     return true;
 }
 
+// What the peer of a queue must have, in a new session.
 void renew(zekSwpHandle queue) {
     if (renewCard(queue)) return;
     if (queue == aclNode->acl0qHandle) return aclDownloadCfgtoAcl0();
     zekSwpReplayBegin(queue);
-    if (queue == aclNode->acl2qHandle) {
+    if (queue == aclNode->acl2qHandle)
         for (uint32_t family : {AF_IPV4, AF_IPV6}) prefixDownloadIpListAlltoACL2(family);
-    } else if (queue == aclNode->aclSNMPqHandle) {
-        aclSendListsToTaskExt(APP_SNMP, 0);
-    } else if (queue == aclNode->aclSYSADMTSKqHandle) {
-        aclSendListsToTaskExt(APP_SYSADM, 0);
-    } else {
-        for (uint32_t i = 0; i < std::size(aclNode->aclIPMqHandle); i++)
-            if (queue == aclNode->aclIPMqHandle[i]) aclSendListsToTaskExt(APP_IPM, i);
-    }
+    if (queue == aclNode->aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0);
+    if (queue == aclNode->aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0);
+    for (uint32_t i = 0; i < std::size(aclNode->aclIPMqHandle); i++)
+        if (queue == aclNode->aclIPMqHandle[i]) aclSendListsToTaskExt(APP_IPM, i);
     zekSwpReplayEnd(queue);
 }
 
+// Answers once the queue to the task that registers is there.
+int answerWithQueue(aclNodeRecord* node, uint8_t* message, int created, zekSwpHandle queue) {
+    if (created != 0) return created;
+    AclIpcReply(node->regQfd, message);
+    renew(queue);
+    return created;
+}
+
 }  // namespace
+
+int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message) {
+    static uint32_t acl_snmp_attempts;
+    int created = aclSNMPSwpQueueCreate(&acl_snmp_attempts);
+    return answerWithQueue(node, message, created, node->aclSNMPqHandle);
+}
+int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message) {
+    static uint32_t acl_ipm_attempts;
+    int created = aclIPMSwpQueueCreate(&acl_ipm_attempts, message);
+    if (created != 0) return created;
+    const uint32_t instance = msgHdr(message)->target.svce >> 2 & 31;
+    return answerWithQueue(node, message, created, node->aclIPMqHandle[instance]);
+}
+int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message) {
+    static uint32_t acl_sysadmtsk_attempts;
+    int created = aclSYSADMTSKSwpQueueCreate(&acl_sysadmtsk_attempts);
+    return answerWithQueue(node, message, created, node->aclSYSADMTSKqHandle);
+}
+int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message) {
+    int created = iAclACL2SwpQueueCreate();
+    if (created == 0) node->acl2Registered = 1;
+    return answerWithQueue(node, message, created, node->acl2qHandle);
+}
 
 void aclServeQueues() {
     for (zekSwpEvent event; zekSwpNextEvent(&event);)
@@ -47,4 +75,5 @@ void aclServeQueues() {
             aclReportQueueReset(event.queue);
         else
             renew(event.queue);
+    aclServeListsBehindExt();
 }

@@ -66,11 +66,6 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message);
 int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message);
-// The tasks that keep copies of lists, and the second ACL agent: each gets its queue.
-int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message);
-int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message);
-int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message);
-int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message);
 // Replays, each in a new session: what the agents of a slot, or of the control processor, must
 // hold.
 void aclReplayToCard(uint32_t slot);
@@ -79,9 +74,15 @@ void aclDownloadCfgtoAcl0();
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);
 
-// --- queues that have lost messages (queueEvents.cpp) -----------------------------------------
+// --- queues to peers that keep copies (queueEvents.cpp) ---------------------------------------
 
-// Starts them over when their peers answer; called on every pass.
+// The tasks that keep copies of lists, and the second ACL agent: each gets its queue, in a new
+// session, and everything that it must have.
+int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message);
+int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message);
+// Starts queues over that have lost messages and whose peers answer; called on every pass.
 void aclServeQueues();
 
 // --- registrations of clients (clientReg.cpp) ------------------------------------------------

@@ -163,6 +163,7 @@ inline constexpr aclExt<aclLock::read, prefixShowIpListAll>                     
 inline constexpr aclExt<aclLock::read, prefixDownloadIpListAll>                                 prefixDownloadIpListAlltoACL2;
 inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
 inline constexpr aclExt<aclLock::read, aclSendListsToTask>                                      aclSendListsToTaskExt;
+inline constexpr aclExt<aclLock::read, aclServeListsBehind>                                     aclServeListsBehindExt;
 inline constexpr aclExtCreate<bgpASPAccessListCreate>                                           bgpASPAccessListCreateExt;
 inline constexpr aclExt<aclLock::write, bgpASPAccessListDelete>                                 bgpASPAccessListDeleteExt;
 inline constexpr aclExt<aclLock::write, bgpAddASPAccessEntry>                                   bgpAddASPAccessEntryExt;

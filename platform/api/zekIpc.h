@@ -55,7 +55,8 @@ struct zekIpcStats {
     uint64_t received, sent, heldBack;
     uint64_t tooLong, tooShort;  // received and dropped
     uint64_t sendFailed;
-    uint64_t malformed;  // received and dropped: bad descriptors, time-outs that are not our own
+    uint64_t malformed;  // received and dropped: bad descriptors, time-outs that are not our
+                         // own, requests in the name of a manager
     uint64_t overrun;    // received and dropped: nobody has read the queue for too long
     uint64_t dropped;  // accepted for sending, dropped: receiver stayed full or went, or no commit
 };

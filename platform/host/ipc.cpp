@@ -160,6 +160,15 @@ void wantHold(holdState wanted) {
     if (task.wake.fd >= 0) (void)!write(task.wake.fd, &one, sizeof(one));
 }
 
+// A manager's own address as the sender: its answer would come to a manager as the next request,
+// for ever. Only what managers say to each other comes like that, and its answers come back
+// unchanged.
+bool isFromManager(const ipcHdr& hdr) {
+    const uint32_t own = aclServicePort(task.app, task.instance, 0);
+    return (hdr.target.svce & ~3u) == own &&
+           (hdr.mtype < MT_PEER_INFO || hdr.mtype > MT_PEER_REGISTER);
+}
+
 void countDrop(zekDrop why) {
     if (why == zekDrop::tooLong) stats.tooLong++;
     if (why == zekDrop::tooShort) stats.tooShort++;
@@ -182,7 +191,9 @@ void takeIn(socketQueue* queue, keptMessage m, zekDrop why) {
         queue->kept.pop_front();
     }
     // Time-outs come from our own timer only: whoever sends one wants our queues repeated.
-    if (why == zekDrop::none && headerOf(m)->mtype == MT_SWP_TIMEOUT) why = zekDrop::malformed;
+    if (why == zekDrop::none &&
+        (headerOf(m)->mtype == MT_SWP_TIMEOUT || isFromManager(*headerOf(m))))
+        why = zekDrop::malformed;
     if (why != zekDrop::none) return countDrop(why);
     keep(queue, std::move(m));
 }

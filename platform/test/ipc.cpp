@@ -1,8 +1,12 @@
 // IPC and SWP: messages out are rows, messages in come from the test's inboxes, and nothing waits.
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "include/ipc.h"
+#include "include/service.h"
 #include "platform/test/inject.h"
 
 namespace {
@@ -34,6 +38,16 @@ int sendOut(const char* what, const void* message, size_t length) {
     statistics.sent++;
     if (testHost.onSend) testHost.onSend(bytes);
     return 0;
+}
+
+// A queue's message to nobody, or to the task itself, is a fault of the task, whatever is tested.
+void checkAddressee(const ipcHdr& header) {
+    const uint32_t card = header.source.card, service = header.source.svce;
+    const bool own = (service & ~3u) == aclServicePort(APP_ACL, 0, 0);
+    if (card != 0 && card != 0xFFFFFFFF && service != 0 && !own) return;
+    std::fprintf(stderr, "message %u of a queue is addressed to card 0x%x, service %u\n",
+                 uint32_t{header.mtype}, card, service);
+    std::abort();
 }
 
 zekSwpHandle createQueue(uint32_t peerApp, uint32_t slot, zekSwpFree free) {
@@ -96,6 +110,10 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int) {
 }
 
 int zekSelect(uint32_t limit, zekFdSet* set, int) {
+    if (testHost.selectErrno != 0) {
+        errno = testHost.selectErrno;
+        return -1;
+    }
     zekFdSet ready;
     auto look = [&] {
         for (uint32_t q = TEST_REQUESTS; q <= TEST_TIMERS; q++)
@@ -176,6 +194,7 @@ void zekSwpQueueRemove(zekSwpHandle queue) {
 int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
     auto bytes = bytesOf(message, length);
     const auto* header = wireView<ipcHdr>(bytes);
+    if (header != nullptr) checkAddressee(*header);
     bool fails = testFails(TEST_ENQUEUE) || !testHost.queues.contains(queue) || header == nullptr ||
                  zekSwpQueueState(queue) != zekSwpState::inStep;
     testRecord("swp " + std::to_string(queue) + " " +

@@ -87,6 +87,7 @@ struct testPlatform {
     // Called when the task is about to wait and nothing has come.
     std::function<void()> onIdle;
     bool pipeReadable = false;
+    int selectErrno = 0;  // zekSelect fails with it
 
     std::set<zekSwpHandle> deadQueues, busyQueues;  // not alive; not empty. A flush mends both.
     std::map<zekSwpHandle, std::pair<uint32_t, uint32_t>> queues;  // peer application, slot

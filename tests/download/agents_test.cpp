@@ -213,6 +213,7 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
         texts made = deliverAll(ask);
         EXPECT_EQ(made, (texts{queue + " is " + handle(*row.handle), answer}));
         EXPECT_EQ(deliverAll(ask), texts{answer});
+        EXPECT_EQ(testHost.replays[*row.handle], 2) << "a session for each";
         if (row.card != nullptr) {
             EXPECT_EQ(*row.card, address);
         }

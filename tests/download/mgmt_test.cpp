@@ -168,6 +168,9 @@ TEST_F(Mgmt, WhatCannotGoCostsADebugLineAndNothingElse) {
     testFail(TEST_MEMORY, 2, 1);  // the second of three: the third is not tried
     aclSendListToSNMP(&made.list, 14409, nullptr);
     EXPECT_EQ(enqueued().size(), 1u);
+    // What was lost comes with everything else when the task answers again.
+    EXPECT_EQ(zekSwpQueueState(aclNode->aclSNMPqHandle), zekSwpState::lost);
+    zekSwpReplayBegin(aclNode->aclSNMPqHandle);
     testFail(TEST_ENQUEUE, 2, 1);  // the third is
     aclSendListToSNMP(&made.list, 14409, nullptr);
     EXPECT_EQ(enqueued().size(), 3u);

@@ -153,6 +153,7 @@ TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
 TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
     uint64_t blocks = testBlocksInUse();
     ASSERT_EQ(iAclACL2SwpQueueCreate(), 0);
+    testHost.addresses[{APP_ACL2, 0}] = 0x7F010055;
     auto send = [] {
         auto* m = static_cast<ipcHdr*>(zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, 100));
         *m = {};
@@ -165,6 +166,11 @@ TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
     testTake();
     EXPECT_EQ(send(), -1);
     EXPECT_TRUE(anyHas(testTake(), "syserr 0x5000e Error sending Message to ACL2"));
+    testFailNothing();
+    zekSwpReplayBegin(aclNode->acl2qHandle);
+    testHost.addresses.erase({APP_ACL2, 0});
+    EXPECT_EQ(send(), -1) << "not to nobody";
+    EXPECT_EQ(zekSwpQueueState(aclNode->acl2qHandle), zekSwpState::lost);
     EXPECT_EQ(testBlocksInUse(), blocks);
 }
 

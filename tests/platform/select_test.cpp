@@ -32,6 +32,23 @@ TEST_F(selectTest, AnswersLeaveAtOnceWhenThereIsNothingToCommit) {
     EXPECT_EQ(commits, 0);
 }
 
+// The answer would be a request of the manager to itself, or to the other one, for ever.
+TEST_F(selectTest, NothingIsTakenInTheNameOfAManagerButWhatManagersSayToEachOther) {
+    constexpr uint32_t other = 0x7F010002;
+    endpoint peer(run.path, other, OWN_REQUESTS);
+    uint32_t sequence = 0, dropped = 0;
+    for (uint32_t card : {RP, other})
+        for (uint32_t service : {OWN_REQUESTS, OWN_REQUESTS + 1})
+            for (uint32_t type : {14403u, 6001u, 402u, 14521u, 14522u, 14523u, 14524u, 14525u}) {
+                ASSERT_EQ(peer.send(makeMessage(card, service, RP, OWN_REQUESTS, type, ++sequence)),
+                          zekSendResult::sent);
+                const bool taken = type >= 14522 && type <= 14524;
+                EXPECT_EQ(take(), taken ? sequence : 0) << type;
+                dropped += taken ? 0 : 1;
+                EXPECT_EQ(zekIpcStatistics().malformed, dropped);
+            }
+}
+
 TEST_F(selectTest, AnswersLeaveInOrderAndOnlyAfterTheCommit) {
     dirty = true;
     EXPECT_EQ(sendAnswer(1), 0);

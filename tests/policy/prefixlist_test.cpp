@@ -494,12 +494,33 @@ TEST_F(PrefixTest, RequestsReachTheStoreOfTheirFamily) {
 
         // A second agent that comes later hears the requests that make what there is.
         aclNode->acl2qHandle = aclNode->qHandle;
+        testHost.addresses[{APP_ACL2, 0}] = 0x7F010055;
+        int heard = 0;
         testTake();
         prefixDownloadIpListAlltoACL2(af);
         auto sent = testTakeRows();
         ASSERT_EQ(sent.size(), 1u + static_cast<size_t>(ipPrefixListFind(A, af)->count));
+        for (const testRow& row : sent) {
+            const auto* hdr = reinterpret_cast<const cliHdr*>(row.bytes.data());
+            EXPECT_EQ(uint32_t{hdr->ipc.source.card}, 0x7F010055u);
+            EXPECT_EQ(uint32_t{hdr->ipc.source.svce}, 21249u);
+            EXPECT_EQ(uint32_t{hdr->ipc.target.svce}, 7810u);
+        }
+        // One that is there hears each request with its result.
+        for (const char* name : {"A", "no such list"}) {
+            auto request = cli(base + 1, name, sizeof(cliHdr));
+            std::memcpy(received, request.data(), request.size());
+            aclTakeMessage(aclNode, received, request.size());
+            for (const testRow& row : testTakeRows()) {
+                const auto* hdr = reinterpret_cast<const cliHdr*>(row.bytes.data());
+                if (!row.text.starts_with("swp ")) continue;
+                EXPECT_EQ(uint32_t{hdr->ipc.source.svce}, 21249u);
+                EXPECT_EQ(hdr->result == ACL_OK, name[1] == 0) << name;
+                heard++;
+            }
+        }
+        EXPECT_EQ(heard, 2);
         aclNode->acl2qHandle = ZEK_SWP_NONE;
-        EXPECT_EQ(ask(cli(base + 1, "A", sizeof(cliHdr))), 0u);
         for (const testRow& row : sent) ask(row.bytes);
         EXPECT_EQ(numbers(ipPrefixListFind(A, af)).size(), sent.size() - 1);
     }

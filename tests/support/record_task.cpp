@@ -70,6 +70,12 @@ void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* bindi
     std::string task = "ipm" + std::to_string(binding->instance);
     copyRow(task.c_str(), *list, nullptr, messageId);
 }
+void aclReplayListToIPM(aclList* list, const aclBinding* binding) {
+    aclSendListToIPM(list, 14409, binding);
+}
+bool aclNextListBehind(uint32_t, listName*) {
+    return false;
+}
 void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId) {
     copyRow("sysadm", *list, nullptr, messageId);
 }

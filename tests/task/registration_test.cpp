@@ -1,4 +1,8 @@
 // Registration with the neighbours, the peer, and the main loop that drives both.
+#include <cerrno>
+
+#include "download/zekacl_download.h"
+#include "policy/zekprefixlist.h"
 #include "tests/task/fixture.h"
 
 using Registration = TaskTest;
@@ -168,4 +172,112 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     aclLinecardInfo[4].isUp = 0;
     deliver(update);
     EXPECT_EQ(aclLinecardInfo[4].isUp, 0u);
+}
+
+// A queue that has lost messages is said to be reset, once, and starts over when its peer answers,
+// with what the peer must have.
+TEST_F(Registration, LostQueuesAreStartedOverWithEverythingWhenTheirPeersAnswer) {
+    constexpr uint32_t card = 0x7F010057;
+    for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM, APP_ACL2})
+        testHost.addresses[{app, 0}] = card;
+    testHost.addresses[{APP_ACL_AGENT, 4}] = card;
+    for (uint32_t type : {14405u, 14406u, 14407u, 14552u}) {
+        auto m = message(type);
+        reinterpret_cast<ipcHdr*>(m.data())->target.svce = aclServicePort(APP_IPM, 0, 1);
+        deliver(m);
+    }
+    ASSERT_EQ(iAclSwpQueueCreate(4, QUEUE_ACL_AGENT), 0);
+    const listName edge = listNameMake("edge");
+    for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM})
+        ASSERT_NE(aclAddTaskClient(app, 0, edge, 0, 1), nullptr);
+    ASSERT_NE(aclAddTaskClient(APP_SNMP, 0, listNameMake("not there"), 0, 1), nullptr);
+    uint32_t status;
+    ASSERT_NE(ipAccessListCreate(edge, IP_KIND_STANDARD, 0, &status), nullptr);
+    ASSERT_NE(ipPrefixListCreate(listNameMake("P"), 0, &status, AF_IPV4), nullptr);
+
+    const struct {
+        zekSwpHandle queue;
+        std::vector<std::string> sent;  // "swp" rows, in part
+    } rows[] = {
+        {aclNode->aclSNMPqHandle, {"14409"}},   {aclNode->aclSYSADMTSKqHandle, {"14409"}},
+        {aclNode->aclIPMqHandle[0], {"14409"}}, {aclNode->acl2qHandle, {"6001"}},
+        {aclLinecardInfo[4].aclAgent, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.queue);
+        testTake();
+        zekSwpQueueLose(row.queue);
+        aclServeQueues();
+        std::vector<std::string> told = testTake();
+        ASSERT_EQ(told.size(), 1u);
+        EXPECT_TRUE(told[0].starts_with("syserr 0x5000e Resetting SWP queue from "));
+        EXPECT_EQ(testHost.replays[row.queue], 0);
+        testHost.queueEvents.push_back({row.queue, zekSwpState::answered});
+        aclServeQueues();
+        EXPECT_EQ(testHost.replays[row.queue], 1);
+        EXPECT_TRUE(testHost.replaying.empty());
+        std::vector<std::string> sent;
+        const std::string mark = "swp " + std::to_string(row.queue) + " ";
+        for (const std::string& text : testTake())
+            if (text.starts_with(mark))
+                sent.push_back(text.substr(mark.size(), text.find(" length") - mark.size()));
+        EXPECT_EQ(sent, row.sent);
+    }
+    (void)ipPrefixListDelete(listNameMake("P"), AF_IPV4, 0);
+}
+
+// While IPM has not answered, however many changes there are: the newest list is all that waits.
+TEST_F(Registration, IpmIsSentTheNewestOfAListThatChangedWhileItWasSilent) {
+    testHost.addresses[{APP_IPM, 1}] = 0x7F010057;
+    auto m = message(14406);
+    reinterpret_cast<ipcHdr*>(m.data())->target.svce = aclServicePort(APP_IPM, 1, 1);
+    deliver(m);
+    const listName edge = listNameMake("edge"), gone = listNameMake("gone");
+    uint32_t status;
+    for (const listName& name : {edge, gone}) {
+        ASSERT_NE(ipAccessListCreate(name, IP_KIND_STANDARD, 0, &status), nullptr);
+        ASSERT_NE(aclAddTaskClient(APP_IPM, 1, name, 0, 1), nullptr);
+    }
+    testTake();
+    testHost.busyQueues = {aclNode->aclIPMqHandle[1]};
+    for (uint32_t i = 0; i < 100; i++) {
+        ipEntryBlock block = standardBlock(0x0A000000 + i);
+        ASSERT_EQ(ipAddAccessEntry(edge, &block, 0, 0), ACL_OK);
+    }
+    ipAccessListDelete(gone, IP_KIND_STANDARD);
+    aclServeQueues();
+    auto copies = [] {
+        std::vector<std::vector<uint8_t>> messages;
+        for (testRow& row : testTakeRows())
+            if (row.text.starts_with("swp ")) messages.push_back(row.bytes);
+        return messages;
+    };
+    EXPECT_TRUE(copies().empty());
+    testHost.busyQueues.clear();
+    aclServeQueues();
+    auto sent = copies();
+    ASSERT_EQ(sent.size(), 3u + 1u);  // 39 + 39 + 22 entries, and the deletion
+    uint32_t entries = 0;
+    for (size_t i = 0; i < 3; i++) entries += msgWord(sent[i].data(), 124 + 176);
+    EXPECT_EQ(entries, 100u);
+    EXPECT_EQ(msgWord(sent[3].data(), 12), 14412u);
+    aclServeQueues();
+    EXPECT_TRUE(copies().empty());
+}
+
+TEST_F(Registration, OnlyAFailedWaitIsSaidToHaveFailed) {
+    DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
+    aclNode->ifmRegistered = aclNode->evhRegistered = aclNode->udpHelperRegistered = 1;
+    for (int failure : {0, EINTR, EBADF}) {
+        testHost.selectErrno = failure;
+        errno = EAGAIN;  // left over from anything
+        aclLoopOnce(aclNode, 1, received);
+        const auto rows = testTake();
+        EXPECT_EQ(std::ranges::count_if(rows,
+                                        [](const std::string& row) {
+                                            return row.find("select failed in AclMain") != row.npos;
+                                        }),
+                  failure == EBADF ? 1 : 0)
+            << failure;
+    }
 }
