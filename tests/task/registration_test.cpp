@@ -206,15 +206,16 @@ TEST_F(Registration, LostQueuesAreStartedOverWithEverythingWhenTheirPeersAnswer)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.queue);
         testTake();
+        const int before = testHost.replays[row.queue];
         zekSwpQueueLose(row.queue);
         aclServeQueues();
         std::vector<std::string> told = testTake();
         ASSERT_EQ(told.size(), 1u);
         EXPECT_TRUE(told[0].starts_with("syserr 0x5000e Resetting SWP queue from "));
-        EXPECT_EQ(testHost.replays[row.queue], 0);
+        EXPECT_EQ(testHost.replays[row.queue], before);
         testHost.queueEvents.push_back({row.queue, zekSwpState::answered});
         aclServeQueues();
-        EXPECT_EQ(testHost.replays[row.queue], 1);
+        EXPECT_EQ(testHost.replays[row.queue], before + 1);
         EXPECT_TRUE(testHost.replaying.empty());
         std::vector<std::string> sent;
         const std::string mark = "swp " + std::to_string(row.queue) + " ";
@@ -223,7 +224,9 @@ TEST_F(Registration, LostQueuesAreStartedOverWithEverythingWhenTheirPeersAnswer)
                 sent.push_back(text.substr(mark.size(), text.find(" length") - mark.size()));
         EXPECT_EQ(sent, row.sent);
     }
-    (void)ipPrefixListDelete(listNameMake("P"), AF_IPV4, 0);
+    (void)ipPrefixListDelete(listNameMake("P"), AF_IPV4);
+    for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM}) (void)aclDelTaskClient(app, 0, edge, 1);
+    (void)aclDelTaskClient(APP_SNMP, 0, listNameMake("not there"), 1);
 }
 
 // While IPM has not answered, however many changes there are: the newest list is all that waits.
@@ -263,6 +266,7 @@ TEST_F(Registration, IpmIsSentTheNewestOfAListThatChangedWhileItWasSilent) {
     EXPECT_EQ(msgWord(sent[3].data(), 12), 14412u);
     aclServeQueues();
     EXPECT_TRUE(copies().empty());
+    for (const listName& name : {edge, gone}) (void)aclDelTaskClient(APP_IPM, 1, name, 1);
 }
 
 TEST_F(Registration, OnlyAFailedWaitIsSaidToHaveFailed) {
