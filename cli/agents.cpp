@@ -1,5 +1,7 @@
 #include "cli/agents.h"
 
+#include <algorithm>
+
 #include "include/service.h"
 
 std::string agentLabel(uint32_t slot) {
@@ -29,28 +31,77 @@ const char* agentReplyText(agentReply reply) {
     return texts[static_cast<size_t>(reply)];
 }
 
+namespace {
+
+constexpr int RESEND_MS = 20;  // until a question that met a full socket goes again
+
+enum class asked { full, sent, done };
+
+// Sends a question whose time has come. An agent that has stopped leaves its socket full.
+asked send(const cliChannel& channel, agentQuestion* q) {
+    switch (zekEndpointSend(channel.endpoint, &q->request, sizeof q->request, 0)) {
+        case zekSendResult::sent:
+            return asked::sent;
+        case zekSendResult::full:
+            return asked::full;
+        default:
+            q->reply = agentReply::notRunning;
+            return asked::done;
+    }
+}
+
+void takeAnswer(const cliChannel& channel, agentQuestion* q) {
+    std::span<const uint8_t> bytes(channel.message);
+    const auto* hdr = wireView<ipcHdr>(bytes);
+    q->reply = hdr->status == AGENT_STATE_NOLIST ? agentReply::noList : agentReply::bad;
+    if (hdr->status != AGENT_STATE_OK || bytes.size() < AGENT_STATE_TEXT_OFFSET) return;
+    bytes = bytes.subspan(AGENT_STATE_TEXT_OFFSET);
+    q->answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
+    if (q->answer.is_object()) q->reply = agentReply::good;
+}
+
+}  // namespace
+
+void agentAskAll(cliSession* session, std::span<agentQuestion> questions) {
+    cliChannel* channel = &session->channel;
+    std::vector<asked> states(questions.size(), asked::full);
+    for (agentQuestion& q : questions) {
+        q.reply = agentReply::silent;
+        requestAddress(channel, &q.request.ipc, MT_AGENT_STATE, sizeof q.request, q.place.card,
+                       q.place.service);
+    }
+    const int64_t deadline = nowMs() + session->options.timeoutMs;
+    for (;;) {
+        bool open = false, full = false;
+        for (size_t i = 0; i < questions.size(); i++) {
+            if (states[i] == asked::full) states[i] = send(*channel, &questions[i]);
+            full |= states[i] == asked::full;
+            open |= states[i] != asked::done;
+        }
+        const int64_t left = deadline - nowMs();
+        if (!open || left <= 0) return;
+        const ipcHdr* hdr = channelReceive(
+            channel, static_cast<int>(full ? std::min<int64_t>(left, RESEND_MS) : left));
+        if (hdr == nullptr) continue;
+        auto answered = std::ranges::find_if(questions, [hdr](const agentQuestion& q) {
+            return q.request.ipc.sequence == hdr->sequence;
+        });
+        if (answered == questions.end()) {
+            channel->strays++;  // a late answer to an earlier question
+            continue;
+        }
+        takeAnswer(*channel, &*answered);
+        states[static_cast<size_t>(answered - questions.begin())] = asked::done;
+    }
+}
+
 agentReply agentAsk(cliSession* session, const agentPlace& place, agentStateReq* request,
                     json* answer) {
-    cliChannel* channel = &session->channel;
-    requestAddress(channel, &request->ipc, MT_AGENT_STATE, sizeof *request, place.card,
-                   place.service);
-    switch (channelAsk(channel, request, sizeof *request, session->options.timeoutMs)) {
-        case askResult::answered:
-            break;
-        case askResult::noAnswer:
-            return agentReply::silent;
-        case askResult::unreachable:
-        case askResult::failed:
-            return agentReply::notRunning;
-    }
-    std::span<const uint8_t> bytes(channel->message);
-    const auto* hdr = wireView<ipcHdr>(bytes);
-    if (hdr->status == AGENT_STATE_NOLIST) return agentReply::noList;
-    if (hdr->status != AGENT_STATE_OK || bytes.size() < AGENT_STATE_TEXT_OFFSET)
-        return agentReply::bad;
-    bytes = bytes.subspan(AGENT_STATE_TEXT_OFFSET);
-    *answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
-    return answer->is_object() ? agentReply::good : agentReply::bad;
+    agentQuestion q{place, *request};
+    agentAskAll(session, {&q, 1});
+    *request = q.request;
+    *answer = std::move(q.answer);
+    return q.reply;
 }
 
 agentReply agentRows(cliSession* session, const agentPlace& place, agentStateReq request,

@@ -20,7 +20,18 @@ std::vector<agentPlace> agentsOf(const chassisDescription& chassis);
 enum class agentReply { good, noList, notRunning, silent, bad };
 const char* agentReplyText(agentReply reply);  // "not running" and the like
 
-// Asks one agent. `request` holds the question; its header is filled here.
+// A question to one agent, and what has become of it. The request's header is filled when it is
+// asked.
+struct agentQuestion {
+    agentPlace place;
+    agentStateReq request{};
+    agentReply reply = agentReply::silent;
+    json answer{};
+};
+// Asks all of them at the same time: the slowest one's time is what it takes, at most the shell's
+// time-out.
+void agentAskAll(cliSession* session, std::span<agentQuestion> questions);
+// Asks one agent. `request` holds the question.
 agentReply agentAsk(cliSession* session, const agentPlace& place, agentStateReq* request,
                     json* answer);
 // Asks as often as the answer goes on, and calls fn with each row of the answers' array `key`.

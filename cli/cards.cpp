@@ -11,16 +11,14 @@ bool ready(cliSession* session, std::string* error) {
     return sessionChassis(session, error) && sessionConnect(session, error);
 }
 
-json rowOf(cliSession* session, const agentPlace& place) {
-    json row = {{"card", agentLabel(place.slot)}, {"address", addressText(place.card)}};
-    agentStateReq request{};
-    request.what = AGENT_STATE_SUMMARY;
-    json summary;
-    agentReply reply = agentAsk(session, place, &request, &summary);
-    if (reply != agentReply::good) {
-        row["state"] = agentReplyText(reply);
-        return row;
-    }
+constexpr char IN_STEP[] = "in step";  // as the agents say it
+
+json rowOf(const agentQuestion& asked) {
+    const json& summary = asked.answer;
+    json row = {{"card", agentLabel(asked.place.slot)},
+                {"address", addressText(asked.place.card)},
+                {"state", agentReplyText(asked.reply)}};
+    if (asked.reply != agentReply::good) return row;
     row["state"] = jsonText(summary, "state");
     for (const char* key : {"lists", "entries", "messages"}) row[key] = jsonNumber(summary, key);
     uint64_t refused = 0;
@@ -137,11 +135,20 @@ constexpr const char* chassisSentences[] = {"",
 cliOutcome showCards(cliSession* session, const cliCommand&, cliPipe* pipe) {
     std::string error;
     if (!ready(session, &error)) return refusal(error);
+    std::vector<agentQuestion> questions;
+    for (const agentPlace& place : agentsOf(session->chassis)) {
+        questions.push_back({place});
+        questions.back().request.what = AGENT_STATE_SUMMARY;
+    }
+    agentAskAll(session, questions);
     json rows = json::array();
-    for (const agentPlace& place : agentsOf(session->chassis))
-        rows.push_back(rowOf(session, place));
+    bool inStep = true;
+    for (const agentQuestion& asked : questions) {
+        rows.push_back(rowOf(asked));
+        inStep &= rows.back()["state"] == IN_STEP;
+    }
     renderAnswer(*session, rows, pipe);
-    return {};
+    return {inStep, "", 0};
 }
 
 cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe) {

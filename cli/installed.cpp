@@ -3,6 +3,7 @@
 #include <map>
 
 #include "cli/agents.h"
+#include "include/status.h"
 
 namespace {
 
@@ -12,26 +13,41 @@ struct placeKey {
     auto operator<=>(const placeKey&) const = default;
 };
 struct heldList {
-    uint64_t count, implicitPermit;
-    bool meant;  // one of the manager's rows speaks of it
+    json row;            // the card's
+    bool meant = false;  // one of the manager's rows speaks of it
 };
 struct heldCard {
     agentPlace place;
     agentReply reply;
     std::map<placeKey, heldList> lists;
+    bool named = false;  // by one of the manager's rows
 };
 
-heldCard askCard(cliSession* session, const agentPlace& place, const listName& name) {
-    heldCard card{place, agentReply::good, {}};
-    agentStateReq request{};
-    request.what = AGENT_STATE_LISTS;
-    request.name = name;
-    card.reply = agentRows(session, place, request, "lists", [&card](const json& list) {
-        if (jsonNumber(list, "kindNumber") != AGENT_LIST_IP4) return;
-        card.lists[{jsonNumber(list, "direction"), jsonNumber(list, "ifindex")}] = {
-            jsonNumber(list, "count"), jsonNumber(list, "implicitPermit"), false};
-    });
-    return card;
+void hold(heldCard* card, const json& list) {
+    if (jsonNumber(list, "kindNumber") == AGENT_LIST_IP4)
+        card->lists[{jsonNumber(list, "direction"), jsonNumber(list, "ifindex")}] = {list};
+}
+
+// All cards are asked, so that what one holds without need is seen as well.
+std::vector<heldCard> askCards(cliSession* session, const listName& name) {
+    std::vector<agentQuestion> questions;
+    for (const agentPlace& place : agentsOf(session->chassis)) {
+        questions.push_back({place});
+        questions.back().request.what = AGENT_STATE_LISTS;
+        questions.back().request.name = name;
+    }
+    agentAskAll(session, questions);
+    std::vector<heldCard> cards;
+    for (agentQuestion& asked : questions) {
+        heldCard& card = cards.emplace_back(asked.place, asked.reply);
+        for (const json& list : jsonArray(asked.answer, "lists")) hold(&card, list);
+        if (uint64_t next = jsonNumber(asked.answer, "next"); next != 0) {
+            asked.request.index = static_cast<uint32_t>(next);
+            card.reply = agentRows(session, asked.place, asked.request, "lists",
+                                   [&card](const json& list) { hold(&card, list); });
+        }
+    }
+    return cards;
 }
 
 // The hash of a list: of the hashes of its entries, in their order.
@@ -55,7 +71,24 @@ bool isSet(const json& row, const char* key) {
     return row.contains(key) && row[key] == true;
 }
 
+// What is said of a list beside its entries: the manager's word for it, and the cards'. A row that
+// lacks it says nothing of it.
+constexpr struct {
+    const char *meant, *held;
+} properties[] = {{"entries", "count"},
+                  {"implicitPermit", "implicitPermit"},
+                  {"kind", "listKind"},
+                  {"pipe", "portPipe"},
+                  {"block", "block"}};
+
+bool sameProperties(const json& row, const json& held) {
+    return std::ranges::all_of(properties, [&](const auto& p) {
+        return !row.contains(p.meant) || !held.contains(p.held) || row[p.meant] == held[p.held];
+    });
+}
+
 std::string compare(cliSession* session, const json& row, heldCard* card, const listName& name) {
+    card->named = true;
     if (card->reply != agentReply::good) return agentReplyText(card->reply);
     placeKey at{jsonNumber(row, "direction"), jsonNumber(row, "ifindex")};
     auto held = card->lists.find(at);
@@ -63,11 +96,10 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
     if (there) held->second.meant = true;
     // A list that is deleted while it is bound leaves the cards; one that is bound, or replayed,
     // while it is not defined is there without entries. Both are right and mean the same.
-    if (isSet(row, "undefined") && (!there || held->second.count == 0)) return "not defined";
+    if (isSet(row, "undefined") && (!there || jsonNumber(held->second.row, "count") == 0))
+        return "not defined";
     if (!there) return isSet(row, "refuses") ? "not supported" : "missing";
-    if (held->second.count != jsonNumber(row, "entries") ||
-        held->second.implicitPermit != jsonNumber(row, "implicitPermit"))
-        return "different";
+    if (!sameProperties(row, held->second.row)) return "different";
     uint64_t hash;
     agentReply reply = hashOf(session, card->place, name, at, &hash);
     if (reply == agentReply::noList) return "missing";
@@ -86,45 +118,46 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
     if (!sessionChassis(session, &error) || !sessionConnect(session, &error)) return refusal(error);
     if (cliOutcome asked = debugJson(session, "intended", command.name, &intended); !asked.ok)
         return asked;
-    if (!intended.is_array()) return refusal("The manager's answer is not understood");
+    const bool missing = isSet(intended, "missing");
+    if (!intended.is_array() && !missing) return refusal("The manager's answer is not understood");
     listName name = listNameMake(command.name);
-
-    // All cards are asked, so that what one holds without need is seen as well.
-    std::vector<heldCard> cards;
-    for (const agentPlace& place : agentsOf(session->chassis))
-        cards.push_back(askCard(session, place, name));
+    std::vector<heldCard> cards = askCards(session, name);
     json rows = json::array();
     bool inStep = true;
-    auto add = [&](const std::string& interface, uint64_t direction, const std::string& card,
+    auto direction = [](uint64_t number) { return number == 0 ? "in" : "out"; };
+    auto add = [&](const std::string& interface, const char* way, const std::string& card,
                    const std::string& state) {
         inStep &= std::ranges::find(fine, state) != std::end(fine);
-        rows.push_back({{"interface", interface},
-                        {"direction", direction == 0 ? "in" : "out"},
-                        {"card", card},
-                        {"state", state}});
+        rows.push_back(
+            {{"interface", interface}, {"direction", way}, {"card", card}, {"state", state}});
     };
-    for (const json& row : intended) {
+    for (const json& row : missing ? json::array() : intended) {
         std::string interface = jsonText(row, "interface");
-        uint64_t direction = jsonNumber(row, "direction");
+        const char* way = direction(jsonNumber(row, "direction"));
         std::string label = jsonText(row, "card");
         if (label.empty()) {
-            add(interface, direction, "-", "no ports");
+            add(interface, way, "-", "no ports");
             continue;
         }
         auto card = std::ranges::find(cards, label,
                                       [](const heldCard& c) { return agentLabel(c.place.slot); });
         std::string port = jsonText(row, "port");  // of a LAG
-        add(interface + (port.empty() ? "" : " (" + port + ")"), direction, label,
+        add(interface + (port.empty() ? "" : " (" + port + ")"), way, label,
             card == cards.end() ? "no such card" : compare(session, row, &*card, name));
     }
-    for (const heldCard& card : cards)
+    for (const heldCard& card : cards) {
+        // Nobody knows what it holds.
+        if (card.reply != agentReply::good && !card.named)
+            add("-", "-", agentLabel(card.place.slot), agentReplyText(card.reply));
         for (const auto& [at, held] : card.lists) {
             if (held.meant) continue;
             std::string interface =
                 chassisIfName(session->chassis, static_cast<uint32_t>(at.ifindex));
-            add(interface.empty() ? std::to_string(at.ifindex) : interface, at.direction,
+            add(interface.empty() ? std::to_string(at.ifindex) : interface, direction(at.direction),
                 agentLabel(card.place.slot), "left over");
         }
+    }
+    if (missing && rows.empty()) return refusal(aclStatusFind(ACL_E_NOLIST)->text);
     renderAnswer(*session, rows, pipe);
     return {inStep, "", 0};
 }

@@ -69,6 +69,21 @@ inline std::string agentHashText(uint64_t hash) {
     for (int shift = 60; shift >= 0; shift -= 4) text += digits[hash >> shift & 15];
     return text;
 }
+inline std::string agentHexText(std::span<const uint8_t> bytes) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (uint8_t b : bytes) {
+        text += digits[b >> 4];
+        text += digits[b & 15];
+    }
+    return text;
+}
+// A binding block in hex without the zeros at its end, which most are all of.
+inline std::string agentBlockText(const bindingBlock& block) {
+    auto bytes = std::span(reinterpret_cast<const uint8_t*>(&block), sizeof block);
+    while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
+    return agentHexText(bytes);
+}
 // Of a list: the hashes of its entries in their order, each as 8 big-endian bytes. The agents do
 // not compute it; whoever compares two lists does.
 struct agentListHash {

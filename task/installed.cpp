@@ -8,6 +8,7 @@
 #include "include/interface.h"
 #include "include/jsonText.h"
 #include "include/status.h"
+#include "ipacl/propagate.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -78,12 +79,14 @@ jsonObject rowOf(const intent& what, uint32_t bound, uint32_t direction) {
     jsonObject row;
     row.string("interface", interfaceName(bound))
         .number("direction", direction)
+        .number("kind", what.list.kind)
         .number("implicitPermit", b != nullptr ? b->implicitPermit : 0);
+    if (b != nullptr) row.string("block", agentBlockText(b->block));
     if (what.list.placeholder != 0) row.flag("undefined", true);
     return row;
 }
 
-// `ifindex`: what the card knows the place by.
+// `ifindex`: what the card knows the place by. The pipe is a port's.
 void addCard(intent* what, jsonObject row, uint32_t ifindex, const std::string& card,
              bool refuses = false) {
     row.number("ifindex", ifindex).string("card", card);
@@ -111,6 +114,7 @@ void addBinding(intent* what, uint32_t bound, uint32_t direction) {
         bool refuses = direction == INTF_OUT && known.isUp != 0 && known.isVortan == 0;
         jsonObject one = row;
         if (type == IF_TYPE_LAG) one.string("port", interfaceName(port));
+        if (type != IF_TYPE_VLAN) one.number("pipe", aclPortPipe(port) & 0xFF);
         addCard(what, one, type == IF_TYPE_VLAN ? bound : port, std::to_string(slot), refuses);
     });
     if (!any) append(&what->rows, row);
@@ -120,8 +124,7 @@ std::string intended(std::string_view args) {
     aclLockHeld<aclLock::read> held;
     const listName name = listNameMake(args);
     const aclList* list = ipAccessListFind(name);
-    if (list == nullptr)
-        return jsonObject{}.string("error", aclStatusFind(ACL_E_NOLIST)->text).text();
+    if (list == nullptr) return R"({"missing":true})";  // the cards may hold it all the same
     intent what{*list, hashOf(*list), ""};
     eachBound([&what](const aclIntf& intf, uint32_t direction, const aclList& bound) {
         if (&bound == &what.list) addBinding(&what, intf.ifindex, direction);
@@ -129,33 +132,60 @@ std::string intended(std::string_view args) {
     return "[" + what.rows + "]";
 }
 
-// Membership by hand, for a chassis whose interface manager tells none. What is bound to a LAG
-// goes to a port that joins; a VLAN's lists go out again to all of its cards.
+// "port-channel 1 2/0", "vlan 10 port-channel 1": both names may have blanks.
+bool twoInterfaces(std::string_view args, uint32_t* first, uint32_t* second) {
+    for (size_t blank = args.find(' '); blank != args.npos; blank = args.find(' ', blank + 1))
+        if (ifmLNameToIfIndex(std::string(args.substr(0, blank)).c_str(), first) == 0 &&
+            ifmLNameToIfIndex(std::string(args.substr(blank + 1)).c_str(), second) == 0)
+            return true;
+    return false;
+}
+
+// A VLAN's lists go out again to the cards of the member.
+int joinVlan(uint32_t vlan, uint32_t member) {
+    const int result = aclVlanMemberAdd(vlan, member);
+    const aclIntf* intf = result == 0 ? AclIntfTreeFind(vlan) : nullptr;
+    const bool isLag = ifindexType(member) == IF_TYPE_LAG;
+    for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+        aclList* list = intf != nullptr ? intf->lists[INTF_V4][direction] : nullptr;
+        const aclBinding* b = list != nullptr ? bindingOf(*list, vlan, direction) : nullptr;
+        if (b == nullptr) continue;
+        list->sendBlock = b->block;
+        (void)aclSendVlanAclToAclAgentSpecificMember(
+            list, vlan, 1, direction == INTF_IN ? MT_ACL_ADDLIST : MT_ACL_EGR_ADDLIST,
+            b->implicitPermit, 0, isLag ? member : 0, isLag ? 0 : member);
+    }
+    return result;
+}
+
+// What is bound to a LAG goes to a port that joins. A card has one list for a port and direction,
+// so a port that has lists of its own, or belongs to another LAG, does not join; binding a list to
+// a member is refused likewise.
+int joinLag(uint32_t lag, uint32_t port) {
+    const aclIntf* own = AclIntfTreeFind(port);
+    const uint32_t other = aclLagOfPort(port);
+    if ((other != 0 && other != lag) ||
+        (own != nullptr &&
+         (own->lists[INTF_V4][INTF_IN] != nullptr || own->lists[INTF_V4][INTF_OUT] != nullptr)))
+        return -1;
+    return aclLagPortJoined(lag, port);
+}
+
+// Membership by hand, for a chassis whose interface manager tells none.
 std::string join(std::string_view args) {
-    uint32_t aggregate = 0, port = 0;
-    const size_t blank = std::min(args.rfind(' '), args.size());
-    if (ifmLNameToIfIndex(std::string(args.substr(0, blank)).c_str(), &aggregate) != 0 ||
-        ifmLNameToIfIndex(std::string(args.substr(std::min(blank + 1, args.size()))).c_str(),
-                          &port) != 0)
+    uint32_t aggregate = 0, member = 0;
+    if (!twoInterfaces(args, &aggregate, &member))
         return jsonObject{}.string("error", "usage: join LAG-OR-VLAN MEMBER").text();
     aclLockHeld<aclLock::write> held;
-    int result = -1;
-    if (ifindexType(aggregate) == IF_TYPE_LAG) result = aclLagPortJoined(aggregate, port);
-    if (ifindexType(aggregate) == IF_TYPE_VLAN) {
-        result = aclVlanMemberAdd(aggregate, port);
-        const aclIntf* intf = result == 0 ? AclIntfTreeFind(aggregate) : nullptr;
-        for (uint32_t direction : {INTF_IN, INTF_OUT}) {
-            aclList* list = intf != nullptr ? intf->lists[INTF_V4][direction] : nullptr;
-            const aclBinding* b =
-                list != nullptr ? bindingOf(*list, aggregate, direction) : nullptr;
-            if (b == nullptr) continue;
-            list->sendBlock = b->block;
-            (void)aclSendVlanAclToAclAgent(
-                list, aggregate, 1, direction == INTF_IN ? MT_ACL_ADDLIST : MT_ACL_EGR_ADDLIST,
-                b->implicitPermit, 0);
-        }
-    }
-    if (result < 0) return jsonObject{}.string("error", "That cannot be a member there").text();
+    const int result = ifindexType(aggregate) == IF_TYPE_LAG    ? joinLag(aggregate, member)
+                       : ifindexType(aggregate) == IF_TYPE_VLAN ? joinVlan(aggregate, member)
+                                                                : -1;
+    if (result < 0)
+        return jsonObject{}
+            .string("error",
+                    "That cannot be a member there: only ports without lists of their own and "
+                    "without another LAG join a LAG, ports and LAGs a VLAN")
+            .text();
     return jsonObject{}.string("member", result == 0 ? "joined" : "was one already").text();
 }
 

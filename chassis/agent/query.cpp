@@ -14,19 +14,10 @@ void append(std::string* items, const std::string& item) {
     if (!items->empty()) items->push_back(',');
     *items += item;
 }
-std::string hex(std::span<const uint8_t> bytes) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string out;
-    for (uint8_t b : bytes) {
-        out.push_back(digits[b >> 4]);
-        out.push_back(digits[b & 15]);
-    }
-    return out;
-}
 std::string hashText(uint64_t hash) {
     uint8_t bytes[8];
     for (int i = 0; i < 8; i++) bytes[i] = static_cast<uint8_t>(hash >> (56 - 8 * i));
-    return hex(bytes);
+    return agentHexText(bytes);
 }
 std::string dotted(uint32_t address) {
     std::string out;
@@ -73,13 +64,6 @@ std::string summaryText(const agent& self) {
     return out.text();
 }
 
-// A binding block in hex without the zeros at its end, which most are all of.
-std::string blockText(const bindingBlock& block) {
-    auto bytes = std::span(reinterpret_cast<const uint8_t*>(&block), sizeof block);
-    while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
-    return hex(bytes);
-}
-
 std::string listText(const dpList& list) {
     return jsonObject{}
         .string("name", listNameView(list.name))
@@ -92,7 +76,7 @@ std::string listText(const dpList& list) {
         .number("implicitPermit", list.implicitPermit)
         .number("portPipe", list.portPipe)
         .number("listKind", list.listKind)
-        .string("block", blockText(list.block))
+        .string("block", agentBlockText(list.block))
         .number("count", list.entries.size())
         .text();
 }
@@ -139,10 +123,10 @@ jsonObject entryFields(const agentEntry& e) {
         .number("dstOperator", m.dstOperator)
         .raw("ports", array(ports))
         .number("tcpFlags", m.tcpFlags)
-        .string("icmp", hex(m.icmp))
+        .string("icmp", agentHexText(m.icmp))
         .number("fragments", m.fragments)
         .number("dscp", m.dscp[0])
-        .string("l2", hex(m.l2))
+        .string("l2", agentHexText(m.l2))
         .number("order", m.order)
         .number("kind", m.kind)
         .number("counterOptions", e.counterOptions)
@@ -156,10 +140,10 @@ jsonObject entryFields(const ip6EntryBlock& b) {
         append(&ports, std::to_string(*port));
     return jsonObject{}
         .number("action", b.action)
-        .string("src", hex(b.src))
-        .string("srcMask", hex(b.srcMask))
-        .string("dst", hex(b.dst))
-        .string("dstMask", hex(b.dstMask))
+        .string("src", agentHexText(b.src))
+        .string("srcMask", agentHexText(b.srcMask))
+        .string("dst", agentHexText(b.dst))
+        .string("dstMask", agentHexText(b.dstMask))
         .number("protocol", b.protocol)
         .number("protoMarker", b.protoMarker)
         .number("srcOperator", b.srcOperator)

@@ -1,5 +1,11 @@
 // What the shell makes of the agents' and chassisd's answers, good ones and others.
 #include "include/agentState.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <memory>
+
 #include "include/chassisControl.h"
 #include "tests/cli/fakeManager.h"
 
@@ -97,7 +103,7 @@ TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
          {0, 0, R"({"state":"in step","refused":{"list":2,"order":"x"}})"},
          true,
          "127.1.1.1  in step  0      0        0         2"},
-        {"show cards", {0, 0, "no json"}, true, "answer not understood"},
+        {"show cards", {0, 0, "no json"}, false, "answer not understood"},
         {"show card 2 summary", {0, 0, "{}"}, false, "The chassis has no card 2"},
         {"show card control-plane summary", {0, 0, "{}"}, false, "no card control-plane"},
     };
@@ -108,7 +114,7 @@ TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
         fakeNeighbour agent(manager.dir, CARD_1, PORT_OF_1, {row.reply});
         testSession s(manager.dir);
         EXPECT_EQ(s.run(row.command), row.good);
-        std::string text = row.good ? s.printed() : s.reported();
+        std::string text = s.printed() + s.reported();
         EXPECT_NE(text.find(row.shown), std::string::npos) << text;
     }
 }
@@ -160,16 +166,99 @@ TEST(Agents, OneThatIsNotThereOrSilentIsSaidToBeSo) {
     fakeManager manager;
     describeCard(manager);
     testSession s(manager.dir, 200);
-    EXPECT_TRUE(s.run("show cards"));
+    EXPECT_FALSE(s.run("show cards"));
     EXPECT_NE(s.printed().find("not running"), std::string::npos);
     EXPECT_FALSE(s.run("show card 1 summary"));
     EXPECT_NE(s.reported().find("Card 1: not running"), std::string::npos);
     std::string error;
     zekEndpoint* silent = zekEndpointOpen(manager.dir, CARD_1, PORT_OF_1, &error);
     ASSERT_NE(silent, nullptr) << error;
-    EXPECT_TRUE(s.run("show cards"));
+    EXPECT_FALSE(s.run("show cards"));
     EXPECT_NE(s.printed().find("no answer"), std::string::npos);
     zekEndpointClose(silent);
+}
+
+namespace {
+
+// The manager's end of debug questions: every one has this answer.
+struct fakeDebug {
+    int listener;
+    std::thread thread;
+
+    fakeDebug(const std::string& dir, const std::string& text) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        (dir + "/debug-rp0").copy(address.sun_path, sizeof address.sun_path - 1);
+        listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(listener, 4), 0);
+        thread = std::thread([this, text] {
+            const std::string answer = "OK " + std::to_string(text.size()) + "\n" + text;
+            for (int fd; (fd = accept(listener, nullptr, nullptr)) >= 0; close(fd)) {
+                char byte = 0;
+                while (byte != '\n' && read(fd, &byte, 1) == 1) continue;
+                EXPECT_EQ(write(fd, answer.data(), answer.size()),
+                          static_cast<ssize_t>(answer.size()));
+            }
+        });
+    }
+    ~fakeDebug() {
+        shutdown(listener, SHUT_RDWR);
+        thread.join();
+        close(listener);
+    }
+};
+
+}  // namespace
+
+// Everything that a card says of a list is compared, and a card that says nothing is no good sign.
+TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
+    const std::string meant =
+        R"([{"interface":"1/0","direction":0,"ifindex":7,"card":"1","entries":0,"kind":2,"pipe":3,)"
+        R"("implicitPermit":1,"block":"0a","hash":"cbf29ce484222325"}])";
+    const std::string held =
+        R"({"name":"A","kindNumber":0,"direction":0,"ifindex":7,"count":0,"listKind":2,)"
+        R"("portPipe":3,"implicitPermit":1,"block":"0a"})";
+    auto with = [&held](const std::string& from, const std::string& to) {
+        std::string changed = held;
+        return changed.replace(changed.find(from), from.size(), to);
+    };
+    struct {
+        std::string meant, held;  // held empty: the card is not there
+        bool good;
+        const char* shown;
+    } const rows[] = {
+        {meant, held, true, "1/0        in         1     in step"},
+        {meant, with("\"listKind\":2", "\"listKind\":1"), false, "different"},
+        {meant, with("\"portPipe\":3", "\"portPipe\":0"), false, "different"},
+        {meant, with("\"0a\"", "\"\""), false, "different"},
+        {meant, with("\"implicitPermit\":1", "\"implicitPermit\":0"), false, "different"},
+        {meant, with("\"count\":0", "\"count\":1"), false, "different"},
+        {meant, with("\"ifindex\":7", "\"ifindex\":8"), false, "left over"},
+        {meant, "", false, "not running"},
+        {"[]", "", false, "not running"},
+        {R"({"missing":true})", held, false, "left over"},
+        {R"({"missing":true})", "", false, "not running"},
+        {R"({"missing":true})", "{}", false, "No such access list"},
+        {R"({"what":1})", held, false, "not understood"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.meant + " <- " + row.held);
+        fakeManager manager;
+        describeCard(manager);
+        fakeDebug debug(manager.dir, row.meant);
+        std::unique_ptr<fakeNeighbour> agent;
+        const std::string lists = row.held == "{}" ? "" : row.held;
+        if (!row.held.empty())
+            agent = std::make_unique<fakeNeighbour>(
+                manager.dir, CARD_1, PORT_OF_1,
+                std::vector<fakeNeighbour::reply>{
+                    {0, 0, R"({"entries":[],"lists":[)" + lists + "]}"}});
+        testSession s(manager.dir);
+        EXPECT_EQ(s.run("show ip access-lists A installed"), row.good);
+        const std::string text = s.printed() + s.reported();
+        EXPECT_NE(text.find(row.shown), std::string::npos) << text;
+    }
 }
 
 TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
