@@ -69,6 +69,7 @@ void aclLinecardClear(uint32_t slot) {
     removeQueue(&card.macAgent);
     card.isUp = 0;
     card.agentIpAddr = ADDRESS_UNKNOWN;
+    card.state = {};
 }
 
 void aclLinecardFlush(uint32_t slot) {

@@ -112,15 +112,24 @@ agentIfName::agentIfName(uint32_t ifindex) {
 agentRoute agentRouteOf(uint32_t ifindex, uint32_t messageId) {
     // The control processor's own lists go to its own agent; everything else to a card's.
     if (ifindexType(ifindex) == IF_TYPE_CP && ifindexPort(ifindex) == 0 &&
-        messageId >= MT_ACL_ADDLIST && messageId <= MT_ACL_DELLIST)
-        return {aclNode->acl0qHandle, 0, aclLinecardInfo[LINECARD_CP].agent0IpAddr,
-                aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST), 0};
+        ((messageId >= MT_ACL_ADDLIST && messageId <= MT_ACL_DELLIST) ||
+         messageId == MT_AGENT_REPLAY))
+        return {aclNode->acl0qHandle,
+                0,
+                aclLinecardInfo[LINECARD_CP].agent0IpAddr,
+                aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST),
+                0,
+                AGENT_CP};
     int slot = ifindexSlot(ifindex);
-    if (slot == SLOT_NONE) return {ZEK_SWP_NONE, 0, ADDRESS_UNKNOWN, 0, SLOT_NONE};
+    if (slot == SLOT_NONE) return {ZEK_SWP_NONE, 0, ADDRESS_UNKNOWN, 0, SLOT_NONE, AGENT_COUNT};
     const aclLinecard& card = aclLinecardInfo[slot];
     uint32_t number = static_cast<uint32_t>(slot);
-    return {card.aclAgent, number, card.agentIpAddr,
-            aclServicePort(APP_ACL_AGENT, number, QUEUE_REQUEST), slot};
+    return {card.aclAgent,
+            number,
+            card.agentIpAddr,
+            aclServicePort(APP_ACL_AGENT, number, QUEUE_REQUEST),
+            slot,
+            number};
 }
 
 int iAclIPCSendAclList(const void* body, size_t bodyLen, uint32_t ifindex, const agentHdr& header,
@@ -133,11 +142,12 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, uint32_t ifindex, const
                  route.cardSlot);
         return 0;
     }
+    if (zekSwpQueueState(route.queue) != zekSwpState::inStep) return 0;  // part of its replay
     const size_t length = sizeof(agentHdr) + bodyLen;
     auto* message = static_cast<agentHdr*>(acl_Swp_Alloc(length));
     if (message == nullptr) {
-        zekSwpQueueLose(route.queue);  // the agent lacks it: a replay must bring it
         aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");
+        aclAgentLost(route.agent);
         return -1;
     }
     *message = {};
@@ -156,11 +166,14 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, uint32_t ifindex, const
 }
 
 int iAclSendToAclAgent(const aclSendRequest& request) {
-    if (!zekHaIsPrimaryRpm() && ifindexType(request.ifindex) != IF_TYPE_CP) return 0;
-    if (stagingBuffer() == nullptr) return -1;
+    if (ifindexType(request.ifindex) != IF_TYPE_CP && !aclMayDownload()) return 0;
     const agentMsgRow row = agentMsgRowOf(request.messageId);
     const uint32_t target =
         request.slot != SLOT_NONE ? static_cast<uint32_t>(request.slot) : request.ifindex;
+    if (stagingBuffer() == nullptr) {
+        aclAgentLost(agentRouteOf(target, row.id).agent);
+        return -1;
+    }
     switch (row.body) {
         case agentBody::ip:
             return sendItem<ipBody>(request, row, target);

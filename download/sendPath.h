@@ -96,6 +96,7 @@ struct agentIfName {
 struct agentRoute {
     zekSwpHandle queue;
     uint32_t slot, address, service;
-    int cardSlot;  // SLOT_NONE: belongs to no card
+    int cardSlot;    // SLOT_NONE: belongs to no card
+    uint32_t agent;  // whose queue it is
 };
 agentRoute agentRouteOf(uint32_t ifindex, uint32_t messageId);

@@ -79,7 +79,7 @@ int sendListToTargets(const aclPPBitMap& map, aclList* list, uint32_t vlan, uint
 
 int sendEntryToTargets(const aclSendItem& entry, uint32_t vlan, uint32_t messageId, uint32_t count,
                        uint32_t ipv6, const listName& name) {
-    if (!zekHaIsPrimaryRpm()) return 0;
+    if (!aclMayDownload()) return 0;
     aclPPBitMap map{};
     aclGetPPBitMap(vlan, &map, ipv6, messageId);
     int result = 0;
@@ -114,7 +114,7 @@ void aclGetPPBitMap(uint32_t ifindex, aclPPBitMap* map, uint32_t ipv6, uint32_t 
 int aclSendVlanAclToAclAgent(aclList* list, uint32_t vlanIfindex, uint32_t flag, uint32_t messageId,
                              uint32_t implicitPermit, uint32_t ipv6) {
     if (list == nullptr) return -1;
-    if (!zekHaIsPrimaryRpm()) return 0;
+    if (!aclMayDownload()) return 0;
     aclPPBitMap map{};
     aclGetPPBitMap(vlanIfindex, &map, ipv6, messageId);
     return sendListToTargets(map, list, vlanIfindex, flag, messageId, implicitPermit, ipv6);
@@ -138,7 +138,7 @@ int aclSendVlanAclToAclAgentSpecificMember(aclList* list, uint32_t vlanIfindex, 
                                            uint32_t messageId, uint32_t implicitPermit,
                                            uint32_t ipv6, uint32_t lag, uint32_t port) {
     if (list == nullptr) return -1;
-    if (!zekHaIsPrimaryRpm()) return 0;
+    if (!aclMayDownload()) return 0;
     aclPPBitMap map{};
     marking m{&map, ipv6, messageId};
     markPorts(&m, lag != 0 ? lag : port, true);
@@ -148,7 +148,7 @@ int aclSendVlanAclToAclAgentSpecificMember(aclList* list, uint32_t vlanIfindex, 
 int aclSendVlanAclForResetLinecard(aclList* list, const aclBinding* binding, uint32_t slot,
                                    uint32_t messageId, uint32_t ipv6) {
     if (list == nullptr || binding == nullptr || slot >= SLOT_COUNT) return -1;
-    if (!zekHaIsPrimaryRpm()) return 0;
+    if (!aclMayDownload()) return 0;
     aclPPBitMap map{};
     marking m{&map, ipv6, messageId, static_cast<int>(slot)};
     markPorts(&m, binding->id, false);

@@ -151,6 +151,27 @@ int AclSwpEnqueACL2(void* message, size_t length);
 int aclCheckSwpQueueHealth(zekSwpHandle queue);
 void aclReportQueueReset(zekSwpHandle queue);  // the system error of it
 
+// --- replays (resync.cpp) --------------------------------------------------------------------
+//
+// A message that does not go into an ACL agent's queue is one that the agent lacks. The queue says
+// so (zekSwp.h), takes nothing more, and tells the task when the agent answers: what the agent is
+// to hold is sent whole then (task/replay.cpp), between two marks if the agent takes them. So a
+// silent agent costs one message, and a slow one at most what it is to hold and the queue's bound.
+
+// An ACL agent: a slot, or AGENT_CP for the control processor's.
+constexpr uint32_t AGENT_CP = SLOT_COUNT, AGENT_COUNT = SLOT_COUNT + 1;
+aclAgentState* aclAgentStateOf(uint32_t agent);
+zekSwpHandle aclAgentQueueOf(uint32_t agent);
+// A message for the agent could not even be made.
+void aclAgentLost(uint32_t agent);
+// Whether cards may be sent anything. A manager that is not primary takes back what waits for them
+// and owes them a replay.
+bool aclMayDownload();
+// Takes what an agent's registration says of replays. True when that asks for one.
+bool aclAgentNeeds(uint32_t agent, uint32_t replayWord);
+// A mark in an agent's queue, if it takes marks; a begin counts the replays.
+void aclSendReplayMark(uint32_t agent, agentReplayMark mark);
+
 // --- line cards (linecard.cpp) ---------------------------------------------------------------
 
 // Every record of a card that is up, as text.

@@ -6,6 +6,14 @@
 #include "include/ifindex.h"
 #include "platform/api/zekSwp.h"
 
+// What the manager knows of an ACL agent's replays (agentMsg.h, the replay word).
+struct aclAgentState {
+    bool takesMarks = false;
+    bool owed = false;    // it was sent nothing, as this route processor is not primary
+    uint32_t need = 0;    // the agent's own number of its newest need
+    uint32_t replay = 0;  // number of the newest replay
+};
+
 struct aclLinecard {
     void* ipAddHead;  // chain of the card's interface addresses
     uint32_t isUp;
@@ -18,6 +26,8 @@ struct aclLinecard {
     zekSwpHandle aclAgent;
     uint32_t agentIpAddr;
     uint32_t agent0IpAddr;
+    aclAgentState state{};
+    aclAgentState agent0State{};  // of the control processor's agent, as its address
 };
 
 constexpr uint32_t LINECARD_CP = 19;  // the record that keeps the control processor's agent

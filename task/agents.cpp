@@ -1,5 +1,4 @@
-// The agents of the line cards and of the control processor: registration, what a new agent is
-// sent, and cards that go down.
+// The agents of the line cards and of the control processor: registration, and cards that go down.
 #include "download/zekacl_download.h"
 #include "include/agentMsg.h"
 #include "include/hooks.h"
@@ -14,86 +13,43 @@ namespace {
 constexpr int ADDRESS_QUERIES = 30;
 
 // The address of an application, asked for until it is known: at most 30 queries, a fifth of a
-// second apart. ADDRESS_UNKNOWN when it stays unknown.
+// second apart, and once where asking again is of no use. ADDRESS_UNKNOWN when it stays unknown.
 uint32_t waitForAddress(uint32_t app, uint32_t instance) {
     for (int query = 1;; query++) {
         uint32_t address = ADDRESS_UNKNOWN;
         (void)zek_tmeGetPeerIpAddrByName(app, instance, &address);
         if (addressIsKnown(address)) return address;
-        if (query == ADDRESS_QUERIES) return ADDRESS_UNKNOWN;
+        if (query == ADDRESS_QUERIES || zek_tmeAddressesAreFixed()) return ADDRESS_UNKNOWN;
         taskDelay(sysClkRateGet() / 5);
     }
 }
 
-// --- what a card is sent whose agent has registered, in this order -------------------------------
+// The agent is there: what it has lost need not wait for its answer to the queue.
+bool isLost(uint32_t agent) {
+    return zekSwpQueueState(aclAgentQueueOf(agent)) != zekSwpState::inStep;
+}
 
-struct replayStep {
-    const char* what;
-    void (*run)(uint32_t slot);  // null: the subsystem is not built yet, there is nothing to send
-};
-constexpr replayStep replay[] = {
-    {"card state to the peer", [](uint32_t slot) { (void)aclSendUpdateToPeer(slot); }},
-    {"card to the MAC manager", [](uint32_t slot) { (void)aclSendLinecardInfoToMacMgr(slot); }},
-    {"system lists", [](uint32_t slot) { (void)SysListRegistration(slot); }},
-    {"PIM-assert entries", nullptr},
-    {"protocol trapping, to the MAC agent", nullptr},
-    {"DHCP-snooping configuration", nullptr},  // when snooping is enabled
-    {"DAI", nullptr},
-    {"DHCP-snooping nodes", nullptr},
-    {"bound lists", [](uint32_t slot) { AclUpdateAclAgentExt(slot); }},
-    {"UDP helper", nullptr},
-    {"STP enables", nullptr},
-    {"global IPv6 configuration", nullptr},
-    {"PIM configuration parameters", nullptr},
-    {"policy-based routing", nullptr},
-    {"DHCP snooping: enable", nullptr},  // these six when snooping is enabled
-    {"DHCP snooping: MAC check", nullptr},
-    {"DHCP snooping: table full", nullptr},
-    {"DHCP snooping: trusted ports", nullptr},
-    {"DHCP snooping: forwarding entries", nullptr},
-    {"DHCP snooping: pending updates", nullptr},
-    {"egress MAC lists enable", nullptr},
-};
-
-// The ingress list of the control-processor interface, to its own agent.
-void downloadToAcl0() {
-    aclLockHeld<aclLock::read> held;
-    const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
-    aclList* list = intf != nullptr ? intf->lists[INTF_V4][INTF_IN] : nullptr;
-    if (list == nullptr) return;
-    for (const aclBinding* b = list->bindings; b != nullptr; b = b->next) {
-        if (b->kind != BIND_INTERFACE || b->id != IFINDEX_CP_BIND || b->direction != 0) continue;
-        list->sendBlock = b->block;
-        (void)aclSendToAclAgent(list, IFINDEX_CP_BIND, 1, MT_ACL_ADDLIST, b->implicitPermit, 0, 0);
-        return;
-    }
+// A slot that is registered is answered, and sent nothing, unless its agent lacks something:
+// another process of it, one that says so, or one whose queue has lost messages.
+int registeredAgain(aclNodeRecord* node, uint8_t* message, uint32_t slot) {
+    const auto& request = *reinterpret_cast<const agentRegisterReq*>(message);
+    const bool isItself = request.ipc.target.card == aclLinecardInfo[slot].agentIpAddr;
+    const bool needs = isItself && aclAgentNeeds(slot, request.replay);
+    if (needs) aclLinecardFill(slot, request);
+    AclIpcReply(node->regQfd, message);
+    if (needs || (isItself && isLost(slot))) aclReplayToAgent(slot, needs);
+    return -1;
 }
 
 void forgetAcl0Agent() {
     if (aclNode->acl0qHandle != ZEK_SWP_NONE) zekSwpQueueRemove(aclNode->acl0qHandle);
     aclNode->acl0qHandle = ZEK_SWP_NONE;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = ADDRESS_UNKNOWN;
+    aclLinecardInfo[LINECARD_CP].agent0State = {};
     aclNode->acl0Registered = 0;
 }
 
 }  // namespace
-
-void aclReplayToCard(uint32_t slot) {
-    const aclLinecard card = aclLinecardInfo[slot];
-    for (zekSwpHandle queue : {card.aclAgent, card.macAgent}) zekSwpReplayBegin(queue);
-    for (const replayStep& step : replay) {
-        if (step.run == nullptr) continue;
-        aclDebug(DEBUG_ACL_IPC, "linecard %d: %s\r\n", static_cast<int>(slot), step.what);
-        step.run(slot);
-    }
-    for (zekSwpHandle queue : {card.aclAgent, card.macAgent}) zekSwpReplayEnd(queue);
-}
-
-void aclDownloadCfgtoAcl0() {
-    zekSwpReplayBegin(aclNode->acl0qHandle);
-    downloadToAcl0();
-    zekSwpReplayEnd(aclNode->acl0qHandle);
-}
 
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
     const ipcHdr* hdr = msgHdr(message);
@@ -108,10 +64,9 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
         return -1;
     }
     aclLinecard& card = aclLinecardInfo[slot];
-    if (card.aclAgent != ZEK_SWP_NONE && card.macAgent != ZEK_SWP_NONE) {
-        AclIpcReply(node->regQfd, message);  // registered already: nothing is sent again
-        return -1;
-    }
+    const auto& request = *reinterpret_cast<const agentRegisterReq*>(message);
+    if (card.aclAgent != ZEK_SWP_NONE && card.macAgent != ZEK_SWP_NONE)
+        return registeredAgain(node, message, slot);
     card.agentIpAddr = ADDRESS_UNKNOWN;
     const uint32_t address = waitForAddress(APP_ACL_AGENT, slot);
     // Only the address that the chassis knows may speak for the slot.
@@ -122,14 +77,15 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
         return -1;
     }
     card.agentIpAddr = address;
-    aclLinecardFill(slot, *reinterpret_cast<const agentRegisterReq*>(message));
+    aclLinecardFill(slot, request);
     if (iAclSwpQueueCreate(slot, QUEUE_ACL_AGENT) != 0 ||
         iAclSwpQueueCreate(slot, QUEUE_MAC_AGENT) != 0) {
         aclLinecardClear(slot);  // down until it registers again
         return -1;
     }
+    (void)aclAgentNeeds(slot, request.replay);
     AclIpcReply(node->regQfd, message);
-    aclReplayToCard(slot);
+    aclReplayToAgent(slot, true);
     return -1;
 }
 
@@ -141,8 +97,11 @@ int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message) {
 
 int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
     uint32_t& address = aclLinecardInfo[LINECARD_CP].agent0IpAddr;
+    const auto& request = *reinterpret_cast<const acl0RegisterReq*>(message);
     if (addressIsKnown(address)) {
         AclIpcReply(node->regQfd, message);
+        if (aclAgentNeeds(AGENT_CP, request.replay) || isLost(AGENT_CP))
+            aclReplayToAgent(AGENT_CP, true);
         return -1;
     }
     address = waitForAddress(APP_ACL_AGENT_CP, 0);
@@ -152,13 +111,14 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
                   "AclAgent on CP tried to register : Got anerror from zek_tmeGetPeerIpAddrByName");
         return -1;
     }
-    node->supportAclOnCP = reinterpret_cast<const acl0RegisterReq*>(message)->supportAclOnCP;
+    node->supportAclOnCP = request.supportAclOnCP;
     if (iAclToAcl0SwpQueueCreate() != 0) {
         address = ADDRESS_UNKNOWN;  // else the next registration would change nothing
         return -1;
     }
+    (void)aclAgentNeeds(AGENT_CP, request.replay);
     AclIpcReply(node->regQfd, message);
-    aclDownloadCfgtoAcl0();
+    aclReplayToAgent(AGENT_CP, true);
     node->acl0Registered = 1;
     return -1;
 }

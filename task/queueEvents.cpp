@@ -18,14 +18,16 @@ bool renewCard(zekSwpHandle queue) {
         return c.aclAgent == queue || c.macAgent == queue;
     });
     if (card == std::ranges::end(aclLinecardInfo)) return false;
-    aclReplayToCard(static_cast<uint32_t>(card - std::ranges::begin(aclLinecardInfo)));
+    // One that is not primary owes it, see aclReplayOwed.
+    if (aclMayDownload())
+        aclReplayToAgent(static_cast<uint32_t>(card - std::ranges::begin(aclLinecardInfo)), false);
     return true;
 }
 
 // What the peer of a queue must have, in a new session.
 void renew(zekSwpHandle queue) {
     if (renewCard(queue)) return;
-    if (queue == aclNode->acl0qHandle) return aclDownloadCfgtoAcl0();
+    if (queue == aclNode->acl0qHandle) return aclReplayToAgent(AGENT_CP, false);
     zekSwpReplayBegin(queue);
     if (queue == aclNode->acl2qHandle)
         for (uint32_t family : {AF_IPV4, AF_IPV6}) prefixDownloadIpListAlltoACL2(family);

@@ -362,6 +362,7 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
     }
     aclServeQueues();
     if (pass % 4 == 0) aclSendRegistration();
+    aclReplayOwed();
     aclProcessRegexPendingDelete();
 }
 

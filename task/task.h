@@ -66,10 +66,6 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message);
 int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message);
-// Replays, each in a new session: what the agents of a slot, or of the control processor, must
-// hold.
-void aclReplayToCard(uint32_t slot);
-void aclDownloadCfgtoAcl0();
 // Forgets a card's agents, so that the next registration rebuilds its state. A slot that there is
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);
@@ -84,6 +80,14 @@ int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message);
 // Starts queues over that have lost messages and whose peers answer; called on every pass.
 void aclServeQueues();
+
+// --- replays (replay.cpp) ----------------------------------------------------------------------
+
+// Sends an agent whose queue is there everything that it is to hold, in a new session.
+// `registered`: the peer and the MAC manager hear of the card too.
+void aclReplayToAgent(uint32_t agent, bool registered);
+// The replays that are owed since this route processor was not primary; called on every pass.
+void aclReplayOwed();
 
 // --- registrations of clients (clientReg.cpp) ------------------------------------------------
 

@@ -42,6 +42,8 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs);
 // The card address at which an application (an instance or, for agents, the one of a slot) is
 // reached: 0 and *address, or -1 and *address all ones.
 int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* address);
+// Whether these answers stay as they are: asking again for one that is not known is of no use.
+[[nodiscard]] bool zek_tmeAddressesAreFixed();
 // The own address that a peer at the given card address is to answer to.
 [[nodiscard]] uint32_t zek_sysGetIpAddr(uint32_t cardAddress);
 

@@ -492,6 +492,11 @@ int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* addres
     return addressIsKnown(*address) ? 0 : -1;
 }
 
+// The description of the chassis is read once.
+bool zek_tmeAddressesAreFixed() {
+    return true;
+}
+
 uint32_t zek_sysGetIpAddr(uint32_t) {
     return task.address;
 }

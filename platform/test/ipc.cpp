@@ -140,6 +140,10 @@ int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* addres
     return 0;
 }
 
+bool zek_tmeAddressesAreFixed() {
+    return testHost.addressesAreFixed;
+}
+
 uint32_t zek_sysGetIpAddr(uint32_t) {
     return testHost.ownAddress;
 }

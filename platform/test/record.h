@@ -74,6 +74,7 @@ struct testPlatform {
     bool aclOnRp2 = true;
     uint32_t ownAddress = 0x7F010001;
     // Addresses of applications, by number and instance; all others are unknown.
+    bool addressesAreFixed = false;
     std::map<std::pair<uint32_t, uint32_t>, uint32_t> addresses;
     // Ports that the chassis does not have; the others have id 100 + user port and the pipe of
     // their id modulo 8.

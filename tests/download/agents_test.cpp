@@ -92,6 +92,12 @@ TEST_F(Agents, TheAddressIsAskedForThirtyTimesAFifthOfASecondApart) {
     EXPECT_EQ(testHost.ticks, 29u * 20);
     EXPECT_EQ(aclLinecardInfo[5].isUp, 0u);
     EXPECT_EQ(aclLinecardInfo[5].agentIpAddr, ADDRESS_UNKNOWN);
+    // Where addresses never change, one query says it all.
+    testHost.addressesAreFixed = true;
+    const uint64_t before = testUses(TEST_ADDRESS);
+    EXPECT_EQ(deliverAll(registration(6, AGENT_CARD + 6)), texts{NOT_KNOWN});
+    EXPECT_EQ(testUses(TEST_ADDRESS), before + 1);
+    testHost.addressesAreFixed = false;
     // 0 is no address either; known at the last query is in time.
     testHost.addresses[{62, 5}] = 0;
     EXPECT_EQ(deliverAll(registration(5, 0)), texts{NOT_KNOWN});
@@ -158,6 +164,103 @@ TEST_F(Agents, AFlushEmptiesWhatWaitsForTheSlot) {
         testHost.busyQueues = row.busy;
         EXPECT_EQ(deliverAll(registration(row.slot, CARD_5, 60, 1129)), row.effects);
     }
+}
+
+// An agent that takes marks: its replays begin and end with one, and each need brings one replay.
+TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
+    // "begin 7 need 3" for a mark, else the message id.
+    auto sent = [this](const bytes& m) {
+        std::memcpy(received, m.data(), m.size());
+        aclTakeMessage(aclNode, received, m.size());
+        texts rows;
+        for (const bytes& out : enqueued()) {
+            const uint32_t id = get32(out, 12);
+            rows.push_back(std::to_string(id));
+            if (id != 30003) continue;
+            EXPECT_EQ(out.size(), 144u);
+            const char* const marks[] = {"?", "begin", "end"};
+            rows.back() = std::string(marks[get32(out, 132) % 3]) + " need " +
+                          std::to_string(get32(out, 140)) + " to " + std::to_string(get32(out, 56));
+        }
+        return rows;
+    };
+    auto replay = [](const std::string& need, const std::string& to, const texts& between) {
+        texts rows{"begin need " + need + " to " + to};
+        rows.insert(rows.end(), between.begin(), between.end());
+        rows.push_back("end need " + need + " to " + to);
+        return rows;
+    };
+    const texts nothing, card{"14413"};
+    constexpr uint32_t marks = 1;
+    const zekSwpHandle& queue = aclLinecardInfo[5].aclAgent;
+    struct {
+        const char* what;
+        uint32_t word;
+        texts wanted;
+        bool lost = false;
+    } const rows[] = {
+        {"needs one at its start", 8 << 1 | marks, replay("8", "7957", card)},
+        {"names it again", 8 << 1 | marks, nothing},
+        {"needs none", marks, nothing},
+        {"needs another", 9 << 1 | marks, replay("9", "7957", card)},
+        {"is there, and has lost something", marks, replay("9", "7957", card), true},
+        {"takes no marks", 10 << 1, card},
+        {"knows nothing of replays", 0, nothing},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        bytes m = registration(5, CARD_5);
+        put32(m, 60, row.word);
+        if (row.lost) zekSwpQueueLose(queue);
+        EXPECT_EQ(sent(m), row.wanted);
+        EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::inStep);
+    }
+    // Another card does not speak for the slot.
+    bytes stranger = registration(5, CARD_5 + 1);
+    put32(stranger, 60, 11 << 1 | marks);
+    EXPECT_EQ(sent(stranger), nothing);
+
+    testHost.addresses[{165, 0}] = OWN_CARD;
+    bytes cp = message(14401, 68);
+    put32(cp, 64, 5 << 1 | marks);
+    EXPECT_EQ(sent(cp), replay("5", "21121", {}));
+    EXPECT_EQ(sent(cp), nothing);
+    put32(cp, 64, 6 << 1 | marks);
+    EXPECT_EQ(sent(cp), replay("6", "21121", {}));
+
+    // A replay that is lost on its way has no end.
+    bytes m = registration(5, CARD_5);
+    put32(m, 60, 12 << 1 | marks);
+    testFail(TEST_BLOCK, 2, 1);
+    EXPECT_EQ(sent(m), texts{"begin need 12 to 7957"});
+    EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::lost);
+}
+
+// Changes that are made while the role is elsewhere reach the cards when it is back.
+TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
+    bytes m = registration(5, CARD_5);
+    put32(m, 60, 1);
+    (void)deliverAll(m);
+    auto pass = [this] {
+        aclLoopOnce(aclNode, 1, received);
+        return sentTo();
+    };
+    EXPECT_TRUE(pass().empty());
+    testHost.primary = false;
+    EXPECT_TRUE(pass().empty());
+    ipList made("edge", 1);
+    EXPECT_EQ(aclSendToAclAgent(&made.list, PORT_5_0, 1, 14409, 0, 0, 0), 0);
+    EXPECT_TRUE(pass().empty());
+    testHost.primary = true;
+    texts rows = pass();
+    std::erase_if(rows, [](const std::string& row) { return !row.ends_with(">5"); });
+    EXPECT_EQ(rows, (texts{"30003>5", "14413>5", "30003>5"}));
+    EXPECT_TRUE(pass().empty());
+    // Gone and back between two passes, with a change that was not sent.
+    testHost.primary = false;
+    EXPECT_EQ(aclSendVlanAclToAclAgent(&made.list, VLAN_10, 1, 14409, 0, 0), 0);
+    testHost.primary = true;
+    EXPECT_FALSE(pass().empty());
 }
 
 TEST_F(Agents, AMacAgentGetsItsQueue) {

@@ -124,7 +124,17 @@ TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
     EXPECT_TRUE(anyHas(others, "Sending message chunk 2\r\n"));
     EXPECT_TRUE(anyHas(others, "Error Sending message chunk 2\r\n"));
     EXPECT_FALSE(anyHas(others, "chunk 3"));
+    // The agent lacks it: its queue takes nothing but a replay.
+    const zekSwpHandle queue = aclLinecardInfo[3].aclAgent;
+    auto replayed = [queue] {
+        zekSwpReplayBegin(queue);
+        zekSwpReplayEnd(queue);
+    };
+    EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::lost);
+    EXPECT_EQ(aclSendToAclAgent(&made.list, PORT_3_1, 1, 14409, 0, 0, 0), 0);
+    EXPECT_TRUE(enqueued().empty());
 
+    replayed();
     testFail(TEST_BLOCK, 1);
     const std::string name(140, 'x');
     EXPECT_EQ(aclSendEntToAclAgent(made.list.head, PORT_3_1, 14410, 1, 0, 0, listNameMake(name)),
@@ -132,10 +142,12 @@ TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
     (void)enqueued();
     EXPECT_TRUE(anyHas(others, "syserr 0x5000f Error sending an entry of access list " + name +
                                    " to the agent of if 0x8080000"));
+    replayed();
     EXPECT_EQ(aclSendEntToAclAgent(made.list.head, PORT_3_1, 14411, 1, 0, 0, made.list.name), -1);
     (void)enqueued();
     EXPECT_FALSE(anyHas(others, "0x5000f"));
     testFailNothing();
+    replayed();
 
     // A full queue is no failure of the change; its message is freed, and both debug roads are
     // told.

@@ -213,13 +213,73 @@ TEST(Cards, WhatIsNotInStepIsSaidToBeSo) {
     result = chassis.shell({"--timeout", "0.2", "-c", "show ip access-lists A installed"});
     kill(chassis.agents[1].pid, SIGCONT);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(chassis.squeezed(result.out), "1/0,in,1,no answer;1/1,out,1,no answer;");
+    EXPECT_EQ(chassis.squeezed(result.out),
+              "1/0,in,1,no answer;1/1,out,1,no answer;-,-,2,not running;");
 
     chassis.show("chassis primary 0");
     ASSERT_TRUE(roleIs("primary"));
     ASSERT_TRUE(chassis.startAgent(2));
-    for (int slot : {1, 2}) chassis.show("chassis card " + std::to_string(slot) + " down");
     chassis.expectInStep("A", "1/0,in,1,in step;1/1,out,1,in step;");
+}
+
+// A card that has stopped, a queue that overflows, a role that goes away and a chassisd that hangs:
+// what was changed meanwhile is installed in the end, without another change.
+TEST(Cards, HealWithoutAnotherChange) {
+    cardsFixture chassis;
+    const std::string bind = "interface port-channel 1\n ip access-group ";
+    auto whole = [](const char* slot2, const char* slot1) {
+        return std::string("port-channel 1 (2/2),in,2,") + slot2 + ";port-channel 1 (1/2),in,1," +
+               slot1 + ";";
+    };
+    const std::string inStep = whole("in step", "in step");
+    // More than a queue holds: 16 MB and 65,536 messages.
+    chassis.load(LIST_A + entries(1, 40001) + bind + "A in\n");
+    chassis.expectInStep("A", inStep);
+    kill(chassis.agents[1].pid, SIGSTOP);
+    chassis.load("no ip access-list extended A\n" + ALL_OF_B + bind + "B in\n");
+    ASSERT_TRUE(waitUntil([&] {
+        return chassis.show("show logging").find("Resetting SWP queue") != std::string::npos;
+    }));
+    std::string rows;
+    EXPECT_TRUE(waitUntil([&] {
+        rows = chassis.squeezed(
+            chassis.shell({"--timeout", "0.3", "-c", "show ip access-lists B installed"}).out);
+        return rows == whole("in step", "no answer");
+    })) << rows;
+    EXPECT_EQ(chassis.shell({"--timeout", "0.3", "-c", "show cards"}).status, 1);
+    kill(chassis.agents[1].pid, SIGCONT);
+    chassis.expectInStep("B", inStep);
+    // The list that has gone can be asked for, and is nowhere.
+    EXPECT_NE(chassis.installed("A").err.find("No such access list"), std::string::npos);
+
+    chassis.show("chassis primary 1");
+    EXPECT_TRUE(waitUntil([&] {
+        return chassis.show("show system | include role").find("secondary") != std::string::npos;
+    }));
+    chassis.load(LIST_B + std::string(" seq 1 deny host 10.1.1.1\n"));
+    EXPECT_EQ(chassis.installed("B").status, 1);
+    chassis.show("chassis primary 0");
+    chassis.expectInStep("B", inStep);
+
+    // Agents need chassisd for nothing.
+    kill(chassis.neighbours.pid, SIGSTOP);
+    chassis.agents[2].stop(SIGKILL);
+    EXPECT_TRUE(chassis.startAgent(2));
+    chassis.expectInStep("B", inStep);
+    kill(chassis.neighbours.pid, SIGCONT);
+    EXPECT_EQ(chassis.shell({"-c", "show cards"}).status, 0);
+}
+
+TEST(Cards, MembershipByHandTakesLagsAndRefusesASecondList) {
+    cardsFixture chassis;
+    chassis.load(
+        ALL_OF_B +
+        "interface vlan 20\n ip access-group B in\ninterface 1/1\n ip access-group B in\n");
+    EXPECT_NE(chassis.show("debug join vlan 20 port-channel 1").find("joined"), std::string::npos);
+    chassis.expectInStep("B", "vlan 20,in,2,in step;vlan 20,in,1,in step;1/1,in,1,in step;");
+    // A port with a list of its own.
+    EXPECT_NE(chassis.shell({"-c", "debug join port-channel 1 1/1"}).out.find("cannot be a member"),
+              std::string::npos);
 }
 
 TEST(Cards, ACardThatIsReportedDownComesBackIntoStep) {

@@ -1,0 +1,55 @@
+// What agents lack, and the marks around their replays: see zekacl_download.h.
+#include "download/sendPath.h"
+#include "platform/api/zekTask.h"
+
+aclAgentState* aclAgentStateOf(uint32_t agent) {
+    return agent == AGENT_CP ? &aclLinecardInfo[LINECARD_CP].agent0State
+                             : &aclLinecardInfo[agent].state;
+}
+
+zekSwpHandle aclAgentQueueOf(uint32_t agent) {
+    return agent == AGENT_CP ? aclNode->acl0qHandle : aclLinecardInfo[agent].aclAgent;
+}
+
+void aclAgentLost(uint32_t agent) {
+    // One that has no queue is sent everything when it registers.
+    if (agent < AGENT_COUNT && aclAgentQueueOf(agent) != ZEK_SWP_NONE)
+        zekSwpQueueLose(aclAgentQueueOf(agent));
+}
+
+bool aclMayDownload() {
+    if (zekHaIsPrimaryRpm()) return true;
+    for (aclLinecard& card : aclLinecardInfo) {
+        if (card.state.owed || card.aclAgent == ZEK_SWP_NONE) continue;
+        card.state.owed = true;
+        // A session of nothing: what waited is another manager's to say now.
+        zekSwpReplayBegin(card.aclAgent);
+        zekSwpReplayEnd(card.aclAgent);
+    }
+    return false;
+}
+
+bool aclAgentNeeds(uint32_t agent, uint32_t replayWord) {
+    aclAgentState& state = *aclAgentStateOf(agent);
+    const uint32_t need = agentNeed(replayWord);
+    const bool isNew = need != 0 && need != state.need;
+    state.takesMarks = (replayWord & AGENT_TAKES_MARKS) != 0;
+    if (isNew) state.need = need;
+    return isNew;
+}
+
+void aclSendReplayMark(uint32_t agent, agentReplayMark mark) {
+    static uint32_t lastReplay;
+    aclAgentState& state = *aclAgentStateOf(agent);
+    if (!state.takesMarks || (agent != AGENT_CP && !aclMayDownload())) return;
+    if (mark == AGENT_REPLAY_BEGIN) state.replay = ++lastReplay != 0 ? lastReplay : ++lastReplay;
+    agentReplayBody body{};
+    body.mark = mark;
+    body.number = state.replay;
+    body.need = state.need;
+    // A bare slot addresses its card, as it does for DoS lists.
+    const uint32_t ifindex = agent == AGENT_CP ? IFINDEX_CP_BIND : agent;
+    agentHdr header;
+    vAclBuildIpcHdr(&header, ifindex, sizeof body, MT_AGENT_REPLAY);
+    (void)iAclIPCSendAclList(&body, sizeof body, ifindex, header, false);
+}
