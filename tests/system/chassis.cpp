@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -20,6 +21,7 @@ namespace {
 
 constexpr uint32_t RP_ADDRESS = 0x7F010001;  // 127.1.0.1
 constexpr int PATIENCE_MS = 60000;           // only ever waited for when something is broken
+constexpr uint32_t PIDS = 1u << 22;          // more than there are processes
 
 std::string readFile(const std::string& path) {
     std::ifstream in(path);
@@ -212,8 +214,9 @@ std::string chassisFixture::write(const std::string& name, const std::string& te
     return path;
 }
 
-rawClient::rawClient(const chassisFixture& chassis)
-    : address(RP_ADDRESS), service(SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid())) {
+rawClient::rawClient(const chassisFixture& chassis, uint32_t which)
+    : address(RP_ADDRESS),
+      service(SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid()) + which * PIDS) {
     std::string error;
     endpoint = zekEndpointOpen(chassis.dir, address, service, &error);
     EXPECT_NE(endpoint, nullptr) << error;
@@ -234,8 +237,9 @@ void rawClient::fillHeader(std::vector<uint8_t>& message, uint32_t type, uint32_
 }
 std::string rawClient::agentSummary(int slot) {
     std::vector<uint8_t> message(sizeof(agentStateReq));
-    static uint32_t sequence = 0x40000000;
-    fillHeader(message, MT_AGENT_STATE, ++sequence);
+    static std::atomic<uint32_t> last = 0x40000000;
+    const uint32_t sequence = ++last;
+    fillHeader(message, MT_AGENT_STATE, sequence);
     auto* req = reinterpret_cast<agentStateReq*>(message.data());
     bool cp = slot == AGENT_CP;
     req->ipc.source.card = cp ? RP_ADDRESS : CARD_ADDRESS + static_cast<uint32_t>(slot);

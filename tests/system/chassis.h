@@ -71,7 +71,8 @@ struct rawClient {
     zekEndpoint* endpoint = nullptr;
     uint32_t address = 0, service = 0;
 
-    explicit rawClient(const chassisFixture& chassis);
+    // `which` tells several of one process apart.
+    explicit rawClient(const chassisFixture& chassis, uint32_t which = 0);
     ~rawClient();
     rawClient(const rawClient&) = delete;
     rawClient& operator=(const rawClient&) = delete;

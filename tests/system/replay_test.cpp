@@ -1,0 +1,211 @@
+// Everything around a card ends, stops and starts again in turn while lists change: what is in
+// force on it never gets less, and in the end it is what is meant.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <optional>
+#include <random>
+#include <thread>
+
+#include "tests/system/chassis.h"
+
+namespace {
+
+constexpr int KEPT = 400;  // entries of the list that nobody changes
+
+std::string entries(int from, int count) {
+    std::string text;
+    for (int i = from; i < from + count; i++)
+        text += " seq " + std::to_string(10 * i) + " permit host 10.2." + std::to_string(i / 250) +
+                "." + std::to_string(i % 250) + "\n";
+    return text;
+}
+
+uint64_t number(const std::string& json, const std::string& key) {
+    size_t at = json.find("\"" + key + "\":");
+    return at == std::string::npos ? 0
+                                   : std::strtoull(json.c_str() + at + key.size() + 3, nullptr, 10);
+}
+
+struct replayFixture : chassisFixture {
+    rawClient client{*this};
+    int changes = 0;
+    int stopped = 0;  // a process that stands still, 0 none
+    std::mt19937 random{7};
+
+    replayFixture() {
+        EXPECT_TRUE(startNeighbours());
+        EXPECT_TRUE(startManager());
+        for (int slot : {1, 2, AGENT_CP}) EXPECT_TRUE(startAgent(slot));
+        load("ip access-list standard KEPT\n" + entries(1, KEPT) +
+             "ip access-list standard CHANGES\n" + entries(1, 40) +
+             "interface 1/0\n ip access-group KEPT in\ninterface 1/1\n ip access-group CHANGES in\n"
+             "interface 2/0\n ip access-group CHANGES out\n"
+             "interface control-plane\n ip access-group KEPT in\n");
+    }
+    ~replayFixture() {
+        if (stopped != 0) kill(stopped, SIGCONT);
+    }
+
+    bool inStep() const {
+        for (const char* list : {"KEPT", "CHANGES"})
+            if (shell({"-c", "show ip access-lists " + std::string(list) + " installed"}).status !=
+                0)
+                return false;
+        return show("show cards | include in step | count") == "3\n";
+    }
+    void expectInStep() const {
+        EXPECT_TRUE(waitUntil([this] { return inStep(); }))
+            << show("show cards") << show("show queues");
+    }
+    void stand(int pid) {
+        kill(pid, SIGSTOP);
+        stopped = pid;
+    }
+    void go() {
+        kill(stopped, SIGCONT);
+        stopped = 0;
+    }
+    void change() {
+        changes++;
+        std::string address = std::to_string(changes / 250) + "." + std::to_string(changes % 250),
+                    place = std::to_string(10 * (changes % 40 + 1));
+        load("ip access-list standard CHANGES\n deny host 10.9." + address + "\n no seq " + place +
+             "\n seq " + place + " permit host 10.8." + address + "\n");
+    }
+};
+
+// Looks all the time at what card 1 and the control processor's agent have in force: it must never
+// be less than the list that nobody changes.
+struct watcher {
+    std::atomic<bool> done = false;
+    std::thread thread;
+
+    explicit watcher(const chassisFixture& chassis)
+        : thread([this, &chassis] {
+              rawClient client(chassis, 1);
+              while (!done && !testing::Test::HasFailure()) {
+                  for (int slot : {1, AGENT_CP}) {
+                      std::string s = client.agentSummary(slot);
+                      EXPECT_GE(number(s, "entries"), uint64_t{KEPT}) << s;
+                      EXPECT_GE(number(s, "lists"), slot == 1 ? 2u : 1u) << s;
+                  }
+                  std::this_thread::sleep_for(std::chrono::microseconds(200));
+              }
+          }) {}
+    ~watcher() {
+        done = true;
+        thread.join();
+    }
+    watcher(const watcher&) = delete;
+    watcher& operator=(const watcher&) = delete;
+};
+
+// What may happen. `kept`: what the agents of card 1 and of the control processor have in force is
+// watched, because they and the manager's configuration are there all the time.
+struct happening {
+    const char* what;
+    bool kept;
+    void (*run)(replayFixture* t);
+};
+constexpr happening happenings[] = {
+    {"the manager ends", false,
+     [](replayFixture* t) {
+         EXPECT_TRUE(t->killAndRestart());
+         t->change();
+     }},
+    {"the manager ends twice, the second time in its replays", false,
+     [](replayFixture* t) {
+         EXPECT_TRUE(t->killAndRestart());
+         EXPECT_TRUE(t->killAndRestart());
+     }},
+    {"the manager stands still", true,
+     [](replayFixture* t) {
+         t->stand(t->manager.pid);
+         t->client.agentSummary(1);
+         t->go();
+         t->change();
+     }},
+    {"chassisd hangs, and an agent starts", false,
+     [](replayFixture* t) {
+         t->stand(t->neighbours.pid);
+         EXPECT_EQ(t->agents[1].stop(SIGTERM), 0);
+         EXPECT_TRUE(t->startAgent(1));
+         EXPECT_TRUE(waitUntil(
+             [t] { return t->client.agentSummary(1).find("\"in step\"") != std::string::npos; }));
+         t->change();
+         t->go();
+     }},
+    {"chassisd ends, and agents start", false,
+     [](replayFixture* t) {
+         t->neighbours.stop(SIGKILL);
+         for (int slot : {1, AGENT_CP}) {
+             t->agents[slot].stop(SIGKILL);
+             EXPECT_TRUE(t->startAgent(slot));
+         }
+         EXPECT_TRUE(waitUntil([t] {
+             return t->client.agentSummary(AGENT_CP).find("\"in step\"") != std::string::npos;
+         }));
+         EXPECT_TRUE(t->startNeighbours());
+     }},
+    {"the other card's agent ends in its replay", true,
+     [](replayFixture* t) {
+         for (int i = 0; i < 2; i++) {
+             t->agents[2].stop(SIGKILL);
+             t->change();
+             EXPECT_TRUE(t->startAgent(2));
+         }
+     }},
+    {"the card is reported down", true,
+     [](replayFixture* t) {
+         t->show("chassis card 1 down");
+         t->change();
+         t->show("chassis card control-plane down");
+     }},
+    {"the agent stands still while lists change", true,
+     [](replayFixture* t) {
+         t->stand(t->agents[1].pid);
+         for (int i = 0; i < 30; i++) t->change();
+         t->go();
+     }},
+    {"the role goes and comes back", true,
+     [](replayFixture* t) {
+         t->show("chassis primary 1");
+         EXPECT_TRUE(waitUntil([t] {
+             return t->show("show system | include role").find("secondary") != std::string::npos;
+         }));
+         t->change();
+         t->show("chassis primary 0");
+     }},
+};
+
+}  // namespace
+
+// Each once, then up to three at random before everything must be in step again: 20 rounds, or as
+// many as ACL_KILL_ROUNDS in the environment says.
+TEST(Replay, WhateverEndsACardIsNeverUnfiltered) {
+    const char* wanted = std::getenv("ACL_KILL_ROUNDS");
+    const size_t rounds = wanted == nullptr ? 20 : std::max(std::strtoul(wanted, nullptr, 10), 1ul);
+    replayFixture chassis;
+    chassis.expectInStep();
+    constexpr size_t all = std::size(happenings);
+    for (size_t round = 0; round < rounds; round++) {
+        std::vector<const happening*> chosen;
+        if (round < all) chosen.push_back(&happenings[round]);
+        for (size_t n = chassis.random() % 3 + 1; round >= all && n > 0; n--)
+            chosen.push_back(&happenings[chassis.random() % all]);
+        std::string what;
+        for (const happening* h : chosen) what += std::string("; ") + h->what;
+        SCOPED_TRACE(std::to_string(round) + what);
+        std::optional<watcher> watched;
+        if (std::ranges::all_of(chosen, &happening::kept)) watched.emplace(chassis);
+        for (const happening* h : chosen) h->run(&chassis);
+        chassis.expectInStep();
+        watched.reset();
+        if (testing::Test::HasFailure()) return;
+    }
+}
