@@ -175,16 +175,20 @@ void takeAnswer(const ipcHdr& answer) {
 // that have come, and waits a little for a peer that is quick; a slow one gets the rest later.
 void pace(swpLane* r) {
     constexpr size_t plenty = 4, enough = 2;  // windows
-    constexpr uint64_t patienceMs = 50;       // of one download in all
+    // Of one download in all; more when the next step would be to lose the queue.
+    constexpr uint64_t patienceMs = 50, lastPatienceMs = 1000;
     swpQueue& q = r->queue;
     largestBacklog = std::max(largestBacklog, q.bytes);
     if (q.backlog.size() <= q.window) r->waitedMs = 0;
     if (q.backlog.size() < plenty * q.window) return;
+    auto isFar = [&q] { return q.bytesMax != 0 && 2 * q.bytes > q.bytesMax; };
+    const bool far = isFar();
+    const uint64_t patience = far ? lastPatienceMs : patienceMs;
     // An answer makes room for a window at most: with no patience left, one look a window is
     // enough.
-    if (r->waitedMs >= patienceMs && q.enqueued % q.window != 0) return;
-    for (bool answered = true; answered && q.backlog.size() > enough * q.window;)
-        answered = hostTakeAnswers(takeAnswer, r->waitedMs < patienceMs ? 2 : 0, &r->waitedMs);
+    if (r->waitedMs >= patience && q.enqueued % q.window != 0) return;
+    for (bool answered = true; answered && q.backlog.size() > enough * q.window && isFar() == far;)
+        answered = hostTakeAnswers(takeAnswer, r->waitedMs < patience ? 2 : 0, &r->waitedMs);
 }
 
 uint64_t due(const swpLane& lane) {
