@@ -28,7 +28,8 @@ struct clientTask {
 
 // Sends one trigger: the body (a list name, mostly) and the client's pairs, 92 to a message. Tasks
 // with a queue of their own (RTM, DSMGR, IGMP, PIM) get it there without a wait; any other one is
-// asked by IPC and has 10 s to answer each message.
+// asked by IPC and has 10 s to answer each message, unless it has let its time pass before (see
+// task/clientWait.h).
 // 0: it went, or the client is suppressed; *status says how it was delivered: 0, the task's own
 // status word, or TRIGGER_NOT_SENT, TRIGGER_NO_REPLY. -1: it could not be built or addressed.
 constexpr uint32_t TRIGGER_NOT_SENT = 58802;
@@ -48,10 +49,11 @@ struct triggerKind {
     const char* unknownKind;
     const char* sent;  // debug, one %s: the task's name; null: none
     std::span<const taskName> names;
-    bool toEventLog;  // sendFailed goes to the event log instead of the system errors
+    bool toEventLog = false;  // sendFailed goes to the event log instead of the system errors
+    bool goesOn = false;      // a failed send does not end the walk over the list's clients
 };
 // Tells one client: a task by a trigger that carries the list's name, a route map by re-evaluating
-// it. 0; -1 when a send failed, which ends the walk over a list's clients.
+// it. 0; -1 when a send failed that ends the walk over a list's clients.
 int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
                   const listName& rmapName, const listName& list);
 

@@ -23,8 +23,7 @@ constexpr triggerKind triggerOf(uint32_t mtype) {
             "Error in task id for ACL client\n",
             "Error in ACL Trigger client type\n",
             "Sent Acl Trigger to task %s\n",
-            taskNames,
-            false};
+            taskNames};
 }
 constexpr familyRow families[] = {
     {"Preparing to send triggers to clients for IP ACL " LIST_NAME_FMT "\n", triggerOf(14460)},

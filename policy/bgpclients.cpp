@@ -17,7 +17,7 @@ triggerKind triggerOf(uint32_t mtype) {
     return {mtype,   "Error in sending Acl Trigger \n",
             nullptr, "Error in Acl Trigger client type\n",
             nullptr, {},
-            true};
+            true,    true};
 }
 
 // The client chains know nothing of kinds; their family word carries ours.

@@ -22,7 +22,6 @@ constexpr triggerKind prefixTriggers{
     .unknownKind = "Error in Prefix Trigger Client type \n",
     .sent = "Sent Prefix Trigger to task %s\n",
     .names = taskNames,
-    .toEventLog = false,
 };
 
 policyList* findList(const listName& name, uint32_t af) {

@@ -30,8 +30,7 @@ constexpr triggerKind rmapChanged{14462,
                                   "Error in task id for rmap client\n",
                                   "Error in Route Map Trigger client type\n",
                                   "Sent Rmap Trigger to task %s",
-                                  rmapTasks,
-                                  false};
+                                  rmapTasks};
 
 // The stores in which a clause may have its list. Each takes the clauses that are about its lists
 // and passes over all others.

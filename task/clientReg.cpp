@@ -6,6 +6,7 @@
 #include "common/clients.h"
 #include "include/clientMsg.h"
 #include "include/service.h"
+#include "task/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -95,6 +96,9 @@ int aclHandleClient(aclNodeRecord*, uint8_t* message) {
     else
         success = row->run({request->application, request->instance, listNameMake(request->name),
                             request->callback, std::span(pairs).first(count)});
+    // A registration has an even type: the client is there again.
+    if (success && request->ipc.mtype % 2 == 0)
+        clientRegisteredAnew(request->application, request->instance);
     request->ipc.result = success ? 0 : CLIENT_REG_FAILED;
     return success ? 0 : -1;
 }

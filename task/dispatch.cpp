@@ -13,6 +13,7 @@
 #include "include/cliMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
+#include "task/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -38,6 +39,10 @@ int handleSwpAck(aclNodeRecord*, uint8_t* message) {
     int code = zekSwpDequeue(message, &released);
     if (released != nullptr) zekMC_M_memBlockVarFree(released);
     return swpError(code);
+}
+int handleTriggerAnswer(aclNodeRecord*, uint8_t* message) {
+    clientLateAnswer(*msgHdr(message));
+    return NOT_TOLD;
 }
 int handleNothing(aclNodeRecord*, uint8_t*) {
     return NOT_TOLD;
@@ -247,8 +252,12 @@ constexpr msgRow msgTable[] = {
     {14452, 14453, "community client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
     {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
     {14456, 14457, "MAC ACL client",               CLIENT_LEN, msgReply::ipc,       nullptr, true, CLIENT_NAME},
+    {14460, 14460, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
+    {14462, 14462, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
+    {14464, 14465, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
     {14466, 14466, "show IP ACL",                  SHOW_LEN,   msgReply::show,      handleShowIpAcl},
     {14467, 14467, "show all IP ACLs",             SHOW_LEN,   msgReply::show,      handleShowIpAclAll},
+    {14468, 14468, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
     {14469, 14470, "show IPv4 prefix list",        SHOW_LEN,   msgReply::show,      handleShowPrefix<AF_IPV4>},
     {14471, 14472, "show all IPv4 prefix lists",   SHOW_LEN,   msgReply::show,      handleShowPrefixAll<AF_IPV4>},
     {14474, 14474, "UDP-helper notification",      HDR,        msgReply::udpHelper, nullptr},
@@ -263,6 +272,7 @@ constexpr msgRow msgTable[] = {
     {14504, 14505, "GVRP",                         HDR,        msgReply::ipc,       nullptr},
     {14517, 14518, "mask display mode",            HDR,        msgReply::byHandler, handleInverseMask},
     {14522, 14524, "peer route processor",         HDR,        msgReply::byHandler, handlePeer},
+    {14529, 14529, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
     {14552, 14552, "second ACL agent registers",   HDR,        msgReply::byHandler, aclHandleAcl2Register, true},
     {20417, 20417, "sFlow agent address",          HDR,        msgReply::ipc,       nullptr},
 };
@@ -354,6 +364,7 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
     hdr->status = 0;
     aclDebug(DEBUG_ACL_IPC, "ipchdr->mtype = %d\r\n", static_cast<int>(uint32_t{hdr->mtype}));
     aclCounters.messages++;
+    if (!aclIsServing()) clientWaitsBegin();
     const msgRow* row = findRow(hdr->mtype);
     if (row == nullptr) {
         aclCounters.unknownType++;

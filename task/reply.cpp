@@ -5,6 +5,7 @@
 
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
+#include "task/clientWait.h"
 
 void AclIpcReply([[maybe_unused]] uint32_t queue, uint8_t* message) {
     // The queue is not used: every answer leaves by the request queue.
@@ -76,17 +77,64 @@ int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message) {
     return rc;
 }
 
+namespace {
+
+// What is served while the task waits in the middle of its work: downloads go on, and a card that
+// is down is no longer written to. The handlers of these run under the lock of the work that waits,
+// whatever it is: they may neither take the lock nor touch a list.
+bool serving = false;
+
+zekUrgency urgencyOf(std::span<const uint8_t> message) {
+    const auto* hdr = wireView<ipcHdr>(message);
+    switch (hdr->mtype) {
+        case MT_SWP_ACK:
+            return zekUrgency::now;
+        case MT_EVENT_NOTIF: {
+            const auto* event = wireView<be32>(message, 64);
+            return event != nullptr && (*event == EVT_CARD_DOWN || *event == EVT_CARD_SHUTDOWN)
+                       ? zekUrgency::now
+                       : zekUrgency::later;
+        }
+        // What becomes of a card must not overtake what its agents said before.
+        case MT_ACL0_REGISTER:
+        case MT_AGENT_REGISTER:
+        case MT_AGENT_QUEUE:
+            return zekUrgency::barrier;
+        default:
+            return zekUrgency::later;
+    }
+}
+
+void serveUrgent(std::span<const uint8_t> message) {
+    static uint8_t buffer[IPC_BUFFER_SIZE];
+    if (message.size() > sizeof buffer) return;
+    std::memcpy(buffer, message.data(), message.size());
+    aclTakeMessage(aclNode, buffer, message.size());
+}
+
+}  // namespace
+
+bool aclIsServing() {
+    return serving;
+}
+
 const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs) {
     using namespace std::chrono;
     static uint8_t answer[IPC_BUFFER_SIZE];
     const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
+    const zekServing urgent{urgencyOf, serveUrgent};
     for (;;) {
         const auto left = duration_cast<milliseconds>(deadline - steady_clock::now()).count();
-        if (left <= 0) return nullptr;
-        const int got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, static_cast<int>(left));
+        if (left <= 0 || serving) return nullptr;
+        serving = true;
+        const int got = zekIpcRecvServing(aclNode->rspQfd, answer, sizeof answer,
+                                          static_cast<int>(left), urgent);
+        serving = false;
         if (got <= 0) return nullptr;
         const auto* hdr =
             wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
-        if (hdr != nullptr && hdr->mtype == mtype && hdr->sequence == sequence) return hdr;
+        if (hdr == nullptr) continue;
+        if (hdr->mtype == mtype && hdr->sequence == sequence) return hdr;
+        clientLateAnswer(*hdr);
     }
 }

@@ -11,6 +11,7 @@
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
+#include "task/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -188,6 +189,7 @@ bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* counter, aspathAclNodeReco
 
 aclNodeRecord* AclInitialize(int, char**) {
     init_acl_mutexes();
+    clientStatesForget();
     void* memory = zekMC_MM_malloc(sizeof(aclNodeRecord));
     if (memory == nullptr) return nullptr;
     aclNode = new (memory) aclNodeRecord{};

@@ -108,9 +108,11 @@ int AclVrrpIpcReply(uint8_t* message);
 int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
 
 // Waits for the answer of that type and sequence number to a message that this task has sent. What
-// else comes to the response queue is too late for someone and dropped; requests wait meanwhile.
+// else comes to the response queue is too late for someone: a client's answer is counted. Requests
+// wait meanwhile, but SWP time-outs and answers and cards that go down are served.
 // The answer's header, good until the next call; null: none in time.
 const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs);
+bool aclIsServing();  // a message is being served inside a wait
 
 // What the dispatchers count; shown by `show system`.
 struct aclTaskCounters {
@@ -141,7 +143,10 @@ void aclNotBuilt(const char* what);
 // --- triggers (trigger.cpp; aclSendTrigger is in include/client.h) ---------------------------
 
 const char* aclClientName(uint32_t application);  // "Unknown task" for others
-std::string aclClientsDump();                     // JSON: how each client was told
+// JSON: every registered client, and how it was told (clientShow.cpp).
+std::string aclClientsDump();
+bool aclClientHasQueue(uint32_t application);  // it is told without a wait
+bool aclClientHasAddress(uint32_t application, uint32_t instance);
 
 // --- debug shell (debugFunctions.cpp, installed.cpp, prefixFunctions.cpp, nodeDump.cpp) ---
 

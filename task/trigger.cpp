@@ -4,31 +4,22 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <map>
 #include <memory>
 
 #include "download/zekacl_download.h"
 #include "include/clientMsg.h"
 #include "include/debug.h"
-#include "include/jsonText.h"
 #include "include/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
+#include "task/clientWait.h"
 #include "task/task.h"
 
 namespace {
 
 constexpr uint32_t POOL_TRIGGER = 18;
-constexpr size_t CLIENTS_COUNTED_MAX = 1024;
-
-struct clientCounters {
-    uint64_t messages, failures;
-    uint32_t lastStatus;
-    uint64_t lastWaitMs, longestWaitMs;
-};
-std::map<std::pair<uint32_t, uint32_t>, clientCounters> counters;  // application, instance
 
 constexpr taskName clientNames[] = {
     {APP_IFM, "IFM"},        {APP_ACL, "ACL"},   {APP_RIP, "RIP"},   {APP_RTM, "RTM"},
@@ -102,11 +93,24 @@ bool deliverByQueue(const queueRow& row, triggerBuffer message) {
     return false;
 }
 
-uint32_t deliverByIpc(const triggerMsg& message) {
+uint32_t elapsedMs(std::chrono::steady_clock::time_point since) {
+    using namespace std::chrono;
+    return static_cast<uint32_t>(
+        duration_cast<milliseconds>(steady_clock::now() - since).count());
+}
+
+uint32_t deliverByIpc(clientState* state, const triggerMsg& message) {
     if (zekIpcSend(aclNode->regQfd, &message, message.ipc.length) != 0) return TRIGGER_NOT_SENT;
-    const ipcHdr* answer =
-        AclAwaitReply(message.ipc.mtype, message.ipc.sequence, zekClientWaitMs());
-    if (answer != nullptr) return answer->delivery;
+    clientTold(state, message.ipc);
+    const uint32_t wait = clientWaitMs(*state);
+    if (wait == 0) return TRIGGER_NO_REPLY;
+    const auto begin = std::chrono::steady_clock::now();
+    const ipcHdr* answer = AclAwaitReply(message.ipc.mtype, message.ipc.sequence, wait);
+    if (answer != nullptr) {
+        clientAnswered(state, elapsedMs(begin));
+        return answer->delivery;
+    }
+    clientSilent(state, wait);
     // The text states the usual wait, whatever the process was started with: meant.
     aclDebug(DEBUG_ACL_TRIGGER, "No response from %s after 10 seconds. Timing out...\n",
              aclClientName(message.application));
@@ -114,27 +118,40 @@ uint32_t deliverByIpc(const triggerMsg& message) {
 }
 
 uint32_t deliver(const clientTask& client, triggerBuffer message) {
-    using clock = std::chrono::steady_clock;
-    const auto begin = clock::now();
+    static clientState forgotten;  // of those who are too many to be remembered
+    const auto begin = std::chrono::steady_clock::now();
     bool failed = false;
     uint32_t status = 0;
+    clientState* state = clientStateOf(client.application, client.instance);
+    if (state == nullptr) state = &(forgotten = {});
+    state->missing = false;
     const auto* row = std::ranges::find(queueTable, client.application, &queueRow::application);
     if (row != std::ranges::end(queueTable)) {
         failed = !deliverByQueue(*row, std::move(message));
     } else {
-        status = deliverByIpc(*message);
+        status = deliverByIpc(state, *message);
         failed = status != 0;
     }
-    const std::pair key(client.application, client.instance);
-    if (counters.size() >= CLIENTS_COUNTED_MAX && !counters.contains(key)) return status;
-    clientCounters& c = counters[key];
-    c.messages++;
-    c.failures += failed ? 1 : 0;
-    c.lastStatus = status;
-    c.lastWaitMs = static_cast<uint64_t>(
-        std::chrono::duration_cast<std::chrono::milliseconds>(clock::now() - begin).count());
-    c.longestWaitMs = std::max(c.longestWaitMs, c.lastWaitMs);
+    state->messages++;
+    state->failures += failed ? 1 : 0;
+    state->lastStatus = status;
+    state->lastWaitMs = elapsedMs(begin);
+    state->longestWaitMs = std::max(state->longestWaitMs, state->lastWaitMs);
     return status;
+}
+
+// Those who registered before a client that has no address are not told: the log says it once.
+void sayMuted(const clientTask& client, const listName& list) {
+    clientState* state = clientStateOf(client.application, client.instance);
+    if (state == nullptr || state->missing) return;
+    state->missing = true;
+    char text[LIST_NAME_LEN + 160];
+    std::snprintf(text, sizeof text,
+                  "Client %s (task %u instance %u) of list " LIST_NAME_FMT
+                  " has no address: the clients that registered before it are not told of changes",
+                  aclClientName(client.application), client.application, client.instance,
+                  listNameArg(list));
+    zekEvtLogPrint(aclNode->evtLogKey, 4, text);
 }
 
 }  // namespace
@@ -174,25 +191,14 @@ int aclSendTrigger(const clientTask& client, uint32_t mtype, const void* body, u
     return 0;
 }
 
-std::string aclClientsDump() {
-    std::string rows;
-    for (const auto& [key, c] : counters) {
-        if (!rows.empty()) rows += ",";
-        rows += jsonObject()
-                    .number("task", key.first)
-                    .number("instance", key.second)
-                    .string("name", aclClientName(key.first))
-                    .number("triggers", c.messages)
-                    .number("failed", c.failures)
-                    .number("last-status", c.lastStatus)
-                    .number("last-wait-ms", c.lastWaitMs)
-                    .number("longest-wait-ms", c.longestWaitMs)
-                    .text();
-    }
-    return jsonObject()
-        .number("wait-at-most-ms", zekClientWaitMs())
-        .raw("clients", "[" + rows + "]")
-        .text();
+bool aclClientHasQueue(uint32_t application) {
+    return std::ranges::find(queueTable, application, &queueRow::application) !=
+           std::ranges::end(queueTable);
+}
+
+bool aclClientHasAddress(uint32_t application, uint32_t instance) {
+    uint32_t card = ADDRESS_UNKNOWN;
+    return zek_tmeGetPeerIpAddrByName(application, instance, &card) == 0;
 }
 
 int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
@@ -211,6 +217,8 @@ int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
             zekEvtLogPrint(aclNode->evtLogKey, 4, how.sendFailed);
         else
             aclSysErr(SYSERR_TRIGGER, "%s", how.sendFailed);
+        if (how.goesOn) return 0;
+        if (!aclClientHasAddress(task.application, task.instance)) sayMuted(task, list);
         return -1;
     }
     for (const taskName& row : how.names) {

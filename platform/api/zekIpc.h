@@ -10,6 +10,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 constexpr uint32_t ZEK_FD_MAX = 2048;
 typedef std::bitset<ZEK_FD_MAX> zekFdSet;
@@ -33,6 +34,16 @@ int zekIpcReply(uint32_t ipcKey, void* message, size_t length);
 // Receives one message into the buffer; longer ones are dropped and counted. timeoutMs 0 does not
 // wait, -1 waits for ever. Returns the message's bytes, 0 when none came in time, -1 on error.
 [[nodiscard]] int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs);
+
+// The same for a task that waits in the middle of its work: meanwhile SWP time-outs, and those
+// messages of the request queue that `urgency` picks, are handed to `serve`, which must not wait.
+enum class zekUrgency { later, now, barrier };  // barrier: nothing behind it is served either
+struct zekServing {
+    zekUrgency (*urgency)(std::span<const uint8_t> message);
+    void (*serve)(std::span<const uint8_t> message);
+};
+[[nodiscard]] int zekIpcRecvServing(zekQueue queue, void* buffer, size_t size, int timeoutMs,
+                                    const zekServing& serving);
 
 // Waits until one of the descriptors below `limit` in *set can be read, and leaves exactly those
 // set. A queue that holds messages already received counts as readable. Before it waits it commits

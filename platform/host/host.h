@@ -32,6 +32,7 @@ struct hostConfig {
     bool syslog = false;
     uint32_t clientWaitMs = 10000;
     uint32_t pausePercent = 100;
+    uint32_t backlogPatienceMs = 60000;  // see outgoing.cpp; tests shorten it
     chassisDescription chassis{};
 };
 hostConfig& hostConf();

@@ -452,6 +452,45 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
     }
 }
 
+// Hands over what may not wait for the task: see zekIpcRecvServing. The kept requests before *seen
+// have been looked at.
+static void serveUrgent(const zekServing& serving, size_t* seen) {
+    uint8_t timeout[sizeof(ipcHdr)];
+    for (int i = 0; i < DRAIN_MAX && hostSwpNextTimeout(timeout); i++) serving.serve(std::span(timeout));
+    while (!task.answers.empty()) serving.serve(takeNext(&task.request).bytes);
+    auto& kept = task.request.kept;
+    for (size_t i = std::min(*seen, kept.size()); i < kept.size();) {
+        const zekUrgency urgency = serving.urgency(kept[i].bytes);
+        if (urgency == zekUrgency::barrier) return;
+        if (urgency == zekUrgency::now) {
+            const keptMessage m = std::move(kept[i]);
+            kept.erase(kept.begin() + static_cast<ptrdiff_t>(i));
+            task.request.keptBytes -= m.bytes.size();
+            serving.serve(m.bytes);
+        } else {
+            i++;
+        }
+        *seen = i;
+    }
+}
+
+int zekIpcRecvServing(zekQueue queue, void* buffer, size_t size, int timeoutMs,
+                      const zekServing& serving) {
+    const uint64_t deadline = deadlineOf(timeoutMs);
+    for (size_t seen = 0;;) {
+        const int got = zekIpcRecv(queue, buffer, size, 0);
+        if (got != 0) return got;
+        const uint32_t sorted = holdSeen;
+        serveUrgent(serving, &seen);
+        const int wait = untilMs(deadline);
+        if (wait == 0) return 0;
+        hostFlush();
+        std::vector<pollfd> fds = {{hostSwpTimerFd(), POLLIN, 0}};
+        pollAll(&fds, shorter(wait, hostOutgoingWaitMs()));
+        if (holdSeen != sorted) seen = 0;  // the requests have been sorted anew
+    }
+}
+
 int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     limit = std::min(limit, ZEK_FD_MAX);
     // A system call a message is a good part of its cost: of the requests that are here already a

@@ -4,8 +4,10 @@
 //        -> backlog of its addressee (while the receiver's queue is full) -> socket
 //
 // Both keep the order. Held answers leave together after one commit, so that requests that wait
-// together share its cost. The task never waits for a receiver: what a full one has not taken after
-// BACKLOG_PATIENCE_MS is dropped and counted.
+// together share its cost. The task never waits for a receiver. Every addressee has a backlog of its
+// own, bounded in messages and bytes: what comes when it is full is dropped and counted, and nobody
+// else's is. What all have together is bounded as well; then the largest backlog loses its oldest.
+// A receiver that has taken nothing for a minute loses its backlog.
 #include <deque>
 #include <map>
 
@@ -17,24 +19,25 @@ namespace {
 
 constexpr size_t HELD_MAX = 64;  // answers that one commit serves at most
 constexpr size_t HELD_BYTES_MAX = 4u << 20;
-constexpr uint64_t BACKLOG_PATIENCE_MS = 2000;
 constexpr size_t BACKLOG_MAX = 4096;             // messages to one addressee
-constexpr size_t BACKLOG_BYTES_MAX = 64u << 20;  // to all
+constexpr size_t BACKLOG_BYTES_MAX = 8u << 20;   // to one; a message larger than that goes alone
+constexpr size_t BACKLOGS_BYTES_MAX = 64u << 20; // to all
 constexpr uint32_t COMMIT_TRIES = 3;             // then held answers are given up
 constexpr uint64_t COMMIT_RETRY_MS = 100;
 constexpr uint32_t SYSERR_COMMIT = 0x60001;
 
 typedef std::vector<uint8_t> bytes;
-struct waitingMessage {
-    bytes message;
-    uint64_t since;
+struct waitingQueue {
+    std::deque<bytes> messages;
+    size_t bytesWaiting = 0;
+    uint64_t takenAt = 0;  // when the receiver last took one, or the first came
 };
 typedef std::pair<uint32_t, uint32_t> addressee;  // card, port
 
 std::deque<bytes> held;
 size_t heldBytes = 0;
-std::map<addressee, std::deque<waitingMessage>> backlog;
-size_t backlogBytes = 0;
+std::map<addressee, waitingQueue> backlog;
+size_t backlogBytes = 0;  // of all
 uint32_t commitFailures = 0;  // in a row
 uint64_t commitRetryAt = 0;
 
@@ -55,17 +58,35 @@ addressee addresseeOf(const void* message, size_t length) {
     return {hdr->source.card, hdr->source.svce};
 }
 
-int enterBacklog(std::deque<waitingMessage>* queue, bytes message) {
-    if (queue->size() >= BACKLOG_MAX || backlogBytes + message.size() > BACKLOG_BYTES_MAX)
-        return -1;
-    backlogBytes += message.size();
-    queue->push_back({std::move(message), hostNowMs()});
-    return 0;
+void leaveBacklog(waitingQueue* queue) {
+    const size_t size = queue->messages.front().size();
+    queue->bytesWaiting -= size;
+    backlogBytes -= size;
+    queue->messages.pop_front();
 }
 
-void leaveBacklog(std::deque<waitingMessage>* queue) {
-    backlogBytes -= queue->front().message.size();
-    queue->pop_front();
+void dropOldest(waitingQueue* queue) {
+    hostIpcStats().dropped++;
+    leaveBacklog(queue);
+}
+
+int enterBacklog(waitingQueue* queue, bytes message) {
+    const size_t size = message.size();
+    if (queue->messages.size() >= BACKLOG_MAX) return -1;
+    if (!queue->messages.empty() && queue->bytesWaiting + size > BACKLOG_BYTES_MAX) return -1;
+    if (queue->messages.empty()) queue->takenAt = hostNowMs();
+    queue->messages.push_back(std::move(message));
+    queue->bytesWaiting += size;
+    backlogBytes += size;
+    // An addressee that has most loses first; one message is always left to each.
+    while (backlogBytes > BACKLOGS_BYTES_MAX) {
+        waitingQueue* largest = queue;
+        for (auto& [to, other] : backlog)
+            if (other.bytesWaiting > largest->bytesWaiting) largest = &other;
+        if (largest->messages.size() <= 1) break;
+        dropOldest(largest);
+    }
+    return 0;
 }
 
 // To the socket, or behind what already waits for this addressee.
@@ -166,15 +187,22 @@ void hostFlush() {
 
 void hostServeBacklog() {
     for (auto it = backlog.begin(); it != backlog.end();) {
-        auto& queue = it->second;
-        while (!queue.empty()) {
-            const waitingMessage& m = queue.front();
-            zekSendResult result = hostSendNow(m.message.data(), m.message.size());
-            if (result == zekSendResult::full && hostNowMs() - m.since < BACKLOG_PATIENCE_MS) break;
-            if (result != zekSendResult::sent) hostIpcStats().dropped++;
-            leaveBacklog(&queue);
+        waitingQueue& queue = it->second;
+        while (!queue.messages.empty()) {
+            const bytes& message = queue.messages.front();
+            const zekSendResult result = hostSendNow(message.data(), message.size());
+            const uint64_t now = hostNowMs();
+            if (result == zekSendResult::full) {
+                if (now - queue.takenAt < hostConf().backlogPatienceMs) break;
+                while (!queue.messages.empty()) dropOldest(&queue);
+            } else if (result == zekSendResult::sent) {
+                queue.takenAt = now;
+                leaveBacklog(&queue);
+            } else {
+                dropOldest(&queue);
+            }
         }
-        it = queue.empty() ? backlog.erase(it) : std::next(it);
+        it = queue.messages.empty() ? backlog.erase(it) : std::next(it);
     }
 }
 
@@ -182,7 +210,7 @@ int hostOutgoingWaitMs() {
     uint64_t now = hostNowMs(), until = UINT64_MAX;
     if (commitFailures != 0) until = commitRetryAt;
     for (const auto& [to, queue] : backlog)
-        until = std::min(until, queue.front().since + BACKLOG_PATIENCE_MS);
+        until = std::min(until, queue.takenAt + hostConf().backlogPatienceMs);
     if (until == UINT64_MAX) return -1;
     return until <= now ? 0 : static_cast<int>(until - now);
 }

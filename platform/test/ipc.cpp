@@ -109,6 +109,29 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int) {
     return static_cast<int>(message.size());
 }
 
+int zekIpcRecvServing(zekQueue queue, void* buffer, size_t size, int timeoutMs,
+                      const zekServing& serving) {
+    const int got = zekIpcRecv(queue, buffer, size, 0);
+    auto serveFrom = [&](zekQueue from, auto urgencyOf) {
+        auto& inbox = testHost.inbox[from];
+        for (size_t i = 0; got == 0 && i < inbox.size();) {
+            const zekUrgency urgency = urgencyOf(inbox[i]);
+            if (urgency == zekUrgency::barrier) return;
+            if (urgency == zekUrgency::later) {
+                i++;
+                continue;
+            }
+            const std::vector<uint8_t> message = std::move(inbox[i]);
+            inbox.erase(inbox.begin() + static_cast<ptrdiff_t>(i));
+            serving.serve(message);
+        }
+    };
+    serveFrom(TEST_TIMERS, [](const auto&) { return zekUrgency::now; });
+    serveFrom(TEST_REQUESTS, serving.urgency);
+    if (got == 0) testHost.waitedMs += static_cast<uint64_t>(timeoutMs);
+    return got;
+}
+
 int zekSelect(uint32_t limit, zekFdSet* set, int) {
     if (testHost.selectErrno != 0) {
         errno = testHost.selectErrno;

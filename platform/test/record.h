@@ -100,6 +100,7 @@ struct testPlatform {
     std::set<zekSwpHandle> replaying;     // begun and not ended
 
     uint32_t clientWaitMs = 10000;
+    uint64_t waitedMs = 0;  // for replies that did not come
     uint64_t ticks = 0;     // taskDelay adds to it
     uint64_t restedUs = 0;  // zekDelayMicrosecond adds to it
 };

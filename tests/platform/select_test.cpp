@@ -202,11 +202,77 @@ TEST_F(selectTest, AReceiverThatDoesNotReadHoldsNobodyUpAndMissesNothing) {
     EXPECT_EQ(zekIpcStatistics().dropped, 0u);
 }
 
+// One that does not read loses its own answers, past a bound of its own; the others lose nothing,
+// however many there are.
+TEST_F(selectTest, ABacklogIsBoundedForEachAddressee) {
+    endpoint other(run.path, RP, CLIENT_PORT + 1);
+    auto sendTo = [&](uint32_t port, uint32_t i, size_t size) {
+        bytes m = makeMessage(RP, OWN_REQUESTS, RP, port, 6001, i, size);
+        return zekIpcSend(Key_getReqQueue(key), m.data(), m.size());
+    };
+    uint32_t accepted = 0;
+    while (sendTo(CLIENT_PORT, accepted + 1, 64) == 0) accepted++;
+    EXPECT_GE(accepted, 4096u);
+    EXPECT_LT(accepted, 6000u);
+    for (uint32_t i = 1; i <= 100; i++) ASSERT_EQ(sendTo(CLIENT_PORT + 1, i, 64), 0);
+    std::vector<uint32_t> got;
+    while (got.size() < 100) {
+        ASSERT_EQ(select(0), 0);
+        for (uint32_t i : other.drain()) got.push_back(i);
+    }
+    EXPECT_EQ(got, upTo(100));
+    EXPECT_EQ(zekIpcStatistics().dropped, 0u);
+
+    // Large ones to many who do not read: of the largest backlogs, not of the small one.
+    std::vector<std::unique_ptr<endpoint>> idle;
+    ASSERT_EQ(sendTo(CLIENT_PORT + 1, 101, 64), 0);
+    for (uint32_t n = 2; n < 14; n++) {
+        idle.push_back(std::make_unique<endpoint>(run.path, RP, CLIENT_PORT + n));
+        for (int i = 0; i < 200; i++) (void)sendTo(CLIENT_PORT + n, 1, 60000);
+    }
+    EXPECT_GT(zekIpcStatistics().dropped, 0u);
+    ASSERT_EQ(select(0), 0);
+    EXPECT_EQ(other.drain(), upTo(101, 101));
+}
+
 TEST_F(selectTest, WhatIsNeverReadIsDroppedInTheEnd) {
+    hostConf().backlogPatienceMs = 100;
     for (uint32_t i = 1; i <= 1000; i++) ASSERT_EQ(sendAnswer(i), 0);
     uint64_t sent = zekIpcStatistics().sent;
     while (zekIpcStatistics().dropped < 1000 - sent) ASSERT_EQ(select(100), 0);
     EXPECT_EQ(client.drain(), upTo(static_cast<uint32_t>(sent)));
+    hostConf().backlogPatienceMs = 60000;
+}
+
+// A task that waits for a reply serves what may not wait, in its order, and leaves the rest.
+TEST_F(selectTest, AWaitForAReplyServesWhatIsUrgent) {
+    constexpr uint32_t barrierType = 14403, urgentType = 2009;
+    static std::vector<uint32_t> served;
+    static endpoint* replier;
+    replier = &client;
+    served.clear();
+    const zekServing serving{
+        [](std::span<const uint8_t> m) {
+            const uint32_t type = wireView<ipcHdr>(m)->mtype;
+            return type == barrierType  ? zekUrgency::barrier
+                   : type == urgentType ? zekUrgency::now
+                                        : zekUrgency::later;
+        },
+        [](std::span<const uint8_t> m) {
+            served.push_back(wireView<ipcHdr>(m)->mtype);
+            if (served.size() == 2)
+                replier->send(makeMessage(RP, CLIENT_PORT, RP, OWN_REQUESTS + 1, 14460, 9));
+        }};
+    bytes ack = makeMessage(CARD, 7937, RP, OWN_REQUESTS, MT_SWP_ACK, 0, sizeof(ipcHdr));
+    headerOf(ack)->session = headerOf(ack)->swpSeq = 1;
+    for (const bytes& m : {request(1), request(2, urgentType), ack, request(3, barrierType),
+                           request(4, urgentType)})
+        ASSERT_EQ(client.send(m), zekSendResult::sent);
+    bytes m(IPC_BUFFER_SIZE);
+    ASSERT_EQ(zekIpcRecvServing(Key_getRspQueue(key), m.data(), m.size(), 60000, serving), 64);
+    EXPECT_EQ(headerOf(m)->sequence, 9u);
+    EXPECT_EQ(served, (std::vector<uint32_t>{MT_SWP_ACK, urgentType}));
+    for (uint32_t i : {1u, 3u, 4u}) EXPECT_EQ(take(), i);
 }
 
 TEST_F(selectTest, MessagesThatDoNotFitAreDroppedAndCounted) {

@@ -1,6 +1,9 @@
 // Registrations as they come, and the walk that tells the clients of an access list.
 #include "include/clientMsg.h"
 #include "include/hooks.h"
+#include "policy/zekprefixlist.h"
+#include "policy/zekroutemap.h"
+#include "task/clientWait.h"
 #include "tests/task/fixture.h"
 
 namespace {
@@ -132,4 +135,54 @@ TEST_F(ClientMessages, ATriggerReachesTheTasksAndStopsAtTheFirstThatCannotBeSent
         rows, [](const testRow& row) { return row.text.starts_with("swp 1 "); }));
     EXPECT_TRUE(std::ranges::any_of(
         rows, [](const testRow& row) { return row.text == "send 14529 to 24325 length 292"; }));
+}
+
+// Access lists, prefix lists and route maps leave those behind a client without an address alone,
+// and the log says it once; AS-path and community lists go on to the next.
+TEST_F(ClientMessages, OneWithoutAnAddressEndsTheWalkOfSomeKindsOnly) {
+    struct {
+        uint32_t type;
+        const char* kind;
+        bool goesOn;
+        std::function<void()> change;
+    } table[] = {
+        {14442, "ip", false, [] { (void)aclTrigger(ipAccessListFind(lan), 0); }},
+        {14446, "prefix", false,
+         [] { (void)prefixTrigger(ipPrefixListFind(lan, AF_IPV4), AF_IPV4); }},
+        {14454, "route-map", false, [] { (void)rmapTrigger(ipRmapListFind(lan)); }},
+        {14450, "as-path", true, [] { (void)aspTrigger(bgpASPAccessListFind(lan), 1); }},
+        {14452, "community", true, [] { (void)aspTrigger(bgpCommAccessListFind(lan), 2); }},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.kind);
+        clientStatesForget();
+        for (uint32_t app : {APP_RTM, APP_ISIS, APP_DSMGR})  // told in the other order
+            ASSERT_EQ(result(registration(row.type, app)), 0u);
+        std::vector<std::string> said;
+        for (int i = 0; i < 2; i++) {
+            row.change();
+            for (std::string& text : testTake()) said.push_back(std::move(text));
+        }
+        auto count = [&](const std::string& front) {
+            return std::ranges::count_if(
+                said, [&](const std::string& text) { return text.starts_with(front); });
+        };
+        EXPECT_EQ(count("swp 2 "), 2);
+        EXPECT_EQ(count("swp 1 "), row.goesOn ? 2 : 0);
+        EXPECT_EQ(count("log Client ISIS (task 72 instance 0) of list lan has no address"),
+                  row.goesOn ? 0 : 1);
+        std::string dump;
+        ASSERT_TRUE(zekDebugRun("clients", "", &dump));
+        const std::string front = "{\"kind\":\"" + std::string(row.kind) + "\",\"list\":\"lan\",";
+        const std::string muted = front + R"("task":80,"instance":0,"name":"RTM",)"
+                                          R"("address":"127.1.0.1","told":")" +
+                                  (row.goesOn ? "by its queue" : "no: one that registered later");
+        EXPECT_NE(dump.find(muted), std::string::npos) << dump;
+        EXPECT_NE(dump.find(front + R"("task":72,"instance":0,"name":"ISIS","address":"unknown",)"
+                                    R"("told":"no: it has no address","triggers":0)"),
+                  std::string::npos)
+            << dump;
+        for (uint32_t app : {APP_RTM, APP_ISIS, APP_DSMGR})
+            ASSERT_EQ(result(registration(row.type + 1, app)), 0u);
+    }
 }

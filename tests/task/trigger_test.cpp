@@ -1,6 +1,7 @@
 // Triggers on the wire: what one client is sent, and how its answer, or none, is told.
 #include "include/client.h"
 #include "include/clientMsg.h"
+#include "task/clientWait.h"
 #include "tests/task/fixture.h"
 
 namespace {
@@ -126,6 +127,7 @@ TEST_F(Trigger, AnIpcClientsAnswerMustBeToThisMessage) {
             if (row.how != answers::none && row.how != answers::wrongSequence) answer();
         };
         testHost.inbox[TEST_REQUESTS] = {message(9998)};  // comes meanwhile
+        clientRegisteredAnew(APP_BGP, 2);
         ASSERT_EQ(send(client(APP_BGP, 2)), 0);
         EXPECT_EQ(status, row.status);
         EXPECT_EQ(testHost.inbox[TEST_REQUESTS].size(), 1u);
@@ -162,4 +164,91 @@ TEST_F(Trigger, WhatCannotBeBuiltOrAddressedSendsNothing) {
     auto said = testTake();
     ASSERT_EQ(said.size(), 1u);
     EXPECT_TRUE(said[0].starts_with("syserr 0x5000c "));
+}
+
+// Who lets its time pass is not waited for until it has answered the newest of what it was sent, or
+// registers anew; answers that come late are counted, once each, if they are to something sent.
+TEST_F(Trigger, ASilentClientIsWaitedForOnce) {
+    std::vector<std::vector<uint8_t>> unanswered;
+    testHost.onSend = [&](std::span<const uint8_t> sent) {
+        unanswered.emplace_back(sent.begin(), sent.end());
+        ipcExchangeTriples(reinterpret_cast<ipcHdr*>(unanswered.back().data()));
+    };
+    auto waited = [&] {
+        const uint64_t before = testHost.waitedMs;
+        clientWaitsBegin();  // each is a request of its own
+        EXPECT_EQ(send(client(APP_BGP, 2)), 0);
+        EXPECT_EQ(status, TRIGGER_NO_REPLY);
+        return (testHost.waitedMs - before + 50) / 100 * 100;
+    };
+    auto answerLate = [&](size_t i) { (void)deliver(unanswered[i]); };
+    const clientState& state = *clientStateOf(APP_BGP, 2);
+    EXPECT_EQ(waited(), 10000u);
+    for (int i = 0; i < 3; i++) EXPECT_EQ(waited(), 0u);
+    answerLate(0);
+    answerLate(0);
+    EXPECT_EQ(state.late, 1u);
+    EXPECT_EQ(state.unanswered, 3u);
+    EXPECT_EQ(waited(), 0u) << "it is behind";
+    auto strange = unanswered[4];
+    auto* hdr = reinterpret_cast<ipcHdr*>(strange.data());
+    hdr->sequence = hdr->sequence + 1;  // never sent
+    (void)deliver(strange);
+    EXPECT_EQ(waited(), 0u);
+    for (size_t i = 1; i < unanswered.size(); i++) answerLate(i);
+    EXPECT_EQ(state.late, 6u);
+    EXPECT_EQ(state.unanswered, 0u);
+    EXPECT_EQ(waited(), 10000u) << "it has answered";
+    EXPECT_EQ(waited(), 0u);
+    clientRegisteredAnew(APP_BGP, 2);
+    EXPECT_EQ(waited(), 10000u);
+    EXPECT_EQ(aclCounters.unknownType, 0u);
+}
+
+// The waits of one request are bounded together; who got less than its time is waited for by the
+// next.
+TEST_F(Trigger, TheWaitsOfOneRequestAreBounded) {
+    for (uint32_t i = 0; i < 5; i++) testHost.addresses[{APP_OSPF, i}] = BGP_CARD;
+    auto tellAll = [&] {
+        const uint64_t before = testHost.waitedMs;
+        clientWaitsBegin();
+        for (uint32_t i = 0; i < 5; i++) EXPECT_EQ(send(client(APP_OSPF, i)), 0);
+        EXPECT_EQ(testTake().size(), 5u) << "everyone is told";
+        return (testHost.waitedMs - before + 50) / 100 * 100;
+    };
+    testTake();
+    for (uint64_t expected : {20000, 20000, 10000, 0}) EXPECT_EQ(tellAll(), expected);
+}
+
+TEST_F(Trigger, SwpAnswersTimeOutsAndCardsThatGoDownAreServedInsideAWait) {
+    auto event = message(MT_EVENT_NOTIF, 72);
+    auto word = [&](size_t at, uint32_t value) {
+        *reinterpret_cast<be32*>(event.data() + at) = value;
+    };
+    word(64, EVT_CARD_DOWN);
+    word(68, 3);
+    struct {
+        std::vector<std::vector<uint8_t>> waiting;
+        size_t left;
+        uint64_t acks;
+        bool down;
+    } table[] = {
+        {{message(9998), message(MT_SWP_ACK), event}, 1, 1, true},
+        // Behind an agent's registration the card's end waits its turn.
+        {{message(MT_AGENT_REGISTER), event}, 2, 0, false},
+    };
+    for (const auto& row : table) {
+        clientRegisteredAnew(APP_BGP, 2);
+        aclLinecardInfo[3].isUp = 1;
+        aclCounters.swp_ack = 0;
+        testHost.inbox[TEST_REQUESTS] = {row.waiting.begin(), row.waiting.end()};
+        testHost.inbox[TEST_TIMERS] = {message(MT_SWP_TIMEOUT)};
+        aclLockHeld<aclLock::write> held;
+        ASSERT_EQ(send(client(APP_BGP, 2)), 0);
+        EXPECT_EQ(testHost.inbox[TEST_REQUESTS].size(), row.left);
+        EXPECT_TRUE(testHost.inbox[TEST_TIMERS].empty());
+        EXPECT_EQ(aclCounters.swp_ack, row.acks);
+        EXPECT_EQ(aclLinecardInfo[3].isUp == 0, row.down);
+    }
+    testTake();
 }

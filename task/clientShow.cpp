@@ -1,0 +1,115 @@
+// `show clients`: which task uses which list, and how each task was told of changes.
+#include "common/clients.h"
+#include "include/ipText.h"
+#include "include/jsonText.h"
+#include "include/service.h"
+#include "ipacl/zekipaccess.h"
+#include "platform/api/zekTask.h"
+#include "policy/zekbgp_plcy.h"
+#include "policy/zekprefixlist.h"
+#include "policy/zekroutemap.h"
+#include "task/clientWait.h"
+#include "task/task.h"
+
+namespace {
+
+struct rowsWriter {
+    std::string rows;
+    void add(const jsonObject& row) {
+        if (!rows.empty()) rows += ",";
+        rows += row.text();
+    }
+    std::string array() const { return "[" + rows + "]"; }
+};
+
+// The tasks of one list, in the order in which they are told.
+struct listRows {
+    rowsWriter* out;
+    const char* kind;
+    const listName& list;
+    bool endsAtFailure;  // who cannot be told keeps those behind it from being told
+    bool muted = false;
+
+    void task(uint32_t application, uint32_t instance);
+};
+
+void listRows::task(uint32_t application, uint32_t instance) {
+    const auto known = clientStates().find({application, instance});
+    const clientState state = known != clientStates().end() ? known->second : clientState{};
+    uint32_t card = ADDRESS_UNKNOWN;
+    const bool reached = zek_tmeGetPeerIpAddrByName(application, instance, &card) == 0;
+    std::string address = "unknown";
+    if (reached) textDotted(address = "", card);
+    const char* told = "and waited for";
+    if (muted)
+        told = "no: one that registered later has no address";
+    else if (!reached)
+        told = "no: it has no address";
+    else if (aclClientHasQueue(application))
+        told = "by its queue";
+    else if (state.silent)
+        told = "without a wait: it has let its time pass";
+    out->add(jsonObject()
+                 .string("kind", kind)
+                 .string("list", listNameView(list))
+                 .number("task", application)
+                 .number("instance", instance)
+                 .string("name", aclClientName(application))
+                 .string("address", address)
+                 .string("told", told)
+                 .number("triggers", state.messages)
+                 .number("unanswered", state.unanswered));
+    muted |= endsAtFailure && !reached;
+}
+
+template <class List, class Next>
+void addLists(rowsWriter* out, const char* kind, bool endsAtFailure, List* first, Next next) {
+    for (const policyList* list = first; list != nullptr; list = next(list->name)) {
+        listRows rows{out, kind, list->name, endsAtFailure};
+        for (const policyClient* c = list->clients; c != nullptr; c = c->next)
+            if (c->kind == CLIENT_TASK) rows.task(c->task.application, c->task.instance);
+    }
+}
+
+std::string registrations() {
+    rowsWriter out;
+    for (const aclList* list = ipAccessListFindFirst(); list != nullptr;
+         list = ipAccessListFindNext(list->name)) {
+        listRows rows{&out, "ip", list->name, true};
+        for (const aclBinding* b = list->bindings; b != nullptr; b = b->next)
+            if (b->kind == BIND_TASK) rows.task(b->id, b->instance);
+    }
+    for (uint32_t af : {AF_IPV4, AF_IPV6})
+        addLists(&out, af == AF_IPV4 ? "prefix" : "prefix-v6", true, ipPrefixListFindFirst(af),
+                 [af](const listName& name) { return ipPrefixListFindNext(name, af); });
+    addLists(&out, "route-map", true, ipRmapListFindFirst(), ipRmapListFindNext);
+    addLists(&out, "as-path", false, bgpASPAccessListFindFirst(), bgpASPAccessListFindNext);
+    addLists(&out, "community", false, bgpCommListFindFirst(), bgpCommListFindNext);
+    addLists(&out, "extcommunity", false, bgpExtCommListFindFirst(), bgpExtCommListFindNext);
+    return out.array();
+}
+
+}  // namespace
+
+std::string aclClientsDump() {
+    rowsWriter clients;
+    for (const auto& [key, c] : clientStates())
+        clients.add(jsonObject()
+                        .number("task", key.first)
+                        .number("instance", key.second)
+                        .string("name", aclClientName(key.first))
+                        .number("triggers", c.messages)
+                        .number("failed", c.failures)
+                        .number("last-status", c.lastStatus)
+                        .number("last-wait-ms", c.lastWaitMs)
+                        .number("longest-wait-ms", c.longestWaitMs)
+                        .number("unanswered", c.unanswered)
+                        .number("late-answers", c.late)
+                        .flag("waited-for", !c.silent));
+    return jsonObject()
+        .number("wait-at-most-ms", zekClientWaitMs())
+        .number("wait-at-most-ms-in-a-request", zekClientWaitMs() * CLIENT_WAITS_PER_REQUEST)
+        .raw("clients", clients.array())
+        .raw("registrations", registrations())
+        .text();
+}
