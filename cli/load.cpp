@@ -6,8 +6,10 @@
 // list that is refused must not be sent. A change of the mask mode waits for everything, because
 // the lines behind it read differently.
 //
-// Answers are taken before each send: our queue is short, and a manager that cannot deliver an
-// answer drops it.
+// Answers are taken before each send, because our queue is short. When the oldest open line waits
+// for longer than its time, the manager's platform is asked what has become of it: what is under
+// way is waited for, and what was lost is sent again. When nobody answers the load ends there, so
+// that no list is loaded in part because its header was late.
 #include "cli/load.h"
 
 #include <poll.h>
@@ -16,6 +18,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "cli/lexer.h"
 #include "include/status.h"
@@ -31,7 +34,11 @@ struct loadSlot {
     bool done;
     bool isHeader;      // of a list
     uint32_t sequence;  // of the request that is open
-    int64_t sentAt;
+    int64_t sentAt;     // or when it was last known to be under way
+    bool sent;
+    bool unknown;  // it was sent and is given up: it may have been taken
+    uint32_t repeats;
+    std::vector<uint8_t> request;
     uint32_t line;
     uint32_t firstColumn, seqColumn;
     std::string text;     // the line; slots are used again, so this rarely allocates
@@ -47,7 +54,8 @@ struct loader {
     std::string_view source;
     std::vector<loadSlot> ring{WINDOW};
     size_t head = 0, count = 0;
-    uint64_t refused = 0;
+    uint64_t refused = 0, unknown = 0;  // lines
+    uint32_t toldOfLine = 0;            // the operator knows that this line takes long
     // The last list header: what became of it decides about the entries behind it.
     headerState header = headerState::none;
     uint32_t headerLine = 0;
@@ -66,7 +74,7 @@ void flushSlots(loader& l) {
     while (l.count > 0 && l.slot(0).done) {
         loadSlot& s = l.slot(0);
         if (!s.failure.empty()) {
-            l.refused++;
+            (s.unknown ? l.unknown : l.refused)++;
             reportRefused(l.session.err, {l.source, s.line}, s.text, s.column, s.failure,
                           s.expected);
         }
@@ -101,31 +109,65 @@ void takeAnswer(loader& l, uint32_t sequence) {
     l.session.channel.strays++;  // late: its line has been reported as unanswered
 }
 
-// Takes what has been answered, waiting at most waitMs for the first answer; gives up on lines that
-// have waited too long.
-void pump(loader& l, int waitMs) {
-    flushSlots(l);
-    if (l.count == 0) return;
-    int64_t left = l.slot(0).sentAt + l.timeoutMs() - nowMs();
-    int wait = static_cast<int>(std::clamp<int64_t>(left, 0, waitMs));
+// Takes what has been answered, waiting at most waitMs for the first answer.
+void takeAnswers(loader& l, int waitMs) {
     uint64_t strays = l.session.channel.strays;
     for (;;) {
-        const ipcHdr* hdr = channelReceive(&l.session.channel, wait);
+        const ipcHdr* hdr = channelReceive(&l.session.channel, waitMs);
         if (hdr != nullptr)
             takeAnswer(l, hdr->sequence);
         else if (l.session.channel.strays == strays)
             break;
         strays = l.session.channel.strays;
-        wait = 0;
+        waitMs = 0;
     }
-    int64_t now = nowMs();
-    for (size_t i = 0; i < l.count && l.slot(i).sentAt + l.timeoutMs() <= now; i++)
-        if (!l.slot(i).done) {
-            l.session.unreachable = true;
-            finish(l, l.slot(i), askText(askResult::noAnswer, l.timeoutMs()),
-                   l.slot(i).firstColumn);
-        }
     flushSlots(l);
+}
+
+// The manager has gone, or does not answer: what it answered before is taken, the rest of the open
+// lines is given up, and nothing more is sent.
+void managerGone(loader& l, askResult why) {
+    l.gone = l.session.unreachable = true;
+    takeAnswers(l, 0);
+    for (size_t i = 0; i < l.count; i++) {
+        loadSlot& s = l.slot(i);
+        if (s.done) continue;
+        s.unknown = s.sent;
+        finish(l, s, s.sent ? changeText(why, l.timeoutMs()) : askText(why, l.timeoutMs()),
+               s.firstColumn);
+    }
+    flushSlots(l);
+}
+
+// False: it was lost too often.
+bool sendAgain(loader& l, loadSlot& s) {
+    if (s.repeats++ == ASK_AGAIN_MAX) return false;
+    requestRepeat(wireView<ipcHdr>(std::span(s.request)));
+    // When the manager's queue is full the next look repeats this.
+    return zekEndpointSend(l.session.channel.endpoint, s.request.data(), s.request.size(),
+                           FULL_WAIT_MS) <= zekSendResult::full;
+}
+
+// The oldest open line has waited for too long.
+void overdue(loader& l) {
+    loadSlot& s = l.slot(0);
+    const requestFate fate = channelFate(l.session.channel, s.sequence, l.timeoutMs());
+    if (fate == requestFate::silent || (fate == requestFate::lost && s.sent && !sendAgain(l, s)))
+        return managerGone(l, askResult::noAnswer);
+    for (size_t i = 0; i < l.count; i++) l.slot(i).sentAt = nowMs();
+    if (fate != requestFate::underWay || std::exchange(l.toldOfLine, s.line) == s.line) return;
+    reportText(l.session.err, std::string(l.source) + ": the manager is still working on line " +
+                                  std::to_string(s.line));
+}
+
+// Takes what has been answered, waiting at most waitMs for the first answer, and looks after lines
+// that have waited too long.
+void pump(loader& l, int waitMs) {
+    flushSlots(l);
+    if (l.count == 0) return;
+    int64_t left = l.slot(0).sentAt + l.timeoutMs() - nowMs();
+    takeAnswers(l, static_cast<int>(std::clamp<int64_t>(left, 0, waitMs)));
+    if (!l.gone && l.count > 0 && l.slot(0).sentAt + l.timeoutMs() <= nowMs()) overdue(l);
 }
 
 void drain(loader& l) {
@@ -136,7 +178,8 @@ void drain(loader& l) {
 loadSlot& takeSlot(loader& l, uint32_t line, std::string_view text) {
     while (l.count == WINDOW) pump(l, l.timeoutMs());
     loadSlot& s = l.slot(l.count++);
-    s.done = s.isHeader = false;
+    s.done = s.isHeader = s.sent = s.unknown = false;
+    s.repeats = 0;
     s.line = line;
     s.sentAt = nowMs();
     s.text.assign(text);
@@ -153,16 +196,6 @@ void refuseLine(loader& l, uint32_t line, std::string_view text, size_t column,
     flushSlots(l);
 }
 
-// The manager has gone: what it answered before is taken, the rest of the open lines is lost.
-void managerGone(loader& l, askResult why) {
-    l.gone = l.session.unreachable = true;
-    pump(l, 0);
-    for (size_t i = 0; i < l.count; i++)
-        if (!l.slot(i).done)
-            finish(l, l.slot(i), askText(why, l.timeoutMs()), l.slot(i).firstColumn);
-    flushSlots(l);
-}
-
 // Sends a command's request. The slot is taken first, so that answers find it.
 void submit(loader& l, const cliCommand& command, uint32_t line, std::string_view text) {
     loadSlot& s = takeSlot(l, line, text);
@@ -172,6 +205,8 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
     s.firstColumn = command.firstColumn;
     s.seqColumn = command.seqColumn;
     s.sequence = built ? requestSequence(request.ipc) : 0;
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&request);
+    if (built) s.request.assign(bytes, bytes + length);
     if (!sessionIsInnerLine(command)) {
         s.isHeader = sessionIsInner(l.session.mode);
         l.header = s.isHeader ? headerState::open : headerState::none;
@@ -184,6 +219,7 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
         // together.
         switch (zekEndpointSend(l.session.channel.endpoint, &request, length, FULL_WAIT_MS)) {
             case zekSendResult::sent:
+                s.sent = true;
                 return;
             case zekSendResult::full:
                 pump(l, 0);
@@ -235,9 +271,9 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
         return;
     }
     if (inner && !headerAccepted(l))
-        return refuseLine(
-            l, line, text, command.firstColumn,
-            "Not sent: the header in line " + std::to_string(l.headerLine) + " was refused");
+        return refuseLine(l, line, text, command.firstColumn,
+                          "Not sent: the header in line " + std::to_string(l.headerLine) +
+                              (l.gone ? " was not answered" : " was refused"));
     if (command.verb == cliVerb::clause)
         if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
             return refuseLine(l, line, text, outcome.column, outcome.sentence);
@@ -344,5 +380,9 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
     if (l.refused > 0)
         reportText(session->err, std::string(source) + ": " + std::to_string(l.refused) + " of " +
                                      std::to_string(lineNumber) + " lines refused");
+    if (l.unknown > 0)
+        reportText(session->err, std::string(source) + ": " + std::to_string(l.unknown) + " of " +
+                                     std::to_string(lineNumber) +
+                                     " lines not answered: they may have been taken");
     return sessionExitStatus(*session, l.refused == 0 && !l.gone);
 }

@@ -7,11 +7,13 @@
 #include <chrono>
 #include <cstdio>
 #include <random>
+#include <utility>
 
 #include "cli/lexer.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekChassis.h"
+#include "platform/api/zekTask.h"
 
 namespace {
 
@@ -154,6 +156,8 @@ bool channelOpen(cliChannel* channel, const std::string& runDir, const std::stri
         return false;
     }
     channel->card = chassis.routeProcessors[rp].address;
+    channel->runDir = runDir;
+    channel->rp = rp;
     channel->service = SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid());
     channel->nextSequence = std::random_device{}();
     channel->endpoint = zekEndpointOpen(runDir, channel->card, channel->service, error);
@@ -265,25 +269,51 @@ bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* te
     return true;
 }
 
-askResult channelAsk(cliChannel* channel, const void* request, size_t length, int timeoutMs) {
-    uint32_t sequence = static_cast<const ipcHdr*>(request)->sequence;
-    int64_t deadline = nowMs() + timeoutMs;
-    switch (zekEndpointSend(channel->endpoint, request, length, timeoutMs)) {
-        case zekSendResult::sent:
-            break;
-        case zekSendResult::full:
-            return askResult::noAnswer;
-        case zekSendResult::nobody:
-            return askResult::unreachable;
-        case zekSendResult::failed:
-            return askResult::failed;
-    }
+requestFate channelFate(const cliChannel& channel, uint32_t sequence, int timeoutMs) {
+    const std::string which = std::to_string(channel.service) + " " + std::to_string(sequence);
+    std::string state;
+    if (zekDebugCall(channel.runDir, channel.rp, "request-state", which, timeoutMs, &state) != 0)
+        return requestFate::silent;
+    return state == "waiting" || state == "working" ? requestFate::underWay : requestFate::lost;
+}
+
+// Waits for the answer to that request.
+static bool awaitAnswer(cliChannel* channel, uint32_t sequence, int timeoutMs) {
+    const int64_t deadline = nowMs() + timeoutMs;
     for (;;) {
         int64_t left = deadline - nowMs();
         const ipcHdr* hdr = channelReceive(channel, left > 0 ? static_cast<int>(left) : 0);
-        if (hdr != nullptr && hdr->sequence == sequence) return askResult::answered;
+        if (hdr != nullptr && hdr->sequence == sequence) return true;
         if (hdr != nullptr) channel->strays++;  // a late answer to an earlier request
-        if (left <= 0) return askResult::noAnswer;
+        if (left <= 0) return false;
+    }
+}
+
+askResult channelAsk(cliChannel* channel, const void* request, size_t length, int timeoutMs) {
+    const auto* front = static_cast<const uint8_t*>(request);
+    std::vector<uint8_t> bytes(front, front + length);
+    auto* hdr = wireView<ipcHdr>(std::span(bytes));
+    const bool toManager = hdr->source.card == channel->card &&
+                           hdr->source.svce == aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
+    bool sent = false, told = false;
+    for (uint32_t repeats = 0;;) {
+        const zekSendResult result =
+            sent ? zekSendResult::sent
+                 : zekEndpointSend(channel->endpoint, bytes.data(), length, timeoutMs);
+        if (result == zekSendResult::nobody) return askResult::unreachable;
+        if (result == zekSendResult::failed) return askResult::failed;
+        sent = result == zekSendResult::sent;
+        if (sent && awaitAnswer(channel, hdr->sequence, timeoutMs)) return askResult::answered;
+        if (!toManager) return askResult::noAnswer;
+        const requestFate fate = channelFate(*channel, hdr->sequence, timeoutMs);
+        if (fate == requestFate::silent) return askResult::noAnswer;
+        if (fate == requestFate::lost && sent) {
+            if (repeats++ == ASK_AGAIN_MAX) return askResult::noAnswer;
+            requestRepeat(hdr);
+            sent = false;
+        } else if (!std::exchange(told, true) && channel->stillWorking) {
+            channel->stillWorking();
+        }
     }
 }
 
@@ -311,6 +341,12 @@ std::string askText(askResult result, int timeoutMs) {
             break;
     }
     return "The request could not be sent";
+}
+
+std::string changeText(askResult result, int timeoutMs) {
+    std::string text = askText(result, timeoutMs);
+    if (result == askResult::noAnswer) text += "; whether the line was taken is not known";
+    return text;
 }
 
 int64_t nowMs() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,9 +16,12 @@ struct cliChannel {
     uint32_t card = 0;     // address of the route processor: ours and the manager's
     uint32_t service = 0;  // our service number
     uint32_t nextSequence =
-        0;                // starts at random: answers to a predecessor with our pid stay strange
-    uint64_t strays = 0;  // messages that answered nothing that is open
-    std::vector<uint8_t> message;  // the last one received
+        0;               // starts at random: answers to a predecessor with our pid stay strange
+    std::string runDir;  // of the manager, where it is asked what has become of a request
+    uint32_t rp = 0;
+    std::function<void()> stillWorking;  // told when a request takes longer than its time
+    uint64_t strays = 0;                 // messages that answered nothing that is open
+    std::vector<uint8_t> message;        // the last one received
 
     cliChannel() = default;
     cliChannel(const cliChannel&) = delete;
@@ -96,13 +100,26 @@ void answerInstance(const cliChannel& channel, uint32_t* seq);
 bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* text, listName* shown,
                 uint32_t* resume, uint32_t* result);
 
+// What has become of a request to the manager whose answer is overdue. The manager's platform says
+// so, also while the manager is busy; silent: not even that answers within the time.
+enum class requestFate { underWay, lost, silent };
+requestFate channelFate(const cliChannel& channel, uint32_t sequence, int timeoutMs);
+// A lost request is sent again so often, marked so that it is not executed twice.
+constexpr uint32_t ASK_AGAIN_MAX = 3;
+inline void requestRepeat(ipcHdr* request) {
+    request->ramCode = IPC_REPEATED;
+}
+
 enum class askResult { answered, noAnswer, unreachable, failed };
-// Sends one request and waits for its answer, which is then in channel->message.
+// Sends one request and waits for its answer, which is then in channel->message. The time counts
+// anew while the manager has the request under way, or could not read it yet but lives.
 askResult channelAsk(cliChannel* channel, const void* request, size_t length, int timeoutMs);
 
 // What the operator reads about a status or a failed exchange.
 std::string statusText(uint32_t status);
 std::string askText(askResult result, int timeoutMs);
+// The same about a change, which may have been made.
+std::string changeText(askResult result, int timeoutMs);
 
 // Milliseconds on a clock that never jumps.
 int64_t nowMs();

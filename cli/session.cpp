@@ -28,8 +28,6 @@ constexpr modeRow headerModes[] = {
     {cliVerb::policyList, POLICY_EXTCOMMUNITY, cliMode::extCommunity},
     {cliVerb::routeMap, 0, cliMode::routeMap},
 };
-// Resequencing waits a moment before each entry, of which a list may have tens of thousands.
-constexpr int RESEQUENCE_MS = 180000;
 
 // Sends a configuration command and takes over the mode that follows it.
 cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
@@ -41,12 +39,11 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
         size_t length;
         if (!requestBuild(&s->channel, command, s->scope, &request, &length))
             return refusal(statusText(ACL_E_SYSTEM));
-        int timeoutMs = s->options.timeoutMs;
-        if (command.verb == cliVerb::resequence) timeoutMs = std::max(timeoutMs, RESEQUENCE_MS);
+        const int timeoutMs = s->options.timeoutMs;
         askResult asked = channelAsk(&s->channel, &request, length, timeoutMs);
         uint32_t status = ACL_E_SYSTEM;
         if (asked != askResult::answered)
-            outcome = notReached(s, askText(asked, timeoutMs));
+            outcome = notReached(s, changeText(asked, timeoutMs));
         else if (!answerResult(s->channel, &status) || status != ACL_OK)
             outcome = refusal(statusText(status), sessionColumn(command, status));
     }
@@ -238,6 +235,9 @@ bool sessionConnect(cliSession* session, std::string* error) {
     const cliOptions& o = session->options;
     bool opened = channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
     if (!opened) session->unreachable = true;
+    session->channel.stillWorking = [session] {
+        reportText(session->err, "The manager is still working on it");
+    };
     return opened;
 }
 

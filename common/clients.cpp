@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "common/record.h"
 #include "platform/api/zekMem.h"
@@ -27,6 +28,18 @@ bool appendPair(policyClient* client, const clientPairValue& value) {
     client->task.pairs = client->pairHead;
     client->task.pairCount++;
     return true;
+}
+
+// The pairs behind this one go (null: all).
+void truncatePairs(policyClient* client, clientPair* last) {
+    clientPair*& rest = last != nullptr ? last->next : client->pairHead;
+    while (clientPair* pair = rest) {
+        rest = pair->next;
+        client->task.pairCount--;
+        zekMC_M_memBlockVarFree(pair);
+    }
+    client->pairTail = last;
+    client->task.pairs = client->pairHead;
 }
 
 // One of its value goes, if there is any.
@@ -91,6 +104,12 @@ void dropIfUnused(const clientStore& store, policyList* list, uint32_t family) {
     if (list->clients == nullptr && list->placeholder != 0) store.drop(list, family);
 }
 
+// No memory for a client: everything is as it was, the list that was made for it too.
+clientResult refuse(const clientStore& store, policyList* list, uint32_t family) {
+    dropIfUnused(store, list, family);
+    return clientResult::noMemory;
+}
+
 bool carriesPairs(const clientStore& store, uint32_t application) {
     return std::ranges::find(store.pairTasks, application) != store.pairTasks.end();
 }
@@ -128,15 +147,22 @@ clientResult clientRegisterTask(const clientStore& store, const listName& name, 
         if (!withPairs) return clientResult::done;
         for (const clientPairValue& pair : pairs)
             if (holds(*client, pair)) return clientResult::done;
-    } else {
+    }
+    const bool fresh = client == nullptr;
+    if (fresh) {
         client = linkNew(list, CLIENT_TASK);
-        if (client == nullptr) return clientResult::noMemory;
+        if (client == nullptr) return refuse(store, list, family);
         client->task.application = application;
         client->task.instance = instance;
         client->value = value;
     }
-    for (const clientPairValue& pair : pairs)
-        if (!appendPair(client, pair)) return clientResult::noMemory;
+    clientPair* last = client->pairTail;
+    for (const clientPairValue& pair : pairs) {
+        if (appendPair(client, pair)) continue;
+        truncatePairs(client, last);
+        if (fresh) unlink(list, client);
+        return refuse(store, list, family);
+    }
     return clientResult::done;
 }
 
@@ -165,7 +191,7 @@ clientResult clientRegisterRmap(const clientStore& store, const listName& name, 
         client = linkNewRmap(*list, rmapName);
         if (client == nullptr) {
             dropEmptyTree(*list);
-            return clientResult::noMemory;
+            return refuse(store, std::exchange(*list, nullptr), family);
         }
     }
     client->references++;

@@ -19,7 +19,7 @@ struct ipcHdr {
     be32 mtype;        // 12  message type
     be32 result;       // 16  sub-code of a request; result of a client registration
     be32 delivery;     // 20  delivery status in replies to triggers
-    be32 ramCode;      // 24  42 / 43 in RAM data sync notifications
+    be32 ramCode;      // 24  42 / 43 in RAM data sync notifications; IPC_REPEATED
     be32 status;       // 28  error code of a show request's reply
     be32 sequence;     // 32  of the request; an answer carries the same
     ipcTriple target;  // 36  sender
@@ -30,6 +30,10 @@ WIRE_AT(ipcHdr, length, 8);
 WIRE_AT(ipcHdr, status, 28);
 WIRE_AT(ipcHdr, target, 36);
 WIRE_AT(ipcHdr, source, 48);
+
+// In an operator's request: it was sent before under the same sequence number, and is not to be
+// executed twice.
+constexpr uint32_t IPC_REPEATED = 0x41474E21;
 
 constexpr uint32_t IPC_BUFFER_SIZE = 8192;     // the manager's receive buffer
 constexpr uint32_t IPC_TRANSPORT_MAX = 65536;  // the largest plain datagram

@@ -17,9 +17,9 @@ constexpr uint32_t CLIENT_WAITS_PER_REQUEST = 2;
 
 struct clientState {
     uint64_t messages, failures;
-    uint64_t unanswered;    // sent by IPC, and no answer yet
-    uint64_t late;          // answers that came when nobody waited for them
-    uint32_t lastStatus;    // TRIGGER_NO_REPLY also when none was waited for
+    uint64_t unanswered;  // sent by IPC, and no answer yet
+    uint64_t late;        // answers that came when nobody waited for them
+    uint32_t lastStatus;  // TRIGGER_NO_REPLY also when none was waited for
     uint64_t lastWaitMs, longestWaitMs;
     uint32_t card, service;     // where it was reached last
     uint32_t newest, answered;  // sequence numbers: of the newest trigger, of the newest answer

@@ -57,6 +57,7 @@ std::string showSystem(std::string_view) {
         .number("dropped", ipc.dropped)
         .number("overrun", ipc.overrun)
         .number("malformed", ipc.malformed)
+        .number("repeated", ipc.repeated)
         .number("too-long", ipc.tooLong)
         .number("too-short", ipc.tooShort + c.tooShort)
         .number("bad-length-word", c.badLength)

@@ -95,8 +95,7 @@ bool deliverByQueue(const queueRow& row, triggerBuffer message) {
 
 uint32_t elapsedMs(std::chrono::steady_clock::time_point since) {
     using namespace std::chrono;
-    return static_cast<uint32_t>(
-        duration_cast<milliseconds>(steady_clock::now() - since).count());
+    return static_cast<uint32_t>(duration_cast<milliseconds>(steady_clock::now() - since).count());
 }
 
 uint32_t deliverByIpc(clientState* state, const triggerMsg& message) {
@@ -213,13 +212,13 @@ int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
     }
     uint32_t status = 0;
     if (aclSendTrigger(task, how.mtype, list.text, sizeof list.text, &status) != 0) {
+        if (!how.goesOn && !aclClientHasAddress(task.application, task.instance))
+            sayMuted(task, list);
         if (how.toEventLog)
             zekEvtLogPrint(aclNode->evtLogKey, 4, how.sendFailed);
         else
             aclSysErr(SYSERR_TRIGGER, "%s", how.sendFailed);
-        if (how.goesOn) return 0;
-        if (!aclClientHasAddress(task.application, task.instance)) sayMuted(task, list);
-        return -1;
+        return how.goesOn ? 0 : -1;
     }
     for (const taskName& row : how.names) {
         if (row.application != task.application) continue;

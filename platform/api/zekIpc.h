@@ -71,6 +71,7 @@ struct zekIpcStats {
     uint64_t malformed;  // received and dropped: bad descriptors, time-outs that are not our
                          // own, requests in the name of a manager
     uint64_t overrun;    // received and dropped: nobody has read the queue for too long
+    uint64_t repeated;   // received before: answered from memory, or under way already
     uint64_t dropped;  // accepted for sending, dropped: receiver stayed full or went, or no commit
 };
 [[nodiscard]] zekIpcStats zekIpcStatistics();

@@ -77,8 +77,25 @@ void answer(debugClient* c, std::string text) {
     c->job.reset();
 }
 
+// "request-state SERVICE SEQUENCE", from a process of this route processor: answered here, because
+// it is asked when the task does not answer.
+bool answerRequestState(debugClient* c, std::string_view line) {
+    constexpr std::string_view name = "request-state ";
+    if (!line.starts_with(name)) return false;
+    uint32_t numbers[2] = {};
+    const char* at = line.data() + name.size();
+    for (uint32_t& number : numbers) {
+        at = std::from_chars(at, line.data() + line.size(), number).ptr;
+        if (at < line.data() + line.size()) at++;
+    }
+    const std::string_view state = hostRequestState(hostConf().address, numbers[0], numbers[1]);
+    answer(c, "OK " + std::to_string(state.size()) + "\n" + std::string(state));
+    return true;
+}
+
 // A whole request is there: hands it to the task.
 void begin(debugClient* c, std::string_view line) {
+    if (answerRequestState(c, line)) return;
     size_t blank = line.find(' ');
     auto job = std::make_shared<debugJob>();
     job->name = line.substr(0, blank);

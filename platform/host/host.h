@@ -63,6 +63,19 @@ zekIpcStats& hostIpcStats();
 // no answer.
 bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* waitedMs);
 
+// ---- requests.cpp: what has become of the operators' requests; see the file. Each takes any
+// message and looks at the operators' only.
+enum class hostArrival { fresh, underWay, answered };
+// Of a repeated request that has been answered: *answer.
+hostArrival hostRequestArrives(const ipcHdr& request, std::vector<uint8_t>* answer);
+void hostRequestTaken(const ipcHdr& request);  // by the task
+void hostRequestHeldBack(const ipcHdr& answer);
+void hostRequestAnswered(std::span<const uint8_t> answer);  // it leaves
+void hostRequestNotAnswered(const ipcHdr& answer);          // it is given up
+// "waiting", "working", "answered" or "unknown". Any thread.
+const char* hostRequestState(uint32_t card, uint32_t service, uint32_t sequence);
+void hostRequestsReset();
+
 // ---- outgoing.cpp: what leaves, when. See the file.
 // How answers are made durable before they leave: the task's configuration database, unless a test
 // puts its own in its place. dirty() tells whether there is something to commit.

@@ -195,6 +195,13 @@ void takeIn(socketQueue* queue, keptMessage m, zekDrop why) {
         (headerOf(m)->mtype == MT_SWP_TIMEOUT || isFromManager(*headerOf(m))))
         why = zekDrop::malformed;
     if (why != zekDrop::none) return countDrop(why);
+    if (queue == &task.request) {
+        std::vector<uint8_t> answer;
+        const hostArrival arrival = hostRequestArrives(*headerOf(m), &answer);
+        if (arrival != hostArrival::fresh) stats.repeated++;
+        if (arrival == hostArrival::answered) (void)hostSend(answer.data(), answer.size());
+        if (arrival != hostArrival::fresh) return;
+    }
     keep(queue, std::move(m));
 }
 
@@ -339,6 +346,7 @@ void hostTaskClose() {
     task.key = 0;
     hostSwpReset();
     hostOutgoingReset();
+    hostRequestsReset();
     for (socketQueue* q : {&task.request, &task.response}) {
         zekEndpointClose(q->endpoint);
         *q = {};
@@ -442,6 +450,7 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
             }
             memcpy(buffer, m.bytes.data(), m.bytes.size());
             stats.received++;
+            if (q == &task.request) hostRequestTaken(*headerOf(m));
             return static_cast<int>(m.bytes.size());
         }
         int wait = first ? 0 : untilMs(deadline);
@@ -456,7 +465,8 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
 // have been looked at.
 static void serveUrgent(const zekServing& serving, size_t* seen) {
     uint8_t timeout[sizeof(ipcHdr)];
-    for (int i = 0; i < DRAIN_MAX && hostSwpNextTimeout(timeout); i++) serving.serve(std::span(timeout));
+    for (int i = 0; i < DRAIN_MAX && hostSwpNextTimeout(timeout); i++)
+        serving.serve(std::span(timeout));
     while (!task.answers.empty()) serving.serve(takeNext(&task.request).bytes);
     auto& kept = task.request.kept;
     for (size_t i = std::min(*seen, kept.size()); i < kept.size();) {

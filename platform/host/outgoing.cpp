@@ -4,10 +4,10 @@
 //        -> backlog of its addressee (while the receiver's queue is full) -> socket
 //
 // Both keep the order. Held answers leave together after one commit, so that requests that wait
-// together share its cost. The task never waits for a receiver. Every addressee has a backlog of its
-// own, bounded in messages and bytes: what comes when it is full is dropped and counted, and nobody
-// else's is. What all have together is bounded as well; then the largest backlog loses its oldest.
-// A receiver that has taken nothing for a minute loses its backlog.
+// together share its cost. The task never waits for a receiver. Every addressee has a backlog of
+// its own, bounded in messages and bytes: what comes when it is full is dropped and counted, and
+// nobody else's is. What all have together is bounded as well; then the largest backlog loses its
+// oldest. A receiver that has taken nothing for a minute loses its backlog.
 #include <deque>
 #include <map>
 
@@ -19,10 +19,10 @@ namespace {
 
 constexpr size_t HELD_MAX = 64;  // answers that one commit serves at most
 constexpr size_t HELD_BYTES_MAX = 4u << 20;
-constexpr size_t BACKLOG_MAX = 4096;             // messages to one addressee
-constexpr size_t BACKLOG_BYTES_MAX = 8u << 20;   // to one; a message larger than that goes alone
-constexpr size_t BACKLOGS_BYTES_MAX = 64u << 20; // to all
-constexpr uint32_t COMMIT_TRIES = 3;             // then held answers are given up
+constexpr size_t BACKLOG_MAX = 4096;              // messages to one addressee
+constexpr size_t BACKLOG_BYTES_MAX = 8u << 20;    // to one; a message larger than that goes alone
+constexpr size_t BACKLOGS_BYTES_MAX = 64u << 20;  // to all
+constexpr uint32_t COMMIT_TRIES = 3;              // then held answers are given up
 constexpr uint64_t COMMIT_RETRY_MS = 100;
 constexpr uint32_t SYSERR_COMMIT = 0x60001;
 
@@ -37,7 +37,7 @@ typedef std::pair<uint32_t, uint32_t> addressee;  // card, port
 std::deque<bytes> held;
 size_t heldBytes = 0;
 std::map<addressee, waitingQueue> backlog;
-size_t backlogBytes = 0;  // of all
+size_t backlogBytes = 0;      // of all
 uint32_t commitFailures = 0;  // in a row
 uint64_t commitRetryAt = 0;
 
@@ -93,6 +93,7 @@ int enterBacklog(waitingQueue* queue, bytes message) {
 int dispatch(const void* message, size_t length) {
     addressee to = addresseeOf(message, length);
     const auto* front = static_cast<const uint8_t*>(message);
+    hostRequestAnswered({front, length});
     auto waiting = backlog.find(to);
     if (waiting != backlog.end())
         return enterBacklog(&waiting->second, bytes(front, front + length));
@@ -109,6 +110,8 @@ int dispatch(const void* message, size_t length) {
 }
 
 void dropHeld() {
+    for (const bytes& message : held)
+        hostRequestNotAnswered(*wireView<ipcHdr>(std::span(message.data(), message.size())));
     hostIpcStats().dropped += held.size();
     held.clear();
     heldBytes = 0;
@@ -162,6 +165,7 @@ int hostSend(const void* message, size_t length) {
             const auto* front = static_cast<const uint8_t*>(message);
             held.emplace_back(front, front + length);
             heldBytes += length;
+            hostRequestHeldBack(*wireView<ipcHdr>(std::span(front, length)));
             hostIpcStats().heldBack++;
             result = 0;
         }

@@ -265,8 +265,8 @@ TEST_F(selectTest, AWaitForAReplyServesWhatIsUrgent) {
         }};
     bytes ack = makeMessage(CARD, 7937, RP, OWN_REQUESTS, MT_SWP_ACK, 0, sizeof(ipcHdr));
     headerOf(ack)->session = headerOf(ack)->swpSeq = 1;
-    for (const bytes& m : {request(1), request(2, urgentType), ack, request(3, barrierType),
-                           request(4, urgentType)})
+    for (const bytes& m :
+         {request(1), request(2, urgentType), ack, request(3, barrierType), request(4, urgentType)})
         ASSERT_EQ(client.send(m), zekSendResult::sent);
     bytes m(IPC_BUFFER_SIZE);
     ASSERT_EQ(zekIpcRecvServing(Key_getRspQueue(key), m.data(), m.size(), 60000, serving), 64);
@@ -381,6 +381,66 @@ TEST_F(selectTest, ABatchIsTakenAsFarAsTheReceiverHasRoom) {
     for (bytes& b : messages) headerOf(b)->source.svce = CLIENT_PORT + 5;  // nobody
     EXPECT_EQ(hostSendMany(batch), batch.size());
     EXPECT_EQ(zekIpcStatistics().sent, sent + 40);
+}
+
+// A request that is sent again is taken once: while it is under way the repeat is dropped, after
+// its answer it gets the same answer from memory. One that does not say that it is a repeat is a
+// new request, whatever its number.
+TEST_F(selectTest, ARepeatedRequestIsTakenOnce) {
+    auto ask = [&](bool repeated) {
+        bytes m = request(1, MT_CLI_COMMAND);
+        if (repeated) headerOf(m)->ramCode = IPC_REPEATED;
+        ASSERT_EQ(client.send(m), zekSendResult::sent);
+        (void)select(0);
+    };
+    auto state = [] { return std::string(hostRequestState(RP, CLIENT_PORT, 1)); };
+    EXPECT_EQ(state(), "unknown");
+    ask(true);  // the first one was lost on its way
+    EXPECT_EQ(state(), "waiting");
+    ask(true);
+    EXPECT_EQ(take(), 1u);
+    EXPECT_EQ(state(), "working");
+    ask(true);
+    EXPECT_EQ(take(), 0u);
+    dirty = true;
+    commitResult = -1;
+    ASSERT_EQ(sendAnswer(1), 0);
+    ask(true);
+    EXPECT_EQ(state(), "working") << "its answer waits for the commit";
+    EXPECT_EQ(client.drain().size(), 0u);
+    commitResult = 0;
+    (void)select(0);
+    EXPECT_EQ(state(), "answered");
+    EXPECT_EQ(client.drain(), upTo(1));
+    ask(true);
+    EXPECT_EQ(take(), 0u);
+    bytes again;
+    ASSERT_EQ(client.recv(&again), 64);
+    EXPECT_EQ(again, answer(1)) << "to the byte";
+    EXPECT_EQ(zekIpcStatistics().repeated, 4u);
+
+    ask(false);
+    EXPECT_EQ(take(), 1u);
+    // Not answered, and the next is taken: it never will be.
+    client.send(request(2, MT_CLI_COMMAND));
+    EXPECT_EQ(take(), 2u);
+    EXPECT_NE(state(), "working");
+
+    // Any number of senders and requests: what is remembered is bounded, what is open is not lost.
+    for (uint32_t sender = 0; sender < 40; sender++)
+        for (uint32_t i = 1; i <= 600; i++) {
+            bytes m = makeMessage(RP, CLIENT_PORT + sender, RP, OWN_REQUESTS, MT_CLI_COMMAND, i);
+            std::vector<uint8_t> none;
+            EXPECT_EQ(hostRequestArrives(*headerOf(m), &none), hostArrival::fresh);
+            if (i == 600) continue;  // stays open
+            ipcExchangeTriples(headerOf(m));
+            hostRequestAnswered(m);
+        }
+    for (uint32_t sender = 0; sender < 40; sender++) {
+        EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT + sender, 600), "waiting");
+        EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT + sender, 599), "answered");
+        EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT + sender, 1), "unknown");
+    }
 }
 
 TEST_F(selectTest, OtherDescriptorsAreSeenBesideTheQueues) {

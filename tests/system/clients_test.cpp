@@ -1,6 +1,7 @@
 // Tasks that use lists, as processes: what each receives through the life of a list, and what a bad
 // client costs the others.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include "client/aclClient.h"
 #include "include/clientMsg.h"
@@ -182,7 +183,7 @@ TEST(Clients, OneThatTreatsItsTriggersBadlyDelaysAndNothingElse) {
     uint64_t triggers = 1, failed = 0;
     struct {
         const char* behaviour;
-        int changes;  // "late" twice: the first answer comes during the second wait
+        int changes;  // "late" twice: the first answer comes when nobody waits any more
         uint64_t status;
     } const table[] = {{"silent", 1, 58803},
                        {"wrong-sequence", 1, 58803},
@@ -193,6 +194,7 @@ TEST(Clients, OneThatTreatsItsTriggersBadlyDelaysAndNothingElse) {
     for (const auto& row : table) {
         SCOPED_TRACE(row.behaviour);
         chassis.client(std::string("behave BGP ") + row.behaviour);
+        chassis.client("register BGP ip A");  // anew: it is waited for again
         for (int i = 0; i < row.changes; i++) {
             number++;
             chassis.load(LIST + entries(number, number));
@@ -211,6 +213,36 @@ TEST(Clients, OneThatTreatsItsTriggersBadlyDelaysAndNothingElse) {
     chassis.neighbours.stop(9);
     chassis.load(LIST + entries(100, 100));
     EXPECT_EQ(chassis.told("BGP", "last-status"), 58802u);
+}
+
+// A change that takes longer than the shell's time, because the manager waits for a client, is
+// waited for, and so are the lines behind it; a manager that stands still is given up, and nothing
+// is called refused.
+TEST(Clients, AShellWaitsForAManagerThatIsBusy) {
+    clientsFixture chassis("2000");
+    chassis.client("register BGP ip A");
+    chassis.client("behave BGP silent");
+    commandResult loaded =
+        chassis.shell({"--timeout", "0.3", "-f", "-"}, LIST + entries(1, 5) + LIST);
+    EXPECT_EQ(loaded.status, 0) << loaded.err;
+    EXPECT_NE(loaded.err.find("the manager is still working on line 1"), std::string::npos)
+        << loaded.err;
+    EXPECT_NE(chassis.runningConfig().find(" seq 5 "), std::string::npos);
+
+    chassis.client("register BGP ip A");  // it is waited for again
+    commandResult typed = chassis.shell(
+        {"--timeout", "0.3", "-c", "configure terminal", "-c", "no ip access-list standard A"});
+    EXPECT_EQ(typed.status, 0) << typed.err;
+    EXPECT_NE(typed.err.find("still working on it"), std::string::npos) << typed.err;
+    EXPECT_EQ(chassis.runningConfig().find("standard A"), std::string::npos);
+
+    kill(chassis.manager.pid, SIGSTOP);
+    ASSERT_EQ(waitpid(chassis.manager.pid, nullptr, WUNTRACED), chassis.manager.pid);
+    const commandResult stopped =
+        chassis.shell({"--timeout", "0.3", "-f", "-"}, LIST + entries(1, 3));
+    kill(chassis.manager.pid, SIGCONT);
+    EXPECT_EQ(stopped.status, 2);
+    EXPECT_NE(stopped.err.find("1 of 2 lines not answered"), std::string::npos) << stopped.err;
 }
 
 TEST(Clients, TheLibrarySendsTheRegistrationsBodyAndWaitsAsLongAsItIsTold) {

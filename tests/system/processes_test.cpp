@@ -1,6 +1,7 @@
 // Starting, stopping and bad company.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <random>
@@ -76,6 +77,7 @@ TEST(Processes, AShellWithoutAManagerSaysSo) {
     // A manager that is there but stands still.
     ASSERT_TRUE(chassis.startManager());
     kill(chassis.manager.pid, SIGSTOP);
+    ASSERT_EQ(waitpid(chassis.manager.pid, nullptr, WUNTRACED), chassis.manager.pid);
     result = chassis.shell({"--timeout", "1", "-c", "show ip access-lists"});
     kill(chassis.manager.pid, SIGCONT);
     EXPECT_EQ(result.status, 2);

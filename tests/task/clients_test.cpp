@@ -174,8 +174,9 @@ TEST_F(ClientMessages, OneWithoutAnAddressEndsTheWalkOfSomeKindsOnly) {
         std::string dump;
         ASSERT_TRUE(zekDebugRun("clients", "", &dump));
         const std::string front = "{\"kind\":\"" + std::string(row.kind) + "\",\"list\":\"lan\",";
-        const std::string muted = front + R"("task":80,"instance":0,"name":"RTM",)"
-                                          R"("address":"127.1.0.1","told":")" +
+        const std::string muted = front +
+                                  R"("task":80,"instance":0,"name":"RTM",)"
+                                  R"("address":"127.1.0.1","told":")" +
                                   (row.goesOn ? "by its queue" : "no: one that registered later");
         EXPECT_NE(dump.find(muted), std::string::npos) << dump;
         EXPECT_NE(dump.find(front + R"("task":72,"instance":0,"name":"ISIS","address":"unknown",)"
@@ -185,4 +186,42 @@ TEST_F(ClientMessages, OneWithoutAnAddressEndsTheWalkOfSomeKindsOnly) {
         for (uint32_t app : {APP_RTM, APP_ISIS, APP_DSMGR})
             ASSERT_EQ(result(registration(row.type + 1, app)), 0u);
     }
+}
+
+// Whatever allocation fails, a registration that is refused leaves everything as it was: no list,
+// no client, no pair. Access lists alone keep the list that was made for the client: it is meant.
+TEST_F(ClientMessages, ARefusedRegistrationLeavesNothingBehind) {
+    constexpr size_t withPairs = CLIENT_PAIRS_AT + 2 * sizeof(clientRegPair);
+    for (uint32_t type : {14442, 14446, 14448, 14450, 14452, 14454})
+        for (testPoint point : {TEST_MEMORY, TEST_TREE, TEST_INSERT})
+            for (bool exists : {false, true}) {
+                SCOPED_TRACE(std::to_string(type) + " " + std::to_string(point));
+                auto change = [&](uint32_t how, uint32_t app) {
+                    return result(registration(type + how, app, 0, 2, withPairs));
+                };
+                if (exists) {
+                    ASSERT_EQ(change(0, APP_RTM), 0u);
+                }
+                uint32_t refused = 0;
+                for (uint32_t nth = 1;; nth++) {
+                    const uint64_t blocks = testBlocksInUse();
+                    testFail(point, nth, 1);
+                    const uint32_t status = change(0, APP_BGP);
+                    testFailNothing();
+                    if (status == 0) {
+                        EXPECT_EQ(change(1, APP_BGP), 0u);
+                    }
+                    if (type == 14442 && !exists && status != 0) {
+                        EXPECT_EQ(change(0, APP_BGP), 0u);
+                        EXPECT_EQ(change(1, APP_BGP), 0u);
+                    }
+                    EXPECT_EQ(testBlocksInUse(), blocks) << nth;
+                    if (status == 0) break;
+                    refused++;
+                }
+                EXPECT_TRUE(refused > 0 || point != TEST_MEMORY);
+                if (exists) {
+                    EXPECT_EQ(change(1, APP_RTM), 0u);
+                }
+            }
 }

@@ -128,6 +128,7 @@ TEST_F(Trigger, AnIpcClientsAnswerMustBeToThisMessage) {
         };
         testHost.inbox[TEST_REQUESTS] = {message(9998)};  // comes meanwhile
         clientRegisteredAnew(APP_BGP, 2);
+        clientWaitsBegin();
         ASSERT_EQ(send(client(APP_BGP, 2)), 0);
         EXPECT_EQ(status, row.status);
         EXPECT_EQ(testHost.inbox[TEST_REQUESTS].size(), 1u);
