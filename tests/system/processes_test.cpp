@@ -128,8 +128,14 @@ TEST(Processes, HostileMessagesAreCountedAndSurvived) {
         zekSender sender{};
         while (zekEndpointRecv(client.endpoint, &drop, ZEK_MESSAGE_MAX, 0, &sender) > 0) continue;
     }
+    std::vector<uint8_t> forged(sizeof(ipcHdr));  // nobody but the manager makes time-outs
+    client.fillHeader(forged, MT_SWP_TIMEOUT, 1);
+    ASSERT_TRUE(client.send(forged));
     EXPECT_EQ(chassis.runningConfig(), before);
+    EXPECT_TRUE(waitUntil([&] { return counter(chassis.show("debug system"), "malformed") > 0; }));
     std::string system = chassis.show("debug system");
+    for (const char* counted : {"dropped", "overrun"})
+        EXPECT_NE(system.find('"' + std::string(counted) + "\":"), std::string::npos) << counted;
     EXPECT_GT(counter(system, "bad-length-word"), 0u);
     EXPECT_GT(counter(system, "truncated"), 40u);
     EXPECT_GT(counter(system, "unknown-type"), 1000u);
