@@ -3,6 +3,7 @@
 #include "download/zekacl_download.h"
 #include "include/linecard.h"
 #include "include/service.h"
+#include "task/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -64,8 +65,9 @@ bool answerIsThere(uint32_t newest) {
     for (int got; (got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, 0)) > 0;) {
         const auto* hdr =
             wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
-        if (hdr != nullptr && hdr->mtype == MT_IFM_REGISTER && newest - hdr->sequence < 256)
-            return true;
+        if (hdr == nullptr) continue;
+        if (hdr->mtype == MT_IFM_REGISTER && newest - hdr->sequence < 256) return true;
+        clientLateAnswer(*hdr);
     }
     return false;
 }
