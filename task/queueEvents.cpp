@@ -31,8 +31,8 @@ void renew(zekSwpHandle queue) {
     zekSwpReplayBegin(queue);
     if (queue == aclNode->acl2qHandle)
         for (uint32_t family : {AF_IPV4, AF_IPV6}) prefixDownloadIpListAlltoACL2(family);
-    if (queue == aclNode->aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0);
-    if (queue == aclNode->aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0);
+    if (queue == aclNode->aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0u);
+    if (queue == aclNode->aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0u);
     for (uint32_t i = 0; i < std::size(aclNode->aclIPMqHandle); i++)
         if (queue == aclNode->aclIPMqHandle[i]) aclSendListsToTaskExt(APP_IPM, i);
     zekSwpReplayEnd(queue);
