@@ -267,7 +267,10 @@ TEST(Cards, HealWithoutAnotherChange) {
     EXPECT_TRUE(chassis.startAgent(2));
     chassis.expectInStep("B", inStep);
     kill(chassis.neighbours.pid, SIGCONT);
-    EXPECT_EQ(chassis.shell({"-c", "show cards"}).status, 0);
+    // The last list of a replay is in force before its end.
+    EXPECT_TRUE(waitUntil([&] {
+        return chassis.shell({"-c", "show cards"}).status == 0;
+    })) << chassis.shell({"-c", "show cards"}).out;
 }
 
 TEST(Cards, MembershipByHandTakesLagsAndRefusesASecondList) {
