@@ -13,10 +13,10 @@ uint32_t DEBUG_ACL_MGR = 0;
 void aclDebugPrint(const char*, int, const char*, ...) {}
 void aclSysErr(uint32_t, const char*, ...) {}
 
-int zekCfgInsertBothLine(zekCfgDb*, const zekCfgRecord&) {
+int zekCfgInsertBothLine(zekCfgDb*, const zekCfgRecord&, const zekCfgRequest&) {
     return 0;
 }
-int zekCfgInsert(zekCfgDb*, const zekCfgRecord&) {
+int zekCfgInsert(zekCfgDb*, const zekCfgRecord&, const zekCfgRequest&) {
     return 0;
 }
 int zekCfgRemoveNode(zekCfgDb*, const zekCfgRecord&) {
@@ -29,6 +29,9 @@ int zekCfgSync(zekCfgDb*, const zekCfgSyncRecord&) {
     return 0;
 }
 void zekCfgSetMaskMode(zekCfgDb*, uint32_t) {}
+const uint8_t* zekCfgRestoring(const zekCfgDb*) {
+    return nullptr;
+}
 
 int aclTrigger(aclList*, uint32_t) {
     return 0;

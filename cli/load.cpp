@@ -20,6 +20,7 @@
 #include <cstring>
 #include <utility>
 
+#include "cli/compile.h"
 #include "cli/lexer.h"
 #include "include/status.h"
 
@@ -190,6 +191,7 @@ loadSlot& takeSlot(loader& l, uint32_t line, std::string_view text) {
 
 void refuseLine(loader& l, uint32_t line, std::string_view text, size_t column,
                 std::string sentence, std::vector<std::string> expected = {}) {
+    if (l.session.options.compile) compileWrite(l.session.out, text, nullptr);
     loadSlot& s = takeSlot(l, line, text);
     s.expected = std::move(expected);
     finish(l, s, std::move(sentence), column);
@@ -251,8 +253,30 @@ void loadInterface(loader& l, uint32_t line, std::string_view text) {
 constexpr cliVerb pipelined[] = {cliVerb::list, cliVerb::traceList, cliVerb::traceGroup,
                                  cliVerb::policyList, cliVerb::routeMap};
 
+// Nothing is sent: the request is written, and the mode that the line leads to is entered.
+void compileCommand(loader& l, uint32_t line, std::string_view text) {
+    cliSession& s = l.session;
+    if (l.command.verb == cliVerb::interface) return loadInterface(l, line, text);
+    if (l.command.verb == cliVerb::clause)
+        if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
+            return refuseLine(l, line, text, outcome.column, outcome.sentence);
+    cliRequest request;
+    size_t length;
+    if (requestBuild(&s.channel, l.command, s.scope, &request, &length)) {
+        if (length >= sizeof(cliHdr)) request.cli.cookie = 0u;
+        compileWrite(s.out, text, &request.ipc);
+    }
+    cliPipe pipe;
+    pipe.out = s.err;
+    (void)sessionExecute(&s, l.command, &pipe);
+    pipeFinish(&pipe);
+    if (!sessionIsInnerLine(l.command)) sessionEnter(&s, l.command);
+    if (l.command.verb == cliVerb::maskMode) s.inverseMask = !l.command.negated;
+}
+
 void loadCommand(loader& l, uint32_t line, std::string_view text) {
     cliSession& s = l.session;
+    if (s.options.compile) return compileCommand(l, line, text);
     const cliCommand& command = l.command;
     bool inner = sessionIsInnerLine(command);
     if (inner && s.options.checkOnly) return;
@@ -357,8 +381,7 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
         return EXIT_UNREACHABLE;
     }
     loader l{.session = *session, .source = source};
-    // A restore's lines are as they are typed: nothing in them stands for two things.
-    const int from = session->options.restore ? fd : listNamesReadAhead(&session->lists, fd);
+    const int from = listNamesReadAhead(&session->lists, fd);
     if (from < 0) {
         reportText(session->err, std::string(source) + ": " + strerror(errno));
         return 1;
@@ -377,6 +400,7 @@ int loadRun(cliSession* session, int fd, std::string_view source) {
                                      std::to_string(lineNumber + 1) + " on");
     drain(l);
     if (from != fd) close(from);
+    if (session->options.compile) compileEnd(session->out);
     if (l.refused > 0)
         reportText(session->err, std::string(source) + ": " + std::to_string(l.refused) + " of " +
                                      std::to_string(lineNumber) + " lines refused");

@@ -49,18 +49,22 @@ int main(int argc, char** argv) {
     app.add_option("--rp", o.rp, "route processor")->check(CLI::Range(0, 1));
     auto* command = app.add_option("-c", commands, "run a command (repeatable)");
     command->allow_extra_args(false)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("-f", file, "load a configuration file, - is standard input")->excludes(command);
+    auto* load = app.add_option("-f", file, "load a configuration file, - is standard input");
+    load->excludes(command);
     app.add_flag("-C", o.checkOnly, "check the syntax only: nothing is sent");
     app.add_flag("--json", o.json, "show commands print JSON");
     app.add_option("--timeout", timeout, "seconds to wait for an answer (default 10)")
         ->check(CLI::Range(0.001, 86400.0));
-    app.add_flag("--restore", o.restore, "replay a stored configuration");
+    app.add_flag("--compile", o.compile, "write the requests of a file's lines, for the manager")
+        ->needs(load);
     CLI11_PARSE(app, argc, argv);
 
     o.runDir = zekRunDir(o.runDir);
     if (o.chassisFile.empty()) o.chassisFile = o.runDir + "/chassis.json";
     o.timeoutMs = static_cast<int>(std::lround(timeout * 1000));
-    sessionReadMaskMode(&session);
+    o.checkOnly |= o.compile;
+    // What is compiled stands for a whole configuration, which begins in the normal mode.
+    if (!o.compile) sessionReadMaskMode(&session);
 
     if (!file.empty()) return runFile(&session, file);
     if (!commands.empty()) {
@@ -70,7 +74,7 @@ int main(int argc, char** argv) {
             if (!session.done && !sessionRun(&session, c, {"command", ++number})) good = false;
         return sessionExitStatus(session, good);
     }
-    if (isatty(STDIN_FILENO) != 0 && !o.restore) {
+    if (isatty(STDIN_FILENO) != 0) {
         o.interactive = true;
         return interactiveRun(&session);
     }

@@ -266,7 +266,7 @@ cliOutcome sessionClause(cliSession* session, cliCommand* command) {
     if (code == RTMAP_MATCH_IFACE) return findInterface(session, *command);
     if (code != RTMAP_MATCH_IPADD_ACL && code != RTMAP_MATCH_IPV6ADD_ACL) return {};
     const bool ipv6 = code == RTMAP_MATCH_IPV6ADD_ACL;
-    if (!session->options.checkOnly && !session->options.restore) readRunningLists(session);
+    if (!session->options.checkOnly) readRunningLists(session);
     if (listNamesIsPrefix(session->lists, ipv6, command->name))
         code = ipv6 ? RTMAP_MATCH_IPV6ADD_PREFIX : RTMAP_MATCH_IPADD_PREFIX;
     return {};

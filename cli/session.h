@@ -20,7 +20,8 @@ struct cliOptions {
     int timeoutMs = 10000;
     bool json = false;
     bool checkOnly = false;    // read and judge lines, send nothing
-    bool restore = false;      // numbers may be whatever a stored configuration can carry
+    bool compile = false;      // as checkOnly, and write every line's request to standard output;
+                               // numbers may be whatever a stored configuration can carry
     bool interactive = false;  // a typing error leaves the mode as it is
 };
 
@@ -64,7 +65,7 @@ inline cliOutcome notReached(cliSession* session, std::string sentence) {
 // Takes the mask mode from the configuration database; normal when there is none.
 void sessionReadMaskMode(cliSession* session);
 inline cliContext sessionContext(const cliSession& s) {
-    return {s.mode, s.inverseMask, s.options.restore};
+    return {s.mode, s.inverseMask, s.options.compile};
 }
 // A mode below configuration mode, and the lines that belong to one.
 bool sessionIsInner(cliMode mode);

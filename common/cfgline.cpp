@@ -5,8 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string>
-
 #include "include/debug.h"
 #include "include/node.h"
 
@@ -14,6 +12,7 @@ namespace {
 
 constexpr uint32_t LINE_HEADER = 0;
 constexpr uint32_t LINE_NUMBERED = 1;
+constexpr std::string_view NOT_SHOWN = "! line not shown: ";
 
 zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name,
                         uint32_t lineClass) {
@@ -40,6 +39,7 @@ zekCfgRecord makeNumbered(const listName& name, const cfgNumbered& line) {
 
 void cfgSync(uint32_t operation, const listName& name, std::string_view line, bool remove,
              uint32_t word) {
+    if (!cfgIsShown(line)) return;
     zekCfgSyncRecord record{};
     record.kind = operation;
     record.words[0] = word;
@@ -54,8 +54,34 @@ void cfgSync(uint32_t operation, const listName& name, std::string_view line, bo
     zekCfgSync(aclNode->cfgDb, record);
 }
 
+uint64_t cfgNotShown = 0;
+
+bool cfgIsShown(std::string_view line) {
+    return !line.empty() && !line.starts_with(NOT_SHOWN);
+}
+
+std::string cfgShowable(std::string_view line, size_t limit) {
+    constexpr size_t shownMax = 150;
+    auto breaks = [](char c) { return static_cast<uint8_t>(c) < ' ' || c == 0x7F; };
+    if (line.size() <= limit && std::ranges::none_of(line, breaks)) return std::string(line);
+    const size_t start = std::min(line.find_first_not_of(' '), line.size());
+    cfgNotShown++;
+    std::string text(NOT_SHOWN);
+    text += line.substr(start, shownMax);
+    std::ranges::replace_if(text, breaks, '?');
+    if (line.size() - start > shownMax) text += "...";
+    return text + " (" + std::to_string(line.size()) + " characters)";
+}
+
+uint32_t cfgRestoredNumber(const cfgBlock& block) {
+    const uint8_t* area = zekCfgRestoring(aclNode->cfgDb);
+    if (area == nullptr) return 0;
+    const uint32_t order = reinterpret_cast<const zekCfgListKey*>(area)->order;
+    return order > block.firstOrder ? order - block.firstOrder : 0;
+}
+
 void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& name,
-                    std::string_view line, bool remove) {
+                    std::string_view line, const zekCfgRequest& request, bool remove) {
     static_assert(LINE_HEADER == 0, "header records keep a zero kind and order");
     zekCfgRecord separator = makeRecord(block.section, family, name, block.separatorClass);
     cfgPutText(separator.text, "!");
@@ -70,7 +96,7 @@ void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& nam
     zekCfgRecord header = makeRecord(block.section, family, name, block.lineClass);
     cfgPutText(header.text, line);
     cfgPutText(header.inverseText, line);
-    zekCfgInsertBothLine(aclNode->cfgDb, header);
+    zekCfgInsertBothLine(aclNode->cfgDb, header, request);
     if (!block.syncBeforeHeader) cfgSync(block.headerSync, name, line, false);
 }
 
@@ -79,7 +105,7 @@ bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove
     bool inverse = aclNode->inverseMask != 0;
     cfgPutText(record.text, inverse ? line.other : line.shown);
     cfgPutText(record.inverseText, inverse ? line.shown : line.other);
-    if (!remove) zekCfgInsertBothLine(aclNode->cfgDb, record);
+    if (!remove) zekCfgInsertBothLine(aclNode->cfgDb, record, line.request);
     cfgSync(line.operation, name, line.shown, remove);
     return !remove || zekCfgRemoveExact(aclNode->cfgDb, record) == 0;
 }
@@ -109,8 +135,10 @@ void inverse_mask_sent_to_cfg(uint32_t inverse) {
     cfgPutText(record.text, line);
     cfgPutText(record.inverseText, line);
     bool remove = inverse == 0;
+    const ipcHdr request{};  // carries nothing
     int status = remove ? zekCfgRemoveExact(aclNode->cfgDb, record)
-                        : zekCfgInsertBothLine(aclNode->cfgDb, record);
+                        : zekCfgInsertBothLine(aclNode->cfgDb, record,
+                                               cfgRequestOf(request, MT_ACL_INVERSEMASK_ENABLE));
     if (status == 0) cfgSync(CFG_SYNC_HEADER, noName, line, remove);
     zekCfgSetMaskMode(aclNode->cfgDb, inverse);
 }

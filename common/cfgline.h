@@ -2,15 +2,46 @@
 // below them, and a "no " form of each for whoever follows the change feed.
 //
 // The caller holds the write lock. Texts are cut at 255 bytes: a writer whose lines may be longer
-// refuses them itself. Database errors are debug output only.
+// hands them through cfgShowable. Database errors are debug output only.
 #pragma once
 
 #include <algorithm>
 #include <cstring>
+#include <string>
 #include <string_view>
 
+#include "include/cliMsg.h"
 #include "include/listName.h"
 #include "platform/api/zekCfg.h"
+
+// A CLI request about a list, else zero: what a line's record is made of.
+template <class Request>
+Request cfgCommand(uint32_t code, const listName& name) {
+    Request request{};
+    cliHdr* front;
+    if constexpr (std::is_same_v<Request, cliHdr>)
+        front = &request;
+    else
+        front = &request.cli;
+    front->code = code;
+    front->name = name;
+    return request;
+}
+// The record of a line: the request that makes it again. It lies in the request.
+template <class Request>
+zekCfgRequest cfgRequestOf(const Request& request, uint32_t mtype = MT_CLI_COMMAND) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&request);
+    return {mtype, {bytes + sizeof(ipcHdr), sizeof request - sizeof(ipcHdr)}};
+}
+
+// The longest line that "no " can stand in front of.
+constexpr size_t CFG_LINE_MAX = CFG_TEXT_LEN - 1 - 3;
+// A line as the configuration can show it: one that is longer than `limit`, or has bytes that would
+// break it, becomes a comment that says so; its record brings it back all the same. The feed does
+// not hear of such a line, and the sender of the request is told (cfgNotShown).
+std::string cfgShowable(std::string_view line, size_t limit = CFG_LINE_MAX);
+bool cfgIsShown(std::string_view line);
+extern uint64_t cfgNotShown;  // lines that were written as comments so far
 
 // A text field takes at most one byte less than its size; longer texts are cut there.
 inline void cfgPutText(char (&field)[CFG_TEXT_LEN], std::string_view text) {
@@ -61,7 +92,7 @@ inline constexpr cfgBlock CFG_EXTCOMM_LIST{
 
 // Writes or removes the "!" and the header line of a block; a removal takes every line below.
 void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& name,
-                    std::string_view line, bool remove);
+                    std::string_view line, const zekCfgRequest& request, bool remove);
 
 // One numbered line of a block and its two texts; `shown` is the one of the mask mode that is set.
 struct cfgNumbered {
@@ -71,6 +102,7 @@ struct cfgNumbered {
     cfgOperation operation;
     uint32_t seq;
     std::string_view shown, other;
+    zekCfgRequest request = {};
 };
 constexpr uint8_t CFG_ROLE_ENTRY = 0xFF;
 constexpr uint8_t CFG_ROLE_REMARK = 0;
@@ -80,6 +112,10 @@ bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove
 // The whole of an entry writer: debug line, cfgWriteNumbered, the remark that leaves with it
 // (withRemark), and the complaint about a line that was not there.
 void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, bool withRemark);
+
+// The number that a line's place has in the database while it is restored, else 0: for numbers that
+// are the store's own and that its request does not carry.
+uint32_t cfgRestoredNumber(const cfgBlock& block);
 
 // The line that records the mask display mode.
 void inverse_mask_sent_to_cfg(uint32_t inverse);

@@ -26,6 +26,7 @@ enum aclCliCode : uint32_t {
     CLI_SHOW_IP_ACL = 1059,
     CLI_SHOW_IP_ACL_ALL = 1060,
     CLI_TELNET_VALUE = 1114,
+    CLI_V6_LIST_CREATE = 1162,
 };
 
 // The front of every CLI message.

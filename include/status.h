@@ -67,6 +67,7 @@ enum aclStatus : uint32_t {
     ACL_E_RMAP_LIST = 0x3d000072,
     ACL_E_RMAP_VALUE = 0x3d000073,
     ACL_E_RMAP_SEQ = 0x3d000074,
+    ACL_E_STORE = 0x3d000078,  // our own
     ACL_E_SYSTEM = 0xFFFFFFFF,
 };
 
@@ -152,6 +153,8 @@ inline constexpr aclStatusRow aclStatusTable[] = {
     {ACL_E_RMAP_VALUE, "ACL_E_RMAP_VALUE", "The clause's value is missing or out of range"},
     {ACL_E_RMAP_SEQ, "ACL_E_RMAP_SEQ",
      "The sequence number of a route map's instance must be 1 to 2147483647"},
+    {ACL_E_STORE, "ACL_E_STORE",
+     "The configuration cannot be stored now (see show system): nothing was changed"},
     {ACL_E_SYSTEM, "ACL_E_SYSTEM", "The operation failed or is not supported"},
 };
 static_assert(std::ranges::is_sorted(aclStatusTable, {}, &aclStatusRow::code));

@@ -51,7 +51,15 @@ void writeLine(aclIntf* intf, const aclList* list, const aclBindRequest& request
     std::string text = " " + groupText(list->name, request.direction);
     if (request.implicitPermit != 0) text += " implicit-permit";
     if (request.vlanOption) (text += " Vlan ") += request.vlanText;
-    cfgIntfWrite(lineOf(intf, request.direction, list), text);
+    auto again = cfgCommand<cliBindReq>(CLI_IP_BIND, list->name);
+    again.ifindex = request.ifindex;
+    again.direction = request.direction;
+    again.implicitPermit = request.implicitPermit;
+    again.writeConfig = 1;
+    again.vlanOption = request.vlanOption ? 1 : 0;
+    std::memcpy(again.block, request.block, sizeof again.block);
+    request.vlanText.copy(again.vlanText, sizeof again.vlanText);
+    cfgIntfWrite(lineOf(intf, request.direction, list), text, cfgRequestOf(again));
 }
 
 // --- apply -------------------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 //      ip access-group edge in
 //
 // All of them begin their key with the interface's index, so the block goes as one.
+#include "common/cfgline.h"
 #include "include/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
@@ -45,13 +46,14 @@ zekCfgRecord makeLine(const cfgIntfLine& line) {
     return makeRecord(CFG_CLASS_INTERFACE, key);
 }
 
-void insert(zekCfgRecord record, std::string_view text) {
+void insert(zekCfgRecord record, std::string_view text, const zekCfgRequest& request = {}) {
     cfgPutText(record.text, text);
     cfgPutText(record.inverseText, text);
-    (void)zekCfgInsertBothLine(aclNode->cfgDb, record);
+    (void)zekCfgInsertBothLine(aclNode->cfgDb, record, request);
 }
 
 void sync(const cfgIntfLine& line, std::string_view text) {
+    if (!cfgIsShown(text)) return;
     const uint32_t ifindex = line.intf->ifindex;
     zekCfgSyncRecord record{};
     record.kind = aclGetCliModeFromIfIndex(ifindex);
@@ -70,7 +72,8 @@ uint32_t aclGetCliModeFromIfIndex(uint32_t ifindex) {
     return 0;
 }
 
-void cfgIntfWrite(const cfgIntfLine& line, std::string_view text) {
+void cfgIntfWrite(const cfgIntfLine& line, std::string_view whole, const zekCfgRequest& request) {
+    const std::string text = cfgShowable(whole);
     const uint32_t ifindex = line.intf->ifindex;
     if ((line.intf->flags & INTF_CFG_LINES) == 0) {
         char name[64];
@@ -79,7 +82,7 @@ void cfgIntfWrite(const cfgIntfLine& line, std::string_view text) {
         insert(makeHead(CFG_CLASS_INTERFACE_HEADER, ifindex), std::string("interface ") + name);
     }
     line.intf->flags |= intfCfgLine(line.family, line.direction);
-    insert(makeLine(line), text);
+    insert(makeLine(line), text, request);
     sync(line, text);
 }
 

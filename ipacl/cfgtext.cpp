@@ -180,6 +180,14 @@ lineText& entryLine(const aclEntry& entry) {
     return line;
 }
 
+cliIpEntryReq entryRequest(uint32_t code, const aclEntry& entry, const listName& name) {
+    auto request = cfgCommand<cliIpEntryReq>(code, name);
+    request.log = entry.log;
+    request.monitor = entry.monitor;
+    request.block = entry.block;
+    return request;
+}
+
 }  // namespace
 
 void textProtocol(std::string& out, uint8_t protocol, bool isAny, std::string_view any) {
@@ -252,8 +260,11 @@ void acl_sent_to_cfg(const listName& name, uint32_t remove, uint32_t kind, uint3
     if (ipv6 == 0)
         line = kind == IP_KIND_STANDARD ? "ip access-list standard " : "ip access-list extended ";
     line += listNameView(name);
+    auto request =
+        cfgCommand<cliListReq>(ipv6 != 0 ? CLI_V6_LIST_CREATE : CLI_IP_LIST_CREATE, name);
+    request.kind = kind;
     cfgWriteHeader(CFG_ACCESS_LIST, ipv6 != 0 ? CFG_FAMILY_V6 : CFG_FAMILY_V4, name, line,
-                   remove != 0);
+                   cfgRequestOf(request), remove != 0);
 }
 
 std::string aclEntryText(const aclEntry* entry) {
@@ -266,25 +277,31 @@ void acl_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName&
     bool extended = block.kind == IP_KIND_EXTENDED;
     lineText& line = entryLine(*entry);
     lineFinish(line);
-    cfgWriteEntry(
-        name,
-        {CFG_ACCESS_LIST, CFG_FAMILY_V4, CFG_ROLE_ENTRY,
-         extended ? CFG_SYNC_EXTENDED : CFG_SYNC_STANDARD, block.seq, line.shown, line.other},
-        remove != 0, true);
+    const cliIpEntryReq request = entryRequest(CLI_IP_ENTRY_ADD, *entry, name);
+    cfgWriteEntry(name,
+                  {CFG_ACCESS_LIST, CFG_FAMILY_V4, CFG_ROLE_ENTRY,
+                   extended ? CFG_SYNC_EXTENDED : CFG_SYNC_STANDARD, block.seq, line.shown,
+                   line.other, cfgRequestOf(request)},
+                  remove != 0, true);
 }
 
 void dos_sent_to_cfg(const aclList* list, uint32_t remove) {
     if (listNameIsGenerated(list->name)) return;
     std::string line = "ip trace-list ";
     line += listNameView(list->name);
-    cfgWriteHeader(CFG_TRACE_LIST, CFG_FAMILY_V4, list->name, line, remove != 0);
+    auto request = cfgCommand<cliListReq>(CLI_DOS_LIST_CREATE, list->name);
+    request.kind = list->kind & ~DOS_ACTIVE;  // enabling it is the line of its group
+    cfgWriteHeader(CFG_TRACE_LIST, CFG_FAMILY_V4, list->name, line, cfgRequestOf(request),
+                   remove != 0);
 }
 
 void dos_sent_to_cfg_enabled(const aclList* list, uint32_t add) {
     if (listNameIsGenerated(list->name)) return;
     std::string line = "ip trace-group ";
     line += listNameView(list->name);
-    cfgWriteHeader(CFG_TRACE_GROUP, CFG_FAMILY_V4, list->name, line, add == 0);
+    const auto request = cfgCommand<cliHdr>(CLI_DOS_ENABLE, list->name);
+    cfgWriteHeader(CFG_TRACE_GROUP, CFG_FAMILY_V4, list->name, line, cfgRequestOf(request),
+                   add == 0);
 }
 
 void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName& name) {
@@ -295,8 +312,9 @@ void dos_ent_sent_to_cfg(const aclEntry* entry, uint32_t remove, const listName&
     addLogAndCounters(line.shown, entry->log != 0, (block.counterOptions & IP_COUNT) != 0,
                       (block.counterOptions & IP_BYTES) != 0);
     lineFinish(line);
+    const cliIpEntryReq request = entryRequest(CLI_DOS_ENTRY_ADD, *entry, name);
     cfgWriteEntry(name,
                   {CFG_TRACE_LIST, CFG_FAMILY_V4, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED, block.seq,
-                   line.shown, line.other},
+                   line.shown, line.other, cfgRequestOf(request)},
                   remove != 0, false);
 }

@@ -26,7 +26,7 @@ struct cfgIntfLine {
     uint32_t family, direction;  // intfFamily, intfDirection
     const listName& name;
 };
-void cfgIntfWrite(const cfgIntfLine& line, std::string_view text);
+void cfgIntfWrite(const cfgIntfLine& line, std::string_view text, const zekCfgRequest& request);
 // Takes the line out and tells the feed the text that undoes it.
 void cfgIntfRemove(const cfgIntfLine& line, std::string_view undo);
 // Takes the line out because another one comes into its place: nobody is told.

@@ -18,13 +18,14 @@
 const bgpKindRow bgpKinds[BGP_LIST_KINDS] = {
     {&aspathAclNodeRecord::asTree, 1, ACL_E_ASPATH_NOLIST, ACL_E_ASPATH_EXISTS,
      ACL_E_ASPATH_NOENTRY, ACL_E_LIST_MEMORY, ACL_E_ASPATH_MEMORY, CFG_ASPATH_LIST, CFG_SYNC_ASPATH,
-     "ip as-path access-list "},
+     "ip as-path access-list ", CLI_ASPATH_LIST_CREATE, CLI_ASPATH_ENTRY_ADD},
     {&aspathAclNodeRecord::commTree, 2, ACL_E_COMM_NOLIST, ACL_E_COMM_EXISTS, ACL_E_COMM_NOENTRY,
-     ACL_E_LIST_MEMORY, ACL_E_COMM_MEMORY, CFG_COMM_LIST, CFG_SYNC_COMM, "ip community-list "},
+     ACL_E_LIST_MEMORY, ACL_E_COMM_MEMORY, CFG_COMM_LIST, CFG_SYNC_COMM, "ip community-list ",
+     CLI_COMM_LIST_CREATE, CLI_COMM_ENTRY_ADD},
     // An entry that is there already is answered as in a community list: meant.
     {&aspathAclNodeRecord::extCommTree, 2, ACL_E_EXTCOMM_NOLIST, ACL_E_COMM_EXISTS,
      ACL_E_EXTCOMM_NOENTRY, ACL_E_EXTCOMM_MEMORY, ACL_E_EXTCOMM_MEMORY, CFG_EXTCOMM_LIST,
-     CFG_SYNC_EXTCOMM, "ip extcommunity-list "},
+     CFG_SYNC_EXTCOMM, "ip extcommunity-list ", CLI_EXTCOMM_LIST_CREATE, CLI_EXTCOMM_ENTRY_ADD},
 };
 
 namespace {
@@ -90,7 +91,9 @@ void entryFree(bgpEntry* entry) {
 
 // Into the tree, the index and the chain, or into none of them.
 bool link(bgpList* list, bgpEntry* entry, size_t bodySize) {
-    entry->id = list->lastEntryId + 1;  // the list's counter follows when the clients know
+    // The list's counter follows when the clients know.
+    entry->id = cfgRestoredNumber(bgpKinds[list->kind].block);
+    if (entry->id == 0) entry->id = list->lastEntryId + 1;
     if (zekRadixInsert(list->same, &entry->same, bodyOf(entry),
                        static_cast<uint32_t>(bodySize * 8)) != 0)
         return false;

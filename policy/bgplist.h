@@ -16,7 +16,8 @@ struct bgpKindRow {
     uint32_t noList, exists, noEntry, listMemory, entryMemory;
     const cfgBlock& block;
     cfgOperation sync;
-    const char* header;  // of the configuration and of shows, the name follows
+    const char* header;            // of the configuration and of shows, the name follows
+    uint32_t createCode, addCode;  // aclPolicyCliCode
 };
 extern const bgpKindRow bgpKinds[BGP_LIST_KINDS];
 

@@ -60,6 +60,27 @@ std::string extCommText(const bgpEntry* entry, bool) {
     return out;
 }
 
+// The request that adds the entry again; it has room for that of every kind.
+cliExtCommReq entryRequest(bgpListKind kind, const bgpEntry* entry, const listName& name) {
+    auto request = cfgCommand<cliExtCommReq>(bgpKinds[kind].addCode, name);
+    static_assert(sizeof(cliExtCommReq) == sizeof(cliCommReq));
+    if (kind == BGP_ASPATH) {
+        const auto* from = static_cast<const aspathEntry*>(entry);
+        auto* to = reinterpret_cast<cliAspathReq*>(&request);
+        to->action = entry->action;
+        to->option = from->option;
+        std::memcpy(to->text, from->text, strnlen(from->text, sizeof to->text));
+    } else if (kind == BGP_COMM) {
+        reinterpret_cast<cliCommReq*>(&request)->entry =
+            static_cast<const commEntry*>(entry)->block;
+    } else {
+        request.entry.action = entry->action;
+        request.entry.kind = entry->kind;
+        request.entry.body = static_cast<const extCommEntry*>(entry)->rule.body;
+    }
+    return request;
+}
+
 std::string (*const entryTexts[BGP_LIST_KINDS])(const bgpEntry* entry, bool shown) = {
     aspathText, commText, extCommText};
 
@@ -122,19 +143,22 @@ std::string bgpEntryLine(bgpListKind kind, const bgpEntry* entry) {
 }
 
 void bgpListToCfg(const bgpList* list, uint32_t remove) {
+    const auto request = cfgCommand<cliHdr>(bgpKinds[list->kind].createCode, list->name);
     cfgWriteHeader(bgpKinds[list->kind].block, CFG_FAMILY_V4, list->name, headText(list),
-                   remove != 0);
+                   cfgRequestOf(request), remove != 0);
 }
 
 void bgpEntryToCfg(bgpListKind kind, const bgpEntry* entry, uint32_t remove, const listName& name) {
-    const std::string line = bgpEntryLine(kind, entry);
-    if (line.size() > LINE_MAX_LENGTH) {
+    const std::string whole = bgpEntryLine(kind, entry);
+    const std::string line = cfgShowable(whole, LINE_MAX_LENGTH);
+    if (!cfgIsShown(line) && remove == 0)
         zekEvtLogPrint(aclNode->evtLogKey, 4,
                        "Configuration is too long to store in Config Manager: returning\r\n");
-        return;
-    }
     const bgpKindRow& row = bgpKinds[kind];
-    cfgWriteEntry(name, {row.block, CFG_FAMILY_V4, CFG_ROLE_ENTRY, row.sync, entry->id, line, line},
+    const cliExtCommReq request = entryRequest(kind, entry, name);
+    cfgWriteEntry(name,
+                  {row.block, CFG_FAMILY_V4, CFG_ROLE_ENTRY, row.sync, entry->id, line, line,
+                   cfgRequestOf(request)},
                   remove != 0, false);
 }
 

@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "include/ipText.h"
 #include "policy/prefixfamily.h"
@@ -66,7 +67,9 @@ void prefix_sent_to_cfg(const prefixList* list, uint32_t remove, uint32_t af) {
     const prefixFamily& family = *prefixFamilyOf(af);
     std::string line = family.word + std::string(" prefix-list ");
     line += listNameView(list->name);
-    cfgWriteHeader(CFG_PREFIX_LIST, family.family, list->name, line, remove != 0);
+    const auto request = cfgCommand<cliHdr>(family.createCode, list->name);
+    cfgWriteHeader(CFG_PREFIX_LIST, family.family, list->name, line, cfgRequestOf(request),
+                   remove != 0);
 }
 
 void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t af,
@@ -76,12 +79,15 @@ void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t 
     // Both forms are stored, and neither depends on the mode: a change of it rewrites nothing.
     std::string shown = lineOf(*entry->record, family, masked);
     std::string other = lineOf(*entry->record, family, !masked);
+    auto request = cfgCommand<cliPrefix6Req>(family.addCode, name);
+    std::memcpy(&request.entry, entry->record, prefixRecordBytes(family));
     cfgNumbered line{.block = CFG_PREFIX_LIST,
                      .family = family.family,
                      .role = CFG_ROLE_ENTRY,
                      .operation = family.sync,
                      .seq = entry->record->seq,
                      .shown = shown,
-                     .other = other};
+                     .other = other,
+                     .request = cfgRequestOf(request)};
     cfgWriteEntry(name, line, remove != 0, false);
 }

@@ -14,9 +14,6 @@ bgpAsNotation rmapAsNotation = AS_NOTATION_PLAIN;
 
 namespace {
 
-// The longest line that "no " can stand in front of.
-constexpr size_t LINE_MAX_LEN = CFG_TEXT_LEN - 1 - 3;
-
 zekCfgRecord makeRecord(uint32_t lineClass, const zekCfgRmapKey& key) {
     zekCfgRecord record{};
     std::memcpy(record.key, &key, sizeof key);
@@ -32,25 +29,55 @@ zekCfgRmapKey instanceKey(const listName& name, int32_t seq) {
     return key;
 }
 
-// `typed`: what a restore reads instead, when the line by itself does not tell the clause.
 void insertLine(uint32_t lineClass, const zekCfgRmapKey& key, std::string_view text,
-                std::string_view typed = {}) {
+                const zekCfgRequest& request = {}) {
     zekCfgRecord record = makeRecord(lineClass, key);
     cfgPutText(record.text, text);
-    if (typed.empty() || typed == text) {
-        (void)zekCfgInsert(aclNode->cfgDb, record);
-        return;
-    }
-    cfgPutText(record.inverseText, typed);
-    (void)zekCfgInsertBothLine(aclNode->cfgDb, record);
+    (void)zekCfgInsert(aclNode->cfgDb, record, request);
 }
 
-// False, and logged, when the configuration cannot hold the line.
-bool fits(std::string_view line) {
-    if (line.size() <= LINE_MAX_LEN) return true;
-    zekEvtLogPrint(aclNode->evtLogKey, 4,
-                   "Configuration is too long to store in Config Manager: returning\r\n");
-    return false;
+zekCfgRmapKey clauseKey(const rmapEntry* entry, uint16_t valueIndex, const listName& name) {
+    zekCfgRmapKey key = instanceKey(name, entry->seq);
+    key.cls = entry->cls;
+    key.entryId = entry->entryId;
+    key.valueIndex = valueIndex;
+    return key;
+}
+
+// The request that adds the clause with this value again.
+cliRmapClauseReq clauseRequest(const rmapEntry* entry, const rmapNameValue* nameValue,
+                               const rmapNumberValue* number, const listName& name) {
+    auto request = cfgCommand<cliRmapClauseReq>(CLI_RMAP_ENTRY_ADD, name);
+    rmapClauseBlock& clause = request.clause;
+    clause.cls = entry->cls;
+    clause.code = entry->code;
+    clause.kind = entry->kind;
+    clause.seq = static_cast<uint32_t>(entry->seq);
+    clause.action = entry->action;
+    if (nameValue != nullptr) clause.list = nameValue->name;
+    if (number != nullptr) {
+        clause.value = number->value;
+        clause.subValue = number->subValue;
+    }
+    // A continue without a target is one without the flag.
+    if (entry->continueFlag != 0 && entry->continueTarget != 0) {
+        clause.continueFlag = 1;
+        clause.continueTarget = static_cast<uint32_t>(entry->continueTarget);
+    }
+    const rmapPayloadPlace place = rmapPayloadOf(entry->code);
+    if (place.size != 0)
+        std::memcpy(reinterpret_cast<uint8_t*>(&clause) + place.offset, entry->payload, place.size);
+    return request;
+}
+
+// A clause's line, or the comment in its place: too long a line, or a value without a text.
+std::string clauseText(const rmapEntry* entry, const rmapNameValue* nameValue,
+                       const rmapNumberValue* number) {
+    const std::string line = rmapClauseLine(entry, nameValue, number);
+    if (line.size() > CFG_LINE_MAX)
+        zekEvtLogPrint(aclNode->evtLogKey, 4,
+                       "Configuration is too long to store in Config Manager: returning\r\n");
+    return line.empty() ? cfgShowable(rmapClauseName(*entry), 0) : cfgShowable(line);
 }
 
 }  // namespace
@@ -80,7 +107,10 @@ void rmap_sent_to_cfg(const rmapEntry* header, uint32_t remove, const listName& 
     if (aclIsRmapFirstTime != 0) insertLine(CFG_CLASS_BGP_LIST, instanceKey(name, 0), "");
     insertLine(CFG_CLASS_POLICY_SEPARATOR, key, "!");
     cfgSync(CFG_SYNC_HEADER, name, line, false);
-    insertLine(CFG_CLASS_RMAP_LINE, key, line);
+    auto request = cfgCommand<cliRmapReq>(CLI_RMAP_CREATE, name);
+    request.action = header->action;
+    request.seq = static_cast<uint32_t>(header->seq);
+    insertLine(CFG_CLASS_RMAP_LINE, key, line, cfgRequestOf(request));
 }
 
 void rmap_sent_to_cfg_update(const rmapEntry* header, uint32_t oldAction, const listName& name) {
@@ -92,19 +122,18 @@ void rmap_sent_to_cfg_update(const rmapEntry* header, uint32_t oldAction, const 
 
 void rmap_ent_send_to_cfg(const rmapEntry* entry, uint32_t remove, const rmapNameValue* nameValue,
                           const rmapNumberValue* number, const listName& name) {
-    const std::string line = rmapClauseLine(entry, nameValue, number);
-    const std::string typed = rmapClauseTyped(entry, nameValue, number);
-    if (line.empty() || !fits(typed)) return;
-    zekCfgRmapKey key = instanceKey(name, entry->seq);
-    key.cls = entry->cls;
-    key.entryId = entry->entryId;
-    key.valueIndex = nameValue != nullptr ? nameValue->index
-                     : number != nullptr  ? number->index
-                                          : entry->valueIndex;
-    if (remove != 0)
+    const zekCfgRmapKey key = clauseKey(entry,
+                                        nameValue != nullptr ? nameValue->index
+                                        : number != nullptr  ? number->index
+                                                             : entry->valueIndex,
+                                        name);
+    const std::string line = clauseText(entry, nameValue, number);
+    if (remove != 0) {
         (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
-    else
-        insertLine(CFG_CLASS_RMAP_LINE, key, line, typed);
+    } else {
+        const cliRmapClauseReq request = clauseRequest(entry, nameValue, number, name);
+        insertLine(CFG_CLASS_RMAP_LINE, key, line, cfgRequestOf(request));
+    }
     cfgSync(CFG_SYNC_RMAP, name, line, remove != 0, static_cast<uint32_t>(entry->seq));
 }
 
@@ -126,12 +155,9 @@ uint32_t aclRmapProcBgpASNotation(uint32_t notation) {
 
 void rmap_as_path_ent_send_to_cfg(const rmapEntry* entry, uint16_t valueIndex,
                                   const listName& name) {
-    const std::string line = rmapClauseLine(entry, nullptr, nullptr);
-    if (!fits(line)) return;
-    zekCfgRmapKey key = instanceKey(name, entry->seq);
-    key.cls = entry->cls;
-    key.entryId = entry->entryId;
-    key.valueIndex = valueIndex;
-    insertLine(CFG_CLASS_RMAP_LINE, key, line);
+    const std::string line = clauseText(entry, nullptr, nullptr);
+    const cliRmapClauseReq request = clauseRequest(entry, nullptr, nullptr, name);
+    insertLine(CFG_CLASS_RMAP_LINE, clauseKey(entry, valueIndex, name), line,
+               cfgRequestOf(request));
     cfgSync(CFG_SYNC_RMAP, name, line, false, static_cast<uint32_t>(entry->seq));
 }

@@ -146,6 +146,8 @@ void formRelease(rmapInstance* instance, uint32_t code) {
 template <class Value>
 uint16_t freeIndex(rmapEntry* entry, const Value* values) {
     if (entry->valueCount >= VALUE_INDEX_MAX) return 0;
+    if (const zekCfgRmapKey* restored = rmapRestoredKey(); restored != nullptr)
+        return entry->valueIndex = restored->valueIndex;
     bool used = true;
     while (used) {
         if (++entry->valueIndex == 0) entry->valueIndex = 1;
@@ -319,7 +321,7 @@ rmapEntry* ipRmapEntFind(const listName& name, rmapClauseBlock* request) {
 uint32_t rmapEntryAdd(rmapList* map, rmapClauseBlock* request) {
     rmapProgramDrop(map);
     const int32_t firstSeq = map->firstSeq;
-    const uint32_t firstAction = map->firstAction;
+    const uint32_t firstAction = map->firstAction, lastEntryId = map->lastEntryId;
     rmapEntry* entry = findEqual(map, request);
     const bool isNew = entry == nullptr;
     if (isNew) {
@@ -345,7 +347,7 @@ uint32_t rmapEntryAdd(rmapList* map, rmapClauseBlock* request) {
                                 : addPayload(entry, *request, isNew, &changed);
     if (status != ACL_OK && isNew) {
         rmapEntryDrop(map, entry);
-        map->lastEntryId--;
+        map->lastEntryId = lastEntryId;
         map->firstSeq = firstSeq;
         map->firstAction = firstAction;
     }

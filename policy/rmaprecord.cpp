@@ -107,6 +107,10 @@ void rmapDrop(rmapList* map) {
     zekMC_M_memBlockVarFree(map);
 }
 
+const zekCfgRmapKey* rmapRestoredKey() {
+    return reinterpret_cast<const zekCfgRmapKey*>(zekCfgRestoring(aclNode->cfgDb));
+}
+
 rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
     auto* entry = recordMake<rmapEntry>(POOL_ENTRY);
     if (entry == nullptr) return nullptr;
@@ -132,11 +136,18 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
         return nullptr;
     }
     entry->instance = instance;
-    entry->next = entry->header != 0 ? instance->first : nullptr;
+    const zekCfgRmapKey* restored = rmapRestoredKey();
+    entry->entryId = restored != nullptr ? uint32_t{restored->entryId} : 0;
+    if (entry->entryId == 0) entry->entryId = map->lastEntryId + 1;
+    map->lastEntryId = std::max(map->lastEntryId, entry->entryId);
     entry->prev = entry->header != 0 ? nullptr : instance->last;
+    // Lines stand by class; what came first comes back first.
+    while (restored != nullptr && entry->prev != nullptr && entry->prev->header == 0 &&
+           entry->prev->entryId > entry->entryId)
+        entry->prev = entry->prev->prev;
+    entry->next = entry->prev != nullptr ? entry->prev->next : instance->first;
     (entry->prev != nullptr ? entry->prev->next : instance->first) = entry;
     (entry->next != nullptr ? entry->next->prev : instance->last) = entry;
-    entry->entryId = ++map->lastEntryId;
     return entry;
 }
 

@@ -1,6 +1,7 @@
 // What the files of the route-map store share. Private to this folder.
 #pragma once
 
+#include "platform/api/zekCfg.h"
 #include "platform/policylib/zekRmap.h"
 #include "policy/zekroutemap.h"
 
@@ -56,6 +57,9 @@ void rmapDeregister(const rmapList* map, const rmapEntry* entry, rmapNameValue* 
 
 // --- configuration (rmapcfg.cpp) -----------------------------------------------------------------
 
+// The place of the line that is being restored, else null: its ids come back as they were, and the
+// clauses of an instance in the order of theirs.
+const zekCfgRmapKey* rmapRestoredKey();
 // Takes the lines of an instance out without a word to the feed.
 void rmapCfgRemoveInstance(const listName& name, int32_t seq);
 // Takes the map's own node out.
@@ -67,7 +71,3 @@ rmapStyle rmapClauseStyle(const rmapEntry& entry);
 // The line of a clause as rmap_ent_send_to_cfg writes it; empty: none.
 std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValue,
                            const rmapNumberValue* number);
-// The same line as an operator types it: prefix lists that are matched by address are named as such
-// there, while their shown lines are those of access lists: meant.
-std::string rmapClauseTyped(const rmapEntry* entry, const rmapNameValue* nameValue,
-                            const rmapNumberValue* number);

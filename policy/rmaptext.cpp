@@ -194,17 +194,6 @@ std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValu
     return line;
 }
 
-std::string rmapClauseTyped(const rmapEntry* entry, const rmapNameValue* nameValue,
-                            const rmapNumberValue* number) {
-    if (rmapCodeFind(entry->code)->style != RMAP_STYLE_PREFIX_LIST)
-        return rmapClauseLine(entry, nameValue, number);
-    std::string line = " ";
-    line += rmapClauseName(*entry);
-    line += " prefix-list ";
-    line += listNameView(nameValue->name);
-    return line;
-}
-
 void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue* name,
                    const rmapNumberValue* number) {
     switch (rmapClauseStyle(entry)) {

@@ -99,6 +99,11 @@ int handleCli(aclNodeRecord* node, uint8_t* message) {
 }
 
 int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
+    if (!aclCanChange()) {
+        msgHdr(message)->status = ACL_E_STORE;
+        AclIpcReply(node->regQfd, message);
+        return NOT_TOLD;
+    }
     uint32_t inverse = msgHdr(message)->mtype == MT_ACL_INVERSEMASK_ENABLE ? 1 : 0;
     node->inverseMask = inverse;
     // The mode's own line is written first: it opens the batch that the answer then waits for, so
@@ -329,6 +334,10 @@ bool nameIsWord(const uint8_t* field) {
 uint32_t msgWord(const uint8_t* message, uint32_t offset) {
     const auto* word = wireView<be32>(std::span<const uint8_t>(message, IPC_BUFFER_SIZE), offset);
     return word != nullptr ? uint32_t{*word} : 0;
+}
+
+bool aclCanChange() {
+    return zekCfgWritable(aclNode->cfgDb) || zekCfgRestoring(aclNode->cfgDb) != nullptr;
 }
 
 void aclNotBuilt(const char* what) {

@@ -139,6 +139,8 @@ uint32_t msgWord(const uint8_t* message, uint32_t offset);
 
 // Logs, once per name, that something whose subsystem is missing was asked for.
 void aclNotBuilt(const char* what);
+// Whether the configuration can be changed: what is restored always can.
+bool aclCanChange();
 
 // --- triggers (trigger.cpp; aclSendTrigger is in include/client.h) ---------------------------
 

@@ -1,14 +1,20 @@
 // The configuration database: the running configuration, line by line.
 //
-// A node is one line: its place (section, key area, line class) and two texts, of which the one
-// that matches the mask display mode is shown. The shown order is by section, then by the 256 key
-// bytes, then by line class, all ascending. Nodes with an empty text are anchors and not shown.
+// A node is one line: its place (section, key area, line class), two texts, of which the one that
+// matches the mask display mode is shown, and the request that makes it again. The texts are for
+// people; a restart sends the requests. The shown order is by section, then by the 256 key bytes,
+// then by line class, all ascending. Nodes with an empty text are anchors and not shown; nodes
+// without a request (separators, the header of an interface) come back with the nodes beside them.
+//
 // Changes join the open batch and are durable once zekCfgCommit has returned 0; the host platform
-// commits before it lets an answer leave.
+// commits before it lets an answer leave. A change that cannot be written now (a full disk, a lock
+// that somebody else holds) stays in the batch and is written when that is possible again; until
+// then zekCfgWritable is false and nothing further should be changed.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -110,15 +116,21 @@ WIRE_SIZE(zekCfgSyncRecord, 528);
 WIRE_AT(zekCfgSyncRecord, name, 16);
 WIRE_AT(zekCfgSyncRecord, text, 272);
 
+// A request to the task: the type of the message and what it carries behind its 60-byte header. A
+// restart sends it again, to the byte. Type 0: none.
+struct zekCfgRequest {
+    uint32_t mtype = 0;
+    std::span<const uint8_t> body;
+};
+constexpr size_t CFG_REQUEST_MAX = 8192 - 60;
+
 struct zekCfgDb;
 
 // Inserts a node with both texts; a node in the same place is replaced. 0 or -1.
-// A route map's node is shown by its `text` in both modes; its inverseText is the line as it is
-// typed, for clauses that their shown line does not tell: restores and saved configurations get
-// that one.
-int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record);
+int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record,
+                         const zekCfgRequest& request = {});
 // The same for a node whose one text serves both modes: inverseText is not read.
-int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record);
+int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request = {});
 // Removes the block that the node heads: every line of its section with the same family and name
 // (route maps: the same name and instance). 0, or -1 when nothing was there.
 int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record);
@@ -126,6 +138,14 @@ int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record);
 int zekCfgRemoveExact(zekCfgDb* db, const zekCfgRecord& record);
 // Appends to the change feed.
 int zekCfgSync(zekCfgDb* db, const zekCfgSyncRecord& record);
+
+// False while the database cannot be written; by itself true again when it can.
+[[nodiscard]] bool zekCfgWritable(const zekCfgDb* db);
+// While the request of a stored node is sent again: the node's key area (CFG_KEY_LEN bytes), for
+// numbers that the request does not carry and that are to come back as they were. Else null.
+[[nodiscard]] const uint8_t* zekCfgRestoring(const zekCfgDb* db);
+// Sends again what a restart could not bring back, after something has changed in the chassis.
+void zekCfgRetryUnresolved();
 
 // Which text the database shows from now on: 0 normal, 1 inverse.
 void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse);
@@ -135,12 +155,34 @@ void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse);
 int zekCfgCommit(zekCfgDb* db);
 [[nodiscard]] bool zekCfgIsDirty(const zekCfgDb* db);
 
-// Calls fn with every shown line in order, in bounded memory, until it returns false. Only what is
+// Calls fn with every shown line in order until it returns false: the lines of one instant, read to
+// the end before the first is handed over, so that a slow reader keeps nothing open. Only what is
 // committed is seen when the database was opened for reading.
 // 0, or -1 when the database cannot be read.
 int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn);
+// The same with the request of each line.
+struct zekCfgRow {
+    uint32_t section, lineClass;
+    std::string_view text;  // of the mask mode
+    zekCfgRequest request;
+};
+int zekCfgWalkRows(zekCfgDb* db, const std::function<bool(const zekCfgRow& row)>& fn);
+
+// What a restart could not bring back, oldest first: its number, its line (which may be all that is
+// known of it), and whether there is a request to be tried again. 0 or -1.
+struct zekCfgUnresolvedRow {
+    uint64_t id;
+    std::string_view text;
+    zekCfgRequest request;
+};
+int zekCfgWalkUnresolved(zekCfgDb* db,
+                         const std::function<bool(const zekCfgUnresolvedRow& row)>& fn);
+// Forgets one of them, or all (0). How many there were, or -1.
+int64_t zekCfgDiscardUnresolved(zekCfgDb* db, uint64_t id);
+
 struct zekCfgStats {
-    uint64_t lines, feed, commits, failedCommits, changes;
+    uint64_t lines, unresolved, feed, commits, failedCommits, changes;
+    bool writable;
 };
 [[nodiscard]] zekCfgStats zekCfgStatistics(zekCfgDb* db);
 
@@ -155,9 +197,11 @@ struct zekCfgFeedRow {
 int zekCfgFeed(zekCfgDb* db, uint64_t after,
                const std::function<bool(const zekCfgFeedRow& row)>& fn);
 
-// Writes the configuration as it is typed to a file, whole or not at all: a temporary file is
-// renamed onto it. 0, or -1 with errno; the old file is untouched then.
-int zekCfgWriteStartup(zekCfgDb* db, const char* file);
+// Writes the shown lines to a file, whole or not at all: a temporary file is renamed onto it.
+// `line` gives a row's text as it is to be typed. 0, or -1 with errno; the old file is untouched
+// then.
+int zekCfgWriteStartup(zekCfgDb* db, const char* file,
+                       const std::function<std::string(const zekCfgRow& row)>& line = {});
 
 // Opens DIR/file for writing (making it when it is absent), or for reading only, or, with a
 // null directory, a database in memory. Null on failure, with the reason in the system-error log.

@@ -1,8 +1,4 @@
-// The configuration database on SQLite.
-//
-// Changes join one transaction that opens at the first of them; zekCfgCommit ends it. SQLite gives
-// a transaction up as a whole when its commit fails (a full disk), so the batch is also kept as a
-// journal in memory and applied again before the next use: a failed commit loses nothing.
+// The configuration database on SQLite: its tables, how it is opened, what is prepared.
 #include "platform/host/cfgdb.h"
 
 #include <atomic>
@@ -11,8 +7,8 @@
 
 namespace {
 
-constexpr int SCHEMA_VERSION = 2;
-constexpr int BUSY_TIMEOUT_MS = 5000;
+constexpr int SCHEMA_VERSION = 3;
+constexpr int BUSY_TIMEOUT_MS = 200;  // the task stands still meanwhile
 
 // A transaction is small and ends in fsync-free appends of whole pages to the WAL, so pages are
 // small too; a checkpoint every 16 MB keeps its cost per commit low and the WAL short.
@@ -21,42 +17,69 @@ constexpr const char* writePragmas =
     "PRAGMA wal_autocheckpoint=8000; PRAGMA journal_size_limit=67108864;"
     "PRAGMA cache_size=-8000; PRAGMA temp_store=MEMORY;";
 constexpr const char* readPragmas = "PRAGMA cache_size=-2000; PRAGMA query_only=ON;";
+constexpr const char* schema =
+    "CREATE TABLE lines(section INTEGER NOT NULL, key BLOB NOT NULL,"
+    " class INTEGER NOT NULL, text TEXT NOT NULL, inverse TEXT, record BLOB,"
+    " PRIMARY KEY(section, key, class)) WITHOUT ROWID;"
+    "CREATE TABLE unresolved(id INTEGER PRIMARY KEY AUTOINCREMENT, section INTEGER, key BLOB,"
+    " class INTEGER, text TEXT NOT NULL, inverse TEXT, record BLOB);"
+    "CREATE TABLE feed(seq INTEGER PRIMARY KEY, changes BLOB NOT NULL);"
+    "CREATE TABLE meta(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;"
+    "INSERT INTO meta VALUES('import', 1);";
 // Version 1 had a row a change in the feed; it goes, and the numbers go on behind it.
 constexpr const char* schemaFrom1 =
     "ALTER TABLE feed RENAME TO feed1;"
     "CREATE TABLE feed(seq INTEGER PRIMARY KEY, changes BLOB NOT NULL);"
     "INSERT INTO feed SELECT seq+1, x'' FROM feed1 ORDER BY seq DESC LIMIT 1;"
     "DROP TABLE feed1;";
-constexpr const char* schema =
-    "CREATE TABLE IF NOT EXISTS lines(section INTEGER NOT NULL, key BLOB NOT NULL,"
-    " class INTEGER NOT NULL, text TEXT NOT NULL, inverse TEXT,"
-    " PRIMARY KEY(section, key, class)) WITHOUT ROWID;"
-    "CREATE TABLE IF NOT EXISTS feed(seq INTEGER PRIMARY KEY, changes BLOB NOT NULL);"
-    "CREATE TABLE IF NOT EXISTS meta(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;";
+// Version 2 had no records, and put the lines of the last run away while they were restored (state
+// 1: what `lines` has is a part of them). The texts are read once, as a startup configuration is.
+constexpr const char* schemaFrom2 =
+    "CREATE TABLE IF NOT EXISTS previous(section, key, class, text, inverse);"
+    "DELETE FROM lines WHERE EXISTS(SELECT 1 FROM meta WHERE name='restore' AND value=1)"
+    " AND EXISTS(SELECT 1 FROM previous);"
+    "INSERT OR REPLACE INTO meta SELECT 'mask', value FROM meta WHERE name='previousMask'"
+    " AND EXISTS(SELECT 1 FROM previous);"
+    "INSERT OR IGNORE INTO lines SELECT section, key, class, text, inverse FROM previous;"
+    "DROP TABLE previous;"
+    "ALTER TABLE lines ADD COLUMN record BLOB;"
+    "CREATE TABLE unresolved(id INTEGER PRIMARY KEY AUTOINCREMENT, section INTEGER, key BLOB,"
+    " class INTEGER, text TEXT NOT NULL, inverse TEXT, record BLOB);"
+    "DELETE FROM meta WHERE name IN ('restore', 'previousMask');"
+    "INSERT OR REPLACE INTO meta SELECT 'import', CASE WHEN EXISTS(SELECT 1 FROM lines) THEN 2"
+    " ELSE 0 END;";
 
+#define LINE_COLUMNS "section, key, class, text, inverse, record"
 constexpr const char* statementText[CFG_STMT_COUNT] = {
     "BEGIN",
     "COMMIT",
-    "INSERT OR IGNORE INTO lines VALUES(?1, ?2, ?3, ?4, ?5)",
-    "UPDATE lines SET text=?4, inverse=?5 WHERE section=?1 AND key=?2 AND class=?3",
+    "INSERT OR IGNORE INTO lines VALUES(?1, ?2, ?3, ?4, ?5, ?6)",
+    "UPDATE lines SET text=?4, inverse=?5, record=?6 WHERE section=?1 AND key=?2 AND class=?3"
+    " AND (text IS NOT ?4 OR inverse IS NOT ?5 OR record IS NOT ?6)",
     "DELETE FROM lines WHERE section=?1 AND key=?2 AND class=?3",
     "DELETE FROM lines WHERE section=?1 AND key BETWEEN ?2 AND ?3",
+    "INSERT INTO unresolved(" LINE_COLUMNS ") SELECT " LINE_COLUMNS
+    " FROM lines WHERE section=?1 AND key=?2 AND class=?3",
+    "SELECT 1 FROM lines WHERE section=?1 AND key BETWEEN ?2 AND ?3 AND record IS NOT NULL LIMIT 1",
+    "DELETE FROM unresolved WHERE id=?1",
+    "DELETE FROM unresolved WHERE section=?1 AND key=?2 AND class=?3",
+    "DELETE FROM unresolved WHERE section=?1 AND key BETWEEN ?2 AND ?3",
     "INSERT INTO feed VALUES(?1, ?2)",
     "SELECT max(seq) FROM feed WHERE seq<=?1",
     "DELETE FROM feed WHERE seq<?1",
     "SELECT (SELECT min(seq) FROM feed), seq, changes FROM feed ORDER BY seq DESC LIMIT 1",
     "INSERT OR REPLACE INTO meta VALUES(?1, ?2)",
     "SELECT value FROM meta WHERE name=?1",
-    "SELECT section, key, class, text, inverse FROM lines WHERE (section, key, class) > (?1, ?2, "
-    "?3)"
-    " ORDER BY section, key, class LIMIT ?4",
-    "SELECT section, key, class, text, inverse FROM previous WHERE (section, key, class) > (?1, "
-    "?2, "
-    "?3) ORDER BY section, key, class LIMIT ?4",
+    "SELECT " LINE_COLUMNS " FROM lines ORDER BY section, key, class",
+    "SELECT " LINE_COLUMNS
+    " FROM lines WHERE (section, key, class) > (?1, ?2, ?3)"
+    " AND record IS NOT NULL ORDER BY section, key, class LIMIT ?4",
+    "SELECT " LINE_COLUMNS ", id FROM unresolved WHERE id>?1 ORDER BY id LIMIT ?2",
     "SELECT seq, changes FROM feed WHERE seq >= coalesce((SELECT max(seq) FROM feed WHERE seq <= "
     "?1),"
     " 0) ORDER BY seq LIMIT ?2",
 };
+#undef LINE_COLUMNS
 
 void reportToStderr(const char* text) {
     std::fprintf(stderr, "%s\n", text);
@@ -64,148 +87,6 @@ void reportToStderr(const char* text) {
 std::atomic<cfgDbReportFn> reportFn{reportToStderr};
 std::atomic<zekCfgDb*> ofTask;
 std::atomic<zekCfgDb* (*)()> opener;
-
-// One change, as the journal keeps it. `first` and `second` are by kind:
-//   insert   stored key; text, and `third` the inverse text when hasThird
-//   remove   stored key
-//   block    lowest and highest stored key
-//   feed     name, text
-//   mask     -
-enum changeKind : uint8_t { CHANGE_INSERT, CHANGE_REMOVE, CHANGE_BLOCK, CHANGE_FEED, CHANGE_MASK };
-struct change {
-    changeKind kind;
-    bool hasThird;
-    uint32_t section;  // feed: the record's kind; mask: the mode
-    uint32_t lineClass;
-    std::string_view first, second, third;
-};
-struct journalHead {
-    changeKind kind;
-    bool hasThird;
-    uint16_t lengths[3];
-    uint32_t section, lineClass;
-};
-
-void journalAppend(std::string* journal, const change& c) {
-    auto length = [](std::string_view s) { return static_cast<uint16_t>(s.size()); };
-    journalHead head{c.kind,
-                     c.hasThird,
-                     {length(c.first), length(c.second), length(c.third)},
-                     c.section,
-                     c.lineClass};
-    journal->append(reinterpret_cast<const char*>(&head), sizeof head);
-    for (std::string_view s : {c.first, c.second, c.third}) journal->append(s);
-}
-
-// Takes the change at *at off the journal.
-change journalTake(std::string_view journal, size_t* at) {
-    journalHead head;
-    std::memcpy(&head, journal.data() + *at, sizeof head);
-    *at += sizeof head;
-    std::string_view parts[3];
-    for (int i = 0; i < 3; i++) {
-        parts[i] = journal.substr(*at, head.lengths[i]);
-        *at += head.lengths[i];
-    }
-    return {head.kind, head.hasThird, head.section, head.lineClass, parts[0], parts[1], parts[2]};
-}
-
-int applyInsert(zekCfgDb* db, const change& c) {
-    // Two statements rather than one upsert: the line count needs to know which it was.
-    for (cfgStatement which : {CFG_STMT_INSERT, CFG_STMT_REPLACE}) {
-        sqlite3_stmt* s = cfgDbStatement(db, which);
-        if (s == nullptr) return -1;
-        sqlite3_bind_int64(s, 1, c.section);
-        cfgBindBlob(s, 2, c.first);
-        sqlite3_bind_int64(s, 3, c.lineClass);
-        cfgBindText(s, 4, c.second);
-        if (c.hasThird)
-            cfgBindText(s, 5, c.third);
-        else
-            sqlite3_bind_null(s, 5);
-        int changed = cfgDbRun(db, s, "a line was not stored");
-        if (changed == 0) continue;  // the place is taken: replace
-        if (changed > 0 && which == CFG_STMT_INSERT) db->now.lines++;
-        return changed;
-    }
-    return -1;
-}
-
-int applyRemove(zekCfgDb* db, const change& c) {
-    bool block = c.kind == CHANGE_BLOCK;
-    sqlite3_stmt* s = cfgDbStatement(db, block ? CFG_STMT_DELETE_BLOCK : CFG_STMT_DELETE);
-    if (s == nullptr) return -1;
-    sqlite3_bind_int64(s, 1, c.section);
-    cfgBindBlob(s, 2, c.first);
-    if (block)
-        cfgBindBlob(s, 3, c.second);
-    else
-        sqlite3_bind_int64(s, 3, c.lineClass);
-    int removed = cfgDbRun(db, s, "a line was not removed");
-    if (removed > 0) db->now.lines -= static_cast<uint64_t>(removed);
-    return removed;
-}
-
-// Applies one change in the open transaction: the rows it touched, or -1.
-int apply(zekCfgDb* db, const change& c) {
-    switch (c.kind) {
-        case CHANGE_INSERT:
-            return applyInsert(db, c);
-        case CHANGE_REMOVE:
-        case CHANGE_BLOCK:
-            return applyRemove(db, c);
-        case CHANGE_FEED:
-            return cfgFeedAdd(db, c.section, c.first, c.second) == 0 ? 1 : -1;
-        case CHANGE_MASK:
-            if (cfgDbSetMeta(db, CFG_META_MASK, c.section) != 0) return -1;
-            db->now.maskMode = c.section;
-            return 1;
-    }
-    return -1;
-}
-
-// Notices that SQLite has rolled the transaction back by itself.
-void noticeRollback(zekCfgDb* db) {
-    if (!db->inBatch || sqlite3_get_autocommit(db->sql) == 0) return;
-    db->inBatch = false;
-    db->now = db->atBegin;
-}
-
-// After a failure: what the batch held is to be seen again at once. When even that fails, the next
-// use tries again.
-void recover(zekCfgDb* db) {
-    noticeRollback(db);
-    if (!db->inBatch) (void)cfgDbBatch(db);
-}
-
-// Applies a change and keeps it in the journal: 0; -1 when it failed or touched nothing.
-int makeChange(zekCfgDb* db, const change& c) {
-    if (db == nullptr || db->readOnly) return -1;
-    std::lock_guard lock(db->mutex);
-    if (cfgDbBatch(db) != 0) return -1;
-    int touched = apply(db, c);
-    if (touched < 0) recover(db);
-    if (touched <= 0) return -1;
-    journalAppend(&db->journal, c);
-    db->changes++;
-    return 0;
-}
-
-std::string_view bytesView(const uint8_t* bytes, size_t length) {
-    return {reinterpret_cast<const char*>(bytes), length};
-}
-
-std::string_view fieldText(const char* field, size_t size) {
-    return {field, strnlen(field, size)};
-}
-
-int insert(zekCfgDb* db, const zekCfgRecord& record, std::string_view inverse) {
-    uint8_t stored[CFG_STORED_KEY_MAX];
-    size_t length = cfgKeyStore(record.key, stored);
-    std::string_view text = fieldText(record.text, CFG_TEXT_LEN);
-    return makeChange(db, {CHANGE_INSERT, inverse != text, record.section, record.lineClass,
-                           bytesView(stored, length), text, inverse});
-}
 
 // One SELECT of a single integer, locked; 0 when there is no row.
 int64_t selectNumber(zekCfgDb* db, const char* sql, int* rc) {
@@ -245,7 +126,8 @@ int openTables(zekCfgDb* db, bool inMemory) {
     if (!db->readOnly && version < SCHEMA_VERSION) {
         std::string sql = "PRAGMA user_version=" + std::to_string(SCHEMA_VERSION) + ";COMMIT;";
         if (cfgDbExec(db, "BEGIN IMMEDIATE") != 0 ||
-            cfgDbExec(db, version == 1 ? schemaFrom1 : schema) != 0 ||
+            (version == 1 && cfgDbExec(db, schemaFrom1) != 0) ||
+            cfgDbExec(db, version == 0 ? schema : schemaFrom2) != 0 ||
             cfgDbExec(db, sql.c_str()) != 0)
             return -1;
     }
@@ -274,6 +156,7 @@ void cfgDbReport(const std::string& text) {
     reportFn.load()(text.c_str());
 }
 void cfgDbFailed(zekCfgDb* db, const char* what) {
+    if (db->failing) return;
     cfgDbReport(std::string("configuration database: ") + what + ": " + sqlite3_errmsg(db->sql));
 }
 
@@ -287,33 +170,6 @@ zekCfgDb* zekCfgOfTask() {
     zekCfgDb* db = ofTask;
     if (db == nullptr && opener.load() != nullptr) db = opener.load()();
     return db;
-}
-
-size_t cfgKeyStore(const uint8_t* area, uint8_t* stored) {
-    size_t length = 0;
-    for (size_t i = 0; i < CFG_KEY_LEN;) {
-        if (area[i] != 0) {
-            stored[length++] = area[i++];
-            continue;
-        }
-        size_t run = 1;
-        while (run < 255 && i + run < CFG_KEY_LEN && area[i + run] == 0) run++;
-        stored[length++] = 0;
-        stored[length++] = static_cast<uint8_t>(256 - run);
-        i += run;
-    }
-    return length;
-}
-
-size_t cfgBlockBytes(uint32_t section) {
-    switch (section) {
-        case CFG_SECTION_INTERFACE:
-            return 4;  // interface index
-        case CFG_SECTION_RMAP:
-            return 144;  // name, instance
-        default:
-            return 141;  // family, name
-    }
 }
 
 int cfgDbExec(zekCfgDb* db, const char* sql) {
@@ -336,24 +192,6 @@ sqlite3_stmt* cfgDbStatement(zekCfgDb* db, cfgStatement which) {
                                            SQLITE_PREPARE_PERSISTENT, &s, nullptr) != SQLITE_OK)
         cfgDbFailed(db, "a statement cannot be prepared");
     return s;
-}
-
-int cfgDbBatch(zekCfgDb* db) {
-    noticeRollback(db);
-    if (db->inBatch) return 0;
-    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_BEGIN);
-    if (s == nullptr || cfgDbRun(db, s, "no transaction can be opened") < 0) return -1;
-    db->inBatch = true;
-    db->dirty = true;
-    db->atBegin = db->now;
-    cfgFeedForget(db);
-    for (size_t at = 0; at < db->journal.size();) {
-        if (apply(db, journalTake(db->journal, &at)) >= 0) continue;
-        sqlite3_exec(db->sql, "ROLLBACK", nullptr, nullptr, nullptr);
-        noticeRollback(db);
-        return -1;
-    }
-    return 0;
 }
 
 int cfgDbMeta(zekCfgDb* db, const char* name, uint32_t* value) {
@@ -379,108 +217,21 @@ int cfgDbSetMeta(zekCfgDb* db, const char* name, uint32_t value) {
 int cfgDbCount(zekCfgDb* db) {
     int rc;
     db->now.lines = static_cast<uint64_t>(selectNumber(db, "SELECT count(*) FROM lines", &rc));
+    if (rc == 0)
+        db->now.unresolved =
+            static_cast<uint64_t>(selectNumber(db, "SELECT count(*) FROM unresolved", &rc));
     if (cfgDbMeta(db, CFG_META_MASK, &db->now.maskMode) != 0) return -1;
     if (rc == 0 && cfgFeedCount(db) == 0) return 0;
     cfgDbFailed(db, "it cannot be read");
     return -1;
 }
 
-int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record) {
-    return insert(db, record, fieldText(record.inverseText, CFG_TEXT_LEN));
-}
-
-int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record) {
-    return insert(db, record, fieldText(record.text, CFG_TEXT_LEN));
-}
-
-int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record) {
-    size_t front = cfgBlockBytes(record.section);
-    uint8_t area[CFG_KEY_LEN], low[CFG_STORED_KEY_MAX], high[CFG_STORED_KEY_MAX];
-    std::memcpy(area, record.key, front);
-    std::memset(area + front, 0, CFG_KEY_LEN - front);
-    size_t lowLength = cfgKeyStore(area, low);
-    std::memset(area + front, 0xFF, CFG_KEY_LEN - front);
-    size_t highLength = cfgKeyStore(area, high);
-    return makeChange(db, {CHANGE_BLOCK,
-                           false,
-                           record.section,
-                           0,
-                           bytesView(low, lowLength),
-                           bytesView(high, highLength),
-                           {}});
-}
-
-int zekCfgRemoveExact(zekCfgDb* db, const zekCfgRecord& record) {
-    uint8_t stored[CFG_STORED_KEY_MAX];
-    size_t length = cfgKeyStore(record.key, stored);
-    return makeChange(db, {CHANGE_REMOVE,
-                           false,
-                           record.section,
-                           record.lineClass,
-                           bytesView(stored, length),
-                           {},
-                           {}});
-}
-
-int zekCfgSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
-    return makeChange(db, {CHANGE_FEED,
-                           false,
-                           record.kind,
-                           0,
-                           fieldText(record.name, sizeof record.name),
-                           fieldText(record.text, sizeof record.text),
-                           {}});
-}
-
-void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse) {
-    (void)makeChange(db, {CHANGE_MASK, false, inverse, 0, {}, {}, {}});
-}
-
-uint32_t zekCfgMaskMode(const zekCfgDb* db) {
-    std::lock_guard lock(db->mutex);
-    uint32_t mode = db->now.maskMode;
-    if (db->readOnly) (void)cfgDbMeta(const_cast<zekCfgDb*>(db), CFG_META_MASK, &mode);
-    return mode;
-}
-
-int cfgDbCreateTables(zekCfgDb* db) {
-    return cfgDbExec(db, schema);
-}
-
-int cfgDbCommit(zekCfgDb* db) {
-    if (!db->dirty) return 0;
-    bool ready = cfgDbBatch(db) == 0 && cfgFeedStore(db) == 0;
-    sqlite3_stmt* s = ready ? cfgDbStatement(db, CFG_STMT_COMMIT) : nullptr;
-    if (s == nullptr || cfgDbRun(db, s, "the changes were not committed") < 0) {
-        db->failedCommits++;
-        recover(db);
-        return -1;
-    }
-    db->inBatch = false;
-    db->dirty = false;
-    db->journal.clear();
-    db->commits++;
-    return 0;
-}
-
-int zekCfgCommit(zekCfgDb* db) {
-    std::lock_guard lock(db->mutex);
-    return cfgDbCommit(db);
-}
-
-bool zekCfgIsDirty(const zekCfgDb* db) {
-    std::lock_guard lock(db->mutex);
-    return db->dirty;
-}
-
 zekCfgStats zekCfgStatistics(zekCfgDb* db) {
     std::lock_guard lock(db->mutex);
-    if (db->readOnly)
-        (void)cfgDbCount(db);
-    else
-        noticeRollback(db);
-    return {db->now.lines, db->now.feedLast + 1 - db->now.feedFirst, db->commits, db->failedCommits,
-            db->changes};
+    if (db->readOnly) (void)cfgDbCount(db);
+    return {db->now.lines, db->now.unresolved, db->now.feedLast + 1 - db->now.feedFirst,
+            db->commits,   db->failedCommits,  db->changes,
+            !db->failing};
 }
 
 zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access, const char* file) {

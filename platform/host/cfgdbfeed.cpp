@@ -43,11 +43,6 @@ uint64_t rowEnd(uint64_t seq, std::string_view changes) {
     return seq;
 }
 
-std::string_view columnBlob(sqlite3_stmt* s, int at) {
-    const auto* bytes = static_cast<const char*>(sqlite3_column_blob(s, at));
-    return {bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(s, at))};
-}
-
 // Whole rows go, so the feed may keep a part of a row more than it must.
 void trim(zekCfgDb* db) {
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_FEED_ROW_OF);
@@ -103,7 +98,7 @@ int cfgFeedCount(zekCfgDb* db) {
     if (rc == SQLITE_ROW) {
         db->now.feedFirst = static_cast<uint64_t>(sqlite3_column_int64(s, 0));
         db->now.feedLast =
-            rowEnd(static_cast<uint64_t>(sqlite3_column_int64(s, 1)), columnBlob(s, 2)) - 1;
+            rowEnd(static_cast<uint64_t>(sqlite3_column_int64(s, 1)), cfgColumnBlob(s, 2)) - 1;
     }
     sqlite3_reset(s);
     return rc == SQLITE_ROW || rc == SQLITE_DONE ? 0 : -1;
@@ -128,7 +123,7 @@ int zekCfgFeed(zekCfgDb* db, uint64_t after,
             int rc;
             while ((rc = sqlite3_step(s)) == SQLITE_ROW)
                 rows.push_back({static_cast<uint64_t>(sqlite3_column_int64(s, 0)),
-                                std::string(columnBlob(s, 1))});
+                                std::string(cfgColumnBlob(s, 1))});
             if (rc != SQLITE_DONE) cfgDbFailed(db, "the change feed cannot be read");
             sqlite3_reset(s);
             if (rc != SQLITE_DONE) return -1;

@@ -1,101 +1,172 @@
-// Reading the configuration database: the shown lines, the startup configuration.
+// Reading the configuration database: the shown lines, what a restart sends, the startup
+// configuration.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <vector>
+#include <cstring>
+#include <memory>
 
 #include "platform/host/cfgdb.h"
 
 namespace {
 
-constexpr int PAGE_LINES = 256;  // rows of a walk that are in memory at a time
+constexpr int PAGE_ROWS = 512;  // of a restore that are in memory at a time
+
+void readRow(sqlite3_stmt* s, cfgStoredRow* row) {
+    row->section = static_cast<uint32_t>(sqlite3_column_int64(s, 0));
+    row->key = cfgColumnBlob(s, 1);
+    row->lineClass = static_cast<uint32_t>(sqlite3_column_int64(s, 2));
+    row->text = cfgColumnText(s, 3);
+    row->hasInverse = sqlite3_column_type(s, 4) != SQLITE_NULL;
+    row->inverse = cfgColumnText(s, 4);
+    row->record = cfgColumnBlob(s, 5);
+}
+
+// Steps a bound statement to its end, locked: fn with every row. 0 or -1.
+template <class Fn>
+int eachRow(zekCfgDb* db, sqlite3_stmt* s, Fn fn) {
+    int rc;
+    while ((rc = sqlite3_step(s)) == SQLITE_ROW) fn(s);
+    if (rc != SQLITE_DONE) cfgDbFailed(db, "the lines cannot be read");
+    sqlite3_reset(s);
+    sqlite3_clear_bindings(s);
+    return rc == SQLITE_DONE ? 0 : -1;
+}
+
+// The bytes of many rows, one behind the other.
+struct rowBytes {
+    struct row {
+        uint64_t id;
+        uint32_t section, lineClass;
+        size_t textEnd, recordEnd;
+    };
+    std::string bytes;
+    std::vector<row> rows;
+};
+
+// The text that the mask mode shows.
+std::string_view shownText(sqlite3_stmt* s, bool inverse) {
+    return cfgColumnText(s, inverse && sqlite3_column_type(s, 4) != SQLITE_NULL ? 4 : 3);
+}
+
+void keepRow(rowBytes* all, sqlite3_stmt* s, uint64_t id, bool inverse) {
+    all->bytes += shownText(s, inverse);
+    const size_t textEnd = all->bytes.size();
+    all->bytes += cfgColumnBlob(s, 5);
+    all->rows.push_back({id, static_cast<uint32_t>(sqlite3_column_int64(s, 0)),
+                         static_cast<uint32_t>(sqlite3_column_int64(s, 2)), textEnd,
+                         all->bytes.size()});
+}
+
+// Calls fn(row, text, request) until it returns false.
+template <class Fn>
+void giveRows(const rowBytes& all, Fn fn) {
+    const auto body = std::make_unique<uint8_t[]>(CFG_REQUEST_MAX);
+    const std::string_view bytes = all.bytes;
+    size_t from = 0;
+    for (const rowBytes::row& row : all.rows) {
+        const std::string_view text = bytes.substr(from, row.textEnd - from);
+        const std::string_view record = bytes.substr(row.textEnd, row.recordEnd - row.textEnd);
+        from = row.recordEnd;
+        if (!fn(row, text, cfgRecordRead(record, body.get()))) return;
+    }
+}
+
+// One look at all rows of a statement, as they are at one instant.
+template <class Bind>
+int readAll(zekCfgDb* db, cfgStatement which, bool withId, Bind bind, rowBytes* all) {
+    std::lock_guard lock(db->mutex);
+    if (!db->readOnly && db->dirty && cfgDbBatch(db) != 0) return -1;
+    if (db->readOnly && cfgDbExec(db, "BEGIN") != 0) return -1;
+    uint32_t inverse = db->now.maskMode;
+    int rc = db->readOnly ? cfgDbMeta(db, CFG_META_MASK, &inverse) : 0;
+    sqlite3_stmt* s = rc == 0 ? cfgDbStatement(db, which) : nullptr;
+    if (s != nullptr) {
+        bind(s);
+        rc = eachRow(db, s, [&](sqlite3_stmt* row) {
+            keepRow(all, row, withId ? static_cast<uint64_t>(sqlite3_column_int64(row, 6)) : 0,
+                    inverse != 0);
+        });
+    }
+    if (db->readOnly && cfgDbExec(db, "COMMIT") != 0) rc = -1;
+    return s != nullptr ? rc : -1;
+}
 
 }  // namespace
 
-int cfgDbWalkTable(zekCfgDb* db, cfgStatement page, cfgTexts which,
-                   const std::function<bool(std::string_view line)>& fn) {
-    int64_t section = -1, lineClass = 0;
-    std::string key, texts;
-    std::vector<size_t> ends;
-    for (int rows = PAGE_LINES; rows == PAGE_LINES;) {
-        rows = 0;
-        texts.clear();
-        ends.clear();
-        {
-            std::lock_guard lock(db->mutex);
-            if (db->dirty && cfgDbBatch(db) != 0) return -1;
-            sqlite3_stmt* s = cfgDbStatement(db, page);
-            if (s == nullptr) return -1;
-            sqlite3_bind_int64(s, 1, section);
-            cfgBindBlob(s, 2, key);
-            sqlite3_bind_int64(s, 3, lineClass);
-            sqlite3_bind_int(s, 4, PAGE_LINES);
-            std::string lastKey;
-            int rc;
-            while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-                bool second = sqlite3_column_int64(s, 0) == CFG_SECTION_RMAP ? which.typed
-                                                                             : which.inverse != 0;
-                bool hasSecond = sqlite3_column_type(s, 4) != SQLITE_NULL;
-                texts += cfgColumnText(s, second && hasSecond ? 4 : 3);
-                ends.push_back(texts.size());
-                if (++rows < PAGE_LINES) continue;
-                section = sqlite3_column_int64(s, 0);
-                const auto* bytes = static_cast<const char*>(sqlite3_column_blob(s, 1));
-                lastKey.assign(bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(s, 1)));
-                lineClass = sqlite3_column_int64(s, 2);
-            }
-            if (rc != SQLITE_DONE) cfgDbFailed(db, "the lines cannot be read");
-            sqlite3_reset(s);
-            sqlite3_clear_bindings(s);
-            if (rc != SQLITE_DONE) return -1;
-            key = lastKey;
-        }
-        size_t from = 0;
-        for (size_t end : ends) {
-            std::string_view line(texts.data() + from, end - from);
-            from = end;
-            if (!line.empty() && !fn(line)) return 0;
-        }
-    }
+int zekCfgWalkRows(zekCfgDb* db, const std::function<bool(const zekCfgRow& row)>& fn) {
+    rowBytes all;
+    if (readAll(
+            db, CFG_STMT_PAGE, false, [](sqlite3_stmt*) {}, &all) != 0)
+        return -1;
+    giveRows(all, [&](const rowBytes::row& row, std::string_view text, zekCfgRequest request) {
+        return text.empty() || fn({row.section, row.lineClass, text, request});
+    });
     return 0;
 }
 
-namespace {
-
-int walk(zekCfgDb* db, bool typed, const std::function<bool(std::string_view line)>& fn) {
-    if (!db->readOnly) return cfgDbWalkTable(db, CFG_STMT_PAGE, {zekCfgMaskMode(db), typed}, fn);
-    // One read transaction around all pages: the lines of one instant.
-    {
-        std::lock_guard lock(db->mutex);
-        if (cfgDbExec(db, "BEGIN") != 0) return -1;
-    }
-    int rc = cfgDbWalkTable(db, CFG_STMT_PAGE, {zekCfgMaskMode(db), typed}, fn);
-    std::lock_guard lock(db->mutex);
-    return cfgDbExec(db, "COMMIT") == 0 ? rc : -1;
-}
-
-}  // namespace
-
 int zekCfgWalk(zekCfgDb* db, const std::function<bool(std::string_view line)>& fn) {
-    return walk(db, false, fn);
+    return zekCfgWalkRows(db, [&](const zekCfgRow& row) { return fn(row.text); });
 }
 
-int zekCfgWriteStartup(zekCfgDb* db, const char* file) {
+int zekCfgWalkUnresolved(zekCfgDb* db,
+                         const std::function<bool(const zekCfgUnresolvedRow& row)>& fn) {
+    rowBytes all;
+    auto bind = [](sqlite3_stmt* s) {
+        sqlite3_bind_int64(s, 1, 0);
+        sqlite3_bind_int64(s, 2, -1);
+    };
+    if (readAll(db, CFG_STMT_PAGE_UNRESOLVED, true, bind, &all) != 0) return -1;
+    giveRows(all, [&](const rowBytes::row& row, std::string_view text, zekCfgRequest request) {
+        return fn({row.id, text, request});
+    });
+    return 0;
+}
+
+int cfgDbReadRecords(zekCfgDb* db, const cfgStoredRow& after, std::vector<cfgStoredRow>* rows) {
+    rows->clear();
+    std::lock_guard lock(db->mutex);
+    if (db->dirty && cfgDbBatch(db) != 0) return -1;
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_PAGE_RECORDS);
+    if (s == nullptr) return -1;
+    sqlite3_bind_int64(s, 1, after.section);
+    cfgBindBlob(s, 2, after.key);
+    sqlite3_bind_int64(s, 3, after.lineClass);
+    sqlite3_bind_int(s, 4, PAGE_ROWS);
+    return eachRow(db, s, [&](sqlite3_stmt* at) { readRow(at, &rows->emplace_back()); });
+}
+
+int cfgDbReadUnresolved(zekCfgDb* db, uint64_t after, std::vector<cfgStoredRow>* rows) {
+    rows->clear();
+    std::lock_guard lock(db->mutex);
+    if (db->dirty && cfgDbBatch(db) != 0) return -1;
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_PAGE_UNRESOLVED);
+    if (s == nullptr) return -1;
+    sqlite3_bind_int64(s, 1, static_cast<int64_t>(after));
+    sqlite3_bind_int(s, 2, PAGE_ROWS);
+    return eachRow(db, s, [&](sqlite3_stmt* at) {
+        readRow(at, &rows->emplace_back());
+        rows->back().id = static_cast<uint64_t>(sqlite3_column_int64(at, 6));
+    });
+}
+
+int zekCfgWriteStartup(zekCfgDb* db, const char* file,
+                       const std::function<std::string(const zekCfgRow& row)>& line) {
     std::string temporary = std::string(file) + ".tmp";
     int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640);
     if (fd < 0) return -1;
     FILE* out = fdopen(fd, "w");
     bool good = out != nullptr;
     if (good) {
-        good = walk(db, true,
-                    [&](std::string_view line) {
-                        good = std::fwrite(line.data(), 1, line.size(), out) == line.size() &&
-                               std::fputc('\n', out) != EOF;
-                        return good;
-                    }) == 0 &&
-               good;
+        const int read = zekCfgWalkRows(db, [&](const zekCfgRow& row) {
+            const std::string text = (line ? line(row) : std::string(row.text)) + "\n";
+            good = std::fwrite(text.data(), 1, text.size(), out) == text.size();
+            return good;
+        });
+        if (read != 0) errno = EBUSY;
+        good = read == 0 && good;
         good = std::fflush(out) == 0 && good && fsync(fd) == 0;
         int error = errno;
         std::fclose(out);

@@ -1,11 +1,20 @@
-// The configuration manager: at start it types the saved configuration into the task again.
+// The configuration manager: at start it sends the saved configuration to the task again.
 //
-// The source is what was running when the process went down, else the startup configuration. The
-// manager is a thread of the task's process; the typing is done by the shell, as a child.
+//   running.db: lines with a record     each request again, in the order of the lines; the rows
+//   stay
+//                                       where they are, so an interrupted restart has lost nothing
+//   running.db: unresolved              what was refused then or earlier, tried after them and each
+//                                       time something changes in the chassis
+//   startup-config (text)               of a first or a cold start: the shell turns it into
+//   records,
+//                                       which begin as unresolved ones
+//
+// Requests are handed to the task inside the process, one at a time: their answers cannot be lost.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "platform/host/cfgdb.h"
 
@@ -21,14 +30,14 @@ struct cfgMgrPlace {
 // processors of a chassis share it.
 std::string cfgMgrStartupFile(const std::string& runDir);
 
-enum class cfgMgrSource { none, previous, startup };
+// Restores into the task, from its next look for messages on, between the notifications of a block
+// configuration; requests of others are held until the end. Any thread.
+void cfgMgrRestore(zekCfgDb* db, const cfgMgrPlace& place);
+bool cfgMgrIsRestoring();  // the task's thread
 
-// Readies a database that has just been opened for what follows: puts the lines of the last run
-// away and says what is to be restored. With nothing to restore the configuration is complete. 0 or
-// -1.
-int cfgMgrPrepare(zekCfgDb* db, const cfgMgrPlace& place, bool cold, cfgMgrSource* source);
-
-// Restores the source into the task, which has said that it is ready, between the notifications of
-// a block configuration. Requests of others are held until the end. Returns when all is done; false
-// when the source could not be restored (it is kept for the next start, and that is logged).
-bool cfgMgrRestore(zekCfgDb* db, const cfgMgrPlace& place, cfgMgrSource source);
+// Turns a file of configuration lines into rows with records, by the shell. False, and logged, when
+// that could not be done; lines that are no configuration become rows without a record.
+bool cfgMgrCompile(const cfgMgrPlace& place, const std::string& file,
+                   std::vector<cfgStoredRow>* rows);
+// Does what the database says that is to be imported. False when it has to be tried again.
+bool cfgMgrImport(zekCfgDb* db, const cfgMgrPlace& place);

@@ -114,6 +114,9 @@ std::string showMemory(std::string_view) {
 std::string writeMemory(std::string_view) {
     std::string file = cfgMgrStartupFile(hostConf().runDir);
     zekCfgDb* db = zekCfgOfTask();
+    // What is there of the configuration yet must not take the place of the whole.
+    if (cfgMgrIsRestoring() || (db != nullptr && cfgDbImport(db) != CFG_IMPORT_DONE))
+        return text({{"error", "The configuration is still being restored: try again"}});
     if (db == nullptr || zekCfgWriteStartup(db, file.c_str()) != 0)
         return text({{"error", "The startup configuration cannot be written: " + file + ": " +
                                    std::strerror(errno)}});

@@ -43,11 +43,24 @@ bool hostWaitTaskReady(int timeoutMs);  // -1: for ever
 uint64_t hostUptimeMs();                // since the process's start
 
 // ---- ipc.cpp
-// While requests are held, CLI requests (commands and the mask display mode) from any process but
-// allowedPid and our own are kept aside, in order, and delivered after the release. -1 allows no
-// other process. Everything else is delivered as ever. Any thread.
-void hostHoldRequests(int32_t allowedPid);
+// While requests are held, whatever asks, changes or registers is kept aside, in order, and
+// delivered after the release. Answers, time-outs and events are delivered as ever. Any thread.
+void hostHoldRequests();
 void hostReleaseRequests();
+
+// Requests that this process makes itself, without a socket: the task gets them in turn with those
+// of others, and their answers come back to `answered`. Called on the task's thread.
+struct hostOwnRequests {
+    bool (*waits)();                                       // there may be one
+    bool (*next)(std::vector<uint8_t>* message);           // takes it; false: none
+    void (*answered)(const void* message, size_t length);  // an answer to the one before
+    void (*done)();  // the task has done all that it does about the one before
+};
+// The service that answers to them are addressed to, at the task's own address.
+constexpr uint32_t HOST_OWN_SERVICE = 1;
+void hostSetOwnRequests(const hostOwnRequests* requests);
+bool hostTakeOwnAnswer(const void* message, size_t length);  // false: it is none
+void hostWakeTask();                                         // any thread
 
 // Opens the task's queues at this address below this folder; zekTaskStartup's work, apart so that a
 // test can have a task without options.
@@ -81,10 +94,12 @@ void hostRequestsReset();
 // puts its own in its place. dirty() tells whether there is something to commit.
 struct hostCommit {
     std::function<bool()> dirty;
-    std::function<int()> commit;  // 0 or -1
+    std::function<int()> commit;             // 0 or -1
+    std::function<uint64_t()> changes = {};  // how many there have been
 };
 void hostSetCommit(hostCommit commit);
 int hostSend(const void* message, size_t length);  // zekIpcSend
+void hostRequestBegins();  // what is sent from now on belongs to another request
 // Sends past everything that is held and kept; does not wait.
 zekSendResult hostSendNow(const void* message, size_t length);
 // The same for messages that all go to the addressee of the first; none is longer than a datagram.

@@ -29,8 +29,9 @@ constexpr size_t KEPT_MAX = 4096;  // messages; then the socket fills up and sen
 constexpr size_t KEPT_BYTES_MAX = 32u << 20;
 constexpr int DRAIN_MAX = 256;      // messages taken off one socket at a time
 constexpr size_t ANSWERS_MAX = 64;  // sessions whose answers are kept apart
-constexpr size_t ASIDE_MAX =
-    65536;  // requests kept aside; more are dropped: their senders time out
+// Requests kept aside; more are dropped and counted: their senders time out.
+constexpr size_t ASIDE_MAX = 65536;
+constexpr size_t ASIDE_BYTES_MAX = 16u << 20;
 
 struct keptMessage {
     std::vector<uint8_t> bytes;
@@ -55,16 +56,16 @@ zekIpcStats stats;
 int requestsTaken = 0;  // by the last look at the request socket that found some
 
 // What other threads want held, and what the task has made of it.
-struct holdState {
-    bool on = false;
-    int32_t allowedPid = -1;
-};
 std::mutex holdLock;
-holdState holdWanted;
+bool holdWanted = false;
 std::atomic<uint32_t> holdChanges{0};
-holdState hold;
+bool hold = false;
 uint32_t holdSeen = 0;
 std::deque<keptMessage> aside;
+size_t asideBytes = 0;
+
+const hostOwnRequests* own = nullptr;
+bool ownIsNext = false;  // its requests and those of others take turns
 
 socketQueue* queueOf(zekQueue queue) {
     if (task.key == 0 || queue >> 2 != task.key) return nullptr;
@@ -80,11 +81,16 @@ const ipcHdr* headerOf(const keptMessage& m) {
     return wireView<ipcHdr>(std::span(m.bytes.data(), m.bytes.size()));
 }
 
+// What may have to wait until the configuration is there: whoever asks, changes or registers.
 bool isHeldRequest(const keptMessage& m) {
-    if (!hold.on || m.pid == hold.allowedPid || m.pid == getpid()) return false;
-    uint32_t type = headerOf(m)->mtype;
-    return type == MT_CLI_COMMAND || type == MT_CLI_COMMAND_2 ||
-           type == MT_ACL_INVERSEMASK_ENABLE || type == MT_ACL_INVERSEMASK_DISABLE;
+    if (!hold) return false;
+    const uint32_t type = headerOf(m)->mtype;
+    auto within = [type](uint32_t first, uint32_t last) { return type >= first && type <= last; };
+    return within(MT_CLI_COMMAND, MT_CLI_COMMAND_2) ||
+           within(MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE) ||
+           within(MT_SHOW_IP_ACL, MT_SHOW_V6_PREFIX_ALL + 1) ||
+           within(MT_ACL0_REGISTER, MT_SYSADM_REGISTER) ||
+           within(MT_CLIENT_FIRST, MT_CLIENT_LAST) || type == MT_ACL2_REGISTER;
 }
 
 // SWP answers are handed over before everything else, and of each session only the newest: it
@@ -105,30 +111,43 @@ bool keepAnswer(keptMessage* m) {
     return true;
 }
 
-bool anyWaits(const socketQueue& queue) {
-    return !queue.kept.empty() || (&queue == &task.request && !task.answers.empty());
+bool ownWaits() {
+    return own != nullptr && own->waits();
 }
 
-// The next message of a queue that has one.
-keptMessage takeNext(socketQueue* queue) {
+bool anyWaits(const socketQueue& queue) {
+    return !queue.kept.empty() ||
+           (&queue == &task.request && (!task.answers.empty() || ownWaits()));
+}
+
+// The next message of a queue; false when there is none after all.
+bool takeNext(socketQueue* queue, keptMessage* m) {
     if (queue == &task.request && !task.answers.empty()) {
-        keptMessage m = std::move(task.answers.back());
+        *m = std::move(task.answers.back());
         task.answers.pop_back();
-        return m;
+        return true;
     }
-    keptMessage m = std::move(queue->kept.front());
+    if (queue == &task.request && ownWaits()) {
+        ownIsNext = !ownIsNext || queue->kept.empty();
+        m->pid = getpid();
+        if (ownIsNext && own->next(&m->bytes)) return true;
+    }
+    if (queue->kept.empty()) return false;
+    *m = std::move(queue->kept.front());
     queue->kept.pop_front();
-    queue->keptBytes -= m.bytes.size();
-    return m;
+    queue->keptBytes -= m->bytes.size();
+    return true;
 }
 
 void keep(socketQueue* queue, keptMessage m) {
     if (queue == &task.request && keepAnswer(&m)) return;
     if (queue == &task.request && isHeldRequest(m)) {
-        if (aside.size() < ASIDE_MAX)
-            aside.push_back(std::move(m));
-        else
+        if (aside.size() >= ASIDE_MAX || asideBytes + m.bytes.size() > ASIDE_BYTES_MAX) {
             stats.overrun++;
+            return;
+        }
+        asideBytes += m.bytes.size();
+        aside.push_back(std::move(m));
         return;
     }
     queue->keptBytes += m.bytes.size();
@@ -148,16 +167,21 @@ void followHold() {
     std::swap(all, task.request.kept);
     for (keptMessage& m : aside) all.push_back(std::move(m));
     aside.clear();
-    task.request.keptBytes = 0;
+    asideBytes = task.request.keptBytes = 0;
     for (keptMessage& m : all) keep(&task.request, std::move(m));
 }
 
-void wantHold(holdState wanted) {
+// Makes the task look again; the caller has holdLock.
+void wakeTask() {
+    uint64_t one = 1;
+    if (task.wake.fd >= 0) (void)!write(task.wake.fd, &one, sizeof(one));
+}
+
+void wantHold(bool wanted) {
     std::lock_guard guard(holdLock);
     holdWanted = wanted;
     holdChanges.fetch_add(1, std::memory_order_release);
-    uint64_t one = 1;
-    if (task.wake.fd >= 0) (void)!write(task.wake.fd, &one, sizeof(one));
+    wakeTask();
 }
 
 // A manager's own address as the sender: its answer would come to a manager as the next request,
@@ -224,7 +248,7 @@ int drain(socketQueue* queue, int waitMs = 0) {
 // Polls the given descriptors together with what the host itself waits for, and does the host's
 // part of what has come. The first fds.size() entries of *fds are the caller's. As poll().
 int pollAll(std::vector<pollfd>* fds, int timeoutMs) {
-    size_t own = fds->size();
+    const size_t callers = fds->size();
     if (task.key != 0) {
         // A full queue's socket would only say again and again that it can be read.
         for (socketQueue* q : {&task.request, &task.response})
@@ -236,15 +260,15 @@ int pollAll(std::vector<pollfd>* fds, int timeoutMs) {
     int error = errno;
     if (task.key != 0) {
         if (n > 0) {
-            if ((*fds)[own].revents != 0) requestsTaken = drain(&task.request);
-            if ((*fds)[own + 1].revents != 0) drain(&task.response);
+            if ((*fds)[callers].revents != 0) requestsTaken = drain(&task.request);
+            if ((*fds)[callers + 1].revents != 0) drain(&task.response);
             uint64_t count;
-            if ((*fds)[own + 2].revents != 0) (void)!read(task.wake.fd, &count, sizeof(count));
+            if ((*fds)[callers + 2].revents != 0) (void)!read(task.wake.fd, &count, sizeof(count));
         }
         followHold();
         hostServeBacklog();
     }
-    fds->resize(own);
+    fds->resize(callers);
     errno = error;
     return n;
 }
@@ -354,7 +378,9 @@ void hostTaskClose() {
     task.answers.clear();
     std::lock_guard guard(holdLock);
     aside.clear();
-    hold = holdWanted = {};
+    asideBytes = 0;
+    hold = holdWanted = false;
+    own = nullptr;
     holdSeen = holdChanges.load();
     stats = {};
     task.wake.reset();
@@ -376,11 +402,27 @@ uint32_t hostTaskKey() {
     return task.key;
 }
 
-void hostHoldRequests(int32_t allowedPid) {
-    wantHold({true, allowedPid});
+void hostHoldRequests() {
+    wantHold(true);
 }
 void hostReleaseRequests() {
-    wantHold({});
+    wantHold(false);
+}
+
+void hostSetOwnRequests(const hostOwnRequests* requests) {
+    own = requests;
+}
+void hostWakeTask() {
+    std::lock_guard guard(holdLock);
+    wakeTask();
+}
+bool hostTakeOwnAnswer(const void* message, size_t length) {
+    const auto* hdr = wireView<ipcHdr>(std::span(static_cast<const uint8_t*>(message), length));
+    if (own == nullptr || hdr == nullptr || hdr->source.svce != HOST_OWN_SERVICE ||
+        hdr->source.card != task.address)
+        return false;
+    own->answered(message, length);
+    return true;
 }
 
 bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* waitedMs) {
@@ -412,8 +454,8 @@ int Key_getSocketFd(zekQueue queue) {
 }
 
 int zekIpcTmrOpen(uint32_t app, uint32_t instance) {
-    bool own = task.key != 0 && task.app == app && task.instance == instance;
-    return own && hostSwpTimerFd() >= 0 ? 0 : -1;
+    bool isOwn = task.key != 0 && task.app == app && task.instance == instance;
+    return isOwn && hostSwpTimerFd() >= 0 ? 0 : -1;
 }
 
 int zekIpcSend(zekQueue queue, const void* message, size_t length) {
@@ -440,15 +482,16 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
     socketQueue* q = queueOf(queue);
     if (q == nullptr) return -1;
     uint64_t deadline = deadlineOf(timeoutMs);
+    if (q == &task.request && own != nullptr) own->done();
     followHold();
     for (bool first = true;; first = false) {
-        while (anyWaits(*q)) {
-            keptMessage m = takeNext(q);
+        for (keptMessage m; takeNext(q, &m);) {
             if (m.bytes.size() > size) {
                 stats.tooLong++;
                 continue;
             }
             memcpy(buffer, m.bytes.data(), m.bytes.size());
+            if (q == &task.request) hostRequestBegins();
             stats.received++;
             if (q == &task.request) hostRequestTaken(*headerOf(m));
             return static_cast<int>(m.bytes.size());
@@ -509,6 +552,7 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     static uint32_t served;
     int requestFd = task.key != 0 ? zekEndpointFd(task.request.endpoint) : -1;
     auto request = static_cast<size_t>(requestFd);
+    if (own != nullptr) own->done();
     followHold();  // what was kept may have to wait now
     if (requestFd >= 0 && request < limit && set->test(request) && anyWaits(task.request) &&
         !hostHeldIsFull() && ++served % servedBetweenLooks != 0) {
@@ -536,8 +580,8 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
 }
 
 int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* address) {
-    bool own = task.key != 0 && task.app == app && task.instance == instance;
-    *address = own ? task.address : chassisAddress(hostConf().chassis, app, instance);
+    bool isOwn = task.key != 0 && task.app == app && task.instance == instance;
+    *address = isOwn ? task.address : chassisAddress(hostConf().chassis, app, instance);
     return addressIsKnown(*address) ? 0 : -1;
 }
 

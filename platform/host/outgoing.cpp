@@ -4,15 +4,17 @@
 //        -> backlog of its addressee (while the receiver's queue is full) -> socket
 //
 // Both keep the order. Held answers leave together after one commit, so that requests that wait
-// together share its cost. The task never waits for a receiver. Every addressee has a backlog of
-// its own, bounded in messages and bytes: what comes when it is full is dropped and counted, and
-// nobody else's is. What all have together is bounded as well; then the largest backlog loses its
-// oldest. A receiver that has taken nothing for a minute loses its backlog.
+// together share its cost. While nothing can be committed, only what a change has to answer for
+// stays held, for as long as that lasts; everything else leaves. The task never waits for a
+// receiver. Every addressee has a backlog of its own, bounded in messages and bytes: what comes when
+// it is full is dropped and counted, and nobody else's is. What all have together is bounded as
+// well; then the largest backlog loses its oldest. A receiver that has taken nothing for a minute
+// loses its backlog.
 #include <deque>
 #include <map>
 
 #include "include/ipc.h"
-#include "platform/api/zekCfg.h"
+#include "platform/host/cfgdb.h"
 #include "platform/host/host.h"
 
 namespace {
@@ -22,9 +24,7 @@ constexpr size_t HELD_BYTES_MAX = 4u << 20;
 constexpr size_t BACKLOG_MAX = 4096;              // messages to one addressee
 constexpr size_t BACKLOG_BYTES_MAX = 8u << 20;    // to one; a message larger than that goes alone
 constexpr size_t BACKLOGS_BYTES_MAX = 64u << 20;  // to all
-constexpr uint32_t COMMIT_TRIES = 3;              // then held answers are given up
-constexpr uint64_t COMMIT_RETRY_MS = 100;
-constexpr uint32_t SYSERR_COMMIT = 0x60001;
+constexpr uint64_t COMMIT_RETRY_MS = 250;
 
 typedef std::vector<uint8_t> bytes;
 struct waitingQueue {
@@ -34,12 +34,17 @@ struct waitingQueue {
 };
 typedef std::pair<uint32_t, uint32_t> addressee;  // card, port
 
-std::deque<bytes> held;
+struct heldMessage {
+    bytes message;
+    bool promises;  // a change that is not durable yet
+};
+std::deque<heldMessage> held;
 size_t heldBytes = 0;
 std::map<addressee, waitingQueue> backlog;
-size_t backlogBytes = 0;      // of all
-uint32_t commitFailures = 0;  // in a row
+size_t backlogBytes = 0;  // of all
+bool commitFails = false;
 uint64_t commitRetryAt = 0;
+uint64_t changesBefore = 0;  // the request that is being served
 
 hostCommit ownCommit;
 
@@ -109,21 +114,27 @@ int dispatch(const void* message, size_t length) {
     }
 }
 
-void dropHeld() {
-    for (const bytes& message : held)
-        hostRequestNotAnswered(*wireView<ipcHdr>(std::span(message.data(), message.size())));
-    hostIpcStats().dropped += held.size();
-    held.clear();
-    heldBytes = 0;
+uint64_t changesNow() {
+    if (ownCommit.dirty) return ownCommit.changes ? ownCommit.changes() : 0;
+    zekCfgDb* db = zekCfgOfTask();
+    return db != nullptr ? cfgDbChanges(db) : 0;
+}
+
+void dispatchHeld(const heldMessage& m) {
+    heldBytes -= m.message.size();
+    if (dispatch(m.message.data(), m.message.size()) != 0) hostIpcStats().dropped++;
 }
 
 void commitFailed() {
     commitRetryAt = hostNowMs() + COMMIT_RETRY_MS;
-    commitFailures++;
-    if (commitFailures <= COMMIT_TRIES)
-        zekSysErr(0, 0, SYSERR_COMMIT, 1, "The configuration cannot be committed");
-    // Nothing was promised to the clients whose answers are dropped: they time out.
-    if (commitFailures >= COMMIT_TRIES) dropHeld();
+    commitFails = true;
+    std::deque<heldMessage> all;
+    std::swap(all, held);
+    for (heldMessage& m : all)
+        if (m.promises)
+            held.push_back(std::move(m));
+        else
+            dispatchHeld(m);
 }
 
 }  // namespace
@@ -154,16 +165,22 @@ size_t hostSendMany(std::span<const std::span<const uint8_t>> messages) {
     return messages.size();
 }
 
+void hostRequestBegins() {
+    changesBefore = changesNow();
+}
+
 int hostSend(const void* message, size_t length) {
+    if (hostTakeOwnAnswer(message, length)) return 0;
     int result = -1;
-    if (held.empty() && !isDirty()) {
+    const bool promises = changesNow() != changesBefore;
+    if (commitFails ? !promises : held.empty() && !isDirty()) {
         result = dispatch(message, length);
     } else {
         // A message to nobody fails here and not at the flush, where no one would learn of it.
         addressee to = addresseeOf(message, length);
         if (hostEndpointPeerFd(hostEndpoint(), to.first, to.second) >= 0) {
             const auto* front = static_cast<const uint8_t*>(message);
-            held.emplace_back(front, front + length);
+            held.push_back({bytes(front, front + length), promises});
             heldBytes += length;
             hostRequestHeldBack(*wireView<ipcHdr>(std::span(front, length)));
             hostIpcStats().heldBack++;
@@ -182,10 +199,10 @@ bool hostHeldIsFull() {
 }
 
 void hostFlush() {
+    if (commitFails && hostNowMs() < commitRetryAt) return;
     if (isDirty() && commit() != 0) return commitFailed();
-    commitFailures = 0;
-    for (; !held.empty(); held.pop_front())
-        if (dispatch(held.front().data(), held.front().size()) != 0) hostIpcStats().dropped++;
+    commitFails = false;
+    for (; !held.empty(); held.pop_front()) dispatchHeld(held.front());
     heldBytes = 0;
 }
 
@@ -212,7 +229,7 @@ void hostServeBacklog() {
 
 int hostOutgoingWaitMs() {
     uint64_t now = hostNowMs(), until = UINT64_MAX;
-    if (commitFailures != 0) until = commitRetryAt;
+    if (commitFails) until = commitRetryAt;
     for (const auto& [to, queue] : backlog)
         until = std::min(until, queue.takenAt + hostConf().backlogPatienceMs);
     if (until == UINT64_MAX) return -1;
@@ -230,5 +247,5 @@ void hostOutgoingReset() {
     held.clear();
     backlog.clear();
     heldBytes = backlogBytes = 0;
-    commitFailures = 0;
+    commitFails = false;
 }

@@ -121,28 +121,32 @@ int recordChange(std::string text, int status, const char* failure) {
     return status;
 }
 
-int insert(zekCfgDb* db, const zekCfgRecord& record, bool both,
-           int (*real)(zekCfgDb*, const zekCfgRecord&)) {
+int insert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request, bool both,
+           int (*real)(zekCfgDb*, const zekCfgRecord&, const zekCfgRequest&)) {
     std::string text = "insert " + placeOf(record, true) + " " + quoted(record.text);
     if (both && std::strncmp(record.text, record.inverseText, CFG_TEXT_LEN) != 0)
         text += " / " + quoted(record.inverseText);
-    return recordChange(text, testFails(TEST_CFG) ? -1 : real(db, record), " failed");
+    return recordChange(text, testFails(TEST_CFG) ? -1 : real(db, record, request), " failed");
 }
 
 }  // namespace
 
-#define CFG_INSERT_BOTH "_Z20zekCfgInsertBothLineP8zekCfgDbRK12zekCfgRecord"
-int realInsertBoth(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_INSERT_BOTH);
-int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_INSERT_BOTH);
-int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record) {
-    return insert(db, record, true, realInsertBoth);
+#define CFG_INSERT_BOTH "_Z20zekCfgInsertBothLineP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest"
+int realInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
+    REAL(CFG_INSERT_BOTH);
+int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
+    WRAP(CFG_INSERT_BOTH);
+int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
+    return insert(db, record, request, true, realInsertBoth);
 }
 
-#define CFG_INSERT "_Z12zekCfgInsertP8zekCfgDbRK12zekCfgRecord"
-int realInsert(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_INSERT);
-int wrapInsert(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_INSERT);
-int wrapInsert(zekCfgDb* db, const zekCfgRecord& record) {
-    return insert(db, record, false, realInsert);
+#define CFG_INSERT "_Z12zekCfgInsertP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest"
+int realInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
+    REAL(CFG_INSERT);
+int wrapInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
+    WRAP(CFG_INSERT);
+int wrapInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
+    return insert(db, record, request, false, realInsert);
 }
 
 #define CFG_REMOVE "_Z16zekCfgRemoveNodeP8zekCfgDbRK12zekCfgRecord"

@@ -101,12 +101,10 @@ struct model {
                    std::memcmp(std::get<1>(node.first).data(), r.key, front) == 0;
         });
     }
-    // The second text of a route map's line is for the saved configuration alone.
-    lines shownIn(bool inverse, bool saved = false) const {
+    lines shownIn(bool inverse) const {
         lines all;
         for (const auto& [where, texts] : nodes) {
-            bool second = std::get<0>(where) == CFG_SECTION_RMAP ? saved : inverse;
-            const std::string& text = second ? texts.second : texts.first;
+            const std::string& text = inverse ? texts.second : texts.first;
             if (!text.empty()) all.push_back(text);
         }
         return all;
@@ -170,7 +168,7 @@ TEST(cfgDb, RandomChangesAgreeWithAModelInBothModesAndAfterReopening) {
     std::ifstream saved(run.path + "/saved");
     lines savedLines;
     for (std::string line; std::getline(saved, line);) savedLines.push_back(line);
-    EXPECT_EQ(savedLines, expected.shownIn(true, true));
+    EXPECT_EQ(savedLines, expected.shownIn(true));
 }
 
 TEST(cfgDb, ARemarkSortsBeforeTheEntryOfItsNumberAndTheyAreRemovedApart) {
@@ -270,19 +268,23 @@ TEST(cfgDb, AFailedCommitLosesNothing) {
     ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 2)), 0);
     ASSERT_EQ(zekCfgRemoveExact(db.get(), entryLine("a", 1)), 0);
     zekCfgSetMaskMode(db.get(), 1);
+    EXPECT_TRUE(zekCfgWritable(db.get()));
     EXPECT_EQ(zekCfgCommit(db.get()), -1);
+    EXPECT_FALSE(zekCfgWritable(db.get()));
     EXPECT_TRUE(zekCfgIsDirty(db.get()));
-    EXPECT_EQ(shown(db.get()), lines{" inverse seq 2"});
-    EXPECT_EQ(zekCfgCommit(db.get()), -1);
+    // What comes all the same is kept too, and no attempt is made before its time.
     ASSERT_EQ(zekCfgInsertBothLine(db.get(), entryLine("a", 3)), 0);
     zekCfgSyncRecord change{};
     ASSERT_EQ(zekCfgSync(db.get(), change), 0);
+    EXPECT_EQ(zekCfgCommit(db.get()), -1);
+    EXPECT_EQ(zekCfgStatistics(db.get()).failedCommits, 1u);
     sqlite3_commit_hook(db->sql, nullptr, nullptr);
+    while (zekCfgCommit(db.get()) != 0) usleep(1000);
     cfgDbSetReport(nullptr);
 
-    EXPECT_EQ(zekCfgCommit(db.get()), 0);
+    EXPECT_TRUE(zekCfgWritable(db.get()));
     zekCfgStats stats = zekCfgStatistics(db.get());
-    EXPECT_EQ(stats.failedCommits, 2u);
+    EXPECT_EQ(stats.failedCommits, 1u);
     EXPECT_EQ(stats.lines, 2u);
     EXPECT_EQ(stats.feed, 1u);
     dbPtr reader = openDb(run.path.c_str(), zekCfgAccess::read);

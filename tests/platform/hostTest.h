@@ -81,6 +81,7 @@ class taskTest : public testing::Test {
     bool dirty = false;
     int commitResult = 0;
     int commits = 0;
+    uint64_t changes = 0;
 
     taskTest() {
         hostSetCommit({[this] { return dirty; },
@@ -88,7 +89,8 @@ class taskTest : public testing::Test {
                            commits++;
                            if (commitResult == 0) dirty = false;
                            return commitResult;
-                       }});
+                       },
+                       [this] { return changes; }});
         EXPECT_TRUE(hostTaskOpen(run.path, RP, APP_ACL, 0));
         key = hostTaskKey();
     }

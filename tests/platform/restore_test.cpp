@@ -1,0 +1,318 @@
+// Restarts: the records of the database are sent to the task again, which here is the test. A shell
+// script stands in for the shell that reads a startup configuration.
+#include <sys/stat.h>
+
+#include <cstring>
+#include <fstream>
+#include <map>
+
+#include "include/cfgCompiled.h"
+#include "include/cliMsg.h"
+#include "include/status.h"
+#include "platform/host/cfgmgr.h"
+#include "tests/platform/hostTest.h"
+
+namespace {
+
+using lines = std::vector<std::string>;
+
+// The requests are CLI requests whose list name is the line that they write. A line "x: ..." is a
+// header: a separator without a record stands in front of it.
+class restoreTest : public taskTest {
+  protected:
+    zekCfgDb* db = nullptr;
+    cfgMgrPlace place{run.path, run.path + "/chassis.json", run.path + "/bin", 0, RP};
+    std::map<std::string, uint32_t> answers;  // results other than 0
+    std::string unanswered;
+    lines got;                  // the task's requests and notifications, in order
+    std::vector<uint32_t> ids;  // what zekCfgRestoring said for each request
+
+    restoreTest() { open(); }
+    ~restoreTest() override { zekCfgClose(db); }
+    void open() {
+        zekCfgClose(db);
+        db = zekCfgOpen(run.path.c_str(), zekCfgAccess::write);
+        ASSERT_NE(db, nullptr);
+        hostSetCommit({[this] { return zekCfgIsDirty(db); }, [this] { return zekCfgCommit(db); },
+                       [this] { return cfgDbChanges(db); }});
+    }
+    static zekCfgRecord place0(uint32_t block, uint32_t order, uint32_t lineClass) {
+        zekCfgRecord record{};
+        auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
+        key->name[0] = static_cast<char>('a' + block);
+        key->order = order;
+        record.section = CFG_SECTION_IP;
+        record.lineClass = lineClass;
+        return record;
+    }
+    // Line `text` of a block, with its separator when it is the first.
+    void put(uint32_t block, uint32_t order, const std::string& text) {
+        if (order == 0) {
+            zekCfgRecord separator = place0(block, 0, CFG_CLASS_SEPARATOR);
+            std::strcpy(separator.text, "!");
+            (void)zekCfgInsert(db, separator);
+        }
+        zekCfgRecord line = place0(block, order, CFG_CLASS_LINE);
+        std::strcpy(line.text, text.c_str());
+        cliHdr request{};
+        request.code = 1000 + block;
+        request.name = listNameMake(text);
+        request.cookie = order;
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&request);
+        (void)zekCfgInsert(
+            db, line, {MT_CLI_COMMAND, {bytes + sizeof(ipcHdr), sizeof request - sizeof(ipcHdr)}});
+        zekCfgSyncRecord change{};
+        (void)zekCfgSync(db, change);
+    }
+    void fill(uint32_t blocks, uint32_t entries) {
+        for (uint32_t b = 0; b < blocks; b++)
+            for (uint32_t i = 0; i <= entries; i++)
+                put(b, i, std::string(1, static_cast<char>('a' + b)) + std::to_string(i));
+        ASSERT_EQ(zekCfgCommit(db), 0);
+    }
+    lines shown() {
+        lines all;
+        EXPECT_EQ(zekCfgWalk(db, [&](std::string_view l) { return all.emplace_back(l), true; }), 0);
+        return all;
+    }
+    lines unresolved() {
+        lines all;
+        EXPECT_EQ(zekCfgWalkUnresolved(db,
+                                       [&](const zekCfgUnresolvedRow& row) {
+                                           return all.emplace_back(row.text), true;
+                                       }),
+                  0);
+        return all;
+    }
+    std::string dump() {
+        std::string all;
+        sqlite3_exec(
+            db->sql, "SELECT section, hex(key), class, text, inverse, hex(record) FROM lines",
+            [](void* out, int n, char** columns, char**) {
+                for (int i = 0; i < n; i++)
+                    *static_cast<std::string*>(out) +=
+                        std::string(columns[i] ? columns[i] : "") + (i + 1 < n ? "|" : "\n");
+                return 0;
+            },
+            &all, nullptr);
+        return all;
+    }
+    // The task's part for as many messages as it gets, `most` at most.
+    void serve(size_t most = SIZE_MAX) {
+        for (bytes m(IPC_BUFFER_SIZE); most > 0; most--) {
+            int n = zekIpcRecv(Key_getReqQueue(key), m.data(), m.size(), 0);
+            if (n <= 0) return;
+            auto* hdr = headerOf(m);
+            if (hdr->mtype != MT_CLI_COMMAND) {
+                got.push_back(std::to_string(hdr->mtype));
+                continue;
+            }
+            auto* request = reinterpret_cast<cliHdr*>(m.data());
+            const std::string text(listNameView(request->name));
+            got.push_back(text);
+            const uint8_t* area = zekCfgRestoring(db);
+            ids.push_back(area ? uint32_t{reinterpret_cast<const zekCfgListKey*>(area)->order}
+                               : 0xFFFFFFFF);
+            if (text == unanswered) continue;
+            request->result = answers.contains(text) ? answers[text] : 0;
+            if (request->result == 0) put(request->code - 1000, request->cookie, text);
+            (void)zekIpcReply(key, m.data(), static_cast<size_t>(n));
+        }
+    }
+    void restore() {
+        got.clear();
+        ids.clear();
+        cfgMgrRestore(db, place);
+        serve();
+        hostFlush();
+    }
+    void writeShell(const std::string& script) {
+        std::filesystem::create_directory(place.programDir);
+        const std::string file = place.programDir + "/aclsh";
+        std::ofstream(file) << "#!/bin/sh\nDIR=" << run.path << "\necho \"$@\" >>$DIR/args\n"
+                            << script << "\n";
+        ASSERT_EQ(chmod(file.c_str(), 0755), 0);
+    }
+    // What the shell says of a file of lines; those that begin with "?" are no configuration.
+    void compiled(const lines& all, bool ended = true) {
+        std::ofstream out(run.path + "/compiled");
+        for (size_t i = 0; i < all.size() + (ended ? 1 : 0); i++) {
+            const std::string text = i < all.size() ? all[i] : "";
+            const bool good = !text.empty() && text[0] != '?';
+            cliHdr request{};
+            request.code = 1000u;
+            request.name = listNameMake(text);
+            request.cookie = static_cast<uint32_t>(i);
+            cfgCompiledRow row;
+            row.mtype = i == all.size() ? CFG_COMPILED_END : good ? uint32_t{MT_CLI_COMMAND} : 0;
+            row.textLength = static_cast<uint32_t>(text.size());
+            row.bodyLength = good ? static_cast<uint32_t>(sizeof request - sizeof(ipcHdr)) : 0u;
+            out.write(reinterpret_cast<const char*>(&row), sizeof row);
+            out << text;
+            out.write(reinterpret_cast<const char*>(&request) + sizeof(ipcHdr),
+                      static_cast<std::streamsize>(uint32_t{row.bodyLength}));
+        }
+    }
+};
+
+TEST_F(restoreTest, TheRecordsAreSentInOrderAndChangeNothing) {
+    fill(3, 700);  // more than a page
+    const std::string before = dump();
+    const uint64_t feed = zekCfgStatistics(db).feed;
+    const lines all = shown();
+    open();
+    cfgMgrRestore(db, place);
+    // Others wait until the end.
+    endpoint client(run.path, RP, CLIENT_PORT);
+    client.send(request(7, MT_SHOW_IP_ACL));
+    serve();
+    lines expected = {std::to_string(MT_CFG_START_BLK_CFG_NOTIF)};
+    for (const std::string& line : all)
+        if (line != "!") expected.push_back(line);
+    for (uint32_t last : {MT_CFG_END_BLK_CFG_NOTIF, MT_CFG_INIT_CFG_COMPLETE, MT_SHOW_IP_ACL})
+        expected.push_back(std::to_string(last));
+    EXPECT_TRUE(got == expected);
+    EXPECT_EQ(ids[5], 5u) << "the place that its line has";
+    hostFlush();
+    EXPECT_TRUE(dump() == before);
+    EXPECT_EQ(zekCfgStatistics(db).feed, feed) << "the feed was told when they were made";
+    EXPECT_EQ(zekCfgStatistics(db).unresolved, 0u);
+}
+
+TEST_F(restoreTest, ARestoreThatIsInterruptedAnywhereHasLostNothing) {
+    fill(2, 6);
+    const std::string before = dump();
+    for (size_t messages = 0; messages < 17; messages++) {
+        open();
+        cfgMgrRestore(db, place);
+        serve(messages);
+        if (messages % 2 != 0) hostFlush();
+        hostTaskClose();
+        ASSERT_TRUE(hostTaskOpen(run.path, RP, APP_ACL, 0));
+    }
+    open();
+    EXPECT_EQ(dump(), before);
+}
+
+TEST_F(restoreTest, WhatIsRefusedIsKeptAndTriedAgainUntilItIsTakenSupersededOrDiscarded) {
+    fill(3, 2);
+    answers = {{"a1", ACL_E_NOENTRY}, {"b0", 5}, {"b1", 5}, {"b2", 5}, {"c2", 5}};
+    unanswered = "c1";
+    open();
+    restore();
+    EXPECT_EQ(unresolved(), (lines{"a1", "b0", "b1", "b2", "c1", "c2"}));
+    EXPECT_EQ(shown(), (lines{"!", "a0", "a2", "!", "c0"})) << "a block goes with its last line";
+    open();
+    EXPECT_EQ(zekCfgStatistics(db).unresolved, 6u);
+
+    answers = {{"b1", 5}, {"b2", 5}, {"c2", ACL_E_STORE}};
+    unanswered.clear();
+    restore();
+    EXPECT_EQ(unresolved(), (lines{"b1", "b2", "c2"}));
+    EXPECT_EQ(shown(), (lines{"!", "a0", "a1", "a2", "!", "b0", "!", "c0", "c1"}));
+    EXPECT_EQ(ids.back(), 0xFFFFFFFF) << "its number may be another's by now";
+
+    // A change of the same place settles it: another line there, or a removal of the block.
+    put(1, 1, "b1 anew");
+    (void)zekCfgRemoveNode(db, place0(2, 0, CFG_CLASS_SEPARATOR));
+    ASSERT_EQ(zekCfgCommit(db), 0);
+    EXPECT_EQ(unresolved(), lines{"b2"});
+
+    // Whoever sees the chassis change has it tried again, without a hold and the notifications.
+    got.clear();
+    zekCfgRetryUnresolved();
+    zekCfgRetryUnresolved();
+    serve();
+    EXPECT_EQ(got, (lines{"b2", "b2"})) << "what was asked for meanwhile is done after it";
+    answers.clear();
+    zekCfgRetryUnresolved();
+    serve();
+    EXPECT_EQ(unresolved(), lines{});
+    EXPECT_EQ(shown(), (lines{"!", "a0", "a1", "a2", "!", "b0", "b1 anew", "b2"}));
+    got.clear();
+    zekCfgRetryUnresolved();
+    serve();
+    EXPECT_EQ(got, lines{});
+
+    answers = {{"a0", 5}, {"a1", 5}, {"a2", 5}};
+    open();
+    restore();
+    EXPECT_EQ(zekCfgDiscardUnresolved(db, 99), 0);
+    uint64_t first = 0;
+    (void)zekCfgWalkUnresolved(db,
+                               [&](const zekCfgUnresolvedRow& r) { return first = r.id, false; });
+    EXPECT_EQ(zekCfgDiscardUnresolved(db, first), 1);
+    EXPECT_EQ(unresolved(), (lines{"a1", "a2"}));
+    EXPECT_EQ(zekCfgDiscardUnresolved(db, 0), 2);
+}
+
+TEST_F(restoreTest, AStartupConfigurationIsReadOnceAndUntilThatHasWorked) {
+    std::ofstream(run.path + "/startup-config") << "saved\n";
+    compiled({"a0", "?what", "a2"});
+    // A shell that dies, one that is cut off, one that is not there.
+    writeShell("cat $DIR/compiled; kill -9 $$");
+    std::vector<cfgStoredRow> rows;
+    ASSERT_EQ(cfgDbImport(db), CFG_IMPORT_STARTUP) << "of a first start";
+    compiled({"a0"}, false);
+    writeShell("[ $(wc -l <$DIR/args) -ge 2 ] && exit 2; cat $DIR/compiled; exit 0");
+    EXPECT_FALSE(cfgMgrImport(db, place));
+    EXPECT_EQ(cfgDbImport(db), CFG_IMPORT_STARTUP) << "the next start tries again";
+    put(5, 0, "f0");  // answered meanwhile
+    ASSERT_EQ(zekCfgCommit(db), 0);
+
+    compiled({"a0", "?what", "a2"});
+    writeShell("cat $DIR/compiled; exit 1");
+    open();
+    ASSERT_TRUE(cfgMgrImport(db, place));
+    EXPECT_EQ(cfgDbImport(db), CFG_IMPORT_DONE);
+    std::ifstream args(run.path + "/args");
+    std::string line;
+    std::getline(args, line);
+    EXPECT_EQ(line, "--rundir " + run.path + " --chassis " + run.path +
+                        "/chassis.json --rp 0 --compile -f " + run.path + "/startup-config");
+    restore();
+    EXPECT_EQ(shown(), (lines{"!", "a0", "a2", "!", "f0"}));
+    EXPECT_EQ(unresolved(), lines{"?what"});
+    ASSERT_TRUE(cfgMgrImport(db, place));
+    EXPECT_EQ(shown(), (lines{"!", "a0", "a2", "!", "f0"})) << "it is read once";
+
+    ASSERT_EQ(cfgDbForget(db), 0);  // a cold start
+    EXPECT_EQ(shown(), lines{});
+    EXPECT_EQ(cfgDbImport(db), CFG_IMPORT_STARTUP);
+    std::filesystem::remove(run.path + "/startup-config");
+    ASSERT_TRUE(cfgMgrImport(db, place)) << "nothing to read is no failure";
+}
+
+TEST_F(restoreTest, ADatabaseWithoutRecordsIsReadByItsTexts) {
+    zekCfgClose(db);
+    db = nullptr;
+    std::filesystem::remove(run.path + "/running.db");
+    sqlite3* old = nullptr;
+    ASSERT_EQ(sqlite3_open((run.path + "/running.db").c_str(), &old), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(
+                  old,
+                  "CREATE TABLE lines(section INTEGER NOT NULL, key BLOB NOT NULL, class INTEGER "
+                  "NOT NULL, text TEXT NOT NULL, inverse TEXT, PRIMARY KEY(section, key, class)) "
+                  "WITHOUT ROWID; CREATE TABLE previous AS SELECT * FROM lines;"
+                  "CREATE TABLE feed(seq INTEGER PRIMARY KEY, changes BLOB NOT NULL);"
+                  "CREATE TABLE meta(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;"
+                  "INSERT INTO lines VALUES(100, x'01', 150, 'half', NULL);"
+                  "INSERT INTO previous VALUES(79, x'01', 152, ' shown', ' typed'),"
+                  "(100, x'02', 150, 'normal', 'inverse'), (100, x'03', 150, '', NULL);"
+                  "INSERT INTO meta VALUES('restore', 1), ('previousMask', 1);"
+                  "PRAGMA user_version=2",
+                  nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    sqlite3_close(old);
+    open();
+    ASSERT_EQ(cfgDbImport(db), CFG_IMPORT_TEXTS);
+    compiled({"a0"});
+    writeShell("while [ $# -gt 1 ]; do shift; done; cat \"$1\" >$DIR/text; cat $DIR/compiled");
+    ASSERT_TRUE(cfgMgrImport(db, place));
+    std::ifstream text(run.path + "/text");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(text), {}), " typed\ninverse\n");
+    restore();
+    EXPECT_EQ(shown(), (lines{"!", "a0"}));
+}
+
+}  // namespace
