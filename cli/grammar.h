@@ -30,6 +30,9 @@ enum class cliVerb : uint8_t {
     nothing,  // a comment or an empty line
     showRunning,
     showStartup,
+    showUnresolved,
+    retryUnresolved,
+    discardUnresolved,
     showLists,
     showLogging,
     showSystem,

@@ -10,11 +10,11 @@ const char* setDetail(cliCommand& c, const cliValue&, const grammarNode& n) {
     return nullptr;
 }
 
-extern const grammarState sShow, sShowIpv6, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6,
-    sShowIp, sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sChassis,
-    sChassisCard, sChassisEvent, sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters,
-    sClient, sClientTask, sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure,
-    sDebug, sDebugArgs;
+extern const grammarState sShow, sShowConfiguration, sClearConfiguration, sClearUnresolved,
+    sShowIpv6, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6, sShowIp, sShowLists, sShowList,
+    sShowCard, sShowCardWhat, sShowCardLists, sChassis, sChassisCard, sChassisEvent,
+    sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters, sClient, sClientTask,
+    sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure, sDebug, sDebugArgs;
 
 constexpr grammarNode execNodes[] = {
     kw("show", "show something", sShow),
@@ -30,6 +30,7 @@ constexpr grammarNode execNodes[] = {
 constexpr grammarNode showNodes[] = {
     verb("running-config", "the configuration as it runs", sDone, cliVerb::showRunning),
     verb("startup-config", "the configuration that was saved", sDone, cliVerb::showStartup),
+    kw("configuration", "lines of the configuration", sShowConfiguration),
     kw("ip", "IP lists", sShowIp),
     kw("ipv6", "IPv6 lists", sShowIpv6),
     kw("route-maps", "route maps", sShowMaps, setPolicy<cliVerb::showPolicy>, POLICY_RMAP),
@@ -42,6 +43,10 @@ constexpr grammarNode showNodes[] = {
     verb("card", "the agent of one card", sShowCard, cliVerb::showCard),
 };
 constexpr grammarState sShow{showNodes};
+constexpr grammarNode showConfigurationNodes[] = {
+    verb("unresolved", "lines that a restart could not bring back", sDone, cliVerb::showUnresolved),
+};
+constexpr grammarState sShowConfiguration{showConfigurationNodes};
 constexpr grammarNode showIpNodes[] = {
     verb("access-lists", "entries of access lists", sShowLists, cliVerb::showLists),
     verb("access-group", "which lists are bound where", sDone, cliVerb::showAccessGroups),
@@ -154,10 +159,21 @@ constexpr grammarState sChassisEvent{chassisEventNodes};
 constexpr grammarNode chassisPrimaryNodes[] = {number("route processor", 0, 1, sDone, setNumber)};
 constexpr grammarState sChassisPrimary{chassisPrimaryNodes};
 constexpr grammarNode clearNodes[] = {
+    kw("configuration", "lines of the configuration", sClearConfiguration),
     kw("ip", "IP lists", sClearIp),
     kw("ipv6", "IPv6 lists", sClearIpv6),
 };
 constexpr grammarState sClear{clearNodes};
+constexpr grammarNode clearConfigurationNodes[] = {
+    verb("unresolved", "forget lines that a restart could not bring back", sClearUnresolved,
+         cliVerb::discardUnresolved),
+};
+constexpr grammarState sClearConfiguration{clearConfigurationNodes};
+constexpr grammarNode clearUnresolvedNodes[] = {
+    number("NUMBER", 1, UINT32_MAX, sDone, setNumber),
+    fin("all of them"),
+};
+constexpr grammarState sClearUnresolved{clearUnresolvedNodes};
 constexpr grammarNode clearIpNodes[] = {
     kw("access-lists", "access lists", sClearLists),
     kw("prefix-lists", "hit counts of IPv4 prefix lists", sClearCounters,
@@ -184,6 +200,7 @@ constexpr grammarNode writeNodes[] = {
 constexpr grammarState sWrite{writeNodes};
 constexpr grammarNode configureNodes[] = {
     verb("terminal", "from this terminal", sDone, cliVerb::configure),
+    verb("retry", "try again what a restart could not bring back", sDone, cliVerb::retryUnresolved),
 };
 constexpr grammarState sConfigure{configureNodes};
 constexpr grammarNode debugNodes[] = {

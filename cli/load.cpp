@@ -102,6 +102,9 @@ void takeAnswer(loader& l, uint32_t sequence) {
         cliCommand columns{};
         columns.firstColumn = s.firstColumn;
         columns.seqColumn = s.seqColumn;
+        if (status == ACL_OK && !answerIsShown(l.session.channel))
+            reportText(l.session.err, std::string(l.source) + ":" + std::to_string(s.line) + ": " +
+                                          std::string(NOT_SHOWN_TEXT));
         if (s.isHeader && s.line == l.headerLine)
             answerInstance(l.session.channel, &l.session.scope.seq);
         finish(l, s, status == ACL_OK ? "" : statusText(status), sessionColumn(columns, status));

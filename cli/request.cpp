@@ -234,13 +234,18 @@ bool answerResult(const cliChannel& channel, uint32_t* result) {
     std::span<const uint8_t> bytes(channel.message);
     const auto* hdr = wireView<ipcHdr>(bytes);
     if (hdr->mtype == MT_ACL_INVERSEMASK_ENABLE || hdr->mtype == MT_ACL_INVERSEMASK_DISABLE) {
-        *result = ACL_OK;  // plain IPC: the answer is the header
+        *result = hdr->status;  // plain IPC: the answer is the header
         return true;
     }
     const auto* cli = wireView<cliHdr>(bytes);
     if (cli == nullptr || cli->cookie != cookieOf(cli->ipc.sequence)) return false;
     *result = cli->result;
     return true;
+}
+
+bool answerIsShown(const cliChannel& channel) {
+    const auto* cli = wireView<cliHdr>(std::span<const uint8_t>(channel.message));
+    return cli == nullptr || cli->notShown == 0;
 }
 
 void answerInstance(const cliChannel& channel, uint32_t* seq) {

@@ -93,6 +93,11 @@ const ipcHdr* channelReceive(cliChannel* channel, int timeoutMs);
 
 // The result that an answer carries; false when the message is too short to be one.
 bool answerResult(const cliChannel& channel, uint32_t* result);
+// Whether the running configuration can show the line that the answered change has made.
+bool answerIsShown(const cliChannel& channel);
+constexpr std::string_view NOT_SHOWN_TEXT =
+    "Warning: the line is kept, also over restarts, but is too long to be shown: a saved "
+    "configuration does not have it";
 // The number of the instance that an answer to a route map's header names; else *seq is kept.
 void answerInstance(const cliChannel& channel, uint32_t* seq);
 // The text of an answer to a show; false when the answer is a refusal, whose code is *result.

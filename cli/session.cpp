@@ -46,6 +46,8 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
             outcome = notReached(s, changeText(asked, timeoutMs));
         else if (!answerResult(s->channel, &status) || status != ACL_OK)
             outcome = refusal(statusText(status), sessionColumn(command, status));
+        else if (!answerIsShown(s->channel))
+            reportText(s->err, NOT_SHOWN_TEXT);
     }
     if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters ||
         command.verb == cliVerb::clearPolicy)
@@ -123,6 +125,9 @@ constexpr verbRow verbTable[] = {
     {cliVerb::nothing, true, runNothing},
     {cliVerb::showRunning, false, showRunning},
     {cliVerb::showStartup, false, showStartup},
+    {cliVerb::showUnresolved, false, showUnresolved},
+    {cliVerb::retryUnresolved, false, retryUnresolved},
+    {cliVerb::discardUnresolved, false, discardUnresolved},
     {cliVerb::showLists, false, showLists},
     {cliVerb::showLogging, false, runShowLogging},
     {cliVerb::showSystem, false, runShowSystem},

@@ -106,6 +106,10 @@ size_t sessionColumn(const cliCommand& command, uint32_t status);
 // Commands that print (show.cpp).
 cliOutcome showRunning(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showStartup(cliSession* session, const cliCommand& command, cliPipe* pipe);
+// What a restart could not bring back (unresolved.cpp).
+cliOutcome showUnresolved(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome retryUnresolved(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome discardUnresolved(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe);
 cliOutcome showInterfaces(cliSession* session, const cliCommand& command, cliPipe* pipe);

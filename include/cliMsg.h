@@ -32,10 +32,11 @@ enum aclCliCode : uint32_t {
 // The front of every CLI message.
 struct cliHdr {
     ipcHdr ipc;
-    be32 cookie;  // 60  the client's own, echoed when no display buffer answers
-    be32 result;  // 64  written by the manager
-    be32 reserved68;
-    be32 code;  // 72  aclCliCode
+    be32 cookie;    // 60  the client's own, echoed when no display buffer answers
+    be32 result;    // 64  written by the manager
+    be32 notShown;  // 68  written by the manager: 1, the line of the change is one that cannot be
+                    // shown
+    be32 code;      // 72  aclCliCode
     be32 reserved76;
     listName name;  // 80
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "common/cfgline.h"
 #include "download/halAclMgr.h"
 #include "download/zekacl_download.h"
 #include "include/cliMsg.h"
@@ -485,6 +486,7 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
         (void)runRow(row, call);
         return;
     }
+    const uint64_t notShown = cfgNotShown;
     bool refused = row != nullptr && (row->flags & CLI_V6) != 0 && halAclMgrIsV6AclSupported() == 0;
     uint32_t result = refused ? uint32_t{ACL_E_SYSTEM} : runRow(row, call);
     if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused) {
@@ -499,5 +501,6 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
         zekMC_M_sysFree(call.buffer);
     }
     call.as<cliHdr>()->result = result;
+    if (cfgNotShown != notShown) call.as<cliHdr>()->notShown = 1u;
     AclIpcReply(node->regQfd, message);
 }

@@ -72,6 +72,8 @@ std::string showSystem(std::string_view) {
     zekCfgStats cfg = zekCfgStatistics(aclNode->cfgDb);
     jsonObject configuration;
     configuration.number("lines", cfg.lines)
+        .number("unresolved", cfg.unresolved)
+        .string("writable", cfg.writable ? "yes" : "no: changes are refused")
         .number("changes", cfg.changes)
         .number("commits", cfg.commits)
         .number("failed-commits", cfg.failedCommits)

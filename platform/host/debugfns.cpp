@@ -1,6 +1,7 @@
 // The functions of the debug shell: the register, and those that the platform has itself.
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -123,6 +124,27 @@ std::string writeMemory(std::string_view) {
     return text({{"written", file}});
 }
 
+// "retry", "discard N" (0: all).
+std::string unresolved(std::string_view args) {
+    zekCfgDb* db = zekCfgOfTask();
+    if (db == nullptr) return text({{"error", "There is no configuration database"}});
+    if (args == "retry") {
+        zekCfgRetryUnresolved();
+        return text({{"trying", zekCfgStatistics(db).unresolved}});
+    }
+    constexpr std::string_view discard = "discard ";
+    uint64_t id = 0;
+    const char* end = args.data() + args.size();
+    if (!args.starts_with(discard) ||
+        std::from_chars(args.data() + discard.size(), end, id).ptr != end)
+        return text({{"error", "expected: retry, or discard NUMBER (0: all)"}});
+    const int64_t gone = zekCfgDiscardUnresolved(db, id);
+    if (gone < 0) return text({{"error", "The configuration database cannot be written"}});
+    if (gone == 0 && id != 0)
+        return text({{"error", "No unresolved line has number " + std::to_string(id)}});
+    return text({{"discarded", gone}});
+}
+
 std::string showHelp(std::string_view) {
     std::string out;
     for (const auto& [name, f] : functions()) out += name + "  " + f.help + "\n";
@@ -136,6 +158,7 @@ std::map<std::string, debugFunction, std::less<>>& functions() {
         {"logging", {"system errors and log lines, oldest first (JSON)", showLogging}},
         {"memory", {"block classes and heap (JSON)", showMemory}},
         {"queues", {"queues to other tasks (JSON)", showQueues}},
+        {"unresolved", {"retry | discard NUMBER: lines that a restart left (JSON)", unresolved}},
         {"write-memory", {"saves the running configuration (JSON)", writeMemory}},
         {"trace", {"debug text, oldest first (JSON)", showTrace}},
     };
