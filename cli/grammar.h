@@ -102,6 +102,7 @@ struct cliPolicy {
     extCommValue extValues[RMAP_EXTCOMMS];
     // Clauses: rmapCode and what its kind has beside cliCommand::name.
     uint32_t code, value, subValue;
+    bool typed;                       // the kind of the list is given
     uint32_t numbers[RMAP_PREPENDS];  // of set as-path prepend and set dampening
     uint32_t numberCount;
     // Resequencing and paged shows.

@@ -59,10 +59,19 @@ constexpr grammarNode nameNodes[] = {
     arg(cliArg::name, "NAME", "the list", sDone, setListName),
 };
 constexpr grammarState sName{nameNodes};
-// A list may be called "prefix-list" itself: then nothing follows the word.
+const char* setTypedList(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    c.policy.typed = true;
+    return setListName(c, v, n);
+}
+// A list may be called "prefix-list" or "access-list" itself: then nothing follows the word.
+constexpr grammarNode accessNameNodes[] = {
+    arg(cliArg::name, "NAME", "the access list", sDone, setTypedList),
+    fin("a list called access-list"),
+};
+constexpr grammarState sAccessName{accessNameNodes};
 template <uint32_t prefixCode>
 constexpr grammarNode prefixNameNodes[] = {
-    arg(cliArg::name, "NAME", "the prefix list", sDone, setListName, prefixCode),
+    arg(cliArg::name, "NAME", "the prefix list", sDone, setTypedList, prefixCode),
     fin("an access list called prefix-list"),
 };
 template <uint32_t prefixCode>
@@ -70,6 +79,7 @@ constexpr grammarState sPrefixName{prefixNameNodes<prefixCode>};
 template <uint32_t prefixCode>
 constexpr grammarNode listNodes[] = {
     whole("prefix-list", "a prefix list", sPrefixName<prefixCode>, setListName),
+    whole("access-list", "an access list", sAccessName, setListName),
     arg(cliArg::name, "NAME", "an access list", sDone, setListName),
 };
 template <uint32_t prefixCode>

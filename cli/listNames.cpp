@@ -7,19 +7,7 @@
 #include <array>
 #include <cerrno>
 
-#include "cli/lexer.h"
-
 namespace {
-
-struct headerRow {
-    std::string_view front;
-    bool ipv6, prefix;
-};
-constexpr headerRow headers[] = {
-    {"ip prefix-list ", false, true},           {"ipv6 prefix-list ", true, true},
-    {"ip access-list standard ", false, false}, {"ip access-list extended ", false, false},
-    {"ipv6 access-list ", true, false},
-};
 
 bool writeAll(int fd, const char* bytes, size_t length) {
     while (length > 0) {
@@ -53,14 +41,6 @@ int keepPipe(int fd) {
 
 }  // namespace
 
-void listNamesNote(listNames* names, std::string_view line) {
-    for (const headerRow& row : headers) {
-        if (!line.starts_with(row.front)) continue;
-        std::string_view name = lexTrimEnd(line.substr(row.front.size()));
-        (row.prefix ? names->prefix : names->access)[row.ipv6].emplace(name);
-    }
-}
-
 int listNamesReadAhead(listNames* names, int fd) {
     const off_t start = lseek(fd, 0, SEEK_CUR);
     const int kept = start < 0 ? keepPipe(fd) : fd;
@@ -79,9 +59,4 @@ int listNamesReadAhead(listNames* names, int fd) {
     }
     listNamesNote(names, line);
     return kept;
-}
-
-bool listNamesIsPrefix(const listNames& names, bool ipv6, std::string_view name) {
-    const std::string key(name);
-    return names.prefix[ipv6].contains(key) && !names.access[ipv6].contains(key);
 }

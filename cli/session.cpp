@@ -269,7 +269,8 @@ static cliOutcome findInterface(cliSession* session, const cliCommand& command) 
 cliOutcome sessionClause(cliSession* session, cliCommand* command) {
     uint32_t& code = command->policy.code;
     if (code == RTMAP_MATCH_IFACE) return findInterface(session, *command);
-    if (code != RTMAP_MATCH_IPADD_ACL && code != RTMAP_MATCH_IPV6ADD_ACL) return {};
+    if (command->policy.typed || (code != RTMAP_MATCH_IPADD_ACL && code != RTMAP_MATCH_IPV6ADD_ACL))
+        return {};
     const bool ipv6 = code == RTMAP_MATCH_IPV6ADD_ACL;
     if (!session->options.checkOnly) readRunningLists(session);
     if (listNamesIsPrefix(session->lists, ipv6, command->name))

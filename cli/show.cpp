@@ -95,10 +95,24 @@ cliOutcome showRunning(cliSession* session, const cliCommand&, cliPipe* pipe) {
     if (db == nullptr)
         return refusal("There is no configuration database in " + session->options.runDir);
     lineSink sink{pipe, session->options.json};
-    int rc = zekCfgWalk(db, [&](std::string_view line) {
-        sinkLine(sink, line);
-        return ferror(pipe->out) == 0;
+    // Which kind of list a line names depends on lines behind it.
+    struct shownLine {
+        std::string text, list;
+        uint32_t code;
+    };
+    std::vector<shownLine> all;
+    listNames names;
+    int rc = zekCfgWalkRows(db, [&](const zekCfgRow& row) {
+        std::string_view list;
+        const uint32_t code = clauseOfRequest(row.request.mtype, row.request.body, &list);
+        listNamesNote(&names, row.text);
+        all.push_back({std::string(row.text), std::string(list), code});
+        return true;
     });
+    for (shownLine& line : all) {
+        sinkLine(sink, listNamesTyped(names, std::move(line.text), line.code, line.list));
+        if (ferror(pipe->out) != 0) break;
+    }
     sinkFinish(sink);
     zekCfgClose(db);
     return rc == 0 ? cliOutcome{} : refusal("The configuration database cannot be read");

@@ -12,7 +12,6 @@ namespace {
 
 constexpr uint32_t LINE_HEADER = 0;
 constexpr uint32_t LINE_NUMBERED = 1;
-constexpr std::string_view NOT_SHOWN = "! line not shown: ";
 
 zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name,
                         uint32_t lineClass) {
@@ -57,7 +56,7 @@ void cfgSync(uint32_t operation, const listName& name, std::string_view line, bo
 uint64_t cfgNotShown = 0;
 
 bool cfgIsShown(std::string_view line) {
-    return !line.empty() && !line.starts_with(NOT_SHOWN);
+    return !line.empty() && !line.starts_with(CFG_NOT_SHOWN);
 }
 
 std::string cfgShowable(std::string_view line, size_t limit) {
@@ -66,7 +65,7 @@ std::string cfgShowable(std::string_view line, size_t limit) {
     if (line.size() <= limit && std::ranges::none_of(line, breaks)) return std::string(line);
     const size_t start = std::min(line.find_first_not_of(' '), line.size());
     cfgNotShown++;
-    std::string text(NOT_SHOWN);
+    std::string text(CFG_NOT_SHOWN);
     text += line.substr(start, shownMax);
     std::ranges::replace_if(text, breaks, '?');
     if (line.size() - start > shownMax) text += "...";

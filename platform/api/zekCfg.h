@@ -124,6 +124,10 @@ struct zekCfgRequest {
 };
 constexpr size_t CFG_REQUEST_MAX = 8192 - 60;
 
+// How the text of a node begins that stands for a line which cannot be shown: a comment to whoever
+// loads it.
+constexpr std::string_view CFG_NOT_SHOWN = "! line not shown: ";
+
 struct zekCfgDb;
 
 // Inserts a node with both texts; a node in the same place is replaced. 0 or -1.

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "include/debug.h"
+#include "include/listNames.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekSwp.h"
@@ -118,10 +119,23 @@ std::string writeMemory(std::string_view) {
     // What is there of the configuration yet must not take the place of the whole.
     if (cfgMgrIsRestoring() || (db != nullptr && cfgDbImport(db) != CFG_IMPORT_DONE))
         return text({{"error", "The configuration is still being restored: try again"}});
-    if (db == nullptr || zekCfgWriteStartup(db, file.c_str()) != 0)
+    listNames names;
+    uint64_t notShown = 0;
+    auto typed = [&](const zekCfgRow& row) {
+        notShown += row.text.starts_with(CFG_NOT_SHOWN);
+        std::string_view list;
+        const uint32_t code = clauseOfRequest(row.request.mtype, row.request.body, &list);
+        return listNamesTyped(names, std::string(row.text), code, list);
+    };
+    if (db != nullptr)
+        (void)zekCfgWalk(db, [&](std::string_view l) { return listNamesNote(&names, l), true; });
+    if (db == nullptr || zekCfgWriteStartup(db, file.c_str(), typed) != 0)
         return text({{"error", "The startup configuration cannot be written: " + file + ": " +
                                    std::strerror(errno)}});
-    return text({{"written", file}});
+    json answer = {{"written", file}};
+    if (notShown != 0)
+        answer["not-saved"] = std::to_string(notShown) + " lines that cannot be shown";
+    return text(answer);
 }
 
 // "retry", "discard N" (0: all).

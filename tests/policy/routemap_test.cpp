@@ -255,14 +255,10 @@ TEST_F(RouteMap, EveryClauseHasItsLineItsShowItsNoFormAndLeavesNothing) {
                             row->style == RMAP_STYLE_FLAG;
         const std::string place = "79/152 M 10 " + std::to_string(c.request.cls) + "/" +
                                   std::to_string(++id) + (values ? "/1" : "/0");
-        // What restores read where the shown line does not tell the kind of list.
-        std::string typed;
-        if (row->style == RMAP_STYLE_PREFIX_LIST)
-            typed = " / \"" + c.line.substr(0, c.line.size() - 1) + "prefix-list L\"";
         ASSERT_EQ(add(c.request), ACL_OK);
-        EXPECT_EQ(told(), (rows{"swp 1 14462 length 292",
-                                "cfg insert " + place + " \"" + c.line + "\"" + typed,
-                                "sync 12/10 M \"" + c.line + "\""}));
+        EXPECT_EQ(told(),
+                  (rows{"swp 1 14462 length 292", "cfg insert " + place + " \"" + c.line + "\"",
+                        "sync 12/10 M \"" + c.line + "\""}));
         EXPECT_EQ(lines(), (rows{"route-map M permit 10", c.line}));
         EXPECT_EQ(show(CLI_SHOW_RMAP_CONFIG, "M"), "route-map M permit 10\n" + c.line + "\n");
         const std::string shown = show(CLI_SHOW_RMAP, "M");

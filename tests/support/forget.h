@@ -1,0 +1,53 @@
+// Takes every list, map and binding of the task away, whatever uses it.
+#pragma once
+
+#include "include/interface.h"
+#include "include/policyMsg.h"
+#include "ipacl/zekipaccess.h"
+#include "platform/test/record.h"
+#include "policy/zekbgp_plcy.h"
+#include "policy/zekprefixlist.h"
+#include "policy/zekroutemap.h"
+
+// Bindings keep a deleted list as a placeholder, so they go first.
+inline void forgetLists() {
+    for (aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
+         intf = AclIntfTreeFindNext(intf->ifindex))
+        for (uint32_t direction : {INTF_IN, INTF_OUT})
+            if (const aclList* list = intf->lists[INTF_V4][direction]; list != nullptr)
+                (void)aclIpRemoveIntf(listNameMake(list->name), intf->ifindex, direction);
+    for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
+         intf = AclIntfTreeFindNext(intf->ifindex))
+        for (uint32_t direction : {INTF_IN, INTF_OUT})
+            if (const aclList* list = intf->lists[INTF_V4][direction])
+                (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
+    // Clients and route maps keep lists, too; maps are gone before the lists that they name.
+    auto forgetAll = [](auto first, auto remove) {
+        while (auto* list = first()) {
+            clientsFree(list);
+            (void)remove(listNameMake(list->name));
+        }
+    };
+    forgetAll(ipRmapListFindFirst,
+              [](const listName& name) { return ipRmapListDelete(name, 0, RMAP_NAMED_NONE); });
+    forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
+    forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
+    forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);
+    for (uint32_t af : {AF_IPV4, AF_IPV6})
+        forgetAll([af] { return ipPrefixListFindFirst(af); },
+                  [af](const listName& name) { return ipPrefixListDelete(name, af); });
+    while (aclList* list = ipAccessListFindFirst()) {
+        const listName name = list->name;
+        const aclBinding* b = list->bindings;
+        if (b != nullptr && b->kind == BIND_TASK)
+            (void)aclDelTaskClient(b->id, b->instance, name, AF_IPV4);
+        else
+            (void)ipAccessListDelete(name, list->kind);
+    }
+    while (aclList* list = ipDosListFindFirst()) {
+        (void)dosIpEnableIntf(list->name, CLI_DOS_DISABLE);
+        list = ipDosListFindFirst();
+        if (list != nullptr) (void)ipDosListDelete(list->name);
+    }
+    testTake();
+}

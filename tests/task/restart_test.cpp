@@ -1,0 +1,317 @@
+// Restarts as a property: whatever requests have made of the configuration, values outside the
+// shell's grammar included, the records of its lines make it again: the same database, the same
+// shows, the same downloads, byte for byte.
+#include <map>
+#include <random>
+
+#include "download/zekacl_download.h"
+#include "include/policyMsg.h"
+#include "ipacl/zekipaccess.h"
+#include "platform/host/cfgdb.h"
+#include "tests/support/forget.h"
+#include "tests/task/fixture.h"
+
+namespace {
+
+typedef std::vector<uint8_t> bytes;
+constexpr uint32_t AGENT = 0x7F010101;
+constexpr uint32_t SLOT = 1;
+
+struct RestartTest : TaskTest {
+    std::mt19937 random{17};
+    std::vector<bytes> sent;  // requests, for later ones that take them back
+    std::map<uint32_t, int> accepted;
+
+    void TearDown() override {
+        forgetLists();
+        TaskTest::TearDown();
+    }
+    uint32_t below(uint32_t n) { return static_cast<uint32_t>(random() % n); }
+    // What fields are made of: ordinary values and those that no grammar has.
+    uint32_t value() {
+        constexpr uint32_t odd[] = {
+            0,   1,     2,     3,   4,   5,     9,          14,         255,        256,       257,
+            300, 0x101, 0x102, 512, 999, 65535, 0x7FFFFFFF, 0x80000001, 0xFFFFFFFE, 0xFFFFFFFF};
+        return below(3) == 0 ? below(20) : odd[below(std::size(odd))];
+    }
+    listName name() {
+        static const std::string names[] = {"A", "B", std::string(140, 'n')};
+        return listNameMake(names[below(8) == 0 ? 2 : below(2)]);
+    }
+    template <class Request>
+    bytes request(uint32_t code, const std::function<void(Request&)>& fill = {}) {
+        bytes b = cli(code, "", sizeof(Request));
+        auto* r = reinterpret_cast<Request*>(b.data());
+        reinterpret_cast<cliHdr*>(b.data())->name = name();
+        if (fill) fill(*r);
+        return b;
+    }
+    void scatter(void* record, size_t size, uint32_t words) {
+        auto* fields = static_cast<be32*>(record);
+        for (uint32_t i = 0; i < words; i++)
+            fields[below(static_cast<uint32_t>(size / 4))] = value();
+    }
+    std::string expression() {
+        static const char* const parts[] = {"_65001_", "^1", ".*", "[0-9]+", "(1|2)", " 7 ", "$"};
+        std::string text;
+        for (uint32_t n = 1 + below(below(6) == 0 ? 60 : 4); n > 0; n--) text += parts[below(7)];
+        return text.substr(0, 229);
+    }
+    bytes ipEntry(uint32_t code) {
+        return request<cliIpEntryReq>(code, [&](cliIpEntryReq& r) {
+            r.block = standardBlock(value(), below(3) == 0 ? value() : SEQ_NOT_GIVEN);
+            r.block.kind = below(4) == 0 ? value() : 1 + below(2);
+            r.block.srcMask = value();
+            r.block.protocol = static_cast<uint8_t>(below(2) == 0 ? 6 : value());
+            scatter(&r.block, sizeof r.block, below(8));
+            if (below(2) == 0) r.block.seq = SEQ_NOT_GIVEN;
+            r.log = below(3) == 0 ? value() : 0;
+            r.monitor = below(3);
+        });
+    }
+    bytes binding() {
+        return request<cliBindReq>(CLI_IP_BIND, [&](cliBindReq& r) {
+            constexpr uint32_t places[] = {0x04040000, 0x04080000, 0x00030007, 0x0003800A,
+                                           0x42040000, 0x04048000, 0x84040000, 0x00030099};
+            r.ifindex = places[below(8)];
+            r.direction = below(2);
+            r.implicitPermit = below(3) == 0 ? value() : 0;
+            r.writeConfig = 1u;  // what is not written is not to come back
+            r.vlanOption = below(2);
+            scatter(r.block, sizeof r.block, below(4));
+            const std::string text(below(4) == 0 ? 200 : below(6), '7');
+            std::memcpy(r.vlanText, text.data(), text.size());
+        });
+    }
+    bytes clause(uint32_t code) {
+        return request<cliRmapClauseReq>(code, [&](cliRmapClauseReq& r) {
+            const auto& row = rmapCodeTable[below(std::size(rmapCodeTable))];
+            r.clause.cls = static_cast<uint16_t>(1 + below(5));
+            r.clause.code = row.code;
+            r.clause.kind = row.kind;
+            r.clause.seq = 10 * (1 + below(3));
+            r.clause.action = below(2);
+            r.clause.value = value();
+            r.clause.subValue = static_cast<uint16_t>(below(4));
+            r.clause.list = listNameMake(below(2) == 0 ? "A" : "B");
+            scatter(&r.clause.community, sizeof r.clause.community, below(20));
+            if (below(2) == 0) r.clause.community.count = below(34);
+            scatter(r.clause.dampening, sizeof r.clause.dampening, below(5));
+            scatter(&r.clause.prepend, sizeof r.clause.prepend, below(6));
+            scatter(&r.clause.extCommunity, sizeof r.clause.extCommunity, below(8));
+            r.clause.extCommunity.values[0].b[1] = static_cast<uint8_t>(2 + below(3));
+            r.clause.ipv6NextHop[below(16)] = static_cast<uint8_t>(value());
+            r.clause.continueFlag = below(2);
+            r.clause.continueTarget = below(60);
+            r.operation = below(4) == 0;
+        });
+    }
+    template <class Request>
+    bytes prefix(uint32_t code) {
+        return request<Request>(code, [&](Request& r) {
+            r.entry.seq = below(2) == 0 ? 0 : value();
+            r.entry.action = value();
+            r.entry.ge = below(2) == 0 ? 0 : value();
+            r.entry.le = below(2) == 0 ? 0 : value();
+            r.entry.len = static_cast<uint8_t>(below(6) == 0 ? 255 : below(33));
+            r.entry.address[below(sizeof r.entry.address)] = static_cast<uint8_t>(value());
+            r.entry.mask[0] = static_cast<uint8_t>(value());
+        });
+    }
+    bytes make() {
+        switch (below(34)) {
+            case 0:
+            case 1:
+                return request<cliListReq>(1000, [&](cliListReq& r) { r.kind = 1 + below(2); });
+            case 2:
+            case 3:
+            case 4:
+            case 5:
+                return ipEntry(1002);
+            case 6:
+                return request<cliListReq>(1005,
+                                           [&](cliListReq& r) { r.kind = below(3) ? 0 : value(); });
+            case 7:
+            case 8:
+                return ipEntry(1007);
+            case 9:
+                return request<cliHdr>(1040 + below(2));
+            case 10:
+            case 11:
+                return binding();
+            case 12:
+                return request<cliHdr>(std::array{1010u, 1014u, 1016u}[below(3)]);
+            case 13:
+            case 14:
+                return request<cliAspathReq>(1011, [&](cliAspathReq& r) {
+                    r.action = value();
+                    r.option = value();
+                    expression().copy(r.text, sizeof r.text);
+                });
+            case 15:
+            case 16:
+                return request<cliCommReq>(1015, [&](cliCommReq& r) {
+                    scatter(&r.entry, 104, 2 + below(12));
+                    r.entry.kind = 1 + below(2);
+                    r.entry.count = below(11);
+                    expression().copy(r.entry.text, 200);
+                });
+            case 17:
+            case 18:
+                return request<cliExtCommReq>(1017, [&](cliExtCommReq& r) {
+                    r.entry.action = value();
+                    r.entry.kind = 1 + below(2);
+                    r.entry.body.selector = 2 + below(2);
+                    r.entry.body.count = below(31);
+                    if (r.entry.kind == COMM_REGEXP)
+                        expression().copy(r.entry.body.text, 200);
+                    else
+                        scatter(r.entry.body.values, sizeof r.entry.body.values, 4);
+                });
+            case 19:
+            case 20:
+                return request<cliRmapReq>(1021, [&](cliRmapReq& r) {
+                    r.action = below(2);
+                    r.seq = below(3) == 0 ? RMAP_SEQ_NOT_GIVEN : 10 * (1 + below(3));
+                });
+            case 21:
+            case 22:
+            case 23:
+            case 24:
+            case 25:
+                return clause(std::array{1025u, 1161u, 1022u, 1188u}[below(4)]);
+            case 26:
+                return request<cliHdr>(below(2) == 0 ? 1042 : 1147);
+            case 27:
+            case 28:
+                return below(2) == 0 ? prefix<cliPrefix4Req>(1044) : prefix<cliPrefix6Req>(1149);
+            case 29:
+                return request<cliPrefixReseqReq>(1185, [&](cliPrefixReseqReq& r) {
+                    r.start = 1 + below(9);
+                    r.step = 1 + below(9);
+                    r.family = 1 + below(2);
+                });
+            case 30:
+                return message(14517 + below(2));
+            default:
+                return takeBack();
+        }
+    }
+    // The removal of something that was asked for, or of a whole list.
+    bytes takeBack() {
+        static const std::map<uint32_t, uint32_t> removals = {
+            {1000, 1001}, {1002, 1003}, {1005, 1004}, {1007, 1006}, {1010, 1008}, {1011, 1009},
+            {1014, 1012}, {1015, 1013}, {1016, 1019}, {1017, 1018}, {1025, 1024}, {1161, 1160},
+            {1042, 1043}, {1044, 1045}, {1147, 1148}, {1149, 1150}, {1188, 1187}};
+        for (int tries = 0; tries < 20 && !sent.empty(); tries++) {
+            bytes b = sent[below(static_cast<uint32_t>(sent.size()))];
+            auto* hdr = reinterpret_cast<cliHdr*>(b.data());
+            if (hdr->ipc.mtype != MT_CLI_COMMAND) continue;
+            const auto found = removals.find(hdr->code);
+            // Entries often, whole lists rarely.
+            if (found == removals.end() || (b.size() < 230 && below(6) != 0)) continue;
+            hdr->code = found->second;
+            return b;
+        }
+        return message(14518);
+    }
+
+    std::string dump() {
+        std::string all;
+        (void)sqlite3_exec(
+            testCfg()->sql,
+            "SELECT section, hex(key), class, text, inverse, hex(record) FROM lines",
+            [](void* out, int n, char** columns, char**) {
+                for (int i = 0; i < n; i++)
+                    *static_cast<std::string*>(out) +=
+                        std::string(columns[i] ? columns[i] : "-") + (i + 1 < n ? "|" : "\n");
+                return 0;
+            },
+            &all, nullptr);
+        return all;
+    }
+    std::string shows() {
+        std::string all;
+        for (uint32_t code : {1059u, 1085u, 1156u, 1087u, 1090u, 1092u, 1094u, 1096u})
+            for (const char* list : {"A", "B"}) {
+                bytes b = cli(code, list, sizeof(cliShowReq));
+                auto* r = reinterpret_cast<cliShowReq*>(b.data());
+                r->name = listNameMake(list);
+                r->cli.ipc.sequence = 1u;
+                for (const bytes& answer : deliver(b)) all.append(answer.begin(), answer.end());
+                all += "\n" + std::to_string(code) + " " + list + "\n";
+            }
+        return all;
+    }
+    std::vector<bytes> downloads() {
+        aclLinecard& card = aclLinecardInfo[SLOT];
+        card.isUp = card.isVortan = card.isIpv6Enabled = 1;
+        card.agentIpAddr = AGENT;
+        EXPECT_EQ(iAclSwpQueueCreate(SLOT, QUEUE_ACL_AGENT), 0);
+        testTake();
+        AclUpdateAclAgent(SLOT);
+        std::vector<bytes> all;
+        for (testRow& row : testTakeRows())
+            if (row.text.starts_with("swp ")) all.push_back(row.bytes);
+        return all;
+    }
+    std::vector<cfgStoredRow> records() {
+        std::vector<cfgStoredRow> all, page;
+        cfgStoredRow last;
+        while (cfgDbReadRecords(testCfg(), last, &page) == 0 && !page.empty()) {
+            last = page.back();
+            all.insert(all.end(), page.begin(), page.end());
+        }
+        return all;
+    }
+    // A new task with an empty database, and the records sent to it.
+    void restart(const std::vector<cfgStoredRow>& rows) {
+        TearDown();
+        SetUp();
+        static uint8_t body[CFG_REQUEST_MAX];
+        for (const cfgStoredRow& row : rows) {
+            const zekCfgRequest request = cfgRecordRead(row.record, body);
+            bytes b = message(request.mtype, sizeof(ipcHdr) + request.body.size());
+            std::copy(request.body.begin(), request.body.end(), b.begin() + sizeof(ipcHdr));
+            cfgDbSetRestoring(testCfg(), &row);
+            const auto answers = deliver(b);
+            cfgDbSetRestoring(testCfg(), nullptr);
+            ASSERT_EQ(answers.size(), 1u) << row.text;
+            if (request.mtype == MT_CLI_COMMAND) {
+                ASSERT_EQ(reinterpret_cast<const cliHdr*>(answers[0].data())->result, 0u)
+                    << row.text;
+            }
+        }
+    }
+};
+
+TEST_F(RestartTest, WhateverWasAnsweredComesBackTheSameToTheByte) {
+    const char* wanted = getenv("ACL_CONFIGURATIONS");
+    const int rounds = wanted != nullptr ? atoi(wanted) : 1000;
+    for (int round = 0; round < rounds; round++) {
+        SCOPED_TRACE("configuration " + std::to_string(round));
+        random.seed(static_cast<uint32_t>(round));
+        sent.clear();
+        for (uint32_t n = 20 + below(60); n > 0; n--) {
+            const bytes b = make();
+            sent.push_back(b);
+            const auto answers = deliver(b);
+            if (b.size() > sizeof(ipcHdr) && answers.size() == 1 &&
+                reinterpret_cast<const cliHdr*>(answers[0].data())->result == 0u)
+                accepted[reinterpret_cast<const cliHdr*>(b.data())->code]++;
+        }
+        const std::string database = dump(), shown = shows();
+        const std::vector<bytes> sentDown = downloads();
+        restart(records());
+        ASSERT_EQ(dump(), database);
+        ASSERT_EQ(shows(), shown);
+        ASSERT_EQ(downloads(), sentDown);
+    }
+    // Every kind of line was there.
+    if (rounds >= 1000)
+        for (uint32_t code : {1000, 1002, 1003, 1005, 1007, 1011, 1015, 1017, 1021, 1022, 1025,
+                              1039, 1041, 1044, 1149, 1161, 1185})
+            EXPECT_GT(accepted[code], 20) << code;
+}
+
+}  // namespace
