@@ -188,8 +188,8 @@ void wantHold(bool wanted) {
 // for ever. Only what managers say to each other comes like that, and its answers come back
 // unchanged.
 bool isFromManager(const ipcHdr& hdr) {
-    const uint32_t own = aclServicePort(task.app, task.instance, 0);
-    return (hdr.target.svce & ~3u) == own &&
+    const uint32_t service = aclServicePort(task.app, task.instance, 0);
+    return (hdr.target.svce & ~3u) == service &&
            (hdr.mtype < MT_PEER_INFO || hdr.mtype > MT_PEER_REGISTER);
 }
 

@@ -273,7 +273,9 @@ struct RestartTest : TaskTest {
             const zekCfgRequest request = cfgRecordRead(row.record, body);
             bytes b = message(request.mtype, sizeof(ipcHdr) + request.body.size());
             std::copy(request.body.begin(), request.body.end(), b.begin() + sizeof(ipcHdr));
-            cfgDbSetRestoring(testCfg(), &row);
+            cfgStoredRow other = row;
+            other.text += "?";  // not the line that the task writes: so that it is written
+            cfgDbSetRestoring(testCfg(), &other);
             const auto answers = deliver(b);
             cfgDbSetRestoring(testCfg(), nullptr);
             ASSERT_EQ(answers.size(), 1u) << row.text;
@@ -305,13 +307,12 @@ TEST_F(RestartTest, WhateverWasAnsweredComesBackTheSameToTheByte) {
         restart(records());
         ASSERT_EQ(dump(), database);
         ASSERT_EQ(shows(), shown);
-        ASSERT_EQ(downloads(), sentDown);
+        ASSERT_TRUE(downloads() == sentDown);
     }
     // Every kind of line was there.
-    if (rounds >= 1000)
-        for (uint32_t code : {1000, 1002, 1003, 1005, 1007, 1011, 1015, 1017, 1021, 1022, 1025,
-                              1039, 1041, 1044, 1149, 1161, 1185})
-            EXPECT_GT(accepted[code], 20) << code;
+    for (uint32_t code : {1000, 1002, 1003, 1005, 1007, 1011, 1015, 1017, 1021, 1022, 1025, 1039,
+                          1041, 1044, 1149, 1161, 1185})
+        EXPECT_GT(accepted[code], rounds / 50) << code;
 }
 
 }  // namespace
