@@ -84,7 +84,6 @@ hostArrival hostRequestArrives(const ipcHdr& request, std::vector<uint8_t>* answ
 void hostRequestTaken(const ipcHdr& request);  // by the task
 void hostRequestHeldBack(const ipcHdr& answer);
 void hostRequestAnswered(std::span<const uint8_t> answer);  // it leaves
-void hostRequestNotAnswered(const ipcHdr& answer);          // it is given up
 // "waiting", "working", "answered" or "unknown". Any thread.
 const char* hostRequestState(uint32_t card, uint32_t service, uint32_t sequence);
 void hostRequestsReset();

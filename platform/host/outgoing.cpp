@@ -6,10 +6,10 @@
 // Both keep the order. Held answers leave together after one commit, so that requests that wait
 // together share its cost. While nothing can be committed, only what a change has to answer for
 // stays held, for as long as that lasts; everything else leaves. The task never waits for a
-// receiver. Every addressee has a backlog of its own, bounded in messages and bytes: what comes when
-// it is full is dropped and counted, and nobody else's is. What all have together is bounded as
-// well; then the largest backlog loses its oldest. A receiver that has taken nothing for a minute
-// loses its backlog.
+// receiver. Every addressee has a backlog of its own, bounded in messages and bytes: what comes
+// when it is full is dropped and counted, and nobody else's is. What all have together is bounded
+// as well; then the largest backlog loses its oldest. A receiver that has taken nothing for a
+// minute loses its backlog.
 #include <deque>
 #include <map>
 

@@ -131,11 +131,6 @@ void hostRequestAnswered(std::span<const uint8_t> answer) {
     place.bytes.assign(answer.begin(), answer.end());
 }
 
-void hostRequestNotAnswered(const ipcHdr& answer) {
-    std::lock_guard guard(book.lock);
-    close(keyOf(answer.source), answer.sequence);
-}
-
 const char* hostRequestState(uint32_t card, uint32_t service, uint32_t sequence) {
     std::lock_guard guard(book.lock);
     const requestSender* sender = find({card, service});
