@@ -53,7 +53,6 @@ cliRmapClauseReq clauseRequest(const rmapEntry* entry, const rmapNameValue* name
     clause.code = entry->code;
     clause.kind = entry->kind;
     clause.seq = static_cast<uint32_t>(entry->seq);
-    clause.action = entry->action;
     if (nameValue != nullptr) clause.list = nameValue->name;
     if (number != nullptr) {
         clause.value = number->value;

@@ -136,6 +136,7 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
         return nullptr;
     }
     entry->instance = instance;
+    if (entry->header == 0) entry->action = instance->action;
     const zekCfgRmapKey* restored = rmapRestoredKey();
     entry->entryId = restored != nullptr ? uint32_t{restored->entryId} : 0;
     if (entry->entryId == 0) entry->entryId = map->lastEntryId + 1;

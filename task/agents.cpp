@@ -4,6 +4,7 @@
 #include "include/hooks.h"
 #include "include/linecard.h"
 #include "include/service.h"
+#include "platform/api/zekCfg.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -86,6 +87,7 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
     (void)aclAgentNeeds(slot, request.replay);
     AclIpcReply(node->regQfd, message);
     aclReplayToAgent(slot, true);
+    zekCfgRetryUnresolved();  // what the chassis refused without the card
     return -1;
 }
 
@@ -119,6 +121,7 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
     (void)aclAgentNeeds(AGENT_CP, request.replay);
     AclIpcReply(node->regQfd, message);
     aclReplayToAgent(AGENT_CP, true);
+    zekCfgRetryUnresolved();  // bindings to a control plane that took no lists until now
     node->acl0Registered = 1;
     return -1;
 }

@@ -510,7 +510,8 @@ static void serveUrgent(const zekServing& serving, size_t* seen) {
     uint8_t timeout[sizeof(ipcHdr)];
     for (int i = 0; i < DRAIN_MAX && hostSwpNextTimeout(timeout); i++)
         serving.serve(std::span(timeout));
-    while (!task.answers.empty()) serving.serve(takeNext(&task.request).bytes);
+    for (keptMessage m; !task.answers.empty() && takeNext(&task.request, &m);)
+        serving.serve(m.bytes);
     auto& kept = task.request.kept;
     for (size_t i = std::min(*seen, kept.size()); i < kept.size();) {
         const zekUrgency urgency = serving.urgency(kept[i].bytes);

@@ -88,6 +88,10 @@ void testReset() {
     heapAtReset = zekMemHeapStats().blocks;
 }
 
+void zekCfgRetryUnresolved() {
+    testHost.retries++;
+}
+
 zekCfgDb* testCfg() {
     return database;
 }

@@ -102,6 +102,7 @@ struct testPlatform {
     uint32_t clientWaitMs = 10000;
     uint64_t waitedMs = 0;  // for replies that did not come
     uint64_t ticks = 0;     // taskDelay adds to it
+    uint32_t retries = 0;   // of what a restart could not bring back
     uint64_t restedUs = 0;  // zekDelayMicrosecond adds to it
 };
 extern testPlatform testHost;

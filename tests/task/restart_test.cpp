@@ -238,10 +238,14 @@ struct RestartTest : TaskTest {
                 auto* r = reinterpret_cast<cliShowReq*>(b.data());
                 r->name = listNameMake(list);
                 r->cli.ipc.sequence = 1u;
-                for (const bytes& answer : deliver(b)) all.append(answer.begin(), answer.end());
-                // Which prefix list was touched last is no part of the configuration.
-                if (size_t last = all.rfind("Prefix-list with the last"); last != all.npos)
-                    all.erase(last, all.find('\r', last) - last);
+                for (const bytes& answer : deliver(b))
+                    for (size_t i = sizeof(ipcHdr); i < answer.size(); i++)
+                        if (answer[i] != 0) all += static_cast<char>(answer[i]);
+                // Which prefix list was touched last, and numbers left over from deleted entries,
+                // are no part of the configuration.
+                for (const char* history : {"Prefix-list with the last", "sequences: "})
+                    if (size_t at = all.rfind(history); at != all.npos)
+                        all.erase(at, all.find('\r', at) - at);
                 all += "\n" + std::to_string(code) + " " + list + "\n";
             }
         return all;
@@ -292,7 +296,7 @@ struct RestartTest : TaskTest {
 
 TEST_F(RestartTest, WhateverWasAnsweredComesBackTheSameToTheByte) {
     const char* wanted = getenv("ACL_CONFIGURATIONS");
-    const int rounds = wanted != nullptr ? atoi(wanted) : 1000;
+    const int rounds = wanted != nullptr ? atoi(wanted) : 200;
     for (int round = 0; round < rounds; round++) {
         SCOPED_TRACE("configuration " + std::to_string(round));
         random.seed(static_cast<uint32_t>(round));
