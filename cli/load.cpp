@@ -269,11 +269,12 @@ void compileCommand(loader& l, uint32_t line, std::string_view text) {
         if (length >= sizeof(cliHdr)) request.cli.cookie = 0u;
         compileWrite(s.out, text, &request.ipc);
     }
+    if (sessionIsInnerLine(l.command)) return;
     cliPipe pipe;
     pipe.out = s.err;
     (void)sessionExecute(&s, l.command, &pipe);
     pipeFinish(&pipe);
-    if (!sessionIsInnerLine(l.command)) sessionEnter(&s, l.command);
+    sessionEnter(&s, l.command);
     if (l.command.verb == cliVerb::maskMode) s.inverseMask = !l.command.negated;
 }
 

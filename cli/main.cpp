@@ -78,5 +78,8 @@ int main(int argc, char** argv) {
         o.interactive = true;
         return interactiveRun(&session);
     }
+    // A file is looked through first, as by -f; through a pipe somebody may wait for each answer.
+    if (lseek(STDIN_FILENO, 0, SEEK_CUR) >= 0)
+        (void)listNamesReadAhead(&session.lists, STDIN_FILENO);
     return runLines(&session, std::cin, "stdin");
 }

@@ -63,7 +63,7 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
 
 cliOutcome runClause(cliSession* s, const cliCommand& typed, cliPipe* pipe) {
     cliCommand command = typed;
-    s->lists = {};  // others may have changed them since
+    s->running = {};  // others may have changed them since
     cliOutcome outcome = sessionClause(s, &command);
     return outcome.ok ? runConfig(s, command, pipe) : outcome;
 }
@@ -183,12 +183,12 @@ zekCfgDb* openRunning(const cliOptions& options) {
 }
 
 void readRunningLists(cliSession* session) {
-    if (session->lists.fromRunning) return;
-    session->lists.fromRunning = true;
+    if (session->running.read) return;
+    session->running.read = true;
     zekCfgDb* db = openRunning(session->options);
     if (db == nullptr) return;
     (void)zekCfgWalk(db, [session](std::string_view line) {
-        listNamesNote(&session->lists, line);
+        listNamesNote(&session->running, line);
         return true;
     });
     zekCfgClose(db);
@@ -272,8 +272,9 @@ cliOutcome sessionClause(cliSession* session, cliCommand* command) {
     if (command->policy.typed || (code != RTMAP_MATCH_IPADD_ACL && code != RTMAP_MATCH_IPV6ADD_ACL))
         return {};
     const bool ipv6 = code == RTMAP_MATCH_IPV6ADD_ACL;
-    if (!session->options.checkOnly) readRunningLists(session);
-    if (listNamesIsPrefix(session->lists, ipv6, command->name))
+    const bool isLoaded = listNamesKnow(session->lists, ipv6, command->name);
+    if (!isLoaded && !session->options.checkOnly) readRunningLists(session);
+    if (listNamesIsPrefix(isLoaded ? session->lists : session->running, ipv6, command->name))
         code = ipv6 ? RTMAP_MATCH_IPV6ADD_PREFIX : RTMAP_MATCH_IPADD_PREFIX;
     return {};
 }

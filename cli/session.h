@@ -30,7 +30,8 @@ struct cliSession {
     cliMode mode = cliMode::exec;
     cliMode outermost = cliMode::exec;  // where "end" leads
     cliScope scope;                     // of a list's or interface's mode
-    listNames lists;                    // what clauses may name
+    listNames lists;                    // of what is being loaded: they decide what a bare name is
+    listNames running;                  // where those do not know it
     bool inverseMask = false;
     bool done = false;         // "exit" in exec mode
     bool unreachable = false;  // somebody who had to be asked could not be

@@ -12,7 +12,7 @@
 
 struct listNames {
     std::unordered_set<std::string> prefix[2], access[2];  // IPv4, IPv6
-    bool fromRunning = false;                              // the running configuration was read
+    bool read = false;                                     // these are all that there are
 };
 
 // Notes the list that a line is the header of, if it is one.
@@ -33,6 +33,11 @@ inline void listNamesNote(listNames* names, std::string_view line) {
         (row.prefix ? names->prefix : names->access)[row.ipv6].emplace(line);
         return;
     }
+}
+
+inline bool listNamesKnow(const listNames& names, bool ipv6, std::string_view name) {
+    const std::string key(name);
+    return names.prefix[ipv6].contains(key) || names.access[ipv6].contains(key);
 }
 
 // True when the name stands for a prefix list and for no access list.

@@ -141,10 +141,18 @@ TEST(Policy, EveryFormIsReadBackAndSurvives) {
     first.load("access-list inverse-mask\n");
     const std::string inverse = first.runningConfig();
     EXPECT_NE(inverse.find(shown(true)), std::string::npos) << inverse;
+    // A list that the chassis has already does not change what the loaded lines mean.
+    second.load("ip access-list standard ENTRIES\n");
     EXPECT_EQ(second.shell({"-f", "-"}, inverse).status, 0);
+    second.load("no ip access-list standard ENTRIES\n");
     EXPECT_EQ(second.runningConfig(), inverse);
     EXPECT_EQ(second.show("show route-maps ALL"), groups);
     second.load("no access-list inverse-mask\n");
+    EXPECT_EQ(second.runningConfig(), shown(false));
+    EXPECT_EQ(second.shell({"-c", "write memory"}).status, 0);
+    second.manager.stop(SIGTERM);
+    ASSERT_TRUE(second.startManager({"--cold"}));
+    EXPECT_EQ(second.show("show route-maps ALL"), groups);
     EXPECT_EQ(second.runningConfig(), shown(false));
 
     // The "no" of every line leaves the headers; theirs leave nothing.
