@@ -39,7 +39,9 @@ std::vector<heldCard> askCards(cliSession* session, const listName& name) {
     agentAskAll(session, questions);
     std::vector<heldCard> cards;
     for (agentQuestion& asked : questions) {
-        heldCard& card = cards.emplace_back(asked.place, asked.reply);
+        heldCard& card = cards.emplace_back();
+        card.place = asked.place;
+        card.reply = asked.reply;
         for (const json& list : jsonArray(asked.answer, "lists")) hold(&card, list);
         if (uint64_t next = jsonNumber(asked.answer, "next"); next != 0) {
             asked.request.index = static_cast<uint32_t>(next);

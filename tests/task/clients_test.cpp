@@ -192,7 +192,7 @@ TEST_F(ClientMessages, OneWithoutAnAddressEndsTheWalkOfSomeKindsOnly) {
 // no client, no pair. Access lists alone keep the list that was made for the client: it is meant.
 TEST_F(ClientMessages, ARefusedRegistrationLeavesNothingBehind) {
     constexpr size_t withPairs = CLIENT_PAIRS_AT + 2 * sizeof(clientRegPair);
-    for (uint32_t type : {14442, 14446, 14448, 14450, 14452, 14454})
+    for (uint32_t type : {14442u, 14446u, 14448u, 14450u, 14452u, 14454u})
         for (testPoint point : {TEST_MEMORY, TEST_TREE, TEST_INSERT})
             for (bool exists : {false, true}) {
                 SCOPED_TRACE(std::to_string(type) + " " + std::to_string(point));
