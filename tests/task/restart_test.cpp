@@ -317,8 +317,8 @@ TEST_F(RestartTest, WhateverWasAnsweredComesBackTheSameToTheByte) {
         ASSERT_TRUE(downloads() == sentDown);
     }
     // Every kind of line was there.
-    for (uint32_t code : {1000, 1002, 1003, 1005, 1007, 1011, 1015, 1017, 1021, 1022, 1025, 1039,
-                          1041, 1044, 1149, 1161, 1185})
+    for (uint32_t code : {1000u, 1002u, 1003u, 1005u, 1007u, 1011u, 1015u, 1017u, 1021u, 1022u,
+                          1025u, 1039u, 1041u, 1044u, 1149u, 1161u, 1185u})
         EXPECT_GT(accepted[code], rounds / 50) << code;
 }
 

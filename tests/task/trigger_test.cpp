@@ -218,7 +218,7 @@ TEST_F(Trigger, TheWaitsOfOneRequestAreBounded) {
         return (testHost.waitedMs - before + 50) / 100 * 100;
     };
     testTake();
-    for (uint64_t expected : {20000, 20000, 10000, 0}) EXPECT_EQ(tellAll(), expected);
+    for (uint64_t expected : {20000u, 20000u, 10000u, 0u}) EXPECT_EQ(tellAll(), expected);
 }
 
 TEST_F(Trigger, SwpAnswersTimeOutsAndCardsThatGoDownAreServedInsideAWait) {
