@@ -10,6 +10,7 @@
 #include <unordered_set>
 
 #include "bench/entries.h"
+#include "include/client.h"
 #include "include/node.h"
 #include "include/service.h"
 #include "ipacl/zekipaccess.h"
@@ -171,6 +172,39 @@ void plain_findName(benchmark::State& state) {
     }
 }
 BENCHMARK(plain_findName)->Arg(1000)->Arg(10000);
+
+// One of the many clients (tasks or route maps) of a list goes and registers again.
+void registerClient(benchmark::State& state) {
+    start();
+    const bool asMap = state.range(1) != 0;
+    const auto clients = static_cast<uint32_t>(state.range(0));
+    auto mapName = [](uint32_t i) {
+        char text[LIST_NAME_LEN];
+        std::snprintf(text, sizeof text, "customer-edge-map-%07u", i);
+        return listNameMake(text);
+    };
+    const listName list = listNameMake("CLIENTS");
+    const rmapMatch clause = {RTMAP_MS_MATCH, 5, nullptr};
+    auto add = [&](uint32_t i) {
+        return asMap ? aclAddRmapClient(clause, mapName(i), list) == 0
+                     : aclAddTaskClient(APP_OSPF, i, list, 0, 1) != nullptr;
+    };
+    auto del = [&](uint32_t i) {
+        return (asMap ? aclDelRmapClient(clause, mapName(i), list)
+                      : aclDelTaskClient(APP_OSPF, i, list, 1)) == 0;
+    };
+    for (uint32_t i = 0; i < clients; i++)
+        if (!add(i)) std::abort();
+    uint32_t z = 0;
+    for (auto _ : state) {
+        const uint32_t i = z++ * 7919u % clients;
+        if (!del(i) || !add(i)) state.SkipWithError("client");
+    }
+    for (uint32_t i = 0; i < clients; i++) (void)del(i);
+}
+BENCHMARK(registerClient)
+    ->ArgNames({"clients", "maps"})
+    ->ArgsProduct({{1000, 10000, 100000}, {0, 1}});
 
 void showEntry(benchmark::State& state) {
     fill(static_cast<uint32_t>(state.range(0)), state.range(1) != 0);

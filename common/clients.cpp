@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "common/ondemandtree.h"
 #include "common/record.h"
 #include "platform/api/zekMem.h"
 
@@ -82,22 +83,14 @@ void unlink(policyList* list, policyClient* client) {
 
 // Thousands of route maps may name one list: they are found through a tree.
 policyClient* linkNewRmap(policyList* list, const listName& rmapName) {
-    if (list->rmapClients == nullptr)
-        list->rmapClients = zekRadixCreate("rmapClients", LIST_NAME_KEY_BITS);
-    if (list->rmapClients == nullptr) return nullptr;
     policyClient* client = linkNew(list, CLIENT_ROUTE_MAP);
     if (client == nullptr) return nullptr;
     client->rmapName = rmapName;
-    if (zekRadixInsert(list->rmapClients, &client->byMap, client->rmapName.text,
-                       LIST_NAME_KEY_BITS) == 0)
+    if (onDemandTreeInsert(&list->rmapClients, "rmapClients", &client->byMap, client->rmapName.text,
+                           LIST_NAME_KEY_BITS) == 0)
         return client;
     unlink(list, client);
     return nullptr;
-}
-void dropEmptyTree(policyList* list) {
-    if (list->rmapClients == nullptr || zekRadixCount(list->rmapClients) != 0) return;
-    zekRadixDestroy(list->rmapClients);
-    list->rmapClients = nullptr;
 }
 
 void dropIfUnused(const clientStore& store, policyList* list, uint32_t family) {
@@ -126,10 +119,7 @@ policyClient* clientFindTask(const policyList* list, uint32_t application, uint3
 }
 
 policyClient* clientFindRmap(const policyList* list, const listName& rmapName) {
-    zekRadixNode* node =
-        list->rmapClients != nullptr
-            ? zekRadixGetExact(list->rmapClients, rmapName.text, LIST_NAME_KEY_BITS)
-            : nullptr;
+    zekRadixNode* node = onDemandTreeFind(list->rmapClients, rmapName.text, LIST_NAME_KEY_BITS);
     if (node == nullptr) return nullptr;
     return reinterpret_cast<policyClient*>(reinterpret_cast<char*>(node) -
                                            offsetof(policyClient, byMap));
@@ -189,10 +179,7 @@ clientResult clientRegisterRmap(const clientStore& store, const listName& name, 
     policyClient* client = clientFindRmap(*list, rmapName);
     if (client == nullptr) {
         client = linkNewRmap(*list, rmapName);
-        if (client == nullptr) {
-            dropEmptyTree(*list);
-            return refuse(store, std::exchange(*list, nullptr), family);
-        }
+        if (client == nullptr) return refuse(store, std::exchange(*list, nullptr), family);
     }
     client->references++;
     return clientResult::done;
@@ -205,9 +192,8 @@ clientResult clientUnregisterRmap(const clientStore& store, const listName& name
     policyClient* client = clientFindRmap(list, rmapName);
     if (client == nullptr) return clientResult::notRegistered;
     if (--client->references == 0) {
-        zekRadixRemove(list->rmapClients, &client->byMap);
+        onDemandTreeRemove(&list->rmapClients, &client->byMap);
         unlink(list, client);
-        dropEmptyTree(list);
         dropIfUnused(store, list, family);
     }
     return clientResult::done;

@@ -2,7 +2,8 @@
 // tasks receive are images, filled field by field).
 //
 //   aclList --head/tail--> aclEntry <-> aclEntry ...      ascending sequence numbers
-//           --bindings---> aclBinding -> aclBinding ...   newest first
+//           --bindings---> aclBinding <-> aclBinding ...  newest first
+//           --bindingIndex: a tree of the same bindings
 //           --remarks----> aclRemark <-> aclRemark ...    ascending sequence numbers
 //           --seqTree, contentTree: duplicate-check nodes that point at the same entries
 //
@@ -49,16 +50,21 @@ enum bindingKind : uint32_t {
 };
 
 struct aclBinding {
+    zekRadixNode link;  // in the list's bindingIndex; the key is `kind` to `direction`, and the
+                        // name behind them for a route map
     aclBinding* next;
-    uint32_t id;          // interface index, task id, or VLAN-group id in the low byte
-    uint32_t instance;    // of a task
+    aclBinding* prev;
+    uint32_t kind;       // bindingKind
+    uint32_t id;         // interface index, task id, or VLAN-group id in the low byte
+    uint32_t instance;   // of a task
+    uint32_t direction;  // 1: egress
+    union {
+        bindingBlock block;  // all but route maps
+        listName rmapName;   // route maps only
+    };
     uint32_t caller;      // a task's own word
-    listName rmapName;    // route maps only
     uint32_t references;  // route maps only: how many clauses name the list
-    uint32_t kind;        // bindingKind
-    uint32_t direction;   // non-zero: egress
     uint32_t implicitPermit;
-    bindingBlock block;
 };
 
 constexpr size_t REMARK_LEN = 80;
@@ -84,9 +90,10 @@ struct aclList {
         acl6Entry* tail6;
     };
     aclBinding* bindings;
-    uint32_t lastEntryId;  // only ever grows
-    uint32_t kind;         // ipEntryKind; a DoS list's flags word
-    uint32_t placeholder;  // 1: exists only because something refers to it
+    zekRadix* bindingIndex;  // null while nothing is bound
+    uint32_t lastEntryId;    // only ever grows
+    uint32_t kind;           // ipEntryKind; a DoS list's flags word
+    uint32_t placeholder;    // 1: exists only because something refers to it
     int32_t count;
     uint32_t highestSeq;     // 0 when empty
     bindingBlock sendBlock;  // the block of the binding that is being downloaded

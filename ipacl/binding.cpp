@@ -25,10 +25,9 @@ struct interfaceName {
 // --- records -----------------------------------------------------------------------------------
 
 aclBinding* bindingAdd(aclList* list, const aclBindRequest& request) {
-    aclBinding* binding = aclBindingMake(list, BIND_INTERFACE);
+    aclBinding* binding =
+        aclBindingAdd(list, {BIND_INTERFACE, request.ifindex, 0, request.direction});
     if (binding == nullptr) return nullptr;
-    binding->id = request.ifindex;
-    binding->direction = request.direction;
     binding->implicitPermit = request.implicitPermit;
     binding->block = *request.block;
     return binding;

@@ -58,17 +58,11 @@ const familyRow* familyOf(const rmapMatch& clause) {
     return nullptr;
 }
 
-aclBinding* findTask(const aclList* list, uint32_t application, uint32_t instance) {
-    aclBinding* b = list->bindings;
-    while (b != nullptr &&
-           (b->kind != BIND_TASK || b->id != application || b->instance != instance))
-        b = b->next;
-    return b;
+bindingKey taskKey(uint32_t application, uint32_t instance) {
+    return {BIND_TASK, application, instance};
 }
-aclBinding* findRmap(const aclList* list, const listName& rmapName) {
-    aclBinding* b = list->bindings;
-    while (b != nullptr && (b->kind != BIND_ROUTE_MAP || b->rmapName != rmapName)) b = b->next;
-    return b;
+bindingKey rmapKey(const listName& rmapName) {
+    return {.kind = BIND_ROUTE_MAP, .rmapName = rmapName};
 }
 
 }  // namespace
@@ -82,8 +76,8 @@ aclList* aclAddTaskClient(uint32_t application, uint32_t instance, const listNam
         aclSysErr(SYSERR_LIST, row->taskNoList, listNameArg(name));
         return nullptr;
     }
-    if (findTask(list, application, instance) != nullptr) return list;
-    aclBinding* client = aclBindingMake(list, BIND_TASK);
+    if (aclBindingFind(list, taskKey(application, instance)) != nullptr) return list;
+    aclBinding* client = aclBindingAdd(list, taskKey(application, instance));
     if (client == nullptr) {
         aclSysErr(SYSERR_LIST,
                   "Error: Unable to allocate memory for Acl " LIST_NAME_FMT
@@ -91,8 +85,6 @@ aclList* aclAddTaskClient(uint32_t application, uint32_t instance, const listNam
                   listNameArg(name), static_cast<int>(application), static_cast<int>(instance));
         return nullptr;
     }
-    client->id = application;
-    client->instance = instance;
     client->caller = caller;
     if (list->placeholder == 0) row->sendContent(list, *client);
     return list;
@@ -104,7 +96,7 @@ int aclDelTaskClient(uint32_t application, uint32_t instance, const listName& na
     if (row == nullptr) return -1;
     aclList* list = row->find(name);
     if (list == nullptr) return 0;
-    aclBinding* client = findTask(list, application, instance);
+    aclBinding* client = aclBindingFind(list, taskKey(application, instance));
     if (client == nullptr) {
         aclDebug(DEBUG_ACL_TRIGGER,
                  "Error: Acl " LIST_NAME_FMT " does not have client Task Id %d Instance %d\n",
@@ -134,9 +126,9 @@ int aclAddRmapClient(const rmapMatch& match, const listName& rmapName, const lis
         aclSysErr(SYSERR_RMAP_CLIENT, row->rmapNoList, listNameArg(name));
         return -1;
     }
-    aclBinding* client = findRmap(list, rmapName);
+    aclBinding* client = aclBindingFind(list, rmapKey(rmapName));
     if (client == nullptr) {
-        client = aclBindingMake(list, BIND_ROUTE_MAP);
+        client = aclBindingAdd(list, rmapKey(rmapName));
         if (client == nullptr) {
             aclSysErr(SYSERR_RMAP_CLIENT,
                       "Error: Unable to allocate memory for Acl " LIST_NAME_FMT
@@ -144,7 +136,6 @@ int aclAddRmapClient(const rmapMatch& match, const listName& rmapName, const lis
                       listNameArg(name), listNameArg(rmapName));
             return -1;
         }
-        client->rmapName = rmapName;
     }
     client->references++;
     if (match.listSlot != nullptr) *match.listSlot = list;
@@ -156,7 +147,7 @@ int aclDelRmapClient(const rmapMatch& match, const listName& rmapName, const lis
     if (row == nullptr) return 0;
     aclList* list = row->find(name);
     if (list == nullptr) return 0;
-    aclBinding* client = findRmap(list, rmapName);
+    aclBinding* client = aclBindingFind(list, rmapKey(rmapName));
     if (client == nullptr) {
         aclDebug(DEBUG_ACL_TRIGGER,
                  "Error: Acl " LIST_NAME_FMT " does not have client Routemap " LIST_NAME_FMT "\n",

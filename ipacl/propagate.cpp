@@ -9,6 +9,7 @@
 #include "include/interface.h"
 #include "include/linecard.h"
 #include "include/service.h"
+#include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
 
@@ -91,11 +92,7 @@ int aclSendToInterface(aclList* list, const aclChange& change, const aclPlace& p
 }
 
 aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction) {
-    aclBinding* b = list->bindings;
-    while (b != nullptr && (b->kind != BIND_INTERFACE || b->id != ifindex ||
-                            (b->direction != 0) != (direction != 0)))
-        b = b->next;
-    return b;
+    return aclBindingFind(list, {BIND_INTERFACE, ifindex, 0, direction != 0 ? 1u : 0u});
 }
 
 void aclPropagate(aclList* list, const aclChange& change) {

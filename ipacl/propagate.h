@@ -31,9 +31,6 @@ int aclSendToInterface(aclList* list, const aclChange& change, const aclPlace& p
 // Sends to a management task that keeps copies; every other task is told by the trigger alone.
 void aclSendToTask(aclList* list, const aclChange& change, const aclBinding& binding);
 
-// The list's binding to an interface in one direction, or null.
-aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction);
-
 // The whole list to the bindings of one management task.
 void aclPropagateToIPM(aclList* list, uint32_t messageId);
 void aclPropagateToSYSADM(aclList* list, uint32_t messageId);

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+#include "common/ondemandtree.h"
 #include "common/record.h"
 #include "include/status.h"
 #include "ipacl/zekipaccess.h"
@@ -19,7 +20,19 @@ constexpr uint32_t POOL_BINDING = 7;
 static_assert(sizeof(aclEntry) <= 192, "an entry record fills its pool class");
 static_assert(sizeof(aclList) <= 784, "a list record fills its pool class");
 static_assert(sizeof(aclBinding) <= 708, "a binding record fills its pool class");
-static_assert(offsetof(aclList, link) == 0);
+static_assert(offsetof(aclList, link) == 0 && offsetof(aclBinding, link) == 0);
+
+constexpr size_t keyOffset(size_t ofField) {
+    return ofField - offsetof(aclBinding, kind);
+}
+static_assert(keyOffset(offsetof(aclBinding, id)) == offsetof(bindingKey, id) &&
+              keyOffset(offsetof(aclBinding, instance)) == offsetof(bindingKey, instance) &&
+              keyOffset(offsetof(aclBinding, direction)) == offsetof(bindingKey, direction) &&
+              keyOffset(offsetof(aclBinding, rmapName)) == offsetof(bindingKey, rmapName));
+
+constexpr uint32_t keyBits(uint32_t kind) {
+    return 8 * (kind == BIND_ROUTE_MAP ? sizeof(bindingKey) : offsetof(bindingKey, rmapName));
+}
 
 bool sameRule(const ipEntryBlock& a, const ipEntryBlock& b) {
     constexpr size_t afterCounters = offsetof(ipEntryBlock, counterOptions) + 1;
@@ -91,19 +104,35 @@ aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint
     return list;
 }
 
-aclBinding* aclBindingMake(aclList* list, bindingKind kind) {
+aclBinding* aclBindingFind(const aclList* list, const bindingKey& key) {
+    return nameTreeRecord<aclBinding>(
+        onDemandTreeFind(list->bindingIndex, &key, keyBits(key.kind)));
+}
+
+aclBinding* aclBindingAdd(aclList* list, const bindingKey& key) {
     auto* binding = recordMake<aclBinding>(POOL_BINDING);
     if (binding == nullptr) return nullptr;
-    binding->kind = kind;
+    binding->kind = key.kind;
+    binding->id = key.id;
+    binding->instance = key.instance;
+    binding->direction = key.direction;
+    if (key.kind == BIND_ROUTE_MAP) binding->rmapName = key.rmapName;
+    const void* keyInRecord = reinterpret_cast<char*>(binding) + offsetof(aclBinding, kind);
+    if (onDemandTreeInsert(&list->bindingIndex, "bindings", &binding->link, keyInRecord,
+                           keyBits(key.kind)) != 0) {
+        zekMC_M_memBlockVarFree(binding);
+        return nullptr;
+    }
     binding->next = list->bindings;
+    if (binding->next != nullptr) binding->next->prev = binding;
     list->bindings = binding;
     return binding;
 }
 
 void aclBindingDrop(aclList* list, aclBinding* binding) {
-    aclBinding** link = &list->bindings;
-    while (*link != binding) link = &(*link)->next;
-    *link = binding->next;
+    onDemandTreeRemove(&list->bindingIndex, &binding->link);
+    (binding->prev != nullptr ? binding->prev->next : list->bindings) = binding->next;
+    if (binding->next != nullptr) binding->next->prev = binding->prev;
     zekMC_M_memBlockVarFree(binding);
 }
 

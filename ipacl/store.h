@@ -22,8 +22,17 @@ aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint
 
 // --- bindings ---------------------------------------------------------------------------------
 
-// A zeroed record at the head of the list's chain, or null.
-aclBinding* aclBindingMake(aclList* list, bindingKind kind);
+// What a list is bound to: there is one binding of each. The first fields are laid out as in the
+// record.
+struct bindingKey {
+    uint32_t kind, id = 0, instance = 0, direction = 0;
+    listName rmapName = {};
+};
+// The cost of each does not grow with the number of bindings.
+aclBinding* aclBindingFind(const aclList* list, const bindingKey& key);
+// A new record at the head of the list's chain, all but its key zero. Null when there is no memory
+// (or it is there already): nothing has changed then.
+aclBinding* aclBindingAdd(aclList* list, const bindingKey& key);
 void aclBindingDrop(aclList* list, aclBinding* binding);
 // A list that exists only because it was bound goes with its last binding.
 void aclListDropUnused(aclList* list);

@@ -111,6 +111,8 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
 // one.
 int aclLagPortJoined(uint32_t lagIfindex, uint32_t port);
 int aclLagPortLeft(uint32_t lagIfindex, uint32_t port);
+// The list's binding to an interface in one direction, or null.
+aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction);
 // The mode under which the change feed tells an interface's lines; 0 for what has none.
 uint32_t aclGetCliModeFromIfIndex(uint32_t ifindex);
 

@@ -9,6 +9,7 @@
 #include "include/jsonText.h"
 #include "include/status.h"
 #include "ipacl/propagate.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -34,19 +35,11 @@ void eachBound(Fn&& fn) {
             if (const aclList* list = i->lists[INTF_V4][direction]) fn(*i, direction, *list);
 }
 
-const aclBinding* bindingOf(const aclList& list, uint32_t ifindex, uint32_t direction) {
-    for (const aclBinding* b = list.bindings; b != nullptr; b = b->next)
-        if (b->kind == BIND_INTERFACE && b->id == ifindex &&
-            (b->direction != 0) == (direction != 0))
-            return b;
-    return nullptr;
-}
-
 std::string accessGroups(std::string_view) {
     aclLockHeld<aclLock::read> held;
     std::string rows;
     eachBound([&rows](const aclIntf& intf, uint32_t direction, const aclList& list) {
-        const aclBinding* b = bindingOf(list, intf.ifindex, direction);
+        const aclBinding* b = aclInterfaceBinding(&list, intf.ifindex, direction);
         append(&rows, jsonObject{}
                           .string("interface", interfaceName(intf.ifindex))
                           .string("direction", direction == INTF_IN ? "in" : "out")
@@ -75,7 +68,7 @@ std::string hashOf(const aclList& list) {
 }
 
 jsonObject rowOf(const intent& what, uint32_t bound, uint32_t direction) {
-    const aclBinding* b = bindingOf(what.list, bound, direction);
+    const aclBinding* b = aclInterfaceBinding(&what.list, bound, direction);
     jsonObject row;
     row.string("interface", interfaceName(bound))
         .number("direction", direction)
@@ -148,7 +141,8 @@ int joinVlan(uint32_t vlan, uint32_t member) {
     const bool isLag = ifindexType(member) == IF_TYPE_LAG;
     for (uint32_t direction : {INTF_IN, INTF_OUT}) {
         aclList* list = intf != nullptr ? intf->lists[INTF_V4][direction] : nullptr;
-        const aclBinding* b = list != nullptr ? bindingOf(*list, vlan, direction) : nullptr;
+        const aclBinding* b =
+            list != nullptr ? aclInterfaceBinding(list, vlan, direction) : nullptr;
         if (b == nullptr) continue;
         list->sendBlock = b->block;
         (void)aclSendVlanAclToAclAgentSpecificMember(

@@ -3,6 +3,7 @@
 #include "download/zekacl_download.h"
 #include "include/hooks.h"
 #include "include/linecard.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -54,12 +55,10 @@ void aclDownloadCfgtoAcl0() {
     const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
     aclList* list = intf != nullptr ? intf->lists[INTF_V4][INTF_IN] : nullptr;
     if (list == nullptr) return;
-    for (const aclBinding* b = list->bindings; b != nullptr; b = b->next) {
-        if (b->kind != BIND_INTERFACE || b->id != IFINDEX_CP_BIND || b->direction != 0) continue;
-        list->sendBlock = b->block;
-        (void)aclSendToAclAgent(list, IFINDEX_CP_BIND, 1, MT_ACL_ADDLIST, b->implicitPermit, 0, 0);
-        return;
-    }
+    const aclBinding* b = aclInterfaceBinding(list, IFINDEX_CP_BIND, INTF_IN);
+    if (b == nullptr) return;
+    list->sendBlock = b->block;
+    (void)aclSendToAclAgent(list, IFINDEX_CP_BIND, 1, MT_ACL_ADDLIST, b->implicitPermit, 0, 0);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // Agents that register, and cards that go down.
+#include "ipacl/store.h"
 #include "tests/download/fixture.h"
 
 namespace {
@@ -365,12 +366,11 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
     };
     const std::string answer = "send 14401 to " + std::to_string(CLIENT_SERVICE);
     ipList made("protect", 1);
-    aclBinding other{}, egress{}, bound{};
-    other.kind = BIND_INTERFACE, other.id = PORT_3_1;
-    egress.kind = BIND_INTERFACE, egress.id = 0x42068000, egress.direction = 1;
-    bound.kind = BIND_INTERFACE, bound.id = 0x42068000, bound.implicitPermit = 6;
-    std::memset(bound.block.b, 0x2D, sizeof bound.block.b);
-    made.list.bindings = &other, other.next = &egress, egress.next = &bound;
+    aclBinding* bound = aclBindingAdd(&made.list, {BIND_INTERFACE, 0x42068000});
+    bound->implicitPermit = 6;
+    std::memset(bound->block.b, 0x2D, sizeof bound->block.b);
+    (void)aclBindingAdd(&made.list, {BIND_INTERFACE, 0x42068000, 0, 1});
+    (void)aclBindingAdd(&made.list, {BIND_INTERFACE, PORT_3_1});
     aclIntfObtain(0x42068000, 0, nullptr)->lists[INTF_V4][INTF_IN] = &made.list;
 
     EXPECT_EQ(ask(1), texts{CP_NOT_KNOWN});
@@ -387,6 +387,7 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
     EXPECT_EQ(made.list.sendBlock.b[519], 0x2D);
     EXPECT_EQ(ask(1), texts{answer});
     EXPECT_EQ(aclNode->supportAclOnCP, 9u);
+    while (made.list.bindings != nullptr) aclBindingDrop(&made.list, made.list.bindings);
 }
 
 TEST_F(Agents, WithoutAMacManagerItIsNotTold) {

@@ -452,10 +452,13 @@ TEST_F(Binding, EveryAllocationMayFail) {
         {"P", TEST_TREE, 2, ACL_E_SYSTEM, {noList}},
         {"P", TEST_INSERT, 1, ACL_E_SYSTEM, {noList}},
         {"A", TEST_BLOCK, 1, ACL_E_SYSTEM, {noBinding}},
-        {"A", TEST_BLOCK, 2, ACL_E_MEMORY, {}},  // the interface
-        {"A", TEST_INSERT, 1, ACL_E_MEMORY, {}},
-        {"P", TEST_INSERT, 2, ACL_E_MEMORY, {"trigger P n 0 id 0"}},
-        {"A", TEST_BLOCK, 3, ACL_E_MEMORY, {}, true},  // its bitmap
+        {"A", TEST_BLOCK, 2, ACL_E_SYSTEM, {noBinding}},  // the index of the list's bindings
+        {"A", TEST_TREE, 1, ACL_E_SYSTEM, {noBinding}},
+        {"A", TEST_INSERT, 1, ACL_E_SYSTEM, {noBinding}},
+        {"A", TEST_BLOCK, 3, ACL_E_MEMORY, {}},  // the interface
+        {"A", TEST_INSERT, 2, ACL_E_MEMORY, {}},
+        {"P", TEST_INSERT, 3, ACL_E_MEMORY, {"trigger P n 0 id 0"}},
+        {"A", TEST_BLOCK, 4, ACL_E_MEMORY, {}, true},  // its bitmap
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.list) + " " + std::to_string(c.point) + "." +
@@ -470,7 +473,7 @@ TEST_F(Binding, EveryAllocationMayFail) {
         EXPECT_EQ(AclIntfTreeFind(PORT), nullptr);
         EXPECT_EQ(find("P"), nullptr);
         EXPECT_EQ(bindingsOf("A"), c.bindingStays ? 1u : 0u);
-        EXPECT_EQ(testBlocksInUse(), blocks + (c.bindingStays ? 1 : 0));
+        EXPECT_EQ(testBlocksInUse(), blocks + (c.bindingStays ? 2 : 0));
     }
     // The binding that stayed is taken up, and its interface may fail again.
     testFail(TEST_BLOCK, 1, 1);

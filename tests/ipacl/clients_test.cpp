@@ -102,6 +102,52 @@ TEST_F(Clients, RouteMapsHoldTheListOnceForEachClause) {
     EXPECT_EQ(aclDelRmapClient(clause(&second), map, A), 0);  // no list
 }
 
+// One name or number in two roles is two bindings; whichever goes, the others keep their order.
+TEST_F(Clients, EveryBindingIsFoundAmongAllAndTheOrderStays) {
+    constexpr uint32_t SAME = 190;
+    aclList* list = create("A");
+    void* slot = nullptr;
+    const std::vector<bindingKey> keys = {{BIND_TASK, SAME},
+                                          {BIND_TASK, SAME, 1},
+                                          {BIND_INTERFACE, SAME},
+                                          {BIND_INTERFACE, SAME, 0, 1},
+                                          {BIND_VLAN_GROUP, SAME},
+                                          {BIND_ROUTE_MAP, 0, 0, 0, listNameMake("m")},
+                                          {BIND_ROUTE_MAP, 0, 0, 0, listNameMake("m1")}};
+    const auto registerAll = [&] {
+        std::vector<const aclBinding*> made;
+        for (const bindingKey& key : keys) {
+            if (key.kind == BIND_TASK)
+                EXPECT_EQ(reg(key.id, key.instance), list);
+            else if (key.kind == BIND_ROUTE_MAP)
+                EXPECT_EQ(aclAddRmapClient(clause(&slot), key.rmapName, A), 0);
+            else
+                EXPECT_NE(bind(list, bindingKind{key.kind}, key.id, key.direction), nullptr);
+            made.insert(made.begin(), list->bindings);
+        }
+        return made;
+    };
+    for (size_t gone = 0; gone < keys.size(); gone++) {
+        std::vector<const aclBinding*> expected = registerAll();
+        for (size_t i = 0; i < keys.size(); i++)
+            ASSERT_EQ(aclBindingFind(list, keys[i]), expected[keys.size() - 1 - i]) << i;
+        ASSERT_EQ(aclBindingAdd(list, keys[gone]), nullptr) << "one binding of each";
+        if (keys[gone].kind == BIND_TASK)
+            EXPECT_EQ(aclDelTaskClient(keys[gone].id, keys[gone].instance, A, 1), 0);
+        else if (keys[gone].kind == BIND_ROUTE_MAP)
+            EXPECT_EQ(aclDelRmapClient(clause(&slot), keys[gone].rmapName, A), 0);
+        else
+            aclBindingDrop(list, aclBindingFind(list, keys[gone]));
+        EXPECT_EQ(aclBindingFind(list, keys[gone]), nullptr);
+        expected.erase(expected.end() - 1 - static_cast<ptrdiff_t>(gone));
+        std::vector<const aclBinding*> chain;
+        for (const aclBinding* b = list->bindings; b != nullptr; b = b->next) chain.push_back(b);
+        EXPECT_EQ(chain, expected);
+        unbind(list);
+    }
+    EXPECT_EQ(list->bindingIndex, nullptr);
+}
+
 TEST_F(Clients, WhatCannotBeRegisteredIsSaid) {
     void* slot = nullptr;
     testFail(TEST_BLOCK);

@@ -220,7 +220,7 @@ TEST_F(IpAcl, DeleteListTellsTheManagementTasksOfEveryEntry) {
     add("A", netRule);
     add("A", hostRule);
     bind(list, BIND_TASK, APP_SYSADM);
-    bind(list, BIND_TASK, APP_IPM)->instance = 2;
+    bind(list, BIND_TASK, APP_IPM, 0, 2);
     bind(list, BIND_INTERFACE, portIfindex(1, 0));
     testTake();
     EXPECT_EQ(ipAccessListDelete(A, IP_KIND_STANDARD), 0u);

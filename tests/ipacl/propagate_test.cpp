@@ -62,7 +62,8 @@ TEST_F(Propagate, LagMembersAreServedFromTheLastToTheFirst) {
                                "agent entry 14410 A 5 if 0x4080000 pipe 5"}));
     // Unlike ports, LAGs and VLANs hear of a deletion whatever the send flag says.
     EXPECT_EQ(deleteRows(0).size(), 3u);
-    list->bindings->direction = 1;
+    unbind(list);
+    bind(list, BIND_INTERFACE, LAG, 1);
     EXPECT_EQ(addRows(), rows{"agent entry 14417 A 5 if 0x80c0000 pipe 6"});
     aclIntfDrop(AclIntfTreeFind(LAG));
     EXPECT_EQ(deleteRows(1), rows{}) << "a LAG without members";
@@ -88,7 +89,7 @@ TEST_F(Propagate, GroupsExistOnOneChassisOnly) {
 
 TEST_F(Propagate, ManagementTasksKeepTheirCopies) {
     for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM, APP_BGP}) bind(list, BIND_TASK, app);
-    bind(list, BIND_TASK, APP_IPM)->instance = 1;
+    bind(list, BIND_TASK, APP_IPM, 0, 1);
     bind(list, BIND_ROUTE_MAP, 0);
     EXPECT_EQ(addRows(), (rows{"ipm1 list 14409 A n 1", "ipm0 list 14409 A n 1",
                                "sysadm entry 14410 A 5", "snmp entry 14410 A 5"}));

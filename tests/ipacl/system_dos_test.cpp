@@ -102,7 +102,7 @@ TEST_F(SysList, DeleteSendsTheListAndDropsItsEntriesSilently) {
     ASSERT_EQ(ipSysAccessListFind(A), list);
     EXPECT_EQ(list->placeholder, 1u);
     EXPECT_EQ(list->kind, 0u);
-    list->bindings = nullptr;
+    unbind(list);
     EXPECT_EQ(ipSysAccessListDelete(A, PORT), 0u);
     EXPECT_EQ(testTake(), rows{}) << "a placeholder is on no port";
     EXPECT_EQ(ipSysAccessListFind(A), nullptr);

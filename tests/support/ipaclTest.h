@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include "include/interface.h"
 #include "include/linecard.h"
 #include "include/node.h"
+#include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
@@ -98,11 +98,11 @@ class IpAcl : public testing::Test {
             aclIntfDrop(intf);
         }
         while (aclList* list = ipAccessListFindFirst()) {
-            list->bindings = nullptr;
+            unbind(list);
             ASSERT_EQ(ipAccessListDelete(list->name, list->kind), 0u);
         }
         while (aclList* list = ipSysAccessListFindFirst()) {
-            list->bindings = nullptr;
+            unbind(list);
             ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
         }
         while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
@@ -125,16 +125,13 @@ class IpAcl : public testing::Test {
     uint32_t del(const char* name, const rule& block, uint32_t send = 1, uint32_t cfg = 1) {
         return ipDelAccessEntry(listNameMake(name), &block, send, cfg);
     }
-    // Links a binding at the head, as the bind operations do. Owned by the fixture.
-    aclBinding* bind(aclList* list, bindingKind kind, uint32_t id, uint32_t direction = 0) {
-        bindings.push_back(std::make_unique<aclBinding>());
-        aclBinding* binding = bindings.back().get();
-        binding->next = list->bindings;
-        binding->kind = kind;
-        binding->id = id;
-        binding->direction = direction;
-        list->bindings = binding;
-        return binding;
+    // Links a binding at the head, as the bind operations do.
+    static aclBinding* bind(aclList* list, bindingKind kind, uint32_t id, uint32_t direction = 0,
+                            uint32_t instance = 0) {
+        return aclBindingAdd(list, {kind, id, instance, direction});
+    }
+    static void unbind(aclList* list) {
+        while (list->bindings != nullptr) aclBindingDrop(list, list->bindings);
     }
     static void join(uint32_t lag, const std::vector<uint32_t>& ports) {
         for (uint32_t port : ports) ASSERT_EQ(aclLagMemberAdd(lag, port), 0);
@@ -161,6 +158,5 @@ class IpAcl : public testing::Test {
     }
 
     aclNodeRecord node;
-    std::vector<std::unique_ptr<aclBinding>> bindings;
     uint64_t blocksAtStart = 0;
 };

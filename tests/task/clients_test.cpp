@@ -1,6 +1,7 @@
 // Registrations as they come, and the walk that tells the clients of an access list.
 #include "include/clientMsg.h"
 #include "include/hooks.h"
+#include "ipacl/store.h"
 #include "policy/zekprefixlist.h"
 #include "policy/zekroutemap.h"
 #include "task/clientWait.h"
@@ -18,12 +19,8 @@ struct ClientMessages : TaskTest {
         testHost.addresses[{190, 1}] = OWN_CARD;
     }
     void TearDown() override {
-        if (aclList* list = ipAccessListFind(lan)) {
-            while (aclBinding* b = list->bindings) {
-                list->bindings = b->next;
-                if (b->kind == BIND_TASK) zekMC_M_memBlockVarFree(b);
-            }
-        }
+        if (aclList* list = ipAccessListFind(lan))
+            while (list->bindings != nullptr) aclBindingDrop(list, list->bindings);
         TaskTest::TearDown();
     }
     std::vector<uint8_t> registration(uint32_t type, uint32_t app, uint32_t instance = 0,
@@ -107,14 +104,8 @@ TEST_F(ClientMessages, ATriggerReachesTheTasksAndStopsAtTheFirstThatCannotBeSent
         ASSERT_EQ(result(registration(14442, app, instance)), 0u);
     uint32_t status = 0;
     aclList* list = ipAccessListCreate(lan, IP_KIND_STANDARD, 1, &status);
-    aclBinding port{}, group{}, odd{};
-    port.kind = BIND_INTERFACE;
-    group.kind = BIND_VLAN_GROUP;
-    odd.kind = 9;
-    for (aclBinding* b : {&port, &group, &odd}) {
-        b->next = list->bindings;
-        list->bindings = b;
-    }
+    for (uint32_t kind : {uint32_t{BIND_INTERFACE}, uint32_t{BIND_VLAN_GROUP}, 9u})
+        ASSERT_NE(aclBindingAdd(list, {kind}), nullptr);
     testTake();
     EXPECT_EQ(aclTrigger(nullptr, 0), 0);
     EXPECT_EQ(aclTrigger(list, 0), 0);
