@@ -454,6 +454,7 @@ uint32_t runRow(const cliRow* row, cliCall& call) {
         aclCounters.badNames++;
         return ACL_E_SYSTEM;
     }
+    if ((row->flags & CLI_CHANGE) != 0 && !aclCanChange()) return ACL_E_STORE;
     return row->run(call);
 }
 

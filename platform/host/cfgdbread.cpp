@@ -94,6 +94,12 @@ int readAll(zekCfgDb* db, cfgStatement which, bool withId, Bind bind, rowBytes* 
     return s != nullptr ? rc : -1;
 }
 
+// What a restart reads lies ahead of what it has changed so far: while that cannot be written, the
+// committed rows will do.
+void applyWhenPossible(zekCfgDb* db) {
+    if (db->dirty) (void)cfgDbBatch(db);
+}
+
 }  // namespace
 
 int zekCfgWalkRows(zekCfgDb* db, const std::function<bool(const zekCfgRow& row)>& fn) {
@@ -128,7 +134,7 @@ int zekCfgWalkUnresolved(zekCfgDb* db,
 int cfgDbReadRecords(zekCfgDb* db, const cfgStoredRow& after, std::vector<cfgStoredRow>* rows) {
     rows->clear();
     std::lock_guard lock(db->mutex);
-    if (db->dirty && cfgDbBatch(db) != 0) return -1;
+    applyWhenPossible(db);
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_PAGE_RECORDS);
     if (s == nullptr) return -1;
     sqlite3_bind_int64(s, 1, after.section);
@@ -141,7 +147,7 @@ int cfgDbReadRecords(zekCfgDb* db, const cfgStoredRow& after, std::vector<cfgSto
 int cfgDbReadUnresolved(zekCfgDb* db, uint64_t after, std::vector<cfgStoredRow>* rows) {
     rows->clear();
     std::lock_guard lock(db->mutex);
-    if (db->dirty && cfgDbBatch(db) != 0) return -1;
+    applyWhenPossible(db);
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_PAGE_UNRESOLVED);
     if (s == nullptr) return -1;
     sqlite3_bind_int64(s, 1, static_cast<int64_t>(after));

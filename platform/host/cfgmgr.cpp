@@ -130,13 +130,19 @@ cfgMgrPlace ownPlace() {
     return {conf.runDir, conf.chassisFile, path, conf.rp, conf.address};
 }
 
+// While there is no database, the operator who starts the program is told as well.
+void openFailed(const char* text) {
+    std::fprintf(stderr, "%s\n", text);
+    sysErrText(text);
+}
+
 // Opens the task's database, once; null when it could not be opened or there is no run folder yet.
 zekCfgDb* openTaskDb() {
     static zekCfgDb* taskDb = nullptr;
     std::lock_guard lock(taskDbMutex);
     if (taskDbTried || hostConf().runDir.empty()) return taskDb;
     taskDbTried = true;
-    cfgDbSetReport(sysErrText);
+    cfgDbSetReport(openFailed);
     cfgMgrPlace place = ownPlace();
     zekCfgDb* db =
         zekCfgOpen(place.runDir.c_str(), zekCfgAccess::write, zekCfgFileOf(place.rp).c_str());
@@ -145,6 +151,7 @@ zekCfgDb* openTaskDb() {
         db = nullptr;
     }
     taskDb = db;
+    cfgDbSetReport(sysErrText);
     cfgDbSetOfTask(db);
     // From its first message on, the task must see nobody's changes before the restored ones.
     if (db != nullptr) hostHoldRequests();
@@ -207,7 +214,7 @@ bool cfgMgrImport(zekCfgDb* db, const cfgMgrPlace& place) {
 int zekDdbInit(char**) {
     zekCfgDb* db = openTaskDb();
     if (db == nullptr) {
-        std::fprintf(stderr, "the configuration database in %s cannot be used; see the log\n",
+        std::fprintf(stderr, "the configuration database in %s cannot be used\n",
                      hostConf().runDir.c_str());
         return -1;
     }

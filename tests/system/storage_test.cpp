@@ -1,0 +1,269 @@
+// What happens to answered changes when their storage fails or the manager ends at any instant.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sqlite3.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <set>
+#include <thread>
+
+#include "include/cliMsg.h"
+#include "include/status.h"
+#include "tests/system/chassis.h"
+
+namespace {
+
+std::vector<uint8_t> addEntry(const rawClient& client, uint32_t seq) {
+    std::vector<uint8_t> message(sizeof(cliIpEntryReq));
+    client.fillHeader(message, MT_CLI_COMMAND, seq);
+    auto* req = reinterpret_cast<cliIpEntryReq*>(message.data());
+    req->cli.code = CLI_IP_ENTRY_ADD;
+    req->cli.name = listNameMake("S");
+    req->block.kind = IP_KIND_STANDARD;
+    req->block.seq = seq;
+    req->block.order = ORDER_NOT_GIVEN;
+    req->block.dscp = DSCP_NOT_GIVEN;
+    req->block.src = 0x0A000000 + (seq << 8);
+    req->block.srcMask = 0xFFFFFF00;
+    return message;
+}
+
+std::vector<uint8_t> received(const rawClient& client, int waitMs) {
+    std::vector<uint8_t> message;
+    zekSender sender{};
+    if (zekEndpointRecv(client.endpoint, &message, IPC_BUFFER_SIZE, waitMs, &sender) <= 0)
+        message.clear();
+    return message;
+}
+
+uint32_t resultOf(const std::vector<uint8_t>& answer) {
+    return answer.size() < sizeof(cliHdr) ? ACL_E_SYSTEM
+                                          : reinterpret_cast<const cliHdr*>(answer.data())->result;
+}
+
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+bool hasEntry(const std::string& config, uint32_t seq) {
+    return has(config, " seq " + std::to_string(seq) + " ");
+}
+
+sqlite3* openDatabase(const std::string& dir) {
+    sqlite3* sql = nullptr;
+    EXPECT_EQ(sqlite3_open((dir + "/running.db").c_str(), &sql), SQLITE_OK);
+    sqlite3_busy_timeout(sql, 60000);
+    return sql;
+}
+void run(sqlite3* sql, const char* text) {
+    EXPECT_EQ(sqlite3_exec(sql, text, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(sql);
+}
+
+// A file system of its own for the run folder.
+struct smallDisk {
+    const chassisFixture& chassis;
+    bool mounted;
+
+    explicit smallDisk(const chassisFixture& box)
+        : chassis(box),
+          mounted(mount("tmpfs", box.dir.c_str(), "tmpfs", 0, "size=4m,mode=0755") == 0) {
+        if (mounted)
+            std::filesystem::copy_file(std::string(ACL_SOURCE_DIR) + "/examples/chassis.json",
+                                       box.dir + "/chassis.json");
+    }
+    ~smallDisk() {
+        if (mounted) umount2(chassis.dir.c_str(), MNT_DETACH);
+    }
+    smallDisk(const smallDisk&) = delete;
+    smallDisk& operator=(const smallDisk&) = delete;
+    std::string filler() const { return chassis.dir + "/filler"; }
+    void fill() const {
+        std::ofstream out(filler(), std::ios::binary);
+        const std::string page(4096, 'x');
+        while (out.write(page.data(), 4096) && out.flush()) continue;
+    }
+};
+
+struct Storage : testing::Test {
+    chassisFixture chassis;
+
+    void refuses(const std::string& lines) {
+        const commandResult result = chassis.shell({"-f", "-"}, lines);
+        EXPECT_EQ(result.status, 1) << lines;
+        EXPECT_TRUE(has(result.err, aclStatusFind(ACL_E_STORE)->text)) << result.err;
+    }
+
+    // The manager runs and has list S. Changes while nothing can be written; `heal` ends that.
+    void holdsItsWord(const std::function<void()>& fail, const std::function<void()>& heal) {
+        rawClient client(chassis);
+        fail();
+        // The first changes may still have room.
+        uint32_t last = 100;
+        std::vector<uint8_t> answer;
+        auto refusing = [&] { return has(chassis.show("show system"), "no: changes are refused"); };
+        do {
+            ASSERT_TRUE(client.send(addEntry(client, ++last)));
+            ASSERT_TRUE(waitUntil([&] {
+                answer = received(client, 10);
+                return !answer.empty() || refusing();
+            }));
+        } while (!answer.empty() && resultOf(answer) == ACL_OK);
+        ASSERT_TRUE(answer.empty()) << std::hex << resultOf(answer);
+        refuses("ip access-list standard T\n");
+        refuses("no ip access-list standard S\n");
+        refuses("access-list inverse-mask\n");
+        EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
+        EXPECT_TRUE(hasEntry(chassis.runningConfig(), 5));
+        EXPECT_EQ(chassis.shell({"-c", "write memory"}).status, 1);
+        EXPECT_TRUE(received(client, 0).empty());  // the change under way is not promised yet
+        heal();
+        EXPECT_EQ(resultOf(client.receive()), ACL_OK);
+        chassis.load("ip access-list standard T\n seq 1 permit any\n");
+        const std::string config = chassis.runningConfig();
+        for (uint32_t seq = 101; seq <= last; seq++) EXPECT_TRUE(hasEntry(config, seq)) << seq;
+        ASSERT_TRUE(chassis.killAndRestart());
+        EXPECT_EQ(chassis.runningConfig(), config);
+    }
+};
+
+// Sends changes until the manager is killed, and keeps what was answered.
+struct changes {
+    std::set<uint32_t> entries;
+    uint32_t last = 0, lastAsked = 0, lastTold = 0;  // numbers of requests; of mode changes
+    bool inverse = false;                            // asked for last
+
+    void take(const std::vector<uint8_t>& answer) {
+        const auto* hdr = reinterpret_cast<const ipcHdr*>(answer.data());
+        if (hdr->mtype != MT_CLI_COMMAND)
+            lastTold = hdr->sequence;
+        else if (resultOf(answer) == ACL_OK)
+            entries.insert(hdr->sequence);
+    }
+    void until(const chassisFixture& chassis, const rawClient& client) {
+        for (int outstanding = 0; chassis.manager.running();) {
+            while (outstanding < 8) {
+                std::vector<uint8_t> message = addEntry(client, ++last);
+                if (last % 32 == 0) {
+                    message.resize(sizeof(ipcHdr));
+                    inverse = !inverse;
+                    client.fillHeader(
+                        message, inverse ? MT_ACL_INVERSEMASK_ENABLE : MT_ACL_INVERSEMASK_DISABLE,
+                        lastAsked = last);
+                }
+                if (!client.send(message)) break;
+                outstanding++;
+            }
+            std::vector<uint8_t> answer = received(client, 20);
+            if (answer.empty()) continue;
+            take(answer);
+            outstanding--;
+        }
+        for (std::vector<uint8_t> answer; !(answer = received(client, 0)).empty();) take(answer);
+    }
+};
+
+}  // namespace
+
+TEST_F(Storage, ALockOfSomebodyElseEndsByItself) {
+    ASSERT_TRUE(chassis.startManager());
+    chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+    sqlite3* other = openDatabase(chassis.dir);
+    holdsItsWord([&] { run(other, "BEGIN IMMEDIATE"); }, [&] { run(other, "ROLLBACK"); });
+
+    // A start does not need to write.
+    const std::string config = chassis.runningConfig();
+    run(other, "BEGIN IMMEDIATE");
+    EXPECT_TRUE(chassis.killAndRestart());
+    EXPECT_EQ(chassis.runningConfig(), config);
+    run(other, "ROLLBACK");
+    sqlite3_close(other);
+    EXPECT_TRUE(chassis.manager.running());
+}
+
+TEST_F(Storage, AFullDiskEndsByItself) {
+    const smallDisk disk(chassis);
+    if (!disk.mounted) GTEST_SKIP() << "a file system can be mounted by root only";
+    ASSERT_TRUE(chassis.startManager());
+    chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+    holdsItsWord([&] { disk.fill(); }, [&] { std::filesystem::remove(disk.filler()); });
+}
+
+TEST_F(Storage, ADatabaseThatCannotBeUsedEndsTheStartWithAReason) {
+    struct {
+        const char* reason;
+        std::function<void(const std::string& file)> spoil;
+    } rows[] = {
+        {"not a database",
+         [](const std::string& file) { std::ofstream(file) << std::string(4096, 'x'); }},
+        {"malformed", [](const std::string& file) { std::filesystem::resize_file(file, 6000); }},
+        {"version",
+         [&](const std::string&) {
+             sqlite3* sql = openDatabase(chassis.dir);
+             run(sql, "PRAGMA user_version=99");
+             sqlite3_close(sql);
+         }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.reason);
+        const std::string file = chassis.dir + "/running.db";
+        for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(file + part);
+        ASSERT_TRUE(chassis.startManager());
+        chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+        chassis.manager.stop(SIGKILL);
+        sqlite3* sql = openDatabase(chassis.dir);
+        run(sql, "PRAGMA wal_checkpoint(TRUNCATE)");
+        sqlite3_close(sql);
+        row.spoil(file);
+        EXPECT_FALSE(chassis.startManager());
+        EXPECT_EQ(chassis.manager.stop(SIGKILL), 1);
+        std::ifstream in(chassis.manager.log);
+        const std::string said{std::istreambuf_iterator<char>(in), {}};
+        EXPECT_TRUE(has(said, row.reason)) << said;
+    }
+}
+
+// Kills at random instants of changes of entries and of the mask mode, and of the restore behind
+// them. The rounds use one run folder, so that the restores grow.
+TEST_F(Storage, WhatWasAnsweredIsShownAfterKillsAtAnyInstant) {
+    const char* asked = getenv("ACL_KILL_ROUNDS");
+    const int rounds = asked != nullptr ? atoi(asked) : 5;
+    std::mt19937 rng(static_cast<uint32_t>(getpid()));
+    auto someTime = [&](uint32_t maxUs) {
+        std::this_thread::sleep_for(std::chrono::microseconds(rng() % maxUs));
+    };
+    ASSERT_TRUE(chassis.startManager());
+    chassis.load("ip access-list standard S\n");
+    changes all;
+    for (int round = 0; round < rounds; round++) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const rawClient client(chassis, static_cast<uint32_t>(round));
+        const int pid = chassis.manager.pid;
+        std::thread killer([&] {
+            someTime(400000);
+            kill(pid, SIGKILL);
+        });
+        all.until(chassis, client);
+        killer.join();
+        chassis.manager.stop(SIGKILL);
+        ASSERT_TRUE(chassis.startManager());
+        someTime(20000);
+        ASSERT_TRUE(chassis.killAndRestart());
+
+        const std::string config = chassis.runningConfig();
+        for (uint32_t seq : all.entries) ASSERT_TRUE(hasEntry(config, seq)) << seq;
+        const bool inverse = has(config, "access-list inverse-mask");
+        if (all.lastTold == all.lastAsked) {
+            EXPECT_EQ(inverse, all.inverse);
+        }
+        all.inverse = inverse;
+        all.lastTold = all.lastAsked;
+        // All entries have a mask: it is shown in one way.
+        EXPECT_EQ(has(config, "/24"), !inverse && !all.entries.empty());
+        EXPECT_EQ(has(config, ".0 255.255.255.0"), inverse && !all.entries.empty());
+        EXPECT_EQ(chassis.show("show configuration unresolved").find("line"), std::string::npos);
+    }
+    EXPECT_FALSE(all.entries.empty());
+}
