@@ -290,6 +290,13 @@ int main() {
                                f.value[i] / first.value[i], 1.3);
             }
         }
+        // From the kill to an answer: the configuration is there again then.
+        const auto killed = std::chrono::steady_clock::now();
+        if (!chassis.killAndRestart()) fail("no restart");
+        const double restart =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - killed).count();
+        benchOut("restart.line" + at, restart / entries * 1e6, "us");
+        if (entries == 100000) benchRatio("restart / load", restart / load, 0.5);
         double show = benchRounds(5, [&] {
             if (chassis.shell({"-c", "show ip access-lists BENCH | count"}).status != 0)
                 fail("show");
