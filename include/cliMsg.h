@@ -34,8 +34,8 @@ struct cliHdr {
     ipcHdr ipc;
     be32 cookie;    // 60  the client's own, echoed when no display buffer answers
     be32 result;    // 64  written by the manager
-    be32 notShown;  // 68  written by the manager: 1, the line of the change is one that cannot be
-                    // shown
+    be32 notShown;  // 68  written by the manager: 1, the line that the request makes is one that
+                    // cannot be shown
     be32 code;      // 72  aclCliCode
     be32 reserved76;
     listName name;  // 80

@@ -502,6 +502,7 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
         zekMC_M_sysFree(call.buffer);
     }
     call.as<cliHdr>()->result = result;
-    if (cfgNotShown != notShown) call.as<cliHdr>()->notShown = 1u;
+    // Of a line that goes nobody needs to know.
+    if (cfgNotShown != notShown && (row->flags & CLI_NAME) != 0) call.as<cliHdr>()->notShown = 1u;
     AclIpcReply(node->regQfd, message);
 }

@@ -185,6 +185,12 @@ TEST(Policy, ListsAreShownClearedAndResequenced) {
     EXPECT_EQ(chassis.show("show ip prefix-list | count permit"), "121\n");
     EXPECT_EQ(chassis.show("show ip prefix-list detail SHORT | count deletion"), "1\n");
     EXPECT_EQ(chassis.shell({"-c", "show ip prefix-list ONLY-NAMED"}).status, 1);
+    // Who enters a line that cannot be shown is warned; who takes it back is not.
+    std::string values = " set community";
+    for (int i = 0; i < 33; i++) values += " 64500:" + std::to_string(60000 + i);
+    const auto warned = chassis.shell({"-f", "-"}, "route-map W\n" + values + "\n");
+    EXPECT_NE(warned.err.find("Warning: "), std::string::npos);
+    EXPECT_EQ(chassis.shell({"-f", "-"}, "route-map W\n no" + values + "\n").err, "");
     chassis.load("resequence prefix-list LONG 1 2\n");
     EXPECT_EQ(chassis.show("show ip prefix-list LONG | include 239 p"),
               "   seq 239 permit 10.119.0.0/16 (hit count: 0)\n");
