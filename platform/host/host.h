@@ -68,6 +68,10 @@ bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uin
 void hostTaskClose();
 [[nodiscard]] bool hostIsTaskThread();  // any thread
 uint32_t hostTaskKey();                 // 0: none is open
+uint32_t hostTaskAddress();             // its card address
+inline uint32_t hostTaskKeyOf(uint32_t app, uint32_t instance) {
+    return app << 5 | (instance & 31);
+}
 zekEndpoint*
 hostEndpoint();  // of the task's request queue, by which everything leaves; null: closed
 zekIpcStats& hostIpcStats();

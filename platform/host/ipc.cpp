@@ -1,4 +1,4 @@
-// The task's queues: receiving, waiting, names.
+// The task's queues: receiving and waiting.
 //
 // Datagrams are taken off the sockets as soon as the task looks (in zekSelect, or while it waits
 // for one reply) and kept here, because the kernel keeps only a few and senders would wait for the
@@ -362,7 +362,7 @@ bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uin
     task.instance = instance;
     task.address = address;
     task.thread = std::this_thread::get_id();
-    task.key = app << 5 | (instance & 31);
+    task.key = hostTaskKeyOf(app, instance);
     return true;
 }
 
@@ -400,6 +400,9 @@ zekIpcStats zekIpcStatistics() {
 }
 uint32_t hostTaskKey() {
     return task.key;
+}
+uint32_t hostTaskAddress() {
+    return task.address;
 }
 
 void hostHoldRequests() {
@@ -578,49 +581,4 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     }
     if (n >= 0) *set = ready;
     return n;
-}
-
-int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* address) {
-    bool isOwn = task.key != 0 && task.app == app && task.instance == instance;
-    *address = isOwn ? task.address : chassisAddress(hostConf().chassis, app, instance);
-    return addressIsKnown(*address) ? 0 : -1;
-}
-
-// The description of the chassis is read once.
-bool zek_tmeAddressesAreFixed() {
-    return true;
-}
-
-uint32_t zek_sysGetIpAddr(uint32_t) {
-    return task.address;
-}
-
-int zekIrcPeerRpmSend(uint32_t app, uint32_t instance, const void* message, size_t length, uint32_t,
-                      int* err) {
-    constexpr int noPeer = 1, noSend = 2;
-    const auto& rps = hostConf().chassis.routeProcessors;
-    int result = noPeer;
-    if (rps.size() == 2 && length >= sizeof(ipcHdr) && length <= IPC_TRANSPORT_MAX) {
-        const auto* bytes = static_cast<const uint8_t*>(message);
-        std::vector<uint8_t> copy(bytes, bytes + length);
-        auto* hdr = wireView<ipcHdr>(std::span(copy));
-        hdr->source.slot = 0;
-        hdr->source.card = rps[1 - hostConf().rp].address;
-        hdr->source.svce = aclServicePort(app, instance, QUEUE_REQUEST);
-        result = zekIpcSend(Key_getReqQueue(task.key), copy.data(), copy.size()) == 0 ? 0 : noSend;
-    }
-    if (err != nullptr) *err = result;
-    return result == 0 ? 0 : -1;
-}
-
-// This host has no redundancy manager to tell: the log is what is left of it.
-void zekSendSyncMsgAckToRam(uint32_t app, uint32_t) {
-    zekEvtLogPrint(0, 0,
-                   ("data synchronisation acknowledged by task " + std::to_string(app)).c_str());
-}
-void zekSendDataSyncResultToRam(uint32_t app, uint32_t, uint32_t result) {
-    zekEvtLogPrint(0, 0,
-                   ("data synchronisation of task " + std::to_string(app) + ": result " +
-                    std::to_string(result))
-                       .c_str());
 }
