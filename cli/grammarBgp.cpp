@@ -23,12 +23,21 @@ const char* setExpression(cliCommand& c, const cliValue& v, const grammarNode& n
     return nullptr;
 }
 
+// A clause shows its number alone: values beside it would not be saved.
+const char* checkCommunity(const cliCommand& c, bool isNumber) {
+    const cliPolicy& p = c.policy;
+    const bool clash = p.number != 0 || (isNumber && p.valueCount != 0);
+    if ((c.features & F_CLAUSE) == 0 || !clash) return nullptr;
+    return "The communities are one number, or AS:N";
+}
 const char* setCommunityNumber(cliCommand& c, const cliValue& v, const grammarNode&) {
+    if (const char* why = checkCommunity(c, true)) return why;
     c.policy.number = static_cast<uint32_t>(v.number);
     return nullptr;
 }
 const char* addCommunity(cliCommand& c, const cliValue& v, const grammarNode&) {
     cliPolicy& p = c.policy;
+    if (const char* why = checkCommunity(c, false)) return why;
     if (!c.wide && (v.high > 65535 || v.low > 65535))
         return "Both parts of a community are at most 65535";
     if (p.valueCount == ((c.features & F_CLAUSE) != 0 ? RMAP_COMMUNITIES : COMM_LIST_VALUES))

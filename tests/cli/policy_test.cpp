@@ -293,6 +293,8 @@ TEST(Policy, WhatCannotBeMeantIsRefused) {
         {cliMode::extCommunity, "permit rt as4 1:65536",
          "The number behind the colon is at most 65535"},
         {cliMode::extCommunity, "permit rt non-trans", "Unexpected word \"non-trans\""},
+        {cliMode::routeMap, "set community 5 1:1", "The communities are one number, or AS:N"},
+        {cliMode::routeMap, "set community 1:1 5", "The communities are one number, or AS:N"},
         {cliMode::routeMap, "set level", "The line is incomplete"},  // but "no set level" is whole
         {cliMode::routeMap, "set as-path prepend 1 2 3 4 5 6 7 8 9",
          "At most 8 AS numbers can be prepended"},
