@@ -195,6 +195,7 @@ std::string dumpLinecards(std::string_view) {
 }
 
 std::string dumpClients(std::string_view) {
+    aclTakeLateAnswers();
     return aclClientsDump();
 }
 

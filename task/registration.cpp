@@ -1,5 +1,8 @@
 // Registration with the other tasks of the chassis: tried for ever, one try each on every fourth
 // pass of the main loop.
+#include <optional>
+#include <utility>
+
 #include "download/zekacl_download.h"
 #include "include/linecard.h"
 #include "include/service.h"
@@ -59,20 +62,20 @@ int SysListRegistration(uint32_t slot) {
 
 namespace {
 
+std::optional<uint32_t> ifmAnswered;  // the newest that came when nobody waited for it
+
 // Whether a registration is answered by what has come, a late answer to one of the last included.
 bool answerIsThere(uint32_t newest) {
-    static uint8_t answer[IPC_BUFFER_SIZE];
-    for (int got; (got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, 0)) > 0;) {
-        const auto* hdr =
-            wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
-        if (hdr == nullptr) continue;
-        if (hdr->mtype == MT_IFM_REGISTER && newest - hdr->sequence < 256) return true;
-        clientLateAnswer(*hdr);
-    }
-    return false;
+    aclTakeLateAnswers();
+    const auto answered = std::exchange(ifmAnswered, std::nullopt);
+    return answered.has_value() && newest - *answered < 256;
 }
 
 }  // namespace
+
+void aclIfmLateAnswer(uint32_t sequence) {
+    ifmAnswered = sequence;
+}
 
 int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint32_t ipckey) {
     static uint32_t sequence = 0xFEEDBEEF;

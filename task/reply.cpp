@@ -112,6 +112,14 @@ void serveUrgent(std::span<const uint8_t> message) {
     aclTakeMessage(aclNode, buffer, message.size());
 }
 
+// One that nobody waits for any more.
+void takeLateAnswer(const ipcHdr& answer) {
+    if (answer.mtype == MT_IFM_REGISTER)
+        aclIfmLateAnswer(answer.sequence);
+    else
+        clientLateAnswer(answer);
+}
+
 }  // namespace
 
 bool aclIsServing() {
@@ -135,6 +143,14 @@ const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutM
             wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
         if (hdr == nullptr) continue;
         if (hdr->mtype == mtype && hdr->sequence == sequence) return hdr;
-        clientLateAnswer(*hdr);
+        takeLateAnswer(*hdr);
     }
+}
+
+void aclTakeLateAnswers() {
+    static uint8_t answer[IPC_BUFFER_SIZE];
+    for (int got; (got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, 0)) > 0;)
+        if (const auto* hdr =
+                wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got))))
+            takeLateAnswer(*hdr);
 }

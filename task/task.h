@@ -112,6 +112,9 @@ int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
 // wait meanwhile, but SWP time-outs and answers and cards that go down are served.
 // The answer's header, good until the next call; null: none in time.
 const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs);
+// Takes what has come to the response queue and nobody waits for.
+void aclTakeLateAnswers();
+void aclIfmLateAnswer(uint32_t sequence);
 bool aclIsServing();  // a message is being served inside a wait
 
 // What the dispatchers count; shown by `show system`.

@@ -99,6 +99,7 @@ uint32_t elapsedMs(std::chrono::steady_clock::time_point since) {
 }
 
 uint32_t deliverByIpc(clientState* state, const triggerMsg& message) {
+    if (state->silent) aclTakeLateAnswers();
     if (zekIpcSend(aclNode->regQfd, &message, message.ipc.length) != 0) return TRIGGER_NOT_SENT;
     clientTold(state, message.ipc);
     const uint32_t wait = clientWaitMs(*state);
