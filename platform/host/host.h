@@ -85,7 +85,8 @@ bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* w
 enum class hostArrival { fresh, underWay, answered };
 // Of a repeated request that has been answered: *answer.
 hostArrival hostRequestArrives(const ipcHdr& request, std::vector<uint8_t>* answer);
-void hostRequestTaken(const ipcHdr& request);  // by the task
+void hostRequestTaken(const ipcHdr& request);    // by the task
+void hostRequestDropped(const ipcHdr& request);  // instead
 void hostRequestHeldBack(const ipcHdr& answer);
 void hostRequestAnswered(std::span<const uint8_t> answer);  // it leaves
 // "waiting", "working", "answered" or "unknown". Any thread.

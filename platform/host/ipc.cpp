@@ -144,6 +144,7 @@ void keep(socketQueue* queue, keptMessage m) {
     if (queue == &task.request && isHeldRequest(m)) {
         if (aside.size() >= ASIDE_MAX || asideBytes + m.bytes.size() > ASIDE_BYTES_MAX) {
             stats.overrun++;
+            hostRequestDropped(*headerOf(m));
             return;
         }
         asideBytes += m.bytes.size();
@@ -491,6 +492,7 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
         for (keptMessage m; takeNext(q, &m);) {
             if (m.bytes.size() > size) {
                 stats.tooLong++;
+                if (q == &task.request) hostRequestDropped(*headerOf(m));
                 continue;
             }
             memcpy(buffer, m.bytes.data(), m.bytes.size());

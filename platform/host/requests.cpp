@@ -66,17 +66,21 @@ const rememberedAnswer* findAnswer(const requestSender& sender, uint32_t sequenc
     return answer != sender.answers.end() ? &*answer : nullptr;
 }
 
+void forgetOldest() {
+    auto oldest = book.senders.end();
+    for (auto it = book.senders.begin(); it != book.senders.end(); ++it)
+        if (it->second.open.empty() &&
+            (oldest == book.senders.end() || it->second.used < oldest->second.used))
+            oldest = it;
+    if (oldest != book.senders.end()) book.senders.erase(oldest);
+}
+
 // The longest unused one without open requests makes room.
 requestSender& obtain(const senderKey& key) {
     requestSender* sender = find(key);
     if (sender == nullptr) {
-        auto oldest = book.senders.end();
-        for (auto it = book.senders.begin(); it != book.senders.end(); ++it)
-            if (it->second.open.empty() &&
-                (oldest == book.senders.end() || it->second.used < oldest->second.used))
-                oldest = it;
-        if (book.senders.size() >= SENDERS_MAX && oldest != book.senders.end())
-            book.senders.erase(oldest);
+        // Two at a time: what many senders with open requests have made it grow goes away again.
+        for (int i = 0; i < 2 && book.senders.size() >= SENDERS_MAX; i++) forgetOldest();
         sender = &book.senders[key];
     }
     sender->used = ++book.uses;
@@ -109,6 +113,12 @@ void hostRequestTaken(const ipcHdr& request) {
     book.taken = {keyOf(request.target), request.sequence};
     if (requestState* open = findOpen(book.taken.first, book.taken.second))
         *open = requestState::working;
+}
+
+void hostRequestDropped(const ipcHdr& request) {
+    if (!isOperators(request.mtype)) return;
+    std::lock_guard guard(book.lock);
+    close(keyOf(request.target), request.sequence);
 }
 
 void hostRequestHeldBack(const ipcHdr& answer) {

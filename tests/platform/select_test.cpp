@@ -435,6 +435,14 @@ TEST_F(selectTest, ARepeatedRequestIsTakenOnce) {
     EXPECT_EQ(take(), 2u);
     EXPECT_NE(state(), "working");
 
+    // One that is dropped, as it is longer than what the task can take, is not under way.
+    bytes longer = request(3, MT_CLI_COMMAND);
+    longer.resize(IPC_BUFFER_SIZE + 8);
+    headerOf(longer)->length = static_cast<uint32_t>(longer.size());
+    ASSERT_EQ(client.send(longer), zekSendResult::sent);
+    EXPECT_EQ(take(), 0u);
+    EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT, 3), "unknown");
+
     // Any number of senders and requests: what is remembered is bounded, what is open is not lost.
     for (uint32_t sender = 0; sender < 40; sender++)
         for (uint32_t i = 1; i <= 600; i++) {
@@ -510,6 +518,9 @@ TEST_F(selectTest, WhoAsksChangesOrRegistersWaitsForTheRestore) {
     }
     EXPECT_EQ(select(0), 0);
     EXPECT_GT(zekIpcStatistics().overrun, 0u);
+    ASSERT_EQ(client.send(request(12, MT_CLI_COMMAND, 8000)), zekSendResult::sent);
+    EXPECT_EQ(select(0), 0);
+    EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT, 12), "unknown") << "whoever asks sends it again";
     hostReleaseRequests();
     EXPECT_EQ(take(), 10u);
 }
