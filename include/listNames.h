@@ -2,6 +2,7 @@
 // same words for an access list and for a prefix list, and is read as what the name stands for.
 #pragma once
 
+#include <algorithm>
 #include <span>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include "include/policyMsg.h"
 #include "include/routeMapNames.h"
+#include "platform/api/zekCfg.h"
 
 struct listNames {
     std::unordered_set<std::string> prefix[2], access[2];  // IPv4, IPv6
@@ -64,6 +66,11 @@ inline uint32_t clauseOfRequest(uint32_t mtype, std::span<const uint8_t> body,
 // line.
 inline std::string listNamesTyped(const listNames& names, std::string text, uint32_t code,
                                   std::string_view list) {
+    // The text of a port operator that there is not ends in a line feed, within the line.
+    if (text.find('\n') != text.npos) {
+        std::ranges::replace(text, '\n', '?');
+        return std::string(CFG_NOT_SHOWN) + text.substr(text.find_first_not_of(' '));
+    }
     const bool prefix4 = code == RTMAP_MATCH_IPADD_PREFIX;
     const bool prefix6 = code == RTMAP_MATCH_IPV6ADD_PREFIX;
     const bool access4 = code == RTMAP_MATCH_IPADD_ACL, access6 = code == RTMAP_MATCH_IPV6ADD_ACL;

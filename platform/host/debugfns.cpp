@@ -122,10 +122,11 @@ std::string writeMemory(std::string_view) {
     listNames names;
     uint64_t notShown = 0;
     auto typed = [&](const zekCfgRow& row) {
-        notShown += row.text.starts_with(CFG_NOT_SHOWN);
         std::string_view list;
         const uint32_t code = clauseOfRequest(row.request.mtype, row.request.body, &list);
-        return listNamesTyped(names, std::string(row.text), code, list);
+        std::string line = listNamesTyped(names, std::string(row.text), code, list);
+        notShown += line.starts_with(CFG_NOT_SHOWN);
+        return line;
     };
     if (db != nullptr)
         (void)zekCfgWalk(db, [&](std::string_view l) { return listNamesNote(&names, l), true; });

@@ -381,6 +381,9 @@ TEST(Policy, ABareNameIsWhatTheWholeInputSaysThatItIs) {
         << s.reported();
     manager.halt();
     EXPECT_EQ(codes, (std::vector<uint32_t>{RTMAP_MATCH_IPADD_PREFIX, RTMAP_MATCH_IPADD_ACL}));
+    // A text that would be two lines is none.
+    EXPECT_EQ(listNamesTyped({}, " seq 5 deny tcp any Error: (9) \n any", 0, ""),
+              "! line not shown: seq 5 deny tcp any Error: (9) ? any");
 }
 
 // Pages of a list are asked for until it is done, then the next list; the walk ends at the status
