@@ -73,6 +73,8 @@ constexpr const char* statementText[CFG_STMT_COUNT] = {
     "SELECT " LINE_COLUMNS " FROM lines ORDER BY section, key, class",
     "SELECT " LINE_COLUMNS
     " FROM lines WHERE (section, key, class) > (?1, ?2, ?3)"
+    // A row that does not fit the words it is read into would put the next page back.
+    " AND section < 4294967296 AND class BETWEEN 0 AND 4294967295"
     " AND record IS NOT NULL ORDER BY section, key, class LIMIT ?4",
     "SELECT " LINE_COLUMNS ", id FROM unresolved WHERE id>?1 ORDER BY id LIMIT ?2",
     "SELECT seq, changes FROM feed WHERE seq >= coalesce((SELECT max(seq) FROM feed WHERE seq <= "

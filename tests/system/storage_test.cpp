@@ -225,6 +225,19 @@ TEST_F(Storage, ADatabaseThatCannotBeUsedEndsTheStartWithAReason) {
     }
 }
 
+TEST_F(Storage, ARowOfADamagedDatabaseDoesNotHoldARestart) {
+    ASSERT_TRUE(chassis.startManager());
+    chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+    chassis.manager.stop(SIGKILL);
+    sqlite3* sql = openDatabase(chassis.dir);
+    run(sql,
+        "INSERT INTO lines SELECT section + 8589934592, key, class, text, inverse, record"
+        " FROM lines WHERE record IS NOT NULL");
+    sqlite3_close(sql);
+    ASSERT_TRUE(chassis.killAndRestart());
+    EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
+}
+
 // Kills at random instants of changes of entries and of the mask mode, and of the restore behind
 // them. The rounds use one run folder, so that the restores grow.
 TEST_F(Storage, WhatWasAnsweredIsShownAfterKillsAtAnyInstant) {
