@@ -10,6 +10,7 @@
 
 #include "include/debug.h"
 #include "include/listNames.h"
+#include "include/status.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekSwp.h"
@@ -117,8 +118,12 @@ std::string writeMemory(std::string_view) {
     std::string file = cfgMgrStartupFile(hostConf().runDir);
     zekCfgDb* db = zekCfgOfTask();
     // What is there of the configuration yet must not take the place of the whole.
-    if (cfgMgrIsRestoring() || (db != nullptr && cfgDbImport(db) != CFG_IMPORT_DONE))
+    if (cfgMgrIsRestoring())
         return text({{"error", "The configuration is still being restored: try again"}});
+    if (db != nullptr && cfgDbImport(db) != CFG_IMPORT_DONE)
+        return text({{"error", file + " has not been read yet (see show logging): it is kept"}});
+    if (db != nullptr && !zekCfgWritable(db))
+        return text({{"error", aclStatusFind(ACL_E_STORE)->text}});
     listNames names;
     uint64_t notShown = 0;
     auto typed = [&](const zekCfgRow& row) {
