@@ -165,6 +165,46 @@ struct changes {
     }
 };
 
+// A prefix list whose numbers are multiples of `step`, as the configuration shows it.
+std::string prefixLines(uint32_t step) {
+    std::string lines = "ip prefix-list P\n";
+    for (uint32_t i = 1; i <= 300; i++)
+        lines += " seq " + std::to_string(i * step) + " permit 10." + std::to_string(i / 256) +
+                 "." + std::to_string(i % 256) + ".0/24\n";
+    return lines;
+}
+
+TEST_F(Storage, AResequencingThatIsKilledIsThereWholeOrNotAtAll) {
+    const char* asked = getenv("ACL_KILL_ROUNDS");
+    const int rounds = asked != nullptr ? atoi(asked) : 5;
+    std::mt19937 rng(static_cast<uint32_t>(getpid()));
+    ASSERT_TRUE(chassis.startManager());
+    chassis.load(prefixLines(5));
+    uint32_t step = 5;
+    for (int round = 0; round < rounds; round++) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const uint32_t wanted = step == 5 ? 7 : 5;
+        bool answered = false;
+        std::thread asker([&] {
+            const std::string number = std::to_string(wanted);
+            answered = chassis
+                           .shell({"--timeout", "1", "-c", "configure terminal", "-c",
+                                   "resequence prefix-list P " + number + " " + number})
+                           .status == 0;
+        });
+        std::this_thread::sleep_for(std::chrono::microseconds(rng() % 500000));
+        chassis.manager.stop(SIGKILL);
+        asker.join();
+        ASSERT_TRUE(chassis.startManager());
+        ASSERT_TRUE(chassis.killAndRestart());
+        const std::string config = chassis.runningConfig();
+        const bool renumbered = has(config, prefixLines(wanted));
+        ASSERT_TRUE(renumbered || has(config, prefixLines(step)));
+        EXPECT_TRUE(renumbered || !answered);
+        if (renumbered) step = wanted;
+    }
+}
+
 }  // namespace
 
 TEST_F(Storage, ALockOfSomebodyElseEndsByItself) {
