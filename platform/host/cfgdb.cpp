@@ -8,7 +8,6 @@
 namespace {
 
 constexpr int SCHEMA_VERSION = 3;
-constexpr int BUSY_TIMEOUT_MS = 200;  // the task stands still meanwhile
 
 // A transaction is small and ends in fsync-free appends of whole pages to the WAL, so pages are
 // small too; a checkpoint every 16 MB keeps its cost per commit low and the WAL short.
@@ -106,7 +105,7 @@ int64_t selectNumber(zekCfgDb* db, const char* sql, int* rc) {
 }
 
 int openTables(zekCfgDb* db, bool inMemory) {
-    sqlite3_busy_timeout(db->sql, BUSY_TIMEOUT_MS);
+    sqlite3_busy_timeout(db->sql, CFG_BUSY_MS);
     int rc = 0;
     if (!db->readOnly) {
         // A file that is being made holds nothing yet that a power failure could take: it is not

@@ -57,6 +57,9 @@ inline std::string_view cfgColumnBlob(sqlite3_stmt* s, int at) {
     return {bytes ? bytes : "", static_cast<size_t>(sqlite3_column_bytes(s, at))};
 }
 
+// How long a statement waits for a lock that somebody else holds: the task stands still meanwhile.
+constexpr int CFG_BUSY_MS = 200, CFG_BUSY_FAILING_MS = 10;
+
 enum cfgStatement {
     CFG_STMT_BEGIN,
     CFG_STMT_COMMIT,
@@ -177,7 +180,8 @@ enum cfgImport : uint32_t {
 };
 // The next rows with a record behind *after (a row of an empty key: from the start). 0 or -1.
 int cfgDbReadRecords(zekCfgDb* db, const cfgStoredRow& after, std::vector<cfgStoredRow>* rows);
-// The next unresolved rows behind number `after`. 0 or -1.
+// The next unresolved row behind number `after`; one at a time, as the request before it, or an
+// operator, may have settled the one behind. 0 or -1.
 int cfgDbReadUnresolved(zekCfgDb* db, uint64_t after, std::vector<cfgStoredRow>* rows);
 // From now on the task executes the row's request (null: no longer): what it writes in the row's
 // own place is there already when it is the same, and the feed hears nothing of what was known.

@@ -13,9 +13,6 @@ namespace {
 
 constexpr uint64_t RETRY_MS = 250;
 
-// How long a statement waits for a lock that somebody else holds: the task stands still meanwhile.
-constexpr int BUSY_MS = 200, BUSY_FAILING_MS = 10;
-
 uint64_t nowMs() {
     using namespace std::chrono;
     return static_cast<uint64_t>(
@@ -225,7 +222,7 @@ int giveUp(zekCfgDb* db) {
     db->dirty = true;
     db->failedCommits++;
     db->retryAtMs = nowMs() + RETRY_MS;
-    sqlite3_busy_timeout(db->sql, BUSY_FAILING_MS);
+    sqlite3_busy_timeout(db->sql, CFG_BUSY_FAILING_MS);
     return -1;
 }
 
@@ -342,7 +339,7 @@ int cfgDbCommit(zekCfgDb* db) {
     if (s == nullptr || cfgDbRun(db, s, "the changes were not committed") < 0) return giveUp(db);
     if (db->failing) {
         cfgDbReport("configuration database: it can be written again");
-        sqlite3_busy_timeout(db->sql, BUSY_MS);
+        sqlite3_busy_timeout(db->sql, CFG_BUSY_MS);
     }
     db->failing = false;
     db->inBatch = false;
@@ -405,10 +402,15 @@ uint32_t zekCfgMaskMode(const zekCfgDb* db) {
 void cfgDbUnresolve(zekCfgDb* db, const cfgStoredRow& row) {
     uint8_t key[CFG_KEY_LEN];
     size_t length = 0;
-    if (!cfgUnpack(row.key, key, sizeof key, &length) || length != sizeof key) return;
+    change c{CHANGE_UNRESOLVE, false, row.section, row.lineClass, row.key, row.key, row.key};
+    if (!cfgUnpack(row.key, key, sizeof key, &length) || length != sizeof key) {
+        (void)makeChange(db, c);  // damaged: a block of its own
+        return;
+    }
     const blockRange block(row.section, key);
-    (void)makeChange(db, {CHANGE_UNRESOLVE, false, row.section, row.lineClass, row.key,
-                          block.lowest(), block.highest()});
+    c.second = block.lowest();
+    c.third = block.highest();
+    (void)makeChange(db, c);
 }
 
 void cfgDbResolved(zekCfgDb* db, uint64_t id) {

@@ -151,7 +151,7 @@ int cfgDbReadUnresolved(zekCfgDb* db, uint64_t after, std::vector<cfgStoredRow>*
     sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_PAGE_UNRESOLVED);
     if (s == nullptr) return -1;
     sqlite3_bind_int64(s, 1, static_cast<int64_t>(after));
-    sqlite3_bind_int(s, 2, PAGE_ROWS);
+    sqlite3_bind_int(s, 2, 1);
     return eachRow(db, s, [&](sqlite3_stmt* at) {
         readRow(at, &rows->emplace_back());
         rows->back().id = static_cast<uint64_t>(sqlite3_column_int64(at, 6));

@@ -79,7 +79,10 @@ bool takeRow(std::vector<uint8_t>* message) {
     while (readMore()) {
         const cfgStoredRow& row = run.rows[run.next++];
         const zekCfgRequest request = cfgRecordRead(row.record, body);
-        if (request.mtype == 0) continue;  // a text that nobody could read
+        if (request.mtype == 0) {  // a damaged record, or a text that nobody could read
+            if (row.id == 0) cfgDbUnresolve(run.db, row);
+            continue;
+        }
         makeMessage(message, request);
         run.open = &row;
         run.result = ACL_E_SYSTEM;  // unless it is answered
@@ -96,8 +99,8 @@ bool takeRow(std::vector<uint8_t>* message) {
 void restoreEnds() {
     if (!run.isRetry) hostReleaseRequests();
     if (run.refused != 0)
-        cfgMgrLog("configuration manager: " + std::to_string(run.refused) + " of " +
-                  std::to_string(run.sent) + " lines are unresolved");
+        cfgMgrLog("configuration manager: " + std::to_string(run.refused) +
+                  " lines are unresolved");
     run.at = step::idle;
     if (run.again) zekCfgRetryUnresolved();
 }
@@ -137,8 +140,9 @@ void restoreAnswered(const void* message, size_t length) {
     run.result = isCli && result != nullptr ? uint32_t{*result} : uint32_t{hdr->status};
 }
 
+// What is refused as a line is tried once more behind the others: that verdict is told.
 void tellRefused(const cfgStoredRow& row) {
-    if (run.isRetry || run.refused++ >= LOGGED_MAX) return;
+    if (run.isRetry || row.id == 0 || run.refused++ >= LOGGED_MAX) return;
     const aclStatusRow* status = aclStatusFind(run.result);
     cfgMgrLog("restore: " + row.text + ": " + (status != nullptr ? status->text : "refused"));
 }

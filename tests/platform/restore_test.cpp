@@ -246,6 +246,26 @@ TEST_F(restoreTest, WhatIsRefusedIsKeptAndTriedAgainUntilItIsTakenSupersededOrDi
     EXPECT_EQ(zekCfgDiscardUnresolved(db, 0), 2);
 }
 
+TEST_F(restoreTest, WhatIsDiscardedInTheMiddleOfARetryIsNotTried) {
+    fill(1, 2);
+    answers = {{"a0", 5}, {"a1", 5}};
+    ASSERT_EQ(cfgDbExec(db,
+                        "INSERT INTO lines VALUES(100, x'01', 150, 'damaged', NULL, x'0000');"
+                        "UPDATE lines SET record=x'0000' WHERE text='a2'"),
+              0);
+    open();
+    restore();
+    EXPECT_EQ(unresolved().size(), 4u) << "a record that nobody can read is no line in force";
+    EXPECT_EQ(shown(), lines{});
+    answers.clear();
+    got.clear();
+    zekCfgRetryUnresolved();
+    serve(1);
+    EXPECT_EQ(zekCfgDiscardUnresolved(db, 0), 3);
+    serve();
+    EXPECT_EQ(got, lines{"a0"});
+}
+
 TEST_F(restoreTest, AStartupConfigurationIsReadOnceAndUntilThatHasWorked) {
     std::ofstream(run.path + "/startup-config") << "saved\n";
     compiled({"a0", "?what", "a2"});
