@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/policylib/zekBgp.h"
-#include "task/debugWords.h"
+#include "match/zekBgp.h"
+#include "ask/debugWords.h"
 
 // The two sides of HIGH:LOW.
 struct pairText {

@@ -5,10 +5,10 @@
 #include "include/service.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
-#include "policy/zekbgp_plcy.h"
-#include "policy/zekprefixlist.h"
-#include "policy/zekroutemap.h"
-#include "task/clientWait.h"
+#include "policy/bgp/zekbgp_plcy.h"
+#include "policy/prefix/zekprefixlist.h"
+#include "policy/rmap/zekroutemap.h"
+#include "common/clientWait.h"
 #include "task/task.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include "include/jsonText.h"
 #include "include/service.h"
 #include "platform/api/zekTask.h"
-#include "task/debugWords.h"
+#include "ask/debugWords.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -5,7 +5,7 @@
 
 #include "download/sendPath.h"
 #include "include/agentState.h"
-#include "include/interface.h"
+#include "interface/interface.h"
 #include "include/jsonText.h"
 #include "include/status.h"
 #include "ipacl/propagate.h"

@@ -4,11 +4,11 @@
 
 #include <string>
 
-#include "include/hitCount.h"
+#include "common/hitCount.h"
 #include "include/ipText.h"
 #include "platform/api/zekTask.h"
-#include "platform/policylib/zekPrefix.h"
-#include "task/debugWords.h"
+#include "match/zekPrefix.h"
+#include "ask/debugWords.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

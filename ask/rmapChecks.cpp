@@ -6,10 +6,10 @@
 
 #include "include/ipText.h"
 #include "platform/api/zekTask.h"
-#include "platform/policylib/zekRmap.h"
-#include "policy/zekroutemap.h"
-#include "task/bgpWords.h"
-#include "task/debugWords.h"
+#include "match/zekRmap.h"
+#include "policy/rmap/zekroutemap.h"
+#include "ask/bgpWords.h"
+#include "ask/debugWords.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

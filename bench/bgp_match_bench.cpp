@@ -10,9 +10,9 @@
 #include <random>
 
 #include "bench/measure.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "platform/api/zekBgpRegex.h"
-#include "platform/policylib/zekBgp.h"
+#include "match/zekBgp.h"
 
 aspathAclNodeRecord* aspathAclNode = nullptr;  // lists are made by hand here
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "include/entry.h"
-#include "platform/policylib/zekPolicy.h"
+#include "match/zekPolicy.h"
 
 struct benchRule {
     uint32_t src, srcMask, dst, dstMask;

@@ -1,9 +1,9 @@
 // A platform that costs nothing: what remains is the stores' own work, texts included.
 #include "download/zekacl_download.h"
-#include "include/debug.h"
-#include "include/hooks.h"
-#include "include/linecard.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/hooks.h"
+#include "common/linecard.h"
+#include "common/node.h"
 #include "platform/api/zekTask.h"
 
 aclNodeRecord* aclNode = nullptr;

@@ -6,7 +6,7 @@
 
 #include "bench/filterRules.h"
 #include "bench/measure.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
 

@@ -11,12 +11,12 @@
 #include <unordered_set>
 
 #include "bench/measure.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "include/status.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "policy/zekprefixlist.h"
+#include "policy/prefix/zekprefixlist.h"
 
 // Nobody is told and nothing rests: what remains is the store's own work.
 int triggerClient(const triggerKind&, uint32_t, const clientTask&, const listName&,

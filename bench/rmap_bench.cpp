@@ -5,17 +5,17 @@
 #include <random>
 
 #include "bench/measure.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "include/status.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "platform/policylib/zekBgp.h"
-#include "platform/policylib/zekRmap.h"
-#include "policy/zekbgp_plcy.h"
-#include "policy/zekprefixlist.h"
-#include "policy/zekroutemap.h"
+#include "match/zekBgp.h"
+#include "match/zekRmap.h"
+#include "policy/bgp/zekbgp_plcy.h"
+#include "policy/prefix/zekprefixlist.h"
+#include "policy/rmap/zekroutemap.h"
 
 // Nobody is told and nothing rests.
 int triggerClient(const triggerKind&, uint32_t, const clientTask&, const listName&,

@@ -10,8 +10,8 @@
 #include <unordered_set>
 
 #include "bench/entries.h"
-#include "include/client.h"
-#include "include/node.h"
+#include "common/client.h"
+#include "common/node.h"
 #include "include/service.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"

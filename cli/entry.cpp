@@ -1,5 +1,5 @@
 // Entry lines: what each word of a rule does to its 156-byte block.
-#include "cli/grammar.h"
+#include "cli/grammar/grammar.h"
 #include "include/icmpNames.h"
 #include "include/ipText.h"
 #include "include/status.h"

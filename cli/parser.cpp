@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "cli/lexer.h"
 #include "include/listName.h"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cli/grammar.h"
+#include "cli/grammar/grammar.h"
 
 struct cliContext {
     cliMode mode;

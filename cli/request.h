@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/grammar.h"
+#include "cli/grammar/grammar.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekTransport.h"
 

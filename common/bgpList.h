@@ -3,13 +3,13 @@
 //
 //   bgpList --head/tail--> bgpEntry <-> bgpEntry ...   in the order in which they were added
 //           --same-------> content tree: the same entries under their content
-//           --index------> what makes matching and paging fast (platform/policylib/zekBgp.h)
+//           --index------> what makes matching and paging fast (match/zekBgp.h)
 //
 // The store that made a record owns it (policy/zekbgp_plcy.h). An entry's expression is compiled
 // when it is added and lives as long as the entry.
 #pragma once
 
-#include "include/policyList.h"
+#include "common/policyList.h"
 #include "include/policyMsg.h"
 
 struct zekbgp_regex;

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include "include/debug.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/node.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 
 #include <algorithm>
 

@@ -6,7 +6,7 @@
 
 #include <span>
 
-#include "include/policyList.h"
+#include "common/policyList.h"
 
 // A store, as the registrations use it.
 struct clientStore {

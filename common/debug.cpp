@@ -1,10 +1,10 @@
 // The manager's own voice: debug text and system errors.
-#include "include/debug.h"
+#include "common/debug.h"
 
 #include <cstdio>
 #include <string_view>
 
-#include "include/node.h"
+#include "common/node.h"
 
 uint32_t DEBUG_ACL_MGR = 0;
 

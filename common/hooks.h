@@ -2,8 +2,8 @@
 // includes a folder that depends on it.
 #pragma once
 
-#include "include/list.h"
-#include "include/node.h"
+#include "common/list.h"
+#include "common/node.h"
 
 // Tells every client of a list that it has changed (route maps are re-evaluated). ipv6 is a flag,
 // 0 or 1. Null list: nothing. Returns 0, or -1 when a send failed.

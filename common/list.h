@@ -14,7 +14,7 @@
 #include "include/listName.h"
 #include "platform/api/zekRadix.h"
 
-struct matchNode;  // platform/policylib/matchIndex.h
+struct matchNode;  // match/matchIndex.h
 
 constexpr size_t BINDING_BLOCK_LEN = 520;
 struct bindingBlock {

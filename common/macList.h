@@ -2,7 +2,7 @@
 // share with the IP lists).
 #pragma once
 
-#include "include/list.h"
+#include "common/list.h"
 
 // The 56-byte MAC entry body: the form in which requests hand an entry to the store and in which
 // the agents receive it.

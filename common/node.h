@@ -5,7 +5,7 @@
 #include <bitset>
 #include <cstdint>
 
-#include "include/list.h"
+#include "common/list.h"
 #include "platform/api/zekCfg.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekIpc.h"

@@ -2,7 +2,7 @@
 // and the clients that hang on it. common/clients.h has the operations on them.
 #pragma once
 
-#include "include/client.h"
+#include "common/client.h"
 #include "platform/api/zekRadix.h"
 
 struct policyClient {

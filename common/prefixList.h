@@ -10,10 +10,10 @@
 // store that made a record owns it. All records come from the platform's pools.
 #pragma once
 
-#include "include/policyList.h"
+#include "common/policyList.h"
 #include "include/policyMsg.h"
 
-struct matchNode;  // platform/policylib/matchIndex.h
+struct matchNode;  // match/matchIndex.h
 
 constexpr uint32_t PREFIX_DENY = 1;
 

@@ -11,7 +11,7 @@
 // all come from the platform's pools. Readers hold the read lock.
 #pragma once
 
-#include "include/policyList.h"
+#include "common/policyList.h"
 #include "include/policyMsg.h"
 #include "include/routeMapNames.h"
 
@@ -92,5 +92,5 @@ struct rmapList : policyList {
     zekRadix* bySeq;
     int32_t firstSeq;  // 0 in a placeholder
     uint32_t firstAction;
-    rmapProgram* program;  // what evaluation made of the records; platform/policylib/zekRmap.h
+    rmapProgram* program;  // what evaluation made of the records; match/zekRmap.h
 };

@@ -1,5 +1,5 @@
 // Change triggers: one message, or a few, that tell a client of a list that the list has changed.
-#include "include/client.h"
+#include "common/client.h"
 
 #include <algorithm>
 #include <chrono>
@@ -8,13 +8,13 @@
 
 #include "download/zekacl_download.h"
 #include "include/clientMsg.h"
-#include "include/debug.h"
-#include "include/linecard.h"
+#include "common/debug.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 #include "task/task.h"
 
 namespace {

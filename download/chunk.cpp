@@ -8,7 +8,7 @@
 #include <iterator>
 
 #include "download/sendPath.h"
-#include "include/debug.h"
+#include "common/debug.h"
 
 namespace {
 

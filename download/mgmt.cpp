@@ -11,8 +11,8 @@
 #include <string>
 
 #include "download/sendPath.h"
-#include "include/debug.h"
-#include "include/hooks.h"
+#include "common/debug.h"
+#include "common/hooks.h"
 #include "include/service.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The reliable queues to the cards' agents and to the tasks that keep copies of lists.
 #include "download/sendPath.h"
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/service.h"
 #include "platform/api/zekMem.h"
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/service.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"

@@ -9,7 +9,7 @@
 #include <cstdint>
 
 #include "download/zekacl_download.h"
-#include "include/node.h"
+#include "common/node.h"
 
 // The families of lists, and what their bodies are made of.
 enum class agentBody { ip, ip6, mac };

@@ -3,8 +3,8 @@
 
 #include "download/halAclMgr.h"
 #include "download/sendPath.h"
-#include "include/debug.h"
-#include "include/hooks.h"
+#include "common/debug.h"
+#include "common/hooks.h"
 #include "platform/api/zekTask.h"
 
 namespace {

@@ -12,10 +12,10 @@
 #include <variant>
 
 #include "include/agentMsg.h"
-#include "include/interface.h"
-#include "include/linecard.h"
-#include "include/list.h"
-#include "include/macList.h"
+#include "interface/interface.h"
+#include "common/linecard.h"
+#include "common/list.h"
+#include "common/macList.h"
 
 enum agentMsgId : uint32_t {
     MT_LINECARD_INFO = 14408,  // to the MAC manager

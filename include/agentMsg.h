@@ -6,9 +6,9 @@
 
 #include "include/entry.h"
 #include "include/ipc.h"
-#include "include/list.h"
+#include "common/list.h"
 #include "include/listName.h"
-#include "include/macList.h"
+#include "common/macList.h"
 
 // The 132-byte header of a download: the IPC header, padded, and two words of its own.
 struct agentHdr {

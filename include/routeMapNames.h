@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "include/client.h"
+#include "common/client.h"
 
 constexpr uint32_t RMAP_PERMIT = 0, RMAP_DENY = 1;  // an instance's action
 

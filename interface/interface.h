@@ -5,14 +5,14 @@
 //
 // Trees are keyed by the interface index (4 bytes, big-endian: in numerical order). The lists that
 // an interface record points at belong to their stores. The caller holds acl_rwlock. Functions
-// stand in download/members.cpp.
+// stand in interface/members.cpp.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
 #include "include/ifindex.h"
-#include "include/list.h"
+#include "common/list.h"
 #include "include/wire.h"
 #include "platform/api/zekRadix.h"
 

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <new>
 
-#include "include/debug.h"
-#include "include/hooks.h"
-#include "include/interface.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/hooks.h"
+#include "interface/interface.h"
+#include "common/node.h"
 #include "platform/api/zekMem.h"
 
 namespace {

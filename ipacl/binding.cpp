@@ -4,9 +4,9 @@
 // in the interface record. Both are there or neither is; where they are found to differ the
 // operation says so and changes nothing. Interface records stay once they are made. The caller
 // holds the write lock.
-#include "include/debug.h"
-#include "include/interface.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "interface/interface.h"
+#include "common/node.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"

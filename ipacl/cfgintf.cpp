@@ -6,7 +6,7 @@
 //
 // All of them begin their key with the interface's index, so the block goes as one.
 #include "common/cfgline.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"

@@ -6,10 +6,10 @@
 // other form is the same line without them. (When the mode changes, every line is written anew.)
 #include <cstdio>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/icmpNames.h"
 #include "include/ipText.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 

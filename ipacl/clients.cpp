@@ -2,13 +2,13 @@
 //
 // One family is one row: where its lists are, what its clients are sent and told. The caller holds
 // the write lock.
-#include "include/client.h"
+#include "common/client.h"
 
 #include <algorithm>
 #include <iterator>
 
-#include "include/debug.h"
-#include "include/hooks.h"
+#include "common/debug.h"
+#include "common/hooks.h"
 #include "include/service.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"

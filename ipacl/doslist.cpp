@@ -5,8 +5,8 @@
 // chain. The caller holds the write lock.
 #include "download/zekacl_download.h"
 #include "include/cliMsg.h"
-#include "include/debug.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/node.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"
 

@@ -10,8 +10,8 @@
 #include <new>
 #include <span>
 
-#include "include/debug.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/node.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"

@@ -7,13 +7,13 @@
 // operation states, to the clients, the bindings and the configuration. The caller holds the write
 // lock.
 #include "download/zekacl_download.h"
-#include "include/debug.h"
-#include "include/hooks.h"
+#include "common/debug.h"
+#include "common/hooks.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
-#include "platform/policylib/zekPolicy.h"
+#include "match/zekPolicy.h"
 
 uint32_t ipDelAccessList = 0;
 

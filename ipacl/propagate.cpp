@@ -5,9 +5,9 @@
 
 #include <iterator>
 
-#include "include/hooks.h"
-#include "include/interface.h"
-#include "include/linecard.h"
+#include "common/hooks.h"
+#include "interface/interface.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"

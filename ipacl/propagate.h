@@ -3,7 +3,7 @@
 #pragma once
 
 #include "download/zekacl_download.h"
-#include "include/list.h"
+#include "common/list.h"
 
 // What is sent. The management tasks 18 and 33 receive the list or entry under the ingress id.
 struct aclChange {

@@ -6,9 +6,9 @@
 
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
-#include "include/hitCount.h"
+#include "common/hitCount.h"
 #include "include/ipText.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"

@@ -8,7 +8,7 @@
 #include "include/status.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
-#include "platform/policylib/zekPolicy.h"
+#include "match/zekPolicy.h"
 
 namespace {
 

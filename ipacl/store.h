@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/nametree.h"
-#include "include/list.h"
+#include "common/list.h"
 
 // --- lists in a name tree --------------------------------------------------------------------
 

@@ -2,8 +2,8 @@
 // aclNode->aclSys_tree by name; never in the configuration, and without sequence-number or content
 // trees. Every change goes to the port that the caller names. The caller holds the write lock.
 #include "download/zekacl_download.h"
-#include "include/debug.h"
-#include "include/hooks.h"
+#include "common/debug.h"
+#include "common/hooks.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "common/cfgline.h"
-#include "include/interface.h"
+#include "interface/interface.h"
 
 // --- pieces of a line; each begins with its blank ----------------------------------------------
 

@@ -1,7 +1,7 @@
 // Telling the clients of an access list that it has changed.
-#include "include/client.h"
-#include "include/debug.h"
-#include "include/hooks.h"
+#include "common/client.h"
+#include "common/debug.h"
+#include "common/hooks.h"
 #include "include/service.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "include/list.h"
+#include "common/list.h"
 #include "include/status.h"
 
 // --- ordinary lists (list.cpp) ---------------------------------------------------------------

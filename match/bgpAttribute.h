@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "platform/policylib/zekBgp.h"
+#include "match/zekBgp.h"
 
 constexpr uint8_t BGP_ATTR_AS_PATH = 2;
 constexpr uint8_t BGP_ATTR_COMMUNITIES = 8;

@@ -1,7 +1,7 @@
 // What the manager's executable exports to client tasks that run inside its process (C names, in
 // its dynamic symbol table): evaluation of lists under the manager's read lock, from any thread.
 //
-// Arguments and verdicts as the functions of the same name in platform/policylib/zekBgp.h: 1
+// Arguments and verdicts as the functions of the same name in match/zekBgp.h: 1
 // denies, any other value permits. A caller must not hold the lock itself.
 #pragma once
 

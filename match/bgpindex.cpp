@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "platform/api/zekBgpRegex.h"
-#include "platform/policylib/zekBgp.h"
+#include "match/zekBgp.h"
 
 typedef std::vector<const bgpEntry*> entryRow;  // by ascending id
 

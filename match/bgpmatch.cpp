@@ -3,9 +3,9 @@
 #include <vector>
 
 #include "common/nametree.h"
-#include "include/node.h"
-#include "platform/policylib/bgpAttribute.h"
-#include "platform/policylib/zekBgp.h"
+#include "common/node.h"
+#include "match/bgpAttribute.h"
+#include "match/zekBgp.h"
 
 namespace {
 

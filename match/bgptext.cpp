@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "include/wire.h"
-#include "platform/policylib/bgpAttribute.h"
-#include "platform/policylib/zekBgp.h"
+#include "match/bgpAttribute.h"
+#include "match/zekBgp.h"
 
 namespace {
 

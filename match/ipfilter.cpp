@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <iterator>
 
-#include "include/hitCount.h"
-#include "platform/policylib/matchIndex.h"
-#include "platform/policylib/zekPolicy.h"
+#include "common/hitCount.h"
+#include "match/matchIndex.h"
+#include "match/zekPolicy.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/policylib/matchIndex.h"
+#include "match/matchIndex.h"
 
 #include <bit>
 

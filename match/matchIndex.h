@@ -35,7 +35,7 @@
 #include <span>
 #include <type_traits>
 
-#include "platform/policylib/matchTable.h"
+#include "match/matchTable.h"
 
 constexpr uint32_t LEAF_RULES = 16;
 constexpr uint32_t LEAF_CHUNK = 1024;  // a power of two

@@ -1,4 +1,4 @@
-#include "platform/policylib/matchTable.h"
+#include "match/matchTable.h"
 
 #include <cstring>
 

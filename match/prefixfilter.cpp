@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <bit>
 
-#include "include/hitCount.h"
-#include "platform/policylib/matchIndex.h"
-#include "platform/policylib/zekPrefix.h"
+#include "common/hitCount.h"
+#include "match/matchIndex.h"
+#include "match/zekPrefix.h"
 
 namespace {
 

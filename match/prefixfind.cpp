@@ -1,6 +1,6 @@
 // Prefix lists by name, in the trees that the manager shares.
-#include "include/node.h"
-#include "platform/policylib/zekPrefix.h"
+#include "common/node.h"
+#include "match/zekPrefix.h"
 
 prefixList* ipPrefixListFind(const listName& name, uint32_t family) {
     if (family != AF_IPV4 && family != AF_IPV6) return nullptr;

@@ -7,10 +7,10 @@
 #include <memory>
 #include <new>
 
-#include "include/hitCount.h"
-#include "platform/policylib/zekBgp.h"
-#include "platform/policylib/zekPolicy.h"
-#include "platform/policylib/zekRmap.h"
+#include "common/hitCount.h"
+#include "match/zekBgp.h"
+#include "match/zekPolicy.h"
+#include "match/zekRmap.h"
 
 aclList* ipAccessListFind(const listName& name);  // by the store of access lists
 

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "include/list.h"
+#include "common/list.h"
 
 // One IPv4 packet as a filter sees it. Ports are 0 when the protocol has none.
 struct ipPacket {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "include/routeMap.h"
-#include "platform/policylib/zekPrefix.h"
+#include "common/routeMap.h"
+#include "match/zekPrefix.h"
 
 // A route as a routing task hands it over, and as the set clauses of a map leave it. Numbers are in
 // host order; what a route does not have is 0 or empty.

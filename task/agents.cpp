@@ -1,8 +1,8 @@
 // The agents of the line cards and of the control processor: registration, and cards that go down.
 #include "download/zekacl_download.h"
 #include "include/agentMsg.h"
-#include "include/hooks.h"
-#include "include/linecard.h"
+#include "common/hooks.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekCfg.h"
 #include "platform/api/zekTask.h"

@@ -7,7 +7,7 @@
 #include "download/halAclMgr.h"
 #include "download/zekacl_download.h"
 #include "include/cliMsg.h"
-#include "include/interface.h"
+#include "interface/interface.h"
 #include "include/policyMsg.h"
 #include "platform/api/zekMem.h"
 #include "task/task.h"

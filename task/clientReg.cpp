@@ -6,7 +6,7 @@
 #include "common/clients.h"
 #include "include/clientMsg.h"
 #include "include/service.h"
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

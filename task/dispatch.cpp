@@ -13,7 +13,7 @@
 #include "include/cliMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -2,7 +2,7 @@
 //
 // The primary tells the secondary of every change of a card; an update that is not answered is
 // repeated by the registration step of the main loop. Which side is primary is asked each time.
-#include "include/linecard.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"

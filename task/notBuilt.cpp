@@ -1,6 +1,6 @@
 // What the parts built so far call of the parts that are not: each refuses or does nothing, and
 // none pretends. The list of them stands in ARCHITECTURE.md under "Not built yet".
-#include "include/hooks.h"
+#include "common/hooks.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "download/zekacl_download.h"
-#include "include/hooks.h"
-#include "include/linecard.h"
+#include "common/hooks.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekSwp.h"
 #include "task/task.h"

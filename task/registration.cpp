@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "download/zekacl_download.h"
-#include "include/linecard.h"
+#include "common/linecard.h"
 #include "include/service.h"
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -5,7 +5,7 @@
 
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 
 void AclIpcReply([[maybe_unused]] uint32_t queue, uint8_t* message) {
     // The queue is not used: every answer leaves by the request queue.

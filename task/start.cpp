@@ -5,13 +5,13 @@
 #include <new>
 
 #include "download/zekacl_download.h"
-#include "include/linecard.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "task/clientWait.h"
+#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -6,9 +6,9 @@
 #include <span>
 #include <string>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/ipc.h"
-#include "include/node.h"
+#include "common/node.h"
 
 // --- start-up (start.cpp) --------------------------------------------------------------------
 

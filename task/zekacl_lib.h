@@ -12,13 +12,13 @@
 #include <cstdint>
 #include <utility>
 
-#include "include/hooks.h"
+#include "common/hooks.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekLock.h"
-#include "platform/policylib/zekPolicy.h"
-#include "policy/zekbgp_plcy.h"
-#include "policy/zekprefixlist.h"
-#include "policy/zekroutemap.h"
+#include "match/zekPolicy.h"
+#include "policy/bgp/zekbgp_plcy.h"
+#include "policy/prefix/zekprefixlist.h"
+#include "policy/rmap/zekroutemap.h"
 
 enum class aclLock { read, write };
 

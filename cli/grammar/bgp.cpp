@@ -1,6 +1,6 @@
 // The entry lines of AS-path, community and extended-community lists, and the values that they
 // share with the set clauses of route maps.
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 
 namespace {
 

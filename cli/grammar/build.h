@@ -3,7 +3,7 @@
 // top because they refer to each other; a state that is declared and not defined stops the build.
 #pragma once
 
-#include "cli/grammar.h"
+#include "cli/grammar/grammar.h"
 
 // States that more than one file leads to.
 extern const grammarState sMode;  // stands for the start of the current mode

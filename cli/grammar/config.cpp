@@ -1,7 +1,7 @@
 // Configuration mode: the headers that open other modes, and the lines of an interface.
 #include <string_view>
 
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "cli/lexer.h"
 #include "include/routeMapNames.h"
 

@@ -1,7 +1,7 @@
 // The entry lines of access lists and trace lists.
 #include <array>
 
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "include/icmpNames.h"
 
 namespace {

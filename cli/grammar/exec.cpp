@@ -1,5 +1,5 @@
 // Exec commands: show, clear, chassis, debug.
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "include/chassisControl.h"
 #include "include/ifindex.h"
 

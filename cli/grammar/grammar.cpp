@@ -1,5 +1,5 @@
 // What the topics of the grammar share: actions, the modes, the state at a line's end.
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 
 const char* setVerb(cliCommand& c, const cliValue&, const grammarNode& n) {
     c.verb = static_cast<cliVerb>(n.value);

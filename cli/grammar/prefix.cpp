@@ -3,7 +3,7 @@
 #include <bit>
 #include <cstring>
 
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "include/ipText.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "include/routeMapNames.h"
 
 namespace {

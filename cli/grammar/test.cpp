@@ -1,5 +1,5 @@
 // "test": what a list says about a packet. The words are passed on to the manager as they stand.
-#include "cli/grammarBuild.h"
+#include "cli/grammar/build.h"
 #include "cli/lexer.h"
 
 namespace {

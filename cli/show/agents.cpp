@@ -1,4 +1,4 @@
-#include "cli/agents.h"
+#include "cli/show/agents.h"
 
 #include <algorithm>
 

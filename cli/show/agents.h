@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "cli/render.h"
+#include "cli/show/render.h"
 #include "include/agentState.h"
 
 // An agent as the shell knows it: a card's, or (slot CARD_CONTROL_PLANE) the control processor's.

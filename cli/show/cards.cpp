@@ -1,6 +1,6 @@
 // The cards of the chassis: what their agents say of themselves, and the events that chassisd is
 // asked to raise.
-#include "cli/agents.h"
+#include "cli/show/agents.h"
 #include "include/chassisControl.h"
 #include "include/entry.h"
 #include "include/service.h"

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <map>
 
-#include "cli/agents.h"
+#include "cli/show/agents.h"
 #include "include/status.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "cli/lexer.h"
-#include "cli/render.h"
+#include "cli/show/render.h"
 #include "cli/session.h"
 #include "include/status.h"
 

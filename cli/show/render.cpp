@@ -1,5 +1,5 @@
 // JSON as the operator reads it.
-#include "cli/render.h"
+#include "cli/show/render.h"
 
 #include "cli/lexer.h"
 

@@ -3,7 +3,7 @@
 #include <fstream>
 
 #include "cli/lexer.h"
-#include "cli/render.h"
+#include "cli/show/render.h"
 #include "cli/session.h"
 #include "include/status.h"
 #include "platform/api/zekCfg.h"

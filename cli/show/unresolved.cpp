@@ -2,8 +2,8 @@
 // manager.
 #include <nlohmann/json.hpp>
 
-#include "cli/agents.h"
-#include "cli/render.h"
+#include "cli/show/agents.h"
+#include "cli/show/render.h"
 #include "cli/session.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekCfg.h"

@@ -1,5 +1,5 @@
 // The configuration database on SQLite: its tables, how it is opened, what is prepared.
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 #include <atomic>
 #include <cstdio>

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "include/wire.h"
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "include/wire.h"
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 namespace {
 

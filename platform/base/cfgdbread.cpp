@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Where the configuration of a start comes from, and what a restart could not bring back.
 #include <cstring>
 
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <new>
 
 #include "include/wire.h"
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 struct cfgMgrPlace {
     std::string runDir;

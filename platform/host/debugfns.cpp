@@ -8,7 +8,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/listNames.h"
 #include "include/status.h"
 #include "platform/api/zekEvt.h"

@@ -14,7 +14,7 @@
 #include <map>
 
 #include "include/ipc.h"
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 #include "platform/host/host.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include "platform/test/record.h"
 
 #include "platform/api/zekMem.h"
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 #include "platform/test/inject.h"
 
 testPlatform testHost;

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string>
 
-#include "policy/bgplist.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/bgp/store.h"
+#include "policy/bgp/zekbgp_plcy.h"
 
 namespace {
 

@@ -2,11 +2,11 @@
 #include <algorithm>
 #include <string>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/routeMapNames.h"
 #include "include/service.h"
-#include "policy/bgplist.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/bgp/store.h"
+#include "policy/bgp/zekbgp_plcy.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // A list is absent, a placeholder or configured; only a configured one has entries. An entry stands
 // in the chain, in the content tree and in the index at once. A change is made there first; then
 // the clients hear of it, then the configuration.
-#include "policy/bgplist.h"
+#include "policy/bgp/store.h"
 #include "common/record.h"
 
 #include <cstring>
@@ -13,7 +13,7 @@
 #include "include/status.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekMem.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/bgp/zekbgp_plcy.h"
 
 const bgpKindRow bgpKinds[BGP_LIST_KINDS] = {
     {&aspathAclNodeRecord::asTree, 1, ACL_E_ASPATH_NOLIST, ACL_E_ASPATH_EXISTS,

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "common/cfgline.h"
-#include "include/bgpList.h"
-#include "include/node.h"
+#include "common/bgpList.h"
+#include "common/node.h"
 
 // What tells the kinds apart, but for their entries' bodies.
 struct bgpKindRow {

@@ -6,8 +6,8 @@
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
-#include "policy/bgplist.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/bgp/store.h"
+#include "policy/bgp/zekbgp_plcy.h"
 
 namespace {
 

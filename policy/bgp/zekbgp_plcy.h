@@ -9,9 +9,9 @@
 #include <string_view>
 
 #include "common/clients.h"
-#include "include/bgpList.h"
+#include "common/bgpList.h"
 #include "include/status.h"
-#include "platform/policylib/zekBgp.h"
+#include "match/zekBgp.h"
 
 // --- AS-path lists ------------------------------------------------------------------------------
 

@@ -1,10 +1,10 @@
 // Prefix lists to the second ACL agent, which hears every change as the CLI request that made it: a
 // new agent hears the requests that make what there is.
 #include "download/zekacl_download.h"
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/ipc.h"
 #include "platform/api/zekMem.h"
-#include "policy/prefixfamily.h"
+#include "policy/prefix/family.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "include/ipText.h"
-#include "policy/prefixfamily.h"
+#include "policy/prefix/family.h"
 
 namespace {
 

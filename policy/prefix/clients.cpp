@@ -1,11 +1,11 @@
 // Who uses a prefix list, and how they hear of its changes.
 #include <algorithm>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekEvt.h"
-#include "policy/prefixfamily.h"
+#include "policy/prefix/family.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "common/cfgline.h"
-#include "include/node.h"
-#include "policy/zekprefixlist.h"
+#include "common/node.h"
+#include "policy/prefix/zekprefixlist.h"
 
 struct prefixFamily {
     zekRadix* aclNodeRecord::*tree;

@@ -8,12 +8,12 @@
 // block: the entry, its record, its content key. The caller holds the write lock.
 #include "common/nametree.h"
 #include "common/record.h"
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "policy/prefixfamily.h"
-#include "policy/prefixorder.h"
+#include "policy/prefix/family.h"
+#include "policy/prefix/order.h"
 
 namespace {
 

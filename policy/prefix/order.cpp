@@ -1,4 +1,4 @@
-#include "policy/prefixorder.h"
+#include "policy/prefix/order.h"
 
 #include <sys/random.h>
 

@@ -7,7 +7,7 @@
 // stays.
 #pragma once
 
-#include "include/prefixList.h"
+#include "common/prefixList.h"
 
 void prefixOrderInsert(prefixEntry** root, prefixEntry* entry);
 void prefixOrderRemove(prefixEntry** root, prefixEntry* entry);

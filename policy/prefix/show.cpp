@@ -2,12 +2,12 @@
 #include <new>
 
 #include "include/cliMsg.h"
-#include "include/hitCount.h"
+#include "common/hitCount.h"
 #include "include/ipText.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"
-#include "policy/prefixfamily.h"
-#include "policy/prefixorder.h"
+#include "policy/prefix/family.h"
+#include "policy/prefix/order.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "common/clients.h"
-#include "platform/policylib/zekPrefix.h"
+#include "match/zekPrefix.h"
 
 // --- lists and entries (prefixlist.cpp) ----------------------------------------------------------
 

@@ -3,11 +3,11 @@
 #include <cstring>
 
 #include "common/cfgline.h"
-#include "include/debug.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/node.h"
 #include "platform/api/zekEvt.h"
-#include "policy/rmapstore.h"
-#include "policy/zekroutemap.h"
+#include "policy/rmap/store.h"
+#include "policy/rmap/zekroutemap.h"
 
 uint32_t aclIsRmapFirstTime = 0;
 bgpAsNotation rmapAsNotation = AS_NOTATION_PLAIN;

@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "policy/rmapstore.h"
-#include "policy/zekroutemap.h"
+#include "policy/rmap/store.h"
+#include "policy/rmap/zekroutemap.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // Who uses a route map, and which lists a route map uses.
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/service.h"
-#include "policy/rmapstore.h"
-#include "policy/zekroutemap.h"
+#include "policy/rmap/store.h"
+#include "policy/rmap/zekroutemap.h"
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Looks at route maps from the debug shell, and puts one right.
 #include <algorithm>
 
-#include "include/hitCount.h"
+#include "common/hitCount.h"
 #include "include/ipText.h"
-#include "policy/rmapstore.h"
-#include "policy/zekroutemap.h"
+#include "policy/rmap/store.h"
+#include "policy/rmap/zekroutemap.h"
 
 namespace {
 

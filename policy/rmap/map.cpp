@@ -1,7 +1,7 @@
 // Route maps and their instances: created, changed, deleted whole.
-#include "include/debug.h"
-#include "policy/rmapstore.h"
-#include "policy/zekroutemap.h"
+#include "common/debug.h"
+#include "policy/rmap/store.h"
+#include "policy/rmap/zekroutemap.h"
 
 uint32_t acl_routemap_debug = 0;
 

@@ -3,9 +3,9 @@
 
 #include "common/nametree.h"
 #include "common/record.h"
-#include "include/node.h"
+#include "common/node.h"
 #include "platform/api/zekMem.h"
-#include "policy/rmapstore.h"
+#include "policy/rmap/store.h"
 
 namespace {
 

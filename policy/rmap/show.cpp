@@ -6,11 +6,11 @@
 
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
-#include "include/hitCount.h"
+#include "common/hitCount.h"
 #include "include/ipText.h"
 #include "platform/api/zekMem.h"
-#include "policy/rmapstore.h"
-#include "policy/zekroutemap.h"
+#include "policy/rmap/store.h"
+#include "policy/rmap/zekroutemap.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "platform/api/zekCfg.h"
-#include "platform/policylib/zekRmap.h"
-#include "policy/zekroutemap.h"
+#include "match/zekRmap.h"
+#include "policy/rmap/zekroutemap.h"
 
 constexpr int32_t RMAP_SEQ_DEFAULT = 10;
 // A request's number is taken as it is: -1 is "not given".

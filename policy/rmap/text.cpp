@@ -3,11 +3,11 @@
 
 #include <algorithm>
 
-#include "include/debug.h"
+#include "common/debug.h"
 #include "include/ipText.h"
 #include "platform/api/zekTask.h"
-#include "policy/rmapstore.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/rmap/store.h"
+#include "policy/bgp/zekbgp_plcy.h"
 
 namespace {
 

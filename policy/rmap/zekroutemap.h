@@ -11,9 +11,9 @@
 #include <string_view>
 
 #include "common/clients.h"
-#include "include/routeMap.h"
+#include "common/routeMap.h"
 #include "include/status.h"
-#include "platform/policylib/zekBgp.h"
+#include "match/zekBgp.h"
 
 // --- maps and instances (routemap.cpp) ---------------------------------------------------------
 

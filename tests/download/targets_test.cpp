@@ -4,7 +4,7 @@
 #include <random>
 #include <set>
 
-#include "include/hooks.h"
+#include "common/hooks.h"
 #include "tests/download/fixture.h"
 
 namespace {

@@ -8,7 +8,7 @@
 
 #include "include/cliMsg.h"
 #include "include/clientMsg.h"
-#include "include/interface.h"
+#include "interface/interface.h"
 #include "include/service.h"
 #include "platform/api/zekMem.h"
 #include "platform/test/record.h"

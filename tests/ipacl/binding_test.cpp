@@ -1,5 +1,5 @@
 // Lists on interfaces: what each apply and remove writes, tells and sends, in this order.
-#include "include/hooks.h"
+#include "common/hooks.h"
 #include "tests/support/ipaclTest.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // Tasks and route maps that use lists: what they are sent when, and which lists live for them.
-#include "include/client.h"
+#include "common/client.h"
 #include "include/service.h"
 #include "tests/support/ipaclTest.h"
 

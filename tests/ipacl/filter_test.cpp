@@ -4,8 +4,8 @@
 #include <thread>
 
 #include "platform/api/zekLock.h"
-#include "platform/policylib/matchIndex.h"
-#include "platform/policylib/zekPolicy.h"
+#include "match/matchIndex.h"
+#include "match/zekPolicy.h"
 #include "tests/support/ipaclTest.h"
 
 namespace {

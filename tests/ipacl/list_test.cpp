@@ -1,5 +1,5 @@
 // Ordinary lists: what follows from an operator's action, in order.
-#include "include/hooks.h"
+#include "common/hooks.h"
 #include "include/service.h"
 #include "tests/support/ipaclTest.h"
 

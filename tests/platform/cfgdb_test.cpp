@@ -1,5 +1,5 @@
 // The configuration database: order, replacement, removal, durability, the change feed.
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

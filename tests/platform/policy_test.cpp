@@ -1,5 +1,5 @@
 // IPv4 list evaluation against verdicts stated by hand.
-#include "platform/policylib/zekPolicy.h"
+#include "match/zekPolicy.h"
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,7 @@
 #include <map>
 #include <random>
 
-#include "platform/policylib/matchTable.h"
+#include "match/matchTable.h"
 
 namespace {
 

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "include/node.h"
+#include "common/node.h"
 #include "include/service.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
 #include "platform/test/record.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/bgp/zekbgp_plcy.h"
 
 typedef std::vector<std::string> rows;
 

@@ -7,7 +7,7 @@
 #include <set>
 #include <thread>
 
-#include "include/bgpExports.h"
+#include "match/bgpExports.h"
 #include "platform/api/zekBgpRegex.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"

@@ -8,11 +8,11 @@
 #include <random>
 #include <thread>
 
-#include "platform/policylib/zekBgp.h"
-#include "platform/policylib/zekRmap.h"
-#include "policy/zekbgp_plcy.h"
-#include "policy/zekprefixlist.h"
-#include "policy/zekroutemap.h"
+#include "match/zekBgp.h"
+#include "match/zekRmap.h"
+#include "policy/bgp/zekbgp_plcy.h"
+#include "policy/prefix/zekprefixlist.h"
+#include "policy/rmap/zekroutemap.h"
 #include "tests/policy/bgpTest.h"
 #include "tests/task/fixture.h"
 

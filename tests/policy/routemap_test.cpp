@@ -5,9 +5,9 @@
 #include <random>
 #include <set>
 
-#include "policy/zekbgp_plcy.h"
-#include "policy/zekprefixlist.h"
-#include "policy/zekroutemap.h"
+#include "policy/bgp/zekbgp_plcy.h"
+#include "policy/prefix/zekprefixlist.h"
+#include "policy/rmap/zekroutemap.h"
 #include "tests/task/fixture.h"
 
 namespace {

@@ -1,13 +1,13 @@
 // Takes every list, map and binding of the task away, whatever uses it.
 #pragma once
 
-#include "include/interface.h"
+#include "interface/interface.h"
 #include "include/policyMsg.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/test/record.h"
-#include "policy/zekbgp_plcy.h"
-#include "policy/zekprefixlist.h"
-#include "policy/zekroutemap.h"
+#include "policy/bgp/zekbgp_plcy.h"
+#include "policy/prefix/zekprefixlist.h"
+#include "policy/rmap/zekroutemap.h"
 
 // Bindings keep a deleted list as a placeholder, so they go first.
 inline void forgetLists() {

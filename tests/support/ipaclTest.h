@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "include/debug.h"
-#include "include/interface.h"
-#include "include/linecard.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "interface/interface.h"
+#include "common/linecard.h"
+#include "common/node.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"

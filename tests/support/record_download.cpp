@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "download/zekacl_download.h"
-#include "include/hooks.h"
+#include "common/hooks.h"
 #include "platform/test/inject.h"
 
 namespace {

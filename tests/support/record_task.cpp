@@ -3,10 +3,10 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "include/debug.h"
-#include "include/hooks.h"
-#include "include/linecard.h"
-#include "include/node.h"
+#include "common/debug.h"
+#include "common/hooks.h"
+#include "common/linecard.h"
+#include "common/node.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/test/inject.h"
 #include "tests/support/record_task.h"

@@ -1,6 +1,6 @@
 // AS-path and community lists through the dispatcher and the debug shell.
 #include "include/policyMsg.h"
-#include "policy/zekbgp_plcy.h"
+#include "policy/bgp/zekbgp_plcy.h"
 #include "tests/task/fixture.h"
 
 namespace {

@@ -1,5 +1,5 @@
 // Binding as messages ask for it: the fields of each request, what is answered, what a card gets.
-#include "include/interface.h"
+#include "interface/interface.h"
 #include "tests/task/fixture.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "include/cliMsg.h"
-#include "include/interface.h"
-#include "include/linecard.h"
+#include "interface/interface.h"
+#include "common/linecard.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"

@@ -2,7 +2,7 @@
 #include <cerrno>
 
 #include "download/zekacl_download.h"
-#include "policy/zekprefixlist.h"
+#include "policy/prefix/zekprefixlist.h"
 #include "tests/task/fixture.h"
 
 using Registration = TaskTest;

@@ -7,7 +7,7 @@
 #include "download/zekacl_download.h"
 #include "include/policyMsg.h"
 #include "ipacl/zekipaccess.h"
-#include "platform/host/cfgdb.h"
+#include "platform/base/cfgdb.h"
 #include "tests/support/forget.h"
 #include "tests/task/fixture.h"
 
