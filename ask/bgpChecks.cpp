@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "match/bgpExports.h"
-#include "platform/api/zekTask.h"
 #include "ask/bgpWords.h"
 #include "ask/debugWords.h"
+#include "match/bgpExports.h"
+#include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

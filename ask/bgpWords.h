@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "match/zekBgp.h"
 #include "ask/debugWords.h"
+#include "match/zekBgp.h"
 
 // The two sides of HIGH:LOW.
 struct pairText {

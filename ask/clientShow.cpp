@@ -1,4 +1,5 @@
 // `show clients`: which task uses which list, and how each task was told of changes.
+#include "common/clientWait.h"
 #include "common/clients.h"
 #include "include/ipText.h"
 #include "include/jsonText.h"
@@ -8,7 +9,6 @@
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
-#include "common/clientWait.h"
 #include "task/task.h"
 
 namespace {

@@ -6,12 +6,12 @@
 #include <string_view>
 #include <vector>
 
+#include "ask/debugWords.h"
 #include "download/zekacl_download.h"
 #include "include/ipText.h"
 #include "include/jsonText.h"
 #include "include/service.h"
 #include "platform/api/zekTask.h"
-#include "ask/debugWords.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -5,9 +5,9 @@
 
 #include "download/sendPath.h"
 #include "include/agentState.h"
-#include "interface/interface.h"
 #include "include/jsonText.h"
 #include "include/status.h"
+#include "interface/interface.h"
 #include "ipacl/propagate.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"

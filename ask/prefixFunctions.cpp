@@ -4,11 +4,11 @@
 
 #include <string>
 
+#include "ask/debugWords.h"
 #include "common/hitCount.h"
 #include "include/ipText.h"
-#include "platform/api/zekTask.h"
 #include "match/zekPrefix.h"
-#include "ask/debugWords.h"
+#include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

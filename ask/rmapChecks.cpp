@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "include/ipText.h"
-#include "platform/api/zekTask.h"
-#include "match/zekRmap.h"
-#include "policy/rmap/zekroutemap.h"
 #include "ask/bgpWords.h"
 #include "ask/debugWords.h"
+#include "include/ipText.h"
+#include "match/zekRmap.h"
+#include "platform/api/zekTask.h"
+#include "policy/rmap/zekroutemap.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

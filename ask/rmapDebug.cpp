@@ -1,7 +1,7 @@
 // Route maps in the debug shell.
+#include "ask/debugWords.h"
 #include "include/status.h"
 #include "platform/api/zekTask.h"
-#include "ask/debugWords.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

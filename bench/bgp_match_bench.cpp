@@ -11,10 +11,8 @@
 
 #include "bench/measure.h"
 #include "common/node.h"
-#include "platform/api/zekBgpRegex.h"
 #include "match/zekBgp.h"
-
-aspathAclNodeRecord* aspathAclNode = nullptr;  // lists are made by hand here
+#include "platform/api/zekBgpRegex.h"
 
 namespace {
 

@@ -1,17 +1,13 @@
 // A platform that costs nothing: what remains is the stores' own work, texts included.
-#include "download/zekacl_download.h"
-#include "common/debug.h"
-#include "common/hooks.h"
-#include "common/linecard.h"
-#include "common/node.h"
+#include "platform/api/zekCfg.h"
+#include "platform/api/zekChassis.h"
+#include "platform/api/zekEvt.h"
+#include "platform/api/zekIpc.h"
+#include "platform/api/zekSwp.h"
 #include "platform/api/zekTask.h"
 
-aclNodeRecord* aclNode = nullptr;
-aclLinecard aclLinecardInfo[SLOT_COUNT] = {};
-uint32_t DEBUG_ACL_MGR = 0;
-
-void aclDebugPrint(const char*, int, const char*, ...) {}
-void aclSysErr(uint32_t, const char*, ...) {}
+void zekDebugPrint(std::string_view) {}
+void zekSysErr(zekEvtLog, uint32_t, uint32_t, uint32_t, const char*) {}
 
 int zekCfgInsertBothLine(zekCfgDb*, const zekCfgRecord&, const zekCfgRequest&) {
     return 0;
@@ -33,21 +29,6 @@ const uint8_t* zekCfgRestoring(const zekCfgDb*) {
     return nullptr;
 }
 
-int aclTrigger(aclList*, uint32_t) {
-    return 0;
-}
-void aclSendListToSNMP(aclList*, uint32_t, const aclBinding*) {}
-void aclSendEntToSNMP(aclList*, const aclEntry*, uint32_t, const aclBinding*) {}
-void aclSendListToIPM(aclList*, uint32_t, const aclBinding*) {}
-void aclReplayListToIPM(aclList*, const aclBinding*) {}
-bool aclNextListBehind(uint32_t, listName*) {
-    return false;
-}
-void aclSendListToSYSADMTSk(aclList*, uint32_t) {}
-void aclSendEntToSYSADMTSK(aclList*, const aclEntry*, uint32_t) {}
-int aclSendToVlanGroup(aclList*, const aclEntry*, uint32_t, uint32_t) {
-    return 0;
-}
 int zekSysCardTypeUsrPortIdToPortId(int, uint32_t, int) {
     return 0;
 }
@@ -55,20 +36,49 @@ int zekSysCardTypePortIdToPP(int, int) {
     return 0;
 }
 
-int aclSendToAclAgent(aclList*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) {
+// Nobody has an address, so nothing is sent.
+void zekEvtLogPrint(zekEvtLog, uint32_t, const char*) {}
+void zekDelayMicrosecond(uint32_t) {}
+bool zekHaIsPrimaryRpm() {
+    return true;
+}
+uint32_t zekClientWaitMs() {
     return 0;
 }
-int aclSendEntToAclAgent(const aclEntry*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
-                         const listName&) {
+int zek_tmeGetPeerIpAddrByName(uint32_t, uint32_t, uint32_t*) {
+    return -1;
+}
+uint32_t zek_sysGetIpAddr(uint32_t) {
     return 0;
 }
-int aclSendVlanAclToAclAgent(aclList*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t) {
+int ifmIfIndexToLName(uint32_t, char*, size_t) {
+    return -1;
+}
+int zekIpcSend(zekQueue, const void*, size_t) {
+    return -1;
+}
+int zekIpcRecv(zekQueue, void*, size_t, int) {
     return 0;
 }
-int aclSendVlanAclEntToAclAgent(const aclEntry*, uint32_t, uint32_t, uint32_t, uint32_t, uint32_t,
-                                const listName&) {
+int zekIpcRecvServing(zekQueue, void*, size_t, int, const zekServing&) {
     return 0;
 }
-int dosSendToAllAgents(aclList*, const aclEntry*, uint32_t) {
-    return 0;
+int zekSwpEnqueue(zekSwpHandle, void*, size_t) {
+    return -1;
 }
+bool zekSwpIsQueueAlive(zekSwpHandle) {
+    return true;
+}
+bool zekSwpIsQueueEmpty(zekSwpHandle) {
+    return true;
+}
+zekSwpState zekSwpQueueState(zekSwpHandle) {
+    return zekSwpState::inStep;
+}
+int zekSwpGetTaskNamesFromQHandle(zekSwpHandle, char*, char*, size_t) {
+    return -1;
+}
+void zekSwpQueueFlush(zekSwpHandle) {}
+void zekSwpQueueLose(zekSwpHandle) {}
+void zekSwpReplayBegin(zekSwpHandle) {}
+void zekSwpReplayEnd(zekSwpHandle) {}

@@ -18,14 +18,6 @@
 #include "platform/api/zekTask.h"
 #include "policy/prefix/zekprefixlist.h"
 
-// Nobody is told and nothing rests: what remains is the store's own work.
-int triggerClient(const triggerKind&, uint32_t, const clientTask&, const listName&,
-                  const listName&) {
-    return 0;
-}
-void zekEvtLogPrint(zekEvtLog, uint32_t, const char*) {}
-void zekDelayMicrosecond(uint32_t) {}
-
 namespace {
 
 constexpr uint32_t poolClasses[] = {32, 44, 56, 92, 136, 156, 168, 184, 192, 208, 864, 16384};

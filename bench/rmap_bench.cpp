@@ -7,36 +7,15 @@
 #include "bench/measure.h"
 #include "common/node.h"
 #include "include/status.h"
+#include "match/zekBgp.h"
+#include "match/zekRmap.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "match/zekBgp.h"
-#include "match/zekRmap.h"
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
-
-// Nobody is told and nothing rests.
-int triggerClient(const triggerKind&, uint32_t, const clientTask&, const listName&,
-                  const listName&) {
-    return 0;
-}
-void zekEvtLogPrint(zekEvtLog, uint32_t, const char*) {}
-void zekDelayMicrosecond(uint32_t) {}
-int ifmIfIndexToLName(uint32_t, char*, size_t) {
-    return -1;
-}
-int aclAddRmapClient(const rmapMatch&, const listName&, const listName&) {
-    return 0;
-}
-int aclDelRmapClient(const rmapMatch&, const listName&, const listName&) {
-    return 0;
-}
-aclList* ipAccessListFind(const listName&) {
-    return nullptr;
-}
-aspathAclNodeRecord* aspathAclNode = nullptr;
 
 namespace {
 

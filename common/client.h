@@ -57,11 +57,13 @@ struct triggerKind {
 int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
                   const listName& rmapName, const listName& list);
 
-// What the callers of triggers need of the route maps: the map of that name or null, and its own
-// clients told.
-struct rmapList;
-rmapList* ipRmapListFind(const listName& name);
-int rmapTrigger(rmapList* map);
+// Re-evaluates the route map of that name: its own clients are told. The route maps' store says it
+// with the first clause that makes one of its maps a client.
+extern void (*clientRmapChanged)(const listName& rmapName);
+
+const char* aclClientName(uint32_t application);  // "Unknown task" for others
+bool aclClientHasQueue(uint32_t application);     // it is told without a wait
+bool aclClientHasAddress(uint32_t application, uint32_t instance);
 
 // What a store is told of the route-map clause that names one of its lists. Each store takes the
 // clauses that are about its kind of list and answers 0 to all others without a change; -1 is a

@@ -1,25 +1,23 @@
 // Change triggers: one message, or a few, that tell a client of a list that the list has changed.
 #include "common/client.h"
+#include "common/node.h"
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <memory>
 
-#include "download/zekacl_download.h"
-#include "include/clientMsg.h"
+#include "common/await.h"
+#include "common/clientWait.h"
 #include "common/debug.h"
 #include "common/linecard.h"
+#include "common/queue.h"
+#include "include/clientMsg.h"
 #include "include/service.h"
 #include "platform/api/zekEvt.h"
-#include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "common/clientWait.h"
-#include "task/task.h"
 
 namespace {
-
-constexpr uint32_t POOL_TRIGGER = 18;
 
 constexpr taskName clientNames[] = {
     {APP_IFM, "IFM"},        {APP_ACL, "ACL"},   {APP_RIP, "RIP"},   {APP_RTM, "RTM"},
@@ -43,12 +41,12 @@ constexpr queueRow queueTable[] = {
 };
 
 struct messageFree {
-    void operator()(triggerMsg* message) const { zekMC_M_memBlockVarFree(message); }
+    void operator()(triggerMsg* message) const { acl_Swp_Free(message); }
 };
 typedef std::unique_ptr<triggerMsg, messageFree> triggerBuffer;
 
 triggerBuffer bufferMake() {
-    void* block = zekMC_M_memBlockVarAlloc(POOL_TRIGGER, ZEK_MEM_FLAGS, sizeof(triggerMsg));
+    void* block = acl_Swp_Alloc(sizeof(triggerMsg));
     if (block != nullptr) std::memset(block, 0, sizeof(triggerMsg));
     return triggerBuffer(static_cast<triggerMsg*>(block));
 }
@@ -156,6 +154,8 @@ void sayMuted(const clientTask& client, const listName& list) {
 
 }  // namespace
 
+void (*clientRmapChanged)(const listName& rmapName) = nullptr;
+
 const char* aclClientName(uint32_t application) {
     const auto* row = std::ranges::find(clientNames, application, &taskName::application);
     return row != std::ranges::end(clientNames) ? row->name : "Unknown task";
@@ -204,7 +204,7 @@ bool aclClientHasAddress(uint32_t application, uint32_t instance) {
 int triggerClient(const triggerKind& how, uint32_t kind, const clientTask& task,
                   const listName& rmapName, const listName& list) {
     if (kind == CLIENT_ROUTE_MAP) {
-        (void)rmapTrigger(ipRmapListFind(rmapName));
+        if (clientRmapChanged != nullptr) clientRmapChanged(rmapName);
         return 0;
     }
     if (kind != CLIENT_TASK) {

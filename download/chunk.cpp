@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "download/sendPath.h"
 #include "common/debug.h"
+#include "download/sendPath.h"
 
 namespace {
 

@@ -5,8 +5,6 @@
 #include "include/service.h"
 #include "platform/api/zekIpc.h"
 
-uint32_t aclMgrTransId = 0;
-
 namespace {
 
 // What the dump shows of a record. 0xFFFFFFFF handles show as -1, as they do in every log.

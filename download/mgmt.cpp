@@ -10,9 +10,9 @@
 #include <set>
 #include <string>
 
-#include "download/sendPath.h"
 #include "common/debug.h"
-#include "common/hooks.h"
+#include "download/sendPath.h"
+#include "download/zekacl_download.h"
 #include "include/service.h"
 
 namespace {

@@ -1,12 +1,9 @@
 // The reliable queues to the cards' agents and to the tasks that keep copies of lists.
-#include "download/sendPath.h"
 #include "common/debug.h"
+#include "download/sendPath.h"
 #include "include/service.h"
-#include "platform/api/zekMem.h"
 
 namespace {
-
-constexpr uint32_t MESSAGE_POOL = 18;
 
 void aclSwpDevPrintf(const char*) {
     aclSysErr(SYSERR_SWP, "%s", "Timeout from SWP");
@@ -34,13 +31,6 @@ int createTaskQueue(uint32_t peerApp, uint32_t instance, zekSwpHandle* handle, u
 }
 
 }  // namespace
-
-void* acl_Swp_Alloc(size_t size) {
-    return zekMC_M_memBlockVarAlloc(MESSAGE_POOL, ZEK_MEM_FLAGS, size);
-}
-void acl_Swp_Free(void* block) {
-    zekMC_M_memBlockVarFree(block);
-}
 
 zekSwpHandle aclStartQueueCreate(uint32_t peerApp) {
     // Errors of severity 5, a window of 10 messages.
@@ -78,19 +68,6 @@ int aclIPMSwpQueueCreate(uint32_t* attempts, const uint8_t* message) {
 int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts) {
     return createTaskQueue(APP_SYSADM, 0, &aclNode->aclSYSADMTSKqHandle,
                            &aclNode->sysadmtsktargetcard, "SYSADMTSK", attempts);
-}
-
-void aclReportQueueReset(zekSwpHandle queue) {
-    char own[64] = "?", peer[64] = "?";
-    (void)zekSwpGetTaskNamesFromQHandle(queue, own, peer, sizeof own);
-    aclSysErr(SYSERR_SWP, "Resetting SWP queue from %s to %s", own, peer);
-}
-
-int aclCheckSwpQueueHealth(zekSwpHandle queue) {
-    if (zekSwpIsQueueAlive(queue)) return 1;
-    zekSwpQueueFlush(queue);
-    aclReportQueueReset(queue);
-    return 0;
 }
 
 int AclSwpEnqueACL2(void* message, size_t length) {

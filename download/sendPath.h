@@ -8,8 +8,9 @@
 
 #include <cstdint>
 
-#include "download/zekacl_download.h"
 #include "common/node.h"
+#include "common/queue.h"
+#include "download/zekacl_download.h"
 
 // The families of lists, and what their bodies are made of.
 enum class agentBody { ip, ip6, mac };
@@ -82,10 +83,6 @@ const Entry* vAclMapMgrToClient(Image* images, const Entry* first, uint32_t coun
     *copied = i;
     return first;
 }
-
-// --- queues (queues.cpp) ---
-void* acl_Swp_Alloc(size_t size);
-void acl_Swp_Free(void* block);
 
 // An interface's name for texts, made only where it is printed.
 struct agentIfName {

@@ -1,10 +1,10 @@
 // Lists that are bound to LAGs and VLANs: which cards take them, and the sends to those cards.
 #include <bitset>
 
+#include "common/debug.h"
 #include "download/halAclMgr.h"
 #include "download/sendPath.h"
-#include "common/debug.h"
-#include "common/hooks.h"
+#include "download/zekacl_download.h"
 #include "platform/api/zekTask.h"
 
 namespace {

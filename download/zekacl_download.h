@@ -11,11 +11,11 @@
 #include <string>
 #include <variant>
 
-#include "include/agentMsg.h"
-#include "interface/interface.h"
 #include "common/linecard.h"
 #include "common/list.h"
 #include "common/macList.h"
+#include "include/agentMsg.h"
+#include "interface/interface.h"
 
 enum agentMsgId : uint32_t {
     MT_LINECARD_INFO = 14408,  // to the MAC manager
@@ -129,6 +129,30 @@ using aclPPBitMap = std::array<uint32_t, PP_TARGETS>;
 // reported once a call. A port by itself is only checked, and marked for an egress IPv6 list alone.
 void aclGetPPBitMap(uint32_t ifindex, aclPPBitMap* map, uint32_t ipv6, uint32_t messageId);
 bool aclV6IsEgAcl(uint32_t messageId);
+// A list (entry null) or one of its entries to the port pipes of an ACL VLAN group, 1-8. 0 or -1.
+int aclSendToVlanGroup(aclList* list, const aclEntry* entry, uint32_t groupId, uint32_t messageId);
+
+// --- copies (mgmt.cpp) -----------------------------------------------------------------------
+
+// The list's copies at the management tasks: SNMP 18, IPM 87, SYSADM 33.
+void aclSendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
+void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId,
+                      const aclBinding* binding);
+void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding);
+void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId);
+void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId);
+// The same for IPv6 lists, of which IPM keeps none.
+void aclV6SendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
+void aclV6SendEntToSNMP(aclList* list, const acl6Entry* entry, uint32_t messageId,
+                        const aclBinding* binding);
+void aclV6SendListToSYSADMTSK(aclList* list, uint32_t messageId);
+void aclV6SendEntToSYSADMTSK(aclList* list, const acl6Entry* entry, uint32_t messageId);
+
+// IPM gets whole lists only: while it has not answered the one before, a list is behind, and its
+// newest state follows when it has. The replay sends at once.
+void aclReplayListToIPM(aclList* list, const aclBinding* binding);
+// Takes one list that is behind at an instance which has answered everything; false: none.
+bool aclNextListBehind(uint32_t instance, listName* name);
 
 // --- queues (queues.cpp) ---------------------------------------------------------------------
 // Creators leave a queue alone that exists. 0; -1 after a system error.
@@ -147,9 +171,6 @@ int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts);
 // Takes the message (a pool block with a header at least, of which the addresses are filled in
 // here) over in every case. 0 or -1.
 int AclSwpEnqueACL2(void* message, size_t length);
-// 1 when the queue is healthy; else it is flushed, a system error raised, and the result is 0.
-int aclCheckSwpQueueHealth(zekSwpHandle queue);
-void aclReportQueueReset(zekSwpHandle queue);  // the system error of it
 
 // --- replays (resync.cpp) --------------------------------------------------------------------
 //

@@ -4,11 +4,11 @@
 // is split; every chunk repeats the list header, and all but the last say that more follows.
 #pragma once
 
+#include "common/list.h"
+#include "common/macList.h"
 #include "include/entry.h"
 #include "include/ipc.h"
-#include "common/list.h"
 #include "include/listName.h"
-#include "common/macList.h"
 
 // The 132-byte header of a download: the IPC header, padded, and two words of its own.
 struct agentHdr {

@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "include/ifindex.h"
 #include "common/list.h"
+#include "include/ifindex.h"
 #include "include/wire.h"
 #include "platform/api/zekRadix.h"
 
@@ -79,6 +79,9 @@ int aclLagMemberRemove(uint32_t lagIfindex, uint32_t port);
 // The LAG that the port is a member of, or 0.
 uint32_t aclLagOfPort(uint32_t port);
 
+// The member ports of a LAG in the order in which they joined, *count of them; null and 0 when the
+// LAG is not known or empty. Good until the lock is released.
+const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count);
 // --- VLAN members ---
 
 struct aclVlanMember {

@@ -3,9 +3,8 @@
 #include <new>
 
 #include "common/debug.h"
-#include "common/hooks.h"
-#include "interface/interface.h"
 #include "common/node.h"
+#include "interface/interface.h"
 #include "platform/api/zekMem.h"
 
 namespace {

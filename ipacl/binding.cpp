@@ -5,8 +5,8 @@
 // operation says so and changes nothing. Interface records stay once they are made. The caller
 // holds the write lock.
 #include "common/debug.h"
-#include "interface/interface.h"
 #include "common/node.h"
+#include "interface/interface.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
@@ -71,19 +71,7 @@ uint32_t refusal(const aclBindRequest& r) {
         if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
     }
     if (aclLagOfPort(r.ifindex) != 0) return ACL_E_LAG_MEMBER;
-    uint32_t status =
-        aclCheckForVlanAndMemberConfigurations(r.ifindex, r.block, r.vlanOption, r.direction, 0);
-    if (status != ACL_OK) return status;
-    if (r.direction == INTF_OUT) {
-        status = aclCheckVlanGrpClash(r.ifindex, r.block, r.vlanOption);
-        if (status != ACL_OK) {
-            aclDebug(DEBUG_ACL_GROUP, "%s : %s : %d\r\n", __FILE__, __func__, __LINE__);
-            aclDebug(DEBUG_ACL_GROUP, "vlan %s has a vlan which belongs to a acl vlan group\r\n",
-                     interfaceName(r.ifindex).text);
-            return status;
-        }
-    }
-    return aclMgrIpMacAclIsPresentOnIntf(r.ifindex) != 0 ? ACL_E_CLASH : ACL_OK;
+    return ACL_OK;
 }
 
 // The one index of an interface. Bits that its type does not use would make other ones of it, and a

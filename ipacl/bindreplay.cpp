@@ -1,7 +1,6 @@
 // Bound lists that are sent although nothing has changed: to a card whose agent has registered, and
 // to a port that joins or leaves a LAG.
 #include "download/zekacl_download.h"
-#include "common/hooks.h"
 #include "interface/interface.h"
 #include "ipacl/propagate.h"
 #include "ipacl/zekipaccess.h"

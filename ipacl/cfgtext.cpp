@@ -7,9 +7,9 @@
 #include <cstdio>
 
 #include "common/debug.h"
+#include "common/node.h"
 #include "include/icmpNames.h"
 #include "include/ipText.h"
-#include "common/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 

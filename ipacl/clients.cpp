@@ -8,7 +8,6 @@
 #include <iterator>
 
 #include "common/debug.h"
-#include "common/hooks.h"
 #include "include/service.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"

@@ -3,10 +3,10 @@
 // Kept in aclNode->dos_tree by name; they are bound to nothing: an active list (kind word with
 // DOS_ACTIVE) goes to the agent of every card. They are short, so entries are found by walking the
 // chain. The caller holds the write lock.
-#include "download/zekacl_download.h"
-#include "include/cliMsg.h"
 #include "common/debug.h"
 #include "common/node.h"
+#include "download/zekacl_download.h"
+#include "include/cliMsg.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"
 

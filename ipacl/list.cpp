@@ -6,9 +6,9 @@
 // goes first into the trees, the chain and the filter's index, then, in the order that each
 // operation states, to the clients, the bindings and the configuration. The caller holds the write
 // lock.
-#include "download/zekacl_download.h"
 #include "common/debug.h"
-#include "common/hooks.h"
+#include "common/node.h"
+#include "download/zekacl_download.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"

@@ -2,13 +2,13 @@
 // tasks that keep copies. What has changed comes as a small record; who receives it is decided
 // here.
 #include "ipacl/propagate.h"
+#include "common/node.h"
 
 #include <iterator>
 
-#include "common/hooks.h"
-#include "interface/interface.h"
 #include "common/linecard.h"
 #include "include/service.h"
+#include "interface/interface.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"

@@ -2,8 +2,8 @@
 // folder.
 #pragma once
 
-#include "download/zekacl_download.h"
 #include "common/list.h"
+#include "download/zekacl_download.h"
 
 // What is sent. The management tasks 18 and 33 receive the list or entry under the ingress id.
 struct aclChange {

@@ -4,11 +4,11 @@
 #include <cstring>
 #include <new>
 
+#include "common/hitCount.h"
+#include "common/node.h"
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
-#include "common/hitCount.h"
 #include "include/ipText.h"
-#include "common/node.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"

@@ -7,8 +7,8 @@
 #include "common/record.h"
 #include "include/status.h"
 #include "ipacl/zekipaccess.h"
-#include "platform/api/zekMem.h"
 #include "match/zekPolicy.h"
+#include "platform/api/zekMem.h"
 
 namespace {
 

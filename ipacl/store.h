@@ -2,8 +2,8 @@
 // Private to this folder.
 #pragma once
 
-#include "common/nametree.h"
 #include "common/list.h"
+#include "common/nametree.h"
 
 // --- lists in a name tree --------------------------------------------------------------------
 

@@ -1,9 +1,9 @@
 // System lists: what the manager itself installs on one port, such as the protocol traps. Kept in
 // aclNode->aclSys_tree by name; never in the configuration, and without sequence-number or content
 // trees. Every change goes to the port that the caller names. The caller holds the write lock.
-#include "download/zekacl_download.h"
 #include "common/debug.h"
-#include "common/hooks.h"
+#include "common/node.h"
+#include "download/zekacl_download.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/zekipaccess.h"

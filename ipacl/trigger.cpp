@@ -1,8 +1,8 @@
 // Telling the clients of an access list that it has changed.
 #include "common/client.h"
 #include "common/debug.h"
-#include "common/hooks.h"
 #include "include/service.h"
+#include "ipacl/zekipaccess.h"
 
 namespace {
 

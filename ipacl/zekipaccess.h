@@ -116,13 +116,20 @@ aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t 
 // The mode under which the change feed tells an interface's lines; 0 for what has none.
 uint32_t aclGetCliModeFromIfIndex(uint32_t ifindex);
 
-// What may forbid a binding; a status other than 0 is returned to the caller as it is. `remove` is
-// 0 when a list is bound. The last one says whether an IP-MAC list is there.
-uint32_t aclCheckForVlanAndMemberConfigurations(uint32_t ifindex, const bindingBlock* block,
-                                                bool vlanOption, uint32_t direction,
-                                                uint32_t remove);
-uint32_t aclCheckVlanGrpClash(uint32_t ifindex, const bindingBlock* block, bool vlanOption);
-uint32_t aclMgrIpMacAclIsPresentOnIntf(uint32_t ifindex);
+// --- telling those that a list concerns (trigger.cpp, propagate.cpp, bindreplay.cpp) -----------
+
+// Tells every client of a list that it has changed (route maps are re-evaluated). ipv6 is a flag,
+// 0 or 1. Null list: nothing. Returns 0, or -1 when a send failed.
+int aclTrigger(aclList* list, uint32_t ipv6);
+
+// Every list that a management task is a client of, to that task; lists that are behind, when their
+// task has answered. A read lock is enough.
+void aclSendListsToTask(uint32_t application, uint32_t instance);
+void aclServeListsBehind();
+
+// Replays every list that concerns a card, and the active DoS list, to the card's agent. A read
+// lock is enough.
+void AclUpdateAclAgent(uint32_t slot);
 
 // --- clients (clients.cpp) -------------------------------------------------------------------
 // Tasks and route maps that use a list by name; the route maps' half is in include/client.h. A list

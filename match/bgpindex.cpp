@@ -13,8 +13,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/api/zekBgpRegex.h"
 #include "match/zekBgp.h"
+#include "platform/api/zekBgpRegex.h"
 
 typedef std::vector<const bgpEntry*> entryRow;  // by ascending id
 

@@ -1,9 +1,9 @@
 // The agents of the line cards and of the control processor: registration, and cards that go down.
+#include "common/linecard.h"
 #include "download/zekacl_download.h"
 #include "include/agentMsg.h"
-#include "common/hooks.h"
-#include "common/linecard.h"
 #include "include/service.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/api/zekCfg.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"

@@ -3,10 +3,10 @@
 #include <array>
 #include <iterator>
 
+#include "common/clientWait.h"
 #include "common/clients.h"
 #include "include/clientMsg.h"
 #include "include/service.h"
-#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

@@ -10,10 +10,10 @@
 #include <string>
 
 #include "common/cfgline.h"
+#include "common/clientWait.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
-#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -346,6 +346,11 @@ void aclNotBuilt(const char* what) {
     if (!told.insert(what).second) return;
     std::string text = std::string("not supported by this build: ") + what;
     zekEvtLogPrint(aclNode->evtLogKey, 4, text.c_str());
+}
+
+uint32_t aclRefuseV6() {
+    aclNotBuilt("IPv6 access lists");
+    return ACL_E_SYSTEM;
 }
 
 void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buffer,

@@ -2,10 +2,11 @@
 // everything that their peers must have, when the peers answer.
 #include <algorithm>
 
-#include "download/zekacl_download.h"
-#include "common/hooks.h"
 #include "common/linecard.h"
+#include "common/queue.h"
+#include "download/zekacl_download.h"
 #include "include/service.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/api/zekSwp.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"

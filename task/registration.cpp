@@ -3,10 +3,10 @@
 #include <optional>
 #include <utility>
 
-#include "download/zekacl_download.h"
-#include "common/linecard.h"
-#include "include/service.h"
 #include "common/clientWait.h"
+#include "common/linecard.h"
+#include "download/zekacl_download.h"
+#include "include/service.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 

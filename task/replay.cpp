@@ -1,8 +1,7 @@
 // What an agent is to hold, sent whole: when it has registered, when it says that it needs
 // it, when its queue has lost something, and when the primary role has come back.
-#include "download/zekacl_download.h"
-#include "common/hooks.h"
 #include "common/linecard.h"
+#include "download/zekacl_download.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"

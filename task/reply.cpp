@@ -1,11 +1,9 @@
 // The reply functions: how each sender of a message gets its answer.
 #include "task/task.h"
 
-#include <chrono>
-
+#include "common/clientWait.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekMem.h"
-#include "common/clientWait.h"
 
 void AclIpcReply([[maybe_unused]] uint32_t queue, uint8_t* message) {
     // The queue is not used: every answer leaves by the request queue.
@@ -82,8 +80,6 @@ namespace {
 // What is served while the task waits in the middle of its work: downloads go on, and a card that
 // is down is no longer written to. The handlers of these run under the lock of the work that waits,
 // whatever it is: they may neither take the lock nor touch a list.
-bool serving = false;
-
 zekUrgency urgencyOf(std::span<const uint8_t> message) {
     const auto* hdr = wireView<ipcHdr>(message);
     switch (hdr->mtype) {
@@ -113,7 +109,7 @@ void serveUrgent(std::span<const uint8_t> message) {
 }
 
 // One that nobody waits for any more.
-void takeLateAnswer(const ipcHdr& answer) {
+void lateAnswer(const ipcHdr& answer) {
     if (answer.mtype == MT_IFM_REGISTER)
         aclIfmLateAnswer(answer.sequence);
     else
@@ -122,35 +118,6 @@ void takeLateAnswer(const ipcHdr& answer) {
 
 }  // namespace
 
-bool aclIsServing() {
-    return serving;
-}
-
-const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs) {
-    using namespace std::chrono;
-    static uint8_t answer[IPC_BUFFER_SIZE];
-    const auto deadline = steady_clock::now() + milliseconds(timeoutMs);
-    const zekServing urgent{urgencyOf, serveUrgent};
-    for (;;) {
-        const auto left = duration_cast<milliseconds>(deadline - steady_clock::now()).count();
-        if (left <= 0 || serving) return nullptr;
-        serving = true;
-        const int got = zekIpcRecvServing(aclNode->rspQfd, answer, sizeof answer,
-                                          static_cast<int>(left), urgent);
-        serving = false;
-        if (got <= 0) return nullptr;
-        const auto* hdr =
-            wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got)));
-        if (hdr == nullptr) continue;
-        if (hdr->mtype == mtype && hdr->sequence == sequence) return hdr;
-        takeLateAnswer(*hdr);
-    }
-}
-
-void aclTakeLateAnswers() {
-    static uint8_t answer[IPC_BUFFER_SIZE];
-    for (int got; (got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, 0)) > 0;)
-        if (const auto* hdr =
-                wireView<ipcHdr>(std::span<const uint8_t>(answer, static_cast<size_t>(got))))
-            takeLateAnswer(*hdr);
+aclWaitService aclUrgentMessages() {
+    return {{urgencyOf, serveUrgent}, lateAnswer};
 }

@@ -4,20 +4,16 @@
 // start. The order of the steps is observable (event log, messages to other tasks) and stands.
 #include <new>
 
-#include "download/zekacl_download.h"
+#include "common/clientWait.h"
 #include "common/linecard.h"
+#include "download/zekacl_download.h"
 #include "include/service.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
-#include "common/clientWait.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
-
-aclNodeRecord* aclNode = nullptr;
-aspathAclNodeRecord* aspathAclNode = nullptr;
-aclLinecard aclLinecardInfo[SLOT_COUNT] = {};
 
 namespace {
 
@@ -190,6 +186,7 @@ bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* counter, aspathAclNodeReco
 aclNodeRecord* AclInitialize(int, char**) {
     init_acl_mutexes();
     clientStatesForget();
+    aclServeWhileWaiting(aclUrgentMessages());
     void* memory = zekMC_MM_malloc(sizeof(aclNodeRecord));
     if (memory == nullptr) return nullptr;
     aclNode = new (memory) aclNodeRecord{};

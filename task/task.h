@@ -6,9 +6,10 @@
 #include <span>
 #include <string>
 
+#include "common/await.h"
 #include "common/debug.h"
-#include "include/ipc.h"
 #include "common/node.h"
+#include "include/ipc.h"
 
 // --- start-up (start.cpp) --------------------------------------------------------------------
 
@@ -107,15 +108,9 @@ int AclVrrpIpcReply(uint8_t* message);
 // Sends a show's reply buffer as the answer to `message` and frees it. 0 or -1.
 int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
 
-// Waits for the answer of that type and sequence number to a message that this task has sent. What
-// else comes to the response queue is too late for someone: a client's answer is counted. Requests
-// wait meanwhile, but SWP time-outs and answers and cards that go down are served.
-// The answer's header, good until the next call; null: none in time.
-const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutMs);
-// Takes what has come to the response queue and nobody waits for.
-void aclTakeLateAnswers();
+// What is served while the task waits for an answer (common/await.h).
+aclWaitService aclUrgentMessages();
 void aclIfmLateAnswer(uint32_t sequence);
-bool aclIsServing();  // a message is being served inside a wait
 
 // What the dispatchers count; shown by `show system`.
 struct aclTaskCounters {
@@ -145,13 +140,10 @@ void aclNotBuilt(const char* what);
 // Whether the configuration can be changed: what is restored always can.
 bool aclCanChange();
 
-// --- triggers (trigger.cpp; aclSendTrigger is in include/client.h) ---------------------------
+// --- triggers (trigger.cpp; aclSendTrigger is in common/client.h) ---------------------------
 
-const char* aclClientName(uint32_t application);  // "Unknown task" for others
 // JSON: every registered client, and how it was told (clientShow.cpp).
 std::string aclClientsDump();
-bool aclClientHasQueue(uint32_t application);  // it is told without a wait
-bool aclClientHasAddress(uint32_t application, uint32_t instance);
 
 // --- debug shell (debugFunctions.cpp, installed.cpp, prefixFunctions.cpp, nodeDump.cpp) ---
 

@@ -12,10 +12,9 @@
 #include <cstdint>
 #include <utility>
 
-#include "common/hooks.h"
 #include "ipacl/zekipaccess.h"
-#include "platform/api/zekLock.h"
 #include "match/zekPolicy.h"
+#include "platform/api/zekLock.h"
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
@@ -40,9 +39,20 @@ struct aclExt {
     }
 };
 
-// Two store operations of one signature, chosen by the last argument.
+// Says once that IPv6 access lists are not there yet: the answer for their half of a wrapper.
+uint32_t aclRefuseV6();
+
+// Two store operations of one signature, chosen by the last argument; null: not there yet.
 template <aclLock Kind, auto V4Operation, auto V6Operation>
 struct aclExtFamily;
+template <aclLock Kind, class... Args, uint32_t (*V4Operation)(Args...)>
+struct aclExtFamily<Kind, V4Operation, nullptr> {
+    uint32_t operator()(Args... args, uint32_t family) const {
+        if (family == 1) return aclRefuseV6();
+        aclLockHeld<Kind> held;
+        return V4Operation(args...);
+    }
+};
 template <aclLock Kind, class Result, class... Args, Result (*V4Operation)(Args...),
           Result (*V6Operation)(Args...)>
 struct aclExtFamily<Kind, V4Operation, V6Operation> {
@@ -86,6 +96,13 @@ struct aclExtCreateFamily {
                            : aclExtCreate<V4Operation>{}(name, kind, placeholder);
     }
 };
+template <auto V4Operation>
+struct aclExtCreateFamily<V4Operation, nullptr> {
+    uint32_t operator()(const listName& name, uint32_t kind, uint32_t placeholder,
+                        uint32_t family) const {
+        return family == 1 ? aclRefuseV6() : aclExtCreate<V4Operation>{}(name, kind, placeholder);
+    }
+};
 
 // Prefix lists keep the family's number behind the status.
 struct aclExtPrefixCreate {
@@ -97,24 +114,13 @@ struct aclExtPrefixCreate {
     }
 };
 
-// The IPv6 store is not built yet: its half of the family wrappers refuses, and logs that once.
-aclList* aclV6AccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
-                               uint32_t* status);
-uint32_t aclV6AccessListDelete(const listName& name, uint32_t kind);
-uint32_t aclV6AddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t log,
-                             uint32_t monitor);
-uint32_t aclV6DelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
-                             uint32_t cfgAndTrigger);
-uint32_t aclV6ApplyIntf(const listName& name, const aclBindRequest& request);
-uint32_t aclV6RemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction);
-
 // clang-format off
-inline constexpr aclExtCreateFamily<ipAccessListCreate, aclV6AccessListCreate>                  ipAccessListCreateExt;
-inline constexpr aclExtFamily<aclLock::write, ipAccessListDelete, aclV6AccessListDelete>        ipAccessListDeleteExt;
-inline constexpr aclExtFamily<aclLock::write, ipAddAccessEntry, aclV6AddAccessEntry>            ipAddAccessEntryExt;
-inline constexpr aclExtFamily<aclLock::write, ipDelAccessEntry, aclV6DelAccessEntry>            ipDelAccessEntryExt;
-inline constexpr aclExtFamily<aclLock::write, aclIpApplyIntf, aclV6ApplyIntf>                  aclIpApplyIntfExt;
-inline constexpr aclExtFamily<aclLock::write, aclIpRemoveIntf, aclV6RemoveIntf>                aclIpRemoveIntfExt;
+inline constexpr aclExtCreateFamily<ipAccessListCreate, nullptr>                  ipAccessListCreateExt;
+inline constexpr aclExtFamily<aclLock::write, ipAccessListDelete, nullptr>        ipAccessListDeleteExt;
+inline constexpr aclExtFamily<aclLock::write, ipAddAccessEntry, nullptr>            ipAddAccessEntryExt;
+inline constexpr aclExtFamily<aclLock::write, ipDelAccessEntry, nullptr>            ipDelAccessEntryExt;
+inline constexpr aclExtFamily<aclLock::write, aclIpApplyIntf, nullptr>                  aclIpApplyIntfExt;
+inline constexpr aclExtFamily<aclLock::write, aclIpRemoveIntf, nullptr>                aclIpRemoveIntfExt;
 inline constexpr aclExtCreate<ipDosListCreate>                                                  ipDosListCreateExt;
 inline constexpr aclExt<aclLock::write, ipDosListDelete>                                        ipDosListDeleteExt;
 inline constexpr aclExt<aclLock::write, ipAddDosEntry>                                          ipAddDosEntryExt;

@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "cli/lexer.h"
-#include "cli/show/render.h"
 #include "cli/session.h"
+#include "cli/show/render.h"
 #include "include/status.h"
 
 namespace {

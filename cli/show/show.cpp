@@ -3,8 +3,8 @@
 #include <fstream>
 
 #include "cli/lexer.h"
-#include "cli/show/render.h"
 #include "cli/session.h"
+#include "cli/show/render.h"
 #include "include/status.h"
 #include "platform/api/zekCfg.h"
 

@@ -2,9 +2,9 @@
 // manager.
 #include <nlohmann/json.hpp>
 
+#include "cli/session.h"
 #include "cli/show/agents.h"
 #include "cli/show/render.h"
-#include "cli/session.h"
 #include "include/cliMsg.h"
 #include "platform/api/zekCfg.h"
 

@@ -142,8 +142,12 @@ void zekEvtLogPrint(zekEvtLog, uint32_t, const char* text) {
     testRecord(std::string("log ") + text);
     logLine(0, text);
 }
+// The function and the line that stand in front of a text are no behaviour.
 void zekDebugPrint(std::string_view text) {
-    testRecord("debug " + std::string(text));
+    const size_t line = text.find(' ') + 1;
+    const size_t behind = text.find_first_not_of("0123456789", line);
+    const bool places = line != 0 && behind != text.npos && behind > line && text[behind] == ' ';
+    testRecord("debug " + std::string(places ? text.substr(behind + 1) : text));
 }
 void zekEvtRing(const std::function<void(const zekEvtLine&)>& fn) {
     for (const zekEvtLine& line : ring) fn(line);

@@ -3,8 +3,8 @@
 // A list is absent, a placeholder or configured; only a configured one has entries. An entry stands
 // in the chain, in the content tree and in the index at once. A change is made there first; then
 // the clients hear of it, then the configuration.
-#include "policy/bgp/store.h"
 #include "common/record.h"
+#include "policy/bgp/store.h"
 
 #include <cstring>
 

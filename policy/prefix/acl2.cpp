@@ -1,7 +1,8 @@
 // Prefix lists to the second ACL agent, which hears every change as the CLI request that made it: a
 // new agent hears the requests that make what there is.
-#include "download/zekacl_download.h"
 #include "common/debug.h"
+#include "common/node.h"
+#include "download/zekacl_download.h"
 #include "include/ipc.h"
 #include "platform/api/zekMem.h"
 #include "policy/prefix/family.h"

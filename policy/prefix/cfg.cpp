@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "common/node.h"
 #include "include/ipText.h"
 #include "policy/prefix/family.h"
 

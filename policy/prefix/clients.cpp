@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "common/debug.h"
+#include "common/node.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekEvt.h"

@@ -6,9 +6,10 @@
 // content tree (under what makes two entries one) and in the index of the evaluation, so that no
 // operation but a clear, a resequencing and a whole deletion walks the chain. An entry is one
 // block: the entry, its record, its content key. The caller holds the write lock.
-#include "common/nametree.h"
-#include "common/record.h"
 #include "common/debug.h"
+#include "common/nametree.h"
+#include "common/node.h"
+#include "common/record.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"

@@ -1,8 +1,9 @@
 // Shows of prefix lists, page by page, and the hit counts.
 #include <new>
 
-#include "include/cliMsg.h"
 #include "common/hitCount.h"
+#include "common/node.h"
+#include "include/cliMsg.h"
 #include "include/ipText.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"

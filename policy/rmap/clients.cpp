@@ -57,6 +57,7 @@ constexpr registrar registrars[] = {
 
 int rmapRegister(const rmapList* map, const rmapEntry* entry, rmapNameValue* value) {
     const rmapMatch match{entry->cls, entry->code, &value->list};
+    clientRmapChanged = [](const listName& name) { (void)rmapTrigger(ipRmapListFind(name)); };
     value->list = nullptr;
     size_t done = 0;
     while (done < std::size(registrars) && registrars[done].add(match, map->name, value->name) == 0)

@@ -2,8 +2,8 @@
 #include <cstring>
 
 #include "common/nametree.h"
-#include "common/record.h"
 #include "common/node.h"
+#include "common/record.h"
 #include "platform/api/zekMem.h"
 #include "policy/rmap/store.h"
 

@@ -4,9 +4,9 @@
 #include <new>
 #include <vector>
 
+#include "common/hitCount.h"
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
-#include "common/hitCount.h"
 #include "include/ipText.h"
 #include "platform/api/zekMem.h"
 #include "policy/rmap/store.h"

@@ -1,8 +1,8 @@
 // What the files of the route-map store share. Private to this folder.
 #pragma once
 
-#include "platform/api/zekCfg.h"
 #include "match/zekRmap.h"
+#include "platform/api/zekCfg.h"
 #include "policy/rmap/zekroutemap.h"
 
 constexpr int32_t RMAP_SEQ_DEFAULT = 10;

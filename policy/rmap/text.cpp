@@ -6,8 +6,8 @@
 #include "common/debug.h"
 #include "include/ipText.h"
 #include "platform/api/zekTask.h"
-#include "policy/rmap/store.h"
 #include "policy/bgp/zekbgp_plcy.h"
+#include "policy/rmap/store.h"
 
 namespace {
 

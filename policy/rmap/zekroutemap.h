@@ -17,7 +17,11 @@
 
 // --- maps and instances (routemap.cpp) ---------------------------------------------------------
 
-// ipRmapListFind and rmapTrigger are declared in include/client.h. Look-ups: a read lock is enough.
+// Tells the clients of a map that it has changed. 0, or -1 when a send failed. Null: nothing.
+int rmapTrigger(rmapList* map);
+
+// Look-ups: a read lock is enough. Null when there is none.
+rmapList* ipRmapListFind(const listName& name);
 rmapList* ipRmapListFindFirst();
 rmapList* ipRmapListFindNext(const listName& name);  // the name need not be there
 rmapInstance* rmapInstanceFind(const rmapList* map, int32_t seq);

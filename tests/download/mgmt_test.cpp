@@ -1,5 +1,5 @@
 // Copies at the management tasks, put together byte by byte from docs/wire-formats.md.
-#include "common/hooks.h"
+#include "ipacl/zekipaccess.h"
 #include "tests/download/fixture.h"
 
 namespace {

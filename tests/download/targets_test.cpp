@@ -4,7 +4,7 @@
 #include <random>
 #include <set>
 
-#include "common/hooks.h"
+#include "ipacl/zekipaccess.h"
 #include "tests/download/fixture.h"
 
 namespace {

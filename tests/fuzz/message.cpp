@@ -8,8 +8,8 @@
 
 #include "include/cliMsg.h"
 #include "include/clientMsg.h"
-#include "interface/interface.h"
 #include "include/service.h"
+#include "interface/interface.h"
 #include "platform/api/zekMem.h"
 #include "platform/test/record.h"
 #include "task/task.h"

@@ -3,9 +3,9 @@
 #include <random>
 #include <thread>
 
-#include "platform/api/zekLock.h"
 #include "match/matchIndex.h"
 #include "match/zekPolicy.h"
+#include "platform/api/zekLock.h"
 #include "tests/support/ipaclTest.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // Ordinary lists: what follows from an operator's action, in order.
-#include "common/hooks.h"
 #include "include/service.h"
+#include "ipacl/zekipaccess.h"
 #include "tests/support/ipaclTest.h"
 
 namespace {

@@ -1,8 +1,8 @@
 // Takes every list, map and binding of the task away, whatever uses it.
 #pragma once
 
-#include "interface/interface.h"
 #include "include/policyMsg.h"
+#include "interface/interface.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/test/record.h"
 #include "policy/bgp/zekbgp_plcy.h"

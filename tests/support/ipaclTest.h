@@ -9,15 +9,14 @@
 #include <vector>
 
 #include "common/debug.h"
-#include "interface/interface.h"
 #include "common/linecard.h"
 #include "common/node.h"
+#include "interface/interface.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
 #include "platform/test/record.h"
-#include "tests/support/record_task.h"
 
 typedef std::vector<std::string> rows;
 
@@ -75,7 +74,6 @@ class IpAcl : public testing::Test {
   protected:
     void SetUp() override {
         testReset();
-        testChecks = {};
         for (aclLinecard& card : aclLinecardInfo) card = {};
         node = {};
         aclNode = &node;

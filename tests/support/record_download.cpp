@@ -3,7 +3,7 @@
 #include <cstdio>
 
 #include "download/zekacl_download.h"
-#include "common/hooks.h"
+#include "ipacl/zekipaccess.h"
 #include "platform/test/inject.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // Registrations as they come, and the walk that tells the clients of an access list.
+#include "common/clientWait.h"
 #include "include/clientMsg.h"
-#include "common/hooks.h"
 #include "ipacl/store.h"
+#include "ipacl/zekipaccess.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
-#include "common/clientWait.h"
 #include "tests/task/fixture.h"
 
 namespace {

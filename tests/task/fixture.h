@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "include/cliMsg.h"
-#include "interface/interface.h"
 #include "common/linecard.h"
+#include "include/cliMsg.h"
 #include "include/service.h"
 #include "include/status.h"
+#include "interface/interface.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
 #include "platform/test/record.h"

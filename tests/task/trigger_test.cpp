@@ -1,7 +1,7 @@
 // Triggers on the wire: what one client is sent, and how its answer, or none, is told.
 #include "common/client.h"
-#include "include/clientMsg.h"
 #include "common/clientWait.h"
+#include "include/clientMsg.h"
 #include "tests/task/fixture.h"
 
 namespace {
