@@ -42,7 +42,7 @@ hostConfig& hostConf();
 bool hostWaitTaskReady(int timeoutMs);  // -1: for ever
 uint64_t hostUptimeMs();                // since the process's start
 
-// ---- ipc.cpp
+// ---- held.cpp
 // While requests are held, whatever asks, changes or registers is kept aside, in order, and
 // delivered after the release. Answers, time-outs and events are delivered as ever. Any thread.
 void hostHoldRequests();
@@ -62,6 +62,7 @@ void hostSetOwnRequests(const hostOwnRequests* requests);
 bool hostTakeOwnAnswer(const void* message, size_t length);  // false: it is none
 void hostWakeTask();                                         // any thread
 
+// ---- ipc.cpp
 // Opens the task's queues at this address below this folder; zekTaskStartup's work, apart so that a
 // test can have a task without options.
 bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uint32_t instance);
@@ -126,6 +127,9 @@ zekSendResult hostEndpointSendMany(zekEndpoint* endpoint,
 // Descriptor that polls writable when the receiver can take another message; -1 when nobody listens
 // there. Stays the endpoint's and lives until its next send.
 int hostEndpointPeerFd(zekEndpoint* endpoint, uint32_t card, uint32_t port);
+
+// ---- sockets.cpp: sockets as files of the run folder.
+std::string hostSystemError(const std::string& what);  // what, and what errno says
 // Makes the folder and those above it; 0750. False with *error.
 bool hostMakeDirs(const std::string& path, std::string* error);
 // The address of a socket in a folder, also when its path is longer than socket addresses allow:

@@ -8,18 +8,17 @@
 
 #include <poll.h>
 #include <sched.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <deque>
-#include <mutex>
 #include <thread>
+#include <utility>
 
 #include "include/ipc.h"
 #include "include/service.h"
+#include "platform/host/held.h"
 #include "platform/host/host.h"
 
 namespace {
@@ -29,14 +28,6 @@ constexpr size_t KEPT_MAX = 4096;  // messages; then the socket fills up and sen
 constexpr size_t KEPT_BYTES_MAX = 32u << 20;
 constexpr int DRAIN_MAX = 256;      // messages taken off one socket at a time
 constexpr size_t ANSWERS_MAX = 64;  // sessions whose answers are kept apart
-// Requests kept aside; more are dropped and counted: their senders time out.
-constexpr size_t ASIDE_MAX = 65536;
-constexpr size_t ASIDE_BYTES_MAX = 16u << 20;
-
-struct keptMessage {
-    std::vector<uint8_t> bytes;
-    int32_t pid;
-};
 
 struct socketQueue {
     zekEndpoint* endpoint = nullptr;
@@ -50,22 +41,9 @@ struct hostTask {
     socketQueue request, response;
     std::vector<keptMessage> answers;  // of SWP peers, to the request queue: see keepAnswer
     std::thread::id thread;
-    hostFd wake;  // written by other threads when the task must look again
 } task;
 zekIpcStats stats;
 int requestsTaken = 0;  // by the last look at the request socket that found some
-
-// What other threads want held, and what the task has made of it.
-std::mutex holdLock;
-bool holdWanted = false;
-std::atomic<uint32_t> holdChanges{0};
-bool hold = false;
-uint32_t holdSeen = 0;
-std::deque<keptMessage> aside;
-size_t asideBytes = 0;
-
-const hostOwnRequests* own = nullptr;
-bool ownIsNext = false;  // its requests and those of others take turns
 
 socketQueue* queueOf(zekQueue queue) {
     if (task.key == 0 || queue >> 2 != task.key) return nullptr;
@@ -75,22 +53,6 @@ socketQueue* queueOf(zekQueue queue) {
 }
 bool isTimerQueue(zekQueue queue) {
     return task.key != 0 && queue == (task.key << 2 | QUEUE_TIMER);
-}
-
-const ipcHdr* headerOf(const keptMessage& m) {
-    return wireView<ipcHdr>(std::span(m.bytes.data(), m.bytes.size()));
-}
-
-// What may have to wait until the configuration is there: whoever asks, changes or registers.
-bool isHeldRequest(const keptMessage& m) {
-    if (!hold) return false;
-    const uint32_t type = headerOf(m)->mtype;
-    auto within = [type](uint32_t first, uint32_t last) { return type >= first && type <= last; };
-    return within(MT_CLI_COMMAND, MT_CLI_COMMAND_2) ||
-           within(MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE) ||
-           within(MT_SHOW_IP_ACL, MT_SHOW_V6_PREFIX_ALL + 1) ||
-           within(MT_ACL0_REGISTER, MT_SYSADM_REGISTER) ||
-           within(MT_CLIENT_FIRST, MT_CLIENT_LAST) || type == MT_ACL2_REGISTER;
 }
 
 // SWP answers are handed over before everything else, and of each session only the newest: it
@@ -111,13 +73,9 @@ bool keepAnswer(keptMessage* m) {
     return true;
 }
 
-bool ownWaits() {
-    return own != nullptr && own->waits();
-}
-
 bool anyWaits(const socketQueue& queue) {
     return !queue.kept.empty() ||
-           (&queue == &task.request && (!task.answers.empty() || ownWaits()));
+           (&queue == &task.request && (!task.answers.empty() || heldOwnWaits()));
 }
 
 // The next message of a queue; false when there is none after all.
@@ -127,11 +85,7 @@ bool takeNext(socketQueue* queue, keptMessage* m) {
         task.answers.pop_back();
         return true;
     }
-    if (queue == &task.request && ownWaits()) {
-        ownIsNext = !ownIsNext || queue->kept.empty();
-        m->pid = getpid();
-        if (ownIsNext && own->next(&m->bytes)) return true;
-    }
+    if (queue == &task.request && heldOwnNext(!queue->kept.empty(), m)) return true;
     if (queue->kept.empty()) return false;
     *m = std::move(queue->kept.front());
     queue->kept.pop_front();
@@ -141,48 +95,19 @@ bool takeNext(socketQueue* queue, keptMessage* m) {
 
 void keep(socketQueue* queue, keptMessage m) {
     if (queue == &task.request && keepAnswer(&m)) return;
-    if (queue == &task.request && isHeldRequest(m)) {
-        if (aside.size() >= ASIDE_MAX || asideBytes + m.bytes.size() > ASIDE_BYTES_MAX) {
-            stats.overrun++;
-            hostRequestDropped(*headerOf(m));
-            return;
-        }
-        asideBytes += m.bytes.size();
-        aside.push_back(std::move(m));
-        return;
-    }
+    if (queue == &task.request && heldTakes(&m)) return;
     queue->keptBytes += m.bytes.size();
     queue->kept.push_back(std::move(m));
 }
 
 // Sorts the requests anew when another thread has begun or ended a hold.
 void followHold() {
-    uint32_t changes = holdChanges.load(std::memory_order_acquire);
-    if (changes == holdSeen) return;
-    {
-        std::lock_guard guard(holdLock);
-        hold = holdWanted;
-    }
-    holdSeen = changes;
-    std::deque<keptMessage> all;
-    std::swap(all, task.request.kept);
+    std::deque<keptMessage> aside;
+    if (!heldChanged(&aside)) return;
+    std::deque<keptMessage> all = std::exchange(task.request.kept, {});
     for (keptMessage& m : aside) all.push_back(std::move(m));
-    aside.clear();
-    asideBytes = task.request.keptBytes = 0;
+    task.request.keptBytes = 0;
     for (keptMessage& m : all) keep(&task.request, std::move(m));
-}
-
-// Makes the task look again; the caller has holdLock.
-void wakeTask() {
-    uint64_t one = 1;
-    if (task.wake.fd >= 0) (void)!write(task.wake.fd, &one, sizeof(one));
-}
-
-void wantHold(bool wanted) {
-    std::lock_guard guard(holdLock);
-    holdWanted = wanted;
-    holdChanges.fetch_add(1, std::memory_order_release);
-    wakeTask();
 }
 
 // A manager's own address as the sender: its answer would come to a manager as the next request,
@@ -254,7 +179,7 @@ int pollAll(std::vector<pollfd>* fds, int timeoutMs) {
         // A full queue's socket would only say again and again that it can be read.
         for (socketQueue* q : {&task.request, &task.response})
             fds->push_back({hasRoom(*q) ? zekEndpointFd(q->endpoint) : -1, POLLIN, 0});
-        fds->push_back({task.wake.fd, POLLIN, 0});
+        fds->push_back({heldWakeFd(), POLLIN, 0});
         hostOutgoingPoll(fds);
     }
     int n = poll(fds->data(), fds->size(), timeoutMs);
@@ -264,7 +189,7 @@ int pollAll(std::vector<pollfd>* fds, int timeoutMs) {
             if ((*fds)[callers].revents != 0) requestsTaken = drain(&task.request);
             if ((*fds)[callers + 1].revents != 0) drain(&task.response);
             uint64_t count;
-            if ((*fds)[callers + 2].revents != 0) (void)!read(task.wake.fd, &count, sizeof(count));
+            if ((*fds)[callers + 2].revents != 0) (void)!read(heldWakeFd(), &count, sizeof(count));
         }
         followHold();
         hostServeBacklog();
@@ -350,11 +275,8 @@ bool hostTaskOpen(const std::string& runDir, uint32_t address, uint32_t app, uin
     };
     task.request.endpoint = open(QUEUE_REQUEST);
     if (task.request.endpoint != nullptr) task.response.endpoint = open(QUEUE_RESPONSE);
-    {
-        std::lock_guard guard(holdLock);
-        task.wake = hostFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    }
-    if (task.response.endpoint == nullptr || task.wake.fd < 0 || hostSwpTimerFd() < 0) {
+    const bool wakes = heldOpen();
+    if (task.response.endpoint == nullptr || !wakes || hostSwpTimerFd() < 0) {
         fprintf(stderr, "%s\n", error.empty() ? "no descriptors left" : error.c_str());
         hostTaskClose();
         return false;
@@ -377,14 +299,8 @@ void hostTaskClose() {
         *q = {};
     }
     task.answers.clear();
-    std::lock_guard guard(holdLock);
-    aside.clear();
-    asideBytes = 0;
-    hold = holdWanted = false;
-    own = nullptr;
-    holdSeen = holdChanges.load();
+    heldClose();
     stats = {};
-    task.wake.reset();
 }
 
 bool hostIsTaskThread() {
@@ -404,29 +320,6 @@ uint32_t hostTaskKey() {
 }
 uint32_t hostTaskAddress() {
     return task.address;
-}
-
-void hostHoldRequests() {
-    wantHold(true);
-}
-void hostReleaseRequests() {
-    wantHold(false);
-}
-
-void hostSetOwnRequests(const hostOwnRequests* requests) {
-    own = requests;
-}
-void hostWakeTask() {
-    std::lock_guard guard(holdLock);
-    wakeTask();
-}
-bool hostTakeOwnAnswer(const void* message, size_t length) {
-    const auto* hdr = wireView<ipcHdr>(std::span(static_cast<const uint8_t*>(message), length));
-    if (own == nullptr || hdr == nullptr || hdr->source.svce != HOST_OWN_SERVICE ||
-        hdr->source.card != task.address)
-        return false;
-    own->answered(message, length);
-    return true;
 }
 
 bool hostTakeAnswers(void (*take)(const ipcHdr& answer), int waitMs, uint64_t* waitedMs) {
@@ -486,7 +379,7 @@ int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int timeoutMs) {
     socketQueue* q = queueOf(queue);
     if (q == nullptr) return -1;
     uint64_t deadline = deadlineOf(timeoutMs);
-    if (q == &task.request && own != nullptr) own->done();
+    if (q == &task.request) heldOwnDone();
     followHold();
     for (bool first = true;; first = false) {
         for (keptMessage m; takeNext(q, &m);) {
@@ -539,14 +432,14 @@ int zekIpcRecvServing(zekQueue queue, void* buffer, size_t size, int timeoutMs,
     for (size_t seen = 0;;) {
         const int got = zekIpcRecv(queue, buffer, size, 0);
         if (got != 0) return got;
-        const uint32_t sorted = holdSeen;
+        const uint32_t sorted = heldTurn();
         serveUrgent(serving, &seen);
         const int wait = untilMs(deadline);
         if (wait == 0) return 0;
         hostFlush();
         std::vector<pollfd> fds = {{hostSwpTimerFd(), POLLIN, 0}};
         pollAll(&fds, shorter(wait, hostOutgoingWaitMs()));
-        if (holdSeen != sorted) seen = 0;  // the requests have been sorted anew
+        if (heldTurn() != sorted) seen = 0;  // the requests have been sorted anew
     }
 }
 
@@ -558,7 +451,7 @@ int zekSelect(uint32_t limit, zekFdSet* set, int timeoutMs) {
     static uint32_t served;
     int requestFd = task.key != 0 ? zekEndpointFd(task.request.endpoint) : -1;
     auto request = static_cast<size_t>(requestFd);
-    if (own != nullptr) own->done();
+    heldOwnDone();
     followHold();  // what was kept may have to wait now
     if (requestFd >= 0 && request < limit && set->test(request) && anyWaits(task.request) &&
         !hostHeldIsFull() && ++served % servedBetweenLooks != 0) {
