@@ -5,6 +5,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -24,11 +26,23 @@ struct runFolder {
     runFolder& operator=(const runFolder&) = delete;
 };
 
+inline std::string contentOf(const std::string& file) {
+    std::ifstream in(file);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
 constexpr uint32_t RP = 0x7F010001, CARD = 0x7F010101;
 constexpr uint32_t CLIENT_PORT = SERVICE_DYNAMIC_BASE + 7;
 constexpr uint32_t OWN_REQUESTS = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
 
 typedef std::vector<uint8_t> bytes;
+
+// The numbers of messages that are expected.
+inline std::vector<uint32_t> upTo(uint32_t n, uint32_t from = 1) {
+    std::vector<uint32_t> all(n - from + 1);
+    std::iota(all.begin(), all.end(), from);
+    return all;
+}
 
 inline ipcHdr* headerOf(bytes& message) {
     return reinterpret_cast<ipcHdr*>(message.data());

@@ -6,15 +6,70 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <numeric>
 #include <random>
+#include <sstream>
 
 #include "match/matchTable.h"
 
 namespace {
 
-constexpr uint32_t NET = 0x0A010200, HOST = 0x0A010203, OTHER = 0xC0000201;
+// Entries and packets are written as fields: "dport=eq/80 fragments", "udp,tos=32,later".
+typedef std::map<std::string, std::vector<uint32_t>> fieldMap;
 
-ipEntryBlock any(uint32_t kind = IP_KIND_EXTENDED, uint32_t action = IP_PERMIT) {
+uint32_t valueOf(const std::string& text) {
+    static const std::map<std::string, uint32_t> names = {
+        {"eq", PORT_EQ},          {"gt", PORT_GT},       {"lt", PORT_LT},
+        {"neq", PORT_NEQ},        {"range", PORT_RANGE}, {"syn", TCP_SYN},
+        {"ack", TCP_ACK},         {"rst", TCP_RST},      {"psh", TCP_PSH},
+        {"est", TCP_ESTABLISHED}, {"host", 0x0A010203},  {"other", 0xC0000201}};
+    auto found = names.find(text);
+    return found != names.end() ? found->second
+                                : static_cast<uint32_t>(std::stoul(text, nullptr, 0));
+}
+fieldMap fieldsOf(const std::string& text, char between) {
+    fieldMap all;
+    std::istringstream words(text);
+    for (std::string word; std::getline(words, word, between);) {
+        std::istringstream parts(word);
+        std::string name, value;
+        std::getline(parts, name, '=');
+        all[name];
+        while (std::getline(parts, value, '/')) all[name].push_back(valueOf(value));
+    }
+    return all;
+}
+
+uint32_t bitsOf(const std::vector<uint32_t>& values) {
+    return std::accumulate(values.begin(), values.end(), 0u, std::bit_or());
+}
+
+ipPacket packetOf(const std::string& text) {
+    fieldMap given = fieldsOf(text, ',');
+    const bool later = given.contains("later");
+    const bool tcp = !given.contains("udp") && !given.contains("icmp");
+    auto field = [&]<class T>(const char* name, T otherwise) {
+        return given.contains(name) ? static_cast<T>(bitsOf(given[name])) : otherwise;
+    };
+    auto first = [&]<class T>(const char* name, T otherwise) {
+        return later ? T{0} : field(name, otherwise);
+    };
+    return {.src = field("src", valueOf("host")),
+            .dst = valueOf("other"),
+            .protocol = tcp                     ? uint8_t{IP_PROTO_TCP}
+                        : given.contains("udp") ? uint8_t{IP_PROTO_UDP}
+                                                : uint8_t{IP_PROTO_ICMP},
+            .tos = field("tos", uint8_t{0}),
+            .tcpFlags = tcp ? first("flags", uint8_t{TCP_SYN}) : uint8_t{0},
+            .icmpType = first("type", uint8_t{0}),
+            .icmpCode = first("code", uint8_t{0}),
+            .srcPort = first("sport", uint16_t{1024}),
+            .dstPort = first("dport", uint16_t{80}),
+            .laterFragment = later};
+}
+
+// Everything is any but what the text says.
+ipEntryBlock entryOf(const std::string& text, uint32_t kind, uint32_t action) {
     ipEntryBlock b{};
     b.kind = kind;
     b.action = action;
@@ -22,166 +77,81 @@ ipEntryBlock any(uint32_t kind = IP_KIND_EXTENDED, uint32_t action = IP_PERMIT) 
     b.precedence = b.tos = FIELD_NOT_GIVEN;
     b.order = ORDER_NOT_GIVEN;
     b.dscp = DSCP_NOT_GIVEN;
+    auto byte = [](uint32_t value) { return static_cast<uint8_t>(value); };
+    auto port = [](const std::vector<uint32_t>& v, size_t at) {
+        return static_cast<uint16_t>(at < v.size() ? v[at] : 0);
+    };
+    for (const auto& [name, v] : fieldsOf(text, ' ')) {
+        if (name == "src") b.src = v[0], b.srcMask = v[1];
+        if (name == "dst") b.dst = v[0], b.dstMask = v[1];
+        if (name == "proto") b.protocol = byte(v[0]), b.protoMarker = v[1];
+        if (name == "sport") b.srcOperator = v[0], b.srcLow = port(v, 1);
+        if (name == "dport") b.dstOperator = v[0], b.dstLow = port(v, 1), b.dstHigh = port(v, 2);
+        if (name == "flags") b.tcpFlags = byte(bitsOf(v));
+        if (name == "icmp") b.icmp = {byte(v[0]), byte(v[1]), byte(v[2]), byte(v[3])};
+        if (name == "precedence") b.precedence = v[0];
+        if (name == "tos") b.tos = v[0];
+        if (name == "dscp") b.dscp = byte(v[0]);
+        if (name == "fragments") b.fragments = 1;
+        if (name == "ether") b.etherType = 0x800;
+        if (name == "arp") b.arpMarker = 1;
+    }
     return b;
-}
-ipPacket tcp(uint8_t flags = TCP_SYN) {
-    return {.src = HOST,
-            .dst = OTHER,
-            .protocol = IP_PROTO_TCP,
-            .tos = 0,
-            .tcpFlags = flags,
-            .icmpType = 0,
-            .icmpCode = 0,
-            .srcPort = 1024,
-            .dstPort = 80,
-            .laterFragment = false};
-}
-ipPacket later(ipPacket p) {
-    p.srcPort = p.dstPort = p.tcpFlags = p.icmpType = p.icmpCode = 0;
-    p.laterFragment = true;
-    return p;
-}
-ipPacket udp() {
-    ipPacket p = tcp(0);
-    p.protocol = IP_PROTO_UDP;
-    return p;
-}
-ipPacket icmp(uint8_t type, uint8_t code) {
-    ipPacket p = tcp(0);
-    p.protocol = IP_PROTO_ICMP;
-    p.srcPort = p.dstPort = 0;
-    p.icmpType = type;
-    p.icmpCode = code;
-    return p;
-}
-ipPacket withTos(uint8_t tos) {
-    ipPacket p = tcp();
-    p.tos = tos;
-    return p;
-}
-
-typedef std::function<void(ipEntryBlock&)> setter;
-setter proto(uint8_t protocol, uint32_t marker = 1) {
-    return [=](ipEntryBlock& b) { b.protocol = protocol, b.protoMarker = marker; };
-}
-setter dport(uint32_t op, uint16_t low, uint16_t high = 0) {
-    return [=](ipEntryBlock& b) {
-        b.protocol = IP_PROTO_TCP;
-        b.dstOperator = op, b.dstLow = low, b.dstHigh = high;
-    };
-}
-setter flags(uint8_t wanted) {
-    return [=](ipEntryBlock& b) { b.protocol = IP_PROTO_TCP, b.tcpFlags = wanted; };
-}
-setter icmpIs(uint8_t type, bool typeGiven, uint8_t code, bool codeGiven) {
-    return [=](ipEntryBlock& b) {
-        b.protocol = IP_PROTO_ICMP;
-        b.icmp = {type, typeGiven, code, codeGiven};
-    };
 }
 
 struct row {
-    const char* what;
-    uint32_t kind;
-    setter set;  // one entry: everything is any but what this sets
-    ipPacket packet;
-    bool matches;
+    const char *entry, *matching, *others;  // packets
 };
-constexpr uint32_t STD = IP_KIND_STANDARD, EXT = IP_KIND_EXTENDED;
-const row rows[] = {
-    {"any matches", EXT, [](auto&) {}, tcp(), true},
-    {"any matches a later fragment", EXT, [](auto&) {}, later(tcp()), true},
-    {"a source below the mask", EXT, [](auto& b) { b.src = NET, b.srcMask = 0xFFFFFF00; }, tcp(),
-     true},
-    {"a source outside", EXT, [](auto& b) { b.src = NET + 256, b.srcMask = 0xFFFFFF00; }, tcp(),
-     false},
-    {"bits outside the mask in the entry do not count", EXT,
-     [](auto& b) { b.src = NET + 77, b.srcMask = 0xFFFFFF00; }, tcp(), true},
-    {"a mask with a hole", EXT, [](auto& b) { b.src = 0x0AFF0203, b.srcMask = 0xFF00FFFF; }, tcp(),
-     true},
-    {"another destination", EXT, [](auto& b) { b.dst = HOST, b.dstMask = 0xFFFFFFFF; }, tcp(),
-     false},
-    {"the destination", EXT, [](auto& b) { b.dst = OTHER, b.dstMask = 0xFFFFFFFF; }, tcp(), true},
-    {"standard: the source only", STD,
-     [](auto& b) {
-         b.dst = HOST, b.dstMask = 0xFFFFFFFF, b.protocol = IP_PROTO_UDP, b.dstOperator = PORT_EQ;
-         b.precedence = 7, b.tos = 15;
-     },
-     tcp(), true},
-    {"standard: another source", STD, [](auto& b) { b.src = OTHER, b.srcMask = 0xFFFFFFFF; }, tcp(),
-     false},
-    {"standard: the dscp", STD, [](auto& b) { b.dscp = 46; }, withTos(46 << 2), true},
-    {"standard: another dscp", STD, [](auto& b) { b.dscp = 46; }, withTos(45 << 2), false},
-    {"standard: fragments, a first one", STD, [](auto& b) { b.fragments = 1; }, tcp(), false},
-    {"standard: fragments, a later one", STD, [](auto& b) { b.fragments = 1; }, later(tcp()), true},
+const row extended[] = {
+    {"", "tcp tcp,later", ""},
+    {"src=0x0A010200/0xFFFFFF00", "tcp", "tcp,src=0x0A010303"},
+    {"src=0x0A010277/0xFFFFFF00", "tcp", ""},  // what the mask leaves out does not count
+    {"src=0x0AFF0203/0xFF00FFFF", "tcp", ""},
+    {"dst=other/0xFFFFFFFF", "tcp", ""},
+    {"dst=host/0xFFFFFFFF", "", "tcp"},
 
-    {"protocol 4 without the marker is any", EXT, proto(4, 0), udp(), true},
-    {"protocol 4 with the marker is itself", EXT, proto(4, 1), udp(), false},
-    {"the protocol", EXT, proto(IP_PROTO_UDP), udp(), true},
-    {"another protocol", EXT, proto(IP_PROTO_UDP), tcp(), false},
-    {"protocol 0 is itself", EXT, proto(0, 0), tcp(), false},
+    {"proto=4/0", "udp", ""},  // without the marker it is any, with it itself
+    {"proto=4/1", "", "udp"},
+    {"proto=17/1", "udp udp,later", "tcp"},
+    {"proto=0/0", "", "tcp"},
 
-    {"eq", EXT, dport(PORT_EQ, 80), tcp(), true},
-    {"eq another", EXT, dport(PORT_EQ, 81), tcp(), false},
-    {"gt below", EXT, dport(PORT_GT, 79), tcp(), true},
-    {"gt itself", EXT, dport(PORT_GT, 80), tcp(), false},
-    {"lt above", EXT, dport(PORT_LT, 81), tcp(), true},
-    {"lt itself", EXT, dport(PORT_LT, 80), tcp(), false},
-    {"neq another", EXT, dport(PORT_NEQ, 81), tcp(), true},
-    {"neq itself", EXT, dport(PORT_NEQ, 80), tcp(), false},
-    {"range from it", EXT, dport(PORT_RANGE, 80, 90), tcp(), true},
-    {"range to it", EXT, dport(PORT_RANGE, 70, 80), tcp(), true},
-    {"range above", EXT, dport(PORT_RANGE, 81, 90), tcp(), false},
-    {"a range backwards holds nothing", EXT, dport(PORT_RANGE, 90, 70), tcp(), false},
-    {"an operator that does not exist", EXT, dport(6, 80), tcp(), false},
-    {"neq, a later fragment has no port", EXT, dport(PORT_NEQ, 81), later(tcp()), false},
-    {"the source port", EXT,
-     [](auto& b) { b.protocol = IP_PROTO_UDP, b.srcOperator = PORT_EQ, b.srcLow = 1024; }, udp(),
-     true},
-    {"another source port", EXT,
-     [](auto& b) { b.protocol = IP_PROTO_UDP, b.srcOperator = PORT_EQ, b.srcLow = 80; }, udp(),
-     false},
-    {"udp without ports, a later fragment", EXT, proto(IP_PROTO_UDP), later(udp()), true},
-    {"port fields of a protocol without ports", EXT,
-     [](auto& b) { b.protocol = IP_PROTO_ANY, b.dstOperator = PORT_EQ, b.dstLow = 1; }, tcp(),
-     true},
+    {"proto=6/1 dport=eq/80", "tcp", "tcp,dport=79 tcp,dport=81"},
+    {"proto=6/1 dport=gt/80", "tcp,dport=81", "tcp tcp,dport=79"},
+    {"proto=6/1 dport=lt/80", "tcp,dport=79", "tcp tcp,dport=81"},
+    {"proto=6/1 dport=neq/80", "tcp,dport=79 tcp,dport=81", "tcp tcp,later"},
+    {"proto=6/1 dport=range/80/81", "tcp tcp,dport=81", "tcp,dport=79 tcp,dport=82"},
+    {"proto=6/1 dport=range/90/70", "", "tcp tcp,dport=70 tcp,dport=90"},
+    {"proto=6/1 dport=6/80", "", "tcp"},  // no such operator
+    {"proto=17/1 sport=eq/1024", "udp", "udp,sport=80"},
+    {"dport=eq/1", "tcp", ""},  // of a protocol without ports
 
-    {"established by ack", EXT, flags(TCP_ESTABLISHED), tcp(TCP_ACK), true},
-    {"established by rst", EXT, flags(TCP_ESTABLISHED), tcp(TCP_RST), true},
-    {"established, a first segment", EXT, flags(TCP_ESTABLISHED), tcp(TCP_SYN), false},
-    {"all flags must be there", EXT, flags(TCP_SYN | TCP_ACK), tcp(TCP_SYN), false},
-    {"and others may be", EXT, flags(TCP_SYN | TCP_ACK), tcp(TCP_SYN | TCP_ACK | TCP_PSH), true},
-    {"established and psh, without psh", EXT, flags(TCP_ESTABLISHED | TCP_PSH), tcp(TCP_ACK),
-     false},
-    {"flags, a later fragment", EXT, flags(TCP_ESTABLISHED), later(tcp()), false},
-    {"tcp without flags, a later fragment", EXT, proto(IP_PROTO_TCP), later(tcp()), true},
-    {"udp has no flags to ask for", EXT,
-     [](auto& b) { b.protocol = IP_PROTO_UDP, b.tcpFlags = TCP_SYN; }, udp(), true},
+    {"proto=6/1", "tcp,later", ""},
+    {"proto=6/1 flags=est", "tcp,flags=ack tcp,flags=rst", "tcp tcp,later"},
+    {"proto=6/1 flags=syn/ack", "tcp,flags=syn/ack/psh", "tcp"},  // with psh
+    {"proto=6/1 flags=est/psh", "", "tcp,flags=ack"},
+    {"proto=17/1 flags=syn", "udp", ""},
 
-    {"icmp type and code", EXT, icmpIs(3, true, 1, true), icmp(3, 1), true},
-    {"icmp another code", EXT, icmpIs(3, true, 1, true), icmp(3, 2), false},
-    {"icmp any code", EXT, icmpIs(3, true, 1, false), icmp(3, 2), true},
-    {"icmp another type", EXT, icmpIs(3, true, 0, false), icmp(8, 0), false},
-    {"icmp type 0 when it is given", EXT, icmpIs(0, true, 0, false), icmp(8, 0), false},
-    {"icmp type 0 when it is not", EXT, icmpIs(0, false, 0, false), icmp(8, 0), true},
-    {"icmp type, a later fragment", EXT, icmpIs(0, true, 0, false), later(icmp(0, 0)), false},
-    {"icmp alone, a later fragment", EXT, icmpIs(0, false, 0, false), later(icmp(0, 0)), true},
+    {"proto=1/1 icmp=3/1/1/1", "icmp,type=3,code=1", "icmp,type=3,code=2"},
+    {"proto=1/1 icmp=3/1/1/0", "icmp,type=3,code=2", "icmp,type=8"},
+    {"proto=1/1 icmp=0/1/0/0", "icmp", "icmp,type=8 icmp,later"},  // type 0 is given
+    {"proto=1/1 icmp=0/0/0/0", "icmp,type=8 icmp,later", ""},
 
-    {"precedence", EXT, [](auto& b) { b.precedence = 5; }, withTos(5 << 5 | 0x1F), true},
-    {"another precedence", EXT, [](auto& b) { b.precedence = 5; }, withTos(6 << 5), false},
-    {"precedence 0 is given", EXT, [](auto& b) { b.precedence = 0; }, withTos(0x20), false},
-    {"tos", EXT, [](auto& b) { b.tos = 12; }, withTos(0xE0 | 12 << 1 | 1), true},
-    {"another tos", EXT, [](auto& b) { b.tos = 12; }, withTos(8 << 1), false},
-    {"dscp", EXT, [](auto& b) { b.dscp = 46; }, withTos(46 << 2 | 3), true},
-    {"dscp 0 is given", EXT, [](auto& b) { b.dscp = 0; }, withTos(4), false},
-    {"fragments, the first one", EXT, [](auto& b) { b.fragments = 1; }, tcp(), false},
-    {"fragments, a later one", EXT, [](auto& b) { b.fragments = 1; }, later(tcp()), true},
-    {"fragments and a port match nothing", EXT,
-     [](auto& b) { dport(PORT_EQ, 0)(b), b.fragments = 1; }, later(tcp()), false},
+    {"precedence=5", "tcp,tos=0xBF", "tcp,tos=0xC0"},
+    {"precedence=0", "tcp", "tcp,tos=0x20"},
+    {"tos=12", "tcp,tos=0xF9", "tcp,tos=0x10"},
+    {"dscp=46", "tcp,tos=0xBB", "tcp,tos=0xB4"},
+    {"dscp=0", "tcp", "tcp,tos=4"},
+    {"fragments", "tcp,later", "tcp"},
+    {"proto=6/1 dport=eq/0 fragments", "", "tcp tcp,later"},
 
-    {"an ether-type entry is about frames", EXT, [](auto& b) { b.etherType = 0x800; }, tcp(),
-     false},
-    {"an arp entry is about frames", EXT, [](auto& b) { b.arpMarker = 1; }, tcp(), false},
+    {"ether", "", "tcp"},  // about frames
+    {"arp", "", "tcp"},
+};
+const row standard[] = {
+    {"dst=host/0xFFFFFFFF proto=17/1 dport=eq/1 precedence=7 tos=15", "tcp", ""},
+    {"src=other/0xFFFFFFFF", "", "tcp"},
+    {"dscp=46", "tcp,tos=0xB8", "tcp,tos=0xB4"},
+    {"fragments", "tcp,later", "tcp"},
 };
 
 struct chain {
@@ -194,49 +164,47 @@ struct chain {
         (list.tail != nullptr ? list.tail->next : list.head) = entry;
         list.tail = entry;
     }
+    void expect(const ipPacket& packet, ipVerdict verdict, const aclEntry* by) const {
+        const aclEntry* decided = nullptr;
+        EXPECT_EQ(ipFilterCheck(&list, packet, &decided), verdict);
+        EXPECT_EQ(decided, by);
+    }
 };
 
-TEST(ipFilter, EachFieldDecidesAsItIsWritten) {
-    for (const row& r : rows)
-        for (uint32_t action : {IP_PERMIT, IP_DENY, static_cast<ipAction>(2)}) {
-            SCOPED_TRACE(r.what);
+void check(const row& r, uint32_t kind, const char* packets, bool match) {
+    std::istringstream words(packets);
+    for (std::string packet; words >> packet;)
+        for (uint32_t action : {0u, 1u, 2u}) {
+            SCOPED_TRACE(std::string(r.entry) + ": " + packet);
             chain c;
-            ipEntryBlock block = any(r.kind, action);
-            r.set(block);
-            c.add(block);
-            const aclEntry* decided = nullptr;
-            bool permits = r.matches && action != IP_DENY;  // any value but deny permits
-            EXPECT_EQ(ipFilterCheck(&c.list, r.packet, &decided),
-                      permits ? FILTER_PERMIT : FILTER_DENY);
-            EXPECT_EQ(decided, r.matches ? c.list.head : nullptr);
+            c.add(entryOf(r.entry, kind, action));
+            // Any action but deny permits.
+            c.expect(packetOf(packet), match && action != IP_DENY ? FILTER_PERMIT : FILTER_DENY,
+                     match ? c.list.head : nullptr);
         }
 }
 
+TEST(ipFilter, EachFieldDecidesAsItIsWritten) {
+    auto checkAll = [](const auto& rows, uint32_t kind) {
+        for (const row& r : rows) {
+            check(r, kind, r.matching, true);
+            check(r, kind, r.others, false);
+        }
+    };
+    checkAll(extended, IP_KIND_EXTENDED);
+    checkAll(standard, IP_KIND_STANDARD);
+}
+
 TEST(ipFilter, TheFirstMatchDecidesAndNoMatchIsDenied) {
-    chain c;
-    ipEntryBlock block = any();
-    dport(PORT_EQ, 443)(block);
-    c.add(block);
-    block = any(IP_KIND_STANDARD, IP_DENY);
-    block.src = NET;
-    block.srcMask = 0xFFFFFF00;
-    c.add(block);
-    block.action = IP_PERMIT;
-    c.add(block);
-    const aclEntry* decided = nullptr;
-    EXPECT_EQ(ipFilterCheck(&c.list, tcp(), &decided), FILTER_DENY);
-    EXPECT_EQ(decided, c.list.head->next);
-    ipPacket https = tcp();
-    https.dstPort = 443;
-    EXPECT_EQ(ipFilterCheck(&c.list, https, &decided), FILTER_PERMIT);
-    EXPECT_EQ(decided, c.list.head);
-    ipPacket stranger = tcp();
-    stranger.src = OTHER;
-    EXPECT_EQ(ipFilterCheck(&c.list, stranger, &decided), FILTER_DENY);
-    EXPECT_EQ(decided, nullptr);
-    EXPECT_EQ(ipFilterCheck(nullptr, tcp(), nullptr), FILTER_DENY);
-    chain empty;
-    EXPECT_EQ(ipFilterCheck(&empty.list, tcp(), nullptr), FILTER_DENY);
+    chain c, empty;
+    c.add(entryOf("proto=6/1 dport=eq/443", IP_KIND_EXTENDED, IP_PERMIT));
+    for (uint32_t action : {IP_DENY, IP_PERMIT})
+        c.add(entryOf("src=0x0A010200/0xFFFFFF00", IP_KIND_STANDARD, action));
+    c.expect(packetOf("tcp"), FILTER_DENY, c.list.head->next);
+    c.expect(packetOf("tcp,dport=443"), FILTER_PERMIT, c.list.head);
+    c.expect(packetOf("tcp,src=other"), FILTER_DENY, nullptr);
+    empty.expect(packetOf("tcp"), FILTER_DENY, nullptr);
+    EXPECT_EQ(ipFilterCheck(nullptr, packetOf("tcp"), nullptr), FILTER_DENY);
 }
 
 // Keys that crowd at few homes, so that erasing one moves others and shares its mark with them.

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <numeric>
 #include <thread>
 #include <tuple>
 
@@ -14,12 +13,6 @@
 #include "tests/platform/hostTest.h"
 
 namespace {
-
-std::vector<uint32_t> upTo(uint32_t n, uint32_t from = 1) {
-    std::vector<uint32_t> all(n - from + 1);
-    std::iota(all.begin(), all.end(), from);
-    return all;
-}
 
 class selectTest : public taskTest {
   protected:

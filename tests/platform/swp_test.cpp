@@ -28,7 +28,9 @@ void print(const char*) {
     prints++;
 }
 
-void* makeData(uint32_t id, uint32_t toPort = 7937 + 4) {
+constexpr uint32_t AGENT_PORT = 7937 + 4;
+
+void* makeData(uint32_t id, uint32_t toPort = AGENT_PORT) {
     bytes m = makeMessage(RP, OWN_REQUESTS + 1, CARD, toPort, 14410, id);
     void* block = takeBlock(m.size());
     memcpy(block, m.data(), m.size());
@@ -68,6 +70,12 @@ struct network {
         if (result != 0) freeBlock(m);
         return result;
     }
+    void fill(uint32_t from, uint32_t to) {
+        for (uint32_t i = from; i <= to; i++) ASSERT_EQ(enqueue(i), 0);
+    }
+    void expectTicks(int times, uint64_t ms) {
+        for (int i = 0; i < times; i++) EXPECT_EQ(tick(ms), SWP_OK);
+    }
     void receive(size_t at) {
         bytes m = data[at];
         ipcHdr* hdr = headerOf(m);
@@ -95,11 +103,7 @@ struct network {
         now += ms;
         return now >= swpQueueDeadline(queue) ? swpQueueExpire(&queue, now) : SWP_OK;
     }
-    void expectDelivered(uint32_t from, uint32_t to) {
-        std::vector<uint32_t> want;
-        for (uint32_t i = from; i <= to; i++) want.push_back(i);
-        EXPECT_EQ(delivered, want);
-    }
+    void expectDelivered(uint32_t from, uint32_t to) { EXPECT_EQ(delivered, upTo(to, from)); }
 };
 
 TEST(swpReceiver, Verdicts) {
@@ -119,12 +123,7 @@ TEST(swpReceiver, Verdicts) {
         {"the sender's next session", {5, 9}, 6, 1, ZEK_SWP_IN_ORDER, {6, 2}},
         {"its second message first", {5, 9}, 6, 2, SWP_MIDDLE, {5, 9}},
         {"a leftover of the session before", {6, 2}, 5, 1, SWP_STALE, {6, 2}},
-        {"a sender that started anew with a lower number",
-         {5000, 2},
-         77,
-         1,
-         ZEK_SWP_IN_ORDER,
-         {77, 2}},
+        {"a sender that started anew", {5000, 2}, 77, 1, ZEK_SWP_IN_ORDER, {77, 2}},
         {"the numbers wrap", {5, 0xFFFFFFFF}, 5, 0xFFFFFFFF, ZEK_SWP_IN_ORDER, {5, 0}},
         {"no number", {5, 3}, 5, 0, ZEK_SWP_SEEN, {5, 3}},
     };
@@ -132,73 +131,44 @@ TEST(swpReceiver, Verdicts) {
         SCOPED_TRACE(r.what);
         zekSwpSeq seen = r.before;
         EXPECT_EQ(swpReceive(&seen, r.session, r.seq), r.verdict);
-        EXPECT_EQ(seen.session, r.after.session);
-        EXPECT_EQ(seen.next, r.after.next);
+        EXPECT_EQ(std::pair(seen.session, seen.next), std::pair(r.after.session, r.after.next));
     }
 }
 
-TEST(swpReceiver, AnswersGoToTheSendersRequestQueue) {
-    bytes m = makeMessage(RP, 7810, CARD, 7941, 14410, 3);
-    headerOf(m)->session = 9;
-    headerOf(m)->swpSeq = 4;
-    ipcHdr a = swpAnswerTo(*headerOf(m));
-    EXPECT_EQ(a.mtype, 402u);
-    EXPECT_EQ(a.length, 60u);
-    EXPECT_EQ(a.session, 9u);
-    EXPECT_EQ(a.swpSeq, 4u);
-    EXPECT_EQ(a.source.card, RP);
-    EXPECT_EQ(a.source.svce, 7809u);
-    EXPECT_EQ(a.target.svce, 7941u);
-    headerOf(m)->target.svce = 0x10002;  // a process number, not a queue of a task
-    EXPECT_EQ(swpAnswerTo(*headerOf(m)).source.svce, 0x10002u);
-}
-
-TEST(swpSender, KeepsTheWindowAndDeliversTheRestAsAnswersCome) {
-    network n(4);
-    for (uint32_t i = 1; i <= 100; i++) ASSERT_EQ(n.enqueue(i), 0);
-    EXPECT_EQ(n.data.size(), 4u);
-    n.settle();
-    n.expectDelivered(1, 100);
-    EXPECT_TRUE(n.queue.backlog.empty());
-    EXPECT_EQ(swpQueueDeadline(n.queue), SWP_NEVER);
-    EXPECT_EQ(n.queue.repeated, 0u);
-}
-
 // One lost message must not cost a time-out for each message behind it.
-TEST(swpSender, ALostMessageCostsOneTimeout) {
-    network n(10);
-    for (uint32_t i = 1; i <= 30; i++) n.enqueue(i);
+TEST(swpSender, KeepsTheWindowAndALostMessageCostsOneTimeout) {
+    network n(4);
+    n.fill(1, 100);
+    EXPECT_EQ(n.data.size(), 4u);
     n.data.erase(n.data.begin() + 2);
     n.settle();
     n.expectDelivered(1, 2);
-    EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
+    n.expectTicks(1, SWP_TIMEOUT_MS);
     n.settle();
-    n.expectDelivered(1, 30);
+    n.expectDelivered(1, 100);
     EXPECT_EQ(n.queue.timeouts, 1u);
+    EXPECT_EQ(n.queue.repeated, 4u);
+    EXPECT_TRUE(n.queue.backlog.empty());
+    EXPECT_EQ(swpQueueDeadline(n.queue), SWP_NEVER);
 }
 
-TEST(swpSender, AnAnswerReleasesWhatIsBeforeIt) {
+TEST(swpSender, AnAnswerReleasesWhatIsBeforeItAndImpossibleOnesNothing) {
     network n(10);
-    for (uint32_t i = 1; i <= 10; i++) n.enqueue(i);
+    n.fill(1, 12);
     for (size_t i = 0; i < 10; i++) n.receive(i);
     n.data.clear();
-    n.answer(7);
-    EXPECT_EQ(n.queue.backlog.size(), 2u);
-    EXPECT_EQ(n.queue.acknowledged, 8u);
+    n.answer(6);
     n.answer(3);  // late: releases nothing
-    EXPECT_EQ(n.queue.backlog.size(), 2u);
-}
-
-TEST(swpSender, ImpossibleAnswersChangeNothing) {
-    network n(3);
-    for (uint32_t i = 1; i <= 5; i++) n.enqueue(i);
+    EXPECT_EQ(n.queue.backlog.size(), 5u);
+    EXPECT_EQ(n.queue.acknowledged, 7u);
+    n.room = 0;
     const struct {
         uint32_t session, seq;
         int result;
-    } rows[] = {{99, 1, SWP_OK},  // of a session that was given up
-                {0, 1, SWP_E_QUEUE},      {100, 4, SWP_E_SEQUENCE},  // not sent yet
-                {100, 5, SWP_E_SEQUENCE}, {100, 0x7FFFFFFF, SWP_E_SEQUENCE},
-                {100, 0, SWP_OK},         {100, 0xFFFFFFFF, SWP_OK}};
+    } rows[] = {{99, 8, SWP_OK},  // of a session that was given up
+                {0, 8, SWP_E_QUEUE},       {100, 13, SWP_E_SEQUENCE},  // never sent
+                {100, 20, SWP_E_SEQUENCE}, {100, 0x7FFFFFFF, SWP_E_SEQUENCE},
+                {100, 0, SWP_OK},          {100, 0xFFFFFFFF, SWP_OK}};
     for (const auto& r : rows) {
         void* released = nullptr;
         EXPECT_EQ(swpQueueAnswer(&n.queue, r.session, r.seq, n.now, &released), r.result) << r.seq;
@@ -215,22 +185,20 @@ TEST(swpSender, ADeadPeerIsTriedOnAndGetsWhatWasTaken) {
     n.enqueue(1);
     n.settle();
     n.up = false;
-    for (uint32_t i = 2; i <= 20; i++) n.enqueue(i);
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
-        EXPECT_TRUE(n.queue.alive);
-    }
+    n.fill(2, 20);
+    n.expectTicks(3, SWP_TIMEOUT_MS);
+    EXPECT_TRUE(n.queue.alive);
     EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_E_DEAD);
     EXPECT_FALSE(n.queue.alive);
     EXPECT_EQ(n.enqueue(21), -1) << "nobody may think that it was sent";
-    for (int i = 0; i < 200; i++) EXPECT_EQ(n.tick(SWP_PROBE_MS), SWP_OK) << "told once";
+    n.expectTicks(200, SWP_PROBE_MS);  // told once
     EXPECT_EQ(prints, 1);
     n.up = true;
     n.seen = {};
     n.delivered.clear();
-    EXPECT_EQ(n.tick(SWP_PROBE_MS - 1), SWP_OK);
+    n.expectTicks(1, SWP_PROBE_MS - 1);
     EXPECT_TRUE(n.data.empty());
-    EXPECT_EQ(n.tick(1), SWP_OK);
+    n.expectTicks(1, 1);
     EXPECT_EQ(n.data.size(), 1u) << "a try is one message";
     n.settle();
     n.expectDelivered(2, 20);
@@ -254,7 +222,7 @@ struct renewed : network {
     }
     void replay(uint32_t from, uint32_t to) {
         swpQueueReplayBegin(&queue);
-        for (uint32_t i = from; i <= to; i++) EXPECT_EQ(enqueue(i), 0);
+        fill(from, to);
         swpQueueReplayEnd(&queue);
     }
     // How long until the owner is told to start over, with time alone.
@@ -272,31 +240,29 @@ struct renewed : network {
 TEST(swpRenewed, EveryLossGivesUpAllAndTheAnswerIsTold) {
     const struct {
         const char* what;
-        void (*lose)(renewed& n);
+        size_t messages, bytes;  // how much is kept; 0: no bound that matters
+        bool dead;
     } rows[] = {
-        {"too many",
-         [](renewed& n) {
-             n.queue.messagesMax = 20;
-             n.enqueue(9);
-         }},
-        {"too much",
-         [](renewed& n) {
-             n.queue.bytesMax = 64 * 20 + 63;
-             n.enqueue(9);
-         }},
-        {"the owner has no memory", [](renewed& n) { swpQueueLose(&n.queue, n.now); }},
-        {"a dead peer",
-         [](renewed& n) {
-             for (int i = 0; i < 3; i++) EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
-             EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_E_DEAD);
-         }},
+        {"too many", 20, 0, false},
+        {"too much", 0, 64 * 20 + 63, false},
+        {"the owner has no memory", 0, 0, false},
+        {"a dead peer", 0, 0, true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         renewed n;
         n.up = false;
-        for (uint32_t i = 1; i <= 20; i++) n.enqueue(i);
-        row.lose(n);
+        n.fill(1, 20);
+        if (row.messages != 0) n.queue.messagesMax = row.messages;
+        if (row.bytes != 0) n.queue.bytesMax = row.bytes;
+        if (row.dead) {
+            n.expectTicks(3, SWP_TIMEOUT_MS);
+            EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_E_DEAD);
+        } else if (row.messages + row.bytes != 0) {
+            n.enqueue(9);
+        } else {
+            swpQueueLose(&n.queue, n.now);
+        }
         n.expectLost();
         for (int i = 0; i < 30; i++) n.tick(SWP_PROBE_MS);
         n.expectLost();
@@ -346,36 +312,24 @@ TEST(swpRenewed, LossesInARowAreSpaced) {
         swpQueueReplayBegin(&n.queue);
         n.enqueue(1);
         n.settle();  // what came through meanwhile is no recovery
-        if (i == 8) swpQueueReplayEnd(&n.queue);
-        if (i == 8) n.enqueue(2);
-        if (i == 8) n.settle();
+        if (i != 8) continue;
+        swpQueueReplayEnd(&n.queue);
+        n.enqueue(2);
+        n.settle();
     }
     EXPECT_EQ(waits,
               (std::vector<uint64_t>{10, 250, 500, 1000, 2000, 4000, 8000, 16000, 16000, 10}));
 }
 
-TEST(swpSender, AFullSocketIsTriedAgainAndIsNoLostMessage) {
-    network n(10);
-    n.room = 0;
-    n.enqueue(1);
-    n.enqueue(2);
-    for (int i = 0; i < 10; i++) EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
-    n.room = SIZE_MAX;
-    EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
-    n.settle();
-    n.expectDelivered(1, 2);
-    EXPECT_EQ(n.queue.repeated, 0u);
-    EXPECT_EQ(n.queue.timeouts, 0u);
-}
-
-// The rest of a batch that the socket has taken a part of goes as soon as there is room: nothing
-// twice, nothing passed over, and an answer to what has not gone is none.
+// A full socket is no lost message. The rest of a batch that it has taken a part of goes as soon as
+// there is room: nothing twice, nothing passed over, and an answer to what has not gone is none.
 TEST(swpSender, ABatchMayBeTakenInParts) {
     network n(10);
     n.room = 0;
-    for (uint32_t i = 1; i <= 25; i++) n.enqueue(i);
+    n.fill(1, 25);
+    n.expectTicks(10, SWP_FULL_RETRY_MS);
     n.room = 4;
-    EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
+    n.expectTicks(1, SWP_FULL_RETRY_MS);
     EXPECT_EQ(n.data.size(), 4u);
     EXPECT_EQ(n.queue.inFlight, 4u);
     void* released = nullptr;
@@ -383,27 +337,26 @@ TEST(swpSender, ABatchMayBeTakenInParts) {
     EXPECT_EQ(n.queue.backlog.size(), 25u);
     n.settle();  // the four are answered, and the window moves on without room
     EXPECT_EQ(n.queue.backlog.size(), 21u);
-    for (int i = 0; i < 20; i++) {
-        n.room = 3;
-        EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
+    auto retry = [&n](size_t room) {
+        n.room = room;
+        n.expectTicks(1, SWP_FULL_RETRY_MS);
         n.settle();
-    }
+    };
+    for (int i = 0; i < 20; i++) retry(3);
     n.expectDelivered(1, 25);
     EXPECT_EQ(n.queue.repeated, 0u);
     EXPECT_EQ(n.queue.timeouts, 0u);
     // A window that is repeated in parts counts what goes again, once each.
     n.up = false;
     n.room = SIZE_MAX;
-    for (uint32_t i = 26; i <= 35; i++) n.enqueue(i);
+    n.fill(26, 35);
     n.up = true;
-    EXPECT_EQ(n.tick(SWP_TIMEOUT_MS), SWP_OK);
+    n.expectTicks(1, SWP_TIMEOUT_MS);
     n.room = 5;
     n.settle();
     n.expectDelivered(1, 31);
     EXPECT_EQ(n.queue.repeated, 1u + 5u);
-    n.room = SIZE_MAX;
-    EXPECT_EQ(n.tick(SWP_FULL_RETRY_MS), SWP_OK);
-    n.settle();
+    retry(SIZE_MAX);
     n.expectDelivered(1, 35);
     EXPECT_EQ(n.queue.repeated, 10u);
 }
@@ -411,7 +364,7 @@ TEST(swpSender, ABatchMayBeTakenInParts) {
 TEST(swpSender, TheBacklogIsBounded) {
     network n;
     n.up = false;
-    for (uint32_t i = 0; i < SWP_BACKLOG_MAX; i++) ASSERT_EQ(n.enqueue(i), 0);
+    n.fill(1, SWP_BACKLOG_MAX);
     EXPECT_EQ(n.enqueue(1), -1);  // and was still ours to free
     EXPECT_EQ(n.queue.refused, 1u);
     n.queue.messagesMax = 0;
@@ -419,7 +372,7 @@ TEST(swpSender, TheBacklogIsBounded) {
     EXPECT_EQ(n.enqueue(1), -1);
     EXPECT_EQ(n.queue.backlog.size(), SWP_BACKLOG_MAX);
     void* m = makeData(1);
-    for (size_t length : {size_t{0}, size_t{59}, size_t{65537}})
+    for (size_t length : {0u, 59u, 65537u})
         EXPECT_EQ(swpQueueEnqueue(&n.queue, m, length, n.now), -1);
     freeBlock(m);
 }
@@ -439,18 +392,21 @@ TEST(swpProperty, ExactlyOnceInOrderOrNotAlive) {
             for (size_t i = 1; i < n.delivered.size(); i++)
                 ASSERT_LT(n.delivered[i - 1], n.delivered[i]) << "twice, or out of order";
         };
+        // One of what is on its way arrives, mostly the first, or is lost; it may come again.
+        auto deliver = [&](auto& onTheWay, auto arrive) {
+            if (onTheWay.empty()) return;
+            const size_t at = chance(30) ? random() % onTheWay.size() : 0;
+            if (!chance(loss)) arrive(at);
+            if (!chance(15)) onTheWay.erase(onTheWay.begin() + static_cast<long>(at));
+        };
         for (int step = 0; step < 3000; step++) {
             uint32_t what = random() % 100;
             if (what < 20) {
                 n.enqueue(++next);
-            } else if (what < 55 && !n.data.empty()) {
-                size_t at = chance(30) ? random() % n.data.size() : 0;
-                if (!chance(loss)) n.receive(at);
-                if (!chance(15)) n.data.erase(n.data.begin() + static_cast<long>(at));
-            } else if (what < 90 && !n.answers.empty()) {
-                size_t at = chance(30) ? random() % n.answers.size() : 0;
-                if (!chance(loss)) n.answer(at);
-                if (!chance(15)) n.answers.erase(n.answers.begin() + static_cast<long>(at));
+            } else if (what < 55) {
+                deliver(n.data, [&n](size_t at) { n.receive(at); });
+            } else if (what < 90) {
+                deliver(n.answers, [&n](size_t at) { n.answer(at); });
             } else if (what < 96) {
                 n.room = chance(10) ? random() % 4 : SIZE_MAX;
                 n.tick(random() % 300);
@@ -492,7 +448,7 @@ TEST(swpProperty, ExactlyOnceInOrderOrNotAlive) {
 
 class swpHandles : public taskTest {
   protected:
-    endpoint peer{run.path, CARD, 7937 + 4};
+    endpoint peer{run.path, CARD, AGENT_PORT};
     zekSwpHandle queue = ZEK_SWP_NONE;
     swpHandles() {
         chassisCard card{};
@@ -506,7 +462,23 @@ class swpHandles : public taskTest {
         return zekSwpQueueCreate_p(0, 10, repeats, APP_ACL, 0, 0, APP_ACL_AGENT, slot, takeBlock,
                                    freeBlock, print);
     }
-    int enqueue(uint32_t id) { return zekSwpEnqueue(queue, makeData(id), 64); }
+    int enqueue(uint32_t id, uint32_t toPort = AGENT_PORT) {
+        void* m = makeData(id, toPort);
+        const int result = zekSwpEnqueue(queue, m, 64);
+        if (result != 0) freeBlock(m);
+        return result;
+    }
+    // What an agent does with all that has come: answers it, and takes what is next in order.
+    static std::vector<uint32_t> answerAll(endpoint& e, zekSwpSeq* seen) {
+        std::vector<uint32_t> taken;
+        for (bytes m; e.recv(&m) > 0;)
+            if (zekEndpointSwpAck(e.e, m.data(), seen) == ZEK_SWP_IN_ORDER)
+                taken.push_back(headerOf(m)->sequence);
+        return taken;
+    }
+    zekSwpHandle taskQueue(uint32_t app) const {
+        return zekSwpQueueCreate_p(5, 10, APP_ACL, key, app, takeBlock, freeBlock, print);
+    }
     // What the log was told since the last call.
     std::vector<std::string> logged() {
         std::vector<std::string> texts;
@@ -536,35 +508,25 @@ class swpHandles : public taskTest {
     }
 };
 
-TEST_F(swpHandles, LayoutAndUnknownPeers) {
+TEST_F(swpHandles, OfPeersThatAreKnownUntilTheyAreRemoved) {
     EXPECT_EQ(queue >> 25, 2u);
     EXPECT_GE(queue & 0x1FFFFFF, 1u);
     EXPECT_LE(queue & 0x1FFFFFF, 0x3FFFu);
-    zekSwpHandle rtm =
-        zekSwpQueueCreate_p(5, 10, APP_ACL, key, APP_RTM, takeBlock, freeBlock, print);
-    EXPECT_NE(rtm, ZEK_SWP_NONE);
-    EXPECT_EQ(rtm >> 25, 0u);
-    EXPECT_EQ(zekSwpQueueCreate_p(5, 10, APP_ACL, key, APP_IGMP, takeBlock, freeBlock, print),
-              ZEK_SWP_NONE);
-    EXPECT_EQ(agentQueue(2, 90), ZEK_SWP_NONE);
-    EXPECT_EQ(agentQueue(20, 90), ZEK_SWP_NONE);
+    EXPECT_EQ(taskQueue(APP_RTM) >> 25, 0u);
+    for (zekSwpHandle unknown : {taskQueue(APP_IGMP), agentQueue(2, 90), agentQueue(20, 90)})
+        EXPECT_EQ(unknown, ZEK_SWP_NONE);
     char own[32], to[32];
     EXPECT_EQ(zekSwpGetTaskNamesFromQHandle(queue, own, to, sizeof(own)), 0);
     EXPECT_STREQ(to, "ACL_AGENT");
-}
 
-TEST_F(swpHandles, ARemovedQueueIsUnknownAndItsMessagesAreFreed) {
     for (uint32_t i = 1; i <= 20; i++) ASSERT_EQ(enqueue(i), 0);
     EXPECT_FALSE(zekSwpIsQueueEmpty(queue));
     zekSwpQueueRemove(queue);
     EXPECT_TRUE(blocks.empty());
     EXPECT_TRUE(zekSwpIsQueueEmpty(queue));
     EXPECT_TRUE(zekSwpIsQueueAlive(queue));
-    void* m = makeData(1);
-    EXPECT_EQ(zekSwpEnqueue(queue, m, 64), -1);
-    freeBlock(m);
-    char name[8];
-    EXPECT_EQ(zekSwpGetTaskNamesFromQHandle(queue, name, name, sizeof(name)), -1);
+    EXPECT_EQ(enqueue(1), -1);
+    EXPECT_EQ(zekSwpGetTaskNamesFromQHandle(queue, own, to, sizeof(own)), -1);
 }
 
 TEST_F(swpHandles, MessagesReachThePeerOnceAndItsAnswersEmptyTheQueue) {
@@ -573,13 +535,10 @@ TEST_F(swpHandles, MessagesReachThePeerOnceAndItsAnswersEmptyTheQueue) {
     zekSwpSeq seen{};
     std::vector<uint32_t> got;
     while (!zekSwpIsQueueEmpty(queue)) {
-        for (bytes m; peer.recv(&m) > 0;)
-            if (zekEndpointSwpAck(peer.e, m.data(), &seen) == ZEK_SWP_IN_ORDER)
-                got.push_back(headerOf(m)->sequence);
+        for (uint32_t id : answerAll(peer, &seen)) got.push_back(id);
         ASSERT_EQ(serveOne(), 0);
     }
-    ASSERT_EQ(got.size(), count);
-    for (uint32_t i = 0; i < count; i++) ASSERT_EQ(got[i], i + 1);
+    EXPECT_EQ(got, upTo(count));
     EXPECT_TRUE(blocks.empty());
     zekSwpStats stats[2];
     ASSERT_EQ(zekSwpStatistics(stats), 1u);
@@ -603,14 +562,12 @@ TEST_F(swpHandles, ADeadAgentIsToldOnceAndItsAnswerOnce) {
     EXPECT_EQ(event.state, zekSwpState::lost);
     EXPECT_FALSE(zekSwpNextEvent(&event));
     EXPECT_TRUE(zekSwpIsQueueAlive(queue)) << "its owner has nothing to flush";
-    void* m = makeData(6);
-    EXPECT_EQ(zekSwpEnqueue(queue, m, 64), -1);
-    freeBlock(m);
+    EXPECT_EQ(enqueue(6), -1);
 
     zekSwpSeq seen{};
     (void)logged();
     while (!zekSwpNextEvent(&event)) {
-        for (bytes got; peer.recv(&got) > 0;) (void)zekEndpointSwpAck(peer.e, got.data(), &seen);
+        (void)answerAll(peer, &seen);
         ASSERT_EQ(serveOne(), SWP_OK);
     }
     EXPECT_EQ(event.state, zekSwpState::answered);
@@ -621,37 +578,26 @@ TEST_F(swpHandles, ADeadAgentIsToldOnceAndItsAnswerOnce) {
     EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::inStep);
     ASSERT_EQ(enqueue(7), 0);
     zekSwpReplayEnd(queue);
-    bytes got;
-    ASSERT_EQ(peer.recv(&got), 64);
-    EXPECT_EQ(zekEndpointSwpAck(peer.e, got.data(), &seen), ZEK_SWP_IN_ORDER);
+    EXPECT_EQ(answerAll(peer, &seen), upTo(7, 7));
     EXPECT_FALSE(zekSwpNextEvent(&event));
 }
 
 // Each numbers its messages for itself, as it hears only its own.
 TEST_F(swpHandles, TheInstancesOfATaskHaveASessionEach) {
     zekSwpQueueRemove(queue);
-    queue = zekSwpQueueCreate_p(5, 10, APP_ACL, key, APP_RTM, takeBlock, freeBlock, print);
+    queue = taskQueue(APP_RTM);
     auto port = [](uint32_t instance) { return aclServicePort(APP_RTM, instance, QUEUE_REQUEST); };
     endpoint first(run.path, CARD, port(0)), second(run.path, CARD, port(1));
-    for (uint32_t i = 0; i < 20; i++)
-        ASSERT_EQ(zekSwpEnqueue(queue, makeData(i, port(i % 2)), 64), 0);
+    for (uint32_t i = 0; i < 20; i++) ASSERT_EQ(enqueue(i, port(i % 2)), 0);
     zekSwpSeq seen[2] = {};
     std::vector<uint32_t> got[2];
-    auto serve = [&](size_t instance) {
-        endpoint& e = instance == 0 ? first : second;
-        for (bytes m; e.recv(&m) > 0;)
-            if (zekEndpointSwpAck(e.e, m.data(), &seen[instance]) == ZEK_SWP_IN_ORDER)
-                got[instance].push_back(headerOf(m)->sequence);
+    auto serve = [&](endpoint& e, size_t instance) {
+        for (uint32_t id : answerAll(e, &seen[instance])) got[instance].push_back(id);
+        ASSERT_EQ(serveOne(), SWP_OK);
     };
-    while (got[0].size() < 10) {
-        serve(0);
-        ASSERT_EQ(serveOne(), SWP_OK);
-    }
+    while (got[0].size() < 10) serve(first, 0);
     EXPECT_FALSE(zekSwpIsQueueEmpty(queue)) << "the other has not answered";
-    while (!zekSwpIsQueueEmpty(queue)) {
-        serve(1);
-        ASSERT_EQ(serveOne(), SWP_OK);
-    }
+    while (!zekSwpIsQueueEmpty(queue)) serve(second, 1);
     EXPECT_EQ(got[1], (std::vector<uint32_t>{1, 3, 5, 7, 9, 11, 13, 15, 17, 19}));
     zekSwpStats stats[3];
     ASSERT_EQ(zekSwpStatistics(stats), 2u);
@@ -664,27 +610,33 @@ TEST_F(swpHandles, ForgedAnswersAndTimeoutsDoNothing) {
     bytes data;
     ASSERT_EQ(peer.recv(&data), 64);
     ipcHdr honest = swpAnswerTo(*headerOf(data));
-    auto expect = [&](const char* what, auto change, int result) {
-        SCOPED_TRACE(what);
+    const struct {
+        const char* what;
+        be32 ipcHdr::*field;
+        uint32_t value;
+        int result;
+    } rows[] = {
+        {"another session", &ipcHdr::session, honest.session + 1, SWP_E_QUEUE},
+        {"a number never sent", &ipcHdr::swpSeq, 2, SWP_E_SEQUENCE},
+        {"a length that lies", &ipcHdr::length, 0xFFFFFFFF, SWP_E_MESSAGE},
+        {"another type", &ipcHdr::mtype, 401, SWP_E_MESSAGE},
+        {"another card", nullptr, 0, SWP_E_QUEUE},
+        {"another service", nullptr, 7937 + 8, SWP_E_QUEUE},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.what);
         ipcHdr forged = honest;
-        change(forged);
+        if (r.field != nullptr)
+            forged.*r.field = r.value;
+        else if (r.value != 0)
+            forged.target.svce = r.value;
+        else
+            forged.target.card = RP;
         void* released = nullptr;
-        EXPECT_EQ(zekSwpDequeue(&forged, &released), result);
+        EXPECT_EQ(zekSwpDequeue(&forged, &released), r.result);
         EXPECT_EQ(released, nullptr);
         EXPECT_FALSE(zekSwpIsQueueEmpty(queue));
-    };
-    expect(
-        "another card", [](ipcHdr& h) { h.target.card = RP; }, SWP_E_QUEUE);
-    expect(
-        "another service", [](ipcHdr& h) { h.target.svce = 7937 + 8; }, SWP_E_QUEUE);
-    expect(
-        "another session", [](ipcHdr& h) { h.session = h.session + 1; }, SWP_E_QUEUE);
-    expect(
-        "a number never sent", [](ipcHdr& h) { h.swpSeq = 2; }, SWP_E_SEQUENCE);
-    expect(
-        "a length that lies", [](ipcHdr& h) { h.length = 0xFFFFFFFF; }, SWP_E_MESSAGE);
-    expect(
-        "another type", [](ipcHdr& h) { h.mtype = 401; }, SWP_E_MESSAGE);
+    }
     EXPECT_EQ(zekSwpTimeout(&honest), SWP_E_MESSAGE);
 
     // A time-out that somebody sends is not even delivered.
@@ -701,23 +653,34 @@ TEST_F(swpHandles, ForgedAnswersAndTimeoutsDoNothing) {
     EXPECT_TRUE(zekSwpIsQueueEmpty(queue));
 }
 
+// At the sender's request queue, whichever of its queues it has sent from.
 TEST_F(swpHandles, TheTaskAnswersWhatItReceivesAndRepeatsTheAnswer) {
-    bytes m = makeMessage(CARD, 7937 + 4, RP, OWN_REQUESTS, 14403, 1);
+    bytes m = makeMessage(CARD, AGENT_PORT + 1, RP, OWN_REQUESTS, 14403, 1);
     zekSwpSeq seen{};
     const zekQueue own = Key_getReqQueue(key);
-    EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), ZEK_SWP_IN_ORDER) << "outside SWP";
     bytes got;
-    EXPECT_EQ(peer.recv(&got), 0);
-    headerOf(m)->session = 5;
-    headerOf(m)->swpSeq = 1;
-    for (int verdict : {ZEK_SWP_IN_ORDER, ZEK_SWP_SEEN}) {
-        EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), verdict);
-        ASSERT_EQ(peer.recv(&got), 60);
-        EXPECT_EQ(headerOf(got)->mtype, MT_SWP_ACK);
+    const struct {
+        uint32_t session, number;
+        int verdict;
+    } rows[] = {{0, 0, ZEK_SWP_IN_ORDER},  // outside SWP
+                {5, 1, ZEK_SWP_IN_ORDER},
+                {5, 1, ZEK_SWP_SEEN},
+                {5, 3, SWP_GAP}};
+    for (const auto& r : rows) {
+        headerOf(m)->session = r.session;
+        headerOf(m)->swpSeq = r.number;
+        EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), r.verdict);
+        ASSERT_EQ(peer.recv(&got), r.number == 1 ? 60 : 0);
+        if (r.number != 1) continue;
+        const ipcHdr& answer = *headerOf(got);
+        EXPECT_EQ(answer.mtype, MT_SWP_ACK);
+        EXPECT_EQ(answer.length, 60u);
+        EXPECT_EQ(answer.session, 5u);
+        EXPECT_EQ(answer.swpSeq, 1u);
+        EXPECT_EQ(answer.target.svce, OWN_REQUESTS);
     }
-    headerOf(m)->swpSeq = 3;
-    EXPECT_EQ(zekSwpCkSeqAndAck(m.data(), &seen, own), SWP_GAP);
-    EXPECT_EQ(peer.recv(&got), 0);
+    headerOf(m)->target.svce = 0x10002;  // a process number, not a queue of a task
+    EXPECT_EQ(swpAnswerTo(*headerOf(m)).source.svce, 0x10002u);
 }
 
 }  // namespace
