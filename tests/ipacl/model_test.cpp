@@ -25,6 +25,7 @@ class Model : public IpAcl, public testing::WithParamInterface<uint32_t> {
 
     void check(const aclList* list) const {
         ASSERT_EQ(list->count, static_cast<int32_t>(bySeq.size()));
+        ASSERT_EQ(list->lastEntryId, lastId) << "identifiers are never given twice";
         ASSERT_EQ(list->highestSeq, bySeq.empty() ? 0 : bySeq.rbegin()->first);
         ASSERT_EQ(zekRadixCount(list->seqTree), bySeq.size());
         ASSERT_EQ(zekRadixCount(list->contentTree), bySeq.size());
@@ -34,6 +35,7 @@ class Model : public IpAcl, public testing::WithParamInterface<uint32_t> {
             ASSERT_NE(entry, nullptr);
             ASSERT_EQ(entry->block.seq, seq);
             ASSERT_EQ(entry->prev, before);
+            ASSERT_EQ(entry->id, idOf.at(seq));
             rule same = ruleOf(number).at(seq);
             ASSERT_EQ(std::memcmp(&entry->block, static_cast<const ipEntryBlock*>(&same),
                                   sizeof entry->block),
@@ -51,6 +53,8 @@ class Model : public IpAcl, public testing::WithParamInterface<uint32_t> {
     }
 
     std::map<uint32_t, uint32_t> bySeq, byRule;  // number -> rule, rule -> number
+    std::map<uint32_t, uint32_t> idOf;           // number -> identifier
+    uint32_t lastId = 0;
 };
 
 TEST_P(Model, HoldsWhatTheMapHolds) {
@@ -68,7 +72,8 @@ TEST_P(Model, HoldsWhatTheMapHolds) {
                 uint32_t status = expectedAdd(number, &seq);
                 ASSERT_EQ(ipAddAccessEntry(A, &block, 0, 0), status);
                 ASSERT_EQ(block.seq, seq);
-                if (status == ACL_OK) bySeq[seq] = number, byRule[number] = seq;
+                if (status == ACL_OK)
+                    bySeq[seq] = number, byRule[number] = seq, idOf[seq] = ++lastId;
                 break;
             }
             case 2:

@@ -123,6 +123,21 @@ class IpAcl : public testing::Test {
     uint32_t del(const char* name, const rule& block, uint32_t send = 1, uint32_t cfg = 1) {
         return ipDelAccessEntry(listNameMake(name), &block, send, cfg);
     }
+    // What an act leaves behind: every row, or those that go to cards and tasks.
+    template <class Act>
+    static rows effects(const Act& act) {
+        testTake();
+        act();
+        return testTake();
+    }
+    template <class Act>
+    static rows sends(const Act& act) {
+        rows sent = effects(act);
+        std::erase_if(sent, [](const std::string& row) {
+            return row.starts_with("cfg") || row.starts_with("sync") || row.starts_with("trigger");
+        });
+        return sent;
+    }
     // Links a binding at the head, as the bind operations do.
     static aclBinding* bind(aclList* list, bindingKind kind, uint32_t id, uint32_t direction = 0,
                             uint32_t instance = 0) {
