@@ -7,76 +7,73 @@ namespace {
 const listName A = listNameMake("A");
 const rule tcp = extended(IP_DENY, IP_PROTO_TCP);
 
-struct refusal {
-    testPoint point;
-    std::set<uint32_t> statuses;  // any of these, on the way
-};
-
 class Memory : public IpAcl {
   protected:
-    // Fails the point's first, second, ... use until the act succeeds; returns how often it failed.
-    // `unchanged` must hold after each refusal.
-    int sweep(const refusal& expected, const std::function<uint32_t()>& act,
-              const std::function<bool()>& unchanged) {
+    // Fails the point's first, second, ... use until the act succeeds, which must take so many
+    // failures. Each refusal says one of these statuses, and `unchanged` must hold after it.
+    void sweep(testPoint point, int failures, const std::set<uint32_t>& statuses,
+               const std::function<uint32_t()>& act, const std::function<bool()>& unchanged) {
         for (int nth = 1; nth < 50; nth++) {
+            SCOPED_TRACE("failure " + std::to_string(nth));
             uint64_t blocks = testBlocksInUse();
             testTake();
-            testFail(expected.point, static_cast<uint64_t>(nth), 1);
+            testFail(point, static_cast<uint64_t>(nth), 1);
             uint32_t status = act();
-            bool reached = testUses(expected.point) >= static_cast<uint64_t>(nth);
+            bool reached = testUses(point) >= static_cast<uint64_t>(nth);
             testFailNothing();
             if (!reached) {
                 EXPECT_EQ(status, 0u);
-                return nth - 1;
+                EXPECT_EQ(nth - 1, failures);
+                return;
             }
-            EXPECT_TRUE(expected.statuses.contains(status)) << std::hex << status;
-            EXPECT_TRUE(unchanged()) << "after failure " << nth;
-            EXPECT_EQ(testBlocksInUse(), blocks) << "after failure " << nth;
-            for (const std::string& row : testTake())
-                EXPECT_TRUE(row.starts_with("debug ")) << row << " after failure " << nth;
+            EXPECT_TRUE(statuses.contains(status)) << std::hex << status;
+            EXPECT_TRUE(unchanged());
+            EXPECT_EQ(testBlocksInUse(), blocks);
+            for (const std::string& row : testTake()) EXPECT_TRUE(row.starts_with("debug ")) << row;
         }
         ADD_FAILURE() << "never succeeded";
-        return -1;
     }
 };
 
 TEST_F(Memory, CreateIsRefusedWhole) {
-    auto create = [](auto operation) {
-        return [operation] {
-            uint32_t status = 0;
-            aclList* list = operation(&status);
-            EXPECT_EQ(list == nullptr, status != 0);
-            return status;
-        };
+    struct {
+        const char* what;
+        testPoint point;
+        int failures;
+        aclList* (*make)(const listName& name, uint32_t* status);
+        aclList* (*find)(const listName& name);
+    } const cases[] = {
+        {"the record and two trees", TEST_MEMORY, 3,
+         [](auto& n, auto* s) { return ipAccessListCreate(n, 1, 0, s); }, ipAccessListFind},
+        {"a placeholder", TEST_TREE, 2,
+         [](auto& n, auto* s) { return ipAccessListCreate(n, 0, 1, s); }, ipAccessListFind},
+        {"its place", TEST_INSERT, 1,
+         [](auto& n, auto* s) { return ipAccessListCreate(n, 1, 0, s); }, ipAccessListFind},
+        {"a system list", TEST_MEMORY, 1,
+         [](auto& n, auto* s) { return ipSysAccessListCreate(n, 2, 0, 0, s); },
+         ipSysAccessListFind},
+        {"a DoS list", TEST_MEMORY, 1, [](auto& n, auto* s) { return ipDosListCreate(n, 0, 0, s); },
+         ipDosListFind},
+        {"a filter", TEST_INSERT, 1,
+         [](auto& n, auto* s) {
+             *s = dosIpEnableIntf(n, 1041);
+             return ipDosListFind(n);
+         },
+         ipDosListFind},
     };
-    std::set<uint32_t> noMemory = {ACL_E_LIST_MEMORY};
-    // The list record and two trees.
-    EXPECT_EQ(sweep({TEST_MEMORY, noMemory},
-                    create([](uint32_t* s) { return ipAccessListCreate(A, 1, 0, s); }),
-                    [] { return ipAccessListFindFirst() == nullptr; }),
-              3);
-    EXPECT_EQ(sweep({TEST_TREE, noMemory}, create([](uint32_t* s) {
-                        return ipAccessListCreate(listNameMake("B"), 0, 1, s);
-                    }),
-                    [] { return ipAccessListFind(listNameMake("B")) == nullptr; }),
-              2);
-    EXPECT_EQ(sweep({TEST_INSERT, noMemory}, create([](uint32_t* s) {
-                        return ipAccessListCreate(listNameMake("C"), 1, 0, s);
-                    }),
-                    [] { return ipAccessListFind(listNameMake("C")) == nullptr; }),
-              1);
-    EXPECT_EQ(sweep({TEST_MEMORY, noMemory},
-                    create([](uint32_t* s) { return ipSysAccessListCreate(A, 2, 0, 0, s); }),
-                    [] { return ipSysAccessListFindFirst() == nullptr; }),
-              1);
-    EXPECT_EQ(sweep({TEST_MEMORY, noMemory},
-                    create([](uint32_t* s) { return ipDosListCreate(A, 0, 0, s); }),
-                    [] { return ipDosListFindFirst() == nullptr; }),
-              1);
-    EXPECT_EQ(sweep(
-                  {TEST_INSERT, noMemory}, [] { return dosIpEnableIntf(listNameMake("D"), 1041); },
-                  [] { return ipDosListFind(listNameMake("D")) == nullptr; }),
-              1);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const listName name = listNameMake(c.what);
+        sweep(
+            c.point, c.failures, {ACL_E_LIST_MEMORY},
+            [&] {
+                uint32_t status = 0;
+                const aclList* made = c.make(name, &status);
+                EXPECT_EQ(made == nullptr, status != 0);
+                return status;
+            },
+            [&] { return c.find(name) == nullptr; });
+    }
 }
 
 TEST_F(Memory, AddIsRefusedWhole) {
@@ -87,60 +84,47 @@ TEST_F(Memory, AddIsRefusedWhole) {
                list->lastEntryId == 1 && zekRadixCount(list->seqTree) == 1 &&
                zekRadixCount(list->contentTree) == 1;
     };
-    std::set<uint32_t> refused = {ACL_E_ENTRY_MEMORY, ACL_E_SYSTEM};
     // The entry, its two nodes.
-    EXPECT_EQ(sweep(
-                  {TEST_MEMORY, refused}, [&] { return add("A", tcp); }, unchanged),
-              3);
+    sweep(
+        TEST_MEMORY, 3, {ACL_E_ENTRY_MEMORY, ACL_E_SYSTEM}, [&] { return add("A", tcp); },
+        unchanged);
     EXPECT_EQ(del("A", tcp), 0u);
     list->lastEntryId = 1;
-    EXPECT_EQ(sweep(
-                  {TEST_INSERT, {ACL_E_SYSTEM}}, [&] { return add("A", tcp.at(10)); }, unchanged),
-              2);
-}
-
-TEST_F(Memory, TheSecondTreesFailureIsNamedAndUndone) {
-    create("A", IP_KIND_EXTENDED);
-    testTake();
+    sweep(
+        TEST_INSERT, 2, {ACL_E_SYSTEM}, [&] { return add("A", tcp.at(10)); }, unchanged);
+    EXPECT_EQ(del("A", tcp), 0u);
+    // The second tree's failure is named and undone.
     DEBUG_ACL_MGR = DEBUG_ACL_DUP;
     testFail(TEST_INSERT, 2);
-    EXPECT_EQ(add("A", tcp), ACL_E_SYSTEM);
+    const rows told = effects([&] { EXPECT_EQ(add("A", tcp.at(5)), ACL_E_SYSTEM); });
     testFailNothing();
-    rows told = testTake();
     ASSERT_EQ(told.size(), 2u);
     EXPECT_TRUE(told[0].ends_with(" : zekRadixInsert Failed\r\n")) << told[0];
     EXPECT_TRUE(told[1].ends_with(" Insert to AclInfoTree failed\r\n")) << told[1];
     EXPECT_EQ(del("A", tcp.at(5)), ACL_E_NOSEQ) << "no node is left that points at a freed entry";
-    EXPECT_EQ(add("A", tcp), 0u);
 }
 
 TEST_F(Memory, SystemEntriesAndBatches) {
     uint32_t status = 0;
     aclList* list = ipSysAccessListCreate(A, 2, 0, 1, &status);
-    EXPECT_EQ(
-        sweep(
-            {TEST_MEMORY, {ACL_E_ENTRY_MEMORY}}, [] { return ipSysAddAccessEntry(A, &tcp, 0, 1); },
-            [&] { return list->count == 0; }),
-        1);
-    ipEntryBlock blocks[20];
-    for (ipEntryBlock& block : blocks) block = tcp;
-    EXPECT_EQ(sweep(
-                  {TEST_MEMORY, {ACL_E_ENTRY_MEMORY}},
-                  [&] { return ipSysAddThirteenAccessEntry(A, blocks, 0, 1, 20); },
-                  [&] { return list->count == 1; }),
-              20);
+    sweep(
+        TEST_MEMORY, 1, {ACL_E_ENTRY_MEMORY}, [] { return ipSysAddAccessEntry(A, &tcp, 0, 1); },
+        [&] { return list->count == 0; });
+    std::vector<ipEntryBlock> blocks(20, tcp);
+    sweep(
+        TEST_MEMORY, 20, {ACL_E_ENTRY_MEMORY},
+        [&] { return ipSysAddThirteenAccessEntry(A, blocks.data(), 0, 1, 20); },
+        [&] { return list->count == 1; });
 }
 
 TEST_F(Memory, ADosListKeepsTheRaisedNumberOfARefusedEntry) {
     uint32_t status = 0;
     aclList* list = ipDosListCreate(A, 0, 0, &status);
-    testFail(TEST_MEMORY);
-    rule block = tcp;
-    EXPECT_EQ(ipAddDosEntry(A, &block, 0), ACL_E_ENTRY_MEMORY);
-    testFailNothing();
+    testFail(TEST_MEMORY, 1, 1);
+    rule refused = tcp, block = tcp;
+    EXPECT_EQ(ipAddDosEntry(A, &refused, 0), ACL_E_ENTRY_MEMORY);
     EXPECT_EQ(list->count, 0);
     EXPECT_EQ(list->highestSeq, 5u);
-    block = tcp;
     EXPECT_EQ(ipAddDosEntry(A, &block, 0), 0u);
     EXPECT_EQ(block.seq, 10u);
 }
