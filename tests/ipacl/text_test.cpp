@@ -47,9 +47,6 @@ TEST_F(CfgText, AddressesByMaskAndMode) {
         {0, 0, " any", " any", true},
         {0, HOST, " host 0.0.0.0", " host 0.0.0.0", true},
         {ip(1, 2, 3, 4), 0, " 1.2.3.4/0", " 1.2.3.4 0.0.0.0", false},
-        {0, ip(128, 0, 0, 0), " 0.0.0.0/1", " 0.0.0.0 128.0.0.0", false},
-        {ip(255, 255, 255, 254), HOST - 1, " 255.255.255.254/31",
-         " 255.255.255.254 255.255.255.254", false},
         {ip(10, 0, 0, 0), ip(0, 255, 255, 0), " 10.0.0.0 255.0.0.255", " 10.0.0.0 0.255.255.0",
          false},
     };
@@ -78,15 +75,8 @@ TEST_F(CfgText, AddressesByMaskAndMode) {
     }
 }
 
-TEST_F(CfgText, StandardPiecesStandInThisOrder) {
-    rule all = standard(IP_PERMIT, 0, 0).at(SEQ_MAX).with([](rule& b) {
-        b.dscp = 46;
-        b.fragments = 1;
-        b.counterOptions = IP_COUNT | IP_BYTES;
-        b.order = 254;
-    });
-    EXPECT_EQ(textOf(all, 1, 1).shown,
-              " seq 4294967290 permit any dscp 46 fragments log count bytes order 254 monitor");
+// What the shell cannot ask for; the rest is printed as it was typed.
+TEST_F(CfgText, StandardEntriesLeaveOutWhatIsNotGiven) {
     rule none = standard(7, 0, 0).at(0).with([](rule& b) {
         b.order = 255;
         b.fragments = 2;
@@ -114,33 +104,24 @@ TEST_F(CfgText, ExtendedEntries) {
         const char* text;
     } cases[] = {
         {tcp.to(ip(1, 2, 3, 4), HOST).toPort(PORT_EQ, 23), "tcp any host 1.2.3.4 eq 23"},
-        {tcp.fromPort(PORT_GT, 1).toPort(PORT_LT, 65535), "tcp any gt 1 any lt 65535"},
         {tcp.fromPort(PORT_NEQ, 0).toPort(PORT_RANGE, 1, 9), "tcp any neq 0 any range 1 9"},
-        {of(IP_PROTO_UDP).fromPort(PORT_EQ, 53), "udp any eq 53 any"},
         {of(4).fromPort(PORT_EQ, 53), "ip any any"},
         {marked(4), "4 any any"},
         {marked(6), "tcp any any"},
-        {of(89), "89 any any"},
         {of(0), "0 any any"},
         {tcp.with([](rule& b) { b.tcpFlags = 0xFF; }),
          "tcp any any established fin syn rst psh ack urg"},
-        {tcp.with([](rule& b) { b.tcpFlags = TCP_ESTABLISHED | TCP_ACK; }),
-         "tcp any any established ack"},
         {of(17).with([](rule& b) { b.tcpFlags = 0xFF; }), "udp any any"},
         {tcp.with([](rule& b) {
              b.dscp = 0, b.tcpFlags = TCP_SYN, b.precedence = 7, b.tos = 0, b.fragments = 1;
              b.order = 0, b.counterOptions = IP_BYTES;
          }),
          "tcp any any dscp 0 syn precedence 7 tos 0 fragments bytes order 0"},
-        {of(IP_PROTO_ICMP), "icmp any any"},
-        {icmp(8, false, 0), "icmp any any echo"},
         {icmp(8, false, 9), "icmp any any echo"},
         {icmp(8, true, 0), "icmp any any 8 0"},
         {icmp(3, true, 4), "icmp any any packet-too-big"},
         {icmp(3, false, 4), "icmp any any unreachable"},
         {icmp(3, true, 200), "icmp any any 3 200"},
-        {icmp(41, false, 0), "icmp any any 41"},
-        {icmp(0, false, 0), "icmp any any echo-reply"},
         // The flags word and the type of another protocol's entry mean nothing.
         {icmp(8, false, 0).with([](rule& b) { b.protocol = 2; }), "2 any any"},
     };
