@@ -9,56 +9,46 @@
 #include "platform/api/zekRadix.h"
 #include "platform/test/inject.h"
 
-// The two linker names of a wrapped function, whose mangled name CMakeLists.txt repeats.
-#define REAL(symbol) asm("__real_" symbol)
-#define WRAP(symbol) asm("__wrap_" symbol)
+// Declares the two functions whose linker names a wrapped function has; CMakeLists.txt repeats its
+// mangled name.
+#define WRAPPED(result, name, symbol, ...)                \
+    result real##name(__VA_ARGS__) asm("__real_" symbol); \
+    result wrap##name(__VA_ARGS__) asm("__wrap_" symbol);
 
-#define BLOCK_ALLOC "_Z24zekMC_M_memBlockVarAllocjjm"
-void* realBlockAlloc(uint32_t tag, uint32_t flags, size_t size) REAL(BLOCK_ALLOC);
-void* wrapBlockAlloc(uint32_t tag, uint32_t flags, size_t size) WRAP(BLOCK_ALLOC);
+WRAPPED(void*, BlockAlloc, "_Z24zekMC_M_memBlockVarAllocjjm", uint32_t tag, uint32_t flags,
+        size_t size)
 void* wrapBlockAlloc(uint32_t tag, uint32_t flags, size_t size) {
     bool fails = testFails(TEST_MEMORY);
     fails |= testFails(TEST_BLOCK);
     return fails || testTagFails(tag) ? nullptr : realBlockAlloc(tag, flags, size);
 }
 
-#define HEAP_ALLOC "_Z17zekMC_MM_mallocAtmPKci"
-void* realHeapAlloc(size_t size, const char* file, int line) REAL(HEAP_ALLOC);
-void* wrapHeapAlloc(size_t size, const char* file, int line) WRAP(HEAP_ALLOC);
+WRAPPED(void*, HeapAlloc, "_Z17zekMC_MM_mallocAtmPKci", size_t size, const char* file, int line)
 void* wrapHeapAlloc(size_t size, const char* file, int line) {
     bool fails = testFails(TEST_MEMORY);
     fails |= testFails(TEST_HEAP);
     return fails ? nullptr : realHeapAlloc(size, file, line);
 }
 
-#define BUFFER_ALLOC "_Z17zekMC_M_sysMallocm"
-void* realBufferAlloc(size_t size) REAL(BUFFER_ALLOC);
-void* wrapBufferAlloc(size_t size) WRAP(BUFFER_ALLOC);
+WRAPPED(void*, BufferAlloc, "_Z17zekMC_M_sysMallocm", size_t size)
 void* wrapBufferAlloc(size_t size) {
     bool fails = testFails(TEST_MEMORY);
     fails |= testFails(TEST_BUFFER);
     return fails ? nullptr : realBufferAlloc(size);
 }
 
-#define TREE_CREATE "_Z14zekRadixCreatePKcj"
-zekRadix* realTreeCreate(const char* name, uint32_t bits) REAL(TREE_CREATE);
-zekRadix* wrapTreeCreate(const char* name, uint32_t bits) WRAP(TREE_CREATE);
+WRAPPED(zekRadix*, TreeCreate, "_Z14zekRadixCreatePKcj", const char* name, uint32_t bits)
 zekRadix* wrapTreeCreate(const char* name, uint32_t bits) {
     return testFails(TEST_TREE) ? nullptr : realTreeCreate(name, bits);
 }
 
-#define TREE_CREATE_P "_Z15zekRadixCreatePPKcj"
-zekRadix* realTreeCreateP(const char* name, uint32_t bits) REAL(TREE_CREATE_P);
-zekRadix* wrapTreeCreateP(const char* name, uint32_t bits) WRAP(TREE_CREATE_P);
+WRAPPED(zekRadix*, TreeCreateP, "_Z15zekRadixCreatePPKcj", const char* name, uint32_t bits)
 zekRadix* wrapTreeCreateP(const char* name, uint32_t bits) {
     return testFails(TEST_TREE) ? nullptr : realTreeCreateP(name, bits);
 }
 
-#define TREE_INSERT "_Z14zekRadixInsertP8zekRadixP12zekRadixNodePKvj"
-int realTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits)
-    REAL(TREE_INSERT);
-int wrapTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits)
-    WRAP(TREE_INSERT);
+WRAPPED(int, TreeInsert, "_Z14zekRadixInsertP8zekRadixP12zekRadixNodePKvj", zekRadix* tree,
+        zekRadixNode* node, const void* key, uint32_t bits)
 int wrapTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits) {
     return testFails(TEST_INSERT) ? -1 : realTreeInsert(tree, node, key, bits);
 }
@@ -131,43 +121,34 @@ int insert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& reques
 
 }  // namespace
 
-#define CFG_INSERT_BOTH "_Z20zekCfgInsertBothLineP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest"
-int realInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
-    REAL(CFG_INSERT_BOTH);
-int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
-    WRAP(CFG_INSERT_BOTH);
+WRAPPED(int, InsertBoth, "_Z20zekCfgInsertBothLineP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest",
+        zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
 int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
     return insert(db, record, request, true, realInsertBoth);
 }
 
-#define CFG_INSERT "_Z12zekCfgInsertP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest"
-int realInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
-    REAL(CFG_INSERT);
-int wrapInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
-    WRAP(CFG_INSERT);
+WRAPPED(int, Insert, "_Z12zekCfgInsertP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest", zekCfgDb* db,
+        const zekCfgRecord& record, const zekCfgRequest& request)
 int wrapInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
     return insert(db, record, request, false, realInsert);
 }
 
-#define CFG_REMOVE "_Z16zekCfgRemoveNodeP8zekCfgDbRK12zekCfgRecord"
-int realRemove(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_REMOVE);
-int wrapRemove(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_REMOVE);
+WRAPPED(int, Remove, "_Z16zekCfgRemoveNodeP8zekCfgDbRK12zekCfgRecord", zekCfgDb* db,
+        const zekCfgRecord& record)
 int wrapRemove(zekCfgDb* db, const zekCfgRecord& record) {
     int status = testFails(TEST_CFG) ? -1 : realRemove(db, record);
     return recordChange("remove " + placeOf(record, false), status, " absent");
 }
 
-#define CFG_EXACT "_Z17zekCfgRemoveExactP8zekCfgDbRK12zekCfgRecord"
-int realExact(zekCfgDb* db, const zekCfgRecord& record) REAL(CFG_EXACT);
-int wrapExact(zekCfgDb* db, const zekCfgRecord& record) WRAP(CFG_EXACT);
+WRAPPED(int, Exact, "_Z17zekCfgRemoveExactP8zekCfgDbRK12zekCfgRecord", zekCfgDb* db,
+        const zekCfgRecord& record)
 int wrapExact(zekCfgDb* db, const zekCfgRecord& record) {
     int status = testFails(TEST_CFG) ? -1 : realExact(db, record);
     return recordChange("exact " + placeOf(record, true), status, " absent");
 }
 
-#define CFG_SYNC "_Z10zekCfgSyncP8zekCfgDbRK16zekCfgSyncRecord"
-int realSync(zekCfgDb* db, const zekCfgSyncRecord& record) REAL(CFG_SYNC);
-int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) WRAP(CFG_SYNC);
+WRAPPED(int, Sync, "_Z10zekCfgSyncP8zekCfgDbRK16zekCfgSyncRecord", zekCfgDb* db,
+        const zekCfgSyncRecord& record)
 int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
     std::string name(record.name, strnlen(record.name, sizeof record.name));
     char words[64] = "";

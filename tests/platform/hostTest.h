@@ -116,11 +116,11 @@ class taskTest : public testing::Test {
     bytes request(uint32_t sequence, uint32_t type = 14405, size_t size = 64) {
         return makeMessage(RP, CLIENT_PORT, RP, OWN_REQUESTS, type, sequence, size);
     }
-    bytes answer(uint32_t sequence, size_t size = 64) {
-        return makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT, 6001, sequence, size);
+    bytes answer(uint32_t sequence) {
+        return makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT, 6001, sequence);
     }
-    int sendAnswer(uint32_t sequence) {
-        bytes m = answer(sequence);
+    int sendAnswer(uint32_t sequence, uint32_t port = CLIENT_PORT, size_t size = 64) {
+        bytes m = makeMessage(RP, OWN_REQUESTS, RP, port, 6001, sequence, size);
         return zekIpcSend(Key_getReqQueue(key), m.data(), m.size());
     }
     zekFdSet requestSet() {

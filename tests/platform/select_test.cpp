@@ -1,8 +1,6 @@
 // The task's queues: answers that wait for the commit, messages that wait for the task, receivers
 // that do not read, and requests that wait for the restore.
 #include <sys/eventfd.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -18,12 +16,6 @@ class selectTest : public taskTest {
   protected:
     endpoint client{run.path, RP, CLIENT_PORT};
 };
-
-TEST_F(selectTest, AnswersLeaveAtOnceWhenThereIsNothingToCommit) {
-    EXPECT_EQ(sendAnswer(1), 0);
-    EXPECT_EQ(client.drain(), upTo(1));
-    EXPECT_EQ(commits, 0);
-}
 
 // The answer would be a request of the manager to itself, or to the other one, for ever.
 TEST_F(selectTest, NothingIsTakenInTheNameOfAManagerButWhatManagersSayToEachOther) {
@@ -43,6 +35,9 @@ TEST_F(selectTest, NothingIsTakenInTheNameOfAManagerButWhatManagersSayToEachOthe
 }
 
 TEST_F(selectTest, AnswersLeaveInOrderAndOnlyAfterTheCommit) {
+    EXPECT_EQ(sendAnswer(9), 0);
+    EXPECT_EQ(client.drain(), upTo(9, 9)) << "there is nothing to commit";
+    EXPECT_EQ(commits, 0);
     dirty = true;
     EXPECT_EQ(sendAnswer(1), 0);
     dirty = false;  // an answer behind a held one waits too: the order is kept
@@ -86,30 +81,15 @@ TEST_F(selectTest, ABusyTaskCommitsOnceSixtyFourAnswersWait) {
 }
 
 TEST_F(selectTest, EveryWaitCommitsFirst) {
-    const struct {
-        const char* what;
-        std::function<void()> wait;
-    } rows[] = {
-        {"select", [this] { select(1); }},
-        {"receive", [this] { take(1); }},
-        {"receive a reply",
-         [this] {
-             char buffer[100];
-             EXPECT_EQ(zekIpcRecv(Key_getRspQueue(key), buffer, sizeof(buffer), 1), 0);
-         }},
-        {"receive a time-out",
-         [this] {
-             char buffer[100];
-             EXPECT_EQ(zekIpcRecv(Key_getTmrQueue(key), buffer, sizeof(buffer), 1), 0);
-         }},
-    };
-    for (const auto& r : rows) {
-        SCOPED_TRACE(r.what);
+    const zekQueue select0 = 0;
+    for (zekQueue queue :
+         {select0, Key_getReqQueue(key), Key_getRspQueue(key), Key_getTmrQueue(key)}) {
         dirty = true;
         EXPECT_EQ(sendAnswer(1), 0);
         EXPECT_EQ(take(), 0u);
         EXPECT_EQ(client.drain().size(), 0u);
-        r.wait();
+        char buffer[100];
+        EXPECT_EQ(queue == select0 ? select(1) : zekIpcRecv(queue, buffer, sizeof(buffer), 1), 0);
         EXPECT_EQ(client.drain().size(), 1u);
         EXPECT_FALSE(dirty);
     }
@@ -144,21 +124,18 @@ TEST_F(selectTest, WhileNothingCanBeCommittedOnlyChangesWaitForTheirAnswers) {
     EXPECT_EQ(zekIpcStatistics().dropped, 0u);
 }
 
-TEST_F(selectTest, SendingToNobodyFailsAlsoWhileAnswersAreHeld) {
-    bytes m = makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT + 1, 6001, 1);
-    const zekQueue queue = Key_getReqQueue(key);
+TEST_F(selectTest, WhatCannotBeSentFailsAndAReplyIsLeftAsItWas) {
     for (bool held : {false, true}) {
         dirty = held;
-        EXPECT_EQ(zekIpcSend(queue, m.data(), m.size()), -1);
+        EXPECT_EQ(sendAnswer(1, CLIENT_PORT + 1), -1) << "to nobody";
     }
-    EXPECT_EQ(zekIpcSend(queue, m.data(), 59), -1);
+    dirty = false;
+    bytes m = request(1), before = m;
+    EXPECT_EQ(zekIpcSend(Key_getReqQueue(key), m.data(), 59), -1);
     EXPECT_EQ(zekIpcSend(0, m.data(), m.size()), -1);
     EXPECT_EQ(zekIpcSend(Key_getTmrQueue(key), m.data(), m.size()), -1);
     EXPECT_EQ(zekIpcStatistics().sendFailed, 5u);
-}
 
-TEST_F(selectTest, AReplyThatCannotBeSentIsLeftAsItWas) {
-    bytes m = request(1), before = m;
     headerOf(m)->target.svce = headerOf(before)->target.svce = CLIENT_PORT + 1;
     EXPECT_EQ(zekIpcReply(key, m.data(), m.size()), -1);
     EXPECT_EQ(m, before);
@@ -187,9 +164,8 @@ TEST_F(selectTest, MessagesThatArriveWhileTheTaskWaitsForAReplyAreKept) {
 
 TEST_F(selectTest, AReceiverThatDoesNotReadHoldsNobodyUpAndMissesNothing) {
     endpoint other(run.path, RP, CLIENT_PORT + 1);
-    bytes toOther = makeMessage(RP, OWN_REQUESTS, RP, CLIENT_PORT + 1, 6001, 7);
     for (uint32_t i = 1; i <= 1000; i++) ASSERT_EQ(sendAnswer(i), 0);
-    EXPECT_EQ(zekIpcSend(Key_getReqQueue(key), toOther.data(), toOther.size()), 0);
+    EXPECT_EQ(sendAnswer(7, CLIENT_PORT + 1), 0);
     EXPECT_EQ(other.drain(), upTo(7, 7));
     // Room in the socket must not let a later answer pass those that wait.
     std::vector<uint32_t> got = client.drain();
@@ -207,15 +183,11 @@ TEST_F(selectTest, AReceiverThatDoesNotReadHoldsNobodyUpAndMissesNothing) {
 // however many there are.
 TEST_F(selectTest, ABacklogIsBoundedForEachAddressee) {
     endpoint other(run.path, RP, CLIENT_PORT + 1);
-    auto sendTo = [&](uint32_t port, uint32_t i, size_t size) {
-        bytes m = makeMessage(RP, OWN_REQUESTS, RP, port, 6001, i, size);
-        return zekIpcSend(Key_getReqQueue(key), m.data(), m.size());
-    };
     uint32_t accepted = 0;
-    while (sendTo(CLIENT_PORT, accepted + 1, 64) == 0) accepted++;
+    while (sendAnswer(accepted + 1) == 0) accepted++;
     EXPECT_GE(accepted, 4096u);
     EXPECT_LT(accepted, 6000u);
-    for (uint32_t i = 1; i <= 100; i++) ASSERT_EQ(sendTo(CLIENT_PORT + 1, i, 64), 0);
+    for (uint32_t i = 1; i <= 100; i++) ASSERT_EQ(sendAnswer(i, CLIENT_PORT + 1), 0);
     std::vector<uint32_t> got;
     while (got.size() < 100) {
         ASSERT_EQ(select(0), 0);
@@ -226,10 +198,10 @@ TEST_F(selectTest, ABacklogIsBoundedForEachAddressee) {
 
     // Large ones to many who do not read: of the largest backlogs, not of the small one.
     std::vector<std::unique_ptr<endpoint>> idle;
-    ASSERT_EQ(sendTo(CLIENT_PORT + 1, 101, 64), 0);
+    ASSERT_EQ(sendAnswer(101, CLIENT_PORT + 1), 0);
     for (uint32_t n = 2; n < 14; n++) {
         idle.push_back(std::make_unique<endpoint>(run.path, RP, CLIENT_PORT + n));
-        for (int i = 0; i < 200; i++) (void)sendTo(CLIENT_PORT + n, 1, 60000);
+        for (int i = 0; i < 200; i++) (void)sendAnswer(1, CLIENT_PORT + n, 60000);
     }
     EXPECT_GT(zekIpcStatistics().dropped, 0u);
     ASSERT_EQ(select(0), 0);
@@ -289,33 +261,31 @@ TEST_F(selectTest, MessagesThatDoNotFitAreDroppedAndCounted) {
 // Of each peer's session only the newest of the waiting answers is handed over, and before every
 // request; sessions beyond those that are kept apart come whole, in their turn.
 TEST_F(selectTest, OnlyTheNewestAnswerOfEachSessionIsHandedOver) {
-    auto answerFrom = [](uint32_t port, uint32_t session, uint32_t seq) {
+    typedef std::tuple<uint32_t, uint32_t, uint32_t> row;  // port, session, number
+    static std::vector<row> got;
+    auto send = [this](const row& r) {
+        const auto& [port, session, number] = r;
         bytes m = makeMessage(CARD, port, RP, OWN_REQUESTS, MT_SWP_ACK, 0, sizeof(ipcHdr));
         headerOf(m)->session = session;
-        headerOf(m)->swpSeq = seq;
-        return m;
+        headerOf(m)->swpSeq = number;
+        EXPECT_EQ(client.send(m, 60000), zekSendResult::sent);
     };
-    typedef std::tuple<uint32_t, uint32_t, uint32_t> row;  // port, session, number
-    auto rowOf = [](const ipcHdr& h) { return row{h.target.svce, h.session, h.swpSeq}; };
-    static std::vector<row> got;
+    auto note = [](const ipcHdr& h) { got.emplace_back(h.target.svce, h.session, h.swpSeq); };
     auto takeAll = [&] {
         got.clear();
         bytes m(IPC_BUFFER_SIZE);
-        while (zekIpcRecv(Key_getReqQueue(key), m.data(), m.size(), 0) > 0)
-            got.push_back(rowOf(*headerOf(m)));
+        while (zekIpcRecv(Key_getReqQueue(key), m.data(), m.size(), 0) > 0) note(*headerOf(m));
     };
     const row plain = {CLIENT_PORT, 0, 0};
     // Fewer than any socket takes.
-    const std::vector<bytes> few = {request(1),
-                                    answerFrom(7937, 5, 3),
-                                    answerFrom(7937, 5, 7),
-                                    answerFrom(7937, 5, 6),
-                                    answerFrom(7937, 6, 2),
-                                    answerFrom(7941, 5, 1),
-                                    answerFrom(7937, 8, 0xFFFFFFFF),
-                                    answerFrom(7937, 8, 1)};
+    auto sendFew = [&] {
+        ASSERT_EQ(client.send(request(1)), zekSendResult::sent);
+        for (const row& r : {row{7937, 5, 3}, row{7937, 5, 7}, row{7937, 5, 6}, row{7937, 6, 2},
+                             row{7941, 5, 1}, row{7937, 8, 0xFFFFFFFF}, row{7937, 8, 1}})
+            send(r);
+    };
     const std::vector<row> newest = {{7937, 5, 7}, {7937, 6, 2}, {7937, 8, 1}, {7941, 5, 1}};
-    for (const bytes& m : few) ASSERT_EQ(client.send(m), zekSendResult::sent);
+    sendFew();
     takeAll();
     ASSERT_EQ(got.size(), newest.size() + 1);
     EXPECT_EQ(got.back(), plain) << "answers go first";
@@ -323,11 +293,10 @@ TEST_F(selectTest, OnlyTheNewestAnswerOfEachSessionIsHandedOver) {
     std::ranges::sort(got);
     EXPECT_EQ(got, newest);
     // A sender that takes its answers itself gets the same, and leaves the requests.
-    for (const bytes& m : few) ASSERT_EQ(client.send(m), zekSendResult::sent);
+    sendFew();
     got.clear();
     uint64_t waited = 0;
-    EXPECT_TRUE(hostTakeAnswers(
-        [](const ipcHdr& h) { got.emplace_back(h.target.svce, h.session, h.swpSeq); }, 0, &waited));
+    EXPECT_TRUE(hostTakeAnswers(note, 0, &waited));
     std::ranges::sort(got);
     EXPECT_EQ(got, newest);
     EXPECT_FALSE(hostTakeAnswers([](const ipcHdr&) { FAIL(); }, 0, &waited));
@@ -338,8 +307,7 @@ TEST_F(selectTest, OnlyTheNewestAnswerOfEachSessionIsHandedOver) {
     std::atomic<bool> done = false;
     std::thread sender([&] {
         for (uint32_t seq : {1u, 2u})
-            for (uint32_t s = 1; s <= sessions; s++)
-                EXPECT_EQ(client.send(answerFrom(7937, s, seq), 60000), zekSendResult::sent);
+            for (uint32_t s = 1; s <= sessions; s++) send({7937, s, seq});
         done = true;
     });
     while (!done) EXPECT_GE(select(0), 0);
@@ -429,10 +397,7 @@ TEST_F(selectTest, ARepeatedRequestIsTakenOnce) {
     EXPECT_NE(state(), "working");
 
     // One that is dropped, as it is longer than what the task can take, is not under way.
-    bytes longer = request(3, MT_CLI_COMMAND);
-    longer.resize(IPC_BUFFER_SIZE + 8);
-    headerOf(longer)->length = static_cast<uint32_t>(longer.size());
-    ASSERT_EQ(client.send(longer), zekSendResult::sent);
+    client.send(request(3, MT_CLI_COMMAND, IPC_BUFFER_SIZE + 8));
     EXPECT_EQ(take(), 0u);
     EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT, 3), "unknown");
 
@@ -502,18 +467,12 @@ TEST_F(selectTest, WhoAsksChangesOrRegistersWaitsForTheRestore) {
     EXPECT_EQ(take(), 0u);
 
     // Kept in bounded memory; what is over that is counted.
-    const bytes large = request(11, MT_CLI_COMMAND, 8000);
     for (int i = 0; i < 2200; i++) {
-        ASSERT_EQ(client.send(large), zekSendResult::sent);
-        if (i % 8 == 7) {
-            EXPECT_EQ(select(0), 0);
-        }
+        ASSERT_EQ(client.send(request(11, MT_CLI_COMMAND, 8000)), zekSendResult::sent);
+        ASSERT_EQ(select(0), 0);
     }
-    EXPECT_EQ(select(0), 0);
     EXPECT_GT(zekIpcStatistics().overrun, 0u);
-    ASSERT_EQ(client.send(request(12, MT_CLI_COMMAND, 8000)), zekSendResult::sent);
-    EXPECT_EQ(select(0), 0);
-    EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT, 12), "unknown") << "whoever asks sends it again";
+    EXPECT_STREQ(hostRequestState(RP, CLIENT_PORT, 11), "unknown") << "whoever asks sends it again";
     hostReleaseRequests();
     EXPECT_EQ(take(), 10u);
 }
