@@ -59,14 +59,6 @@ struct fakeNeighbour {
 
 constexpr uint32_t CARD_1 = 0x7F010101, PORT_OF_1 = 7937 + 4;
 
-void describeCard(const fakeManager& manager) {
-    std::ofstream(manager.dir + "/chassis.json") << R"({"chassisMode":1,"routeProcessorType":4,
- "routeProcessors":[{"address":"127.1.0.1","primary":true}],
- "tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],
- "cards":[{"slot":1,"address":"127.1.1.1","type":2,
-           "ports":[{"name":"1/0","userPort":0,"port":0,"pipe":0}]}]})";
-}
-
 }  // namespace
 
 TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
@@ -110,7 +102,6 @@ TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.command + (" <- " + row.reply.text));
         fakeManager manager;
-        describeCard(manager);
         fakeNeighbour agent(manager.dir, CARD_1, PORT_OF_1, {row.reply});
         testSession s(manager.dir);
         EXPECT_EQ(s.run(row.command), row.good);
@@ -133,7 +124,6 @@ TEST(Agents, EntriesAreShownAsTheyAre) {
          "dstOperator 1 log 1 ports [0,0,80,0]  0"},
     };
     fakeManager manager;
-    describeCard(manager);
     for (const auto& row : rows) {
         SCOPED_TRACE(row.entry);
         std::string entries =
@@ -150,7 +140,6 @@ TEST(Agents, EntriesAreShownAsTheyAre) {
 
 TEST(Agents, LongAnswersAreAskedForInPieces) {
     fakeManager manager;
-    describeCard(manager);
     fakeNeighbour agent(
         manager.dir, CARD_1, PORT_OF_1,
         {{0, 0, R"({"lists":[{"name":"A"}],"next":5000})"}, {0, 0, R"({"lists":[{"name":"B"}]})"}});
@@ -164,7 +153,6 @@ TEST(Agents, LongAnswersAreAskedForInPieces) {
 
 TEST(Agents, OneThatIsNotThereOrSilentIsSaidToBeSo) {
     fakeManager manager;
-    describeCard(manager);
     testSession s(manager.dir, 200);
     EXPECT_FALSE(s.run("show cards"));
     EXPECT_NE(s.printed().find("not running"), std::string::npos);
@@ -245,7 +233,6 @@ TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.meant + " <- " + row.held);
         fakeManager manager;
-        describeCard(manager);
         fakeDebug debug(manager.dir, row.meant);
         std::unique_ptr<fakeNeighbour> agent;
         const std::string lists = row.held == "{}" ? "" : row.held;
@@ -278,7 +265,6 @@ TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.command);
         fakeManager manager;
-        describeCard(manager);
         fakeNeighbour chassisd(manager.dir, fakeManager::CARD, CHASSIS_CONTROL_SERVICE,
                                {{0, row.status, R"({"status":"ok","told":1})"}});
         testSession s(manager.dir);
@@ -295,7 +281,6 @@ TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
         EXPECT_EQ(uint32_t{req->argument}, row.argument);
     }
     fakeManager manager;
-    describeCard(manager);
     testSession s(manager.dir);
     EXPECT_FALSE(s.run("chassis status"));
     EXPECT_NE(s.reported().find("chassisd cannot be reached"), std::string::npos);

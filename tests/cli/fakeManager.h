@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <thread>
 
 #include "cli/load.h"
@@ -24,6 +25,7 @@ struct fakeManager {
     std::thread thread;
     std::atomic<bool> stop = false;
     std::function<void(fakeManager&, std::vector<uint8_t>&)> handle;  // runs on the thread
+    std::vector<std::vector<uint8_t>> received;  // by serve(); to be read when it is halted
 
     fakeManager() {
         const char* base = getenv("TMPDIR");
@@ -33,7 +35,9 @@ struct fakeManager {
             << R"({"chassisMode":1,"routeProcessorType":4,)"
             << R"("routeProcessors":[{"address":"127.1.0.1","primary":true}],)"
             << R"("tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],)"
-            << R"("cards":[],"lags":[],"vlans":[]})";
+            << R"("cards":[{"slot":1,"address":"127.1.1.1","type":2,)"
+            << R"("ports":[{"name":"1/0","userPort":0,"port":0,"pipe":0}]}],)"
+            << R"("lags":[{"id":1}],"vlans":[{"id":10}]})";
     }
     ~fakeManager() {
         halt();
@@ -47,6 +51,13 @@ struct fakeManager {
             while (!stop)
                 if (zekEndpointRecv(endpoint, &message, IPC_BUFFER_SIZE, 5, nullptr) > 0)
                     handle(*this, message);
+        });
+    }
+    // Keeps every request and answers it with a status that depends on it.
+    void serve(uint32_t (*result)(const std::vector<uint8_t>&) = nullptr) {
+        run([result](fakeManager& m, std::vector<uint8_t>& message) {
+            m.received.push_back(message);
+            m.answer(message, result != nullptr ? result(message) : uint32_t{ACL_OK});
         });
     }
     void open() {
@@ -88,6 +99,15 @@ struct fakeManager {
 
 inline const cliHdr& cliOf(const std::vector<uint8_t>& message) {
     return *reinterpret_cast<const cliHdr*>(message.data());
+}
+
+inline uint32_t wordAt(std::span<const uint8_t> m, size_t at) {
+    return uint32_t{m[at]} << 24 | uint32_t{m[at + 1]} << 16 | uint32_t{m[at + 2]} << 8 | m[at + 3];
+}
+inline size_t count(const std::string& text, std::string_view part) {
+    size_t n = 0;
+    for (size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) n++;
+    return n;
 }
 
 // A session whose output and reports are kept.

@@ -1,4 +1,6 @@
 // The pipelined loader against a manager that answers late, out of order, wrongly or not at all.
+#include <algorithm>
+
 #include "tests/cli/fakeManager.h"
 
 namespace {
@@ -13,12 +15,6 @@ uint32_t seqOf(const std::vector<uint8_t>& message) {
 }
 bool isEntryAdd(const std::vector<uint8_t>& message) {
     return cliOf(message).code == CLI_IP_ENTRY_ADD;
-}
-
-size_t count(const std::string& text, const std::string& part) {
-    size_t n = 0;
-    for (size_t at = 0; (at = text.find(part, at)) != text.npos; at += part.size()) n++;
-    return n;
 }
 
 }  // namespace
@@ -56,19 +52,17 @@ TEST(Load, RequestsArriveInOrderWithTheirFields) {
 }
 
 TEST(Load, TheMaskModeFollowsTheLines) {
-    std::vector<uint32_t> masks;
     fakeManager manager;
-    manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
-        if (message.size() == sizeof(cliIpEntryReq))
-            masks.push_back(reinterpret_cast<cliIpEntryReq*>(message.data())->block.srcMask);
-        m.answer(message, ACL_OK);
-    });
+    manager.serve();
     const std::string list = "ip access-list standard A\n permit 10.0.0.0 255.0.255.0\n";
     testSession s(manager.dir);
     EXPECT_EQ(
         s.load(list + "access-list inverse-mask\n" + list + "no access-list inverse-mask\n" + list),
         0);
     manager.halt();
+    std::vector<uint32_t> masks;
+    for (const auto& m : manager.received)
+        if (isEntryAdd(m)) masks.push_back(wordAt(m, 256));
     EXPECT_EQ(masks, (std::vector<uint32_t>{0x00FF00FF, 0xFF00FF00, 0x00FF00FF}));
 }
 
@@ -159,19 +153,16 @@ TEST(Load, ALateAnswerIsNotTakenForAnothers) {
 }
 
 TEST(Load, EntriesOfARefusedListAreNotSent) {
-    std::atomic<int> sent = 0;
     fakeManager manager;
-    manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
-        sent += isEntryAdd(message);
-        bool refused = listNameView(cliOf(message).name) == "E";
-        m.answer(message, refused ? ACL_E_IS_STANDARD : ACL_OK);
+    manager.serve([](const std::vector<uint8_t>& message) -> uint32_t {
+        return listNameView(cliOf(message).name) == "E" ? ACL_E_IS_STANDARD : ACL_OK;
     });
     testSession s(manager.dir);
     EXPECT_EQ(s.load("ip access-list extended E\n permit ip any any\n deny tcp any any\n"
                      "ip access-list standard S\n permit any\n"),
               1);
     manager.halt();
-    EXPECT_EQ(sent, 1);
+    EXPECT_EQ(std::ranges::count_if(manager.received, isEntryAdd), 1);
     EXPECT_EQ(count(s.reported(), "F:1:1: The list exists as a standard access list\n"), 1u);
     EXPECT_EQ(count(s.reported(), "Not sent: the header in line 1 was refused\n"), 2u);
 }
@@ -181,33 +172,25 @@ TEST(Load, EntriesBehindAnUnreadableHeaderGoNowhere) {
     for (const char* header : {"ip access-list extnded B", "ipp access-list extended B",
                                " ip access-list standard", "ip access-list standard B C"}) {
         SCOPED_TRACE(header);
-        std::atomic<int> sent = 0;
         fakeManager manager;
-        manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
-            sent += isEntryAdd(message);
-            m.answer(message, ACL_OK);
-        });
+        manager.serve();
         testSession s(manager.dir);
         EXPECT_EQ(s.load("ip access-list standard A\n permit any\n" + std::string(header) +
                          "\n deny any\nip access-list standard C\n permit any\n"),
                   1);
         manager.halt();
-        EXPECT_EQ(sent, 2);
+        EXPECT_EQ(std::ranges::count_if(manager.received, isEntryAdd), 2);
         EXPECT_EQ(count(s.reported(), "(the header in line 3 was refused)"), 1u) << s.reported();
     }
 }
 
 TEST(Load, AMistypedIndentedEntryLeavesTheOthersAlone) {
-    std::atomic<int> sent = 0;
     fakeManager manager;
-    manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
-        sent += isEntryAdd(message);
-        m.answer(message, ACL_OK);
-    });
+    manager.serve();
     testSession s(manager.dir);
     EXPECT_EQ(s.load("ip access-list standard A\n permt any\n deny any\n"), 1);
     manager.halt();
-    EXPECT_EQ(sent, 1);
+    EXPECT_EQ(std::ranges::count_if(manager.received, isEntryAdd), 1);
 }
 
 TEST(Load, WithoutAManagerTheLoadEndsAtOnceAndSaysSo) {
