@@ -3,10 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <cstdlib>
-
-#include "include/agentMsg.h"
-#include "include/service.h"
 #include "tests/system/chassis.h"
 
 namespace {
@@ -14,9 +10,7 @@ namespace {
 // A chassis whose agents all run. Port 1/2 and 2/2 are a LAG; 1/3 and 2/3 are in VLAN 10.
 struct cardsFixture : chassisFixture {
     cardsFixture() {
-        EXPECT_TRUE(startNeighbours());
-        EXPECT_TRUE(startManager());
-        for (int slot : {1, 2, AGENT_CP}) EXPECT_TRUE(startAgent(slot));
+        startAll();
         for (const char* member :
              {"port-channel 1 1/2", "port-channel 1 2/2", "vlan 10 1/3", "vlan 10 2/3"})
             show(std::string("debug join ") + member);
@@ -56,12 +50,6 @@ std::string entries(int from, int to) {
                 std::to_string(i / 250) + "." + std::to_string(i % 250) + " any eq " +
                 std::to_string(i % 65536) + "\n";
     return text;
-}
-
-uint64_t number(const std::string& json, const std::string& key) {
-    size_t at = json.find("\"" + key + "\":");
-    return at == std::string::npos ? 0
-                                   : std::strtoull(json.c_str() + at + key.size() + 3, nullptr, 10);
 }
 
 const char* const LIST_A = "ip access-list extended A\n";
@@ -194,13 +182,7 @@ TEST(Cards, WhatIsNotInStepIsSaidToBeSo) {
                  "interface 1/0\n ip access-group A in\ninterface 2/0\n ip access-group A in\n");
     chassis.expectInStep("A", "1/0,in,1,in step;2/0,in,2,in step;");
     // A manager that is not primary sends nothing.
-    chassis.show("chassis primary 1");
-    auto roleIs = [&](const char* role) {
-        return waitUntil([&] {
-            return chassis.show("show system | include role").find(role) != std::string::npos;
-        });
-    };
-    ASSERT_TRUE(roleIs("secondary"));
+    chassis.movePrimary(1);
     chassis.load(
         LIST_A + std::string(" no seq 10\n seq 11 deny ip any any\n") +
         "interface 1/1\n ip access-group A out\ninterface 2/0\n no ip access-group A in\n");
@@ -216,14 +198,13 @@ TEST(Cards, WhatIsNotInStepIsSaidToBeSo) {
     EXPECT_EQ(chassis.squeezed(result.out),
               "1/0,in,1,no answer;1/1,out,1,no answer;-,-,2,not running;");
 
-    chassis.show("chassis primary 0");
-    ASSERT_TRUE(roleIs("primary"));
+    chassis.movePrimary(0);
     ASSERT_TRUE(chassis.startAgent(2));
     chassis.expectInStep("A", "1/0,in,1,in step;1/1,out,1,in step;");
 }
 
-// A card that has stopped, a queue that overflows, a role that goes away and a chassisd that hangs:
-// what was changed meanwhile is installed in the end, without another change.
+// A card that has stopped and a queue that overflows: what was changed meanwhile is installed in
+// the end, without another change.
 TEST(Cards, HealWithoutAnotherChange) {
     cardsFixture chassis;
     const std::string bind = "interface port-channel 1\n ip access-group ";
@@ -251,26 +232,6 @@ TEST(Cards, HealWithoutAnotherChange) {
     chassis.expectInStep("B", inStep);
     // The list that has gone can be asked for, and is nowhere.
     EXPECT_NE(chassis.installed("A").err.find("No such access list"), std::string::npos);
-
-    chassis.show("chassis primary 1");
-    EXPECT_TRUE(waitUntil([&] {
-        return chassis.show("show system | include role").find("secondary") != std::string::npos;
-    }));
-    chassis.load(LIST_B + std::string(" seq 1 deny host 10.1.1.1\n"));
-    EXPECT_EQ(chassis.installed("B").status, 1);
-    chassis.show("chassis primary 0");
-    chassis.expectInStep("B", inStep);
-
-    // Agents need chassisd for nothing.
-    kill(chassis.neighbours.pid, SIGSTOP);
-    chassis.agents[2].stop(SIGKILL);
-    EXPECT_TRUE(chassis.startAgent(2));
-    chassis.expectInStep("B", inStep);
-    kill(chassis.neighbours.pid, SIGCONT);
-    // The last list of a replay is in force before its end.
-    EXPECT_TRUE(waitUntil([&] {
-        return chassis.shell({"-c", "show cards"}).status == 0;
-    })) << chassis.shell({"-c", "show cards"}).out;
 }
 
 TEST(Cards, MembershipByHandTakesLagsAndRefusesASecondList) {
@@ -318,87 +279,4 @@ TEST(Cards, ACardThatIsReportedDownComesBackIntoStep) {
     commandResult result = chassis.shell({"-c", "chassis card 7 down"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find("no such card"), std::string::npos) << result.err;
-}
-
-TEST(Cards, AManagerThatStartsAgainBringsItsCardsIntoStep) {
-    cardsFixture chassis;
-    chassis.load(LIST_A + entries(1, 60) +
-                 "interface 1/0\n ip access-group A in\ninterface 2/0\n ip access-group A out\n" +
-                 ALL_OF_B + "interface control-plane\n ip access-group B in\n");
-    for (int round = 0; round < 2; round++) {
-        ASSERT_TRUE(chassis.killAndRestart());
-        // The agents hold what was; only a registration brings them what is.
-        chassis.load(LIST_A + std::string(" seq ") + std::to_string(round) + " deny " +
-                     std::to_string(100 + round) + " any any\n" + LIST_B + " seq " +
-                     std::to_string(500 + round) + " deny host 10.3.3." + std::to_string(round) +
-                     "\n");
-        chassis.expectInStep("A", "1/0,in,1,in step;2/0,out,2,in step;");
-        chassis.expectInStep("B", "control-plane,in,control-plane,in step;");
-    }
-}
-
-// What waits in the queue to the ACL agent of a card.
-bool hasBacklog(const cardsFixture& chassis, int slot) {
-    const std::string queues = chassis.shell({"--json", "-c", "show queues"}).out;
-    for (size_t at = 0; (at = queues.find("\"peer\": \"ACL_AGENT\"", at)) != queues.npos; at++) {
-        const std::string_view one(queues.data() + at, queues.find('}', at) - at);
-        if (one.find("\"slot\": " + std::to_string(slot) + ",") != one.npos)
-            return one.find("\"backlog\": 0,") == one.npos;
-    }
-    return false;
-}
-
-// Registers a card's agent that stands still and cannot do it itself.
-void registerAgent(const rawClient& client, uint32_t slot) {
-    std::vector<uint8_t> message(sizeof(agentRegisterReq));
-    client.fillHeader(message, MT_AGENT_REGISTER, 1);
-    auto* req = reinterpret_cast<agentRegisterReq*>(message.data());
-    req->ipc.target.slot = slot;
-    req->ipc.target.card = CARD_ADDRESS + slot;
-    req->ipc.target.svce = aclServicePort(APP_ACL_AGENT, slot, QUEUE_REQUEST);
-    for (be32* word : {&req->isUp, &req->isVortan}) *word = 1;
-    ASSERT_TRUE(client.send(message));
-}
-
-// 50 rounds, or as many as ACL_KILL_ROUNDS in the environment says. Every other time the agent
-// stands still while it is replayed to: its queue fills, and it is killed in the middle for sure.
-// The other times it is killed behind the first messages, wherever the replay is then.
-TEST(Cards, AnAgentThatIsKilledInTheMiddleOfAReplayEndsInStep) {
-    const char* wanted = std::getenv("ACL_KILL_ROUNDS");
-    const int rounds = wanted == nullptr ? 50 : std::max(std::atoi(wanted), 1);
-    constexpr int length = 1000;  // more than the rounds, which delete from it
-    cardsFixture chassis;
-    chassis.load(
-        LIST_A + entries(1, length + 1) +
-        "interface 1/0\n ip access-group A in\n ip access-group A out\n"
-        "interface 1/1\n ip access-group A in\ninterface vlan 10\n ip access-group A in\n");
-    const std::string rows =
-        "vlan 10,in,1,in step;vlan 10,in,2,in step;1/0,in,1,in step;1/0,out,1,in step;"
-        "1/1,in,1,in step;";
-    chassis.expectInStep("A", rows);
-    rawClient client(chassis);
-    for (int round = 0; round < rounds; round++) {
-        SCOPED_TRACE(round);
-        if (round % 2 == 0) {
-            kill(chassis.agents[1].pid, SIGSTOP);
-            chassis.show("chassis card 1 down");
-            registerAgent(client, 1);
-            ASSERT_TRUE(waitUntil([&] { return hasBacklog(chassis, 1); }));
-        } else {
-            // The manager stands still until the agent is there, so that the first messages of the
-            // replay are seen.
-            chassis.agents[1].stop(SIGKILL);
-            kill(chassis.manager.pid, SIGSTOP);
-            ASSERT_TRUE(chassis.startAgent(1));
-            kill(chassis.manager.pid, SIGCONT);
-            ASSERT_TRUE(waitUntil([&] { return number(client.agentSummary(1), "messages") > 0; }));
-        }
-        chassis.agents[1].stop(SIGKILL);
-        if (round % 2 == 1)
-            chassis.load(LIST_A + std::string(" no seq ") + std::to_string(10 * (round + 1)) +
-                         "\n");
-        ASSERT_TRUE(chassis.startAgent(1));
-        chassis.expectInStep("A", rows);
-        if (testing::Test::HasFailure()) return;
-    }
 }

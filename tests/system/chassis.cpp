@@ -51,6 +51,12 @@ std::string program(const char* name) {
 
 }  // namespace
 
+uint64_t number(const std::string& json, const std::string& key) {
+    size_t at = json.find("\"" + key + "\":");
+    return at == std::string::npos ? 0
+                                   : std::strtoull(json.c_str() + at + key.size() + 3, nullptr, 10);
+}
+
 bool waitUntil(const std::function<bool()>& reached) {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MS);
     while (!reached()) {
@@ -187,6 +193,11 @@ bool chassisFixture::startAgent(int slot) {
         argv.insert(argv.end(), {"--slot", std::to_string(slot)});
     return agents[slot].start(argv, dir + "/aclagent" + std::to_string(slot) + ".stderr");
 }
+void chassisFixture::startAll() {
+    EXPECT_TRUE(startNeighbours());
+    EXPECT_TRUE(startManager());
+    for (int slot : {1, 2, AGENT_CP}) EXPECT_TRUE(startAgent(slot));
+}
 bool chassisFixture::killAndRestart() {
     manager.stop(SIGKILL);
     // A request that changes nothing waits for the restore like every other one.
@@ -203,6 +214,12 @@ std::string chassisFixture::show(const std::string& command) const {
     commandResult result = shell({"-c", command});
     EXPECT_EQ(result.status, 0) << command << "\n" << result.err;
     return result.out;
+}
+void chassisFixture::movePrimary(int index) const {
+    show("chassis primary " + std::to_string(index));
+    const char* role = index == 0 ? " primary" : "secondary";
+    EXPECT_TRUE(waitUntil(
+        [&] { return show("show system | include role").find(role) != std::string::npos; }));
 }
 void chassisFixture::load(const std::string& lines) const {
     commandResult result = shell({"-f", "-"}, lines);

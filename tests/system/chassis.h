@@ -50,6 +50,7 @@ struct chassisFixture {
     bool startManager(const std::vector<std::string>& options = {});
     bool startNeighbours();
     bool startAgent(int slot);
+    void startAll();  // neighbours, manager and the agents of slots 1 and 2 and the control plane
     // Ends the manager at once and starts it again; returns when its configuration is restored.
     bool killAndRestart();
 
@@ -57,11 +58,16 @@ struct chassisFixture {
                         const std::string& input = "") const;
     std::string show(
         const std::string& command) const;  // output of one command, which must succeed
+    // Makes the route processor the primary one (0) or not (1); returns when its manager knows.
+    void movePrimary(int index) const;
     std::string runningConfig() const { return show("show running-config"); }
     // Loads configuration lines, which must be accepted.
     void load(const std::string& lines) const;
     std::string write(const std::string& name, const std::string& text) const;  // a file; its path
 };
+
+// The number behind "key": in a JSON text; the first one of that name, 0 when there is none.
+uint64_t number(const std::string& json, const std::string& key);
 
 // Waits for a state; false when it does not come in a very long time.
 bool waitUntil(const std::function<bool()>& reached);

@@ -10,17 +10,6 @@
 #include "include/status.h"
 #include "tests/system/chassis.h"
 
-namespace {
-
-// The number behind "key": in a JSON text; the first one of that name.
-uint64_t counter(const std::string& json, const std::string& key) {
-    size_t at = json.find("\"" + key + "\":");
-    EXPECT_NE(at, std::string::npos) << key << " in " << json;
-    return at == std::string::npos ? 0 : std::stoull(json.substr(at + key.size() + 3));
-}
-
-}  // namespace
-
 TEST(Processes, TheManagerServesWithoutItsNeighboursAndRegistersWhenTheyCome) {
     chassisFixture chassis;
     ASSERT_TRUE(chassis.startManager());
@@ -132,12 +121,12 @@ TEST(Processes, HostileMessagesAreCountedAndSurvived) {
     client.fillHeader(forged, MT_SWP_TIMEOUT, 1);
     ASSERT_TRUE(client.send(forged));
     EXPECT_EQ(chassis.runningConfig(), before);
-    EXPECT_TRUE(waitUntil([&] { return counter(chassis.show("debug system"), "malformed") > 0; }));
+    EXPECT_TRUE(waitUntil([&] { return number(chassis.show("debug system"), "malformed") > 0; }));
     std::string system = chassis.show("debug system");
     for (const char* counted : {"dropped", "overrun"})
         EXPECT_NE(system.find('"' + std::string(counted) + "\":"), std::string::npos) << counted;
-    EXPECT_GT(counter(system, "bad-length-word"), 0u);
-    EXPECT_GT(counter(system, "truncated"), 40u);
-    EXPECT_GT(counter(system, "unknown-type"), 1000u);
+    EXPECT_GT(number(system, "bad-length-word"), 0u);
+    EXPECT_GT(number(system, "truncated"), 40u);
+    EXPECT_GT(number(system, "unknown-type"), 1000u);
     EXPECT_TRUE(chassis.manager.running());
 }

@@ -11,6 +11,8 @@
 #include <random>
 #include <thread>
 
+#include "include/agentMsg.h"
+#include "include/service.h"
 #include "tests/system/chassis.h"
 
 namespace {
@@ -25,12 +27,6 @@ std::string entries(int from, int count) {
     return text;
 }
 
-uint64_t number(const std::string& json, const std::string& key) {
-    size_t at = json.find("\"" + key + "\":");
-    return at == std::string::npos ? 0
-                                   : std::strtoull(json.c_str() + at + key.size() + 3, nullptr, 10);
-}
-
 struct replayFixture : chassisFixture {
     rawClient client{*this};
     int changes = 0;
@@ -38,13 +34,11 @@ struct replayFixture : chassisFixture {
     std::mt19937 random{7};
 
     replayFixture() {
-        EXPECT_TRUE(startNeighbours());
-        EXPECT_TRUE(startManager());
-        for (int slot : {1, 2, AGENT_CP}) EXPECT_TRUE(startAgent(slot));
+        startAll();
         load("ip access-list standard KEPT\n" + entries(1, KEPT) +
              "ip access-list standard CHANGES\n" + entries(1, 40) +
              "interface 1/0\n ip access-group KEPT in\ninterface 1/1\n ip access-group CHANGES in\n"
-             "interface 2/0\n ip access-group CHANGES out\n"
+             "interface 2/0\n ip access-group CHANGES out\n ip access-group KEPT in\n"
              "interface control-plane\n ip access-group KEPT in\n");
     }
     ~replayFixture() {
@@ -105,6 +99,29 @@ struct watcher {
     watcher& operator=(const watcher&) = delete;
 };
 
+// What waits in the queue to the ACL agent of a card.
+bool hasBacklog(const chassisFixture& chassis, int slot) {
+    const std::string queues = chassis.shell({"--json", "-c", "show queues"}).out;
+    for (size_t at = 0; (at = queues.find("\"peer\": \"ACL_AGENT\"", at)) != queues.npos; at++) {
+        const std::string_view one(queues.data() + at, queues.find('}', at) - at);
+        if (one.find("\"slot\": " + std::to_string(slot) + ",") != one.npos)
+            return one.find("\"backlog\": 0,") == one.npos;
+    }
+    return false;
+}
+
+// Registers a card's agent that stands still and cannot do it itself.
+void registerAgent(const rawClient& client, uint32_t slot) {
+    std::vector<uint8_t> message(sizeof(agentRegisterReq));
+    client.fillHeader(message, MT_AGENT_REGISTER, 1);
+    auto* req = reinterpret_cast<agentRegisterReq*>(message.data());
+    req->ipc.target.slot = slot;
+    req->ipc.target.card = CARD_ADDRESS + slot;
+    req->ipc.target.svce = aclServicePort(APP_ACL_AGENT, slot, QUEUE_REQUEST);
+    for (be32* word : {&req->isUp, &req->isVortan}) *word = 1;
+    ASSERT_TRUE(client.send(message));
+}
+
 // What may happen. `kept`: what the agents of card 1 and of the control processor have in force is
 // watched, because they and the manager's configuration are there all the time.
 struct happening {
@@ -160,6 +177,27 @@ constexpr happening happenings[] = {
              EXPECT_TRUE(t->startAgent(2));
          }
      }},
+    {"the other card's agent ends in its replay, of which the most still waits", true,
+     [](replayFixture* t) {
+         kill(t->agents[2].pid, SIGSTOP);
+         t->show("chassis card 2 down");
+         registerAgent(t->client, 2);
+         EXPECT_TRUE(waitUntil([&] { return hasBacklog(*t, 2); }));
+         t->agents[2].stop(SIGKILL);
+         EXPECT_TRUE(t->startAgent(2));
+     }},
+    {"the other card's agent ends behind the first messages of its replay", true,
+     [](replayFixture* t) {
+         t->agents[2].stop(SIGKILL);
+         // The manager stands still until the agent is there, so that the first messages are seen.
+         t->stand(t->manager.pid);
+         EXPECT_TRUE(t->startAgent(2));
+         t->go();
+         EXPECT_TRUE(waitUntil([&] { return number(t->client.agentSummary(2), "messages") > 0; }));
+         t->agents[2].stop(SIGKILL);
+         t->change();
+         EXPECT_TRUE(t->startAgent(2));
+     }},
     {"the card is reported down", true,
      [](replayFixture* t) {
          t->show("chassis card 1 down");
@@ -174,10 +212,7 @@ constexpr happening happenings[] = {
      }},
     {"the role goes and comes back", true,
      [](replayFixture* t) {
-         t->show("chassis primary 1");
-         EXPECT_TRUE(waitUntil([t] {
-             return t->show("show system | include role").find("secondary") != std::string::npos;
-         }));
+         t->movePrimary(1);
          t->change();
          t->show("chassis primary 0");
      }},
