@@ -1,25 +1,19 @@
 // aclagent and chassisd as processes; the manager is the test.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <deque>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <random>
-#include <sstream>
-#include <thread>
 
 #include "include/agentState.h"
 #include "include/chassisControl.h"
 #include "include/service.h"
-#include "platform/api/zekTransport.h"
 #include "tests/agent/messages.h"
+#include "tests/system/chassis.h"
 
 namespace {
 
@@ -44,44 +38,6 @@ void put(ipcHdr* hdr, uint32_t toCard, uint32_t toPort, uint32_t fromCard, uint3
 ipcHdr* header(bytes& m) {
     return wireView<ipcHdr>(std::span(m));
 }
-
-struct child {
-    int pid = -1;
-    ~child() { end(SIGKILL); }
-    // Starts a program and waits until it says "ready".
-    void start(const std::string& dir, std::vector<std::string> args) {
-        std::string program = args[0], log = dir + "/" + program + ".stderr";
-        args[0] = std::string(ACL_BIN_DIR) + "/" + program;
-        args.insert(args.end(), {"--rundir", dir});
-        std::vector<char*> argv;
-        for (std::string& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        pid = fork();
-        if (pid == 0) {
-            dup2(fd, 2);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        close(fd);
-        for (int waited = 0; waited < PATIENCE_MS; waited += 2) {
-            std::ifstream in(log);
-            std::string line;
-            while (std::getline(in, line))
-                if (line == "ready") return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        ADD_FAILURE() << program << " is not ready";
-    }
-    int end(int signal) {
-        if (pid <= 0) return -1;
-        kill(pid, signal);
-        int status = 0;
-        waitpid(pid, &status, 0);
-        pid = -1;
-        return status;
-    }
-};
 
 // One endpoint; messages that are not the awaited kind are kept in order.
 struct node {
@@ -181,25 +137,17 @@ struct fakeManager : node {
     }
 };
 
-struct Processes : testing::Test {
-    std::string dir;
-    child chassisd, agent;
-
+struct Processes : testing::Test, chassisFixture {
+    process& agent = agents[3];
+    node client{dir, RP, 0x10000u + 1};
     Processes() {
-        std::string name = testing::TempDir() + "agent.XXXXXX";
-        dir = mkdtemp(name.data());
-        std::ofstream(dir + "/chassis.json") << CHASSIS;
+        write("chassis.json", CHASSIS);
+        registerEvery = "0.05";
     }
-    ~Processes() override {
-        agent.end(SIGKILL);
-        chassisd.end(SIGKILL);
-        std::filesystem::remove_all(dir);
-    }
-    void startAgent() { agent.start(dir, {"aclagent", "--slot", "3", "--register-every", "0.05"}); }
-    void startChassisd() { chassisd.start(dir, {"chassisd"}); }
+    ~Processes() override = default;
 
-    json state(node& client, uint32_t what, const std::string& name = "",
-               uint32_t port = AGENT_PORT, uint32_t card = CARD) {
+    json state(uint32_t what, const std::string& name = "", uint32_t port = AGENT_PORT,
+               uint32_t card = CARD) {
         bytes m(sizeof(agentStateReq));
         auto* req = wireView<agentStateReq>(std::span(m));
         req->ipc.mtype = MT_AGENT_STATE;
@@ -210,27 +158,24 @@ struct Processes : testing::Test {
         return json::parse(a.begin() + AGENT_STATE_TEXT_OFFSET, a.end(), nullptr, false);
     }
     // Waits until the agent says so.
-    void until(node& client, const std::function<bool(const json&)>& reached) {
-        for (int i = 0; i < PATIENCE_MS / 5 && !HasFailure(); i++) {
-            if (reached(state(client, AGENT_STATE_SUMMARY))) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        ADD_FAILURE() << state(client, AGENT_STATE_SUMMARY).dump();
+    void until(const std::function<bool(const json&)>& reached) {
+        EXPECT_TRUE(waitUntil([&] { return reached(state(AGENT_STATE_SUMMARY)); }))
+            << state(AGENT_STATE_SUMMARY).dump();
     }
-    void untilState(node& client, const std::string& wanted) {
-        until(client, [&](const json& s) {
+    void untilState(const std::string& wanted) {
+        until([&](const json& s) {
             return s["state"] == wanted && s["replayNeeded"] == (wanted != "in step");
         });
     }
     // The sequence numbers of list BOUND that are in force.
-    std::vector<uint32_t> bound(node& client) {
+    std::vector<uint32_t> bound() {
         std::vector<uint32_t> numbers;
-        json answer = state(client, AGENT_STATE_ENTRIES, "BOUND");
+        json answer = state(AGENT_STATE_ENTRIES, "BOUND");
         if (answer.contains("entries"))
             for (const json& e : answer["entries"]) numbers.push_back(e["seq"]);
         return numbers;
     }
-    bytes control(node& client, uint32_t command, uint32_t argument) {
+    bytes control(uint32_t command, uint32_t argument) {
         bytes m(sizeof(chassisControlReq));
         header(m)->mtype = MT_CHASSIS_CONTROL;
         put32(m, 60, command);
@@ -248,191 +193,186 @@ struct Processes : testing::Test {
 };
 
 TEST_F(Processes, RegistersUntilItIsAnsweredAndHoldsWhatItIsSent) {
-    startAgent();  // neither the manager nor chassisd is there
-    fakeManager manager(dir);
-    node client(dir, RP, 0x10000u + 1);
-    bytes first = manager.wait(MT_AGENT_REGISTER);
+    startAgent(3);  // neither the manager nor chassisd is there
+    fakeManager rp(dir);
+    bytes first = rp.wait(MT_AGENT_REGISTER);
     ASSERT_EQ(first.size(), 88u);
     const uint32_t expected[][2] = {
         {8, 88}, {36, 3}, {40, CARD}, {44, AGENT_PORT}, {48, 0}, {52, RP}, {56, MANAGER_PORT},
         {64, 1}, {68, 1}, {72, 0},    {76, 0},          {80, 1}, {84, 7}};
     for (const auto& [at, value] : expected) EXPECT_EQ(get32(first, at), value) << at;
-    EXPECT_FALSE(state(client, AGENT_STATE_SUMMARY)["registered"]);
-    EXPECT_NE(get32(manager.wait(MT_AGENT_REGISTER), 32), get32(first, 32));
+    EXPECT_FALSE(state(AGENT_STATE_SUMMARY)["registered"]);
+    EXPECT_NE(get32(rp.wait(MT_AGENT_REGISTER), 32), get32(first, 32));
 
     EXPECT_EQ(get32(first, 60) & 1, 1u);
-    EXPECT_NE(manager.takeRegistration(), 0u);
+    EXPECT_NE(rp.takeRegistration(), 0u);
     auto messages = replay(300);
-    manager.replay(messages);
-    manager.push(messages.back(), 2);  // repeated ones are answered again and not applied again
-    EXPECT_EQ(get32(manager.wait(MT_SWP_ACK), 4), 2u);
-    untilState(client, "in step");
-    json s = state(client, AGENT_STATE_SUMMARY);
+    rp.replay(messages);
+    rp.push(messages.back(), 2);  // repeated ones are answered again and not applied again
+    EXPECT_EQ(get32(rp.wait(MT_SWP_ACK), 4), 2u);
+    untilState("in step");
+    json s = state(AGENT_STATE_SUMMARY);
     EXPECT_EQ(s["messages"], messages.size());
     EXPECT_EQ(s["entries"], 302);
     EXPECT_EQ(s["sessions"], 1);
     EXPECT_EQ(s["lastError"], "");
     // The answer is longer than a datagram.
-    EXPECT_EQ(bound(client).size(), 301u);
+    EXPECT_EQ(bound().size(), 301u);
 
-    agent.end(SIGTERM);
+    agent.stop(SIGTERM);
     EXPECT_FALSE(std::filesystem::exists(dir + "/ipc/127.1.1.1/" + std::to_string(AGENT_PORT)));
 }
 
 // The queue of the killed agent goes on repeating its oldest messages; the one that is started in
 // its place must end with exactly what the manager means, whatever was lost when. chassisd hangs.
 TEST_F(Processes, KilledInTheMiddleOfAReplay) {
-    startChassisd();
-    kill(chassisd.pid, SIGSTOP);
-    fakeManager manager(dir);
-    node client(dir, RP, 0x10000u + 1);
+    startNeighbours();
+    kill(neighbours.pid, SIGSTOP);
+    fakeManager rp(dir);
     auto messages = replay(200);
     std::mt19937 random(3);
     uint32_t need = 0;
     for (int life = 0; life < 6; life++) {
         SCOPED_TRACE(life);
-        startAgent();
+        startAgent(3);
         // What the old queue still had to send arrives at the new process.
-        if (manager.seq != 0)
-            for (uint32_t n = 1; n <= 3; n++) manager.push(messages[n - 1], n + 1);
-        uint32_t next = manager.takeRegistration();
+        if (rp.seq != 0)
+            for (uint32_t n = 1; n <= 3; n++) rp.push(messages[n - 1], n + 1);
+        uint32_t next = rp.takeRegistration();
         EXPECT_NE(next, need);  // the manager has its queues, but another agent needs a replay
         need = next;
         if (life == 5) break;
         size_t cut = random() % messages.size();
-        manager.begin();
-        for (size_t i = 0; i < cut; i++) manager.deliver(messages[i]);
-        untilState(client, "replay under way");
-        agent.end(SIGKILL);
-        manager.kept.clear();
+        rp.begin();
+        for (size_t i = 0; i < cut; i++) rp.deliver(messages[i]);
+        untilState("replay under way");
+        agent.stop(SIGKILL);
+        rp.kept.clear();
     }
-    manager.replay(messages);
-    untilState(client, "in step");
-    json s = state(client, AGENT_STATE_SUMMARY);
+    rp.replay(messages);
+    untilState("in step");
+    json s = state(AGENT_STATE_SUMMARY);
     EXPECT_EQ(s["lists"], 2);
     EXPECT_EQ(s["entries"], 202);
     EXPECT_EQ(s["lost"], 0);
-    std::vector<uint32_t> numbers = bound(client);
+    std::vector<uint32_t> numbers = bound();
     ASSERT_EQ(numbers.size(), 201u);
     EXPECT_EQ(numbers[0], 3u);
     for (uint32_t i = 1; i < numbers.size(); i++) EXPECT_EQ(numbers[i], 5 * i);
-    EXPECT_EQ(agent.end(SIGTERM), 0);
+    EXPECT_EQ(agent.stop(SIGTERM), 0);
 }
 
 // Whatever is lost or begins anew, nothing goes out of force before a replay has ended.
 TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
-    fakeManager manager(dir);
-    node client(dir, RP, 0x10000u + 1);
-    startAgent();
-    manager.takeRegistration();
-    manager.replay(replay(50));
-    untilState(client, "in step");
+    fakeManager rp(dir);
+    startAgent(3);
+    rp.takeRegistration();
+    rp.replay(replay(50));
+    untilState("in step");
     auto untilNeeded = [&] {
-        manager.kept.clear();
-        while (manager.takeRegistration() == 0 && !HasFailure()) {
+        rp.kept.clear();
+        while (rp.takeRegistration() == 0 && !HasFailure()) {
         }
     };
-    auto held = [&] { return bound(client).size(); };
+    auto held = [&] { return bound().size(); };
 
     // The queue was flushed, and the agent knows that it missed something.
-    manager.newSession();
-    manager.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
+    rp.newSession();
+    rp.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
     EXPECT_EQ(held(), 52u);  // changes still count
     untilNeeded();
-    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["replayNeeded"], true);
+    EXPECT_EQ(state(AGENT_STATE_SUMMARY)["replayNeeded"], true);
     // The replay begins over and over.
     for (int i = 0; i < 3; i++) {
-        manager.begin();
-        manager.deliver(replay(20)[0]);
+        rp.begin();
+        rp.deliver(replay(20)[0]);
         EXPECT_EQ(held(), 52u);
     }
-    for (const bytes& m : replay(20)) manager.deliver(m);
+    for (const bytes& m : replay(20)) rp.deliver(m);
     // The manager stops; so does the agent.
     kill(agent.pid, SIGSTOP);
-    for (uint32_t i = 1; i < 5; i++) manager.push(mark(3, 9), manager.seq + 1 + i);
+    for (uint32_t i = 1; i < 5; i++) rp.push(mark(3, 9), rp.seq + 1 + i);
     kill(agent.pid, SIGCONT);
     EXPECT_EQ(held(), 52u);
-    manager.end();
-    untilState(client, "in step");
+    rp.end();
+    untilState("in step");
     EXPECT_EQ(held(), 21u);
-    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["lost"], 1);
+    EXPECT_EQ(state(AGENT_STATE_SUMMARY)["lost"], 1);
 
     // A message that cannot be used; a mark that marks nothing; a replay with one of them.
     bytes wrong = build({14410, "NONE", PORT, {entry4(4, 4)}});
-    bytes shortMark = mark(2, manager.replays);
+    bytes shortMark = mark(2, rp.replays);
     shortMark.pop_back();
     put32(shortMark, 8, static_cast<uint32_t>(shortMark.size()));
-    for (const bytes& m : {wrong, mark(2, manager.replays), mark(1, 77), mark(3, 1), shortMark}) {
-        manager.deliver(m);
-        untilState(client, "replay needed");
+    for (const bytes& m : {wrong, mark(2, rp.replays), mark(1, 77), mark(3, 1), shortMark}) {
+        rp.deliver(m);
+        untilState("replay needed");
         EXPECT_EQ(held(), 21u);
         untilNeeded();
-        manager.replay(replay(20));
-        untilState(client, "in step");
+        rp.replay(replay(20));
+        untilState("in step");
         // Asked for again after a second, two, ...: not the matter here.
-        agent.end(SIGTERM);
-        startAgent();
+        agent.stop(SIGTERM);
+        startAgent(3);
         untilNeeded();
-        manager.replay(replay(20));
-        untilState(client, "in step");
+        rp.replay(replay(20));
+        untilState("in step");
     }
-    manager.begin();
-    manager.deliver(build({14409, "BOUND", PORT, {entry4(1, 1)}}));
-    manager.deliver(wrong);
-    manager.end();
-    untilState(client, "replay needed");
-    EXPECT_EQ(held(), 1u);                                      // what came is in force
-    EXPECT_EQ(state(client, AGENT_STATE_SUMMARY)["lists"], 2);  // and so is what did not
+    rp.begin();
+    rp.deliver(build({14409, "BOUND", PORT, {entry4(1, 1)}}));
+    rp.deliver(wrong);
+    rp.end();
+    untilState("replay needed");
+    EXPECT_EQ(held(), 1u);                              // what came is in force
+    EXPECT_EQ(state(AGENT_STATE_SUMMARY)["lists"], 2);  // and so is what did not
     untilNeeded();
-    manager.replay(replay(20));
-    untilState(client, "in step");
+    rp.replay(replay(20));
+    untilState("in step");
 }
 
 // The role moves. The old manager, which does not know it yet, is not listened to any more.
 TEST_F(Processes, OnlyThePrimarysSessionsCount) {
     fakeManager first(dir), second(dir, RP2);
-    node client(dir, RP, 0x10000u + 1);
-    startAgent();
+    startAgent(3);
     first.takeRegistration();
     first.replay(replay(50));
-    untilState(client, "in step");
-    std::ofstream(dir + "/primary") << "1\n";
+    untilState("in step");
+    write("primary", "1\n");
     second.takeRegistration();
     second.session = 0x9000;
     second.replay(replay(30));
     first.newSession();
     first.push(mark(1, 50), 1);
     first.push(mark(2, 50), 2);
-    until(client, [](const json& s) { return s["strangers"] == 2; });
-    untilState(client, "in step");
-    EXPECT_EQ(bound(client).size(), 31u);
+    until([](const json& s) { return s["strangers"] == 2; });
+    untilState("in step");
+    EXPECT_EQ(bound().size(), 31u);
 }
 
 // A manager that marks nothing. Its replay is taken when nothing more comes, and never certain.
 TEST_F(Processes, AManagerWithoutMarks) {
-    startChassisd();
-    fakeManager manager(dir);
-    node client(dir, RP, 0x10000u + 1);
-    startAgent();
+    startNeighbours();
+    fakeManager rp(dir);
+    startAgent(3);
     // It holds the queues of an earlier life: it only answers, until the card is reported down.
-    while (manager.kept.empty() && !HasFailure()) {
+    while (rp.kept.empty() && !HasFailure()) {
         bytes m;
         zekSender sender{};
-        ASSERT_GT(zekEndpointRecv(manager.endpoint, &m, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender), 0);
+        ASSERT_GT(zekEndpointRecv(rp.endpoint, &m, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender), 0);
         if (header(m)->mtype == MT_AGENT_REGISTER)
-            manager.answer(m);
+            rp.answer(m);
         else
-            manager.kept.push_back(m);
+            rp.kept.push_back(m);
     }
-    untilState(client, "replay needed");
-    manager.takeCardDown();
-    manager.takeRegistration();
-    manager.newSession();
-    for (const bytes& m : replay(20)) manager.deliver(m);
-    untilState(client, "replay not confirmed");
-    EXPECT_EQ(bound(client).size(), 21u);
-    manager.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
-    EXPECT_EQ(bound(client).size(), 22u);
+    untilState("replay needed");
+    rp.takeCardDown();
+    rp.takeRegistration();
+    rp.newSession();
+    for (const bytes& m : replay(20)) rp.deliver(m);
+    untilState("replay not confirmed");
+    EXPECT_EQ(bound().size(), 21u);
+    rp.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
+    EXPECT_EQ(bound().size(), 22u);
 }
 
 TEST_F(Processes, TheControlProcessorsAgentRegistersToo) {
@@ -440,34 +380,32 @@ TEST_F(Processes, TheControlProcessorsAgentRegistersToo) {
     std::string text = CHASSIS;
     text.replace(text.find("\"cards\": ["), 10,
                  R"("cards": [{"slot": 19, "address": "127.1.1.19", "type": 7}, )");
-    std::ofstream(dir + "/chassis.json") << text;
-    fakeManager manager(dir);
-    manager.agentCard = CP;
-    manager.agentPort = CP_PORT;
-    manager.registration = MT_ACL0_REGISTER;
-    node client(dir, RP, 0x10000u + 1);
-    agent.start(dir, {"aclagent", "--cp"});
-    bytes reg = manager.wait(MT_ACL0_REGISTER);
+    write("chassis.json", text);
+    fakeManager rp(dir);
+    rp.agentCard = CP;
+    rp.agentPort = CP_PORT;
+    rp.registration = MT_ACL0_REGISTER;
+    startAgent(AGENT_CP);
+    bytes reg = rp.wait(MT_ACL0_REGISTER);
     EXPECT_EQ(reg.size(), 68u);
     EXPECT_EQ(get32(reg, 40), CP);
     EXPECT_EQ(get32(reg, 44), CP_PORT);
     EXPECT_EQ(get32(reg, 60), 1u);
     EXPECT_NE(get32(reg, 64) >> 1, 0u);
-    manager.answer(reg);
+    rp.answer(reg);
     auto isState = [&](const char* wanted) {
-        for (int i = 0; i < PATIENCE_MS && !HasFailure(); i++)
-            if (state(client, AGENT_STATE_SUMMARY, "", CP_PORT, CP)["state"] == wanted) return true;
-        return false;
+        return waitUntil(
+            [&] { return state(AGENT_STATE_SUMMARY, "", CP_PORT, CP)["state"] == wanted; });
     };
     EXPECT_TRUE(isState("replay needed"));
-    manager.replay({});  // nothing is bound to it
+    rp.replay({});  // nothing is bound to it
     EXPECT_TRUE(isState("in step"));
 }
 
 // Whatever anybody sends to an agent, it goes on.
 TEST_F(Processes, StrangersChangeNothing) {
-    startAgent();
-    node stranger(dir, RP, 0x10000u + 2);
+    startAgent(3);
+    node& stranger = client;
     std::mt19937 random(5);
     bytes list = build({14409, "L", PORT, {entry4(1, 1)}});
     put32(list, 0, 9);
@@ -481,19 +419,18 @@ TEST_F(Processes, StrangersChangeNothing) {
             put32(m, 12, std::vector<uint32_t>{14401, 14403, 30002, 402, 5}[random() % 5]);
         ASSERT_TRUE(stranger.send(m, CARD, AGENT_PORT));
     }
-    json s = state(stranger, AGENT_STATE_SUMMARY);
+    json s = state(AGENT_STATE_SUMMARY);
     EXPECT_EQ(s["sessions"], 0);
     EXPECT_EQ(s["lists"], 0);
     EXPECT_EQ(s["registered"], false);
     EXPECT_GE(s["strangers"], 200);
-    EXPECT_EQ(agent.end(SIGTERM), 0);
+    EXPECT_EQ(agent.stop(SIGTERM), 0);
 }
 
 TEST_F(Processes, ChassisdReportsCardsDownAndMovesThePrimaryRole) {
-    startChassisd();
-    node client(dir, RP, 0x10000u + 1);
+    startNeighbours();
     auto status = [](const bytes& answer) { return get32(answer, 16); };
-    EXPECT_EQ(status(control(client, CHASSIS_CARD_DOWN, 3)), CHASSIS_NOBODY);
+    EXPECT_EQ(status(control(CHASSIS_CARD_DOWN, 3)), CHASSIS_NOBODY);
     const uint32_t bad[][2] = {{0, 0},
                                {5, 0},
                                {CHASSIS_CARD_DOWN, 4},
@@ -501,16 +438,16 @@ TEST_F(Processes, ChassisdReportsCardsDownAndMovesThePrimaryRole) {
                                {CHASSIS_CARD_SHUTDOWN, 0xFFFFFFFF},
                                {CHASSIS_PRIMARY, 2}};
     for (const auto& [command, argument] : bad)
-        EXPECT_EQ(status(control(client, command, argument)), CHASSIS_BAD) << command;
+        EXPECT_EQ(status(control(command, argument)), CHASSIS_BAD) << command;
     bytes shortOne(64);
     header(shortOne)->mtype = MT_CHASSIS_CONTROL;
     EXPECT_EQ(status(client.ask(shortOne, RP, CHASSIS_CONTROL_SERVICE)), CHASSIS_BAD);
 
-    fakeManager manager(dir);
+    fakeManager rp(dir);
     bytes subscription(68);  // also the manager's own name for the event: told once
     header(subscription)->mtype = 10600;
     put32(subscription, 60, EVT_CARD_SHUTDOWN);
-    ASSERT_TRUE(manager.send(subscription, RP, aclServicePort(APP_EVH, 0, QUEUE_REQUEST)));
+    ASSERT_TRUE(rp.send(subscription, RP, aclServicePort(APP_EVH, 0, QUEUE_REQUEST)));
     for (uint32_t command : {CHASSIS_CARD_DOWN, CHASSIS_CARD_SHUTDOWN}) {
         bytes m(sizeof(chassisControlReq));
         header(m)->mtype = MT_CHASSIS_CONTROL;
@@ -518,29 +455,29 @@ TEST_F(Processes, ChassisdReportsCardsDownAndMovesThePrimaryRole) {
         put32(m, 60, command);
         put32(m, 64, 3);
         for (int i = 0; i < 3; i++) ASSERT_TRUE(client.send(m, RP, CHASSIS_CONTROL_SERVICE));
-        bytes event = manager.wait(MT_EVENT_NOTIF);
+        bytes event = rp.wait(MT_EVENT_NOTIF);
         EXPECT_EQ(event.size(), 72u);
         EXPECT_EQ(get32(event, 64), command == CHASSIS_CARD_DOWN ? 0xF0012u : 0xF0013u);
         EXPECT_EQ(get32(event, 68), 3u);
-        manager.answer(event);
+        rp.answer(event);
         bytes answer = client.wait(MT_CHASSIS_CONTROL);
         EXPECT_EQ(status(answer), CHASSIS_OK);
         EXPECT_EQ(json::parse(answer.begin() + 204, answer.end())["told"], 1);
     }
     // Only one event was raised for each three times that it was asked for.
-    bytes known = control(client, CHASSIS_STATE, 0);
+    bytes known = control(CHASSIS_STATE, 0);
     json s = json::parse(known.begin() + 204, known.end());
     EXPECT_EQ(s["events"], 3);
     EXPECT_EQ(s["primary"], 0);
     EXPECT_EQ(s["subscriptions"].size(), 1u);
 
-    EXPECT_EQ(status(control(client, CHASSIS_PRIMARY, 1)), CHASSIS_OK);
+    EXPECT_EQ(status(control(CHASSIS_PRIMARY, 1)), CHASSIS_OK);
     std::string text;
     std::getline(std::ifstream(dir + "/primary"), text);
     EXPECT_EQ(text, "1");
     // The agent registers with the manager of the new primary.
     node second(dir, RP2, MANAGER_PORT);
-    startAgent();
+    startAgent(3);
     EXPECT_EQ(get32(second.wait(MT_AGENT_REGISTER), 52), RP2);
 }
 

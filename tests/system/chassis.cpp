@@ -186,7 +186,8 @@ bool chassisFixture::startNeighbours() {
     return neighbours.start({program("chassisd"), "--rundir", dir}, dir + "/chassisd.stderr");
 }
 bool chassisFixture::startAgent(int slot) {
-    std::vector<std::string> argv{program("aclagent"), "--rundir", dir, "--register-every", "0.2"};
+    std::vector<std::string> argv{program("aclagent"), "--rundir", dir, "--register-every",
+                                  registerEvery};
     if (slot == AGENT_CP)
         argv.push_back("--cp");
     else

@@ -40,7 +40,8 @@ constexpr int AGENT_CP = -1;
 struct chassisFixture {
     std::string dir;  // the run folder, removed at the end
     process manager, neighbours;
-    std::map<int, process> agents;  // by slot, AGENT_CP the control processor's
+    const char* registerEvery = "0.2";  // seconds, of agents
+    std::map<int, process> agents;      // by slot, AGENT_CP the control processor's
 
     chassisFixture();
     ~chassisFixture();
