@@ -9,11 +9,11 @@
 
 #include "match/bgpExports.h"
 #include "platform/api/zekBgpRegex.h"
-#include "task/task.h"
-#include "task/zekacl_lib.h"
-#include "tests/policy/bgpTest.h"
+#include "tests/policy/policyTest.h"
 
 namespace {
+
+typedef PolicyTest BgpLists;
 
 TEST(BgpExpressions, Dialect) {
     struct {
@@ -132,6 +132,10 @@ TEST(BgpAttributes, PathsAreRendered) {
     char text[4];
     EXPECT_EQ(aspath_make_str_count(path.data(), 9, text, sizeof text), 7);
     EXPECT_STREQ(text, "650");
+    const bytes wide{0x40, 2, 6, 2, 1, 0, 0, 2, 0};
+    EXPECT_EQ(aspath_make_str_count(wide.data(), 9, text, sizeof text, AS_WIDTH_4), 3);
+    EXPECT_STREQ(text, "512");
+    EXPECT_EQ(aspath_make_str_count(wide.data(), 8, text, sizeof text, AS_WIDTH_4), -1);
     EXPECT_EQ(bgpGetAS4Str(65546, AS_NOTATION_PLAIN), "65546");
     EXPECT_EQ(bgpGetAS4Str(65546, AS_NOTATION_DOT), "1.10");
     EXPECT_EQ(bgpGetAS4Str(65535, AS_NOTATION_DOT), "65535");
@@ -142,26 +146,25 @@ TEST_F(BgpLists, ClientsAskByNumberAndByHandle) {
     const listName seven = listNameMake("7");
     bgpASPAccessListCreate(seven, 0, &status);
     bgpCommAccessListCreate(seven, 0, &status);
-    bgpAddASPAccessEntry(seven, BGP_DENY, {"_9_"});
-    bgpAddASPAccessEntry(seven, PERMIT, {"^1_"});
+    for (auto [action, text] : {std::pair{DENY, "_9_"}, {PERMIT, "^1_"}, {PERMIT, "^512$"}})
+        bgpAddASPAccessEntry(seven, action, {text});
     commEntryBlock noExport = communities(PERMIT, {65000u << 16 | 1});
     noExport.noExport = 1;
     bgpAddCommAccessEntry(seven, noExport);
-    auto path = [](uint32_t id, const bytes& attribute) {
-        return bgpAccessASPMatchFinExt(id, attribute.data(),
-                                       static_cast<uint32_t>(attribute.size()));
+    auto path = [](uint32_t id, const bytes& a) {
+        return bgpAccessASPMatchFinExt(id, a.data(), static_cast<uint32_t>(a.size()));
     };
-    auto community = [](uint32_t id, const bytes& attribute) {
-        return bgpAccessCommMatchFinExt(id, attribute.data(),
-                                        static_cast<uint32_t>(attribute.size()));
+    auto community = [](uint32_t id, const bytes& a) {
+        return bgpAccessCommMatchFinExt(id, a.data(), static_cast<uint32_t>(a.size()));
     };
-    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 1, 0, 1}), 0);
-    EXPECT_EQ(path(7, {0x40, 2, 6, 2, 2, 0, 1, 0, 9}), 1);
-    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 1, 0, 2}), 1) << "nothing matches";
-    EXPECT_EQ(path(8, {0x40, 2, 4, 2, 1, 0, 1}), 1) << "no list";
-    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 9, 0, 1}), 1) << "malformed";
+    const bytes first{0x40, 2, 4, 2, 1, 0, 1}, wide{0x40, 2, 6, 2, 1, 0, 0, 2, 0};
     const bytes both{0xC0, 8, 8, 0xFF, 0xFF, 0xFF, 1, 0xFD, 0xE8, 0, 1};
     const bytes one{0xC0, 8, 4, 0xFD, 0xE8, 0, 1};
+    EXPECT_EQ(path(7, first), 0);
+    EXPECT_EQ(path(7, {0x40, 2, 6, 2, 2, 0, 1, 0, 9}), 1);
+    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 1, 0, 2}), 1) << "nothing matches";
+    EXPECT_EQ(path(8, first), 1) << "no list";
+    EXPECT_EQ(path(7, {0x40, 2, 4, 2, 9, 0, 1}), 1) << "malformed";
     EXPECT_EQ(community(7, both), 0);
     EXPECT_EQ(community(7, one), 1);
     EXPECT_EQ(community(7, {0xC0, 8, 3, 0xFD, 0xE8, 0}), 1);
@@ -171,17 +174,10 @@ TEST_F(BgpLists, ClientsAskByNumberAndByHandle) {
     const auto& entry = *static_cast<const commEntry*>(list->head);
     EXPECT_EQ(bgpAccessCommListDelCheckForSubSet(entry, both.data(), 11), 0);
     EXPECT_EQ(bgpAccessCommListDelCheckForSubSet(entry, one.data(), 7), -1);
-
     // AS 512 and others look like two-byte numbers to who does not know better.
-    const bytes wide{0x40, 2, 6, 2, 1, 0, 0, 2, 0};
-    bgpAddASPAccessEntry(seven, PERMIT, {"^512$"});
     EXPECT_EQ(path(7, wide), 1);
     for (auto [width, verdict] : {std::pair{4u, 0}, {2u, 1}, {0u, 1}})
         EXPECT_EQ(bgpAccessASPMatchWidthExt(7, width, wide.data(), 9), verdict) << width;
-    char text[16];
-    EXPECT_EQ(aspath_make_str_count(wide.data(), 9, text, sizeof text, AS_WIDTH_4), 3);
-    EXPECT_STREQ(text, "512");
-    EXPECT_EQ(aspath_make_str_count(wide.data(), 8, text, sizeof text, AS_WIDTH_4), -1);
 
     std::string out;
     EXPECT_EQ(ipAsCheck(2, {1, 3}, 7, &out), 0);
@@ -211,156 +207,150 @@ TEST(BgpExports, AreInTheDynamicSymbolTable) {
 struct randomness {
     std::mt19937 engine{20};
     uint32_t below(uint32_t n) { return static_cast<uint32_t>(engine() % n); }
+    std::string numberTo(uint32_t n) { return std::to_string(1 + below(n)); }
+    uint32_t community() { return 65000u << 16 | below(12); }
 };
 
-std::string randomExpression(randomness& r) {
-    const std::string as = std::to_string(1 + r.below(40));
-    switch (r.below(6)) {
-        case 0:
-            return "^" + as + "_";
-        case 1:
-            return "_" + as + "$";
-        case 2:
-            return "_" + as + "_" + std::to_string(1 + r.below(40)) + "_";
-        case 3:
-            return "_(" + as + "|" + std::to_string(1 + r.below(40)) + ")_.*_1$";
-        default:
-            return "_" + as + "_";
+// A kind of list for the walk: entries and attributes at random, and a reference that knows nothing
+// of indexes: sets of numbers, and the expressions' own text.
+struct paths {
+    typedef std::pair<uint32_t, std::string> draft;
+    typedef std::string attribute;
+    static bgpList* create(uint32_t* status) { return bgpASPAccessListCreate(A, 0, status); }
+    static uint32_t add(const draft& d) { return bgpAddASPAccessEntry(A, d.first, {d.second}); }
+    static uint32_t del(const draft& d) { return bgpDelASPAccessEntry(A, d.first, {d.second}, 1); }
+    static draft entry(randomness& r) {
+        const std::string as = r.numberTo(40), other = r.numberTo(40);
+        const std::string forms[] = {"^" + as + "_", "_" + as + "$", "_" + as + "_" + other + "_",
+                                     "_(" + as + "|" + other + ")_.*_1$", "_" + as + "_"};
+        return {r.below(2), forms[std::min(r.below(6), 4u)]};
     }
-}
-std::string randomPath(randomness& r) {
-    std::string path;
-    for (uint32_t i = r.below(7); i > 0; i--)
-        path += (path.empty() ? "" : " ") + std::to_string(1 + r.below(60));
-    if (r.below(4) == 0) path += " {" + std::to_string(r.below(50)) + ",1}";
-    return path;
-}
+    static attribute question(randomness& r) {
+        std::string path;
+        for (uint32_t i = r.below(7); i > 0; i--)
+            path += (path.empty() ? "" : " ") + r.numberTo(60);
+        return r.below(4) == 0 ? path + " {" + r.numberTo(50) + ",1}" : path;
+    }
+    static bool matches(const bgpEntry& e, const attribute& path) {
+        return zekbgp_regexec(e.regex, path);
+    }
+    static int check(const bgpList* list, const attribute& path, const bgpEntry** decided) {
+        return aspathListCheck(list, path, decided);
+    }
+};
+struct values {
+    typedef commEntryBlock draft;
+    typedef std::pair<std::vector<uint32_t>, bool> attribute;  // exact
+    static bgpList* create(uint32_t* status) { return bgpCommAccessListCreate(A, 0, status); }
+    static uint32_t add(const draft& d) { return bgpAddCommAccessEntry(A, d); }
+    static uint32_t del(const draft& d) { return bgpDelCommAccessEntry(A, d); }
+    static draft entry(randomness& r) {
+        if (r.below(8) == 0)
+            return communityText(r.below(2),
+                                 "_65000:" + r.numberTo(11) + "_65000:" + r.numberTo(11) + "_");
+        std::vector<uint32_t> wanted(r.below(4));
+        for (uint32_t& value : wanted) value = r.community();
+        draft block = communities(r.below(2), wanted);
+        if (wanted.empty() && r.below(8) != 0) block.number = r.community();
+        if (r.below(6) == 0) block.noExport = 1;
+        if (r.below(9) == 0) block.localAs = 1;
+        return block;
+    }
+    static attribute question(randomness& r) {
+        std::vector<uint32_t> there(r.below(5));
+        for (uint32_t& value : there) value = r.community();
+        if (r.below(5) == 0) there.push_back(COMMUNITY_NO_EXPORT);
+        return {there, r.below(3) == 0};
+    }
+    static bool matches(const bgpEntry& entry, const attribute& a) {
+        const auto& e = static_cast<const commEntry&>(entry);
+        if (e.kind == COMM_REGEXP) return zekbgp_regexec(e.regex, bgpCommunityText(a.first));
+        std::set<uint32_t> wanted, there(a.first.begin(), a.first.end());
+        for (uint32_t i = 0; i < e.block.count; i++)
+            wanted.insert(e.block.high[i] << 16 | e.block.low[i]);
+        if (e.block.number != 0) wanted.insert(e.block.number);
+        if (e.block.noExport != 0) wanted.insert(0xFFFFFF01);
+        if (e.block.localAs != 0) wanted.insert(0xFFFFFF03);
+        return a.second ? wanted == there : std::ranges::includes(there, wanted);
+    }
+    static int check(const bgpList* list, const attribute& a, const bgpEntry** decided) {
+        return commListCheck(list, a.first, a.second, decided);
+    }
+};
+struct goals {
+    typedef extCommEntryBlock draft;
+    typedef std::vector<extCommValue> attribute;
+    static bgpList* create(uint32_t* status) { return bgpExtCommListCreate(A, 0, status); }
+    static uint32_t add(const draft& d) { return bgpAddExtCommListEntry(A, d); }
+    static uint32_t del(const draft& d) { return bgpDelExtCommListEntry(A, d); }
+    static attribute some(randomness& r, uint32_t count) {
+        attribute out;
+        while (count-- > 0) out.push_back(target(0, 1, r.below(9)));
+        return out;
+    }
+    static draft entry(randomness& r) {
+        if (r.below(8) == 0) return targetText(r.below(2), "rt 1:" + r.numberTo(8) + "_rt");
+        return targets(r.below(2), some(r, 1 + r.below(2)));
+    }
+    static attribute question(randomness& r) { return some(r, r.below(4)); }
+    static bool matches(const bgpEntry& entry, const attribute& there) {
+        const auto& e = static_cast<const extCommEntry&>(entry);
+        if (e.kind == COMM_REGEXP) return zekbgp_regexec(e.regex, bgpExtCommunityText(there));
+        auto isThere = [&](const extCommValue& wanted) {
+            return std::ranges::any_of(
+                there, [&](const auto& v) { return std::memcmp(&v, &wanted, 8) == 0; });
+        };
+        const extCommBody& body = e.rule.body;
+        return std::all_of(body.values, body.values + body.count, isThere);
+    }
+    static int check(const bgpList* list, const attribute& there, const bgpEntry** decided) {
+        return extCommListCheck(list, there, decided);
+    }
+};
+
+template <class Kind>
+struct BgpWalk : PolicyTest {};
+typedef testing::Types<paths, values, goals> bgpWalks;
+TYPED_TEST_SUITE(BgpWalk, bgpWalks);
 
 // Enough questions between changes for the set to be made, few enough that it is not always there.
-TEST_F(BgpLists, PathsAreDecidedAsByTheWalk) {
-    bgpList* list = makePaths();
+TYPED_TEST(BgpWalk, DecidesTheSame) {
+    const bgpList* list = TypeParam::create(&this->status);
     randomness r;
+    std::vector<typename TypeParam::draft> drafts;
+    std::set<const bgpEntry*> deciders;
     int permits = 0, denies = 0, implicit = 0;
-    for (int round = 0; round < 60; round++) {
-        for (uint32_t changes = r.below(12); changes > 0; changes--) {
-            const bool remove = r.below(3) == 0 && list->head != nullptr;
-            if (remove) {
-                const bgpEntry* victim = list->head;
-                for (uint32_t skip = r.below(5); skip > 0 && victim->next != nullptr; skip--)
-                    victim = victim->next;
-                std::string text = static_cast<const aspathEntry*>(victim)->text;
-                ASSERT_EQ(bgpDelASPAccessEntry(A, victim->action, {text}, 1), 0u);
+    for (int round = 0; round < 100; round++) {
+        for (uint32_t changes = r.below(9); changes > 0; changes--) {
+            if (r.below(3) != 0 || drafts.empty()) {
+                const auto draft = TypeParam::entry(r);
+                if (TypeParam::add(draft) == 0) drafts.push_back(draft);
             } else {
-                (void)bgpAddASPAccessEntry(A, r.below(2), {randomExpression(r)});
+                const size_t at = r.below(5) % drafts.size();
+                ASSERT_EQ(TypeParam::del(drafts[at]), 0u);
+                drafts.erase(drafts.begin() + static_cast<std::ptrdiff_t>(at));
             }
         }
         for (int question = 0; question < 50; question++) {
-            const std::string path = randomPath(r);
+            const auto attribute = TypeParam::question(r);
             const bgpEntry* expected = list->head;
-            while (expected != nullptr && !zekbgp_regexec(expected->regex, path))
+            while (expected != nullptr && !TypeParam::matches(*expected, attribute))
                 expected = expected->next;
             const bgpEntry* decided = nullptr;
-            const int verdict = aspathListCheck(list, path, &decided);
-            ASSERT_EQ(decided, expected) << path;
+            const int verdict = TypeParam::check(list, attribute, &decided);
+            ASSERT_EQ(decided, expected) << round << " " << question;
             ASSERT_EQ(verdict, expected == nullptr || expected->action == BGP_DENY ? 1 : 0);
             (expected == nullptr ? implicit : verdict == 1 ? denies : permits)++;
+            deciders.insert(expected);
         }
     }
     EXPECT_TRUE(permits > 100 && denies > 100 && implicit > 100);
-}
-
-// A reference that knows nothing of indexes: sets of numbers, and the expressions' own text.
-bool matches(const commEntry& e, const std::vector<uint32_t>& attribute, bool exact) {
-    if (e.kind == COMM_REGEXP) return zekbgp_regexec(e.regex, bgpCommunityText(attribute));
-    std::set<uint32_t> wanted, there(attribute.begin(), attribute.end());
-    for (uint32_t i = 0; i < e.block.count; i++)
-        wanted.insert(e.block.high[i] << 16 | e.block.low[i]);
-    if (e.block.number != 0) wanted.insert(e.block.number);
-    if (e.block.noExport != 0) wanted.insert(0xFFFFFF01);
-    if (e.block.localAs != 0) wanted.insert(0xFFFFFF03);
-    return exact ? wanted == there : std::ranges::includes(there, wanted);
-}
-bool matches(const extCommEntry& e, const std::vector<extCommValue>& attribute) {
-    if (e.kind == COMM_REGEXP) return zekbgp_regexec(e.regex, bgpExtCommunityText(attribute));
-    auto isThere = [&](const extCommValue& wanted) {
-        return std::ranges::any_of(attribute,
-                                   [&](const auto& v) { return std::memcmp(&v, &wanted, 8) == 0; });
-    };
-    return std::all_of(e.rule.body.values, e.rule.body.values + e.rule.body.count, isThere);
-}
-
-TEST_F(BgpLists, CommunitiesAreDecidedAsByTheWalk) {
-    bgpList* list = makeCommunities();
-    bgpList* goals = makeTargets();
-    randomness r;
-    std::vector<commEntryBlock> blocks;
-    std::vector<extCommEntryBlock> goalBlocks;
-    std::set<const bgpEntry*> deciders;
-    auto number = [&] { return 65000u << 16 | r.below(12); };
-    for (int round = 0; round < 200; round++) {
-        commEntryBlock block = communities(r.below(2), {});
-        block.count = r.below(4);
-        for (uint32_t i = 0; i < block.count; i++) {
-            const uint32_t value = number();
-            block.high[i] = value >> 16;
-            block.low[i] = value & 0xFFFF;
-        }
-        if (block.count == 0 && r.below(8) != 0) block.number = number();
-        if (r.below(6) == 0) block.noExport = 1;
-        if (r.below(9) == 0) block.localAs = 1;
-        if (r.below(8) == 0)
-            block = communityText(r.below(2), ("_65000:" + std::to_string(r.below(12)) +
-                                               "_65000:" + std::to_string(r.below(12)) + "_")
-                                                  .c_str());
-        extCommEntryBlock goal = targets(r.below(2), {});
-        goal.body.count = 1 + r.below(2);
-        for (uint32_t i = 0; i < goal.body.count; i++)
-            goal.body.values[i] = target(0, 1, r.below(9));
-        if (r.below(8) == 0)
-            goal = targetText(r.below(2), ("rt 1:" + std::to_string(r.below(9)) + "_rt").c_str());
-        if (bgpAddCommAccessEntry(A, block) == 0) blocks.push_back(block);
-        if (bgpAddExtCommListEntry(A, goal) == 0) goalBlocks.push_back(goal);
-        if (round % 3 == 0 && blocks.size() > 4) {
-            const auto at = blocks.begin() + static_cast<std::ptrdiff_t>(r.below(5));
-            ASSERT_EQ(bgpDelCommAccessEntry(A, *at), 0u);
-            blocks.erase(at);
-        }
-        if (round % 3 == 0 && goalBlocks.size() > 4) {
-            const auto at = goalBlocks.begin() + static_cast<std::ptrdiff_t>(r.below(5));
-            ASSERT_EQ(bgpDelExtCommListEntry(A, *at), 0u);
-            goalBlocks.erase(at);
-        }
-        for (int question = 0; question < 40; question++) {
-            std::vector<uint32_t> attribute;
-            std::vector<extCommValue> goalAttribute;
-            for (uint32_t i = r.below(5); i > 0; i--) attribute.push_back(number());
-            for (uint32_t i = r.below(4); i > 0; i--)
-                goalAttribute.push_back(target(0, 1, r.below(9)));
-            if (r.below(5) == 0) attribute.push_back(COMMUNITY_NO_EXPORT);
-            const bool exact = r.below(3) == 0;
-            const bgpEntry* expected = list->head;
-            while (expected != nullptr &&
-                   !matches(*static_cast<const commEntry*>(expected), attribute, exact))
-                expected = expected->next;
-            const bgpEntry* decided = nullptr;
-            (void)commListCheck(list, attribute, exact, &decided);
-            ASSERT_EQ(decided, expected) << bgpCommunityText(attribute) << (exact ? " exact" : "");
-            deciders.insert(expected);
-            expected = goals->head;
-            while (expected != nullptr &&
-                   !matches(*static_cast<const extCommEntry*>(expected), goalAttribute))
-                expected = expected->next;
-            (void)extCommListCheck(goals, goalAttribute, &decided);
-            ASSERT_EQ(decided, expected) << bgpExtCommunityText(goalAttribute);
-            deciders.insert(expected);
-        }
-    }
-    EXPECT_GT(deciders.size(), 20u);
+    EXPECT_GT(deciders.size(), 10u);
 }
 
 TEST_F(BgpLists, ExpressionsGoAThousandAPass) {
     (void)regexFinalCleanup(UINT32_MAX);  // of the tests before
-    makePaths();
+    bgpASPAccessListCreate(A, 0, &status);
     for (uint32_t i = 0; i < 1002; i++)
         ASSERT_EQ(bgpAddASPAccessEntry(A, PERMIT, {std::to_string(i)}), 0u);
     ASSERT_EQ(bgpDelASPAccessEntry(A, PERMIT, {"7"}, 1), 0u);

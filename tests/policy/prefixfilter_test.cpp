@@ -4,11 +4,9 @@
 #include <random>
 #include <thread>
 
-#include "tests/policy/prefixTest.h"
+#include "tests/policy/policyTest.h"
 
 namespace {
-
-const listName A = listNameMake("A");
 
 // An entry as a walk sees it, by the bits of its addresses.
 struct walked {
@@ -62,20 +60,7 @@ struct maker {
     }
 };
 
-struct given {
-    uint8_t bytes[sizeof(prefix6EntryBlock)] = {};
-    const prefixRecord& record() const { return *reinterpret_cast<const prefixRecord*>(bytes); }
-    given(const walked& e, uint32_t af) {
-        auto& r = *reinterpret_cast<prefixRecord*>(bytes);
-        r.seq = e.seq, r.action = e.action, r.len = e.len;
-        r.ge = static_cast<uint32_t>(e.ge), r.le = static_cast<uint32_t>(e.le);
-        const size_t width = af == AF_IPV4 ? 4 : 16;
-        std::memcpy(bytes + 24, e.address, width);
-        std::memcpy(bytes + 24 + width, e.mask, width);
-    }
-};
-
-struct Model : PrefixTest {
+struct PrefixAgainstTheWalk : PrefixTest, testing::WithParamInterface<int> {
     std::vector<walked> model;  // in order
 
     static bool same(const walked& a, const walked& b) {
@@ -100,9 +85,10 @@ struct Model : PrefixTest {
         model.erase(at);
         return 0;
     }
+    static prefixGiven given(const walked& e, uint32_t af) {
+        return {af, e.seq, e.action, e.address, e.len, e.ge, e.le, e.mask};
+    }
 };
-
-class PrefixAgainstTheWalk : public Model, public testing::WithParamInterface<int> {};
 
 }  // namespace
 
@@ -135,6 +121,10 @@ TEST_P(PrefixAgainstTheWalk, DecidesTheSame) {
         testFailNothing();
         testTake();
         walks += list->walks != 0;
+        ASSERT_EQ(static_cast<size_t>(list->count), model.size());
+        ASSERT_EQ(list->rangeEntries, std::ranges::count_if(model, [](const walked& o) {
+                      return o.ge > 0 || o.le > 0;
+                  }));
         if (make.below(400) == 0) {  // an empty list starts anew
             model.clear();
             ASSERT_EQ(ipPrefixListDelete(A, af), 0u);

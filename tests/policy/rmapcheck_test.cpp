@@ -1,92 +1,31 @@
 // Routes against route maps: every kind of match and set clause, how instances and continue clauses
 // go together (against a plain model), and readers beside changes.
-#include <arpa/inet.h>
-
 #include <atomic>
-#include <functional>
 #include <map>
 #include <random>
 #include <thread>
 
-#include "match/zekBgp.h"
 #include "match/zekRmap.h"
-#include "policy/bgp/zekbgp_plcy.h"
-#include "policy/prefix/zekprefixlist.h"
-#include "policy/rmap/zekroutemap.h"
-#include "tests/policy/bgpTest.h"
-#include "tests/task/fixture.h"
+#include "tests/policy/policyTest.h"
 
 namespace {
 
-const listName M = listNameMake("M");
-
-struct RmapCheck : TaskTest {
-    void TearDown() override {
-        (void)ipRmapListDelete(M, 0, RMAP_NAMED_NONE);
-        while (prefixList* list = ipPrefixListFindFirst(AF_IPV4))
-            (void)ipPrefixListDelete(list->name, AF_IPV4);
-        (void)ipPrefixListDelete(A, AF_IPV6);
-        (void)bgpASPAccessListDelete(A);
-        (void)bgpCommAccessListDelete(A);
-        (void)bgpExtCommListDelete(A);
-        (void)ipAccessListDelete(A, IP_KIND_STANDARD);
-        TaskTest::TearDown();
-    }
-
+struct RmapCheck : PolicyTest {
     static void instance(int32_t seq, uint32_t action = RMAP_PERMIT) {
-        uint32_t status;
-        ASSERT_NE(ipRmapListCreate(M, action, &seq, 0, &status), nullptr);
+        uint32_t refused;
+        ASSERT_NE(ipRmapListCreate(M, action, &seq, 0, &refused), nullptr);
     }
-    static rmapClauseBlock clause(uint32_t code, int32_t seq = 10) {
-        const rmapCodeRow* row = rmapCodeFind(code);
-        rmapClauseBlock b{};
-        b.cls = row->cls;
-        b.code = code;
-        b.kind = uint32_t{row->kind};
-        b.seq = static_cast<uint32_t>(seq);
-        return b;
+    // Of the class of the code's row.
+    static clause of(uint32_t code, int32_t seq = 10) {
+        return clause(rmapCodeFind(code)->cls, code, seq);
     }
-    static void add(rmapClauseBlock b) { ASSERT_EQ(ipAddRmapEntry(M, &b, AF_IPV4), ACL_OK); }
-    static void addNumber(uint32_t code, uint32_t value, int32_t seq = 10, uint16_t sub = 0) {
-        rmapClauseBlock b = clause(code, seq);
-        b.value = value;
-        b.subValue = sub;
-        add(b);
-    }
-    static void addList(uint32_t code, const listName& name, int32_t seq = 10) {
-        rmapClauseBlock b = clause(code, seq);
-        b.list = name;
-        add(b);
-    }
-    static void addContinue(int32_t seq, uint32_t target) {
-        rmapClauseBlock b = clause(RTMAP_CONT_CODE, seq);
-        b.value = target;
-        b.continueFlag = target != 0 ? 1 : 0;
-        b.continueTarget = target;
-        add(b);
-    }
+    static void add(clause c) { ASSERT_EQ(ipAddRmapEntry(M, &c, AF_IPV4), ACL_OK); }
+    static void drop() { ASSERT_EQ(ipRmapListDelete(M, 0, RMAP_NAMED_NONE), ACL_OK); }
     static rmapRoute route(const char* address = "10.1.0.0", uint32_t length = 16) {
-        uint8_t bytes[16] = {};
         const bool v6 = std::strchr(address, ':') != nullptr;
-        EXPECT_EQ(inet_pton(v6 ? AF_INET6 : AF_INET, address, bytes), 1);
         rmapRoute r;
-        r.prefix = ipPrefixMake(v6 ? AF_IPV6 : AF_IPV4, bytes, length);
+        r.prefix = ipPrefixMake(v6 ? AF_IPV6 : AF_IPV4, prefixGiven::bits(address).data(), length);
         return r;
-    }
-    // "permit PREFIX le WIDTH"
-    template <class Block>
-    static uint32_t addPrefix(const ipPrefix& prefix) {
-        Block b{};
-        b.le = static_cast<uint32_t>(8 * sizeof b.address);
-        b.len = static_cast<uint8_t>(ipPrefixLength(prefix));
-        std::memcpy(b.address, prefix.address, sizeof b.address);
-        std::memcpy(b.mask, prefix.mask, sizeof b.mask);
-        return ipAddPrefixEntry(A, prefixRecordOf(b), prefix.family);
-    }
-    static std::string debugRun(const char* function, std::string_view args) {
-        std::string out;
-        EXPECT_TRUE(zekDebugRun(function, args, &out));
-        return out;
     }
     static bool permits(const rmapRoute& r, rmapRoute* out = nullptr) {
         return ipRoutemapCheck(ipRmapListFind(M), r, out) == 0;
@@ -94,78 +33,72 @@ struct RmapCheck : TaskTest {
 };
 
 TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
-    uint32_t status;
-    ASSERT_NE(ipPrefixListCreate(A, 0, &status, AF_IPV4), nullptr);
-    ASSERT_EQ(addPrefix<prefix4EntryBlock>(route("10.1.0.0", 16).prefix), ACL_OK);
-    ASSERT_NE(ipPrefixListCreate(A, 0, &status, AF_IPV6), nullptr);
-    ASSERT_EQ(addPrefix<prefix6EntryBlock>(route("2001:db8::", 32).prefix), ACL_OK);
+    for (const prefixGiven& entry : {prefixGiven(5, PERMIT, "10.1.0.0", 16, 0, 32),
+                                     prefixGiven(5, PERMIT, "2001:db8::", 32, 0, 128)}) {
+        ASSERT_NE(ipPrefixListCreate(A, 0, &status, entry.af), nullptr);
+        ASSERT_EQ(ipAddPrefixEntry(A, entry.record(), entry.af), ACL_OK);
+    }
     ASSERT_NE(ipAccessListCreate(A, IP_KIND_STANDARD, 0, &status), nullptr);
-    ipEntryBlock host{};
-    host.kind = uint32_t{IP_KIND_STANDARD};
-    host.src = 0x0A010000;
-    host.srcMask = 0xFFFF0000;
-    host.seq = SEQ_NOT_GIVEN;
-    host.dscp = DSCP_NOT_GIVEN;
-    host.protocol = IP_PROTO_ANY;
-    ASSERT_EQ(ipAddAccessEntry(A, &host, 0, 0), ACL_OK);
-    ASSERT_NE(bgpASPAccessListCreate(A, 0, &status), nullptr);
-    ASSERT_EQ(bgpAddASPAccessEntry(A, PERMIT, {"_65001_"}), ACL_OK);
-    ASSERT_NE(bgpCommAccessListCreate(A, 0, &status), nullptr);
-    ASSERT_EQ(bgpAddCommAccessEntry(A, communities(PERMIT, {65000u << 16 | 1})), ACL_OK);
-    ASSERT_NE(bgpExtCommListCreate(A, 0, &status), nullptr);
-    const extCommValue site = target(0, 65000, 7);
-    ASSERT_EQ(bgpAddExtCommListEntry(A, targets(PERMIT, {site})), ACL_OK);
-
+    ipEntryBlock net = standardBlock(0x0A010000);
+    net.srcMask = 0xFFFF0000;
+    ASSERT_EQ(ipAddAccessEntry(A, &net, 0, 0), ACL_OK);
+    for (const bgpKind& k : bgpListKinds) {
+        ASSERT_NE(k.create(A, 0, &status), nullptr);
+        ASSERT_EQ(k.add(A, 2), ACL_OK);
+    }
+    const uint32_t two = 65000u << 16 | 2;
+    typedef std::function<void(rmapRoute&)> change;
+    const change asItIs = [](rmapRoute&) {};
+    // The fields that hold a number, and a value that does and one that does not.
+    auto set = [](auto field, auto value) { return [=](rmapRoute& r) { r.*field = value; }; };
+    auto address6 = [](auto field, uint8_t first) {
+        return [=](rmapRoute& r) {
+            std::memcpy(r.*field, "\x20\x01\x0d\xb8", 4);
+            (r.*field)[0] = first;
+        };
+    };
+    typedef std::vector<uint32_t> values;
+    const change outside = [](rmapRoute& r) { r = route("10.2.0.0"); };
+    const change shorter = [](rmapRoute& r) { r = route("10.1.0.0", 15); };
+    const change longer6 = [](rmapRoute& r) { r = route("2001:db8:1::", 48); };
+    const change v4 = [](rmapRoute& r) { r = route(); };
+    const uint32_t in = 0x0A010203, out = 0x0A020203;
     const struct {
         uint32_t code;
-        std::function<void(rmapRoute&)> hold, miss;
+        change hold, miss;
         uint32_t value = 0;
-        bool v6 = false;
     } cases[] = {
-        {RTMAP_MATCH_ASP, [](auto& r) { r.asPath = "1 65001 2"; },
-         [](auto& r) { r.asPath = "165001"; }},
-        {RTMAP_MATCH_COMM,
-         [](auto& r) {
-             r.communities = {5, 65000u << 16 | 1};
-         },
-         [](auto& r) { r.communities = {5}; }},
-        {RTMAP_MATCH_COMM_EXACT, [](auto& r) { r.communities = {65000u << 16 | 1}; },
-         [](auto& r) {
-             r.communities = {5, 65000u << 16 | 1};
-         }},
-        {RTMAP_MATCH_EXT_COMM, [&](auto& r) { r.extCommunities = {site}; },
-         [](auto& r) { r.extCommunities = {target(0, 65000, 8)}; }},
-        {RTMAP_MATCH_ACC, [](auto&) {}, [](auto& r) { r = route("10.2.0.0"); }},
-        {RTMAP_MATCH_IPADD_ACL, [](auto&) {}, [](auto& r) { r = route("10.2.0.0"); }},
-        {RTMAP_MATCH_IPADD_PREFIX, [](auto&) {}, [](auto& r) { r = route("10.1.0.0", 15); }},
-        {RTMAP_MATCH_NHOP, [](auto& r) { r.nextHop = 0x0A010203; },
-         [](auto& r) { r.nextHop = 0x0A020203; }},
-        {RTMAP_MATCH_NHOP_PREFIX, [](auto& r) { r.nextHop = 0x0A010203; },
-         [](auto& r) { r.nextHop = 0x0A020203; }},
-        {RTMAP_MATCH_SRC, [](auto& r) { r.source = 0x0A010203; },
-         [](auto& r) { r.source = 0x0A020203; }},
-        {RTMAP_MATCH_SRC_PREFIX, [](auto& r) { r.source = 0x0A010203; },
-         [](auto& r) { r.source = 0x0A020203; }},
-        {RTMAP_MATCH_IPV6ADD_PREFIX, [](auto&) {}, [](auto& r) { r = route(); }, 0, true},
-        {RTMAP_MATCH_V6_NHOP_PREFIX,
-         [](auto& r) { std::memcpy(r.nextHop6, "\x20\x01\x0d\xb8", 4); },
-         [](auto& r) { r.nextHop6[0] = 0xFE; }, 0, true},
-        {RTMAP_MATCH_V6_SRC_PREFIX, [](auto& r) { std::memcpy(r.source6, "\x20\x01\x0d\xb8", 4); },
-         [](auto& r) { r.source6[0] = 0xFE; }, 0, true},
-        {RTMAP_MATCH_ORIGIN, [](auto& r) { r.origin = 2; }, [](auto& r) { r.origin = 1; }, 2},
-        {RTMAP_MATCH_RTYPE, [](auto& r) { r.routeType = 4; }, [](auto& r) { r.routeType = 5; }, 2},
-        {RTMAP_MATCH_IFACE, [](auto& r) { r.ifindex = 77; }, [](auto& r) { r.ifindex = 78; }, 77},
-        {RTMAP_MATCH_MET, [](auto& r) { r.metric = 9; }, [](auto& r) { r.metric = 8; }, 9},
-        {RTMAP_MATCH_TAG, [](auto& r) { r.tag = 9; }, [](auto& r) { r.tag = 8; }, 9},
+        {RTMAP_MATCH_ASP, set(&rmapRoute::asPath, "1 2 3"), asItIs},
+        {RTMAP_MATCH_COMM, set(&rmapRoute::communities, values{5, two}),
+         set(&rmapRoute::communities, values{5})},
+        {RTMAP_MATCH_COMM_EXACT, set(&rmapRoute::communities, values{two}),
+         set(&rmapRoute::communities, values{5, two})},
+        {RTMAP_MATCH_EXT_COMM, set(&rmapRoute::extCommunities, std::vector{target(0, 65000, 2)}),
+         set(&rmapRoute::extCommunities, std::vector{target(0, 65000, 8)})},
+        {RTMAP_MATCH_ACC, asItIs, outside},
+        {RTMAP_MATCH_IPADD_ACL, asItIs, outside},
+        {RTMAP_MATCH_IPADD_PREFIX, asItIs, shorter},
+        {RTMAP_MATCH_NHOP, set(&rmapRoute::nextHop, in), set(&rmapRoute::nextHop, out)},
+        {RTMAP_MATCH_NHOP_PREFIX, set(&rmapRoute::nextHop, in), set(&rmapRoute::nextHop, out)},
+        {RTMAP_MATCH_SRC, set(&rmapRoute::source, in), set(&rmapRoute::source, out)},
+        {RTMAP_MATCH_SRC_PREFIX, set(&rmapRoute::source, in), set(&rmapRoute::source, out)},
+        {RTMAP_MATCH_IPV6ADD_PREFIX, longer6, v4},
+        {RTMAP_MATCH_V6_NHOP_PREFIX, address6(&rmapRoute::nextHop6, 0x20),
+         address6(&rmapRoute::nextHop6, 0xFE)},
+        {RTMAP_MATCH_V6_SRC_PREFIX, address6(&rmapRoute::source6, 0x20),
+         address6(&rmapRoute::source6, 0xFE)},
+        {RTMAP_MATCH_ORIGIN, set(&rmapRoute::origin, 2u), set(&rmapRoute::origin, 1u), 2},
+        {RTMAP_MATCH_RTYPE, set(&rmapRoute::routeType, 4u), set(&rmapRoute::routeType, 5u), 2},
+        {RTMAP_MATCH_IFACE, set(&rmapRoute::ifindex, 77u), set(&rmapRoute::ifindex, 78u), 77},
+        {RTMAP_MATCH_MET, set(&rmapRoute::metric, 9u), set(&rmapRoute::metric, 8u), 9},
+        {RTMAP_MATCH_TAG, set(&rmapRoute::tag, 9u), set(&rmapRoute::tag, 8u), 9},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.code);
         instance(10);
-        if (rmapCodeFind(c.code)->kind == RMAP_KIND_LIST)
-            addList(c.code, A);
-        else
-            addNumber(c.code, c.value);
-        rmapRoute yes = c.v6 ? route("2001:db8:1::", 48) : route(), no = yes;
+        const clause match = of(c.code);
+        add(match.kind == RMAP_KIND_LIST ? match.list("A") : match.number(c.value));
+        rmapRoute yes = match.cls == MATCH6 ? route("2001:db8:1::", 48) : route(), no = yes;
         c.hold(yes);
         c.miss(no);
         EXPECT_TRUE(permits(yes));
@@ -175,24 +108,20 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         ASSERT_EQ(trail.size(), 2u);
         EXPECT_TRUE(trail[1].holds && (trail[1].name != nullptr || trail[1].number != nullptr));
         EXPECT_EQ(ipRmapListFind(M)->first->hits, 1u) << "a question with a trail counts nothing";
-        ASSERT_EQ(ipRmapListDelete(M, 0, RMAP_NAMED_NONE), ACL_OK);
+        drop();
     }
     // In the class of the other family, in which no prefix list hears of the clause.
-    for (auto [code, cls] : {std::pair{RTMAP_MATCH_IPADD_PREFIX, RTMAP_MS_V6_MATCH},
-                             {RTMAP_MATCH_IPV6ADD_PREFIX, RTMAP_MS_MATCH}}) {
+    for (auto [code, cls] :
+         {std::pair{RTMAP_MATCH_IPADD_PREFIX, MATCH6}, {RTMAP_MATCH_IPV6ADD_PREFIX, MATCH}}) {
         instance(10);
-        rmapClauseBlock other = clause(code);
-        other.cls = cls;
-        other.list = A;
-        add(other);
-        const bool v4 = code == RTMAP_MATCH_IPADD_PREFIX;
-        EXPECT_EQ(permits(route()), v4);
-        EXPECT_EQ(permits(route("2001:db8:1::", 48)), !v4);
-        ASSERT_EQ(ipRmapListDelete(M, 0, RMAP_NAMED_NONE), ACL_OK);
+        add(clause(cls, code).list("A"));
+        EXPECT_EQ(permits(route()), cls == MATCH6);
+        EXPECT_EQ(permits(route("2001:db8:1::", 48)), cls == MATCH);
+        drop();
     }
     // An emptied list that the map still names: nothing is permitted, and nothing dangles.
     instance(10);
-    addList(RTMAP_MATCH_IPADD_PREFIX, A);
+    add(of(RTMAP_MATCH_IPADD_PREFIX).list("A"));
     ASSERT_TRUE(permits(route()));
     ASSERT_EQ(ipPrefixListDelete(A, AF_IPV4), ACL_OK);
     EXPECT_FALSE(permits(route()));
@@ -200,55 +129,45 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
 }
 
 TEST_F(RmapCheck, SetClausesChangeThePermittedRoute) {
-    uint32_t status;
     ASSERT_NE(bgpCommAccessListCreate(A, 0, &status), nullptr);
     ASSERT_EQ(bgpAddCommAccessEntry(A, communities(PERMIT, {3})), ACL_OK);
     instance(10);
-    for (auto [code, value] : {std::pair{RTMAP_SET_LPREF, 200u},
-                               {RTMAP_SET_WEIGHT, 7u},
-                               {RTMAP_SET_NHOP, 0x0A000001u},
-                               {RTMAP_SET_LEVEL, 2u},
-                               {RTMAP_SET_METTYPE, 3u},
-                               {RTMAP_SET_ORIGIN, 1u},
-                               {RTMAP_SET_TAG, 11u}})
-        addNumber(code, value);
-    addNumber(RTMAP_SET_MET, 50, 10, RMAP_METRIC_ADD);
-    rmapClauseBlock b = clause(RTMAP_SET_PREPEND);
-    b.prepend.as[0] = b.prepend.as[1] = 65000u;
-    b.prepend.count = 2u;
-    add(b);
-    b = clause(RTMAP_SET_COMM);
-    b.community.high[0] = 65000u;
-    b.community.low[0] = 1u;
-    b.community.count = 1u;
-    b.community.additive = b.community.noExport = 1u;
-    add(b);
-    b = clause(RTMAP_SET_EXT_COMM);
-    b.extCommunity.values[0] = target(0, 65000, 7);
-    b.extCommunity.count = 1u;
-    add(b);
-    b = clause(RTMAP_SET_DAMP);
-    for (uint32_t i = 0; i < 4; i++) b.dampening[i] = i + 1;
-    add(b);
-    b = clause(RTMAP_SET_V6_NHOP);
-    b.ipv6NextHop[15] = 1;
-    add(b);
-    addList(RTMAP_SET_COMMLIST, A);
+    const struct {
+        uint32_t code, value;
+        uint32_t rmapRoute::*field;
+    } numbers[] = {{RTMAP_SET_LPREF, 200, &rmapRoute::localPreference},
+                   {RTMAP_SET_WEIGHT, 7, &rmapRoute::weight},
+                   {RTMAP_SET_NHOP, 0x0A000001, &rmapRoute::nextHop},
+                   {RTMAP_SET_LEVEL, 2, &rmapRoute::level},
+                   {RTMAP_SET_METTYPE, 3, &rmapRoute::metricType},
+                   {RTMAP_SET_ORIGIN, 1, &rmapRoute::origin},
+                   {RTMAP_SET_TAG, 11, &rmapRoute::tag}};
+    for (const auto& n : numbers) add(of(n.code).number(n.value));
+    add(of(RTMAP_SET_MET).number(50, RMAP_METRIC_ADD));
+    add(of(RTMAP_SET_PREPEND).with([](rmapClauseBlock& b) {
+        b.prepend.as[0] = b.prepend.as[1] = 65000u;
+        b.prepend.count = 2u;
+    }));
+    add(of(RTMAP_SET_COMM).with([](rmapClauseBlock& b) {
+        b.community.high[0] = 65000u;
+        b.community.low[0] = 1u;
+        b.community.count = 1u;
+        b.community.additive = b.community.noExport = 1u;
+    }));
+    add(of(RTMAP_SET_EXT_COMM).ext(target(0, 65000, 7)));
+    add(of(RTMAP_SET_DAMP).with([](rmapClauseBlock& b) {
+        for (uint32_t i = 0; i < 4; i++) b.dampening[i] = i + 1;
+    }));
+    add(of(RTMAP_SET_V6_NHOP).with([](rmapClauseBlock& b) { b.ipv6NextHop[15] = 1; }));
+    add(of(RTMAP_SET_COMMLIST).list("A"));
 
-    rmapRoute in = route();
+    rmapRoute in = route(), out;
     in.metric = UINT32_MAX - 10;
     in.asPath = "1 {2,3}";
     in.communities = {3, 4, 65000u << 16 | 1};
     in.extCommunities = {target(0, 1, 1)};
-    rmapRoute out;
     ASSERT_TRUE(permits(in, &out));
-    EXPECT_EQ(out.localPreference, 200u);
-    EXPECT_EQ(out.weight, 7u);
-    EXPECT_EQ(out.nextHop, 0x0A000001u);
-    EXPECT_EQ(out.level, 2u);
-    EXPECT_EQ(out.metricType, 3u);
-    EXPECT_EQ(out.origin, 1u);
-    EXPECT_EQ(out.tag, 11u);
+    for (const auto& n : numbers) EXPECT_EQ(out.*n.field, n.value) << n.code;
     EXPECT_EQ(out.metric, UINT32_MAX) << "does not wrap";
     EXPECT_EQ(out.asPath, "65000 65000 1 {2,3}");
     EXPECT_EQ(out.communities, (std::vector<uint32_t>{4, 65000u << 16 | 1, COMMUNITY_NO_EXPORT}));
@@ -256,11 +175,9 @@ TEST_F(RmapCheck, SetClausesChangeThePermittedRoute) {
     EXPECT_EQ(out.extCommunities[0].b[7], 7);
     EXPECT_EQ(out.dampening[3], 4u);
     EXPECT_EQ(out.nextHop6[15], 1);
-    // The same in place, and "none" and the two flags that compute.
-    b = clause(RTMAP_SET_COMM);
-    b.community.none = 1u;
-    add(b);
-    add(clause(RTMAP_SET_AUTOTAG));
+    // The same in place, and "none" and the flag that computes.
+    add(of(RTMAP_SET_COMM).with([](rmapClauseBlock& b) { b.community.none = 1u; }));
+    add(of(RTMAP_SET_AUTOTAG));
     ASSERT_TRUE(permits(in, &in));
     EXPECT_TRUE(in.communities.empty());
     EXPECT_EQ(in.tag, 65000u);
@@ -289,15 +206,18 @@ TEST_F(RmapCheck, DecidesAsAPlainWalkDoes) {
                 for (uint32_t v = 0; v < 4; v++) {
                     if (pick(3) != 0) continue;
                     kept->push_back(v);
-                    addNumber(code, v, seq);
+                    add(of(code, seq).number(v));
                 }
             };
             values(RTMAP_MATCH_MET, &at.metrics);
             values(RTMAP_MATCH_TAG, &at.tags);
-            if (pick(2) == 0) addNumber(RTMAP_SET_WEIGHT, at.add = 1 + pick(1000), seq);
+            if (pick(2) == 0) add(of(RTMAP_SET_WEIGHT, seq).number(at.add = 1 + pick(1000)));
             if (pick(2) == 0) {
                 at.continues = pick(3) == 0 ? 0 : seq + 1 + static_cast<int32_t>(pick(10));
-                addContinue(seq, static_cast<uint32_t>(at.continues));
+                add(of(RTMAP_CONT_CODE, seq).with([&](rmapClauseBlock& b) {
+                    b.value = b.continueTarget = static_cast<uint32_t>(at.continues);
+                    b.continueFlag = at.continues != 0 ? 1 : 0;
+                }));
             }
         }
         if (pick(3) == 0) {  // one goes again
@@ -340,7 +260,7 @@ TEST_F(RmapCheck, DecidesAsAPlainWalkDoes) {
 // Readers see a map before or after a change. The thread sanitizer looks on.
 TEST_F(RmapCheck, ReadersBesideChanges) {
     instance(10);
-    addNumber(RTMAP_MATCH_MET, 1);
+    add(of(RTMAP_MATCH_MET).number(1));
     std::atomic<bool> stop{false};
     std::atomic<int> evaluations{0};
     std::vector<std::thread> readers;
@@ -359,11 +279,10 @@ TEST_F(RmapCheck, ReadersBesideChanges) {
         });
     for (uint32_t i = 0; i < 200 || evaluations < 200; i++) {
         aclWriteLock();
-        addNumber(RTMAP_SET_WEIGHT, 5 + i % 2);
-        rmapClauseBlock b = clause(RTMAP_MATCH_MET);
-        b.value = 1 + i % 2;
-        (void)ipDelRmapEntry(M, &b, AF_IPV4);
-        addNumber(RTMAP_MATCH_MET, 2 - i % 2);
+        add(of(RTMAP_SET_WEIGHT).number(5 + i % 2));
+        clause metric = of(RTMAP_MATCH_MET).number(1 + i % 2);
+        (void)ipDelRmapEntry(M, &metric, AF_IPV4);
+        add(of(RTMAP_MATCH_MET).number(2 - i % 2));
         aclWriteUnlock();
     }
     stop = true;
@@ -372,22 +291,19 @@ TEST_F(RmapCheck, ReadersBesideChanges) {
 
 TEST_F(RmapCheck, CheckCommandsSayTheVerdict) {
     instance(10);
-    addNumber(RTMAP_SET_MET, 42);
+    add(of(RTMAP_SET_MET).number(42));
     std::string out;
     EXPECT_EQ(ipRmapCheck(0x0A000000, 0xFF000000, ipRmapListFind(M), &out), 0);
     EXPECT_EQ(ipRmapCheck(0x0A000000, 0xFF000000, nullptr, &out), 1);
     EXPECT_EQ(out, "matched, set metric to  42 \ndrop\n");
-    const std::string answer = debugRun(
+    const std::string answer = debug(
         "testRouteMap", "M 10.0.0.0/8 as-path \"1 2\" community 1:2 no-export metric 3 tag 4");
-    EXPECT_NE(answer.find("\"verdict\":\"permit\",\"entry\":\"route-map M permit 10\""),
-              answer.npos)
-        << answer;
-    EXPECT_NE(answer.find("\"metric\":42"), answer.npos) << answer;
-    EXPECT_NE(answer.find("\"as-path\":\"1 2\",\"community\":\"1:2 no-export\""), answer.npos)
-        << answer;
+    for (const char* part : {R"("verdict":"permit","entry":"route-map M permit 10")",
+                             R"("metric":42)", R"("as-path":"1 2","community":"1:2 no-export")"})
+        EXPECT_NE(answer.find(part), answer.npos) << answer;
     for (const char* bad : {"M", "M 10.0.0.0", "M 10.0.0.0/33", "M 10.0.0.0/8 metric",
                             "M 10.0.0.0/8 metric x", "M 10.0.0.0/8 color 3", "N 10.0.0.0/8"})
-        EXPECT_NE(debugRun("testRouteMap", bad).find("\"error\""), std::string::npos) << bad;
+        EXPECT_NE(debug("testRouteMap", bad).find("\"error\""), std::string::npos) << bad;
 }
 
 }  // namespace
