@@ -167,32 +167,32 @@ TEST_F(Tables, ChunksOutOfOrderAreRefused) {
     put32(overfull, HEADER + 312, 30);
     bytes moreTwo = parts[0];
     put32(moreTwo, 124, 2);
+    typedef agentRefusal why;
+    const bytes broken(parts[1].begin(), parts[1].end() - 1);
     struct {
         const char* what;
+        agentRefusal reason;
         std::vector<bytes> messages;
-        agentRefusal why;
     } rows[] = {
-        {"no first chunk", {parts[1]}, agentRefusal::order},
-        {"the last one alone", {parts[2]}, agentRefusal::order},
-        {"the second one missing", {parts[0], parts[2]}, agentRefusal::count},
-        {"the second one twice", {parts[0], parts[1], parts[1]}, agentRefusal::count},
-        {"another list's chunk", {parts[0], otherName[1]}, agentRefusal::order},
-        {"another interface's chunk", {parts[0], otherPort[1]}, agentRefusal::order},
-        {"another direction's chunk", {parts[0], egress[1]}, agentRefusal::order},
-        {"a chunk with another total", {parts[0], overfull}, agentRefusal::count},
-        {"neither more nor not", {moreTwo}, agentRefusal::order},
-        {"a broken chunk",
-         {parts[0], bytes(parts[1].begin(), parts[1].end() - 1)},
-         agentRefusal::length},
+        {"no first chunk", why::order, {parts[1]}},
+        {"the last one alone", why::order, {parts[2]}},
+        {"the second one missing", why::count, {parts[0], parts[2]}},
+        {"the second one twice", why::count, {parts[0], parts[1], parts[1]}},
+        {"another list's chunk", why::order, {parts[0], otherName[1]}},
+        {"another interface's chunk", why::order, {parts[0], otherPort[1]}},
+        {"another direction's chunk", why::order, {parts[0], egress[1]}},
+        {"a chunk with another total", why::count, {parts[0], overfull}},
+        {"neither more nor not", why::order, {moreTwo}},
+        {"a broken chunk", why::length, {parts[0], broken}},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.what);
         forget();
         send({14409, "L", PORT, entries(900, 1)});
         std::string before = installedText(t);
-        uint64_t refusals = refused(r.why);
+        uint64_t refusals = refused(r.reason);
         for (const bytes& m : r.messages) EXPECT_NE(send(m), agentVerdict::applied);
-        EXPECT_GT(refused(r.why), refusals) << t.lastError;
+        EXPECT_GT(refused(r.reason), refusals) << t.lastError;
         EXPECT_EQ(installedText(t), before);
         EXPECT_EQ(send({14410, "L", PORT, entries(901, 1)}), agentVerdict::applied);
         for (const bytes& m : parts) send(m);
@@ -201,65 +201,51 @@ TEST_F(Tables, ChunksOutOfOrderAreRefused) {
 }
 
 TEST_F(Tables, EveryLieIsCountedUnderItsReason) {
-    listMessage two{14409, "L", PORT, {entry4(1, 1), entry4(2, 2)}};
+    const std::vector<bytes> pair{entry4(1, 1), entry4(2, 2)}, twins{entry4(5, 1), entry4(5, 2)};
+    typedef agentRefusal why;
     struct {
         const char* what;
-        agentRefusal why;
-        void (*change)(bytes&);
-        listMessage message;
+        agentRefusal reason;
+        uint32_t id;
+        std::vector<bytes> entries;
+        void (*change)(bytes&) = nullptr;
     } rows[] = {
-        {"length word", agentRefusal::length, [](bytes& m) { put32(m, 8, 0xFFFFFFFF); }, two},
-        {"body length", agentRefusal::bodyLength, [](bytes& m) { put32(m, 128, 1056); }, two},
-        {"count too large", agentRefusal::count, [](bytes& m) { put32(m, 444, 3); }, two},
-        {"count too small", agentRefusal::count, [](bytes& m) { put32(m, 444, 1); }, two},
-        {"count of a whole list that has come already", agentRefusal::count,
-         [](bytes& m) { put32(m, 124, 1); }, two},
-        {"half an entry", agentRefusal::count,
+        {"length word", why::length, 14409, pair, [](bytes& m) { put32(m, 8, 0xFFFFFFFF); }},
+        {"body length", why::bodyLength, 14409, pair, [](bytes& m) { put32(m, 128, 1056); }},
+        {"count too large", why::count, 14409, pair, [](bytes& m) { put32(m, 444, 3); }},
+        {"count too small", why::count, 14409, pair, [](bytes& m) { put32(m, 444, 1); }},
+        {"whole list came already", why::count, 14409, pair, [](bytes& m) { put32(m, 124, 1); }},
+        {"half an entry", why::count, 14409, pair,
          [](bytes& m) {
              m.erase(m.end() - 196, m.end());
              put32(m, 8, static_cast<uint32_t>(m.size()));
              put32(m, 128, static_cast<uint32_t>(m.size() - HEADER));
-         },
-         two},
-        {"first byte of the second half", agentRefusal::halves,
-         [](bytes& m) { m[HEADER + LIST_HEADER + ENTRY4 + 204] ^= 1; }, two},
-        {"last byte of the first half", agentRefusal::halves,
-         [](bytes& m) { m[HEADER + LIST_HEADER + 199] ^= 1; }, two},
-        {"no name", agentRefusal::name, [](bytes& m) { m[HEADER + 169] = 0; }, two},
-        {"no such group", agentRefusal::name, [](bytes& m) { m[HEADER + 908] = 9; }, two},
-        {"a number twice",
-         agentRefusal::number,
-         [](bytes&) {},
-         {14409, "L", PORT, {entry4(5, 1), entry4(5, 2)}}},
-        {"an added entry too many",
-         agentRefusal::order,
-         [](bytes&) {},
-         {14410, "L", PORT, {entry4(5, 1), entry4(6, 2)}}},
-        {"two entries to delete",
-         agentRefusal::count,
-         [](bytes&) {},
-         {14411, "L", PORT, {entry4(5, 1), entry4(6, 2)}}},
-        {"no entry to delete", agentRefusal::count, [](bytes&) {}, {14411, "L", PORT, {}}},
-        {"a deleted list with entries",
-         agentRefusal::count,
-         [](bytes&) {},
-         {14412, "L", PORT, {entry4(5, 1)}}},
+         }},
+        {"first byte of the second half", why::halves, 14409, pair,
+         [](bytes& m) { m[HEADER + LIST_HEADER + ENTRY4 + 204] ^= 1; }},
+        {"last byte of the first half", why::halves, 14409, pair,
+         [](bytes& m) { m[HEADER + LIST_HEADER + 199] ^= 1; }},
+        {"no name", why::name, 14409, pair, [](bytes& m) { m[HEADER + 169] = 0; }},
+        {"no such group", why::name, 14409, pair, [](bytes& m) { m[HEADER + 908] = 9; }},
+        {"a number twice", why::number, 14409, twins},
+        {"an added entry too many", why::order, 14410, pair},
+        {"two entries to delete", why::count, 14411, pair},
+        {"no entry to delete", why::count, 14411, {}},
+        {"a deleted list with entries", why::count, 14412, {entry4(5, 1)}},
     };
     send({14409, "L", PORT, entries(900, 1)});
     std::string before = installedText(t);
     for (const auto& r : rows) {
         SCOPED_TRACE(r.what);
-        uint64_t count = refused(r.why);
-        bytes m = build(r.message);
-        r.change(m);
+        uint64_t count = refused(r.reason);
+        bytes m = build({r.id, "L", PORT, r.entries});
+        if (r.change != nullptr) r.change(m);
         EXPECT_EQ(send(m), agentVerdict::refused);
-        EXPECT_EQ(refused(r.why), count + 1) << t.lastError;
-        EXPECT_NE(t.lastError.find(std::to_string(r.message.id)), std::string::npos);
+        EXPECT_EQ(refused(r.reason), count + 1) << t.lastError;
+        EXPECT_NE(t.lastError.find(std::to_string(r.id)), std::string::npos);
         EXPECT_EQ(installedText(t), before);
     }
-    bytes other = build(two);
-    put32(other, 12, 14475);
-    EXPECT_EQ(send(other), agentVerdict::notKept);
+    EXPECT_EQ(send({14475, "L", PORT, pair}), agentVerdict::notKept);
 }
 
 TEST_F(Tables, MessagesCutAtEveryLengthChangeNothing) {
@@ -418,6 +404,8 @@ TEST_F(Tables, AReplayWithoutRoomForBoth) {
     memplaneDestroy(&t.plane);
     t.plane = memplaneCreate(13);
     const uint32_t third = 0x040C0003;
+    const std::string four = at(PORT, "0: 1 2 3 4"), three = at(PORT, "0: 1 2 3"),
+                      five = at(OTHER_PORT, "0: 1 2 3 4 5"), one = at(third, "0: 1");
     send({14409, "L", PORT, entries(1, 4)});
     send({14409, "L", OTHER_PORT, entries(1, 4)});
     struct {
@@ -425,17 +413,12 @@ TEST_F(Tables, AReplayWithoutRoomForBoth) {
         bool whole;
         std::string end;
     } rows[] = {
-        {4, 4, 2, 0, true,
-         at(PORT, "0: 1 2 3 4") + at(OTHER_PORT, "0: 1 2 3 4") + at(third, "0: 1 2")},
-        {3, 5, 0, 1, true, at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5")},
-        {3, 9, 1, 2, false,
-         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
-        {0, 14, 0, 2, false,
-         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
-        {0, 10, 0, 3, false,
-         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
-        {0, 0, 10, 4, false,
-         at(PORT, "0: 1 2 3") + at(OTHER_PORT, "0: 1 2 3 4 5") + at(third, "0: 1")},
+        {4, 4, 2, 0, true, four + at(OTHER_PORT, "0: 1 2 3 4") + at(third, "0: 1 2")},
+        {3, 5, 0, 1, true, three + five},
+        {3, 9, 1, 2, false, three + five + one},
+        {0, 14, 0, 2, false, three + five + one},
+        {0, 10, 0, 3, false, three + five + one},
+        {0, 0, 10, 4, false, three + five + one},
         {0, 0, 0, 4, true, ""},
         {0, 12, 0, 5, true, at(OTHER_PORT, "0: 1 2 3 4 5 6 7 8 9 10 11 12")},
     };

@@ -11,50 +11,29 @@
 
 namespace {
 
-// An endpoint of its own that answers every request with a status and a text.
-struct fakeNeighbour {
-    zekEndpoint* endpoint;
-    std::atomic<bool> stop = false;
-    std::thread thread;
-    std::vector<std::vector<uint8_t>> requests;  // to be read when the neighbour is gone
-
+// Answers every request with a status and a text.
+struct fakeNeighbour : fakeEndpoint {
     struct reply {
         uint32_t agentStatus, chassisStatus;
         std::string text;
         size_t cut = SIZE_MAX;  // bytes of the answer that are sent
     };
     fakeNeighbour(const std::string& dir, uint32_t card, uint32_t service,
-                  std::vector<reply> script)
-        : endpoint(nullptr) {
-        std::string error;
-        endpoint = zekEndpointOpen(dir, card, service, &error);
-        EXPECT_NE(endpoint, nullptr) << error;
-        thread = std::thread([this, script] {
-            std::vector<uint8_t> m;
-            for (size_t n = 0; !stop;) {
-                if (zekEndpointRecv(endpoint, &m, IPC_BUFFER_SIZE, 5, nullptr) <= 0) continue;
-                requests.push_back(m);
-                const reply& r = script[std::min(n++, script.size() - 1)];
-                m.resize(AGENT_STATE_TEXT_OFFSET);
-                m.insert(m.end(), r.text.begin(), r.text.end());
-                m.resize(std::min(m.size(), r.cut));
-                auto* hdr = reinterpret_cast<ipcHdr*>(m.data());
-                ipcExchangeTriples(hdr);
-                hdr->length = static_cast<uint32_t>(m.size());
-                hdr->status = r.agentStatus;
-                hdr->result = r.chassisStatus;
-                (void)zekEndpointSend(endpoint, m.data(), m.size(), 100);
-            }
+                  const std::vector<reply>& script) {
+        open(dir, card, service);
+        listen([this, script](std::vector<uint8_t>& m) {
+            const reply& r = script[std::min(received.size(), script.size()) - 1];
+            m.resize(AGENT_STATE_TEXT_OFFSET);
+            m.insert(m.end(), r.text.begin(), r.text.end());
+            m.resize(std::min(m.size(), r.cut));
+            auto* hdr = reinterpret_cast<ipcHdr*>(m.data());
+            hdr->length = static_cast<uint32_t>(m.size());
+            hdr->status = r.agentStatus;
+            hdr->result = r.chassisStatus;
+            fakeEndpoint::reply(m);
         });
     }
-    ~fakeNeighbour() {
-        halt();
-        zekEndpointClose(endpoint);
-    }
-    void halt() {
-        stop = true;
-        if (thread.joinable()) thread.join();
-    }
+    ~fakeNeighbour() { halt(); }
 };
 
 constexpr uint32_t CARD_1 = 0x7F010101, PORT_OF_1 = 7937 + 4;
@@ -147,8 +126,8 @@ TEST(Agents, LongAnswersAreAskedForInPieces) {
     EXPECT_TRUE(s.run("show card 1 access-lists | count"));
     agent.halt();
     EXPECT_EQ(s.printed(), "3\n");  // two rows below their heads
-    ASSERT_EQ(agent.requests.size(), 2u);
-    EXPECT_EQ(uint32_t{reinterpret_cast<agentStateReq*>(agent.requests[1].data())->index}, 5000u);
+    ASSERT_EQ(agent.received.size(), 2u);
+    EXPECT_EQ(uint32_t{reinterpret_cast<agentStateReq*>(agent.received[1].data())->index}, 5000u);
 }
 
 TEST(Agents, OneThatIsNotThereOrSilentIsSaidToBeSo) {
@@ -274,8 +253,8 @@ TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
             EXPECT_EQ(s.printed(), "status  ok\ntold    1\n");
         else
             EXPECT_NE(s.reported().find(row.said), std::string::npos) << s.reported();
-        ASSERT_EQ(chassisd.requests.size(), 1u);
-        const auto* req = reinterpret_cast<chassisControlReq*>(chassisd.requests[0].data());
+        ASSERT_EQ(chassisd.received.size(), 1u);
+        const auto* req = reinterpret_cast<chassisControlReq*>(chassisd.received[0].data());
         EXPECT_EQ(uint32_t{req->ipc.mtype}, MT_CHASSIS_CONTROL);
         EXPECT_EQ(uint32_t{req->command}, row.wire);
         EXPECT_EQ(uint32_t{req->argument}, row.argument);

@@ -18,52 +18,27 @@
 #include "include/service.h"
 #include "include/status.h"
 
-struct fakeManager {
-    static constexpr uint32_t CARD = 0x7F010001;
-    std::string dir;
+struct fakeEndpoint {
     zekEndpoint* endpoint = nullptr;
     std::thread thread;
     std::atomic<bool> stop = false;
-    std::function<void(fakeManager&, std::vector<uint8_t>&)> handle;  // runs on the thread
-    std::vector<std::vector<uint8_t>> received;  // by serve(); to be read when it is halted
+    std::vector<std::vector<uint8_t>> received;  // to be read when it is halted
 
-    fakeManager() {
-        const char* base = getenv("TMPDIR");
-        dir = std::string(base != nullptr ? base : "/tmp") + "/aclcliXXXXXX";
-        if (mkdtemp(dir.data()) == nullptr) abort();
-        std::ofstream(dir + "/chassis.json")
-            << R"({"chassisMode":1,"routeProcessorType":4,)"
-            << R"("routeProcessors":[{"address":"127.1.0.1","primary":true}],)"
-            << R"("tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],)"
-            << R"("cards":[{"slot":1,"address":"127.1.1.1","type":2,)"
-            << R"("ports":[{"name":"1/0","userPort":0,"port":0,"pipe":0}]}],)"
-            << R"("lags":[{"id":1}],"vlans":[{"id":10}]})";
-    }
-    ~fakeManager() {
-        halt();
-        std::filesystem::remove_all(dir);
-    }
-    void run(std::function<void(fakeManager&, std::vector<uint8_t>&)> handler) {
-        handle = std::move(handler);
-        open();
-        thread = std::thread([this] {
-            std::vector<uint8_t> message;
-            while (!stop)
-                if (zekEndpointRecv(endpoint, &message, IPC_BUFFER_SIZE, 5, nullptr) > 0)
-                    handle(*this, message);
-        });
-    }
-    // Keeps every request and answers it with a status that depends on it.
-    void serve(uint32_t (*result)(const std::vector<uint8_t>&) = nullptr) {
-        run([result](fakeManager& m, std::vector<uint8_t>& message) {
-            m.received.push_back(message);
-            m.answer(message, result != nullptr ? result(message) : uint32_t{ACL_OK});
-        });
-    }
-    void open() {
+    ~fakeEndpoint() { halt(); }
+    void open(const std::string& dir, uint32_t card, uint32_t service) {
         std::string error;
-        endpoint = zekEndpointOpen(dir, CARD, aclServicePort(APP_ACL, 0, QUEUE_REQUEST), &error);
+        endpoint = zekEndpointOpen(dir, card, service, &error);
         ASSERT_NE(endpoint, nullptr) << error;
+    }
+    void listen(std::function<void(std::vector<uint8_t>&)> handle) {
+        thread = std::thread([this, handle] {
+            std::vector<uint8_t> message;
+            while (!stop) {
+                if (zekEndpointRecv(endpoint, &message, IPC_BUFFER_SIZE, 5, nullptr) <= 0) continue;
+                received.push_back(message);
+                handle(message);
+            }
+        });
     }
     void halt() {
         stop = true;
@@ -71,13 +46,44 @@ struct fakeManager {
         zekEndpointClose(endpoint);
         endpoint = nullptr;
     }
-
     // Sends the message back with its triples exchanged.
     void reply(std::vector<uint8_t> message) {
         ipcExchangeTriples(reinterpret_cast<ipcHdr*>(message.data()));
         while (!stop && zekEndpointSend(endpoint, message.data(), message.size(), 100) ==
                             zekSendResult::full) {
         }
+    }
+};
+
+struct fakeManager : fakeEndpoint {
+    static constexpr uint32_t CARD = 0x7F010001;
+    std::string dir;
+
+    fakeManager() {
+        const char* base = getenv("TMPDIR");
+        dir = std::string(base != nullptr ? base : "/tmp") + "/aclcliXXXXXX";
+        if (mkdtemp(dir.data()) == nullptr) abort();
+        std::ofstream(dir + "/chassis.json") << R"({"chassisMode":1,"routeProcessorType":4,
+ "routeProcessors":[{"address":"127.1.0.1","primary":true}],
+ "tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],
+ "cards":[{"slot":1,"address":"127.1.1.1","type":2,
+           "ports":[{"name":"1/0","userPort":0,"port":0,"pipe":0}]}],
+ "lags":[{"id":1}],"vlans":[{"id":10}]})";
+    }
+    ~fakeManager() {
+        halt();
+        std::filesystem::remove_all(dir);
+    }
+    void open() { fakeEndpoint::open(dir, CARD, aclServicePort(APP_ACL, 0, QUEUE_REQUEST)); }
+    void run(std::function<void(fakeManager&, std::vector<uint8_t>&)> handler) {
+        open();
+        listen([this, handler](std::vector<uint8_t>& message) { handler(*this, message); });
+    }
+    // Answers every request with a status that depends on it.
+    void serve(uint32_t (*result)(const std::vector<uint8_t>&) = nullptr) {
+        run([result](fakeManager& m, std::vector<uint8_t>& message) {
+            m.answer(message, result != nullptr ? result(message) : uint32_t{ACL_OK});
+        });
     }
     void answer(std::vector<uint8_t> message, uint32_t result) {
         if (message.size() >= sizeof(cliHdr))
