@@ -199,42 +199,39 @@ TEST_F(CfgText, DosEntriesLackThePiecesOfLists) {
 }
 
 TEST_F(CfgText, Ipv6Entries) {
-    auto address = [](std::initializer_list<uint8_t> front, uint8_t(&field)[16]) {
-        std::copy(front.begin(), front.end(), field);
-    };
     acl6Entry entry{};
     ip6EntryBlock& b = entry.block;
     b.seq = 5;
     b.protocol = IP_PROTO_ANY;
-    v6acl_ent_sent_to_cfg(&entry, 0, A);
-    v6acl_ent_sent_to_cfg(&entry, 1, A);
-    EXPECT_EQ(testTake(),
+    EXPECT_EQ(effects([&] {
+                  v6acl_ent_sent_to_cfg(&entry, 0, A);
+                  v6acl_ent_sent_to_cfg(&entry, 1, A);
+              }),
               (rows{"cfg insert 100v6/150 A 1/6/ff \" seq 5 permit ipv6 any any\"",
                     "sync 16 A \" seq 5 permit ipv6 any any\"",
                     "sync 16 A \"no  seq 5 permit ipv6 any any\"", "cfg exact 100v6/150 A 1/6/ff",
                     "cfg exact 100v6/150 A 1/6/0 absent"}));
     b.action = IP_DENY;
     b.protocol = IP_PROTO_TCP;
-    address({0x20, 0x01, 0x0d, 0xb8}, b.src);
-    address({0xFF, 0xFF, 0xFF, 0xF8}, b.srcMask);
+    b.src[0] = 0x20, b.src[1] = 0x01, b.src[2] = 0x0D, b.src[3] = 0xB8;
+    std::memcpy(b.srcMask, "\xFF\xFF\xFF\xF8", 4);
     std::fill(b.dstMask, b.dstMask + 16, uint8_t{0xFF});
     b.dst[15] = 1;
-    b.dstOperator = PORT_RANGE;
-    b.dstLow = 1;
-    b.dstHigh = 2;
-    b.tcpFlags = 0xFF;
-    b.counterOptions = 0xFF;
+    b.dstOperator = PORT_RANGE, b.dstLow = 1, b.dstHigh = 2;
+    b.tcpFlags = b.counterOptions = 0xFF;
     entry.log = entry.monitor = 1;
     v6acl_ent_sent_to_cfg(&entry, 0, A);
     EXPECT_EQ(take().shown,
               " seq 5 deny tcp 2001:db8::/29 host ::1 range 1 2 fin syn rst psh ack urg"
               " log count bytes monitor");
-    acl_sent_to_cfg(A, 0, IP_KIND_EXTENDED, 1);
-    acl_sent_to_cfg(A, 1, IP_KIND_EXTENDED, 1);
-    EXPECT_EQ(testTake(), (rows{"cfg insert 100v6/141 A 0/0/0 \"!\"",
-                                "cfg insert 100v6/150 A 0/0/0 \"ipv6 access-list A\"",
-                                "sync 3 A \"ipv6 access-list A\"", "cfg remove 100v6/141 A",
-                                "sync 3 A \"no ipv6 access-list A\""}));
+    EXPECT_EQ(effects([] {
+                  acl_sent_to_cfg(A, 0, IP_KIND_EXTENDED, 1);
+                  acl_sent_to_cfg(A, 1, IP_KIND_EXTENDED, 1);
+              }),
+              (rows{"cfg insert 100v6/141 A 0/0/0 \"!\"",
+                    "cfg insert 100v6/150 A 0/0/0 \"ipv6 access-list A\"",
+                    "sync 3 A \"ipv6 access-list A\"", "cfg remove 100v6/141 A",
+                    "sync 3 A \"no ipv6 access-list A\""}));
 }
 
 TEST_F(CfgText, TheLongestLinesFitAndLongerOnesAreCut) {
