@@ -113,7 +113,7 @@ TEST_F(Propagate, WholeListsCarryTheirBindingsBlockAndOption) {
         b->block.b[0] = mark++;
     }
     EXPECT_EQ(
-        sends([] { EXPECT_EQ(ipAccessListDelete(A, IP_KIND_STANDARD), 0u); }),
+        effects([] { EXPECT_EQ(ipAccessListDelete(A, IP_KIND_STANDARD), 0u); }),
         (rows{"vlan list 14419 A if 0x3800a option 1 n 1 block 3",
               "agent list 14412 A if 0x40c0000 pipe 6 option 0 n 1 block 2",
               "agent list 14412 A if 0x4080000 pipe 5 option 0 n 1 block 2",
@@ -123,7 +123,9 @@ TEST_F(Propagate, WholeListsCarryTheirBindingsBlockAndOption) {
               // The entry goes to all but the port, and to IPM not again while the whole list goes.
               "vlan entry 14418 A 5 if 0x3800a", "agent entry 14411 A 5 if 0x40c0000 pipe 6",
               "agent entry 14411 A 5 if 0x4080000 pipe 5", "group entry 14418 A 5 group 4",
-              "sysadm entry 14411 A 5", "snmp entry 14411 A 5", "sysadm list 14412 A n 0"}));
+              "sysadm entry 14411 A 5", "snmp entry 14411 A 5", "sysadm list 14412 A n 0",
+              "cfg remove 100/141 A", "sync 3 A \"no ip access-list standard A\"",
+              "trigger A n 0 id 1"}));
     uint32_t status = 1;
     EXPECT_EQ(sends([&] { ipAccessListCreate(A, IP_KIND_STANDARD, 0, &status); }),
               (rows{"vlan list 14416 A if 0x3800a option 1 n 0 block 3",

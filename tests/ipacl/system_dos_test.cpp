@@ -152,7 +152,7 @@ TEST_F(DosList, ActiveListsGoToAllAgents) {
 
     header.push_back("dos list 14420 A n 0");
     EXPECT_EQ(effects([] { make(A, DOS_ACTIVE); }), header);
-    EXPECT_EQ(sends([] { addDos(A, udp); }), rows{"dos entry 14421 A 5"});
+    EXPECT_EQ(effects([] { addDos(A, udp); })[0], "dos entry 14421 A 5");
     addDos(A, udp.toPort(PORT_EQ, 1));
     EXPECT_EQ(effects([] { delDos(A, udp, 0); }),
               (rows{"sync 16 A \"no  seq 5 deny udp any any\"", "cfg exact 98/150 A 1/6/ff"}));

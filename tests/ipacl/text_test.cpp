@@ -103,9 +103,11 @@ TEST_F(CfgText, ExtendedEntries) {
         rule block;
         const char* text;
     } cases[] = {
-        {tcp.to(ip(1, 2, 3, 4), HOST).toPort(PORT_EQ, 23), "tcp any host 1.2.3.4 eq 23"},
+        {tcp.to(ip(1, 2, 3, 4), HOST).fromPort(PORT_GT, 7).toPort(PORT_EQ, 23),
+         "tcp any gt 7 host 1.2.3.4 eq 23"},
         {tcp.fromPort(PORT_NEQ, 0).toPort(PORT_RANGE, 1, 9), "tcp any neq 0 any range 1 9"},
         {of(4).fromPort(PORT_EQ, 53), "ip any any"},
+        {of(17).fromPort(PORT_LT, 65535), "udp any lt 65535 any"},
         {marked(4), "4 any any"},
         {marked(6), "tcp any any"},
         {of(0), "0 any any"},
