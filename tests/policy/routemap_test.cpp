@@ -284,7 +284,7 @@ TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoe
     ASSERT_EQ(remove(CLI_RMAP_INSTANCE_DELETE, "M", 10), ACL_OK);
     EXPECT_EQ(told(), (rows{"cfg remove 79/144 M 10", "sync 3 M \"no route-map M deny 10\"",
                             "swp 1 14462 length 292"}));
-    EXPECT_EQ(bgpASPAccessListFind(listNameMake("A")), nullptr);
+    EXPECT_EQ(bgpASPAccessListFind(A), nullptr);
     EXPECT_EQ(map()->firstAction, RMAP_PERMIT);
     ASSERT_EQ(remove(CLI_RMAP_DELETE, "M", 0), ACL_OK);
     EXPECT_EQ(told(),
@@ -301,33 +301,13 @@ TEST_F(RouteMap, InstancesAreChosenChangedAndDeletedAndClientsSeeDenyWhileOneGoe
     map()->first->hits = 12;
     EXPECT_EQ(show(CLI_SHOW_RMAP_ALL, ""),
               "route-map M deny 30\n  Match clauses:\n  Set clauses:\n  Hits: 12\n");
-    EXPECT_EQ(rmapPrintHits(listNameMake("M")), "route-map M deny 30: 12 hits\n");
-}
-
-// Clauses stand under the line of their instance or not at all.
-TEST_F(RouteMap, NoClauseIsWithoutItsInstance) {
-    ASSERT_EQ(create("M", 10), ACL_OK);
-    ASSERT_EQ(create("M", 20), ACL_OK);
-    watch("M");
-    EXPECT_EQ(add(clause(MATCH, 137, 15).number(1)), ACL_E_RMAP_NOENTRY);
-    EXPECT_EQ(told(), rows{});
-    ASSERT_EQ(add(clause(MATCH, 1, 10).list("A")), ACL_OK);
-    clause header(0, 0, 10);
-    header.header = 1;
-    ASSERT_EQ(del(header), ACL_OK);
-    EXPECT_EQ(told(), (rows{"cfg remove 79/144 M 10", "sync 3 M \"no route-map M permit 10\"",
-                            "swp 1 14462 length 292"}));
-    EXPECT_EQ(del(header), ACL_E_RMAP_NOENTRY);
-    EXPECT_EQ(bgpASPAccessListFind(listNameMake("A")), nullptr);
-    EXPECT_EQ(add(clause(MATCH, 137, 10).number(1)), ACL_E_RMAP_NOENTRY);
-    EXPECT_EQ(lines(), rows{"route-map M permit 20"});
-    header.seq = 20;
-    ASSERT_EQ(del(header), ACL_OK);
-    EXPECT_EQ(map()->placeholder, 1u) << "it has a client";
+    EXPECT_EQ(rmapPrintHits(M), "route-map M deny 30: 12 hits\n");
 }
 
 TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
     ASSERT_EQ(create("M"), ACL_OK);
+    ASSERT_EQ(create("M", 200), ACL_OK);
+    const clause header = clause(0, 0).with([](rmapClauseBlock& b) { b.header = 1; });
     watch("M");
     auto community = [](uint32_t value) {
         return clause(SET, 105).with([=](rmapClauseBlock& b) { b.community.number = value; });
@@ -354,18 +334,18 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         const char* said;  // "": neither client nor configuration hears of it
     } steps[] = {
         {ADD, clause(MATCH, 1).list("A"), ACL_OK, "\" match as-path A\""},
-        {ADD, clause(MATCH, 1).list("B"), ACL_OK, "1/2/2 \" match as-path B\""},
+        {ADD, clause(MATCH, 1).list("B"), ACL_OK, "1/3/2 \" match as-path B\""},
         {ADD, clause(MATCH, 1).list("A"), ACL_E_RMAP_NAME_EXISTS, ""},
         {ADD, clause(MATCH, 1), ACL_E_RMAP_VALUE, ""},
         {DEL, clause(MATCH, 1).list("C"), ACL_E_RMAP_NONAME, ""},
         {DEL, clause(MATCH, 1).list("A"), ACL_OK, "no  match as-path A"},
-        {ADD, clause(MATCH, 1).list("A"), ACL_OK, "1/2/3 \" match as-path A\""},
+        {ADD, clause(MATCH, 1).list("A"), ACL_OK, "1/3/3 \" match as-path A\""},
         // Both community matches are one clause, in the form of the first.
         {ADD, clause(MATCH, 6).list("A"), ACL_OK, "\" match community A exact\""},
         {ADD, clause(MATCH, 4).list("B"), ACL_OK, "\" match community B exact\""},
-        {ADD, clause(SET, 103).number(5), ACL_OK, "3/4/1 \" set metric 5\""},
+        {ADD, clause(SET, 103).number(5), ACL_OK, "3/5/1 \" set metric 5\""},
         {ADD, clause(SET, 103).number(5), ACL_E_RMAP_NUMBER_EXISTS, ""},
-        {ADD, clause(SET, 103).number(5, 1), ACL_OK, "3/4/1 \" set metric + 5\""},
+        {ADD, clause(SET, 103).number(5, 1), ACL_OK, "3/5/1 \" set metric + 5\""},
         {DEL, clause(SET, 103).number(99), ACL_OK, "no  set metric + 5"},
         {DEL, clause(SET, 103).number(99), ACL_E_RMAP_NOENTRY, ""},
         {ADD, clause(MATCH, 136).number(5), ACL_OK, "\" match metric 5\""},
@@ -422,6 +402,11 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         {ADD, clause(77, 1).list("A"), ACL_E_RMAP_CLAUSE, ""},
         {ADD, clause(MATCH, 999), ACL_E_RMAP_CLAUSE, ""},
         {ADD, clause(MATCH, 137, 0).number(1), ACL_E_RMAP_SEQ, ""},
+        // Clauses stand under the line of their instance or not at all.
+        {ADD, clause(MATCH, 137, 15).number(1), ACL_E_RMAP_NOENTRY, ""},
+        {DEL, header, ACL_OK, "cfg remove 79/144 M 10"},
+        {DEL, header, ACL_E_RMAP_NOENTRY, ""},
+        {ADD, clause(MATCH, 137).number(1), ACL_E_RMAP_NOENTRY, ""},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE("step " + std::to_string(&step - steps) + " code " +
@@ -432,6 +417,9 @@ TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
         else
             EXPECT_TRUE(said(step.said)) << testing::PrintToString(effects);
     }
+    EXPECT_EQ(lines(), rows{"route-map M permit 200"});
+    EXPECT_EQ(bgpASPAccessListFind(A), nullptr);
+    ASSERT_EQ(create("M", 10), ACL_OK);
     // The other commands that add and delete; 1022 and 1023 by the operation word.
     for (uint32_t code : {CLI_RMAP_ENTRY, CLI_RMAP_V6_ENTRY}) {
         EXPECT_EQ(change(code, clause(MATCH, 137).number(code), "M", 0), ACL_OK);
@@ -474,7 +462,7 @@ store prefixStore(const prefixGiven& entry) {
 // whatever happens to it, no other store hears of it, and each change of it reaches the map's
 // client once. The access lists of some clauses are looked up by name: nothing keeps them.
 TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
-    enum where { ACCESS, PATHS, COMMUNITIES, TARGETS, PREFIX4, PREFIX6, NONE };
+    enum where : int { ACCESS, PATHS, COMMUNITIES, TARGETS, PREFIX4, PREFIX6, NONE };
     const store stores[] = {{[] { return ipAccessListFind(L); },
                              [] {
                                  uint32_t made;
@@ -487,29 +475,14 @@ TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
                             bgpStore(bgpListKinds[2]),
                             prefixStore({5, PERMIT, "10.0.0.0", 8}),
                             prefixStore({5, PERMIT, "2001::", 16})};
-    auto storeOf = [](uint32_t code, uint16_t cls) {
-        switch (code) {
-            case RTMAP_MATCH_IPADD_ACL:
-                return cls == MATCH ? ACCESS : NONE;
-            case RTMAP_MATCH_ASP:
-                return PATHS;
-            case RTMAP_MATCH_COMM:
-            case RTMAP_MATCH_COMM_EXACT:
-            case RTMAP_SET_COMMLIST:
-                return COMMUNITIES;
-            case RTMAP_MATCH_EXT_COMM:
-                return TARGETS;
-            case RTMAP_MATCH_IPADD_PREFIX:
-            case RTMAP_MATCH_NHOP_PREFIX:
-            case RTMAP_MATCH_SRC_PREFIX:
-                return cls == MATCH ? PREFIX4 : NONE;
-            case RTMAP_MATCH_IPV6ADD_PREFIX:
-            case RTMAP_MATCH_V6_NHOP_PREFIX:
-            case RTMAP_MATCH_V6_SRC_PREFIX:
-                return cls == MATCH6 ? PREFIX6 : NONE;
-        }
-        return NONE;
-    };
+    const struct {
+        uint32_t code;
+        where at;
+        uint16_t cls;  // 0: both
+    } kept[] = {{1, PATHS, 0},         {4, COMMUNITIES, 0},   {6, COMMUNITIES, 0},
+                {112, COMMUNITIES, 0}, {125, TARGETS, 0},     {5, ACCESS, MATCH},
+                {8, PREFIX4, MATCH},   {9, PREFIX4, MATCH},   {11, PREFIX4, MATCH},
+                {13, PREFIX6, MATCH6}, {14, PREFIX6, MATCH6}, {15, PREFIX6, MATCH6}};
     ASSERT_EQ(create("M", 10), ACL_OK);
     ASSERT_EQ(create("M", 20), ACL_OK);
     watch("M");
@@ -519,7 +492,10 @@ TEST_F(RouteMap, ListsThatAreNamedStayInPlaceWhileTheyComeAndGo) {
         for (uint16_t cls : {MATCH, MATCH6, SET, SET6}) {
             if (!rmapSideHas(row.side, cls)) continue;
             SCOPED_TRACE(std::string(row.debug) + " " + std::to_string(cls));
-            const where at = storeOf(row.code, cls);
+            const auto* keeper = std::ranges::find_if(kept, [&](const auto& k) {
+                return k.code == row.code && (k.cls == 0 || k.cls == cls);
+            });
+            const where at = keeper != std::end(kept) ? keeper->at : NONE;
             auto check = [&](void* list) {
                 for (int i = ACCESS; i < NONE; i++)
                     EXPECT_EQ(stores[i].find(), i == at ? list : nullptr) << i;
