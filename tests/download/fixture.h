@@ -36,12 +36,12 @@ constexpr uint32_t PORT_5_0 = 0x0C040000;
 constexpr uint32_t LAG_7 = 0x00030007, LAG_8 = 0x00030008;
 constexpr uint32_t VLAN_10 = 0x0003800A;
 
-// The wanted list header of an IPv4 or IPv6 list.
+// The wanted list header of an IPv4 or IPv6 list, as it is for a list that is made below.
 struct wantHeader {
-    std::string name;
-    uint32_t count, kind, ifindex;
+    std::string name = "edge";
+    uint32_t count = 1, kind = 2, ifindex = PORT_3_1;
     uint32_t option = 0, runCount = 1, vlan = 0;
-    uint8_t group = 0, pipe = 0, blockFill = 0;
+    uint8_t group = 0, pipe = 0, blockFill = 0xB5;
     std::string groupName{};
 };
 inline bytes headerBytes(const wantHeader& w) {

@@ -43,35 +43,28 @@ struct Mgmt : DownloadTest {
     };
 };
 
-bytes entryImage(const aclEntry& e) {
+// The image of an entry: 8 bytes of links, its block and four words, of IPv6 padded.
+bytes imageOf(const void* block, size_t size, std::array<uint32_t, 4> words) {
     bytes b(184);
-    std::memcpy(&b[8], &e.block, 156);
-    put32(b, 164, e.id);
-    put32(b, 168, e.matchCount);
-    put32(b, 172, e.log);
-    put32(b, 176, e.monitor);
+    std::memcpy(&b[8], block, size);
+    for (size_t i = 0; i < 4; i++) put32(b, 8 + size + 4 * i, words[i]);
     return b;
 }
+bytes entryImage(const aclEntry& e) {
+    return imageOf(&e.block, 156, {e.id, e.matchCount, e.log, e.monitor});
+}
 bytes entryImage(const acl6Entry& e) {
-    bytes b(184);  // 140, padded
-    std::memcpy(&b[8], &e.block, 108);
-    put32(b, 116, e.log);
-    put32(b, 120, e.monitor);
-    put32(b, 124, e.id);
-    put32(b, 128, e.matchCount);
-    return b;
+    return imageOf(&e.block, 108, {e.log, e.monitor, e.id, e.matchCount});
 }
 
 template <class Entry>
 bytes copyBytes(const target& to, uint32_t id, const aclList& list,
                 const std::deque<Entry>& entries, size_t first, uint32_t n) {
-    bytes b(860);
+    bytes b = messageBytes(id, 0, 0, {}, to.address, to.service);
+    b.resize(124);
+    b.resize(860);
     put32(b, 8, 860 + 184 * n);
-    put32(b, 12, id);
-    put32(b, 40, OWN_CARD);
-    put32(b, 44, 7810);
-    put32(b, 52, to.address);
-    put32(b, 56, to.service);
+    put32(b, 32, 0);
     putText(b, 124 + 16, std::string(listNameView(list.name)));
     put32(b, 124 + 176, n);
     put32(b, 124 + 180, list.kind);

@@ -10,63 +10,6 @@ static bool anyHas(const texts& rows, const std::string& part) {
     return false;
 }
 
-TEST_F(Queues, EachIsMadeOnceToItsTaskOrReported) {
-    uint32_t attempts = 0;
-    auto ipm = [&](uint32_t service) {
-        auto m = message(14406);
-        reinterpret_cast<ipcHdr*>(m.data())->target.svce = service;
-        return aclIPMSwpQueueCreate(&attempts, m.data());
-    };
-    testHost.addresses[{18, 0}] = 0x7F010012;
-    testHost.addresses[{87, 2}] = 0x7F010057;
-    aclNodeRecord& n = *aclNode;
-    aclLinecard& card6 = aclLinecardInfo[6];
-    struct {
-        const char* name;
-        std::function<int()> create;
-        zekSwpHandle* handle;
-        uint32_t app, slot;
-    } const rows[] = {
-        {"ACL_AGENT", [] { return iAclSwpQueueCreate(6, 1); }, &card6.aclAgent, 62, 6},
-        {"MAC_AGENT", [] { return iAclSwpQueueCreate(6, 0); }, &card6.macAgent, 148, 6},
-        {"ACL0_AGENT", iAclToAcl0SwpQueueCreate, &n.acl0qHandle, 165, 0},
-        {"ACL2", iAclACL2SwpQueueCreate, &n.acl2qHandle, 166, 0},
-        {"SNMP", [&] { return aclSNMPSwpQueueCreate(&attempts); }, &n.aclSNMPqHandle, 18, 0},
-        {"IPM", [&] { return ipm(11137 + 8); }, &n.aclIPMqHandle[2], 87, 2},
-        {"SYSADMTSK", [&] { return aclSYSADMTSKSwpQueueCreate(&attempts); }, &n.aclSYSADMTSKqHandle,
-         33, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        testFail(TEST_QUEUE);
-        EXPECT_EQ(row.create(), -1);
-        EXPECT_EQ(*row.handle, ZEK_SWP_NONE);
-        EXPECT_TRUE(anyHas(
-            testTake(), std::string("syserr 0x50001 Unable to create SWP queue for ") + row.name));
-        testFailNothing();
-        EXPECT_EQ(row.create(), 0);
-        EXPECT_EQ(testHost.queues[*row.handle], (std::pair{row.app, row.slot}));
-        testTake();
-        zekSwpHandle before = *row.handle;
-        EXPECT_EQ(row.create(), 0);
-        EXPECT_EQ(*row.handle, before);
-        EXPECT_TRUE(testTake().empty());
-        EXPECT_EQ(attempts, 0u);
-    }
-    EXPECT_EQ(n.snmptargetcard, 0x7F010012u);
-    EXPECT_EQ(n.ipmtargetcard[2], 0x7F010057u);
-    EXPECT_EQ(n.ipmtargetcard[0], ADDRESS_UNKNOWN);
-    testFail(TEST_QUEUE);
-    EXPECT_EQ(ipm(11137), -1);
-    EXPECT_EQ(ipm(11137), -1);
-    EXPECT_EQ(attempts, 2u);
-    // Instances and slots that there are not.
-    EXPECT_EQ(ipm(11137 + 12), -1);
-    EXPECT_EQ(ipm(0xFFFFFFFF), -1);
-    EXPECT_EQ(iAclSwpQueueCreate(20, 1), -1);
-    EXPECT_EQ(iAclSwpQueueCreate(0xFFFFFFFF, 0), -1);
-}
-
 TEST_F(Queues, ADeadQueueIsResetBeforeTheNextMessage) {
     ipList made("edge", 18);
     zekSwpHandle queue = aclLinecardInfo[3].aclAgent;
