@@ -1,7 +1,9 @@
 // Messages in, answers out: every type, every code, and what is wrong with them.
 #include <algorithm>
+#include <map>
 #include <thread>
 
+#include "include/policyMsg.h"
 #include "tests/task/fixture.h"
 
 using Dispatch = TaskTest;
@@ -29,58 +31,33 @@ TEST_F(Dispatch, WhatIsTooShortLiesOrIsUnknownIsCountedAndNothingOfAnEarlierMess
 
 TEST_F(Dispatch, EveryTypeIsAnsweredAsItsSenderExpects) {
     enum answer { silent, exchanged, failed, inStatus, acknowledged };
-    struct {
-        uint32_t first, last;
-        answer expected;
-    } rows[] = {
-        {8, 8, silent},
-        {401, 402, silent},
-        {801, 801, silent},
-        {1110, 1111, failed},
-        {1112, 1113, acknowledged},
-        {2009, 2009, exchanged},
-        {2804, 2806, acknowledged},
-        {8402, 8402, failed},
-        {10873, 10874, acknowledged},
-        {10876, 10876, acknowledged},
-        {10878, 10878, acknowledged},
-        {10880, 10880, acknowledged},
-        {10896, 10896, acknowledged},
-        {14435, 14435, exchanged},
-        {14436, 14436, acknowledged},
-        {14469, 14472, inStatus},
-        {14474, 14474, acknowledged},
-        {14480, 14483, inStatus},
-        {14490, 14494, acknowledged},
-        {14495, 14495, silent},
-        {14502, 14502, acknowledged},
-        {14504, 14505, failed},
-        {14517, 14518, exchanged},
-        {20417, 20417, failed},
-    };
+    const std::map<answer, std::vector<uint32_t>> types = {
+        {silent, {8, 401, 402, 801, 14495}},
+        {exchanged, {2009, 14435, 14517, 14518}},
+        {failed, {1110, 1111, 8402, 14504, 14505, 20417}},
+        {inStatus, {14469, 14470, 14471, 14472, 14480, 14481, 14482, 14483}},
+        {acknowledged,
+         {1112, 1113, 2804, 2805, 2806, 10873, 10874, 10876, 10878, 10880, 10896, 14436, 14474,
+          14490, 14491, 14492, 14493, 14494, 14502}}};
     uint32_t session = 77;
-    for (const auto& row : rows) {
-        for (uint32_t type = row.first; type <= row.last; type++) {
+    for (const auto& [expected, ofIt] : types)
+        for (uint32_t type : ofIt) {
             SCOPED_TRACE(type);
             auto bytes = message(type, 300);
             reinterpret_cast<ipcHdr*>(bytes.data())->session = ++session;
             reinterpret_cast<ipcHdr*>(bytes.data())->swpSeq = 1;
             auto sent = deliver(bytes);
-            EXPECT_EQ(said("swpanswer 1"), row.expected == acknowledged);
-            if (row.expected == silent || row.expected == acknowledged) {
-                EXPECT_TRUE(sent.empty());
-                continue;
-            }
-            ASSERT_EQ(sent.size(), 1u);
+            EXPECT_EQ(said("swpanswer 1"), expected == acknowledged);
+            ASSERT_EQ(sent.size(), expected == silent || expected == acknowledged ? 0u : 1u);
+            if (sent.empty()) continue;
             const auto* hdr = reinterpret_cast<const ipcHdr*>(sent[0].data());
             EXPECT_EQ(sent[0].size(), 300u);
             EXPECT_EQ(uint32_t{hdr->source.svce}, CLIENT_SERVICE);
             EXPECT_EQ(uint32_t{hdr->source.slot}, 3u);
             EXPECT_EQ(uint32_t{hdr->target.svce}, 7809u);
-            EXPECT_EQ(uint32_t{hdr->result}, row.expected == failed ? ACL_E_SYSTEM : 0u);
-            EXPECT_EQ(uint32_t{hdr->status}, row.expected == inStatus ? ACL_E_PREFIX_NOLIST : 0u);
+            EXPECT_EQ(uint32_t{hdr->result}, expected == failed ? ACL_E_SYSTEM : 0u);
+            EXPECT_EQ(uint32_t{hdr->status}, expected == inStatus ? ACL_E_PREFIX_NOLIST : 0u);
         }
-    }
 }
 
 TEST_F(Dispatch, ARepeatedMessageIsAcknowledgedAgainButHandledOnce) {
@@ -174,13 +151,12 @@ TEST_F(Dispatch, NamesThatNoLineCanShowAreRefused) {
 
 TEST_F(Dispatch, AnEntryIsAddedShownAndDeletedByMessages) {
     auto create = cli(CLI_IP_LIST_CREATE, "A", sizeof(cliListReq));
-    reinterpret_cast<cliListReq*>(create.data())->kind = IP_KIND_STANDARD;
-    EXPECT_EQ(ask(create), ACL_OK);
-    reinterpret_cast<cliListReq*>(create.data())->kind = IP_KIND_EXTENDED;
-    EXPECT_EQ(ask(create), ACL_E_IS_STANDARD);
-    reinterpret_cast<cliListReq*>(create.data())->kind = 9;
-    EXPECT_EQ(ask(create), ACL_E_SYSTEM);
-
+    for (auto [kind, result] : {std::pair{uint32_t{IP_KIND_STANDARD}, uint32_t{ACL_OK}},
+                                {IP_KIND_EXTENDED, ACL_E_IS_STANDARD},
+                                {9, ACL_E_SYSTEM}}) {
+        reinterpret_cast<cliListReq*>(create.data())->kind = kind;
+        EXPECT_EQ(ask(create), result);
+    }
     auto add = cli(CLI_IP_ENTRY_ADD, "A", sizeof(cliIpEntryReq));
     reinterpret_cast<cliIpEntryReq*>(add.data())->block = standardBlock(0x0A000001);
     reinterpret_cast<cliIpEntryReq*>(add.data())->log = 1;
@@ -215,54 +191,58 @@ TEST_F(Dispatch, AnEntryIsAddedShownAndDeletedByMessages) {
 }
 
 TEST_F(Dispatch, ARequestThatEndsBeforeItsRecordIsRefusedWhole) {
-    ipAccessListCreateExt(listNameMake("A"), IP_KIND_STANDARD, 0u, 0u);
-    auto whole = cli(CLI_IP_ENTRY_ADD, "A", sizeof(cliIpEntryReq));
-    reinterpret_cast<cliIpEntryReq*>(whole.data())->block = standardBlock(0x0A000001);
-    for (size_t size = 60; size < whole.size(); size++) {
-        auto cut = whole;
-        cut.resize(size);
-        reinterpret_cast<ipcHdr*>(cut.data())->length = static_cast<uint32_t>(size);
-        ASSERT_EQ(ask(cut), ACL_E_SYSTEM) << size;
+    const std::pair<uint32_t, size_t> requests[] = {{CLI_IP_ENTRY_ADD, sizeof(cliIpEntryReq)},
+                                                    {CLI_IP_BIND, sizeof(cliBindReq)},
+                                                    {CLI_ASPATH_ENTRY_ADD, sizeof(cliAspathReq)},
+                                                    {CLI_COMM_ENTRY_ADD, sizeof(cliCommReq)},
+                                                    {CLI_EXTCOMM_ENTRY_ADD, sizeof(cliExtCommReq)}};
+    for (auto [code, whole] : requests) {
+        const uint64_t before = aclCounters.truncated;
+        for (size_t size = whole - 1; size >= 60; size--) {
+            auto bytes = cli(code, "A", whole);
+            bytes.resize(size);
+            reinterpret_cast<ipcHdr*>(bytes.data())->length = static_cast<uint32_t>(size);
+            ASSERT_EQ(ask(bytes), ACL_E_SYSTEM) << code << " " << size;
+            if (size >= 76) {  // shorter ones have no code
+                ASSERT_EQ(aclCounters.truncated, before + whole - size);
+            }
+        }
     }
-    EXPECT_EQ(ipAccessListFind(listNameMake("A"))->count, 0);
-    EXPECT_EQ(ask(whole), ACL_OK);
+    EXPECT_TRUE(testCfgLines().empty());
+    EXPECT_EQ(ipAccessListFindFirst(), nullptr);
 }
 
 TEST_F(Dispatch, ShowsForOtherTasksAnswerInTheStatusWordAndLogWhatCannotBeSent) {
     ipAccessListCreateExt(listNameMake("A"), IP_KIND_EXTENDED, 0u, 0u);
     uint64_t before = zekMemHeapStats().blocks;
+    const std::string back = "syserr 0x50002 Error in sending Show IP ACL ";
     struct {
         uint32_t type;
         const char* name;
-        bool sendFails;
         uint32_t status;
-        const char* logged;
+        std::string logged;
     } rows[] = {
-        {14466, "A", false, ACL_OK, nullptr},
-        {14466, "B", false, ACL_E_NOLIST, nullptr},
-        {14466, "A", true, 0, "Error in sending Show IP ACL back to CLI\n"},
-        {14466, "B", true, 0, "Error in sending Show IP ACL back to CLI\n"},
-        {14467, "", false, ACL_OK, nullptr},
-        {14467, "A", false, ACL_E_NOLIST, nullptr},
-        {14467, "", true, 0, "Error in sending Show IP ACL All back toCLI\n"},
-        {14467, "A", true, 0, "Error in sending Show IP ACL All backto CLI\n"},
+        {14466, "A", ACL_OK, back + "back to CLI\n"},
+        {14466, "B", ACL_E_NOLIST, back + "back to CLI\n"},
+        {14467, "", ACL_OK, back + "All back toCLI\n"},
+        {14467, "A", ACL_E_NOLIST, back + "All backto CLI\n"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(row.type) + row.name + (row.sendFails ? " fails" : ""));
-        auto bytes = message(row.type, 208);
-        reinterpret_cast<showReplyHdr*>(bytes.data())->name = listNameMake(row.name);
-        reinterpret_cast<ipcHdr*>(bytes.data())->status = 99;  // cleared on receipt
-        if (row.sendFails) testFail(TEST_SEND, 1, 1);
-        auto sent = deliver(bytes);
-        testFailNothing();
-        if (row.logged != nullptr) {
-            EXPECT_TRUE(said(std::string("syserr 0x50002 ") + row.logged));
-        } else {
-            ASSERT_EQ(sent.size(), 1u);
-            EXPECT_EQ(uint32_t{reinterpret_cast<ipcHdr*>(sent[0].data())->status}, row.status);
+    for (const auto& row : rows)
+        for (bool fails : {false, true}) {
+            SCOPED_TRACE(std::to_string(row.type) + row.name + (fails ? " fails" : ""));
+            auto bytes = message(row.type, 208);
+            reinterpret_cast<showReplyHdr*>(bytes.data())->name = listNameMake(row.name);
+            reinterpret_cast<ipcHdr*>(bytes.data())->status = 99;  // cleared on receipt
+            if (fails) testFail(TEST_SEND, 1, 1);
+            auto sent = deliver(bytes);
+            testFailNothing();
+            EXPECT_EQ(said(row.logged), fails);
+            if (!fails) {
+                ASSERT_EQ(sent.size(), 1u);
+                EXPECT_EQ(reinterpret_cast<ipcHdr*>(sent[0].data())->status, row.status);
+            }
+            EXPECT_EQ(zekMemHeapStats().blocks, before);  // the buffer is freed in every case
         }
-        EXPECT_EQ(zekMemHeapStats().blocks, before);  // the buffer is freed in every case
-    }
 }
 
 TEST_F(Dispatch, TheMaskDisplayModeAnswersThenRewritesEveryLine) {

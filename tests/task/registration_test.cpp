@@ -27,11 +27,10 @@ TEST_F(Registration, TheInterfaceManagersAnswerMustBeToThisRequest) {
     };
     EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), -1);
     ASSERT_EQ(request.size(), 1436u);
-    const auto* hdr = reinterpret_cast<const ipcHdr*>(request.data());
-    uint32_t first = hdr->sequence;
-    EXPECT_EQ(uint32_t{hdr->mtype}, 10802u);
-    EXPECT_EQ(uint32_t{hdr->target.svce}, 7810u);
-    EXPECT_EQ(uint32_t{hdr->source.svce}, (142u << 7) + 1);
+    const uint32_t first = msgWord(request.data(), 32);
+    EXPECT_EQ(msgWord(request.data(), 12), 10802u);
+    EXPECT_EQ(msgWord(request.data(), 44), 7810u);
+    EXPECT_EQ(msgWord(request.data(), 56), (142u << 7) + 1);
     EXPECT_EQ(request[60], 0xFF);
     EXPECT_EQ(request[64], 0);
 
@@ -42,7 +41,7 @@ TEST_F(Registration, TheInterfaceManagersAnswerMustBeToThisRequest) {
         testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes));
     };
     EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), 0);
-    EXPECT_EQ(uint32_t{reinterpret_cast<const ipcHdr*>(request.data())->sequence}, first + 1);
+    EXPECT_EQ(msgWord(request.data(), 32), first + 1);
 
     testHost.addresses.erase({APP_IFM, 0});
     EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), -1);
@@ -85,10 +84,7 @@ TEST_F(Registration, TheLoopServesTimerRequestPipeInOrderAndTheResponseQueueNeve
     testHost.inbox[TEST_TIMERS].push_back(message(MT_SWP_TIMEOUT));
     testHost.pipeReadable = true;
     aclLoopOnce(aclNode, 1, received);
-    auto done = testTake();
-    ASSERT_EQ(done.size(), 2u);
-    EXPECT_EQ(done[0], "swptimeout");
-    EXPECT_EQ(done[1], "swpack");
+    EXPECT_EQ(testTake(), (std::vector<std::string>{"swptimeout", "swpack"}));
     EXPECT_FALSE(testHost.pipeReadable);
     EXPECT_EQ(testHost.inbox[TEST_RESPONSES].size(), 1u);
     EXPECT_EQ(aclCounters.swp_ack, 1u);
@@ -118,17 +114,10 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     EXPECT_EQ(logged,
               (std::vector<std::string>{"syserr 0x50012 failed", "syserr 0x50012 succeeded"}));
 
-    testFail(TEST_SEND, 1, 2);
-    EXPECT_EQ(aclRegisterWithPeer(0), -1);
-    EXPECT_EQ(testTake().back(), "syserr 0x50012 failed");
-    EXPECT_EQ(aclRegisterWithPeer(1), -1);
-    EXPECT_EQ(testTake().size(), 1u);  // the first attempt alone is logged
-    EXPECT_EQ(aclRegisterWithPeer(2), 0);
     EXPECT_EQ(aclNode->peerRegistered, 0);  // until the secondary answers
 
     aclLinecardInfo[2].isUp = 1;
     aclLinecardInfo[2].type = 7;
-    testTakeRows();
     EXPECT_EQ(aclSendUpdateToPeer(2), 0);
     auto sent = testTakeRows();
     ASSERT_EQ(sent.size(), 1u);

@@ -119,83 +119,57 @@ struct RestartTest : TaskTest {
         });
     }
     bytes make() {
-        switch (below(34)) {
-            case 0:
-            case 1:
-                return request<cliListReq>(1000, [&](cliListReq& r) { r.kind = 1 + below(2); });
-            case 2:
-            case 3:
-            case 4:
-            case 5:
-                return ipEntry(1002);
-            case 6:
-                return request<cliListReq>(1005,
-                                           [&](cliListReq& r) { r.kind = below(3) ? 0 : value(); });
-            case 7:
-            case 8:
-                return ipEntry(1007);
-            case 9:
-                return request<cliHdr>(1040 + below(2));
-            case 10:
-            case 11:
-                return binding();
-            case 12:
-                return request<cliHdr>(std::array{1010u, 1014u, 1016u}[below(3)]);
-            case 13:
-            case 14:
-                return request<cliAspathReq>(1011, [&](cliAspathReq& r) {
-                    r.action = value();
-                    r.option = value();
-                    expression().copy(r.text, sizeof r.text);
-                });
-            case 15:
-            case 16:
-                return request<cliCommReq>(1015, [&](cliCommReq& r) {
-                    scatter(&r.entry, 104, 2 + below(12));
-                    r.entry.kind = 1 + below(2);
-                    r.entry.count = below(11);
-                    expression().copy(r.entry.text, 200);
-                });
-            case 17:
-            case 18:
-                return request<cliExtCommReq>(1017, [&](cliExtCommReq& r) {
-                    r.entry.action = value();
-                    r.entry.kind = 1 + below(2);
-                    r.entry.body.selector = 2 + below(2);
-                    r.entry.body.count = below(31);
-                    if (r.entry.kind == COMM_REGEXP)
-                        expression().copy(r.entry.body.text, 200);
-                    else
-                        scatter(r.entry.body.values, sizeof r.entry.body.values, 4);
-                });
-            case 19:
-            case 20:
-                return request<cliRmapReq>(1021, [&](cliRmapReq& r) {
-                    r.action = below(2);
-                    r.seq = below(3) == 0 ? RMAP_SEQ_NOT_GIVEN : 10 * (1 + below(3));
-                });
-            case 21:
-            case 22:
-            case 23:
-            case 24:
-            case 25:
-                return clause(std::array{1025u, 1161u, 1022u, 1188u}[below(4)]);
-            case 26:
-                return request<cliHdr>(below(2) == 0 ? 1042 : 1147);
-            case 27:
-            case 28:
-                return below(2) == 0 ? prefix<cliPrefix4Req>(1044) : prefix<cliPrefix6Req>(1149);
-            case 29:
-                return request<cliPrefixReseqReq>(1185, [&](cliPrefixReseqReq& r) {
-                    r.start = 1 + below(9);
-                    r.step = 1 + below(9);
-                    r.family = 1 + below(2);
-                });
-            case 30:
-                return message(14517 + below(2));
-            default:
-                return takeBack();
-        }
+        const uint32_t n = below(34);
+        if (n < 2) return request<cliListReq>(1000, [&](cliListReq& r) { r.kind = 1 + below(2); });
+        if (n < 6) return ipEntry(1002);
+        if (n < 7)
+            return request<cliListReq>(1005,
+                                       [&](cliListReq& r) { r.kind = below(3) ? 0 : value(); });
+        if (n < 9) return ipEntry(1007);
+        if (n < 10) return request<cliHdr>(1040 + below(2));
+        if (n < 12) return binding();
+        if (n < 13) return request<cliHdr>(std::array{1010u, 1014u, 1016u}[below(3)]);
+        if (n < 15)
+            return request<cliAspathReq>(1011, [&](cliAspathReq& r) {
+                r.action = value();
+                r.option = value();
+                expression().copy(r.text, sizeof r.text);
+            });
+        if (n < 17)
+            return request<cliCommReq>(1015, [&](cliCommReq& r) {
+                scatter(&r.entry, 104, 2 + below(12));
+                r.entry.kind = 1 + below(2);
+                r.entry.count = below(11);
+                expression().copy(r.entry.text, 200);
+            });
+        if (n < 19)
+            return request<cliExtCommReq>(1017, [&](cliExtCommReq& r) {
+                r.entry.action = value();
+                r.entry.kind = 1 + below(2);
+                r.entry.body.selector = 2 + below(2);
+                r.entry.body.count = below(31);
+                if (r.entry.kind == COMM_REGEXP)
+                    expression().copy(r.entry.body.text, 200);
+                else
+                    scatter(r.entry.body.values, sizeof r.entry.body.values, 4);
+            });
+        if (n < 21)
+            return request<cliRmapReq>(1021, [&](cliRmapReq& r) {
+                r.action = below(2);
+                r.seq = below(3) == 0 ? RMAP_SEQ_NOT_GIVEN : 10 * (1 + below(3));
+            });
+        if (n < 26) return clause(std::array{1025u, 1161u, 1022u, 1188u}[below(4)]);
+        if (n < 27) return request<cliHdr>(below(2) == 0 ? 1042 : 1147);
+        if (n < 29)
+            return below(2) == 0 ? prefix<cliPrefix4Req>(1044) : prefix<cliPrefix6Req>(1149);
+        if (n < 30)
+            return request<cliPrefixReseqReq>(1185, [&](cliPrefixReseqReq& r) {
+                r.start = 1 + below(9);
+                r.step = 1 + below(9);
+                r.family = 1 + below(2);
+            });
+        if (n < 31) return message(14517 + below(2));
+        return takeBack();
     }
     // The removal of something that was asked for, or of a whole list.
     bytes takeBack() {
