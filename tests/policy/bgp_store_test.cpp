@@ -84,6 +84,8 @@ TEST_F(BgpLists, RefusalsSayWhyAndLeaveNoTrace) {
         EXPECT_EQ(k.create(listName{}, 0, &status), nullptr);
         for (uint32_t refused : {status, k.add(B, 0), k.del(B, 0), k.remove(B)})
             EXPECT_EQ(refused, k.noList);
+        for (uint32_t refused : {k.noList, k.exists, k.noEntry})
+            EXPECT_NE(aclStatusFind(refused), nullptr);
         EXPECT_EQ(k.add(A, 0), k.exists);
         EXPECT_EQ(k.del(A, 1), k.noEntry);
         EXPECT_EQ(testTake(), rows{});

@@ -13,44 +13,51 @@ struct clientKind {
     int (*del)(uint32_t task, uint32_t instance, pairs given);
     policyList* (*find)();
     std::vector<uint32_t> pairTasks;
-    rows noMemory;  // what is said
+    std::string noList;  // what is said when there is no memory for it
+    rows noClient;
 };
-const std::string PREFIX_ERROR =
-    "Error: Unable to allocate memory for Acl A client Task id 80, instance 0\n";
+template <uint32_t AF>
+clientKind prefixKind(const char* name, const char* title) {
+    const std::string text =
+        "Error: Unable to allocate memory for Acl A client Task id 80, instance 0\n";
+    return {name,
+            [](uint32_t t, uint32_t i, pairs p) { return prefixAddTaskClient(t, i, A, p, 9, AF); },
+            [](uint32_t t, uint32_t i, pairs p) { return prefixDelTaskClient(t, i, A, p, AF); },
+            [] { return static_cast<policyList*>(ipPrefixListFind(A, AF)); },
+            {APP_BGP, APP_LDP},
+            std::string("syserr 0x5000c Error: Unable to create ") + title +
+                " Prefix list A in prefixAddTaskClient\n",
+            {"syserr 0x5000c " + text, "log " + text}};
+}
+std::string bgpError(const std::string& what) {
+    return "syserr 0x5000c Error: Unable to " + what + "client Task Id 80 Instance 0\n";
+}
+const std::string MAP_ERROR =
+    "syserr 0x50004 Error: Unable to allocate memory for Rmap A client Task id 80, instance 0\n";
 const clientKind kinds[] = {
-    {"prefix",
-     [](uint32_t t, uint32_t i, pairs p) { return prefixAddTaskClient(t, i, A, p, 9, AF_IPV4); },
-     [](uint32_t t, uint32_t i, pairs p) { return prefixDelTaskClient(t, i, A, p, AF_IPV4); },
-     [] { return static_cast<policyList*>(ipPrefixListFind(A, AF_IPV4)); },
-     {APP_BGP, APP_LDP},
-     {"syserr 0x5000c " + PREFIX_ERROR, "log " + PREFIX_ERROR}},
-    {"prefix6",
-     [](uint32_t t, uint32_t i, pairs p) { return prefixAddTaskClient(t, i, A, p, 9, AF_IPV6); },
-     [](uint32_t t, uint32_t i, pairs p) { return prefixDelTaskClient(t, i, A, p, AF_IPV6); },
-     [] { return static_cast<policyList*>(ipPrefixListFind(A, AF_IPV6)); },
-     {APP_BGP, APP_LDP},
-     {"syserr 0x5000c " + PREFIX_ERROR, "log " + PREFIX_ERROR}},
+    prefixKind<AF_IPV4>("prefix", "Ip"),
+    prefixKind<AF_IPV6>("prefix6", "Ipv6"),
     {"paths",
      [](uint32_t t, uint32_t i, pairs p) { return aspAddTaskClient(t, i, A, 9, p); },
      [](uint32_t t, uint32_t i, pairs p) { return aspDelTaskClient(t, i, A, p); },
      [] { return static_cast<policyList*>(bgpASPAccessListFind(A)); },
      {APP_BGP, APP_LDP},
-     {"syserr 0x5000c Error: Unable to allocate memory for AS-path list A client Task Id 80 "
-      "Instance 0\n"}},
+     bgpError("create AS-path list A for "),
+     {bgpError("allocate memory for AS-path list A ")}},
     {"communities",
      [](uint32_t t, uint32_t i, pairs) { return commAddTaskClient(t, i, A, 9); },
      [](uint32_t t, uint32_t i, pairs) { return commDelTaskClient(t, i, A); },
      [] { return static_cast<policyList*>(bgpCommAccessListFind(A)); },
      {},
-     {"syserr 0x5000c Error: Unable to allocate memory for Community list A client Task Id 80 "
-      "Instance 0\n"}},
+     bgpError("create Community list A for "),
+     {bgpError("allocate memory for Community list A ")}},
     {"map",
      [](uint32_t t, uint32_t i, pairs p) { return rmapAddTaskClient(t, i, A, p, 9); },
      [](uint32_t t, uint32_t i, pairs p) { return rmapDelTaskClient(t, i, A, p); },
      [] { return static_cast<policyList*>(ipRmapListFind(A)); },
      {APP_BGP, APP_RTM},
-     {"syserr 0x50004 Error: Unable to allocate memory for Rmap A client Task id 80, instance "
-      "0\n"}},
+     MAP_ERROR,
+     {MAP_ERROR}},
 };
 
 // A task registers once, or where the kind has pairs once for each pair; a list without any client
@@ -76,12 +83,16 @@ TEST_F(PolicyTest, TasksRegisterOnceOrForEachPair) {
             EXPECT_EQ(k.del(task, 3, two), 0) << "the last pair, or no such list";
             EXPECT_EQ(k.find(), nullptr);
         }
-        ASSERT_EQ(k.add(APP_OSPF, 0, {}), 0);
+        testFail(TEST_BLOCK);
         testTake();
+        EXPECT_EQ(k.add(APP_RTM, 0, {}), -1);
+        EXPECT_EQ(testTake().back(), k.noList);
+        testFailNothing();
+        ASSERT_EQ(k.add(APP_OSPF, 0, {}), 0);
         testFail(TEST_BLOCK);
         EXPECT_EQ(k.add(APP_RTM, 0, {}), -1);
         testFailNothing();
-        EXPECT_EQ(testTake(), k.noMemory);
+        EXPECT_EQ(testTake(), k.noClient);
         EXPECT_EQ(k.del(APP_OSPF, 0, {}), 0);
     }
 }
@@ -109,6 +120,9 @@ TEST_F(PrefixTest, ClientsKeepAPlaceholder) {
         ASSERT_EQ(gone.size(), 3u);  // a trigger for the entry; the block out of the configuration
         EXPECT_EQ(gone[0], "swp 1 14468 length 292");
     }
+    EXPECT_EQ(prefixDelRmapClient({MATCH, 8, nullptr}, M, A, AF_IPV4), -1);
+    EXPECT_EQ(testTake(),
+              rows{"syserr 0x50004 Error: Ip Prefix List A does not have client Routemap M\n"});
     // A trigger that cannot be sent is in the event log, and the change stands.
     const bgpList* paths = bgpASPAccessListCreate(A, 0, &status);
     ASSERT_EQ(aspAddTaskClient(APP_RTM, 0, A, 0, {}), 0);
@@ -194,6 +208,7 @@ TEST_F(PolicyTest, WithoutMemoryARequestLeavesNoTrace) {
                     EXPECT_EQ(r.undo(), 0u);
                 } else {
                     EXPECT_TRUE(r.refused.contains(refused)) << refused;
+                    EXPECT_NE(aclStatusFind(refused), nullptr);
                     for (const std::string& row : testTake())
                         EXPECT_TRUE(row.starts_with("syserr ")) << row;
                 }
