@@ -124,7 +124,6 @@ TEST_F(Binding, APortFromTheFirstListToTheLast) {
     EXPECT_EQ(remove("A", PORT2), ACL_E_NOINTF);
     EXPECT_EQ(remove("C", PORT), ACL_E_NOLIST);
     EXPECT_EQ(AclIntfTreeFind(PORT)->direction, 0u);
-    EXPECT_EQ(find("A")->bindings, nullptr);
 }
 
 TEST_F(Binding, AListThatIsOnlyBoundComesAndGoesWithItsBindings) {
@@ -303,14 +302,14 @@ TEST_F(Binding, GeneratedListsAreNeverWrittenAndKeepToThemselvesInward) {
 
 TEST_F(Binding, TheLineIsWrittenWhenAskedForOrWhenTheInterfaceIsKnown) {
     create("A");
-    EXPECT_EQ(applyWith("A", PORT, 0, 1, 0, 0, nullptr), 0u);
-    EXPECT_EQ(testTake(), rows{"agent list 14409 A if 0x4040000 pipe 4 option 0 n 0 block 1"});
-    EXPECT_EQ(applyWith("A", PORT, 0, 2, 0, 0, nullptr), 0u);  // the block has changed
-    rows told = testTake();
+    auto quietly = [&](uint8_t mark) {
+        return effects([&] { EXPECT_EQ(applyWith("A", PORT, 0, mark, 0, 0, nullptr), 0u); });
+    };
+    EXPECT_EQ(quietly(1), rows{"agent list 14409 A if 0x4040000 pipe 4 option 0 n 0 block 1"});
+    rows told = quietly(2);  // the block has changed
     ASSERT_EQ(told.size(), 7u);
-    EXPECT_EQ(told[0], "cfg exact 72/145 if 0x4040000 in A absent");
-    EXPECT_EQ(told[1], HEAD[0]);
-    EXPECT_EQ(told[2], HEAD[1]);
+    told.resize(3);
+    EXPECT_EQ(told, (rows{"cfg exact 72/145 if 0x4040000 in A absent", HEAD[0], HEAD[1]}));
     // A line that the field cannot hold is a comment; the place does not depend on its text.
     const std::string name(140, 'n'), vlans(256, '4');
     EXPECT_EQ(applyWith(name.c_str(), PORT, 1, 1, 1, 1, vlans.c_str()), 0u);
