@@ -9,31 +9,26 @@ const listName A = listNameMake("A");
 class Show : public IpAcl {
   protected:
     struct answer {
-        uint32_t status, size;
-        std::string text, name;
-        uint32_t marker;
+        uint32_t status, size = 0;
+        std::string text = {}, name = {};
+        uint32_t marker = 0;
     };
-    static answer take(uint32_t status, void* buffer, uint32_t size) {
-        answer a{status, size, {}, {}, 0};
-        if (buffer == nullptr) return a;
-        const auto* header = static_cast<const showReplyHdr*>(buffer);
-        a.marker = header->marker;
-        a.name = listNameView(header->name);
-        const char* text = static_cast<const char*>(buffer) + SHOW_TEXT_OFFSET;
-        a.text = text;
-        // Nothing but the marker, the name and the text: no bytes of other memory leave.
-        for (size_t i = SHOW_TEXT_OFFSET + a.text.size(); i < size; i++)
-            EXPECT_EQ(static_cast<const char*>(buffer)[i], 0);
-        for (size_t i = 0; i < sizeof(ipcHdr); i++)
-            EXPECT_EQ(static_cast<const char*>(buffer)[i], 0);
-        zekMC_M_sysFree(buffer);
-        return a;
-    }
     static answer show(const listName& name, decltype(aclShowIpAcl)* call = aclShowIpAcl) {
         void* buffer = nullptr;
-        uint32_t size = 0;
-        uint32_t status = call(name, &buffer, &size);
-        return take(status, buffer, size);
+        answer a{.status = 0};
+        a.status = call(name, &buffer, &a.size);
+        if (buffer == nullptr) return a;
+        const auto* header = static_cast<const showReplyHdr*>(buffer);
+        const char* bytes = static_cast<const char*>(buffer);
+        a.marker = header->marker;
+        a.name = listNameView(header->name);
+        a.text = bytes + SHOW_TEXT_OFFSET;
+        // Nothing but the marker, the name and the text: no bytes of other memory leave.
+        auto isZero = [](char c) { return c == 0; };
+        EXPECT_TRUE(std::all_of(bytes, bytes + sizeof(ipcHdr), isZero));
+        EXPECT_TRUE(std::all_of(bytes + SHOW_TEXT_OFFSET + a.text.size(), bytes + a.size, isZero));
+        zekMC_M_sysFree(buffer);
+        return a;
     }
     static answer showAfter(const char* cursor) {
         return show(listNameMake(cursor), aclShowIpAclAll);
