@@ -4,7 +4,6 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <map>
 #include <random>
 #include <set>
 
@@ -47,7 +46,6 @@ struct network {
     std::vector<bytes> data;
     std::vector<ipcHdr> answers;
     std::vector<uint32_t> delivered;  // ids, of the receiver's present life
-    std::map<uint32_t, int> verdicts;
 
     explicit network(uint32_t window = 10, uint32_t repeats = 5) {
         queue.window = window;
@@ -80,7 +78,6 @@ struct network {
         bytes m = data[at];
         ipcHdr* hdr = headerOf(m);
         int verdict = swpReceive(&seen, hdr->session, hdr->swpSeq);
-        verdicts[static_cast<uint32_t>(verdict)]++;
         if (verdict == ZEK_SWP_IN_ORDER) delivered.push_back(hdr->sequence);
         if (verdict == ZEK_SWP_IN_ORDER || verdict == ZEK_SWP_SEEN)
             answers.push_back(swpAnswerTo(*hdr));
