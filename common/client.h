@@ -8,6 +8,7 @@
 #include <span>
 
 #include "include/listName.h"
+#include "include/routeMapNames.h"
 
 enum clientKind : uint32_t { CLIENT_ROUTE_MAP = 1, CLIENT_TASK = 2 };
 
@@ -73,13 +74,6 @@ bool aclClientHasAddress(uint32_t application, uint32_t instance);
 // Every store counts the clauses, access lists as well: each add raises the client's count, each
 // del lowers it, and the client goes with the last one. Without the count, the first of two clauses
 // to go would take from the other the list that it points at.
-enum rmapClass : uint16_t {
-    RTMAP_MS_MATCH = 1,
-    RTMAP_MS_V6_MATCH = 2,
-    RTMAP_MS_SET = 3,
-    RTMAP_MS_V6_SET = 4,
-    RTMAP_CONTINUE = 122,
-};
 struct rmapMatch {
     uint16_t cls;     // rmapClass
     uint32_t code;    // of the clause

@@ -16,11 +16,6 @@
 
 struct matchNode;  // match/matchIndex.h
 
-constexpr size_t BINDING_BLOCK_LEN = 520;
-struct bindingBlock {
-    uint8_t b[BINDING_BLOCK_LEN];  // what an agent needs beside the list; opaque to the manager
-};
-
 struct aclEntry {
     aclEntry* next;
     aclEntry* prev;

@@ -4,11 +4,48 @@
 // is split; every chunk repeats the list header, and all but the last say that more follows.
 #pragma once
 
-#include "common/list.h"
-#include "common/macList.h"
 #include "include/entry.h"
 #include "include/ipc.h"
 #include "include/listName.h"
+
+// What a download is: lists and entries by kind and direction.
+enum agentMsgId : uint32_t {
+    MT_LINECARD_INFO = 14408,  // to the MAC manager
+    MT_ACL_ADDLIST = 14409,
+    MT_ACL_ADDENT = 14410,
+    MT_ACL_DELENT = 14411,
+    MT_ACL_DELLIST = 14412,
+    MT_ACL_SYS_ADDLIST = 14413,
+    MT_ACL_SYS_ADDENT = 14414,
+    MT_ACL_SYS_DEL = 14415,  // an entry, or, header only, a list
+    MT_ACL_EGR_ADDLIST = 14416,
+    MT_ACL_EGR_ADDENT = 14417,
+    MT_ACL_EGR_DELENT = 14418,
+    MT_ACL_EGR_DELLIST = 14419,
+    MT_DOS_ADDLIST = 14420,
+    MT_DOS_ADDENT = 14421,
+    MT_DOS_DELLIST = 14422,
+    MT_DOS_DELENT = 14423,
+    MT_L2ACL_ADDLIST = 14484,
+    MT_L2ACL_ADDENT = 14485,
+    MT_L2ACL_DELLIST = 14486,
+    MT_L2ACL_DELENT = 14487,
+    MT_L2ACL_EGR_ADDLIST = 14496,
+    MT_L2ACL_EGR_ADDENT = 14497,
+    MT_L2ACL_EGR_DELLIST = 14498,
+    MT_L2ACL_EGR_DELENT = 14499,
+    MT_ACL_V6_SYS_ADDLIST = 14530,
+    MT_ACL_V6_SYS_ADDENT = 14531,
+    MT_ACL_V6_SYS_DEL = 14532,  // as MT_ACL_SYS_DEL
+    MT_ACL_V6_ADDLIST = 14533,
+    MT_ACL_V6_ADDENT = 14534,
+    MT_ACL_V6_DELENT = 14535,
+    MT_ACL_V6_DELLIST = 14536,
+    MT_ACL_V6_EGR_ADDLIST = 14537,
+    MT_ACL_V6_EGR_ADDENT = 14538,
+    MT_ACL_V6_EGR_DELENT = 14539,
+    MT_ACL_V6_EGR_DELLIST = 14540,
+};
 
 // The 132-byte header of a download: the IPC header, padded, and two words of its own.
 struct agentHdr {

@@ -1,3 +1,5 @@
+// What both ends of a message know of a list: the blocks of its entries and of its bindings.
+//
 // The 156-byte IPv4 entry block: the form in which requests hand an entry to the store and in
 // which the store keeps it. Big-endian, fixed offsets.
 #pragma once
@@ -145,3 +147,30 @@ WIRE_AT(ip6EntryBlock, counterOptions, 80);
 WIRE_AT(ip6EntryBlock, seq, 84);
 WIRE_AT(ip6EntryBlock, dstOperator, 92);
 WIRE_AT(ip6EntryBlock, tcpFlags, 104);
+
+// The 56-byte MAC entry body: the form in which requests hand an entry to the store and in which
+// the agents receive it.
+struct macEntryBlock {
+    be32 action;     //  0  1 denies
+    be32 seq;        //  4
+    uint8_t src[6];  //  8  masks are wildcards: bits set are not compared
+    uint8_t srcMask[6];
+    uint8_t dst[6];  // 20
+    uint8_t dstMask[6];
+    be32 type;               // 32  1 standard, 2 extended
+    be32 encapsulation;      // 36
+    be32 etherTypeOperator;  // 40
+    be16 etherType;          // 44
+    uint8_t reserved46[6];
+    be32 order;  // 52
+};
+WIRE_SIZE(macEntryBlock, 56);
+WIRE_AT(macEntryBlock, dst, 20);
+WIRE_AT(macEntryBlock, etherType, 44);
+WIRE_AT(macEntryBlock, order, 52);
+
+// What an agent needs beside a list of what it is bound to; opaque to the manager.
+constexpr size_t BINDING_BLOCK_LEN = 520;
+struct bindingBlock {
+    uint8_t b[BINDING_BLOCK_LEN];
+};

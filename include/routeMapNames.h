@@ -4,7 +4,14 @@
 
 #include <cstdint>
 
-#include "common/client.h"
+// What a clause does.
+enum rmapClass : uint16_t {
+    RTMAP_MS_MATCH = 1,
+    RTMAP_MS_V6_MATCH = 2,
+    RTMAP_MS_SET = 3,
+    RTMAP_MS_V6_SET = 4,
+    RTMAP_CONTINUE = 122,
+};
 
 constexpr uint32_t RMAP_PERMIT = 0, RMAP_DENY = 1;  // an instance's action
 

@@ -62,10 +62,10 @@ struct copyType {
     enum { whole, added, removed, gone } what;
 };
 constexpr copyType copyTypes[] = {
-    {14409, false, copyType::whole},   {14410, false, copyType::added},
-    {14411, false, copyType::removed}, {14412, false, copyType::gone},
-    {14533, true, copyType::whole},    {14534, true, copyType::added},
-    {14535, true, copyType::removed},  {14536, true, copyType::gone},
+    {MT_ACL_ADDLIST, false, copyType::whole},    {MT_ACL_ADDENT, false, copyType::added},
+    {MT_ACL_DELENT, false, copyType::removed},   {MT_ACL_DELLIST, false, copyType::gone},
+    {MT_ACL_V6_ADDLIST, true, copyType::whole},  {MT_ACL_V6_ADDENT, true, copyType::added},
+    {MT_ACL_V6_DELENT, true, copyType::removed}, {MT_ACL_V6_DELLIST, true, copyType::gone},
 };
 
 // The entries that a copy message carries; false when it is not whole.

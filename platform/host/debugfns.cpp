@@ -8,9 +8,9 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "common/debug.h"
 #include "include/listNames.h"
 #include "include/status.h"
+#include "include/sysErr.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekSwp.h"
