@@ -30,7 +30,7 @@ struct clientTask {
 // Sends one trigger: the body (a list name, mostly) and the client's pairs, 92 to a message. Tasks
 // with a queue of their own (RTM, DSMGR, IGMP, PIM) get it there without a wait; any other one is
 // asked by IPC and has 10 s to answer each message, unless it has let its time pass before (see
-// task/clientWait.h).
+// common/clientWait.h).
 // 0: it went, or the client is suppressed; *status says how it was delivered: 0, the task's own
 // status word, or TRIGGER_NOT_SENT, TRIGGER_NO_REPLY. -1: it could not be built or addressed.
 constexpr uint32_t TRIGGER_NOT_SENT = 58802;

@@ -1,4 +1,4 @@
-// MAC access-list and entry records, as the manager keeps them (see include/list.h for what they
+// MAC access-list and entry records, as the manager keeps them (see common/list.h for what they
 // share with the IP lists).
 #pragma once
 

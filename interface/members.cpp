@@ -1,4 +1,4 @@
-// Interface records and the members of LAGs and VLANs: see include/interface.h.
+// Interface records and the members of LAGs and VLANs: see interface/interface.h.
 #include <algorithm>
 #include <new>
 

@@ -132,7 +132,7 @@ void aclServeListsBehind();
 void AclUpdateAclAgent(uint32_t slot);
 
 // --- clients (clients.cpp) -------------------------------------------------------------------
-// Tasks and route maps that use a list by name; the route maps' half is in include/client.h. A list
+// Tasks and route maps that use a list by name; the route maps' half is in common/client.h. A list
 // that does not exist is made as a placeholder, which goes with its last client. family: 1 = IPv4,
 // 2 = IPv6.
 

@@ -71,7 +71,7 @@ std::string aclExtCommToStr(const extCommValue& value);
 
 // kind 1: AS-path, 2: communities of both sorts. 0, or -1 when a send failed.
 int aspTrigger(const bgpList* list, uint32_t kind);
-// 0, or -1 with a system error. The route maps' half is in include/client.h.
+// 0, or -1 with a system error. The route maps' half is in common/client.h.
 int aspAddTaskClient(uint32_t application, uint32_t instance, const listName& name, uint32_t value,
                      std::span<const clientPairValue> pairs);
 int aspDelTaskClient(uint32_t application, uint32_t instance, const listName& name,
