@@ -12,7 +12,7 @@
 #include "common/clients.h"
 #include "match/zekPrefix.h"
 
-// --- lists and entries (prefixlist.cpp) ----------------------------------------------------------
+// --- lists and entries (list.cpp) ----------------------------------------------------------
 
 prefixList* ipPrefixListFindFirst(uint32_t af);
 // The list with the smallest name above this one, which need not be there.
@@ -47,7 +47,7 @@ int prefixAddTaskClient(uint32_t taskId, uint32_t instance, const listName& name
 int prefixDelTaskClient(uint32_t taskId, uint32_t instance, const listName& name,
                         std::span<const clientPairValue> pairs, uint32_t af);
 
-// --- shows (prefixshow.cpp) ----------------------------------------------------------------------
+// --- shows (show.cpp) ----------------------------------------------------------------------
 
 constexpr uint32_t PREFIX_SHOW_ENTRIES = 50;    // a page
 constexpr uint32_t PREFIX_SHOW_BUFFER = 16000;  // bytes; text from SHOW_TEXT_OFFSET on
@@ -67,7 +67,7 @@ uint32_t prefixShowIpListAll(const listName& cursor, void** buffer, uint32_t* si
 uint32_t prefixClearIpList(const listName& name, uint32_t af);
 uint32_t prefixClearIpListAll(uint32_t af);
 
-// --- configuration lines (prefixcfg.cpp) --------------------------------------------------------
+// --- configuration lines (cfg.cpp) --------------------------------------------------------
 
 void prefix_sent_to_cfg(const prefixList* list, uint32_t remove, uint32_t af);
 void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t af,
@@ -75,7 +75,7 @@ void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t 
 // The line of an entry in the mask mode that is set, as the configuration has it.
 std::string prefixEntryText(const prefixEntry* entry, uint32_t af);
 
-// --- the second ACL agent (prefixacl2.cpp) -------------------------------------------------------
+// --- the second ACL agent (acl2.cpp) -------------------------------------------------------
 
 // Queues every configured list of the family to it, as the requests that made them. Nothing
 // without such an agent. A read lock is enough.

@@ -11,7 +11,7 @@ inline int32_t rmapSeqOf(uint32_t word) {
     return static_cast<int32_t>(word);
 }
 
-// --- records (rmaprecord.cpp) --------------------------------------------------------------------
+// --- records (record.cpp) --------------------------------------------------------------------
 
 // An empty map in the tree, or null.
 rmapList* rmapMake(const listName& name, uint32_t placeholder);
@@ -36,26 +36,26 @@ struct rmapPayloadPlace {
 };
 rmapPayloadPlace rmapPayloadOf(uint32_t code);
 
-// --- instances (routemap.cpp) --------------------------------------------------------------------
+// --- instances (map.cpp) --------------------------------------------------------------------
 
 // The instance's header goes, and with it the lines of the instance: its clauses go too.
 uint32_t rmapInstanceDelete(rmapList* map, int32_t seq);
 
-// --- clauses (rmapentry.cpp) ---------------------------------------------------------------------
+// --- clauses (clause.cpp) ---------------------------------------------------------------------
 
 // As ipAddRmapEntry, on a map that may still be a placeholder.
 uint32_t rmapEntryAdd(rmapList* map, rmapClauseBlock* request);
 // Takes every registration and value from a record, without a word to clients or configuration.
 void rmapValuesRelease(const rmapList* map, rmapEntry* entry);
 
-// --- clients (rmapclient.cpp) --------------------------------------------------------------------
+// --- clients (clients.cpp) --------------------------------------------------------------------
 
 // Registers the map as a client of the list that the value names, in every store; the one that the
 // clause is about sets value->list. -1: one of them failed, and the map is registered with none.
 int rmapRegister(const rmapList* map, const rmapEntry* entry, rmapNameValue* value);
 void rmapDeregister(const rmapList* map, const rmapEntry* entry, rmapNameValue* value);
 
-// --- configuration (rmapcfg.cpp) -----------------------------------------------------------------
+// --- configuration (cfg.cpp) -----------------------------------------------------------------
 
 // The place of the line that is being restored, else null: its ids come back as they were, and the
 // clauses of an instance in the order of theirs.

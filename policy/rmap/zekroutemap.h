@@ -15,7 +15,7 @@
 #include "include/status.h"
 #include "match/zekBgp.h"
 
-// --- maps and instances (routemap.cpp) ---------------------------------------------------------
+// --- maps and instances (map.cpp) ---------------------------------------------------------
 
 // Tells the clients of a map that it has changed. 0, or -1 when a send failed. Null: nothing.
 int rmapTrigger(rmapList* map);
@@ -45,7 +45,7 @@ void ipDelRmapListComplete(rmapList* map);
 uint32_t ipDelRmapEntryAll(const listName& name, int32_t seq);
 uint32_t ipDelRmapEntryAllFin(const listName& name, int32_t seq);
 
-// --- clauses (rmapentry.cpp) -------------------------------------------------------------------
+// --- clauses (clause.cpp) -------------------------------------------------------------------
 
 // Adds or removes one value of a clause, a clause, or an instance's header. A seq of -1 becomes 10
 // in the request. An instance must be there before its clauses come (ACL_E_RMAP_NOENTRY), and they
@@ -57,7 +57,7 @@ uint32_t ipDelRmapEntry(const listName& name, rmapClauseBlock* request, uint32_t
 // the value index of the last record that all but the data matched.
 rmapEntry* ipRmapEntFind(const listName& name, rmapClauseBlock* request);
 
-// --- clients (rmapclient.cpp) ------------------------------------------------------------------
+// --- clients (clients.cpp) ------------------------------------------------------------------
 
 // 0 or -1. Pairs are kept for BGP and RTM.
 int rmapAddTaskClient(uint32_t application, uint32_t instance, const listName& name,
@@ -65,7 +65,7 @@ int rmapAddTaskClient(uint32_t application, uint32_t instance, const listName& n
 int rmapDelTaskClient(uint32_t application, uint32_t instance, const listName& name,
                       std::span<const clientPairValue> pairs);
 
-// --- texts (rmaptext.cpp) ----------------------------------------------------------------------
+// --- texts (text.cpp) ----------------------------------------------------------------------
 
 // "" for what the table does not hold; the first two then report a system error by class.
 const char* rtmap_code_to_str(uint32_t code, uint32_t cls);
@@ -84,7 +84,7 @@ void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue
 // "route-map NAME permit SEQ".
 std::string rmapInstanceText(const listName& name, uint32_t action, int32_t seq);
 
-// --- configuration (rmapcfg.cpp) ---------------------------------------------------------------
+// --- configuration (cfg.cpp) ---------------------------------------------------------------
 
 // 1 while ipRmapListCreate makes a map that the configuration does not have yet.
 extern uint32_t aclIsRmapFirstTime;
@@ -104,7 +104,7 @@ extern bgpAsNotation rmapAsNotation;  // in which the lines show AS numbers
 // ACL_E_SYSTEM) and rewrites every as-path prepend line in it.
 uint32_t aclRmapProcBgpASNotation(uint32_t notation);
 
-// --- shows (rmapshow.cpp): a read lock is enough -----------------------------------------------
+// --- shows (show.cpp): a read lock is enough -----------------------------------------------
 // Buffers as aclShowAlist's.
 
 // Instances with their clauses in groups and their hits.
@@ -116,7 +116,7 @@ uint32_t aclShowRoutemapAll(const listName& cursor, void** buffer, uint32_t* siz
 uint32_t aclShowARmapListConfig(const rmapList* map, void** buffer, uint32_t* size);
 uint32_t aclShowRoutemapConfig(const listName& name, void** buffer, uint32_t* size);
 
-// --- maintenance and debug (rmapdebug.cpp) -----------------------------------------------------
+// --- maintenance and debug (debug.cpp) -----------------------------------------------------
 
 extern uint32_t acl_routemap_debug;  // non-zero: deletions of whole maps are printed
 // Writes the configuration lines of a map again and tells its clients.
