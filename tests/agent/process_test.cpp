@@ -21,7 +21,6 @@ using nlohmann::json;
 constexpr uint32_t RP = 0x7F010001, RP2 = 0x7F010002, CARD = 0x7F010101, CP = 0x7F010003;
 constexpr uint32_t AGENT_PORT = 7937 + 4 * 3, CP_PORT = 21121, MANAGER_PORT = 7809;
 constexpr uint32_t PORT = 0x08040001;  // a port of slot 3
-constexpr int PATIENCE_MS = 60000;     // only ever waited for when something is broken
 
 constexpr const char* CHASSIS = R"({ "chassisMode": 1, "routeProcessorType": 4,
   "routeProcessors": [{"address": "127.1.0.1", "primary": true}, {"address": "127.1.0.2"}],
@@ -39,25 +38,15 @@ ipcHdr* header(bytes& m) {
     return wireView<ipcHdr>(std::span(m));
 }
 
-// One endpoint; messages that are not the awaited kind are kept in order.
-struct node {
-    zekEndpoint* endpoint;
-    uint32_t card, port;
+// Messages that are not the awaited kind are kept in order.
+struct node : rawEndpoint {
+    using rawEndpoint::rawEndpoint;
     std::deque<bytes> kept;
 
-    node(const std::string& dir, uint32_t c, uint32_t p) : card(c), port(p) {
-        std::string error;
-        endpoint = zekEndpointOpen(dir, card, port, &error);
-        EXPECT_NE(endpoint, nullptr) << error;
-    }
-    ~node() { zekEndpointClose(endpoint); }
-    node(const node&) = delete;
-    node& operator=(const node&) = delete;
-
     bool send(bytes m, uint32_t toCard, uint32_t toPort) {
-        put(header(m), toCard, toPort, card, port);
+        put(header(m), toCard, toPort, address, service);
         header(m)->length = static_cast<uint32_t>(m.size());
-        return zekEndpointSend(endpoint, m.data(), m.size(), PATIENCE_MS) == zekSendResult::sent;
+        return rawEndpoint::send(m);
     }
     // The next message of a type; empty after a long time.
     bytes wait(uint32_t type) {
@@ -68,9 +57,8 @@ struct node {
             return m;
         }
         for (;;) {
-            bytes m;
-            zekSender sender{};
-            if (zekEndpointRecv(endpoint, &m, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender) <= 0) {
+            bytes m = receive();
+            if (m.empty()) {
                 ADD_FAILURE() << "no message " << type;
                 return bytes(60);
             }
@@ -80,7 +68,7 @@ struct node {
     }
     void answer(bytes m) {
         ipcExchangeTriples(header(m));
-        EXPECT_EQ(zekEndpointSend(endpoint, m.data(), m.size(), PATIENCE_MS), zekSendResult::sent);
+        EXPECT_TRUE(rawEndpoint::send(m));
     }
     bytes ask(bytes m, uint32_t toCard, uint32_t toPort) {
         static uint32_t sequence = 100;
@@ -356,9 +344,8 @@ TEST_F(Processes, AManagerWithoutMarks) {
     startAgent(3);
     // It holds the queues of an earlier life: it only answers, until the card is reported down.
     while (rp.kept.empty() && !HasFailure()) {
-        bytes m;
-        zekSender sender{};
-        ASSERT_GT(zekEndpointRecv(rp.endpoint, &m, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender), 0);
+        bytes m = rp.receive();
+        ASSERT_FALSE(m.empty());
         if (header(m)->mtype == MT_AGENT_REGISTER)
             rp.answer(m);
         else

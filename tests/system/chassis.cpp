@@ -20,7 +20,6 @@
 namespace {
 
 constexpr uint32_t RP_ADDRESS = 0x7F010001;  // 127.1.0.1
-constexpr int PATIENCE_MS = 60000;           // only ever waited for when something is broken
 constexpr uint32_t PIDS = 1u << 22;          // more than there are processes
 
 std::string readFile(const std::string& path) {
@@ -232,16 +231,18 @@ std::string chassisFixture::write(const std::string& name, const std::string& te
     return path;
 }
 
-rawClient::rawClient(const chassisFixture& chassis, uint32_t which)
-    : address(RP_ADDRESS),
-      service(SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid()) + which * PIDS) {
+rawEndpoint::rawEndpoint(const std::string& dir, uint32_t itsAddress, uint32_t itsService)
+    : address(itsAddress), service(itsService) {
     std::string error;
-    endpoint = zekEndpointOpen(chassis.dir, address, service, &error);
+    endpoint = zekEndpointOpen(dir, address, service, &error);
     EXPECT_NE(endpoint, nullptr) << error;
 }
-rawClient::~rawClient() {
+rawEndpoint::~rawEndpoint() {
     zekEndpointClose(endpoint);
 }
+rawClient::rawClient(const chassisFixture& chassis, uint32_t which)
+    : rawEndpoint(chassis.dir, RP_ADDRESS,
+                  SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid()) + which * PIDS) {}
 
 void rawClient::fillHeader(std::vector<uint8_t>& message, uint32_t type, uint32_t sequence) const {
     auto* hdr = reinterpret_cast<ipcHdr*>(message.data());
@@ -272,14 +273,14 @@ std::string rawClient::agentSummary(int slot) {
             return std::string(answer.begin() + AGENT_STATE_TEXT_OFFSET, answer.end());
     }
 }
-bool rawClient::send(const std::vector<uint8_t>& message) const {
+bool rawEndpoint::send(const std::vector<uint8_t>& message) const {
     return zekEndpointSend(endpoint, message.data(), message.size(), PATIENCE_MS) ==
            zekSendResult::sent;
 }
-std::vector<uint8_t> rawClient::receive() const {
+std::vector<uint8_t> rawEndpoint::receive(int waitMs) const {
     std::vector<uint8_t> message;
     zekSender sender{};
-    int got = zekEndpointRecv(endpoint, &message, ZEK_MESSAGE_MAX, PATIENCE_MS, &sender);
+    int got = zekEndpointRecv(endpoint, &message, ZEK_MESSAGE_MAX, waitMs, &sender);
     if (got <= 0) message.clear();
     return message;
 }

@@ -73,21 +73,28 @@ uint64_t number(const std::string& json, const std::string& key);
 // Waits for a state; false when it does not come in a very long time.
 bool waitUntil(const std::function<bool()>& reached);
 
-// A task's endpoint with which a test speaks to the manager byte by byte.
-struct rawClient {
-    zekEndpoint* endpoint = nullptr;
-    uint32_t address = 0, service = 0;
+constexpr int PATIENCE_MS = 60000;  // only ever waited for when something is broken
 
+// An endpoint with which a test speaks byte by byte.
+struct rawEndpoint {
+    zekEndpoint* endpoint = nullptr;
+    uint32_t address, service;
+
+    rawEndpoint(const std::string& dir, uint32_t itsAddress, uint32_t itsService);
+    ~rawEndpoint();
+    rawEndpoint(const rawEndpoint&) = delete;
+    rawEndpoint& operator=(const rawEndpoint&) = delete;
+    bool send(const std::vector<uint8_t>& message) const;
+    // The next message, empty when none came within that time.
+    std::vector<uint8_t> receive(int waitMs = PATIENCE_MS) const;
+};
+
+// A task's endpoint that speaks to the manager.
+struct rawClient : rawEndpoint {
     // `which` tells several of one process apart.
     explicit rawClient(const chassisFixture& chassis, uint32_t which = 0);
-    ~rawClient();
-    rawClient(const rawClient&) = delete;
-    rawClient& operator=(const rawClient&) = delete;
     // Fills length, type, sequence and both triples of a message.
     void fillHeader(std::vector<uint8_t>& message, uint32_t type, uint32_t sequence) const;
-    bool send(const std::vector<uint8_t>& message) const;
-    // The next message within a generous time, empty when none came.
-    std::vector<uint8_t> receive() const;
     // What an agent (AGENT_CP: the control processor's) says of itself, JSON; empty: no answer.
     std::string agentSummary(int slot);
     // Sends a request and returns the answer with its sequence number.

@@ -32,14 +32,6 @@ std::vector<uint8_t> addEntry(const rawClient& client, uint32_t seq) {
     return message;
 }
 
-std::vector<uint8_t> received(const rawClient& client, int waitMs) {
-    std::vector<uint8_t> message;
-    zekSender sender{};
-    if (zekEndpointRecv(client.endpoint, &message, IPC_BUFFER_SIZE, waitMs, &sender) <= 0)
-        message.clear();
-    return message;
-}
-
 uint32_t resultOf(const std::vector<uint8_t>& answer) {
     return answer.size() < sizeof(cliHdr) ? ACL_E_SYSTEM
                                           : reinterpret_cast<const cliHdr*>(answer.data())->result;
@@ -107,7 +99,7 @@ struct Storage : testing::Test {
         do {
             ASSERT_TRUE(client.send(addEntry(client, ++last)));
             ASSERT_TRUE(waitUntil([&] {
-                answer = received(client, 10);
+                answer = client.receive(10);
                 return !answer.empty() || refusing();
             }));
         } while (!answer.empty() && resultOf(answer) == ACL_OK);
@@ -118,7 +110,7 @@ struct Storage : testing::Test {
         EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
         EXPECT_TRUE(hasEntry(chassis.runningConfig(), 5));
         EXPECT_EQ(chassis.shell({"-c", "write memory"}).status, 1);
-        EXPECT_TRUE(received(client, 0).empty());  // the change under way is not promised yet
+        EXPECT_TRUE(client.receive(0).empty());  // the change under way is not promised yet
         heal();
         EXPECT_EQ(resultOf(client.receive()), ACL_OK);
         chassis.load("ip access-list standard T\n seq 1 permit any\n");
@@ -156,12 +148,12 @@ struct changes {
                 if (!client.send(message)) break;
                 outstanding++;
             }
-            std::vector<uint8_t> answer = received(client, 20);
+            std::vector<uint8_t> answer = client.receive(20);
             if (answer.empty()) continue;
             take(answer);
             outstanding--;
         }
-        for (std::vector<uint8_t> answer; !(answer = received(client, 0)).empty();) take(answer);
+        for (std::vector<uint8_t> answer; !(answer = client.receive(0)).empty();) take(answer);
     }
 };
 
