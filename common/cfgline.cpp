@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cstring>
+
 #include "common/debug.h"
 #include "common/node.h"
+#include "include/cfgCompiled.h"
 
 namespace {
 
@@ -16,7 +18,7 @@ constexpr uint32_t LINE_NUMBERED = 1;
 zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name,
                         uint32_t lineClass) {
     zekCfgRecord record{};
-    zekCfgListKey key{};
+    cfgListKey key{};
     key.family = family;
     std::memcpy(key.name, name.text, sizeof key.name);
     std::memcpy(record.key, &key, sizeof key);
@@ -27,7 +29,7 @@ zekCfgRecord makeRecord(uint32_t section, cfgFamily family, const listName& name
 
 zekCfgRecord makeNumbered(const listName& name, const cfgNumbered& line) {
     zekCfgRecord record = makeRecord(line.block.section, line.family, name, line.block.lineClass);
-    auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
+    auto* key = reinterpret_cast<cfgListKey*>(record.key);
     key->kind = LINE_NUMBERED;
     key->order = line.seq + line.block.firstOrder;
     key->role = line.role;
@@ -75,7 +77,7 @@ std::string cfgShowable(std::string_view line, size_t limit) {
 uint32_t cfgRestoredNumber(const cfgBlock& block) {
     const uint8_t* area = zekCfgRestoring(aclNode->cfgDb);
     if (area == nullptr) return 0;
-    const uint32_t order = reinterpret_cast<const zekCfgListKey*>(area)->order;
+    const uint32_t order = reinterpret_cast<const cfgListKey*>(area)->order;
     return order > block.firstOrder ? order - block.firstOrder : 0;
 }
 

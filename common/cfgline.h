@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
+#include "common/cfgkeys.h"
 #include "include/cliMsg.h"
 #include "include/listName.h"
-#include "platform/api/zekCfg.h"
 
 // A CLI request about a list, else zero: what a line's record is made of.
 template <class Request>

@@ -8,9 +8,9 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "include/cfgCompiled.h"
 #include "include/policyMsg.h"
 #include "include/routeMapNames.h"
-#include "platform/api/zekCfg.h"
 
 struct listNames {
     std::unordered_set<std::string> prefix[2], access[2];  // IPv4, IPv6

@@ -22,7 +22,7 @@ struct cliModeRow {
 constexpr cliModeRow cliModeTable[] = {
     {IF_TYPE_PORT, 4}, {IF_TYPE_LAG, 5}, {IF_TYPE_VLAN, 6}, {IF_TYPE_CP, 7}};
 
-zekCfgRecord makeRecord(uint32_t lineClass, const zekCfgIntfKey& key) {
+zekCfgRecord makeRecord(uint32_t lineClass, const cfgIntfKey& key) {
     zekCfgRecord record{};
     std::memcpy(record.key, &key, sizeof key);
     record.section = CFG_SECTION_INTERFACE;
@@ -31,13 +31,13 @@ zekCfgRecord makeRecord(uint32_t lineClass, const zekCfgIntfKey& key) {
 }
 
 zekCfgRecord makeHead(uint32_t lineClass, uint32_t ifindex) {
-    zekCfgIntfKey key{};
+    cfgIntfKey key{};
     key.ifindex = ifindex;
     return makeRecord(lineClass, key);
 }
 
 zekCfgRecord makeLine(const cfgIntfLine& line) {
-    zekCfgIntfKey key{};
+    cfgIntfKey key{};
     key.ifindex = line.intf->ifindex;
     key.isLine = IS_LINE;
     std::ranges::fill(key.direction, static_cast<uint8_t>(line.direction));

@@ -4,6 +4,7 @@
 // start. The order of the steps is observable (event log, messages to other tasks) and stands.
 #include <new>
 
+#include "common/cfgkeys.h"
 #include "common/clientWait.h"
 #include "common/linecard.h"
 #include "download/zekacl_download.h"

@@ -26,7 +26,7 @@ constexpr size_t CFG_TEXT_LEN = 256;
 // The platform's record, as it is handed over: host-order words would do, but the layout is shared
 // with other tasks and is fixed.
 struct zekCfgRecord {
-    uint8_t key[CFG_KEY_LEN];  // meaning by section, see the key structures below
+    uint8_t key[CFG_KEY_LEN];  // meaning by section
     be32 section;
     be32 lineClass;
     char text[CFG_TEXT_LEN];         // normal-mask form, NUL-terminated
@@ -38,76 +38,23 @@ WIRE_AT(zekCfgRecord, lineClass, 260);
 WIRE_AT(zekCfgRecord, text, 264);
 WIRE_AT(zekCfgRecord, inverseText, 520);
 
-// Key area of list lines (IP, MAC, prefix, AS-path and community lists).
-struct zekCfgListKey {
-    uint8_t family;  //   0  0 = IPv4, 0xFF = IPv6
-    char name[140];  //   1
-    be32 kind;       // 141  0 header, 1 entry or remark
-    be32 order;      // 145  0 for the header, sequence number + 1 else
-    uint8_t role;    // 149  0xFF on entry lines, else 0
-    uint8_t zero[106];
+// What the database is told of the sections, as it knows no kind of list: how many bytes at the
+// front of the key area the lines of a block have in common, and whether the other text is the line
+// as it was typed in a database of an older program, which had no requests.
+struct zekCfgSectionRow {
+    uint32_t section;
+    uint32_t blockBytes;
+    bool otherIsTyped;
 };
-WIRE_SIZE(zekCfgListKey, CFG_KEY_LEN);
-WIRE_AT(zekCfgListKey, role, 149);
-
-// Key area of route-map lines. The map's own node has only the name, an instance's separator and
-// its line only name and number; so an instance's lines stand by class, then in the order in which
-// their clauses and values came.
-struct zekCfgRmapKey {
-    char name[140];  //   0
-    be32 seq;        // 140
-    be16 cls;        // 144  of the clause
-    be16 reserved146;
-    be32 entryId;     // 148
-    be16 valueIndex;  // 152
-    uint8_t zero[102];
-};
-WIRE_SIZE(zekCfgRmapKey, CFG_KEY_LEN);
-WIRE_AT(zekCfgRmapKey, valueIndex, 152);
-
-// Key area of interface lines. The header lines have only the index, so they come first.
-struct zekCfgIntfKey {
-    be32 ifindex;          //   0
-    uint8_t isLine;        //   4  128 on lines, 0 on the separator and the header
-    uint8_t direction[4];  //   5  each 0 in, 1 out
-    char name[140];        //   9  the list
-    uint8_t family;        // 149  0 = IPv4, 0xFF = IPv6
-    uint8_t zero[106];
-};
-WIRE_SIZE(zekCfgIntfKey, CFG_KEY_LEN);
-WIRE_AT(zekCfgIntfKey, name, 9);
-
-// Sections, in the order in which the configuration shows them.
-enum zekCfgSection : uint32_t {
-    CFG_SECTION_MASK_MODE = 1,  // first: it decides how every mask behind it reads
-    CFG_SECTION_INTERFACE = 72,
-    CFG_SECTION_RMAP = 79,
-    CFG_SECTION_ASPATH = 80,
-    CFG_SECTION_COMM = 81,
-    CFG_SECTION_EXTCOMM = 82,
-    CFG_SECTION_PREFIX = 83,
-    CFG_SECTION_TRACE_GROUP = 97,
-    CFG_SECTION_TRACE_LIST = 98,
-    CFG_SECTION_IP = 100,
-    CFG_SECTION_MAC = 101,
-};
-enum zekCfgClass : uint32_t {
-    CFG_CLASS_ANCHOR = 0,
-    CFG_CLASS_BGP_LIST = 140,  // separator of AS-path and community lists; route map's own node
-    CFG_CLASS_SEPARATOR = 141,
-    CFG_CLASS_INTERFACE_HEADER = 144,
-    CFG_CLASS_POLICY_SEPARATOR = 144,  // of prefix lists and of route-map instances
-    CFG_CLASS_INTERFACE = 145,
-    CFG_CLASS_PREFIX = 148,
-    CFG_CLASS_BGP_LINE = 149,
-    CFG_CLASS_LINE = 150,
-    CFG_CLASS_RMAP_LINE = 152,
+struct zekCfgLayout {
+    uint32_t blockBytes = CFG_KEY_LEN;  // of sections that have no row
+    std::span<const zekCfgSectionRow> sections = {};
 };
 
 // One change, told to whoever follows the feed.
 struct zekCfgSyncRecord {
-    be32 kind;       // 0  3 header, 9 standard entry, 16 extended entry, ...; interface lines: mode
-    be32 words[3];   // 4  by kind; interface lines: type, index
+    be32 kind;       // 0  what was changed: the writer's number for it
+    be32 words[3];   // 4  by kind
     char name[140];  // 16
     uint8_t reserved156[116];
     char text[256];  // 272  the line, or "no " and the line
@@ -124,10 +71,6 @@ struct zekCfgRequest {
 };
 constexpr size_t CFG_REQUEST_MAX = 8192 - 60;
 
-// How the text of a node begins that stands for a line which cannot be shown: a comment to whoever
-// loads it.
-constexpr std::string_view CFG_NOT_SHOWN = "! line not shown: ";
-
 struct zekCfgDb;
 
 // Inserts a node with both texts; a node in the same place is replaced. 0 or -1.
@@ -135,8 +78,8 @@ int zekCfgInsertBothLine(zekCfgDb* db, const zekCfgRecord& record,
                          const zekCfgRequest& request = {});
 // The same for a node whose one text serves both modes: inverseText is not read.
 int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request = {});
-// Removes the block that the node heads: every line of its section with the same family and name
-// (route maps: the same name and instance). 0, or -1 when nothing was there.
+// Removes the block that the node heads: every line of its section whose key area begins with the
+// same bytes, as many as the layout says. 0, or -1 when nothing was there.
 int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record);
 // Removes the node in exactly this place (section, key area, line class). 0, or -1 when absent.
 int zekCfgRemoveExact(zekCfgDb* db, const zekCfgRecord& record);
@@ -209,7 +152,8 @@ int zekCfgWriteStartup(zekCfgDb* db, const char* file,
 
 // Opens DIR/file for writing (making it when it is absent), or for reading only, or, with a
 // null directory, a database in memory. Null on failure, with the reason in the system-error log.
-// What has not been committed when a database is closed is lost.
+// What has not been committed when a database is closed is lost. The layout's rows live as long as
+// the database; who only reads needs none.
 enum class zekCfgAccess { write, read };
 constexpr const char* ZEK_CFG_FILE = "running.db";
 // The file of a route processor's manager in the run folder.
@@ -217,8 +161,8 @@ inline std::string zekCfgFileOf(uint32_t rp) {
     return rp == 0 ? ZEK_CFG_FILE : "running-rp" + std::to_string(rp) + ".db";
 }
 [[nodiscard]] zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access,
-                                   const char* file = ZEK_CFG_FILE);
+                                   const char* file = ZEK_CFG_FILE,
+                                   const zekCfgLayout& layout = {});
 void zekCfgClose(zekCfgDb* db);
-// The database of this task, opened by the platform's start (or by the first call of this, when the
-// task is faster); null when it cannot be opened.
+// The database of this task, opened by zekDdbInit; null before.
 [[nodiscard]] zekCfgDb* zekCfgOfTask();

@@ -9,6 +9,8 @@
 
 #include "include/ifindex.h"
 
+struct zekCfgLayout;
+
 // Reads the process's options (--rundir, --chassis, --rp, --cold, --debug, --client-wait,
 // --pauses), the chassis description and makes the run folder. 0; non-zero after a message on
 // standard error.
@@ -16,9 +18,10 @@ int ZEK_NbsdpInit(int argc, char** argv);
 // Starts a task: a thread of at least the stack given, running entry(argc, argv). 0 or -1.
 int taskSpawn(const char* name, int priority, int options, size_t stack, int (*entry)(int, char**),
               int argc, char** argv);
-// Opens the configuration database and starts the configuration manager, which replays the saved
-// configuration as soon as the task says it is ready. 0 or -1.
-int zekDdbInit(char** argv);
+// Opens the configuration database of the task, whose sections are laid out like this, and starts
+// the configuration manager, which replays the saved configuration as soon as the task says it is
+// ready. 0 or -1.
+int zekDdbInit(char** argv, const zekCfgLayout& layout);
 void taskDelay(uint32_t ticks);
 [[nodiscard]] uint32_t sysClkRateGet();  // ticks a second
 // Rests between the steps of long work: nothing is served or committed meanwhile. The process may

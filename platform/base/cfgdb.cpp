@@ -87,7 +87,6 @@ void reportToStderr(const char* text) {
 }
 std::atomic<cfgDbReportFn> reportFn{reportToStderr};
 std::atomic<zekCfgDb*> ofTask;
-std::atomic<zekCfgDb* (*)()> opener;
 
 // One SELECT of a single integer, locked; 0 when there is no row.
 int64_t selectNumber(zekCfgDb* db, const char* sql, int* rc) {
@@ -164,13 +163,8 @@ void cfgDbFailed(zekCfgDb* db, const char* what) {
 void cfgDbSetOfTask(zekCfgDb* db) {
     ofTask = db;
 }
-void cfgDbSetOpener(zekCfgDb* (*open)()) {
-    opener = open;
-}
 zekCfgDb* zekCfgOfTask() {
-    zekCfgDb* db = ofTask;
-    if (db == nullptr && opener.load() != nullptr) db = opener.load()();
-    return db;
+    return ofTask;
 }
 
 int cfgDbExec(zekCfgDb* db, const char* sql) {
@@ -235,9 +229,11 @@ zekCfgStats zekCfgStatistics(zekCfgDb* db) {
             !db->failing};
 }
 
-zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access, const char* file) {
+zekCfgDb* zekCfgOpen(const char* directory, zekCfgAccess access, const char* file,
+                     const zekCfgLayout& layout) {
     std::string path = directory ? std::string(directory) + "/" + file : ":memory:";
     auto* db = new zekCfgDb{};
+    db->layout = layout;
     db->readOnly = access == zekCfgAccess::read;
     int flags = SQLITE_OPEN_NOMUTEX |
                 (db->readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);

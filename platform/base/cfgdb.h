@@ -38,8 +38,6 @@ void cfgRecordStore(const zekCfgRequest& request, std::string* record);
 // The request again; its body lies in *bytes, which has room for CFG_REQUEST_MAX. Type 0 when there
 // is none or the record is damaged.
 zekCfgRequest cfgRecordRead(std::string_view record, uint8_t* bytes);
-// Bytes at the front of the key area that all lines of a block have in common.
-size_t cfgBlockBytes(uint32_t section);
 
 inline void cfgBindBlob(sqlite3_stmt* s, int at, std::string_view bytes) {
     sqlite3_bind_blob(s, at, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
@@ -103,6 +101,7 @@ struct cfgStoredRow {
 
 struct zekCfgDb {
     mutable std::mutex mutex;
+    zekCfgLayout layout;
     sqlite3* sql;
     sqlite3_stmt* statements[CFG_STMT_COUNT];  // prepared at their first use
     bool readOnly;
@@ -165,8 +164,6 @@ void cfgDbReport(const std::string& text);
 
 // The database that zekCfgOfTask returns; it stays the caller's.
 void cfgDbSetOfTask(zekCfgDb* db);
-// How zekCfgOfTask opens it at its first call, when it has not been set.
-void cfgDbSetOpener(zekCfgDb* (*open)());
 
 // ---- Restore (cfgdbrecord.cpp). The rows stay where they are while their requests are sent again,
 // so that a restore that is interrupted anywhere has lost nothing.

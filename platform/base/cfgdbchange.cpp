@@ -289,8 +289,10 @@ struct blockRange {
     uint8_t low[CFG_STORED_KEY_MAX], high[CFG_STORED_KEY_MAX];
     size_t lowLength, highLength;
 
-    blockRange(uint32_t section, const uint8_t* key) {
-        const size_t front = cfgBlockBytes(section);
+    blockRange(const zekCfgLayout& layout, uint32_t section, const uint8_t* key) {
+        size_t front = layout.blockBytes;
+        for (const zekCfgSectionRow& row : layout.sections)
+            if (row.section == section) front = row.blockBytes;
         uint8_t area[CFG_KEY_LEN];
         std::memcpy(area, key, front);
         std::memset(area + front, 0, CFG_KEY_LEN - front);
@@ -303,17 +305,6 @@ struct blockRange {
 };
 
 }  // namespace
-
-size_t cfgBlockBytes(uint32_t section) {
-    switch (section) {
-        case CFG_SECTION_INTERFACE:
-            return 4;  // interface index
-        case CFG_SECTION_RMAP:
-            return 144;  // name, instance
-        default:
-            return 141;  // family, name
-    }
-}
 
 int cfgDbBatch(zekCfgDb* db) {
     noticeRollback(db);
@@ -370,7 +361,8 @@ int zekCfgInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& 
 }
 
 int zekCfgRemoveNode(zekCfgDb* db, const zekCfgRecord& record) {
-    const blockRange block(record.section, record.key);
+    if (db == nullptr) return -1;
+    const blockRange block(db->layout, record.section, record.key);
     return makeChange(
         db, {CHANGE_BLOCK, false, record.section, 0, block.lowest(), block.highest(), {}, {}});
 }
@@ -407,7 +399,7 @@ void cfgDbUnresolve(zekCfgDb* db, const cfgStoredRow& row) {
         (void)makeChange(db, c);  // damaged: a block of its own
         return;
     }
-    const blockRange block(row.section, key);
+    const blockRange block(db->layout, row.section, key);
     c.second = block.lowest();
     c.third = block.highest();
     (void)makeChange(db, c);

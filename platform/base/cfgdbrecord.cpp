@@ -65,13 +65,14 @@ uint32_t cfgDbImport(zekCfgDb* db) {
 
 int cfgDbWriteTexts(zekCfgDb* db, FILE* out) {
     std::lock_guard lock(db->mutex);
-    // Route maps had the line as it was typed in the other text, where the shown one did not tell.
-    constexpr const char* sql =
-        "SELECT CASE WHEN inverse IS NOT NULL AND (section=79 OR"
-        " coalesce((SELECT value FROM meta WHERE name='mask'), 0)<>0) THEN inverse ELSE text END"
+    std::string sql = "SELECT CASE WHEN inverse IS NOT NULL AND (";
+    for (const zekCfgSectionRow& row : db->layout.sections)
+        if (row.otherIsTyped) sql += "section=" + std::to_string(row.section) + " OR ";
+    sql +=
+        "coalesce((SELECT value FROM meta WHERE name='mask'), 0)<>0) THEN inverse ELSE text END"
         " FROM lines WHERE text<>'' ORDER BY section, key, class";
     sqlite3_stmt* s = nullptr;
-    if (sqlite3_prepare_v2(db->sql, sql, -1, &s, nullptr) != SQLITE_OK) {
+    if (sqlite3_prepare_v2(db->sql, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) {
         cfgDbFailed(db, "the lines cannot be read");
         return -1;
     }

@@ -28,9 +28,6 @@ constexpr size_t OUTPUT_MAX = size_t{1} << 30;  // of the shell
 constexpr int SILENCE_MAX_MS = 30000;           // then it hangs
 constexpr uint32_t SYSERR_CFG = 0x50001;
 
-std::mutex taskDbMutex;
-bool taskDbTried = false;
-
 zekEvtLog eventLog() {
     static zekEvtLog log = zekEvtOpenlog("CFGMGR", 3, APP_ACL, 0);
     return log;
@@ -136,30 +133,22 @@ void openFailed(const char* text) {
     sysErrText(text);
 }
 
-// Opens the task's database, once; null when it could not be opened or there is no run folder yet.
-zekCfgDb* openTaskDb() {
-    static zekCfgDb* taskDb = nullptr;
-    std::lock_guard lock(taskDbMutex);
-    if (taskDbTried || hostConf().runDir.empty()) return taskDb;
-    taskDbTried = true;
+// Opens the task's database; null when it cannot be opened.
+zekCfgDb* openTaskDb(const zekCfgLayout& layout) {
+    const hostConfig& conf = hostConf();
     cfgDbSetReport(openFailed);
-    cfgMgrPlace place = ownPlace();
     zekCfgDb* db =
-        zekCfgOpen(place.runDir.c_str(), zekCfgAccess::write, zekCfgFileOf(place.rp).c_str());
-    if (db != nullptr && hostConf().cold && cfgDbForget(db) != 0) {
+        zekCfgOpen(conf.runDir.c_str(), zekCfgAccess::write, zekCfgFileOf(conf.rp).c_str(), layout);
+    if (db != nullptr && conf.cold && cfgDbForget(db) != 0) {
         zekCfgClose(db);
         db = nullptr;
     }
-    taskDb = db;
     cfgDbSetReport(sysErrText);
     cfgDbSetOfTask(db);
     // From its first message on, the task must see nobody's changes before the restored ones.
     if (db != nullptr) hostHoldRequests();
     return db;
 }
-
-// The task may be faster than the platform's start.
-[[maybe_unused]] const bool openerIsSet = (cfgDbSetOpener(openTaskDb), true);
 
 }  // namespace
 
@@ -211,8 +200,8 @@ bool cfgMgrImport(zekCfgDb* db, const cfgMgrPlace& place) {
     return good;
 }
 
-int zekDdbInit(char**) {
-    zekCfgDb* db = openTaskDb();
+int zekDdbInit(char**, const zekCfgLayout& layout) {
+    zekCfgDb* db = openTaskDb(layout);
     if (db == nullptr) {
         std::fprintf(stderr, "the configuration database in %s cannot be used\n",
                      hostConf().runDir.c_str());

@@ -1,6 +1,7 @@
 // Rows, failures, and the state that a test sets.
 #include "platform/test/record.h"
 
+#include "common/cfgkeys.h"
 #include "platform/api/zekMem.h"
 #include "platform/base/cfgdb.h"
 #include "platform/test/inject.h"
@@ -83,7 +84,7 @@ void testReset() {
     (void)zek_memPartVarInit(TEST_POOL, poolClasses, std::size(poolClasses));
     cfgDbSetOfTask(nullptr);
     if (database != nullptr) zekCfgClose(database);
-    database = zekCfgOpen(nullptr, zekCfgAccess::write);
+    database = zekCfgOpen(nullptr, zekCfgAccess::write, "", CFG_LAYOUT);
     cfgDbSetOfTask(database);
     heapAtReset = zekMemHeapStats().blocks;
 }

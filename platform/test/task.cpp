@@ -48,7 +48,7 @@ int taskSpawn(const char* name, int, int, size_t, int (*)(int, char**), int, cha
     testRecord(std::string("task spawn ") + name);  // the test calls the entry itself
     return testFails(TEST_START) ? -1 : 0;
 }
-int zekDdbInit(char**) {
+int zekDdbInit(char**, const zekCfgLayout&) {
     return testFails(TEST_START) ? -1 : 0;
 }
 void taskDelay(uint32_t ticks) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/cfgkeys.h"
 #include "include/ipText.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekRadix.h"
@@ -61,7 +62,7 @@ std::string quoted(const char* text) {
 
 // "72/145 if 0x4040000 out NAME"; the separator and the header have no list.
 std::string interfacePlaceOf(const zekCfgRecord& record) {
-    zekCfgIntfKey key;
+    cfgIntfKey key;
     std::memcpy(&key, record.key, sizeof key);
     char text[64];
     std::snprintf(text, sizeof text, "%u/%u if %#x", uint32_t{record.section},
@@ -78,7 +79,7 @@ std::string interfacePlaceOf(const zekCfgRecord& record) {
 
 // "79/152 NAME SEQ CLASS/ENTRY/VALUE"; a block's place ends with the number.
 std::string rmapPlaceOf(const zekCfgRecord& record, bool numbered) {
-    zekCfgRmapKey key;
+    cfgRmapKey key;
     std::memcpy(&key, record.key, sizeof key);
     std::string place = "79/" + std::to_string(record.lineClass) + " ";
     place.append(key.name, strnlen(key.name, sizeof key.name));
@@ -93,7 +94,7 @@ std::string rmapPlaceOf(const zekCfgRecord& record, bool numbered) {
 std::string placeOf(const zekCfgRecord& record, bool numbered) {
     if (record.section == CFG_SECTION_INTERFACE) return interfacePlaceOf(record);
     if (record.section == CFG_SECTION_RMAP) return rmapPlaceOf(record, numbered);
-    zekCfgListKey key;
+    cfgListKey key;
     std::memcpy(&key, record.key, sizeof key);
     std::string place = std::to_string(record.section);
     if (key.family == 0xFF) place += "v6";

@@ -14,7 +14,7 @@ bgpAsNotation rmapAsNotation = AS_NOTATION_PLAIN;
 
 namespace {
 
-zekCfgRecord makeRecord(uint32_t lineClass, const zekCfgRmapKey& key) {
+zekCfgRecord makeRecord(uint32_t lineClass, const cfgRmapKey& key) {
     zekCfgRecord record{};
     std::memcpy(record.key, &key, sizeof key);
     record.section = CFG_SECTION_RMAP;
@@ -22,22 +22,22 @@ zekCfgRecord makeRecord(uint32_t lineClass, const zekCfgRmapKey& key) {
     return record;
 }
 
-zekCfgRmapKey instanceKey(const listName& name, int32_t seq) {
-    zekCfgRmapKey key{};
+cfgRmapKey instanceKey(const listName& name, int32_t seq) {
+    cfgRmapKey key{};
     std::memcpy(key.name, name.text, sizeof key.name);
     key.seq = static_cast<uint32_t>(seq);
     return key;
 }
 
-void insertLine(uint32_t lineClass, const zekCfgRmapKey& key, std::string_view text,
+void insertLine(uint32_t lineClass, const cfgRmapKey& key, std::string_view text,
                 const zekCfgRequest& request = {}) {
     zekCfgRecord record = makeRecord(lineClass, key);
     cfgPutText(record.text, text);
     (void)zekCfgInsert(aclNode->cfgDb, record, request);
 }
 
-zekCfgRmapKey clauseKey(const rmapEntry* entry, uint16_t valueIndex, const listName& name) {
-    zekCfgRmapKey key = instanceKey(name, entry->seq);
+cfgRmapKey clauseKey(const rmapEntry* entry, uint16_t valueIndex, const listName& name) {
+    cfgRmapKey key = instanceKey(name, entry->seq);
     key.cls = entry->cls;
     key.entryId = entry->entryId;
     key.valueIndex = valueIndex;
@@ -96,7 +96,7 @@ void rmapCfgSyncGone(const listName& name) {
 }
 
 void rmap_sent_to_cfg(const rmapEntry* header, uint32_t remove, const listName& name) {
-    const zekCfgRmapKey key = instanceKey(name, header->seq);
+    const cfgRmapKey key = instanceKey(name, header->seq);
     const std::string line = rmapInstanceText(name, header->action, header->seq);
     if (remove != 0) {
         rmapCfgRemoveInstance(name, header->seq);
@@ -113,7 +113,7 @@ void rmap_sent_to_cfg(const rmapEntry* header, uint32_t remove, const listName& 
 }
 
 void rmap_sent_to_cfg_update(const rmapEntry* header, uint32_t oldAction, const listName& name) {
-    const zekCfgRmapKey key = instanceKey(name, header->seq);
+    const cfgRmapKey key = instanceKey(name, header->seq);
     (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
     cfgSync(CFG_SYNC_HEADER, name, rmapInstanceText(name, oldAction, header->seq), true);
     rmap_sent_to_cfg(header, 0, name);
@@ -121,11 +121,11 @@ void rmap_sent_to_cfg_update(const rmapEntry* header, uint32_t oldAction, const 
 
 void rmap_ent_send_to_cfg(const rmapEntry* entry, uint32_t remove, const rmapNameValue* nameValue,
                           const rmapNumberValue* number, const listName& name) {
-    const zekCfgRmapKey key = clauseKey(entry,
-                                        nameValue != nullptr ? nameValue->index
-                                        : number != nullptr  ? number->index
-                                                             : entry->valueIndex,
-                                        name);
+    const cfgRmapKey key = clauseKey(entry,
+                                     nameValue != nullptr ? nameValue->index
+                                     : number != nullptr  ? number->index
+                                                          : entry->valueIndex,
+                                     name);
     const std::string line = clauseText(entry, nameValue, number);
     if (remove != 0) {
         (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));

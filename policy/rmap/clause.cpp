@@ -146,7 +146,7 @@ void formRelease(rmapInstance* instance, uint32_t code) {
 template <class Value>
 uint16_t freeIndex(rmapEntry* entry, const Value* values) {
     if (entry->valueCount >= VALUE_INDEX_MAX) return 0;
-    if (const zekCfgRmapKey* restored = rmapRestoredKey(); restored != nullptr)
+    if (const cfgRmapKey* restored = rmapRestoredKey(); restored != nullptr)
         return entry->valueIndex = restored->valueIndex;
     bool used = true;
     while (used) {

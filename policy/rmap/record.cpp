@@ -107,8 +107,8 @@ void rmapDrop(rmapList* map) {
     zekMC_M_memBlockVarFree(map);
 }
 
-const zekCfgRmapKey* rmapRestoredKey() {
-    return reinterpret_cast<const zekCfgRmapKey*>(zekCfgRestoring(aclNode->cfgDb));
+const cfgRmapKey* rmapRestoredKey() {
+    return reinterpret_cast<const cfgRmapKey*>(zekCfgRestoring(aclNode->cfgDb));
 }
 
 rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
@@ -137,7 +137,7 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
     }
     entry->instance = instance;
     if (entry->header == 0) entry->action = instance->action;
-    const zekCfgRmapKey* restored = rmapRestoredKey();
+    const cfgRmapKey* restored = rmapRestoredKey();
     entry->entryId = restored != nullptr ? uint32_t{restored->entryId} : 0;
     if (entry->entryId == 0) entry->entryId = map->lastEntryId + 1;
     map->lastEntryId = std::max(map->lastEntryId, entry->entryId);

@@ -1,8 +1,8 @@
 // What the files of the route-map store share. Private to this folder.
 #pragma once
 
+#include "common/cfgkeys.h"
 #include "match/zekRmap.h"
-#include "platform/api/zekCfg.h"
 #include "policy/rmap/zekroutemap.h"
 
 constexpr int32_t RMAP_SEQ_DEFAULT = 10;
@@ -59,7 +59,7 @@ void rmapDeregister(const rmapList* map, const rmapEntry* entry, rmapNameValue* 
 
 // The place of the line that is being restored, else null: its ids come back as they were, and the
 // clauses of an instance in the order of theirs.
-const zekCfgRmapKey* rmapRestoredKey();
+const cfgRmapKey* rmapRestoredKey();
 // Takes the lines of an instance out without a word to the feed.
 void rmapCfgRemoveInstance(const listName& name, int32_t seq);
 // Takes the map's own node out.

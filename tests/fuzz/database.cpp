@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "common/cfgkeys.h"
 #include "platform/base/cfgdb.h"
 
 namespace {
@@ -23,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::ofstream(dir + "/running.db", std::ios::binary)
         .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
     for (zekCfgAccess access : {zekCfgAccess::read, zekCfgAccess::write}) {
-        zekCfgDb* db = zekCfgOpen(dir.c_str(), access);
+        zekCfgDb* db = zekCfgOpen(dir.c_str(), access, ZEK_CFG_FILE, CFG_LAYOUT);
         if (db == nullptr) continue;
         (void)zekCfgWalk(db, [](std::string_view) { return true; });
         (void)zekCfgMaskMode(db);

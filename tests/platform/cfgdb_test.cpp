@@ -15,6 +15,7 @@
 #include <tuple>
 #include <vector>
 
+#include "common/cfgkeys.h"
 #include "tests/platform/hostTest.h"
 
 namespace {
@@ -23,7 +24,7 @@ using lines = std::vector<std::string>;
 using dbPtr = std::unique_ptr<zekCfgDb, void (*)(zekCfgDb*)>;
 
 dbPtr openDb(const char* directory, zekCfgAccess access = zekCfgAccess::write) {
-    return {zekCfgOpen(directory, access), zekCfgClose};
+    return {zekCfgOpen(directory, access, ZEK_CFG_FILE, CFG_LAYOUT), zekCfgClose};
 }
 
 lines shown(zekCfgDb* db) {
@@ -40,7 +41,7 @@ lines shown(zekCfgDb* db) {
 zekCfgRecord makeLine(uint32_t section, const std::string& name, uint32_t order, uint32_t lineClass,
                       const std::string& text, const std::string& inverse) {
     zekCfgRecord record{};
-    auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
+    auto* key = reinterpret_cast<cfgListKey*>(record.key);
     std::memcpy(key->name, name.data(), name.size());
     key->kind = order != 0 ? 1 : 0;
     key->order = order;
@@ -95,7 +96,9 @@ struct model {
                 r.lineClass};
     }
     size_t removeBlock(const zekCfgRecord& r) {
-        size_t front = cfgBlockBytes(r.section);
+        const size_t front = r.section == CFG_SECTION_INTERFACE ? 4
+                             : r.section == CFG_SECTION_RMAP    ? 144
+                                                                : 141;
         return std::erase_if(nodes, [&](const auto& node) {
             return std::get<0>(node.first) == r.section &&
                    std::memcmp(std::get<1>(node.first).data(), r.key, front) == 0;

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <map>
 
+#include "common/cfgkeys.h"
 #include "include/cfgCompiled.h"
 #include "include/cliMsg.h"
 #include "include/status.h"
@@ -31,7 +32,7 @@ class restoreTest : public taskTest {
     ~restoreTest() override { zekCfgClose(db); }
     void open() {
         zekCfgClose(db);
-        db = zekCfgOpen(run.path.c_str(), zekCfgAccess::write);
+        db = zekCfgOpen(run.path.c_str(), zekCfgAccess::write, ZEK_CFG_FILE, CFG_LAYOUT);
         ASSERT_NE(db, nullptr);
         hostSetCommit({[this] { return zekCfgIsDirty(db); }, [this] { return zekCfgCommit(db); },
                        [this] { return cfgDbChanges(db); }});
@@ -40,7 +41,7 @@ class restoreTest : public taskTest {
                                const std::string& text = "!") {
         zekCfgRecord record{};
         std::strcpy(record.text, text.c_str());
-        auto* key = reinterpret_cast<zekCfgListKey*>(record.key);
+        auto* key = reinterpret_cast<cfgListKey*>(record.key);
         key->name[0] = static_cast<char>('a' + block);
         key->order = order;
         record.section = CFG_SECTION_IP;
@@ -110,7 +111,7 @@ class restoreTest : public taskTest {
             const std::string text(listNameView(request->name));
             got.push_back(text);
             const uint8_t* area = zekCfgRestoring(db);
-            ids.push_back(area ? uint32_t{reinterpret_cast<const zekCfgListKey*>(area)->order}
+            ids.push_back(area ? uint32_t{reinterpret_cast<const cfgListKey*>(area)->order}
                                : 0xFFFFFFFF);
             if (text == unanswered) continue;
             request->result = answers.contains(text) ? answers[text] : 0;
