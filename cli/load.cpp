@@ -252,17 +252,18 @@ void loadInterface(loader& l, uint32_t line, std::string_view text) {
     if (!outcome.ok) refuseLine(l, line, text, l.command.firstColumn, outcome.sentence);
 }
 
-// Headers and others that need not wait for the lines before them.
-constexpr cliVerb pipelined[] = {cliVerb::list, cliVerb::traceList, cliVerb::traceGroup,
-                                 cliVerb::policyList, cliVerb::routeMap};
+// Headers and others need not wait for the lines before them.
+bool isPipelined(const cliCommand& command) {
+    return sessionIsInnerLine(command) || command.verb == cliVerb::list ||
+           command.verb == cliVerb::traceGroup;
+}
 
 // Nothing is sent: the request is written, and the mode that the line leads to is entered.
 void compileCommand(loader& l, uint32_t line, std::string_view text) {
     cliSession& s = l.session;
     if (l.command.verb == cliVerb::interface) return loadInterface(l, line, text);
-    if (l.command.verb == cliVerb::clause)
-        if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
-            return refuseLine(l, line, text, outcome.column, outcome.sentence);
+    if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
+        return refuseLine(l, line, text, outcome.column, outcome.sentence);
     cliRequest request;
     size_t length;
     if (requestBuild(&s.channel, l.command, s.scope, &request, &length)) {
@@ -286,8 +287,7 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
     if (inner && s.options.checkOnly) return;
     if (!inner) l.badHeaderLine = 0;
     if (command.verb == cliVerb::interface) return loadInterface(l, line, text);
-    if (s.options.checkOnly ||
-        !(inner || std::ranges::find(pipelined, command.verb) != std::end(pipelined))) {
+    if (s.options.checkOnly || !isPipelined(command)) {
         // Rare commands run as they would when typed, after everything before them.
         drain(l);
         l.header = headerState::none;
@@ -302,9 +302,8 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
         return refuseLine(l, line, text, command.firstColumn,
                           "Not sent: the header in line " + std::to_string(l.headerLine) +
                               (l.gone ? " was not answered" : " was refused"));
-    if (command.verb == cliVerb::clause)
-        if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
-            return refuseLine(l, line, text, outcome.column, outcome.sentence);
+    if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
+        return refuseLine(l, line, text, outcome.column, outcome.sentence);
     if (!inner) sessionEnter(&s, command);
     submit(l, command, line, text);
 }

@@ -136,11 +136,11 @@ void refuse(const cursor& c, size_t column, std::string text, std::string_view t
 
 cursor begin(const cliContext& context, cliCommand* command) {
     const grammarMode& mode = grammarModeOf(context.mode);
-    command->verb = mode.verb;
+    command->verb = cliVerb::entry;
     command->negated = false;
     command->inverseMask = context.inverseMask;
     command->wide = context.wide;
-    command->features = mode.features;
+    command->features = F_START | F_POSITIVE | mode.features;
     command->seen = 0;
     command->firstColumn = 0;
     command->seqColumn = NO_COLUMN;
@@ -214,8 +214,7 @@ cliParsed cliParse(const cliContext& context, std::string_view line, cliCommand*
         refuse(c, lexTrimEnd(line).size() + 1, "The line is incomplete", "", error);
         return cliParsed::refused;
     }
-    const grammarMode& mode = grammarModeOf(context.mode);
-    if (command->verb == mode.verb) command->kind = mode.kind;
+    if (command->verb == cliVerb::entry) command->kind = kindOfMode(context.mode);
     return cliParsed::command;
 }
 

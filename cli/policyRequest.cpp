@@ -55,7 +55,7 @@ void fillPrefix6(const cliCommand& command, const cliScope& scope, cliRequest* r
 void fillResequence(const cliCommand& command, const cliScope&, cliRequest* request) {
     request->resequence.start = command.policy.start;
     request->resequence.step = command.policy.step;
-    request->resequence.family = command.kind == POLICY_PREFIX6 ? AF_IPV6 : AF_IPV4;
+    request->resequence.family = command.kind == KIND_PREFIX6 ? AF_IPV6 : AF_IPV4;
 }
 
 void fillAspath(const cliCommand& command, const cliScope& scope, cliRequest* request) {

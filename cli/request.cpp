@@ -9,6 +9,7 @@
 #include <random>
 #include <utility>
 
+#include "cli/kinds.h"
 #include "cli/lexer.h"
 #include "include/service.h"
 #include "include/status.h"
@@ -17,15 +18,6 @@
 
 namespace {
 
-void fillList(const cliCommand& command, const cliScope&, cliRequest* request) {
-    request->list.kind = command.kind;
-}
-void fillEntry(const cliCommand& command, const cliScope& scope, cliRequest* request) {
-    request->cli.name = scope.list;
-    request->entry.log = command.log;
-    request->entry.monitor = command.monitor;
-    request->entry.block = command.block;
-}
 void fillUnbinding(const cliCommand& command, const cliScope& scope, cliRequest* request) {
     request->bind.ifindex = scope.ifindex;
     request->bind.direction = command.direction;
@@ -58,81 +50,42 @@ void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* r
     if (!command.vlans.empty()) fillVlans(command.vlans, bind.block);
 }
 
-// What a verb sends: its own code, and that of its "no" form. Verbs about several kinds of
-// routing-policy list have a row for each.
+// The requests that are about no kind of list.
 struct requestRow {
     cliVerb verb;
-    uint32_t kind;
     bool negated;
     uint32_t code;
-    size_t length = sizeof(cliHdr);
-    requestFill fill = nullptr;
+    requestForm form;
 };
-constexpr uint32_t ANY_KIND = 0xFFFFFFFF;
 constexpr requestRow requestTable[] = {
-    {cliVerb::list, ANY_KIND, false, CLI_IP_LIST_CREATE, sizeof(cliListReq), fillList},
-    {cliVerb::list, ANY_KIND, true, CLI_IP_LIST_DELETE, sizeof(cliListReq), fillList},
-    {cliVerb::traceList, ANY_KIND, false, CLI_DOS_LIST_CREATE, sizeof(cliListReq)},
-    {cliVerb::traceList, ANY_KIND, true, CLI_DOS_LIST_DELETE, sizeof(cliListReq)},
-    {cliVerb::traceGroup, ANY_KIND, false, CLI_DOS_ENABLE},
-    {cliVerb::traceGroup, ANY_KIND, true, CLI_DOS_DISABLE},
-    {cliVerb::entry, ANY_KIND, false, CLI_IP_ENTRY_ADD, sizeof(cliIpEntryReq), fillEntry},
-    {cliVerb::entry, ANY_KIND, true, CLI_IP_ENTRY_DELETE, sizeof(cliIpEntryReq), fillEntry},
-    {cliVerb::traceEntry, ANY_KIND, false, CLI_DOS_ENTRY_ADD, sizeof(cliIpEntryReq), fillEntry},
-    {cliVerb::traceEntry, ANY_KIND, true, CLI_DOS_ENTRY_DELETE, sizeof(cliIpEntryReq), fillEntry},
-    {cliVerb::accessGroup, ANY_KIND, false, CLI_IP_BIND, sizeof(cliBindReq), fillBinding},
-    {cliVerb::accessGroup, ANY_KIND, true, CLI_IP_UNBIND, sizeof(cliUnbindReq), fillUnbinding},
-    {cliVerb::clearCounters, ANY_KIND, false, CLI_CLEAR_IP_ACL_ALL},
-    {cliVerb::policyList, POLICY_PREFIX4, false, CLI_PREFIX_LIST_CREATE},
-    {cliVerb::policyList, POLICY_PREFIX4, true, CLI_PREFIX_LIST_DELETE},
-    {cliVerb::policyList, POLICY_PREFIX6, false, CLI_V6_PREFIX_LIST_CREATE},
-    {cliVerb::policyList, POLICY_PREFIX6, true, CLI_V6_PREFIX_LIST_DELETE},
-    {cliVerb::policyList, POLICY_ASPATH, false, CLI_ASPATH_LIST_CREATE},
-    {cliVerb::policyList, POLICY_ASPATH, true, CLI_ASPATH_LIST_DELETE},
-    {cliVerb::policyList, POLICY_COMMUNITY, false, CLI_COMM_LIST_CREATE},
-    {cliVerb::policyList, POLICY_COMMUNITY, true, CLI_COMM_LIST_DELETE},
-    {cliVerb::policyList, POLICY_EXTCOMMUNITY, false, CLI_EXTCOMM_LIST_CREATE},
-    {cliVerb::policyList, POLICY_EXTCOMMUNITY, true, CLI_EXTCOMM_LIST_DELETE},
-    {cliVerb::policyEntry, POLICY_PREFIX4, false, CLI_PREFIX_ENTRY_ADD, sizeof(cliPrefix4Req),
-     fillPrefix4},
-    {cliVerb::policyEntry, POLICY_PREFIX4, true, CLI_PREFIX_ENTRY_DELETE, sizeof(cliPrefix4Req),
-     fillPrefix4},
-    {cliVerb::policyEntry, POLICY_PREFIX6, false, CLI_V6_PREFIX_ENTRY_ADD, sizeof(cliPrefix6Req),
-     fillPrefix6},
-    {cliVerb::policyEntry, POLICY_PREFIX6, true, CLI_V6_PREFIX_ENTRY_DELETE, sizeof(cliPrefix6Req),
-     fillPrefix6},
-    {cliVerb::policyEntry, POLICY_ASPATH, false, CLI_ASPATH_ENTRY_ADD, sizeof(cliAspathReq),
-     fillAspath},
-    {cliVerb::policyEntry, POLICY_ASPATH, true, CLI_ASPATH_ENTRY_DELETE, sizeof(cliAspathReq),
-     fillAspath},
-    {cliVerb::policyEntry, POLICY_COMMUNITY, false, CLI_COMM_ENTRY_ADD, sizeof(cliCommReq),
-     fillCommunity},
-    {cliVerb::policyEntry, POLICY_COMMUNITY, true, CLI_COMM_ENTRY_DELETE, sizeof(cliCommReq),
-     fillCommunity},
-    {cliVerb::policyEntry, POLICY_EXTCOMMUNITY, false, CLI_EXTCOMM_ENTRY_ADD, sizeof(cliExtCommReq),
-     fillExtCommunity},
-    {cliVerb::policyEntry, POLICY_EXTCOMMUNITY, true, CLI_EXTCOMM_ENTRY_DELETE,
-     sizeof(cliExtCommReq), fillExtCommunity},
-    {cliVerb::routeMap, ANY_KIND, false, CLI_RMAP_CREATE, sizeof(cliRmapReq), fillRouteMap},
-    {cliVerb::routeMap, ANY_KIND, true, CLI_RMAP_DELETE, sizeof(cliRmapDeleteReq),
-     fillRouteMapDelete},
-    // The IPv6 clauses have codes of their own.
-    {cliVerb::clause, ANY_KIND, false, CLI_RMAP_ENTRY_ADD, sizeof(cliRmapClauseReq), fillClause},
-    {cliVerb::clause, ANY_KIND, true, CLI_RMAP_ENTRY_DELETE, sizeof(cliRmapClauseReq), fillClause},
-    {cliVerb::resequence, ANY_KIND, false, CLI_PREFIX_RESEQUENCE, sizeof(cliPrefixReseqReq),
-     fillResequence},
-    {cliVerb::clearPolicy, POLICY_PREFIX4, false, CLI_PREFIX_CLEAR_ALL},
-    {cliVerb::clearPolicy, POLICY_PREFIX6, false, CLI_V6_PREFIX_CLEAR_ALL},
+    {cliVerb::traceGroup, false, CLI_DOS_ENABLE, {}},
+    {cliVerb::traceGroup, true, CLI_DOS_DISABLE, {}},
+    {cliVerb::accessGroup, false, CLI_IP_BIND, {sizeof(cliBindReq), fillBinding}},
+    {cliVerb::accessGroup, true, CLI_IP_UNBIND, {sizeof(cliUnbindReq), fillUnbinding}},
+    {cliVerb::resequence,
+     false,
+     CLI_PREFIX_RESEQUENCE,
+     {sizeof(cliPrefixReseqReq), fillResequence}},
 };
-// Of a verb that has codes of its own for one list and for all.
-struct oneListRow {
-    uint32_t all, one;
-};
-constexpr oneListRow oneListTable[] = {
-    {CLI_CLEAR_IP_ACL_ALL, CLI_CLEAR_IP_ACL},
-    {CLI_PREFIX_CLEAR_ALL, CLI_PREFIX_CLEAR},
-    {CLI_V6_PREFIX_CLEAR_ALL, CLI_V6_PREFIX_CLEAR},
-};
+
+// The code and the form of a command's request; code 0: there is none.
+requestRow rowOf(const cliCommand& c) {
+    const listKind& kind = listKinds[c.kind < KIND_COUNT ? c.kind : KIND_STANDARD];
+    switch (c.verb) {
+        case cliVerb::list:
+            return {c.verb, c.negated, c.negated ? kind.codes.remove : kind.codes.create,
+                    c.negated ? kind.removal : kind.header};
+        case cliVerb::entry:
+            return {c.verb, c.negated, c.negated ? kind.codes.erase : kind.codes.add, kind.line};
+        case cliVerb::clearCounters:
+            return {c.verb, c.negated, c.name.empty() ? kind.clear.all : kind.clear.one, {}};
+        default:
+            break;
+    }
+    for (const requestRow& row : requestTable)
+        if (row.verb == c.verb && row.negated == c.negated) return row;
+    return {c.verb, c.negated, 0, {}};
+}
 
 // A cookie that no reply buffer can show in the same place: neither 0 nor SHOW_MARKER.
 constexpr uint32_t cookieOf(uint32_t sequence) {
@@ -146,6 +99,16 @@ void stamp(cliChannel* channel, ipcHdr* hdr, uint32_t mtype, size_t length) {
 }
 
 }  // namespace
+
+void fillList(const cliCommand& command, const cliScope&, cliRequest* request) {
+    request->list.kind = listKinds[command.kind].mode.ipKind;
+}
+void fillEntry(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->cli.name = scope.list;
+    request->entry.log = command.log;
+    request->entry.monitor = command.monitor;
+    request->entry.block = command.block;
+}
 
 bool channelOpen(cliChannel* channel, const std::string& runDir, const std::string& chassisFile,
                  uint32_t rp, std::string* error) {
@@ -186,20 +149,15 @@ bool requestBuild(cliChannel* channel, const cliCommand& command, const cliScope
               command.negated ? MT_ACL_INVERSEMASK_DISABLE : MT_ACL_INVERSEMASK_ENABLE, *length);
         return true;
     }
-    const auto* row = std::ranges::find_if(requestTable, [&](const requestRow& r) {
-        return r.verb == command.verb && r.negated == command.negated &&
-               (r.kind == ANY_KIND || r.kind == command.kind);
-    });
-    if (row == std::end(requestTable)) return false;
-    *length = row->length;
-    std::memset(static_cast<void*>(request), 0, row->length);
-    stamp(channel, &request->ipc, MT_CLI_COMMAND, row->length);
+    const requestRow row = rowOf(command);
+    if (row.code == 0) return false;
+    *length = row.form.length;
+    std::memset(static_cast<void*>(request), 0, *length);
+    stamp(channel, &request->ipc, MT_CLI_COMMAND, *length);
     request->cli.cookie = cookieOf(request->ipc.sequence);
-    request->cli.code = row->code;
-    for (const oneListRow& r : oneListTable)
-        if (r.all == row->code && !command.name.empty()) request->cli.code = r.one;
+    request->cli.code = row.code;
     request->cli.name = listNameMake(command.name);
-    if (row->fill != nullptr) row->fill(command, scope, request);
+    if (row.form.fill != nullptr) row.form.fill(command, scope, request);
     return true;
 }
 

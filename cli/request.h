@@ -59,6 +59,8 @@ struct cliScope {
 // Writes what a command says behind the front of its request, which is zero; the front has the name
 // that the command gives (policyRequest.cpp for routing-policy lists).
 typedef void (*requestFill)(const cliCommand& command, const cliScope& scope, cliRequest* request);
+void fillList(const cliCommand&, const cliScope&, cliRequest*);
+void fillEntry(const cliCommand&, const cliScope&, cliRequest*);
 void fillPrefix4(const cliCommand&, const cliScope&, cliRequest*);
 void fillPrefix6(const cliCommand&, const cliScope&, cliRequest*);
 void fillAspath(const cliCommand&, const cliScope&, cliRequest*);

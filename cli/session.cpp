@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "cli/kinds.h"
 #include "cli/lexer.h"
 #include "include/routeMapNames.h"
 #include "include/status.h"
@@ -11,27 +12,12 @@
 
 namespace {
 
-struct modeRow {
-    cliVerb verb;
-    uint32_t kind;
-    cliMode mode;
-};
-// The headers of lists and the modes that they open.
-constexpr modeRow headerModes[] = {
-    {cliVerb::list, IP_KIND_STANDARD, cliMode::standard},
-    {cliVerb::list, IP_KIND_EXTENDED, cliMode::extended},
-    {cliVerb::traceList, 0, cliMode::trace},
-    {cliVerb::policyList, POLICY_PREFIX4, cliMode::prefix4},
-    {cliVerb::policyList, POLICY_PREFIX6, cliMode::prefix6},
-    {cliVerb::policyList, POLICY_ASPATH, cliMode::aspath},
-    {cliVerb::policyList, POLICY_COMMUNITY, cliMode::community},
-    {cliVerb::policyList, POLICY_EXTCOMMUNITY, cliMode::extCommunity},
-    {cliVerb::routeMap, 0, cliMode::routeMap},
-};
-
 // Sends a configuration command and takes over the mode that follows it.
-cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
-    cliOutcome outcome;
+cliOutcome runConfig(cliSession* s, const cliCommand& typed, cliPipe*) {
+    cliCommand command = typed;
+    s->running = {};  // others may have changed them since
+    cliOutcome outcome = sessionClause(s, &command);
+    if (!outcome.ok) return outcome;
     if (!s->options.checkOnly) {
         std::string error;
         if (!sessionConnect(s, &error)) return refusal(error);
@@ -49,9 +35,7 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
         else if (!answerIsShown(s->channel))
             reportText(s->err, NOT_SHOWN_TEXT);
     }
-    if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters ||
-        command.verb == cliVerb::clearPolicy)
-        return outcome;
+    if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters) return outcome;
     if (outcome.ok) {
         sessionEnter(s, command);
         if (!s->options.checkOnly) answerInstance(s->channel, &s->scope.seq);
@@ -61,12 +45,6 @@ cliOutcome runConfig(cliSession* s, const cliCommand& command, cliPipe*) {
     return outcome;
 }
 
-cliOutcome runClause(cliSession* s, const cliCommand& typed, cliPipe* pipe) {
-    cliCommand command = typed;
-    s->running = {};  // others may have changed them since
-    cliOutcome outcome = sessionClause(s, &command);
-    return outcome.ok ? runConfig(s, command, pipe) : outcome;
-}
 cliOutcome runInterface(cliSession* s, const cliCommand& command, cliPipe*) {
     return sessionInterface(s, command);
 }
@@ -105,6 +83,9 @@ cliOutcome runShowSystem(cliSession* s, const cliCommand&, cliPipe* pipe) {
     return showDebug(s, "system", pipe);
 }
 
+cliOutcome runShowLists(cliSession* s, const cliCommand& c, cliPipe* pipe) {
+    return listKinds[c.kind].show.run(s, c, pipe);
+}
 cliOutcome runShowQueues(cliSession* s, const cliCommand&, cliPipe* pipe) {
     return showDebug(s, "queues", pipe);
 }
@@ -128,7 +109,7 @@ constexpr verbRow verbTable[] = {
     {cliVerb::showUnresolved, false, showUnresolved},
     {cliVerb::retryUnresolved, false, retryUnresolved},
     {cliVerb::discardUnresolved, false, discardUnresolved},
-    {cliVerb::showLists, false, showLists},
+    {cliVerb::showLists, false, runShowLists},
     {cliVerb::showLogging, false, runShowLogging},
     {cliVerb::showSystem, false, runShowSystem},
     {cliVerb::showQueues, false, runShowQueues},
@@ -147,21 +128,12 @@ constexpr verbRow verbTable[] = {
     {cliVerb::exit, true, runExit},
     {cliVerb::end, true, runEnd},
     {cliVerb::list, true, runConfig},
-    {cliVerb::traceList, true, runConfig},
     {cliVerb::traceGroup, true, runConfig},
     {cliVerb::maskMode, true, runConfig},
     {cliVerb::interface, true, runInterface},
     {cliVerb::entry, true, runConfig},
-    {cliVerb::traceEntry, true, runConfig},
     {cliVerb::accessGroup, true, runConfig},
-    {cliVerb::policyList, true, runConfig},
-    {cliVerb::policyEntry, true, runConfig},
-    {cliVerb::routeMap, true, runConfig},
-    {cliVerb::clause, true, runClause},
     {cliVerb::resequence, true, runConfig},
-    {cliVerb::showPolicy, false, showPolicy},
-    {cliVerb::clearPolicy, true, runConfig},
-    {cliVerb::testPolicy, false, testPolicy},
 };
 static_assert([] {
     for (size_t i = 0; i < std::size(verbTable); i++)
@@ -207,17 +179,13 @@ bool sessionIsInner(cliMode mode) {
     return mode != cliMode::exec && mode != cliMode::configure;
 }
 bool sessionIsInnerLine(const cliCommand& command) {
-    constexpr cliVerb verbs[] = {cliVerb::entry, cliVerb::traceEntry, cliVerb::accessGroup,
-                                 cliVerb::policyEntry, cliVerb::clause};
-    return std::ranges::find(verbs, command.verb) != std::end(verbs);
+    return command.verb == cliVerb::entry || command.verb == cliVerb::accessGroup;
 }
 
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
     if (sessionIsInnerLine(command)) return session.mode;
-    if (!command.negated)
-        for (const modeRow& row : headerModes)
-            if (row.verb == command.verb && row.kind == command.kind) return row.mode;
-    return cliMode::configure;
+    const bool opens = command.verb == cliVerb::list && !command.negated;
+    return opens ? modeOfKind(command.kind) : cliMode::configure;
 }
 
 void sessionEnter(cliSession* session, const cliCommand& command) {

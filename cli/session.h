@@ -119,7 +119,6 @@ cliOutcome showCards(cliSession* session, const cliCommand& command, cliPipe* pi
 cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe);
-// Routing-policy lists (showPolicy.cpp).
+// Routing-policy lists (policy.cpp).
 cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe);
-cliOutcome testPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe);
-cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe);  // of any list

@@ -21,9 +21,9 @@ const char* setName(cliCommand&, const cliValue&, const grammarNode&);
 const char* setKind(cliCommand&, const cliValue&, const grammarNode&);  // (the kind)
 const char* setNumber(cliCommand&, const cliValue&,
                       const grammarNode&);  // (the number, of a keyword)
-// A verb about routing-policy lists of one kind (policyKind).
+// A verb about lists of one kind (cliKind).
 template <cliVerb verb>
-const char* setPolicy(cliCommand& c, const cliValue&, const grammarNode& n) {
+const char* setVerbOf(cliCommand& c, const cliValue&, const grammarNode& n) {
     c.verb = verb;
     c.kind = n.value;
     return nullptr;

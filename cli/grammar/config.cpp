@@ -73,8 +73,9 @@ extern const grammarState sIp, sAsPathLists, sIpv6, sRouteMapName, sInstance, sI
 constexpr grammarNode configNodes[] = {
     // Each names its verb at once: a line that goes wrong behind it was still not an entry.
     verb("ip", "IP lists", sIp, cliVerb::list),
-    verb("ipv6", "IPv6 lists", sIpv6, cliVerb::policyList),
-    verb("route-map", "an instance of a route map and its mode", sRouteMapName, cliVerb::routeMap),
+    verb("ipv6", "IPv6 lists", sIpv6, cliVerb::list),
+    kw("route-map", "an instance of a route map and its mode", sRouteMapName,
+       setVerbOf<cliVerb::list>, KIND_RMAP),
     verb("resequence", "number the entries of a list again", sResequence, cliVerb::resequence,
          F_POSITIVE),
     verb("interface", "an interface and its mode", sInterface, cliVerb::interface, F_POSITIVE),
@@ -86,26 +87,26 @@ constexpr grammarNode configNodes[] = {
 };
 constexpr grammarNode ipNodes[] = {
     verb("access-list", "an access list and its mode", sIpList, cliVerb::list),
-    verb("trace-list", "a denial-of-service filter list and its mode", sListName,
-         cliVerb::traceList),
+    kw("trace-list", "a denial-of-service filter list and its mode", sListName,
+       setVerbOf<cliVerb::list>, KIND_TRACE),
     verb("trace-group", "make a trace list the active filter", sListName, cliVerb::traceGroup),
-    kw("prefix-list", "an IPv4 prefix list and its mode", sListName, setPolicy<cliVerb::policyList>,
-       POLICY_PREFIX4),
-    verb("as-path", "AS-path lists", sAsPathLists, cliVerb::policyList),
-    kw("community-list", "a community list and its mode", sListName, setPolicy<cliVerb::policyList>,
-       POLICY_COMMUNITY),
+    kw("prefix-list", "an IPv4 prefix list and its mode", sListName, setVerbOf<cliVerb::list>,
+       KIND_PREFIX4),
+    verb("as-path", "AS-path lists", sAsPathLists, cliVerb::list),
+    kw("community-list", "a community list and its mode", sListName, setVerbOf<cliVerb::list>,
+       KIND_COMMUNITY),
     kw("extcommunity-list", "an extended-community list and its mode", sListName,
-       setPolicy<cliVerb::policyList>, POLICY_EXTCOMMUNITY),
+       setVerbOf<cliVerb::list>, KIND_EXTCOMMUNITY),
 };
 constexpr grammarState sIp{ipNodes};
 constexpr grammarNode asPathNodes[] = {
-    kw("access-list", "an AS-path access list and its mode", sListName,
-       setPolicy<cliVerb::policyList>, POLICY_ASPATH),
+    kw("access-list", "an AS-path access list and its mode", sListName, setVerbOf<cliVerb::list>,
+       KIND_ASPATH),
 };
 constexpr grammarState sAsPathLists{asPathNodes};
 constexpr grammarNode ipv6Nodes[] = {
-    kw("prefix-list", "an IPv6 prefix list and its mode", sListName, setPolicy<cliVerb::policyList>,
-       POLICY_PREFIX6),
+    kw("prefix-list", "an IPv6 prefix list and its mode", sListName, setVerbOf<cliVerb::list>,
+       KIND_PREFIX6),
 };
 constexpr grammarState sIpv6{ipv6Nodes};
 constexpr grammarNode routeMapNodes[] = {
@@ -130,12 +131,12 @@ constexpr grammarNode namedSeqNodes[] = {
 constexpr grammarState sNamedSeq{namedSeqNodes};
 // "resequence prefix-list [ipv4|ipv6] NAME START STEP"
 constexpr grammarNode resequenceNodes[] = {
-    kw("prefix-list", "a prefix list", sResequenceFamily, setKind, POLICY_PREFIX4),
+    kw("prefix-list", "a prefix list", sResequenceFamily, setKind, KIND_PREFIX4),
 };
 constexpr grammarState sResequence{resequenceNodes};
 constexpr grammarNode resequenceFamilyNodes[] = {
-    whole("ipv4", "an IPv4 list", sResequenceName, setKind, POLICY_PREFIX4),
-    whole("ipv6", "an IPv6 list", sResequenceName, setKind, POLICY_PREFIX6),
+    whole("ipv4", "an IPv4 list", sResequenceName, setKind, KIND_PREFIX4),
+    whole("ipv6", "an IPv6 list", sResequenceName, setKind, KIND_PREFIX6),
 };
 constexpr grammarState sResequenceFamily{resequenceFamilyNodes, &sResequenceName};
 constexpr grammarNode resequenceNameNodes[] = {
@@ -151,9 +152,9 @@ constexpr grammarNode resequenceStepNodes[] = {
 };
 constexpr grammarState sResequenceStep{resequenceStepNodes};
 constexpr grammarNode ipListNodes[] = {
-    kw("standard", "filters by source address", sListName, setKind, IP_KIND_STANDARD),
+    kw("standard", "filters by source address", sListName, setKind, KIND_STANDARD),
     kw("extended", "filters by protocol, addresses, ports and more", sListName, setKind,
-       IP_KIND_EXTENDED),
+       KIND_EXTENDED),
 };
 constexpr grammarState sIpList{ipListNodes};
 constexpr grammarNode listNameNodes[] = {

@@ -33,7 +33,7 @@ constexpr grammarNode showNodes[] = {
     kw("configuration", "lines of the configuration", sShowConfiguration),
     kw("ip", "IP lists", sShowIp),
     kw("ipv6", "IPv6 lists", sShowIpv6),
-    kw("route-maps", "route maps", sShowMaps, setPolicy<cliVerb::showPolicy>, POLICY_RMAP),
+    kw("route-maps", "route maps", sShowMaps, setVerbOf<cliVerb::showLists>, KIND_RMAP),
     verb("clients", "how the clients of lists were told of changes", sDone, cliVerb::showClients),
     verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
     verb("system", "state and counters of the manager", sDone, cliVerb::showSystem),
@@ -50,18 +50,18 @@ constexpr grammarState sShowConfiguration{showConfigurationNodes};
 constexpr grammarNode showIpNodes[] = {
     verb("access-lists", "entries of access lists", sShowLists, cliVerb::showLists),
     verb("access-group", "which lists are bound where", sDone, cliVerb::showAccessGroups),
-    kw("prefix-lists", "IPv4 prefix lists", sShowPrefix, setPolicy<cliVerb::showPolicy>,
-       POLICY_PREFIX4),
-    kw("as-path-access-lists", "AS-path access lists", sShowPolicy, setPolicy<cliVerb::showPolicy>,
-       POLICY_ASPATH),
-    kw("community-lists", "community lists", sShowPolicy, setPolicy<cliVerb::showPolicy>,
-       POLICY_COMMUNITY),
-    kw("extcommunity-lists", "extended-community lists", sShowPolicy,
-       setPolicy<cliVerb::showPolicy>, POLICY_EXTCOMMUNITY),
+    kw("prefix-lists", "IPv4 prefix lists", sShowPrefix, setVerbOf<cliVerb::showLists>,
+       KIND_PREFIX4),
+    kw("as-path-access-lists", "AS-path access lists", sShowPolicy, setVerbOf<cliVerb::showLists>,
+       KIND_ASPATH),
+    kw("community-lists", "community lists", sShowPolicy, setVerbOf<cliVerb::showLists>,
+       KIND_COMMUNITY),
+    kw("extcommunity-lists", "extended-community lists", sShowPolicy, setVerbOf<cliVerb::showLists>,
+       KIND_EXTCOMMUNITY),
 };
 constexpr grammarNode showIpv6Nodes[] = {
-    kw("prefix-lists", "IPv6 prefix lists", sShowPrefix, setPolicy<cliVerb::showPolicy>,
-       POLICY_PREFIX6),
+    kw("prefix-lists", "IPv6 prefix lists", sShowPrefix, setVerbOf<cliVerb::showLists>,
+       KIND_PREFIX6),
 };
 constexpr grammarState sShowIpv6{showIpv6Nodes};
 constexpr grammarNode showPolicyNodes[] = {
@@ -177,11 +177,11 @@ constexpr grammarState sClearUnresolved{clearUnresolvedNodes};
 constexpr grammarNode clearIpNodes[] = {
     kw("access-lists", "access lists", sClearLists),
     kw("prefix-lists", "hit counts of IPv4 prefix lists", sClearCounters,
-       setPolicy<cliVerb::clearPolicy>, POLICY_PREFIX4),
+       setVerbOf<cliVerb::clearCounters>, KIND_PREFIX4),
 };
 constexpr grammarNode clearIpv6Nodes[] = {
     kw("prefix-lists", "hit counts of IPv6 prefix lists", sClearCounters,
-       setPolicy<cliVerb::clearPolicy>, POLICY_PREFIX6),
+       setVerbOf<cliVerb::clearCounters>, KIND_PREFIX6),
 };
 constexpr grammarState sClearIpv6{clearIpv6Nodes};
 constexpr grammarState sClearIp{clearIpNodes};

@@ -11,13 +11,14 @@
 #include "include/entry.h"
 #include "include/policyMsg.h"
 
+// Behind the first three: the mode of a list's lines, one for each cliKind.
 enum class cliMode : uint8_t {
     exec,
     configure,
+    interface,
     standard,
     extended,
     trace,
-    interface,
     prefix4,
     prefix6,
     aspath,
@@ -33,7 +34,7 @@ enum class cliVerb : uint8_t {
     showUnresolved,
     retryUnresolved,
     discardUnresolved,
-    showLists,
+    showLists,  // cliPolicy::detail is the policyDetail
     showLogging,
     showSystem,
     showQueues,
@@ -51,32 +52,29 @@ enum class cliVerb : uint8_t {
     test,
     exit,
     end,
-    list,       // header of an IP list; cliCommand::kind
-    traceList,  // header of a trace list
+    list,  // header of a list
     traceGroup,
     maskMode,
     interface,  // header of an interface; cliCommand::text is its name
-    entry,
-    traceEntry,
+    entry,      // a list's line
     accessGroup,
-    policyList,   // header of a routing-policy list; cliCommand::kind is its policyKind
-    policyEntry,  // an entry of one
-    routeMap,     // header of a route map's instance
-    clause,       // of a route map
     resequence,
-    showPolicy,  // cliPolicy::detail is the policyDetail
-    clearPolicy,
-    testPolicy,
     count_,
 };
 
-enum policyKind : uint32_t {
-    POLICY_PREFIX4,
-    POLICY_PREFIX6,
-    POLICY_ASPATH,
-    POLICY_COMMUNITY,
-    POLICY_EXTCOMMUNITY,
-    POLICY_RMAP,
+// The kinds of lists: cliCommand::kind of a verb that is about lists. What covers both kinds of
+// IPv4 access lists says "standard". kinds.cpp has a row for each.
+enum cliKind : uint32_t {
+    KIND_STANDARD,
+    KIND_EXTENDED,
+    KIND_TRACE,
+    KIND_PREFIX4,
+    KIND_PREFIX6,
+    KIND_ASPATH,
+    KIND_COMMUNITY,
+    KIND_EXTCOMMUNITY,
+    KIND_RMAP,
+    KIND_COUNT,
 };
 
 enum policyDetail : uint32_t { POLICY_PLAIN, POLICY_DETAIL, POLICY_SUMMARY };
@@ -120,7 +118,7 @@ struct cliCommand {
     uint32_t seen;         // options already given, O_...
     uint32_t firstColumn;  // of the first word, from 0
     uint32_t seqColumn;    // of the sequence number; NO_COLUMN when none was given
-    uint32_t kind;         // of an IP list; cardQuestion; chassisCommand; policyKind
+    uint32_t kind;         // cliKind; cardQuestion; chassisCommand
     uint32_t number;       // slot, CARD_CONTROL_PLANE, or route processor
     uint32_t direction;    // of a binding: 0 in, 1 out
     uint32_t implicitPermit;
@@ -214,13 +212,21 @@ struct grammarState {
 
 struct grammarMode {
     const grammarState* start;
-    uint32_t features;
-    uint32_t ipKind;  // of an IP list's entries
+    uint32_t features;  // beside those that every line begins with
+    uint32_t ipKind;    // of an IP list's entries
     const char* prompt;
-    cliVerb verb;   // of a line that names no other
-    uint32_t kind;  // policyKind of such a line
 };
 const grammarMode& grammarModeOf(cliMode mode);
+// Of a list's mode; 0 of the others.
+constexpr uint32_t kindOfMode(cliMode mode) {
+    return mode < cliMode::standard
+               ? 0
+               : static_cast<uint32_t>(mode) - static_cast<uint32_t>(cliMode::standard);
+}
+constexpr cliMode modeOfKind(uint32_t kind) {
+    return static_cast<cliMode>(kind + static_cast<uint32_t>(cliMode::standard));
+}
+static_assert(modeOfKind(KIND_RMAP) == cliMode::routeMap);
 
 // Actions that fill the entry block (entry.cpp). `value` of the node in parentheses.
 constexpr uint32_t ENTRY_SRC = 0, ENTRY_DST = 1;

@@ -53,18 +53,15 @@ extern const grammarState sTestIp, sTestIpv6, sTestPrefix4, sTestPrefix6, sTestP
 constexpr grammarNode testNodes[] = {
     kw("ip", "IP lists", sTestIp),
     kw("ipv6", "IPv6 lists", sTestIpv6),
-    kw("route-map", "a route map", sTestRouteMap, setPolicy<cliVerb::testPolicy>, POLICY_RMAP),
+    kw("route-map", "a route map", sTestRouteMap, setVerbOf<cliVerb::test>, KIND_RMAP),
 };
 constexpr grammarNode testIpNodes[] = {
     verb("access-list", "an access list", sTestName, cliVerb::test),
-    kw("prefix-list", "an IPv4 prefix list", sTestPrefix4, setPolicy<cliVerb::testPolicy>,
-       POLICY_PREFIX4),
-    kw("as-path", "an AS-path access list", sTestPath, setPolicy<cliVerb::testPolicy>,
-       POLICY_ASPATH),
-    kw("community", "a community list", sTestValues, setPolicy<cliVerb::testPolicy>,
-       POLICY_COMMUNITY),
-    kw("extcommunity", "an extended-community list", sTestValues, setPolicy<cliVerb::testPolicy>,
-       POLICY_EXTCOMMUNITY),
+    kw("prefix-list", "an IPv4 prefix list", sTestPrefix4, setVerbOf<cliVerb::test>, KIND_PREFIX4),
+    kw("as-path", "an AS-path access list", sTestPath, setVerbOf<cliVerb::test>, KIND_ASPATH),
+    kw("community", "a community list", sTestValues, setVerbOf<cliVerb::test>, KIND_COMMUNITY),
+    kw("extcommunity", "an extended-community list", sTestValues, setVerbOf<cliVerb::test>,
+       KIND_EXTCOMMUNITY),
 };
 constexpr grammarState sTestIp{testIpNodes};
 constexpr grammarNode testNameNodes[] = {
@@ -118,8 +115,7 @@ constexpr grammarNode listNode(const grammarState& next) {
     return arg(cliArg::name, "NAME", "the list", next, addText);
 }
 constexpr grammarNode testIpv6Nodes[] = {
-    kw("prefix-list", "an IPv6 prefix list", sTestPrefix6, setPolicy<cliVerb::testPolicy>,
-       POLICY_PREFIX6),
+    kw("prefix-list", "an IPv6 prefix list", sTestPrefix6, setVerbOf<cliVerb::test>, KIND_PREFIX6),
 };
 constexpr grammarState sTestIpv6{testIpv6Nodes};
 constexpr grammarNode testPrefix4Nodes[] = {listNode(sTest4)};

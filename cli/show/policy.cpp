@@ -1,40 +1,13 @@
-// Shows and tests of routing-policy lists.
+// Shows of routing-policy lists.
 #include <cstring>
 
+#include "cli/kinds.h"
 #include "cli/lexer.h"
 #include "cli/session.h"
 #include "cli/show/render.h"
 #include "include/status.h"
 
 namespace {
-
-struct policyRow {
-    policyKind kind;
-    const char* word;  // in the JSON of a show
-    uint32_t all, one, allDetail, oneDetail;
-    uint32_t noList;  // status at the end of the walk over all
-    const char* testFunction;
-};
-constexpr policyRow policyTable[] = {
-    {POLICY_PREFIX4, "ip prefix-list", CLI_SHOW_PREFIX_ALL, CLI_SHOW_PREFIX,
-     CLI_SHOW_PREFIX_ALL_DETAIL, CLI_SHOW_PREFIX_DETAIL, ACL_E_PREFIX_NOLIST, "testPrefixList"},
-    {POLICY_PREFIX6, "ipv6 prefix-list", CLI_SHOW_V6_PREFIX_ALL, CLI_SHOW_V6_PREFIX,
-     CLI_SHOW_V6_PREFIX_ALL_DETAIL, CLI_SHOW_V6_PREFIX_DETAIL, ACL_E_PREFIX_NOLIST,
-     "testPrefixList"},
-    {POLICY_ASPATH, "ip as-path access-list", CLI_SHOW_ASPATH_ALL, CLI_SHOW_ASPATH, 0, 0,
-     ACL_E_ASPATH_NOLIST, "testAspath"},
-    {POLICY_COMMUNITY, "ip community-list", CLI_SHOW_COMM_ALL, CLI_SHOW_COMM, 0, 0,
-     ACL_E_COMM_NOLIST, "testCommunity"},
-    {POLICY_EXTCOMMUNITY, "ip extcommunity-list", CLI_SHOW_EXTCOMM_ALL, CLI_SHOW_EXTCOMM, 0, 0,
-     ACL_E_EXTCOMM_NOLIST, "testExtCommunity"},
-    {POLICY_RMAP, "route-map", CLI_SHOW_RMAP_ALL, CLI_SHOW_RMAP, CLI_SHOW_RMAP_CONFIG,
-     CLI_SHOW_RMAP_CONFIG, ACL_E_NORMAP, "testRouteMap"},
-};
-static_assert([] {
-    for (size_t i = 0; i < std::size(policyTable); i++)
-        if (policyTable[i].kind != i) return false;
-    return true;
-}());
 
 // The next line of a text, without its end.
 std::string_view takeLine(std::string_view* text) {
@@ -70,8 +43,8 @@ json entryJson(std::string_view line) {
 }
 
 // A list's show text as JSON. The text is the manager's: what does not look like it is left out.
-json listJson(const policyRow& row, const listName& name, std::string_view text) {
-    json list = {{"name", std::string(listNameView(name))}, {"kind", row.word}};
+json listJson(const char* kind, const listName& name, std::string_view text) {
+    json list = {{"name", std::string(listNameView(name))}, {"kind", kind}};
     json entries = json::array();
     while (!text.empty()) {
         std::string_view line = takeLine(&text);
@@ -144,9 +117,9 @@ cliOutcome askPage(cliSession* s, uint32_t code, const listName& name, uint32_t 
 }  // namespace
 
 cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe) {
-    const policyRow& row = policyTable[command.kind];
+    const auto& row = listKinds[command.kind].show;
     bool all = command.name.empty(), detail = command.policy.detail == POLICY_DETAIL;
-    bool config = detail && command.kind == POLICY_RMAP;  // one answer, whatever was asked for
+    bool config = detail && command.kind == KIND_RMAP;  // one answer, whatever was asked for
     uint32_t code = all ? (detail ? row.allDetail : row.all) : (detail ? row.oneDetail : row.one);
     std::string error;
     if (!sessionConnect(session, &error)) return refusal(error);
@@ -178,21 +151,14 @@ cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* p
         name = page.shown;
         if (resume != 0) continue;
         if (session->options.json) {
-            if (row.kind == POLICY_RMAP)
+            if (command.kind == KIND_RMAP)
                 for (json& instance : mapJson(listText)) shown.push_back(std::move(instance));
             else
-                shown.push_back(listJson(row, name, listText));
+                shown.push_back(listJson(row.word, name, listText));
             listText.clear();
         }
         if (!all || config) break;
     }
     if (session->options.json) pipeText(pipe, jsonDump(shown, 2) + "\n");
     return {};
-}
-
-cliOutcome testPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe) {
-    json answer;
-    cliOutcome outcome =
-        debugJson(session, policyTable[command.kind].testFunction, command.text, &answer);
-    return outcome.ok ? showVerdict(session, std::move(answer), pipe) : outcome;
 }

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "cli/kinds.h"
 #include "cli/lexer.h"
 #include "cli/session.h"
 #include "cli/show/render.h"
@@ -184,7 +185,8 @@ cliOutcome showInterfaces(cliSession* session, const cliCommand&, cliPipe* pipe)
 
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     json answer;
-    cliOutcome outcome = debugJson(session, "test-ip-filter", command.text, &answer);
+    cliOutcome outcome =
+        debugJson(session, listKinds[command.kind].testFunction, command.text, &answer);
     return outcome.ok ? showVerdict(session, std::move(answer), pipe) : outcome;
 }
 

@@ -358,9 +358,9 @@ no ip access-group A in implicit-permit => 24: Unexpected word "implicit-permit"
 permit any => 0: Unexpected word "permit" ...
 )lines";
 
-constexpr std::string_view MODES[] = {"exec",   "configure", "standard",     "extended",
-                                      "trace",  "interface", "prefix4",      "prefix6",
-                                      "aspath", "community", "extCommunity", "routeMap"};
+constexpr std::string_view MODES[] = {"exec",     "configure", "interface",    "standard",
+                                      "extended", "trace",     "prefix4",      "prefix6",
+                                      "aspath",   "community", "extCommunity", "routeMap"};
 
 struct lineRow {
     cliContext context;
@@ -444,7 +444,7 @@ TEST(Grammar, CommandsBecomeVerbs) {
         {exec, "debug mask  3  4 ", cliVerb::debug, "mask", 0, "3  4"},
         {exec, "test ip access-list A tcp 1.2.3.4 5.6.7.8 dst 80 fl syn,ack fragment",
          cliVerb::test, "", 0, "A tcp 1.2.3.4 5.6.7.8 dst-port 80 flags syn,ack fragment"},
-        {exec, "test route-map R 10.0.0.0/8 as-path \"1 2\" metric 5", cliVerb::testPolicy, "", 5,
+        {exec, "test route-map R 10.0.0.0/8 as-path \"1 2\" metric 5", cliVerb::test, "", KIND_RMAP,
          "R 10.0.0.0/8 as-path \"1 2\" metric 5"},
         {exec, "show ip access-lists A installed", cliVerb::showInstalled, "A", 0, ""},
         {exec, "show ip access-lists installed", cliVerb::showLists, "installed", 0, ""},

@@ -1,0 +1,34 @@
+// The kinds of lists, one row for each: how its lines are read, what is sent about it, how it is
+// shown and tested. Its words are the grammar's.
+#pragma once
+
+#include "cli/session.h"
+
+// How a request is filled, and how long it is.
+struct requestForm {
+    size_t length = sizeof(cliHdr);
+    requestFill fill = nullptr;
+};
+
+struct kindCodes {
+    uint32_t create, remove;  // the header and its "no" form
+    uint32_t add, erase;      // a line, likewise
+};
+struct kindClear {
+    uint32_t all = 0, one = 0;
+};
+struct kindShow {
+    cliOutcome (*run)(cliSession*, const cliCommand&, cliPipe*) = nullptr;
+    // Of showPolicy: in its JSON, the status at the end of a walk over all, what it asks for.
+    const char* word = "";
+    uint32_t noList = 0, all = 0, one = 0, allDetail = 0, oneDetail = 0;
+};
+struct listKind {
+    grammarMode mode;  // of its lines
+    kindCodes codes;
+    requestForm header = {}, removal = header, line = {};
+    kindClear clear = {};  // counters
+    const char* testFunction = "";
+    kindShow show = {};
+};
+extern const listKind listKinds[KIND_COUNT];
