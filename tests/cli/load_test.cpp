@@ -14,7 +14,8 @@ uint32_t seqOf(const std::vector<uint8_t>& message) {
     return reinterpret_cast<const cliIpEntryReq*>(message.data())->block.seq;
 }
 bool isEntryAdd(const std::vector<uint8_t>& message) {
-    return cliOf(message).code == CLI_IP_ENTRY_ADD;
+    // (Changes of the mask mode are a header alone.)
+    return message.size() >= sizeof(cliHdr) && cliOf(message).code == CLI_IP_ENTRY_ADD;
 }
 
 }  // namespace
