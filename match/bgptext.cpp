@@ -36,6 +36,7 @@ bool pathText(std::span<const uint8_t> value, size_t width, std::string* out) {
         value = value.subspan(2);
         if (type < AS_SET || type > AS_CONFED_SET || value.size() < count * width) return false;
         const segmentForm& form = segmentForms[type];
+        // An empty sequence leaves no trace, an empty set its braces.
         const bool nothing = type == AS_SEQUENCE && count == 0;
         if (!out->empty() && !nothing) *out += ' ';
         *out += form.open;
@@ -69,6 +70,8 @@ bool bgpPathText(const void* attribute, uint32_t length, bgpAsWidth width, std::
     if (parsed.type == BGP_ATTR_AS4_PATH) return pathText(parsed.value, 4, text);
     if (parsed.type != BGP_ATTR_AS_PATH) return false;
     if (width != AS_WIDTH_UNKNOWN) return pathText(parsed.value, width, text);
+    // Nobody said how wide the numbers are: two bytes when the segments add up with them, which
+    // they seldom do by chance.
     return pathText(parsed.value, 2, text) || pathText(parsed.value, 4, text);
 }
 
@@ -76,6 +79,7 @@ int aspath_make_str_count(const void* attribute, uint32_t length, char* text, si
                           bgpAsWidth width) {
     std::string path;
     if (!bgpPathText(attribute, length, width, &path)) return -1;
+    // As snprintf: what does not fit is cut, and the length is that of the whole text.
     if (size != 0) {
         const size_t copied = std::min(path.size(), size - 1);
         std::memcpy(text, path.data(), copied);
@@ -114,6 +118,7 @@ std::string bgpCommunityText(std::span<const uint32_t> communities) {
 std::string bgpExtCommToStr(const extCommValue& value) {
     const uint8_t* b = value.b;
     std::string out;
+    // The two bits above say whether the type is the authority's and whether it is transitive.
     switch (b[0] & 0x3F) {
         case 0:  // two-octet AS, number
             out = std::to_string(bigEndian(b + 2, 2)) + ":" + std::to_string(bigEndian(b + 4, 4));

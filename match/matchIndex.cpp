@@ -1,3 +1,5 @@
+// The parts of the index that do not depend on its shape: nodes, their memory, and the groups of an
+// inner node.
 #include "match/matchIndex.h"
 
 #include <bit>
@@ -6,6 +8,8 @@
 
 namespace {
 
+// Groups stand by the lowest order below them: a search ends at the first that can give nothing
+// better than what it has.
 void lower(matchNode* node, matchGroup** group, uint32_t order) {
     (*group)->lowest = std::min((*group)->lowest, order);
     auto* first = matchItems<matchGroup>(node).data();
@@ -16,6 +20,8 @@ void lower(matchNode* node, matchGroup** group, uint32_t order) {
 }  // namespace
 
 matchNode* matchNodeMake(bool leaf, uint32_t capacity, size_t itemSize) {
+    // A chunk of a long leaf has its link to the next one in front of it: short leaves, which are
+    // most, need none and pay nothing.
     const size_t front = leaf && capacity == LEAF_CHUNK ? sizeof(matchNode*) : 0;
     auto* block =
         static_cast<char*>(zekMC_MM_malloc(front + sizeof(matchNode) + capacity * itemSize));
@@ -59,6 +65,7 @@ uint64_t matchCoarse(uint64_t mask, uint64_t part) {
 
 matchGroup* matchGroupObtain(matchNode** at, uint64_t mask, uint64_t part, uint32_t order) {
     matchGroup* group = matchGroupFind(*at, mask);
+    // Each group costs every search a look: from a certain number on masks share a coarser one.
     if (group == nullptr && (*at)->count >= MATCH_GROUPS) {
         mask = matchCoarse(mask, part);
         group = matchGroupFind(*at, mask);

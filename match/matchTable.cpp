@@ -1,3 +1,5 @@
+// Open addressing with a byte of marks per home: a search that finds no mark has missed without
+// touching a slot.
 #include "match/matchTable.h"
 
 #include <cstring>
@@ -23,6 +25,7 @@ matchSlot* take(matchTable* table, uint64_t key) {
 }
 
 bool grow(matchTable* table) {
+    // The old slots stay until the new ones are filled: without memory nothing has changed.
     matchTable larger = {nullptr, table->used, table->bits + 1};
     size_t bytes = (sizeof(matchSlot) + 1) << larger.bits;
     larger.slots = static_cast<matchSlot*>(zekMC_MM_malloc(bytes));
@@ -43,6 +46,7 @@ void** matchTableAt(matchTable* table, uint64_t key) {
         matchSlot& slot = table->slots[find(*table, key)];
         if (slot.item != nullptr) return &slot.item;
     }
+    // At most half full, so that a search for what is not there ends soon.
     if ((table->used + 1) * 2 > matchTableSize(*table) && !grow(table)) return nullptr;
     table->used++;
     return &take(table, key)->item;
@@ -53,6 +57,7 @@ void matchTableErase(matchTable* table, uint64_t key) {
     uint64_t gone = matchTableHome(*table, matchTableHash(key));
     uint64_t hole = find(*table, key);
     uint8_t marks = 0;
+    // The home's marks are written anew from the keys that stay: others may share the bit.
     auto stays = [&](uint64_t i) {
         uint64_t hash = matchTableHash(table->slots[i].key);
         if (matchTableHome(*table, hash) == gone) marks |= matchTableMark(*table, hash);

@@ -3,16 +3,15 @@
 // A list is absent, a placeholder or configured; only a configured one has entries. An entry stands
 // in the chain, in the content tree and in the index at once. A change is made there first; then
 // the clients hear of it, then the configuration.
-#include "common/record.h"
-#include "policy/bgp/store.h"
-
 #include <cstring>
 
 #include "common/clients.h"
 #include "common/nametree.h"
+#include "common/record.h"
 #include "include/status.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekMem.h"
+#include "policy/bgp/store.h"
 #include "policy/bgp/zekbgp_plcy.h"
 
 const bgpKindRow bgpKinds[BGP_LIST_KINDS] = {
@@ -108,6 +107,7 @@ bool link(bgpList* list, bgpEntry* entry, size_t bodySize) {
 uint32_t refuseEntry(bgpList* list, bgpEntry* entry) {
     const uint32_t status = bgpKinds[list->kind].entryMemory;
     if (entry != nullptr) entryFree(entry);
+    // A list that is left without any entry goes with the one that found no memory: meant.
     if (list->head == nullptr) (void)bgpListDelete(list->kind, list->name);
     return status;
 }

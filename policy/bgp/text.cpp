@@ -190,6 +190,7 @@ uint32_t aclShowASPathList(const listName& name, uint32_t* resume, void** buffer
 uint32_t aclShowASPathListAll(const listName& cursor, uint32_t* resume, void** buffer,
                               uint32_t* size) {
     const bgpList* list = nullptr;
+    // In the middle of a list the cursor names it; at its start the one before it.
     if (resume != nullptr && *resume != 0) {
         list = bgpListFind(BGP_ASPATH, cursor);
         // What has been deleted since the last page has no more pages.

@@ -19,6 +19,7 @@ void addAddress(std::string& out, const uint8_t* bytes, const prefixFamily& fami
     out += inet_ntop(AF_INET6, bytes, text, sizeof text);
 }
 
+// Nothing but "any" asks for the family's whole width: it is read back as it was typed.
 bool isAny(const prefixRecord& record, const prefixFamily& family) {
     const uint8_t* address = prefixAddress(record);
     return record.len == 0 && record.ge == 0 && record.le == family.addressBytes * 8 &&

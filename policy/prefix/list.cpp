@@ -235,6 +235,7 @@ uint32_t ipAddPrefixEntry(const listName& name, const prefixRecord& given, uint3
     entry->record->seq = seq;
     uint32_t status = seq > PREFIX_SEQ_MAX ? ACL_E_SEQ_RANGE : ACL_OK;
     const uint8_t* keyBytes = prefixAddress(*entry->record) + 2 * family->addressBytes;
+    // Whatever can fail comes before the first link.
     if (status == ACL_OK && zekRadixInsert(list->content, &entry->content, keyBytes, key.bits) != 0)
         status = ACL_E_PREFIX_ENTRY_MEMORY;
     if (status != ACL_OK) {

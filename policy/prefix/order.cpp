@@ -1,3 +1,4 @@
+// A treap: a search tree by number, a heap by random priority, with the size of every subtree.
 #include "policy/prefix/order.h"
 
 #include <sys/random.h>

@@ -36,8 +36,7 @@ uint32_t ipDelPrefixEntry(const listName& name, const prefixRecord& entry, uint3
 // once. A number above 65534, a start or a step of 0: ACL_E_SEQ_RANGE, and nothing has changed.
 uint32_t ipReseqPrefixList(const listName& name, uint32_t start, uint32_t step, uint32_t af);
 
-// --- clients (clients.cpp; the route maps' are declared in common/client.h)
-// ----------------
+// --- clients (clients.cpp; the route maps' are in common/client.h) --------------------------
 
 // Tells every client. 0, or -1 when a send failed: the clients behind it were not told.
 int prefixTrigger(const prefixList* list, uint32_t af);

@@ -177,6 +177,7 @@ uint32_t addName(const rmapList* map, rmapEntry* entry, const rmapClauseBlock& r
         rmapDeregister(map, entry, value);
         value->name = request.list;
         if (rmapRegister(map, entry, value) != 0) {
+            // What was registered before finds the memory that it gave back.
             value->name = before;
             (void)rmapRegister(map, entry, value);
             return ACL_E_RMAP_LIST;

@@ -19,7 +19,7 @@ void forEachMap(const listName& name, Fn fn) {
         fn(*map);
 }
 
-// The faults of one instance; *records counts its records.
+// The faults of one instance; *lastId becomes the highest of its entries' numbers.
 void checkInstance(std::string& out, const rmapList& map, const rmapInstance& at,
                    uint32_t* lastId) {
     const std::string where = rmapInstanceText(map.name, at.action, at.seq) + ": ";
@@ -63,7 +63,9 @@ void checkMap(std::string& out, const rmapList& map) {
     }
     if (map.last != before || zekRadixCount(map.bySeq) != instances)
         out += where + "number of instances\n";
+    // The next number must be one that no entry has: lines of the configuration stand under it.
     if (lastId > map.lastEntryId) out += where + "entry counter\n";
+    // A placeholder lives for its clients only.
     if (map.placeholder != 0 && (map.first != nullptr || map.clients == nullptr))
         out += where + "placeholder\n";
 }

@@ -34,6 +34,7 @@ rmapClauseBlock headerRequest(uint32_t action, int32_t seq) {
 // Adds the instance to a map that was there before, or changes its action.
 uint32_t configure(rmapList* map, uint32_t action, int32_t seq) {
     const rmapInstance* before = rmapInstanceFind(map, seq);
+    // The action is put back when the header finds no memory.
     const uint32_t oldAction = before != nullptr ? before->action : action;
     ipRmapListUpdate(map, action, seq);
     rmapClauseBlock request = headerRequest(action, seq);

@@ -44,6 +44,7 @@ rmapInstance* instanceMake(rmapList* map, int32_t seq, uint32_t action) {
     }
     (instance->prev != nullptr ? instance->prev->next : map->first) = instance;
     (instance->next != nullptr ? instance->next->prev : map->last) = instance;
+    // A placeholder denies whatever it is about to get; it says so until it is configured.
     if (instance->prev == nullptr && map->placeholder == 0) {
         map->firstSeq = seq;
         map->firstAction = action;
@@ -129,6 +130,7 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
             return nullptr;
         }
     }
+    // Last of all: an instance that was made here is never without a record.
     rmapInstance* instance = rmapInstanceFind(map, entry->seq);
     if (instance == nullptr) instance = instanceMake(map, entry->seq, entry->action);
     if (instance == nullptr) {
@@ -137,6 +139,7 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
     }
     entry->instance = instance;
     if (entry->header == 0) entry->action = instance->action;
+    // A restored line keeps its place in the configuration, and with it its number.
     const cfgRmapKey* restored = rmapRestoredKey();
     entry->entryId = restored != nullptr ? uint32_t{restored->entryId} : 0;
     if (entry->entryId == 0) entry->entryId = map->lastEntryId + 1;

@@ -41,6 +41,8 @@ const char* wordOrReport(const rmapWordTable& table, uint32_t value, const char*
     return word != nullptr ? word : "";
 }
 
+// The words that have a function of their own report what they do not know, the others do not:
+// meant.
 const char* wordOf(const rmapEntry& entry, uint32_t value) {
     switch (entry.code) {
         case RTMAP_MATCH_RTYPE:
@@ -54,6 +56,15 @@ const char* wordOf(const rmapEntry& entry, uint32_t value) {
     return word != nullptr ? word : "";
 }
 
+// A value without a word shows as nothing; whether its blank stays depends on the clause: meant.
+void addWord(std::string& out, rmapStyle style, const char* word) {
+    out += word;
+    const bool blank =
+        style == RMAP_STYLE_ORIGIN ? word[0] != '\0' : style == RMAP_STYLE_WORD_BLANK;
+    if (blank) out += ' ';
+}
+
+// A number stands alone: the pairs behind it do not count. They are signed: meant.
 void addCommunity(std::string& out, const rmapCommunity& c) {
     if (c.number != 0) {
         textNumber(out, c.number);
@@ -72,6 +83,8 @@ void addCommunity(std::string& out, const rmapCommunity& c) {
     if (c.none != 0) out += "none ";
 }
 
+// The word is the first value's: a clause has values of one sort. It brings its own blank, which
+// the clause's name has not: another subtype has neither.
 void addExtCommunity(std::string& out, const rmapExtCommunity& c) {
     const uint8_t subtype = c.values[0].b[1];
     out += subtype == EXTCOMM_RT ? " rt " : subtype == EXTCOMM_SOO ? " soo " : "";
@@ -87,6 +100,7 @@ void addMetric(std::string& out, const rmapNumberValue& number) {
 
 void addInterface(std::string& out, uint32_t ifindex) {
     char name[64];
+    // An index that is no interface's has a text, too.
     (void)ifmIfIndexToLName(ifindex, name, sizeof name);
     out += name;
 }
@@ -196,21 +210,18 @@ std::string rmapClauseLine(const rmapEntry* entry, const rmapNameValue* nameValu
 
 void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue* name,
                    const rmapNumberValue* number) {
-    switch (rmapClauseStyle(entry)) {
+    const rmapStyle style = rmapClauseStyle(entry);
+    switch (style) {
         case RMAP_STYLE_NONE:
         case RMAP_STYLE_FLAG:
             break;
         case RMAP_STYLE_PREFIX_LIST:
         case RMAP_STYLE_LIST:
-            out += listNameView(name->name);
-            break;
         case RMAP_STYLE_LIST_EXACT:
-            out += listNameView(name->name);
-            out += " exact";
-            break;
         case RMAP_STYLE_LIST_DELETE:
             out += listNameView(name->name);
-            out += " delete";
+            if (style == RMAP_STYLE_LIST_EXACT) out += " exact";
+            if (style == RMAP_STYLE_LIST_DELETE) out += " delete";
             break;
         case RMAP_STYLE_NUMBER:
             textNumber(out, number->value);
@@ -222,17 +233,9 @@ void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue
             if (number->subValue <= RMAP_METRIC_SUBTRACT) addMetric(out, *number);
             break;
         case RMAP_STYLE_WORD:
-            out += wordOf(entry, number->value);
-            break;
         case RMAP_STYLE_WORD_BLANK:
-            out += wordOf(entry, number->value);
-            out += ' ';
-            break;
         case RMAP_STYLE_ORIGIN:
-            if (const char* word = wordOf(entry, number->value); word[0] != '\0') {
-                out += word;
-                out += ' ';
-            }
+            addWord(out, style, wordOf(entry, number->value));
             break;
         case RMAP_STYLE_INTERFACE:
             addInterface(out, number->value);
