@@ -11,6 +11,7 @@
 #include "include/ipText.h"
 #include "include/jsonText.h"
 #include "include/service.h"
+#include "platform/api/zekCfg.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -24,25 +25,25 @@ std::chrono::steady_clock::time_point startTime;
 std::string showSystem(std::string_view) {
     using std::chrono::duration_cast, std::chrono::seconds;
     jsonObject registrations;
-    registrations.flag("interface-manager", aclNode->ifmRegistered != 0)
-        .flag("event-handler", aclNode->evhRegistered != 0)
-        .flag("peer", aclNode->peerRegistered != 0)
-        .flag("second-acl-agent", aclNode->acl2Registered != 0)
-        .flag("control-processor-agent", aclNode->acl0Registered != 0)
-        .flag("udp-helper", aclNode->udpHelperRegistered != 0);
+    registrations.flag("interface-manager", aclNode->standing.ifmRegistered != 0)
+        .flag("event-handler", aclNode->standing.evhRegistered != 0)
+        .flag("peer", aclNode->standing.peerRegistered != 0)
+        .flag("second-acl-agent", aclNode->standing.acl2Registered != 0)
+        .flag("control-processor-agent", aclNode->standing.acl0Registered != 0)
+        .flag("udp-helper", aclNode->standing.udpHelperRegistered != 0);
 
     struct countRow {
         const char* name;
         const zekRadix* tree;
     };
     jsonObject lists;
-    for (const countRow& row : {countRow{"ip-access-lists", aclNode->acl_tree},
-                                countRow{"system-lists", aclNode->aclSys_tree},
-                                countRow{"trace-lists", aclNode->dos_tree},
+    for (const countRow& row : {countRow{"ip-access-lists", aclNode->trees.acl_tree},
+                                countRow{"system-lists", aclNode->trees.aclSys_tree},
+                                countRow{"trace-lists", aclNode->trees.dos_tree},
                                 countRow{"as-path-lists", aspathAclNode->asTree},
                                 countRow{"community-lists", aspathAclNode->commTree},
                                 countRow{"extcommunity-lists", aspathAclNode->extCommTree},
-                                countRow{"interfaces", aclNode->acl_intf_tree}})
+                                countRow{"interfaces", aclNode->trees.acl_intf_tree}})
         lists.number(row.name, zekRadixCount(row.tree));
 
     const aclTaskCounters& c = aclCounters;
@@ -69,7 +70,7 @@ std::string showSystem(std::string_view) {
         .number("out-of-order", c.outOfOrder)
         .number("swp-acknowledgements", c.swp_ack);
 
-    zekCfgStats cfg = zekCfgStatistics(aclNode->cfgDb);
+    zekCfgStats cfg = zekCfgStatistics(aclNode->config.cfgDb);
     jsonObject configuration;
     configuration.number("lines", cfg.lines)
         .number("unresolved", cfg.unresolved)
@@ -77,7 +78,7 @@ std::string showSystem(std::string_view) {
         .number("changes", cfg.changes)
         .number("commits", cfg.commits)
         .number("failed-commits", cfg.failedCommits)
-        .string("mask-display", aclNode->inverseMask != 0 ? "inverse" : "normal");
+        .string("mask-display", aclNode->config.inverseMask != 0 ? "inverse" : "normal");
 
     jsonObject system;
     system
@@ -85,8 +86,8 @@ std::string showSystem(std::string_view) {
                 static_cast<uint64_t>(
                     duration_cast<seconds>(std::chrono::steady_clock::now() - startTime).count()))
         .string("role", zekHaIsPrimaryRpm() ? "primary" : "secondary")
-        .number("chassis-mode", aclNode->chassisMode)
-        .number("route-processor-type", aclNode->rpmType)
+        .number("chassis-mode", aclNode->chassis.chassisMode)
+        .number("route-processor-type", aclNode->chassis.rpmType)
         .object("registrations", registrations)
         .object("lists", lists)
         .object("messages", messages)

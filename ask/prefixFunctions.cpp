@@ -75,13 +75,13 @@ void addClients(std::string& out, const prefixList& list) {
 
 std::string dumpInfo(std::string_view) {
     std::string out = "prefix lists: ip ";
-    textNumber(out, zekRadixCount(aclNode->prefix_tree));
+    textNumber(out, zekRadixCount(aclNode->trees.prefix_tree));
     out += ", ipv6 ";
-    textNumber(out, zekRadixCount(aclNode->v6prefix_tree));
+    textNumber(out, zekRadixCount(aclNode->trees.v6prefix_tree));
     out += "\nlast changed: ip ";
-    out += aclNode->lastPrefixList;
+    out += aclNode->prefix.lastPrefixList;
     out += ", ipv6 ";
-    out += aclNode->lastV6PrefixList;
+    out += aclNode->prefix.lastV6PrefixList;
     out += '\n';
     return out;
 }

@@ -128,7 +128,7 @@ int main() {
     static aclNodeRecord node{};
     aclNode = &node;
     if (zek_memPartVarInit(1, poolClasses, std::size(poolClasses)) != 0) std::abort();
-    node.acl_tree = zekRadixCreate("acl", LIST_NAME_KEY_BITS);
+    node.trees.acl_tree = zekRadixCreate("acl", LIST_NAME_KEY_BITS);
 
     shortList();
     for (uint32_t entries : {1000u, 10000u, 100000u}) ownMasks(entries);

@@ -323,8 +323,8 @@ int main() {
     static aclNodeRecord node{};
     aclNode = &node;
     if (zek_memPartVarInit(1, poolClasses, std::size(poolClasses)) != 0) return 1;
-    node.prefix_tree = zekRadixCreate("prefix", LIST_NAME_KEY_BITS);
-    node.v6prefix_tree = zekRadixCreate("prefix6", LIST_NAME_KEY_BITS);
+    node.trees.prefix_tree = zekRadixCreate("prefix", LIST_NAME_KEY_BITS);
+    node.trees.v6prefix_tree = zekRadixCreate("prefix6", LIST_NAME_KEY_BITS);
     benchOut("memory, IPv4", bytesPerEntry<4>(), "bytes an entry");
     benchOut("memory, IPv6", bytesPerEntry<16>(), "bytes an entry");
     for (uint32_t entries : {1000u, 10000u, 60000u}) {

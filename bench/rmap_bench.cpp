@@ -227,8 +227,8 @@ int main() {
     static aspathAclNodeRecord bgp;
     aclNode = &node;
     aspathAclNode = &bgp;
-    for (zekRadix** tree : {&node.prefix_tree, &node.v6prefix_tree, &node.rmap_tree, &bgp.asTree,
-                            &bgp.commTree, &bgp.extCommTree})
+    for (zekRadix** tree : {&node.trees.prefix_tree, &node.trees.v6prefix_tree,
+                            &node.trees.rmap_tree, &bgp.asTree, &bgp.commTree, &bgp.extCommTree})
         *tree = zekRadixCreateP("bench", LIST_NAME_KEY_BITS);
     makeLists();
 

@@ -25,7 +25,7 @@ void start() {
         static aclNodeRecord node{};
         aclNode = &node;
         if (zek_memPartVarInit(1, poolClasses, std::size(poolClasses)) != 0) std::abort();
-        node.acl_tree = zekRadixCreate("acl", LIST_NAME_KEY_BITS);
+        node.trees.acl_tree = zekRadixCreate("acl", LIST_NAME_KEY_BITS);
         return true;
     }();
     (void)once;

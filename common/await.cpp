@@ -35,7 +35,7 @@ const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutM
         const auto left = duration_cast<milliseconds>(deadline - steady_clock::now()).count();
         if (left <= 0 || serving) return nullptr;
         serving = true;
-        const int got = zekIpcRecvServing(aclNode->rspQfd, answer, sizeof answer,
+        const int got = zekIpcRecvServing(aclNode->ipc.rspQfd, answer, sizeof answer,
                                           static_cast<int>(left), service.urgent);
         serving = false;
         if (got <= 0) return nullptr;
@@ -48,6 +48,6 @@ const ipcHdr* AclAwaitReply(uint32_t mtype, uint32_t sequence, uint32_t timeoutM
 
 void aclTakeLateAnswers() {
     static uint8_t answer[IPC_BUFFER_SIZE];
-    for (int got; (got = zekIpcRecv(aclNode->rspQfd, answer, sizeof answer, 0)) > 0;)
+    for (int got; (got = zekIpcRecv(aclNode->ipc.rspQfd, answer, sizeof answer, 0)) > 0;)
         if (const ipcHdr* hdr = headerOf(answer, got)) service.lateAnswer(*hdr);
 }

@@ -52,7 +52,7 @@ void cfgSync(uint32_t operation, const listName& name, std::string_view line, bo
         at = 3;
     }
     std::memcpy(record.text + at, line.data(), std::min(line.size(), sizeof record.text - 1 - at));
-    zekCfgSync(aclNode->cfgDb, record);
+    zekCfgSync(aclNode->config.cfgDb, record);
 }
 
 uint64_t cfgNotShown = 0;
@@ -75,7 +75,7 @@ std::string cfgShowable(std::string_view line, size_t limit) {
 }
 
 uint32_t cfgRestoredNumber(const cfgBlock& block) {
-    const uint8_t* area = zekCfgRestoring(aclNode->cfgDb);
+    const uint8_t* area = zekCfgRestoring(aclNode->config.cfgDb);
     if (area == nullptr) return 0;
     const uint32_t order = reinterpret_cast<const cfgListKey*>(area)->order;
     return order > block.firstOrder ? order - block.firstOrder : 0;
@@ -88,27 +88,27 @@ void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& nam
     cfgPutText(separator.text, "!");
     cfgPutText(separator.inverseText, "!");
     if (remove) {
-        zekCfgRemoveNode(aclNode->cfgDb, separator);  // takes the whole block with it
+        zekCfgRemoveNode(aclNode->config.cfgDb, separator);  // takes the whole block with it
         cfgSync(block.headerSync, name, line, true);
         return;
     }
-    zekCfgInsertBothLine(aclNode->cfgDb, separator);
+    zekCfgInsertBothLine(aclNode->config.cfgDb, separator);
     if (block.syncBeforeHeader) cfgSync(block.headerSync, name, line, false);
     zekCfgRecord header = makeRecord(block.section, family, name, block.lineClass);
     cfgPutText(header.text, line);
     cfgPutText(header.inverseText, line);
-    zekCfgInsertBothLine(aclNode->cfgDb, header, request);
+    zekCfgInsertBothLine(aclNode->config.cfgDb, header, request);
     if (!block.syncBeforeHeader) cfgSync(block.headerSync, name, line, false);
 }
 
 bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove) {
     zekCfgRecord record = makeNumbered(name, line);
-    bool inverse = aclNode->inverseMask != 0;
+    bool inverse = aclNode->config.inverseMask != 0;
     cfgPutText(record.text, inverse ? line.other : line.shown);
     cfgPutText(record.inverseText, inverse ? line.shown : line.other);
-    if (!remove) zekCfgInsertBothLine(aclNode->cfgDb, record, line.request);
+    if (!remove) zekCfgInsertBothLine(aclNode->config.cfgDb, record, line.request);
     cfgSync(line.operation, name, line.shown, remove);
-    return !remove || zekCfgRemoveExact(aclNode->cfgDb, record) == 0;
+    return !remove || zekCfgRemoveExact(aclNode->config.cfgDb, record) == 0;
 }
 
 void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, bool withRemark) {
@@ -122,7 +122,7 @@ void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, b
         // The blank at the end is meant.
         cfgPutText(record.text, "no remark " + std::to_string(line.seq) + " ");
         // Most entries have no remark: its absence is not worth a word.
-        zekCfgRemoveExact(aclNode->cfgDb, record);
+        zekCfgRemoveExact(aclNode->config.cfgDb, record);
     }
     if (!found)
         aclDebug(DEBUG_ACL_CFG, "Error deleting seq %u of " LIST_NAME_FMT " from cfg\r\n", line.seq,
@@ -137,9 +137,9 @@ void inverse_mask_sent_to_cfg(uint32_t inverse) {
     cfgPutText(record.inverseText, line);
     bool remove = inverse == 0;
     const ipcHdr request{};  // carries nothing
-    int status = remove ? zekCfgRemoveExact(aclNode->cfgDb, record)
-                        : zekCfgInsertBothLine(aclNode->cfgDb, record,
+    int status = remove ? zekCfgRemoveExact(aclNode->config.cfgDb, record)
+                        : zekCfgInsertBothLine(aclNode->config.cfgDb, record,
                                                cfgRequestOf(request, MT_ACL_INVERSEMASK_ENABLE));
     if (status == 0) cfgSync(CFG_SYNC_HEADER, noName, line, remove);
-    zekCfgSetMaskMode(aclNode->cfgDb, inverse);
+    zekCfgSetMaskMode(aclNode->config.cfgDb, inverse);
 }

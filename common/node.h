@@ -5,29 +5,15 @@
 #include <bitset>
 #include <cstdint>
 
-#include "common/list.h"
-#include "platform/api/zekCfg.h"
+#include "include/listName.h"
 #include "platform/api/zekEvt.h"
 #include "platform/api/zekIpc.h"
-#include "platform/api/zekRadix.h"
 #include "platform/api/zekSwp.h"
 
-constexpr uint32_t PEER_UPDATE_KINDS = 21;  // slots 0-19, and 20 for a CAM-profile change
-constexpr uint8_t PEER_MARK_NONE = 0xFF;    // nothing sent; 0 waits for the answer; 1 answered
+struct zekRadix;
+struct zekCfgDb;
 
-// An ACL VLAN group; id 0 is a free place.
-constexpr uint32_t VLAN_GROUPS = 8;
-struct aclVlanGroup {
-    uint8_t id;  // 1-8
-    listName name;
-};
-
-struct pimCfgParams {
-    uint32_t sptSwitchThreshold;
-    uint32_t word2;
-};
-
-struct aclNodeRecord {
+struct aclIpcState {
     zekFdSet readfs;
     zekFdSet writefs;
     uint32_t ipckey;
@@ -35,21 +21,30 @@ struct aclNodeRecord {
     uint32_t regQ, rspQ, tmrQ;  // kept zero
     uint32_t pkey;              // task handle
     int32_t acl_swp_pipe;
+};
+
+struct aclTrees {
+    // Lists, by name.
     zekRadix* rmap_tree;
     zekRadix* aclSys_tree;
     zekRadix* acl_tree;
     zekRadix* v6acl_tree;
     zekRadix* ipMacAcl_tree;
-    zekRadix* dhcpSnoopVlan_tree;
-    zekRadix* dhcpSnoop_tree;
     zekRadix* dos_tree;
     zekRadix* l2acl_tree;
     zekRadix* prefix_tree;
     zekRadix* v6prefix_tree;
+    // Places, by interface index.
     zekRadix* acl_intf_tree;
     zekRadix* rmap_intf_tree;
     zekRadix* vlan_intf_tree;
     zekRadix* ipadd_intf_tree;
+    zekRadix* dhcpSnoopVlan_tree;
+    zekRadix* dhcpSnoop_tree;
+};
+
+// The reliable queues to other tasks, and the cards of those whose address is kept.
+struct aclQueues {
     zekSwpHandle qHandle;  // RTM
     zekSwpHandle acl2qHandle;
     zekSwpHandle acl0qHandle;
@@ -63,29 +58,77 @@ struct aclNodeRecord {
     uint32_t ipmtargetcard[3];
     uint32_t acltargetcard;
     uint32_t sysadmtsktargetcard;
-    uint32_t inverseMask;  // mask display mode: 0 normal, 1 inverse
-    uint32_t supportAclOnCP;
-    zekEvtLog evtLogKey;
-    char lastPrefixList[141];
-    char lastV6PrefixList[141];
-    pimCfgParams acl2PimCfgParams;
-    uint32_t ipv6UnicastRoutingEnable;
+};
+
+// With whom this task is registered, or who has registered with it.
+struct aclStanding {
+    uint8_t ifmRegistered, evhRegistered, peerRegistered, acl2Registered, acl0Registered,
+        udpHelperRegistered;
+};
+
+constexpr uint32_t PEER_UPDATE_KINDS = 21;  // slots 0-19, and 20 for a CAM-profile change
+constexpr uint8_t PEER_MARK_NONE = 0xFF;    // nothing sent; 0 waits for the answer; 1 answered
+struct aclPeerState {
+    uint8_t peerMark[PEER_UPDATE_KINDS];
+    uint8_t ramDataSync;
+};
+
+struct aclConfigState {
+    zekCfgDb* cfgDb;         // the running configuration
+    uint32_t inverseMask;    // mask display mode: 0 normal, 1 inverse
     uint32_t cfgNotifStart;  // 1 while a block configuration is in progress
+};
+
+// An ACL VLAN group; id 0 is a free place.
+constexpr uint32_t VLAN_GROUPS = 8;
+struct aclVlanGroup {
+    uint8_t id;  // 1-8
+    listName name;
+};
+struct aclVlanGroupState {
+    uint32_t isAclVlanGrp;
+    aclVlanGroup vlanGroups[VLAN_GROUPS];
     uint8_t vlanMemNum, cugIdNum;
     std::bitset<4096> egressIpAclBitMap;
     std::bitset<4096> aclVlanGroupMemberBitMap;
-    uint8_t ifmRegistered, evhRegistered, peerRegistered, acl2Registered, acl0Registered,
-        udpHelperRegistered;
-    uint8_t peerMark[PEER_UPDATE_KINDS];
+};
+
+struct pimCfgParams {
+    uint32_t sptSwitchThreshold;
+    uint32_t word2;
+};
+struct aclProtocolState {
+    pimCfgParams acl2PimCfgParams;
+    uint32_t ipv6UnicastRoutingEnable;
+    uint32_t stpWords[2];  // of the last STP enable, replayed to cards
+};
+
+struct aclChassisState {
     uint32_t chassisMode;
     uint32_t rpmType;
-    uint8_t ramDataSync;
-    uint32_t finalWord;
-    zekCfgDb* cfgDb;       // the running configuration
-    uint32_t stpWords[2];  // of the last STP enable, replayed to cards
-    uint32_t isAclVlanGrp;
-    aclVlanGroup vlanGroups[VLAN_GROUPS];
+    uint32_t supportAclOnCP;
     uint32_t camProfile;
+};
+
+// The names of the lists that were changed last.
+struct aclPrefixState {
+    char lastPrefixList[LIST_NAME_LEN + 1];
+    char lastV6PrefixList[LIST_NAME_LEN + 1];
+};
+
+struct aclNodeRecord {
+    aclIpcState ipc;
+    aclTrees trees;
+    aclQueues queues;
+    aclStanding standing;
+    aclPeerState peer;
+    aclConfigState config;
+    aclVlanGroupState groups;
+    aclProtocolState protocol;
+    aclChassisState chassis;
+    aclPrefixState prefix;
+    zekEvtLog evtLogKey;
+    uint32_t finalWord;
 };
 
 struct aspathAclNodeRecord {

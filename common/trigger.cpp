@@ -29,15 +29,15 @@ constexpr taskName clientNames[] = {
 // Tasks with a queue of their own. Only RTM's is looked after before it is used: meant.
 struct queueRow {
     uint32_t application;
-    zekSwpHandle aclNodeRecord::*queue;
+    zekSwpHandle aclQueues::*queue;
     bool checkHealth;
     const char* failed;
 };
 constexpr queueRow queueTable[] = {
-    {APP_RTM, &aclNodeRecord::qHandle, true, "Error sending Trigger to RTM"},
-    {APP_DSMGR, &aclNodeRecord::aclQosqHandle, false, "Error sending Trigger to DSMGR"},
-    {APP_IGMP, &aclNodeRecord::igmpqHandle, false, "Error sending Trigger to IGMP"},
-    {APP_PIM, &aclNodeRecord::pimqHandle, false, "Error sending Trigger to PIM"},
+    {APP_RTM, &aclQueues::qHandle, true, "Error sending Trigger to RTM"},
+    {APP_DSMGR, &aclQueues::aclQosqHandle, false, "Error sending Trigger to DSMGR"},
+    {APP_IGMP, &aclQueues::igmpqHandle, false, "Error sending Trigger to IGMP"},
+    {APP_PIM, &aclQueues::pimqHandle, false, "Error sending Trigger to PIM"},
 };
 
 struct messageFree {
@@ -81,7 +81,7 @@ const clientPair* appendPairs(triggerMsg* message, const clientPair* pair) {
 
 // The queue owns the message once it has taken it.
 bool deliverByQueue(const queueRow& row, triggerBuffer message) {
-    const zekSwpHandle queue = aclNode->*row.queue;
+    const zekSwpHandle queue = aclNode->queues.*row.queue;
     if (row.checkHealth) (void)aclCheckSwpQueueHealth(queue);
     if (zekSwpEnqueue(queue, message.get(), message->ipc.length) == 0) {
         (void)message.release();
@@ -98,7 +98,7 @@ uint32_t elapsedMs(std::chrono::steady_clock::time_point since) {
 
 uint32_t deliverByIpc(clientState* state, const triggerMsg& message) {
     if (state->silent) aclTakeLateAnswers();
-    if (zekIpcSend(aclNode->regQfd, &message, message.ipc.length) != 0) return TRIGGER_NOT_SENT;
+    if (zekIpcSend(aclNode->ipc.regQfd, &message, message.ipc.length) != 0) return TRIGGER_NOT_SENT;
     clientTold(state, message.ipc);
     const uint32_t wait = clientWaitMs(*state);
     if (wait == 0) return TRIGGER_NO_REPLY;

@@ -73,7 +73,7 @@ void vAclFillInAclList(agentListHdr* header, const aclList& list, const aclSendR
         header->onBehalfOfVlan = request.vlan != 0 ? 1 : 0;
         return;
     }
-    for (const aclVlanGroup& group : aclNode->vlanGroups)
+    for (const aclVlanGroup& group : aclNode->groups.vlanGroups)
         if (group.id == groupId) header->groupName = group.name;
 }
 

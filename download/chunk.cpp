@@ -15,11 +15,11 @@ namespace {
 constexpr agentBody IP = agentBody::ip, IP6 = agentBody::ip6, MAC = agentBody::mac;
 constexpr agentCarries LIST = agentCarries::list, HEADER = agentCarries::header,
                        ENTRY = agentCarries::entry, EITHER = agentCarries::entryOrHeader;
-constexpr zekRadix* aclNodeRecord::*LISTS = &aclNodeRecord::acl_tree;
-constexpr zekRadix* aclNodeRecord::*SYSTEM = &aclNodeRecord::aclSys_tree;
-constexpr zekRadix* aclNodeRecord::*DOS = &aclNodeRecord::dos_tree;
-constexpr zekRadix* aclNodeRecord::*LISTS6 = &aclNodeRecord::v6acl_tree;
-constexpr zekRadix* aclNodeRecord::*LISTS2 = &aclNodeRecord::l2acl_tree;
+constexpr zekRadix* aclTrees::*LISTS = &aclTrees::acl_tree;
+constexpr zekRadix* aclTrees::*SYSTEM = &aclTrees::aclSys_tree;
+constexpr zekRadix* aclTrees::*DOS = &aclTrees::dos_tree;
+constexpr zekRadix* aclTrees::*LISTS6 = &aclTrees::v6acl_tree;
+constexpr zekRadix* aclTrees::*LISTS2 = &aclTrees::l2acl_tree;
 
 // clang-format off
 constexpr agentMsgRow msgTable[] = {

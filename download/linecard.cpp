@@ -92,7 +92,7 @@ int aclSendLinecardInfoToMacMgr(uint32_t slot) {
     message.ipc.source.card = macMgr;
     message.ipc.source.svce = aclServicePort(APP_MACMGR, 0, QUEUE_REQUEST);
     message.slot = slot;
-    return zekIpcSend(aclNode->regQfd, &message, sizeof message);
+    return zekIpcSend(aclNode->ipc.regQfd, &message, sizeof message);
 }
 
 int aclCheckForQ7mLinecard(const aclIntf*) {

@@ -25,17 +25,17 @@ struct mgmtTask {
 };
 
 mgmtTask taskSNMP() {
-    return {"SNMP", aclNode->aclSNMPqHandle, aclNode->snmptargetcard,
+    return {"SNMP", aclNode->queues.aclSNMPqHandle, aclNode->queues.snmptargetcard,
             aclServicePort(APP_SNMP, 0, QUEUE_REQUEST)};
 }
 mgmtTask taskSYSADM() {
-    return {"SYSADMTSK", aclNode->aclSYSADMTSKqHandle, aclNode->sysadmtsktargetcard,
+    return {"SYSADMTSK", aclNode->queues.aclSYSADMTSKqHandle, aclNode->queues.sysadmtsktargetcard,
             aclServicePort(APP_SYSADM, 0, QUEUE_REQUEST)};
 }
 mgmtTask taskIPM(uint32_t instance) {
-    if (instance >= std::size(aclNode->aclIPMqHandle))
+    if (instance >= std::size(aclNode->queues.aclIPMqHandle))
         return {"IPM", ZEK_SWP_NONE, ADDRESS_UNKNOWN, 0};
-    return {"IPM", aclNode->aclIPMqHandle[instance], aclNode->ipmtargetcard[instance],
+    return {"IPM", aclNode->queues.aclIPMqHandle[instance], aclNode->queues.ipmtargetcard[instance],
             aclServicePort(APP_IPM, instance, QUEUE_REQUEST)};
 }
 
@@ -86,7 +86,7 @@ bool sendMessage(const mgmtTask& task, const aclList& list, uint32_t messageId, 
     std::memset(static_cast<void*>(message), 0, length);
     message->ipc.length = static_cast<uint32_t>(length);
     message->ipc.mtype = messageId;
-    message->ipc.target.card = aclNode->acltargetcard;
+    message->ipc.target.card = aclNode->queues.acltargetcard;
     message->ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
     message->ipc.source.card = task.address;
     message->ipc.source.svce = task.service;
@@ -106,7 +106,7 @@ bool sendMessage(const mgmtTask& task, const aclList& list, uint32_t messageId, 
 }
 
 bool canBeSent(const mgmtTask& task) {
-    return addressIsKnown(aclNode->acltargetcard) && addressIsKnown(task.address);
+    return addressIsKnown(aclNode->queues.acltargetcard) && addressIsKnown(task.address);
 }
 
 template <class Entry>
@@ -127,7 +127,7 @@ void sendEntry(const mgmtTask& task, const aclList* list, const Entry* entry, ui
     (void)sendMessage(task, *list, messageId, &entry, 1);
 }
 
-std::set<std::string> listsBehind[sizeof aclNodeRecord::aclIPMqHandle / sizeof(zekSwpHandle)];
+std::set<std::string> listsBehind[sizeof aclQueues::aclIPMqHandle / sizeof(zekSwpHandle)];
 
 const aclEntry* entries(const aclList* list) {
     return list != nullptr ? list->head : nullptr;

@@ -12,7 +12,7 @@ void aclSwpDevPrintf(const char*) {
 // Flags 0, a window of 10 messages, 90 repeats until a peer counts as dead.
 bool createQueue(uint32_t peerApp, uint32_t slot, zekSwpHandle* handle) {
     if (*handle != ZEK_SWP_NONE) return true;
-    *handle = zekSwpQueueCreate_p(0u, 10u, 90u, APP_ACL, 0u, aclNode->regQfd, peerApp, slot,
+    *handle = zekSwpQueueCreate_p(0u, 10u, 90u, APP_ACL, 0u, aclNode->ipc.regQfd, peerApp, slot,
                                   acl_Swp_Alloc, acl_Swp_Free, aclSwpDevPrintf);
     return *handle != ZEK_SWP_NONE;
 }
@@ -34,7 +34,7 @@ int createTaskQueue(uint32_t peerApp, uint32_t instance, zekSwpHandle* handle, u
 
 zekSwpHandle aclStartQueueCreate(uint32_t peerApp) {
     // Errors of severity 5, a window of 10 messages.
-    return zekSwpQueueCreate_p(5u, 10u, APP_ACL, aclNode->ipckey, peerApp, acl_Swp_Alloc,
+    return zekSwpQueueCreate_p(5u, 10u, APP_ACL, aclNode->ipc.ipckey, peerApp, acl_Swp_Alloc,
                                acl_Swp_Free, aclSwpDevPrintf);
 }
 
@@ -48,26 +48,26 @@ int iAclSwpQueueCreate(uint32_t slot, uint32_t agentFlag) {
 }
 
 int iAclToAcl0SwpQueueCreate() {
-    return createTaskQueue(APP_ACL_AGENT_CP, 0, &aclNode->acl0qHandle, nullptr, "ACL0_AGENT",
+    return createTaskQueue(APP_ACL_AGENT_CP, 0, &aclNode->queues.acl0qHandle, nullptr, "ACL0_AGENT",
                            nullptr);
 }
 int iAclACL2SwpQueueCreate() {
-    return createTaskQueue(APP_ACL2, 0, &aclNode->acl2qHandle, nullptr, "ACL2", nullptr);
+    return createTaskQueue(APP_ACL2, 0, &aclNode->queues.acl2qHandle, nullptr, "ACL2", nullptr);
 }
 int aclSNMPSwpQueueCreate(uint32_t* attempts) {
-    return createTaskQueue(APP_SNMP, 0, &aclNode->aclSNMPqHandle, &aclNode->snmptargetcard, "SNMP",
-                           attempts);
+    return createTaskQueue(APP_SNMP, 0, &aclNode->queues.aclSNMPqHandle,
+                           &aclNode->queues.snmptargetcard, "SNMP", attempts);
 }
 int aclIPMSwpQueueCreate(uint32_t* attempts, const uint8_t* message) {
     uint32_t service = reinterpret_cast<const ipcHdr*>(message)->target.svce;
     uint32_t instance = (service >> 2) & 31;
-    if (instance >= std::size(aclNode->aclIPMqHandle)) return -1;
-    return createTaskQueue(APP_IPM, instance, &aclNode->aclIPMqHandle[instance],
-                           &aclNode->ipmtargetcard[instance], "IPM", attempts);
+    if (instance >= std::size(aclNode->queues.aclIPMqHandle)) return -1;
+    return createTaskQueue(APP_IPM, instance, &aclNode->queues.aclIPMqHandle[instance],
+                           &aclNode->queues.ipmtargetcard[instance], "IPM", attempts);
 }
 int aclSYSADMTSKSwpQueueCreate(uint32_t* attempts) {
-    return createTaskQueue(APP_SYSADM, 0, &aclNode->aclSYSADMTSKqHandle,
-                           &aclNode->sysadmtsktargetcard, "SYSADMTSK", attempts);
+    return createTaskQueue(APP_SYSADM, 0, &aclNode->queues.aclSYSADMTSKqHandle,
+                           &aclNode->queues.sysadmtsktargetcard, "SYSADMTSK", attempts);
 }
 
 int AclSwpEnqueACL2(void* message, size_t length) {
@@ -75,14 +75,15 @@ int AclSwpEnqueACL2(void* message, size_t length) {
     uint32_t card = ADDRESS_UNKNOWN;
     (void)zek_tmeGetPeerIpAddrByName(APP_ACL2, 0, &card);
     ipc->target = {};
-    ipc->target.card = aclNode->acltargetcard;
+    ipc->target.card = aclNode->queues.acltargetcard;
     ipc->target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
     ipc->source = {};
     ipc->source.card = card;
     ipc->source.svce = aclServicePort(APP_ACL2, 0, QUEUE_REQUEST);
-    (void)aclCheckSwpQueueHealth(aclNode->acl2qHandle);
-    if (addressIsKnown(card) && zekSwpEnqueue(aclNode->acl2qHandle, message, length) == 0) return 0;
-    zekSwpQueueLose(aclNode->acl2qHandle);
+    (void)aclCheckSwpQueueHealth(aclNode->queues.acl2qHandle);
+    if (addressIsKnown(card) && zekSwpEnqueue(aclNode->queues.acl2qHandle, message, length) == 0)
+        return 0;
+    zekSwpQueueLose(aclNode->queues.acl2qHandle);
     aclDebug(DEBUG_ACL_IPC, "%s", "Error sending Message to ACL2");
     aclSysErr(SYSERR_SWP, "%s", "Error sending Message to ACL2");
     acl_Swp_Free(message);

@@ -8,7 +8,7 @@ aclAgentState* aclAgentStateOf(uint32_t agent) {
 }
 
 zekSwpHandle aclAgentQueueOf(uint32_t agent) {
-    return agent == AGENT_CP ? aclNode->acl0qHandle : aclLinecardInfo[agent].aclAgent;
+    return agent == AGENT_CP ? aclNode->queues.acl0qHandle : aclLinecardInfo[agent].aclAgent;
 }
 
 void aclAgentLost(uint32_t agent) {

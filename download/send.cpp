@@ -49,8 +49,8 @@ void describeList(List* list, const agentMsgRow& row, const aclSendRequest& requ
     if (request.name == nullptr) return;
     list->name = *request.name;
     const zekRadixNode* found =
-        aclNode->*row.tree != nullptr
-            ? zekRadixGetExact(aclNode->*row.tree, list->name.text, LIST_NAME_KEY_BITS)
+        aclNode->trees.*row.tree != nullptr
+            ? zekRadixGetExact(aclNode->trees.*row.tree, list->name.text, LIST_NAME_KEY_BITS)
             : nullptr;
     // `link` is a list's first member.
     if (found != nullptr) list->kind = reinterpret_cast<const List*>(found)->kind;
@@ -114,7 +114,7 @@ agentRoute agentRouteOf(uint32_t ifindex, uint32_t messageId) {
     if (ifindexType(ifindex) == IF_TYPE_CP && ifindexPort(ifindex) == 0 &&
         ((messageId >= MT_ACL_ADDLIST && messageId <= MT_ACL_DELLIST) ||
          messageId == MT_AGENT_REPLAY))
-        return {aclNode->acl0qHandle,
+        return {aclNode->queues.acl0qHandle,
                 0,
                 aclLinecardInfo[LINECARD_CP].agent0IpAddr,
                 aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST),

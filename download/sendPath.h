@@ -49,8 +49,8 @@ struct agentMsgRow {
     uint32_t more;  // id of every chunk but the first
     agentBody body;
     agentCarries carries;
-    zekRadix* aclNodeRecord::*tree;  // where the list is that an entry belongs to
-    const char* name;                // printed when set
+    zekRadix* aclTrees::*tree;  // where the list is that an entry belongs to
+    const char* name;           // printed when set
 };
 // Unknown ids carry an IPv4 entry.
 agentMsgRow agentMsgRowOf(uint32_t messageId);

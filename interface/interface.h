@@ -1,7 +1,8 @@
 // Interface and VLAN records: what is bound where, and who is a member of what.
 //
-//   aclNode->acl_intf_tree  --> aclIntf   one for every port, LAG or VLAN that ever had a list
-//   bound aclNode->vlan_intf_tree --> aclVlan --members--> aclVlanMember   ports and LAGs
+//   aclNode->trees.acl_intf_tree  --> aclIntf   one for every port, LAG or VLAN that ever had a
+//   list bound aclNode->trees.vlan_intf_tree --> aclVlan --members--> aclVlanMember   ports and
+//   LAGs
 //
 // Trees are keyed by the interface index (4 bytes, big-endian: in numerical order). The lists that
 // an interface record points at belong to their stores. The caller holds acl_rwlock. Functions

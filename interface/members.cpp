@@ -76,13 +76,13 @@ void aclBitMapFree(vlanBits* bits) {
 // --- interfaces ----------------------------------------------------------------------------------
 
 aclIntf* AclIntfTreeFind(uint32_t ifindex) {
-    return find<aclIntf>(aclNode->acl_intf_tree, ifindex);
+    return find<aclIntf>(aclNode->trees.acl_intf_tree, ifindex);
 }
 aclIntf* AclIntfTreeFindFirst() {
-    return findFirst<aclIntf>(aclNode->acl_intf_tree);
+    return findFirst<aclIntf>(aclNode->trees.acl_intf_tree);
 }
 aclIntf* AclIntfTreeFindNext(uint32_t ifindex) {
-    return findNext<aclIntf>(aclNode->acl_intf_tree, ifindex);
+    return findNext<aclIntf>(aclNode->trees.acl_intf_tree, ifindex);
 }
 
 aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refused) {
@@ -98,7 +98,7 @@ aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refuse
     intf->isLag = ifindexType(ifindex) == IF_TYPE_LAG ? 1 : 0;
     intf->direction = direction;
     intf->vlans = aclBitMapCreateArray();
-    if (intf->vlans == nullptr || !insert(aclNode->acl_intf_tree, intf)) {
+    if (intf->vlans == nullptr || !insert(aclNode->trees.acl_intf_tree, intf)) {
         *refused = intf->vlans == nullptr ? intfRefused::bitmap : intfRefused::record;
         aclBitMapFree(intf->vlans);
         release(intf);
@@ -108,7 +108,7 @@ aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refuse
 }
 
 void aclIntfDrop(aclIntf* intf) {
-    zekRadixRemove(aclNode->acl_intf_tree, &intf->link);
+    zekRadixRemove(aclNode->trees.acl_intf_tree, &intf->link);
     aclBitMapFree(intf->vlans);
     release(intf);
 }
@@ -160,13 +160,13 @@ const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count) {
 // --- VLANs ---------------------------------------------------------------------------------------
 
 aclVlan* aclVlanTreeFind(uint32_t vlanIfindex) {
-    return find<aclVlan>(aclNode->vlan_intf_tree, vlanIfindex);
+    return find<aclVlan>(aclNode->trees.vlan_intf_tree, vlanIfindex);
 }
 aclVlan* aclVlanTreeFindFirst() {
-    return findFirst<aclVlan>(aclNode->vlan_intf_tree);
+    return findFirst<aclVlan>(aclNode->trees.vlan_intf_tree);
 }
 aclVlan* aclVlanTreeFindNext(uint32_t vlanIfindex) {
-    return findNext<aclVlan>(aclNode->vlan_intf_tree, vlanIfindex);
+    return findNext<aclVlan>(aclNode->trees.vlan_intf_tree, vlanIfindex);
 }
 
 aclVlan* aclVlanObtain(uint32_t vlanIfindex) {
@@ -175,7 +175,7 @@ aclVlan* aclVlanObtain(uint32_t vlanIfindex) {
     aclVlan* vlan = make<aclVlan>(VLAN_POOL, sizeof(aclVlan), vlanIfindex);
     if (vlan != nullptr) {
         vlan->members = zekRadixCreate("vlanInfoTree", INTF_KEY_BITS);
-        if (vlan->members != nullptr && insert(aclNode->vlan_intf_tree, vlan)) return vlan;
+        if (vlan->members != nullptr && insert(aclNode->trees.vlan_intf_tree, vlan)) return vlan;
         zekRadixDestroy(vlan->members);
         release(vlan);
     }
@@ -187,7 +187,7 @@ void aclVlanDrop(aclVlan* vlan) {
     while (aclVlanMember* member = aclVlanInfoTreeFindFirst(vlan))
         (void)aclVlanMemberRemove(vlan->ifindex, member->ifindex);
     zekRadixDestroy(vlan->members);
-    zekRadixRemove(aclNode->vlan_intf_tree, &vlan->link);
+    zekRadixRemove(aclNode->trees.vlan_intf_tree, &vlan->link);
     release(vlan);
 }
 

@@ -66,7 +66,7 @@ void writeLine(aclIntf* intf, const aclList* list, const aclBindRequest& request
 // What forbids the binding, before anything is touched.
 uint32_t refusal(const aclBindRequest& r) {
     if (ifindexType(r.ifindex) == IF_TYPE_CP) {
-        if (aclNode->supportAclOnCP == 0) return ACL_E_CP_UNSUPPORTED;
+        if (aclNode->chassis.supportAclOnCP == 0) return ACL_E_CP_UNSUPPORTED;
         if (ifindexPort(r.ifindex) != 0) return ACL_E_CP_PORT;
         if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
     }
@@ -97,7 +97,7 @@ uint32_t canonicalIndex(uint32_t ifindex) {
 void setFreeForGroups(uint32_t ifindex, uint32_t direction, bool isFree) {
     if (direction != INTF_OUT || ifindexType(ifindex) != IF_TYPE_VLAN) return;
     const uint32_t vlan = ifindexPort(ifindex);
-    if (vlan < VLAN_BITS) aclNode->aclVlanGroupMemberBitMap.set(vlan, isFree);
+    if (vlan < VLAN_BITS) aclNode->groups.aclVlanGroupMemberBitMap.set(vlan, isFree);
 }
 
 void deleteFromInterface(aclList* old, const aclPlace& place) {

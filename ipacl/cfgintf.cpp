@@ -49,7 +49,7 @@ zekCfgRecord makeLine(const cfgIntfLine& line) {
 void insert(zekCfgRecord record, std::string_view text, const zekCfgRequest& request = {}) {
     cfgPutText(record.text, text);
     cfgPutText(record.inverseText, text);
-    (void)zekCfgInsertBothLine(aclNode->cfgDb, record, request);
+    (void)zekCfgInsertBothLine(aclNode->config.cfgDb, record, request);
 }
 
 void sync(const cfgIntfLine& line, std::string_view text) {
@@ -61,7 +61,7 @@ void sync(const cfgIntfLine& line, std::string_view text) {
     record.words[1] = ifindex;
     std::memcpy(record.name, line.name.text, sizeof record.name);
     cfgPutText(record.text, text);
-    (void)zekCfgSync(aclNode->cfgDb, record);
+    (void)zekCfgSync(aclNode->config.cfgDb, record);
 }
 
 }  // namespace
@@ -87,14 +87,15 @@ void cfgIntfWrite(const cfgIntfLine& line, std::string_view whole, const zekCfgR
 }
 
 void cfgIntfRemove(const cfgIntfLine& line, std::string_view undo) {
-    (void)zekCfgRemoveExact(aclNode->cfgDb, makeLine(line));
+    (void)zekCfgRemoveExact(aclNode->config.cfgDb, makeLine(line));
     sync(line, undo);
     const uint32_t before = line.intf->flags;
     line.intf->flags &= ~intfCfgLine(line.family, line.direction);
     if ((before & INTF_CFG_LINES) != 0 && (line.intf->flags & INTF_CFG_LINES) == 0)
-        (void)zekCfgRemoveNode(aclNode->cfgDb, makeHead(CFG_CLASS_SEPARATOR, line.intf->ifindex));
+        (void)zekCfgRemoveNode(aclNode->config.cfgDb,
+                               makeHead(CFG_CLASS_SEPARATOR, line.intf->ifindex));
 }
 
 void cfgIntfReplace(const cfgIntfLine& line) {
-    (void)zekCfgRemoveExact(aclNode->cfgDb, makeLine(line));
+    (void)zekCfgRemoveExact(aclNode->config.cfgDb, makeLine(line));
 }

@@ -61,7 +61,7 @@ void addAddress(lineText& line, std::string_view action, uint32_t address, uint3
         out += " any";
         return;
     }
-    bool inverse = aclNode->inverseMask != 0;
+    bool inverse = aclNode->config.inverseMask != 0;
     out += ' ';
     textDotted(out, address);
     if (!inverse && maskIsContiguous(mask)) {

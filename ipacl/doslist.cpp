@@ -1,8 +1,8 @@
 // Denial-of-service filter lists ("trace lists") and the one of them that filters.
 //
-// Kept in aclNode->dos_tree by name; they are bound to nothing: an active list (kind word with
-// DOS_ACTIVE) goes to the agent of every card. They are short, so entries are found by walking the
-// chain. The caller holds the write lock.
+// Kept in aclNode->trees.dos_tree by name; they are bound to nothing: an active list (kind word
+// with DOS_ACTIVE) goes to the agent of every card. They are short, so entries are found by walking
+// the chain. The caller holds the write lock.
 #include "common/debug.h"
 #include "common/node.h"
 #include "download/zekacl_download.h"
@@ -51,7 +51,7 @@ uint32_t enable(const listName& name) {
     if (list == nullptr) return status;
     if (list->kind != 0) return ACL_OK;
     if (anyActive()) {
-        if (!known) aclListDrop(aclNode->dos_tree, list);
+        if (!known) aclListDrop(aclNode->trees.dos_tree, list);
         return ACL_E_OTHER_DOS;
     }
     dos_sent_to_cfg_enabled(list, 1);
@@ -69,7 +69,7 @@ uint32_t disable(const listName& name) {
     list->kind = 0;
     if (dosFilter == list) dosFilter = nullptr;
     if (list->placeholder != 0)
-        aclListDrop(aclNode->dos_tree, list);
+        aclListDrop(aclNode->trees.dos_tree, list);
     else
         dosSendToAllAgents(list, nullptr, MT_DOS_DELLIST);
     return ACL_OK;
@@ -78,19 +78,19 @@ uint32_t disable(const listName& name) {
 }  // namespace
 
 aclList* ipDosListFind(const listName& name) {
-    return nameTreeFind<aclList>(aclNode->dos_tree, name);
+    return nameTreeFind<aclList>(aclNode->trees.dos_tree, name);
 }
 
 aclList* ipDosListFindFirst() {
-    return nameTreeFirst<aclList>(aclNode->dos_tree);
+    return nameTreeFirst<aclList>(aclNode->trees.dos_tree);
 }
 
 aclList* ipDosListFindNext(const listName& name) {
-    return nameTreeNext<aclList>(aclNode->dos_tree, name);
+    return nameTreeNext<aclList>(aclNode->trees.dos_tree, name);
 }
 
 aclList* ipDosListFindPrev(const listName& name) {
-    return nameTreePrev<aclList>(aclNode->dos_tree, name);
+    return nameTreePrev<aclList>(aclNode->trees.dos_tree, name);
 }
 
 aclEntry* ipDosEntFind(const listName& name, const ipEntryBlock* block) {
@@ -110,7 +110,7 @@ aclList* ipDosListCreate(const listName& name, uint32_t flags, uint32_t placehol
     }
     aclList* list = ipDosListFind(name);
     if (list == nullptr) {
-        list = aclListMake(aclNode->dos_tree, name, flags, placeholder, false);
+        list = aclListMake(aclNode->trees.dos_tree, name, flags, placeholder, false);
         if (list == nullptr) {
             *status = ACL_E_LIST_MEMORY;
             return nullptr;
@@ -171,7 +171,7 @@ uint32_t ipDosListDelete(const listName& name) {
         list->placeholder = 1;
     }
     // The active filter stays enabled under its name, ready to be defined again.
-    if (list != dosFilter) aclListDrop(aclNode->dos_tree, list);
+    if (list != dosFilter) aclListDrop(aclNode->trees.dos_tree, list);
     return ACL_OK;
 }
 

@@ -240,7 +240,7 @@ uint32_t ipv4Acll2l3DupHandler(aclList* list, aclEntry** entry, const ipEntryBlo
                                uint32_t mode) {
     // While a whole configuration is loaded, adds take the operator's word for it: the walk would
     // make the load quadratic. Deletes must find their entry all the same.
-    if (mode == DUP_ADD && aclNode->cfgNotifStart != 0) return ACL_OK;
+    if (mode == DUP_ADD && aclNode->config.cfgNotifStart != 0) return ACL_OK;
     aclEntry* found = aclEntryFindEqual(list, *block);
     if (mode == DUP_ADD) return found != nullptr ? ACL_E_ENTRY_EXISTS : ACL_OK;
     if (found == nullptr) return ACL_E_NOENTRY;

@@ -1,11 +1,11 @@
 // Ordinary IPv4 access lists.
 //
-// Kept in aclNode->acl_tree by name. A list is absent, a placeholder (kind 0: something refers to
-// it) or configured. Its entries are chained in ascending sequence order; every entry stands in the
-// sequence tree, and in the content tree too unless it is an ARP or ether-type entry. Each change
-// goes first into the trees, the chain and the filter's index, then, in the order that each
-// operation states, to the clients, the bindings and the configuration. The caller holds the write
-// lock.
+// Kept in aclNode->trees.acl_tree by name. A list is absent, a placeholder (kind 0: something
+// refers to it) or configured. Its entries are chained in ascending sequence order; every entry
+// stands in the sequence tree, and in the content tree too unless it is an ARP or ether-type entry.
+// Each change goes first into the trees, the chain and the filter's index, then, in the order that
+// each operation states, to the clients, the bindings and the configuration. The caller holds the
+// write lock.
 #include "common/debug.h"
 #include "common/node.h"
 #include "download/zekacl_download.h"
@@ -66,19 +66,19 @@ uint32_t deleteEntry(aclList* list, const ipEntryBlock* block, uint32_t send,
 }  // namespace
 
 aclList* ipAccessListFind(const listName& name) {
-    return nameTreeFind<aclList>(aclNode->acl_tree, name);
+    return nameTreeFind<aclList>(aclNode->trees.acl_tree, name);
 }
 
 aclList* ipAccessListFindFirst() {
-    return nameTreeFirst<aclList>(aclNode->acl_tree);
+    return nameTreeFirst<aclList>(aclNode->trees.acl_tree);
 }
 
 aclList* ipAccessListFindNext(const listName& name) {
-    return nameTreeNext<aclList>(aclNode->acl_tree, name);
+    return nameTreeNext<aclList>(aclNode->trees.acl_tree, name);
 }
 
 aclList* ipAccessListFindPrev(const listName& name) {
-    return nameTreePrev<aclList>(aclNode->acl_tree, name);
+    return nameTreePrev<aclList>(aclNode->trees.acl_tree, name);
 }
 
 bool ipCheckForPrefixAccessList(const listName& name) {
@@ -101,7 +101,7 @@ aclList* ipAccessListCreate(const listName& name, uint32_t kind, uint32_t placeh
                             uint32_t* status) {
     listChange change = listChange::none;
     aclList* list =
-        aclListObtain(aclNode->acl_tree, name, kind, placeholder, true, status, &change);
+        aclListObtain(aclNode->trees.acl_tree, name, kind, placeholder, true, status, &change);
     if (change == listChange::none || list->placeholder != 0) return list;
     acl_sent_to_cfg(name, 0, list->kind, 0);
     if (change == listChange::configured) aclPropagate(list, aclListAdded);
@@ -160,7 +160,7 @@ uint32_t ipAccessListDelete(const listName& name, uint32_t kind) {
         list->placeholder = 1;
         list->kind = 0;
     } else {
-        aclListDrop(aclNode->acl_tree, list);
+        aclListDrop(aclNode->trees.acl_tree, list);
     }
     return ACL_OK;
 }

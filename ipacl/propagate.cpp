@@ -103,7 +103,7 @@ void aclPropagate(aclList* list, const aclChange& change) {
         }
         if (b->kind == BIND_TASK) aclSendToTask(list, change, *b);
         // Groups are bound egress only and exist on this chassis alone.
-        if (b->kind == BIND_VLAN_GROUP && aclNode->chassisMode == CHASSIS_WITH_VLAN_GROUPS)
+        if (b->kind == BIND_VLAN_GROUP && aclNode->chassis.chassisMode == CHASSIS_WITH_VLAN_GROUPS)
             aclSendToVlanGroup(list, change.entry, b->id & 0xFF, change.egress);
     }
 }
@@ -135,7 +135,7 @@ void aclSendListsToTask(uint32_t application, uint32_t instance) {
 }
 
 void aclServeListsBehind() {
-    for (uint32_t instance = 0; instance < std::size(aclNode->aclIPMqHandle); instance++)
+    for (uint32_t instance = 0; instance < std::size(aclNode->queues.aclIPMqHandle); instance++)
         for (listName name; aclNextListBehind(instance, &name);) {
             aclList* list = ipAccessListFind(name);
             const aclBinding* b = list != nullptr ? taskBinding(list, APP_IPM, instance) : nullptr;

@@ -32,7 +32,7 @@ void addAddress(std::string& out, uint32_t address, uint32_t mask, bool asHost) 
     }
     out += ' ';
     textDotted(out, address);
-    if (aclNode->inverseMask != 0) {
+    if (aclNode->config.inverseMask != 0) {
         out += ' ';
         textDotted(out, mask);
     } else {

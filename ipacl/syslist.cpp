@@ -1,6 +1,7 @@
 // System lists: what the manager itself installs on one port, such as the protocol traps. Kept in
-// aclNode->aclSys_tree by name; never in the configuration, and without sequence-number or content
-// trees. Every change goes to the port that the caller names. The caller holds the write lock.
+// aclNode->trees.aclSys_tree by name; never in the configuration, and without sequence-number or
+// content trees. Every change goes to the port that the caller names. The caller holds the write
+// lock.
 #include "common/debug.h"
 #include "common/node.h"
 #include "download/zekacl_download.h"
@@ -75,15 +76,15 @@ uint32_t sendBatch(const listName& name, const ipEntryBlock* blocks, uint32_t lo
 }  // namespace
 
 aclList* ipSysAccessListFind(const listName& name) {
-    return nameTreeFind<aclList>(aclNode->aclSys_tree, name);
+    return nameTreeFind<aclList>(aclNode->trees.aclSys_tree, name);
 }
 
 aclList* ipSysAccessListFindFirst() {
-    return nameTreeFirst<aclList>(aclNode->aclSys_tree);
+    return nameTreeFirst<aclList>(aclNode->trees.aclSys_tree);
 }
 
 aclList* ipSysAccessListFindNext(const listName& name) {
-    return nameTreeNext<aclList>(aclNode->aclSys_tree, name);
+    return nameTreeNext<aclList>(aclNode->trees.aclSys_tree, name);
 }
 
 aclEntry* ipSysAccessEntFind(const listName& name, const ipEntryBlock* block) {
@@ -94,7 +95,7 @@ aclList* ipSysAccessListCreate(const listName& name, uint32_t kind, uint32_t pla
                                uint32_t ifindex, uint32_t* status) {
     listChange change = listChange::none;
     aclList* list =
-        aclListObtain(aclNode->aclSys_tree, name, kind, placeholder, false, status, &change);
+        aclListObtain(aclNode->trees.aclSys_tree, name, kind, placeholder, false, status, &change);
     if (list == nullptr) return nullptr;
     if (change != listChange::none && list->placeholder == 0) aclTrigger(list, 0);
     // Sent whatever has become of the call: the port may be new even when the list is not.
@@ -137,7 +138,7 @@ uint32_t ipSysAccessListDelete(const listName& name, uint32_t ifindex) {
         list->placeholder = 1;
         list->kind = 0;
     } else {
-        aclListDrop(aclNode->aclSys_tree, list);
+        aclListDrop(aclNode->trees.aclSys_tree, list);
     }
     return ACL_OK;
 }

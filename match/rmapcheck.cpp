@@ -58,8 +58,9 @@ bool isV4(const asked& by) {
 // Access lists that no store registers the map with are found when they are needed.
 bool aclPermits(const rmapNameValue& name, const asked& by, uint32_t source, uint32_t destination) {
     if (!isV4(by)) return false;
-    const auto* list = name.list != nullptr ? static_cast<const aclList*>(name.list)
-                                            : nameTreeFind<aclList>(aclNode->acl_tree, name.name);
+    const auto* list = name.list != nullptr
+                           ? static_cast<const aclList*>(name.list)
+                           : nameTreeFind<aclList>(aclNode->trees.acl_tree, name.name);
     ipPacket packet{};
     packet.src = source;
     packet.dst = destination;

@@ -37,17 +37,17 @@ int registeredAgain(aclNodeRecord* node, uint8_t* message, uint32_t slot) {
     const bool isItself = request.ipc.target.card == aclLinecardInfo[slot].agentIpAddr;
     const bool needs = isItself && aclAgentNeeds(slot, request.replay);
     if (needs) aclLinecardFill(slot, request);
-    AclIpcReply(node->regQfd, message);
+    AclIpcReply(node->ipc.regQfd, message);
     if (needs || (isItself && isLost(slot))) aclReplayToAgent(slot, needs);
     return -1;
 }
 
 void forgetAcl0Agent() {
-    if (aclNode->acl0qHandle != ZEK_SWP_NONE) zekSwpQueueRemove(aclNode->acl0qHandle);
-    aclNode->acl0qHandle = ZEK_SWP_NONE;
+    if (aclNode->queues.acl0qHandle != ZEK_SWP_NONE) zekSwpQueueRemove(aclNode->queues.acl0qHandle);
+    aclNode->queues.acl0qHandle = ZEK_SWP_NONE;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = ADDRESS_UNKNOWN;
     aclLinecardInfo[LINECARD_CP].agent0State = {};
-    aclNode->acl0Registered = 0;
+    aclNode->standing.acl0Registered = 0;
 }
 
 }  // namespace
@@ -85,7 +85,7 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
         return -1;
     }
     (void)aclAgentNeeds(slot, request.replay);
-    AclIpcReply(node->regQfd, message);
+    AclIpcReply(node->ipc.regQfd, message);
     aclReplayToAgent(slot, true);
     zekCfgRetryUnresolved();  // what the chassis refused without the card
     return -1;
@@ -93,7 +93,7 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
 
 int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message) {
     int result = iAclSwpQueueCreate(msgHdr(message)->target.slot, QUEUE_MAC_AGENT);
-    if (result != -1) AclIpcReply(node->regQfd, message);
+    if (result != -1) AclIpcReply(node->ipc.regQfd, message);
     return result;
 }
 
@@ -101,7 +101,7 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
     uint32_t& address = aclLinecardInfo[LINECARD_CP].agent0IpAddr;
     const auto& request = *reinterpret_cast<const acl0RegisterReq*>(message);
     if (addressIsKnown(address)) {
-        AclIpcReply(node->regQfd, message);
+        AclIpcReply(node->ipc.regQfd, message);
         if (aclAgentNeeds(AGENT_CP, request.replay) || isLost(AGENT_CP))
             aclReplayToAgent(AGENT_CP, true);
         return -1;
@@ -113,16 +113,16 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
                   "AclAgent on CP tried to register : Got anerror from zek_tmeGetPeerIpAddrByName");
         return -1;
     }
-    node->supportAclOnCP = request.supportAclOnCP;
+    node->chassis.supportAclOnCP = request.supportAclOnCP;
     if (iAclToAcl0SwpQueueCreate() != 0) {
         address = ADDRESS_UNKNOWN;  // else the next registration would change nothing
         return -1;
     }
     (void)aclAgentNeeds(AGENT_CP, request.replay);
-    AclIpcReply(node->regQfd, message);
+    AclIpcReply(node->ipc.regQfd, message);
     aclReplayToAgent(AGENT_CP, true);
     zekCfgRetryUnresolved();  // bindings to a control plane that took no lists until now
-    node->acl0Registered = 1;
+    node->standing.acl0Registered = 1;
     return -1;
 }
 

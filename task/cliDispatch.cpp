@@ -461,10 +461,10 @@ uint32_t runRow(const cliRow* row, cliCall& call) {
 // The second ACL agent hears the request itself, with its result; without one there is nobody to
 // tell.
 void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
-    if (aclNode->acl2qHandle == ZEK_SWP_NONE) return;
+    if (aclNode->queues.acl2qHandle == ZEK_SWP_NONE) return;
     void* copy = zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, length);
     if (copy == nullptr) {
-        zekSwpQueueLose(aclNode->acl2qHandle);
+        zekSwpQueueLose(aclNode->queues.acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");
         return;
     }
@@ -483,7 +483,7 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
     const cliRow* row = findRow(call.code());
     if (row != nullptr && (row->flags & CLI_ANSWER_FIRST) != 0) {
         call.as<cliHdr>()->result = ACL_OK;
-        AclIpcReply(node->regQfd, message);
+        AclIpcReply(node->ipc.regQfd, message);
         (void)runRow(row, call);
         return;
     }
@@ -504,5 +504,5 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
     call.as<cliHdr>()->result = result;
     // Of a line that goes nobody needs to know.
     if (cfgNotShown != notShown && (row->flags & CLI_NAME) != 0) call.as<cliHdr>()->notShown = 1u;
-    AclIpcReply(node->regQfd, message);
+    AclIpcReply(node->ipc.regQfd, message);
 }

@@ -79,12 +79,12 @@ int handleEvent(aclNodeRecord*, uint8_t* message) {
 }
 
 int handleCfgStart(aclNodeRecord* node, uint8_t*) {
-    node->cfgNotifStart = 1;
+    node->config.cfgNotifStart = 1;
     aclDebug(DEBUG_ACL_GENERAL, "ACL got MT_CFG_START_BLK_CFG_NOTIF msg");
     return NOT_TOLD;
 }
 int handleCfgEnd(aclNodeRecord* node, uint8_t*) {
-    node->cfgNotifStart = 0;
+    node->config.cfgNotifStart = 0;
     aclDebug(DEBUG_ACL_GENERAL, "ACL got MT_CFG_END_BLK_CFG_NOTIF msg");
     return NOT_TOLD;
 }
@@ -101,15 +101,15 @@ int handleCli(aclNodeRecord* node, uint8_t* message) {
 int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     if (!aclCanChange()) {
         msgHdr(message)->status = ACL_E_STORE;
-        AclIpcReply(node->regQfd, message);
+        AclIpcReply(node->ipc.regQfd, message);
         return NOT_TOLD;
     }
     uint32_t inverse = msgHdr(message)->mtype == MT_ACL_INVERSEMASK_ENABLE ? 1 : 0;
-    node->inverseMask = inverse;
+    node->config.inverseMask = inverse;
     // The mode's own line is written first: it opens the batch that the answer then waits for, so
     // an answered change survives whatever happens during the work.
     inverse_mask_sent_to_cfg(inverse);
-    AclIpcReply(node->regQfd, message);
+    AclIpcReply(node->ipc.regQfd, message);
     aclLockHeld<aclLock::write> held;
     ipInvertAccessEntryMask();
     return NOT_TOLD;
@@ -137,7 +137,7 @@ int answerTaskShow(const taskShow& kind, aclNodeRecord* node, uint8_t* message) 
     ipcHdr* hdr = msgHdr(message);
     hdr->status = status;
     ipcExchangeTriples(hdr);
-    if (zekIpcSend(node->regQfd, message, hdr->length) != 0)
+    if (zekIpcSend(node->ipc.regQfd, message, hdr->length) != 0)
         aclSysErr(SYSERR_SHOW, "%s", kind.failedAfterError);
     return NOT_TOLD;
 }
@@ -310,11 +310,11 @@ void refuse(const msgRow& row, uint8_t* message) {
     switch (row.reply) {
         case msgReply::ipc:
             hdr->result = ACL_E_SYSTEM;
-            AclIpcReply(aclNode->regQfd, message);
+            AclIpcReply(aclNode->ipc.regQfd, message);
             break;
         case msgReply::show:
             hdr->status = ACL_E_SYSTEM;
-            AclIpcReply(aclNode->regQfd, message);
+            AclIpcReply(aclNode->ipc.regQfd, message);
             break;
         case msgReply::dai:
             (void)AclDaiIpcReply(message);
@@ -337,7 +337,8 @@ uint32_t msgWord(const uint8_t* message, uint32_t offset) {
 }
 
 bool aclCanChange() {
-    return zekCfgWritable(aclNode->cfgDb) || zekCfgRestoring(aclNode->cfgDb) != nullptr;
+    return zekCfgWritable(aclNode->config.cfgDb) ||
+           zekCfgRestoring(aclNode->config.cfgDb) != nullptr;
 }
 
 void aclNotBuilt(const char* what) {
@@ -401,7 +402,7 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
         return -1;
     }
     int result = row->run(node, message);
-    if (row->reply == msgReply::ipc) AclIpcReply(node->regQfd, message);
+    if (row->reply == msgReply::ipc) AclIpcReply(node->ipc.regQfd, message);
     if (row->reply == msgReply::dai) (void)AclDaiIpcReply(message);
     return row->tellsResult ? result : -1;
 }

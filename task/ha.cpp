@@ -69,7 +69,7 @@ int sendPeerInfo(uint32_t mtype, uint32_t slot) {
     info.ipc.source.svce = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
     info.slot = slot;
     for (uint32_t i = 0; i < SLOT_COUNT; i++) cardToImage(aclLinecardInfo[i], &info.cards[i]);
-    info.isAclVlanGrp = aclNode->isAclVlanGrp;
+    info.isAclVlanGrp = aclNode->groups.isAclVlanGrp;
     return aclHASendToPeer(&info, sizeof info);
 }
 
@@ -77,12 +77,12 @@ int sendPeerInfo(uint32_t mtype, uint32_t slot) {
 
 int aclRegisterWithPeer(uint32_t attempt) {
     if (!zekHaIsPrimaryRpm()) {
-        aclNode->peerRegistered = 1;
+        aclNode->standing.peerRegistered = 1;
         return 0;
     }
-    if (aclNode->ramDataSync == 0) {
+    if (aclNode->peer.ramDataSync == 0) {
         aclDebug(DEBUG_ACL_GENERAL, "Sync-ing to Secondary RPM disabled\r\n");
-        aclNode->peerRegistered = 1;
+        aclNode->standing.peerRegistered = 1;
         return 0;
     }
     // The flag is set by the secondary's answer.
@@ -92,9 +92,10 @@ int aclRegisterWithPeer(uint32_t attempt) {
 }
 
 int aclSendUpdateToPeer(uint32_t kind) {
-    if (kind >= PEER_UPDATE_KINDS || !zekHaIsPrimaryRpm() || aclNode->ramDataSync == 0) return 0;
+    if (kind >= PEER_UPDATE_KINDS || !zekHaIsPrimaryRpm() || aclNode->peer.ramDataSync == 0)
+        return 0;
     if (sendPeerInfo(MT_PEER_UPDATE, kind) != 0) return -1;
-    aclNode->peerMark[kind] = 0;
+    aclNode->peer.peerMark[kind] = 0;
     return 0;
 }
 
@@ -102,11 +103,11 @@ void aclHandleRamDataSyncNotif(const uint8_t* message) {
     zekSendSyncMsgAckToRam(APP_ACL, 0);
     uint32_t code = reinterpret_cast<const ipcHdr*>(message)->ramCode;
     if (code == RAM_SYNC_ENABLE) {
-        aclNode->ramDataSync = 1;
-        aclNode->peerRegistered = 0;  // registration is redone
+        aclNode->peer.ramDataSync = 1;
+        aclNode->standing.peerRegistered = 0;  // registration is redone
         zekSendDataSyncResultToRam(APP_ACL, 0, 0);
     } else if (code == RAM_SYNC_DISABLE) {
-        aclNode->ramDataSync = 0;
+        aclNode->peer.ramDataSync = 0;
     }
 }
 
@@ -114,12 +115,12 @@ void aclHandlePeerMsg(uint8_t* message) {
     const ipcHdr* hdr = msgHdr(message);
     if (zekHaIsPrimaryRpm()) {
         if (hdr->mtype != MT_PEER_UPDATE) {
-            aclNode->peerRegistered = 1;
+            aclNode->standing.peerRegistered = 1;
             return;
         }
         uint32_t kind = msgWord(message, offsetof(aclPeerInfo, slot));
         if (hdr->length >= offsetof(aclPeerInfo, cards) && kind < PEER_UPDATE_KINDS)
-            aclNode->peerMark[kind] = 1;
+            aclNode->peer.peerMark[kind] = 1;
         return;
     }
     if (hdr->length < sizeof(aclPeerInfo)) {
@@ -129,6 +130,6 @@ void aclHandlePeerMsg(uint8_t* message) {
     const auto* info = reinterpret_cast<const aclPeerInfo*>(message);
     for (uint32_t slot = 0; slot < LINECARD_CP; slot++)
         cardFromImage(info->cards[slot], &aclLinecardInfo[slot]);
-    aclNode->isAclVlanGrp = info->isAclVlanGrp;
+    aclNode->groups.isAclVlanGrp = info->isAclVlanGrp;
     (void)aclHASendToPeer(message, hdr->length);
 }

@@ -28,21 +28,21 @@ bool renewCard(zekSwpHandle queue) {
 // What the peer of a queue must have, in a new session.
 void renew(zekSwpHandle queue) {
     if (renewCard(queue)) return;
-    if (queue == aclNode->acl0qHandle) return aclReplayToAgent(AGENT_CP, false);
+    if (queue == aclNode->queues.acl0qHandle) return aclReplayToAgent(AGENT_CP, false);
     zekSwpReplayBegin(queue);
-    if (queue == aclNode->acl2qHandle)
+    if (queue == aclNode->queues.acl2qHandle)
         for (uint32_t family : {AF_IPV4, AF_IPV6}) prefixDownloadIpListAlltoACL2(family);
-    if (queue == aclNode->aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0u);
-    if (queue == aclNode->aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0u);
-    for (uint32_t i = 0; i < std::size(aclNode->aclIPMqHandle); i++)
-        if (queue == aclNode->aclIPMqHandle[i]) aclSendListsToTaskExt(APP_IPM, i);
+    if (queue == aclNode->queues.aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0u);
+    if (queue == aclNode->queues.aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0u);
+    for (uint32_t i = 0; i < std::size(aclNode->queues.aclIPMqHandle); i++)
+        if (queue == aclNode->queues.aclIPMqHandle[i]) aclSendListsToTaskExt(APP_IPM, i);
     zekSwpReplayEnd(queue);
 }
 
 // Answers once the queue to the task that registers is there.
 int answerWithQueue(aclNodeRecord* node, uint8_t* message, int created, zekSwpHandle queue) {
     if (created != 0) return created;
-    AclIpcReply(node->regQfd, message);
+    AclIpcReply(node->ipc.regQfd, message);
     renew(queue);
     return created;
 }
@@ -52,24 +52,24 @@ int answerWithQueue(aclNodeRecord* node, uint8_t* message, int created, zekSwpHa
 int aclHandleSnmpRegister(aclNodeRecord* node, uint8_t* message) {
     static uint32_t acl_snmp_attempts;
     int created = aclSNMPSwpQueueCreate(&acl_snmp_attempts);
-    return answerWithQueue(node, message, created, node->aclSNMPqHandle);
+    return answerWithQueue(node, message, created, node->queues.aclSNMPqHandle);
 }
 int aclHandleIpmRegister(aclNodeRecord* node, uint8_t* message) {
     static uint32_t acl_ipm_attempts;
     int created = aclIPMSwpQueueCreate(&acl_ipm_attempts, message);
     if (created != 0) return created;
     const uint32_t instance = msgHdr(message)->target.svce >> 2 & 31;
-    return answerWithQueue(node, message, created, node->aclIPMqHandle[instance]);
+    return answerWithQueue(node, message, created, node->queues.aclIPMqHandle[instance]);
 }
 int aclHandleSysadmRegister(aclNodeRecord* node, uint8_t* message) {
     static uint32_t acl_sysadmtsk_attempts;
     int created = aclSYSADMTSKSwpQueueCreate(&acl_sysadmtsk_attempts);
-    return answerWithQueue(node, message, created, node->aclSYSADMTSKqHandle);
+    return answerWithQueue(node, message, created, node->queues.aclSYSADMTSKqHandle);
 }
 int aclHandleAcl2Register(aclNodeRecord* node, uint8_t* message) {
     int created = iAclACL2SwpQueueCreate();
-    if (created == 0) node->acl2Registered = 1;
-    return answerWithQueue(node, message, created, node->acl2qHandle);
+    if (created == 0) node->standing.acl2Registered = 1;
+    return answerWithQueue(node, message, created, node->queues.acl2qHandle);
 }
 
 void aclServeQueues() {

@@ -96,7 +96,7 @@ int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint
     req.ipc.source.svce = aclServicePort(APP_IFM, 0, QUEUE_REQUEST);
     req.wanted = 0xFFFFFFFF;
     uint32_t expected = sequence++;
-    if (zekIpcSend(aclNode->regQfd, &req, sizeof req) != 0) return -1;
+    if (zekIpcSend(aclNode->ipc.regQfd, &req, sizeof req) != 0) return -1;
 
     const bool answered = silent ? answerIsThere(expected)
                                  : AclAwaitReply(MT_IFM_REGISTER, expected, IFM_WAIT_MS) != nullptr;
@@ -107,7 +107,7 @@ int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint
 int AclRegisterWithEvtHandler([[maybe_unused]] uint32_t attempt, [[maybe_unused]] zekEvtLog log) {
     int result = 0;
     for (uint32_t event : {EVT_CARD_DOWN, EVT_CARD_SHUTDOWN, EVT_CAM_PROFILE})
-        if (zekEvhSubscribeEvt(aclNode->ipckey, event, 3) != 0) result = -1;
+        if (zekEvhSubscribeEvt(aclNode->ipc.ipckey, event, 3) != 0) result = -1;
     return result;
 }
 
@@ -118,18 +118,18 @@ int AclRegisterWithUDPHelper() {
 void aclSendRegistration() {
     static retryState ifm, udpHelper;
     static uint32_t evhAttempts, peerAttempts;
-    if (aclNode->ifmRegistered == 0)
-        retryResult(&ifm, &aclNode->ifmRegistered, SYSERR_IFM,
-                    AclRegisterWithIFM(0, aclNode->ipckey) == 0);
-    if (aclNode->evhRegistered == 0) {
+    if (aclNode->standing.ifmRegistered == 0)
+        retryResult(&ifm, &aclNode->standing.ifmRegistered, SYSERR_IFM,
+                    AclRegisterWithIFM(0, aclNode->ipc.ipckey) == 0);
+    if (aclNode->standing.evhRegistered == 0) {
         if (AclRegisterWithEvtHandler(evhAttempts, aclNode->evtLogKey) == 0) {
-            aclNode->evhRegistered = 1;
+            aclNode->standing.evhRegistered = 1;
             if (evhAttempts != 0) aclSysErr(SYSERR_EVH, "%s", "succeeded");
         } else if (evhAttempts++ == 0) {
             aclSysErr(SYSERR_EVH, "%s", "failed");
         }
     }
-    if (aclNode->peerRegistered == 0) {
+    if (aclNode->standing.peerRegistered == 0) {
         if (aclRegisterWithPeer(peerAttempts) != 0) {
             peerAttempts++;
         } else if (peerAttempts != 0) {
@@ -137,12 +137,12 @@ void aclSendRegistration() {
             peerAttempts = 0;
         }
     }
-    if (aclNode->udpHelperRegistered == 0)
-        retryResult(&udpHelper, &aclNode->udpHelperRegistered, SYSERR_UDP_HELPER,
+    if (aclNode->standing.udpHelperRegistered == 0)
+        retryResult(&udpHelper, &aclNode->standing.udpHelperRegistered, SYSERR_UDP_HELPER,
                     AclRegisterWithUDPHelper() == 0);
     // One waiting peer update a call, the lowest first.
     for (uint32_t kind = 0; kind < PEER_UPDATE_KINDS; kind++)
-        if (aclNode->peerMark[kind] == 0) {
+        if (aclNode->peer.peerMark[kind] == 0) {
             (void)aclSendUpdateToPeer(static_cast<uint32_t>(kind));
             break;
         }

@@ -15,13 +15,13 @@ void AclIpcReply([[maybe_unused]] uint32_t queue, uint8_t* message) {
     aclDebug(DEBUG_ACL_IPC, "source.slot = %d\r\n", static_cast<int>(uint32_t{hdr->source.slot}));
     aclDebug(DEBUG_ACL_IPC, "source.card = %d\r\n", static_cast<int>(uint32_t{hdr->source.card}));
     aclDebug(DEBUG_ACL_IPC, "source.svce = %d\r\n", static_cast<int>(uint32_t{hdr->source.svce}));
-    (void)zekIpcSend(aclNode->regQfd, message, hdr->length);
+    (void)zekIpcSend(aclNode->ipc.regQfd, message, hdr->length);
 }
 
 int AclDaiIpcReply(uint8_t* message) {
     uint32_t length = msgHdr(message)->length;
     for (int attempt = 0; attempt < 3; attempt++)
-        if (zekIpcReply(aclNode->ipckey, message, length) == 0) break;
+        if (zekIpcReply(aclNode->ipc.ipckey, message, length) == 0) break;
     return 1;
 }
 
@@ -35,7 +35,7 @@ struct swpReplyRow {
 };
 
 int swpReply(const swpReplyRow& row, const uint8_t* message) {
-    int result = zekSwpCkSeqAndAck(message, row.seen, aclNode->regQfd);
+    int result = zekSwpCkSeqAndAck(message, row.seen, aclNode->ipc.regQfd);
     if (result == ZEK_SWP_IN_ORDER) return 0;
     if (result == ZEK_SWP_SEEN && !row.repeatIsError) return 1;
     aclDebug(DEBUG_ACL_GENERAL, "%s", row.failure);
@@ -70,7 +70,7 @@ int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message) {
     ipcExchangeTriples(hdr);
     hdr->length = size;  // behind the copy, which brings the request's own length and status
     hdr->status = 0;
-    int rc = zekIpcSend(aclNode->regQfd, buffer, size);
+    int rc = zekIpcSend(aclNode->ipc.regQfd, buffer, size);
     zekMC_M_sysFree(buffer);
     return rc;
 }

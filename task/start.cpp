@@ -51,7 +51,7 @@ constexpr uint32_t poolClasses[] = {
 static_assert(std::size(poolClasses) == 38);
 
 struct treeRow {
-    zekRadix* aclNodeRecord::*tree;
+    zekRadix* aclTrees::*tree;
     const char* name;
     uint32_t keyBits;
     bool generalHeap;  // the P variant
@@ -59,35 +59,35 @@ struct treeRow {
 };
 // In the order of their creation.
 constexpr treeRow treeTable[] = {
-    {&aclNodeRecord::aclSys_tree, "aclSystemTree", LIST_NAME_KEY_BITS, false,
+    {&aclTrees::aclSys_tree, "aclSystemTree", LIST_NAME_KEY_BITS, false,
      "AclInitialize:unable to create a Radix Tree for System ACLs\n"},
-    {&aclNodeRecord::l2acl_tree, "l2aclTree", LIST_NAME_KEY_BITS, false,
+    {&aclTrees::l2acl_tree, "l2aclTree", LIST_NAME_KEY_BITS, false,
      "AclInitialize:unable to create a Radix Tree for L2 ACLs\n"},
-    {&aclNodeRecord::acl_tree, "aclTree", LIST_NAME_KEY_BITS, true,
+    {&aclTrees::acl_tree, "aclTree", LIST_NAME_KEY_BITS, true,
      "AclInitialize:unable to create a Radix Tree for ACLs\n"},
-    {&aclNodeRecord::v6acl_tree, "v6aclTree", LIST_NAME_KEY_BITS, true,
+    {&aclTrees::v6acl_tree, "v6aclTree", LIST_NAME_KEY_BITS, true,
      "AclInitialize:unable to create a Radix Tree for IPv6 ACLs\n"},
-    {&aclNodeRecord::ipMacAcl_tree, "ipMacAclTree", LIST_NAME_KEY_BITS, false,
+    {&aclTrees::ipMacAcl_tree, "ipMacAclTree", LIST_NAME_KEY_BITS, false,
      "AclInitialize:unable to create an RBTree for IpMac ACL \r\n"},
-    {&aclNodeRecord::dhcpSnoopVlan_tree, "dhcpSnoopVlanTree", 32, false,
+    {&aclTrees::dhcpSnoopVlan_tree, "dhcpSnoopVlanTree", 32, false,
      "AclInitialize: unable to create RBTree for DHCP snooping Vlan\r\n"},
-    {&aclNodeRecord::dhcpSnoop_tree, "dhcpSnoopTree", 32, false,
+    {&aclTrees::dhcpSnoop_tree, "dhcpSnoopTree", 32, false,
      "AclInitialize:unable to create an RBTree for dhcp snoop EX \r\n"},
-    {&aclNodeRecord::dos_tree, "dosTree", LIST_NAME_KEY_BITS, false,
+    {&aclTrees::dos_tree, "dosTree", LIST_NAME_KEY_BITS, false,
      "AclInitialize:unable to create a Radix Tree for DOS ACLs\n"},
-    {&aclNodeRecord::rmap_tree, "rmapTree", LIST_NAME_KEY_BITS, true,
+    {&aclTrees::rmap_tree, "rmapTree", LIST_NAME_KEY_BITS, true,
      "AclInitialize:unable to create a Radix Tree for Routemaps\n"},
-    {&aclNodeRecord::prefix_tree, "prefixTree", LIST_NAME_KEY_BITS, true,
+    {&aclTrees::prefix_tree, "prefixTree", LIST_NAME_KEY_BITS, true,
      "AclInitialize:unable to create a Radix Tree for Prefix lists\n"},
-    {&aclNodeRecord::v6prefix_tree, "v6prefixTree", LIST_NAME_KEY_BITS, true,
+    {&aclTrees::v6prefix_tree, "v6prefixTree", LIST_NAME_KEY_BITS, true,
      "AclInitialize:unable to create a Radix Tree for Ipv6 Prefix lists\n"},
-    {&aclNodeRecord::acl_intf_tree, "aclIntfTree", 32, false,
+    {&aclTrees::acl_intf_tree, "aclIntfTree", 32, false,
      "AclInitialize:unable to create a Intf Radix Tree for ACLs\n"},
-    {&aclNodeRecord::rmap_intf_tree, "rmapIntfTree", 32, true,
+    {&aclTrees::rmap_intf_tree, "rmapIntfTree", 32, true,
      "AclInitialize:unable to create a Intf Radix Tree For RouteMaps\n"},
-    {&aclNodeRecord::vlan_intf_tree, "vlanIntfTree", 32, false,
+    {&aclTrees::vlan_intf_tree, "vlanIntfTree", 32, false,
      "AclInitialize:unable to create a Intf Radix Tree For Vlans\n"},
-    {&aclNodeRecord::ipadd_intf_tree, "ipaddIntfTree", 32, false,
+    {&aclTrees::ipadd_intf_tree, "ipaddIntfTree", 32, false,
      "AclInitialize:unable to create a Intf Radix Tree For IpAddress\n"},
 };
 
@@ -126,46 +126,49 @@ bool createTaskQueue(uint32_t peerApp, zekSwpHandle* handle, uint32_t* retries,
 
 bool createTaskQueues() {
     uint32_t retries = SWP_RETRIES;
-    if (!createTaskQueue(APP_RTM, &aclNode->qHandle, &retries,
+    if (!createTaskQueue(APP_RTM, &aclNode->queues.qHandle, &retries,
                          "AclInitialize: unable to create SWP queue to RTM\n"))
         return false;
     retries = SWP_RETRIES;
-    return createTaskQueue(APP_DSMGR, &aclNode->aclQosqHandle, &retries,
+    return createTaskQueue(APP_DSMGR, &aclNode->queues.aclQosqHandle, &retries,
                            "AclInitialize: unable to create SWP queue to DSMGR\n");
 }
 
 bool createMulticastQueues() {
     // One budget of retries for both queues, not one each; it is meant.
     uint32_t retries = SWP_RETRIES;
-    return createTaskQueue(APP_IGMP, &aclNode->igmpqHandle, &retries,
+    return createTaskQueue(APP_IGMP, &aclNode->queues.igmpqHandle, &retries,
                            "AclInitialize: unable to create SWP queue to IGMP\n") &&
-           createTaskQueue(APP_PIM, &aclNode->pimqHandle, &retries,
+           createTaskQueue(APP_PIM, &aclNode->queues.pimqHandle, &retries,
                            "AclInitialize: unable to create SWP queue to PIM\n");
 }
 
 void forgetPeers(aclNodeRecord* node) {
-    node->acl2qHandle = node->acl0qHandle = node->aclSNMPqHandle = ZEK_SWP_NONE;
-    for (zekSwpHandle& handle : node->aclIPMqHandle) handle = ZEK_SWP_NONE;
-    node->igmpqHandle = node->pimqHandle = node->aclSYSADMTSKqHandle = ZEK_SWP_NONE;
-    node->snmptargetcard = node->acltargetcard = node->sysadmtsktargetcard = ADDRESS_UNKNOWN;
-    for (uint32_t& address : node->ipmtargetcard) address = ADDRESS_UNKNOWN;
+    node->queues.acl2qHandle = node->queues.acl0qHandle = node->queues.aclSNMPqHandle =
+        ZEK_SWP_NONE;
+    for (zekSwpHandle& handle : node->queues.aclIPMqHandle) handle = ZEK_SWP_NONE;
+    node->queues.igmpqHandle = node->queues.pimqHandle = node->queues.aclSYSADMTSKqHandle =
+        ZEK_SWP_NONE;
+    node->queues.snmptargetcard = node->queues.acltargetcard = node->queues.sysadmtsktargetcard =
+        ADDRESS_UNKNOWN;
+    for (uint32_t& address : node->queues.ipmtargetcard) address = ADDRESS_UNKNOWN;
 }
 
 // The card that hosts this task's own service.
 bool findTargetCard(aclNodeRecord* node) {
     constexpr int tries = 1000;
     for (int i = 1;; i++) {
-        int rc = zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &node->acltargetcard);
+        int rc = zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &node->queues.acltargetcard);
         // The last try fails whatever it returned; this order is meant.
         if (i == tries) break;
-        if (rc == 0 && addressIsKnown(node->acltargetcard)) return true;
+        if (rc == 0 && addressIsKnown(node->queues.acltargetcard)) return true;
     }
     aclSysErr(SYSERR_STARTUP, "%s", "Unable to get ACL's target card address \n");
     return false;
 }
 
 void addToReadSet(aclNodeRecord* node, int fd) {
-    if (fd >= 0 && fd < static_cast<int>(ZEK_FD_MAX)) node->readfs.set(static_cast<size_t>(fd));
+    if (fd >= 0 && fd < static_cast<int>(ZEK_FD_MAX)) node->ipc.readfs.set(static_cast<size_t>(fd));
 }
 
 }  // namespace
@@ -191,11 +194,11 @@ aclNodeRecord* AclInitialize(int, char**) {
     void* memory = zekMC_MM_malloc(sizeof(aclNodeRecord));
     if (memory == nullptr) return nullptr;
     aclNode = new (memory) aclNodeRecord{};
-    aclNode->egressIpAclBitMap.set();
-    aclNode->aclVlanGroupMemberBitMap.set();
-    std::memset(aclNode->peerMark, PEER_MARK_NONE, sizeof aclNode->peerMark);
+    aclNode->groups.egressIpAclBitMap.set();
+    aclNode->groups.aclVlanGroupMemberBitMap.set();
+    std::memset(aclNode->peer.peerMark, PEER_MARK_NONE, sizeof aclNode->peer.peerMark);
     forgetPeers(aclNode);  // nothing below may take a zero for a handle
-    aclNode->qHandle = aclNode->aclQosqHandle = ZEK_SWP_NONE;
+    aclNode->queues.qHandle = aclNode->queues.aclQosqHandle = ZEK_SWP_NONE;
     readCounter = 0;
     pAclReadCounter = &readCounter;
     void* aspath = zekMC_MM_malloc(sizeof(aspathAclNodeRecord));
@@ -206,9 +209,9 @@ aclNodeRecord* AclInitialize(int, char**) {
     aspathAclNode = new (aspath) aspathAclNodeRecord{};
     if (!aclStoreDBShmAddr(aclNode, pAclReadCounter, aspathAclNode)) std::exit(1);
 
-    aclNode->pkey = zekTaskStartup(APP_ACL, 0);
-    aclNode->ipckey = zekTaskGetIpcKey(aclNode->pkey);
-    if (aclNode->ipckey == 0) {
+    aclNode->ipc.pkey = zekTaskStartup(APP_ACL, 0);
+    aclNode->ipc.ipckey = zekTaskGetIpcKey(aclNode->ipc.pkey);
+    if (aclNode->ipc.ipckey == 0) {
         std::printf("\n\nUnable To GET IPC KEY\n");
         AclFree(aclNode);
         return nullptr;
@@ -231,15 +234,15 @@ aclNodeRecord* AclInitialize(int, char**) {
         return nullptr;
     }
 
-    aclNode->regQfd = Key_getReqQueue(aclNode->ipckey);
-    aclNode->rspQfd = Key_getRspQueue(aclNode->ipckey);
-    aclNode->tmrQfd = Key_getTmrQueue(aclNode->ipckey);
+    aclNode->ipc.regQfd = Key_getReqQueue(aclNode->ipc.ipckey);
+    aclNode->ipc.rspQfd = Key_getRspQueue(aclNode->ipc.ipckey);
+    aclNode->ipc.tmrQfd = Key_getTmrQueue(aclNode->ipc.ipckey);
     // The response queue stays out of the set although the loop tests it: replies that the task
     // waits for are received directly. It is meant.
-    addToReadSet(aclNode, Key_getSocketFd(aclNode->regQfd));
-    addToReadSet(aclNode, Key_getSocketFd(aclNode->tmrQfd));
-    aclNode->acl_swp_pipe = zekSwpCreatePipe("/zek/pipe/cp/aclpipe");
-    addToReadSet(aclNode, aclNode->acl_swp_pipe);
+    addToReadSet(aclNode, Key_getSocketFd(aclNode->ipc.regQfd));
+    addToReadSet(aclNode, Key_getSocketFd(aclNode->ipc.tmrQfd));
+    aclNode->ipc.acl_swp_pipe = zekSwpCreatePipe("/zek/pipe/cp/aclpipe");
+    addToReadSet(aclNode, aclNode->ipc.acl_swp_pipe);
 
     if (zek_memPartVarInit(POOL_FIXED + 1, poolClasses, std::size(poolClasses)) != 0) {
         aclSysErr(SYSERR_STARTUP, "%s", "Unable to create Variable memory pools\n");
@@ -247,15 +250,15 @@ aclNodeRecord* AclInitialize(int, char**) {
         return nullptr;
     }
     for (const treeRow& row : treeTable) {
-        aclNode->*row.tree = row.generalHeap ? zekRadixCreateP(row.name, row.keyBits)
-                                             : zekRadixCreate(row.name, row.keyBits);
-        if (aclNode->*row.tree == nullptr) {
+        aclNode->trees.*row.tree = row.generalHeap ? zekRadixCreateP(row.name, row.keyBits)
+                                                   : zekRadixCreate(row.name, row.keyBits);
+        if (aclNode->trees.*row.tree == nullptr) {
             aclSysErr(SYSERR_STARTUP, "%s", row.failure);
             AclFree(aclNode);
             return nullptr;
         }
     }
-    aclNode->cfgDb = zekCfgOfTask();
+    aclNode->config.cfgDb = zekCfgOfTask();
 
     if (!createTaskQueues()) {
         AclFree(aclNode);
@@ -263,12 +266,12 @@ aclNodeRecord* AclInitialize(int, char**) {
     }
     forgetPeers(aclNode);
     if (!findTargetCard(aclNode) ||
-        (!isAclSupportedOnRp2(aclNode->acltargetcard) && !createMulticastQueues())) {
+        (!isAclSupportedOnRp2(aclNode->queues.acltargetcard) && !createMulticastQueues())) {
         AclFree(aclNode);
         return nullptr;
     }
-    aclNode->acl2PimCfgParams = {10, 10};
-    aclNode->ipv6UnicastRoutingEnable = 1;
+    aclNode->protocol.acl2PimCfgParams = {10, 10};
+    aclNode->protocol.ipv6UnicastRoutingEnable = 1;
     aclNode->finalWord = 0;
     return aclNode;
 }
@@ -286,17 +289,17 @@ aspathAclNodeRecord* AspathAclInitialize() {
 
 void AclFree(aclNodeRecord* node) {
     if (node == nullptr) return;
-    for (const treeRow& row : treeTable) zekRadixDestroy(node->*row.tree);
+    for (const treeRow& row : treeTable) zekRadixDestroy(node->trees.*row.tree);
     if (aspathAclNode != nullptr) {
         for (const aspathTreeRow& row : aspathTreeTable) zekRadixDestroy(aspathAclNode->*row.tree);
         zekMC_MM_free(aspathAclNode);
         aspathAclNode = nullptr;
     }
-    for (zekSwpHandle queue :
-         {node->qHandle, node->aclQosqHandle, node->igmpqHandle, node->pimqHandle})
+    for (zekSwpHandle queue : {node->queues.qHandle, node->queues.aclQosqHandle,
+                               node->queues.igmpqHandle, node->queues.pimqHandle})
         if (queue != ZEK_SWP_NONE) zekSwpQueueRemove(queue);
     for (uint32_t pool = 0; pool < POOL_COUNT; pool++) zek_memPartFree(POOL_FIXED + pool);
-    if (node->ipckey != 0) zekTaskCloseIpcKey(node->ipckey);
+    if (node->ipc.ipckey != 0) zekTaskCloseIpcKey(node->ipc.ipckey);
     if (node->evtLogKey != 0) zekEvtCloselog(node->evtLogKey);
     if (void* anchor = zekShmGet(SHM_SLOT_ACL); anchor != nullptr) {
         (void)zekShmSet(SHM_SLOT_ACL, nullptr);
@@ -308,9 +311,9 @@ void AclFree(aclNodeRecord* node) {
 }
 
 void AclGetChassMode([[maybe_unused]] uint32_t taskHandle) {
-    aclNode->chassisMode = zekSysGetChassisMode();
-    aclNode->rpmType = zekSysGetRpmType();
-    if (aclNode->chassisMode == 3 || aclNode->chassisMode == 6) {
+    aclNode->chassis.chassisMode = zekSysGetChassisMode();
+    aclNode->chassis.rpmType = zekSysGetRpmType();
+    if (aclNode->chassis.chassisMode == 3 || aclNode->chassis.chassisMode == 6) {
         // In these chassis every card takes egress lists before it says so itself; the record of
         // the control processor is left alone.
         for (uint32_t slot = 0; slot < LINECARD_CP; slot++) {
@@ -318,7 +321,7 @@ void AclGetChassMode([[maybe_unused]] uint32_t taskHandle) {
             aclLinecardInfo[slot].type = 3;
         }
     }
-    if (aclNode->rpmType > 3) aclNode->supportAclOnCP = 1;
+    if (aclNode->chassis.rpmType > 3) aclNode->chassis.supportAclOnCP = 1;
 }
 
 void aclCreateShowRunningDummyNodes() {
@@ -326,12 +329,12 @@ void aclCreateShowRunningDummyNodes() {
     anchor.lineClass = CFG_CLASS_ANCHOR;
     for (uint32_t section : {CFG_SECTION_TRACE_LIST, CFG_SECTION_IP, CFG_SECTION_PREFIX}) {
         anchor.section = section;
-        (void)zekCfgInsertBothLine(aclNode->cfgDb, anchor);
+        (void)zekCfgInsertBothLine(aclNode->config.cfgDb, anchor);
     }
     for (uint32_t section :
          {CFG_SECTION_MAC, CFG_SECTION_RMAP, CFG_SECTION_ASPATH, CFG_SECTION_COMM}) {
         anchor.section = section;
-        (void)zekCfgInsert(aclNode->cfgDb, anchor);
+        (void)zekCfgInsert(aclNode->config.cfgDb, anchor);
     }
 }
 
@@ -341,7 +344,7 @@ void aclProcessRegexPendingDelete() {
 }
 
 void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFFER_SIZE> buffer) {
-    zekFdSet ready = node->readfs;
+    zekFdSet ready = node->ipc.readfs;
     auto isReady = [&ready](int fd) {
         return fd >= 0 && fd < static_cast<int>(ZEK_FD_MAX) && ready.test(static_cast<size_t>(fd));
     };
@@ -353,10 +356,10 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
     aclCounters.passes++;
     const int selected = zekSelect(ZEK_FD_MAX, &ready, SELECT_TIMEOUT_MS);
     if (selected > 0) {
-        serve(node->tmrQfd);
-        serve(node->regQfd);
-        if (isReady(node->acl_swp_pipe)) (void)zekSwpReadPipe(node->acl_swp_pipe);
-        serve(node->rspQfd);
+        serve(node->ipc.tmrQfd);
+        serve(node->ipc.regQfd);
+        if (isReady(node->ipc.acl_swp_pipe)) (void)zekSwpReadPipe(node->ipc.acl_swp_pipe);
+        serve(node->ipc.rspQfd);
     } else if (selected < 0 && errno != EINTR) {
         aclDebug(DEBUG_ACL_GENERAL, "select failed in AclMain\n");
     }
@@ -376,10 +379,10 @@ int AclMain(int argc, char** argv) {
         AclFree(aclNode);
         return -1;
     }
-    AclGetChassMode(aclNode->pkey);
+    AclGetChassMode(aclNode->ipc.pkey);
     while (SysListRegistration(0) == -1) continue;
     aclRegisterDebugFunctions();
-    zekTaskReady(aclNode->pkey);
+    zekTaskReady(aclNode->ipc.pkey);
     aclCreateShowRunningDummyNodes();
 
     static uint8_t buffer[IPC_BUFFER_SIZE];  // the one receive buffer

@@ -16,7 +16,7 @@ bool queueRequest(uint32_t code, const listName& name, const void* body, uint32_
     uint32_t length = static_cast<uint32_t>(sizeof(cliHdr)) + bodyBytes;
     void* block = zekMC_M_memBlockVarAlloc(POOL_ACL2_MESSAGE, ZEK_MEM_FLAGS, length);
     if (block == nullptr) {
-        zekSwpQueueLose(aclNode->acl2qHandle);
+        zekSwpQueueLose(aclNode->queues.acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");
         return false;
     }
@@ -33,7 +33,7 @@ bool queueRequest(uint32_t code, const listName& name, const void* body, uint32_
 
 void prefixDownloadIpListAll(uint32_t af) {
     const prefixFamily* family = prefixFamilyOf(af);
-    if (family == nullptr || aclNode->acl2qHandle == ZEK_SWP_NONE) return;
+    if (family == nullptr || aclNode->queues.acl2qHandle == ZEK_SWP_NONE) return;
     for (const prefixList* list = ipPrefixListFindFirst(af); list != nullptr;
          list = ipPrefixListFindNext(list->name, af)) {
         if (list->placeholder != 0) continue;

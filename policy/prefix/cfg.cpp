@@ -62,7 +62,7 @@ void prefixTextAppend(std::string& out, const prefixRecord& record, const prefix
 }
 
 std::string prefixEntryText(const prefixEntry* entry, uint32_t af) {
-    return lineOf(*entry->record, *prefixFamilyOf(af), aclNode->inverseMask != 0);
+    return lineOf(*entry->record, *prefixFamilyOf(af), aclNode->config.inverseMask != 0);
 }
 
 void prefix_sent_to_cfg(const prefixList* list, uint32_t remove, uint32_t af) {
@@ -77,7 +77,7 @@ void prefix_sent_to_cfg(const prefixList* list, uint32_t remove, uint32_t af) {
 void prefix_ent_sent_to_cfg(const prefixEntry* entry, uint32_t remove, uint32_t af,
                             const listName& name) {
     const prefixFamily& family = *prefixFamilyOf(af);
-    bool masked = aclNode->inverseMask != 0;
+    bool masked = aclNode->config.inverseMask != 0;
     // Both forms are stored, and neither depends on the mode: a change of it rewrites nothing.
     std::string shown = lineOf(*entry->record, family, masked);
     std::string other = lineOf(*entry->record, family, !masked);

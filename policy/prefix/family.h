@@ -8,8 +8,8 @@
 #include "policy/prefix/zekprefixlist.h"
 
 struct prefixFamily {
-    zekRadix* aclNodeRecord::*tree;
-    char (aclNodeRecord::*lastChanged)[LIST_NAME_LEN + 1];
+    zekRadix* aclTrees::*tree;
+    char (aclPrefixState::*lastChanged)[LIST_NAME_LEN + 1];
     uint32_t addressBytes;
     const char* word;   // in lines
     const char* title;  // in messages
@@ -18,10 +18,10 @@ struct prefixFamily {
     uint32_t createCode, addCode;  // aclPolicyCliCode
 };
 inline constexpr prefixFamily prefixFamilies[] = {
-    {&aclNodeRecord::prefix_tree, &aclNodeRecord::lastPrefixList, 4, "ip", "Ip", CFG_FAMILY_V4,
+    {&aclTrees::prefix_tree, &aclPrefixState::lastPrefixList, 4, "ip", "Ip", CFG_FAMILY_V4,
      CFG_SYNC_PREFIX, CLI_PREFIX_LIST_CREATE, CLI_PREFIX_ENTRY_ADD},
-    {&aclNodeRecord::v6prefix_tree, &aclNodeRecord::lastV6PrefixList, 16, "ipv6", "Ipv6",
-     CFG_FAMILY_V6, CFG_SYNC_V6_PREFIX, CLI_V6_PREFIX_LIST_CREATE, CLI_V6_PREFIX_ENTRY_ADD},
+    {&aclTrees::v6prefix_tree, &aclPrefixState::lastV6PrefixList, 16, "ipv6", "Ipv6", CFG_FAMILY_V6,
+     CFG_SYNC_V6_PREFIX, CLI_V6_PREFIX_LIST_CREATE, CLI_V6_PREFIX_ENTRY_ADD},
 };
 // Null for what is neither IPv4 (1) nor IPv6 (2).
 inline const prefixFamily* prefixFamilyOf(uint32_t af) {

@@ -64,7 +64,7 @@ prefixList* listMake(const prefixFamily& family, const listName& name, uint32_t 
     list->name = name;
     list->family = af;
     list->content = zekRadixCreate("prefixContentTree", 8 * sizeof(contentKey::b));
-    if (list->content != nullptr && zekRadixInsert(aclNode->*family.tree, &list->link,
+    if (list->content != nullptr && zekRadixInsert(aclNode->trees.*family.tree, &list->link,
                                                    list->name.text, LIST_NAME_KEY_BITS) == 0)
         return list;
     zekRadixDestroy(list->content);
@@ -74,7 +74,7 @@ prefixList* listMake(const prefixFamily& family, const listName& name, uint32_t 
 
 // The list has no entries and no clients.
 void listDrop(const prefixFamily& family, prefixList* list) {
-    zekRadixRemove(aclNode->*family.tree, &list->link);
+    zekRadixRemove(aclNode->trees.*family.tree, &list->link);
     zekRadixDestroy(list->content);
     zekMC_M_memBlockVarFree(list);
 }
@@ -119,7 +119,7 @@ void unlink(prefixList* list, prefixEntry* entry) {
 }
 
 void noteChange(const prefixFamily& family, const listName& name) {
-    std::memcpy(aclNode->*family.lastChanged, name.text, sizeof name.text);
+    std::memcpy(aclNode->prefix.*family.lastChanged, name.text, sizeof name.text);
 }
 
 void deleteEntry(const prefixFamily& family, prefixList* list, prefixEntry* entry,
@@ -157,12 +157,13 @@ uint32_t chooseSeq(const prefixList* list, const prefixRecord& record) {
 
 prefixList* ipPrefixListFindFirst(uint32_t af) {
     const prefixFamily* family = prefixFamilyOf(af);
-    return family != nullptr ? nameTreeFirst<prefixList>(aclNode->*family->tree) : nullptr;
+    return family != nullptr ? nameTreeFirst<prefixList>(aclNode->trees.*family->tree) : nullptr;
 }
 
 prefixList* ipPrefixListFindNext(const listName& name, uint32_t af) {
     const prefixFamily* family = prefixFamilyOf(af);
-    return family != nullptr ? nameTreeNext<prefixList>(aclNode->*family->tree, name) : nullptr;
+    return family != nullptr ? nameTreeNext<prefixList>(aclNode->trees.*family->tree, name)
+                             : nullptr;
 }
 
 prefixEntry* ipPrefixEntFindSeq(const listName& name, const prefixRecord& entry, uint32_t af) {

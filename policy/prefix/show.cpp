@@ -16,7 +16,7 @@ void addLine(std::string& out, const prefixEntry& entry, const prefixFamily& fam
     out += "   seq ";
     textNumber(out, entry.record->seq);
     // There is no "any" here: meant.
-    prefixTextAppend(out, *entry.record, family, aclNode->inverseMask != 0);
+    prefixTextAppend(out, *entry.record, family, aclNode->config.inverseMask != 0);
     textWordSigned(out, " (hit count: ", hitCountGet(entry.hits));
     out += ")\r\n";
 }
@@ -41,7 +41,7 @@ std::string pageText(const prefixList& list, const prefixFamily& family, bool la
         if (lastChanged) {
             out += family.title;
             out += " Prefix-list with the last deletion/insertion: ";
-            out += aclNode->*family.lastChanged;
+            out += aclNode->prefix.*family.lastChanged;
             out += "\r\n";
         }
         addHeader(out, list, family);

@@ -33,7 +33,7 @@ void insertLine(uint32_t lineClass, const cfgRmapKey& key, std::string_view text
                 const zekCfgRequest& request = {}) {
     zekCfgRecord record = makeRecord(lineClass, key);
     cfgPutText(record.text, text);
-    (void)zekCfgInsert(aclNode->cfgDb, record, request);
+    (void)zekCfgInsert(aclNode->config.cfgDb, record, request);
 }
 
 cfgRmapKey clauseKey(const rmapEntry* entry, uint16_t valueIndex, const listName& name) {
@@ -82,11 +82,12 @@ std::string clauseText(const rmapEntry* entry, const rmapNameValue* nameValue,
 }  // namespace
 
 void rmapCfgRemoveInstance(const listName& name, int32_t seq) {
-    (void)zekCfgRemoveNode(aclNode->cfgDb,
+    (void)zekCfgRemoveNode(aclNode->config.cfgDb,
                            makeRecord(CFG_CLASS_POLICY_SEPARATOR, instanceKey(name, seq)));
 }
 void rmapCfgRemoveMap(const listName& name) {
-    (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_BGP_LIST, instanceKey(name, 0)));
+    (void)zekCfgRemoveExact(aclNode->config.cfgDb,
+                            makeRecord(CFG_CLASS_BGP_LIST, instanceKey(name, 0)));
 }
 void rmapCfgSyncGone(const listName& name) {
     std::string line = "route-map ";
@@ -114,7 +115,7 @@ void rmap_sent_to_cfg(const rmapEntry* header, uint32_t remove, const listName& 
 
 void rmap_sent_to_cfg_update(const rmapEntry* header, uint32_t oldAction, const listName& name) {
     const cfgRmapKey key = instanceKey(name, header->seq);
-    (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
+    (void)zekCfgRemoveExact(aclNode->config.cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
     cfgSync(CFG_SYNC_HEADER, name, rmapInstanceText(name, oldAction, header->seq), true);
     rmap_sent_to_cfg(header, 0, name);
 }
@@ -128,7 +129,7 @@ void rmap_ent_send_to_cfg(const rmapEntry* entry, uint32_t remove, const rmapNam
                                      name);
     const std::string line = clauseText(entry, nameValue, number);
     if (remove != 0) {
-        (void)zekCfgRemoveExact(aclNode->cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
+        (void)zekCfgRemoveExact(aclNode->config.cfgDb, makeRecord(CFG_CLASS_RMAP_LINE, key));
     } else {
         const cliRmapClauseReq request = clauseRequest(entry, nameValue, number, name);
         insertLine(CFG_CLASS_RMAP_LINE, key, line, cfgRequestOf(request));

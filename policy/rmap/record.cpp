@@ -68,13 +68,13 @@ void entryFree(rmapEntry* entry) {
 }  // namespace
 
 rmapList* ipRmapListFind(const listName& name) {
-    return nameTreeFind<rmapList>(aclNode->rmap_tree, name);
+    return nameTreeFind<rmapList>(aclNode->trees.rmap_tree, name);
 }
 rmapList* ipRmapListFindFirst() {
-    return nameTreeFirst<rmapList>(aclNode->rmap_tree);
+    return nameTreeFirst<rmapList>(aclNode->trees.rmap_tree);
 }
 rmapList* ipRmapListFindNext(const listName& name) {
-    return nameTreeNext<rmapList>(aclNode->rmap_tree, name);
+    return nameTreeNext<rmapList>(aclNode->trees.rmap_tree, name);
 }
 
 rmapInstance* rmapInstanceFind(const rmapList* map, int32_t seq) {
@@ -92,8 +92,8 @@ rmapList* rmapMake(const listName& name, uint32_t placeholder) {
     map->name = name;
     map->placeholder = placeholder != 0 ? 1 : 0;
     map->bySeq = zekRadixCreate("rmapInstances", SEQ_KEY_BITS);
-    if (map->bySeq != nullptr &&
-        zekRadixInsert(aclNode->rmap_tree, &map->link, map->name.text, LIST_NAME_KEY_BITS) == 0)
+    if (map->bySeq != nullptr && zekRadixInsert(aclNode->trees.rmap_tree, &map->link,
+                                                map->name.text, LIST_NAME_KEY_BITS) == 0)
         return map;
     zekRadixDestroy(map->bySeq);
     zekMC_M_memBlockVarFree(map);
@@ -103,13 +103,13 @@ rmapList* rmapMake(const listName& name, uint32_t placeholder) {
 void rmapDrop(rmapList* map) {
     clientsFree(map);
     rmapProgramDrop(map);
-    zekRadixRemove(aclNode->rmap_tree, &map->link);
+    zekRadixRemove(aclNode->trees.rmap_tree, &map->link);
     zekRadixDestroy(map->bySeq);
     zekMC_M_memBlockVarFree(map);
 }
 
 const cfgRmapKey* rmapRestoredKey() {
-    return reinterpret_cast<const cfgRmapKey*>(zekCfgRestoring(aclNode->cfgDb));
+    return reinterpret_cast<const cfgRmapKey*>(zekCfgRestoring(aclNode->config.cfgDb));
 }
 
 rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {

@@ -45,7 +45,7 @@ struct Agents : DownloadTest {
 };
 
 TEST_F(Agents, ARegistrationFillsTheRecordAndIsFollowedByTheReplayInOrder) {
-    aclNode->ramDataSync = 1;
+    aclNode->peer.ramDataSync = 1;
     uint32_t transId = aclMgrTransId;
     bytes request = registration(5, CARD_5);
     std::memcpy(received, request.data(), request.size());
@@ -266,13 +266,17 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
         uint32_t* card = nullptr;
     } const rows[] = {
         {14404, CLIENT_SERVICE, 148, 3, "MAC_AGENT", &aclLinecardInfo[3].macAgent},
-        {14405, 2305, 18, 0, "SNMP", &aclNode->aclSNMPqHandle, &aclNode->snmptargetcard},
-        {14406, 11137, 87, 0, "IPM", &aclNode->aclIPMqHandle[0], &aclNode->ipmtargetcard[0]},
-        {14406, 11137 + 4, 87, 1, "IPM", &aclNode->aclIPMqHandle[1], &aclNode->ipmtargetcard[1]},
-        {14406, 11137 + 8, 87, 2, "IPM", &aclNode->aclIPMqHandle[2], &aclNode->ipmtargetcard[2]},
-        {14407, 4225, 33, 0, "SYSADMTSK", &aclNode->aclSYSADMTSKqHandle,
-         &aclNode->sysadmtsktargetcard},
-        {14552, 21249, 166, 0, "ACL2", &aclNode->acl2qHandle},
+        {14405, 2305, 18, 0, "SNMP", &aclNode->queues.aclSNMPqHandle,
+         &aclNode->queues.snmptargetcard},
+        {14406, 11137, 87, 0, "IPM", &aclNode->queues.aclIPMqHandle[0],
+         &aclNode->queues.ipmtargetcard[0]},
+        {14406, 11137 + 4, 87, 1, "IPM", &aclNode->queues.aclIPMqHandle[1],
+         &aclNode->queues.ipmtargetcard[1]},
+        {14406, 11137 + 8, 87, 2, "IPM", &aclNode->queues.aclIPMqHandle[2],
+         &aclNode->queues.ipmtargetcard[2]},
+        {14407, 4225, 33, 0, "SYSADMTSK", &aclNode->queues.aclSYSADMTSKqHandle,
+         &aclNode->queues.sysadmtsktargetcard},
+        {14552, 21249, 166, 0, "ACL2", &aclNode->queues.acl2qHandle},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.service);
@@ -295,7 +299,7 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
         EXPECT_EQ(testHost.replays[*row.handle], row.app == 148 ? 0 : 2) << "a session for each";
         EXPECT_TRUE(row.card == nullptr || *row.card == address);
     }
-    EXPECT_EQ(aclNode->acl2Registered, 1u);
+    EXPECT_EQ(aclNode->standing.acl2Registered, 1u);
     for (auto [type, slot, service] : {std::tuple{14404u, 20u, CLIENT_SERVICE},
                                        {14406u, 3u, 11137u + 12},
                                        {14406u, 3u, 0xFFFFFFFFu}}) {
@@ -307,7 +311,7 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
 }
 
 TEST_F(Agents, ACardThatGoesDownIsForgottenAndMayRegisterAgain) {
-    aclNode->ramDataSync = 1;
+    aclNode->peer.ramDataSync = 1;
     (void)deliverAll(registration(5, CARD_5));
     const aclLinecard& card = aclLinecardInfo[5];
     for (uint32_t event : {0xF0012u, 0xF0013u}) {
@@ -350,16 +354,16 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
     testFail(TEST_QUEUE, 1, 1);
     EXPECT_EQ(ask(1), (texts{"swpqueue 165 slot 0 failed",
                              "syserr 0x50001 Unable to create SWP queue for ACL0_AGENT"}));
-    aclNode->supportAclOnCP = 0;
+    aclNode->chassis.supportAclOnCP = 0;
     texts rows = ask(9);
     ASSERT_EQ(rows.size(), 3u);
     EXPECT_EQ(rows[1], answer);
-    EXPECT_EQ(rows[2], "swp " + handle(aclNode->acl0qHandle) + " 14409");
-    EXPECT_EQ(aclNode->supportAclOnCP, 9u);
-    EXPECT_EQ(aclNode->acl0Registered, 1u);
+    EXPECT_EQ(rows[2], "swp " + handle(aclNode->queues.acl0qHandle) + " 14409");
+    EXPECT_EQ(aclNode->chassis.supportAclOnCP, 9u);
+    EXPECT_EQ(aclNode->standing.acl0Registered, 1u);
     EXPECT_EQ(made.list.sendBlock.b[519], 0x2D);
     EXPECT_EQ(ask(1), texts{answer});
-    EXPECT_EQ(aclNode->supportAclOnCP, 9u);
+    EXPECT_EQ(aclNode->chassis.supportAclOnCP, 9u);
     while (made.list.bindings != nullptr) aclBindingDrop(&made.list, made.list.bindings);
 }
 

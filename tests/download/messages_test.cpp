@@ -34,10 +34,10 @@ TEST_F(Messages, EveryByteOfAnEntryReachesTheAgentInItsPlace) {
 }
 
 TEST_F(Messages, TheHeaderSaysWhereTheListIsBound) {
-    aclNode->supportAclOnCP = 1;
-    aclNode->acl0qHandle = aclLinecardInfo[4].aclAgent;
+    aclNode->chassis.supportAclOnCP = 1;
+    aclNode->queues.acl0qHandle = aclLinecardInfo[4].aclAgent;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = 0x7F0100C8;
-    aclNode->vlanGroups[2] = {.id = 5, .name = listNameMake("floor")};
+    aclNode->groups.vlanGroups[2] = {.id = 5, .name = listNameMake("floor")};
     (void)aclVlanMemberAdd(VLAN_10, PORT_3_1);
     ipList made("edge", 1);
     std::string longName(140, 'n');

@@ -162,8 +162,8 @@ TEST_F(Mgmt, WhatCannotGoCostsADebugLineAndNothingElse) {
     aclSendListToSNMP(&made.list, 14409, nullptr);
     EXPECT_EQ(enqueued().size(), 1u);
     // What was lost comes with everything else when the task answers again.
-    EXPECT_EQ(zekSwpQueueState(aclNode->aclSNMPqHandle), zekSwpState::lost);
-    zekSwpReplayBegin(aclNode->aclSNMPqHandle);
+    EXPECT_EQ(zekSwpQueueState(aclNode->queues.aclSNMPqHandle), zekSwpState::lost);
+    zekSwpReplayBegin(aclNode->queues.aclSNMPqHandle);
     testFail(TEST_ENQUEUE, 2, 1);  // the third is
     aclSendListToSNMP(&made.list, 14409, nullptr);
     EXPECT_EQ(enqueued().size(), 3u);
@@ -172,10 +172,10 @@ TEST_F(Mgmt, WhatCannotGoCostsADebugLineAndNothingElse) {
                                         return row.ends_with("Error enqueueing msg to SNMP\r\n");
                                     }),
               1);
-    testHost.deadQueues = {aclNode->aclSYSADMTSKqHandle};
+    testHost.deadQueues = {aclNode->queues.aclSYSADMTSKqHandle};
     aclSendListToSYSADMTSk(&made.list, 14412);
     EXPECT_EQ(enqueued().size(), 1u);
-    EXPECT_EQ(others[0], "swpflush " + std::to_string(aclNode->aclSYSADMTSKqHandle));
+    EXPECT_EQ(others[0], "swpflush " + std::to_string(aclNode->queues.aclSYSADMTSKqHandle));
     EXPECT_EQ(testBlocksInUse(), blocks);
 
     for (uint32_t instance : {1u, 3u, 32u, 34u}) {  // not registered; not possible
@@ -183,7 +183,7 @@ TEST_F(Mgmt, WhatCannotGoCostsADebugLineAndNothingElse) {
         aclSendListToIPM(&made.list, 14409, &ipm2);
     }
     aclSendListToSNMP(nullptr, 14409, nullptr);
-    aclNode->acltargetcard = ADDRESS_UNKNOWN;
+    aclNode->queues.acltargetcard = ADDRESS_UNKNOWN;
     for (const target& to : targets) to.list(&made.list, 14409);
     EXPECT_TRUE(testTake().empty());
 }

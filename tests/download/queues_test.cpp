@@ -118,10 +118,10 @@ TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
     EXPECT_EQ(send(), -1);
     EXPECT_TRUE(anyHas(testTake(), "syserr 0x5000e Error sending Message to ACL2"));
     testFailNothing();
-    zekSwpReplayBegin(aclNode->acl2qHandle);
+    zekSwpReplayBegin(aclNode->queues.acl2qHandle);
     testHost.addresses.erase({APP_ACL2, 0});
     EXPECT_EQ(send(), -1) << "not to nobody";
-    EXPECT_EQ(zekSwpQueueState(aclNode->acl2qHandle), zekSwpState::lost);
+    EXPECT_EQ(zekSwpQueueState(aclNode->queues.acl2qHandle), zekSwpState::lost);
     EXPECT_EQ(testBlocksInUse(), blocks);
 }
 

@@ -150,7 +150,7 @@ TEST_F(Targets, OneMemberOrOneCardReceivesOnlyItsOwn) {
 }
 
 TEST_F(Targets, TheStandbySendsToNobodyButItsOwnAgent) {
-    aclNode->acl0qHandle = aclLinecardInfo[4].aclAgent;
+    aclNode->queues.acl0qHandle = aclLinecardInfo[4].aclAgent;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = 0x7F0100C8;
     testHost.primary = false;
     aclBinding binding{};

@@ -28,7 +28,7 @@ void start() {
     for (uint32_t app : {APP_ACL, APP_IFM, APP_RTM, APP_DSMGR})
         testHost.addresses[{app, 0}] = OWN_CARD;
     if (AclInitialize(0, nullptr) == nullptr || AspathAclInitialize() == nullptr) std::abort();
-    AclGetChassMode(aclNode->pkey);
+    AclGetChassMode(aclNode->ipc.pkey);
     if (SysListRegistration(0) != 0) std::abort();
     testHost.onSend = [](std::span<const uint8_t> bytes) {
         // No answer is longer than it says, and none comes out of nothing.

@@ -189,7 +189,7 @@ TEST_F(Binding, ALagsMembersAreServedFromTheLastToTheFirst) {
 }
 
 TEST_F(Binding, AVlanGoesThroughTheVlanSendAndLeavesTheGroups) {
-    auto& groups = node.aclVlanGroupMemberBitMap;
+    auto& groups = node.groups.aclVlanGroupMemberBitMap;
     groups.set();
     create("A");
     EXPECT_EQ(applyWith("A", VLAN, 0, 1, 1, 1, "3,10-12"), 0u);
@@ -231,7 +231,7 @@ TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         testTake();
-        node.supportAclOnCP = c.cp;
+        node.chassis.supportAclOnCP = c.cp;
         EXPECT_EQ(apply("A", c.ifindex, c.direction), c.status);
         EXPECT_EQ(ipAccessListFindFirst(), nullptr);
         EXPECT_EQ(testBlocksInUse(), blocks);
@@ -260,7 +260,7 @@ TEST_F(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
                        {VLAN | 0x7FF00000, VLAN},
                        {LAG | 0x84000000, LAG},
                        {ifindexMake(IF_TYPE_CP, 0), IFINDEX_CP_BIND}};
-    node.supportAclOnCP = 1;
+    node.chassis.supportAclOnCP = 1;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.ifindex);
         EXPECT_EQ(apply("A", c.ifindex), 0u);
@@ -437,7 +437,7 @@ TEST_F(Binding, EveryAllocationMayFail) {
 
 TEST_F(Binding, ACardGetsWhatConcernsItAndNothingElse) {
     aclLinecardInfo[2].isVortan = 1;
-    node.supportAclOnCP = 1;
+    node.chassis.supportAclOnCP = 1;
     create("A");
     ASSERT_EQ(add("A", standard(IP_DENY, 0, 0)), 0u);
     join(LAG, {PORT3, PORT2, portIfindex(2, 7)});

@@ -102,14 +102,14 @@ TEST_F(L2L3, EntriesAreComparedWhole) {
 
 TEST_F(L2L3, ABlockConfigurationSkipsTheWalkForAddsOnly) {
     aclList* list = create("A", IP_KIND_EXTENDED);
-    node.cfgNotifStart = 1;
+    node.config.cfgNotifStart = 1;
     EXPECT_EQ(add("A", frame(0x800, 1)), 0u);
     EXPECT_EQ(add("A", frame(0x800, 1)), 0u);
     EXPECT_EQ(add("A", frame(0x800, 1).at(5)), ACL_E_SEQ_USED)
         << "numbers are checked all the same";
     EXPECT_EQ(del("A", frame(0x800, 1)), 0u);
     EXPECT_EQ(numbers(list), std::vector<uint32_t>{10});
-    node.cfgNotifStart = 0;
+    node.config.cfgNotifStart = 0;
     EXPECT_EQ(add("A", frame(0x800, 1)), ACL_E_ENTRY_EXISTS);
 }
 

@@ -183,7 +183,7 @@ TEST_F(IpAcl, ChangingTheMaskModeRewritesEntriesAndRemarks) {
     remark(list, 5, "one");
     remark(list, 9, "two");
     const std::string inverse = " seq 5 permit 10.1.0.0 255.255.0.0";
-    node.inverseMask = 1;
+    node.config.inverseMask = 1;
     inverse_mask_sent_to_cfg(1);
     EXPECT_EQ(effects(ipInvertAccessEntryMask),
               (rows{"sync 9 A \"no " + inverse + "\"", "cfg exact 100/150 A 1/6/ff",
@@ -195,7 +195,7 @@ TEST_F(IpAcl, ChangingTheMaskModeRewritesEntriesAndRemarks) {
     EXPECT_EQ(testCfgLines(),
               (rows{"access-list inverse-mask", "!", "ip access-list standard A", " remark 5 one",
                     inverse, " remark 9 two", "!", "ip access-list standard B"}));
-    node.inverseMask = 0;
+    node.config.inverseMask = 0;
     inverse_mask_sent_to_cfg(0);
     ipInvertAccessEntryMask();
     EXPECT_EQ(testCfgLines()[3], " seq 5 permit 10.1.0.0/16");
@@ -205,7 +205,7 @@ TEST_F(IpAcl, GeneratedListsLeaveNoLine) {
     aclList* list = create("sgAcl_7", IP_KIND_EXTENDED);
     add("sgAcl_7", extended(IP_DENY, IP_PROTO_TCP));
     remark(list, 5, "x");
-    node.inverseMask = 1;
+    node.config.inverseMask = 1;
     ipInvertAccessEntryMask();
     EXPECT_EQ(del("sgAcl_7", rule(2, 0, 0).at(5)), 0u);
     EXPECT_EQ(ipAccessListDelete(listNameMake("sgAcl_7"), IP_KIND_EXTENDED), 0u);

@@ -74,7 +74,7 @@ TEST_F(Propagate, VlansAndTheGroupsOfOneChassisHaveSendsOfTheirOwn) {
     expectBoth(1, {});
     bind(list, BIND_INTERFACE, VLAN, 0);
     bind(list, BIND_INTERFACE, VLAN, 1);  // whatever the cards are: the VLAN send decides
-    node.chassisMode = 7;
+    node.chassis.chassisMode = 7;
     expectBoth(0, {"vlan entry 14417 A 5 if 0x3800a", "vlan entry 14410 A 5 if 0x3800a",
                    "group entry 14417 A 5 group 4"});
     // A send that fails fails nothing.
@@ -99,7 +99,7 @@ TEST_F(Propagate, ManagementTasksKeepTheirCopies) {
 
 TEST_F(Propagate, WholeListsCarryTheirBindingsBlockAndOption) {
     join(LAG, {portIfindex(1, 1), portIfindex(1, 2)});
-    node.chassisMode = 7;
+    node.chassis.chassisMode = 7;
     add("A", anyRule);
     for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM}) bind(list, BIND_TASK, app);
     bind(list, BIND_VLAN_GROUP, 4, 1);

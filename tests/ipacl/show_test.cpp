@@ -62,7 +62,7 @@ TEST_F(Show, StandardLists) {
               " seq 15 deny 10.1.0.0/8 order 3\r\n");
     EXPECT_EQ(a.size, 4u * 150 + 204);
     EXPECT_EQ(a.marker, 0u);
-    node.inverseMask = 1;
+    node.config.inverseMask = 1;
     EXPECT_NE(show(A).text.find(" deny 10.1.0.0 255.0.255.0 order"), std::string::npos);
     EXPECT_EQ(aclClearIpAclByName(A), 0u);
     EXPECT_NE(show(A).text.find(" log (0 matches) "), std::string::npos);
@@ -95,9 +95,10 @@ TEST_F(Show, ExtendedEntries) {
          }),
          0, "icmp any any host-unreachable"},
     };
-    for (node.inverseMask = 0; node.inverseMask < 2; node.inverseMask++)
+    for (node.config.inverseMask = 0; node.config.inverseMask < 2; node.config.inverseMask++)
         for (const auto& c : cases) {
-            const char* text = node.inverseMask != 0 && c.inverse != nullptr ? c.inverse : c.normal;
+            const char* text =
+                node.config.inverseMask != 0 && c.inverse != nullptr ? c.inverse : c.normal;
             EXPECT_EQ(line(c.block, c.log), std::string(" seq 5 deny ") + text + " order 255\r\n");
         }
 }

@@ -30,7 +30,7 @@ class CfgText : public IpAcl {
             texts.other =
                 second == row.npos ? texts.shown : row.substr(second + 1, row.size() - second - 2);
         }
-        if (node.inverseMask != 0) std::swap(texts.shown, texts.other);
+        if (node.config.inverseMask != 0) std::swap(texts.shown, texts.other);
         return texts;
     }
 };
@@ -51,7 +51,7 @@ TEST_F(CfgText, AddressesByMaskAndMode) {
          false},
     };
     for (uint32_t inverse : {0u, 1u}) {
-        node.inverseMask = inverse;
+        node.config.inverseMask = inverse;
         for (const auto& c : cases) {
             SCOPED_TRACE(c.normal);
             std::string clause = inverse ? c.inverse : c.normal;
@@ -171,7 +171,7 @@ TEST_F(CfgText, EtherTypeAndArpEntries) {
         {arp([](rule& b) { b.etherType = 0; }), 0, 0, "0 any any"},
     };
     for (uint32_t inverse : {0u, 1u}) {
-        node.inverseMask = inverse;
+        node.config.inverseMask = inverse;
         for (const auto& c : cases) {
             pair texts = textOf(c.block, c.log, c.monitor);
             EXPECT_EQ(texts.shown, std::string(" seq 5 permit ") + c.text);

@@ -101,7 +101,8 @@ TEST_F(PolicyTest, TasksRegisterOnceOrForEachPair) {
 TEST_F(PrefixTest, ClientsKeepAPlaceholder) {
     for (uint32_t af : {AF_IPV4, AF_IPV6}) {
         const prefixGiven entry(0, PERMIT, af == AF_IPV4 ? "10.0.0.0" : "2001::", 8);
-        char* last = af == AF_IPV4 ? aclNode->lastPrefixList : aclNode->lastV6PrefixList;
+        char* last =
+            af == AF_IPV4 ? aclNode->prefix.lastPrefixList : aclNode->prefix.lastV6PrefixList;
         EXPECT_EQ(prefixAddTaskClient(APP_RTM, 0, A, {}, 0, af), 0);
         prefixList* list = ipPrefixListFind(A, af);
         uint32_t resume = 0;

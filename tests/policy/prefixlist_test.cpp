@@ -80,7 +80,7 @@ TEST_F(PrefixTest, WritesEveryFormInBothMaskModes) {
             const std::string sync = v6 ? "sync 80 A " : "sync 15 A ";
             std::string inserted = "cfg insert " + place + " \"" + front + r.plain + "\"";
             if (r.masked != nullptr) inserted += " / \"" + front + r.masked + "\"";
-            aclNode->inverseMask = inverse;
+            aclNode->config.inverseMask = inverse;
             ASSERT_EQ(add("A", r.entry), 0u);
             EXPECT_EQ(testTake(), (rows{inserted, sync + "\"" + front + text + "\""}));
             uint32_t resume = 0;
@@ -97,7 +97,7 @@ TEST_F(PrefixTest, WritesEveryFormInBothMaskModes) {
                       (rows{sync + "\"no " + front + text + "\"", "cfg exact " + place}));
         }
     }
-    aclNode->inverseMask = 0;
+    aclNode->config.inverseMask = 0;
     EXPECT_EQ(ipPrefixListDelete(A, AF_IPV6), 0u);
     EXPECT_EQ(testTake(), (rows{"cfg remove 83v6/144 A", "sync 3 A \"no ipv6 prefix-list A\""}));
     ipPrefixListCreate(A, 0, &status, AF_IPV6);
@@ -314,7 +314,7 @@ TEST_P(PrefixFamily, RequestsReachItsStore) {
 TEST_P(PrefixFamily, TheSecondAgentHearsWhatThereIs) {
     list(base);
     debug("aclPopulatePrefixList", v6 ? "A 2 60" : "A 1 60");
-    aclNode->acl2qHandle = aclNode->qHandle;
+    aclNode->queues.acl2qHandle = aclNode->queues.qHandle;
     testHost.addresses[{APP_ACL2, 0}] = 0x7F010055;
     testTake();
     prefixDownloadIpListAlltoACL2(af);
@@ -340,7 +340,7 @@ TEST_P(PrefixFamily, TheSecondAgentHearsWhatThereIs) {
         }
     }
     EXPECT_EQ(heard, 2);
-    aclNode->acl2qHandle = ZEK_SWP_NONE;
+    aclNode->queues.acl2qHandle = ZEK_SWP_NONE;
     for (const testRow& row : sent) ask(row.bytes);
     EXPECT_EQ(count(), 60u);
 }

@@ -77,11 +77,11 @@ class IpAcl : public testing::Test {
         for (aclLinecard& card : aclLinecardInfo) card = {};
         node = {};
         aclNode = &node;
-        node.cfgDb = testCfg();
-        node.acl_tree = zekRadixCreateP("aclTree", LIST_NAME_KEY_BITS);
-        node.aclSys_tree = zekRadixCreate("aclSystemTree", LIST_NAME_KEY_BITS);
-        node.dos_tree = zekRadixCreate("dosTree", LIST_NAME_KEY_BITS);
-        node.acl_intf_tree = zekRadixCreate("aclIntfTree", INTF_KEY_BITS);
+        node.config.cfgDb = testCfg();
+        node.trees.acl_tree = zekRadixCreateP("aclTree", LIST_NAME_KEY_BITS);
+        node.trees.aclSys_tree = zekRadixCreate("aclSystemTree", LIST_NAME_KEY_BITS);
+        node.trees.dos_tree = zekRadixCreate("dosTree", LIST_NAME_KEY_BITS);
+        node.trees.acl_intf_tree = zekRadixCreate("aclIntfTree", INTF_KEY_BITS);
         dosFilter = nullptr;
         blocksAtStart = testBlocksInUse();
     }
@@ -105,7 +105,8 @@ class IpAcl : public testing::Test {
         }
         while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
         EXPECT_EQ(testBlocksInUse(), blocksAtStart) << "blocks leaked";
-        for (zekRadix* tree : {node.acl_tree, node.aclSys_tree, node.dos_tree, node.acl_intf_tree})
+        for (zekRadix* tree : {node.trees.acl_tree, node.trees.aclSys_tree, node.trees.dos_tree,
+                               node.trees.acl_intf_tree})
             zekRadixDestroy(tree);
         DEBUG_ACL_MGR = 0;
     }

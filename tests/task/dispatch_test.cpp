@@ -67,17 +67,17 @@ TEST_F(Dispatch, ARepeatedMessageIsAcknowledgedAgainButHandledOnce) {
     hdr->session = 9;
     hdr->swpSeq = 1;
     deliver(bytes);
-    EXPECT_EQ(aclNode->cfgNotifStart, 1u);
-    aclNode->cfgNotifStart = 0;
+    EXPECT_EQ(aclNode->config.cfgNotifStart, 1u);
+    aclNode->config.cfgNotifStart = 0;
     deliver(bytes);
-    EXPECT_EQ(aclNode->cfgNotifStart, 0u);
+    EXPECT_EQ(aclNode->config.cfgNotifStart, 0u);
     EXPECT_TRUE(said("swpanswer 1"));
     EXPECT_FALSE(said("Error:"));
 
     hdr->swpSeq = 3;  // 2 is missing
     deliver(bytes);
     EXPECT_TRUE(said("Error: Error in receiving IFM VlOSTATE Notif \r\n"));
-    EXPECT_EQ(aclNode->cfgNotifStart, 0u);
+    EXPECT_EQ(aclNode->config.cfgNotifStart, 0u);
     EXPECT_EQ(aclCounters.outOfOrder, 1u);
 
     // The MAC manager's repetition is an error, unlike everybody else's.

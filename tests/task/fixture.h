@@ -47,7 +47,7 @@ struct TaskTest : testing::Test {
         }
         ASSERT_NE(AclInitialize(0, nullptr), nullptr);
         ASSERT_NE(AspathAclInitialize(), nullptr);
-        AclGetChassMode(aclNode->pkey);
+        AclGetChassMode(aclNode->ipc.pkey);
         ASSERT_EQ(SysListRegistration(0), 0);
         aclRegisterDebugFunctions();
         aclCreateShowRunningDummyNodes();

@@ -25,7 +25,7 @@ TEST_F(Registration, TheInterfaceManagersAnswerMustBeToThisRequest) {
         request.assign(bytes.begin(), bytes.end());
         testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes, 1));  // of another request
     };
-    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), -1);
+    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipc.ipckey), -1);
     ASSERT_EQ(request.size(), 1436u);
     const uint32_t first = msgWord(request.data(), 32);
     EXPECT_EQ(msgWord(request.data(), 12), 10802u);
@@ -40,11 +40,11 @@ TEST_F(Registration, TheInterfaceManagersAnswerMustBeToThisRequest) {
         testHost.inbox[TEST_RESPONSES].push_back(std::vector<uint8_t>(59));
         testHost.inbox[TEST_RESPONSES].push_back(answerTo(bytes));
     };
-    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), 0);
+    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipc.ipckey), 0);
     EXPECT_EQ(msgWord(request.data(), 32), first + 1);
 
     testHost.addresses.erase({APP_IFM, 0});
-    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipckey), -1);
+    EXPECT_EQ(AclRegisterWithIFM(0, aclNode->ipc.ipckey), -1);
 }
 
 TEST_F(Registration, IsTriedOnEveryFourthPassAndSaysFailedEvery256th) {
@@ -71,9 +71,9 @@ TEST_F(Registration, IsTriedOnEveryFourthPassAndSaysFailedEvery256th) {
     auto rows_ = testTake();
     EXPECT_EQ(std::ranges::count(rows_, "syserr 0x50010 succeeded"), 1);
     EXPECT_EQ(std::ranges::count(rows_, "syserr 0x5000d succeeded"), 1);
-    EXPECT_EQ(aclNode->ifmRegistered, 1);
-    EXPECT_EQ(aclNode->evhRegistered, 1);
-    EXPECT_EQ(aclNode->udpHelperRegistered, 1);
+    EXPECT_EQ(aclNode->standing.ifmRegistered, 1);
+    EXPECT_EQ(aclNode->standing.evhRegistered, 1);
+    EXPECT_EQ(aclNode->standing.udpHelperRegistered, 1);
     aclSendRegistration();
     EXPECT_TRUE(testTake().empty());  // done is done
 }
@@ -92,7 +92,7 @@ TEST_F(Registration, TheLoopServesTimerRequestPipeInOrderAndTheResponseQueueNeve
 
 TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     EXPECT_EQ(aclRegisterWithPeer(0), 0);
-    EXPECT_EQ(aclNode->peerRegistered, 1);
+    EXPECT_EQ(aclNode->standing.peerRegistered, 1);
     EXPECT_EQ(aclSendUpdateToPeer(3), 0);
     EXPECT_TRUE(testTake().empty());
 
@@ -100,10 +100,11 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     reinterpret_cast<ipcHdr*>(sync.data())->ramCode = 42;
     deliver(sync);
     EXPECT_EQ(effects, (std::vector<std::string>{"ramack 61 0", "ramresult 61 0 0"}));
-    EXPECT_EQ(aclNode->peerRegistered, 0);
+    EXPECT_EQ(aclNode->standing.peerRegistered, 0);
 
     // Driven by the loop: one word for the first failure, one for the success after it.
-    aclNode->ifmRegistered = aclNode->evhRegistered = aclNode->udpHelperRegistered = 1;
+    aclNode->standing.ifmRegistered = aclNode->standing.evhRegistered =
+        aclNode->standing.udpHelperRegistered = 1;
     testFail(TEST_SEND, 1, 2);
     std::vector<std::string> logged;
     for (int i = 0; i < 4; i++) {
@@ -114,7 +115,7 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     EXPECT_EQ(logged,
               (std::vector<std::string>{"syserr 0x50012 failed", "syserr 0x50012 succeeded"}));
 
-    EXPECT_EQ(aclNode->peerRegistered, 0);  // until the secondary answers
+    EXPECT_EQ(aclNode->standing.peerRegistered, 0);  // until the secondary answers
 
     aclLinecardInfo[2].isUp = 1;
     aclLinecardInfo[2].type = 7;
@@ -127,12 +128,12 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     EXPECT_EQ(msgWord(bytes.data(), 60), 2u);
     EXPECT_EQ(msgWord(bytes.data(), 64 + 2 * 44 + 4), 1u);
     EXPECT_EQ(msgWord(bytes.data(), 64 + 2 * 44 + 24), 7u);
-    EXPECT_EQ(aclNode->peerMark[2], 0);
+    EXPECT_EQ(aclNode->peer.peerMark[2], 0);
 
     // The lowest waiting mark is sent again, one a step, until the peer answers.
-    aclNode->peerMark[5] = 0;
-    aclNode->ifmRegistered = aclNode->evhRegistered = aclNode->udpHelperRegistered =
-        aclNode->peerRegistered = 1;
+    aclNode->peer.peerMark[5] = 0;
+    aclNode->standing.ifmRegistered = aclNode->standing.evhRegistered =
+        aclNode->standing.udpHelperRegistered = aclNode->standing.peerRegistered = 1;
     aclSendRegistration();
     sent = testTakeRows();
     ASSERT_EQ(sent.size(), 1u);
@@ -140,7 +141,7 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
     auto answered = message(MT_PEER_UPDATE, 952);
     reinterpret_cast<cliHdr*>(answered.data())->cookie = 2;  // byte 60
     deliver(answered);
-    EXPECT_EQ(aclNode->peerMark[2], 1);
+    EXPECT_EQ(aclNode->peer.peerMark[2], 1);
     reinterpret_cast<cliHdr*>(answered.data())->cookie = 21;  // no such kind
     deliver(answered);
 
@@ -188,8 +189,10 @@ TEST_F(Registration, LostQueuesAreStartedOverWithEverythingWhenTheirPeersAnswer)
         zekSwpHandle queue;
         std::vector<std::string> sent;  // "swp" rows, in part
     } rows[] = {
-        {aclNode->aclSNMPqHandle, {"14409"}},   {aclNode->aclSYSADMTSKqHandle, {"14409"}},
-        {aclNode->aclIPMqHandle[0], {"14409"}}, {aclNode->acl2qHandle, {"6001"}},
+        {aclNode->queues.aclSNMPqHandle, {"14409"}},
+        {aclNode->queues.aclSYSADMTSKqHandle, {"14409"}},
+        {aclNode->queues.aclIPMqHandle[0], {"14409"}},
+        {aclNode->queues.acl2qHandle, {"6001"}},
         {aclLinecardInfo[4].aclAgent, {}},
     };
     for (const auto& row : rows) {
@@ -231,7 +234,7 @@ TEST_F(Registration, IpmIsSentTheNewestOfAListThatChangedWhileItWasSilent) {
         ASSERT_NE(aclAddTaskClient(APP_IPM, 1, name, 0, 1), nullptr);
     }
     testTake();
-    testHost.busyQueues = {aclNode->aclIPMqHandle[1]};
+    testHost.busyQueues = {aclNode->queues.aclIPMqHandle[1]};
     for (uint32_t i = 0; i < 100; i++) {
         ipEntryBlock block = standardBlock(0x0A000000 + i);
         ASSERT_EQ(ipAddAccessEntry(edge, &block, 0, 0), ACL_OK);
@@ -260,7 +263,8 @@ TEST_F(Registration, IpmIsSentTheNewestOfAListThatChangedWhileItWasSilent) {
 
 TEST_F(Registration, OnlyAFailedWaitIsSaidToHaveFailed) {
     DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
-    aclNode->ifmRegistered = aclNode->evhRegistered = aclNode->udpHelperRegistered = 1;
+    aclNode->standing.ifmRegistered = aclNode->standing.evhRegistered =
+        aclNode->standing.udpHelperRegistered = 1;
     for (int failure : {0, EINTR, EBADF}) {
         testHost.selectErrno = failure;
         errno = EAGAIN;  // left over from anything

@@ -26,22 +26,22 @@ TEST_F(Start, QueuesAndSystemListsComeUpInOrder) {
         if (row.starts_with("swpqueue")) queues.push_back(row.substr(0, row.find(" slot")));
     EXPECT_EQ(queues, (std::vector<std::string>{"swpqueue 80", "swpqueue 94", "swpqueue 140",
                                                 "swpqueue 141"}));
-    EXPECT_EQ(aclNode->acltargetcard, OWN_CARD);
-    EXPECT_EQ(aclNode->acl2PimCfgParams.sptSwitchThreshold, 10u);
-    EXPECT_EQ(aclNode->ipv6UnicastRoutingEnable, 1u);
-    EXPECT_TRUE(aclNode->aclVlanGroupMemberBitMap.all());
-    EXPECT_EQ(aclNode->peerMark[20], PEER_MARK_NONE);
+    EXPECT_EQ(aclNode->queues.acltargetcard, OWN_CARD);
+    EXPECT_EQ(aclNode->protocol.acl2PimCfgParams.sptSwitchThreshold, 10u);
+    EXPECT_EQ(aclNode->protocol.ipv6UnicastRoutingEnable, 1u);
+    EXPECT_TRUE(aclNode->groups.aclVlanGroupMemberBitMap.all());
+    EXPECT_EQ(aclNode->peer.peerMark[20], PEER_MARK_NONE);
     auto* anchor = static_cast<aclShmAnchor*>(zekShmGet(SHM_SLOT_ACL));
     ASSERT_NE(anchor, nullptr);
     EXPECT_EQ(anchor->node, aclNode);
     EXPECT_EQ(anchor->readCounter, pAclReadCounter);
     // The response queue is not waited on.
     auto waitedOn = [](auto key) {
-        return aclNode->readfs.test(static_cast<size_t>(Key_getSocketFd(key)));
+        return aclNode->ipc.readfs.test(static_cast<size_t>(Key_getSocketFd(key)));
     };
-    EXPECT_TRUE(waitedOn(aclNode->regQfd) && waitedOn(aclNode->tmrQfd));
-    EXPECT_FALSE(waitedOn(aclNode->rspQfd));
-    EXPECT_TRUE(aclNode->readfs.test(static_cast<size_t>(aclNode->acl_swp_pipe)));
+    EXPECT_TRUE(waitedOn(aclNode->ipc.regQfd) && waitedOn(aclNode->ipc.tmrQfd));
+    EXPECT_FALSE(waitedOn(aclNode->ipc.rspQfd));
+    EXPECT_TRUE(aclNode->ipc.readfs.test(static_cast<size_t>(aclNode->ipc.acl_swp_pipe)));
     ASSERT_NE(AspathAclInitialize(), nullptr);
     AclFree(aclNode);
 }
@@ -147,7 +147,7 @@ TEST_F(Start, ChassisModesPresetTheCardsButTheControlProcessors) {
         EXPECT_EQ(aclLinecardInfo[18].isVortan, mode == 1 ? 0u : 1u);
         EXPECT_EQ(aclLinecardInfo[18].type, mode == 1 ? 0u : 3u);
         EXPECT_EQ(aclLinecardInfo[19].isVortan, 0u);
-        EXPECT_EQ(aclNode->supportAclOnCP, mode == 1 ? 0u : 1u);
+        EXPECT_EQ(aclNode->chassis.supportAclOnCP, mode == 1 ? 0u : 1u);
         AclFree(aclNode);
     }
 }

@@ -80,9 +80,9 @@ TEST_F(Trigger, CarriesThePairs92ToAMessageEachStartedAfresh) {
 }
 
 TEST_F(Trigger, QueueClientsAreToldWithoutAWaitAndAFullQueueIsLogged) {
-    aclNode->igmpqHandle = aclNode->pimqHandle = ZEK_SWP_NONE;
+    aclNode->queues.igmpqHandle = aclNode->queues.pimqHandle = ZEK_SWP_NONE;
     testHost.addresses[{APP_IGMP, 0}] = testHost.addresses[{APP_PIM, 0}] = OWN_CARD;
-    testHost.deadQueues = {aclNode->qHandle, aclNode->aclQosqHandle};
+    testHost.deadQueues = {aclNode->queues.qHandle, aclNode->queues.aclQosqHandle};
     ASSERT_EQ(send(client(APP_RTM, 0)), 0);
     EXPECT_EQ(testTake(), (std::vector<std::string>{
                               "swpflush 1", "syserr 0x5000e Resetting SWP queue from 61 to 80",
