@@ -2,11 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
@@ -33,15 +33,17 @@ int exitStatus(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
-void nap() {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-}
-
-std::vector<char*> argvOf(const std::vector<std::string>& argv) {
-    std::vector<char*> out;
-    for (const std::string& arg : argv) out.push_back(const_cast<char*>(arg.c_str()));
-    out.push_back(nullptr);
-    return out;
+// Starts a program with these descriptors as its standard ones; ends it when it takes that long.
+int spawn(const std::vector<std::string>& argv, std::array<int, 3> standard, unsigned seconds) {
+    std::vector<char*> args;
+    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+    args.push_back(nullptr);
+    const int pid = fork();
+    if (pid != 0) return pid;
+    for (int fd : {0, 1, 2}) dup2(standard[static_cast<size_t>(fd)], fd);
+    alarm(seconds);
+    execv(args[0], args.data());
+    _exit(127);
 }
 
 std::string program(const char* name) {
@@ -60,7 +62,7 @@ bool waitUntil(const std::function<bool()>& reached) {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MS);
     while (!reached()) {
         if (std::chrono::steady_clock::now() > end) return false;
-        nap();
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
 }
@@ -68,21 +70,14 @@ bool waitUntil(const std::function<bool()>& reached) {
 bool process::start(const std::vector<std::string>& argv, const std::string& logFile) {
     log = logFile;
     int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    auto args = argvOf(argv);
-    pid = fork();
-    if (pid == 0) {
-        dup2(fd, 1);
-        dup2(fd, 2);
-        execv(args[0], args.data());
-        _exit(127);
-    }
+    pid = spawn(argv, {0, fd, fd}, 0);
     close(fd);
-    for (int waited = 0; waited < PATIENCE_MS; waited += 5) {
-        if (("\n" + readFile(log)).find("\nready\n") != std::string::npos) return true;
-        if (!running()) return false;
-        nap();
-    }
-    return false;
+    bool ready = false;
+    waitUntil([&] {
+        ready = ("\n" + readFile(log)).find("\nready\n") != std::string::npos;
+        return ready || !running();
+    });
+    return ready;
 }
 
 bool process::running() const {
@@ -102,62 +97,21 @@ int process::stop(int signal) {
 }
 
 commandResult runCommand(const std::vector<std::string>& argv, const std::string& input) {
-    int in[2], out[2], err[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0)
-        return {-1, "", "pipe"};
-    auto args = argvOf(argv);
-    int pid = fork();
-    if (pid == 0) {
-        dup2(in[0], 0);
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        execv(args[0], args.data());
-        _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    close(err[1]);
-    signal(SIGPIPE, SIG_IGN);
-    fcntl(in[1], F_SETFL, O_NONBLOCK);
-    commandResult result{};
-    size_t written = 0;
-    bool open_[2] = {true, true};
-    int ends[2] = {out[0], err[0]};
-    std::string* texts[2] = {&result.out, &result.err};
-    while (open_[0] || open_[1]) {
-        bool writing = in[1] >= 0 && written < input.size();
-        if (!writing && in[1] >= 0) {
-            close(in[1]);
-            in[1] = -1;
-        }
-        pollfd fds[3] = {{open_[0] ? ends[0] : -1, POLLIN, 0},
-                         {open_[1] ? ends[1] : -1, POLLIN, 0},
-                         {writing ? in[1] : -1, POLLOUT, 0}};
-        if (poll(fds, 3, PATIENCE_MS) <= 0) {
-            kill(pid, SIGKILL);
-            break;
-        }
-        char buffer[65536];
-        for (int i = 0; i < 2; i++) {
-            if (fds[i].revents == 0) continue;
-            ssize_t got = read(ends[i], buffer, sizeof buffer);
-            if (got <= 0)
-                open_[i] = false;
-            else
-                texts[i]->append(buffer, static_cast<size_t>(got));
-        }
-        if (fds[2].revents != 0) {
-            ssize_t put = ::write(in[1], input.data() + written, input.size() - written);
-            if (put < 0 && errno != EAGAIN) written = input.size();
-            if (put > 0) written += static_cast<size_t>(put);
-        }
-    }
-    if (in[1] >= 0) close(in[1]);
-    close(out[0]);
-    close(err[0]);
+    FILE* files[] = {tmpfile(), tmpfile(), tmpfile()};
+    fwrite(input.data(), 1, input.size(), files[0]);
+    rewind(files[0]);
+    const int pid =
+        spawn(argv, {fileno(files[0]), fileno(files[1]), fileno(files[2])}, PATIENCE_MS / 1000);
     int status = 0;
     waitpid(pid, &status, 0);
-    result.status = exitStatus(status);
+    commandResult result{exitStatus(status), "", ""};
+    for (auto [file, text] : {std::pair(files[1], &result.out), {files[2], &result.err}}) {
+        fseek(file, 0, SEEK_END);
+        text->resize(static_cast<size_t>(ftell(file)));
+        rewind(file);
+        text->resize(fread(text->data(), 1, text->size(), file));
+    }
+    for (FILE* file : files) fclose(file);
     return result;
 }
 
