@@ -159,6 +159,7 @@ TEST(Configuration, TheStartupConfigurationIsTakenWhenNothingRanOrWhenAskedFor) 
     chassis.load("ip access-list standard LATER\n");
     std::string later = chassis.runningConfig();
 
+    chassis.manager.stop(SIGTERM);
     ASSERT_TRUE(chassis.killAndRestart());
     EXPECT_EQ(chassis.runningConfig(), later);  // what ran, not what was saved
 

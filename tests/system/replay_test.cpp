@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <optional>
 #include <random>
+#include <regex>
 #include <thread>
 
 #include "include/agentMsg.h"
@@ -99,15 +100,13 @@ struct watcher {
     watcher& operator=(const watcher&) = delete;
 };
 
-// What waits in the queue to the ACL agent of a card.
-bool hasBacklog(const chassisFixture& chassis, int slot) {
+// What waits in the queue to the ACL agent of a card: a number, or "none" without a queue.
+std::string backlog(const chassisFixture& chassis, int slot) {
     const std::string queues = chassis.shell({"--json", "-c", "show queues"}).out;
-    for (size_t at = 0; (at = queues.find("\"peer\": \"ACL_AGENT\"", at)) != queues.npos; at++) {
-        const std::string_view one(queues.data() + at, queues.find('}', at) - at);
-        if (one.find("\"slot\": " + std::to_string(slot) + ",") != one.npos)
-            return one.find("\"backlog\": 0,") == one.npos;
-    }
-    return false;
+    std::smatch found;
+    const std::regex row(R"("peer": "ACL_AGENT",[^}]*"slot": )" + std::to_string(slot) +
+                         R"(,[^}]*"backlog": (\d+),)");
+    return std::regex_search(queues, found, row) ? found[1].str() : "none";
 }
 
 // Registers a card's agent that stands still and cannot do it itself.
@@ -181,8 +180,9 @@ constexpr happening happenings[] = {
      [](replayFixture* t) {
          kill(t->agents[2].pid, SIGSTOP);
          t->show("chassis card 2 down");
+         EXPECT_EQ(backlog(*t, 2), "none");
          registerAgent(t->client, 2);
-         EXPECT_TRUE(waitUntil([&] { return hasBacklog(*t, 2); }));
+         EXPECT_TRUE(waitUntil([&] { return backlog(*t, 2) > "0"; }));
          t->agents[2].stop(SIGKILL);
          EXPECT_TRUE(t->startAgent(2));
      }},
@@ -200,9 +200,10 @@ constexpr happening happenings[] = {
      }},
     {"the card is reported down", true,
      [](replayFixture* t) {
-         t->show("chassis card 1 down");
-         t->change();
-         t->show("chassis card control-plane down");
+         for (const char* what : {"1 down", "control-plane down", "1 shutdown"}) {
+             t->show(std::string("chassis card ") + what);
+             t->change();
+         }
      }},
     {"the agent stands still while lists change", true,
      [](replayFixture* t) {
