@@ -167,10 +167,10 @@ TEST(Cards, WhatIsNotInStepIsSaidToBeSo) {
         "interface 1/1\n ip access-group A out\ninterface 2/0\n no ip access-group A in\n");
     chassis.expectInstalled("A", "1/0,in,1,different;1/1,out,1,missing;2/0,in,2,left over;", 1);
     chassis.agents[2].stop(SIGKILL);
-    kill(chassis.agents[1].pid, SIGSTOP);
+    chassis.agents[1].stand();
     chassis.expectInstalled("A", "1/0,in,1,no answer;1/1,out,1,no answer;-,-,2,not running;", 1,
                             "0.2");
-    kill(chassis.agents[1].pid, SIGCONT);
+    chassis.agents[1].go();
 
     chassis.movePrimary(0);
     ASSERT_TRUE(chassis.startAgent(2));
@@ -186,14 +186,14 @@ TEST(Cards, HealWithoutAnotherChange) {
     // More than a queue holds: 16 MB and 65,536 messages.
     chassis.load(entries(1, 40001) + bind + "A in\n");
     chassis.expectInstalled("A", slot2 + "in step;");
-    kill(chassis.agents[1].pid, SIGSTOP);
+    chassis.agents[1].stand();
     chassis.load("no ip access-list extended A\n" + ALL_OF_B + bind + "B in\n");
     ASSERT_TRUE(waitUntil([&] {
         return chassis.show("show logging").find("Resetting SWP queue") != std::string::npos;
     }));
     chassis.expectInstalled("B", slot2 + "no answer;", 1, "0.3");
     EXPECT_EQ(chassis.shell({"--timeout", "0.3", "-c", "show cards"}).status, 1);
-    kill(chassis.agents[1].pid, SIGCONT);
+    chassis.agents[1].go();
     chassis.expectInstalled("B", slot2 + "in step;");
     // The list that has gone can be asked for, and is nowhere.
     chassis.expectInstalled("A", "", 1);

@@ -52,6 +52,11 @@ std::string program(const char* name) {
 
 }  // namespace
 
+int killRounds(int otherwise) {
+    const char* wanted = getenv("ACL_KILL_ROUNDS");
+    return wanted != nullptr ? std::max(atoi(wanted), 1) : otherwise;
+}
+
 uint64_t number(const std::string& json, const std::string& key) {
     size_t at = json.find("\"" + key + "\":");
     return at == std::string::npos ? 0
@@ -94,6 +99,14 @@ int process::stop(int signal) {
     waitpid(pid, &status, 0);
     pid = -1;
     return exitStatus(status);
+}
+
+void process::stand() const {
+    kill(pid, SIGSTOP);
+    EXPECT_EQ(waitpid(pid, nullptr, WUNTRACED), pid);
+}
+void process::go() const {
+    kill(pid, SIGCONT);
 }
 
 commandResult runCommand(const std::vector<std::string>& argv, const std::string& input) {

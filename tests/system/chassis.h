@@ -30,6 +30,8 @@ struct process {
     bool running() const;
     // Sends the signal and waits for the end; returns the exit status as commandResult has it.
     int stop(int signal);
+    void stand() const;  // still, until it may go on
+    void go() const;
 };
 
 // Runs a program to its end, with `input` on its standard input.
@@ -67,6 +69,12 @@ struct chassisFixture {
     std::string write(const std::string& name, const std::string& text) const;  // a file; its path
 };
 
+// How often tests that kill at random do so: ACL_KILL_ROUNDS of the environment, else this.
+int killRounds(int otherwise);
+
+inline bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
 // The number behind "key": in a JSON text; the first one of that name, 0 when there is none.
 uint64_t number(const std::string& json, const std::string& key);
 

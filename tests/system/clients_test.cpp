@@ -1,7 +1,6 @@
 // Tasks that use lists, as processes: what each receives through the life of a list, and what a bad
 // client costs the others.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <regex>
 
@@ -199,10 +198,9 @@ TEST(Clients, AShellWaitsForAManagerThatIsBusy) {
     EXPECT_NE(typed.err.find("still working on it"), std::string::npos) << typed.err;
     EXPECT_EQ(chassis.runningConfig().find("standard A"), std::string::npos);
 
-    kill(chassis.manager.pid, SIGSTOP);
-    ASSERT_EQ(waitpid(chassis.manager.pid, nullptr, WUNTRACED), chassis.manager.pid);
+    chassis.manager.stand();
     const commandResult stopped = chassis.shell({"--timeout", "0.3", "-f", "-"}, entries(1, 3));
-    kill(chassis.manager.pid, SIGCONT);
+    chassis.manager.go();
     EXPECT_EQ(stopped.status, 2);
     EXPECT_NE(stopped.err.find("1 of 2 lines not answered"), std::string::npos) << stopped.err;
 }

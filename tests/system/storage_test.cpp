@@ -37,22 +37,24 @@ uint32_t resultOf(const std::vector<uint8_t>& answer) {
                                           : reinterpret_cast<const cliHdr*>(answer.data())->result;
 }
 
-bool has(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
 bool hasEntry(const std::string& config, uint32_t seq) {
     return has(config, " seq " + std::to_string(seq) + " ");
 }
 
-sqlite3* openDatabase(const std::string& dir) {
+// Somebody else who uses the database.
+struct otherUser {
     sqlite3* sql = nullptr;
-    EXPECT_EQ(sqlite3_open((dir + "/running.db").c_str(), &sql), SQLITE_OK);
-    sqlite3_busy_timeout(sql, 60000);
-    return sql;
-}
-void run(sqlite3* sql, const char* text) {
-    EXPECT_EQ(sqlite3_exec(sql, text, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(sql);
-}
+
+    explicit otherUser(const std::string& dir) {
+        EXPECT_EQ(sqlite3_open((dir + "/running.db").c_str(), &sql), SQLITE_OK);
+        sqlite3_busy_timeout(sql, PATIENCE_MS);
+    }
+    ~otherUser() { sqlite3_close(sql); }
+    void run(const char* text) const {
+        EXPECT_EQ(sqlite3_exec(sql, text, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(sql);
+    }
+};
 
 // A file system of its own for the run folder.
 struct smallDisk {
@@ -82,6 +84,10 @@ struct smallDisk {
 struct Storage : testing::Test {
     chassisFixture chassis;
 
+    void begin() {
+        ASSERT_TRUE(chassis.startManager());
+        chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+    }
     void refuses(const std::string& lines) {
         const commandResult result = chassis.shell({"-f", "-"}, lines);
         EXPECT_EQ(result.status, 1) << lines;
@@ -167,8 +173,7 @@ std::string prefixLines(uint32_t step) {
 }
 
 TEST_F(Storage, AResequencingThatIsKilledIsThereWholeOrNotAtAll) {
-    const char* asked = getenv("ACL_KILL_ROUNDS");
-    const int rounds = asked != nullptr ? atoi(asked) : 5;
+    const int rounds = killRounds(5);
     std::mt19937 rng(static_cast<uint32_t>(getpid()));
     ASSERT_TRUE(chassis.startManager());
     chassis.load(prefixLines(5));
@@ -200,72 +205,55 @@ TEST_F(Storage, AResequencingThatIsKilledIsThereWholeOrNotAtAll) {
 }  // namespace
 
 TEST_F(Storage, ALockOfSomebodyElseEndsByItself) {
-    ASSERT_TRUE(chassis.startManager());
-    chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
-    sqlite3* other = openDatabase(chassis.dir);
-    holdsItsWord([&] { run(other, "BEGIN IMMEDIATE"); }, [&] { run(other, "ROLLBACK"); });
+    begin();
+    const otherUser other(chassis.dir);
+    holdsItsWord([&] { other.run("BEGIN IMMEDIATE"); }, [&] { other.run("ROLLBACK"); });
 
     // A start does not need to write.
     const std::string config = chassis.runningConfig();
-    run(other, "BEGIN IMMEDIATE");
+    other.run("BEGIN IMMEDIATE");
     EXPECT_TRUE(chassis.killAndRestart());
     EXPECT_EQ(chassis.runningConfig(), config);
-    run(other, "ROLLBACK");
-    sqlite3_close(other);
+    other.run("ROLLBACK");
     EXPECT_TRUE(chassis.manager.running());
 }
 
 TEST_F(Storage, AFullDiskEndsByItself) {
     const smallDisk disk(chassis);
     if (!disk.mounted) GTEST_SKIP() << "a file system can be mounted by root only";
-    ASSERT_TRUE(chassis.startManager());
-    chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+    begin();
     holdsItsWord([&] { disk.fill(); }, [&] { std::filesystem::remove(disk.filler()); });
 }
 
 TEST_F(Storage, ADatabaseThatCannotBeUsedEndsTheStartWithAReason) {
-    struct {
-        const char* reason;
-        std::function<void(const std::string& file)> spoil;
-    } rows[] = {
-        {"not a database",
-         [](const std::string& file) { std::ofstream(file) << std::string(4096, 'x'); }},
-        {"malformed", [](const std::string& file) { std::filesystem::resize_file(file, 6000); }},
-        {"version",
-         [&](const std::string&) {
-             sqlite3* sql = openDatabase(chassis.dir);
-             run(sql, "PRAGMA user_version=99");
-             sqlite3_close(sql);
-         }},
+    const std::string file = chassis.dir + "/running.db";
+    const std::pair<const char*, std::function<void()>> rows[] = {
+        {"not a database", [&] { std::ofstream(file) << std::string(4096, 'x'); }},
+        {"malformed", [&] { std::filesystem::resize_file(file, 6000); }},
+        {"version", [&] { otherUser(chassis.dir).run("PRAGMA user_version=99"); }},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.reason);
-        const std::string file = chassis.dir + "/running.db";
+    for (const auto& [reason, spoil] : rows) {
+        SCOPED_TRACE(reason);
         for (const char* part : {"", "-wal", "-shm"}) std::filesystem::remove(file + part);
-        ASSERT_TRUE(chassis.startManager());
-        chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+        begin();
         chassis.manager.stop(SIGKILL);
-        sqlite3* sql = openDatabase(chassis.dir);
-        run(sql, "PRAGMA wal_checkpoint(TRUNCATE)");
-        sqlite3_close(sql);
-        row.spoil(file);
+        otherUser(chassis.dir).run("PRAGMA wal_checkpoint(TRUNCATE)");
+        spoil();
         EXPECT_FALSE(chassis.startManager());
         EXPECT_EQ(chassis.manager.stop(SIGKILL), 1);
         std::ifstream in(chassis.manager.log);
         const std::string said{std::istreambuf_iterator<char>(in), {}};
-        EXPECT_TRUE(has(said, row.reason)) << said;
+        EXPECT_TRUE(has(said, reason)) << said;
     }
 }
 
 TEST_F(Storage, ARowOfADamagedDatabaseDoesNotHoldARestart) {
-    ASSERT_TRUE(chassis.startManager());
-    chassis.load("ip access-list standard S\n seq 5 permit host 192.0.2.1\n");
+    begin();
     chassis.manager.stop(SIGKILL);
-    sqlite3* sql = openDatabase(chassis.dir);
-    run(sql,
-        "INSERT INTO lines SELECT section + 8589934592, key, class, text, inverse, record"
-        " FROM lines WHERE record IS NOT NULL");
-    sqlite3_close(sql);
+    otherUser(chassis.dir)
+        .run(
+            "INSERT INTO lines SELECT section + 8589934592, key, class, text, inverse, record"
+            " FROM lines WHERE record IS NOT NULL");
     ASSERT_TRUE(chassis.killAndRestart());
     EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
 }
@@ -273,8 +261,7 @@ TEST_F(Storage, ARowOfADamagedDatabaseDoesNotHoldARestart) {
 // Kills at random instants of changes of entries and of the mask mode, and of the restore behind
 // them. The rounds use one run folder, so that the restores grow.
 TEST_F(Storage, WhatWasAnsweredIsShownAfterKillsAtAnyInstant) {
-    const char* asked = getenv("ACL_KILL_ROUNDS");
-    const int rounds = asked != nullptr ? atoi(asked) : 5;
+    const int rounds = killRounds(5);
     std::mt19937 rng(static_cast<uint32_t>(getpid()));
     auto someTime = [&](uint32_t maxUs) {
         std::this_thread::sleep_for(std::chrono::microseconds(rng() % maxUs));
