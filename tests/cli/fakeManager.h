@@ -98,12 +98,12 @@ struct fakeManager : fakeEndpoint {
         reply(std::move(message));
     }
     void answerText(const std::vector<uint8_t>& message, const listName& name,
-                    std::string_view text) {
+                    std::string_view text, uint32_t marker = SHOW_MARKER) {
         std::vector<uint8_t> buffer(SHOW_TEXT_OFFSET + text.size() + 1);
         std::memcpy(buffer.data(), message.data(), sizeof(ipcHdr));
         auto* front = reinterpret_cast<showReplyHdr*>(buffer.data());
         front->ipc.length = static_cast<uint32_t>(buffer.size());
-        front->marker = SHOW_MARKER;
+        front->marker = marker;
         front->name = name;
         std::memcpy(buffer.data() + SHOW_TEXT_OFFSET, text.data(), text.size());
         reply(std::move(buffer));

@@ -26,21 +26,31 @@ std::string filtered(std::string line, const std::string& text) {
     return result;
 }
 
-constexpr char SHOWN[] =
-    "Standard IP access list A\r\n seq 5 permit any log (7 matches) order 255\r\n"
-    " seq 10 deny host 1.2.3.4 log (-2 matches) order 3\r\n";
-
-// Three lists of which the walk shows the ones behind its cursor.
+// Three access lists, and prefix lists of two pages; the walk over all shows the one behind its
+// cursor, or the rest of the one that it is at.
 void walk(fakeManager& m, std::vector<uint8_t>& message) {
     const auto& request = *reinterpret_cast<const cliShowReq*>(message.data());
-    std::string cursor(listNameView(request.name));
-    bool one = request.cli.code == CLI_SHOW_IP_ACL;
-    for (const char* name : {"A", "B", "C"})
-        if (one ? cursor == name : cursor < name)
-            return m.answerText(
-                message, listNameMake(name),
-                *name == 'A' ? SHOWN : "Extended IP access list " + std::string(name) + "\r\n");
-    m.answer(message, ACL_E_NOLIST);
+    const uint32_t code = request.cli.code;
+    const bool all = code == CLI_SHOW_IP_ACL_ALL || code == CLI_SHOW_PREFIX_ALL;
+    const bool prefixes = code == CLI_SHOW_PREFIX_ALL || code == CLI_SHOW_PREFIX;
+    const std::string cursor(listNameView(request.name));
+    for (const std::string name : {"A", "B", "C"}) {
+        if (all && request.resume == 0 ? cursor >= name : cursor != name) continue;
+        std::string text = "Extended IP access list " + name + "\r\n";
+        if (!prefixes && name == "A")
+            text =
+                "Standard IP access list A\r\n seq 5 permit any log (7 matches) order 255\r\n"
+                " seq 10 deny host 1.2.3.4 log (-2 matches) order 3\r\n";
+        if (prefixes && request.resume == 0)
+            text = "ip prefix-list " + name +
+                   ":\r\ncount: 2, range entries: 1, sequences: 5 - 10\r\n"
+                   "   seq 5 permit 10.0.0.0/8 le 24 (hit count: 3)\r\n";
+        else if (prefixes)
+            text = "   seq 10 deny 0.0.0.0/0 (hit count: 0)\r\n";
+        return m.answerText(message, listNameMake(name), text,
+                            prefixes ? uint32_t{request.resume == 0} : SHOW_MARKER);
+    }
+    m.answer(message, prefixes ? ACL_E_PREFIX_NOLIST : ACL_E_NOLIST);
 }
 
 }  // namespace
@@ -71,47 +81,60 @@ TEST(Pipe, FiltersWorkOnLines) {
 TEST(Session, ListsAreShownOneByOneUntilTheWalkEnds) {
     fakeManager manager;
     manager.run(walk);
+    const std::string head = ":\ncount: 2, range entries: 1, sequences: 5 - 10\n",
+                      pages = head +
+                              "   seq 5 permit 10.0.0.0/8 le 24 (hit count: 3)\n"
+                              "   seq 10 deny 0.0.0.0/0 (hit count: 0)\n";
     struct {
         const char* line;
-        bool ok;
-        const char* out;
-        const char* err;
+        std::string out, err;
+        bool json = false;  // shown without its blanks and line ends
     } rows[] = {
-        {"show ip access-lists B", true, "Extended IP access list B\n", ""},
-        {"show ip access-lists | include access", true,
+        {"show ip access-lists B", "Extended IP access list B\n", ""},
+        {"show ip access-lists | include access",
          "Standard IP access list A\nExtended IP access list B\nExtended IP access list C\n", ""},
-        {"show ip access-lists b", false, "",
-         "T:1:1: No such access list\nshow ip access-lists b\n^\n"},
-        {"show ip access-lists | nothing", false, "",
+        {"show ip access-lists b", "", "T:1:1: No such access list\nshow ip access-lists b\n^\n"},
+        {"show ip access-lists | nothing", "",
          "T:1:24: Not a filter: include, exclude, begin, count\nshow ip access-lists | nothing\n"
          "                       ^\n"},
+        {"show ip access-lists A",
+         R"([{"name":"A","kind":"standard","entries":[{"seq":5,"action":"permit",)"
+         R"("text":"seq5permitanylog(7matches)order255","matches":7},{"seq":10,"action":"deny",)"
+         R"("text":"seq10denyhost1.2.3.4log(-2matches)order3","matches":4294967294}]}])",
+         "", true},
+        {"show ip prefix-list B", "ip prefix-list B" + pages, ""},
+        {"show ip prefix-list",
+         "ip prefix-list A" + pages + "ip prefix-list B" + pages + "ip prefix-list C" + pages, ""},
+        {"show ip prefix-list summary",
+         "ip prefix-list A" + head + "ip prefix-list B" + head + "ip prefix-list C" + head, ""},
+        {"show ip prefix-list A",
+         R"([{"name":"A","kind":"ipprefix-list","count":2,"rangeEntries":1,"lowest":5,)"
+         R"("highest":10,"entries":[{"seq":5,"action":"permit","hits":3,)"
+         R"("match":"10.0.0.0/8le24"},{"seq":10,"action":"deny","hits":0,"match":"0.0.0.0/0"}]}])",
+         "", true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         testSession s(manager.dir);
-        EXPECT_EQ(s.run(row.line), row.ok);
-        EXPECT_EQ(s.printed(), row.out);
+        s.session.options.json = row.json;
+        EXPECT_EQ(s.run(row.line), row.err.empty());
+        std::string out = s.printed();
+        if (row.json) std::erase_if(out, isspace);
+        EXPECT_EQ(out, row.out);
         EXPECT_EQ(s.reported(), row.err);
     }
-    testSession s(manager.dir);
-    s.session.options.json = true;
-    EXPECT_TRUE(s.run("show ip access-lists A"));
-    EXPECT_EQ(
-        s.printed(),
-        "[\n{\"name\":\"A\",\"kind\":\"standard\",\"entries\":[{\"seq\":5,\"action\":\"permit\","
-        "\"text\":\"seq 5 permit any log (7 matches) order 255\",\"matches\":7},{\"seq\":10,"
-        "\"action\":\"deny\",\"text\":\"seq 10 deny host 1.2.3.4 log (-2 matches) order 3\","
-        "\"matches\":4294967294}]}\n]\n");
 }
 
 TEST(Session, AWalkThatDoesNotMoveOnEnds) {
     fakeManager manager;
     manager.run([](fakeManager& m, std::vector<uint8_t>& message) {
-        m.answerText(message, listNameMake("SAME"), "Extended IP access list SAME\r\n");
+        m.answerText(message, listNameMake("SAME"), "ip prefix-list SAME:\r\n");
     });
-    testSession s(manager.dir);
-    EXPECT_FALSE(s.run("show ip access-lists"));
-    EXPECT_NE(s.reported().find("does not move on"), std::string::npos);
+    for (const char* line : {"show ip access-lists", "show ip prefix-list"}) {
+        testSession s(manager.dir);
+        EXPECT_FALSE(s.run(line));
+        EXPECT_EQ(count(s.reported(), "does not move on"), 1u) << s.reported();
+    }
 }
 
 TEST(Session, AReplyOfManyMegabytesArrivesWhole) {
@@ -129,15 +152,9 @@ TEST(Session, AReplyOfManyMegabytesArrivesWhole) {
 
 TEST(Session, ModesFollowTheCommands) {
     fakeManager manager;
-    manager.run([](fakeManager& m, std::vector<uint8_t>& message) {
-        m.answer(message, listNameView(cliOf(message).name) == "BAD" ? ACL_E_IS_EXTENDED : ACL_OK);
-    });
+    manager.serve();
     testSession s(manager.dir);
-    struct {
-        const char* line;
-        bool ok;
-        cliMode mode;
-    } rows[] = {
+    const std::tuple<const char*, bool, cliMode> rows[] = {
         {"permit any", false, cliMode::exec},
         {"configure terminal", true, cliMode::configure},
         {"ip access-list standard A", true, cliMode::standard},
@@ -148,25 +165,33 @@ TEST(Session, ModesFollowTheCommands) {
         {"ip trace-list T", true, cliMode::trace},
         {"no ip access-list extended E", true, cliMode::configure},
         {"ip access-list standard A", true, cliMode::standard},
-        {"ip access-list standard BAD", false, cliMode::configure},
+        {"ip access-list standard EGRESS", false, cliMode::configure},
         {"ip access-list standard A", true, cliMode::standard},
         {"ip access-list stnd B", false, cliMode::configure},
+        {"interface 1/0", true, cliMode::interface},
+        {"interface 9/0", false, cliMode::configure},
+        {"ip access-group B in", false, cliMode::configure},
         {"ip trace-list T", true, cliMode::trace},
         {"exit", true, cliMode::configure},
         {"exit", true, cliMode::exec},
         {"conf t", true, cliMode::configure},
-        {"ip trace-list T", true, cliMode::trace},
+        {"route-map A", true, cliMode::routeMap},
+        {"set tag 4", true, cliMode::routeMap},
         {"end", true, cliMode::exec},
         {"show ?", true, cliMode::exec},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
-        EXPECT_EQ(s.run(row.line), row.ok) << s.reported();
-        EXPECT_EQ(s.session.mode, row.mode);
+    for (const auto& [line, good, mode] : rows) {
+        SCOPED_TRACE(line);
+        EXPECT_EQ(s.run(line), good) << s.reported();
+        EXPECT_EQ(s.session.mode, mode);
     }
     EXPECT_TRUE(s.run("exit"));
     EXPECT_TRUE(s.session.done);
     EXPECT_NE(s.printed().find("running-config"), std::string::npos);
+    // The clause carries the number that the manager has given its map.
+    manager.halt();
+    const auto* clause = reinterpret_cast<cliRmapClauseReq*>(manager.received.back().data());
+    EXPECT_EQ(uint32_t{clause->clause.seq}, 40u);
 }
 
 TEST(Session, AnUnknownStatusIsShownAsItsNumber) {
