@@ -4,25 +4,26 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <memory>
+#include <optional>
 
 #include "include/chassisControl.h"
 #include "tests/cli/fakeManager.h"
 
 namespace {
 
-// Answers every request with a status and a text.
+struct agentReply {
+    std::string text;
+    uint32_t agentStatus = 0, chassisStatus = 0;
+    size_t cut = SIZE_MAX;  // bytes of the answer that are sent
+};
+
+// Answers each request with the next of its replies, and with the last one for ever.
 struct fakeNeighbour : fakeEndpoint {
-    struct reply {
-        uint32_t agentStatus, chassisStatus;
-        std::string text;
-        size_t cut = SIZE_MAX;  // bytes of the answer that are sent
-    };
     fakeNeighbour(const std::string& dir, uint32_t card, uint32_t service,
-                  const std::vector<reply>& script) {
+                  const std::vector<agentReply>& script) {
         open(dir, card, service);
         listen([this, script](std::vector<uint8_t>& m) {
-            const reply& r = script[std::min(received.size(), script.size()) - 1];
+            const auto& r = script[std::min(received.size(), script.size()) - 1];
             m.resize(AGENT_STATE_TEXT_OFFSET);
             m.insert(m.end(), r.text.begin(), r.text.end());
             m.resize(std::min(m.size(), r.cut));
@@ -30,133 +31,21 @@ struct fakeNeighbour : fakeEndpoint {
             hdr->length = static_cast<uint32_t>(m.size());
             hdr->status = r.agentStatus;
             hdr->result = r.chassisStatus;
-            fakeEndpoint::reply(m);
+            reply(m);
         });
     }
     ~fakeNeighbour() { halt(); }
 };
 
-constexpr uint32_t CARD_1 = 0x7F010101, PORT_OF_1 = 7937 + 4;
-
-}  // namespace
-
-TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
-    struct {
-        const char* command;
-        fakeNeighbour::reply reply;
-        bool good;
-        const char* shown;
-    } rows[] = {
-        {"show card 1 summary", {0, 0, R"({"state":"in step","lists":2})"}, true, "lists  2"},
-        {"show card 1 summary", {0, 0, "{"}, false, "Card 1: answer not understood"},
-        {"show card 1 summary", {0, 0, "[]"}, false, "Card 1: answer not understood"},
-        {"show card 1 summary", {0, 0, "\xff\xfe"}, false, "Card 1: answer not understood"},
-        {"show card 1 summary", {2, 0, "{}"}, false, "Card 1: answer not understood"},
-        {"show card 1 summary", {0, 0, "", 60}, false, "Card 1: answer not understood"},
-        {"show card 1 access-lists",
-         {0, 0,
-          R"({"lists":[{"name":"A","kind":"ipv4","ifindex":67371009,"direction":1,"count":3}]})"},
-         true,
-         "A     ipv4  1/0        out        no               3\n"},
-        // Rows of the wrong shape are shown as far as they go.
-        {"show card 1 access-lists",
-         {0, 0, R"({"lists":[7,null,{"name":5,"ifindex":-1,"count":"x"}]})"},
-         true,
-         "list"},
-        {"show card 1 access-lists", {0, 0, R"({"lists":7})"}, true, ""},
-        // The next index must grow, or the walk would not end.
-        {"show card 1 access-lists",
-         {0, 0, R"({"lists":[],"next":1})"},
-         false,
-         "Card 1: answer not understood"},
-        {"show card 1 access-lists A", {1, 0, ""}, false, "Card 1: nothing of that name"},
-        {"show cards",
-         {0, 0, R"({"state":"in step","refused":{"list":2,"order":"x"}})"},
-         true,
-         "127.1.1.1  in step  0      0        0         2"},
-        {"show cards", {0, 0, "no json"}, false, "answer not understood"},
-        {"show card 2 summary", {0, 0, "{}"}, false, "The chassis has no card 2"},
-        {"show card control-plane summary", {0, 0, "{}"}, false, "no card control-plane"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.command + (" <- " + row.reply.text));
-        fakeManager manager;
-        fakeNeighbour agent(manager.dir, CARD_1, PORT_OF_1, {row.reply});
-        testSession s(manager.dir);
-        EXPECT_EQ(s.run(row.command), row.good);
-        std::string text = s.printed() + s.reported();
-        EXPECT_NE(text.find(row.shown), std::string::npos) << text;
-    }
-}
-
-// An entry as it is: 1 denies and nothing else does, whatever else is given is told.
-TEST(Agents, EntriesAreShownAsTheyAre) {
-    struct {
-        const char* entry;
-        const char* shown;
-    } rows[] = {
-        {R"({"seq":1,"action":1,"protocol":4})", "deny        ip"},
-        {R"({"seq":1,"action":0,"protocol":4,"protoMarker":1})", "permit      4 "},
-        {R"({"seq":1,"action":2,"protocol":6})", "permit (2)  6 "},
-        {R"({"seq":1,"action":1,"dstOperator":1,"ports":[0,0,80,0],"order":255,"tos":4294967295,
-            "icmp":"00000000","log":1})",
-         "dstOperator 1 log 1 ports [0,0,80,0]  0"},
-    };
-    fakeManager manager;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.entry);
-        std::string entries =
-            R"({"entries":[{"seq":2,"action":2},)" + std::string(row.entry) + "]}";
-        fakeNeighbour agent(
-            manager.dir, CARD_1, PORT_OF_1,
-            {{0, 0, R"({"lists":[{"name":"A","ifindex":67371009}]})"}, {0, 0, entries}});
-        testSession s(manager.dir);
-        EXPECT_TRUE(s.run("show card 1 access-lists A"));
-        std::string text = s.printed();
-        EXPECT_NE(text.find(row.shown), std::string::npos) << text;
-    }
-}
-
-TEST(Agents, LongAnswersAreAskedForInPieces) {
-    fakeManager manager;
-    fakeNeighbour agent(
-        manager.dir, CARD_1, PORT_OF_1,
-        {{0, 0, R"({"lists":[{"name":"A"}],"next":5000})"}, {0, 0, R"({"lists":[{"name":"B"}]})"}});
-    testSession s(manager.dir);
-    EXPECT_TRUE(s.run("show card 1 access-lists | count"));
-    agent.halt();
-    EXPECT_EQ(s.printed(), "3\n");  // two rows below their heads
-    ASSERT_EQ(agent.received.size(), 2u);
-    EXPECT_EQ(uint32_t{reinterpret_cast<agentStateReq*>(agent.received[1].data())->index}, 5000u);
-}
-
-TEST(Agents, OneThatIsNotThereOrSilentIsSaidToBeSo) {
-    fakeManager manager;
-    testSession s(manager.dir, 200);
-    EXPECT_FALSE(s.run("show cards"));
-    EXPECT_NE(s.printed().find("not running"), std::string::npos);
-    EXPECT_FALSE(s.run("show card 1 summary"));
-    EXPECT_NE(s.reported().find("Card 1: not running"), std::string::npos);
-    std::string error;
-    zekEndpoint* silent = zekEndpointOpen(manager.dir, CARD_1, PORT_OF_1, &error);
-    ASSERT_NE(silent, nullptr) << error;
-    EXPECT_FALSE(s.run("show cards"));
-    EXPECT_NE(s.printed().find("no answer"), std::string::npos);
-    zekEndpointClose(silent);
-}
-
-namespace {
-
 // The manager's end of debug questions: every one has this answer.
 struct fakeDebug {
-    int listener;
+    int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::thread thread;
 
     fakeDebug(const std::string& dir, const std::string& text) {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         (dir + "/debug-rp0").copy(address.sun_path, sizeof address.sun_path - 1);
-        listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(listen(listener, 4), 0);
         thread = std::thread([this, text] {
@@ -176,7 +65,110 @@ struct fakeDebug {
     }
 };
 
+// The one command of a session, and what its neighbours say: nobody is there who has no agentReply.
+struct conversation {
+    bool good;
+    std::string said;
+    std::vector<std::vector<uint8_t>> requests;
+
+    conversation(const std::string& command, const std::vector<agentReply>& agent,
+                 const std::vector<agentReply>& chassisd = {}, const std::string& debug = "") {
+        fakeManager manager;
+        std::optional<fakeNeighbour> neighbour;
+        std::optional<fakeDebug> shell;
+        if (!agent.empty()) neighbour.emplace(manager.dir, 0x7F010101, 7937 + 4, agent);
+        if (!chassisd.empty())
+            neighbour.emplace(manager.dir, fakeManager::CARD, CHASSIS_CONTROL_SERVICE, chassisd);
+        if (!debug.empty()) shell.emplace(manager.dir, debug);
+        testSession s(manager.dir);
+        good = s.run(command);
+        said = s.printed() + s.reported();
+        if (!neighbour) return;
+        neighbour->halt();
+        requests = neighbour->received;
+    }
+    void expect(bool isGood, const std::string& part) const {
+        EXPECT_EQ(good, isGood);
+        EXPECT_NE(said.find(part), std::string::npos) << said;
+    }
+};
+
+constexpr char LIST_OF_CARD[] = R"({"lists":[{"name":"A","ifindex":67371009}]})";
+std::vector<agentReply> entry(const char* text) {
+    return {{LIST_OF_CARD}, {R"({"entries":[{"seq":2,"action":2},)" + std::string(text) + "]}"}};
+}
+
 }  // namespace
+
+TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
+    const char notUnderstood[] = "Card 1: answer not understood";
+    const struct {
+        const char* command;
+        std::vector<agentReply> replies;
+        bool good;
+        const char* shown;
+    } rows[] = {
+        {"show card 1 summary", {{R"({"state":"in step","lists":2})"}}, true, "lists  2"},
+        {"show card 1 summary", {{"{"}}, false, notUnderstood},
+        {"show card 1 summary", {{"[]"}}, false, notUnderstood},
+        {"show card 1 summary", {{"\xff\xfe"}}, false, notUnderstood},
+        {"show card 1 summary", {{"{}", 2}}, false, notUnderstood},
+        {"show card 1 summary", {{"", 0, 0, 60}}, false, notUnderstood},
+        {"show card 1 summary", {}, false, "Card 1: not running"},
+        {"show card 1 access-lists",
+         {{R"({"lists":[{"name":"A","kind":"ipv4","ifindex":67371009,"direction":1,"count":3}]})"}},
+         true,
+         "A     ipv4  1/0        out        no               3\n"},
+        // Rows of the wrong shape are shown as far as they go.
+        {"show card 1 access-lists",
+         {{R"({"lists":[7,null,{"name":5,"ifindex":-1,"count":"x"}]})"}},
+         true,
+         "list"},
+        {"show card 1 access-lists", {{R"({"lists":7})"}}, true, ""},
+        // The next index must grow, or the walk would not end.
+        {"show card 1 access-lists", {{R"({"lists":[],"next":1})"}}, false, notUnderstood},
+        {"show card 1 access-lists A", {{"", 1}}, false, "Card 1: nothing of that name"},
+        {"show cards",
+         {{R"({"state":"in step","refused":{"list":2,"order":"x"}})"}},
+         true,
+         "127.1.1.1  in step  0      0        0         2"},
+        {"show cards", {{"no json"}}, false, "answer not understood"},
+        {"show cards", {}, false, "not running"},
+        {"show card 2 summary", {{"{}"}}, false, "The chassis has no card 2"},
+        {"show card control-plane summary", {{"{}"}}, false, "no card control-plane"},
+        // An entry as it is: 1 denies and nothing else does, whatever else is given is told.
+        {"show card 1 access-lists A", entry(R"({"seq":1,"action":1,"protocol":4})"), true,
+         "deny        ip"},
+        {"show card 1 access-lists A",
+         entry(R"({"seq":1,"action":0,"protocol":4,"protoMarker":1})"), true, "permit      4 "},
+        {"show card 1 access-lists A", entry(R"({"seq":1,"action":2,"protocol":6})"), true,
+         "permit (2)  6 "},
+        {"show card 1 access-lists A",
+         entry(R"({"seq":1,"action":1,"dstOperator":1,"ports":[0,0,80,0],"order":255,
+            "tos":4294967295,"icmp":"00000000","log":1})"),
+         true, "dstOperator 1 log 1 ports [0,0,80,0]  0"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command + (row.replies.empty() ? "" : " <- " + row.replies.back().text));
+        conversation(row.command, row.replies).expect(row.good, row.shown);
+    }
+    // Long answers are asked for in pieces: two rows below their heads.
+    const conversation pieces(
+        "show card 1 access-lists | count",
+        {{R"({"lists":[{"name":"A"}],"next":5000})"}, {R"({"lists":[{"name":"B"}]})"}});
+    pieces.expect(true, "3\n");
+    ASSERT_EQ(pieces.requests.size(), 2u);
+    EXPECT_EQ(uint32_t{reinterpret_cast<const agentStateReq*>(pieces.requests[1].data())->index},
+              5000u);
+}
+
+TEST(Agents, OneThatIsSilentIsSaidToBeSo) {
+    fakeManager manager, silent;
+    silent.fakeEndpoint::open(manager.dir, 0x7F010101, 7937 + 4);
+    testSession s(manager.dir, 200);
+    EXPECT_FALSE(s.run("show cards"));
+    EXPECT_EQ(count(s.printed(), "no answer"), 1u);
+}
 
 // Everything that a card says of a list is compared, and a card that says nothing is no good sign.
 TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
@@ -190,11 +182,11 @@ TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
         std::string changed = held;
         return changed.replace(changed.find(from), from.size(), to);
     };
-    struct {
-        std::string meant, held;  // held empty: the card is not there
+    const struct {
+        std::string meant, held;  // held "-": the card is not there
         bool good;
         const char* shown;
-    } const rows[] = {
+    } rows[] = {
         {meant, held, true, "1/0        in         1     in step"},
         {meant, with("\"listKind\":2", "\"listKind\":1"), false, "different"},
         {meant, with("\"portPipe\":3", "\"portPipe\":0"), false, "different"},
@@ -202,28 +194,19 @@ TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
         {meant, with("\"implicitPermit\":1", "\"implicitPermit\":0"), false, "different"},
         {meant, with("\"count\":0", "\"count\":1"), false, "different"},
         {meant, with("\"ifindex\":7", "\"ifindex\":8"), false, "left over"},
-        {meant, "", false, "not running"},
-        {"[]", "", false, "not running"},
+        {meant, "-", false, "not running"},
+        {"[]", "-", false, "not running"},
         {R"({"missing":true})", held, false, "left over"},
-        {R"({"missing":true})", "", false, "not running"},
-        {R"({"missing":true})", "{}", false, "No such access list"},
+        {R"({"missing":true})", "-", false, "not running"},
+        {R"({"missing":true})", "", false, "No such access list"},
         {R"({"what":1})", held, false, "not understood"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.meant + " <- " + row.held);
-        fakeManager manager;
-        fakeDebug debug(manager.dir, row.meant);
-        std::unique_ptr<fakeNeighbour> agent;
-        const std::string lists = row.held == "{}" ? "" : row.held;
-        if (!row.held.empty())
-            agent = std::make_unique<fakeNeighbour>(
-                manager.dir, CARD_1, PORT_OF_1,
-                std::vector<fakeNeighbour::reply>{
-                    {0, 0, R"({"entries":[],"lists":[)" + lists + "]}"}});
-        testSession s(manager.dir);
-        EXPECT_EQ(s.run("show ip access-lists A installed"), row.good);
-        const std::string text = s.printed() + s.reported();
-        EXPECT_NE(text.find(row.shown), std::string::npos) << text;
+        std::vector<agentReply> card{{R"({"entries":[],"lists":[)" + row.held + "]}"}};
+        if (row.held == "-") card.clear();
+        conversation("show ip access-lists A installed", card, {}, row.meant)
+            .expect(row.good, row.shown);
     }
 }
 
@@ -231,10 +214,10 @@ TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
     struct {
         const char* command;
         uint32_t wire, argument, status;
-        const char* said;  // null: done
+        const char* said;
     } rows[] = {
-        {"chassis card 1 down", 1, 1, 0, nullptr},
-        {"chassis card control-plane shutdown", 2, 19, 0, nullptr},
+        {"chassis card 1 down", 1, 1, 0, "status  ok\ntold    1\n"},
+        {"chassis card control-plane shutdown", 2, 19, 0, "status  ok\ntold    1\n"},
         {"chassis primary 1", 3, 1, 3, "There is no such card or route processor"},
         {"chassis card 1 down", 1, 1, 1, "No manager is there to be told"},
         {"chassis card 1 down", 1, 1, 2, "The manager has not answered in time"},
@@ -243,24 +226,13 @@ TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.command);
-        fakeManager manager;
-        fakeNeighbour chassisd(manager.dir, fakeManager::CARD, CHASSIS_CONTROL_SERVICE,
-                               {{0, row.status, R"({"status":"ok","told":1})"}});
-        testSession s(manager.dir);
-        EXPECT_EQ(s.run(row.command), row.said == nullptr);
-        chassisd.halt();
-        if (row.said == nullptr)
-            EXPECT_EQ(s.printed(), "status  ok\ntold    1\n");
-        else
-            EXPECT_NE(s.reported().find(row.said), std::string::npos) << s.reported();
-        ASSERT_EQ(chassisd.received.size(), 1u);
-        const auto* req = reinterpret_cast<chassisControlReq*>(chassisd.received[0].data());
+        const conversation c(row.command, {}, {{R"({"status":"ok","told":1})", 0, row.status}});
+        c.expect(row.status == 0, row.said);
+        ASSERT_EQ(c.requests.size(), 1u);
+        const auto* req = reinterpret_cast<const chassisControlReq*>(c.requests[0].data());
         EXPECT_EQ(uint32_t{req->ipc.mtype}, MT_CHASSIS_CONTROL);
         EXPECT_EQ(uint32_t{req->command}, row.wire);
         EXPECT_EQ(uint32_t{req->argument}, row.argument);
     }
-    fakeManager manager;
-    testSession s(manager.dir);
-    EXPECT_FALSE(s.run("chassis status"));
-    EXPECT_NE(s.reported().find("chassisd cannot be reached"), std::string::npos);
+    conversation("chassis status", {}).expect(false, "chassisd cannot be reached");
 }
