@@ -1,17 +1,17 @@
-// What an agent programs: lists in places. The agent decodes and verifies messages and calls these
-// operations; a data plane keeps the installed lists, however it makes them filter.
+// What an agent programs: lists of decoded rules in places. The agent verifies and decodes messages
+// and calls these operations; a data plane keeps the installed lists, however it makes them filter.
 //
 // A place holds at most one list. Interface lists: one per kind, direction and interface (or VLAN
 // group). System and DoS lists share their interfaces, so there the name is part of the place.
 #pragma once
 
-#include <array>
 #include <compare>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
 
+#include "chassis/agent/rule.h"
 #include "include/agentState.h"
 
 struct dpPlace {
@@ -34,27 +34,17 @@ inline dpPlace dpPlaceMake(agentListKind kind, uint32_t direction, uint32_t ifin
     return place;
 }
 
-// One entry as it came. Its key is the sequence number; entries of system lists have none, they are
-// known by their content and numbered in the order of their arrival.
+// One entry. Its key is the sequence number; entries of system lists have none, they are known by
+// their content and numbered in the order of their arrival.
 struct dpEntry {
-    uint32_t key;
-    uint16_t length;  // 392, of IPv6 entries 140
-    std::array<uint8_t, sizeof(agentEntry)> raw;
-    uint64_t packets;  // the data plane's own; 0 when it is handed over
+    uint32_t key = 0;
+    agentRule rule;
+    // Of the bytes that it came in: two entries with the same hash are the same entry, down to what
+    // the rule leaves out.
+    uint64_t hash = 0;
+    uint64_t content = 0;  // system lists: the same without the sequence number, else 0
+    uint64_t packets = 0;  // the data plane's own; 0 when it is handed over
 };
-
-// The parts of an entry image that the agent looks at.
-struct dpEntryShape {
-    size_t size;
-    size_t seqAt;
-    size_t contentFrom, contentTo;  // what makes two entries equal, the sequence number aside
-    size_t hashFrom, hashTo;        // the same, sequence number included
-};
-constexpr dpEntryShape DP_SHAPE_IP4{sizeof(agentEntry), 4, 8, 392, 4, 392};
-constexpr dpEntryShape DP_SHAPE_IP6{140, 92, 8, 124, 8, 124};  // links and counters left out
-constexpr const dpEntryShape& dpShapeOf(agentListKind kind) {
-    return kind == AGENT_LIST_IP6 || kind == AGENT_LIST_SYSTEM6 ? DP_SHAPE_IP6 : DP_SHAPE_IP4;
-}
 
 struct dpList {
     dpPlace place;

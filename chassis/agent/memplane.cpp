@@ -1,6 +1,5 @@
 // Installed lists in memory.
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <tuple>
 
@@ -56,15 +55,16 @@ std::shared_ptr<memList>* heldAt(void* set, const dpPlace& place) {
     return it != setOf(set).lists.end() ? &it->second : nullptr;
 }
 
+// Counters apart: an old list that stays keeps what it has counted.
 bool same(const dpList& a, const dpList& b) {
     auto front = [](const dpList& l) {
         return std::tie(l.name, l.ifindex, l.listKind, l.implicitPermit, l.portPipe,
                         l.onBehalfOfVlan, l.lastKey);
     };
-    return front(a) == front(b) && std::memcmp(&a.block, &b.block, sizeof a.block) == 0 &&
+    return front(a) == front(b) && std::ranges::equal(a.block.b, b.block.b) &&
            std::ranges::equal(a.entries, b.entries, [](const auto& x, const auto& y) {
-               return x.second.key == y.second.key && x.second.length == y.second.length &&
-                      x.second.raw == y.second.raw;
+               return x.second.key == y.second.key && x.second.hash == y.second.hash &&
+                      x.second.rule == y.second.rule;
            });
 }
 

@@ -14,11 +14,6 @@ void append(std::string* items, const std::string& item) {
     if (!items->empty()) items->push_back(',');
     *items += item;
 }
-std::string hashText(uint64_t hash) {
-    uint8_t bytes[8];
-    for (int i = 0; i < 8; i++) bytes[i] = static_cast<uint8_t>(hash >> (56 - 8 * i));
-    return agentHexText(bytes);
-}
 std::string dotted(uint32_t address) {
     std::string out;
     textDotted(out, address);
@@ -101,69 +96,84 @@ std::string listsText(const agentTables& t, const agentStateReq& req) {
     return out.text();
 }
 
-jsonObject entryFields(const agentEntry& e) {
-    // The match data's words are bytes 36-63 of the manager's entry block.
-    auto word = [&e](size_t blockOffset) {
-        return uint32_t{*wireView<be32>(std::span<const uint8_t>(e.match.words), blockOffset - 36)};
-    };
-    const agentMatch& m = e.match;
+std::string addressText6(const std::array<uint32_t, 4>& words) {
+    be32 bytes[4];
+    for (size_t i = 0; i < words.size(); i++) bytes[i] = words[i];
+    return agentHexText({bytes[0].b, sizeof bytes});
+}
+std::string portsText(const agentRule& r) {
     std::string ports;
-    for (const be16& port : m.ports) append(&ports, std::to_string(port));
-    return jsonObject{}
-        .number("action", e.action)
-        .string("src", dotted(m.src))
-        .string("srcMask", dotted(m.srcMask))
-        .string("dst", dotted(m.dst))
-        .string("dstMask", dotted(word(36)))
-        .number("protocol", m.protocol)
-        .number("protoMarker", m.protoMarker)
-        .number("precedence", word(44))
-        .number("tos", word(48))
-        .number("srcOperator", m.srcOperator)
-        .number("dstOperator", m.dstOperator)
-        .raw("ports", array(ports))
-        .number("tcpFlags", m.tcpFlags)
-        .string("icmp", agentHexText(m.icmp))
-        .number("fragments", m.fragments)
-        .number("dscp", m.dscp[0])
-        .string("l2", agentHexText(m.l2))
-        .number("order", m.order)
-        .number("kind", m.kind)
-        .number("counterOptions", e.counterOptions)
-        .number("log", e.log)
-        .number("monitor", e.monitor);
+    for (uint16_t port : {r.srcPorts.low, r.srcPorts.high, r.dstPorts.low, r.dstPorts.high})
+        append(&ports, std::to_string(port));
+    return array(ports);
+}
+std::string icmpText(const ruleIcmp& icmp) {
+    return agentHexText(std::array{icmp.type, icmp.typeGiven, icmp.code, icmp.codeGiven});
 }
 
-jsonObject entryFields(const ip6EntryBlock& b) {
-    std::string ports;
-    for (const be16* port : {&b.srcLow, &b.srcHigh, &b.dstLow, &b.dstHigh})
-        append(&ports, std::to_string(*port));
+// The fields in the order in which they travel.
+std::string layer2Text(const ruleLayer2& l2) {
+    auto word = [](uint32_t value) {
+        be32 bytes;
+        bytes = value;
+        return agentHexText(bytes.b);
+    };
+    return word(l2.arpMarker) + word(l2.etherType) + agentHexText(l2.src.address) +
+           agentHexText(l2.src.wildcard) + agentHexText(l2.dst.address) +
+           agentHexText(l2.dst.wildcard) + agentHexText(l2.carried) + word(l2.vlan) +
+           word(l2.arpOpcode) + word(l2.log) + word(l2.counterOptions);
+}
+
+jsonObject fields4(const agentRule& r) {
     return jsonObject{}
-        .number("action", b.action)
-        .string("src", agentHexText(b.src))
-        .string("srcMask", agentHexText(b.srcMask))
-        .string("dst", agentHexText(b.dst))
-        .string("dstMask", agentHexText(b.dstMask))
-        .number("protocol", b.protocol)
-        .number("protoMarker", b.protoMarker)
-        .number("srcOperator", b.srcOperator)
-        .number("dstOperator", b.dstOperator)
-        .raw("ports", array(ports))
-        .number("tcpFlags", b.tcpFlags)
-        .number("counterOptions", b.counterOptions);
+        .number("action", r.action)
+        .string("src", dotted(r.src.value[0]))
+        .string("srcMask", dotted(r.src.mask[0]))
+        .string("dst", dotted(r.dst.value[0]))
+        .string("dstMask", dotted(r.dst.mask[0]))
+        .number("protocol", r.protocol)
+        .number("protoMarker", r.protoMarker)
+        .number("precedence", r.precedence)
+        .number("tos", r.tos)
+        .number("srcOperator", r.srcPorts.op)
+        .number("dstOperator", r.dstPorts.op)
+        .raw("ports", portsText(r))
+        .number("tcpFlags", r.tcpFlags)
+        .string("icmp", icmpText(r.icmp))
+        .number("fragments", r.fragments)
+        .number("dscp", r.dscp)
+        .string("l2", layer2Text(r.layer2))
+        .number("order", r.order)
+        .number("kind", r.kind)
+        .number("counterOptions", r.counterOptions)
+        .number("log", r.log)
+        .number("monitor", r.monitor);
+}
+
+// None of the fields that the layout of IPv6 entries lacks.
+jsonObject fields6(const agentRule& r) {
+    return jsonObject{}
+        .number("action", r.action)
+        .string("src", addressText6(r.src.value))
+        .string("srcMask", addressText6(r.src.mask))
+        .string("dst", addressText6(r.dst.value))
+        .string("dstMask", addressText6(r.dst.mask))
+        .number("protocol", r.protocol)
+        .number("protoMarker", r.protoMarker)
+        .number("srcOperator", r.srcPorts.op)
+        .number("dstOperator", r.dstPorts.op)
+        .raw("ports", portsText(r))
+        .number("tcpFlags", r.tcpFlags)
+        .number("counterOptions", r.counterOptions);
 }
 
 std::string entryText(const dataplane& plane, const dpList& list, const dpEntry& entry) {
-    const dpEntryShape& shape = dpShapeOf(list.place.kind);
-    std::span<const uint8_t> image(entry.raw.data(), entry.length);
-    jsonObject out = entry.length == sizeof(agentEntry)
-                         ? entryFields(*wireView<agentEntry>(image))
-                         : entryFields(wireView<agentEntry6>(image)->block);
+    const agentRule& rule = entry.rule;
+    jsonObject out = rule.family == ruleFamily::ip6 ? fields6(rule) : fields4(rule);
     uint64_t packets = 0;
     (void)plane.counters(plane.inForce, list.place, entry.key, &packets);
-    auto hashed = image.subspan(shape.hashFrom, shape.hashTo - shape.hashFrom);
-    return out.number("seq", *wireView<be32>(image, shape.seqAt))
-        .string("hash", hashText(agentHash(hashed)))
+    return out.number("seq", rule.seq)
+        .string("hash", agentHashText(entry.hash))
         .number("packets", packets)
         .text();
 }

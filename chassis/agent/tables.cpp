@@ -99,9 +99,16 @@ std::string numbers(const char* what, uint64_t said, uint64_t found) {
     return std::string(what) + " " + std::to_string(said) + ", found " + std::to_string(found);
 }
 
+bool isIpv6(agentListKind kind) {
+    return kind == AGENT_LIST_IP6 || kind == AGENT_LIST_SYSTEM6;
+}
+size_t entrySize(agentListKind kind) {
+    return isIpv6(kind) ? sizeof(agentEntry6) : sizeof(agentEntry);
+}
+
 // Both halves of every IPv4 entry must agree: a card programs some of its banks from either.
 bool halvesAgree(agentListKind kind, std::span<const uint8_t> entries) {
-    if (&dpShapeOf(kind) != &DP_SHAPE_IP4) return true;
+    if (isIpv6(kind)) return true;
     for (size_t at = 0; at < entries.size(); at += sizeof(agentEntry)) {
         const auto* entry = wireView<agentEntry>(entries, at);
         if (std::memcmp(&entry->match, &entry->matchCopy, sizeof entry->match) != 0) return false;
@@ -125,13 +132,13 @@ agentVerdict decode(agentTables* tables, const messageKind& kind, std::span<cons
     if (hdr->bodyLen != body)
         return no(agentRefusal::bodyLength, numbers("body length word", hdr->bodyLen, body));
 
-    const dpEntryShape& shape = dpShapeOf(kind.kind);
+    size_t size = entrySize(kind.kind);
     size_t bytes = body - sizeof(agentListHdr);
-    if (bytes % shape.size != 0)
+    if (bytes % size != 0)
         return no(agentRefusal::count, std::to_string(bytes) + " bytes are not whole entries");
     out->kind = &kind;
     out->count = list->count;
-    out->carried = static_cast<uint32_t>(bytes / shape.size);
+    out->carried = static_cast<uint32_t>(bytes / size);
     out->entries = message.subspan(sizeof(agentHdr) + sizeof(agentListHdr));
     if (hdr->more > 1) return no(agentRefusal::order, "more-to-follow is neither 0 nor 1");
     out->more = hdr->more == 1;
@@ -155,26 +162,39 @@ agentVerdict decode(agentTables* tables, const messageKind& kind, std::span<cons
     return agentVerdict::applied;
 }
 
-dpEntry entryOf(const dpEntryShape& shape, std::span<const uint8_t> image) {
+// The entry of a whole image. An IPv6 entry's hash leaves out what is only the manager's (links,
+// id, match count) and has the sequence number in its middle, so there the content has it, too.
+dpEntry entryOf(agentListKind kind, std::span<const uint8_t> image) {
+    auto hashOf = [image](size_t from, size_t to) {
+        return agentHash(image.subspan(from, to - from));
+    };
     dpEntry entry;
-    auto rest = std::ranges::copy(image, entry.raw.begin()).out;
-    std::fill(rest, entry.raw.end(), uint8_t{0});
-    entry.length = static_cast<uint16_t>(shape.size);
-    entry.key = *wireView<be32>(image, shape.seqAt);
-    entry.packets = 0;
+    if (isIpv6(kind)) {
+        entry.rule = agentRuleOf(*wireView<agentEntry6>(image));
+        entry.hash = hashOf(offsetof(agentEntry6, block), offsetof(agentEntry6, id));
+        if (isSystem(kind)) entry.content = entry.hash;
+    } else {
+        entry.rule = agentRuleOf(*wireView<agentEntry>(image));
+        entry.hash = agentEntryHash(*wireView<agentEntry>(image));
+        if (isSystem(kind))
+            entry.content = hashOf(offsetof(agentEntry, action), sizeof(agentEntry));
+    }
+    entry.key = entry.rule.seq;
     return entry;
 }
 
-bool sameContent(agentListKind kind, const dpEntry& a, const dpEntry& b) {
-    const dpEntryShape& shape = dpShapeOf(kind);
-    return std::memcmp(a.raw.data() + shape.contentFrom, b.raw.data() + shape.contentFrom,
-                       shape.contentTo - shape.contentFrom) == 0;
+// The number that an entry of a system list came with says nothing.
+bool sameContent(const dpEntry& a, const dpEntry& b) {
+    if (a.content != b.content) return false;
+    agentRule rule = a.rule;
+    rule.seq = b.rule.seq;
+    return rule == b.rule;
 }
 
 // The entry of a system list with this content, or null.
 const dpEntry* findContent(const dpList& list, const dpEntry& wanted) {
     for (const auto& [key, entry] : list.entries)
-        if (sameContent(list.place.kind, entry, wanted)) return &entry;
+        if (sameContent(entry, wanted)) return &entry;
     return nullptr;
 }
 
@@ -289,10 +309,10 @@ agentVerdict removeSystem(agentTables* tables, uint32_t id, dpList&& list) {
 
 // Puts the entries of a message behind those that the list has. False: a number comes twice.
 bool collect(dpList* list, std::span<const uint8_t> images) {
-    const dpEntryShape& shape = dpShapeOf(list->place.kind);
-    for (size_t at = 0; at < images.size(); at += shape.size) {
-        dpEntry entry = entryOf(shape, images.subspan(at, shape.size));
-        if (isSystem(list->place.kind)) entry.key = list->lastKey + 1;
+    const agentListKind kind = list->place.kind;
+    for (size_t at = 0; at < images.size(); at += entrySize(kind)) {
+        dpEntry entry = entryOf(kind, images.subspan(at, entrySize(kind)));
+        if (isSystem(kind)) entry.key = list->lastKey + 1;
         size_t before = list->entries.size();
         list->entries.emplace_hint(list->entries.end(), entry.key, entry);
         if (list->entries.size() == before) return false;

@@ -335,7 +335,7 @@ TEST_F(Tables, FollowsARandomSenderLikeAMap) {
             EXPECT_EQ(expected->second.name, listNameView(list.name));
             std::map<uint32_t, uint32_t> found;
             for (const auto& [key, e] : list.entries)
-                found[key] = get32(bytes(e.raw.begin(), e.raw.end()), 56);
+                found[key] = e.rule.src.value[0];
             EXPECT_EQ(found, expected->second.entries);
             ++expected;
             return !HasFailure();
