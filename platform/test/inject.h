@@ -6,6 +6,5 @@
 
 // Counts one use of the point; true when this one is to fail.
 bool testFails(testPoint point);
-bool testTagFails(uint32_t tag);
 // Forgets what the tasks and logs were told.
 void testResetTasks();

@@ -50,6 +50,10 @@ void checkAddressee(const ipcHdr& header) {
     std::abort();
 }
 
+zekQueue queueOf(uint32_t ipcKey, zekQueue queue) {
+    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? queue : 0;
+}
+
 zekSwpHandle createQueue(uint32_t peerApp, uint32_t slot, zekSwpFree free) {
     std::string peer = std::to_string(peerApp) + " slot " + std::to_string(slot);
     if (testFails(TEST_QUEUE)) {
@@ -57,8 +61,7 @@ zekSwpHandle createQueue(uint32_t peerApp, uint32_t slot, zekSwpFree free) {
         return ZEK_SWP_NONE;
     }
     zekSwpHandle handle = static_cast<zekSwpHandle>(testHost.queues.size() + 1);
-    testHost.queues[handle] = {peerApp, slot};
-    testHost.queueFree[handle] = free;
+    testHost.queues[handle] = {peerApp, free};
     testRecord("swpqueue " + peer + " is " + std::to_string(handle));
     return handle;
 }
@@ -66,13 +69,13 @@ zekSwpHandle createQueue(uint32_t peerApp, uint32_t slot, zekSwpFree free) {
 }  // namespace
 
 zekQueue Key_getReqQueue(uint32_t ipcKey) {
-    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? TEST_REQUESTS : 0;
+    return queueOf(ipcKey, TEST_REQUESTS);
 }
 zekQueue Key_getRspQueue(uint32_t ipcKey) {
-    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? TEST_RESPONSES : 0;
+    return queueOf(ipcKey, TEST_RESPONSES);
 }
 zekQueue Key_getTmrQueue(uint32_t ipcKey) {
-    return ipcKey == IPC_KEYS && !testFails(TEST_QUEUE) ? TEST_TIMERS : 0;
+    return queueOf(ipcKey, TEST_TIMERS);
 }
 int Key_getSocketFd(zekQueue queue) {
     return queue >= TEST_REQUESTS && queue <= TEST_TIMERS ? FIRST_FD + static_cast<int>(queue) : -1;
@@ -94,10 +97,7 @@ int zekIpcReply(uint32_t, void* message, size_t length) {
 int zekIpcRecv(zekQueue queue, void* buffer, size_t size, int) {
     if (queue < TEST_REQUESTS || queue > TEST_TIMERS) return -1;
     auto& inbox = testHost.inbox[queue];
-    if (inbox.empty()) {
-        if (testHost.onIdle) testHost.onIdle();
-        if (inbox.empty()) return 0;
-    }
+    if (inbox.empty()) return 0;
     std::vector<uint8_t> message = std::move(inbox.front());
     inbox.pop_front();
     if (message.size() > size) {
@@ -138,20 +138,12 @@ int zekSelect(uint32_t limit, zekFdSet* set, int) {
         return -1;
     }
     zekFdSet ready;
-    auto look = [&] {
-        for (uint32_t q = TEST_REQUESTS; q <= TEST_TIMERS; q++)
-            if (!testHost.inbox[q].empty()) ready.set(FIRST_FD + q);
-        if (testHost.pipeReadable) ready.set(PIPE_FD);
-        for (size_t fd = limit; fd < ready.size(); fd++) ready.reset(fd);
-        ready &= *set;
-    };
-    look();
-    if (ready.none() && testHost.onIdle) {
-        testHost.onIdle();
-        look();
-    }
-    *set = ready;
-    return static_cast<int>(ready.count());
+    for (uint32_t q = TEST_REQUESTS; q <= TEST_TIMERS; q++)
+        if (!testHost.inbox[q].empty()) ready.set(FIRST_FD + q);
+    if (testHost.pipeReadable) ready.set(PIPE_FD);
+    for (size_t fd = limit; fd < ready.size(); fd++) ready.reset(fd);
+    *set &= ready;
+    return static_cast<int>(set->count());
 }
 
 int zek_tmeGetPeerIpAddrByName(uint32_t app, uint32_t instance, uint32_t* address) {
@@ -168,7 +160,7 @@ bool zek_tmeAddressesAreFixed() {
 }
 
 uint32_t zek_sysGetIpAddr(uint32_t) {
-    return testHost.ownAddress;
+    return 0x7F010001;
 }
 
 int zekIrcPeerRpmSend(uint32_t, uint32_t, const void* message, size_t length, uint32_t, int* err) {
@@ -215,7 +207,6 @@ zekSwpHandle zekSwpQueueCreate_p(uint32_t, uint32_t, uint32_t, uint32_t, uint32_
 void zekSwpQueueRemove(zekSwpHandle queue) {
     testRecord("swpremove " + std::to_string(queue));
     testHost.queues.erase(queue);
-    testHost.queueFree.erase(queue);
 }
 
 int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
@@ -229,7 +220,7 @@ int zekSwpEnqueue(zekSwpHandle queue, void* message, size_t length) {
                    " length " + std::to_string(length) + (fails ? " failed" : ""),
                bytes);
     if (fails) return -1;
-    testHost.queueFree[queue](message);  // delivered and acknowledged at once
+    testHost.queues[queue].free(message);  // delivered and acknowledged at once
     return 0;
 }
 
@@ -246,17 +237,17 @@ void zekSwpQueueFlush(zekSwpHandle queue) {
 }
 
 zekSwpState zekSwpQueueState(zekSwpHandle queue) {
-    auto found = testHost.queueStates.find(queue);
-    return found != testHost.queueStates.end() ? found->second : zekSwpState::inStep;
+    auto found = testHost.queues.find(queue);
+    return found != testHost.queues.end() ? found->second.state : zekSwpState::inStep;
 }
 void zekSwpQueueLose(zekSwpHandle queue) {
     if (!testHost.queues.contains(queue) || zekSwpQueueState(queue) != zekSwpState::inStep) return;
-    testHost.queueStates[queue] = zekSwpState::lost;
+    testHost.queues[queue].state = zekSwpState::lost;
     testHost.queueEvents.push_back({queue, zekSwpState::lost});
 }
 void zekSwpReplayBegin(zekSwpHandle queue) {
     if (!testHost.queues.contains(queue)) return;
-    testHost.queueStates.erase(queue);
+    testHost.queues[queue].state = zekSwpState::inStep;
     std::erase_if(testHost.queueEvents, [=](const zekSwpEvent& e) { return e.queue == queue; });
     testHost.replays[queue]++;
     testHost.replaying.insert(queue);
@@ -275,7 +266,7 @@ int zekSwpGetTaskNamesFromQHandle(zekSwpHandle queue, char* own, char* peer, siz
     auto found = testHost.queues.find(queue);
     if (found == testHost.queues.end() || size == 0) return -1;
     std::strncpy(own, "61", size - 1);
-    std::strncpy(peer, std::to_string(found->second.first).c_str(), size - 1);
+    std::strncpy(peer, std::to_string(found->second.peerApp).c_str(), size - 1);
     own[size - 1] = peer[size - 1] = '\0';
     return 0;
 }
@@ -304,19 +295,4 @@ int zekSwpCkSeqAndAck(const void* message, zekSwpSeq* seen, uint32_t) {
     if (header->swpSeq < seen->next) return ZEK_SWP_SEEN;
     seen->next++;
     return ZEK_SWP_IN_ORDER;
-}
-
-size_t zekSwpStatistics(std::span<zekSwpStats> out) {
-    size_t row = 0;
-    for (const auto& [handle, peer] : testHost.queues) {
-        if (row < out.size()) {
-            out[row] = {};
-            out[row].queue = handle;
-            out[row].peerApp = peer.first;
-            out[row].slot = peer.second;
-            out[row].alive = zekSwpIsQueueAlive(handle);
-        }
-        row++;
-    }
-    return row;
 }

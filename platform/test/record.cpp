@@ -18,8 +18,6 @@ struct pointState {
     uint64_t uses, firstFailing, lastFailing;
 };
 pointState points[TEST_POINTS];
-uint32_t failingTag;
-bool tagFails;
 
 constexpr uint32_t TEST_POOL = 0x50000;
 // The block classes of the task.
@@ -40,8 +38,7 @@ std::vector<testRow> testTakeRows() {
 
 std::vector<std::string> testTake() {
     std::vector<std::string> texts;
-    for (testRow& row : rows) texts.push_back(std::move(row.text));
-    rows.clear();
+    for (testRow& row : testTakeRows()) texts.push_back(std::move(row.text));
     return texts;
 }
 
@@ -50,14 +47,8 @@ void testFail(testPoint point, uint64_t nth, uint64_t times) {
     points[point] = {0, nth, last};
 }
 
-void testFailTag(uint32_t tag) {
-    failingTag = tag;
-    tagFails = true;
-}
-
 void testFailNothing() {
     for (pointState& point : points) point = {};
-    tagFails = false;
 }
 
 uint64_t testUses(testPoint point) {
@@ -69,10 +60,6 @@ bool testFails(testPoint point) {
     state.uses++;
     return state.firstFailing != 0 && state.uses >= state.firstFailing &&
            state.uses <= state.lastFailing;
-}
-
-bool testTagFails(uint32_t tag) {
-    return tagFails && tag == failingTag;
 }
 
 void testReset() {
@@ -89,9 +76,7 @@ void testReset() {
     heapAtReset = zekMemHeapStats().blocks;
 }
 
-void zekCfgRetryUnresolved() {
-    testHost.retries++;
-}
+void zekCfgRetryUnresolved() {}
 
 zekCfgDb* testCfg() {
     return database;

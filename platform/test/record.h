@@ -58,8 +58,6 @@ enum testPoint {
 };
 // From now on the nth use of the point (1: the next one) and the `times` - 1 after it fail.
 void testFail(testPoint point, uint64_t nth = 1, uint64_t times = UINT64_MAX);
-// Pool blocks asked for under this tag fail.
-void testFailTag(uint32_t tag);
 void testFailNothing();
 // Uses of a point since it was last armed (or since the reset).
 uint64_t testUses(testPoint point);
@@ -72,7 +70,6 @@ struct testPlatform {
     uint32_t chassisMode = 1;
     uint32_t rpmType = 4;
     bool aclOnRp2 = true;
-    uint32_t ownAddress = 0x7F010001;
     // Addresses of applications, by number and instance; all others are unknown.
     bool addressesAreFixed = false;
     std::map<std::pair<uint32_t, uint32_t>, uint32_t> addresses;
@@ -85,24 +82,22 @@ struct testPlatform {
     std::deque<std::vector<uint8_t>> inbox[4];  // by queue
     // Called with every message sent; may put answers into the inboxes.
     std::function<void(std::span<const uint8_t>)> onSend;
-    // Called when the task is about to wait and nothing has come.
-    std::function<void()> onIdle;
     bool pipeReadable = false;
     int selectErrno = 0;  // zekSelect fails with it
 
     std::set<zekSwpHandle> deadQueues, busyQueues;  // not alive; not empty. A flush mends both.
-    std::map<zekSwpHandle, std::pair<uint32_t, uint32_t>> queues;  // peer application, slot
-    std::map<zekSwpHandle, zekSwpFree> queueFree;
-    // Of queues that have lost something; a replay mends it.
-    std::map<zekSwpHandle, zekSwpState> queueStates;
+    struct queue {
+        uint32_t peerApp;
+        zekSwpFree free;
+        zekSwpState state = zekSwpState::inStep;  // a replay mends it
+    };
+    std::map<zekSwpHandle, queue> queues;
     std::deque<zekSwpEvent> queueEvents;  // what the task is to be told
     std::map<zekSwpHandle, int> replays;  // begun so far, by queue
     std::set<zekSwpHandle> replaying;     // begun and not ended
 
-    uint32_t clientWaitMs = 10000;
     uint64_t waitedMs = 0;  // for replies that did not come
     uint64_t ticks = 0;     // taskDelay adds to it
-    uint32_t retries = 0;   // of what a restart could not bring back
     uint64_t restedUs = 0;  // zekDelayMicrosecond adds to it
 };
 extern testPlatform testHost;

@@ -15,13 +15,7 @@ constexpr uint32_t SHM_SLOTS = 16;
 constexpr int FIRST_PORT_ID = 100, PIPES = 8;
 
 void* shared[SHM_SLOTS];
-std::vector<zekEvtLine> ring;
-
-struct debugFunction {
-    std::string help;
-    zekDebugFn run;
-};
-std::map<std::string, debugFunction, std::less<>> debugFunctions;
+std::map<std::string, zekDebugFn, std::less<>> debugFunctions;
 
 std::string hex(uint32_t value) {
     char text[16];
@@ -29,14 +23,9 @@ std::string hex(uint32_t value) {
     return text;
 }
 
-void logLine(uint32_t code, const char* text) {
-    ring.push_back({ring.size() + 1, 0, code, text});
-}
-
 }  // namespace
 
 void testResetTasks() {
-    ring.clear();
     debugFunctions.clear();
     for (void*& anchor : shared) anchor = nullptr;
 }
@@ -61,7 +50,7 @@ void zekDelayMicrosecond(uint32_t us) {
     testHost.restedUs += us;
 }
 uint32_t zekClientWaitMs() {
-    return testHost.clientWaitMs;
+    return 10000;
 }
 
 uint32_t zekTaskStartup(uint32_t, uint32_t) {
@@ -117,13 +106,13 @@ int ifmLNameToIfIndex(const char* name, uint32_t* ifindex) {
     return 0;
 }
 
-void zekDebugRegister(const char* name, const char* help, zekDebugFn fn) {
-    debugFunctions[name] = {help, std::move(fn)};
+void zekDebugRegister(const char* name, const char*, zekDebugFn fn) {
+    debugFunctions[name] = std::move(fn);
 }
 bool zekDebugRun(std::string_view name, std::string_view args, std::string* out) {
     auto found = debugFunctions.find(name);
     if (found == debugFunctions.end()) return false;
-    *out = found->second.run(args);
+    *out = found->second(args);
     return true;
 }
 
@@ -136,11 +125,9 @@ void zekEvtCloselog(zekEvtLog) {
 void zekEvtSetSeverityLevel(zekEvtLog, uint32_t) {}
 void zekSysErr(zekEvtLog, uint32_t, uint32_t code, uint32_t, const char* text) {
     testRecord("syserr " + hex(code) + " " + text);
-    logLine(code, text);
 }
 void zekEvtLogPrint(zekEvtLog, uint32_t, const char* text) {
     testRecord(std::string("log ") + text);
-    logLine(0, text);
 }
 // The function and the line that stand in front of a text are no behaviour.
 void zekDebugPrint(std::string_view text) {
@@ -148,9 +135,6 @@ void zekDebugPrint(std::string_view text) {
     const size_t behind = text.find_first_not_of("0123456789", line);
     const bool places = line != 0 && behind != text.npos && behind > line && text[behind] == ' ';
     testRecord("debug " + std::string(places ? text.substr(behind + 1) : text));
-}
-void zekEvtRing(const std::function<void(const zekEvtLine&)>& fn) {
-    for (const zekEvtLine& line : ring) fn(line);
 }
 int zekEvhSubscribeEvt(uint32_t, uint32_t event, uint32_t type) {
     bool fails = testFails(TEST_START);

@@ -10,47 +10,45 @@
 #include "platform/api/zekRadix.h"
 #include "platform/test/inject.h"
 
-// Declares the two functions whose linker names a wrapped function has; CMakeLists.txt repeats its
-// mangled name.
+// Declares the two functions whose linker names a wrapped function has, and begins the one that
+// stands in front; CMakeLists.txt repeats its mangled name.
 #define WRAPPED(result, name, symbol, ...)                \
     result real##name(__VA_ARGS__) asm("__real_" symbol); \
-    result wrap##name(__VA_ARGS__) asm("__wrap_" symbol);
+    result wrap##name(__VA_ARGS__) asm("__wrap_" symbol); \
+    result wrap##name(__VA_ARGS__)
+
+namespace {
+
+bool memoryFails(testPoint point) {
+    const bool every = testFails(TEST_MEMORY);
+    return testFails(point) || every;
+}
+
+}  // namespace
 
 WRAPPED(void*, BlockAlloc, "_Z24zekMC_M_memBlockVarAllocjjm", uint32_t tag, uint32_t flags,
-        size_t size)
-void* wrapBlockAlloc(uint32_t tag, uint32_t flags, size_t size) {
-    bool fails = testFails(TEST_MEMORY);
-    fails |= testFails(TEST_BLOCK);
-    return fails || testTagFails(tag) ? nullptr : realBlockAlloc(tag, flags, size);
+        size_t size) {
+    return memoryFails(TEST_BLOCK) ? nullptr : realBlockAlloc(tag, flags, size);
 }
 
-WRAPPED(void*, HeapAlloc, "_Z17zekMC_MM_mallocAtmPKci", size_t size, const char* file, int line)
-void* wrapHeapAlloc(size_t size, const char* file, int line) {
-    bool fails = testFails(TEST_MEMORY);
-    fails |= testFails(TEST_HEAP);
-    return fails ? nullptr : realHeapAlloc(size, file, line);
+WRAPPED(void*, HeapAlloc, "_Z17zekMC_MM_mallocAtmPKci", size_t size, const char* file, int line) {
+    return memoryFails(TEST_HEAP) ? nullptr : realHeapAlloc(size, file, line);
 }
 
-WRAPPED(void*, BufferAlloc, "_Z17zekMC_M_sysMallocm", size_t size)
-void* wrapBufferAlloc(size_t size) {
-    bool fails = testFails(TEST_MEMORY);
-    fails |= testFails(TEST_BUFFER);
-    return fails ? nullptr : realBufferAlloc(size);
+WRAPPED(void*, BufferAlloc, "_Z17zekMC_M_sysMallocm", size_t size) {
+    return memoryFails(TEST_BUFFER) ? nullptr : realBufferAlloc(size);
 }
 
-WRAPPED(zekRadix*, TreeCreate, "_Z14zekRadixCreatePKcj", const char* name, uint32_t bits)
-zekRadix* wrapTreeCreate(const char* name, uint32_t bits) {
+WRAPPED(zekRadix*, TreeCreate, "_Z14zekRadixCreatePKcj", const char* name, uint32_t bits) {
     return testFails(TEST_TREE) ? nullptr : realTreeCreate(name, bits);
 }
 
-WRAPPED(zekRadix*, TreeCreateP, "_Z15zekRadixCreatePPKcj", const char* name, uint32_t bits)
-zekRadix* wrapTreeCreateP(const char* name, uint32_t bits) {
+WRAPPED(zekRadix*, TreeCreateP, "_Z15zekRadixCreatePPKcj", const char* name, uint32_t bits) {
     return testFails(TEST_TREE) ? nullptr : realTreeCreateP(name, bits);
 }
 
 WRAPPED(int, TreeInsert, "_Z14zekRadixInsertP8zekRadixP12zekRadixNodePKvj", zekRadix* tree,
-        zekRadixNode* node, const void* key, uint32_t bits)
-int wrapTreeInsert(zekRadix* tree, zekRadixNode* node, const void* key, uint32_t bits) {
+        zekRadixNode* node, const void* key, uint32_t bits) {
     return testFails(TEST_INSERT) ? -1 : realTreeInsert(tree, node, key, bits);
 }
 
@@ -123,34 +121,29 @@ int insert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& reques
 }  // namespace
 
 WRAPPED(int, InsertBoth, "_Z20zekCfgInsertBothLineP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest",
-        zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request)
-int wrapInsertBoth(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
+        zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
     return insert(db, record, request, true, realInsertBoth);
 }
 
 WRAPPED(int, Insert, "_Z12zekCfgInsertP8zekCfgDbRK12zekCfgRecordRK13zekCfgRequest", zekCfgDb* db,
-        const zekCfgRecord& record, const zekCfgRequest& request)
-int wrapInsert(zekCfgDb* db, const zekCfgRecord& record, const zekCfgRequest& request) {
+        const zekCfgRecord& record, const zekCfgRequest& request) {
     return insert(db, record, request, false, realInsert);
 }
 
 WRAPPED(int, Remove, "_Z16zekCfgRemoveNodeP8zekCfgDbRK12zekCfgRecord", zekCfgDb* db,
-        const zekCfgRecord& record)
-int wrapRemove(zekCfgDb* db, const zekCfgRecord& record) {
+        const zekCfgRecord& record) {
     int status = testFails(TEST_CFG) ? -1 : realRemove(db, record);
     return recordChange("remove " + placeOf(record, false), status, " absent");
 }
 
 WRAPPED(int, Exact, "_Z17zekCfgRemoveExactP8zekCfgDbRK12zekCfgRecord", zekCfgDb* db,
-        const zekCfgRecord& record)
-int wrapExact(zekCfgDb* db, const zekCfgRecord& record) {
+        const zekCfgRecord& record) {
     int status = testFails(TEST_CFG) ? -1 : realExact(db, record);
     return recordChange("exact " + placeOf(record, true), status, " absent");
 }
 
 WRAPPED(int, Sync, "_Z10zekCfgSyncP8zekCfgDbRK16zekCfgSyncRecord", zekCfgDb* db,
-        const zekCfgSyncRecord& record)
-int wrapSync(zekCfgDb* db, const zekCfgSyncRecord& record) {
+        const zekCfgSyncRecord& record) {
     std::string name(record.name, strnlen(record.name, sizeof record.name));
     char words[64] = "";
     if (record.words[1] != 0)

@@ -22,7 +22,29 @@ class listLock : public testing::Test {
     uint32_t count() { return std::atomic_ref(readers).load(); }
 };
 
-TEST_F(listLock, ReadersShareItAndAreCounted) {
+// Lost updates would show if two writers, or a writer and a reader, were inside together.
+TEST_F(listLock, WritersAreAlone) {
+    uint64_t first = 0, second = 0;
+    std::atomic<int> torn = 0;
+    auto work = [&](bool writes) {
+        for (int i = 0; i < 2000; i++) {
+            writes ? aclWriteLock() : aclReadLock();
+            torn += first != second || (writes && count() != 0);
+            if (writes) first++, second++;
+            writes ? aclWriteUnlock() : aclReadUnlock();
+        }
+    };
+    {
+        std::jthread threads[] = {std::jthread(work, true), std::jthread(work, false),
+                                  std::jthread(work, true), std::jthread(work, false)};
+    }
+    EXPECT_EQ(first, 4000u);
+    EXPECT_EQ(second, 4000u);
+    EXPECT_EQ(torn, 0);
+}
+
+// Readers are inside together, but with a writer waiting a new one must wait too.
+TEST_F(listLock, ReadersShareItAndAWaitingWriterHoldsUpNewOnes) {
     aclReadLock();
     std::thread([&] {
         aclReadLock();
@@ -30,41 +52,6 @@ TEST_F(listLock, ReadersShareItAndAreCounted) {
         aclReadUnlock();
     }).join();
     EXPECT_EQ(count(), 1u);
-    aclReadUnlock();
-    EXPECT_EQ(count(), 0u);
-}
-
-// Lost updates would show if two writers, or a writer and a reader, were inside together.
-TEST_F(listLock, WritersAreAlone) {
-    uint64_t first = 0, second = 0;
-    std::atomic<int> torn = 0;
-    auto write = [&] {
-        for (int i = 0; i < 2000; i++) {
-            aclWriteLock();
-            first++;
-            second++;
-            if (count() != 0) torn++;
-            aclWriteUnlock();
-        }
-    };
-    auto read = [&] {
-        for (int i = 0; i < 2000; i++) {
-            aclReadLock();
-            if (first != second) torn++;
-            aclReadUnlock();
-        }
-    };
-    std::thread threads[] = {std::thread(write), std::thread(read), std::thread(write),
-                             std::thread(read)};
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(first, 4000u);
-    EXPECT_EQ(second, 4000u);
-    EXPECT_EQ(torn, 0);
-}
-
-// With a reader inside and a writer waiting, a new reader must wait too.
-TEST_F(listLock, AWaitingWriterHoldsUpNewReaders) {
-    aclReadLock();
     std::thread writer([] {
         aclWriteLock();
         aclWriteUnlock();
@@ -80,6 +67,7 @@ TEST_F(listLock, AWaitingWriterHoldsUpNewReaders) {
     aclReadUnlock();
     writer.join();
     EXPECT_FALSE(refused());
+    EXPECT_EQ(count(), 0u);
 }
 
 #ifndef NDEBUG
