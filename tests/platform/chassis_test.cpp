@@ -25,27 +25,26 @@ class chassisFile : public testing::Test {
     }
 };
 
-TEST_F(chassisFile, TheExampleIsReadWhole) {
+TEST_F(chassisFile, TheExampleIsReadWholeAndEveryInterfaceNameHasAnIndexThatLeadsBack) {
     ASSERT_TRUE(zekChassisLoad(exampleFile(), &chassis, &error)) << error;
     EXPECT_EQ(chassis.chassisMode, 1u);
     EXPECT_EQ(chassis.routeProcessorType, 4u);
     ASSERT_EQ(chassis.routeProcessors.size(), 2u);
-    EXPECT_TRUE(chassis.routeProcessors[0].primary);
-    EXPECT_FALSE(chassis.routeProcessors[1].primary);
+    EXPECT_TRUE(chassis.routeProcessors[0].primary && !chassis.routeProcessors[1].primary);
     ASSERT_EQ(chassis.cards.size(), 2u);
     EXPECT_TRUE(chassis.cards[1].ipv6Egress);
     EXPECT_EQ(chassis.cards[1].ports[3].pipe, 1u);
+    const std::tuple<uint32_t, uint32_t, uint32_t> addresses[] = {
+        {APP_IFM, 0, 0x7F010001},
+        {APP_IFM, 1, ADDRESS_UNKNOWN},
+        {APP_ACL_AGENT, 2, 0x7F010102},
+        {APP_MAC_AGENT, 1, 0x7F010101},
+        {APP_ACL_AGENT, 0, ADDRESS_UNKNOWN},
+        {APP_ACL_AGENT, 20, ADDRESS_UNKNOWN},
+        {APP_ACL_AGENT, ~0u, ADDRESS_UNKNOWN}};
+    for (const auto& [app, instance, address] : addresses)
+        EXPECT_EQ(chassisAddress(chassis, app, instance), address) << app << " " << instance;
 
-    EXPECT_EQ(chassisAddress(chassis, APP_IFM, 0), 0x7F010001u);
-    EXPECT_EQ(chassisAddress(chassis, APP_IFM, 1), ADDRESS_UNKNOWN);
-    EXPECT_EQ(chassisAddress(chassis, APP_ACL_AGENT, 2), 0x7F010102u);
-    EXPECT_EQ(chassisAddress(chassis, APP_MAC_AGENT, 1), 0x7F010101u);
-    for (uint32_t slot : {0u, 3u, 20u, 0xFFFFFFFFu})
-        EXPECT_EQ(chassisAddress(chassis, APP_ACL_AGENT, slot), ADDRESS_UNKNOWN);
-}
-
-TEST_F(chassisFile, EveryInterfaceNameHasAnIndexThatLeadsBack) {
-    ASSERT_TRUE(zekChassisLoad(exampleFile(), &chassis, &error)) << error;
     const std::tuple<const char*, uint32_t, int> rows[] = {
         {"1/0", IF_TYPE_PORT, 1},
         {"2/3", IF_TYPE_PORT, 2},
@@ -60,14 +59,13 @@ TEST_F(chassisFile, EveryInterfaceNameHasAnIndexThatLeadsBack) {
         EXPECT_EQ(ifindexSlot(ifindex), slot) << name;
         EXPECT_EQ(chassisIfName(chassis, ifindex), name);
     }
-    for (const char* name : {"", "3/0", "vlan 30", "vlan  10", "vlan", "port-channel 01", "1/0 "})
-        EXPECT_FALSE(chassisIfIndex(chassis, name, &ifindex)) << name;
     // By its index whatever there is.
     for (const char* name : {"0x10040001", "0x0004000a"}) {
         ASSERT_TRUE(chassisIfIndex(chassis, name, &ifindex));
         EXPECT_EQ(chassisIndexText(ifindex), name);
     }
-    for (const char* name : {"0x1004000", "0x1004000g", "1004000112", "0x100400012"})
+    for (const char* name : {"", "3/0", "vlan 30", "vlan  10", "vlan", "port-channel 01", "1/0 ",
+                             "0x1004000", "0x1004000g", "1004000112", "0x100400012"})
         EXPECT_FALSE(chassisIfIndex(chassis, name, &ifindex)) << name;
     for (uint32_t unknown : {0u, 1u, 19u, 0xFFFFFFFFu, ifindexMake(IF_TYPE_VLAN, 30), 0x04000000u})
         EXPECT_EQ(chassisIfName(chassis, unknown), "") << unknown;
@@ -147,17 +145,14 @@ TEST_F(chassisFile, DamagedTextIsRefusedOrReadButNeverTrusted) {
 }
 
 TEST(address, TextsAndNumbers) {
-    const std::pair<const char*, uint32_t> good[] = {
-        {"0.0.0.0", 0}, {"127.1.0.1", 0x7F010001}, {"255.255.255.255", ~0u}};
     uint32_t address = 7;
     for (const char* bad :
          {"256.0.0.1", "1.2.3", "1.2.3.4.", "1.2.3.4 ", "1..2.3", "0001.2.3.4", "", "-1.2.3.4"})
         EXPECT_FALSE(addressParse(bad, &address)) << bad;
     EXPECT_EQ(address, 7u);
-    for (const auto& [text, value] : good) {
-        EXPECT_TRUE(addressParse(text, &address));
-        EXPECT_EQ(address, value);
-        EXPECT_EQ(addressText(value), text);
+    for (const char* good : {"0.0.0.0", "127.1.0.1", "255.255.255.255"}) {
+        EXPECT_TRUE(addressParse(good, &address));
+        EXPECT_EQ(addressText(address), good);
     }
 }
 

@@ -12,16 +12,6 @@
 namespace {
 
 std::thread::id ranOn;
-std::string echo(std::string_view args) {
-    ranOn = std::this_thread::get_id();
-    return "<" + std::string(args) + ">";
-}
-std::string large(std::string_view) {
-    return std::string(5000000, 'x');
-}
-std::string breaks(std::string_view) {
-    throw std::runtime_error("it broke");
-}
 
 class debugShell : public testing::Test {
   protected:
@@ -32,9 +22,15 @@ class debugShell : public testing::Test {
 
     debugShell() {
         hostConf().runDir = run.path;
-        zekDebugRegister("echo", "its arguments", echo);
-        zekDebugRegister("large", "much text", large);
-        zekDebugRegister("breaks", "nothing", breaks);
+        zekDebugRegister("echo", "its arguments", [](std::string_view args) {
+            ranOn = std::this_thread::get_id();
+            return "<" + std::string(args) + ">";
+        });
+        zekDebugRegister("large", "much text",
+                         [](std::string_view) { return std::string(5000000, 'x'); });
+        zekDebugRegister("breaks", "nothing", [](std::string_view) -> std::string {
+            throw std::runtime_error("it broke");
+        });
         pipe = zekSwpCreatePipe("/zek/pipe/cp/aclpipe");
         EXPECT_GE(pipe, 0);
     }
@@ -53,16 +49,23 @@ class debugShell : public testing::Test {
             }
         });
     }
-    int call(std::string_view name, std::string_view args, std::string* out, int ms = 60000) {
-        return zekDebugCall(run.path, 0, name, args, ms, out);
+    void expect(std::string_view name, std::string_view args, int result, std::string_view text) {
+        std::string out;
+        EXPECT_EQ(zekDebugCall(run.path, 0, name, args, 60000, &out), result);
+        EXPECT_EQ(out, text) << name;
     }
-    hostFd connectRaw() {
+    // A client of its own, which has sent something.
+    hostFd connectRaw(std::string_view sent) {
         sockaddr_un address;
         int dirFd;
         EXPECT_TRUE(hostSocketAddress(run.path, "debug-rp0", &address, &dirFd));
         hostFd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         EXPECT_EQ(connect(fd.fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        say(fd, sent);
         return fd;
+    }
+    static void say(const hostFd& fd, std::string_view text) {
+        (void)!send(fd.fd, text.data(), text.size(), MSG_NOSIGNAL);
     }
     static std::string readAll(const hostFd& fd) {
         std::string all;
@@ -73,62 +76,42 @@ class debugShell : public testing::Test {
     }
 };
 
-TEST_F(debugShell, RunsOnTheTasksThread) {
+TEST_F(debugShell, RunsOnTheTasksThreadAndRefusesWhatIsNoRequest) {
     startTask();
-    std::string out;
-    ASSERT_EQ(call("echo", "a b  c", &out), 0) << out;
-    EXPECT_EQ(out, "<a b  c>");
+    expect("echo", "a b  c", 0, "<a b  c>");
     EXPECT_EQ(ranOn, task.get_id());
-    EXPECT_EQ(call("echo", "", &out), 0);
-    EXPECT_EQ(out, "<>");
-    EXPECT_EQ(call("large", "", &out), 0);
-    EXPECT_EQ(out.size(), 5000000u);
-    EXPECT_EQ(call("breaks", "", &out), 0);
-    EXPECT_EQ(out, "it broke");
-    EXPECT_EQ(call("nothing-of-that-name", "", &out), -2);
-    EXPECT_EQ(out, "no such debug function");
-}
-
-TEST_F(debugShell, RefusesWhatIsNoRequest) {
-    startTask();
+    expect("echo", "", 0, "<>");
+    expect("large", "", 0, std::string(5000000, 'x'));
+    expect("breaks", "", 0, "it broke");
+    expect("nothing-of-that-name", "", -2, "no such debug function");
+    const char* oneLine = "a debug request is one line, and its name one word";
+    expect("", "", -1, oneLine);
+    expect("two words", "", -1, oneLine);
+    expect("echo", "a\necho b", -1, oneLine);
+    expect("echo", std::string(4090, 'x'), 0, "<" + std::string(4090, 'x') + ">");
+    expect("echo", std::string(4096, 'x'), -2, "the request is too long");
     std::string out;
-    EXPECT_EQ(call("", "", &out), -1);
-    EXPECT_EQ(call("two words", "", &out), -1);
-    EXPECT_EQ(call("echo", "a\necho b", &out), -1);
-    EXPECT_EQ(call("echo", std::string(4090, 'x'), &out), 0);
-    EXPECT_EQ(call("echo", std::string(4096, 'x'), &out), -2);
-    EXPECT_EQ(out, "the request is too long");
     EXPECT_EQ(zekDebugCall(run.path, 1, "echo", "", 1000, &out), -1);
-    EXPECT_NE(out.find("no manager"), std::string::npos);
-
-    hostFd endless = connectRaw();
-    std::string junk(100000, 'y');
-    (void)!send(endless.fd, junk.data(), junk.size(), MSG_NOSIGNAL);
-    EXPECT_TRUE(readAll(endless).starts_with("NO "));
-    hostFd bare = connectRaw();
-    EXPECT_EQ(send(bare.fd, "\n", 1, 0), 1);
-    EXPECT_EQ(readAll(bare), "NO no such debug function\n");
+    EXPECT_EQ(out, "no manager answers in " + run.path);
+    EXPECT_TRUE(readAll(connectRaw(std::string(100000, 'y'))).starts_with("NO "));
+    EXPECT_EQ(readAll(connectRaw("\n")), "NO no such debug function\n");
 }
 
 // Clients that say nothing, half a line, or do not read must hold up neither the task nor others.
 TEST_F(debugShell, AClientThatHangsHoldsNobodyUp) {
     startTask();
-    hostFd silent = connectRaw(), half = connectRaw(), deaf = connectRaw();
-    EXPECT_EQ(send(half.fd, "ech", 3, 0), 3);
-    EXPECT_EQ(send(deaf.fd, "large\n", 6, 0), 6);
-    std::string out;
-    for (int i = 0; i < 20; i++) ASSERT_EQ(call("echo", "still there", &out), 0) << out;
-    EXPECT_EQ(send(half.fd, "o late\n", 7, 0), 7);
+    hostFd silent = connectRaw(""), half = connectRaw("ech"), deaf = connectRaw("large\n");
+    for (int i = 0; i < 20; i++) expect("echo", "still there", 0, "<still there>");
+    say(half, "o late\n");
     EXPECT_EQ(readAll(half), "OK 6\n<late>");
 }
 
 TEST_F(debugShell, ATaskThatDoesNotAnswerCostsTheCallerItsTimeOnly) {
     std::string out;
-    EXPECT_EQ(call("echo", "lost", &out, 50), -1);
+    EXPECT_EQ(zekDebugCall(run.path, 0, "echo", "lost", 50, &out), -1);
     EXPECT_EQ(out, "the manager does not answer");
     startTask();
-    EXPECT_EQ(call("echo", "found", &out), 0);
-    EXPECT_EQ(out, "<found>");
+    expect("echo", "found", 0, "<found>");
 }
 
 TEST_F(debugShell, ThePlatformsFunctionsGiveJson) {
