@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -12,6 +13,7 @@
 
 #include "include/ipc.h"
 #include "include/service.h"
+#include "platform/api/zekCfg.h"
 #include "platform/host/host.h"
 
 struct runFolder {
@@ -29,6 +31,15 @@ struct runFolder {
 inline std::string contentOf(const std::string& file) {
     std::ifstream in(file);
     return {std::istreambuf_iterator<char>(in), {}};
+}
+
+typedef std::vector<std::string> lines;
+
+// What a database shows.
+inline lines shown(zekCfgDb* db) {
+    lines all;
+    EXPECT_EQ(zekCfgWalk(db, [&](std::string_view l) { return all.emplace_back(l), true; }), 0);
+    return all;
 }
 
 constexpr uint32_t RP = 0x7F010001, CARD = 0x7F010101;

@@ -15,8 +15,6 @@
 
 namespace {
 
-using lines = std::vector<std::string>;
-
 // The requests are CLI requests whose list name is the line that they write. A line "x: ..." is a
 // header: a separator without a record stands in front of it.
 class restoreTest : public taskTest {
@@ -74,11 +72,7 @@ class restoreTest : public taskTest {
                 put(b, i, std::string(1, static_cast<char>('a' + b)) + std::to_string(i));
         ASSERT_EQ(zekCfgCommit(db), 0);
     }
-    lines shown() {
-        lines all;
-        EXPECT_EQ(zekCfgWalk(db, [&](std::string_view l) { return all.emplace_back(l), true; }), 0);
-        return all;
-    }
+    lines shown() { return ::shown(db); }
     lines unresolved() {
         lines all;
         auto add = [&](const zekCfgUnresolvedRow& row) { return all.emplace_back(row.text), true; };
