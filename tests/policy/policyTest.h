@@ -1,19 +1,26 @@
-// Policy lists in a test's hands: the task on the recording platform, entries and clauses in one
-// line, and the kinds of lists as parameters.
+// Policy lists in a test's hands: the shell before the task on the recording platform, so that a
+// line is typed and what follows from it is read; the kinds of lists as parameters; entries and
+// clauses for what no line can say.
 #pragma once
 
 #include <arpa/inet.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <functional>
+#include <random>
+#include <set>
+#include <thread>
 
+#include "cli/session.h"
 #include "include/clientMsg.h"
 #include "include/policyMsg.h"
 #include "tests/support/forget.h"
 #include "tests/task/fixture.h"
 
 typedef std::vector<std::string> rows;
+typedef std::span<const clientPairValue> pairs;
 
 constexpr uint32_t PERMIT = 0, DENY = 1;
 inline const listName A = listNameMake("A"), B = listNameMake("B"), M = listNameMake("M");
@@ -21,13 +28,24 @@ inline const listName A = listNameMake("A"), B = listNameMake("B"), M = listName
 struct PolicyTest : TaskTest {
     uint64_t blocks = 0;
     uint32_t status = 0;
+    cliSession shell;
+    char* screen = nullptr;
+    size_t screenSize = 0;
 
     void SetUp() override {
         TaskTest::SetUp();
         blocks = testBlocksInUse();
+        shell.mode = cliMode::configure;
+        shell.options.compile = true;  // numbers may be whatever their fields can hold
+        shell.out = shell.err = open_memstream(&screen, &screenSize);
+        shell.channel.endpoint = reinterpret_cast<zekEndpoint*>(this);  // see shell.cpp
+        shell.channel.card = OWN_CARD;
+        shell.channel.service = CLIENT_SERVICE;
     }
     // Whatever a test did, every list can be deleted and gives back all that it took.
     void TearDown() override {
+        fclose(shell.out);
+        free(screen);
         testFailNothing();
         forgetLists();
         EXPECT_EQ(testBlocksInUse(), blocks) << "blocks leaked";
@@ -35,7 +53,52 @@ struct PolicyTest : TaskTest {
         TaskTest::TearDown();
     }
 
-    // What a show answers: its text, or "status N".
+    // What the shell says to a line.
+    std::string say(std::string_view line) {
+        rewind(shell.out);
+        reply.clear();
+        effects.clear();
+        (void)sessionRun(&shell, line, {"test", 1});
+        fflush(shell.out);
+        return {screen, screenSize};
+    }
+    // The manager's status for a line.
+    uint32_t type(std::string_view line) {
+        const std::string said = say(line);
+        if (reply.size() >= sizeof(cliHdr)) return view<cliHdr>()->result;
+        ADD_FAILURE() << said;
+        return 0xDEAD;
+    }
+    void configure(std::string_view lines) {
+        for (size_t end; !lines.empty(); lines.remove_prefix(end + 1)) {
+            end = lines.find('\n');
+            ASSERT_EQ(type(lines.substr(0, end)), 0u) << screen;
+        }
+    }
+    // The mode of the list that a header names, whether there is one or not.
+    void enter(std::string_view header) {
+        cliCommand command;
+        cliParseError error;
+        ASSERT_EQ(cliParse(sessionContext(shell), header, &command, &error), cliParsed::command);
+        sessionEnter(&shell, command);
+    }
+    // What the last request told the configuration, its feed, the clients and the log.
+    rows told() const {
+        rows out = effects;
+        std::erase_if(out, [](const std::string& row) {
+            return row.starts_with("send ") || row.starts_with("syserr ");
+        });
+        return out;
+    }
+    auto triggers(const char* mtype) const {
+        return std::ranges::count(effects, std::string("swp 1 ") + mtype + " length 292");
+    }
+    static rows lines() {
+        rows out = testCfgLines();
+        std::erase_if(out, [](const std::string& line) { return line.empty() || line[0] == '!'; });
+        return out;
+    }
+    // What a show answers to a caller inside the task: its text, or "status N".
     template <class Show>
     static std::string shown(Show show) {
         void* buffer = nullptr;
@@ -44,91 +107,153 @@ struct PolicyTest : TaskTest {
             EXPECT_EQ(buffer, nullptr);
             return "status " + std::to_string(refused & 0xFF);
         }
-        std::string text = static_cast<char*>(buffer) + SHOW_TEXT_OFFSET;
-        EXPECT_LE(SHOW_TEXT_OFFSET + text.size() + 1, size);
+        std::string out = static_cast<char*>(buffer) + SHOW_TEXT_OFFSET;
+        EXPECT_LE(SHOW_TEXT_OFFSET + out.size() + 1, size);
         zekMC_M_sysFree(buffer);
-        return text;
+        return out;
     }
     static std::string debug(const char* function, std::string_view args) {
         std::string out = "not there";
         EXPECT_TRUE(zekDebugRun(function, args, &out));
         return out;
     }
-};
-
-// --- prefix lists -------------------------------------------------------------------------------
-
-// An entry of either family: "10.0.0.0/8 ge 16 le 24" as numbers. `len` 255: the mask counts.
-struct prefixGiven {
-    alignas(8) uint8_t bytes[sizeof(prefix6EntryBlock)] = {};
-    uint32_t af;
-
-    prefixGiven(uint32_t family, uint32_t seq, uint32_t action, const uint8_t* address, uint8_t len,
-                int ge, int le, const uint8_t* mask)
-        : af(family) {
-        record().seq = seq;
-        record().action = action;
-        record().ge = static_cast<uint32_t>(ge);
-        record().le = static_cast<uint32_t>(le);
-        record().len = len;
-        const size_t width = af == AF_IPV6 ? 16 : 4;
-        std::memcpy(bytes + 24, address, width);
-        std::memcpy(bytes + 24 + width, mask, width);
-    }
-    prefixGiven(uint32_t seq, uint32_t action, const char* address, uint8_t len, int ge = 0,
-                int le = 0, const char* mask = nullptr)
-        : prefixGiven(std::strchr(address, ':') != nullptr ? AF_IPV6 : AF_IPV4, seq, action,
-                      bits(address).data(), len, ge, le,
-                      mask != nullptr ? bits(mask).data() : maskOf(len).data()) {}
-    prefixRecord& record() { return *reinterpret_cast<prefixRecord*>(bytes); }
-    const prefixRecord& record() const { return *reinterpret_cast<const prefixRecord*>(bytes); }
-
-    typedef std::array<uint8_t, 16> wide;
-    static wide bits(const char* text) {
-        wide out{};
-        EXPECT_EQ(inet_pton(std::strchr(text, ':') != nullptr ? AF_INET6 : AF_INET, text, &out), 1);
-        return out;
-    }
-    static wide maskOf(uint8_t length) {
-        wide out;
-        ipRtLen2Mask(length, out.data());
-        return out;
+    // `ask` on threads of its own, without a pause, while change(round) comes between: a round
+    // waits until `askedBetween` questions have been asked. The thread sanitizer looks on.
+    static void askWhileChanging(int threads, uint32_t rounds, uint64_t askedBetween, auto ask,
+                                 auto change) {
+        std::atomic<bool> stop = false;
+        std::atomic<uint64_t> asked = 0;
+        std::vector<std::thread> askers;
+        for (int i = 0; i < threads; i++)
+            askers.emplace_back([&] {
+                for (; !stop; asked++) ask();
+            });
+        for (uint32_t round = 0; round < rounds; round++) {
+            for (uint64_t from = asked; asked < from + askedBetween;) std::this_thread::yield();
+            change(round);
+            testTake();
+        }
+        stop = true;
+        for (std::thread& asker : askers) asker.join();
     }
 };
 
-struct PrefixTest : PolicyTest {
-    static prefixList* create(const char* name, uint32_t af = AF_IPV4) {
-        uint32_t refused = 1;
-        prefixList* list = ipPrefixListCreate(listNameMake(name), 0, &refused, af);
-        EXPECT_EQ(refused, 0u);
-        testTake();
-        return list;
-    }
-    static uint32_t add(const char* name, const prefixGiven& entry) {
-        return ipAddPrefixEntry(listNameMake(name), entry.record(), entry.af);
-    }
-    static uint32_t del(const char* name, const prefixGiven& entry) {
-        return ipDelPrefixEntry(listNameMake(name), entry.record(), 1, entry.af);
-    }
-    static std::vector<uint32_t> numbers(const prefixList* list) {
-        std::vector<uint32_t> seqs;
-        for (const prefixEntry* e = list->head; e != nullptr; e = e->next)
-            seqs.push_back(e->record->seq);
-        return seqs;
-    }
-    // One page; *resume goes on.
-    static std::string page(const char* name, uint32_t* resume, uint32_t af = AF_IPV4,
-                            uint32_t lastChanged = 0) {
-        return shown([&](void** buffer, uint32_t* size) {
-            const uint32_t refused =
-                prefixShowIpList(listNameMake(name), buffer, size, lastChanged, resume, af);
-            EXPECT_EQ(*size, refused != 0 ? 0 : PREFIX_SHOW_BUFFER);
-            return refused;
-        });
+// --- the kinds of lists -------------------------------------------------------------------------
+
+struct policyKind {
+    const char *head, *clause;  // a list's header line, and the clause that names it
+    const char* entry;          // its line: '#' is its number, '@' its action
+    const char* masked;         // in the other mask mode; "": the same
+    // Where the lines stand and how the feed calls them.
+    const char *section, *node, *row, *headSync, *sync;
+    bool syncFirst;  // the header's line comes to the feed first
+    const char* trigger;
+    uint32_t noList, exists, noEntry, noEntryWithoutList, listMemory, entryMemory;
+    policyList* (*find)();
+    int (*addTask)(uint32_t task, uint32_t instance, pairs given);
+    int (*delTask)(uint32_t task, uint32_t instance, pairs given);
+
+    std::string line(uint32_t n, bool inverse = false) const {
+        std::string out = inverse && masked[0] != '\0' ? masked : entry;
+        for (size_t at; (at = out.find('#')) != out.npos;) out.replace(at, 1, std::to_string(n));
+        return out.replace(out.find('@'), 1, n % 2 != 0 ? "deny" : "permit");
     }
 };
+template <uint32_t af>
+constexpr policyKind prefixKind(const char* head, const char* clause, const char* entry,
+                                const char* masked, const char* section, const char* sync) {
+    return {head,
+            clause,
+            entry,
+            masked,
+            section,
+            "144",
+            "148",
+            "3",
+            sync,
+            true,
+            "14468",
+            ACL_E_PREFIX_NOLIST,
+            ACL_E_PREFIX_EXISTS,
+            ACL_E_PREFIX_NOENTRY,
+            ACL_E_PREFIX_NOENTRY,
+            ACL_E_PREFIX_LIST_MEMORY,
+            ACL_E_PREFIX_ENTRY_MEMORY,
+            [] { return static_cast<policyList*>(ipPrefixListFind(A, af)); },
+            [](uint32_t t, uint32_t i, pairs p) { return prefixAddTaskClient(t, i, A, p, 9, af); },
+            [](uint32_t t, uint32_t i, pairs p) { return prefixDelTaskClient(t, i, A, p, af); }};
+}
+inline const policyKind policyKinds[] = {
+    {"ip as-path access-list A",
+     " match as-path A",
+     " @ _#_ ",
+     "",
+     "80",
+     "140",
+     "149",
+     "10",
+     "10",
+     false,
+     "14464",
+     ACL_E_ASPATH_NOLIST,
+     ACL_E_ASPATH_EXISTS,
+     ACL_E_ASPATH_NOENTRY,
+     ACL_E_ASPATH_NOLIST,
+     ACL_E_LIST_MEMORY,
+     ACL_E_ASPATH_MEMORY,
+     [] { return static_cast<policyList*>(bgpASPAccessListFind(A)); },
+     [](uint32_t t, uint32_t i, pairs p) { return aspAddTaskClient(t, i, A, 9, p); },
+     [](uint32_t t, uint32_t i, pairs p) { return aspDelTaskClient(t, i, A, p); }},
+    {"ip community-list A",
+     " match community A",
+     " @ 65000:#",
+     "",
+     "81",
+     "140",
+     "149",
+     "11",
+     "11",
+     false,
+     "14465",
+     ACL_E_COMM_NOLIST,
+     ACL_E_COMM_EXISTS,
+     ACL_E_COMM_NOENTRY,
+     ACL_E_COMM_NOLIST,
+     ACL_E_LIST_MEMORY,
+     ACL_E_COMM_MEMORY,
+     [] { return static_cast<policyList*>(bgpCommAccessListFind(A)); },
+     [](uint32_t t, uint32_t i, pairs) { return commAddTaskClient(t, i, A, 9); },
+     [](uint32_t t, uint32_t i, pairs) { return commDelTaskClient(t, i, A); }},
+    // An entry that is there already is answered as in a community list: meant. Its clients are
+    // route maps only.
+    {"ip extcommunity-list A",
+     " match extcommunity A",
+     " @ rt 65000:# ",
+     "",
+     "82",
+     "140",
+     "149",
+     "35",
+     "35",
+     false,
+     "",
+     ACL_E_EXTCOMM_NOLIST,
+     ACL_E_COMM_EXISTS,
+     ACL_E_EXTCOMM_NOENTRY,
+     ACL_E_EXTCOMM_NOLIST,
+     ACL_E_EXTCOMM_MEMORY,
+     ACL_E_EXTCOMM_MEMORY,
+     [] { return static_cast<policyList*>(bgpExtCommListFind(A)); },
+     nullptr,
+     nullptr},
+    prefixKind<AF_IPV4>("ip prefix-list A", " match ip address prefix-list A",
+                        " seq # @ 10.0.#.0/24", " seq # @ 10.0.#.0 255.255.255.0", "83", "15"),
+    prefixKind<AF_IPV6>("ipv6 prefix-list A", " match ipv6 address prefix-list A",
+                        " seq # @ 2001:#::/32", "", "83v6", "80"),
+};
+constexpr int POLICY_KINDS = 5;
 
-// --- AS-path and community lists ----------------------------------------------------------------
+// --- entries of AS-path and community lists, as a request has them ------------------------------
 
 inline commEntryBlock communities(uint32_t action, const std::vector<uint32_t>& values) {
     commEntryBlock b{};
@@ -139,13 +264,6 @@ inline commEntryBlock communities(uint32_t action, const std::vector<uint32_t>& 
         b.high[i] = values[i] >> 16;
         b.low[i] = values[i] & 0xFFFF;
     }
-    return b;
-}
-inline commEntryBlock communityText(uint32_t action, const std::string& text) {
-    commEntryBlock b{};
-    b.action = action;
-    b.kind = COMM_REGEXP;
-    std::strncpy(b.text, text.c_str(), sizeof b.text - 1);
     return b;
 }
 inline extCommValue target(uint8_t type, uint32_t high, uint32_t low, uint8_t subtype = 2) {
@@ -165,91 +283,85 @@ inline extCommEntryBlock targets(uint32_t action, const std::vector<extCommValue
     std::ranges::copy(values, b.body.values);
     return b;
 }
-inline extCommEntryBlock targetText(uint32_t action, const std::string& text) {
-    extCommEntryBlock b{};
+template <class Block>
+Block expression(uint32_t action, const std::string& text) {
+    Block b{};
     b.action = action;
     b.kind = COMM_REGEXP;
-    std::strncpy(b.body.text, text.c_str(), sizeof b.body.text - 1);
+    if constexpr (requires { b.body; })
+        text.copy(b.body.text, sizeof b.body.text);
+    else
+        text.copy(b.text, sizeof b.text);
     return b;
 }
+auto with(auto block, auto change) {
+    change(block);
+    return block;
+}
 
-// A kind of BGP list. Its entries are numbered: even ones permit, odd ones deny.
-struct bgpKind {
-    const char *head, *section, *sync, *trigger;
-    uint32_t noList, exists, noEntry, listMemory, entryMemory;
-    const char *front, *behind;  // of the number in an entry's line
-    bgpList* (*create)(const listName& name, uint32_t placeholder, uint32_t* status);
-    bgpList* (*find)(const listName& name);
-    uint32_t (*remove)(const listName& name);
-    uint32_t (*add)(const listName& name, uint32_t n);
-    uint32_t (*del)(const listName& name, uint32_t n);
-
-    std::string line(uint32_t n) const {
-        return (n % 2 != 0 ? " deny " : " permit ") + (front + std::to_string(n)) + behind;
-    }
-};
-inline const bgpKind bgpListKinds[] = {
-    {"ip as-path access-list A", "80", "10", "swp 1 14464 length 292", ACL_E_ASPATH_NOLIST,
-     ACL_E_ASPATH_EXISTS, ACL_E_ASPATH_NOENTRY, ACL_E_LIST_MEMORY, ACL_E_ASPATH_MEMORY, "_", "_ ",
-     bgpASPAccessListCreate, bgpASPAccessListFind, bgpASPAccessListDelete,
-     [](const listName& name, uint32_t n) {
-         return bgpAddASPAccessEntry(name, n % 2, {"_" + std::to_string(n) + "_"});
-     },
-     [](const listName& name, uint32_t n) {
-         return bgpDelASPAccessEntry(name, n % 2, {"_" + std::to_string(n) + "_"}, 1);
-     }},
-    {"ip community-list A", "81", "11", "swp 1 14465 length 292", ACL_E_COMM_NOLIST,
-     ACL_E_COMM_EXISTS, ACL_E_COMM_NOENTRY, ACL_E_LIST_MEMORY, ACL_E_COMM_MEMORY, "65000:", "",
-     bgpCommAccessListCreate, bgpCommAccessListFind, bgpCommAccessListDelete,
-     [](const listName& name, uint32_t n) {
-         return bgpAddCommAccessEntry(name, communities(n % 2, {65000u << 16 | n}));
-     },
-     [](const listName& name, uint32_t n) {
-         return bgpDelCommAccessEntry(name, communities(n % 2, {65000u << 16 | n}));
-     }},
-    // An entry that is there already is answered as in a community list: meant.
-    {"ip extcommunity-list A", "82", "35", "", ACL_E_EXTCOMM_NOLIST, ACL_E_COMM_EXISTS,
-     ACL_E_EXTCOMM_NOENTRY, ACL_E_EXTCOMM_MEMORY, ACL_E_EXTCOMM_MEMORY, "rt 65000:", " ",
-     bgpExtCommListCreate, bgpExtCommListFind, bgpExtCommListDelete,
-     [](const listName& name, uint32_t n) {
-         return bgpAddExtCommListEntry(name, targets(n % 2, {target(0, 65000, n)}));
-     },
-     [](const listName& name, uint32_t n) {
-         return bgpDelExtCommListEntry(name, targets(n % 2, {target(0, 65000, n)}));
-     }},
-};
-
-// --- route maps ---------------------------------------------------------------------------------
+// --- clauses ------------------------------------------------------------------------------------
 
 constexpr uint16_t MATCH = RTMAP_MS_MATCH, MATCH6 = RTMAP_MS_V6_MATCH, SET = RTMAP_MS_SET,
                    SET6 = RTMAP_MS_V6_SET, CONTINUE = RTMAP_CONTINUE;
 
-struct clause : rmapClauseBlock {
-    clause(uint16_t clauseClass, uint32_t clauseCode, int32_t number = 10) : rmapClauseBlock{} {
-        cls = clauseClass;
-        code = clauseCode;
-        seq = static_cast<uint32_t>(number);
-        const rmapCodeRow* row = rmapCodeFind(clauseCode);
-        kind = row != nullptr ? uint32_t{row->kind} : 0u;
-    }
-    template <class Change>
-    clause with(Change change) const {
-        clause c = *this;
-        change(c);
-        return c;
-    }
-    rmapClauseBlock* self() { return this; }  // the operations write into it
-    clause list(const char* name) const {
-        return with([=](rmapClauseBlock& b) { b.list = listNameMake(name); });
-    }
-    clause number(uint32_t v, uint16_t sub = 0) const {
-        return with([=](rmapClauseBlock& b) { b.value = v, b.subValue = sub; });
-    }
-    clause ext(const extCommValue& v, uint32_t additive = 0) const {
-        return with([=](rmapClauseBlock& b) {
-            b.extCommunity.values[0] = v;
-            b.extCommunity.count = 1;
-            b.extCommunity.additive = additive;
-        });
-    }
+// A clause of instance 10, with one value of whatever kind.
+inline rmapClauseBlock clause(uint16_t cls, uint32_t code, uint32_t number = 0,
+                              const char* list = "") {
+    rmapClauseBlock c{};
+    c.cls = cls;
+    c.code = code;
+    c.seq = 10u;
+    c.value = number;
+    c.list = listNameMake(list);
+    const rmapCodeRow* row = rmapCodeFind(code);
+    c.kind = row != nullptr ? uint32_t{row->kind} : 0u;
+    return c;
+}
+
+// Every clause as a line of the configuration shows it. Two are typed in another way.
+inline const char* const clauseLines[] = {
+    " match as-path L",
+    " match access list L",
+    " match ip next-hop L",
+    " match community L",
+    " match ip address L",
+    " match community L exact",
+    " match ip route-source L",
+    " match ip address prefix-list L",
+    " match ip next-hop prefix-list L",
+    " match ip route-source prefix-list L",
+    " match origin egp ",
+    " match ipv6 address prefix-list L",
+    " match ipv6 next-hop prefix-list L",
+    " match ipv6 route-source prefix-list L",
+    " match ipv6 next-hop L",
+    " match ipv6 route-source L",
+    " match ipv6 address L",
+    " match extcommunity L",
+    " match route-type external type-2 ",
+    " match metric 4294967295",
+    " match tag 7",
+    " set local-preference 200",
+    " set weight 9",
+    " set next-hop 10.0.0.1",
+    " set metric 5",
+    " set metric + 6",
+    " set metric - 7",
+    " set as-path 65001",
+    " set community 65000:1 65000:2 local-AS no-advertise no-export additive none ",
+    " set community 4259840001 ",
+    " set automatic-tag ",
+    " set level backbone ",
+    " set metric-type type-1",
+    " set as-path tag ",
+    " set origin incomplete ",
+    " set as-path prepend 65000 65546 ",
+    " set comm-list L delete",
+    " set dampening 15 30 45 60",
+    " set tag 3",
+    " set ipv6 next-hop 2001::9",
+    " continue 30",
+    " continue",
+    " set extcommunity rt 65000:1 additive ",
+    " set extcommunity soo 192.0.2.1:7 ",
 };
