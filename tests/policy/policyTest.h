@@ -117,9 +117,10 @@ struct PolicyTest : TaskTest {
         EXPECT_TRUE(zekDebugRun(function, args, &out));
         return out;
     }
-    // `ask` on threads of its own, without a pause, while change(round) comes between: a round
-    // waits until `askedBetween` questions have been asked. The thread sanitizer looks on.
-    static void askWhileChanging(int threads, uint32_t rounds, uint64_t askedBetween, auto ask,
+    // `ask` on threads of its own, without a pause, beside change(round): at least as many rounds
+    // and questions as said, and so many questions between two changes. The thread sanitizer looks
+    // on.
+    static void askWhileChanging(int threads, uint32_t least, uint64_t askedBetween, auto ask,
                                  auto change) {
         std::atomic<bool> stop = false;
         std::atomic<uint64_t> asked = 0;
@@ -128,7 +129,7 @@ struct PolicyTest : TaskTest {
             askers.emplace_back([&] {
                 for (; !stop; asked++) ask();
             });
-        for (uint32_t round = 0; round < rounds; round++) {
+        for (uint32_t round = 0; round < least || asked < least; round++) {
             for (uint64_t from = asked; asked < from + askedBetween;) std::this_thread::yield();
             change(round);
             testTake();

@@ -187,7 +187,7 @@ TEST_F(PrefixTest, ReadersSeeAListBeforeOrAfterAChange) {
         if (decided == nullptr || verdict != static_cast<int>(decided->record->action)) wrong++;
         aclReadUnlock();
     };
-    askWhileChanging(2, 300, 1, ask, [](uint32_t round) {
+    askWhileChanging(2, 300, 0, ask, [](uint32_t round) {
         const prefixGiven entry(1 + round % 50, round % 2, "10.1.0.0",
                                 static_cast<uint8_t>(16 + round % 9), 0, 32);
         if (ipAddPrefixEntryExt(A, entry.record(), AF_IPV4) != 0)

@@ -212,7 +212,7 @@ TEST_F(RmapCheck, ReadersBesideChanges) {
         // Either the instance stands with one of its two weights, or it does not match.
         EXPECT_TRUE(verdict == 1 || out.weight == 0 || out.weight == 5 || out.weight == 6);
     };
-    askWhileChanging(2, 200, 2, ask, [](uint32_t round) {
+    askWhileChanging(2, 200, 0, ask, [](uint32_t round) {
         const uint32_t odd = round % 2;
         aclWriteLock();
         for (auto& c :
