@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "include/cliMsg.h"
+#include "include/policyMsg.h"
 #include "include/status.h"
 #include "tests/system/chassis.h"
 
@@ -31,14 +32,13 @@ std::vector<uint8_t> addEntry(const rawClient& client, uint32_t seq) {
     req->block.srcMask = 0xFFFFFF00;
     return message;
 }
+bool hasEntry(const std::string& config, uint32_t seq) {
+    return has(config, " seq " + std::to_string(seq) + " permit 10.");
+}
 
 uint32_t resultOf(const std::vector<uint8_t>& answer) {
     return answer.size() < sizeof(cliHdr) ? ACL_E_SYSTEM
                                           : reinterpret_cast<const cliHdr*>(answer.data())->result;
-}
-
-bool hasEntry(const std::string& config, uint32_t seq) {
-    return has(config, " seq " + std::to_string(seq) + " ");
 }
 
 // Somebody else who uses the database.
@@ -114,7 +114,7 @@ struct Storage : testing::Test {
         refuses("no ip access-list standard S\n");
         refuses("access-list inverse-mask\n");
         EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
-        EXPECT_TRUE(hasEntry(chassis.runningConfig(), 5));
+        EXPECT_TRUE(has(chassis.runningConfig(), " seq 5 "));
         EXPECT_EQ(chassis.shell({"-c", "write memory"}).status, 1);
         EXPECT_TRUE(client.receive(0).empty());  // the change under way is not promised yet
         heal();
@@ -127,34 +127,54 @@ struct Storage : testing::Test {
     }
 };
 
-// Sends changes until the manager is killed, and keeps what was answered.
-struct changes {
-    std::set<uint32_t> entries;
-    uint32_t last = 0, lastAsked = 0, lastTold = 0;  // numbers of requests; of mode changes
-    bool inverse = false;                            // asked for last
+// A prefix list whose numbers are multiples of `step`, as the configuration shows it.
+std::string prefixLines(uint32_t step, bool inverse) {
+    std::string lines = "ip prefix-list P\n";
+    for (uint32_t i = 1; i <= 300; i++)
+        lines += " seq " + std::to_string(i * step) + " permit 11." + std::to_string(i / 256) +
+                 "." + std::to_string(i % 256) + (inverse ? ".0 255.255.255.0\n" : ".0/24\n");
+    return lines;
+}
 
+// Sends changes until the manager is killed, and keeps what was answered: entries, and now and then
+// the mask mode or all the numbers of list P, which are multiples of five or of seven.
+struct changes {
+    struct change {
+        bool on = false;               // asked for last
+        uint32_t asked = 0, told = 0;  // numbers of requests
+    } inverse, sevens;
+    std::set<uint32_t> entries;
+    uint32_t last = 0;
+
+    std::vector<uint8_t> next(const rawClient& client) {
+        std::vector<uint8_t> message = addEntry(client, ++last);
+        if (last % 16 != 0) return message;
+        change& c = last % 32 == 0 ? inverse : sevens;
+        c = {!c.on, last};
+        message.assign(last % 32 == 0 ? sizeof(ipcHdr) : sizeof(cliPrefixReseqReq), 0);
+        client.fillHeader(message,
+                          last % 32 != 0 ? uint32_t{MT_CLI_COMMAND}
+                          : c.on         ? MT_ACL_INVERSEMASK_ENABLE
+                                         : MT_ACL_INVERSEMASK_DISABLE,
+                          last);
+        if (last % 32 == 0) return message;
+        auto* req = reinterpret_cast<cliPrefixReseqReq*>(message.data());
+        req->cli.code = CLI_PREFIX_RESEQUENCE;
+        req->cli.name = listNameMake("P");
+        req->start = req->step = c.on ? 7 : 5;
+        req->family = AF_IPV4;
+        return message;
+    }
     void take(const std::vector<uint8_t>& answer) {
-        const auto* hdr = reinterpret_cast<const ipcHdr*>(answer.data());
-        if (hdr->mtype != MT_CLI_COMMAND)
-            lastTold = hdr->sequence;
-        else if (resultOf(answer) == ACL_OK)
-            entries.insert(hdr->sequence);
+        const uint32_t number = reinterpret_cast<const ipcHdr*>(answer.data())->sequence;
+        for (change* c : {&inverse, &sevens})
+            if (number == c->asked) c->told = number;
+        if (number % 16 != 0 && resultOf(answer) == ACL_OK) entries.insert(number);
     }
     void until(const chassisFixture& chassis, const rawClient& client) {
         for (int outstanding = 0; chassis.manager.running();) {
-            while (outstanding < 8) {
-                std::vector<uint8_t> message = addEntry(client, ++last);
-                if (last % 32 == 0) {
-                    message.resize(sizeof(ipcHdr));
-                    inverse = !inverse;
-                    client.fillHeader(
-                        message, inverse ? MT_ACL_INVERSEMASK_ENABLE : MT_ACL_INVERSEMASK_DISABLE,
-                        lastAsked = last);
-                }
-                if (!client.send(message)) break;
-                outstanding++;
-            }
-            std::vector<uint8_t> answer = client.receive(20);
+            while (outstanding < 8 && client.send(next(client))) outstanding++;
+            const std::vector<uint8_t> answer = client.receive(20);
             if (answer.empty()) continue;
             take(answer);
             outstanding--;
@@ -162,45 +182,6 @@ struct changes {
         for (std::vector<uint8_t> answer; !(answer = client.receive(0)).empty();) take(answer);
     }
 };
-
-// A prefix list whose numbers are multiples of `step`, as the configuration shows it.
-std::string prefixLines(uint32_t step) {
-    std::string lines = "ip prefix-list P\n";
-    for (uint32_t i = 1; i <= 300; i++)
-        lines += " seq " + std::to_string(i * step) + " permit 10." + std::to_string(i / 256) +
-                 "." + std::to_string(i % 256) + ".0/24\n";
-    return lines;
-}
-
-TEST_F(Storage, AResequencingThatIsKilledIsThereWholeOrNotAtAll) {
-    const int rounds = killRounds(5);
-    std::mt19937 rng(static_cast<uint32_t>(getpid()));
-    ASSERT_TRUE(chassis.startManager());
-    chassis.load(prefixLines(5));
-    uint32_t step = 5;
-    for (int round = 0; round < rounds; round++) {
-        SCOPED_TRACE("round " + std::to_string(round));
-        const uint32_t wanted = step == 5 ? 7 : 5;
-        bool answered = false;
-        std::thread asker([&] {
-            const std::string number = std::to_string(wanted);
-            answered = chassis
-                           .shell({"--timeout", "1", "-c", "configure terminal", "-c",
-                                   "resequence prefix-list P " + number + " " + number})
-                           .status == 0;
-        });
-        std::this_thread::sleep_for(std::chrono::microseconds(rng() % 500000));
-        chassis.manager.stop(SIGKILL);
-        asker.join();
-        ASSERT_TRUE(chassis.startManager());
-        ASSERT_TRUE(chassis.killAndRestart());
-        const std::string config = chassis.runningConfig();
-        const bool renumbered = has(config, prefixLines(wanted));
-        ASSERT_TRUE(renumbered || has(config, prefixLines(step)));
-        EXPECT_TRUE(renumbered || !answered);
-        if (renumbered) step = wanted;
-    }
-}
 
 }  // namespace
 
@@ -258,19 +239,18 @@ TEST_F(Storage, ARowOfADamagedDatabaseDoesNotHoldARestart) {
     EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
 }
 
-// Kills at random instants of changes of entries and of the mask mode, and of the restore behind
-// them. The rounds use one run folder, so that the restores grow.
-TEST_F(Storage, WhatWasAnsweredIsShownAfterKillsAtAnyInstant) {
-    const int rounds = killRounds(5);
+// Kills at random instants of changes, and of the restore behind them. The rounds use one run
+// folder, so that the restores grow.
+TEST_F(Storage, WhatWasAnsweredIsShownWholeAfterKillsAtAnyInstant) {
     std::mt19937 rng(static_cast<uint32_t>(getpid()));
     auto someTime = [&](uint32_t maxUs) {
         std::this_thread::sleep_for(std::chrono::microseconds(rng() % maxUs));
     };
     ASSERT_TRUE(chassis.startManager());
-    chassis.load("ip access-list standard S\n");
+    chassis.load("ip access-list standard S\n" + prefixLines(5, false));
     changes all;
-    for (int round = 0; round < rounds; round++) {
-        SCOPED_TRACE("round " + std::to_string(round));
+    for (int round = killRounds(8); round > 0; round--) {
+        SCOPED_TRACE(round);
         const rawClient client(chassis, static_cast<uint32_t>(round));
         const int pid = chassis.manager.pid;
         std::thread killer([&] {
@@ -287,15 +267,16 @@ TEST_F(Storage, WhatWasAnsweredIsShownAfterKillsAtAnyInstant) {
         const std::string config = chassis.runningConfig();
         for (uint32_t seq : all.entries) ASSERT_TRUE(hasEntry(config, seq)) << seq;
         const bool inverse = has(config, "access-list inverse-mask");
-        if (all.lastTold == all.lastAsked) {
-            EXPECT_EQ(inverse, all.inverse);
+        const bool sevens = has(config, prefixLines(7, inverse));
+        EXPECT_TRUE(sevens || has(config, prefixLines(5, inverse)));
+        for (auto [c, shown] : {std::pair(&all.inverse, inverse), {&all.sevens, sevens}}) {
+            EXPECT_TRUE(shown == c->on || c->told != c->asked);
+            *c = {shown};
         }
-        all.inverse = inverse;
-        all.lastTold = all.lastAsked;
-        // All entries have a mask: it is shown in one way.
-        EXPECT_EQ(has(config, "/24"), !inverse && !all.entries.empty());
-        EXPECT_EQ(has(config, ".0 255.255.255.0"), inverse && !all.entries.empty());
-        EXPECT_EQ(chassis.show("show configuration unresolved").find("line"), std::string::npos);
+        // All masks are shown in one way.
+        EXPECT_NE(has(config, "/24"), inverse);
+        EXPECT_NE(has(config, ".0 255.255.255.0"), !inverse);
+        EXPECT_FALSE(has(chassis.show("show configuration unresolved"), "line"));
     }
     EXPECT_FALSE(all.entries.empty());
 }
