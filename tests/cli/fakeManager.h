@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <mutex>
+#include <map>
 #include <span>
 #include <thread>
 
@@ -85,11 +85,13 @@ struct fakeManager : fakeEndpoint {
             if (message.size() < sizeof(cliHdr)) return m.answer(message, ACL_OK);
             auto* map = reinterpret_cast<cliRmapReq*>(message.data());
             if (map->cli.code == CLI_RMAP_CREATE && map->seq == RMAP_SEQ_NOT_GIVEN) map->seq = 40;
-            const std::string_view name = listNameView(map->cli.name);
-            m.answer(message, name == "IS-STANDARD" ? ACL_E_IS_STANDARD
-                              : name == "EGRESS"    ? ACL_E_CP_EGRESS
-                              : name == "SEVERAL"   ? ACL_E_RMAP_SEQ_NEEDED
-                                                    : ACL_OK);
+            static const std::map<std::string_view, uint32_t> refused{
+                {"IS-STANDARD", ACL_E_IS_STANDARD},
+                {"EGRESS", ACL_E_CP_EGRESS},
+                {"SEVERAL", ACL_E_RMAP_SEQ_NEEDED},
+                {"UNKNOWN", 0x3d0000fe}};
+            const auto found = refused.find(listNameView(map->cli.name));
+            m.answer(message, found == refused.end() ? uint32_t{ACL_OK} : found->second);
         });
     }
     void answer(std::vector<uint8_t> message, uint32_t result) {

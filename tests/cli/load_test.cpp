@@ -63,6 +63,7 @@ std::vector<loadRow> loadRows() {
          "1000 IS-STANDARD; 1000 S; 1002 S 0",
          "F:1:1: The list exists as a standard access list\n|F:2:2: Not sent: the header in line 1 "
          "was refused\n|F:3:2: Not sent: the header in line 1 was refused\n"},
+        {"ip trace-group UNKNOWN\n", "1041 UNKNOWN", "0x3d0000fe"},  // a status without a sentence
         {"ip access-list standard A\n permt any\n deny any\n", "1000 A; 1002 A 0",
          "F: 1 of 3 lines refused"},
         {"access-list inverse-mask\n" + entries(5) +

@@ -137,19 +137,6 @@ TEST(Session, AWalkThatDoesNotMoveOnEnds) {
     }
 }
 
-TEST(Session, AReplyOfManyMegabytesArrivesWhole) {
-    std::string line = " seq 5 permit any order 255\r\n", text = "Standard IP access list A\r\n";
-    constexpr size_t LINES = 300000;
-    for (size_t i = 0; i < LINES; i++) text += line;
-    fakeManager manager;
-    manager.run([&](fakeManager& m, std::vector<uint8_t>& message) {
-        m.answerText(message, listNameMake("A"), text);
-    });
-    testSession s(manager.dir);
-    EXPECT_TRUE(s.run("show ip access-lists A | count"));
-    EXPECT_EQ(s.printed(), std::to_string(LINES + 1) + "\n");
-}
-
 TEST(Session, ModesFollowTheCommands) {
     fakeManager manager;
     manager.serve();
@@ -192,15 +179,6 @@ TEST(Session, ModesFollowTheCommands) {
     manager.halt();
     const auto* clause = reinterpret_cast<cliRmapClauseReq*>(manager.received.back().data());
     EXPECT_EQ(uint32_t{clause->clause.seq}, 40u);
-}
-
-TEST(Session, AnUnknownStatusIsShownAsItsNumber) {
-    fakeManager manager;
-    manager.run(
-        [](fakeManager& m, std::vector<uint8_t>& message) { m.answer(message, 0x3d0000fe); });
-    testSession s(manager.dir);
-    EXPECT_FALSE(s.run("clear ip access-lists counters"));
-    EXPECT_NE(s.reported().find("0x3d0000fe"), std::string::npos);
 }
 
 TEST(Session, TheStartupConfigurationIsPrintedAsItWasSaved) {

@@ -75,14 +75,11 @@ TEST(Cards, AreInStepThroughEveryChange) {
          LIST_A +
              " seq 1 deny ip any any\n seq 9999 permit ip any any\n seq 15 permit udp any any\n",
          all, cp},
-        {"deleted by number and by content", LIST_A + " no seq 1\n no permit udp any any\n", all,
-         cp},
-        {"grown over several messages", entries(100, 200), all, cp},
-        {"replaced on a port", "interface 1/0\n ip access-group B in\n", lag + vlan + egress,
-         port + cp},
-        {"replaced on the LAG and the VLAN",
-         "interface port-channel 1\n ip access-group B in\ninterface vlan 10\n ip access-group B "
-         "in\n",
+        {"deleted by number and by content, grown over several messages",
+         LIST_A + " no seq 1\n no permit udp any any\n" + entries(100, 200), all, cp},
+        {"replaced on a port, the LAG and the VLAN",
+         "interface 1/0\n ip access-group B in\ninterface port-channel 1\n ip access-group B in\n"
+         "interface vlan 10\n ip access-group B in\n",
          egress, lag + vlan + port + cp},
         {"changed where it was replaced", LIST_B + " seq 7 deny host 10.1.1.1\n", egress,
          lag + vlan + port + cp},
@@ -110,35 +107,19 @@ TEST(Cards, AreInStepThroughEveryChange) {
     // Nothing was sent that an agent could not use, and nothing is left over.
     rawClient client(chassis);
     for (int slot : {1, 2, AGENT_CP}) {
-        std::string summary = client.agentSummary(slot);
-        EXPECT_NE(summary.find("\"lastError\":\"\""), std::string::npos) << slot << summary;
+        const std::string summary = client.agentSummary(slot);
+        EXPECT_TRUE(has(summary, "\"lastError\":\"\"")) << slot << summary;
     }
     EXPECT_EQ(chassis.show("show card 2 access-lists | include ipv4 | count"), "0\n");
     EXPECT_EQ(chassis.show("show card 1 access-lists | include ipv4 | count"), "2\n");
-    EXPECT_EQ(chassis.show("show card control-plane access-lists | count"), "0\n");
     EXPECT_EQ(chassis.show("show card 1 access-lists A | include 10.1.0.7 | count"), "2\n");
-}
-
-// A comparison that can only agree would be worth nothing.
-TEST(Cards, WhatIsNotInStepIsSaidToBeSo) {
-    cardsFixture chassis;
-    chassis.load(entries(1, 20) +
-                 "interface 1/0\n ip access-group A in\ninterface 2/0\n ip access-group A in\n");
-    chassis.expectInstalled("A", "1/0,in,1,in step;2/0,in,2,in step;");
-    // A manager that is not primary sends nothing.
+    // A comparison that can only agree would be worth nothing: who is not primary sends nothing.
     chassis.movePrimary(1);
     chassis.load(
-        LIST_A + " no seq 10\n seq 11 deny ip any any\n" +
-        "interface 1/1\n ip access-group A out\ninterface 2/0\n no ip access-group A in\n");
-    chassis.expectInstalled("A", "1/0,in,1,different;1/1,out,1,missing;2/0,in,2,left over;", 1);
-    chassis.agents[2].stop(SIGKILL);
-    chassis.agents[1].stand();
-    chassis.expectInstalled("A", "1/0,in,1,no answer;1/1,out,1,no answer;-,-,2,not running;", 1,
-                            "0.2");
-    chassis.agents[1].go();
-
+        LIST_A + " no seq 20\n seq 11 deny ip any any\n" +
+        "interface 1/1\n ip access-group A out\ninterface 1/0\n no ip access-group A out\n");
+    chassis.expectInstalled("A", "1/0,in,1,different;1/1,out,1,missing;1/0,out,1,left over;", 1);
     chassis.movePrimary(0);
-    ASSERT_TRUE(chassis.startAgent(2));
     chassis.expectInstalled("A", "1/0,in,1,in step;1/1,out,1,in step;");
 }
 
