@@ -20,19 +20,6 @@ dbPtr openDb(const char* directory, zekCfgAccess access = zekCfgAccess::write) {
     return {zekCfgOpen(directory, access, ZEK_CFG_FILE, CFG_LAYOUT), zekCfgClose};
 }
 
-zekCfgRecord makeLine(uint32_t section, const std::string& name, uint32_t order, uint32_t lineClass,
-                      const std::string& text, const std::string& inverse) {
-    zekCfgRecord record{};
-    auto* key = reinterpret_cast<cfgListKey*>(record.key);
-    name.copy(reinterpret_cast<char*>(key->name), name.size());
-    key->kind = order != 0 ? 1 : 0;
-    key->order = order;
-    record.section = section;
-    record.lineClass = lineClass;
-    text.copy(record.text, CFG_TEXT_LEN);
-    inverse.copy(record.inverseText, CFG_TEXT_LEN);
-    return record;
-}
 zekCfgRecord entryLine(uint32_t seq) {
     const std::string text = "seq " + std::to_string(seq);
     return makeLine(CFG_SECTION_IP, "a", seq + 1, CFG_CLASS_LINE, " " + text, " inverse " + text);

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "common/cfgkeys.h"
 #include "include/ipc.h"
 #include "include/service.h"
 #include "platform/api/zekCfg.h"
@@ -40,6 +41,22 @@ inline lines shown(zekCfgDb* db) {
     lines all;
     EXPECT_EQ(zekCfgWalk(db, [&](std::string_view l) { return all.emplace_back(l), true; }), 0);
     return all;
+}
+
+// A line of a list; its place in the list's block is the order.
+inline zekCfgRecord makeLine(uint32_t section, const std::string& name, uint32_t order,
+                             uint32_t lineClass, const std::string& text,
+                             const std::string& inverse = "") {
+    zekCfgRecord record{};
+    auto* key = reinterpret_cast<cfgListKey*>(record.key);
+    name.copy(reinterpret_cast<char*>(key->name), name.size());
+    key->kind = order != 0 ? 1 : 0;
+    key->order = order;
+    record.section = section;
+    record.lineClass = lineClass;
+    text.copy(record.text, CFG_TEXT_LEN);
+    inverse.copy(record.inverseText, CFG_TEXT_LEN);
+    return record;
 }
 
 constexpr uint32_t RP = 0x7F010001, CARD = 0x7F010101;

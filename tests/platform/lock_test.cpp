@@ -1,4 +1,5 @@
-// The list lock: exclusion, writer preference, the reader count.
+// The list lock: writer preference and the reader count. That writers are alone is tested where
+// lists are read while they change.
 #include "platform/api/zekLock.h"
 
 #include <gtest/gtest.h>
@@ -21,27 +22,6 @@ class listLock : public testing::Test {
     }
     uint32_t count() { return std::atomic_ref(readers).load(); }
 };
-
-// Lost updates would show if two writers, or a writer and a reader, were inside together.
-TEST_F(listLock, WritersAreAlone) {
-    uint64_t first = 0, second = 0;
-    std::atomic<int> torn = 0;
-    auto work = [&](bool writes) {
-        for (int i = 0; i < 2000; i++) {
-            writes ? aclWriteLock() : aclReadLock();
-            torn += first != second || (writes && count() != 0);
-            if (writes) first++, second++;
-            writes ? aclWriteUnlock() : aclReadUnlock();
-        }
-    };
-    {
-        std::jthread threads[] = {std::jthread(work, true), std::jthread(work, false),
-                                  std::jthread(work, true), std::jthread(work, false)};
-    }
-    EXPECT_EQ(first, 4000u);
-    EXPECT_EQ(second, 4000u);
-    EXPECT_EQ(torn, 0);
-}
 
 // Readers are inside together, but with a writer waiting a new one must wait too.
 TEST_F(listLock, ReadersShareItAndAWaitingWriterHoldsUpNewOnes) {
