@@ -116,26 +116,24 @@ TEST_F(debugShell, ATaskThatDoesNotAnswerCostsTheCallerItsTimeOnly) {
 
 TEST_F(debugShell, ThePlatformsFunctionsGiveJson) {
     using nlohmann::json;
+    auto said = [](const char* name) {
+        std::string out;
+        EXPECT_TRUE(zekDebugRun(name, "", &out)) << name;
+        return out;
+    };
     zekEvtLog log = zekEvtOpenlog("TEST", 3, 61, 0);
-    ASSERT_NE(log, 0u);
     for (int i = 0; i < 1100; i++) zekEvtLogPrint(log, 0, "ordinary");
     zekSysErr(log, 0, 0x50003, 1, "first \xff line\nforged line\r\n");
-    std::string out;
-    ASSERT_TRUE(zekDebugRun("logging", "", &out));
-    json lines = json::parse(out);
+    const json lines = json::parse(said("logging"));
     ASSERT_EQ(lines.size(), 1024u) << "the ring is bounded";
     EXPECT_EQ(lines.back()["code"], "0x50003");
     EXPECT_EQ(lines.back()["about"], "system list");
     EXPECT_EQ(lines.back()["text"], "first \xEF\xBF\xBD line forged line");
     EXPECT_EQ(lines.back()["number"].get<int>(), lines[0]["number"].get<int>() + 1023);
     zekEvtCloselog(log);
-
-    for (const char* name : {"queues", "ipc", "memory", "trace"}) {
-        ASSERT_TRUE(zekDebugRun(name, "", &out)) << name;
-        EXPECT_FALSE(json::parse(out, nullptr, false).is_discarded()) << name << out;
-    }
-    ASSERT_TRUE(zekDebugRun("help", "", &out));
-    EXPECT_NE(out.find("echo  its arguments\n"), std::string::npos);
+    for (const char* name : {"queues", "ipc", "memory", "trace"})
+        EXPECT_FALSE(json::parse(said(name), nullptr, false).is_discarded()) << name;
+    EXPECT_NE(said("help").find("echo  its arguments\n"), std::string::npos);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Endpoints: sizes, hostile datagrams and descriptors, dead and live namesakes, full receivers.
+// Endpoints: sizes, hostile datagrams and descriptors, dead and live namesakes.
 #include "platform/api/zekTransport.h"
 
 #include <fcntl.h>
@@ -6,8 +6,6 @@
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <thread>
 
 #include "tests/platform/hostTest.h"
 
@@ -172,24 +170,6 @@ TEST(transport, ALiveEndpointIsNeitherTakenOverNorSweptAway) {
     EXPECT_EQ(p.a.send(toB(1)), zekSendResult::sent);
     EXPECT_EQ(p.b.drain(), upTo(1));
     hostSweepSockets(p.run.path + "/absent");
-}
-
-TEST(transport, AFullReceiverMakesTheSenderWaitAndNothingIsLost) {
-    pair p;
-    uint32_t sent = 0;
-    while (p.a.send(toB(sent + 1)) == zekSendResult::sent) ASSERT_LT(++sent, 100000u);
-    EXPECT_EQ(p.a.send(toB(sent + 1), 1), zekSendResult::full);
-    const uint32_t all = sent + 200;
-    std::thread sender([&] {
-        while (sent < all && p.a.send(toB(sent + 1), 60000) == zekSendResult::sent) sent++;
-    });
-    bytes got;
-    for (uint32_t i = 1; i <= all; i++) {
-        EXPECT_EQ(p.b.recv(&got, 60000), 64);
-        ASSERT_EQ(headerOf(got)->sequence, i);
-    }
-    sender.join();
-    EXPECT_EQ(sent, all);
 }
 
 TEST(transport, ARunFolderMayBeLongerThanASocketAddressAndIsToldWhenItCannotBe) {
