@@ -30,16 +30,6 @@ void testResetTasks() {
     for (void*& anchor : shared) anchor = nullptr;
 }
 
-int ZEK_NbsdpInit(int, char**) {
-    return testFails(TEST_START) ? -1 : 0;
-}
-int taskSpawn(const char* name, int, int, size_t, int (*)(int, char**), int, char**) {
-    testRecord(std::string("task spawn ") + name);  // the test calls the entry itself
-    return testFails(TEST_START) ? -1 : 0;
-}
-int zekDdbInit(char**, const zekCfgLayout&) {
-    return testFails(TEST_START) ? -1 : 0;
-}
 void taskDelay(uint32_t ticks) {
     testHost.ticks += ticks;
 }

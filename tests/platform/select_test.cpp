@@ -437,13 +437,15 @@ TEST_F(selectTest, WhoAsksChangesOrRegistersWaitsForTheRestore) {
 TEST_F(selectTest, NamesAndThePeerProcessor) {
     chassisDescription& chassis = hostConf().chassis;
     chassis.tasks = {{APP_IFM, 0, RP + 5}, {APP_ACL, 0, RP + 9}};
-    uint32_t address = 0;
-    EXPECT_EQ(zek_tmeGetPeerIpAddrByName(APP_IFM, 0, &address), 0);
-    EXPECT_EQ(address, RP + 5);
-    EXPECT_EQ(zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &address), 0);
-    EXPECT_EQ(address, RP) << "our own task is where we are, on either processor";
-    EXPECT_EQ(zek_tmeGetPeerIpAddrByName(APP_RTM, 0, &address), -1);
-    EXPECT_EQ(address, ADDRESS_UNKNOWN);
+    // Our own task is where we are, on either processor.
+    const std::pair<uint32_t, uint32_t> addresses[] = {
+        {APP_IFM, RP + 5}, {APP_ACL, RP}, {APP_RTM, ADDRESS_UNKNOWN}};
+    for (const auto& [app, expected] : addresses) {
+        uint32_t address = 0;
+        const int result = expected != ADDRESS_UNKNOWN ? 0 : -1;
+        EXPECT_EQ(zek_tmeGetPeerIpAddrByName(app, 0, &address), result);
+        EXPECT_EQ(address, expected);
+    }
 
     bytes news = makeMessage(RP, OWN_REQUESTS + 1, RP, OWN_REQUESTS, 14524, 1, 952);
     int err = 0;
