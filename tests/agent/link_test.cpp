@@ -3,184 +3,176 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
+
 namespace {
 
 constexpr int32_t MANAGER = 100, NEXT_MANAGER = 200;
 
 struct Link : testing::Test {
     agentLink l;
-    uint64_t now = 1000;
-    uint32_t session = 500, replay = 0;
+    uint64_t now = 0;
+    uint32_t session = 500, replay = 0, named = 0;
 
-    void start() { linkStart(&l, 0xFFFFFFFE); }  // numbers wrap on the way
-    linkAction due() { return linkDue(&l, now); }
-    void later(uint64_t ms) { now += ms; }
+    Link() { restart(); }
+    void restart(bool isCard = true, bool mayAskDown = true) {
+        l = {};
+        l.replayIsSure = isCard;
+        l.mayAskDown = mayAskDown;
+        named = 0;
+        now += 1000000;
+        linkStart(&l, 0xFFFFFFFE);  // numbers wrap on the way
+    }
     uint32_t need() const { return linkNeed(l, now); }
-    std::string state() const { return linkStateText(l); }
-    linkBegin begin(int32_t pid) { return linkSession(&l, ++session, pid, true, ++replay, now); }
-    linkBegin unmarked(int32_t pid) { return linkSession(&l, ++session, pid, false, 0, now); }
-    void end(bool whole = true) {
+    void due(linkAction wanted) { EXPECT_EQ(linkDue(&l, now), wanted); }
+    void begin(int32_t pid) {
+        EXPECT_EQ(linkSession(&l, ++session, pid, true, ++replay, now), linkBegin::replay);
+    }
+    void unmarked(int32_t pid, linkBegin wanted) {
+        EXPECT_EQ(linkSession(&l, ++session, pid, false, 0, now), wanted);
+    }
+    void end(bool whole) {
+        EXPECT_FALSE(linkIsEnd(l, replay - 1) || linkIsEnd(l, replay + 1));
         ASSERT_TRUE(linkIsEnd(l, replay));
         linkEnded(&l, whole, now);
     }
-    void downAnswered(bool silent = false) { linkDownAnswered(&l, l.sequence, silent, now); }
-    void registered(int32_t pid) { linkRegistered(&l, l.sequence, pid, now); }
-    // A start without trouble.
-    void comeIntoStep() {
-        start();
-        ASSERT_EQ(due(), linkAction::sendRegistration);
-        registered(MANAGER);
-        EXPECT_EQ(begin(MANAGER), linkBegin::replay);
-        end();
-        ASSERT_EQ(state(), "in step");
-    }
-    // A start with a manager that knows no marks and holds no queues.
-    void comeToWhatAnUnmarkedReplayBrings() {
-        start();
-        due();
-        registered(MANAGER);
-        EXPECT_EQ(unmarked(MANAGER), linkBegin::replay);
-        later(LINK_QUIET_MS);
-        ASSERT_EQ(due(), linkAction::endUnmarked);
-        ASSERT_EQ(state(), "replay not confirmed");
-    }
+    void play(const std::string& script);
 };
 
-// Registers with its need until it is answered; only the end of a whole replay takes that away.
-TEST_F(Link, NeedsAReplayUntilOneHasEnded) {
-    start();
-    uint32_t wanted = need();
-    EXPECT_NE(wanted, 0u);
-    EXPECT_LT(wanted, 0x80000000u);
-    uint32_t first = l.sequence + 1;
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(due(), linkAction::sendRegistration);
-        EXPECT_EQ(due(), linkAction::none);
-        later(LINK_RETRY_MS);
-    }
-    linkRegistered(&l, first - 7, MANAGER, now);  // not an answer to any of these
-    EXPECT_FALSE(linkIsRegistered(l));
-    linkRegistered(&l, l.sequence - 1, MANAGER, now);
-    EXPECT_TRUE(linkIsRegistered(l));
-    later(LINK_RETRY_MS);
-    EXPECT_EQ(due(), linkAction::sendRegistration);  // the same need: no second replay
-    EXPECT_EQ(state(), "replay needed");
-    begin(MANAGER);
-    EXPECT_EQ(state(), "replay under way");
-    later(LINK_KEEPALIVE_MS);
-    EXPECT_EQ(due(), linkAction::sendRegistration);
-    EXPECT_EQ(need(), wanted);
-    EXPECT_FALSE(linkIsEnd(l, replay + 1));
-    end();
-    EXPECT_EQ(state(), "in step");
-    EXPECT_EQ(need(), 0u);
-    EXPECT_EQ(l.downs, 0u);
-    EXPECT_EQ(l.lost, 0u);
-}
+const struct {
+    const char* word;
+    void (*run)(Link&);
+} steps[] = {
+    // What is due, and who takes it.
+    {"registers", [](Link& t) { t.due(linkAction::sendRegistration); }},
+    {"asks", [](Link& t) { t.due(linkAction::sendDown); }},
+    {"rests", [](Link& t) { t.due(linkAction::none); }},
+    {"counts-as-taken", [](Link& t) { t.due(linkAction::endUnmarked); }},
+    {"nobody", [](Link& t) { linkNobody(&t.l, linkAction::sendRegistration, t.now); }},
+    {"no-chassisd", [](Link& t) { linkNobody(&t.l, linkAction::sendDown, t.now); }},
+    // The clock.
+    {"retry", [](Link& t) { t.now += LINK_RETRY_MS; }},
+    {"keepalive", [](Link& t) { t.now += LINK_KEEPALIVE_MS; }},
+    {"quiet", [](Link& t) { t.now += LINK_QUIET_MS; }},
+    {"in-vain",
+     [](Link& t) {
+         auto same = t.l.phase == linkPhase::askDown ? "asks" : "registers";
+         for (t.play("retry"); t.now < t.l.giveUpAt; t.play("retry")) t.play(same);
+     }},
+    // Answers. "stale": to an earlier phase; "older": not to the newest registration.
+    {"answer", [](Link& t) { linkRegistered(&t.l, t.l.sequence, MANAGER, t.now); }},
+    {"answer-2", [](Link& t) { linkRegistered(&t.l, t.l.sequence, NEXT_MANAGER, t.now); }},
+    {"stale", [](Link& t) { linkRegistered(&t.l, t.l.phaseFirst - 1, MANAGER, t.now); }},
+    {"older", [](Link& t) { linkRegistered(&t.l, t.l.sequence - 1, MANAGER, t.now); }},
+    {"down", [](Link& t) { linkDownAnswered(&t.l, t.l.sequence, false, t.now); }},
+    {"stale-down", [](Link& t) { linkDownAnswered(&t.l, t.l.phaseFirst - 1, false, t.now); }},
+    {"silent", [](Link& t) { linkDownAnswered(&t.l, t.l.sequence, true, t.now); }},
+    // Sessions.
+    {"begin", [](Link& t) { t.begin(MANAGER); }},
+    {"begin-2", [](Link& t) { t.begin(NEXT_MANAGER); }},
+    {"end", [](Link& t) { t.end(true); }},
+    {"broken-end", [](Link& t) { t.end(false); }},
+    {"unmarked", [](Link& t) { t.unmarked(MANAGER, linkBegin::replay); }},
+    {"unmarked-2", [](Link& t) { t.unmarked(NEXT_MANAGER, linkBegin::replay); }},
+    {"changes", [](Link& t) { t.unmarked(MANAGER, linkBegin::changes); }},
+    {"message", [](Link& t) { linkMessage(&t.l, t.now); }},
+    {"refused", [](Link& t) { linkRefused(&t.l, t.now); }},
+    {"middle", [](Link& t) { linkMiddle(&t.l, t.now); }},
+    // What it is then.
+    {"registered", [](Link& t) { EXPECT_TRUE(linkIsRegistered(t.l)); }},
+    {"unregistered", [](Link& t) { EXPECT_FALSE(linkIsRegistered(t.l)); }},
+    {"no-need", [](Link& t) { EXPECT_EQ(t.need(), 0u); }},
+    {"same-need", [](Link& t) { EXPECT_EQ(t.need(), t.named); }},
+    {"new-need",
+     [](Link& t) {
+         EXPECT_NE(t.need(), 0u);
+         EXPECT_NE(t.need(), t.named);
+         EXPECT_LT(t.need(), 0x80000000u);
+         t.named = t.need();
+     }},
+    {"once-lost", [](Link& t) { EXPECT_EQ(t.l.lost, 1u); }},
+};
 
-TEST_F(Link, TheReplayMayComeBeforeTheAnswer) {
-    start();
-    due();
-    begin(MANAGER);
-    registered(MANAGER);
-    EXPECT_EQ(state(), "replay under way");
-    end();
-    EXPECT_EQ(state(), "in step");
-}
-
-// A new session in the middle of a replay, of whatever replay: what came before is void.
-TEST_F(Link, AReplayInAReplayBeginsAnew) {
-    comeIntoStep();
-    EXPECT_EQ(begin(MANAGER), linkBegin::replay);  // of the manager's own accord
-    EXPECT_NE(need(), 0u);
-    EXPECT_EQ(begin(MANAGER), linkBegin::replay);
-    EXPECT_FALSE(linkIsEnd(l, replay - 1));
-    end();
-    EXPECT_EQ(state(), "in step");
-    EXPECT_EQ(l.lost, 0u);
-    EXPECT_EQ(l.replays, 3u);
-}
-
-TEST_F(Link, KeepsRegisteringInStep) {
-    comeIntoStep();
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(due(), linkAction::none);
-        later(LINK_KEEPALIVE_MS);
-        EXPECT_EQ(due(), linkAction::sendRegistration);
-        registered(MANAGER);
-        EXPECT_EQ(state(), "in step");
-    }
-    EXPECT_EQ(l.sessions, 1u);
-}
-
-// Another process answers: it has started again, or has got the role. It may know this agent and
-// have no reason to send anything.
-TEST_F(Link, AnotherManagerIsToldOfANeed) {
-    // It is noticed by a gap, by its answer, or by nothing but its replay.
-    for (const char* noticed : {"gap", "answer", "nothing"}) {
-        for (bool beginsItself : {false, true}) {
-            SCOPED_TRACE(noticed);
-            l = {};
-            comeIntoStep();
-            later(LINK_KEEPALIVE_MS);
-            due();
-            if (noticed == std::string("gap")) {
-                linkNobody(&l, linkAction::sendRegistration, now);
-                EXPECT_EQ(state(), "no manager");
-                later(LINK_RETRY_MS);
-                EXPECT_EQ(due(), linkAction::sendRegistration);
-            }
-            EXPECT_EQ(need(), 0u);
-            if (noticed != std::string("nothing")) {
-                registered(NEXT_MANAGER);
-                EXPECT_EQ(state(), "replay needed");
-                if (!beginsItself) {
-                    later(LINK_RETRY_MS);
-                    EXPECT_EQ(due(), linkAction::sendRegistration);
-                    EXPECT_NE(need(), 0u);
-                    registered(NEXT_MANAGER);
-                }
-            }
-            begin(NEXT_MANAGER);
-            if (noticed == std::string("nothing")) registered(NEXT_MANAGER);
-            end();
-            EXPECT_EQ(state(), "in step");
-            EXPECT_EQ(l.lost, 0u);
+void Link::play(const std::string& script) {
+    std::istringstream words(script);
+    for (std::string word; words >> word;) {
+        SCOPED_TRACE(word + " in: " + script);
+        if (word[0] == '=') {
+            std::string state = linkStateText(l);
+            std::ranges::replace(state, ' ', '-');
+            EXPECT_TRUE(state.ends_with(word.substr(1))) << state;
+            continue;
         }
+        auto step = std::ranges::find(steps, word, [](const auto& s) { return s.word; });
+        ASSERT_NE(step, std::end(steps));
+        step->run(*this);
+    }
+}
+
+const std::string START = "registers answer begin end =in-step ",
+                  UNMARKED = "registers answer unmarked quiet counts-as-taken =not-confirmed ";
+
+// Managers that mark their replays: nothing is lost, no card is reported down.
+TEST_F(Link, ComesIntoStepAndStaysThere) {
+    const std::string next = "begin-2 end =in-step";
+    const std::string rows[] = {
+        // Registers with its need until it is answered; only the end of a replay takes that away.
+        "new-need registers rests retry registers rests retry registers stale unregistered older "
+        "registered retry registers =needed begin =under-way keepalive registers "
+        "same-need end "
+        "=in-step no-need",
+        // The replay may come before the answer.
+        "registers begin answer =under-way end =in-step",
+        // A session in the middle of a replay: what came before is void.
+        START + "begin new-need begin end =in-step",
+        START +
+            "rests keepalive registers answer =in-step rests keepalive registers answer =in-step",
+        // Another process answers: it has started again, or has got the role. It may know this
+        // agent and have no reason to send anything. A gap, its answer, or its replay shows it.
+        START +
+            "keepalive registers nobody =no-manager retry registers no-need answer-2 "
+            "=needed " +
+            next,
+        START +
+            "keepalive registers nobody retry registers answer-2 =needed retry registers "
+            "new-need answer-2 " +
+            next,
+        START + "keepalive registers no-need answer-2 =needed " + next,
+        START + "keepalive registers answer-2 retry registers new-need answer-2 " + next,
+        START + "keepalive registers begin-2 answer-2 end =in-step",
+    };
+    for (const std::string& script : rows) {
+        restart();
+        uint32_t sessionBefore = session;
+        play(script);
+        EXPECT_EQ(l.lost, 0u) << script;
+        EXPECT_EQ(l.downs, 0u) << script;
+        EXPECT_EQ(l.replays, session - sessionBefore) << script;
     }
 }
 
 // Whatever was lost, the need is named at once; again and again, at growing intervals.
 TEST_F(Link, WhatIsLostIsAskedForWithPatience) {
-    void (*losses[])(Link*) = {
-        [](Link* t) { EXPECT_EQ(t->unmarked(MANAGER), linkBegin::changes); },
-        [](Link* t) { linkRefused(&t->l, t->now); },
-        [](Link* t) { linkMiddle(&t->l, t->now); },
-        [](Link* t) { t->begin(MANAGER), t->end(false); },
-    };
-    for (auto lose : losses) {
-        l = {};
-        comeIntoStep();
+    for (const std::string loss : {"changes", "refused", "middle", "begin broken-end"}) {
+        restart();
+        play(START);
         uint64_t delay = 0;
         for (uint32_t i = 1; i <= 8; i++) {
             uint64_t lostAt = now;
-            uint32_t before = l.lastNeed;
-            lose(this);
-            EXPECT_EQ(state(), "replay needed");
+            named = l.lastNeed;
+            play(loss + " =needed");
             EXPECT_EQ(l.lost, i);
             while (need() == 0 && now < lostAt + LINK_LOSS_AGAIN_MS) {
                 now = linkNextMs(l);
-                EXPECT_EQ(due(), linkAction::sendRegistration);
-                registered(MANAGER);
+                play("registers answer");
             }
-            EXPECT_NE(need(), 0u);
-            EXPECT_NE(need(), before);
+            play("new-need");
             EXPECT_GE(now - lostAt, delay);
             EXPECT_LE(now - lostAt, delay + LINK_KEEPALIVE_MS);
             delay = std::min(std::max(2 * delay, LINK_LOSS_MS), LINK_LOSS_MAX_MS);
-            begin(MANAGER);
-            end();
-            if (lose == losses[2]) later(LINK_REPLAY_MS);  // once in a while is enough
+            play("begin end");
+            if (loss == "middle") now += LINK_REPLAY_MS;  // once in a while is enough
         }
         EXPECT_EQ(l.downs, 0u);
     }
@@ -188,109 +180,56 @@ TEST_F(Link, WhatIsLostIsAskedForWithPatience) {
 
 // Many messages that cannot be used are one loss; a replay that does not come is another.
 TEST_F(Link, ANeedIsRaisedOnceUntilItIsServed) {
-    comeIntoStep();
-    for (int i = 0; i < 100; i++) linkRefused(&l, now);
-    EXPECT_EQ(l.lost, 1u);
-    uint32_t first = need();
-    EXPECT_NE(first, 0u);
-    EXPECT_EQ(due(), linkAction::sendRegistration);
-    registered(MANAGER);
-    for (int i = 0; i < 100; i++) linkRefused(&l, now);
+    play(START + "refused refused once-lost new-need registers answer refused refused");
     for (int second = 0; l.lost == 1 && second < 60; second++) {
-        later(LINK_RETRY_MS);
-        EXPECT_EQ(due(), linkAction::sendRegistration);
-        if (l.lost == 1) registered(MANAGER);
+        play("retry registers");
+        if (l.lost == 1) play("answer");
     }
     EXPECT_EQ(l.lost, 2u);
-    EXPECT_EQ(l.downs, 0u);
-    later(LINK_LOSS_MS);
-    EXPECT_NE(need(), first);
-    begin(MANAGER);
-    linkRefused(&l, now);  // the replay is void
-    EXPECT_EQ(state(), "replay needed");
+    play("retry new-need begin refused =needed");  // the replay is void
     EXPECT_EQ(l.lost, 3u);
+    EXPECT_EQ(l.downs, 0u);
 }
 
-// --- managers that mark nothing ------------------------------------------------------------------
-
 TEST_F(Link, AnUnmarkedReplayIsTakenWhenNothingMoreComes) {
-    comeToWhatAnUnmarkedReplayBrings();
-    EXPECT_NE(l.need, 0u);
-    linkRefused(&l, now);  // counted by the tables; there is no way to ask for it
+    // What is refused is counted by the tables; there is no way to ask for it.
+    play(UNMARKED + "new-need refused =not-confirmed unmarked-2");
     EXPECT_EQ(l.lost, 0u);
     // One that never comes to rest is taken all the same.
-    unmarked(NEXT_MANAGER);
-    for (uint64_t t = 0; t < LINK_QUIET_MAX_MS; t += LINK_QUIET_MS / 2) {
-        EXPECT_EQ(state(), "replay under way");
-        later(LINK_QUIET_MS / 2);
-        linkMessage(&l, now);
-    }
-    EXPECT_EQ(due(), linkAction::endUnmarked);
+    for (uint64_t t = 0; t < LINK_QUIET_MAX_MS; t += LINK_RETRY_MS)
+        play("=under-way retry message");
+    play("counts-as-taken");
 }
 
 // A manager that took the registration for a repeated one sends nothing: the card is reported down,
 // if somebody is there to do it.
 TEST_F(Link, AReplayThatDoesNotComeIsFetchedWithTheCardDown) {
-    start();
-    due();
-    registered(MANAGER);
-    auto waited = [this] {
-        linkAction same =
-            l.phase == linkPhase::askDown ? linkAction::sendDown : linkAction::sendRegistration;
-        for (later(LINK_RETRY_MS); now < l.giveUpAt; later(LINK_RETRY_MS)) EXPECT_EQ(due(), same);
-        return due();
-    };
-    EXPECT_EQ(waited(), linkAction::sendDown);
+    play("registers answer in-vain asks");
     uint32_t first = l.sequence;
-    later(LINK_RETRY_MS);
-    EXPECT_EQ(due(), linkAction::sendDown);
+    play("retry asks");
     EXPECT_EQ(l.sequence, first);  // the same question: one event
-    downAnswered(true);            // a manager that may yet hear of the event
-    EXPECT_EQ(due(), linkAction::sendDown);
+    // A manager that may yet hear of the event; then a session of the queue that is about to go.
+    play("silent asks");
     EXPECT_NE(l.sequence, first);
-    unmarked(MANAGER);  // of the queue that is about to go
-    linkDownAnswered(&l, first, false, now);
-    EXPECT_EQ(l.phase, linkPhase::askDown);
-    downAnswered();
-    EXPECT_EQ(due(), linkAction::sendRegistration);
-    registered(MANAGER);
-    EXPECT_EQ(unmarked(MANAGER), linkBegin::replay);
+    unmarked(MANAGER, linkBegin::changes);
+    play("stale-down unregistered retry asks down registers answer unmarked");
     EXPECT_EQ(l.lost, 0u);
-    // A flushed queue leads there again.
-    later(LINK_QUIET_MS);
-    EXPECT_EQ(due(), linkAction::endUnmarked);
-    EXPECT_EQ(unmarked(MANAGER), linkBegin::changes);
-    EXPECT_EQ(l.lost, 1u);
-    EXPECT_EQ(due(), linkAction::sendRegistration);
-    registered(MANAGER);
-    EXPECT_EQ(waited(), linkAction::sendDown);
-    // Nobody is there, or nobody answers: registrations go on.
-    linkNobody(&l, linkAction::sendDown, now);
-    EXPECT_EQ(due(), linkAction::sendRegistration);
-    registered(MANAGER);
-    EXPECT_EQ(waited(), linkAction::sendDown);
-    EXPECT_EQ(waited(), linkAction::sendRegistration);
+    // A flushed queue leads there again. Nobody is there, or nobody answers: registrations go on.
+    play(
+        "quiet counts-as-taken changes once-lost registers answer in-vain asks no-chassisd "
+        "registers answer in-vain asks in-vain registers");
 }
 
 // The control processor's agent may be sent nothing at all. What shows that the manager holds an
 // old queue is its messages.
 TEST_F(Link, TheControlProcessorWithoutMarks) {
     for (bool mayAsk : {true, false}) {
-        l = {};
-        l.replayIsSure = false;
-        l.mayAskDown = mayAsk;
-        start();
-        for (int second = 0; l.phase != linkPhase::unconfirmed && second < 30; second++) {
-            linkAction action = due();
-            if (action == linkAction::sendDown) downAnswered();
-            if (action == linkAction::sendRegistration) registered(MANAGER);
-            later(LINK_RETRY_MS);
-        }
-        EXPECT_EQ(state(), "replay not confirmed");
+        restart(false, mayAsk);
+        if (mayAsk) play("registers answer in-vain asks down");
+        play(
+            "registers answer in-vain registers =not-confirmed middle =needed "
+            "once-lost");
         EXPECT_EQ(l.downs, mayAsk ? 1u : 0u);
-        linkMiddle(&l, now);
-        EXPECT_EQ(state(), "replay needed");
-        EXPECT_EQ(l.lost, 1u);
     }
 }
 
