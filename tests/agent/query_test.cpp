@@ -131,7 +131,7 @@ TEST_F(Query, BadQuestionsGetAStatusAndNothingElse) {
     send(build({14409, "IN", PORT, {entry4(10, 1)}}));
     for (const bytes& a : {ask(3, "OTHER"), ask(3, "IN", 0, 0, PORT + 1), ask(3, "IN", 0, 99)})
         EXPECT_EQ(get32(a, 28), 1u);
-    for (uint32_t what : {0, 4}) EXPECT_EQ(get32(ask(what), 28), 2u);
+    for (uint32_t what : {0u, 4u}) EXPECT_EQ(get32(ask(what), 28), 2u);
     for (size_t n = 60; n < 224; n++) {
         bytes m(n, 0xFF);
         put32(m, 8, static_cast<uint32_t>(n));
