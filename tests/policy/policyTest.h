@@ -9,6 +9,7 @@
 #include <array>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <random>
 #include <set>
 #include <thread>
@@ -24,6 +25,13 @@ typedef std::span<const clientPairValue> pairs;
 
 constexpr uint32_t PERMIT = 0, DENY = 1;
 inline const listName A = listNameMake("A"), B = listNameMake("B"), M = listNameMake("M");
+
+inline rows linesOf(std::string_view text) {
+    rows out;
+    for (size_t end; !text.empty(); text.remove_prefix(end + 1))
+        out.emplace_back(text.substr(0, end = text.find('\n')));
+    return out;
+}
 
 struct PolicyTest : TaskTest {
     uint64_t blocks = 0;
@@ -69,11 +77,8 @@ struct PolicyTest : TaskTest {
         ADD_FAILURE() << said;
         return 0xDEAD;
     }
-    void configure(std::string_view lines) {
-        for (size_t end; !lines.empty(); lines.remove_prefix(end + 1)) {
-            end = lines.find('\n');
-            ASSERT_EQ(type(lines.substr(0, end)), 0u) << screen;
-        }
+    void configure(std::string_view typed) {
+        for (const std::string& line : linesOf(typed)) ASSERT_EQ(type(line), 0u) << screen;
     }
     // The mode of the list that a header names, whether there is one or not.
     void enter(std::string_view header) {
@@ -142,115 +147,61 @@ struct PolicyTest : TaskTest {
 // --- the kinds of lists -------------------------------------------------------------------------
 
 struct policyKind {
-    const char *head, *clause;  // a list's header line, and the clause that names it
-    const char* entry;          // its line: '#' is its number, '@' its action
-    const char* masked;         // in the other mask mode; "": the same
-    // Where the lines stand and how the feed calls them.
-    const char *section, *node, *row, *headSync, *sync;
-    bool syncFirst;  // the header's line comes to the feed first
+    const char *head, *clause;   // a list's header line, and the clause that names it
+    const char *entry, *masked;  // its line, in both mask modes: '#' is its number, '@' its action
+    const char *section, *headSync, *sync;  // of the configuration; how the feed calls its lines
     const char* trigger;
-    uint32_t noList, exists, noEntry, noEntryWithoutList, listMemory, entryMemory;
+    uint32_t noList, exists, noEntry, listMemory, entryMemory;
     policyList* (*find)();
-    int (*addTask)(uint32_t task, uint32_t instance, pairs given);
+    int (*addTask)(uint32_t task, uint32_t instance, pairs given);  // null: route maps only
     int (*delTask)(uint32_t task, uint32_t instance, pairs given);
 
+    bool isPrefix() const { return section[1] == '3'; }
     std::string line(uint32_t n, bool inverse = false) const {
-        std::string out = inverse && masked[0] != '\0' ? masked : entry;
+        std::string out = inverse ? masked : entry;
         for (size_t at; (at = out.find('#')) != out.npos;) out.replace(at, 1, std::to_string(n));
         return out.replace(out.find('@'), 1, n % 2 != 0 ? "deny" : "permit");
     }
 };
 template <uint32_t af>
-constexpr policyKind prefixKind(const char* head, const char* clause, const char* entry,
-                                const char* masked, const char* section, const char* sync) {
-    return {head,
-            clause,
-            entry,
-            masked,
-            section,
-            "144",
-            "148",
-            "3",
-            sync,
-            true,
-            "14468",
-            ACL_E_PREFIX_NOLIST,
-            ACL_E_PREFIX_EXISTS,
-            ACL_E_PREFIX_NOENTRY,
-            ACL_E_PREFIX_NOENTRY,
-            ACL_E_PREFIX_LIST_MEMORY,
-            ACL_E_PREFIX_ENTRY_MEMORY,
-            [] { return static_cast<policyList*>(ipPrefixListFind(A, af)); },
-            [](uint32_t t, uint32_t i, pairs p) { return prefixAddTaskClient(t, i, A, p, 9, af); },
-            [](uint32_t t, uint32_t i, pairs p) { return prefixDelTaskClient(t, i, A, p, af); }};
+policyList* findPrefix() {
+    return ipPrefixListFind(A, af);
+}
+template <uint32_t af>
+int addPrefixTask(uint32_t task, uint32_t instance, pairs given) {
+    return prefixAddTaskClient(task, instance, A, given, 9, af);
+}
+template <uint32_t af>
+int delPrefixTask(uint32_t task, uint32_t instance, pairs given) {
+    return prefixDelTaskClient(task, instance, A, given, af);
+}
+template <bgpList* (*find)(const listName&)>
+policyList* findBgp() {
+    return find(A);
 }
 inline const policyKind policyKinds[] = {
-    {"ip as-path access-list A",
-     " match as-path A",
-     " @ _#_ ",
-     "",
-     "80",
-     "140",
-     "149",
-     "10",
-     "10",
-     false,
-     "14464",
-     ACL_E_ASPATH_NOLIST,
-     ACL_E_ASPATH_EXISTS,
-     ACL_E_ASPATH_NOENTRY,
-     ACL_E_ASPATH_NOLIST,
-     ACL_E_LIST_MEMORY,
-     ACL_E_ASPATH_MEMORY,
-     [] { return static_cast<policyList*>(bgpASPAccessListFind(A)); },
+    {"ip as-path access-list A", " match as-path A", " @ _#_ ", " @ _#_ ", "80", "10", "10",
+     "14464", ACL_E_ASPATH_NOLIST, ACL_E_ASPATH_EXISTS, ACL_E_ASPATH_NOENTRY, ACL_E_LIST_MEMORY,
+     ACL_E_ASPATH_MEMORY, findBgp<bgpASPAccessListFind>,
      [](uint32_t t, uint32_t i, pairs p) { return aspAddTaskClient(t, i, A, 9, p); },
      [](uint32_t t, uint32_t i, pairs p) { return aspDelTaskClient(t, i, A, p); }},
-    {"ip community-list A",
-     " match community A",
-     " @ 65000:#",
-     "",
-     "81",
-     "140",
-     "149",
-     "11",
-     "11",
-     false,
-     "14465",
-     ACL_E_COMM_NOLIST,
-     ACL_E_COMM_EXISTS,
-     ACL_E_COMM_NOENTRY,
-     ACL_E_COMM_NOLIST,
-     ACL_E_LIST_MEMORY,
-     ACL_E_COMM_MEMORY,
-     [] { return static_cast<policyList*>(bgpCommAccessListFind(A)); },
+    {"ip community-list A", " match community A", " @ 65000:#", " @ 65000:#", "81", "11", "11",
+     "14465", ACL_E_COMM_NOLIST, ACL_E_COMM_EXISTS, ACL_E_COMM_NOENTRY, ACL_E_LIST_MEMORY,
+     ACL_E_COMM_MEMORY, findBgp<bgpCommAccessListFind>,
      [](uint32_t t, uint32_t i, pairs) { return commAddTaskClient(t, i, A, 9); },
      [](uint32_t t, uint32_t i, pairs) { return commDelTaskClient(t, i, A); }},
-    // An entry that is there already is answered as in a community list: meant. Its clients are
-    // route maps only.
-    {"ip extcommunity-list A",
-     " match extcommunity A",
-     " @ rt 65000:# ",
-     "",
-     "82",
-     "140",
-     "149",
-     "35",
-     "35",
-     false,
-     "",
-     ACL_E_EXTCOMM_NOLIST,
-     ACL_E_COMM_EXISTS,
-     ACL_E_EXTCOMM_NOENTRY,
-     ACL_E_EXTCOMM_NOLIST,
-     ACL_E_EXTCOMM_MEMORY,
-     ACL_E_EXTCOMM_MEMORY,
-     [] { return static_cast<policyList*>(bgpExtCommListFind(A)); },
-     nullptr,
-     nullptr},
-    prefixKind<AF_IPV4>("ip prefix-list A", " match ip address prefix-list A",
-                        " seq # @ 10.0.#.0/24", " seq # @ 10.0.#.0 255.255.255.0", "83", "15"),
-    prefixKind<AF_IPV6>("ipv6 prefix-list A", " match ipv6 address prefix-list A",
-                        " seq # @ 2001:#::/32", "", "83v6", "80"),
+    // An entry that is there already is answered as in a community list: meant.
+    {"ip extcommunity-list A", " match extcommunity A", " @ rt 65000:# ", " @ rt 65000:# ", "82",
+     "35", "35", "", ACL_E_EXTCOMM_NOLIST, ACL_E_COMM_EXISTS, ACL_E_EXTCOMM_NOENTRY,
+     ACL_E_EXTCOMM_MEMORY, ACL_E_EXTCOMM_MEMORY, findBgp<bgpExtCommListFind>, nullptr, nullptr},
+    {"ip prefix-list A", " match ip address prefix-list A", " seq # @ 10.0.#.0/24",
+     " seq # @ 10.0.#.0 255.255.255.0", "83", "3", "15", "14468", ACL_E_PREFIX_NOLIST,
+     ACL_E_PREFIX_EXISTS, ACL_E_PREFIX_NOENTRY, ACL_E_PREFIX_LIST_MEMORY, ACL_E_PREFIX_ENTRY_MEMORY,
+     findPrefix<AF_IPV4>, addPrefixTask<AF_IPV4>, delPrefixTask<AF_IPV4>},
+    {"ipv6 prefix-list A", " match ipv6 address prefix-list A", " seq # @ 2001:#::/32",
+     " seq # @ 2001:#::/32", "83v6", "3", "80", "14468", ACL_E_PREFIX_NOLIST, ACL_E_PREFIX_EXISTS,
+     ACL_E_PREFIX_NOENTRY, ACL_E_PREFIX_LIST_MEMORY, ACL_E_PREFIX_ENTRY_MEMORY, findPrefix<AF_IPV6>,
+     addPrefixTask<AF_IPV6>, delPrefixTask<AF_IPV6>},
 };
 constexpr int POLICY_KINDS = 5;
 
@@ -319,50 +270,35 @@ inline rmapClauseBlock clause(uint16_t cls, uint32_t code, uint32_t number = 0,
     return c;
 }
 
-// Every clause as a line of the configuration shows it. Two are typed in another way.
-inline const char* const clauseLines[] = {
-    " match as-path L",
-    " match access list L",
-    " match ip next-hop L",
-    " match community L",
-    " match ip address L",
-    " match community L exact",
-    " match ip route-source L",
-    " match ip address prefix-list L",
-    " match ip next-hop prefix-list L",
-    " match ip route-source prefix-list L",
-    " match origin egp ",
-    " match ipv6 address prefix-list L",
-    " match ipv6 next-hop prefix-list L",
-    " match ipv6 route-source prefix-list L",
-    " match ipv6 next-hop L",
-    " match ipv6 route-source L",
-    " match ipv6 address L",
-    " match extcommunity L",
-    " match route-type external type-2 ",
-    " match metric 4294967295",
-    " match tag 7",
-    " set local-preference 200",
-    " set weight 9",
-    " set next-hop 10.0.0.1",
-    " set metric 5",
-    " set metric + 6",
-    " set metric - 7",
-    " set as-path 65001",
-    " set community 65000:1 65000:2 local-AS no-advertise no-export additive none ",
-    " set community 4259840001 ",
-    " set automatic-tag ",
-    " set level backbone ",
-    " set metric-type type-1",
-    " set as-path tag ",
-    " set origin incomplete ",
-    " set as-path prepend 65000 65546 ",
-    " set comm-list L delete",
-    " set dampening 15 30 45 60",
-    " set tag 3",
-    " set ipv6 next-hop 2001::9",
-    " continue 30",
-    " continue",
-    " set extcommunity rt 65000:1 additive ",
-    " set extcommunity soo 192.0.2.1:7 ",
-};
+// Every clause with every form of its values, as a line of the configuration shows it but for the
+// word "prefix-list" behind "address": the names are the table's, the values are those of its
+// styles. What has a number for an interface is not typed.
+inline rows clauseLines() {
+    static const std::map<rmapStyle, rows> values = {
+        {RMAP_STYLE_LIST, {" L"}},
+        {RMAP_STYLE_PREFIX_LIST, {" prefix-list L"}},
+        {RMAP_STYLE_LIST_EXACT, {" L exact"}},
+        {RMAP_STYLE_LIST_DELETE, {" L delete"}},
+        {RMAP_STYLE_NUMBER, {" 7", " 4294967295"}},
+        {RMAP_STYLE_ADDRESS, {" 10.0.0.1"}},
+        {RMAP_STYLE_METRIC, {" 5", " + 6", " - 7"}},
+        {RMAP_STYLE_CONTINUE, {" 30", ""}},
+        {RMAP_STYLE_FLAG, {" "}},
+        {RMAP_STYLE_COMMUNITY,
+         {" 65000:1 65000:2 local-AS no-advertise no-export additive none ", " 4259840001 "}},
+        {RMAP_STYLE_EXTCOMMUNITY, {" rt 65000:1 additive ", " soo 192.0.2.1:7 "}},
+        {RMAP_STYLE_PREPEND, {" 65000 65546 "}},
+        {RMAP_STYLE_DAMPENING, {" 15 30 45 60"}},
+        {RMAP_STYLE_IPV6, {" 2001::9"}}};
+    rows out;
+    for (const rmapCodeRow& row : rmapCodeTable) {
+        const bool exact = row.style == RMAP_STYLE_LIST_EXACT;
+        const std::string name = std::string(" ") + (exact ? "match community" : row.name);
+        if (auto at = values.find(row.style); at != values.end())
+            for (const std::string& value : at->second) out.push_back(name + value);
+        for (uint32_t i = 0; i < row.words.count; i++)
+            out.push_back(name + " " + row.words.first[i].word +
+                          (row.style == RMAP_STYLE_WORD ? "" : " "));
+    }
+    return out;
+}

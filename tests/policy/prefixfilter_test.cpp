@@ -1,5 +1,5 @@
 // The evaluation and the trees beside the chain, against lists that are walked.
-#include "tests/policy/prefixTest.h"
+#include "tests/policy/policyTest.h"
 
 namespace {
 
@@ -9,6 +9,22 @@ struct walked {
     int ge, le;
     uint8_t len;
     uint8_t address[16], mask[16];
+};
+// The same as a request has it.
+struct prefixGiven {
+    alignas(8) uint8_t bytes[sizeof(prefix6EntryBlock)] = {};
+    prefixGiven(const walked& e, uint32_t af) {
+        auto& record = *reinterpret_cast<prefixRecord*>(bytes);
+        record.seq = e.seq;
+        record.action = e.action;
+        record.ge = static_cast<uint32_t>(e.ge);
+        record.le = static_cast<uint32_t>(e.le);
+        record.len = e.len;
+        const size_t width = af == AF_IPV6 ? 16 : 4;
+        std::memcpy(bytes + sizeof record, e.address, width);
+        std::memcpy(bytes + sizeof record + width, e.mask, width);
+    }
+    operator const prefixRecord&() const { return *reinterpret_cast<const prefixRecord*>(bytes); }
 };
 
 bool bitsAgree(const uint8_t* a, const uint8_t* b, const uint8_t* mask) {
@@ -55,7 +71,7 @@ struct maker {
     }
 };
 
-struct PrefixAgainstTheWalk : PrefixTest, testing::WithParamInterface<int> {
+struct PrefixAgainstTheWalk : PolicyTest, testing::WithParamInterface<int> {
     std::vector<walked> model;  // in order
 
     static bool same(const walked& a, const walked& b) {
@@ -80,9 +96,6 @@ struct PrefixAgainstTheWalk : PrefixTest, testing::WithParamInterface<int> {
         model.erase(at);
         return 0;
     }
-    static prefixGiven given(const walked& e, uint32_t af) {
-        return {af, e.seq, e.action, e.address, e.len, e.ge, e.le, e.mask};
-    }
 };
 
 }  // namespace
@@ -93,20 +106,20 @@ TEST_P(PrefixAgainstTheWalk, DecidesTheSame) {
     const uint32_t af = GetParam() % 2 == 0 ? AF_IPV4 : AF_IPV6;
     const int width = af == AF_IPV4 ? 32 : 128;
     maker make{std::mt19937(static_cast<unsigned>(GetParam())), af};
-    prefixList* list = create("A", af);
+    prefixList* list = ipPrefixListCreate(A, 0, &status, af);
     int decisions = 0, walks = 0;
     for (int step = 0; step < 4000; step++) {
         const walked e = make.entry();
         const uint32_t what = make.below(20);
         if (GetParam() >= 2 && make.below(50) == 0) testFail(TEST_HEAP, 1, 1);
         if (what < 11 && model.size() < 300) {
-            ASSERT_EQ(ipAddPrefixEntry(A, given(e, af).record(), af), modelAdd(e)) << step;
+            ASSERT_EQ(ipAddPrefixEntry(A, prefixGiven(e, af), af), modelAdd(e)) << step;
         } else if (what < 19) {
             walked victim = !model.empty() && make.below(3) != 0
                                 ? model[make.below(static_cast<uint32_t>(model.size()))]
                                 : e;
             if (make.below(2) == 0) victim.seq = 0;
-            ASSERT_EQ(ipDelPrefixEntry(A, given(victim, af).record(), 1, af), modelDelete(victim));
+            ASSERT_EQ(ipDelPrefixEntry(A, prefixGiven(victim, af), 1, af), modelDelete(victim));
         } else {
             const uint32_t start = 1 + make.below(50), stride = 1 + make.below(7);
             ASSERT_EQ(ipReseqPrefixList(A, start, stride, af), 0u);
@@ -123,7 +136,7 @@ TEST_P(PrefixAgainstTheWalk, DecidesTheSame) {
         if (make.below(400) == 0) {  // an empty list starts anew
             model.clear();
             ASSERT_EQ(ipPrefixListDelete(A, af), 0u);
-            list = create("A", af);
+            list = ipPrefixListCreate(A, 0, &status, af);
         }
         for (int i = 0; i < 4; i++) {
             uint8_t address[16];
@@ -142,13 +155,14 @@ TEST_P(PrefixAgainstTheWalk, DecidesTheSame) {
             decisions += decided != nullptr;
         }
     }
-    std::vector<uint32_t> seqs;
-    for (const walked& e : model) seqs.push_back(e.seq);
-    EXPECT_EQ(numbers(list), seqs);
+    // Every place of the list is found, and what stands there.
     for (uint32_t from = 0; from <= model.size(); from++) {
         uint32_t resume = from;
-        const std::string text = page("A", &resume, af);
-        const std::string first = from < model.size() ? "   seq " + std::to_string(seqs[from]) : "";
+        const std::string text = shown([&](void** buffer, uint32_t* size) {
+            return prefixShowIpList(A, buffer, size, 0, &resume, af);
+        });
+        const std::string first =
+            from < model.size() ? "   seq " + std::to_string(model[from].seq) + " " : "";
         EXPECT_TRUE(text.substr(from == 0 ? text.find("   seq") : 0).starts_with(first)) << from;
     }
     EXPECT_GT(decisions, 2000) << "the routes hit";
@@ -157,27 +171,27 @@ TEST_P(PrefixAgainstTheWalk, DecidesTheSame) {
 INSTANTIATE_TEST_SUITE_P(Seeds, PrefixAgainstTheWalk, testing::Range(0, 6));
 
 // What the model cannot say: lists of another family, no list, and callers with the parts apart.
-TEST_F(PrefixTest, AListHasOneFamilyAndCountsItsHits) {
-    const prefixGiven entry(5, PERMIT, "2001:db8::", 32, 48, 64);
-    prefixList* list = create("A", AF_IPV6);
-    ASSERT_EQ(add("A", entry), 0u);
+TEST_F(PolicyTest, APrefixListHasOneFamilyAndCountsItsHits) {
+    configure("ipv6 prefix-list A\n permit 2001:db8::/32 ge 48 le 64\n");
+    prefixList* list = ipPrefixListFind(A, AF_IPV6);
+    const uint8_t address[16] = {0x20, 1, 0xd, 0xb8};
     for (uint32_t length = 0; length <= 128; length++) {
-        const ipPrefix route = ipPrefixMake(AF_IPV6, entry.bytes + 24, length);
+        const ipPrefix route = ipPrefixMake(AF_IPV6, address, length);
         const int expected = length >= 48 && length <= 64 ? 0 : 1;
         EXPECT_EQ(prefixFilterCheck(list, route), expected) << length;
         EXPECT_EQ(prefixFilterCheckv4_v6(list, AF_IPV6, route.address, route.mask), expected);
         EXPECT_EQ(ipPrefixLength(route), length);
     }
     EXPECT_EQ(list->head->hits, 2 * 17u);
-    EXPECT_EQ(prefixFilterCheck(list, ipPrefixMake(AF_IPV4, entry.bytes + 24, 32)), 1);
+    EXPECT_EQ(prefixFilterCheck(list, ipPrefixMake(AF_IPV4, address, 32)), 1);
     EXPECT_EQ(prefixFilterCheck(nullptr, ipPrefix{AF_IPV4, {}, {}}), 1);
 }
 
 // Readers see a list before a change or after it. The last entry permits what every change denies
 // and permits again; two entries say the same at any time, so no reader may find neither.
-TEST_F(PrefixTest, ReadersSeeAListBeforeOrAfterAChange) {
-    prefixList* list = create("A");
-    ASSERT_EQ(add("A", {60000, PERMIT, "10.0.0.0", 8, 0, 32}), 0u);
+TEST_F(PolicyTest, ReadersSeeAPrefixListBeforeOrAfterAChange) {
+    configure("ip prefix-list A\n seq 60000 permit 10.0.0.0/8 le 32\n");
+    prefixList* list = ipPrefixListFind(A, AF_IPV4);
     std::atomic<uint32_t> wrong{0};
     auto ask = [&] {
         const uint8_t address[4] = {10, 1, 2, 3};
@@ -188,10 +202,10 @@ TEST_F(PrefixTest, ReadersSeeAListBeforeOrAfterAChange) {
         aclReadUnlock();
     };
     askWhileChanging(2, 300, 0, ask, [](uint32_t round) {
-        const prefixGiven entry(1 + round % 50, round % 2, "10.1.0.0",
-                                static_cast<uint8_t>(16 + round % 9), 0, 32);
-        if (ipAddPrefixEntryExt(A, entry.record(), AF_IPV4) != 0)
-            ipDelPrefixEntryExt(A, entry.record(), 1u, AF_IPV4);
+        const prefixGiven entry(
+            {1 + round % 50, round % 2, 0, 32, static_cast<uint8_t>(16 + round % 9), {10, 1}, {}},
+            AF_IPV4);
+        if (ipAddPrefixEntryExt(A, entry, AF_IPV4) != 0) ipDelPrefixEntryExt(A, entry, 1u, AF_IPV4);
         if (round % 20 == 0) ipReseqPrefixListExt(A, 100u, 3u, AF_IPV4);
         if (round % 30 == 0) prefixClearIpListExt(A, AF_IPV4);
     });

@@ -1,39 +1,48 @@
 // Prefix lists from the operator's side: statuses, lines, shows, requests.
-#include "tests/policy/prefixTest.h"
+#include <regex>
+
+#include "tests/policy/policyTest.h"
 
 namespace {
 
+struct PrefixTest : PolicyTest {
+    static prefixList* list() { return ipPrefixListFind(A, AF_IPV4); }
+    // An entry as no line can say it.
+    static uint32_t add(uint32_t seq, uint32_t action, uint32_t address, uint8_t len) {
+        prefix4EntryBlock e{};
+        e.seq = seq, e.action = action, e.len = len;
+        std::memcpy(&e.address, &static_cast<const be32&>(be32{} = address), 4);
+        return ipAddPrefixEntry(A, reinterpret_cast<const prefixRecord&>(e), AF_IPV4);
+    }
+    static std::string page(const listName& name, uint32_t* resume) {
+        return shown([&](void** buffer, uint32_t* size) {
+            return prefixShowIpList(name, buffer, size, 0, resume, AF_IPV4);
+        });
+    }
+};
+
 // What a random list does not come to: the end of the numbers, names and families that are none.
 TEST_F(PrefixTest, OperationsAnswerTheirStatus) {
-    configure("ip prefix-list A\n");
-    const struct {
-        const char* line;
-        uint32_t status;
-        std::vector<uint32_t> left;
-    } table[] = {
-        {" permit 10.0.0.0/8", ACL_OK, {5}},
-        {" seq 65529 permit 12.0.0.0/8", ACL_OK, {5, 65529}},
-        {" permit 13.0.0.0/8", ACL_OK, {5, 65529, 65534}},
-        {" permit 14.0.0.0/8", ACL_E_SEQ_RANGE, {5, 65529, 65534}},
-        {"no seq 5 deny 1.2.3.4/32", ACL_OK, {65529, 65534}},  // the number decides
-    };
-    for (const auto& r : table) {
-        EXPECT_EQ(type(r.line), r.status) << r.line;
-        EXPECT_EQ(numbers(ipPrefixListFind(A, AF_IPV4)), r.left);
-    }
-    const prefixGiven any(0, PERMIT, "0.0.0.0", 0);
+    configure(
+        "ip prefix-list A\n permit 10.0.0.0/8\n seq 65529 permit 12.0.0.0/8\n"
+        " permit 13.0.0.0/8\n");
+    EXPECT_EQ(type(" permit 14.0.0.0/8"), ACL_E_SEQ_RANGE);
     for (uint32_t seq : {65535u, 0xFFFFFFFFu})
-        EXPECT_EQ(add("A", {seq, PERMIT, "15.0.0.0", 8}), ACL_E_SEQ_RANGE);
+        EXPECT_EQ(add(seq, PERMIT, 0x0F000000, 8), ACL_E_SEQ_RANGE);
+    configure("no seq 5 deny 1.2.3.4/32\n");  // the number decides
+    EXPECT_EQ(lines(), (rows{"ip prefix-list A", " seq 65529 permit 12.0.0.0/8",
+                             " seq 65534 permit 13.0.0.0/8"}));
     EXPECT_EQ(ipPrefixListCreate(listName{}, 0, &status, AF_IPV4), nullptr);
     for (uint32_t refused : {status, prefixClearIpList(B, AF_IPV4),
                              ipReseqPrefixList(B, 5, 5, AF_IPV4), ipPrefixListDelete(A, AF_IPV6)})
         EXPECT_EQ(refused, ACL_E_PREFIX_NOLIST);
     EXPECT_EQ(prefixAddTaskClient(80, 0, listName{}, {}, 0, AF_IPV4), -1);
+    const prefixRecord& any = *list()->head->record;
     for (uint32_t af : {0u, 3u, 0xFFFFFFFFu}) {
         EXPECT_EQ(ipPrefixListCreate(A, 0, &status, af), nullptr);
         for (uint32_t refused :
-             {ipAddPrefixEntry(A, any.record(), af), ipDelPrefixEntry(A, any.record(), 1, af),
-              ipPrefixListDelete(A, af), ipReseqPrefixList(A, 5, 5, af)})
+             {status, ipAddPrefixEntry(A, any, af), ipDelPrefixEntry(A, any, 1, af),
+              ipPrefixListDelete(A, af), ipReseqPrefixList(A, 5, 5, af), prefixClearIpListAll(af)})
             EXPECT_EQ(refused, ACL_E_SYSTEM);
         EXPECT_EQ(prefixAddTaskClient(80, 0, A, {}, 0, af), -1);
         EXPECT_EQ(ipPrefixListFindFirst(af), nullptr);
@@ -41,54 +50,50 @@ TEST_F(PrefixTest, OperationsAnswerTheirStatus) {
 }
 
 TEST_F(PrefixTest, WritesEveryFormInBothMaskModes) {
-    const struct {
-        uint32_t af;
-        const char *plain, *masked, *shown;  // in the other mode; in a show: null: the same
-    } table[] = {
-        {AF_IPV4, "permit 10.0.0.0/8", "permit 10.0.0.0 255.0.0.0", nullptr},
-        {AF_IPV4, "deny 10.0.0.0/8 ge 16 le 24", "deny 10.0.0.0 255.0.0.0 ge 16 le 24", nullptr},
-        // A show has no "any": meant.
-        {AF_IPV4, "deny any", nullptr, "deny 0.0.0.0/0 le 32"},
-        {AF_IPV4, "permit 0.0.0.0/0 ge 1 le 32", "permit 0.0.0.0 0.0.0.0 ge 1 le 32", nullptr},
-        {AF_IPV4, "deny 10.0.0.1 bitmask 255.0.0.255", nullptr, nullptr},
-        {AF_IPV6, "permit 2001:db8::/32 ge 48 le 64", nullptr, nullptr},
-        {AF_IPV6, "deny any", nullptr, "deny ::/0 le 128"},
-        {AF_IPV6, "deny ::/0 le 32", nullptr, nullptr},
-        {AF_IPV6, "permit fe80::1 bitmask ffff::1", nullptr, nullptr},
+    const std::string text =
+        "ip prefix-list A\n seq 1 permit 10.0.0.0/8\n"
+        " seq 4 deny 10.0.0.0/8 ge 16 le 24\n seq 6 deny any\n"
+        " seq 7 permit 0.0.0.0/0 ge 1 le 32\n"
+        " seq 9 deny 10.0.0.1 bitmask 255.0.0.255\n"
+        "ipv6 prefix-list A\n seq 1 permit 2001:db8::/32 ge 48 le 64\n"
+        " seq 2 deny any\n seq 3 deny ::/0 le 32\n"
+        " seq 4 permit fe80::1 bitmask ffff::1\n";
+    configure(text);
+    EXPECT_EQ(lines(), linesOf(text));
+    auto shown = [&](const char* list) {
+        const std::string all = say(std::string("do show ") + list + " prefix-lists");
+        return std::regex_replace(all.substr(all.find("   seq")),
+                                  std::regex("   seq (\\d) (.*) \\(hit count: 0\\)"), "$1 $2");
     };
-    for (const auto& r : table) {
-        const std::string list = r.af == AF_IPV6 ? "ipv6 prefix-list A" : "ip prefix-list A";
-        SCOPED_TRACE(r.plain);
-        configure(list + "\n seq 4 " + r.plain + "\n");
-        const std::string place = r.af == AF_IPV6 ? "83v6/148 A 1/6/ff" : "83/148 A 1/6/ff",
-                          sync = r.af == AF_IPV6 ? "sync 80 A \"" : "sync 15 A \"";
-        const std::string plain = std::string(" seq 4 ") + r.plain;
-        std::string inserted = "cfg insert " + place + " \"" + plain + "\"";
-        if (r.masked != nullptr) inserted += std::string(" / \" seq 4 ") + r.masked + "\"";
-        EXPECT_EQ(told(), (rows{inserted, sync + plain + "\""}));
-        for (uint32_t inverse : {0u, 1u}) {
-            aclNode->config.inverseMask = inverse;
-            std::string line = r.shown != nullptr ? r.shown : r.plain;
-            if (inverse != 0 && r.masked != nullptr) line = r.masked;
-            if (inverse != 0 && line == "deny 0.0.0.0/0 le 32") line = "deny 0.0.0.0 0.0.0.0 le 32";
-            uint32_t resume = 0;
-            EXPECT_TRUE(
-                page("A", &resume, r.af).ends_with("\r\n   seq 4 " + line + " (hit count: 0)\r\n"));
-        }
-        // A removal is told in the mode that is set, and first.
-        EXPECT_EQ(ipDelPrefixEntry(A, *ipPrefixListFind(A, r.af)->head->record, 1, r.af), 0u);
-        EXPECT_EQ(testTake(),
-                  (rows{sync + "no  seq 4 " + (r.masked != nullptr ? r.masked : r.plain) + "\"",
-                        "cfg exact " + place}));
-        aclNode->config.inverseMask = 0;
-    }
-    EXPECT_EQ(add("A", {8, 7, "0.0.0.0", 0}), 0u);
-    EXPECT_EQ(lines()[1], " seq 8 permit 0.0.0.0/0") << "whatever is not deny permits";
+    // A show has no "any": meant.
+    EXPECT_EQ(shown("ip"),
+              "1 permit 10.0.0.0/8\n4 deny 10.0.0.0/8 ge 16 le 24\n"
+              "6 deny 0.0.0.0/0 le 32\n7 permit 0.0.0.0/0 ge 1 le 32\n"
+              "9 deny 10.0.0.1 bitmask 255.0.0.255\n");
+    const std::string six = shown("ipv6");
+    EXPECT_EQ(six,
+              "1 permit 2001:db8::/32 ge 48 le 64\n2 deny ::/0 le 128\n"
+              "3 deny ::/0 le 32\n4 permit fe80::1 bitmask ffff::1\n");
+    aclNode->config.inverseMask = 1;
+    shell.inverseMask = true;
+    EXPECT_EQ(shown("ip"),
+              "1 permit 10.0.0.0 255.0.0.0\n"
+              "4 deny 10.0.0.0 255.0.0.0 ge 16 le 24\n"
+              "6 deny 0.0.0.0 0.0.0.0 le 32\n7 permit 0.0.0.0 0.0.0.0 ge 1 le 32\n"
+              "9 deny 10.0.0.1 bitmask 255.0.0.255\n");
+    EXPECT_EQ(shown("ipv6"), six);
+    // A removal is told in the mode that is set, and first.
+    enter("ip prefix-list A");
+    EXPECT_EQ(type("no seq 4 deny 10.0.0.0 255.0.0.0 ge 16 le 24"), 0u);
+    EXPECT_EQ(told(), (rows{"sync 15 A \"no  seq 4 deny 10.0.0.0 255.0.0.0 ge 16 le 24\"",
+                            "cfg exact 83/148 A 1/6/ff"}));
+    aclNode->config.inverseMask = 0;
+    EXPECT_EQ(add(8, 7, 0, 0), 0u);
+    EXPECT_EQ(lines()[4], " seq 8 permit 0.0.0.0/0") << "whatever is not deny permits";
 }
 
 TEST_F(PrefixTest, ShowsPagesOfFiftyAndKeepsALowestNumberThatHasGone) {
     configure("ip prefix-list A\n");
-    prefixList* list = ipPrefixListFind(A, AF_IPV4);
     const std::string front = "ip prefix-list A:\ncount: ";
     const struct {
         const char *line, *header;
@@ -114,18 +119,18 @@ TEST_F(PrefixTest, ShowsPagesOfFiftyAndKeepsALowestNumberThatHasGone) {
         expected += "   seq " + std::to_string(5 * i + 5) + " " + entry +
                     " (hit count: " + (i == 0 ? "3" : "0") + ")\n";
     }
-    list->head->hits = 3;
+    list()->head->hits = 3;
     EXPECT_EQ(say("do show ip prefix-lists detail"), expected);
     for (uint32_t beyond : {120u, 121u, 0xFFFFFFFFu}) {
         uint32_t resume = beyond;
-        EXPECT_EQ(page("A", &resume), "");
+        EXPECT_EQ(page(A, &resume), "");
         EXPECT_EQ(resume, 0u);
     }
     uint32_t resume = 0;
-    EXPECT_EQ(page("B", &resume), "status 32");
-    EXPECT_EQ(page("A", nullptr), "status 5");
+    EXPECT_EQ(page(B, &resume), "status 32");
+    EXPECT_EQ(page(A, nullptr), "status 5");
     testFail(TEST_BUFFER);
-    EXPECT_EQ(page("A", &resume), "status 28");
+    EXPECT_EQ(page(A, &resume), "status 28");
     // Only what changes a list makes it the last one: a placeholder of its name does not.
     ipPrefixListCreate(B, 0, &status, AF_IPV4);
     EXPECT_STREQ(aclNode->prefix.lastPrefixList, "B");
@@ -146,21 +151,15 @@ TEST_F(PrefixTest, LongListsStayShallowInWhateverOrderTheirNumbersCome) {
     std::ranges::sort(ids, std::greater{});
     std::vector<uint32_t> order(PREFIX_SEQ_MAX);
     for (uint32_t rank = 0; rank < PREFIX_SEQ_MAX; rank++) order[ids[rank].second] = rank + 1;
-    prefixGiven entry(0, PERMIT, "10.0.0.0", 32);
-    for (int reversed : {0, 1, 2}) {
-        if (reversed == 1) std::ranges::reverse(order);
-        if (reversed == 2) std::ranges::sort(order);
-        prefixList* list = create("A");
-        for (uint32_t i = 0; i < PREFIX_SEQ_MAX; i++) {
-            entry.record().seq = order[i];
-            entry.bytes[26] = static_cast<uint8_t>(i >> 8);
-            entry.bytes[27] = static_cast<uint8_t>(i);
-            ASSERT_EQ(add("A", entry), 0u);
-        }
+    for (bool ascending : {false, true}) {
+        if (ascending) std::ranges::sort(order);
+        ASSERT_NE(ipPrefixListCreate(A, 0, &status, AF_IPV4), nullptr);
+        for (uint32_t i = 0; i < PREFIX_SEQ_MAX; i++)
+            ASSERT_EQ(add(order[i], PERMIT, 0x0A000000 + i, 32), 0u);
         uint32_t depth = 0;
         for (uint32_t seq = 1; seq <= PREFIX_SEQ_MAX; seq += 97) {
             uint32_t steps = 0;
-            for (const prefixEntry* at = list->order; at->record->seq != seq; steps++)
+            for (const prefixEntry* at = list()->order; at->record->seq != seq; steps++)
                 at = at->child[at->record->seq < seq];
             depth = std::max(depth, steps);
         }
@@ -172,16 +171,13 @@ TEST_F(PrefixTest, LongListsStayShallowInWhateverOrderTheirNumbersCome) {
 
 TEST_F(PrefixTest, ResequencesWholeOrNotAtAll) {
     configure("ip prefix-list A\n permit 10.0.0.0/8\n permit 10.0.0.0/9\n permit 10.0.0.0/10\n");
-    prefixList* list = ipPrefixListFind(A, AF_IPV4);
+    EXPECT_EQ(prefixAddTaskClient(APP_RTM, 0, A, {}, 0, AF_IPV4), 0);
     testTake();
     const std::pair<uint32_t, uint32_t> refused[] = {
         {65530, 5}, {0, 5}, {5, 0}, {65535, 1}, {1, 0x80000000}, {0xFFFFFFFF, 0xFFFFFFFF}};
     for (auto [start, step] : refused)
         EXPECT_EQ(ipReseqPrefixList(A, start, step, AF_IPV4), ACL_E_SEQ_RANGE) << start;
-    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{5, 10, 15}));
     EXPECT_EQ(testTake(), rows{});
-    EXPECT_EQ(prefixAddTaskClient(APP_RTM, 0, A, {}, 0, AF_IPV4), 0);
-
     configure("resequence prefix-list A 65524 5\n");
     EXPECT_EQ(testHost.restedUs, 3000u);
     ASSERT_EQ(told().size(), 12u);  // block out and in (2 + 3), three lines (2 each), one trigger
@@ -190,12 +186,8 @@ TEST_F(PrefixTest, ResequencesWholeOrNotAtAll) {
               "cfg insert 83/148 A 1/65526/ff \" seq 65524 permit 10.0.0.0/8\" / "
               "\" seq 65524 permit 10.0.0.0 255.0.0.0\"");
     EXPECT_EQ(told()[11], "swp 1 14468 length 292");
-    EXPECT_EQ(list->lowestSeq, 5u) << "left as it was";
-    EXPECT_EQ(list->highestSeq, 65534u);
-    // The searches by number go by the new numbers.
-    EXPECT_EQ(add("A", {65530, PERMIT, "10.0.0.0", 20}), 0u);
-    EXPECT_EQ(add("A", {65529, PERMIT, "10.0.0.0", 21}), ACL_E_PREFIX_SEQ_USED);
-    EXPECT_EQ(numbers(list), (std::vector<uint32_t>{65524, 65529, 65530, 65534}));
+    EXPECT_EQ(list()->lowestSeq, 5u) << "left as it was";
+    EXPECT_EQ(list()->highestSeq, 65534u);
 }
 
 // The requests and messages of a family.
@@ -208,7 +200,6 @@ struct PrefixFamily : PrefixTest, testing::WithParamInterface<bool> {
         configure(header + "\n");
         debug("aclPopulatePrefixList", v6 ? "A 2 60" : "A 1 60");
     }
-    prefixList* list() { return ipPrefixListFind(A, af); }
 };
 INSTANTIATE_TEST_SUITE_P(Families, PrefixFamily, testing::Bool());
 
@@ -244,9 +235,10 @@ TEST_P(PrefixFamily, TasksAskForPages) {
         EXPECT_TRUE(std::string(text).starts_with(s.front)) << text;
     }
     for (const std::string name : {"", " A"}) {
-        list()->head->hits = 1;
+        uint32_t& hits = ipPrefixListFind(A, af)->head->hits;
+        hits = 1;
         (void)say("do clear " + ip + " prefix-list" + name);
-        EXPECT_EQ(list()->head->hits, 0u);
+        EXPECT_EQ(hits, 0u);
     }
 }
 

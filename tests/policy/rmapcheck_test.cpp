@@ -32,37 +32,36 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         "ipv6 prefix-list L\n permit 2001:db8::/32 le 128\n"
         "ip as-path access-list L\n permit _2_\nip community-list L\n permit 65000:2\n"
         "ip extcommunity-list L\n permit rt 65000:2\n");
-    const std::string v4 = "10.1.0.0/16 ", v6 = "2001:db8:1::/48 ";
+    const std::string v4 = "10.1.0.0/16", v6 = "2001:db8:1::/48";
     const struct {
-        const char* clause;
-        std::string hold, miss;
+        const char *clause, *hold, *miss;  // a route's attributes, or another route
     } cases[] = {
-        {" match as-path L", v4 + "as-path 1 2 3", v4},
-        {" match community L", v4 + "community 0:5 65000:2", v4 + "community 0:5"},
-        {" match community L exact", v4 + "community 65000:2", v4 + "community 0:5 65000:2"},
-        {" match extcommunity L", v4 + "extcommunity rt 65000:2", v4 + "extcommunity rt 65000:8"},
-        {" match access list L", v4, "10.2.0.0/16"},
-        {" match ip address L", v4, "10.2.0.0/16"},
-        {" match ip address prefix-list L", v4, "10.1.0.0/15"},
-        {" match ip next-hop L", v4 + "next-hop 10.1.2.3", v4 + "next-hop 10.2.2.3"},
-        {" match ip next-hop prefix-list L", v4 + "next-hop 10.1.2.3", v4 + "next-hop 10.2.2.3"},
-        {" match ip route-source L", v4 + "route-source 10.1.2.3", v4 + "route-source 10.2.2.3"},
-        {" match ip route-source prefix-list L", v4 + "route-source 10.1.2.3", v4},
-        {" match ipv6 address prefix-list L", v6, v4},
-        {" match ipv6 next-hop prefix-list L", v6 + "next-hop 2001:db8::", v6 + "next-hop fe01::"},
-        {" match ipv6 route-source prefix-list L", v6 + "route-source 2001:db8::", v6},
-        {" match origin incomplete", v4 + "origin incomplete", v4 + "origin egp"},
-        {" match route-type external", v4 + "route-type external type-2",
-         v4 + "route-type level-1"},
-        {" match metric 9", v4 + "metric 9", v4 + "metric 8"},
-        {" match tag 9", v4 + "tag 9", v4 + "tag 8"},
+        {" match as-path L", "as-path 1 2 3", ""},
+        {" match community L", "community 0:5 65000:2", "community 0:5"},
+        {" match community L exact", "community 65000:2", "community 0:5 65000:2"},
+        {" match extcommunity L", "extcommunity rt 65000:2", "extcommunity rt 65000:8"},
+        {" match access list L", "", "10.2.0.0/16"},
+        {" match ip address L", "", "10.2.0.0/16"},
+        {" match ip address prefix-list L", "", "10.1.0.0/15"},
+        {" match ip next-hop L", "next-hop 10.1.2.3", "next-hop 10.2.2.3"},
+        {" match ip next-hop prefix-list L", "next-hop 10.1.2.3", "next-hop 10.2.2.3"},
+        {" match ip route-source L", "route-source 10.1.2.3", "route-source 10.2.2.3"},
+        {" match ip route-source prefix-list L", "route-source 10.1.2.3", ""},
+        {" match ipv6 address prefix-list L", "", "10.1.0.0/16"},
+        {" match ipv6 next-hop prefix-list L", "next-hop 2001:db8::", "next-hop fe01::"},
+        {" match ipv6 route-source prefix-list L", "route-source 2001:db8::", ""},
+        {" match origin incomplete", "origin incomplete", "origin egp"},
+        {" match route-type external", "route-type external type-2", "route-type level-1"},
+        {" match metric 9", "metric 9", "metric 8"},
+        {" match tag 9", "tag 9", "tag 8"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.clause);
         configure(std::string("route-map M permit 10\n") + c.clause + "\n");
-        EXPECT_TRUE(permits(c.hold));
-        EXPECT_FALSE(permits(c.miss));
-        const std::string answer = debug("testRouteMap", "M " + c.hold);
+        const std::string its = std::strstr(c.clause, "ipv6") != nullptr ? v6 : v4;
+        EXPECT_TRUE(permits(its + " " + c.hold));
+        EXPECT_FALSE(permits(c.miss[0] == '1' ? c.miss : its + " " + c.miss));
+        const std::string answer = debug("testRouteMap", "M " + its + " " + c.hold);
         EXPECT_NE(
             answer.find(std::string("[{\"clause\":\"") + (c.clause + 1) + "\",\"holds\":true}"),
             answer.npos)
