@@ -197,7 +197,7 @@ TEST_F(cfgDb, AFailedCommitLosesNothing) {
         EXPECT_TRUE(zekCfgIsDirty(db.get()));
     }
     sqlite3_commit_hook(db->sql, nullptr, nullptr);
-    while (zekCfgCommit(db.get()) != 0) usleep(1000);
+    for (int i = 0; i < 10000 && zekCfgCommit(db.get()) != 0; i++) usleep(1000);
     cfgDbSetReport(nullptr);
 
     EXPECT_TRUE(zekCfgWritable(db.get()));

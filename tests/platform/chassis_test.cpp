@@ -34,17 +34,12 @@ TEST_F(chassisFile, TheExampleIsReadWholeAndEveryInterfaceNameHasAnIndexThatLead
     ASSERT_EQ(chassis.cards.size(), 2u);
     EXPECT_TRUE(chassis.cards[1].ipv6Egress);
     EXPECT_EQ(chassis.cards[1].ports[3].pipe, 1u);
-    const std::tuple<uint32_t, uint32_t, uint32_t> addresses[] = {
-        {APP_IFM, 0, 0x7F010001},
-        {APP_IFM, 1, ADDRESS_UNKNOWN},
-        {APP_ACL_AGENT, 2, 0x7F010102},
-        {APP_MAC_AGENT, 1, 0x7F010101},
-        {APP_ACL_AGENT, 0, ADDRESS_UNKNOWN},
-        {APP_ACL_AGENT, 20, ADDRESS_UNKNOWN},
-        {APP_ACL_AGENT, ~0u, ADDRESS_UNKNOWN}};
-    for (const auto& [app, instance, address] : addresses)
-        EXPECT_EQ(chassisAddress(chassis, app, instance), address) << app << " " << instance;
-
+    EXPECT_EQ(chassisAddress(chassis, APP_IFM, 0), 0x7F010001u);
+    EXPECT_EQ(chassisAddress(chassis, APP_IFM, 1), ADDRESS_UNKNOWN);
+    EXPECT_EQ(chassisAddress(chassis, APP_ACL_AGENT, 2), 0x7F010102u);
+    EXPECT_EQ(chassisAddress(chassis, APP_MAC_AGENT, 1), 0x7F010101u);
+    for (uint32_t slot : {0u, 3u, 20u, ~0u})
+        EXPECT_EQ(chassisAddress(chassis, APP_ACL_AGENT, slot), ADDRESS_UNKNOWN);
     const std::tuple<const char*, uint32_t, int> rows[] = {
         {"1/0", IF_TYPE_PORT, 1},
         {"2/3", IF_TYPE_PORT, 2},

@@ -49,7 +49,8 @@ struct network {
     std::set<std::pair<uint32_t, uint32_t>> sent;  // session, number
     uint64_t repeated = 0;
 
-    explicit network(uint32_t window = 10, uint32_t repeats = 5) {
+    network(uint32_t window, uint32_t repeats, swpOwner owner = swpOwner::keeps) {
+        queue.owner = owner;
         queue.window = window;
         queue.repeatsMax = repeats;
         queue.session = 100;
@@ -156,7 +157,7 @@ TEST(swpReceiver, Verdicts) {
 
 // One lost message must not cost a time-out for each message behind it.
 TEST(swpSender, KeepsTheWindowAndALostMessageCostsOneTimeout) {
-    network n(4);
+    network n(4, 5);
     n.fill(100);
     EXPECT_EQ(n.data.size(), 4u);
     n.data.erase(n.data.begin() + 2);
@@ -173,7 +174,7 @@ TEST(swpSender, KeepsTheWindowAndALostMessageCostsOneTimeout) {
 // A full socket is no lost message: what it has not taken goes as soon as there is room, and an
 // answer to what has not gone is none.
 TEST(swpSender, AnAnswerReleasesWhatIsBeforeItAndImpossibleOnesNothing) {
-    network n(10);
+    network n(10, 5);
     n.room = 4;
     n.fill(12);
     EXPECT_EQ(n.queue.inFlight, 4u);
@@ -229,7 +230,7 @@ TEST(swpSender, ADeadPeerIsTriedOnAndGetsWhatWasTaken) {
 }
 
 struct renewed : network {
-    renewed() : network(10, 3) { queue.owner = swpOwner::renews; }
+    renewed() : network(10, 3, swpOwner::renews) {}
     void expectLost(size_t left) {
         EXPECT_EQ(queue.state, zekSwpState::lost);
         EXPECT_EQ(queue.backlog.size(), left);
