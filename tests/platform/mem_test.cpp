@@ -36,7 +36,8 @@ class pools : public testing::Test {
 TEST_F(pools, ARequestTakesTheSmallestClassThatHoldsIt) {
     ASSERT_EQ(zekMemClasses().size(), std::size(sizes));
     EXPECT_TRUE(std::ranges::is_sorted(zekMemClasses(), {}, &zekMemClass::size));
-    for (size_t size : {0, 1, 2, 8, 9, 19, 20, 21, 25, 44, 45, 184, 185, 736, 737, 4524, 8492}) {
+    for (size_t size :
+         {0u, 1u, 2u, 8u, 9u, 19u, 20u, 21u, 25u, 44u, 45u, 184u, 185u, 736u, 737u, 4524u, 8492u}) {
         SCOPED_TRACE(size);
         void* block = take(size);
         ASSERT_NE(block, nullptr);
@@ -53,7 +54,7 @@ TEST_F(pools, ALimitOfAClassRefusesAndCountsAndLiftsAgain) {
     ASSERT_EQ(zekMemSetLimit(40, 2), 0);
     EXPECT_EQ(zekMemSetLimit(9000, 2), -1);
     std::vector<void*> taken;
-    for (size_t size : {44, 30, 45, 44, 44}) taken.push_back(take(size));
+    for (size_t size : {44u, 30u, 45u, 44u, 44u}) taken.push_back(take(size));
     for (size_t i = 0; i < 5; i++)
         EXPECT_EQ(taken[i] != nullptr, i < 3) << "45 is of another class";
     zekMC_M_memBlockVarFree(taken[0]);

@@ -125,7 +125,7 @@ TEST_F(radix, RandomOperationsAgreeWithAnOrderedMap) {
 TEST_F(radix, KeysThatAreFrontsOfEachOtherMakeADeepTree) {
     for (size_t length = 0; length <= 8000; length += 2) add(std::string(length, 'k'));
     checkWhole();
-    for (size_t length : {4001, 4000, 8191}) checkKey(std::string(length, 'k'));
+    for (size_t length : {4001u, 4000u, 8191u}) checkKey(std::string(length, 'k'));
 }
 
 TEST_F(radix, KeyLengthsAreRoundedDownToBytesAndBounded) {

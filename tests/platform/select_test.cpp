@@ -92,7 +92,7 @@ TEST_F(selectTest, RequestsThatWaitTogetherShareOneCommitForSixtyFourAtMost) {
 
 TEST_F(selectTest, WhileNothingCanBeCommittedOnlyChangesWaitForTheirAnswers) {
     commitResult = -1;
-    for (uint32_t i : {1, 2}) {
+    for (uint32_t i : {1u, 2u}) {
         ask(i);
         serve(i, i == 1);
     }
