@@ -1,8 +1,5 @@
 // Lists on cards, with real managers and agents: what is bound is installed, through every change
 // and in spite of everything that ends in between.
-#include <gtest/gtest.h>
-#include <signal.h>
-
 #include <regex>
 
 #include "tests/system/chassis.h"

@@ -1,9 +1,6 @@
 #include "tests/system/chassis.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -101,14 +98,6 @@ int process::stop(int signal) {
     return exitStatus(status);
 }
 
-void process::stand() const {
-    kill(pid, SIGSTOP);
-    EXPECT_EQ(waitpid(pid, nullptr, WUNTRACED), pid);
-}
-void process::go() const {
-    kill(pid, SIGCONT);
-}
-
 commandResult runCommand(const std::vector<std::string>& argv, const std::string& input) {
     FILE* files[] = {tmpfile(), tmpfile(), tmpfile()};
     fwrite(input.data(), 1, input.size(), files[0]);
@@ -160,16 +149,6 @@ bool chassisFixture::startAgent(int slot) {
         argv.insert(argv.end(), {"--slot", std::to_string(slot)});
     return agents[slot].start(argv, dir + "/aclagent" + std::to_string(slot) + ".stderr");
 }
-void chassisFixture::startAll() {
-    EXPECT_TRUE(startNeighbours());
-    EXPECT_TRUE(startManager());
-    for (int slot : {1, 2, AGENT_CP}) EXPECT_TRUE(startAgent(slot));
-}
-bool chassisFixture::killAndRestart() {
-    manager.stop(SIGKILL);
-    // A request that changes nothing waits for the restore like every other one.
-    return startManager() && shell({"-c", "clear ip access-lists counters"}).status == 0;
-}
 
 commandResult chassisFixture::shell(const std::vector<std::string>& arguments,
                                     const std::string& input) const {
@@ -188,25 +167,7 @@ void chassisFixture::movePrimary(int index) const {
     EXPECT_TRUE(waitUntil(
         [&] { return show("show system | include role").find(role) != std::string::npos; }));
 }
-void chassisFixture::load(const std::string& lines) const {
-    commandResult result = shell({"-f", "-"}, lines);
-    EXPECT_EQ(result.status, 0) << lines << result.err;
-}
-std::string chassisFixture::write(const std::string& name, const std::string& text) const {
-    std::string path = dir + "/" + name;
-    std::ofstream(path) << text;
-    return path;
-}
 
-rawEndpoint::rawEndpoint(const std::string& dir, uint32_t itsAddress, uint32_t itsService)
-    : address(itsAddress), service(itsService) {
-    std::string error;
-    endpoint = zekEndpointOpen(dir, address, service, &error);
-    EXPECT_NE(endpoint, nullptr) << error;
-}
-rawEndpoint::~rawEndpoint() {
-    zekEndpointClose(endpoint);
-}
 rawClient::rawClient(const chassisFixture& chassis, uint32_t which)
     : rawEndpoint(chassis.dir, RP_ADDRESS,
                   SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid()) + which * PIDS) {}
@@ -239,17 +200,6 @@ std::string rawClient::agentSummary(int slot) {
         if (reinterpret_cast<const ipcHdr*>(answer.data())->sequence == sequence)
             return std::string(answer.begin() + AGENT_STATE_TEXT_OFFSET, answer.end());
     }
-}
-bool rawEndpoint::send(const std::vector<uint8_t>& message) const {
-    return zekEndpointSend(endpoint, message.data(), message.size(), PATIENCE_MS) ==
-           zekSendResult::sent;
-}
-std::vector<uint8_t> rawEndpoint::receive(int waitMs) const {
-    std::vector<uint8_t> message;
-    zekSender sender{};
-    int got = zekEndpointRecv(endpoint, &message, ZEK_MESSAGE_MAX, waitMs, &sender);
-    if (got <= 0) message.clear();
-    return message;
 }
 std::vector<uint8_t> rawClient::ask(std::vector<uint8_t> message, uint32_t type) {
     static uint32_t sequence = 1000;

@@ -1,6 +1,11 @@
 // A chassis of real processes in a run folder of its own, for the tests of a whole system.
 #pragma once
 
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+
+#include <fstream>
 #include <functional>
 #include <map>
 #include <string>
@@ -30,8 +35,12 @@ struct process {
     bool running() const;
     // Sends the signal and waits for the end; returns the exit status as commandResult has it.
     int stop(int signal);
-    void stand() const;  // still, until it may go on
-    void go() const;
+    // Stands still, until it may go on.
+    void stand() const {
+        kill(pid, SIGSTOP);
+        EXPECT_EQ(waitpid(pid, nullptr, WUNTRACED), pid);
+    }
+    void go() const { kill(pid, SIGCONT); }
 };
 
 // Runs a program to its end, with `input` on its standard input.
@@ -53,9 +62,18 @@ struct chassisFixture {
     bool startManager(const std::vector<std::string>& options = {});
     bool startNeighbours();
     bool startAgent(int slot);
-    void startAll();  // neighbours, manager and the agents of slots 1 and 2 and the control plane
+    // Neighbours, manager and the agents of slots 1 and 2 and of the control plane.
+    void startAll() {
+        EXPECT_TRUE(startNeighbours());
+        EXPECT_TRUE(startManager());
+        for (int slot : {1, 2, AGENT_CP}) EXPECT_TRUE(startAgent(slot));
+    }
     // Ends the manager at once and starts it again; returns when its configuration is restored.
-    bool killAndRestart();
+    bool killAndRestart() {
+        manager.stop(SIGKILL);
+        // A request that changes nothing waits for the restore like every other one.
+        return startManager() && shell({"-c", "clear ip access-lists counters"}).status == 0;
+    }
 
     commandResult shell(const std::vector<std::string>& arguments,
                         const std::string& input = "") const;
@@ -65,8 +83,16 @@ struct chassisFixture {
     void movePrimary(int index) const;
     std::string runningConfig() const { return show("show running-config"); }
     // Loads configuration lines, which must be accepted.
-    void load(const std::string& lines) const;
-    std::string write(const std::string& name, const std::string& text) const;  // a file; its path
+    void load(const std::string& lines) const {
+        commandResult result = shell({"-f", "-"}, lines);
+        EXPECT_EQ(result.status, 0) << lines << result.err;
+    }
+    // A file; its path.
+    std::string write(const std::string& name, const std::string& text) const {
+        std::string path = dir + "/" + name;
+        std::ofstream(path) << text;
+        return path;
+    }
 };
 
 // How often tests that kill at random do so: ACL_KILL_ROUNDS of the environment, else this.
@@ -88,13 +114,27 @@ struct rawEndpoint {
     zekEndpoint* endpoint = nullptr;
     uint32_t address, service;
 
-    rawEndpoint(const std::string& dir, uint32_t itsAddress, uint32_t itsService);
-    ~rawEndpoint();
+    rawEndpoint(const std::string& dir, uint32_t itsAddress, uint32_t itsService)
+        : address(itsAddress), service(itsService) {
+        std::string error;
+        endpoint = zekEndpointOpen(dir, address, service, &error);
+        EXPECT_NE(endpoint, nullptr) << error;
+    }
+    ~rawEndpoint() { zekEndpointClose(endpoint); }
     rawEndpoint(const rawEndpoint&) = delete;
     rawEndpoint& operator=(const rawEndpoint&) = delete;
-    bool send(const std::vector<uint8_t>& message) const;
+    bool send(const std::vector<uint8_t>& message) const {
+        return zekEndpointSend(endpoint, message.data(), message.size(), PATIENCE_MS) ==
+               zekSendResult::sent;
+    }
     // The next message, empty when none came within that time.
-    std::vector<uint8_t> receive(int waitMs = PATIENCE_MS) const;
+    std::vector<uint8_t> receive(int waitMs = PATIENCE_MS) const {
+        std::vector<uint8_t> message;
+        zekSender sender{};
+        int got = zekEndpointRecv(endpoint, &message, ZEK_MESSAGE_MAX, waitMs, &sender);
+        if (got <= 0) message.clear();
+        return message;
+    }
 };
 
 // A task's endpoint that speaks to the manager.

@@ -1,7 +1,5 @@
 // Tasks that use lists, as processes: what each receives through the life of a list, and what a bad
 // client costs the others.
-#include <gtest/gtest.h>
-
 #include <regex>
 
 #include "client/aclClient.h"

@@ -1,14 +1,9 @@
 // The main job on real input: a configuration is loaded, kept, shown, and survives.
-#include <gtest/gtest.h>
-#include <signal.h>
-
-#include <cstring>
 #include <map>
 #include <random>
 #include <regex>
 #include <set>
 #include <sstream>
-#include <utility>
 
 #include "include/entry.h"
 #include "include/icmpNames.h"
@@ -19,36 +14,31 @@ namespace {
 
 // Text at random: {a|b} is one of them, #n a number below n, <rule> what the rule makes.
 struct textMaker {
-    std::map<std::string_view, std::string> rules;
+    std::map<std::string, std::string> rules;
     std::mt19937 rng;
 
-    std::string make(std::string_view text) {
-        std::string out;
-        while (!text.empty()) {
-            const char first = text[0];
-            text.remove_prefix(1);
-            if (first == '#') {
-                const size_t end = std::min(text.find_first_not_of("0123456789"), text.size());
-                out += std::to_string(rng() % std::stoul(std::string(text.substr(0, end))));
-                text.remove_prefix(end);
-            } else if (first == '<') {
-                out += make(rules.at(text.substr(0, text.find('>'))));
-                text.remove_prefix(text.find('>') + 1);
-            } else if (first == '{') {
-                std::vector<std::string_view> ways;
-                size_t from = 0, at = 0;
-                for (int depth = 0; depth >= 0; at++) {
-                    if (depth == 0 && (text[at] == '|' || text[at] == '}'))
-                        ways.push_back(text.substr(std::exchange(from, at + 1), at - from));
-                    depth += text[at] == '{' ? 1 : text[at] == '}' ? -1 : 0;
-                }
-                out += make(ways[rng() % ways.size()]);
-                text.remove_prefix(at);
+    std::string make(std::string text) {
+        for (size_t at = 0; (at = text.find_first_of("<#{", at)) != text.npos;) {
+            size_t end = at + 1;
+            std::vector<std::string> ways(1);
+            if (text[at] == '<') {
+                end = text.find('>', at) + 1;
+                ways[0] = rules.at(text.substr(at + 1, end - at - 2));
+            } else if (text[at] == '#') {
+                while (isdigit(text[end]) != 0) ways[0] += text[end++];
+                ways[0] = std::to_string(rng() % std::stoul(ways[0]));
             } else {
-                out += first;
+                for (int depth = 1; depth > 0; end++) {
+                    depth += text[end] == '{' ? 1 : text[end] == '}' ? -1 : 0;
+                    if (depth == 1 && text[end] == '|')
+                        ways.emplace_back();
+                    else if (depth > 0)
+                        ways.back() += text[end];
+                }
             }
+            text.replace(at, end - at, ways[rng() % ways.size()]);
         }
-        return out;
+        return text;
     }
 };
 
@@ -85,11 +75,12 @@ std::string configuration(bool inverse, int lines) {
          {"T", "<entry><ip><count>\n"}},
         std::mt19937(inverse ? 2 : 1)};
     std::string text = inverse ? "access-list inverse-mask\n" : "";
-    for (const char* list : {"access-list standard S", "access-list extended E", "trace-list T"}) {
-        const std::string_view name = std::string_view(list).substr(strlen(list) - 1);
-        if (name == "T") maker.rules["dscp"] = "";
-        text += "ip " + std::string(list) + "\n";
-        for (int i = 0; i < lines / 3; i++) text += maker.make(maker.rules[name]);
+    for (const std::string list :
+         {"access-list standard S", "access-list extended E", "trace-list T"}) {
+        if (list.back() == 'T') maker.rules["dscp"] = "";
+        text += "ip " + list + "\n";
+        for (int i = 0; i < lines / 3; i++)
+            text += maker.make(maker.rules[list.substr(list.size() - 1)]);
     }
     return text + "ip trace-group T\n";
 }

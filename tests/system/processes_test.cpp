@@ -1,7 +1,4 @@
 // Starting, stopping and bad company.
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <random>

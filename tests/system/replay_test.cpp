@@ -1,8 +1,5 @@
 // Everything around a card ends, stops and starts again in turn while lists change: what is in
 // force on it never gets less, and in the end it is what is meant.
-#include <gtest/gtest.h>
-#include <signal.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>

@@ -1,6 +1,4 @@
 // What happens to answered changes when their storage fails or the manager ends at any instant.
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sqlite3.h>
 #include <sys/mount.h>
 
