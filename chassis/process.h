@@ -30,6 +30,7 @@ inline bool processLoad(processOptions* o, chassisDescription* chassis, std::str
 }
 
 // SIGTERM and SIGINT as a descriptor to poll.
+// Blocked as signals, so that a message under way is finished first.
 inline int processStopFd() {
     sigset_t stop;
     sigemptyset(&stop);

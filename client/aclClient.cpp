@@ -1,3 +1,4 @@
+// The client library: one request and one reply at a time over the task's response queue.
 #include "client/aclClient.h"
 
 #include <poll.h>
@@ -15,6 +16,7 @@ namespace {
 
 constexpr int SEND_PATIENCE_MS = 1000;
 
+// Message types: registering, taking it back, the trigger.
 constexpr aclClientKind KIND_IP{"ip", 14442, 14443, 14460};
 constexpr aclClientKind KIND_IPV6{"ipv6", 14444, 14445, 14529};
 constexpr aclClientKind KIND_PREFIX{"prefix", 14446, 14447, 14468};
@@ -39,6 +41,8 @@ aclClientResult await(aclClientKey* key, uint32_t mtype, uint32_t sequence) {
     std::vector<uint8_t> reply;
     zekSender sender{};
     for (;;) {
+        // Everything that is there, before the clock: a reply that came in time counts even when
+        // this thread looks late.
         while (zekEndpointRecv(key->endpoint, &reply, IPC_TRANSPORT_MAX, 0, &sender) > 0) {
             const auto* hdr = wireView<ipcHdr>(std::span<const uint8_t>(reply));
             if (hdr == nullptr || hdr->mtype != mtype || hdr->sequence != sequence) continue;
@@ -119,6 +123,7 @@ CLIENT_PAIR(Rmap, KIND_RMAP)
 bool aclTriggerRead(std::span<const uint8_t> message, aclTriggerText* trigger) {
     // What follows the pairs is not needed, and the first message of a list has none.
     if (message.size() < TRIGGER_LEN) return false;
+    // Copied to its full length, so that the record can be looked at whole.
     std::vector<uint8_t> whole(message.begin(), message.end());
     whole.resize(std::max(whole.size(), sizeof(triggerMsg)));
     const auto* msg = wireView<triggerMsg>(std::span<const uint8_t>(whole));

@@ -75,7 +75,8 @@ constexpr uint64_t agentHash(std::span<const uint8_t> bytes) {
 }
 // Of an IPv4 entry: everything but the unused first word, its sequence number included.
 inline uint64_t agentEntryHash(const agentEntry& entry) {
-    return agentHash(std::span(reinterpret_cast<const uint8_t*>(&entry), sizeof entry).subspan(4));
+    return agentHash(std::span(reinterpret_cast<const uint8_t*>(&entry), sizeof entry)
+                         .subspan(offsetof(agentEntry, seq)));
 }
 // A hash as the answers show it: 16 hex digits.
 inline std::string agentHashText(uint64_t hash) {

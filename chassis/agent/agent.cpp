@@ -1,3 +1,4 @@
+// An agent at work: what it sends to the manager and chassisd, and what becomes of each message.
 #include "chassis/agent/agent.h"
 
 #include <algorithm>
@@ -9,8 +10,11 @@
 namespace {
 
 constexpr int TURNS = 4;  // of taking messages, in one call and from one endpoint
+// For those who ask for its state and do not read: downloads are not to wait long for them.
 constexpr int ANSWER_PATIENCE_MS = 200;
 
+// The control processor's agent is an application of its own; a card's has the slot as its
+// instance.
 uint32_t aclPort(const agentConfig& config) {
     return config.cp ? aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST)
                      : aclServicePort(APP_ACL_AGENT, config.slot, QUEUE_REQUEST);
@@ -27,6 +31,7 @@ uint32_t slotOf(const agentConfig& config) {
     return config.cp ? SLOT_COUNT - 1 : config.slot;
 }
 
+// `target` is who sends and `source` who is meant, so that an answer has them the other way round.
 void address(const agent& self, ipcHdr* hdr, uint32_t type, size_t length, uint32_t card,
              uint32_t service) {
     hdr->length = static_cast<uint32_t>(length);
@@ -39,6 +44,8 @@ void address(const agent& self, ipcHdr* hdr, uint32_t type, size_t length, uint3
     hdr->source.svce = service;
 }
 
+// chassisd stays with the route processor that the description calls primary, whoever has the role
+// now; a registration goes to whoever has it.
 zekSendResult sendDown(agent* self) {
     const auto& rps = self->config.chassis.routeProcessors;
     chassisControlReq req{};
@@ -93,6 +100,8 @@ const agentReplayBody* markOf(std::span<const uint8_t> message) {
 // The first message of a session. What is in force stays until a replay has ended.
 void takeBegin(agent* self, const agentReplayBody* mark, uint32_t session, int32_t pid,
                uint64_t nowMs) {
+    // A session without a mark in front comes from a manager that knows none, or goes on behind a
+    // flush; the standing tells these apart.
     bool marked = mark != nullptr && mark->mark == AGENT_REPLAY_BEGIN;
     uint32_t number = marked ? uint32_t{mark->number} : 0;
     if (linkSession(&self->link, session, pid, marked, number, nowMs) == linkBegin::replay)
@@ -124,12 +133,14 @@ void takeInOrder(agent* self, std::span<const uint8_t> message, bool first, uint
 void takeDownload(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
     const auto* hdr = wireView<ipcHdr>(message);
     uint32_t before = self->aclSeen.session;
+    // Only a new session is looked at: the one that is under way was the primary's when it began.
     if (hdr->session != before && !isFromPrimary(*self, *hdr)) {
         self->strangers++;
         return;
     }
     int verdict = zekEndpointSwpTake(self->acl, message.data(), &self->aclSeen, &self->aclOwed);
     if (verdict == ZEK_SWP_IN_ORDER) {
+        // The tables and the standing hear of a session before its first message is applied.
         bool first = self->aclSeen.session != before;
         if (first)
             takeBegin(self, markOf(message), hdr->session, pid, nowMs);
@@ -137,10 +148,13 @@ void takeDownload(agent* self, std::span<const uint8_t> message, int32_t pid, ui
             linkMessage(&self->link, nowMs);
         takeInOrder(self, message, first, nowMs);
     } else if (hdr->session != self->aclSeen.session && hdr->swpSeq != 1) {
+        // Not answered, so the sender repeats it; it counts as a session's middle, not as its
+        // begin.
         linkMiddle(&self->link, nowMs);
     }
 }
 
+// Downloads name one of the manager's two queues as their sender.
 bool isFromManager(const ipcHdr& hdr) {
     return hdr.target.svce == aclServicePort(APP_ACL, 0, QUEUE_REQUEST) ||
            hdr.target.svce == aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
@@ -160,7 +174,7 @@ void takePlain(agent* self, std::span<const uint8_t> message, int32_t pid, uint6
             std::vector<uint8_t> answer = agentStateAnswer(*self, message);
             if (zekEndpointSend(self->acl, answer.data(), answer.size(), self->patienceMs) ==
                 zekSendResult::full)
-                self->patienceMs = 0;
+                self->patienceMs = 0;  // the next one in this call is not waited for
             break;
         }
         default:
@@ -229,6 +243,7 @@ bool agentOpen(agent* self, agentConfig config, dataplane plane, std::string* er
     self->link.replayIsSure = !c.cp;
     // A card in the last slot would be reported down with the control processor's agent.
     self->link.mayAskDown = !c.cp || cardOf(c, slotOf(c)) == nullptr;
+    // Answers to an earlier life of this agent are not to be taken for answers to this one.
     linkStart(&self->link, std::random_device{}());
     return true;
 }
@@ -242,6 +257,7 @@ void agentClose(agent* self) {
 bool agentServe(agent* self, uint64_t nowMs) {
     self->patienceMs = ANSWER_PATIENCE_MS;
     bool left = drain(self, self->acl, &self->aclOwed, takeAcl, nowMs);
+    // Both are served in each turn: a busy ACL queue must not keep the MAC queue's answers back.
     return (self->mac != nullptr && drain(self, self->mac, &self->macOwed, takeMac, nowMs)) || left;
 }
 
@@ -260,5 +276,6 @@ void agentTick(agent* self, uint64_t nowMs) {
         case linkAction::sendRegistration:
             result = sendRegistration(self, nowMs);
     }
+    // A full queue is no news: what was not sent is due again after a while.
     if (result == zekSendResult::nobody) linkNobody(&self->link, action, nowMs);
 }

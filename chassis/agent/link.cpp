@@ -1,9 +1,11 @@
+// The steps of an agent's standing: what each event and each moment make of it.
 #include "chassis/agent/link.h"
 
 #include <algorithm>
 
 namespace {
 
+// Answers to requests of an earlier phase no longer count; the next request is this one's first.
 void enter(agentLink* link, linkPhase phase, uint64_t at) {
     link->phase = phase;
     link->nextAt = at;
@@ -19,6 +21,7 @@ bool knowsNothing(const agentLink& link) {
     return link.session == 0;
 }
 
+// The number has 31 bits in a registration, and 0 there means that nothing is needed.
 void raiseNeed(agentLink* link, uint64_t at) {
     link->lastNeed = (link->lastNeed + 1) & 0x7FFFFFFF;
     if (link->lastNeed == 0) link->lastNeed = 1;
@@ -28,6 +31,7 @@ void raiseNeed(agentLink* link, uint64_t at) {
 
 // Something that the manager has sent is lost.
 void lose(agentLink* link, uint64_t nowMs) {
+    // A fault that comes back at once would have the manager replay without end.
     bool again = link->lost != 0 && nowMs - link->lostAt < LINK_LOSS_AGAIN_MS;
     link->lossDelayMs =
         again ? std::clamp(2 * link->lossDelayMs, LINK_LOSS_MS, LINK_LOSS_MAX_MS) : 0;
@@ -76,6 +80,7 @@ linkAction linkDue(agentLink* link, uint64_t nowMs) {
         return linkAction::endUnmarked;
     }
     if (nowMs < link->nextAt) return linkAction::none;
+    // Giving up is looked at only when a request is due: its phase decides which one that is.
     if (link->phase == linkPhase::awaitReplay && nowMs >= link->giveUpAt)
         giveUpWaiting(link, nowMs);
     else if (link->phase == linkPhase::askDown && nowMs >= link->giveUpAt)
@@ -89,6 +94,8 @@ linkAction linkDue(agentLink* link, uint64_t nowMs) {
         link->downs++;
         return linkAction::sendDown;
     }
+    // A number of its own each: an answer tells which registration it is to, and with it how old
+    // the manager's word is.
     link->sequence++;
     link->registrations++;
     return linkAction::sendRegistration;
@@ -139,6 +146,8 @@ void linkRegistered(agentLink* link, uint32_t sequence, int32_t pid, uint64_t no
 
 linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marked, uint32_t replay,
                       uint64_t nowMs) {
+    // Without marks a session counts as a replay when one was asked for, and when there has been
+    // none from this manager.
     bool wanted = link->replayWanted || knowsNothing(*link) || link->sessionPid != pid;
     // While the card is being reported down, the queue is one that goes away with it.
     wanted = wanted && link->phase != linkPhase::askDown && link->markingPid != pid;
@@ -155,6 +164,7 @@ linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marke
         enter(link, linkPhase::replaying, nowMs + link->keepaliveMs);
         return linkBegin::replay;
     }
+    // It may be all that the manager means, but where it ends is only guessed.
     if (wanted) {
         link->replayWanted = false;
         if (link->need == 0) raiseNeed(link, nowMs);
@@ -178,6 +188,8 @@ bool linkIsEnd(const agentLink& link, uint32_t replay) {
 }
 
 void linkEnded(agentLink* link, bool whole, uint64_t nowMs) {
+    // The end of a replay that had refusals brings a need with a new number: the old one counts as
+    // served at the manager.
     if (!whole) return lose(link, nowMs);
     link->need = 0;
     if (link->phase == linkPhase::replaying)
@@ -192,6 +204,7 @@ void linkRefused(agentLink* link, uint64_t nowMs) {
 }
 
 void linkMiddle(agentLink* link, uint64_t nowMs) {
+    // In the other phases a replay is asked for or under way that makes up for it.
     bool relies = link->phase == linkPhase::inStep || link->phase == linkPhase::unconfirmed;
     if (!relies || nowMs < link->middleAt) return;
     link->middleAt = nowMs + LINK_REPLAY_MS;

@@ -20,6 +20,7 @@ struct memList {
     memList& operator=(const memList&) = delete;
 };
 
+// Callers know a set by its address alone; from either the plane is found, and the other one.
 struct memSet {
     memPlane* plane;
     std::map<dpPlace, std::shared_ptr<memList>> lists;
@@ -73,6 +74,7 @@ void* stage(void* inForce) {
     plane->staged.lists.clear();
     return &plane->staged;
 }
+// Swapped, not moved list by list: there is no moment at which half of it is in force.
 void exchange(void* inForce, void* staged) {
     setOf(inForce).lists.swap(setOf(staged).lists);
     setOf(staged).lists.clear();
@@ -89,6 +91,8 @@ void discard(void* staged) {
 bool install(void* set, dpList& list) {
     memPlane* plane = setOf(set).plane;
     dpPlace place = list.place;
+    // Compared with what is in force whichever set it is for, so that a replay of what has not
+    // changed costs nothing but the comparison.
     std::shared_ptr<memList>* there = heldAt(&plane->inForce, place);
     if (there != nullptr && same((*there)->list, list)) {
         setOf(set).lists.insert_or_assign(std::move(place), *there);
@@ -108,6 +112,7 @@ dpList* writable(void* set, const dpPlace& place, size_t more) {
     memPlane* plane = setOf(set).plane;
     std::shared_ptr<memList>* held = heldAt(set, place);
     if (held == nullptr) return nullptr;
+    // Lists are copied when they are first changed; a copy that finds no room changes nothing.
     size_t copied = held->use_count() > 1 ? sizeOf((*held)->list) : 0;
     if (copied + more > plane->capacity - plane->used) return nullptr;
     if (held->use_count() > 1) *held = std::make_shared<memList>(plane, (*held)->list);
@@ -155,6 +160,7 @@ void walk(void* set, const std::function<bool(const dpList&)>& fn) {
         if (!fn(held->list)) return;
 }
 
+// Of both sets: what they share counts once.
 size_t capacity(void* inForce) {
     return setOf(inForce).plane->capacity;
 }

@@ -20,6 +20,7 @@ std::string dotted(uint32_t address) {
     return out;
 }
 
+// Everything that a look at an agent in trouble needs, in one answer.
 std::string summaryText(const agent& self) {
     const agentTables& t = self.tables;
     uint64_t lists = 0, entries = 0;
@@ -81,6 +82,8 @@ std::string listsText(const agentTables& t, const agentStateReq& req) {
     std::string items;
     uint64_t met = 0, shown = 0;
     bool more = false;
+    // Pages are counted in lists that meet the question: between two of them a list may come or go,
+    // which a reader who asks again sees.
     t.plane.walk(t.plane.inForce, [&](const dpList& list) {
         if (!listNameIsEmpty(name) && list.name != name) return true;
         if (met++ < req.index) return true;
@@ -188,6 +191,8 @@ bool entriesText(const agentTables& t, const agentStateReq& req, std::string* te
     if (list == nullptr || list->name != name) return false;
     std::string items;
     size_t shown = 0;
+    // From a number on, not so many behind the first: an entry that goes between two pages costs no
+    // other one.
     auto at = list->entries.lower_bound(req.index);
     for (; at != list->entries.end() && shown < AGENT_STATE_ROWS_MAX; ++at, shown++)
         append(&items, entryText(t.plane, *list, at->second));
@@ -216,6 +221,7 @@ std::vector<uint8_t> agentStateAnswer(const agent& self, std::span<const uint8_t
         else if (!entriesText(self.tables, req, &text))
             status = AGENT_STATE_NOLIST;
     }
+    // The front of the request is the answer's, so that who asked finds its own words again.
     ipcExchangeTriples(&req.ipc);
     req.ipc.status = status;
     req.ipc.length = static_cast<uint32_t>(AGENT_STATE_TEXT_OFFSET + text.size());

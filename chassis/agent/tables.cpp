@@ -1,3 +1,4 @@
+// What a download does: from its bytes to an operation of the data plane, or to a refusal.
 #include "chassis/agent/tables.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@ struct operation {
     applyFn apply;
 };
 constexpr uint32_t ANY = 0xFFFFFFFF;
+constexpr uint8_t VLAN_GROUP_LAST = 8;
 
 agentVerdict installList(agentTables* tables, uint32_t id, dpList&& list);
 agentVerdict addEntry(agentTables* tables, uint32_t id, dpList&& list);
@@ -39,6 +41,7 @@ struct messageKind {
     const operation* op;
 };
 
+// By id, for the look-up. MAC lists are another agent's.
 constexpr messageKind messageKinds[] = {
     {MT_ACL_ADDLIST, AGENT_LIST_IP4, 0, &LIST},
     {MT_ACL_ADDENT, AGENT_LIST_IP4, 0, &ADD},
@@ -78,6 +81,7 @@ bool isSystem(agentListKind kind) {
     return kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6;
 }
 
+// Returns its verdict, so that a check can say `return refuse(...)`.
 constexpr auto refuse = agentTablesRefuse;
 
 void dropPending(agentTables* tables) {
@@ -142,14 +146,17 @@ agentVerdict decode(agentTables* tables, const messageKind& kind, std::span<cons
     out->entries = message.subspan(sizeof(agentHdr) + sizeof(agentListHdr));
     if (hdr->more > 1) return no(agentRefusal::order, "more-to-follow is neither 0 nor 1");
     out->more = hdr->more == 1;
+    // A chunk that is not the last has fewer entries than the whole list, and at least one: a list
+    // in chunks comes to an end.
     if (out->more ? out->carried == 0 || out->count <= out->carried : out->count != out->carried)
         return no(agentRefusal::count, numbers("entry count", out->count, out->carried));
 
     if (listNameIsEmpty(list->name)) return no(agentRefusal::name, "no list name");
-    if (list->groupId > 8) return no(agentRefusal::name, "no such VLAN group");
+    if (list->groupId > VLAN_GROUP_LAST) return no(agentRefusal::name, "no such VLAN group");
     if (!halvesAgree(kind.kind, out->entries))
         return no(agentRefusal::halves, "the two halves of an entry differ");
 
+    // Nothing is copied before everything has been checked.
     out->list.place = dpPlaceMake(kind.kind, kind.direction, list->ifindex, list->groupId,
                                   listNameMake(list->name));
     out->list.name = listNameMake(list->name);
@@ -214,6 +221,7 @@ const dpList* installed(const agentTables& tables, const dpList& like) {
 
 // What has been staged comes into force list by list, and so does the rest of the replay.
 void goByList(agentTables* tables) {
+    // Noted before the merge, which leaves the staged set empty.
     tables->plane.walk(tables->staged, [tables](const dpList& list) {
         tables->touched.insert(list.place);
         return true;
@@ -254,6 +262,7 @@ agentVerdict addEntry(agentTables* tables, uint32_t id, dpList&& list) {
         return refuse(tables, agentRefusal::list, id,
                       "list " + std::string(listNameView(list.name)) +
                           " is not installed on interface " + std::to_string(list.ifindex));
+    // The same number again replaces the entry.
     const dpEntry& entry = list.entries.begin()->second;
     return done(tables, id, change(tables, [&](void* set) {
                     return tables->plane.putEntry(set, list.place, entry);
@@ -279,6 +288,8 @@ agentVerdict removeList(agentTables* tables, uint32_t id, dpList&& list) {
 // Entries of system lists come for interfaces that the list itself was never sent to.
 agentVerdict addSystem(agentTables* tables, uint32_t id, dpList&& list) {
     if (installed(*tables, list) == nullptr) return installList(tables, id, std::move(list));
+    // One by one, and looked up each time: two entries of one message may be the same, and a change
+    // may have copied the list.
     for (auto& row : list.entries) {
         dpEntry& entry = row.second;
         const dpList* now = installed(*tables, list);
@@ -323,6 +334,7 @@ bool collect(dpList* list, std::span<const uint8_t> images) {
 
 // The chunk continues what is being put together.
 bool continues(const agentTables& tables, const download& d) {
+    // Batches of system entries keep their id, lists go on under the one behind theirs.
     const messageKind* first = kindOf(tables.pendingId);
     uint32_t next = first->op == &LIST ? first->id + 1 : first->id;
     return d.kind->id == next && d.list.name == tables.pending.name &&
@@ -333,6 +345,7 @@ bool continues(const agentTables& tables, const download& d) {
 agentVerdict begin(agentTables* tables, download& d) {
     const messageKind& kind = *d.kind;
     const operation& op = *kind.op;
+    // An added entry and the rest of a list come under one id; only the rest may have many.
     if (op.apply == addEntry && (d.more || d.carried > 1))
         return refuse(tables, agentRefusal::order, kind.id, "continues a list that has not begun");
     if (d.more && !op.chunks)
@@ -369,6 +382,7 @@ agentVerdict proceed(agentTables* tables, const download& d) {
         return refuse(tables, agentRefusal::number, id, "a sequence number comes twice");
     }
     if (d.more) return agentVerdict::pending;
+    // What is applied is no longer pending, whatever becomes of it.
     dpList list = std::move(tables->pending);
     dropPending(tables);
     return kindOf(id)->op->apply(tables, id, std::move(list));
@@ -384,6 +398,8 @@ agentVerdict take(agentTables* tables, std::span<const uint8_t> message) {
     }
     download d{};
     agentVerdict verdict = decode(tables, *kind, message, &d);
+    // Before the message itself: what it interrupts will never be whole, and a place keeps the list
+    // that it had.
     if (tables->pendingId != 0 && (verdict == agentVerdict::refused || !continues(*tables, d))) {
         uint32_t id = tables->pendingId;
         std::string why =
@@ -421,6 +437,7 @@ void agentTablesReplayBegin(agentTables* tables) {
     const dataplane& plane = tables->plane;
     bool anything = false;
     plane.walk(plane.inForce, [&anything](const dpList&) { return anything = true, false; });
+    // Without anything in force a second set would only keep the first lists back.
     if (anything) tables->staged = plane.stage(plane.inForce);
     tables->replay = tables->staged != nullptr ? agentReplay::beside : agentReplay::byList;
     tables->refusedBefore = agentTablesRefused(*tables);
@@ -431,6 +448,7 @@ bool agentTablesReplayEnd(agentTables* tables) {
     bool cut = tables->pendingId != 0;
     if (cut)
         (void)refuse(tables, agentRefusal::order, tables->pendingId, "was not sent to its end");
+    // A list that was cut off counts: it was refused just now.
     bool whole = agentTablesRefused(*tables) == tables->refusedBefore;
     if (tables->replay == agentReplay::byList)
         tables->byLists++;
@@ -440,6 +458,7 @@ bool agentTablesReplayEnd(agentTables* tables) {
         plane.exchange(plane.inForce, tables->staged);
         tables->staged = nullptr;
     } else if (whole) {
+        // Aside first: a data plane need not bear changes inside its walk.
         std::vector<dpPlace> old;
         plane.walk(plane.inForce, [&](const dpList& list) {
             if (!tables->touched.contains(list.place)) old.push_back(list.place);

@@ -1,3 +1,4 @@
+// The clients of lists among the tasks: triggers and copies as they come, and the commands to them.
 #include "chassis/tasks/clients.h"
 
 #include <poll.h>
@@ -15,6 +16,7 @@ constexpr size_t LISTS_MAX = 4096;  // remembered of each sort
 constexpr int REGISTER_MS = 8000;   // the shell waits for 10 s
 constexpr uint64_t ASK_AGAIN_MS = 1000;
 
+// Management tasks get copies of lists over queues that they ask for; each by a message of its own.
 constexpr struct {
     uint32_t app, mtype;
 } queueTypes[] = {
@@ -32,6 +34,8 @@ bool usesLists(const chassisPeer& peer) {
 
 // --- triggers ------------------------------------------------------------------------------------
 
+// Counted by type and name; the pairs of the newest one stand for the list's. What is too much to
+// remember is still answered, or the manager would wait.
 bool noteTrigger(clientState* client, std::span<const uint8_t> message) {
     aclTriggerText trigger;
     if (!aclTriggerRead(message, &trigger)) return false;
@@ -48,6 +52,7 @@ bool noteTrigger(clientState* client, std::span<const uint8_t> message) {
     return true;
 }
 
+// The answer that a late client owes comes when nobody waits for it any more.
 void answerKept(chassisPeer& peer) {
     if (peer.client.kept.empty()) return;
     (void)aclTriggerAnswer(peer.endpoint, peer.client.kept, 0);
@@ -98,6 +103,7 @@ bool continues(const clientCopy& copy, const std::vector<clientCopyEntry>& entri
 
 void applyCopy(clientCopy* copy, const copyType& type, std::vector<clientCopyEntry> entries) {
     copy->messages++;
+    // What does not go on from the message before replaces the copy.
     if (type.what == copyType::whole) {
         if (!continues(*copy, entries)) copy->entries.clear();
         copy->lastCarried = static_cast<uint32_t>(entries.size());
@@ -160,6 +166,7 @@ bool serveUntil(std::vector<chassisPeer>* peers, int fd, int timeoutMs) {
     return (fds[0].revents & POLLIN) != 0;
 }
 
+// The library's words for it as those of the control protocol.
 uint32_t statusOf(aclClientResult result) {
     switch (result) {
         case ACL_CLIENT_OK:
@@ -193,6 +200,7 @@ uint32_t changeRegistration(std::vector<chassisPeer>* peers, chassisPeer* peer,
     clientState& client = peer->client;
     aclClientKey& key = client.key;
     key.managerCard = managerCard;
+    // The response queue is opened with the first registration: most tasks never have one.
     if (key.endpoint == nullptr) {
         key.runDir = runDir;
         key.application = peer->kind->app;
@@ -207,6 +215,7 @@ uint32_t changeRegistration(std::vector<chassisPeer>* peers, chassisPeer* peer,
     if (queueTypeOf(*peer) != 0) askForQueue(*peer, managerCard, nowMs);
     const uint32_t status =
         statusOf(aclClientRegister(*wanted.kind, add, &key, peer->instance, wanted.name));
+    // Only what the manager has taken is shown as registered.
     if (status == CHASSIS_OK) {
         std::erase(client.registrations, wanted);
         if (add) client.registrations.push_back(wanted);
@@ -272,6 +281,7 @@ void clientRouting(chassisPeer& peer, std::vector<uint8_t>& message) {
         client.strange++;
         return;
     }
+    // A silent client has read its trigger: only the answer is missing.
     if (client.behaviour == CLIENT_SILENT) return;
     if (client.behaviour == CLIENT_LATE) {
         client.kept = message;  // until the next one comes
@@ -283,6 +293,7 @@ void clientRouting(chassisPeer& peer, std::vector<uint8_t>& message) {
 }
 
 void clientQueued(chassisPeer& peer, std::vector<uint8_t>& message) {
+    // It has been acknowledged all the same, or the manager would send it for ever.
     if (!noteTrigger(&peer.client, message)) peer.refused++;
 }
 

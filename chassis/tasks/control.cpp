@@ -1,3 +1,4 @@
+// chassisd's control requests: events raised and waited for, the primary role, what is known.
 #include "chassis/tasks/control.h"
 
 #include <fcntl.h>
@@ -46,6 +47,7 @@ void answer(chassisControl* control, std::span<const uint8_t> request, const out
 
 // ---- events
 
+// Answers the request of an event that is over, and remembers the answer for those who ask again.
 void finish(chassisControl* control, size_t index, uint32_t status, uint64_t nowMs) {
     raisedEvent event = std::move(control->raised[index]);
     control->raised.erase(control->raised.begin() + static_cast<ptrdiff_t>(index));
@@ -62,6 +64,7 @@ bool notify(const chassisControl& control, eventNotif notif, uint32_t manager, s
     for (const chassisPeer& peer : *control.peers)
         for (const eventSubscription& s : peer.subscriptions)
             if (s.event == notif.event) all.push_back(s);
+    // The manager may have subscribed itself; it is told once.
     eventSubscription wanted{notif.event, manager, aclServicePort(APP_ACL, 0, QUEUE_REQUEST)};
     if (std::ranges::find(all, wanted) == all.end()) all.push_back(wanted);
 
@@ -85,6 +88,7 @@ void raise(chassisControl* control, std::span<const uint8_t> request, uint32_t e
     if (std::ranges::find(control->raised, who, &raisedEvent::who) != control->raised.end()) return;
     auto known = std::ranges::find(control->answered, who, &answeredEvent::who);
     if (known != control->answered.end()) return answer(control, request, {known->status, {}});
+    // Nobody makes chassisd remember without end.
     if (control->raised.size() + control->answered.size() >= EVENTS_MAX)
         return answer(control, request, {CHASSIS_FAILED, {}});
 
@@ -108,11 +112,13 @@ void raise(chassisControl* control, std::span<const uint8_t> request, uint32_t e
     bool managerIsThere = notify(*control, notif, event.card, &event.told);
     control->events++;
     control->raised.push_back(std::move(event));
+    // Nobody to wait for: answered at once, like an event that is over.
     if (!managerIsThere) finish(control, control->raised.size() - 1, CHASSIS_NOBODY, nowMs);
 }
 
 void takeAnswer(chassisControl* control, const ipcHdr& hdr, uint64_t nowMs) {
     auto event = std::ranges::find(control->raised, uint32_t{hdr.sequence}, &raisedEvent::sequence);
+    // Another subscriber may answer, too, and is not waited for.
     if (event == control->raised.end() || hdr.target.card != event->card ||
         hdr.target.svce != event->svce)
         return;
@@ -196,6 +202,7 @@ void clientCommand(chassisControl* control, std::span<const uint8_t> request, ui
     answer(control, request, {result.status, std::move(result.text)});
 }
 
+// One row per command. Those of clients share theirs, which looks at the longer request.
 constexpr struct {
     uint32_t command;
     void (*run)(chassisControl* control, std::span<const uint8_t> request, uint64_t nowMs);
@@ -257,9 +264,11 @@ void controlServe(chassisControl* control, uint64_t nowMs) {
 uint64_t controlTick(chassisControl* control, uint64_t nowMs) {
     std::erase_if(control->answered,
                   [nowMs](const answeredEvent& e) { return e.forgetAt <= nowMs; });
+    // The role may have moved since the last pass: queues are asked for at the present primary.
     const uint32_t rp = chassisPrimaryRp(*control->chassis, control->runDir);
     uint64_t next =
         clientsTick(control->peers, control->chassis->routeProcessors[rp].address, nowMs);
+    // From behind, because finishing one takes it out.
     for (size_t i = control->raised.size(); i-- > 0;) {
         if (control->raised[i].giveUpAt <= nowMs)
             finish(control, i, CHASSIS_SILENT, nowMs);

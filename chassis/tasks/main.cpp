@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
         int wait = processWaitMs(controlTick(&control, processNowMs()));
         if (poll(waits.data(), waits.size(), wait) < 0 && errno != EINTR) break;
         if ((waits[0].revents & POLLIN) != 0) break;
+        // Peers first: who subscribes and then asks for an event gets it.
         for (size_t i = 0; i < peers.size(); i++)
             if ((waits[i + 2].revents & POLLIN) != 0) peerServe(peers[i]);
         if ((waits[1].revents & POLLIN) != 0) controlServe(&control, processNowMs());

@@ -1,3 +1,4 @@
+// The peers' endpoints, and what the tasks that use no lists do with their messages.
 #include "chassis/tasks/peers.h"
 
 #include <algorithm>
@@ -7,7 +8,8 @@
 
 namespace {
 
-constexpr uint32_t MT_EVH_SUBSCRIBE = 10600;  // word 60 the event, 64 the kind of subscription
+// Behind the header: the event, the kind of subscription.
+constexpr uint32_t MT_EVH_SUBSCRIBE = 10600;
 constexpr size_t SUBSCRIPTIONS_MAX = 64;
 constexpr int SEND_TIMEOUT_MS = 1000;
 
@@ -32,7 +34,7 @@ void ifmHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
 
 // The event handler remembers who wants which event.
 void evhHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
-    const auto* event = wireView<be32>(std::span<const uint8_t>(message), 60);
+    const auto* event = wireView<be32>(std::span<const uint8_t>(message), sizeof(ipcHdr));
     const ipcHdr* hdr = header(message);
     if (hdr->mtype != MT_EVH_SUBSCRIBE || event == nullptr) {
         peer.refused++;
@@ -46,6 +48,7 @@ void evhHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
         peer.refused++;
 }
 
+// A task of the description that has no row is not played: messages to it find nobody.
 constexpr peerKind peerKinds[] = {
     {APP_SNMP, "SNMP", clientManagement},
     {APP_SYSADM, "SYSADM", clientManagement},
@@ -90,12 +93,15 @@ void peerServe(chassisPeer& peer) {
     zekSender sender{};
     for (;;) {
         int got = zekEndpointRecv(peer.endpoint, &message, IPC_TRANSPORT_MAX, 0, &sender);
+        // Other negative values tell of a message that was dropped; there may be good ones behind
+        // it.
         if (got == 0 || got == -1) return;
         if (got < 0) {
             peer.refused++;
             continue;
         }
         peer.received++;
+        // What a queue repeats is acknowledged again and handed on once.
         if (header(message)->session != 0 &&
             zekEndpointSwpAck(peer.endpoint, message.data(), &peer.seen) != ZEK_SWP_IN_ORDER)
             continue;

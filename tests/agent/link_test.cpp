@@ -13,6 +13,7 @@ constexpr int32_t MANAGER = 100, NEXT_MANAGER = 200;
 struct Link : testing::Test {
     agentLink l;
     uint64_t now = 0;
+    int32_t pid = MANAGER;
     uint32_t session = 500, replay = 0, named = 0;
 
     Link() { restart(); }
@@ -21,15 +22,13 @@ struct Link : testing::Test {
         l.replayIsSure = isCard;
         l.mayAskDown = mayAskDown;
         named = 0;
+        pid = MANAGER;
         now += 1000000;
         linkStart(&l, 0xFFFFFFFE);  // numbers wrap on the way
     }
     uint32_t need() const { return linkNeed(l, now); }
     void due(linkAction wanted) { EXPECT_EQ(linkDue(&l, now), wanted); }
-    void begin(int32_t pid) {
-        EXPECT_EQ(linkSession(&l, ++session, pid, true, ++replay, now), linkBegin::replay);
-    }
-    void unmarked(int32_t pid, linkBegin wanted) {
+    void unmarked(linkBegin wanted) {
         EXPECT_EQ(linkSession(&l, ++session, pid, false, 0, now), wanted);
     }
     void end(bool whole) {
@@ -61,21 +60,23 @@ const struct {
          for (t.play("retry"); t.now < t.l.giveUpAt; t.play("retry")) t.play(same);
      }},
     // Answers. "stale": to an earlier phase; "older": not to the newest registration.
-    {"answer", [](Link& t) { linkRegistered(&t.l, t.l.sequence, MANAGER, t.now); }},
-    {"answer-2", [](Link& t) { linkRegistered(&t.l, t.l.sequence, NEXT_MANAGER, t.now); }},
-    {"stale", [](Link& t) { linkRegistered(&t.l, t.l.phaseFirst - 1, MANAGER, t.now); }},
-    {"older", [](Link& t) { linkRegistered(&t.l, t.l.sequence - 1, MANAGER, t.now); }},
+    {"answer", [](Link& t) { linkRegistered(&t.l, t.l.sequence, t.pid, t.now); }},
+    {"stale", [](Link& t) { linkRegistered(&t.l, t.l.phaseFirst - 1, t.pid, t.now); }},
+    {"older", [](Link& t) { linkRegistered(&t.l, t.l.sequence - 1, t.pid, t.now); }},
     {"down", [](Link& t) { linkDownAnswered(&t.l, t.l.sequence, false, t.now); }},
     {"stale-down", [](Link& t) { linkDownAnswered(&t.l, t.l.phaseFirst - 1, false, t.now); }},
     {"silent", [](Link& t) { linkDownAnswered(&t.l, t.l.sequence, true, t.now); }},
     // Sessions.
-    {"begin", [](Link& t) { t.begin(MANAGER); }},
-    {"begin-2", [](Link& t) { t.begin(NEXT_MANAGER); }},
+    {"other-manager", [](Link& t) { t.pid = NEXT_MANAGER; }},
+    {"begin",
+     [](Link& t) {
+         linkBegin what = linkSession(&t.l, ++t.session, t.pid, true, ++t.replay, t.now);
+         EXPECT_EQ(what, linkBegin::replay);
+     }},
     {"end", [](Link& t) { t.end(true); }},
     {"broken-end", [](Link& t) { t.end(false); }},
-    {"unmarked", [](Link& t) { t.unmarked(MANAGER, linkBegin::replay); }},
-    {"unmarked-2", [](Link& t) { t.unmarked(NEXT_MANAGER, linkBegin::replay); }},
-    {"changes", [](Link& t) { t.unmarked(MANAGER, linkBegin::changes); }},
+    {"unmarked", [](Link& t) { t.unmarked(linkBegin::replay); }},
+    {"changes", [](Link& t) { t.unmarked(linkBegin::changes); }},
     {"message", [](Link& t) { linkMessage(&t.l, t.now); }},
     {"refused", [](Link& t) { linkRefused(&t.l, t.now); }},
     {"middle", [](Link& t) { linkMiddle(&t.l, t.now); }},
@@ -115,32 +116,25 @@ const std::string START = "registers answer begin end =in-step ",
 
 // Managers that mark their replays: nothing is lost, no card is reported down.
 TEST_F(Link, ComesIntoStepAndStaysThere) {
-    const std::string next = "begin-2 end =in-step";
+    const std::string running = START + "keepalive other-manager ", next = " begin end =in-step";
     const std::string rows[] = {
         // Registers with its need until it is answered; only the end of a replay takes that away.
         "new-need registers rests retry registers rests retry registers stale unregistered older "
-        "registered retry registers =needed begin =under-way keepalive registers "
-        "same-need end "
+        "registered retry registers =needed begin =under-way keepalive registers same-need end "
         "=in-step no-need",
         // The replay may come before the answer.
         "registers begin answer =under-way end =in-step",
         // A session in the middle of a replay: what came before is void.
-        START + "begin new-need begin end =in-step",
+        START + "begin new-need" + next,
         START +
             "rests keepalive registers answer =in-step rests keepalive registers answer =in-step",
         // Another process answers: it has started again, or has got the role. It may know this
         // agent and have no reason to send anything. A gap, its answer, or its replay shows it.
-        START +
-            "keepalive registers nobody =no-manager retry registers no-need answer-2 "
-            "=needed " +
-            next,
-        START +
-            "keepalive registers nobody retry registers answer-2 =needed retry registers "
-            "new-need answer-2 " +
-            next,
-        START + "keepalive registers no-need answer-2 =needed " + next,
-        START + "keepalive registers answer-2 retry registers new-need answer-2 " + next,
-        START + "keepalive registers begin-2 answer-2 end =in-step",
+        running + "registers nobody =no-manager retry registers no-need answer =needed" + next,
+        running + "registers nobody retry registers answer retry registers new-need answer" + next,
+        running + "registers no-need answer =needed" + next,
+        running + "registers answer retry registers new-need answer" + next,
+        running + "registers begin answer end =in-step",
     };
     for (const std::string& script : rows) {
         restart();
@@ -193,7 +187,7 @@ TEST_F(Link, ANeedIsRaisedOnceUntilItIsServed) {
 
 TEST_F(Link, AnUnmarkedReplayIsTakenWhenNothingMoreComes) {
     // What is refused is counted by the tables; there is no way to ask for it.
-    play(UNMARKED + "new-need refused =not-confirmed unmarked-2");
+    play(UNMARKED + "new-need refused =not-confirmed other-manager unmarked");
     EXPECT_EQ(l.lost, 0u);
     // One that never comes to rest is taken all the same.
     for (uint64_t t = 0; t < LINK_QUIET_MAX_MS; t += LINK_RETRY_MS)
@@ -211,7 +205,7 @@ TEST_F(Link, AReplayThatDoesNotComeIsFetchedWithTheCardDown) {
     // A manager that may yet hear of the event; then a session of the queue that is about to go.
     play("silent asks");
     EXPECT_NE(l.sequence, first);
-    unmarked(MANAGER, linkBegin::changes);
+    unmarked(linkBegin::changes);
     play("stale-down unregistered retry asks down registers answer unmarked");
     EXPECT_EQ(l.lost, 0u);
     // A flushed queue leads there again. Nobody is there, or nobody answers: registrations go on.

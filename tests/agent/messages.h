@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -72,17 +73,16 @@ inline bytes build(const listMessage& l) {
 
 // A whole list as the sender cuts it: 17 entries a message, the next id from the second on, the
 // whole count in all but the last.
-inline std::vector<bytes> chunks(const listMessage& l, size_t per = 17) {
+inline std::vector<bytes> chunks(const listMessage& l, uint32_t per = 17) {
     std::vector<bytes> out;
     for (size_t at = 0; at == 0 || at < l.entries.size(); at += per) {
         listMessage c = l;
-        size_t end = std::min(l.entries.size(), at + per);
-        bool last = end == l.entries.size();
+        auto rest = std::span(l.entries).subspan(at);
+        bool last = rest.size() <= per;
         c.id = at == 0 ? l.id : l.id + 1;
-        c.entries.assign(l.entries.begin() + static_cast<ptrdiff_t>(at),
-                         l.entries.begin() + static_cast<ptrdiff_t>(end));
+        c.entries.assign(rest.begin(), last ? rest.end() : rest.begin() + per);
         c.more = last ? 0 : 1;
-        c.count = static_cast<int64_t>(last ? end - at : l.entries.size());
+        c.count = static_cast<int64_t>(last ? rest.size() : l.entries.size());
         out.push_back(build(c));
     }
     return out;

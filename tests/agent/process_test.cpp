@@ -45,12 +45,9 @@ struct node : rawEndpoint {
     std::vector<bytes> kept;
 
     bool send(bytes m, uint32_t toCard, uint32_t toPort) {
-        const uint32_t words[][2] = {{8, static_cast<uint32_t>(m.size())},
-                                     {40, address},
-                                     {44, service},
-                                     {52, toCard},
-                                     {56, toPort}};
-        for (const auto& [at, value] : words) put32(m, at, value);
+        put32(m, 8, static_cast<uint32_t>(m.size()));
+        const uint32_t places[] = {40, address, 44, service, 52, toCard, 56, toPort};
+        for (size_t i = 0; i < std::size(places); i += 2) put32(m, places[i], places[i + 1]);
         return rawEndpoint::send(m);
     }
     // The next message of a type; zeros after a long time.
@@ -161,14 +158,11 @@ struct Processes : testing::Test, chassisFixture {
         rp.replay(bindings(entries));
         until("state", "in step");
     }
-    // The sequence numbers of list BOUND that are in force.
-    std::vector<uint32_t> bound() {
-        std::vector<uint32_t> numbers;
+    // Entries of list BOUND that are in force.
+    size_t held() {
         json answer = state(AGENT_STATE_ENTRIES, "BOUND");
-        for (const json& e : answer.value("entries", json::array())) numbers.push_back(e["seq"]);
-        return numbers;
+        return answer.value("entries", json::array()).size();
     }
-    size_t held() { return bound().size(); }
 };
 
 TEST_F(Processes, RegistersUntilItIsAnsweredAndHoldsWhatItIsSent) {
@@ -222,17 +216,12 @@ TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
     EXPECT_EQ(held(), 52u);
     rp.untilNeed(true);
     EXPECT_EQ(state()["replayNeeded"], true);
-    // The replay begins over and over; the manager stops, and so does the agent.
+    // The replay begins over and over.
     for (int i = 0; i < 3; i++) {
         rp.begin();
-        rp.deliver(bindings(20)[0]);
+        rp.deliverAll(bindings(20));
         EXPECT_EQ(held(), 52u);
     }
-    rp.deliverAll(bindings(20));
-    agent.stand();
-    for (uint32_t i = 1; i < 5; i++) rp.push(mark(3, 9), rp.seq + 1 + i);
-    agent.go();
-    EXPECT_EQ(held(), 52u);
     rp.end();
     until("state", "in step");
     EXPECT_EQ(held(), 21u);
