@@ -88,15 +88,17 @@ class restoreTest : public taskTest {
             (void)zekIpcReply(key, m.data(), static_cast<size_t>(n));
         }
     }
-    // What the task gets at a restart.
     void restore() {
-        open();
         got.clear();
         cfgMgrRestore(db, place);
         serve();
         hostFlush();
     }
-    // What it gets when it is tried again, asked for so many times.
+    void restart() {
+        open();
+        restore();
+    }
+    // What the task gets when it is tried again, asked for so many times.
     lines retry(int times = 1) {
         got.clear();
         for (; times > 0; times--) zekCfgRetryUnresolved();
@@ -155,14 +157,14 @@ TEST_F(restoreTest, WhatIsRefusedIsKeptAndTriedAgainUntilItIsTakenSupersededOrDi
     fill(3, 2);
     answers = {{"a1", ACL_E_NOENTRY}, {"b0", 5}, {"b1", 5}, {"b2", 5}, {"c2", 5}};
     unanswered = "c1";
-    restore();
+    restart();
     EXPECT_EQ(unresolved(), (lines{"a1", "b0", "b1", "b2", "c1", "c2"}));
     EXPECT_EQ(shown(db), (lines{"!", "a0", "a2", "!", "c0"})) << "a block goes with its last line";
     open();
     EXPECT_EQ(zekCfgStatistics(db).unresolved, 6u);
     answers = {{"b1", 5}, {"b2", 5}, {"c2", ACL_E_STORE}};
     unanswered.clear();
-    restore();
+    restart();
     EXPECT_EQ(unresolved(), (lines{"b1", "b2", "c2"}));
     EXPECT_EQ(shown(db), (lines{"!", "a0", "a1", "a2", "!", "b0", "!", "c0", "c1"}));
     EXPECT_EQ(ids.back(), 0xFFFFFFFF) << "its number may be another's by now";
@@ -182,7 +184,7 @@ TEST_F(restoreTest, WhatIsRefusedIsKeptAndTriedAgainUntilItIsTakenSupersededOrDi
     EXPECT_EQ(retry(), lines{});
 
     answers = {{"a0", 5}, {"a1", 5}, {"a2", 5}};
-    restore();
+    restart();
     EXPECT_EQ(zekCfgDiscardUnresolved(db, 99), 0);
     uint64_t first = 0;
     auto takeFirst = [&](const zekCfgUnresolvedRow& r) { return first = r.id, false; };
@@ -199,7 +201,7 @@ TEST_F(restoreTest, WhatIsDiscardedInTheMiddleOfARetryIsNotTried) {
                         "INSERT INTO lines VALUES(100, x'01', 150, 'damaged', NULL, x'0000');"
                         "UPDATE lines SET record=x'0000' WHERE text='a2'"),
               0);
-    restore();
+    restart();
     EXPECT_EQ(unresolved().size(), 4u) << "a record that nobody can read is no line in force";
     EXPECT_EQ(shown(db), lines{});
     answers.clear();
