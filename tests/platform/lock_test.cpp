@@ -1,5 +1,4 @@
-// The list lock: writer preference and the reader count. That writers are alone is tested where
-// lists are read while they change.
+// The list lock: exclusion, writer preference, the reader count.
 #include "platform/api/zekLock.h"
 
 #include <gtest/gtest.h>
@@ -32,16 +31,18 @@ TEST_F(listLock, ReadersShareItAndAWaitingWriterHoldsUpNewOnes) {
         aclReadUnlock();
     }).join();
     EXPECT_EQ(count(), 1u);
-    std::thread writer([] {
-        aclWriteLock();
-        aclWriteUnlock();
-    });
-    // The writer is waiting as soon as a try for reading is refused; nothing else refuses it.
     auto refused = [] {
         if (pthread_rwlock_tryrdlock(&acl_rwlock) != 0) return true;
         pthread_rwlock_unlock(&acl_rwlock);
         return false;
     };
+    std::thread writer([&] {
+        aclWriteLock();
+        EXPECT_TRUE(refused());
+        EXPECT_EQ(count(), 0u);
+        aclWriteUnlock();
+    });
+    // The writer is waiting as soon as a try for reading is refused; nothing else refuses it.
     // A lock that let readers pass would keep this waiting for good.
     while (!refused()) std::this_thread::yield();
     aclReadUnlock();
