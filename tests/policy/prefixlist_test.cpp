@@ -280,29 +280,27 @@ TEST_P(PrefixFamily, TheSecondAgentHearsWhatThereIs) {
 }
 
 TEST_F(PrefixTest, DebugFunctionsTellVerdicts) {
-    const struct {
-        const char *name, *args, *text;
-    } table[] = {
-        {"aclPopulatePrefixList", "A 1 3", "added 3\n"},
-        {"aclPopulatePrefixList", "A 2 2", "added 2\n"},
-        {"testPrefixList", "A 10.0.1.0/24",
-         R"({"verdict":"permit","entry":" seq 10 permit 10.0.1.0/24"})"},
-        {"testPrefixList", "A a00:100::/24",
-         R"({"verdict":"permit","entry":" seq 10 permit a00:100::/24"})"},
-        {"testPrefixList", "A 10.0.1.0/33", R"({"error":"not a prefix: 10.0.1.0/33"})"},
-        {"testPrefixList", "B 10.0.1.0/24", R"({"error":"No such prefix list"})"},
-        {"aclTestIPPrefixList", "10.0.1.0 24 A 1",
-         "Ipaddr = 10.0.1.0, Ipmask = 255.255.255.0, Action = Permit\r\n"},
-        {"aclTestIPPrefixList", "a00:: 25 A 2",
-         "Ipaddr = a00::, Ipmask = ffff:ff80::, Action = Deny\r\n"},
-        {"ipPrefixCheck", "10.0.1.0 24 A 1", "permit\n"},
-        {"ipPrefixCheck", "10.0.1.0 25 A 1", "filter\n"},
-        {"ipAclCheck", "10.0.0.1 10.0.0.2 10", ""},
-        {"aclDumpAllAFPrefixList", "1",
-         "ip prefix-list A, entries 3, with ranges 0, numbers 5 to 15, last id 3\n"},
-        {"aclDumpPrefixInfo", "", "prefix lists: ip 1, ipv6 1\nlast changed: ip A, ipv6 A\n"},
+    EXPECT_EQ(debug("aclPopulatePrefixList", "A 1 3"), "added 3\n");
+    EXPECT_EQ(debug("aclPopulatePrefixList", "A 2 2"), "added 2\n");
+    const std::string permit = R"({"verdict":"permit","entry":" seq 10 permit )";
+    const std::pair<const char*, std::string> tests[] = {
+        {"A 10.0.1.0/24", permit + "10.0.1.0/24\"}"},
+        {"A a00:100::/24", permit + "a00:100::/24\"}"},
+        {"A 10.0.1.0/33", R"({"error":"not a prefix: 10.0.1.0/33"})"},
+        {"B 10.0.1.0/24", R"({"error":"No such prefix list"})"},
     };
-    for (const auto& r : table) EXPECT_EQ(debug(r.name, r.args), r.text) << r.name << " " << r.args;
+    for (const auto& [args, answer] : tests) EXPECT_EQ(debug("testPrefixList", args), answer);
+    EXPECT_EQ(debug("aclTestIPPrefixList", "10.0.1.0 24 A 1"),
+              "Ipaddr = 10.0.1.0, Ipmask = 255.255.255.0, Action = Permit\r\n");
+    EXPECT_EQ(debug("aclTestIPPrefixList", "a00:: 25 A 2"),
+              "Ipaddr = a00::, Ipmask = ffff:ff80::, Action = Deny\r\n");
+    EXPECT_EQ(debug("ipPrefixCheck", "10.0.1.0 24 A 1"), "permit\n");
+    EXPECT_EQ(debug("ipPrefixCheck", "10.0.1.0 25 A 1"), "filter\n");
+    EXPECT_EQ(debug("ipAclCheck", "10.0.0.1 10.0.0.2 10"), "");
+    EXPECT_EQ(debug("aclDumpAllAFPrefixList", "1"),
+              "ip prefix-list A, entries 3, with ranges 0, numbers 5 to 15, last id 3\n");
+    EXPECT_EQ(debug("aclDumpPrefixInfo", ""),
+              "prefix lists: ip 1, ipv6 1\nlast changed: ip A, ipv6 A\n");
 }
 
 }  // namespace

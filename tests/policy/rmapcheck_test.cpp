@@ -102,7 +102,7 @@ TEST_F(RmapCheck, SetClausesChangeThePermittedRoute) {
         "ip community-list L\n permit 0:3\nroute-map M permit 10\n set local-preference 200\n"
         " set weight 7\n set next-hop 10.0.0.1\n set level level-2\n set metric-type type-1\n"
         " set origin egp\n set tag 11\n set metric + 50\n set as-path prepend 65000 65000\n"
-        " set community 65000:1 no-export additive\n set extcommunity rt 65000:7\n"
+        " set community 65000:1 65000:9 no-export additive\n set extcommunity rt 65000:7\n"
         " set dampening 1 2 3 4\n set comm-list L delete\n");
     const std::string given =
         "10.1.0.0/16 metric 4294967285 as-path \"1 {2,3}\" "
@@ -113,7 +113,7 @@ TEST_F(RmapCheck, SetClausesChangeThePermittedRoute) {
               front + R"("next-hop":"10.0.0.1","metric":4294967295,"tag":11,)"
                       R"("local-preference":200,"weight":7,"origin":"egp","metric-type":"type-1",)"
                       R"("level":"level-2","as-path":"65000 65000 1 {2,3}",)"
-                      R"("community":"0:4 65000:1 no-export","extcommunity":"rt 65000:7",)"
+                      R"("community":"0:4 65000:1 65000:9 no-export","extcommunity":"rt 65000:7",)"
                       R"("dampening":"1 2 3 4"}})");
     // One after the other, over instances; and in place.
     configure(
