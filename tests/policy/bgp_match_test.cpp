@@ -1,6 +1,6 @@
 // Evaluation of AS-path and community lists: verdicts stated by hand, and random lists against the
 // plain walk.
-#include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <sstream>
 
@@ -185,17 +185,11 @@ TEST_F(BgpLists, ClientsAskByNumberAndByHandle) {
 
 // The manager's executable must offer the entry points and the roots to its client tasks by name.
 TEST(BgpExports, AreInTheDynamicSymbolTable) {
-    std::FILE* nm = popen("nm -D --defined-only " ACL_BIN_DIR "/aclmgr", "r");
-    ASSERT_NE(nm, nullptr);
-    std::set<std::string> names;
-    char line[512], kind = 0, name[256];
-    while (std::fgets(line, sizeof line, nm) != nullptr)
-        if (std::sscanf(line, "%*x %c %255s", &kind, name) == 2) names.insert(name);
-    EXPECT_EQ(pclose(nm), 0);
+    const std::string names = "nm -D --defined-only " ACL_BIN_DIR "/aclmgr | grep -qw ";
     for (const char* wanted : {"bgpAccessASPMatchFinExt", "bgpAccessASPMatchWidthExt",
                                "bgpAccessCommMatchFinExt", "bgpAccessCommMatchFinWithHandleExt",
                                "aclNode", "aspathAclNode", "acl_rwlock", "pAclReadCounter"})
-        EXPECT_TRUE(names.contains(wanted)) << wanted;
+        EXPECT_EQ(std::system((names + wanted).c_str()), 0) << wanted;
 }
 
 // --- random lists against the plain walk --------------------------------------------------------

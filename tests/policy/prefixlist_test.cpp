@@ -131,9 +131,14 @@ TEST_F(PrefixTest, ShowsPagesOfFiftyAndKeepsALowestNumberThatHasGone) {
     EXPECT_EQ(page(A, nullptr), "status 5");
     testFail(TEST_BUFFER);
     EXPECT_EQ(page(A, &resume), "status 28");
+    testFailNothing();
     // Only what changes a list makes it the last one: a placeholder of its name does not.
     ipPrefixListCreate(B, 0, &status, AF_IPV4);
     EXPECT_STREQ(aclNode->prefix.lastPrefixList, "B");
+    EXPECT_TRUE(say("do show ip prefix-lists detail")
+                    .ends_with(")\nip prefix-list B:\ncount: 0, range entries: 0, "
+                               "sequences: 0 - 0\n"))
+        << "the title stands once";
     ASSERT_EQ(prefixAddTaskClient(APP_RTM, 0, M, {}, 0, AF_IPV4), 0);
     std::strcpy(aclNode->prefix.lastPrefixList, "untouched");
     ipPrefixListCreate(M, 0, &status, AF_IPV4);
