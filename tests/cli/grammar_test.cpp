@@ -239,23 +239,18 @@ match {as-path=1|access list=2|ip next-hop=3|community=4|ip address=5|ip route-s
     236=41000000 1000=1
 match ip next-hop {=3|prefix-list =9}prefix-list => 1025 1088 232=$ 236="prefix-list" 1000=1
 match community A exact => 1025 1088 232=6 236=41000000 1000=1
+match {origin egp =C 376=1|route-type external =85 376=2|route-type external type-2 =85 376=4|
+    route-type level-1 =85 376=5|interface port-channel 1=86 376=7000001|
+    metric 4294967295=88 376=FFFFFFFF} => 1025 1088 232=$
 match ipv6 {address prefix-list=D|next-hop prefix-list=E|route-source prefix-list=F|next-hop=10|
     route-source=11|address=12} A => 1161 1088 228=20000 232=$ 236=41000000 1000=1
-match origin egp  => 1025 1088 232=C 376=1
-match route-type {external =2|external type-2 =4|level-1 =5} => 1025 1088 232=85 376=$
-match interface port-channel 1 => 1025 1088 232=86 376=7000001
-match metric 4294967295 => 1025 1088 232=88 376=FFFFFFFF
-set {local-preference=64|weight=65|metric=67|as-path=68|tag=78} 7 => 1025 1088 228=30000 232=$ 376=7
-set metric {+=1|-=2} 7 => 1025 1088 228=30000 232=67 376=7 1024=$
-set next-hop 10.0.0.1 => 1025 1088 228=30000 232=66 376=A000001
+set {local-preference 7=64 376=7|weight 7=65 376=7|metric 7=67 376=7|metric + 7=67 376=7 1024=1|
+    metric - 7=67 376=7 1024=2|as-path 7=68 376=7|tag 7=78 376=7|next-hop 10.0.0.1=66 376=A000001|
+    automatic-tag =6A 1000=4|level stub-area=6B 376=6|metric-type type-1=6C 376=3|
+    as-path tag =6D 1000=4|origin incomplete =6E 376=2} => 1025 1088 228=30000 232=$
 set community 65000:1 2:3 local-AS no-advertise no-export additive none  => 1025 1088 228=30000
     232=69 384=FDE8 388=2 516=1 520=3 648-664=1 668=2 1000=4
 set community 4294967295 additive  => 1025 1088 228=30000 232=69 380=FFFFFFFF 660=1 1000=4
-set automatic-tag  => 1025 1088 228=30000 232=6A 1000=4
-set level stub-area  => 1025 1088 228=30000 232=6B 376=6
-set metric-type type-1 => 1025 1088 228=30000 232=6C 376=3
-set as-path tag  => 1025 1088 228=30000 232=6D 1000=4
-set origin incomplete  => 1025 1088 228=30000 232=6E 376=2
 set as-path prepend 65000 1.2  => 1025 1088 228=30000 232=6F 688=FDE8 692=10002 720=2 1000=4
 set comm-list A delete => 1025 1088 228=30000 232=70 236=41000000 1000=1
 set dampening 1 2 3 4 => 1025 1088 228=30000 232=71 672=1 676=2 680=3 684=4 1000=4
@@ -276,18 +271,14 @@ ip access-list standard LIST => 1000 224 80="LIST" 220=1
 {=0|no =1}ip access-list extended LIST => 100$ 224 220=2
 {no =4|=5}ip trace-list LIST => 100$ 224 220=0
 ip trace-group LIST => 1041 220 80="LIST"
-no ip trace-group LIST => 1040 220
+{no ip trace-group=1040|ip prefix-list=1042|no ipv6 prefix-list=1148|ip as-path access-list=1010|
+    no ip community-list=1012|ip extcommunity-list=1016} LIST => $ 220
 {=7|no =8}access-list inverse-mask => 1451$
 route-map LIST => 1021 228 80="LIST" 224=FFFFFFFF
 route-map LIST deny 30 => 1021 228 220=1 224=1E
 no route-map LIST {permit=1|deny=2} 30 => 1020 228 220=1E 224=$
 no route-map LIST 30 => 1020 228 220=1E 224=0
 no route-map LIST  => 1020 228 224=0
-ip prefix-list LIST => 1042 220 80="LIST"
-no ipv6 prefix-list LIST => 1148 220
-ip as-path access-list LIST => 1010 220
-no ip community-list LIST => 1012 220
-ip extcommunity-list LIST => 1016 220
 resequence prefix-list ipv6 LIST 10 5 => 1185 232 80="LIST" 220=A 224=5 228=2
 resequence prefix-list LIST 1 65534 => 1185 232 220=1 224=FFFE 228=1
 do clear ip access-lists counters => 1031 220
@@ -298,10 +289,8 @@ no do show system => 3: Unexpected word "do"; expected: ip, ipv6, route-map, acc
 do configure terminal => 3: Unexpected word "configure" ...
 no route-map LIST deny => 23: The line is incomplete; expected: <1-2147483647>
 [exec]
-clear ip access-lists counters => 1031 220
-clear ip access-lists counters LIST => 1030 220 80="LIST"
-clear ip prefix-list => 1047 220
-clear ipv6 prefix-list LIST => 1151 220 80="LIST"
+clear {ip access-lists counters=1031|ip prefix-list=1047} => $ 220
+clear {ip access-lists counters=1030|ipv6 prefix-list=1151} LIST => $ 220 80="LIST"
 shw => 0: Unexpected word "shw"; expected: show, clear, write, chassis, configure, test, debug,
     exit, end
 show s => 5: Ambiguous word "s"; expected: startup-config, system

@@ -240,28 +240,29 @@ TEST(Load, ALateAnswerIsNotTakenForAnothers) {
     EXPECT_EQ(s.session.channel.strays, 1u);
 }
 
-TEST(Load, WithoutAManagerTheLoadEndsAtOnceAndSaysSo) {
+TEST(Load, AManagerThatIsNotThereOrNeverTakesAnythingEndsTheLoad) {
     fakeManager manager;  // never run
-    testSession s(manager.dir);
-    EXPECT_EQ(s.load(entries(100)), EXIT_UNREACHABLE);
-    EXPECT_EQ(count(s.reported(), "cannot be reached"), 1u) << s.reported();
-    EXPECT_EQ(count(s.reported(), "nothing was loaded from line 2 on"), 1u) << s.reported();
-
-    testSession nowhere("/nonexistent");
-    EXPECT_EQ(nowhere.load(entries(1)), EXIT_UNREACHABLE);
-    EXPECT_NE(nowhere.reported(), "");
-}
-
-TEST(Load, AManagerThatNeverTakesAnythingIsNoHang) {
-    fakeManager manager;
-    manager.open();  // its queue fills, nobody reads
-    testSession s(manager.dir, 100);
-    EXPECT_EQ(s.load("ip access-list standard A\n permit any\nip access-list standard B\n"),
-              EXIT_UNREACHABLE);
-    // The list is not loaded in part, nor are others: nothing is sent behind a silent header.
-    EXPECT_EQ(count(s.reported(), "No answer from the manager within 0.1 s"), 1u) << s.reported();
-    EXPECT_EQ(count(s.reported(), "Not sent: the header in line 1 was not answered"), 1u);
-    EXPECT_EQ(count(s.reported(), "F: nothing was loaded from line 3 on"), 1u);
+    struct {
+        std::string dir;
+        bool opened;  // its queue fills, nobody reads
+        std::vector<const char*> reports;
+    } const rows[] = {
+        {manager.dir, false, {"cannot be reached", "nothing was loaded from line 2 on"}},
+        {"/nonexistent", false, {}},
+        // The list is not loaded in part, nor are others: nothing is sent behind a silent header.
+        {manager.dir,
+         true,
+         {"No answer from the manager within 0.1 s",
+          "Not sent: the header in line 1 was not answered",
+          "F: nothing was loaded from line 3 on"}}};
+    for (const auto& row : rows) {
+        if (row.opened) manager.open();
+        testSession s(row.dir, 100);
+        EXPECT_EQ(s.load(entries(1) + "ip access-list standard B\n"), EXIT_UNREACHABLE);
+        EXPECT_NE(s.reported(), "");
+        for (const char* report : row.reports)
+            EXPECT_EQ(count(s.reported(), report), 1u) << report << s.reported();
+    }
 }
 
 TEST(Load, LinesOfAnyLengthAndContentAreJudged) {

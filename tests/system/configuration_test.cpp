@@ -213,23 +213,6 @@ TEST(Configuration, ALargeMixedOnePrintsAndLoadsBackTheSameInBothMaskModes) {
     }
 }
 
-TEST(Configuration, TheNoFormOfEveryLineTakesItBack) {
-    chassisFixture chassis;
-    ASSERT_TRUE(chassis.startManager());
-    const std::string typed = policy(false, "$1");
-    chassis.load(typed);
-    chassis.load(replaced(replaced(typed, "\n ", "\nno "), " implicit.*", ""));
-    EXPECT_EQ(chassis.show("debug aclRTest"), "no faults\n");
-    // The headers are left; theirs leave nothing.
-    std::string headers;
-    for (const std::string& line : linesOf(chassis.runningConfig()))
-        if (line != "!") headers += "no " + line + "\n";
-    EXPECT_FALSE(has(headers, "no  ")) << headers;
-    EXPECT_TRUE(has(headers, "no route-map ALL permit 10\n")) << headers;
-    chassis.load(headers);
-    EXPECT_EQ(chassis.runningConfig(), "");
-}
-
 TEST(Configuration, PolicyCommandsSayWhatTheManagerFinds) {
     chassisFixture chassis;
     ASSERT_TRUE(chassis.startManager());

@@ -38,15 +38,13 @@ struct replayFixture : chassisFixture {
              "interface control-plane\n ip access-group KEPT in\n");
     }
 
-    bool inStep() const {
-        for (const char* what :
-             {"ip access-lists KEPT installed", "ip access-lists CHANGES installed", "cards"})
-            if (shell({"-c", std::string("show ") + what}).status != 0) return false;
-        return true;
-    }
     void expectInStep() const {
-        EXPECT_TRUE(waitUntil([this] { return inStep(); }))
-            << shell({"-c", "show cards"}).out << show("show queues");
+        EXPECT_TRUE(waitUntil([this] {
+            return shell({"-c", "show ip access-lists KEPT installed", "-c",
+                          "show ip access-lists CHANGES installed", "-c", "show cards"})
+                       .status == 0;
+        })) << shell({"-c", "show cards"}).out
+            << show("show queues");
     }
     void change() {
         changes++;
