@@ -14,7 +14,7 @@ typedef PolicyTest BgpLists;
 
 // 1 or 0; -1: it is no expression. Those that are good are kept.
 int matches(const std::string& expression, const std::string& text) {
-    static std::map<std::string, zekbgp_regex*> known;
+    static auto& known = *new std::map<std::string, zekbgp_regex*>;
     zekbgp_regex*& regex = known[expression];
     if (regex == nullptr) regex = zekbgp_regcomp(expression);
     return regex == nullptr ? -1 : zekbgp_regexec(regex, text);

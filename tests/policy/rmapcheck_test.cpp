@@ -71,22 +71,18 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
     }
     // What no line says: an interface, and the class of the other family, in which no store hears
     // of the clause.
-    const struct {
-        rmapClauseBlock clause;
-        bool four, six, interface;
-    } others[] = {{clause(MATCH, RTMAP_MATCH_IFACE, 77), false, false, true},
-                  {clause(MATCH6, RTMAP_MATCH_IPADD_PREFIX, 0, "L"), true, false, true},
-                  {clause(MATCH, RTMAP_MATCH_IPV6ADD_PREFIX, 0, "L"), false, true, false}};
-    for (const auto& other : others) {
+    rmapRoute through = route();
+    through.ifindex = 77;
+    for (auto other :
+         {clause(MATCH, RTMAP_MATCH_IFACE, 77), clause(MATCH6, RTMAP_MATCH_IPADD_PREFIX, 0, "L"),
+          clause(MATCH, RTMAP_MATCH_IPV6ADD_PREFIX, 0, "L")}) {
         configure("route-map M permit 10\n");
-        rmapClauseBlock request = other.clause;
-        ASSERT_EQ(ipAddRmapEntry(M, &request, AF_IPV4), ACL_OK);
-        EXPECT_EQ(permits(v4), other.four);
-        EXPECT_EQ(permits(v6), other.six);
-        rmapRoute through = route();
-        through.ifindex = 77;
-        EXPECT_EQ(ipRoutemapCheck(ipRmapListFind(M), through, nullptr), other.interface ? 0 : 1);
-        EXPECT_EQ(ipRmapListFind(M)->first->hits, other.interface ? 1u : 0u);
+        ASSERT_EQ(ipAddRmapEntry(M, &other, AF_IPV4), ACL_OK);
+        EXPECT_EQ(permits(v4), other.code == RTMAP_MATCH_IPADD_PREFIX);
+        EXPECT_EQ(permits(v6), other.code == RTMAP_MATCH_IPV6ADD_PREFIX);
+        const bool holds = other.code != RTMAP_MATCH_IPV6ADD_PREFIX;
+        EXPECT_EQ(ipRoutemapCheck(ipRmapListFind(M), through, nullptr), holds ? 0 : 1);
+        EXPECT_EQ(ipRmapListFind(M)->first->hits, holds ? 1u : 0u);
         configure("no route-map M\n");
     }
     // An emptied list that the map still names: nothing is permitted, and nothing dangles.
