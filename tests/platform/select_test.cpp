@@ -255,6 +255,7 @@ TEST_F(selectTest, OnlyTheNewestAnswerOfEachSessionIsHandedOver) {
              {row{7937, 5, 3}, row{7937, 5, 7}, row{7937, 5, 6}, row{7937, 6, 2}, row{7941, 5, 1},
               row{7937, 8, 0xFFFFFFFF}, row{7937, 8, 1}})
             send(port, session, number);
+        got.clear();
         uint64_t waited = 0;
         EXPECT_TRUE(!itself || hostTakeAnswers(note, 0, &waited));
         EXPECT_TRUE(!itself || taken() == newest);
