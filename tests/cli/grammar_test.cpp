@@ -13,8 +13,7 @@ constexpr cliContext in(cliMode mode) {
     return {mode, false, false};
 }
 constexpr cliContext exec = in(cliMode::exec), configure = in(cliMode::configure),
-                     standard = in(cliMode::standard), extended = in(cliMode::extended),
-                     trace = in(cliMode::trace), interface = in(cliMode::interface);
+                     standard = in(cliMode::standard), trace = in(cliMode::trace);
 
 // What stands behind a request's header, word by word where it differs from `plain`, which is zero
 // at first: "68-72=FFFFFFFF" are two equal words, a text stands between quotation marks.

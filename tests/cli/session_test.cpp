@@ -3,27 +3,20 @@
 
 namespace {
 
-std::string filtered(std::string line, const std::string& text) {
+std::string filtered(const std::string& line, const std::string& text) {
+    testSession s("/nonexistent");
     cliPipe p;
-    char* out = nullptr;
-    size_t size = 0;
-    p.out = open_memstream(&out, &size);
+    p.out = s.session.out;
     std::string_view command = line;
     size_t column = 0;
-    std::string error, result;
-    if (!pipeParse(&command, &p, &column, &error)) {
-        result = "column " + std::to_string(column) + ": " + error;
-    } else {
-        // In pieces of every size, so that line ends fall anywhere.
-        for (size_t at = 0, step = 1; at < text.size(); at += step++)
-            pipeText(&p, std::string_view(text).substr(at, step));
-        pipeFinish(&p);
-        fflush(p.out);
-        result.assign(out, size);
-    }
-    fclose(p.out);
-    free(out);
-    return result;
+    std::string error;
+    if (!pipeParse(&command, &p, &column, &error))
+        return "column " + std::to_string(column) + ": " + error;
+    // In pieces of every size, so that line ends fall anywhere.
+    for (size_t at = 0, step = 1; at < text.size(); at += step++)
+        pipeText(&p, std::string_view(text).substr(at, step));
+    pipeFinish(&p);
+    return s.printed();
 }
 
 // Three access lists, and prefix lists of two pages; the walk over all shows the one behind its

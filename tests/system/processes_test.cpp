@@ -27,23 +27,22 @@ TEST(Processes, ManagersOfDifferentFoldersRunSideBySideAndASecondOneOfTheSameIsR
     chassisFixture first, second;
     ASSERT_TRUE(first.startManager());
     ASSERT_TRUE(second.startManager());
-    EXPECT_EQ(first.shell({"-f", "-"}, "ip access-list standard ONE\n").status, 0);
-    EXPECT_EQ(second.runningConfig().find("ONE"), std::string::npos);
+    first.load("ip access-list standard ONE\n");
+    EXPECT_FALSE(has(second.runningConfig(), "ONE"));
 
     // So do the two route processors of one chassis.
-    process other;
-    ASSERT_TRUE(
-        other.start({std::string(ACL_BIN_DIR) + "/aclmgr", "--rundir", first.dir, "--rp", "1"},
-                    first.dir + "/other.stderr"));
+    const std::vector<std::string> same{std::string(ACL_BIN_DIR) + "/aclmgr", "--rundir",
+                                        first.dir};
+    std::vector<std::string> peer = same;
+    peer.insert(peer.end(), {"--rp", "1"});
+    process other, again;
+    ASSERT_TRUE(other.start(peer, first.dir + "/other.stderr"));
     EXPECT_EQ(first.shell({"--rp", "1", "-f", "-"}, "ip access-list standard TWO\n").status, 0);
-    EXPECT_NE(first.shell({"--rp", "1", "-c", "show running-config"}).out.find("TWO"),
-              std::string::npos);
-    EXPECT_EQ(first.runningConfig().find("TWO"), std::string::npos);
+    EXPECT_TRUE(has(first.shell({"--rp", "1", "-c", "show running-config"}).out, "TWO"));
+    EXPECT_FALSE(has(first.runningConfig(), "TWO"));
 
-    process again;
-    EXPECT_FALSE(again.start({std::string(ACL_BIN_DIR) + "/aclmgr", "--rundir", first.dir},
-                             first.dir + "/again.stderr"));
-    EXPECT_NE(first.runningConfig().find("ONE"), std::string::npos);  // the first one still serves
+    EXPECT_FALSE(again.start(same, first.dir + "/again.stderr"));
+    EXPECT_TRUE(has(first.runningConfig(), "ONE"));  // the first one still serves
 }
 
 // Bytes that no neighbour would send: counted, answered where they can be, survived.
