@@ -127,7 +127,8 @@ TEST_F(Link, ComesIntoStepAndStaysThere) {
         // A session in the middle of a replay: what came before is void.
         START + "begin new-need" + next,
         START +
-            "rests keepalive registers answer =in-step rests keepalive registers answer =in-step",
+            "rests keepalive registers retry rests answer =in-step rests keepalive registers "
+            "answer =in-step",
         // Another process answers: it has started again, or has got the role. It may know this
         // agent and have no reason to send anything. A gap, its answer, or its replay shows it.
         running + "registers nobody =no-manager retry registers no-need answer =needed" + next,

@@ -364,9 +364,17 @@ TEST_F(Tables, AReplayIsExchangedWhenItHasEnded) {
     EXPECT_FALSE(agentTablesReplayEnd(&next));
     EXPECT_EQ(installedText(next), "L@p 1 3;L@o 5;S@p 1=2;");
     agentTablesReplayBegin(&next);
-    agentTablesApply(&next, build({14409, "L", PORT, entries(14409, {1, 2})}));
+    agentTablesApply(&next, build({14409, "L", PORT, {entry4(1, 1)}}));
     EXPECT_TRUE(agentTablesReplayEnd(&next));
-    EXPECT_EQ(installedText(next), "L@p 1 2;");
+    agentTablesReplayBegin(&next);
+    bytes spare = entry4(1, 1);  // the same but for a byte that no rule has
+    spare[30] = 1;
+    agentTablesApply(&next, build({14409, "L", PORT, {spare}}));
+    agentTablesApply(&next, build({14409, "L", OTHER_PORT, {entry4(5, 9)}}));
+    EXPECT_TRUE(agentTablesReplayEnd(&next));
+    EXPECT_EQ(installedText(next), "L@p 1;L@o 5=9;");
+    const dpList* held = t.plane.find(t.plane.inForce, dpPlaceMake(AGENT_LIST_IP4, 0, PORT, 0, {}));
+    EXPECT_EQ(held->entries.at(1).hash, agentHash(std::span(spare).subspan(4)));
 }
 
 // Room for 13 entries and lists. What a replay brings unchanged needs none; what does not fit
