@@ -64,10 +64,10 @@ void listRows::task(uint32_t application, uint32_t instance) {
 
 template <class List, class Next>
 void addLists(rowsWriter* out, const char* kind, bool endsAtFailure, List* first, Next next) {
-    for (const policyList* list = first; list != nullptr; list = next(list->name)) {
+    for (const namedList* list = first; list != nullptr; list = next(list->name)) {
         listRows rows{out, kind, list->name, endsAtFailure};
-        for (const policyClient* c = list->clients; c != nullptr; c = c->next)
-            if (c->kind == CLIENT_TASK) rows.task(c->task.application, c->task.instance);
+        for (const listClient* c = list->clients; c != nullptr; c = c->next)
+            if (c->kind == CLIENT_TASK) rows.task(c->id, c->instance);
     }
 }
 
@@ -76,8 +76,8 @@ std::string registrations() {
     for (const aclList* list = ipAccessListFindFirst(); list != nullptr;
          list = ipAccessListFindNext(list->name)) {
         listRows rows{&out, "ip", list->name, true};
-        for (const aclBinding* b = list->bindings; b != nullptr; b = b->next)
-            if (b->kind == BIND_TASK) rows.task(b->id, b->instance);
+        for (const listClient* c = list->clients; c != nullptr; c = c->next)
+            if (c->kind == CLIENT_TASK) rows.task(c->id, c->instance);
     }
     for (uint32_t af : {AF_IPV4, AF_IPV6})
         addLists(&out, af == AF_IPV4 ? "prefix" : "prefix-v6", true, ipPrefixListFindFirst(af),

@@ -60,8 +60,8 @@ struct intent {
 std::string hashOf(const aclList& list) {
     agentListHash hash;
     agentEntry image;
-    for (const aclEntry* e = list.head; e != nullptr; e = e->next) {
-        vAclAddEntryToAclList(&image, *e);
+    for (const aclEntry& e : entriesOf<const aclEntry>(list.head)) {
+        vAclAddEntryToAclList(&image, e);
         hash.add(agentEntryHash(image));
     }
     return agentHashText(hash.value);
@@ -88,27 +88,21 @@ void addCard(intent* what, jsonObject row, uint32_t ifindex, const std::string& 
     append(&what->rows, row);
 }
 
-// A LAG's list is sent to each member port under the port's own index, a VLAN's once to each card
-// that has a member port; a card that has said that it takes no egress lists is never sent one.
 void addBinding(intent* what, uint32_t bound, uint32_t direction) {
     const uint32_t type = ifindexType(bound);
+    const bool isVlan = type == IF_TYPE_VLAN;
     const jsonObject row = rowOf(*what, bound, direction);
     if (type == IF_TYPE_CP) return addCard(what, row, bound, "control-plane");
-    std::bitset<SLOT_COUNT> seen;
     bool any = false;
-    aclWalkPorts(bound, [&](uint32_t port) {
-        int slot = ifindexSlot(port);
-        if (slot == SLOT_NONE) return;
-        auto number = static_cast<size_t>(slot);
-        if (type == IF_TYPE_VLAN && seen.test(number)) return;
-        seen.set(number);
+    aclForTargets({{bound, direction}, INTF_V4, false}, [&](const aclTarget& target) {
+        const int slot = ifindexSlot(target.ifindex);
         any = true;
-        const aclLinecard& known = aclLinecardInfo[slot];
-        bool refuses = direction == INTF_OUT && known.isUp != 0 && known.isVortan == 0;
+        // A card that is not there yet has not said what it takes.
+        const bool refuses = target.refused && aclLinecardInfo[slot].isUp != 0;
         jsonObject one = row;
-        if (type == IF_TYPE_LAG) one.string("port", interfaceName(port));
-        if (type != IF_TYPE_VLAN) one.number("pipe", aclPortPipe(port) & 0xFF);
-        addCard(what, one, type == IF_TYPE_VLAN ? bound : port, std::to_string(slot), refuses);
+        if (type == IF_TYPE_LAG) one.string("port", interfaceName(target.ifindex));
+        if (!isVlan) one.number("pipe", target.pipe & 0xFF);
+        addCard(what, one, isVlan ? bound : target.ifindex, std::to_string(slot), refuses);
     });
     if (!any) append(&what->rows, row);
 }
@@ -137,18 +131,7 @@ bool twoInterfaces(std::string_view args, uint32_t* first, uint32_t* second) {
 // A VLAN's lists go out again to the cards of the member.
 int joinVlan(uint32_t vlan, uint32_t member) {
     const int result = aclVlanMemberAdd(vlan, member);
-    const aclIntf* intf = result == 0 ? AclIntfTreeFind(vlan) : nullptr;
-    const bool isLag = ifindexType(member) == IF_TYPE_LAG;
-    for (uint32_t direction : {INTF_IN, INTF_OUT}) {
-        aclList* list = intf != nullptr ? intf->lists[INTF_V4][direction] : nullptr;
-        const aclBinding* b =
-            list != nullptr ? aclInterfaceBinding(list, vlan, direction) : nullptr;
-        if (b == nullptr) continue;
-        list->sendBlock = b->block;
-        (void)aclSendVlanAclToAclAgentSpecificMember(
-            list, vlan, 1, direction == INTF_IN ? MT_ACL_ADDLIST : MT_ACL_EGR_ADDLIST,
-            b->implicitPermit, 0, isLag ? member : 0, isLag ? 0 : member);
-    }
+    if (result == 0) aclVlanMemberJoined(vlan, member);
     return result;
 }
 

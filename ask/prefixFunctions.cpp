@@ -59,15 +59,15 @@ void addListLine(std::string& out, const prefixList& list) {
 }
 
 void addClients(std::string& out, const prefixList& list) {
-    for (const policyClient* client = list.clients; client != nullptr; client = client->next) {
+    for (const listClient* client = list.clients; client != nullptr; client = client->next) {
         if (client->kind == CLIENT_ROUTE_MAP) {
             out += "  route map ";
             out += listNameView(client->rmapName);
             textWordSigned(out, ", clauses ", client->references);
         } else {
-            textWordSigned(out, "  task ", client->task.application);
-            textWordSigned(out, " instance ", client->task.instance);
-            textWordSigned(out, ", pairs ", client->task.pairCount);
+            textWordSigned(out, "  task ", client->id);
+            textWordSigned(out, " instance ", client->instance);
+            textWordSigned(out, ", pairs ", client->pairCount);
         }
         out += '\n';
     }

@@ -92,7 +92,7 @@ inline ipEntryBlock benchBlock(const benchRule& rule, uint32_t seq) {
 // --- reference: the chain --------------------------------------------------------------------
 
 inline const aclEntry* refChainFind(const aclEntry* entry, const ipPacket& p) {
-    for (; entry != nullptr; entry = entry->next) {
+    for (; entry != nullptr; entry = static_cast<const aclEntry*>(entry->next)) {
         const ipEntryBlock& b = entry->block;
         if (((p.src ^ b.src) & b.srcMask) == 0 && ((p.dst ^ b.dst) & b.dstMask) == 0 &&
             b.protocol == p.protocol && b.dstLow <= p.dstPort && p.dstPort <= b.dstHigh)

@@ -115,7 +115,7 @@ bool plainClause(const rmapEntry& entry, const rmapRoute& route) {
         return false;
     }
     for (const rmapNameValue* v = entry.names; v != nullptr; v = v->next) {
-        auto* list = static_cast<policyList*>(v->list);
+        auto* list = static_cast<namedList*>(v->list);
         switch (entry.code) {
             case RTMAP_MATCH_IPADD_PREFIX:
                 if (plainPrefix(static_cast<prefixList*>(list), route.prefix)) return true;

@@ -9,7 +9,7 @@
 // when it is added and lives as long as the entry.
 #pragma once
 
-#include "common/policyList.h"
+#include "common/namedList.h"
 #include "include/policyMsg.h"
 
 struct zekbgp_regex;
@@ -51,7 +51,7 @@ struct extCommEntry : bgpEntry {
     extCommRule rule;
 };
 
-struct bgpList : policyList {
+struct bgpList : namedList {
     bgpListKind kind;
     bgpEntry* head;
     bgpEntry* tail;

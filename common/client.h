@@ -1,7 +1,6 @@
 // Clients of lists: the tasks and route maps that use a list by name and are told of its changes.
 //
-// Access lists keep their clients among their bindings; all other lists keep policyClient records.
-// Both tell a client through triggerClient, so a client of any list is told in one way.
+// A client of any list is told in one way, through triggerClient.
 #pragma once
 
 #include <cstdint>
@@ -10,11 +9,19 @@
 #include "include/listName.h"
 #include "include/routeMapNames.h"
 
-enum clientKind : uint32_t { CLIENT_ROUTE_MAP = 1, CLIENT_TASK = 2 };
+enum clientKind : uint32_t {
+    CLIENT_ROUTE_MAP = 1,
+    CLIENT_TASK = 2,
+    CLIENT_INTERFACE = 3,   // access lists: what they are bound to
+    CLIENT_VLAN_GROUP = 4,  // likewise
+};
+
+struct namedList;  // common/namedList.h
 
 // An item that a task registered for, e.g. a peer; told back with every trigger.
 struct clientPair {
     clientPair* next;
+    clientPair* prev;
     uint32_t first, second;
 };
 
@@ -75,9 +82,9 @@ bool aclClientHasAddress(uint32_t application, uint32_t instance);
 // del lowers it, and the client goes with the last one. Without the count, the first of two clauses
 // to go would take from the other the list that it points at.
 struct rmapMatch {
-    uint16_t cls;     // rmapClass
-    uint32_t code;    // of the clause
-    void** listSlot;  // null: nowhere to write
+    uint16_t cls;          // rmapClass
+    uint32_t code;         // of the clause
+    namedList** listSlot;  // null: nowhere to write
 };
 int aclAddRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);
 int aclDelRmapClient(const rmapMatch& match, const listName& rmapName, const listName& list);

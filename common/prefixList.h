@@ -1,7 +1,7 @@
 // Prefix-list records, as the manager keeps them and as the policy library reads them.
 //
 //   prefixList --head/tail--> prefixEntry <-> prefixEntry ...   ascending sequence numbers
-//              --clients---> policyClient -> policyClient ...   newest first
+//              --clients---> listClient <-> listClient ...   newest first
 //              --order-----> the same entries, found by number or by position
 //              --content---> the same entries, found by what they say
 //              --index-----> the same entries, found by what they match
@@ -10,7 +10,7 @@
 // store that made a record owns it. All records come from the platform's pools.
 #pragma once
 
-#include "common/policyList.h"
+#include "common/namedList.h"
 #include "include/policyMsg.h"
 
 struct matchNode;  // match/matchIndex.h
@@ -57,7 +57,7 @@ struct prefixEntry {
     zekRadixNode content;  // its key follows the entry
 };
 
-struct prefixList : policyList {
+struct prefixList : namedList {
     prefixEntry* head;
     prefixEntry* tail;
     int32_t count;

@@ -11,18 +11,17 @@
 // all come from the platform's pools. Readers hold the read lock.
 #pragma once
 
-#include "common/policyList.h"
+#include "common/namedList.h"
 #include "include/policyMsg.h"
 #include "include/routeMapNames.h"
 
 struct rmapNameValue {
     rmapNameValue* next;
-    // The record of the named list, set by its store: aclList, or the policyList front of a prefix,
-    // AS-path, community or extended-community list; by the clause's code. It stays valid as long
-    // as the value stands, also while the list is a placeholder. Null for the clauses that no
-    // store takes (access lists matched by next hop or route source, RTMAP_MATCH_ACC): those are
-    // looked up by name.
-    void* list;
+    // The record of the named list, set by its store; of which kind, the clause's code says. It
+    // stays valid as long as the value stands, also while the list is a placeholder. Null for the
+    // clauses that no store takes (access lists matched by next hop or route source,
+    // RTMAP_MATCH_ACC): those are looked up by name.
+    namedList* list;
     listName name;
     uint16_t index;  // place among the configuration lines of the clause, from 1
 };
@@ -86,7 +85,7 @@ struct rmapInstance {
     } forms[RMAP_FORM_PAIRS];
 };
 
-struct rmapList : policyList {
+struct rmapList : namedList {
     rmapInstance* first;
     rmapInstance* last;
     zekRadix* bySeq;

@@ -11,7 +11,7 @@
 #include "common/clientWait.h"
 #include "common/debug.h"
 #include "common/linecard.h"
-#include "common/queue.h"
+#include "common/message.h"
 #include "include/clientMsg.h"
 #include "include/service.h"
 #include "platform/api/zekEvt.h"
@@ -56,13 +56,10 @@ uint32_t aclgetTransId() {
 }
 
 void fill(triggerMsg* message, const clientTask& client, uint32_t mtype, uint32_t card) {
-    message->ipc.length = TRIGGER_LEN;
-    message->ipc.mtype = mtype;
+    aclFillIpcHdr(&message->ipc, mtype, TRIGGER_LEN,
+                  {card, aclServicePort(client.application, client.instance, QUEUE_REQUEST)});
     message->ipc.sequence = aclgetTransId();
-    message->ipc.target.card = zek_sysGetIpAddr(card);
-    message->ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    message->ipc.source.card = card;
-    message->ipc.source.svce = aclServicePort(client.application, client.instance, QUEUE_REQUEST);
+    message->ipc.target.card = zek_sysGetIpAddr(card);  // this task's address towards that card
     message->application = client.application;
     message->instance = client.instance;
 }

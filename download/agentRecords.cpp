@@ -1,19 +1,15 @@
 // The manager's records as the agents receive them.
 #include <algorithm>
 
+#include "common/debug.h"
 #include "download/sendPath.h"
 #include "include/service.h"
-#include "platform/api/zekIpc.h"
 
 namespace {
 
-// A port-level send on behalf of a VLAN names the VLAN.
-uint32_t boundInterface(const aclSendRequest& request) {
-    return request.vlan != 0 ? request.vlan : request.ifindex;
-}
-
-uint32_t groupIdOf(const aclSendRequest& request) {
-    return request.groupId <= VLAN_GROUPS ? request.groupId : 0;
+// A send on behalf of a VLAN names the VLAN.
+uint32_t boundInterface(const aclTarget& target) {
+    return target.vlan != 0 ? target.vlan : target.ifindex;
 }
 
 // Fields that stand side by side in the entry block and in the match travel as one run of bytes.
@@ -39,54 +35,93 @@ void fillMatch(agentMatch* m, const ipEntryBlock& b) {
     copyRun<148, 136, 8>(m, b);  // fragments, DSCP
 }
 
-}  // namespace
-
-void vAclBuildIpcHdr(agentHdr* header, uint32_t ifindex, size_t bodyLen, uint32_t messageId) {
-    *header = {};
-    agentRoute route = agentRouteOf(ifindex, messageId);
-    uint32_t own;
-    (void)zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &own);
-    header->ipc.length = static_cast<uint32_t>(bodyLen + sizeof *header);
-    header->ipc.mtype = messageId;
-    header->ipc.sequence = APP_ACL;
-    header->ipc.target.card = own;
-    header->ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    header->ipc.source.slot = route.slot;
-    header->ipc.source.card = route.address;
-    header->ipc.source.svce = route.service;
-    header->bodyLen = static_cast<uint32_t>(bodyLen);
-}
-
-void vAclFillInAclList(agentListHdr* header, const aclList& list, const aclSendRequest& request) {
-    *header = {};
-    header->name = list.name;
-    header->count = static_cast<uint32_t>(std::max(list.count, 0));
-    header->kind = list.kind;
-    header->option = request.option;
-    header->block = list.sendBlock;
-    header->runCfgCount = request.entryCount;
-    header->portPipe = static_cast<uint8_t>(request.portPipe);
-    uint32_t groupId = groupIdOf(request);
-    header->groupId = static_cast<uint8_t>(groupId);
-    if (groupId == 0) {
-        header->ifindex = boundInterface(request);
-        header->onBehalfOfVlan = request.vlan != 0 ? 1 : 0;
+// The header of an IPv4 or IPv6 list, all but the count.
+void vAclFillInAclList(uint8_t* to, const aclTarget& target, const aclSend& send) {
+    auto* header = new (to) agentListHdr{};
+    header->name = send.list->name;
+    header->kind = send.list->kind;
+    header->option = send.option;
+    if (send.block != nullptr) header->block = *send.block;
+    header->runCfgCount =
+        send.entry != nullptr ? send.count : static_cast<uint32_t>(send.list->count);
+    header->portPipe = static_cast<uint8_t>(target.pipe);
+    if (target.groupId == 0 || target.groupId > VLAN_GROUPS) {
+        header->ifindex = boundInterface(target);
+        header->onBehalfOfVlan = target.vlan != 0 ? 1 : 0;
         return;
     }
+    header->groupId = static_cast<uint8_t>(target.groupId);
     for (const aclVlanGroup& group : aclNode->groups.vlanGroups)
-        if (group.id == groupId) header->groupName = group.name;
+        if (group.id == target.groupId) header->groupName = group.name;
 }
 
-void vAclFillInAclList(agentMacListHdr* header, const l2AclList& list,
-                       const aclSendRequest& request) {
-    *header = {};
-    header->name = list.name;
-    header->lastEntryId = list.lastEntryId;
-    header->type = list.kind;
-    header->placeholder = list.placeholder;
-    header->count = static_cast<uint32_t>(std::max(list.count, 0));
-    header->ifindex = boundInterface(request);
-    header->block = list.sendBlock;
+// What a single entry goes with says nothing of the list but its name and kind.
+void fillInMacList(uint8_t* to, const aclTarget& target, const aclSend& send) {
+    auto* header = new (to) agentMacListHdr{};
+    header->name = send.list->name;
+    header->type = send.list->kind;
+    header->ifindex = boundInterface(target);
+    if (send.block != nullptr) header->block = *send.block;
+    if (send.entry != nullptr) return;
+    header->lastEntryId = send.list->lastEntryId;
+    header->placeholder = send.list->placeholder;
+}
+
+template <class Image, class Entry>
+uint32_t vAclMapMgrToClient(std::span<uint8_t> room, const listEntry** next) {
+    auto* images = reinterpret_cast<Image*>(room.data());
+    const size_t fits = room.size() / sizeof(Image);
+    uint32_t copied = 0;
+    for (; copied < fits && *next != nullptr; copied++, *next = (*next)->next)
+        vAclAddEntryToAclList(&images[copied], static_cast<const Entry&>(**next));
+    return copied;
+}
+
+constexpr char L3_SIZE[] = "Total Message size = %d : IPC_BUFFER_SIZE = %d \r\n";
+// No blank behind the colon: it is meant.
+constexpr char L2_SIZE[] = "Total Message size = %d :IPC_BUFFER_SIZE = %d \r\n";
+
+}  // namespace
+
+constexpr agentForm agentForm4{INTF_V4,
+                               sizeof(agentListHdr),
+                               sizeof(agentEntry),
+                               AGENT_CHUNK_ENTRIES,
+                               offsetof(agentListHdr, count),
+                               vAclFillInAclList,
+                               vAclMapMgrToClient<agentEntry, aclEntry>,
+                               DEBUG_ACL_IPC,
+                               L3_SIZE};
+constexpr agentForm agentForm6{INTF_V6,
+                               sizeof(agentListHdr),
+                               sizeof(agentEntry6),
+                               AGENT_CHUNK_ENTRIES_6,
+                               offsetof(agentListHdr, count),
+                               vAclFillInAclList,
+                               vAclMapMgrToClient<agentEntry6, acl6Entry>,
+                               DEBUG_ACL_IPC,
+                               L3_SIZE};
+constexpr agentForm agentFormMac{INTF_V4,  // whose cards take it: those that take IPv4 lists
+                                 sizeof(agentMacListHdr),
+                                 sizeof(agentMacEntry),
+                                 AGENT_CHUNK_ENTRIES_MAC,
+                                 offsetof(agentMacListHdr, count),
+                                 fillInMacList,
+                                 vAclMapMgrToClient<agentMacEntry, l2AclEntry>,
+                                 DEBUG_ACL_L2IPC,
+                                 L2_SIZE};
+
+// Whatever is staged fits one message with its header.
+constexpr bool fitsMessage(const agentForm& form) {
+    return std::max(form.bodyBytes(form.chunk), AGENT_BODY_MAX_SINGLE) <=
+           IPC_BUFFER_SIZE - sizeof(agentHdr);
+}
+static_assert(fitsMessage(agentForm4) && fitsMessage(agentForm6) && fitsMessage(agentFormMac));
+
+void agentForm::setCount(uint8_t* body, uint32_t count) const {
+    be32 word;
+    word = count;
+    std::memcpy(body + countAt, &word, sizeof word);
 }
 
 void vAclAddEntryToAclList(agentEntry* image, const aclEntry& entry) {

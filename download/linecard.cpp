@@ -79,18 +79,13 @@ void aclLinecardFlush(uint32_t slot) {
 }
 
 int aclSendLinecardInfoToMacMgr(uint32_t slot) {
-    uint32_t own, macMgr;
-    (void)zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &own);
+    uint32_t macMgr;
     if (zek_tmeGetPeerIpAddrByName(APP_MACMGR, 0, &macMgr) != 0 || !addressIsKnown(macMgr))
         return -1;
     linecardInfoMsg message{};
-    message.ipc.length = sizeof message;
-    message.ipc.mtype = MT_LINECARD_INFO;
+    aclFillIpcHdr(&message.ipc, MT_LINECARD_INFO, sizeof message,
+                  {macMgr, aclServicePort(APP_MACMGR, 0, QUEUE_REQUEST)});
     message.ipc.sequence = ++aclMgrTransId;
-    message.ipc.target.card = own;
-    message.ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    message.ipc.source.card = macMgr;
-    message.ipc.source.svce = aclServicePort(APP_MACMGR, 0, QUEUE_REQUEST);
     message.slot = slot;
     return zekIpcSend(aclNode->ipc.regQfd, &message, sizeof message);
 }

@@ -39,17 +39,6 @@ mgmtTask taskIPM(uint32_t instance) {
             aclServicePort(APP_IPM, instance, QUEUE_REQUEST)};
 }
 
-template <class Entry>
-struct mgmtImage;
-template <>
-struct mgmtImage<aclEntry> {
-    using type = mgmtEntryImage;
-};
-template <>
-struct mgmtImage<acl6Entry> {
-    using type = mgmtEntryImage6;
-};
-
 void fillImage(mgmtEntryImage* image, const aclEntry& entry) {
     image->block = entry.block;
     image->id = entry.id;
@@ -60,23 +49,32 @@ void fillImage(mgmtEntryImage* image, const aclEntry& entry) {
 void fillImage(mgmtEntryImage6* image, const acl6Entry& entry) {
     vAclAddEntryToAclList(&image->entry, entry);
 }
+template <class Image, class Entry>
+void fillImageAt(uint8_t* room, const listEntry& entry) {
+    fillImage(reinterpret_cast<Image*>(room), static_cast<const Entry&>(entry));
+}
+// The entry images of both families have one size.
+void (*const imageFillers[])(uint8_t* room, const listEntry& entry) = {
+    fillImageAt<mgmtEntryImage, aclEntry>,    // INTF_V4
+    fillImageAt<mgmtEntryImage6, acl6Entry>,  // INTF_V6
+};
+constexpr size_t IMAGE_BYTES = sizeof(mgmtEntryImage);
+static_assert(sizeof(mgmtEntryImage6) == IMAGE_BYTES);
 
+// A copy is not about a binding: its block is zero.
 void fillImage(mgmtListImage* image, const aclList& list, uint32_t entries) {
     std::memcpy(image->name, list.name.text, LIST_NAME_LEN);
     image->lastEntryId = image->count = entries;
     image->kind = list.kind;
     image->placeholder = list.placeholder;
     image->highestSeq = list.highestSeq;
-    image->block = list.sendBlock;
 }
 
 // One message with up to `count` entries from *next on, which moves past them. False when there is
 // no memory for it.
-template <class Entry>
-bool sendMessage(const mgmtTask& task, const aclList& list, uint32_t messageId, const Entry** next,
-                 uint32_t count) {
-    using image = typename mgmtImage<Entry>::type;
-    const size_t length = sizeof(mgmtMsg) + count * sizeof(image);
+bool sendMessage(const mgmtTask& task, const aclList& list, uint32_t messageId,
+                 const listEntry** next, uint32_t count) {
+    const size_t length = sizeof(mgmtMsg) + count * IMAGE_BYTES;
     auto* message = static_cast<mgmtMsg*>(acl_Swp_Alloc(length));
     if (message == nullptr) {
         zekSwpQueueLose(task.queue);
@@ -84,16 +82,12 @@ bool sendMessage(const mgmtTask& task, const aclList& list, uint32_t messageId, 
         return false;
     }
     std::memset(static_cast<void*>(message), 0, length);
-    message->ipc.length = static_cast<uint32_t>(length);
-    message->ipc.mtype = messageId;
-    message->ipc.target.card = aclNode->queues.acltargetcard;
-    message->ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    message->ipc.source.card = task.address;
-    message->ipc.source.svce = task.service;
+    aclFillIpcHdr(&message->ipc, messageId, length, {task.address, task.service});
     fillImage(&message->list, list, count);
-    auto* images = reinterpret_cast<image*>(message + 1);
-    for (uint32_t i = 0; i < count && *next != nullptr; i++, *next = (*next)->next)
-        fillImage(&images[i], **next);
+    const auto fill = imageFillers[agentMsgRowOf(messageId).form->family];
+    auto* room = reinterpret_cast<uint8_t*>(message + 1);
+    for (; count > 0 && *next != nullptr; count--, *next = (*next)->next, room += IMAGE_BYTES)
+        fill(room, **next);
 
     (void)aclCheckSwpQueueHealth(task.queue);
     if (zekSwpEnqueue(task.queue, message, length) == 0) {
@@ -109,56 +103,49 @@ bool canBeSent(const mgmtTask& task) {
     return addressIsKnown(aclNode->queues.acltargetcard) && addressIsKnown(task.address);
 }
 
-template <class Entry>
-void sendList(const mgmtTask& task, const aclList* list, const Entry* first, uint32_t messageId) {
+void sendList(const mgmtTask& task, const aclList* list, uint32_t messageId) {
     if (list == nullptr || !canBeSent(task)) return;
+    const listEntry* next = list->head;
     const bool deleted = messageId == MT_ACL_DELLIST || messageId == MT_ACL_V6_DELLIST;
     uint32_t left = deleted || list->count < 0 ? 0 : static_cast<uint32_t>(list->count);
     // The last chunk carries nothing when the others come out even; the tasks expect it: meant.
     const uint32_t chunks = left >= MGMT_WHOLE ? left / MGMT_CHUNK : 0;
     for (uint32_t i = 0; i < chunks; i++, left -= MGMT_CHUNK)
-        if (!sendMessage(task, *list, messageId, &first, MGMT_CHUNK)) return;
-    (void)sendMessage(task, *list, messageId, &first, left);
+        if (!sendMessage(task, *list, messageId, &next, MGMT_CHUNK)) return;
+    (void)sendMessage(task, *list, messageId, &next, left);
 }
 
-template <class Entry>
-void sendEntry(const mgmtTask& task, const aclList* list, const Entry* entry, uint32_t messageId) {
+void sendEntry(const mgmtTask& task, const aclList* list, const listEntry* entry,
+               uint32_t messageId) {
     if (list == nullptr || entry == nullptr || !canBeSent(task)) return;
     (void)sendMessage(task, *list, messageId, &entry, 1);
 }
 
 std::set<std::string> listsBehind[sizeof aclQueues::aclIPMqHandle / sizeof(zekSwpHandle)];
 
-const aclEntry* entries(const aclList* list) {
-    return list != nullptr ? list->head : nullptr;
-}
-const acl6Entry* entries6(const aclList* list) {
-    return list != nullptr ? list->head6 : nullptr;
-}
-
 }  // namespace
 
-void aclSendListToSNMP(aclList* list, uint32_t messageId, const aclBinding*) {
-    sendList(taskSNMP(), list, entries(list), messageId);
+void aclSendListToSNMP(const aclList* list, uint32_t messageId) {
+    sendList(taskSNMP(), list, messageId);
 }
-void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId, const aclBinding*) {
+void aclSendEntToSNMP(const aclList* list, const listEntry* entry, uint32_t messageId) {
     sendEntry(taskSNMP(), list, entry, messageId);
 }
-void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding) {
-    const mgmtTask task = taskIPM(binding->instance);
+void aclSendListToIPM(const aclList* list, uint32_t messageId, const listClient* client) {
+    const mgmtTask task = taskIPM(client->instance);
     if (list == nullptr || !canBeSent(task)) return;
     // A copy for every change would be a list for every entry.
     if (zekSwpIsQueueEmpty(task.queue))
-        sendList(task, list, entries(list), messageId);
+        sendList(task, list, messageId);
     else
         try {
-            listsBehind[binding->instance].emplace(listNameView(list->name));
+            listsBehind[client->instance].emplace(listNameView(list->name));
         } catch (const std::bad_alloc&) {
             zekSwpQueueLose(task.queue);
         }
 }
-void aclReplayListToIPM(aclList* list, const aclBinding* binding) {
-    sendList(taskIPM(binding->instance), list, entries(list), MT_ACL_ADDLIST);
+void aclReplayListToIPM(const aclList* list, const listClient* client) {
+    sendList(taskIPM(client->instance), list, MT_ACL_ADDLIST);
 }
 bool aclNextListBehind(uint32_t instance, listName* name) {
     auto& names = listsBehind[instance];
@@ -167,23 +154,9 @@ bool aclNextListBehind(uint32_t instance, listName* name) {
     names.erase(names.begin());
     return true;
 }
-void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId) {
-    sendList(taskSYSADM(), list, entries(list), messageId);
+void aclSendListToSYSADMTSk(const aclList* list, uint32_t messageId) {
+    sendList(taskSYSADM(), list, messageId);
 }
-void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId) {
-    sendEntry(taskSYSADM(), list, entry, messageId);
-}
-
-void aclV6SendListToSNMP(aclList* list, uint32_t messageId, const aclBinding*) {
-    sendList(taskSNMP(), list, entries6(list), messageId);
-}
-void aclV6SendEntToSNMP(aclList* list, const acl6Entry* entry, uint32_t messageId,
-                        const aclBinding*) {
-    sendEntry(taskSNMP(), list, entry, messageId);
-}
-void aclV6SendListToSYSADMTSK(aclList* list, uint32_t messageId) {
-    sendList(taskSYSADM(), list, entries6(list), messageId);
-}
-void aclV6SendEntToSYSADMTSK(aclList* list, const acl6Entry* entry, uint32_t messageId) {
+void aclSendEntToSYSADMTSK(const aclList* list, const listEntry* entry, uint32_t messageId) {
     sendEntry(taskSYSADM(), list, entry, messageId);
 }

@@ -74,12 +74,10 @@ int AclSwpEnqueACL2(void* message, size_t length) {
     auto* ipc = static_cast<ipcHdr*>(message);
     uint32_t card = ADDRESS_UNKNOWN;
     (void)zek_tmeGetPeerIpAddrByName(APP_ACL2, 0, &card);
-    ipc->target = {};
-    ipc->target.card = aclNode->queues.acltargetcard;
-    ipc->target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    ipc->source = {};
-    ipc->source.card = card;
-    ipc->source.svce = aclServicePort(APP_ACL2, 0, QUEUE_REQUEST);
+    ipcHdr road;
+    aclFillIpcHdr(&road, ipc->mtype, length, {card, aclServicePort(APP_ACL2, 0, QUEUE_REQUEST)});
+    ipc->target = road.target;
+    ipc->source = road.source;
     (void)aclCheckSwpQueueHealth(aclNode->queues.acl2qHandle);
     if (addressIsKnown(card) && zekSwpEnqueue(aclNode->queues.acl2qHandle, message, length) == 0)
         return 0;

@@ -49,7 +49,8 @@ void aclSendReplayMark(uint32_t agent, agentReplayMark mark) {
     body.need = state.need;
     // A bare slot addresses its card, as it does for DoS lists.
     const uint32_t ifindex = agent == AGENT_CP ? IFINDEX_CP_BIND : agent;
+    const agentRoute route = agentRouteOf(ifindex, MT_AGENT_REPLAY);
     agentHdr header;
-    vAclBuildIpcHdr(&header, ifindex, sizeof body, MT_AGENT_REPLAY);
-    (void)iAclIPCSendAclList(&body, sizeof body, ifindex, header, false);
+    vAclBuildIpcHdr(&header, route, sizeof body, MT_AGENT_REPLAY);
+    (void)iAclIPCSendAclList(&body, sizeof body, route, header, false);
 }

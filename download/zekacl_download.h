@@ -6,113 +6,69 @@
 // (they share one staging buffer).
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <string>
-#include <variant>
 
 #include "common/linecard.h"
 #include "common/list.h"
-#include "common/macList.h"
 #include "include/agentMsg.h"
-#include "interface/interface.h"
+#include "interface/targets.h"
 
-// --- sending (send.cpp) ----------------------------------------------------------------------
+// --- sending (send.cpp, place.cpp) -----------------------------------------------------------
 
-// A whole list to the card of an interface. `flag` is 1 from every caller; `option` is the
-// implicit-permit word (header 364), `portPipe` the option byte (header 909), `groupId` a VLAN
-// group 1-8 or 0. 0 or -1.
-int aclSendToAclAgent(aclList* list, uint32_t ifindex, uint32_t flag, uint32_t messageId,
-                      uint32_t option, uint32_t portPipe, uint32_t groupId);
-// One entry of the list named. `count` goes out for 14414 and 14415 only (else 1): so many entries
-// of the chain that begins with this one.
-int aclSendEntToAclAgent(const aclEntry* entry, uint32_t ifindex, uint32_t messageId,
-                         uint32_t count, uint32_t portPipe, uint32_t groupId, const listName& name);
-// A DoS list, or one of its entries (null: the list), to the agent of every card.
-int dosSendToAllAgents(aclList* list, const aclEntry* entry, uint32_t messageId);
-// An IPv6 list, or one of its entries, to a slot's agent. `ifindex` only tells the agent what the
-// list is bound to (0: nothing). A slot that is none (-1 for LAGs and VLANs) is skipped.
-int aclV6SendListToAclAgent(uint32_t ifindex, aclList* list, uint32_t messageId, uint32_t slot,
-                            int portPipe, uint32_t option);
-int aclV6SendEntToAclAgent(uint32_t ifindex, const acl6Entry* entry, uint32_t messageId,
-                           uint32_t slot, int portPipe, const listName& name);
-
-// What a send carries: one list, or one entry, of one family. The message id must fit.
-using aclSendItem = std::variant<const aclList*, const aclEntry*, const acl6Entry*,
-                                 const l2AclList*, const l2AclEntry*>;
-struct aclSendRequest {
-    aclSendItem item;
-    uint32_t ifindex;  // where it is bound: decides the card and stands in the list header
+// What is sent.
+struct aclSend {
     uint32_t messageId;
-    uint32_t count = 1;       // entries: see aclSendEntToAclAgent
-    uint32_t entryCount = 0;  // header 896
-    uint32_t option = 0;
-    uint32_t portPipe = 0;
-    uint32_t groupId = 0;            // other values than 1-8 count as 0
-    uint32_t vlan = 0;               // the VLAN interface on whose behalf the send is made
-    int slot = SLOT_NONE;            // decides the card in the place of ifindex
-    const listName* name = nullptr;  // entries: their list's
+    const aclList* list;                  // a whole list, or the one that the entries belong to
+    const listEntry* entry = nullptr;     // null: the whole list
+    uint32_t count = 1;                   // of entries, from this one on: of 14414 and 14415 only
+    const bindingBlock* block = nullptr;  // of the binding that it is about; null: zeros
+    uint32_t option = 0;                  // its implicit-permit word
 };
-// 0, also for a card that cannot be reached; -1 when memory is short (a system error is raised) or
-// when the item does not fit the message id.
-int iAclSendToAclAgent(const aclSendRequest& request);
+// To one agent. 0, also for a card that cannot be reached; -1 when memory is short (a system error
+// is raised) or when the message id does not carry what is given.
+int iAclSendToAclAgent(const aclTarget& target, const aclSend& send);
 
-// One message to the agent of an interface's card, for bodies of any kind: header as built, its
-// length word and the two words in front of the body filled in here. Results as above; -1 also for
-// a body that does not fit a message.
-int iAclIPCSendAclList(const void* body, size_t bodyLen, uint32_t ifindex, const agentHdr& header,
-                       bool more);
-// Fills the header for the agent of an interface's card; the length word says body + 132.
-void vAclBuildIpcHdr(agentHdr* header, uint32_t ifindex, size_t bodyLen, uint32_t messageId);
+// To everyone behind a place; cards that do not take it are left out. The result is that of a port,
+// or of the last card of a VLAN; for LAGs it is 0.
+struct aclOnly {
+    int slot = SLOT_NONE;  // one card
+    uint32_t member = 0;   // the cards of one member of a VLAN, a LAG or a port
+};
+int aclSendToPlace(const aclPlace& place, const aclSend& send, const aclOnly& only = {});
+// A DoS list, or one of its entries (null: the list), to the agent of every card.
+int dosSendToAllAgents(const aclList* list, const aclEntry* entry, uint32_t messageId);
 
-// --- VLANs and targets (vlan.cpp) ------------------------------------------------------------
-
-// The same to every card with a member port of a VLAN. `flag` and `ipv6` are 0 / 1; ipv6 says that
-// the list's chain is of IPv6 entries. The result is the last send's.
-int aclSendVlanAclToAclAgent(aclList* list, uint32_t vlanIfindex, uint32_t flag, uint32_t messageId,
-                             uint32_t implicitPermit, uint32_t ipv6);
-int aclSendVlanAclEntToAclAgent(const aclEntry* entry, uint32_t vlanIfindex, uint32_t flag,
-                                uint32_t messageId, uint32_t count, uint32_t ipv6,
-                                const listName& name);
-int aclV6SendVlanAclEntToAclAgent(const acl6Entry* entry, uint32_t vlanIfindex, uint32_t messageId,
-                                  const listName& name);
-// Only to the card, or the cards, of one member, a LAG or (lag 0) a port.
-int aclSendVlanAclToAclAgentSpecificMember(aclList* list, uint32_t vlanIfindex, uint32_t flag,
-                                           uint32_t messageId, uint32_t implicitPermit,
-                                           uint32_t ipv6, uint32_t lag, uint32_t port);
-// Replays a VLAN's list to one card, if a member port sits there and the card takes the list.
-int aclSendVlanAclForResetLinecard(aclList* list, const aclBinding* binding, uint32_t slot,
-                                   uint32_t messageId, uint32_t ipv6);
-
-// The targets of a list that is bound to a LAG or VLAN; non-zero: the list goes there.
-constexpr uint32_t PP_TARGETS = 64;
-using aclPPBitMap = std::array<uint32_t, PP_TARGETS>;
-// Marks the targets of the interface's ports whose cards take the list; a card that does not is
-// reported once a call. A port by itself is only checked, and marked for an egress IPv6 list alone.
-void aclGetPPBitMap(uint32_t ifindex, aclPPBitMap* map, uint32_t ipv6, uint32_t messageId);
-bool aclV6IsEgAcl(uint32_t messageId);
-// A list (entry null) or one of its entries to the port pipes of an ACL VLAN group, 1-8. 0 or -1.
-int aclSendToVlanGroup(aclList* list, const aclEntry* entry, uint32_t groupId, uint32_t messageId);
+// Where messages for an interface go.
+struct agentRoute {
+    zekSwpHandle queue;
+    uint32_t slot, address, service;
+    int cardSlot;    // SLOT_NONE: belongs to no card
+    uint32_t agent;  // whose queue it is
+    uint32_t ifindex;
+};
+agentRoute agentRouteOf(uint32_t ifindex, uint32_t messageId);
+// One message to an agent, for bodies of any kind: header as built, its length word and the two
+// words in front of the body filled in here. Results as above; -1 also for a body that does not
+// fit a message.
+int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route,
+                       const agentHdr& header, bool more);
+// Fills the header of a message on its route; the length word says body + 132.
+void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen, uint32_t messageId);
 
 // --- copies (mgmt.cpp) -----------------------------------------------------------------------
 
-// The list's copies at the management tasks: SNMP 18, IPM 87, SYSADM 33.
-void aclSendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
-void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId,
-                      const aclBinding* binding);
-void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding);
-void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId);
-void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId);
-// The same for IPv6 lists, of which IPM keeps none.
-void aclV6SendListToSNMP(aclList* list, uint32_t messageId, const aclBinding* binding);
-void aclV6SendEntToSNMP(aclList* list, const acl6Entry* entry, uint32_t messageId,
-                        const aclBinding* binding);
-void aclV6SendListToSYSADMTSK(aclList* list, uint32_t messageId);
-void aclV6SendEntToSYSADMTSK(aclList* list, const acl6Entry* entry, uint32_t messageId);
+// The list's copies at the management tasks: SNMP 18, IPM 87, SYSADM 33. IPv6 lists and entries
+// go under IPv6 message ids.
+void aclSendListToSNMP(const aclList* list, uint32_t messageId);
+void aclSendEntToSNMP(const aclList* list, const listEntry* entry, uint32_t messageId);
+void aclSendListToIPM(const aclList* list, uint32_t messageId, const listClient* client);
+void aclSendListToSYSADMTSk(const aclList* list, uint32_t messageId);
+void aclSendEntToSYSADMTSK(const aclList* list, const listEntry* entry, uint32_t messageId);
 
 // IPM gets whole lists only: while it has not answered the one before, a list is behind, and its
 // newest state follows when it has. The replay sends at once.
-void aclReplayListToIPM(aclList* list, const aclBinding* binding);
+void aclReplayListToIPM(const aclList* list, const listClient* client);
 // Takes one list that is behind at an instance which has answered everything; false: none.
 bool aclNextListBehind(uint32_t instance, listName* name);
 

@@ -110,6 +110,12 @@ inline constexpr tcpFlagRow tcpFlagTable[] = {
     {TCP_URG, "urg"},
 };
 
+// Destinations of routing protocols, which several of their instances ask for.
+constexpr bool ipIsProtocolAddress(uint32_t address) {
+    return address == 0xE0000005 || address == 0xE0000006 || address == 0xE0000009 ||
+           address == 0xE0000012;
+}
+
 // An ARP or ether-type entry: kept out of the content tree.
 inline bool ipEntryIsL2L3(const ipEntryBlock& b) {
     return b.arpMarker != 0 || b.etherType != 0;

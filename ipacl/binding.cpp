@@ -25,8 +25,8 @@ struct interfaceName {
 // --- records -----------------------------------------------------------------------------------
 
 aclBinding* bindingAdd(aclList* list, const aclBindRequest& request) {
-    aclBinding* binding =
-        aclBindingAdd(list, {BIND_INTERFACE, request.ifindex, 0, request.direction});
+    auto* binding = static_cast<aclBinding*>(clientAdd(
+        list, {CLIENT_INTERFACE, request.ifindex, 0, request.direction}, sizeof(aclBinding)));
     if (binding == nullptr) return nullptr;
     binding->implicitPermit = request.implicitPermit;
     binding->block = *request.block;
@@ -100,18 +100,18 @@ void setFreeForGroups(uint32_t ifindex, uint32_t direction, bool isFree) {
     if (vlan < VLAN_BITS) aclNode->groups.aclVlanGroupMemberBitMap.set(vlan, isFree);
 }
 
-void deleteFromInterface(aclList* old, const aclPlace& place) {
+void deleteFromInterface(const aclList* old, const aclPlace& place, const aclBound& bound) {
     const uint32_t type = ifindexType(place.ifindex);
     if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
         aclDebug(DEBUG_ACL_GENERAL, "aclIpApplyIntf: sending delete of " LIST_NAME_FMT " to %s\r\n",
                  listNameArg(old->name), interfaceName(place.ifindex).text);
-    (void)aclSendToInterface(old, aclListDeleted, place);
+    (void)aclSendToInterface(old, {aclEvent::listDeleted}, place, bound);
 }
 
 // Puts the list into its place of the interface. `fresh` is the binding that was made for it; null:
 // the list stands there already and its binding has got a new block.
 uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBinding* fresh) {
-    const aclPlace place = {r.ifindex, r.direction, r.implicitPermit};
+    const aclPlace place = {r.ifindex, r.direction};
     aclList*& slot = intf->lists[INTF_V4][r.direction];
     aclList* old = slot;
     if (old != nullptr) {
@@ -123,23 +123,21 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
                      "doesn't contain ifindex as its client, interface = %d, acl= " LIST_NAME_FMT
                      "\n",
                      static_cast<int>(r.ifindex), listNameArg(old->name));
-            if (fresh != nullptr) aclBindingDrop(list, fresh);
+            if (fresh != nullptr) clientDrop(list, fresh);
             return ACL_OK;
         }
         // A generated list leaves the operator's line standing, out of force as it is: meant.
         if (!listNameIsGenerated(list->name)) cfgIntfReplace(lineOf(intf, r.direction, old));
         writeLine(intf, list, r);
-        if (fresh != nullptr) {
-            old->sendBlock = oldBinding->block;
-            aclBindingDrop(old, oldBinding);
-        }
+        const bindingBlock oldBlock = oldBinding->block;
+        if (fresh != nullptr) clientDrop(old, oldBinding);
         // The old list leaves with the new request's implicit-permit word: meant.
-        deleteFromInterface(old, place);
+        deleteFromInterface(old, place, {r.implicitPermit, &oldBlock});
     } else {
         writeLine(intf, list, r);
     }
     slot = list;
-    (void)aclSendToInterface(list, aclListAdded, place);
+    (void)aclSendToInterface(list, {aclEvent::listAdded}, place, {r.implicitPermit, r.block});
     if (old != nullptr) aclListDropUnused(old);
     setFreeForGroups(r.ifindex, r.direction, false);
     return ACL_OK;
@@ -153,13 +151,14 @@ uint32_t makePlace(aclList* list, const aclBindRequest& r, aclBinding* fresh) {
     if (intf == nullptr) {
         // Without its bitmap the interface is not made but the binding stays, which is meant: the
         // next attempt finds it and goes on from here.
-        if (refused == intfRefused::record && fresh != nullptr) aclBindingDrop(list, fresh);
+        if (refused == intfRefused::record && fresh != nullptr) clientDrop(list, fresh);
         return ACL_E_MEMORY;
     }
     intf->lists[INTF_V4][r.direction] = list;
     if (r.writeConfig != 0) writeLine(intf, list, r);
     // A LAG that was not known has no members yet: nothing is sent then.
-    (void)aclSendToInterface(list, aclListAdded, {r.ifindex, r.direction, r.implicitPermit});
+    (void)aclSendToInterface(list, {aclEvent::listAdded}, {r.ifindex, r.direction},
+                             {r.implicitPermit, r.block});
     setFreeForGroups(r.ifindex, r.direction, false);
     return ACL_OK;
 }
@@ -224,7 +223,6 @@ uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& given) {
                   listNameArg(name));
         return ACL_E_SYSTEM;
     }
-    list->sendBlock = *request.block;
     aclIntf* intf = AclIntfTreeFind(request.ifindex);
     aclBinding* binding = aclInterfaceBinding(list, request.ifindex, request.direction);
     status = binding != nullptr ? applyAgain(list, intf, request, binding)
@@ -258,14 +256,13 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
                  listNameArg(list->name), static_cast<int>(ifindex));
         return ACL_E_SYSTEM;
     }
-    list->sendBlock = binding->block;
     if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
         aclDebug(DEBUG_ACL_GENERAL, "aclIpRemoveIntf: sending " LIST_NAME_FMT " to ifindex %#x\r\n",
                  listNameArg(list->name), ifindex);
-    const int sent =
-        aclSendToInterface(list, aclListDeleted, {ifindex, direction, binding->implicitPermit});
+    const int sent = aclSendToInterface(list, {aclEvent::listDeleted}, {ifindex, direction},
+                                        {binding->implicitPermit, &binding->block});
     slot = nullptr;
-    aclBindingDrop(list, binding);
+    clientDrop(list, binding);
     aclListDropUnused(list);
     return sent == 0 ? uint32_t{ACL_OK} : uint32_t{ACL_E_SYSTEM};
 }

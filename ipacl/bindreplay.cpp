@@ -18,34 +18,18 @@ void forBoundLists(const aclIntf& intf, Fn&& fn) {
     }
 }
 
-void sendToPort(aclList* list, const aclBinding& binding, const aclChange& change, uint32_t port) {
-    list->sendBlock = binding.block;
-    (void)aclSendToInterface(list, change, {port, binding.direction, binding.implicitPermit});
+// A binding's list again, to a part of its place.
+void sendAgain(const aclList* list, const aclBinding& b, aclEvent event, uint32_t ifindex,
+               const aclOnly& only = {}) {
+    (void)aclSendToInterface(list, {event}, {ifindex, b.direction}, {b.implicitPermit, &b.block},
+                             only);
 }
 
-void replayToCard(aclList* list, const aclBinding& binding, uint32_t slot) {
-    switch (ifindexType(binding.id)) {
-        case IF_TYPE_CP:
-            break;  // not a card's: its own agent gets the list when it registers
-        case IF_TYPE_VLAN: {
-            const uint32_t id = binding.direction == INTF_IN ? MT_ACL_ADDLIST : MT_ACL_EGR_ADDLIST;
-            (void)aclSendVlanAclForResetLinecard(list, &binding, slot, id, 0);
-            break;
-        }
-        default:
-            aclWalkPorts(binding.id, [&](uint32_t port) {
-                if (ifindexSlot(port) == static_cast<int>(slot))
-                    sendToPort(list, binding, aclListAdded, port);
-            });
-    }
-}
-
-void refreshLagPort(uint32_t lagIfindex, uint32_t port, const aclChange& change) {
-    const aclIntf* lag = AclIntfTreeFind(lagIfindex);
-    if (lag == nullptr) return;
-    forBoundLists(*lag, [&](aclList* list, const aclBinding& binding) {
-        sendToPort(list, binding, change, port);
-    });
+void refreshLagPort(uint32_t lagIfindex, uint32_t port, aclEvent event) {
+    if (const aclIntf* lag = AclIntfTreeFind(lagIfindex))
+        forBoundLists(*lag, [&](const aclList* list, const aclBinding& binding) {
+            sendAgain(list, binding, event, port);
+        });
 }
 
 }  // namespace
@@ -54,24 +38,42 @@ void AclUpdateAclAgent(uint32_t slot) {
     if (slot >= SLOT_COUNT) return;
     for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
          intf = AclIntfTreeFindNext(intf->ifindex))
-        forBoundLists(*intf, [slot](aclList* list, const aclBinding& binding) {
-            replayToCard(list, binding, slot);
+        forBoundLists(*intf, [slot](const aclList* list, const aclBinding& b) {
+            // The control plane's list is not a card's: its own agent gets it when it registers.
+            if (ifindexType(b.id) != IF_TYPE_CP)
+                sendAgain(list, b, aclEvent::listAdded, b.id, {static_cast<int>(slot)});
         });
     // A filter that is enabled but not defined yet is nowhere installed.
-    for (aclList* list = ipDosListFindFirst(); list != nullptr;
+    for (const aclList* list = ipDosListFindFirst(); list != nullptr;
          list = ipDosListFindNext(list->name))
         if ((list->kind & DOS_ACTIVE) != 0 && list->placeholder == 0)
-            (void)aclSendToAclAgent(list, slot, 1, MT_DOS_ADDLIST, 0, 0, 0);
+            (void)iAclSendToAclAgent({slot}, {MT_DOS_ADDLIST, list});
 }
 
 int aclLagPortJoined(uint32_t lagIfindex, uint32_t port) {
     const int result = aclLagMemberAdd(lagIfindex, port);
-    if (result == 0) refreshLagPort(lagIfindex, port, aclListAdded);
+    if (result == 0) refreshLagPort(lagIfindex, port, aclEvent::listAdded);
     return result;
 }
 
 int aclLagPortLeft(uint32_t lagIfindex, uint32_t port) {
     const int result = aclLagMemberRemove(lagIfindex, port);
-    if (result == 0) refreshLagPort(lagIfindex, port, aclListDeleted);
+    if (result == 0) refreshLagPort(lagIfindex, port, aclEvent::listDeleted);
     return result;
+}
+
+void aclVlanMemberJoined(uint32_t vlanIfindex, uint32_t member) {
+    if (const aclIntf* vlan = AclIntfTreeFind(vlanIfindex))
+        forBoundLists(*vlan, [&](const aclList* list, const aclBinding& b) {
+            sendAgain(list, b, aclEvent::listAdded, vlanIfindex, {SLOT_NONE, member});
+        });
+}
+
+void aclReplayToControlPlane() {
+    const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
+    if (intf == nullptr) return;
+    forBoundLists(*intf, [](const aclList* list, const aclBinding& b) {
+        (void)iAclSendToAclAgent({IFINDEX_CP_BIND},
+                                 {MT_ACL_ADDLIST, list, nullptr, 1, &b.block, b.implicitPermit});
+    });
 }

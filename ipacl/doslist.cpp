@@ -21,9 +21,9 @@ bool isActive(const aclList* list) {
 // The entry with a number, or null.
 aclEntry* findSeq(const aclList* list, uint32_t seq) {
     if (list == nullptr) return nullptr;
-    aclEntry* entry = list->head;
-    while (entry != nullptr && entry->block.seq != seq) entry = entry->next;
-    return entry;
+    for (aclEntry& entry : entriesOf<aclEntry>(list->head))
+        if (entry.block.seq == seq) return &entry;
+    return nullptr;
 }
 
 bool anyActive() {
@@ -51,7 +51,7 @@ uint32_t enable(const listName& name) {
     if (list == nullptr) return status;
     if (list->kind != 0) return ACL_OK;
     if (anyActive()) {
-        if (!known) aclListDrop(aclNode->trees.dos_tree, list);
+        if (!known) aclListDrop(list);
         return ACL_E_OTHER_DOS;
     }
     dos_sent_to_cfg_enabled(list, 1);
@@ -69,7 +69,7 @@ uint32_t disable(const listName& name) {
     list->kind = 0;
     if (dosFilter == list) dosFilter = nullptr;
     if (list->placeholder != 0)
-        aclListDrop(aclNode->trees.dos_tree, list);
+        aclListDrop(list);
     else
         dosSendToAllAgents(list, nullptr, MT_DOS_DELLIST);
     return ACL_OK;
@@ -78,7 +78,7 @@ uint32_t disable(const listName& name) {
 }  // namespace
 
 aclList* ipDosListFind(const listName& name) {
-    return nameTreeFind<aclList>(aclNode->trees.dos_tree, name);
+    return aclListFind(dosFamily, name);
 }
 
 aclList* ipDosListFindFirst() {
@@ -94,7 +94,7 @@ aclList* ipDosListFindPrev(const listName& name) {
 }
 
 aclEntry* ipDosEntFind(const listName& name, const ipEntryBlock* block) {
-    return aclEntryFindEqual(ipDosListFind(name), *block);
+    return static_cast<aclEntry*>(aclEntryFindEqual(ipDosListFind(name), block));
 }
 
 aclEntry* ipDosEntCompareSeq(const listName& name, const ipEntryBlock* block) {
@@ -110,7 +110,7 @@ aclList* ipDosListCreate(const listName& name, uint32_t flags, uint32_t placehol
     }
     aclList* list = ipDosListFind(name);
     if (list == nullptr) {
-        list = aclListMake(aclNode->trees.dos_tree, name, flags, placeholder, false);
+        list = aclListMake(dosFamily, name, flags, placeholder);
         if (list == nullptr) {
             *status = ACL_E_LIST_MEMORY;
             return nullptr;
@@ -129,20 +129,20 @@ aclList* ipDosListCreate(const listName& name, uint32_t flags, uint32_t placehol
 
 uint32_t ipAddDosEntry(const listName& name, ipEntryBlock* block, uint32_t log) {
     aclList* list = ipDosListFind(name);
-    if (aclEntryFindEqual(list, *block) != nullptr) return ACL_E_ENTRY_EXISTS;
+    if (aclEntryFindEqual(list, block) != nullptr) return ACL_E_ENTRY_EXISTS;
     if (findSeq(list, block->seq) != nullptr) return ACL_E_SEQ_USED;
     // A placeholder has no header line for the entry's line to stand under.
     if (list == nullptr || list->placeholder != 0) return ACL_E_NODOS;
     uint32_t seq = 0;
-    if (!aclEntrySeqChoose(*list, *block, &seq)) return ACL_E_SEQ_RANGE;
-    block->seq = seq;
+    if (!aclEntrySeqChoose(*list, block, &seq)) return ACL_E_SEQ_RANGE;
     // Raised before the allocation, and left raised when that fails: meant.
     if (seq >= list->highestSeq) list->highestSeq = seq;
 
-    aclEntry* entry = aclEntryMake(*block, log, 0);
+    auto* entry = static_cast<aclEntry*>(aclEntryMake(dosFamily, block, {log}));
     if (entry == nullptr) return ACL_E_ENTRY_MEMORY;
-    aclEntry* next = list->tail == nullptr || list->tail->block.seq < seq ? nullptr : list->head;
-    while (next != nullptr && next->block.seq < seq) next = next->next;
+    listEntry* next =
+        list->tail == nullptr || entrySeq(dosFamily, *list->tail) < seq ? nullptr : list->head;
+    while (next != nullptr && entrySeq(dosFamily, *next) < seq) next = next->next;
     aclEntryLink(list, entry, next);
     entry->id = ++list->lastEntryId;
     if (isActive(list)) dosSendToAllAgents(list, entry, MT_DOS_ADDENT);
@@ -155,7 +155,7 @@ uint32_t ipDelDosEntry(const listName& name, const ipEntryBlock* block, uint32_t
     aclList* list = ipDosListFind(name);
     if (list == nullptr) return ACL_E_NODOS;
     bool byContent = block->seq == SEQ_NOT_GIVEN;
-    aclEntry* entry = byContent ? aclEntryFindEqual(list, *block) : findSeq(list, block->seq);
+    aclEntry* entry = byContent ? ipDosEntFind(name, block) : findSeq(list, block->seq);
     if (entry == nullptr) return byContent ? ACL_E_NOENTRY : ACL_E_NOSEQ;
     deleteEntry(list, entry, send, cfg);
     return ACL_OK;
@@ -165,13 +165,13 @@ uint32_t ipDosListDelete(const listName& name) {
     aclList* list = ipDosListFind(name);
     if (list == nullptr) return ACL_E_NODOS;
     if (list->placeholder == 0) {
-        while (list->head != nullptr) deleteEntry(list, list->head, 1, 0);
+        while (list->head != nullptr) deleteEntry(list, static_cast<aclEntry*>(list->head), 1, 0);
         dos_sent_to_cfg(list, 1);
         if (isActive(list)) dosSendToAllAgents(list, nullptr, MT_DOS_DELLIST);
         list->placeholder = 1;
     }
     // The active filter stays enabled under its name, ready to be defined again.
-    if (list != dosFilter) aclListDrop(aclNode->trees.dos_tree, list);
+    if (list != dosFilter) aclListDrop(list);
     return ACL_OK;
 }
 

@@ -1,39 +1,32 @@
-// Carrying a change of an ordinary list to everything that the list is bound to. Private to this
-// folder.
+// Carrying a change of a list to everything that uses it. Private to this folder.
 #pragma once
 
-#include "common/list.h"
 #include "download/zekacl_download.h"
+#include "ipacl/family.h"
 
-// What is sent. The management tasks 18 and 33 receive the list or entry under the ingress id.
+// What happened to a list; its row says under which message each card hears of it.
+enum class aclEvent { listAdded, listDeleted, entryAdded, entryDeleted };
 struct aclChange {
-    const aclEntry* entry;     // null: the whole list
-    uint32_t ingress, egress;  // message ids by the binding's direction
-    uint32_t ipm;  // id under which task 87, which knows no single entries, gets the whole list; 0:
-                   // not now
-    bool ports;    // false: port bindings are passed over; LAGs and VLANs never are
+    aclEvent event;
+    const listEntry* entry = nullptr;  // of entry events
+    bool ports = true;  // false: port bindings are passed over; LAGs and VLANs never are
 };
-inline constexpr aclChange aclListAdded = {nullptr, MT_ACL_ADDLIST, MT_ACL_EGR_ADDLIST,
-                                           MT_ACL_ADDLIST, true};
-inline constexpr aclChange aclListDeleted = {nullptr, MT_ACL_DELLIST, MT_ACL_EGR_DELLIST,
-                                             MT_ACL_DELLIST, true};
-// Walks the bindings once, newest first.
-void aclPropagate(aclList* list, const aclChange& change);
+// Walks the clients once, newest first.
+void aclPropagate(const aclList* list, const aclChange& change);
 
-// Sends to one interface: a port, a LAG's members from the last to the first, or a VLAN's cards. A
-// whole list goes with the block that stands in it (sendBlock): the caller puts it there. The
-// result is a port's; for LAGs and VLANs it is 0.
-struct aclPlace {
-    uint32_t ifindex, direction, implicitPermit;
+// To one place, on account of a binding that may be another place's (a LAG's, for a port of it).
+// The result is a port's; for LAGs and VLANs it is 0.
+struct aclBound {
+    uint32_t implicitPermit;
+    const bindingBlock* block;
 };
-int aclSendToInterface(aclList* list, const aclChange& change, const aclPlace& place);
+int aclSendToInterface(const aclList* list, const aclChange& change, const aclPlace& place,
+                       const aclBound& bound, const aclOnly& only = {});
 
-// Sends to a management task that keeps copies; every other task is told by the trigger alone.
-void aclSendToTask(aclList* list, const aclChange& change, const aclBinding& binding);
+// To a management task that keeps copies, under the ingress id; every other task is told by the
+// trigger alone.
+void aclSendToTask(const aclList* list, const aclChange& change, const listClient& client);
 
-// The whole list to the bindings of one management task.
-void aclPropagateToIPM(aclList* list, uint32_t messageId);
-void aclPropagateToSYSADM(aclList* list, uint32_t messageId);
-
-// The forwarding pipe of a port; all ones when the chassis does not have the port.
-uint32_t aclPortPipe(uint32_t ifindex);
+// The whole list to the copies of one management task.
+void aclPropagateToIPM(const aclList* list);
+void aclPropagateToSYSADM(const aclList* list, aclEvent event);

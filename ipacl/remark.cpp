@@ -1,5 +1,6 @@
 // Remarks of IPv4 lists: numbered texts beside the entries, in ascending order, that leave with the
 // entry of the same number and with their list.
+#include "common/chain.h"
 #include "include/ipText.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
@@ -8,8 +9,7 @@
 namespace {
 
 void unlinkAndFree(aclList* list, aclRemark* remark) {
-    (remark->prev != nullptr ? remark->prev->next : list->remarks) = remark->next;
-    if (remark->next != nullptr) remark->next->prev = remark->prev;
+    chainUnlink(&list->remarks, remark);
     zekMC_M_memBlockVarFree(remark);
 }
 

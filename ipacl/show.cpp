@@ -91,20 +91,21 @@ std::string listText(const aclList& list) {
     out += " IP access list ";
     out += listNameView(list.name);
     out += "\r\n";
-    for (const aclEntry* entry = list.head; entry != nullptr; entry = entry->next) {
+    for (const aclEntry& entry : entriesOf<const aclEntry>(list.head)) {
         // Neighbours in the chain are seldom neighbours in memory: fetch the next one meanwhile.
-        if (const auto* next = reinterpret_cast<const char*>(entry->next); next != nullptr)
+        if (const auto* next = reinterpret_cast<const char*>(entry.next); next != nullptr)
             for (size_t line = 0; line < sizeof(aclEntry); line += 64)
                 __builtin_prefetch(next + line);
-        standard ? addStandardEntry(out, *entry) : addExtendedEntry(out, *entry);
-        textWordSigned(out, " order ", entry->block.order);  // also when it is not given: meant
+        standard ? addStandardEntry(out, entry) : addExtendedEntry(out, entry);
+        textWordSigned(out, " order ", entry.block.order);  // also when it is not given: meant
         out += "\r\n";
     }
     return out;
 }
 
 void clearCounts(aclList* list) {
-    for (aclEntry* entry = list->head; entry != nullptr; entry = entry->next) entry->matchCount = 0;
+    for (listEntry* entry = list->head; entry != nullptr; entry = entry->next)
+        entry->matchCount = 0;
 }
 
 }  // namespace

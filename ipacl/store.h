@@ -1,58 +1,79 @@
-// What the three IPv4 stores share: list and entry records in a name tree, and the entry chain.
-// Private to this folder.
+// The frame of numbered access lists: what every kind shares, driven by its row (family.h). Private
+// to this folder.
+//
+// A list is absent, a placeholder (kind 0: something refers to it) or configured. Its entries are
+// chained in ascending sequence order; in lists with duplicate trees every entry stands in the
+// sequence tree, and in the content tree too unless its row keeps it out. Each change goes first
+// into the trees, the chain and the index, then, in the order that each operation states, to the
+// clients, the bindings and the configuration. The caller holds the write lock.
 #pragma once
 
-#include "common/list.h"
-#include "common/nametree.h"
+#include "common/clients.h"
+#include "common/tree.h"
+#include "ipacl/family.h"
 
-// --- lists in a name tree --------------------------------------------------------------------
+// --- operations (list.cpp): statuses and effects as in zekipaccess.h -----------------------------
 
-// Makes an empty list and puts it into the tree, with duplicate-check trees when asked. Null when
-// there is no memory: nothing has changed then.
-aclList* aclListMake(zekRadix* tree, const listName& name, uint32_t kind, uint32_t placeholder,
-                     bool dupTrees);
-// Takes a list without entries, bindings and remarks out of its tree and frees it.
-void aclListDrop(zekRadix* tree, aclList* list);
+struct entryOptions {
+    uint32_t log = 0, monitor = 0;
+};
+
+aclList* aclListFind(const aclFamily& family, const listName& name);
+aclList* aclListCreate(const aclFamily& family, const listName& name, uint32_t kind,
+                       uint32_t placeholder, uint32_t* status);
+uint32_t aclListDelete(const aclFamily& family, const listName& name, uint32_t kind);
+// The number that is chosen is written back into the block.
+uint32_t aclListAdd(const aclFamily& family, const listName& name, void* block,
+                    const entryOptions& options);
+uint32_t aclListDel(const aclFamily& family, const listName& name, const void* block, bool send,
+                    bool cfgAndTrigger);
+
+// --- lists in a name tree (store.cpp) ------------------------------------------------------------
+
+// Makes an empty list and puts it into the tree. Null when there is no memory: nothing has changed
+// then.
+aclList* aclListMake(const aclFamily& family, const listName& name, uint32_t kind,
+                     uint32_t placeholder);
+// Takes a list without entries, clients and remarks out of its tree and frees it.
+void aclListDrop(aclList* list);
 
 enum class listChange { none, created, configured };
 // Finds the list or makes it, and turns a placeholder that the configuration asks for into a
 // configured list; *change says which. Statuses as ipAccessListCreate.
-aclList* aclListObtain(zekRadix* tree, const listName& name, uint32_t kind, uint32_t placeholder,
-                       bool dupTrees, uint32_t* status, listChange* change);
-
-// --- bindings ---------------------------------------------------------------------------------
-
-// What a list is bound to: there is one binding of each. The first fields are laid out as in the
-// record.
-struct bindingKey {
-    uint32_t kind, id = 0, instance = 0, direction = 0;
-    listName rmapName = {};
-};
-// The cost of each does not grow with the number of bindings.
-aclBinding* aclBindingFind(const aclList* list, const bindingKey& key);
-// A new record at the head of the list's chain, all but its key zero. Null when there is no memory
-// (or it is there already): nothing has changed then.
-aclBinding* aclBindingAdd(aclList* list, const bindingKey& key);
-void aclBindingDrop(aclList* list, aclBinding* binding);
-// A list that exists only because it was bound goes with its last binding.
+aclList* aclListObtain(const aclFamily& family, const listName& name, uint32_t kind,
+                       uint32_t placeholder, uint32_t* status, listChange* change);
+// The life of a list that exists only because it is used: clients, bindings.
+extern const clientStore aclClientStore;  // its family word is that of the registrations
 void aclListDropUnused(aclList* list);
+// A list that is deleted stays as a placeholder while it is used.
+void aclListRetire(aclList* list);
 
-// --- entries ---------------------------------------------------------------------------------
+// --- entries (store.cpp) -------------------------------------------------------------------------
 
 // A record outside every list, or null.
-aclEntry* aclEntryMake(const ipEntryBlock& block, uint32_t log, uint32_t monitor);
-void aclEntryFree(aclEntry* entry);
+listEntry* aclEntryMake(const aclFamily& family, const void* block, const entryOptions& options);
+void aclEntryFree(listEntry* entry);
 // Links the entry in front of another one, or at the tail (next null), and counts it.
-void aclEntryLink(aclList* list, aclEntry* entry, aclEntry* next);
+void aclEntryLink(aclList* list, listEntry* entry, listEntry* next);
 // Unlinks without counting: the deletes count at a point of their own.
-void aclEntryUnlink(aclList* list, aclEntry* entry);
+void aclEntryUnlink(aclList* list, listEntry* entry);
 // The equal entry (everything but sequence number and counter options), or null. A walk.
-aclEntry* aclEntryFindEqual(const aclList* list, const ipEntryBlock& block);
+listEntry* aclEntryFindEqual(const aclList* list, const void* block);
 
-// The number that an add gives its entry: the request's own, or highest + 5. False when it is above
-// the largest usable one.
-bool aclEntrySeqChoose(const aclList& list, const ipEntryBlock& block, uint32_t* seq);
+// The number that an add gives its entry: the block's own, or highest + 5; written into the block.
+// False when it is above the largest usable one: the block is as it was.
+bool aclEntrySeqChoose(const aclList& list, void* block, uint32_t* seq);
 // The highest number after an unlink: numbers ascend, so it is the tail's.
-inline void aclEntrySeqRecompute(aclList* list) {
-    list->highestSeq = list->tail != nullptr ? list->tail->block.seq : 0;
-}
+void aclEntrySeqRecompute(aclList* list);
+
+// --- duplicate check (dupcheck.cpp) --------------------------------------------------------------
+
+// Enters a new entry into both trees. ACL_E_ENTRY_EXISTS, ACL_E_SEQ_USED, ACL_E_SYSTEM: it is in
+// neither.
+uint32_t aclDupAdd(aclList* list, listEntry* entry);
+// Finds the entry by the block's number, else by content, and takes it out of both trees.
+// ACL_E_NOSEQ, ACL_E_NOENTRY.
+uint32_t aclDupRemove(aclList* list, const void* block, listEntry** entry);
+listEntry* aclDupFindSeq(const aclList* list, const be32& seq);
+// The entry with the next larger number, or null.
+listEntry* aclDupFindNextSeq(const aclList* list, const be32& seq);

@@ -111,6 +111,8 @@ uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
 // one.
 int aclLagPortJoined(uint32_t lagIfindex, uint32_t port);
 int aclLagPortLeft(uint32_t lagIfindex, uint32_t port);
+// A VLAN's lists again, to the cards of a member that has joined it.
+void aclVlanMemberJoined(uint32_t vlanIfindex, uint32_t member);
 // The list's binding to an interface in one direction, or null.
 aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction);
 // The mode under which the change feed tells an interface's lines; 0 for what has none.
@@ -118,9 +120,9 @@ uint32_t aclGetCliModeFromIfIndex(uint32_t ifindex);
 
 // --- telling those that a list concerns (trigger.cpp, propagate.cpp, bindreplay.cpp) -----------
 
-// Tells every client of a list that it has changed (route maps are re-evaluated). ipv6 is a flag,
-// 0 or 1. Null list: nothing. Returns 0, or -1 when a send failed.
-int aclTrigger(aclList* list, uint32_t ipv6);
+// Tells every client of a list that it has changed (route maps are re-evaluated). Null list:
+// nothing. Returns 0, or -1 when a send failed.
+int aclTrigger(const aclList* list);
 
 // Every list that a management task is a client of, to that task; lists that are behind, when their
 // task has answered. A read lock is enough.
@@ -130,6 +132,8 @@ void aclServeListsBehind();
 // Replays every list that concerns a card, and the active DoS list, to the card's agent. A read
 // lock is enough.
 void AclUpdateAclAgent(uint32_t slot);
+// The list of the control-processor interface, to its own agent.
+void aclReplayToControlPlane();
 
 // --- clients (clients.cpp) -------------------------------------------------------------------
 // Tasks and route maps that use a list by name; the route maps' half is in common/client.h. A list
@@ -188,22 +192,15 @@ uint32_t aclClearIpAclAll();
 struct aclDupNode;  // key and record
 zekRadix* aclDupEntCheckTreeCreate(const listName& name);
 void aclDupEntCheckTreeDelete(zekRadix* tree);
-int aclDupEntCheckNodeInsert(zekRadix* tree, void* record, const void* key, uint32_t keyLen);
+int aclDupEntCheckNodeInsert(zekRadix* tree, listEntry* record, const void* key, uint32_t keyLen);
 void aclDupEntCheckNodeRemove(zekRadix* tree, aclDupNode* node);
 aclDupNode* aclDupEntCheckFind(const zekRadix* tree, const void* key, uint32_t keyLen);
 aclDupNode* aclDupEntCheckFindNext(const zekRadix* tree, const void* key, uint32_t keyLen);
 aclDupNode* aclDupEntCheckFindFirst(const zekRadix* tree);
 int aclDupEntCheckRemoveAllNodes(zekRadix* tree);
-void* aclDupNodeRecord(const aclDupNode* node);
+listEntry* aclDupNodeRecord(const aclDupNode* node);
 
-constexpr uint32_t DUP_ADD = 1;
-constexpr uint32_t DUP_DELETE = 0;
-// Add: *entry is the new record, entered into both trees when neither content nor number is there.
-// Delete: finds by the block's number, else by content, leaves both trees, *entry is the record.
-uint32_t ipv4AccessDupEntHandler(aclList* list, aclEntry** entry, const ipEntryBlock* block,
-                                 uint32_t mode);
-uint32_t ipv4Acll2l3DupHandler(aclList* list, aclEntry** entry, const ipEntryBlock* block,
-                               uint32_t mode);
+// The longest content key.
 constexpr size_t DUP_KEY_MAX = 80;
 // Writes the content key of a block to key (zeroed first) and returns its length in bytes.
 uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]);

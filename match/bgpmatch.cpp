@@ -2,8 +2,8 @@
 #include <new>
 #include <vector>
 
-#include "common/nametree.h"
 #include "common/node.h"
+#include "common/tree.h"
 #include "match/bgpAttribute.h"
 #include "match/zekBgp.h"
 

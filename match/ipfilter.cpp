@@ -175,8 +175,11 @@ uint64_t fieldsOf(const ipPacket& p) {
 // --- the index ---------------------------------------------------------------------------------
 
 bool isAscending(const aclList* list) {
-    for (const aclEntry* entry = list->head; entry != nullptr; entry = entry->next)
-        if (entry->prev != nullptr && entry->prev->block.seq >= entry->block.seq) return false;
+    const aclEntry* before = nullptr;
+    for (const aclEntry& entry : entriesOf<const aclEntry>(list->head)) {
+        if (before != nullptr && before->block.seq >= entry.block.seq) return false;
+        before = &entry;
+    }
     return true;
 }
 
@@ -187,8 +190,8 @@ bool insert(aclList* list, const aclEntry* entry) {
 
 void build(aclList* list) {
     if (!isAscending(list)) return;
-    for (const aclEntry* entry = list->head; entry != nullptr; entry = entry->next)
-        if (!insert(list, entry)) {
+    for (const aclEntry& entry : entriesOf<const aclEntry>(list->head))
+        if (!insert(list, &entry)) {
             ipFilterIndexDrop(list);
             return;
         }
@@ -238,9 +241,9 @@ aclEntry* ipFilterFind(const aclList* list, const ipPacket& packet) {
             &best);
         return static_cast<aclEntry*>(best.record);
     }
-    aclEntry* entry = list->head;
-    while (entry != nullptr && !entryMatches(entry->block, packet)) entry = entry->next;
-    return entry;
+    for (aclEntry& entry : entriesOf<aclEntry>(list->head))
+        if (entryMatches(entry.block, packet)) return &entry;
+    return nullptr;
 }
 
 ipVerdict ipFilterCheck(const aclList* list, const ipPacket& packet, const aclEntry** decided) {

@@ -7,8 +7,8 @@
 #include <new>
 
 #include "common/hitCount.h"
-#include "common/nametree.h"
 #include "common/node.h"
+#include "common/tree.h"
 #include "match/rmapset.h"
 #include "match/zekBgp.h"
 #include "match/zekPolicy.h"

@@ -11,5 +11,5 @@ bool rmapSetApply(const rmapEntry& entry, rmapRoute* out);
 // The policy records begin with their common front, which is what a store leaves in the value.
 template <class List>
 const List* rmapListOf(const rmapNameValue& name) {
-    return static_cast<const List*>(static_cast<const policyList*>(name.list));
+    return static_cast<const List*>(static_cast<const namedList*>(name.list));
 }

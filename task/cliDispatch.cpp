@@ -4,10 +4,11 @@
 #include <iterator>
 
 #include "common/cfgline.h"
-#include "download/halAclMgr.h"
+#include "common/message.h"
 #include "download/zekacl_download.h"
 #include "include/cliMsg.h"
 #include "include/policyMsg.h"
+#include "interface/halAclMgr.h"
 #include "interface/interface.h"
 #include "platform/api/zekMem.h"
 #include "task/task.h"
@@ -462,7 +463,7 @@ uint32_t runRow(const cliRow* row, cliCall& call) {
 // tell.
 void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
     if (aclNode->queues.acl2qHandle == ZEK_SWP_NONE) return;
-    void* copy = zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, length);
+    void* copy = acl_Swp_Alloc(length);
     if (copy == nullptr) {
         zekSwpQueueLose(aclNode->queues.acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");

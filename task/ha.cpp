@@ -3,6 +3,7 @@
 // The primary tells the secondary of every change of a card; an update that is not answered is
 // repeated by the registration step of the main loop. Which side is primary is asked each time.
 #include "common/linecard.h"
+#include "common/message.h"
 #include "include/service.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
@@ -57,16 +58,10 @@ int aclHASendToPeer(const void* message, uint32_t length) {
 
 int sendPeerInfo(uint32_t mtype, uint32_t slot) {
     aclPeerInfo info{};
-    uint32_t own = ADDRESS_UNKNOWN;
-    (void)zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &own);
-    info.ipc.length = sizeof info;
-    info.ipc.mtype = mtype;
+    // Both triples have the own card: the platform's road to the peer fills in the other one.
+    aclFillIpcHdr(&info.ipc, mtype, sizeof info,
+                  {aclNode->queues.acltargetcard, aclServicePort(APP_ACL, 0, QUEUE_REQUEST)});
     info.ipc.sequence = ++aclMgrTransId;
-    info.ipc.target.card = own;
-    info.ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    // The same look-up serves both triples: the platform's road to the peer fills in the other one.
-    info.ipc.source.card = own;
-    info.ipc.source.svce = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
     info.slot = slot;
     for (uint32_t i = 0; i < SLOT_COUNT; i++) cardToImage(aclLinecardInfo[i], &info.cards[i]);
     info.isAclVlanGrp = aclNode->groups.isAclVlanGrp;

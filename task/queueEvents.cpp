@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/linecard.h"
-#include "common/queue.h"
+#include "common/message.h"
 #include "download/zekacl_download.h"
 #include "include/service.h"
 #include "ipacl/zekipaccess.h"

@@ -5,6 +5,7 @@
 
 #include "common/clientWait.h"
 #include "common/linecard.h"
+#include "common/message.h"
 #include "download/zekacl_download.h"
 #include "include/service.h"
 #include "task/task.h"
@@ -55,7 +56,7 @@ int SysListRegistration(uint32_t slot) {
             return -1;
         }
     }
-    (void)aclSendToAclAgent(list, ifindex, 1, MT_ACL_SYS_ADDLIST, 0, 0, 0);
+    (void)iAclSendToAclAgent({ifindex}, {MT_ACL_SYS_ADDLIST, list});
     // "v6 Global Acl" joins here with the IPv6 store.
     return 0;
 }
@@ -82,18 +83,12 @@ int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint
     // An interface manager that has let us wait in vain hangs: it is not waited for again, or it
     // would hold up everybody else.
     static bool silent;
-    uint32_t own, ifm;
-    if (zek_tmeGetPeerIpAddrByName(APP_ACL, 0, &own) != 0 ||
-        zek_tmeGetPeerIpAddrByName(APP_IFM, 0, &ifm) != 0)
-        return -1;
+    uint32_t ifm;
+    if (zek_tmeGetPeerIpAddrByName(APP_IFM, 0, &ifm) != 0) return -1;
     ifmRegisterReq req{};
-    req.ipc.length = sizeof req;
-    req.ipc.mtype = MT_IFM_REGISTER;
+    aclFillIpcHdr(&req.ipc, MT_IFM_REGISTER, sizeof req,
+                  {ifm, aclServicePort(APP_IFM, 0, QUEUE_REQUEST)});
     req.ipc.sequence = sequence;
-    req.ipc.target.card = own;
-    req.ipc.target.svce = aclServicePort(APP_ACL, 0, QUEUE_RESPONSE);
-    req.ipc.source.card = ifm;
-    req.ipc.source.svce = aclServicePort(APP_IFM, 0, QUEUE_REQUEST);
     req.wanted = 0xFFFFFFFF;
     uint32_t expected = sequence++;
     if (zekIpcSend(aclNode->ipc.regQfd, &req, sizeof req) != 0) return -1;

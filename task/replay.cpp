@@ -51,13 +51,7 @@ void replayToCard(uint32_t slot, bool registered) {
 // The ingress list of the control-processor interface, to its own agent.
 void aclDownloadCfgtoAcl0() {
     aclLockHeld<aclLock::read> held;
-    const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
-    aclList* list = intf != nullptr ? intf->lists[INTF_V4][INTF_IN] : nullptr;
-    if (list == nullptr) return;
-    const aclBinding* b = aclInterfaceBinding(list, IFINDEX_CP_BIND, INTF_IN);
-    if (b == nullptr) return;
-    list->sendBlock = b->block;
-    (void)aclSendToAclAgent(list, IFINDEX_CP_BIND, 1, MT_ACL_ADDLIST, b->implicitPermit, 0, 0);
+    aclReplayToControlPlane();
 }
 
 }  // namespace

@@ -26,14 +26,14 @@ bgpListKind kindOf(uint32_t family) {
 }
 constexpr uint32_t pairTasks[] = {APP_BGP, APP_LDP};
 const clientStore store = {
-    [](const listName& name, uint32_t family) -> policyList* {
+    [](const listName& name, uint32_t family) -> namedList* {
         return bgpListFind(kindOf(family), name);
     },
-    [](const listName& name, uint32_t family) -> policyList* {
+    [](const listName& name, uint32_t family) -> namedList* {
         uint32_t status = ACL_OK;
         return bgpListCreate(kindOf(family), name, 1, &status);
     },
-    [](policyList* list, uint32_t) { bgpListDrop(static_cast<bgpList*>(list)); },
+    [](namedList* list, uint32_t) { bgpListDrop(static_cast<bgpList*>(list)); },
     pairTasks,
 };
 
@@ -63,6 +63,7 @@ int report(clientResult result, bgpListKind kind, const listName& name, const ch
                      kindName(kind), length, name.text, client);
             return -1;
         case clientResult::done:
+        case clientResult::unchanged:
             break;
     }
     return 0;
@@ -75,12 +76,12 @@ std::string taskText(uint32_t application, uint32_t instance) {
 int addTask(bgpListKind kind, uint32_t application, uint32_t instance, const listName& name,
             uint32_t value, std::span<const clientPairValue> pairs) {
     clientResult result =
-        clientRegisterTask(store, name, kind, application, instance, value, pairs);
+        clientRegisterTask(store, name, kind, {application, instance, value}, pairs);
     return report(result, kind, name, taskText(application, instance).c_str(), true);
 }
 int delTask(bgpListKind kind, uint32_t application, uint32_t instance, const listName& name,
             std::span<const clientPairValue> pairs) {
-    clientResult result = clientUnregisterTask(store, name, kind, application, instance, pairs);
+    clientResult result = clientUnregisterTask(store, name, kind, {application, instance}, pairs);
     return report(result, kind, name, taskText(application, instance).c_str(), false);
 }
 
@@ -109,10 +110,7 @@ int addRmap(clauseRows rows, const rmapMatch& match, const listName& rmapName,
             const listName& name) {
     const clauseRow* row = findClause(rows, match);
     if (row == nullptr) return 0;
-    policyList* list = nullptr;
-    clientResult result = clientRegisterRmap(store, name, row->kind, rmapName, &list);
-    if (result == clientResult::done && match.listSlot != nullptr)
-        *match.listSlot = static_cast<bgpList*>(list);
+    clientResult result = clientRegisterRmap(store, name, row->kind, rmapName, match.listSlot);
     const std::string client = "Routemap " + std::string(listNameView(rmapName));
     return report(result, row->kind, name, client.c_str(), true);
 }
@@ -120,8 +118,7 @@ int delRmap(clauseRows rows, const rmapMatch& match, const listName& rmapName,
             const listName& name) {
     const clauseRow* row = findClause(rows, match);
     if (row == nullptr) return 0;
-    if (match.listSlot != nullptr) *match.listSlot = nullptr;
-    clientResult result = clientUnregisterRmap(store, name, row->kind, rmapName);
+    clientResult result = clientUnregisterRmap(store, name, row->kind, rmapName, match.listSlot);
     const std::string client = "Routemap " + std::string(listNameView(rmapName));
     return report(result, row->kind, name, client.c_str(), false);
 }

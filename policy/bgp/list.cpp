@@ -5,9 +5,10 @@
 // the clients hear of it, then the configuration.
 #include <cstring>
 
+#include "common/chain.h"
 #include "common/clients.h"
-#include "common/nametree.h"
 #include "common/record.h"
+#include "common/tree.h"
 #include "include/status.h"
 #include "platform/api/zekBgpRegex.h"
 #include "platform/api/zekMem.h"
@@ -29,26 +30,21 @@ const bgpKindRow bgpKinds[BGP_LIST_KINDS] = {
 
 namespace {
 
-constexpr uint32_t POOL_LIST = 9;  // tags under which the pool counts the records
-constexpr uint32_t POOL_ENTRY = 10;
-
 static_assert(sizeof(aspathEntry) == sizeof(bgpEntry) + 2 * sizeof(be32));
 static_assert(sizeof(commEntry) == sizeof(bgpEntry) + sizeof(commEntryBlock));
-static_assert(offsetof(policyList, link) == 0, "a tree node is its list");
 
 zekRadix* treeOf(bgpListKind kind) {
     return aspathAclNode->*bgpKinds[kind].tree;
 }
 bgpEntry* entryOf(zekRadixNode* same) {
-    if (same == nullptr) return nullptr;
-    return reinterpret_cast<bgpEntry*>(reinterpret_cast<uint8_t*>(same) - offsetof(bgpEntry, same));
+    return treeRecord<bgpEntry>(same, offsetof(bgpEntry, same));
 }
 uint8_t* bodyOf(bgpEntry* entry) {
     return reinterpret_cast<uint8_t*>(entry + 1);
 }
 
 bgpList* listMake(bgpListKind kind, const listName& name, uint32_t placeholder) {
-    auto* list = recordMake<bgpList>(POOL_LIST);
+    auto* list = recordMake<bgpList>(POOL_BGP_LIST);
     if (list == nullptr) return nullptr;
     list->name = name;
     list->kind = kind;
@@ -64,19 +60,9 @@ bgpList* listMake(bgpListKind kind, const listName& name, uint32_t placeholder) 
     return nullptr;
 }
 
-void chain(bgpList* list, bgpEntry* entry) {
-    entry->prev = list->tail;
-    (list->tail != nullptr ? list->tail->next : list->head) = entry;
-    list->tail = entry;
-}
-void unchain(bgpList* list, bgpEntry* entry) {
-    (entry->prev != nullptr ? entry->prev->next : list->head) = entry->next;
-    (entry->next != nullptr ? entry->next->prev : list->tail) = entry->prev;
-}
-
 bgpEntry* entryMake(const bgpDraft& draft) {
     const size_t size = sizeof(bgpEntry) + draft.body.size() + 1;  // a NUL behind texts
-    auto* entry = recordMake<bgpEntry>(POOL_ENTRY, size);
+    auto* entry = recordMake<bgpEntry>(POOL_BGP_ENTRY, size);
     if (entry == nullptr) return nullptr;
     entry->action = draft.action;
     entry->kind = draft.kind;
@@ -100,7 +86,7 @@ bool link(bgpList* list, bgpEntry* entry, size_t bodySize) {
         zekRadixRemove(list->same, &entry->same);
         return false;
     }
-    chain(list, entry);
+    chainLink(&list->head, &list->tail, entry, static_cast<bgpEntry*>(nullptr));
     return true;
 }
 
@@ -116,7 +102,7 @@ void deleteEntry(bgpList* list, bgpEntry* entry, uint32_t writeConfig) {
     if (writeConfig != 0) bgpEntryToCfg(list->kind, entry, 1, list->name);
     bgpIndexRemove(list->index, list->kind, entry);
     zekRadixRemove(list->same, &entry->same);
-    unchain(list, entry);
+    chainUnlink(&list->head, &list->tail, entry);
     entryFree(entry);
     (void)aspTrigger(list, bgpKinds[list->kind].trigger);
 }

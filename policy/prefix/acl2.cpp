@@ -1,20 +1,18 @@
 // Prefix lists to the second ACL agent, which hears every change as the CLI request that made it: a
 // new agent hears the requests that make what there is.
 #include "common/debug.h"
+#include "common/message.h"
 #include "common/node.h"
 #include "download/zekacl_download.h"
 #include "include/ipc.h"
-#include "platform/api/zekMem.h"
 #include "policy/prefix/family.h"
 
 namespace {
 
-constexpr uint32_t POOL_ACL2_MESSAGE = 18;
-
 // A request about the list with an entry's record, or nothing, behind its front.
 bool queueRequest(uint32_t code, const listName& name, const void* body, uint32_t bodyBytes) {
     uint32_t length = static_cast<uint32_t>(sizeof(cliHdr)) + bodyBytes;
-    void* block = zekMC_M_memBlockVarAlloc(POOL_ACL2_MESSAGE, ZEK_MEM_FLAGS, length);
+    void* block = acl_Swp_Alloc(length);
     if (block == nullptr) {
         zekSwpQueueLose(aclNode->queues.acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");

@@ -25,15 +25,15 @@ constexpr triggerKind prefixTriggers{
     .names = taskNames,
 };
 
-policyList* findList(const listName& name, uint32_t af) {
+namedList* findList(const listName& name, uint32_t af) {
     return ipPrefixListFind(name, af);
 }
-policyList* obtainList(const listName& name, uint32_t af) {
+namedList* obtainList(const listName& name, uint32_t af) {
     uint32_t status = ACL_OK;
     prefixList* list = ipPrefixListFind(name, af);
     return list != nullptr ? list : ipPrefixListCreate(name, 1, &status, af);
 }
-void dropList(policyList* list, uint32_t af) {
+void dropList(namedList* list, uint32_t af) {
     listName name = list->name;
     (void)ipPrefixListDelete(name, af);
 }
@@ -74,7 +74,7 @@ int prefixAddTaskClient(uint32_t taskId, uint32_t instance, const listName& name
                         std::span<const clientPairValue> pairs, uint32_t value, uint32_t af) {
     const prefixFamily* family = prefixFamilyOf(af);
     if (family == nullptr) return -1;
-    switch (clientRegisterTask(store, name, af, taskId, instance, value, pairs)) {
+    switch (clientRegisterTask(store, name, af, {taskId, instance, value}, pairs)) {
         case clientResult::noList:
             complainOfList(*family, name, "prefixAddTaskClient");
             return -1;
@@ -96,7 +96,7 @@ int prefixAddTaskClient(uint32_t taskId, uint32_t instance, const listName& name
 int prefixDelTaskClient(uint32_t taskId, uint32_t instance, const listName& name,
                         std::span<const clientPairValue> pairs, uint32_t af) {
     if (prefixFamilyOf(af) == nullptr) return -1;
-    if (clientUnregisterTask(store, name, af, taskId, instance, pairs) !=
+    if (clientUnregisterTask(store, name, af, {taskId, instance}, pairs) !=
         clientResult::notRegistered)
         return 0;
     aclDebug(DEBUG_ACL_TRIGGER,
@@ -110,8 +110,7 @@ int prefixAddRmapClient(const rmapMatch& match, const listName& rmapName, const 
     if (!isPrefixClause(match)) return 0;
     const prefixFamily* family = prefixFamilyOf(af);
     if (family == nullptr) return -1;
-    policyList* found = nullptr;
-    switch (clientRegisterRmap(store, list, af, rmapName, &found)) {
+    switch (clientRegisterRmap(store, list, af, rmapName, match.listSlot)) {
         case clientResult::noList:
             complainOfList(*family, list, "prefixAddRmapClient");
             return -1;
@@ -122,7 +121,6 @@ int prefixAddRmapClient(const rmapMatch& match, const listName& rmapName, const 
                       family->title, listNameArg(list), listNameArg(rmapName));
             return -1;
         default:
-            if (match.listSlot != nullptr) *match.listSlot = static_cast<prefixList*>(found);
             return 0;
     }
 }
@@ -132,8 +130,9 @@ int prefixDelRmapClient(const rmapMatch& match, const listName& rmapName, const 
     if (!isPrefixClause(match)) return 0;
     const prefixFamily* family = prefixFamilyOf(af);
     if (family == nullptr) return -1;
-    if (match.listSlot != nullptr) *match.listSlot = nullptr;
-    if (clientUnregisterRmap(store, list, af, rmapName) != clientResult::notRegistered) return 0;
+    if (clientUnregisterRmap(store, list, af, rmapName, match.listSlot) !=
+        clientResult::notRegistered)
+        return 0;
     aclSysErr(SYSERR_RMAP_CLIENT,
               "Error: %s Prefix List " LIST_NAME_FMT " does not have client Routemap " LIST_NAME_FMT
               "\n",

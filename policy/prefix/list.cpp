@@ -6,10 +6,11 @@
 // content tree (under what makes two entries one) and in the index of the evaluation, so that no
 // operation but a clear, a resequencing and a whole deletion walks the chain. An entry is one
 // block: the entry, its record, its content key. The caller holds the write lock.
+#include "common/chain.h"
 #include "common/debug.h"
-#include "common/nametree.h"
 #include "common/node.h"
 #include "common/record.h"
+#include "common/tree.h"
 #include "include/status.h"
 #include "platform/api/zekMem.h"
 #include "platform/api/zekTask.h"
@@ -18,7 +19,6 @@
 
 namespace {
 
-constexpr uint32_t POOL_LIST = 14, POOL_ENTRY = 15;
 constexpr uint32_t SEQ_STEP = 5;
 constexpr uint32_t LAST_STEPPED_SEQ = 65529;  // behind it the automatic number is out of range
 constexpr uint32_t RESEQUENCE_PAUSE_US = 1000;
@@ -50,16 +50,14 @@ contentKey contentKeyOf(const prefixRecord& record, const prefixFamily& family) 
 }
 
 prefixEntry* findContent(const prefixList* list, const contentKey& key) {
-    zekRadixNode* node = zekRadixGetExact(list->content, key.b, key.bits);
-    constexpr size_t at = offsetof(prefixEntry, content);
-    return node != nullptr ? reinterpret_cast<prefixEntry*>(reinterpret_cast<uint8_t*>(node) - at)
-                           : nullptr;
+    return treeRecord<prefixEntry>(zekRadixGetExact(list->content, key.b, key.bits),
+                                   offsetof(prefixEntry, content));
 }
 
 // --- records -------------------------------------------------------------------------------------
 
 prefixList* listMake(const prefixFamily& family, const listName& name, uint32_t af) {
-    auto* list = recordMake<prefixList>(POOL_LIST);
+    auto* list = recordMake<prefixList>(POOL_PREFIX_LIST);
     if (list == nullptr) return nullptr;
     list->name = name;
     list->family = af;
@@ -83,7 +81,7 @@ prefixEntry* entryMake(const prefixFamily& family, const prefixRecord& given,
                        const contentKey& key) {
     uint32_t recordBytes = prefixRecordBytes(family);
     size_t bytes = sizeof(prefixEntry) + recordBytes + key.bits / 8;
-    auto* entry = recordMake<prefixEntry>(POOL_ENTRY, bytes);
+    auto* entry = recordMake<prefixEntry>(POOL_PREFIX_ENTRY, bytes);
     if (entry == nullptr) return nullptr;
     auto* record = reinterpret_cast<uint8_t*>(entry + 1);
     std::memcpy(record, &given, recordBytes);
@@ -100,18 +98,14 @@ bool hasRange(const prefixRecord& record) {
 
 void link(prefixList* list, prefixEntry* entry) {
     uint32_t seq = entry->record->seq;
-    entry->next = prefixOrderNext(list->order, seq);
-    entry->prev = entry->next != nullptr ? entry->next->prev : list->tail;
-    (entry->prev != nullptr ? entry->prev->next : list->head) = entry;
-    (entry->next != nullptr ? entry->next->prev : list->tail) = entry;
+    chainLink(&list->head, &list->tail, entry, prefixOrderNext(list->order, seq));
     prefixOrderInsert(&list->order, entry);
     prefixIndexInsert(list, entry);
 }
 
 // Takes the entry out of everything and frees it.
 void unlink(prefixList* list, prefixEntry* entry) {
-    (entry->prev != nullptr ? entry->prev->next : list->head) = entry->next;
-    (entry->next != nullptr ? entry->next->prev : list->tail) = entry->prev;
+    chainUnlink(&list->head, &list->tail, entry);
     prefixOrderRemove(&list->order, entry);
     prefixIndexRemove(list, entry);
     zekRadixRemove(list->content, &entry->content);

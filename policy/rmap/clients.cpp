@@ -8,12 +8,12 @@ namespace {
 
 constexpr uint32_t PAIR_TASKS[] = {APP_BGP, APP_RTM};
 
-void dropUnused(policyList* list, uint32_t) {
+void dropUnused(namedList* list, uint32_t) {
     rmapDrop(static_cast<rmapList*>(list));
 }
 constexpr clientStore store{
-    [](const listName& name, uint32_t) -> policyList* { return ipRmapListFind(name); },
-    [](const listName& name, uint32_t) -> policyList* {
+    [](const listName& name, uint32_t) -> namedList* { return ipRmapListFind(name); },
+    [](const listName& name, uint32_t) -> namedList* {
         if (rmapList* map = ipRmapListFind(name)) return map;
         int32_t seq = -1;
         uint32_t status;
@@ -78,8 +78,8 @@ int rmapAddTaskClient(uint32_t application, uint32_t instance, const listName& n
                       std::span<const clientPairValue> pairs, uint32_t value) {
     if (listNameIsEmpty(name)) return -1;
     const clientResult result =
-        clientRegisterTask(store, name, 0, application, instance, value, pairs);
-    if (result == clientResult::done) return 0;
+        clientRegisterTask(store, name, 0, {application, instance, value}, pairs);
+    if (result == clientResult::done || result == clientResult::unchanged) return 0;
     aclSysErr(SYSERR_RMAP_CLIENT,
               "Error: Unable to allocate memory for Rmap " LIST_NAME_FMT
               " client Task id %d, instance %d\n",
@@ -89,7 +89,7 @@ int rmapAddTaskClient(uint32_t application, uint32_t instance, const listName& n
 
 int rmapDelTaskClient(uint32_t application, uint32_t instance, const listName& name,
                       std::span<const clientPairValue> pairs) {
-    if (clientUnregisterTask(store, name, 0, application, instance, pairs) !=
+    if (clientUnregisterTask(store, name, 0, {application, instance}, pairs) !=
         clientResult::notRegistered)
         return 0;
     aclDebug(DEBUG_ACL_TRIGGER,

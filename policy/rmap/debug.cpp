@@ -149,10 +149,9 @@ std::string aclDumpRmapList(const rmapList* map) {
         for (const rmapEntry* entry = at->first; entry != nullptr; entry = entry->next)
             dumpEntry(out, *entry);
     }
-    for (const policyClient* client = map->clients; client != nullptr; client = client->next)
-        out += " client " + std::to_string(client->task.application) + "/" +
-               std::to_string(client->task.instance) + " pairs " +
-               std::to_string(client->task.pairCount) + "\n";
+    for (const listClient* client = map->clients; client != nullptr; client = client->next)
+        out += " client " + std::to_string(client->id) + "/" + std::to_string(client->instance) +
+               " pairs " + std::to_string(client->pairCount) + "\n";
     return out;
 }
 

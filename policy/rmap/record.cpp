@@ -1,25 +1,20 @@
 // Records of route maps: where they come from and how they are chained.
 #include <cstring>
 
-#include "common/nametree.h"
+#include "common/chain.h"
 #include "common/node.h"
 #include "common/record.h"
+#include "common/tree.h"
 #include "platform/api/zekMem.h"
 #include "policy/rmap/store.h"
 
 namespace {
 
 // Tags under which the pool counts the records.
-constexpr uint32_t POOL_MAP = 4;
-constexpr uint32_t POOL_ENTRY = 5;
-constexpr uint32_t POOL_NUMBER = 6;
-constexpr uint32_t POOL_NAME = 7;
 constexpr uint32_t SEQ_KEY_BITS = 32;
 
 rmapInstance* instanceOf(zekRadixNode* node) {
-    return node == nullptr ? nullptr
-                           : reinterpret_cast<rmapInstance*>(reinterpret_cast<char*>(node) -
-                                                             offsetof(rmapInstance, link));
+    return treeRecord<rmapInstance>(node, offsetof(rmapInstance, link));
 }
 // Numbers are 1 or more, so their big-endian bytes are in their order.
 be32 keyOf(int32_t seq) {
@@ -29,21 +24,19 @@ be32 keyOf(int32_t seq) {
 }
 
 rmapInstance* instanceMake(rmapList* map, int32_t seq, uint32_t action) {
-    auto* instance = recordMake<rmapInstance>(POOL_ENTRY);
+    auto* instance = recordMake<rmapInstance>(POOL_RMAP_ENTRY);
     if (instance == nullptr) return nullptr;
     instance->seq = seq;
     instance->action = action;
     instance->key = keyOf(seq);
     // Most instances come in ascending order: only the others need the tree to find their place.
-    instance->next =
+    rmapInstance* next =
         map->last != nullptr && map->last->seq > seq ? rmapInstanceNext(map, seq) : nullptr;
-    instance->prev = instance->next != nullptr ? instance->next->prev : map->last;
     if (zekRadixInsert(map->bySeq, &instance->link, &instance->key, SEQ_KEY_BITS) != 0) {
         zekMC_M_memBlockVarFree(instance);
         return nullptr;
     }
-    (instance->prev != nullptr ? instance->prev->next : map->first) = instance;
-    (instance->next != nullptr ? instance->next->prev : map->last) = instance;
+    chainLink(&map->first, &map->last, instance, next);
     // A placeholder denies whatever it is about to get; it says so until it is configured.
     if (instance->prev == nullptr && map->placeholder == 0) {
         map->firstSeq = seq;
@@ -54,8 +47,7 @@ rmapInstance* instanceMake(rmapList* map, int32_t seq, uint32_t action) {
 
 void instanceDrop(rmapList* map, rmapInstance* instance) {
     zekRadixRemove(map->bySeq, &instance->link);
-    (instance->prev != nullptr ? instance->prev->next : map->first) = instance->next;
-    (instance->next != nullptr ? instance->next->prev : map->last) = instance->prev;
+    chainUnlink(&map->first, &map->last, instance);
     zekMC_M_memBlockVarFree(instance);
 }
 
@@ -87,7 +79,7 @@ rmapInstance* rmapInstanceNext(const rmapList* map, int32_t seq) {
 }
 
 rmapList* rmapMake(const listName& name, uint32_t placeholder) {
-    auto* map = recordMake<rmapList>(POOL_MAP);
+    auto* map = recordMake<rmapList>(POOL_RMAP);
     if (map == nullptr) return nullptr;
     map->name = name;
     map->placeholder = placeholder != 0 ? 1 : 0;
@@ -113,7 +105,7 @@ const cfgRmapKey* rmapRestoredKey() {
 }
 
 rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
-    auto* entry = recordMake<rmapEntry>(POOL_ENTRY);
+    auto* entry = recordMake<rmapEntry>(POOL_RMAP_ENTRY);
     if (entry == nullptr) return nullptr;
     entry->cls = request.cls;
     entry->code = request.code;
@@ -124,7 +116,7 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
     entry->continueFlag = request.continueFlag;
     entry->continueTarget = rmapSeqOf(request.continueTarget);
     if (rmapPayloadOf(entry->code).size != 0) {
-        entry->payload = recordMake<rmapPayload>(POOL_ENTRY);
+        entry->payload = recordMake<rmapPayload>(POOL_RMAP_ENTRY);
         if (entry->payload == nullptr) {
             zekMC_M_memBlockVarFree(entry);
             return nullptr;
@@ -144,21 +136,19 @@ rmapEntry* rmapEntryMake(rmapList* map, const rmapClauseBlock& request) {
     entry->entryId = restored != nullptr ? uint32_t{restored->entryId} : 0;
     if (entry->entryId == 0) entry->entryId = map->lastEntryId + 1;
     map->lastEntryId = std::max(map->lastEntryId, entry->entryId);
-    entry->prev = entry->header != 0 ? nullptr : instance->last;
+    rmapEntry* before = entry->header != 0 ? nullptr : instance->last;
     // Lines stand by class; what came first comes back first.
-    while (restored != nullptr && entry->prev != nullptr && entry->prev->header == 0 &&
-           entry->prev->entryId > entry->entryId)
-        entry->prev = entry->prev->prev;
-    entry->next = entry->prev != nullptr ? entry->prev->next : instance->first;
-    (entry->prev != nullptr ? entry->prev->next : instance->first) = entry;
-    (entry->next != nullptr ? entry->next->prev : instance->last) = entry;
+    while (restored != nullptr && before != nullptr && before->header == 0 &&
+           before->entryId > entry->entryId)
+        before = before->prev;
+    chainLink(&instance->first, &instance->last, entry,
+              before != nullptr ? before->next : instance->first);
     return entry;
 }
 
 void rmapEntryDrop(rmapList* map, rmapEntry* entry) {
     rmapInstance* instance = entry->instance;
-    (entry->prev != nullptr ? entry->prev->next : instance->first) = entry->next;
-    (entry->next != nullptr ? entry->next->prev : instance->last) = entry->prev;
+    chainUnlink(&instance->first, &instance->last, entry);
     entryFree(entry);
     if (instance->first == nullptr) instanceDrop(map, instance);
 }

@@ -342,11 +342,11 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
     };
     const std::string answer = "send 14401 to " + std::to_string(CLIENT_SERVICE);
     ipList made("protect", 1);
-    aclBinding* bound = aclBindingAdd(&made.list, {BIND_INTERFACE, 0x42068000});
+    aclBinding* bound = aclBindingAdd(&made.list, {CLIENT_INTERFACE, 0x42068000});
     bound->implicitPermit = 6;
     std::memset(bound->block.b, 0x2D, sizeof bound->block.b);
-    (void)aclBindingAdd(&made.list, {BIND_INTERFACE, 0x42068000, 0, 1});
-    (void)aclBindingAdd(&made.list, {BIND_INTERFACE, PORT_3_1});
+    (void)aclBindingAdd(&made.list, {CLIENT_INTERFACE, 0x42068000, 0, 1});
+    (void)aclBindingAdd(&made.list, {CLIENT_INTERFACE, PORT_3_1});
     aclIntfObtain(0x42068000, 0, nullptr)->lists[INTF_V4][INTF_IN] = &made.list;
 
     EXPECT_EQ(ask(1), texts{CP_NOT_KNOWN});

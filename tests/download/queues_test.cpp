@@ -1,5 +1,5 @@
 // Queues: made once, checked before every message, and what happens when a message cannot go.
-#include "common/queue.h"
+#include "common/message.h"
 #include "tests/download/fixture.h"
 
 using Queues = DownloadTest;

@@ -58,7 +58,7 @@ class Binding : public IpAcl {
     }
     static size_t bindingsOf(const char* name) {
         size_t n = 0;
-        for (const aclBinding* b = find(name)->bindings; b != nullptr; b = b->next) n++;
+        for (const listClient* b = find(name)->clients; b != nullptr; b = b->next) n++;
         return n;
     }
 };
@@ -196,10 +196,13 @@ TEST_F(Binding, AVlanGoesThroughTheVlanSendAndLeavesTheGroups) {
     EXPECT_EQ(testTake()[3],
               R"(sync 6/14/0x3800a A " ip access-group A in implicit-permit Vlan 3,10-12")");
     EXPECT_TRUE(groups.all());
+    aclLinecardInfo[2].isVortan = 1;
+    ASSERT_EQ(aclVlanMemberAdd(VLAN, portIfindex(2, 0)), 0);
     EXPECT_EQ(apply("A", VLAN, 1), 0u);
     EXPECT_TRUE(groups.count() == 4095 && !groups.test(10));
-    EXPECT_EQ(sentBy("B", VLAN, 1, 2), (rows{"vlan list 14419 A if 0x3800a option 0 n 0 block 1",
-                                             "vlan list 14416 B if 0x3800a option 0 n 0 block 2"}));
+    EXPECT_EQ(sentBy("B", VLAN, 1, 2),
+              (rows{"agent list 14419 A if 0x2 vlan 0x3800a pipe 0 option 0 n 0 block 1",
+                    "agent list 14416 B if 0x2 vlan 0x3800a pipe 0 option 0 n 0 block 2"}));
     EXPECT_EQ(groups.count(), 4095u);
     // An egress IPv6 list keeps the VLAN out of the groups.
     aclList*& ipv6 = AclIntfTreeFind(VLAN)->lists[INTF_V6][INTF_OUT];
@@ -339,7 +342,7 @@ TEST_F(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
         applied("A", PORT, 0, 9),
         rows{"debug Error: Accesslist A has interface " + port +
              " as a client but the interface doesn't think the access list is applied on it \n"});
-    EXPECT_EQ(find("A")->bindings->block.b[0], 1);
+    EXPECT_EQ(static_cast<aclBinding*>(find("A")->clients)->block.b[0], 1);
 
     slot = find("B");  // the interface holds a list that is not bound
     const std::string unbound =
@@ -364,7 +367,7 @@ TEST_F(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
                            "interface\n");
     EXPECT_EQ(told[5], "agent list 14409 A if 0x4040000 pipe 4 option 6 n 0 block 9");
     EXPECT_EQ(bindingsOf("A"), 1u);
-    const aclBinding* binding = find("A")->bindings;
+    const auto* binding = static_cast<aclBinding*>(find("A")->clients);
     EXPECT_TRUE(binding->block.b[0] == 1 && binding->implicitPermit == 0) << "it is as it was";
     EXPECT_EQ(at(PORT), find("A"));
 
@@ -441,6 +444,8 @@ TEST_F(Binding, ACardGetsWhatConcernsItAndNothingElse) {
     create("A");
     ASSERT_EQ(add("A", standard(IP_DENY, 0, 0)), 0u);
     join(LAG, {PORT3, PORT2, portIfindex(2, 7)});
+    for (uint32_t port : {PORT2, portIfindex(2, 5), portIfindex(2, 7)})
+        ASSERT_EQ(aclVlanMemberAdd(VLAN, port), 0);
     uint8_t mark = 1;
     for (uint32_t ifindex : {PORT, portIfindex(2, 5), LAG, VLAN, IFINDEX_CP_BIND})
         EXPECT_EQ(apply("A", ifindex, 0, mark++, 4), 0u);
@@ -452,20 +457,23 @@ TEST_F(Binding, ACardGetsWhatConcernsItAndNothingElse) {
     EXPECT_EQ(dosIpEnableIntf(listNameMake("D"), 1041), 0u);
     testTake();
     AclUpdateAclAgent(2);
-    EXPECT_EQ(testTake(), (rows{"agent list 14409 A if 0x6200000 pipe 3 option 4 n 1 block 3",
-                                "agent list 14409 A if 0x60c0000 pipe 6 option 4 n 1 block 3",
-                                "agent list 14416 B if 0x6200000 pipe 3 option 0 n 0 block 6",
-                                "agent list 14416 B if 0x60c0000 pipe 6 option 0 n 0 block 6",
-                                "vlan replay 14409 A if 0x3800a slot 2 option 4 n 1 block 4",
-                                "vlan replay 14416 B if 0x3800a slot 2 option 0 n 0 block 7",
-                                "agent list 14409 A if 0x6180000 pipe 1 option 4 n 1 block 2",
-                                "agent list 14420 D if 0x2 pipe 0 option 0 n 0"}));
+    EXPECT_EQ(testTake(),
+              (rows{"agent list 14409 A if 0x6200000 pipe 3 option 4 n 1 block 3",
+                    "agent list 14409 A if 0x60c0000 pipe 6 option 4 n 1 block 3",
+                    "agent list 14416 B if 0x6200000 pipe 3 option 0 n 0 block 6",
+                    "agent list 14416 B if 0x60c0000 pipe 6 option 0 n 0 block 6",
+                    "agent list 14409 A if 0x2 vlan 0x3800a pipe 0 option 4 n 1 block 4",
+                    "agent list 14416 B if 0x2 vlan 0x3800a pipe 0 option 0 n 0 block 7",
+                    "agent list 14409 A if 0x6180000 pipe 1 option 4 n 1 block 2",
+                    "agent list 14420 D if 0x2 pipe 0 option 0 n 0"}));
     AclUpdateAclAgent(1);
-    EXPECT_EQ(testTake(), (rows{"agent list 14409 A if 0x4080000 pipe 5 option 4 n 1 block 3",
-                                "vlan replay 14409 A if 0x3800a slot 1 option 4 n 1 block 4",
-                                "vlan replay 14416 B if 0x3800a slot 1 option 0 n 0 block 7",
-                                "agent list 14409 A if 0x4040000 pipe 4 option 4 n 1 block 1",
-                                "agent list 14420 D if 0x1 pipe 0 option 0 n 0"}));
+    EXPECT_EQ(testTake(),
+              (rows{"agent list 14409 A if 0x4080000 pipe 5 option 4 n 1 block 3",
+                    "agent list 14409 A if 0x1 vlan 0x3800a pipe 0 option 4 n 1 block 4",
+                    "syserr 0x50006 Error: Egress access-list not supported on "
+                    "linecard 1\r\n",
+                    "agent list 14409 A if 0x4040000 pipe 4 option 4 n 1 block 1",
+                    "agent list 14420 D if 0x1 pipe 0 option 0 n 0"}));
     // The control processor's list is not its first slot's; a filter that is not defined is not
     // installed.
     EXPECT_EQ(ipDosListDelete(listNameMake("D")), 0u);

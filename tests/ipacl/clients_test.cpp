@@ -15,11 +15,11 @@ class Clients : public IpAcl {
     static int unreg(uint32_t application, uint32_t instance = 0) {
         return aclDelTaskClient(application, instance, A, 1);
     }
-    static int hold(void** slot, const char* map, uint16_t cls = RTMAP_MS_MATCH,
+    static int hold(namedList** slot, const char* map, uint16_t cls = RTMAP_MS_MATCH,
                     uint32_t code = 5) {
         return aclAddRmapClient({cls, code, slot}, listNameMake(map), A);
     }
-    static int drop(void** slot, const char* map) {
+    static int drop(namedList** slot, const char* map) {
         return aclDelRmapClient({RTMAP_MS_MATCH, 5, slot}, listNameMake(map), A);
     }
 };
@@ -66,10 +66,11 @@ TEST_F(Clients, APlaceholderLivesAsLongAsItsLastClient) {
 }
 
 TEST_F(Clients, RouteMapsHoldTheListOnceForEachClause) {
-    void *first = this, *second = this, *third = this;
+    namedList untouched{};
+    namedList *first = &untouched, *second = first, *third = first;
     EXPECT_EQ(hold(&first, "map", RTMAP_MS_MATCH, 3), 0);
     EXPECT_EQ(hold(&first, "map", RTMAP_MS_SET), 0);
-    EXPECT_EQ(first, this);  // none of ours
+    EXPECT_EQ(first, &untouched);  // none of ours
     ASSERT_TRUE(hold(&first, "map") == 0 && hold(&second, "map") == 0 && hold(&third, "m2") == 0);
     const aclList* list = ipAccessListFind(A);
     ASSERT_NE(list, nullptr);
@@ -88,33 +89,33 @@ TEST_F(Clients, RouteMapsHoldTheListOnceForEachClause) {
 TEST_F(Clients, EveryBindingIsFoundAmongAllAndTheOrderStays) {
     constexpr uint32_t SAME = 190;
     aclList* list = create("A");
-    const std::vector<bindingKey> keys = {{BIND_TASK, SAME},
-                                          {BIND_TASK, SAME, 1},
-                                          {BIND_INTERFACE, SAME},
-                                          {BIND_INTERFACE, SAME, 0, 1},
-                                          {BIND_VLAN_GROUP, SAME},
-                                          {BIND_ROUTE_MAP, 0, 0, 0, listNameMake("m")},
-                                          {BIND_ROUTE_MAP, 0, 0, 0, listNameMake("m1")}};
+    const std::vector<listClientKey> keys = {{CLIENT_TASK, SAME},
+                                             {CLIENT_TASK, SAME, 1},
+                                             {CLIENT_INTERFACE, SAME},
+                                             {CLIENT_INTERFACE, SAME, 0, 1},
+                                             {CLIENT_VLAN_GROUP, SAME},
+                                             {CLIENT_ROUTE_MAP, 0, 0, 0, listNameMake("m")},
+                                             {CLIENT_ROUTE_MAP, 0, 0, 0, listNameMake("m1")}};
     for (size_t gone = 0; gone < keys.size(); gone++) {
-        std::vector<const aclBinding*> expected;  // the newest in front
-        for (const bindingKey& key : keys)
-            expected.insert(expected.begin(), aclBindingAdd(list, key));
+        std::vector<const listClient*> expected;  // the newest in front
+        for (const listClientKey& key : keys)
+            expected.insert(expected.begin(), clientAdd(list, key));
         for (size_t i = 0; i < keys.size(); i++)
-            ASSERT_EQ(aclBindingFind(list, keys[i]), expected[keys.size() - 1 - i]) << i;
-        ASSERT_EQ(aclBindingAdd(list, keys[gone]), nullptr) << "one binding of each";
-        aclBindingDrop(list, aclBindingFind(list, keys[gone]));
-        EXPECT_EQ(aclBindingFind(list, keys[gone]), nullptr);
+            ASSERT_EQ(clientFind(list, keys[i]), expected[keys.size() - 1 - i]) << i;
+        ASSERT_EQ(clientAdd(list, keys[gone]), nullptr) << "one binding of each";
+        clientDrop(list, clientFind(list, keys[gone]));
+        EXPECT_EQ(clientFind(list, keys[gone]), nullptr);
         expected.erase(expected.end() - 1 - static_cast<ptrdiff_t>(gone));
-        std::vector<const aclBinding*> chain;
-        for (const aclBinding* b = list->bindings; b != nullptr; b = b->next) chain.push_back(b);
+        std::vector<const listClient*> chain;
+        for (const listClient* b = list->clients; b != nullptr; b = b->next) chain.push_back(b);
         EXPECT_EQ(chain, expected);
         unbind(list);
     }
-    EXPECT_EQ(list->bindingIndex, nullptr);
+    EXPECT_EQ(list->clientIndex, nullptr);
 }
 
 TEST_F(Clients, WhatCannotBeRegisteredIsSaid) {
-    void* slot = nullptr;
+    namedList* slot = nullptr;
     auto refused = [&](const std::string& task, const std::string& map) {
         testFail(TEST_BLOCK);
         EXPECT_EQ(effects([] { EXPECT_EQ(reg(APP_OSPF, 3), nullptr); }),

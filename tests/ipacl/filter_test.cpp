@@ -95,7 +95,7 @@ class FilterIndex : public IpAcl {
         }
     }
     static void renumber(aclList* list, uint32_t start, uint32_t step) {
-        for (aclEntry* e = list->head; e != nullptr; e = e->next, start += step)
+        for (aclEntry* e = first(list); e != nullptr; e = after(e), start += step)
             e->block.seq = start;
         ipFilterIndexRenumber(list);
     }
@@ -125,12 +125,12 @@ TEST_P(FilterIndexAgainstTheWalk, DecidesTheSame) {
             testFailNothing();
         } else if (list->head != nullptr) {
             // Runs of numbers go too, so that leaves, groups and tables become empty.
-            const aclEntry* entry = list->head;
+            const aclEntry* entry = first(list);
             for (uint32_t n = make.below(static_cast<uint32_t>(list->count)); n > 0; n--)
-                entry = entry->next;
+                entry = after(entry);
             for (uint32_t n = make.once(50) ? 40 : 1; n > 0 && entry != nullptr; n--) {
                 ipEntryBlock block = entry->block;
-                entry = entry->next;
+                entry = after(entry);
                 ASSERT_EQ(ipDelAccessEntry(A, &block, 0, 0), ACL_OK);
             }
         }
@@ -142,7 +142,7 @@ TEST_P(FilterIndexAgainstTheWalk, DecidesTheSame) {
         renumber(list, 7, 3);
         ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 50));
         size_t i = 0;
-        for (aclEntry* e = list->head; e != nullptr; e = e->next) e->block.seq = old[i++];
+        for (aclEntry* e = first(list); e != nullptr; e = after(e)) e->block.seq = old[i++];
         ipFilterIndexRenumber(list);
     }
     EXPECT_GT(indexed, steps / 4) << "the index must have been there to be tested";
@@ -164,11 +164,11 @@ TEST_F(FilterIndex, MasksThatAllDifferShareGroups) {
     constexpr uint32_t ENTRIES = 8000;
     auto check = [&] {
         for (int i = 0; i < 1000; i++) {
-            const aclEntry* entry = list->head;
+            const aclEntry* entry = first(list);
             ipPacket packet{};
             packet.src = static_cast<uint32_t>(random() & random() & random());
             while (entry != nullptr && (packet.src & entry->block.srcMask) != entry->block.src)
-                entry = entry->next;
+                entry = after(entry);
             ASSERT_EQ(ipFilterFind(list, packet), entry);
         }
     };
@@ -210,11 +210,11 @@ TEST_F(FilterIndex, AListWithoutMemoryForItsIndexIsWalked) {
         EXPECT_NE(list->filterIndex, nullptr) << "it is made when the count has doubled";
         ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 20));
         // A renumbering that broke off leaves numbers that do not ascend: the chain is what counts.
-        list->head->block.seq = 1000000;
+        first(list)->block.seq = 1000000;
         ipFilterIndexRenumber(list);
         EXPECT_EQ(list->filterIndex, nullptr);
         ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 20));
-        list->head->block.seq = 5;
+        first(list)->block.seq = 5;
         ASSERT_EQ(ipAccessListDelete(A, IP_KIND_EXTENDED), 0u);
     }
 }

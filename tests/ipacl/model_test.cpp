@@ -29,7 +29,7 @@ class Model : public IpAcl, public testing::WithParamInterface<uint32_t> {
         ASSERT_EQ(list->highestSeq, bySeq.empty() ? 0 : bySeq.rbegin()->first);
         ASSERT_EQ(zekRadixCount(list->seqTree), bySeq.size());
         ASSERT_EQ(zekRadixCount(list->contentTree), bySeq.size());
-        const aclEntry* entry = list->head;
+        const aclEntry* entry = static_cast<const aclEntry*>(list->head);
         const aclEntry* before = nullptr;
         for (const auto& [seq, number] : bySeq) {
             ASSERT_NE(entry, nullptr);
@@ -41,7 +41,7 @@ class Model : public IpAcl, public testing::WithParamInterface<uint32_t> {
                                   sizeof entry->block),
                       0);
             before = entry;
-            entry = entry->next;
+            entry = static_cast<const aclEntry*>(entry->next);
         }
         ASSERT_EQ(entry, nullptr);
         ASSERT_EQ(list->tail, before);

@@ -147,7 +147,7 @@ TEST_F(Show, ClearAllReachesEveryEntryOfEveryList) {
     auto counts = [] {
         std::vector<uint32_t> all;
         for (const aclList* l = ipAccessListFindFirst(); l; l = ipAccessListFindNext(l->name))
-            for (const aclEntry* e = l->head; e != nullptr; e = e->next)
+            for (const listEntry* e = l->head; e != nullptr; e = e->next)
                 all.push_back(e->matchCount);
         return all;
     };

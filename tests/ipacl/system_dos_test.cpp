@@ -84,7 +84,7 @@ TEST_F(SysList, EntriesGoToThePortAndTheListTakesThemAlongSilently) {
     list->count = 0;
     addSys(block);
     addSys(unknown);
-    bind(list, BIND_TASK, 65);
+    bind(list, CLIENT_TASK, 65);
     EXPECT_EQ(effects([] { EXPECT_EQ(ipSysAccessListDelete(A, PORT), 0u); }),
               (rows{"agent list 14415 A if 0x48040000 pipe 0 option 0 n 2", "trigger A n 1 id 4",
                     "trigger A n 0 id 4"}));
@@ -150,15 +150,16 @@ TEST_F(DosList, ActiveListsGoToAllAgents) {
               (rows{"cfg remove 98/141 A", "sync 3 A \"no ip trace-list A\""}));
     EXPECT_EQ(ipDosListFind(A), nullptr);
 
-    header.push_back("dos list 14420 A n 0");
+    header.push_back("agent list 14420 A if 0x3 pipe 0 option 0 n 0");
     EXPECT_EQ(effects([] { make(A, DOS_ACTIVE); }), header);
-    EXPECT_EQ(effects([] { addDos(A, udp); })[0], "dos entry 14421 A 5");
+    EXPECT_EQ(effects([] { addDos(A, udp); })[0], "agent entry 14421 A 5 if 0x3 pipe 0");
     addDos(A, udp.toPort(PORT_EQ, 1));
     EXPECT_EQ(effects([] { delDos(A, udp, 0); }),
               (rows{"sync 16 A \"no  seq 5 deny udp any any\"", "cfg exact 98/150 A 1/6/ff"}));
-    EXPECT_EQ(effects([] { ipDosListDelete(A); }),
-              (rows{"dos entry 14423 A 10", "cfg remove 98/141 A",
-                    "sync 3 A \"no ip trace-list A\"", "dos list 14422 A n 0"}));
+    EXPECT_EQ(
+        effects([] { ipDosListDelete(A); }),
+        (rows{"agent entry 14423 A 10 if 0x3 pipe 0", "cfg remove 98/141 A",
+              "sync 3 A \"no ip trace-list A\"", "agent list 14422 A if 0x3 pipe 0 option 0 n 0"}));
 }
 
 TEST_F(DosList, EntriesStatusesAndNumbers) {
@@ -218,7 +219,7 @@ TEST_F(DosList, OneFilterAtATime) {
          CLI_DOS_ENABLE,
          ACL_OK,
          {"cfg insert 97/141 A 0/0/0 \"!\"", "cfg insert 97/150 A 0/0/0 \"ip trace-group A\"",
-          "sync 3 A \"ip trace-group A\"", "dos list 14420 A n 0"}},
+          "sync 3 A \"ip trace-group A\"", "agent list 14420 A if 0x3 pipe 0 option 0 n 0"}},
         {A, CLI_DOS_ENABLE, ACL_OK, {}},
         {B, CLI_DOS_ENABLE, ACL_E_OTHER_DOS, {}},
         {C, CLI_DOS_ENABLE, ACL_E_OTHER_DOS, {}},
@@ -228,7 +229,8 @@ TEST_F(DosList, OneFilterAtATime) {
         {A,
          CLI_DOS_DISABLE,
          ACL_OK,
-         {"cfg remove 97/141 A", "sync 3 A \"no ip trace-group A\"", "dos list 14422 A n 0"}},
+         {"cfg remove 97/141 A", "sync 3 A \"no ip trace-group A\"",
+          "agent list 14422 A if 0x3 pipe 0 option 0 n 0"}},
         {listNameMake("F"), CLI_DOS_ENABLE, ACL_OK, {}},  // other flags: nothing changes
     };
     for (const auto& c : cases) {
@@ -246,10 +248,11 @@ TEST_F(DosList, AFilterMayBeEnabledBeforeAndOutliveItsDefinition) {
     aclList* list = ipDosListFind(A);
     ASSERT_NE(list, nullptr);
     EXPECT_EQ(list->placeholder, 1u);
-    EXPECT_EQ(sends([] { make(A); }), rows{"dos list 14420 A n 0"});
+    EXPECT_EQ(sends([] { make(A); }), rows{"agent list 14420 A if 0x3 pipe 0 option 0 n 0"});
     addDos(A, udp);
     EXPECT_EQ(sends([] { EXPECT_EQ(ipDosListDelete(A), 0u); }),
-              (rows{"dos entry 14423 A 5", "dos list 14422 A n 0"}));
+              (rows{"agent entry 14423 A 5 if 0x3 pipe 0",
+                    "agent list 14422 A if 0x3 pipe 0 option 0 n 0"}));
     EXPECT_EQ(ipDosListFind(A), list) << "still the filter, by name";
     EXPECT_EQ(testCfgLines(), (rows{"!", "ip trace-group A"}));
     EXPECT_EQ(dosIpEnableIntf(A, CLI_DOS_DISABLE), 0u);

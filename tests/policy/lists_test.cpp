@@ -137,7 +137,7 @@ TEST_P(ListKinds, LiveForTheOperatorAndTheirClients) {
 TEST_F(PolicyTest, TasksRegisterOnceOrForEachPair) {
     std::vector<policyKind> kinds(policyKinds, policyKinds + POLICY_KINDS);
     kinds[2].head = "route-map A";  // in place of a kind without tasks
-    kinds[2].find = [] { return static_cast<policyList*>(ipRmapListFind(A)); };
+    kinds[2].find = [] { return static_cast<namedList*>(ipRmapListFind(A)); };
     kinds[2].addTask = [](uint32_t t, uint32_t i, pairs p) {
         return rmapAddTaskClient(t, i, A, p, 9);
     };
@@ -153,13 +153,13 @@ TEST_F(PolicyTest, TasksRegisterOnceOrForEachPair) {
             SCOPED_TRACE(std::string(k.head) + " " + std::to_string(task));
             const bool paired =
                 std::ranges::count(pairTasks[&k - kinds.data()], uint32_t{task}) != 0;
-            auto held = [&] { return clientFindTask(k.find(), task, 3)->task.pairCount; };
+            auto held = [&] { return clientFind(k.find(), clientKeyOfTask(task, 3))->pairCount; };
             EXPECT_EQ(k.addTask(task, 3, one), 0);
             EXPECT_EQ(k.addTask(task, 3, both), 0) << "one of them is held";
             EXPECT_EQ(held(), paired ? 1u : 0u);
             EXPECT_EQ(k.addTask(task, 3, two), 0);
             EXPECT_EQ(held(), paired ? 2u : 0u);
-            EXPECT_EQ(clientFindTask(k.find(), task, 3)->value, 9u);
+            EXPECT_EQ(clientFind(k.find(), clientKeyOfTask(task, 3))->value, 9u);
             EXPECT_EQ(testTake(), rows{}) << "a placeholder is not configuration";
             EXPECT_EQ(k.delTask(task, 1, one), -1) << "another instance";
             EXPECT_EQ(k.delTask(task, 3, one), 0);

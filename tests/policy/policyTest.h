@@ -152,7 +152,7 @@ struct policyKind {
     const char *section, *headSync, *sync;  // of the configuration; how the feed calls its lines
     const char* trigger;
     uint32_t noList, exists, noEntry, listMemory, entryMemory;
-    policyList* (*find)();
+    namedList* (*find)();
     int (*addTask)(uint32_t task, uint32_t instance, pairs given);  // null: route maps only
     int (*delTask)(uint32_t task, uint32_t instance, pairs given);
 
@@ -164,7 +164,7 @@ struct policyKind {
     }
 };
 template <uint32_t af>
-policyList* findPrefix() {
+namedList* findPrefix() {
     return ipPrefixListFind(A, af);
 }
 template <uint32_t af>
@@ -176,7 +176,7 @@ int delPrefixTask(uint32_t task, uint32_t instance, pairs given) {
     return prefixDelTaskClient(task, instance, A, given, af);
 }
 template <bgpList* (*find)(const listName&)>
-policyList* findBgp() {
+namedList* findBgp() {
     return find(A);
 }
 inline const policyKind policyKinds[] = {

@@ -38,8 +38,8 @@ inline void forgetLists() {
                   [af](const listName& name) { return ipPrefixListDelete(name, af); });
     while (aclList* list = ipAccessListFindFirst()) {
         const listName name = list->name;
-        const aclBinding* b = list->bindings;
-        if (b != nullptr && b->kind == BIND_TASK)
+        const listClient* b = list->clients;
+        if (b != nullptr && b->kind == CLIENT_TASK)
             (void)aclDelTaskClient(b->id, b->instance, name, AF_IPV4);
         else
             (void)ipAccessListDelete(name, list->kind);

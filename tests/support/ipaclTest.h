@@ -74,7 +74,11 @@ class IpAcl : public testing::Test {
   protected:
     void SetUp() override {
         testReset();
-        for (aclLinecard& card : aclLinecardInfo) card = {};
+        for (aclLinecard& card : aclLinecardInfo) {
+            card = {};
+            card.aclAgent = ZEK_SWP_NONE;
+        }
+        aclLinecardInfo[3].aclAgent = 1;  // the one card that is there, for what goes to all
         node = {};
         aclNode = &node;
         node.config.cfgDb = testCfg();
@@ -82,6 +86,7 @@ class IpAcl : public testing::Test {
         node.trees.aclSys_tree = zekRadixCreate("aclSystemTree", LIST_NAME_KEY_BITS);
         node.trees.dos_tree = zekRadixCreate("dosTree", LIST_NAME_KEY_BITS);
         node.trees.acl_intf_tree = zekRadixCreate("aclIntfTree", INTF_KEY_BITS);
+        node.trees.vlan_intf_tree = zekRadixCreate("vlanIntfTree", INTF_KEY_BITS);
         dosFilter = nullptr;
         blocksAtStart = testBlocksInUse();
     }
@@ -95,6 +100,7 @@ class IpAcl : public testing::Test {
                     (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
             aclIntfDrop(intf);
         }
+        while (aclVlan* vlan = aclVlanTreeFindFirst()) aclVlanDrop(vlan);
         while (aclList* list = ipAccessListFindFirst()) {
             unbind(list);
             ASSERT_EQ(ipAccessListDelete(list->name, list->kind), 0u);
@@ -106,7 +112,7 @@ class IpAcl : public testing::Test {
         while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
         EXPECT_EQ(testBlocksInUse(), blocksAtStart) << "blocks leaked";
         for (zekRadix* tree : {node.trees.acl_tree, node.trees.aclSys_tree, node.trees.dos_tree,
-                               node.trees.acl_intf_tree})
+                               node.trees.acl_intf_tree, node.trees.vlan_intf_tree})
             zekRadixDestroy(tree);
         DEBUG_ACL_MGR = 0;
     }
@@ -140,12 +146,13 @@ class IpAcl : public testing::Test {
         return sent;
     }
     // Links a binding at the head, as the bind operations do.
-    static aclBinding* bind(aclList* list, bindingKind kind, uint32_t id, uint32_t direction = 0,
+    static aclBinding* bind(aclList* list, clientKind kind, uint32_t id, uint32_t direction = 0,
                             uint32_t instance = 0) {
-        return aclBindingAdd(list, {kind, id, instance, direction});
+        return static_cast<aclBinding*>(
+            clientAdd(list, {kind, id, instance, direction}, sizeof(aclBinding)));
     }
     static void unbind(aclList* list) {
-        while (list->bindings != nullptr) aclBindingDrop(list, list->bindings);
+        while (list->clients != nullptr) clientDrop(list, list->clients);
     }
     static void join(uint32_t lag, const std::vector<uint32_t>& ports) {
         for (uint32_t port : ports) ASSERT_EQ(aclLagMemberAdd(lag, port), 0);
@@ -164,10 +171,14 @@ class IpAcl : public testing::Test {
         testTake();
     }
 
+    // The chain of an IPv4 list, entry by entry.
+    static aclEntry* first(const aclList* list) { return static_cast<aclEntry*>(list->head); }
+    static aclEntry* after(const aclEntry* entry) { return static_cast<aclEntry*>(entry->next); }
+
     static std::vector<uint32_t> numbers(const aclList* list) {
         std::vector<uint32_t> seqs;
-        for (const aclEntry* e = list->head; e != nullptr; e = e->next)
-            seqs.push_back(e->block.seq);
+        for (const listEntry* e = list->head; e != nullptr; e = e->next)
+            seqs.push_back(entrySeq(*list->family, *e));
         return seqs;
     }
 

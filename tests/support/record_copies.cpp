@@ -9,10 +9,10 @@
 
 namespace {
 
-void copyRow(const char* task, const aclList& list, const aclEntry* entry, uint32_t messageId) {
+void copyRow(const char* task, const aclList& list, const listEntry* entry, uint32_t messageId) {
     std::string text = std::string(task) + (entry != nullptr ? " entry " : " list ") +
                        std::to_string(messageId) + " " + std::string(listNameView(list.name));
-    text += entry != nullptr ? " " + std::to_string(entry->block.seq)
+    text += entry != nullptr ? " " + std::to_string(static_cast<const aclEntry*>(entry)->block.seq)
                              : " n " + std::to_string(list.count);
     testRecord(text);
 }
@@ -20,33 +20,32 @@ void copyRow(const char* task, const aclList& list, const aclEntry* entry, uint3
 }  // namespace
 
 // The row tells the newest entry identifier too: a trigger goes out before it is given.
-int aclTrigger(aclList* list, uint32_t ipv6) {
+int aclTrigger(const aclList* list) {
     if (list == nullptr) return 0;
     testRecord("trigger " + std::string(listNameView(list->name)) + " n " +
-               std::to_string(list->count) + " id " + std::to_string(list->lastEntryId) +
-               (ipv6 != 0 ? " v6" : ""));
+               std::to_string(list->count) + " id " + std::to_string(list->lastEntryId));
     return testFails(TEST_SEND) ? -1 : 0;
 }
 
-void aclSendListToSNMP(aclList* list, uint32_t messageId, const aclBinding*) {
+void aclSendListToSNMP(const aclList* list, uint32_t messageId) {
     copyRow("snmp", *list, nullptr, messageId);
 }
-void aclSendEntToSNMP(aclList* list, const aclEntry* entry, uint32_t messageId, const aclBinding*) {
+void aclSendEntToSNMP(const aclList* list, const listEntry* entry, uint32_t messageId) {
     copyRow("snmp", *list, entry, messageId);
 }
-void aclSendListToIPM(aclList* list, uint32_t messageId, const aclBinding* binding) {
-    std::string task = "ipm" + std::to_string(binding->instance);
+void aclSendListToIPM(const aclList* list, uint32_t messageId, const listClient* client) {
+    std::string task = "ipm" + std::to_string(client->instance);
     copyRow(task.c_str(), *list, nullptr, messageId);
 }
-void aclReplayListToIPM(aclList* list, const aclBinding* binding) {
-    aclSendListToIPM(list, 14409, binding);
+void aclReplayListToIPM(const aclList* list, const listClient* client) {
+    aclSendListToIPM(list, 14409, client);
 }
 bool aclNextListBehind(uint32_t, listName*) {
     return false;
 }
-void aclSendListToSYSADMTSk(aclList* list, uint32_t messageId) {
+void aclSendListToSYSADMTSk(const aclList* list, uint32_t messageId) {
     copyRow("sysadm", *list, nullptr, messageId);
 }
-void aclSendEntToSYSADMTSK(aclList* list, const aclEntry* entry, uint32_t messageId) {
+void aclSendEntToSYSADMTSK(const aclList* list, const listEntry* entry, uint32_t messageId) {
     copyRow("sysadm", *list, entry, messageId);
 }

@@ -104,7 +104,7 @@ TEST_F(ClientMessages, ATriggerReachesTheTasksAndStopsAtTheFirstThatCannotBeSent
         ASSERT_EQ(result(registration(14442, app, instance)), 0u);
     uint32_t status = 0;
     aclList* list = ipAccessListCreate(lan, IP_KIND_STANDARD, 1, &status);
-    for (uint32_t kind : {uint32_t{BIND_INTERFACE}, uint32_t{BIND_VLAN_GROUP}, 9u})
+    for (uint32_t kind : {uint32_t{CLIENT_INTERFACE}, uint32_t{CLIENT_VLAN_GROUP}, 9u})
         ASSERT_NE(aclBindingAdd(list, {kind}), nullptr);
     testTake();
     EXPECT_EQ(aclTrigger(nullptr, 0), 0);

@@ -1,4 +1,4 @@
-#include "download/halAclMgr.h"
+#include "interface/halAclMgr.h"
 
 int halAclMgrIsV6AclSupported() {
     return 1;

@@ -1,0 +1,84 @@
+// The agents of the cards as addressees: where messages for an interface go, and the one place
+// where a message is put into an agent's queue.
+#include "common/debug.h"
+#include "download/sendPath.h"
+#include "include/service.h"
+#include "platform/api/zekTask.h"
+
+namespace {
+
+uint64_t manager_swp_counter;  // messages enqueued, for a debugger's eyes
+
+}  // namespace
+
+agentIfName::agentIfName(uint32_t ifindex) {
+    (void)ifmIfIndexToLName(ifindex, text, sizeof text);
+}
+
+agentRoute agentRouteOf(uint32_t ifindex, uint32_t messageId) {
+    // The control processor's own lists go to its own agent; everything else to a card's.
+    if (ifindexType(ifindex) == IF_TYPE_CP && ifindexPort(ifindex) == 0 &&
+        ((messageId >= MT_ACL_ADDLIST && messageId <= MT_ACL_DELLIST) ||
+         messageId == MT_AGENT_REPLAY))
+        return {aclNode->queues.acl0qHandle,
+                0,
+                aclLinecardInfo[LINECARD_CP].agent0IpAddr,
+                aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST),
+                0,
+                AGENT_CP,
+                ifindex};
+    int slot = ifindexSlot(ifindex);
+    if (slot == SLOT_NONE)
+        return {ZEK_SWP_NONE, 0, ADDRESS_UNKNOWN, 0, SLOT_NONE, AGENT_COUNT, ifindex};
+    const aclLinecard& card = aclLinecardInfo[slot];
+    uint32_t number = static_cast<uint32_t>(slot);
+    return {card.aclAgent,
+            number,
+            card.agentIpAddr,
+            aclServicePort(APP_ACL_AGENT, number, QUEUE_REQUEST),
+            slot,
+            number,
+            ifindex};
+}
+
+void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen,
+                     uint32_t messageId) {
+    *header = {};
+    aclFillIpcHdr(&header->ipc, messageId, bodyLen + sizeof *header,
+                  {route.address, route.service, route.slot});
+    header->ipc.sequence = APP_ACL;
+    header->bodyLen = static_cast<uint32_t>(bodyLen);
+}
+
+int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route,
+                       const agentHdr& header, bool more) {
+    if (bodyLen > IPC_BUFFER_SIZE - sizeof(agentHdr)) return -1;
+    if (route.queue != ZEK_SWP_NONE) (void)aclCheckSwpQueueHealth(route.queue);
+    if (!addressIsKnown(route.address) || route.queue == ZEK_SWP_NONE) {
+        aclDebug(DEBUG_ACL_IPC, "target.card = %d : slot = %d\r\n", static_cast<int>(route.address),
+                 route.cardSlot);
+        return 0;
+    }
+    if (zekSwpQueueState(route.queue) != zekSwpState::inStep) return 0;  // part of its replay
+    const size_t length = sizeof(agentHdr) + bodyLen;
+    auto* message = static_cast<agentHdr*>(acl_Swp_Alloc(length));
+    if (message == nullptr) {
+        aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");
+        aclAgentLost(route.agent);
+        return -1;
+    }
+    *message = {};
+    message->ipc = header.ipc;
+    message->ipc.length = static_cast<uint32_t>(length);
+    message->more = more ? 1 : 0;
+    message->bodyLen = static_cast<uint32_t>(bodyLen);
+    std::memcpy(message + 1, body, bodyLen);
+    manager_swp_counter++;
+    if (zekSwpEnqueue(route.queue, message, length) != 0) {
+        acl_Swp_Free(message);
+        for (uint32_t area : {DEBUG_ACL_IPC, DEBUG_ACL_L2IPC})
+            aclDebug(area, "Error sending Message to ACL_AGENT on %s",
+                     agentIfName(route.ifindex).text);
+    }
+    return 0;
+}

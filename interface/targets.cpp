@@ -1,0 +1,61 @@
+#include "interface/targets.h"
+
+#include "interface/halAclMgr.h"
+#include "platform/api/zekTask.h"
+
+namespace {
+
+// What decides whether a card takes a list.
+struct cardRule {
+    uint32_t family, direction;
+    bool entry;
+    // Cards sort out egress IPv6 lists themselves.
+    bool unchecked() const { return family == INTF_V6 && direction == INTF_OUT; }
+    bool allows(const aclLinecard& card) const {
+        if (unchecked()) return true;
+        if (family == INTF_V6)
+            return card.isUp == 1 ? card.isIpv6Enabled != 0 : halAclMgrIsV6AclSupported() != 0;
+        // Of IPv4 only the egress lists themselves are held back from a card that cannot take them.
+        // Entries go to it all the same: its agent refuses them for want of their list.
+        return direction == INTF_IN || entry || card.isVortan != 0;
+    }
+};
+
+}  // namespace
+
+uint32_t aclPortPipe(uint32_t ifindex) {
+    int slot = ifindexSlot(ifindex);
+    if (slot == SLOT_NONE) return static_cast<uint32_t>(-1);
+    int port = ifindexUserPort(ifindex);
+    if (!ifindexHasPortId(ifindex))
+        port = zekSysCardTypeUsrPortIdToPortId(slot, ifindexPort(ifindex), port);
+    return static_cast<uint32_t>(port < 0 ? -1 : zekSysCardTypePortIdToPP(slot, port));
+}
+
+aclPlaceCards aclGetPPBitMap(const aclTargetQuery& query) {
+    aclPlaceCards cards;
+    const cardRule rule = {query.family, query.place.direction, query.entry};
+    const uint32_t walked = query.onlyMember != 0 ? query.onlyMember : query.place.ifindex;
+    if (walked == 0) return cards;
+    const uint32_t type = ifindexType(query.place.ifindex);
+    const bool marks = rule.unchecked() || type == IF_TYPE_LAG || type == IF_TYPE_VLAN;
+    aclWalkPorts(walked, [&](uint32_t port) {
+        const int slot = ifindexSlot(port);
+        if (slot == SLOT_NONE || (query.onlySlot != SLOT_NONE && slot != query.onlySlot)) return;
+        if (!rule.allows(aclLinecardInfo[slot])) {
+            cards.refused.set(static_cast<size_t>(slot));
+            return;
+        }
+        const int target = zekifIndexToSfId(port);
+        if (marks && target >= 0 && target < static_cast<int>(SLOT_COUNT))
+            cards.map[static_cast<size_t>(target)] = 1;
+    });
+    return cards;
+}
+
+aclTarget aclTargetOfPort(const aclTargetQuery& query, uint32_t port, int slot) {
+    aclTarget target{port, SLOT_NONE, aclPortPipe(port)};
+    // Only this family of forwarding chips filters what leaves a port.
+    target.refused = query.place.direction == INTF_OUT && aclLinecardInfo[slot].isVortan == 0;
+    return target;
+}

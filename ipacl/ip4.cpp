@@ -1,0 +1,223 @@
+// Ordinary IPv4 access lists: their row of the frame, and the names under which others use them.
+//
+// Kept in aclNode->trees.acl_tree by name.
+#include "common/debug.h"
+#include "include/policyMsg.h"
+#include "include/service.h"
+#include "ipacl/propagate.h"
+#include "ipacl/store.h"
+#include "ipacl/text.h"
+#include "ipacl/zekipaccess.h"
+#include "match/zekPolicy.h"
+
+namespace {
+
+// --- when two entries are one rule ---------------------------------------------------------------
+
+// `length` bytes of the entry block go to the key.
+struct keyPart {
+    uint8_t at, length, from;
+};
+// How the key of one kind of block is built: the front is common to all entries. A block whose kind
+// byte is not extended ends there. The rest depends on whether the protocol carries ICMP fields.
+struct keyTable {
+    uint8_t kindAt, protocolAt, icmpProtocol;
+    std::span<const keyPart> front, extended, icmp, other;
+    uint8_t shortLength, length;
+};
+
+constexpr uint8_t LOW = 3;  // offset of a word's low byte
+
+constexpr keyPart ip4Front[] = {
+    {0, 1, offsetof(ipEntryBlock, action) + LOW},     {1, 4, offsetof(ipEntryBlock, src)},
+    {5, 4, offsetof(ipEntryBlock, srcMask)},          {9, 1, offsetof(ipEntryBlock, order) + LOW},
+    {10, 1, offsetof(ipEntryBlock, fragments) + LOW}, {11, 1, offsetof(ipEntryBlock, dscp)},
+};
+constexpr keyPart ip4Extended[] = {
+    {12, 4, offsetof(ipEntryBlock, dst)},
+    {16, 4, offsetof(ipEntryBlock, dstMask)},
+    {20, 1, offsetof(ipEntryBlock, protocol)},
+};
+constexpr keyPart ip4Icmp[] = {
+    {21, 4, offsetof(ipEntryBlock, icmp)},
+};
+constexpr keyPart ip4Other[] = {
+    {21, 1, offsetof(ipEntryBlock, tcpFlags)},
+    {22, 8, offsetof(ipEntryBlock, srcLow)},  // four port words
+    {30, 1, offsetof(ipEntryBlock, srcOperator) + LOW},
+    {31, 1, offsetof(ipEntryBlock, dstOperator) + LOW},
+};
+constexpr keyTable ip4Key = {
+    offsetof(ipEntryBlock, kind),
+    offsetof(ipEntryBlock, protocol),
+    IP_PROTO_ICMP,
+    ip4Front,
+    ip4Extended,
+    ip4Icmp,
+    ip4Other,
+    12,
+    32,
+};
+static_assert(ip4Key.length <= DUP_KEY_MAX);
+
+void copyParts(std::span<const keyPart> parts, const uint8_t* block, uint8_t* key) {
+    for (const keyPart& part : parts) std::memcpy(key + part.at, block + part.from, part.length);
+}
+
+uint32_t buildKey(const keyTable& table, const uint8_t* block, uint8_t key[DUP_KEY_MAX]) {
+    std::memset(key, 0, DUP_KEY_MAX);
+    copyParts(table.front, block, key);
+    be32 kind;
+    std::memcpy(&kind, block + table.kindAt, sizeof kind);
+    if (kind != IP_KIND_EXTENDED) return table.shortLength;
+    copyParts(table.extended, block, key);
+    copyParts(block[table.protocolAt] == table.icmpProtocol ? table.icmp : table.other, block, key);
+    return table.length;
+}
+
+bool sameRule(const void* a, const void* b) {
+    constexpr size_t afterCounters = offsetof(ipEntryBlock, counterOptions) + 1;
+    constexpr size_t seq = offsetof(ipEntryBlock, seq);
+    constexpr size_t afterSeq = seq + sizeof(be32);
+    const auto* x = static_cast<const uint8_t*>(a);
+    const auto* y = static_cast<const uint8_t*>(b);
+    return std::memcmp(x, y, afterCounters - 1) == 0 &&
+           std::memcmp(x + afterCounters, y + afterCounters, seq - afterCounters) == 0 &&
+           std::memcmp(x + afterSeq, y + afterSeq, sizeof(ipEntryBlock) - afterSeq) == 0;
+}
+
+const ipEntryBlock& blockOf(const void* block) {
+    return *static_cast<const ipEntryBlock*>(block);
+}
+uint32_t contentKey(const void* block, uint8_t key[DUP_KEY_MAX]) {
+    return ipAccessDupEntGenerateKey(blockOf(block), key);
+}
+bool isL2L3(const void* block) {
+    return ipEntryIsL2L3(blockOf(block));
+}
+
+// --- the rows ------------------------------------------------------------------------------------
+
+void indexAdd(aclList* list, listEntry* entry) {
+    ipFilterIndexAdd(list, static_cast<aclEntry*>(entry));
+}
+void indexRemove(aclList* list, const listEntry* entry) {
+    ipFilterIndexRemove(list, static_cast<const aclEntry*>(entry));
+}
+
+void writeHeader(const aclList& list, uint32_t remove) {
+    acl_sent_to_cfg(list.name, remove, list.kind, 0);
+}
+void writeEntry(const aclList& list, const listEntry& entry, uint32_t remove) {
+    acl_ent_sent_to_cfg(static_cast<const aclEntry*>(&entry), remove, list.name);
+}
+
+// What IPv4, system and DoS lists share.
+constexpr aclFamily withIp4Entries(const char* name, zekRadix* aclTrees::*tree) {
+    aclFamily family{};
+    family.name = name;
+    family.af = AF_IPV4;
+    family.tree = tree;
+    family.entryBytes = sizeof(aclEntry);
+    family.blockBytes = sizeof(ipEntryBlock);
+    family.seqAt = offsetof(ipEntryBlock, seq);
+    family.seqMax = SEQ_MAX;
+    family.sameRule = sameRule;
+    family.triggerType = 14460;
+    return family;
+}
+
+constexpr aclFamily makeIp4() {
+    aclFamily family = withIp4Entries("IP", &aclTrees::acl_tree);
+    family.contentKey = contentKey;
+    family.outsideContentTree = isL2L3;
+    family.indexAdd = indexAdd;
+    family.indexRemove = indexRemove;
+    family.indexDrop = ipFilterIndexDrop;
+    family.agentIds[INTF_IN] = {MT_ACL_ADDLIST, MT_ACL_ADDENT, MT_ACL_DELENT, MT_ACL_DELLIST};
+    family.agentIds[INTF_OUT] = {MT_ACL_EGR_ADDLIST, MT_ACL_EGR_ADDENT, MT_ACL_EGR_DELENT,
+                                 MT_ACL_EGR_DELLIST};
+    family.ipmKeepsCopies = true;
+    family.clauseClass = RTMAP_MS_MATCH;
+    family.clauseCode = 5;
+    family.writeHeader = writeHeader;
+    family.writeEntry = writeEntry;
+    family.textFamily = CFG_FAMILY_V4;
+    return family;
+}
+
+}  // namespace
+
+constexpr aclFamily ip4Family = makeIp4();
+constexpr aclFamily ip4SystemFamily = withIp4Entries("IP", &aclTrees::aclSys_tree);
+constexpr aclFamily dosFamily = withIp4Entries("IP", &aclTrees::dos_tree);
+
+// --- the names -----------------------------------------------------------------------------------
+
+uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]) {
+    const uint32_t length = buildKey(ip4Key, reinterpret_cast<const uint8_t*>(&block), key);
+    key[0] = key[0] == IP_DENY ? 1 : 0;  // every other action permits
+    return length;
+}
+
+aclList* ipAccessListFind(const listName& name) {
+    return aclListFind(ip4Family, name);
+}
+aclList* ipAccessListFindFirst() {
+    return nameTreeFirst<aclList>(aclNode->trees.acl_tree);
+}
+aclList* ipAccessListFindNext(const listName& name) {
+    return nameTreeNext<aclList>(aclNode->trees.acl_tree, name);
+}
+aclList* ipAccessListFindPrev(const listName& name) {
+    return nameTreePrev<aclList>(aclNode->trees.acl_tree, name);
+}
+bool ipCheckForPrefixAccessList(const listName& name) {
+    const aclList* list = ipAccessListFind(name);
+    return list != nullptr && list->placeholder == 0 && list->kind != 0;
+}
+
+aclEntry* ipAccessEntFind(const listName& name, const ipEntryBlock* block) {
+    return static_cast<aclEntry*>(aclEntryFindEqual(ipAccessListFind(name), block));
+}
+aclEntry* ipAccessEntCompareSeq(const listName& name, const ipEntryBlock* block) {
+    const aclList* list = ipAccessListFind(name);
+    return list != nullptr ? static_cast<aclEntry*>(aclDupFindSeq(list, block->seq)) : nullptr;
+}
+
+aclList* ipAccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
+                            uint32_t* status) {
+    return aclListCreate(ip4Family, name, kind, placeholder, status);
+}
+uint32_t ipAccessListDelete(const listName& name, uint32_t kind) {
+    return aclListDelete(ip4Family, name, kind);
+}
+uint32_t ipAddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t log,
+                          uint32_t monitor) {
+    return aclListAdd(ip4Family, name, block, {log, monitor});
+}
+uint32_t ipDelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
+                          uint32_t cfgAndTrigger) {
+    return aclListDel(ip4Family, name, block, send != 0, cfgAndTrigger != 0);
+}
+
+void ipInvertAccessEntryMask() {
+    for (aclList* list = ipAccessListFindFirst(); list != nullptr;
+         list = ipAccessListFindNext(list->name)) {
+        for (const aclEntry& entry : entriesOf<aclEntry>(list->head)) {
+            acl_ent_sent_to_cfg(&entry, 1, list->name);
+            acl_ent_sent_to_cfg(&entry, 0, list->name);
+        }
+        // The removal of an entry's line takes a remark of the same number with it.
+        for (aclRemark* remark = list->remarks; remark != nullptr; remark = remark->next)
+            aclManageAclEntryRemark(*remark, *list, 0);
+    }
+    // A trace list's lines show masks as well: left as they are they would lose their addresses.
+    for (aclList* list = ipDosListFindFirst(); list != nullptr;
+         list = ipDosListFindNext(list->name)) {
+        for (const aclEntry& entry : entriesOf<aclEntry>(list->head)) {
+            dos_ent_sent_to_cfg(&entry, 1, list->name);
+            dos_ent_sent_to_cfg(&entry, 0, list->name);
+        }
+    }
+}
