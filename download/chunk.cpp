@@ -76,11 +76,9 @@ int iAclIPCCheckAclList(std::span<uint8_t> staging, const listName& name, const 
     const agentForm& form = *row.form;
     aclDebug(form.debugArea, "Sending list " LIST_NAME_FMT " with %d entries to agent %s \r\n",
              listNameArg(name), static_cast<int>(count), agentIfName(route.ifindex).text);
-    // A deletion carries no entries whatever the list has.
-    if (first == nullptr || row.carries == HEADER) {
+    if (first == nullptr) {
         if (row.name != nullptr) aclDebug(form.debugArea, "Message is a %s\r\n", row.name);
         count = 0;
-        first = nullptr;
     }
     const size_t size = form.bodyBytes(count);
     aclDebug(form.debugArea, form.sizeFormat, static_cast<int>(size),

@@ -55,8 +55,11 @@ int iAclSendToAclAgent(const aclTarget& target, const aclSend& send) {
     }
     const bool isList = send.entry == nullptr;
     row.form->header(staging, target, send);
+    // Only a message that carries lists takes a list's entries along; a deletion has its header.
+    const listEntry* first = send.entry;
+    if (isList && row.carries == agentCarries::list) first = send.list->head;
     return iAclIPCCheckAclList(
-        {staging, IPC_BUFFER_SIZE}, send.list->name, isList ? send.list->head : send.entry,
+        {staging, IPC_BUFFER_SIZE}, send.list->name, first,
         isList ? static_cast<uint32_t>(std::max(send.list->count, 0)) : entriesIn(send), route,
         row);
 }

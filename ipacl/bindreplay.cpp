@@ -73,6 +73,7 @@ void aclReplayToControlPlane() {
     const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
     if (intf == nullptr) return;
     forBoundLists(*intf, [](const aclList* list, const aclBinding& b) {
+        if (b.direction != INTF_IN) return;  // its own agent is sent the ingress list alone
         (void)iAclSendToAclAgent({IFINDEX_CP_BIND},
                                  {MT_ACL_ADDLIST, list, nullptr, 1, &b.block, b.implicitPermit});
     });
