@@ -1,5 +1,5 @@
 // Agents that register, and cards that go down.
-#include "ipacl/store.h"
+#include "common/clients.h"
 #include "tests/download/fixture.h"
 
 namespace {
@@ -31,10 +31,14 @@ struct Agents : DownloadTest {
     texts deliverAll(const bytes& m) {
         std::memcpy(received, m.data(), m.size());
         aclTakeMessage(aclNode, received, m.size());
-        texts rows;
-        for (testRow& row : testTakeRows())
-            rows.push_back(row.text.substr(0, row.text.find(" length")));
-        return rows;
+        texts all;
+        rows = testTakeRows();
+        for (const testRow& row : rows) all.push_back(row.text.substr(0, row.text.find(" length")));
+        return all;
+    }
+    std::vector<testRow> rows;
+    static std::string answer(uint32_t type, uint32_t service = CLIENT_SERVICE) {
+        return "send " + std::to_string(type) + " to " + std::to_string(service);
     }
     bool isDown(uint32_t slot) {
         const aclLinecard& card = aclLinecardInfo[slot];
@@ -47,19 +51,14 @@ struct Agents : DownloadTest {
 TEST_F(Agents, ARegistrationFillsTheRecordAndIsFollowedByTheReplayInOrder) {
     aclNode->peer.ramDataSync = 1;
     uint32_t transId = aclMgrTransId;
-    bytes request = registration(5, CARD_5);
-    std::memcpy(received, request.data(), request.size());
-    aclTakeMessage(aclNode, received, request.size());
-    std::vector<testRow> rows = testTakeRows();
+    texts got = deliverAll(registration(5, CARD_5));
     const aclLinecard& card = aclLinecardInfo[5];
-    texts got;
-    for (const testRow& row : rows) got.push_back(row.text.substr(0, row.text.find(" length")));
     ASSERT_GE(got.size(), 6u);
-    EXPECT_EQ(texts(got.begin(), got.begin() + 6),
-              (texts{"swpqueue 62 slot 5 is " + handle(card.aclAgent),
-                     "swpqueue 148 slot 5 is " + handle(card.macAgent),
-                     "send 14403 to " + std::to_string(CLIENT_SERVICE), "peer 14523 to 7809",
-                     "send 14408 to 12801", "swp " + handle(card.aclAgent) + " 14413"}));
+    got.resize(6);
+    EXPECT_EQ(got, (texts{"swpqueue 62 slot 5 is " + handle(card.aclAgent),
+                          "swpqueue 148 slot 5 is " + handle(card.macAgent), answer(14403),
+                          "peer 14523 to 7809", "send 14408 to 12801",
+                          "swp " + handle(card.aclAgent) + " 14413"}));
     EXPECT_EQ((std::array<uint32_t, 7>{card.isUp, card.isVortan, card.isIpv6Enabled, card.word5,
                                        card.v6EgAclSupported, card.type, card.agentIpAddr}),
               (std::array<uint32_t, 7>{1, 11, 12, 13, 14, 15, CARD_5}));
@@ -74,12 +73,11 @@ TEST_F(Agents, ARegistrationFillsTheRecordAndIsFollowedByTheReplayInOrder) {
                                           headerBytes({.name = "Global Acl",
                                                        .count = 0,
                                                        .ifindex = 0x4C040000,
+                                                       .option = 0,
                                                        .runCount = 0,
-                                                       .blockFill = 0})));
-
+                                                       .block = 0})));
     // Again: the answer, and nothing else.
-    EXPECT_EQ(deliverAll(registration(5, CARD_5)),
-              texts{"send 14403 to " + std::to_string(CLIENT_SERVICE)});
+    EXPECT_EQ(deliverAll(registration(5, CARD_5)), texts{answer(14403)});
 }
 
 TEST_F(Agents, TheAddressIsAskedForThirtyTimesAFifthOfASecondApart) {
@@ -114,11 +112,11 @@ TEST_F(Agents, ARefusedRegistrationLeavesTheSlotDown) {
         (texts{aclQueue + " failed", "syserr 0x50001 Unable to create SWP queue for ACL_AGENT"}));
     EXPECT_TRUE(isDown(5));
     testFail(TEST_QUEUE, 2, 1);
-    texts rows = deliverAll(registration(5, CARD_5));
-    ASSERT_EQ(rows.size(), 4u);
-    EXPECT_EQ(rows[1], macQueue + " failed");
-    EXPECT_EQ(rows[2], "syserr 0x50001 Unable to create SWP queue for MAC_AGENT");
-    EXPECT_TRUE(rows[3].starts_with("swpremove "));
+    const texts made = deliverAll(registration(5, CARD_5));
+    ASSERT_EQ(made.size(), 4u);
+    EXPECT_EQ(made[1], macQueue + " failed");
+    EXPECT_EQ(made[2], "syserr 0x50001 Unable to create SWP queue for MAC_AGENT");
+    EXPECT_TRUE(made[3].starts_with("swpremove "));
     EXPECT_TRUE(isDown(5));
     // Slots that there are not, and messages that end too early, of every length.
     for (uint32_t slot : {20u, 63u, 0xFFFFFFFFu})
@@ -143,15 +141,15 @@ TEST_F(Agents, AFlushEmptiesWhatWaitsForTheSlot) {
         uint32_t slot;
         std::set<zekSwpHandle> busy;
         texts effects;
-    } const rows[] = {
+    } const table[] = {
         {3, {}, {}},
         {3, {acl}, {flush + handle(acl)}},
-        {3, {mac}, {flush + handle(mac)}},
         {3, {acl, mac}, {flush + handle(acl), flush + handle(mac)}},
+        {3, {mac}, {flush + handle(mac)}},
         {5, {lone}, {}},
         {6, {}, {}},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : table) {
         testHost.busyQueues = row.busy;
         EXPECT_EQ(deliverAll(registration(row.slot, CARD_5, 60, 1129)), row.effects);
     }
@@ -159,29 +157,26 @@ TEST_F(Agents, AFlushEmptiesWhatWaitsForTheSlot) {
 
 // An agent that takes marks: its replays begin and end with one, and each need brings one replay.
 TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
-    // "begin 7 need 3" for a mark, else the message id.
-    auto sent = [this](const bytes& m) {
+    // What an agent's registration with this word sets off: "begin 7 to SERVICE" for a mark, else
+    // the message id.
+    auto sent = [this](bytes m, size_t at, uint32_t word) {
+        put32(m, at, word);
         std::memcpy(received, m.data(), m.size());
         aclTakeMessage(aclNode, received, m.size());
-        texts rows;
+        texts all;
         for (const bytes& out : enqueued()) {
             const uint32_t id = get32(out, 12);
-            rows.push_back(std::to_string(id));
+            all.push_back(std::to_string(id));
             if (id != 30003) continue;
             EXPECT_EQ(out.size(), 144u);
-            const char* const marks[] = {"?", "begin", "end"};
-            rows.back() = std::string(marks[get32(out, 132) % 3]) + " need " +
-                          std::to_string(get32(out, 140)) + " to " + std::to_string(get32(out, 56));
+            const char* const marks[] = {"?", "begin ", "end "};
+            all.back() = marks[get32(out, 132) % 3] + std::to_string(get32(out, 140)) + " to " +
+                         std::to_string(get32(out, 56));
         }
-        return rows;
+        return all;
     };
-    auto replay = [](const std::string& need, const std::string& to, const texts& between) {
-        texts rows{"begin need " + need + " to " + to};
-        rows.insert(rows.end(), between.begin(), between.end());
-        rows.push_back("end need " + need + " to " + to);
-        return rows;
-    };
-    const texts nothing, card{"14413"};
+    auto card = [&](uint32_t word) { return sent(registration(5, CARD_5), 60, word); };
+    const texts nothing;
     constexpr uint32_t marks = 1;
     const zekSwpHandle& queue = aclLinecardInfo[5].aclAgent;
     struct {
@@ -189,41 +184,31 @@ TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
         uint32_t word;
         texts wanted;
         bool lost = false;
-    } const rows[] = {
-        {"needs one at its start", 8 << 1 | marks, replay("8", "7957", card)},
+    } const table[] = {
+        {"needs one at its start", 8 << 1 | marks, {"begin 8 to 7957", "14413", "end 8 to 7957"}},
         {"names it again", 8 << 1 | marks, nothing},
         {"needs none", marks, nothing},
-        {"needs another", 9 << 1 | marks, replay("9", "7957", card)},
-        {"is there, and has lost something", marks, replay("9", "7957", card), true},
-        {"takes no marks", 10 << 1, card},
+        {"needs another", 9 << 1 | marks, {"begin 9 to 7957", "14413", "end 9 to 7957"}},
+        {"has lost something", marks, {"begin 9 to 7957", "14413", "end 9 to 7957"}, true},
+        {"takes no marks", 10 << 1, {"14413"}},
         {"knows nothing of replays", 0, nothing},
     };
-    for (const auto& row : rows) {
+    for (const auto& row : table) {
         SCOPED_TRACE(row.what);
-        bytes m = registration(5, CARD_5);
-        put32(m, 60, row.word);
         if (row.lost) zekSwpQueueLose(queue);
-        EXPECT_EQ(sent(m), row.wanted);
+        EXPECT_EQ(card(row.word), row.wanted);
         EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::inStep);
     }
     // Another card does not speak for the slot.
-    bytes stranger = registration(5, CARD_5 + 1);
-    put32(stranger, 60, 11 << 1 | marks);
-    EXPECT_EQ(sent(stranger), nothing);
+    EXPECT_EQ(sent(registration(5, CARD_5 + 1), 60, 11 << 1 | marks), nothing);
 
     testHost.addresses[{165, 0}] = OWN_CARD;
-    bytes cp = message(14401, 68);
-    put32(cp, 64, 5 << 1 | marks);
-    EXPECT_EQ(sent(cp), replay("5", "21121", {}));
-    EXPECT_EQ(sent(cp), nothing);
-    put32(cp, 64, 6 << 1 | marks);
-    EXPECT_EQ(sent(cp), replay("6", "21121", {}));
+    for (const texts& wanted : {texts{"begin 5 to 21121", "end 5 to 21121"}, nothing})
+        EXPECT_EQ(sent(message(14401, 68), 64, 5 << 1 | marks), wanted);
 
     // A replay that is lost on its way has no end.
-    bytes m = registration(5, CARD_5);
-    put32(m, 60, 12 << 1 | marks);
     testFail(TEST_BLOCK, 2, 1);
-    EXPECT_EQ(sent(m), texts{"begin need 12 to 7957"});
+    EXPECT_EQ(card(12 << 1 | marks), texts{"begin 12 to 7957"});
     EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::lost);
 }
 
@@ -239,17 +224,17 @@ TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
     EXPECT_TRUE(pass().empty());
     testHost.primary = false;
     EXPECT_TRUE(pass().empty());
-    ipList made("edge", 1);
-    EXPECT_EQ(aclSendToAclAgent(&made.list, PORT_5_0, 1, 14409, 0, 0, 0), 0);
+    const madeList<aclEntry> made(1);
+    EXPECT_EQ(aclSendToPlace({PORT_5_0, INTF_IN}, {14409, &made.list}), 0);
     EXPECT_TRUE(pass().empty());
     testHost.primary = true;
-    texts rows = pass();
-    std::erase_if(rows, [](const std::string& row) { return !row.ends_with(">5"); });
-    EXPECT_EQ(rows, (texts{"30003>5", "14413>5", "30003>5"}));
+    texts sent = pass();
+    std::erase_if(sent, [](const std::string& row) { return !row.ends_with(">5"); });
+    EXPECT_EQ(sent, (texts{"30003>5", "14413>5", "30003>5"}));
     EXPECT_TRUE(pass().empty());
     // Gone and back between two passes, with a change that was not sent.
     testHost.primary = false;
-    EXPECT_EQ(aclSendVlanAclToAclAgent(&made.list, VLAN_10, 1, 14409, 0, 0), 0);
+    EXPECT_EQ(aclSendToPlace({VLAN_10, INTF_IN}, {14409, &made.list}), 0);
     testHost.primary = true;
     EXPECT_FALSE(pass().empty());
 }
@@ -259,55 +244,47 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
     constexpr uint32_t address = 0x7F010055;
     for (auto key : {std::pair{18u, 0u}, {33u, 0u}, {87u, 0u}, {87u, 1u}, {87u, 2u}})
         testHost.addresses[key] = address;
+    aclQueues& q = aclNode->queues;
     struct {
         uint32_t type, service, app, instance;
         const char* name;
         zekSwpHandle* handle;
         uint32_t* card = nullptr;
-    } const rows[] = {
+    } const table[] = {
         {14404, CLIENT_SERVICE, 148, 3, "MAC_AGENT", &aclLinecardInfo[3].macAgent},
-        {14405, 2305, 18, 0, "SNMP", &aclNode->queues.aclSNMPqHandle,
-         &aclNode->queues.snmptargetcard},
-        {14406, 11137, 87, 0, "IPM", &aclNode->queues.aclIPMqHandle[0],
-         &aclNode->queues.ipmtargetcard[0]},
-        {14406, 11137 + 4, 87, 1, "IPM", &aclNode->queues.aclIPMqHandle[1],
-         &aclNode->queues.ipmtargetcard[1]},
-        {14406, 11137 + 8, 87, 2, "IPM", &aclNode->queues.aclIPMqHandle[2],
-         &aclNode->queues.ipmtargetcard[2]},
-        {14407, 4225, 33, 0, "SYSADMTSK", &aclNode->queues.aclSYSADMTSKqHandle,
-         &aclNode->queues.sysadmtsktargetcard},
-        {14552, 21249, 166, 0, "ACL2", &aclNode->queues.acl2qHandle},
+        {14405, 2305, 18, 0, "SNMP", &q.aclSNMPqHandle, &q.snmptargetcard},
+        {14406, 11137, 87, 0, "IPM", &q.aclIPMqHandle[0], &q.ipmtargetcard[0]},
+        {14406, 11141, 87, 1, "IPM", &q.aclIPMqHandle[1], &q.ipmtargetcard[1]},
+        {14406, 11145, 87, 2, "IPM", &q.aclIPMqHandle[2], &q.ipmtargetcard[2]},
+        {14407, 4225, 33, 0, "SYSADMTSK", &q.aclSYSADMTSKqHandle, &q.sysadmtsktargetcard},
+        {14552, 21249, 166, 0, "ACL2", &q.acl2qHandle},
     };
-    for (const auto& row : rows) {
+    auto ask = [this](uint32_t type, uint32_t slot, uint32_t service) {
+        bytes m = message(type);
+        put32(m, 36, slot);
+        put32(m, 44, service);
+        return deliverAll(m);
+    };
+    for (const auto& row : table) {
         SCOPED_TRACE(row.service);
-        bytes ask = message(row.type);
-        put32(ask, 36, 3);
-        put32(ask, 44, row.service);
+        auto asked = [&] { return ask(row.type, 3, row.service); };
         const std::string queue =
             "swpqueue " + std::to_string(row.app) + " slot " + std::to_string(row.instance);
-        const std::string answer =
-            "send " + std::to_string(row.type) + " to " + std::to_string(row.service);
+        const std::string told = answer(row.type, row.service);
         testFail(TEST_QUEUE, 1, 1);
-        EXPECT_EQ(
-            deliverAll(ask),
-            (texts{queue + " failed",
-                   std::string("syserr 0x50001 Unable to create SWP queue for ") + row.name}));
+        EXPECT_EQ(asked(), (texts{queue + " failed",
+                                  std::string("syserr 0x50001 Unable to create SWP queue for ") +
+                                      row.name}));
         EXPECT_TRUE(row.card == nullptr || *row.card == ADDRESS_UNKNOWN);
-        const texts made = deliverAll(ask);
-        EXPECT_EQ(made, (texts{queue + " is " + handle(*row.handle), answer}));
-        EXPECT_EQ(deliverAll(ask), texts{answer});
+        const texts made = asked();
+        EXPECT_EQ(made, (texts{queue + " is " + handle(*row.handle), told}));
+        EXPECT_EQ(asked(), texts{told});
         EXPECT_EQ(testHost.replays[*row.handle], row.app == 148 ? 0 : 2) << "a session for each";
         EXPECT_TRUE(row.card == nullptr || *row.card == address);
     }
     EXPECT_EQ(aclNode->standing.acl2Registered, 1u);
-    for (auto [type, slot, service] : {std::tuple{14404u, 20u, CLIENT_SERVICE},
-                                       {14406u, 3u, 11137u + 12},
-                                       {14406u, 3u, 0xFFFFFFFFu}}) {
-        bytes nobody = message(type);
-        put32(nobody, 36, slot);
-        put32(nobody, 44, service);
-        EXPECT_TRUE(deliverAll(nobody).empty());
-    }
+    EXPECT_EQ(ask(14404, 20, CLIENT_SERVICE), texts{});
+    for (uint32_t service : {11149u, 0xFFFFFFFFu}) EXPECT_EQ(ask(14406, 3, service), texts{});
 }
 
 TEST_F(Agents, ACardThatGoesDownIsForgottenAndMayRegisterAgain) {
@@ -319,35 +296,37 @@ TEST_F(Agents, ACardThatGoesDownIsForgottenAndMayRegisterAgain) {
         bytes down = message(2009, 72);
         put32(down, 64, event);
         put32(down, 68, 5);
-        const std::string answer = "send 2009 to " + std::to_string(CLIENT_SERVICE);
-        EXPECT_EQ(deliverAll(down), (texts{"log EvtHandler reported Line card 5 as down \r\n",
-                                           "swpremove " + handle(acl), "swpremove " + handle(mac),
-                                           "peer 14523 to 7809", answer}));
+        auto log = [](const std::string& slot) {
+            return "log EvtHandler reported Line card " + slot + " as down \r\n";
+        };
+        EXPECT_EQ(deliverAll(down),
+                  (texts{log("5"), "swpremove " + handle(acl), "swpremove " + handle(mac),
+                         "peer 14523 to 7809", answer(2009)}));
         EXPECT_TRUE(isDown(5));
-        for (const char* slot : {"20", "-1"}) {
-            put32(down, 68, static_cast<uint32_t>(atoi(slot)));
-            EXPECT_EQ(deliverAll(down), (texts{std::string("log EvtHandler reported Line card ") +
-                                                   slot + " as down \r\n",
-                                               answer}));
+        for (int slot : {20, -1}) {
+            put32(down, 68, static_cast<uint32_t>(slot));
+            EXPECT_EQ(deliverAll(down), (texts{log(std::to_string(slot)), answer(2009)}));
         }
         EXPECT_GT(deliverAll(registration(5, CARD_5)).size(), 4u);
     }
 }
 
-TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
+TEST_F(Agents, TheControlProcessorsAgentGetsItsIngressListOnce) {
     auto ask = [&](uint32_t supported) {
         bytes m = message(14401, 64);
         put32(m, 60, supported);
         return deliverAll(m);
     };
-    const std::string answer = "send 14401 to " + std::to_string(CLIENT_SERVICE);
-    ipList made("protect", 1);
-    aclBinding* bound = aclBindingAdd(&made.list, {CLIENT_INTERFACE, 0x42068000});
-    bound->implicitPermit = 6;
-    std::memset(bound->block.b, 0x2D, sizeof bound->block.b);
-    (void)aclBindingAdd(&made.list, {CLIENT_INTERFACE, 0x42068000, 0, 1});
-    (void)aclBindingAdd(&made.list, {CLIENT_INTERFACE, PORT_3_1});
-    aclIntfObtain(0x42068000, 0, nullptr)->lists[INTF_V4][INTF_IN] = &made.list;
+    madeList<aclEntry> made(1);
+    auto bind = [&](uint32_t direction, uint32_t permit, int fill) {
+        auto* b = static_cast<aclBinding*>(clientAdd(
+            &made.list, {CLIENT_INTERFACE, IFINDEX_CP_BIND, 0, direction}, sizeof(aclBinding)));
+        b->implicitPermit = permit;
+        std::memset(b->block.b, fill, sizeof b->block.b);
+        aclIntfObtain(IFINDEX_CP_BIND, 0, nullptr)->lists[INTF_V4][direction] = &made.list;
+    };
+    bind(INTF_IN, 6, 0x2D);
+    bind(INTF_OUT, 0, 0);
 
     EXPECT_EQ(ask(1), texts{CP_NOT_KNOWN});
     testHost.addresses[{165, 0}] = 0x7F0100C8;
@@ -355,16 +334,19 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsListOnce) {
     EXPECT_EQ(ask(1), (texts{"swpqueue 165 slot 0 failed",
                              "syserr 0x50001 Unable to create SWP queue for ACL0_AGENT"}));
     aclNode->chassis.supportAclOnCP = 0;
-    texts rows = ask(9);
-    ASSERT_EQ(rows.size(), 3u);
-    EXPECT_EQ(rows[1], answer);
-    EXPECT_EQ(rows[2], "swp " + handle(aclNode->queues.acl0qHandle) + " 14409");
+    const texts got = ask(9);
+    ASSERT_EQ(got.size(), 3u);
+    EXPECT_EQ(got[1], answer(14401));
+    EXPECT_EQ(rows[2].bytes,
+              messageBytes(14409, 0, 0,
+                           headerBytes({.ifindex = IFINDEX_CP_BIND, .option = 6, .block = 0x2D}) +
+                               imageBytes(made.entries[0]),
+                           0x7F0100C8, 21121));
     EXPECT_EQ(aclNode->chassis.supportAclOnCP, 9u);
     EXPECT_EQ(aclNode->standing.acl0Registered, 1u);
-    EXPECT_EQ(made.list.sendBlock.b[519], 0x2D);
-    EXPECT_EQ(ask(1), texts{answer});
+    EXPECT_EQ(ask(1), texts{answer(14401)});
     EXPECT_EQ(aclNode->chassis.supportAclOnCP, 9u);
-    while (made.list.bindings != nullptr) aclBindingDrop(&made.list, made.list.bindings);
+    clientsFree(&made.list);
 }
 
 TEST_F(Agents, WithoutAMacManagerItIsNotTold) {

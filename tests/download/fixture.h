@@ -8,8 +8,9 @@
 #include "tests/task/fixture.h"
 
 typedef std::vector<uint8_t> bytes;
+typedef std::vector<std::string> texts;
 
-inline void put32(bytes& b, size_t at, uint32_t v) {
+inline void put32(bytes& b, size_t at, size_t v) {
     for (size_t i = 0; i < 4; i++) b.at(at + i) = static_cast<uint8_t>(v >> (24 - 8 * i));
 }
 inline uint32_t get32(const bytes& b, size_t at) {
@@ -23,10 +24,6 @@ inline bytes operator+(bytes a, const bytes& b) {
     a.insert(a.end(), b.begin(), b.end());
     return a;
 }
-inline bytes slice(const bytes& b, size_t from, size_t length) {
-    auto at = b.begin() + static_cast<ptrdiff_t>(from);
-    return {at, at + static_cast<ptrdiff_t>(length)};
-}
 
 constexpr uint32_t AGENT_CARD = 0x7F010100;  // plus the slot: the address of a card's agents
 constexpr uint32_t PORT_3_1 = 0x08080000;    // slot 3, user port 1
@@ -36,13 +33,52 @@ constexpr uint32_t PORT_5_0 = 0x0C040000;
 constexpr uint32_t LAG_7 = 0x00030007, LAG_8 = 0x00030008;
 constexpr uint32_t VLAN_10 = 0x0003800A;
 
-// The wanted list header of an IPv4 or IPv6 list, as it is for a list that is made below.
+// A list outside every store, with `n` entries that are numbered 5, 10, ... Each byte of a block
+// differs from its neighbours and from the same byte of the entries beside it, so that one in the
+// wrong place shows.
+template <class Entry>
+struct madeList {
+    aclList list{};
+    std::deque<Entry> entries;
+    explicit madeList(size_t n, const std::string& name = "edge") : entries(n) {
+        list.name = listNameMake(name);
+        list.kind = 2;
+        list.placeholder = 3;
+        list.lastEntryId = 0xABCD;
+        list.count = static_cast<int32_t>(n);
+        list.highestSeq = static_cast<uint32_t>(5 * n);
+        uint32_t i = 0;
+        listEntry** last = &list.head;
+        for (Entry& e : entries) {
+            auto* block = reinterpret_cast<uint8_t*>(&e.block);
+            for (size_t at = 0; at < sizeof e.block; at++)
+                block[at] = static_cast<uint8_t>(at + i + 1);
+            if constexpr (std::is_same_v<Entry, aclEntry>)
+                e.block.protocol = std::array<uint8_t, 4>{6, 17, 1, 50}[i % 4];
+            if constexpr (std::is_same_v<Entry, l2AclEntry>) e.counterOptions = 0x51515151 + i;
+            e.id = ++i;
+            e.block.seq = 5 * i;
+            e.matchCount = 1000 + i;
+            e.log = 0x01020304 + i;
+            e.monitor = 0x05060708 + i;
+            *last = &e;
+            last = &e.next;
+        }
+    }
+};
+
+// --- what agents and tasks must be sent ----------------------------------------------------------
+
+// The header of a list; what it says of its binding is what the tests give.
 struct wantHeader {
     std::string name = "edge";
-    uint32_t count = 1, kind = 2, ifindex = PORT_3_1;
-    uint32_t option = 0, runCount = 1, vlan = 0;
-    uint8_t group = 0, pipe = 0, blockFill = 0xB5;
+    size_t count = 1;
+    uint32_t kind = 2, ifindex = PORT_3_1, option = 7;
+    size_t runCount = 1;
+    uint32_t vlan = 0, group = 0;
+    uint8_t pipe = 0, block = 0xB5;
     std::string groupName{};
+    uint32_t lastEntryId = 0, placeholder = 0;  // of MAC lists
 };
 inline bytes headerBytes(const wantHeader& w) {
     bytes b(1056);
@@ -51,33 +87,45 @@ inline bytes headerBytes(const wantHeader& w) {
     put32(b, 316, w.kind);
     put32(b, 352, w.ifindex);
     put32(b, 364, w.option);
-    std::fill_n(b.begin() + 372, 520, w.blockFill);
+    std::fill_n(b.begin() + 372, 520, w.block);
     put32(b, 896, w.runCount);
     put32(b, 904, w.vlan);
-    b[908] = w.group;
+    b[908] = static_cast<uint8_t>(w.group);
     b[909] = w.pipe;
     putText(b, 910, w.groupName);
     return b;
 }
-// The wanted message around a body, for a card's agent unless another address is given.
-inline bytes messageBytes(uint32_t id, uint32_t slot, uint32_t more, const bytes& body,
-                          uint32_t address = 0, uint32_t service = 0) {
-    bytes b(132);
-    put32(b, 8, static_cast<uint32_t>(132 + body.size()));
-    put32(b, 12, id);
-    put32(b, 32, 61);
-    put32(b, 40, OWN_CARD);
-    put32(b, 44, 7810);
-    put32(b, 48, slot);
-    put32(b, 52, address != 0 ? address : AGENT_CARD + slot);
-    put32(b, 56, service != 0 ? service : 7937 + 4 * slot);
-    put32(b, 124, more);
-    put32(b, 128, static_cast<uint32_t>(body.size()));
-    return b + body;
+inline bytes macHeaderBytes(const wantHeader& w) {
+    bytes b(784);
+    putText(b, 16, w.name);
+    put32(b, 168, w.lastEntryId);
+    put32(b, 172, w.kind);
+    put32(b, 176, w.placeholder);
+    put32(b, 180, w.count);
+    put32(b, 184, w.ifindex);
+    std::fill_n(b.begin() + 188, 520, w.block);
+    return b;
 }
-// The wanted agent entry of a block.
-inline bytes entryBytes(const ipEntryBlock& block, uint32_t log, uint32_t monitor) {
+
+// An image that begins with 8 bytes of links, and then the block and words.
+template <class Block>
+bytes imageOf(size_t size, const Block& block, size_t times, std::array<uint32_t, 4> words) {
     const auto* from = reinterpret_cast<const uint8_t*>(&block);
+    bytes b(8);
+    for (; times > 0; times--) b.insert(b.end(), from, from + sizeof block);
+    const size_t at = b.size();
+    b.resize(size);
+    for (size_t i = 0; i < 4; i++) put32(b, at + 4 * i, words[i]);
+    return b;
+}
+inline bytes imageBytes(const acl6Entry& e) {
+    return imageOf(140, e.block, 1, {e.log, e.monitor, e.id, e.matchCount});
+}
+inline bytes imageBytes(const l2AclEntry& e) {
+    return imageOf(184, e.block, 2, {e.id, e.counterOptions, e.log, e.monitor});
+}
+inline bytes imageBytes(const aclEntry& e) {
+    const auto* from = reinterpret_cast<const uint8_t*>(&e.block);
     const uint8_t protocol = from[53];
     const bool tcp = protocol == 6, ports = tcp || protocol == 17, icmp = protocol == 1;
     struct {
@@ -92,38 +140,28 @@ inline bytes entryBytes(const ipEntryBlock& block, uint32_t log, uint32_t monito
     for (const auto& run : runs)
         if (run.carried)
             std::copy_n(from + run.block, run.length, b.begin() + static_cast<ptrdiff_t>(run.at));
-    b[39] = static_cast<uint8_t>(log);
-    put32(b, 388, monitor);
+    b[39] = static_cast<uint8_t>(e.log);
+    put32(b, 388, e.monitor);
     std::copy_n(b.begin() + 56, 144, b.begin() + 204);
     return b;
 }
 
-// A list outside every store, with `n` entries that are numbered 5, 10, ...
-template <class List, class Entry>
-struct madeList {
-    List list{};
-    std::deque<Entry> entries;
-    madeList(const std::string& name, size_t n) {
-        list.name = listNameMake(name);
-        list.kind = 2;
-        std::memset(list.sendBlock.b, 0xB5, sizeof list.sendBlock.b);
-        for (size_t i = 0; i < n; i++) add();
-    }
-    void add() {
-        entries.emplace_back();
-        Entry& e = entries.back();
-        e.block.seq = static_cast<uint32_t>(5 * entries.size());
-        if (entries.size() > 1) entries[entries.size() - 2].next = &e;
-        link(list, &entries.front());
-        list.count++;
-    }
-    static void link(aclList& l, aclEntry* head) { l.head = head; }
-    static void link(aclList& l, acl6Entry* head) { l.head6 = head; }
-    static void link(l2AclList& l, l2AclEntry* head) { l.head = head; }
-};
-using ipList = madeList<aclList, aclEntry>;
-using ip6List = madeList<aclList, acl6Entry>;
-using macList = madeList<l2AclList, l2AclEntry>;
+// The message around a body, for a card's agent unless another address is given.
+inline bytes messageBytes(uint32_t id, uint32_t slot, uint32_t more, const bytes& body,
+                          uint32_t address = 0, uint32_t service = 0) {
+    bytes b(132);
+    put32(b, 8, 132 + body.size());
+    put32(b, 12, id);
+    put32(b, 32, 61);
+    put32(b, 40, OWN_CARD);
+    put32(b, 44, 7810);
+    put32(b, 48, slot);
+    put32(b, 52, address != 0 ? address : AGENT_CARD + slot);
+    put32(b, 56, service != 0 ? service : 7937 + 4 * slot);
+    put32(b, 124, more);
+    put32(b, 128, body.size());
+    return b + body;
+}
 
 struct DownloadTest : TaskTest {
     void SetUp() override {
@@ -136,9 +174,6 @@ struct DownloadTest : TaskTest {
         testFailNothing();
         while (aclIntf* intf = AclIntfTreeFindFirst()) aclIntfDrop(intf);
         while (aclVlan* vlan = aclVlanTreeFindFirst()) aclVlanDrop(vlan);
-        while (aclList* list = ipSysAccessListFindFirst())
-            ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
-        while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
         TaskTest::TearDown();
     }
     // A card that is up; its ACL agent has a queue.
@@ -149,6 +184,15 @@ struct DownloadTest : TaskTest {
         c.isIpv6Enabled = ipv6;
         c.agentIpAddr = AGENT_CARD + slot;
         ASSERT_EQ(iAclSwpQueueCreate(slot, QUEUE_ACL_AGENT), 0);
+    }
+    // What agents lack has been sent to them.
+    static void replayed() {
+        for (const aclLinecard& c : aclLinecardInfo) {
+            if (c.aclAgent == ZEK_SWP_NONE) continue;
+            zekSwpReplayBegin(c.aclAgent);
+            zekSwpReplayEnd(c.aclAgent);
+        }
+        testTake();
     }
     // The messages that were enqueued since the last call, in order; other rows go to `others`.
     std::vector<bytes> enqueued() {
@@ -163,12 +207,11 @@ struct DownloadTest : TaskTest {
         return messages;
     }
     // What was enqueued, as "ID>SLOT".
-    std::vector<std::string> sentTo() {
-        std::vector<std::string> texts;
+    texts sentTo() {
+        texts sent;
         for (const bytes& m : enqueued())
-            texts.push_back(std::to_string(get32(m, 12)) + ">" + std::to_string(get32(m, 48)));
-        return texts;
+            sent.push_back(std::to_string(get32(m, 12)) + ">" + std::to_string(get32(m, 48)));
+        return sent;
     }
-    std::vector<std::string> others;
+    texts others;
 };
-typedef std::vector<std::string> texts;

@@ -4,7 +4,7 @@
 #include <random>
 #include <set>
 
-#include "ipacl/zekipaccess.h"
+#include "interface/targets.h"
 #include "tests/download/fixture.h"
 
 namespace {
@@ -16,164 +16,153 @@ std::vector<uint32_t> ports(uint32_t ifindex) {
 }
 typedef std::vector<uint32_t> list;
 
-std::string refused(const char* kind, int slot) {
-    return "syserr 0x50006 Error: " + std::string(kind) +
-           " access-list not supported on linecard " + std::to_string(slot) + "\r\n";
+// What a card is told of a place.
+typedef std::array<uint32_t, 4> told;  // slot, index, on behalf of a VLAN, pipe
+std::vector<told> vlan(const list& slots, uint32_t pipe = 0) {
+    std::vector<told> all;
+    for (uint32_t slot : slots) all.push_back({slot, VLAN_10, 1, pipe});
+    return all;
 }
 
 }  // namespace
 
 struct Targets : DownloadTest {
-    // VLAN 10: slot 3 takes egress lists, slot 4 does not; LAG 7 has a port on 3 and one on 5.
+    // VLAN 10: slot 3 takes egress lists, slots 4 and 5 do not, and 5 none of IPv6; LAG 7 has a
+    // port on 3 and one on 5.
     void SetUp() override {
         DownloadTest::SetUp();
-        card(5, false);
-        aclLinecardInfo[5].isIpv6Enabled = 0;
-        EXPECT_EQ(aclLagMemberAdd(LAG_7, PORT_5_0), 0);
-        EXPECT_EQ(aclLagMemberAdd(LAG_7, PORT_3_2), 0);
+        card(5, false, false);
+        for (uint32_t port : {PORT_5_0, PORT_3_2}) EXPECT_EQ(aclLagMemberAdd(LAG_7, port), 0);
         for (uint32_t member : {PORT_4_0, LAG_7, PORT_3_1})
             EXPECT_EQ(aclVlanMemberAdd(VLAN_10, member), 0);
         testTake();
     }
-    ipList made{"edge", 1};
+    madeList<aclEntry> made{1};
+    madeList<acl6Entry> made6{1};
 };
 
-TEST_F(Targets, TheMapMarksTheCardsThatTakeTheList) {
-    const uint32_t other = 0x0C080000;  // a second port of slot 5
-    (void)aclVlanMemberAdd(VLAN_10, other);
-    const texts egress = {refused("Egress", 5), refused("Egress", 4)};
-    const texts six = {refused("IPv6", 5)};
+TEST_F(Targets, APlacesListGoesToTheCardsThatTakeIt) {
+    (void)aclVlanMemberAdd(VLAN_10, 0x0C080000);  // a second port of slot 5
+    constexpr uint32_t IN = INTF_IN, OUT = INTF_OUT, NO_SLOT = 0x00004001;
+    constexpr bool ENTRY = true;
+    const told port31{3, PORT_3_1, 0, 5}, port32{3, PORT_3_2, 0, 6}, port40{4, PORT_4_0, 0, 4},
+        port50{5, PORT_5_0, 0, 4};
     struct {
         const char* what;
-        uint32_t ifindex, ipv6, id;
-        std::set<uint32_t> marked;
-        texts errors;
+        aclPlace place;
+        uint32_t id;
+        bool entry;
+        std::vector<told> sent;
+        std::vector<int> refused = {};  // the slots that are reported
+        aclOnly only = {};
     } const rows[] = {
-        {"ingress to a VLAN", VLAN_10, 0, 14409, {3, 4, 5}, {}},
-        {"egress to a VLAN, each card reported once", VLAN_10, 0, 14416, {3}, egress},
-        {"egress deletion", VLAN_10, 0, 14419, {3}, egress},
-        {"egress entries are no lists", VLAN_10, 0, 14417, {3, 4, 5}, {}},
-        {"egress to a LAG", LAG_7, 0, 14416, {3}, {refused("Egress", 5)}},
-        {"a LAG without members", LAG_8, 0, 14409, {}, {}},
-        {"a VLAN that is not known", VLAN_10 + 1, 0, 14409, {}, {}},
-        {"IPv6 to a VLAN", VLAN_10, 1, 14533, {3, 4}, six},
-        {"egress IPv6: the cards know", VLAN_10, 1, 14537, {3, 4, 5}, {}},
-        {"a port is only checked", PORT_4_0, 0, 14416, {}, {refused("Egress", 4)}},
-        {"a port that takes the list", PORT_3_1, 0, 14416, {}, {}},
-        {"a port's egress IPv6 list", PORT_5_0, 1, 14537, {5}, {}},
-        {"a port's IPv6 list", PORT_5_0, 1, 14533, {}, six},
-        {"no slot", 0x00004001, 0, 14416, {}, {}},
-        {"nothing", 0, 0, 14416, {}, {}},
+        {"a VLAN, each card once", {VLAN_10, IN}, 14409, false, vlan({3, 4, 5})},
+        {"egress, each card reported once", {VLAN_10, OUT}, 14416, false, vlan({3}), {4, 5}},
+        {"its deletion", {VLAN_10, OUT}, 14419, false, vlan({3}), {4, 5}},
+        {"egress entries are no lists", {VLAN_10, OUT}, 14417, ENTRY, vlan({3, 4, 5})},
+        {"one that is not known", {VLAN_10 + 1, IN}, 14409, false, {}},
+        {"IPv6", {VLAN_10, IN}, 14533, false, vlan({3, 4}, 0xFF), {5}},
+        {"IPv6 entries", {VLAN_10, IN}, 14535, ENTRY, vlan({3, 4}, 0xFF), {5}},
+        {"egress IPv6: the cards know", {VLAN_10, OUT}, 14537, false, vlan({3, 4, 5}, 0xFF)},
+        {"one port", {VLAN_10, IN}, 14409, false, vlan({4}), {}, {SLOT_NONE, PORT_4_0}},
+        {"its card cannot", {VLAN_10, OUT}, 14416, false, {}, {4}, {SLOT_NONE, PORT_4_0}},
+        {"one LAG", {VLAN_10, IN}, 14412, false, vlan({3, 5}), {}, {SLOT_NONE, LAG_7}},
+        {"half of it", {VLAN_10, OUT}, 14416, false, vlan({3}), {5}, {SLOT_NONE, LAG_7}},
+        {"one card", {VLAN_10, OUT}, 14416, false, vlan({3}), {}, {3}},
+        {"that cannot", {VLAN_10, OUT}, 14416, false, {}, {4}, {4}},
+        {"without members", {VLAN_10, IN}, 14409, false, {}, {}, {6}},
+        {"of slot 0", {VLAN_10, IN}, 14409, false, {}, {}, {0}},
+        {"a LAG, from the last", {LAG_7, IN}, 14409, false, {port32, port50}},
+        {"egress: silently", {LAG_7, OUT}, 14416, false, {port32}},
+        {"egress entries", {LAG_7, OUT}, 14418, ENTRY, {port32}},
+        {"one card of it", {LAG_7, IN}, 14409, false, {port50}, {}, {5}},
+        {"a LAG without members", {LAG_8, IN}, 14409, false, {}},
+        {"a port", {PORT_4_0, IN}, 14410, ENTRY, {port40}},
+        {"egress", {PORT_3_1, OUT}, 14416, false, {port31}},
+        {"its card cannot", {PORT_4_0, OUT}, 14416, false, {}},
+        {"another card only", {PORT_4_0, IN}, 14409, false, {}, {}, {3}},
+        {"no slot", {NO_SLOT, IN}, 14409, false, {}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        aclPPBitMap map{};
-        aclGetPPBitMap(row.ifindex, &map, row.ipv6, row.id);
-        std::set<uint32_t> marked;
-        for (uint32_t i = 0; i < PP_TARGETS; i++)
-            if (map[i] != 0) marked.insert(i);
-        EXPECT_EQ(marked, row.marked);
-        texts errors = testTake();
-        std::ranges::sort(errors);
-        texts wanted = row.errors;
-        std::ranges::sort(wanted);
-        EXPECT_EQ(errors, wanted);
+        const bool six = row.id > 14500;
+        const aclList& l = six ? made6.list : made.list;
+        EXPECT_EQ(aclSendToPlace(row.place, {row.id, &l, row.entry ? l.head : nullptr}, row.only),
+                  0);
+        std::vector<told> sent;
+        for (const bytes& m : enqueued()) {
+            EXPECT_EQ(get32(m, 12), row.id);
+            sent.push_back({get32(m, 48), get32(m, 132 + 352), get32(m, 132 + 904), m[132 + 909]});
+        }
+        EXPECT_EQ(sent, row.sent);
+        texts wanted;
+        for (int slot : row.refused)
+            wanted.push_back(std::string("syserr 0x50006 Error: ") + (six ? "IPv6" : "Egress") +
+                             " access-list not supported on linecard " + std::to_string(slot) +
+                             "\r\n");
+        EXPECT_EQ(others, wanted);
     }
-    aclGetPPBitMap(VLAN_10, nullptr, 0, 14416);
     // A card that has not said what it can do takes IPv6 lists.
     aclLinecardInfo[5].isUp = 0;
-    aclPPBitMap map{};
-    aclGetPPBitMap(LAG_7, &map, 1, 14533);
-    EXPECT_EQ(map[5], 1u);
-    EXPECT_TRUE(testTake().empty());
+    EXPECT_EQ(aclSendToPlace({VLAN_10, INTF_IN}, {14533, &made6.list}), 0);
+    EXPECT_EQ(sentTo(), (texts{"14533>3", "14533>4", "14533>5"}));
 }
 
-TEST_F(Targets, AVlansListGoesOnceToEachCard) {
-    ip6List six("six", 1);
-    const listName& name = made.list.name;
-    EXPECT_EQ(aclSendVlanAclToAclAgent(&made.list, VLAN_10, 1, 14416, 0, 0), 0);
-    EXPECT_EQ(aclSendVlanAclEntToAclAgent(made.list.head, VLAN_10, 0, 14410, 1, 0, name), 0);
-    // The chain of an IPv6 list is of IPv6 entries.
-    EXPECT_EQ(aclSendVlanAclToAclAgent(&six.list, VLAN_10, 1, 14537, 0, 1), 0);
-    EXPECT_EQ(aclV6SendVlanAclEntToAclAgent(six.list.head6, VLAN_10, 14535, six.list.name), 0);
-    EXPECT_EQ(aclSendVlanAclEntToAclAgent(made.list.head, VLAN_10, 0, 14534, 1, 1, name), -1);
-    EXPECT_EQ(sentTo(), (texts{"14416>3", "14410>3", "14410>4", "14410>5", "14537>3", "14537>4",
-                               "14537>5", "14535>3", "14535>4"}));
-    // The result is the last card's.
-    for (auto [nth, result] : {std::pair{3u, -1}, {1u, 0}}) {
-        testFail(TEST_BLOCK, nth, 1);
-        EXPECT_EQ(aclSendVlanAclToAclAgent(&made.list, VLAN_10, 1, 14409, 0, 0), result);
-    }
-}
-
-TEST_F(Targets, OneMemberOrOneCardReceivesOnlyItsOwn) {
-    aclBinding binding{};
-    binding.id = VLAN_10;
-    binding.implicitPermit = 4;
-    std::memset(binding.block.b, 0x3C, sizeof binding.block.b);
-    auto toMember = [&](uint32_t lag, uint32_t port, uint32_t id) {
-        return aclSendVlanAclToAclAgentSpecificMember(&made.list, VLAN_10, 1, id, 0, 0, lag, port);
-    };
-    auto toCard = [&](uint32_t slot, uint32_t id) {
-        return aclSendVlanAclForResetLinecard(&made.list, &binding, slot, id, 0);
-    };
+TEST_F(Targets, AMapMarksMembersAndOfPortsEgressIPv6Alone) {
     struct {
-        const char* what;
-        std::function<int()> send;
-        texts sent;
-        size_t errors;
+        aclPlace place;
+        uint32_t family;
+        list marked, refused;
     } const rows[] = {
-        {"a port", [&] { return toMember(0, PORT_4_0, 14409); }, {"14409>4"}, 0},
-        {"a LAG", [&] { return toMember(LAG_7, 0, 14412); }, {"14412>3", "14412>5"}, 0},
-        {"a card that cannot", [&] { return toMember(0, PORT_4_0, 14416); }, {}, 1},
-        {"half a LAG", [&] { return toMember(LAG_7, 0, 14416); }, {"14416>3"}, 1},
-        {"nobody", [&] { return toMember(0, 0, 14409); }, {}, 0},
-        {"a card", [&] { return toCard(3, 14416); }, {"14416>3"}, 0},
-        {"that cannot", [&] { return toCard(4, 14416); }, {}, 1},
-        {"without members", [&] { return toCard(6, 14416); }, {}, 0},
-        {"of slot 0", [&] { return toCard(0, 14409); }, {}, 0},
+        {{LAG_7, INTF_OUT}, INTF_V4, {3}, {5}},   {{LAG_7, INTF_IN}, INTF_V4, {3, 5}, {}},
+        {{PORT_4_0, INTF_OUT}, INTF_V4, {}, {4}}, {{PORT_3_1, INTF_OUT}, INTF_V4, {}, {}},
+        {{PORT_5_0, INTF_OUT}, INTF_V6, {5}, {}}, {{PORT_5_0, INTF_IN}, INTF_V6, {}, {5}},
+        {{0, INTF_OUT}, INTF_V4, {}, {}},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        EXPECT_EQ(row.send(), 0);
-        EXPECT_EQ(sentTo(), row.sent);
-        EXPECT_EQ(others.size(), row.errors);
+        const aclPlaceCards cards = aclGetPPBitMap({row.place, row.family, false});
+        list marked, refused;
+        for (uint32_t i = 0; i < PP_TARGETS; i++) {
+            if (cards.map[i] != 0) marked.push_back(i);
+            if (i < SLOT_COUNT && cards.refused.test(i)) refused.push_back(i);
+        }
+        EXPECT_EQ(marked, row.marked) << row.place.ifindex;
+        EXPECT_EQ(refused, row.refused) << row.place.ifindex;
     }
-    EXPECT_EQ(toCard(20, 14409), -1);
-    // The binding's block and option go with the replay.
-    EXPECT_EQ(toCard(3, 14409), 0);
-    EXPECT_EQ(enqueued(),
-              std::vector<bytes>{messageBytes(
-                  14409, 3, 0,
-                  headerBytes({.ifindex = VLAN_10, .option = 4, .vlan = 1, .blockFill = 0x3C}) +
-                      entryBytes(made.entries[0].block, 0, 0))});
+}
+
+TEST_F(Targets, TheResultIsThePortsOrTheVlansLastCards) {
+    struct {
+        uint32_t ifindex;
+        uint64_t nth;  // the message that there is no memory for
+        int result;
+    } const rows[] = {{VLAN_10, 3, -1}, {VLAN_10, 1, 0}, {PORT_3_1, 1, -1}, {LAG_7, 2, 0}};
+    for (const auto& row : rows) {
+        testFail(TEST_BLOCK, row.nth, 1);
+        EXPECT_EQ(aclSendToPlace({row.ifindex, INTF_IN}, {14409, &made.list}), row.result);
+        replayed();
+    }
 }
 
 TEST_F(Targets, TheStandbySendsToNobodyButItsOwnAgent) {
     aclNode->queues.acl0qHandle = aclLinecardInfo[4].aclAgent;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = 0x7F0100C8;
     testHost.primary = false;
-    aclBinding binding{};
-    binding.id = VLAN_10;
-    const listName& name = made.list.name;
-    EXPECT_EQ(aclSendToAclAgent(&made.list, PORT_3_1, 1, 14409, 0, 0, 0), 0);
-    EXPECT_EQ(aclSendToAclAgent(&made.list, 0x42040000, 1, 14413, 0, 0, 0), 0);
-    EXPECT_EQ(aclSendEntToAclAgent(made.list.head, PORT_3_1, 14410, 1, 0, 0, name), 0);
-    EXPECT_EQ(aclSendVlanAclToAclAgent(&made.list, VLAN_10, 1, 14409, 0, 0), 0);
-    EXPECT_EQ(aclSendVlanAclEntToAclAgent(made.list.head, VLAN_10, 0, 14410, 1, 0, name), 0);
-    EXPECT_EQ(
-        aclSendVlanAclToAclAgentSpecificMember(&made.list, VLAN_10, 1, 14409, 0, 0, 0, PORT_3_1),
-        0);
-    EXPECT_EQ(aclSendVlanAclForResetLinecard(&made.list, &binding, 3, 14409, 0), 0);
+    for (uint32_t ifindex : {PORT_3_1, LAG_7, VLAN_10}) {
+        EXPECT_EQ(aclSendToPlace({ifindex, INTF_IN}, {14409, &made.list}), 0);
+        EXPECT_EQ(aclSendToPlace({ifindex, INTF_IN}, {14410, &made.list, made.list.head}), 0);
+    }
+    EXPECT_EQ(aclSendToPlace({VLAN_10, INTF_OUT}, {14416, &made.list}), 0);
+    EXPECT_EQ(iAclSendToAclAgent({0x42040000}, {14413, &made.list}), 0);
     EXPECT_EQ(dosSendToAllAgents(&made.list, nullptr, 14420), 0);
     EXPECT_TRUE(testTake().empty());
-    EXPECT_EQ(aclSendToAclAgent(&made.list, 0x42068000, 1, 14409, 0, 0, 0), 0);
+    EXPECT_EQ(aclSendToPlace({IFINDEX_CP_BIND, INTF_IN}, {14409, &made.list}), 0);
     EXPECT_EQ(sentTo(), texts{"14409>0"});
 }
 
 TEST_F(Targets, DosListsGoToEveryAgent) {
     EXPECT_EQ(dosSendToAllAgents(&made.list, nullptr, 14420), 0);
-    EXPECT_EQ(dosSendToAllAgents(&made.list, made.list.head, 14423), 0);
+    EXPECT_EQ(dosSendToAllAgents(&made.list, &made.entries[0], 14423), 0);
     EXPECT_EQ(sentTo(), (texts{"14420>0", "14420>3", "14420>4", "14420>5", "14423>0", "14423>3",
                                "14423>4", "14423>5"}));
     testFail(TEST_BLOCK, 2, 1);  // one card's message: the others still get theirs
