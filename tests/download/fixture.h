@@ -3,19 +3,23 @@
 #pragma once
 
 #include <deque>
+#include <numeric>
 
 #include "download/zekacl_download.h"
 #include "tests/task/fixture.h"
 
 typedef std::vector<uint8_t> bytes;
 typedef std::vector<std::string> texts;
+typedef std::vector<uint32_t> numbers;
 
-inline void put32(bytes& b, size_t at, size_t v) {
-    for (size_t i = 0; i < 4; i++) b.at(at + i) = static_cast<uint8_t>(v >> (24 - 8 * i));
+// Words from `at` on.
+inline void put32(bytes& b, size_t at, std::initializer_list<uint32_t> values) {
+    for (uint32_t v : values)
+        for (uint32_t shift = 32; shift > 0; at++)
+            b.at(at) = static_cast<uint8_t>(v >> (shift -= 8));
 }
 inline uint32_t get32(const bytes& b, size_t at) {
-    return uint32_t{b.at(at)} << 24 | uint32_t{b.at(at + 1)} << 16 | uint32_t{b.at(at + 2)} << 8 |
-           b.at(at + 3);
+    return msgWord(b.data(), static_cast<uint32_t>(at));
 }
 inline void putText(bytes& b, size_t at, const std::string& text) {
     std::copy(text.begin(), text.end(), b.begin() + static_cast<ptrdiff_t>(at));
@@ -40,19 +44,18 @@ template <class Entry>
 struct madeList {
     aclList list{};
     std::deque<Entry> entries;
-    explicit madeList(size_t n, const std::string& name = "edge") : entries(n) {
+    explicit madeList(uint32_t n, const std::string& name = "edge") : entries(n) {
         list.name = listNameMake(name);
         list.kind = 2;
         list.placeholder = 3;
         list.lastEntryId = 0xABCD;
         list.count = static_cast<int32_t>(n);
-        list.highestSeq = static_cast<uint32_t>(5 * n);
+        list.highestSeq = 5 * n;
         uint32_t i = 0;
         listEntry** last = &list.head;
         for (Entry& e : entries) {
             auto* block = reinterpret_cast<uint8_t*>(&e.block);
-            for (size_t at = 0; at < sizeof e.block; at++)
-                block[at] = static_cast<uint8_t>(at + i + 1);
+            std::iota(block, block + sizeof e.block, static_cast<uint8_t>(i + 1));
             if constexpr (std::is_same_v<Entry, aclEntry>)
                 e.block.protocol = std::array<uint8_t, 4>{6, 17, 1, 50}[i % 4];
             if constexpr (std::is_same_v<Entry, l2AclEntry>) e.counterOptions = 0x51515151 + i;
@@ -72,25 +75,21 @@ struct madeList {
 // The header of a list; what it says of its binding is what the tests give.
 struct wantHeader {
     std::string name = "edge";
-    size_t count = 1;
-    uint32_t kind = 2, ifindex = PORT_3_1, option = 7;
-    size_t runCount = 1;
-    uint32_t vlan = 0, group = 0;
-    uint8_t pipe = 0, block = 0xB5;
+    uint32_t count = 1, kind = 2, ifindex = PORT_3_1, option = 7, runCount = 1, vlan = 0;
+    uint8_t group = 0, pipe = 0, block = 0xB5;
     std::string groupName{};
     uint32_t lastEntryId = 0, placeholder = 0;  // of MAC lists
 };
 inline bytes headerBytes(const wantHeader& w) {
     bytes b(1056);
     putText(b, 169, w.name);
-    put32(b, 312, w.count);
-    put32(b, 316, w.kind);
-    put32(b, 352, w.ifindex);
-    put32(b, 364, w.option);
+    put32(b, 312, {w.count, w.kind});
+    put32(b, 352, {w.ifindex});
+    put32(b, 364, {w.option});
+    put32(b, 896, {w.runCount});
+    put32(b, 904, {w.vlan});
     std::fill_n(b.begin() + 372, 520, w.block);
-    put32(b, 896, w.runCount);
-    put32(b, 904, w.vlan);
-    b[908] = static_cast<uint8_t>(w.group);
+    b[908] = w.group;
     b[909] = w.pipe;
     putText(b, 910, w.groupName);
     return b;
@@ -98,24 +97,21 @@ inline bytes headerBytes(const wantHeader& w) {
 inline bytes macHeaderBytes(const wantHeader& w) {
     bytes b(784);
     putText(b, 16, w.name);
-    put32(b, 168, w.lastEntryId);
-    put32(b, 172, w.kind);
-    put32(b, 176, w.placeholder);
-    put32(b, 180, w.count);
-    put32(b, 184, w.ifindex);
+    put32(b, 168, {w.lastEntryId, w.kind, w.placeholder, w.count, w.ifindex});
     std::fill_n(b.begin() + 188, 520, w.block);
     return b;
 }
 
 // An image that begins with 8 bytes of links, and then the block and words.
 template <class Block>
-bytes imageOf(size_t size, const Block& block, size_t times, std::array<uint32_t, 4> words) {
+bytes imageOf(size_t size, const Block& block, size_t times,
+              std::initializer_list<uint32_t> words) {
     const auto* from = reinterpret_cast<const uint8_t*>(&block);
     bytes b(8);
     for (; times > 0; times--) b.insert(b.end(), from, from + sizeof block);
     const size_t at = b.size();
     b.resize(size);
-    for (size_t i = 0; i < 4; i++) put32(b, at + 4 * i, words[i]);
+    put32(b, at, words);
     return b;
 }
 inline bytes imageBytes(const acl6Entry& e) {
@@ -141,7 +137,7 @@ inline bytes imageBytes(const aclEntry& e) {
         if (run.carried)
             std::copy_n(from + run.block, run.length, b.begin() + static_cast<ptrdiff_t>(run.at));
     b[39] = static_cast<uint8_t>(e.log);
-    put32(b, 388, e.monitor);
+    put32(b, 388, {e.monitor});
     std::copy_n(b.begin() + 56, 144, b.begin() + 204);
     return b;
 }
@@ -150,16 +146,12 @@ inline bytes imageBytes(const aclEntry& e) {
 inline bytes messageBytes(uint32_t id, uint32_t slot, uint32_t more, const bytes& body,
                           uint32_t address = 0, uint32_t service = 0) {
     bytes b(132);
-    put32(b, 8, 132 + body.size());
-    put32(b, 12, id);
-    put32(b, 32, 61);
-    put32(b, 40, OWN_CARD);
-    put32(b, 44, 7810);
-    put32(b, 48, slot);
-    put32(b, 52, address != 0 ? address : AGENT_CARD + slot);
-    put32(b, 56, service != 0 ? service : 7937 + 4 * slot);
-    put32(b, 124, more);
-    put32(b, 128, body.size());
+    const auto length = static_cast<uint32_t>(body.size());
+    put32(b, 8, {132 + length, id});
+    put32(b, 32, {61});
+    put32(b, 40, {OWN_CARD, 7810, slot, address != 0 ? address : AGENT_CARD + slot});
+    put32(b, 56, {service != 0 ? service : 7937 + 4 * slot});
+    put32(b, 124, {more, length});
     return b + body;
 }
 
@@ -198,19 +190,19 @@ struct DownloadTest : TaskTest {
     std::vector<bytes> enqueued() {
         std::vector<bytes> messages;
         others.clear();
-        for (testRow& row : testTakeRows()) {
+        for (testRow& row : testTakeRows())
             if (row.text.starts_with("swp "))
                 messages.push_back(row.bytes);
             else
                 others.push_back(row.text);
-        }
         return messages;
     }
-    // What was enqueued, as "ID>SLOT".
-    texts sentTo() {
-        texts sent;
+    // What was enqueued, as "ID>SLOT ID>SLOT".
+    std::string sentTo() {
+        std::string sent;
         for (const bytes& m : enqueued())
-            sent.push_back(std::to_string(get32(m, 12)) + ">" + std::to_string(get32(m, 48)));
+            sent += (sent.empty() ? "" : " ") + std::to_string(get32(m, 12)) + ">" +
+                    std::to_string(get32(m, 48));
         return sent;
     }
     texts others;

@@ -8,10 +8,10 @@ struct Messages : DownloadTest {
     // A send to port 3/1, and what must go: `n` entries, cut at their family's chunk; all messages
     // but the first under the id `next`.
     template <class Entry>
-    void check(const madeList<Entry>& made, const aclSend& send, uint32_t next, size_t n) {
+    void check(const madeList<Entry>& made, const aclSend& send, uint32_t next, uint32_t n) {
         constexpr bool mac = std::is_same_v<Entry, l2AclEntry>;
-        constexpr size_t chunk = mac ? 38 : std::is_same_v<Entry, acl6Entry> ? 48 : 17;
-        wantHeader header{.runCount = made.entries.size(), .pipe = 2};
+        constexpr uint32_t chunk = mac ? 38 : std::is_same_v<Entry, acl6Entry> ? 48 : 17;
+        wantHeader header{.runCount = static_cast<uint32_t>(made.list.count), .pipe = 2};
         if (send.entry != nullptr) {  // of the list only its name and kind
             header.block = 0;
             header.option = 0;
@@ -21,13 +21,13 @@ struct Messages : DownloadTest {
             header.placeholder = 3;
         }
         std::vector<bytes> want;
-        size_t from = 0;
+        uint32_t from = 0;
         do {
-            const size_t left = n - from, carried = std::min(left, chunk);
+            const uint32_t left = n - from, carried = std::min(left, chunk);
             // The last message counts its own entries, those before it the whole list.
             header.count = left > carried ? n : carried;
             bytes body = mac ? macHeaderBytes(header) : headerBytes(header);
-            for (size_t i = 0; i < carried; i++) body = body + imageBytes(made.entries[from + i]);
+            for (uint32_t i = 0; i < carried; i++) body = body + imageBytes(made.entries[from + i]);
             want.push_back(
                 messageBytes(want.empty() ? send.messageId : next, 3, left > carried, body));
             from += carried;
@@ -36,8 +36,8 @@ struct Messages : DownloadTest {
         EXPECT_EQ(enqueued(), want) << send.messageId << " with " << n;
     }
     template <class Entry>
-    void lists(uint32_t id, uint32_t next, const std::vector<size_t>& sizes) {
-        for (size_t n : sizes) {
+    void lists(uint32_t id, uint32_t next, const std::vector<uint32_t>& sizes) {
+        for (uint32_t n : sizes) {
             madeList<Entry> made(n);
             check(made, {id, &made.list, nullptr, 1, &block, 7}, next, n);
         }
@@ -77,7 +77,7 @@ TEST_F(Messages, BatchesOfSystemEntriesGoTogether) {
     struct {
         const char* what;
         uint32_t id, count;
-        size_t chain, carried;
+        uint32_t chain, carried;
         uint32_t destination = 0x0A000001;
     } const rows[] = {
         {"thirteen", 14414, 13, 13, 13},
@@ -106,40 +106,32 @@ TEST_F(Messages, TheHeaderSaysWhereTheListIsBound) {
     aclNode->queues.acl0qHandle = aclLinecardInfo[4].aclAgent;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = CP_AGENT;
     aclNode->groups.vlanGroups[2] = {.id = 5, .name = listNameMake("floor")};
+    const uint32_t CP = IFINDEX_CP_BIND;
+    constexpr int NO = SLOT_NONE;
     struct {
-        const char* what;
         uint32_t id;
         aclTarget target;
         uint32_t slot;
         wantHeader header;
         uint32_t address = 0, service = 0;
     } const rows[] = {
-        {"140 characters and a pipe that is none",
-         14416,
-         {PORT_4_0, SLOT_NONE, 0xFFFFFFFF},
-         4,
-         {.name = std::string(140, 'n'), .ifindex = PORT_4_0, .pipe = 0xFF}},
-        {"a bare slot", 14420, {4}, 4, {.ifindex = 4}},
-        {"another slot than the port's", 14409, {PORT_5_0, 3}, 3, {.ifindex = PORT_5_0}},
-        {"a VLAN", 14409, {3, SLOT_NONE, 0, VLAN_10}, 3, {.ifindex = VLAN_10, .vlan = 1}},
-        {"a VLAN group",
-         14416,
-         {PORT_3_1, SLOT_NONE, 1, 0, 5},
+        {14420, {4}, 4, {.ifindex = 4}},                   // a bare slot
+        {14409, {PORT_5_0, 3}, 3, {.ifindex = PORT_5_0}},  // another slot than the port's
+        {14416, {PORT_4_0, NO, 0xFFFFFFFF}, 4, {.ifindex = PORT_4_0, .pipe = 0xFF}},
+        {14409, {PORT_3_1}, 3, {.name = std::string(140, 'n')}},
+        {14409, {3, NO, 0, VLAN_10}, 3, {.ifindex = VLAN_10, .vlan = 1}},
+        // VLAN groups, and what is none
+        {14416,
+         {PORT_3_1, NO, 1, 0, 5},
          3,
          {.ifindex = 0, .group = 5, .pipe = 1, .groupName = "floor"}},
-        {"no VLAN group", 14416, {PORT_3_1, SLOT_NONE, 1, 0, 9}, 3, {.pipe = 1}},
-        {"the control processor",
-         14409,
-         {IFINDEX_CP_BIND},
-         0,
-         {.ifindex = IFINDEX_CP_BIND},
-         CP_AGENT,
-         21121},
-        {"its traps go to slot 0's agent", 14413, {TRAPS}, 0, {.ifindex = TRAPS}},
-        {"a system list", 14413, {SYSTEM}, 3, {.ifindex = SYSTEM}},
+        {14416, {PORT_3_1, NO, 1, 0, 9}, 3, {.pipe = 1}},
+        {14409, {CP}, 0, {.ifindex = CP}, CP_AGENT, 21121},
+        {14413, {TRAPS}, 0, {.ifindex = TRAPS}},  // of the control processor: to slot 0's agent
+        {14413, {SYSTEM}, 3, {.ifindex = SYSTEM}},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(row.target.ifindex);
         madeList<aclEntry> made(1, row.header.name);
         EXPECT_EQ(iAclSendToAclAgent(row.target, {row.id, &made.list, nullptr, 1, &block, 7}), 0);
         const bytes body = headerBytes(row.header) + imageBytes(made.entries[0]);

@@ -13,7 +13,7 @@ struct Mgmt : DownloadTest {
         for (uint32_t instance : {0u, 2u}) {
             testHost.addresses[{87, instance}] = 0x7F010057 + instance;
             bytes m = message(14406);
-            put32(m, 44, 11137 + 4 * instance);
+            put32(m, 44, {11137 + 4 * instance});
             ASSERT_EQ(aclIPMSwpQueueCreate(&attempts, m.data()), 0);
         }
         ipm.instance = 2;
@@ -38,27 +38,24 @@ struct Mgmt : DownloadTest {
     }
     static bytes copyOf(const acl6Entry& e) { return imageBytes(e) + bytes(44); }
     template <class Entry>
-    static bytes copy(const target& to, uint32_t id, const madeList<Entry>& made, size_t first,
-                      size_t n) {
+    static bytes copy(const target& to, uint32_t id, const madeList<Entry>& made, uint32_t first,
+                      uint32_t n) {
         bytes b = messageBytes(id, 0, 0, {}, to.address, to.service);
         b.resize(124);
         b.resize(860);
-        put32(b, 8, 860 + 184 * n);
-        put32(b, 32, 0);
         putText(b, 124 + 16, std::string(140, 'n'));
-        put32(b, 124 + 176, n);
-        put32(b, 124 + 180, 2);
-        put32(b, 124 + 184, 3);
-        put32(b, 124 + 188, n);
-        put32(b, 124 + 192, made.list.highestSeq);
-        for (size_t i = first; i < first + n; i++) b = b + copyOf(made.entries[i]);
+        put32(b, 8, {860 + 184 * n});
+        put32(b, 32, {0});
+        const aclList& l = made.list;
+        put32(b, 124 + 176, {n, l.kind, l.placeholder, n, l.highestSeq});
+        for (uint32_t i = first; i < first + n; i++) b = b + copyOf(made.entries[i]);
         return b;
     }
     // Lists go whole below 40 entries and in chunks of 39 above, deletions carry no entries, and
     // changes carry one.
     template <class Entry>
     void check(uint32_t add, uint32_t addEntry, uint32_t delEntry, uint32_t drop) {
-        const std::pair<size_t, std::vector<size_t>> sizes[] = {
+        const std::pair<uint32_t, std::vector<uint32_t>> sizes[] = {
             // and what is in each message
             {0, {0}}, {1, {1}}, {39, {39}}, {40, {39, 1}}, {78, {39, 39, 0}}, {79, {39, 39, 1}}};
         for (const target& to : targets) {
@@ -66,8 +63,8 @@ struct Mgmt : DownloadTest {
             for (const auto& [n, messages] : sizes) {
                 const madeList<Entry> made(n, std::string(140, 'n'));
                 std::vector<bytes> want;
-                size_t first = 0;
-                for (size_t carried : messages) {
+                uint32_t first = 0;
+                for (uint32_t carried : messages) {
                     want.push_back(copy(to, add, made, first, carried));
                     first += carried;
                 }

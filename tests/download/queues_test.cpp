@@ -1,5 +1,9 @@
 // Queues: made once, checked before every message, and what happens when a message cannot go.
 #include "common/message.h"
+
+#include <algorithm>
+#include <map>
+
 #include "tests/download/fixture.h"
 
 namespace {
@@ -26,7 +30,7 @@ TEST_F(Queues, ADeadQueueIsResetBeforeTheNextMessage) {
     zekSwpHandle queue = aclLinecardInfo[3].aclAgent;
     testHost.deadQueues = {queue};
     EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), 0);
-    EXPECT_EQ(sentTo(), (texts{"14409>3", "14410>3"}));
+    EXPECT_EQ(sentTo(), "14409>3 14410>3");
     EXPECT_EQ(others, (texts{"swpflush " + std::to_string(queue),
                              "syserr 0x5000e Resetting SWP queue from 61 to 62"}));
     EXPECT_EQ(aclCheckSwpQueueHealth(queue), 1);
@@ -65,7 +69,7 @@ TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
     DEBUG_ACL_MGR = DEBUG_ACL_IPC;
     testFail(TEST_BLOCK, 2, 1);  // the second of three
     EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), -1);
-    EXPECT_EQ(sentTo(), texts{"14409>3"});
+    EXPECT_EQ(sentTo(), "14409>3");
     for (const char* text :
          {"syserr 0x5000c ", "Sending message chunk 2\r\n", "Error Sending message chunk 2\r\n"})
         EXPECT_TRUE(anyHas(others, text)) << text;
@@ -103,60 +107,46 @@ TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
     ASSERT_EQ(iAclACL2SwpQueueCreate(), 0);
     testHost.addresses[{APP_ACL2, 0}] = 0x7F010055;
     auto send = [] {
+        zekSwpReplayBegin(aclNode->queues.acl2qHandle);
+        testTake();
         auto* m = static_cast<ipcHdr*>(zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, 100));
         *m = {};
         m->mtype = 77;
         return AclSwpEnqueACL2(m, 100);
     };
-    testTake();
     EXPECT_EQ(send(), 0);
     testFail(TEST_ENQUEUE);
-    testTake();
     EXPECT_EQ(send(), -1);
-    EXPECT_TRUE(anyHas(testTake(), "syserr 0x5000e Error sending Message to ACL2"));
+    EXPECT_TRUE(anyHas(said(), "syserr 0x5000e Error sending Message to ACL2"));
     testFailNothing();
-    zekSwpReplayBegin(aclNode->queues.acl2qHandle);
     testHost.addresses.erase({APP_ACL2, 0});
     EXPECT_EQ(send(), -1) << "not to nobody";
     EXPECT_EQ(zekSwpQueueState(aclNode->queues.acl2qHandle), zekSwpState::lost);
     EXPECT_EQ(testBlocksInUse(), blocks);
 }
 
-TEST_F(Queues, TheDebugTextsFollowASend) {
+TEST_F(Queues, TheDebugTextsFollowASendInTheAreaOfItsFamily) {
     const std::string ip = "debug Sending list edge with 18 entries to agent if 0x8080000 \r\n",
                       mac = "debug Sending list mac with 1 entries to agent if 0x8080000 \r\n",
                       macSize = "debug Total Message size = 784 :IPC_BUFFER_SIZE = 8192 \r\n";
-    madeList<aclEntry> four(18);
-    madeList<l2AclEntry> two(1, "mac");
-    const struct {
-        uint32_t area, id;
-        const aclList* list;
-        texts wanted;
-    } rows[] = {
+    const std::map<uint32_t, texts> wanted = {
         {DEBUG_ACL_IPC,
-         14409,
-         &four.list,
          {ip, "debug Total Message size = 8112 : IPC_BUFFER_SIZE = 8192 \r\n",
-          "debug Sending message chunk 1\r\n", "debug Sending Last message chunk 2\r\n"}},
-        {DEBUG_ACL_IPC,
-         14412,
-         &four.list,
-         {ip, "debug Message is a MT_ACL_DELLIST\r\n",
+          "debug Sending message chunk 1\r\n", "debug Sending Last message chunk 2\r\n", ip,
+          "debug Message is a MT_ACL_DELLIST\r\n",
           "debug Total Message size = 1056 : IPC_BUFFER_SIZE = 8192 \r\n"}},
         {DEBUG_ACL_L2IPC,
-         14484,
-         &two.list,
-         {mac, "debug Total Message size = 968 :IPC_BUFFER_SIZE = 8192 \r\n"}},
-        {DEBUG_ACL_L2IPC,
-         14486,
-         &two.list,
-         {mac, "debug Message is a MT_L2ACL_DELLIST\r\n", macSize}},
-        {DEBUG_ACL_L2IPC, 14490, &two.list, {mac, "debug Message is a MT_ACLMAC_NEW\r\n", macSize}},
-    };
-    for (const auto& row : rows) {
-        DEBUG_ACL_MGR = row.area;
-        EXPECT_EQ(iAclSendToAclAgent(PORT, {row.id, row.list}), 0);
-        EXPECT_EQ(said(), row.wanted);
+         {mac, "debug Total Message size = 968 :IPC_BUFFER_SIZE = 8192 \r\n", mac,
+          "debug Message is a MT_L2ACL_DELLIST\r\n", macSize, mac,
+          "debug Message is a MT_ACLMAC_NEW\r\n", macSize}}};
+    const madeList<aclEntry> four(18);
+    const madeList<l2AclEntry> two(1, "mac");
+    for (const auto& [area, lines] : wanted) {
+        DEBUG_ACL_MGR = area;
+        for (uint32_t id : {14409u, 14412u}) (void)iAclSendToAclAgent(PORT, {id, &four.list});
+        for (uint32_t id : {14484u, 14486u, 14490u})
+            (void)iAclSendToAclAgent(PORT, {id, &two.list});
+        EXPECT_EQ(said(), lines);
     }
 }
 
