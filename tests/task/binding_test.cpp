@@ -36,10 +36,8 @@ struct BindingMessages : TaskTest {
 
 TEST_F(BindingMessages, AListIsBoundAndRemoved) {
     EXPECT_EQ(ask(bind("A", PORT, 1)), ACL_OK);
-    const aclBinding* binding = ipAccessListFind(listNameMake("A"))->bindings;
+    const aclBinding* binding = aclInterfaceBinding(ipAccessListFind(listNameMake("A")), PORT, 1);
     ASSERT_NE(binding, nullptr);
-    EXPECT_EQ(binding->id, PORT);
-    EXPECT_EQ(binding->direction, 1u);
     EXPECT_EQ(binding->implicitPermit, 1u);
     for (uint8_t byte : binding->block.b) ASSERT_EQ(byte, 0x5C);
     const auto lines = testCfgLines();

@@ -1,7 +1,7 @@
 // Registrations as they come, and the walk that tells the clients of an access list.
 #include "common/clientWait.h"
 #include "include/clientMsg.h"
-#include "ipacl/store.h"
+#include "ipacl/family.h"
 #include "ipacl/zekipaccess.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
@@ -19,8 +19,7 @@ struct ClientMessages : TaskTest {
         testHost.addresses[{190, 1}] = OWN_CARD;
     }
     void TearDown() override {
-        if (aclList* list = ipAccessListFind(lan))
-            while (list->bindings != nullptr) aclBindingDrop(list, list->bindings);
+        if (aclList* list = ipAccessListFind(lan)) clientsFree(list);
         TaskTest::TearDown();
     }
     std::vector<uint8_t> registration(uint32_t type, uint32_t app, uint32_t instance = 0,
@@ -105,10 +104,10 @@ TEST_F(ClientMessages, ATriggerReachesTheTasksAndStopsAtTheFirstThatCannotBeSent
     uint32_t status = 0;
     aclList* list = ipAccessListCreate(lan, IP_KIND_STANDARD, 1, &status);
     for (uint32_t kind : {uint32_t{CLIENT_INTERFACE}, uint32_t{CLIENT_VLAN_GROUP}, 9u})
-        ASSERT_NE(aclBindingAdd(list, {kind}), nullptr);
+        ASSERT_NE(clientAdd(list, {kind}, sizeof(aclBinding)), nullptr);
     testTake();
-    EXPECT_EQ(aclTrigger(nullptr, 0), 0);
-    EXPECT_EQ(aclTrigger(list, 0), 0);
+    EXPECT_EQ(aclTrigger(nullptr), 0);
+    EXPECT_EQ(aclTrigger(list), 0);
     // Newest first; 190 does not answer and has no print name.
     EXPECT_EQ(testTake(),
               (std::vector<std::string>{"syserr 0x50005 Error in ACL Trigger client type\n",
@@ -117,7 +116,12 @@ TEST_F(ClientMessages, ATriggerReachesTheTasksAndStopsAtTheFirstThatCannotBeSent
                                         "swp 2 14460 length 292", "swp 1 14460 length 292"}));
     DEBUG_ACL_MGR = DEBUG_ACL_TRIGGER;
     testHost.addresses.erase({APP_DSMGR, 0});
-    EXPECT_EQ(aclTrigger(list, 1), -1);
+    aclFamily other = ip4Family;  // a kind says how its lists are called and by what they are told
+    other.name = "IPv6";
+    other.triggerType = 14529;
+    list->family = &other;
+    EXPECT_EQ(aclTrigger(list), -1);
+    list->family = &ip4Family;
     auto rows = testTakeRows();
     ASSERT_GE(rows.size(), 2u);
     EXPECT_NE(rows[0].text.find("clients for IPv6 ACL lan\n"), std::string::npos);
@@ -137,7 +141,7 @@ TEST_F(ClientMessages, OneWithoutAnAddressEndsTheWalkOfSomeKindsOnly) {
         bool goesOn;
         std::function<void()> change;
     } table[] = {
-        {14442, "ip", false, [] { (void)aclTrigger(ipAccessListFind(lan), 0); }},
+        {14442, "ip", false, [] { (void)aclTrigger(ipAccessListFind(lan)); }},
         {14446, "prefix", false,
          [] { (void)prefixTrigger(ipPrefixListFind(lan, AF_IPV4), AF_IPV4); }},
         {14454, "route-map", false, [] { (void)rmapTrigger(ipRmapListFind(lan)); }},

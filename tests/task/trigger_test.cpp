@@ -26,7 +26,7 @@ struct Trigger : TaskTest {
     clientTask client(uint32_t application, uint32_t instance, uint32_t count = 0) {
         pairs.assign(count, {});
         for (uint32_t i = 0; i < count; i++)
-            pairs[i] = {i + 1 < count ? &pairs[i + 1] : nullptr, 0x01000000 + i, 7 * i};
+            pairs[i] = {i + 1 < count ? &pairs[i + 1] : nullptr, nullptr, 0x01000000 + i, 7 * i};
         return {application, instance, 0, count, count != 0 ? pairs.data() : nullptr};
     }
     int send(const clientTask& task) {
