@@ -17,13 +17,19 @@ namespace {
 constexpr int SEND_PATIENCE_MS = 1000;
 
 // Message types: registering, taking it back, the trigger.
-constexpr aclClientKind KIND_IP{"ip", 14442, 14443, 14460};
-constexpr aclClientKind KIND_IPV6{"ipv6", 14444, 14445, 14529};
-constexpr aclClientKind KIND_PREFIX{"prefix", 14446, 14447, 14468};
-constexpr aclClientKind KIND_PREFIX6{"prefix6", 14448, 14449, 14468};
-constexpr aclClientKind KIND_ASPATH{"as-path", 14450, 14451, 14464};
-constexpr aclClientKind KIND_COMM{"community", 14452, 14453, 14465};
-constexpr aclClientKind KIND_RMAP{"route-map", 14454, 14455, 14462};
+constexpr aclClientKind KIND_IP{"ip", MT_ACL_CLIENT_ADD, MT_ACL_CLIENT_DEL, MT_ACL_TRIGGER};
+constexpr aclClientKind KIND_IPV6{"ipv6", MT_V6_ACL_CLIENT_ADD, MT_V6_ACL_CLIENT_DEL,
+                                  MT_V6_ACL_TRIGGER};
+constexpr aclClientKind KIND_PREFIX{"prefix", MT_PREFIX_CLIENT_ADD, MT_PREFIX_CLIENT_DEL,
+                                    MT_PREFIX_TRIGGER};
+constexpr aclClientKind KIND_PREFIX6{"prefix6", MT_V6_PREFIX_CLIENT_ADD, MT_V6_PREFIX_CLIENT_DEL,
+                                     MT_PREFIX_TRIGGER};
+constexpr aclClientKind KIND_ASPATH{"as-path", MT_ASPATH_CLIENT_ADD, MT_ASPATH_CLIENT_DEL,
+                                    MT_ASPATH_TRIGGER};
+constexpr aclClientKind KIND_COMM{"community", MT_COMM_CLIENT_ADD, MT_COMM_CLIENT_DEL,
+                                  MT_COMM_TRIGGER};
+constexpr aclClientKind KIND_RMAP{"route-map", MT_RMAP_CLIENT_ADD, MT_RMAP_CLIENT_DEL,
+                                  MT_RMAP_TRIGGER};
 constexpr aclClientKind kinds[] = {KIND_IP,     KIND_IPV6, KIND_PREFIX, KIND_PREFIX6,
                                    KIND_ASPATH, KIND_COMM, KIND_RMAP};
 

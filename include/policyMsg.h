@@ -56,6 +56,9 @@ enum aclPolicyCliCode : uint32_t {
     CLI_RMAP_V6_ENTRY_DELETE = 1160,
     CLI_RMAP_V6_ENTRY_ADD = 1161,
     CLI_PREFIX_RESEQUENCE = 1185,
+    CLI_RMAP_ENTRY_DELETE_2 = 1187,  // as 1024 and 1025
+    CLI_RMAP_ENTRY_ADD_2 = 1188,
+    CLI_AS_NOTATION = 13607,
 };
 
 constexpr uint32_t AF_IPV4 = 1;  // of prefix lists, route maps and client registrations

@@ -1,281 +1,16 @@
-// The CLI dispatcher: one row per command code. The row says how long the request must be and what
-// to do with the answer; the operation is one Ext wrapper.
-#include <algorithm>
-#include <iterator>
-
+// The CLI dispatcher: one row per command code. The row says how long the request must be, what to
+// do with it and with the answer; the handlers (cliCall.h) know of neither.
 #include "common/cfgline.h"
 #include "common/message.h"
 #include "download/zekacl_download.h"
-#include "include/cliMsg.h"
 #include "include/policyMsg.h"
 #include "interface/halAclMgr.h"
 #include "interface/interface.h"
 #include "platform/api/zekMem.h"
-#include "task/task.h"
-#include "task/zekacl_lib.h"
+#include "task/cliCall.h"
+#include "task/rows.h"
 
 namespace {
-
-// A request and what its operation leaves beside the status.
-struct cliCall {
-    uint8_t* message;
-    void* buffer = nullptr;  // a show's reply, freed once it is sent
-    uint32_t size = 0;
-
-    template <class Request>
-    Request* as() const {
-        return reinterpret_cast<Request*>(message);  // the row's length covers the record
-    }
-    listName name() const { return listNameMake(as<cliHdr>()->name); }
-    uint32_t code() const { return as<cliHdr>()->code; }
-};
-
-// --- operations --------------------------------------------------------------------------------
-
-uint32_t ipListCreate(cliCall& call) {
-    uint32_t kind = call.as<cliListReq>()->kind;
-    if (kind != IP_KIND_STANDARD && kind != IP_KIND_EXTENDED) return ACL_E_SYSTEM;
-    return ipAccessListCreateExt(call.name(), kind, 0u, 0u);
-}
-uint32_t ipListDelete(cliCall& call) {
-    return ipAccessListDeleteExt(call.name(), call.as<cliListReq>()->kind, 0u);
-}
-uint32_t ipEntryAdd(cliCall& call) {
-    auto* req = call.as<cliIpEntryReq>();
-    return ipAddAccessEntryExt(call.name(), &req->block, req->log, req->monitor, 0u);
-}
-uint32_t ipEntryDelete(cliCall& call) {
-    return ipDelAccessEntryExt(call.name(), &call.as<cliIpEntryReq>()->block, 1u, 1u, 0u);
-}
-uint32_t dosListCreate(cliCall& call) {
-    return ipDosListCreateExt(call.name(), uint32_t{call.as<cliListReq>()->kind}, 0u);
-}
-uint32_t dosListDelete(cliCall& call) {
-    return ipDosListDeleteExt(call.name());
-}
-uint32_t dosEntryAdd(cliCall& call) {
-    auto* req = call.as<cliIpEntryReq>();
-    return ipAddDosEntryExt(call.name(), &req->block, uint32_t{req->log});
-}
-uint32_t dosEntryDelete(cliCall& call) {
-    return ipDelDosEntryExt(call.name(), &call.as<cliIpEntryReq>()->block, 1u, 1u);
-}
-uint32_t dosEnable(cliCall& call) {
-    return dosIpEnableIntfExt(call.name(), call.code());
-}
-uint32_t ipBind(cliCall& call) {
-    const auto* req = call.as<cliBindReq>();
-    bindingBlock block;
-    static_assert(sizeof block == sizeof req->block);
-    std::memcpy(&block, req->block, sizeof block);
-    const aclBindRequest request{
-        .ifindex = req->ifindex,
-        .direction = req->direction,
-        .implicitPermit = req->implicitPermit,
-        .writeConfig = req->writeConfig,
-        .block = &block,
-        .vlanOption = req->vlanOption != 0,
-        .vlanText = {req->vlanText, strnlen(req->vlanText, sizeof req->vlanText)}};
-    return aclIpApplyIntfExt(call.name(), request, 0u);
-}
-uint32_t ipUnbind(cliCall& call) {
-    const auto* req = call.as<cliUnbindReq>();
-    return aclIpRemoveIntfExt(call.name(), req->ifindex, req->direction, 0u);
-}
-uint32_t lagMembers(cliCall& call) {
-    auto* req = call.as<cliLagMembersReq>();
-    if (ifindexType(req->ifindex) != IF_TYPE_LAG) return ACL_E_SYSTEM;
-    aclLockHeld<aclLock::read> held;
-    uint32_t count = 0;
-    const uint32_t* members = aclLagMembers(req->ifindex, &count);
-    count = std::min(count, static_cast<uint32_t>(CLI_LAG_MEMBERS_MAX));
-    req->count = count;
-    for (uint32_t i = 0; i < count; i++) req->members[i] = members[i];
-    const size_t length = offsetof(cliLagMembersReq, members) + count * sizeof(be32);
-    if (req->cli.ipc.length < length) req->cli.ipc.length = static_cast<uint32_t>(length);
-    return ACL_OK;
-}
-// Whether a Telnet server may use the list: only one that is configured counts.
-uint32_t telnetValue(cliCall& call) {
-    aclLockHeld<aclLock::read> held;
-    call.as<cliWordReq>()->word = ipCheckForPrefixAccessList(call.name()) ? ACL_OK : ACL_E_NOLIST;
-    return ACL_OK;
-}
-uint32_t clearIpAcl(cliCall& call) {
-    return aclClearIpAclExt(call.name());
-}
-uint32_t clearIpAclAll(cliCall&) {
-    return aclClearIpAclAllExt();
-}
-uint32_t showIpAcl(cliCall& call) {
-    return aclShowIpAclExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
-}
-uint32_t showIpAclAll(cliCall& call) {
-    return aclShowIpAclAllExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
-}
-
-// --- AS-path and community lists ---
-
-uint32_t aspathListCreate(cliCall& call) {
-    return bgpASPAccessListCreateExt(call.name(), 0u);
-}
-uint32_t aspathListDelete(cliCall& call) {
-    return bgpASPAccessListDeleteExt(call.name());
-}
-aspathRule aspathRuleOf(const cliAspathReq* req) {
-    return {{req->text, strnlen(req->text, sizeof req->text)}, req->option};
-}
-uint32_t aspathEntryAdd(cliCall& call) {
-    const auto* req = call.as<cliAspathReq>();
-    return bgpAddASPAccessEntryExt(call.name(), uint32_t{req->action}, aspathRuleOf(req));
-}
-uint32_t aspathEntryDelete(cliCall& call) {
-    const auto* req = call.as<cliAspathReq>();
-    return bgpDelASPAccessEntryExt(call.name(), uint32_t{req->action}, aspathRuleOf(req), 1u);
-}
-uint32_t commListCreate(cliCall& call) {
-    return bgpCommAccessListCreateExt(call.name(), 0u);
-}
-uint32_t commListDelete(cliCall& call) {
-    return bgpCommAccessListDeleteExt(call.name());
-}
-uint32_t commEntryAdd(cliCall& call) {
-    return bgpAddCommAccessEntryExt(call.name(), call.as<cliCommReq>()->entry);
-}
-uint32_t commEntryDelete(cliCall& call) {
-    return bgpDelCommAccessEntryExt(call.name(), call.as<cliCommReq>()->entry);
-}
-uint32_t extCommListCreate(cliCall& call) {
-    return bgpExtCommListCreateExt(call.name(), 0u);
-}
-uint32_t extCommListDelete(cliCall& call) {
-    return bgpExtCommListDeleteExt(call.name());
-}
-uint32_t extCommEntryAdd(cliCall& call) {
-    return bgpAddExtCommListEntryExt(call.name(), call.as<cliExtCommReq>()->entry);
-}
-uint32_t extCommEntryDelete(cliCall& call) {
-    return bgpDelExtCommListEntryExt(call.name(), call.as<cliExtCommReq>()->entry);
-}
-template <const auto& Show>
-uint32_t showPages(cliCall& call) {
-    auto* req = call.as<cliShowReq>();
-    uint32_t resume = req->resume;
-    return Show(listNameMake(req->name), &resume, &call.buffer, &call.size);
-}
-template <const auto& Show>
-uint32_t showWhole(cliCall& call) {
-    return Show(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
-}
-
-// --- route maps ---
-
-uint32_t rmapCreate(cliCall& call) {
-    auto* req = call.as<cliRmapReq>();
-    int32_t seq = static_cast<int32_t>(uint32_t{req->seq});
-    const uint32_t status = ipRmapListCreateExt(call.name(), uint32_t{req->action}, &seq, 0u);
-    req->seq = static_cast<uint32_t>(seq);
-    return status;
-}
-int32_t rmapSeq(cliCall& call) {
-    return static_cast<int32_t>(uint32_t{call.as<cliRmapDeleteReq>()->seq});
-}
-uint32_t rmapDelete(cliCall& call) {
-    return ipRmapListDeleteExt(call.name(), rmapSeq(call),
-                               uint32_t{call.as<cliRmapDeleteReq>()->named});
-}
-uint32_t rmapInstanceDelete(cliCall& call) {
-    return ipDelRmapEntryAllFinExt(call.name(), rmapSeq(call));
-}
-uint32_t rmapFamily(uint32_t code) {
-    const bool ipv6 = code == CLI_RMAP_V6_ENTRY || code == CLI_RMAP_V6_ENTRY_DELETE ||
-                      code == CLI_RMAP_V6_ENTRY_ADD;
-    return ipv6 ? AF_IPV6 : AF_IPV4;
-}
-uint32_t rmapEntryAdd(cliCall& call) {
-    return ipAddRmapEntryExt(call.name(), &call.as<cliRmapClauseReq>()->clause,
-                             rmapFamily(call.code()));
-}
-uint32_t rmapEntryDelete(cliCall& call) {
-    return ipDelRmapEntryExt(call.name(), &call.as<cliRmapClauseReq>()->clause,
-                             rmapFamily(call.code()));
-}
-uint32_t rmapEntryChange(cliCall& call) {
-    const uint32_t operation = call.as<cliRmapClauseReq>()->operation;
-    if (operation > 1) return ACL_E_SYSTEM;
-    return operation == 0 ? rmapEntryAdd(call) : rmapEntryDelete(call);
-}
-uint32_t showRmap(cliCall& call) {
-    return aclShowRoutemapExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer, &call.size);
-}
-uint32_t showRmapAll(cliCall& call) {
-    return aclShowRoutemapAllExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer,
-                                 &call.size);
-}
-uint32_t showRmapConfig(cliCall& call) {
-    return aclShowRoutemapConfigExt(listNameMake(call.as<cliShowReq>()->name), &call.buffer,
-                                    &call.size);
-}
-uint32_t asNotation(cliCall& call) {
-    return aclRmapProcessBgpASNotationFormat(uint32_t{call.as<cliWordReq>()->word});
-}
-
-// Prefix lists, by family.
-template <uint32_t AF>
-using cliPrefixReq = std::conditional_t<AF == AF_IPV4, cliPrefix4Req, cliPrefix6Req>;
-
-template <uint32_t AF>
-uint32_t prefixListCreate(cliCall& call) {
-    return ipPrefixListCreateExt(call.name(), 0, AF);
-}
-template <uint32_t AF>
-uint32_t prefixListDelete(cliCall& call) {
-    return ipPrefixListDeleteExt(call.name(), AF);
-}
-template <uint32_t AF>
-uint32_t prefixEntryAdd(cliCall& call) {
-    const auto& entry = call.as<cliPrefixReq<AF>>()->entry;
-    return ipAddPrefixEntryExt(call.name(), prefixRecordOf(entry), AF);
-}
-template <uint32_t AF>
-uint32_t prefixEntryDelete(cliCall& call) {
-    const auto& entry = call.as<cliPrefixReq<AF>>()->entry;
-    return ipDelPrefixEntryExt(call.name(), prefixRecordOf(entry), 1u, AF);
-}
-template <uint32_t AF>
-uint32_t prefixClear(cliCall& call) {
-    return prefixClearIpListExt(call.name(), AF);
-}
-template <uint32_t AF>
-uint32_t prefixClearAll(cliCall&) {
-    return prefixClearIpListAllExt(AF);
-}
-// The detail is the code's: the first of each pair has it.
-template <uint32_t AF>
-uint32_t showPrefixAll(cliCall& call) {
-    const auto* req = call.as<cliShowReq>();
-    uint32_t detail = req->cli.code == CLI_SHOW_PREFIX_ALL_DETAIL ||
-                      req->cli.code == CLI_SHOW_V6_PREFIX_ALL_DETAIL;
-    uint32_t resume = req->resume;
-    return prefixShowIpListAllExt(listNameMake(req->name), &call.buffer, &call.size, detail,
-                                  &resume, AF);
-}
-template <uint32_t AF>
-uint32_t showPrefix(cliCall& call) {
-    const auto* req = call.as<cliShowReq>();
-    uint32_t detail =
-        req->cli.code == CLI_SHOW_PREFIX_DETAIL || req->cli.code == CLI_SHOW_V6_PREFIX_DETAIL;
-    uint32_t resume = req->resume;
-    return prefixShowIpListExt(listNameMake(req->name), &call.buffer, &call.size, detail, &resume,
-                               AF);
-}
-uint32_t prefixResequence(cliCall& call) {
-    const auto* req = call.as<cliPrefixReseqReq>();
-    return ipReseqPrefixListExt(call.name(), uint32_t{req->start}, uint32_t{req->step},
-                                uint32_t{req->family});
-}
-
-// --- the table ---------------------------------------------------------------------------------
 
 enum cliFlag : uint32_t {
     CLI_ACL2 = 1,          // the second ACL agent learns of the change
@@ -288,127 +23,187 @@ enum cliFlag : uint32_t {
     CLI_ASPATH = 64,  // an expression
     CLI_COMM = 128,
     CLI_EXTCOMM = 256,
-    CLI_CHANGE = 512,  // of the configuration: refused while that cannot be stored
+    CLI_CHANGE = 512,   // of the configuration: refused while that cannot be stored
+    CLI_DETAIL = 1024,  // of a show that has it with one code and not with the next
 };
 
 struct cliRow {
-    uint32_t first, last;  // codes, inclusive
+    codeRange codes;
     const char* name;
     uint32_t minLen;
     uint32_t (*run)(cliCall& call);  // null: not built yet
     uint32_t flags = 0;
+    uint32_t family = 0;
 };
 
+// What is made needs a good name and a configuration that can be stored; what goes needs only the
+// latter, as a bad name may have come from an older configuration.
+constexpr uint32_t MAKES = CLI_NAME | CLI_CHANGE, GOES = CLI_CHANGE;
+constexpr uint32_t CLAUSE_MAKES = MAKES | CLI_CLAUSE;
+
 constexpr uint32_t CLI = sizeof(cliHdr);
+constexpr uint32_t CODE = offsetof(cliHdr, reserved76);  // commands without a name
 constexpr uint32_t LIST = sizeof(cliListReq);
 constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
+constexpr uint32_t ASPATH = sizeof(cliAspathReq);
+constexpr uint32_t COMM = sizeof(cliCommReq), EXTCOMM = sizeof(cliExtCommReq);
 constexpr uint32_t RMAP_DELETE = offsetof(cliRmapDeleteReq, named);
 constexpr uint32_t CLAUSE = offsetof(cliRmapClauseReq, operation);
+constexpr uint32_t CHANGE = sizeof(cliRmapClauseReq);
 constexpr uint32_t PREFIX4 = sizeof(cliPrefix4Req), PREFIX6 = sizeof(cliPrefix6Req);
 
 // clang-format off
 constexpr cliRow cliTable[] = {
-    {1000, 1000, "create IPv4 access list",       LIST,  ipListCreate,   CLI_ACL2 | CLI_NAME | CLI_CHANGE},
-    {1001, 1001, "delete IPv4 access list",       LIST,  ipListDelete,   CLI_ACL2 | CLI_CHANGE},
-    {1002, 1002, "add IPv4 entry",                ENTRY, ipEntryAdd,     CLI_ACL2 | CLI_NAME | CLI_CHANGE},
-    {1003, 1003, "delete IPv4 entry",             ENTRY, ipEntryDelete,  CLI_ACL2 | CLI_CHANGE},
-    {1004, 1004, "delete DoS list",               CLI,   dosListDelete, CLI_CHANGE},
-    {1005, 1005, "create DoS list",               LIST,  dosListCreate, CLI_NAME | CLI_CHANGE},
-    {1006, 1006, "delete DoS entry",              ENTRY, dosEntryDelete, CLI_CHANGE},
-    {1007, 1007, "add DoS entry",                 ENTRY, dosEntryAdd, CLI_NAME | CLI_CHANGE},
-    {1008, 1008, "delete AS-path list",           CLI,   aspathListDelete, CLI_CHANGE},
-    {1009, 1009, "delete AS-path entry",          sizeof(cliAspathReq), aspathEntryDelete, CLI_CHANGE},
-    {1010, 1010, "create AS-path list",           CLI,   aspathListCreate, CLI_NAME | CLI_CHANGE},
-    {1011, 1011, "add AS-path entry",             sizeof(cliAspathReq), aspathEntryAdd, CLI_NAME | CLI_ASPATH | CLI_CHANGE},
-    {1012, 1012, "delete community list",         CLI,   commListDelete, CLI_CHANGE},
-    {1013, 1013, "delete community entry",        sizeof(cliCommReq), commEntryDelete, CLI_CHANGE},
-    {1014, 1014, "create community list",         CLI,   commListCreate, CLI_NAME | CLI_CHANGE},
-    {1015, 1015, "add community entry",           sizeof(cliCommReq), commEntryAdd, CLI_NAME | CLI_COMM | CLI_CHANGE},
-    {1016, 1016, "create extended-community list", CLI,  extCommListCreate, CLI_NAME | CLI_CHANGE},
-    {1017, 1017, "add extended-community entry",  sizeof(cliExtCommReq), extCommEntryAdd, CLI_NAME | CLI_EXTCOMM | CLI_CHANGE},
-    {1018, 1018, "delete extended-community entry", sizeof(cliExtCommReq), extCommEntryDelete, CLI_CHANGE},
-    {1019, 1019, "delete extended-community list", CLI,  extCommListDelete, CLI_CHANGE},
-    {1020, 1020, "delete route map",              RMAP_DELETE, rmapDelete, CLI_CHANGE},
-    {1021, 1021, "create route map",              sizeof(cliRmapReq), rmapCreate, CLI_NAME | CLI_CHANGE},
-    {1022, 1023, "route-map clause",              sizeof(cliRmapClauseReq), rmapEntryChange, CLI_NAME | CLI_CLAUSE | CLI_CHANGE},
-    {1024, 1024, "delete route-map clause",       CLAUSE, rmapEntryDelete, CLI_CHANGE},
-    {1025, 1025, "add route-map clause",          CLAUSE, rmapEntryAdd, CLI_NAME | CLI_CLAUSE | CLI_CHANGE},
-    {1030, 1030, "clear IP ACL counters",         CLI,   clearIpAcl},
-    {1031, 1031, "clear all IP ACL counters",     76,    clearIpAclAll},
-    {1038, 1038, "unbind IPv4 list",              sizeof(cliUnbindReq), ipUnbind, CLI_CHANGE},
-    {1039, 1039, "bind IPv4 list",                sizeof(cliBindReq), ipBind, CLI_NAME | CLI_VLANS | CLI_CHANGE},
-    // Both codes are one operation, which reads the code: 1041 enables, 1040 disables.
-    {1040, 1041, "DoS filter",                    CLI,   dosEnable, CLI_NAME | CLI_CHANGE},
-    {1042, 1042, "create IPv4 prefix list",      CLI,   prefixListCreate<AF_IPV4>, CLI_ACL2 | CLI_NAME | CLI_CHANGE},
-    {1043, 1043, "delete IPv4 prefix list",      CLI,   prefixListDelete<AF_IPV4>, CLI_ACL2 | CLI_CHANGE},
-    {1044, 1044, "add IPv4 prefix entry",        PREFIX4, prefixEntryAdd<AF_IPV4>, CLI_ACL2 | CLI_NAME | CLI_CHANGE},
-    {1045, 1045, "delete IPv4 prefix entry",     PREFIX4, prefixEntryDelete<AF_IPV4>, CLI_ACL2 | CLI_CHANGE},
-    {1046, 1046, "clear IPv4 prefix list",       CLI,   prefixClear<AF_IPV4>, CLI_ACL2},
-    {1047, 1047, "clear all IPv4 prefix lists",  76,    prefixClearAll<AF_IPV4>, CLI_ACL2},
-    {1055, 1055, "LAG members",                   WORD,  lagMembers},
-    {1059, 1059, "show IP ACL",                   SHOW,  showIpAcl},
-    {1060, 1060, "show all IP ACLs",              SHOW,  showIpAclAll},
-    {1066, 1067, "show MAC ACLs",                 CLI,   nullptr},
-    {1083, 1084, "show all IPv4 prefix lists",    SHOW,  showPrefixAll<AF_IPV4>},
-    {1085, 1086, "show IPv4 prefix list",         SHOW,  showPrefix<AF_IPV4>},
-    {1087, 1087, "show route map",                SHOW,  showRmap},
-    {1088, 1088, "show all route maps",           SHOW,  showRmapAll},
-    {1090, 1090, "show route-map configuration",  SHOW,  showRmapConfig},
-    {1091, 1091, "show all AS-path lists",        SHOW,  showPages<aclShowASPathListAllExt>},
-    {1092, 1092, "show AS-path list",             SHOW,  showPages<aclShowASPathListExt>},
-    {1093, 1093, "show all community lists",      SHOW,  showWhole<aclShowIpCommListAllExt>},
-    {1094, 1094, "show community list",           SHOW,  showWhole<aclShowIpCommListExt>},
-    {1095, 1095, "show all extended-community lists", SHOW, showWhole<aclShowIpExtCommListAllExt>},
-    {1096, 1096, "show extended-community list",  SHOW,  showWhole<aclShowIpExtCommListExt>},
-    {1098, 1099, "MAC entries",                   CLI,   nullptr, CLI_CHANGE},
-    {1100, 1101, "egress MAC ACL setting",        76,    nullptr},
-    {1102, 1103, "MAC lists",                     CLI,   nullptr, CLI_CHANGE},
-    {1104, 1105, "bind MAC list",                 CLI,   nullptr, CLI_CHANGE},
-    {1106, 1106, "protocol trapping",             CLI,   nullptr},
-    {1108, 1109, "protocol trapping",             CLI,   nullptr},
-    {1114, 1114, "list of a Telnet server",       WORD,  telnetValue},
-    {1115, 1115, "protocol trapping",             CLI,   nullptr},
-    {1120, 1120, "protocol trapping",             CLI,   nullptr},
-    {1132, 1137, "ACL VLAN groups",               CLI,   nullptr, CLI_CHANGE},
-    {1139, 1140, "show ACL VLAN groups",          CLI,   nullptr},
-    {1142, 1145, "remarks",                       CLI,   nullptr, CLI_CHANGE},
-    {1146, 1146, "MAC list of a Telnet server",   CLI,   nullptr},
-    {1147, 1147, "create IPv6 prefix list",      CLI,   prefixListCreate<AF_IPV6>, CLI_ACL2 | CLI_NAME | CLI_CHANGE},
-    {1148, 1148, "delete IPv6 prefix list",      CLI,   prefixListDelete<AF_IPV6>, CLI_ACL2 | CLI_CHANGE},
-    {1149, 1149, "add IPv6 prefix entry",        PREFIX6, prefixEntryAdd<AF_IPV6>, CLI_ACL2 | CLI_NAME | CLI_CHANGE},
-    {1150, 1150, "delete IPv6 prefix entry",     PREFIX6, prefixEntryDelete<AF_IPV6>, CLI_ACL2 | CLI_CHANGE},
-    {1151, 1151, "clear IPv6 prefix list",       CLI,   prefixClear<AF_IPV6>, CLI_ACL2},
-    {1152, 1152, "clear all IPv6 prefix lists",  76,    prefixClearAll<AF_IPV6>, CLI_ACL2},
-    {1153, 1153, "list description",              CLI,   nullptr, CLI_CHANGE},
-    {1154, 1155, "show all IPv6 prefix lists",    SHOW,  showPrefixAll<AF_IPV6>},
-    {1156, 1157, "show IPv6 prefix list",         SHOW,  showPrefix<AF_IPV6>},
-    {1158, 1158, "delete route-map instance",     RMAP_DELETE, rmapInstanceDelete, CLI_CHANGE},
-    {1160, 1160, "delete IPv6 route-map clause",  CLAUSE, rmapEntryDelete, CLI_CHANGE},
-    {1161, 1161, "add IPv6 route-map clause",     CLAUSE, rmapEntryAdd, CLI_NAME | CLI_CLAUSE | CLI_CHANGE},
-    {1162, 1163, "IPv6 access lists",             CLI,   nullptr,        CLI_ACL2 | CLI_V6 | CLI_CHANGE},
-    {1164, 1165, "bind IPv6 list",                CLI,   nullptr,        CLI_V6 | CLI_CHANGE},
-    {1166, 1167, "IPv6 entries",                  CLI,   nullptr,        CLI_ACL2 | CLI_V6 | CLI_CHANGE},
-    {1169, 1170, "remarks",                       CLI,   nullptr, CLI_CHANGE},
-    {1181, 1181, "IPv6 list of a Telnet server",  CLI,   nullptr},
-    {1182, 1184, "resequence",                    CLI,   nullptr, CLI_CHANGE},
-    {1185, 1185, "resequence prefix list",        sizeof(cliPrefixReseqReq), prefixResequence, CLI_CHANGE},
-    {1187, 1187, "delete route-map clause",       CLAUSE, rmapEntryDelete, CLI_CHANGE},
-    {1188, 1188, "add route-map clause",          CLAUSE, rmapEntryAdd, CLI_NAME | CLI_CLAUSE | CLI_CHANGE},
-    {1190, 1191, "show ACL VLAN groups",          CLI,   nullptr},
-    {13607, 13607, "AS notation",                 WORD,  asNotation,     CLI_ANSWER_FIRST},
-    {14519, 14519, "PIM parameters to the cards", 76,    nullptr},
-    {14521, 14521, "IPv6 parameters to the cards", 76,   nullptr},
-    {18908, 18908, "policy-based routing to the cards", 76, nullptr},
+    // access lists, DoS lists
+    {CLI_IP_LIST_CREATE,          "create IPv4 access list",           LIST,
+     cliIpListCreate, CLI_ACL2 | MAKES, INTF_V4},
+    {CLI_IP_LIST_DELETE,          "delete IPv4 access list",           LIST,
+     cliIpListDelete, CLI_ACL2 | GOES, INTF_V4},
+    {CLI_IP_ENTRY_ADD,            "add IPv4 entry",                    ENTRY,
+     cliIpEntryAdd, CLI_ACL2 | MAKES, INTF_V4},
+    {CLI_IP_ENTRY_DELETE,         "delete IPv4 entry",                 ENTRY,
+     cliIpEntryDelete, CLI_ACL2 | GOES, INTF_V4},
+    {CLI_DOS_LIST_DELETE,         "delete DoS list",                   CLI,          cliByName<ipDosListDeleteExt>, GOES},
+    {CLI_DOS_LIST_CREATE,         "create DoS list",                   LIST,         cliDosListCreate, MAKES},
+    {CLI_DOS_ENTRY_DELETE,        "delete DoS entry",                  ENTRY,        cliDosEntryDelete, GOES},
+    {CLI_DOS_ENTRY_ADD,           "add DoS entry",                     ENTRY,        cliDosEntryAdd, MAKES},
+    // AS-path and community lists
+    {CLI_ASPATH_LIST_DELETE,      "delete AS-path list",               CLI,
+     cliByName<bgpASPAccessListDeleteExt>, GOES},
+    {CLI_ASPATH_ENTRY_DELETE,     "delete AS-path entry",              ASPATH,       cliAspathEntryDelete, GOES},
+    {CLI_ASPATH_LIST_CREATE,      "create AS-path list",               CLI,
+     cliCreate<bgpASPAccessListCreateExt>, MAKES},
+    {CLI_ASPATH_ENTRY_ADD,        "add AS-path entry",                 ASPATH,
+     cliAspathEntryAdd, MAKES | CLI_ASPATH},
+    {CLI_COMM_LIST_DELETE,        "delete community list",             CLI,
+     cliByName<bgpCommAccessListDeleteExt>, GOES},
+    {CLI_COMM_ENTRY_DELETE,       "delete community entry",            COMM,
+     cliEntry<cliCommReq, bgpDelCommAccessEntryExt>, GOES},
+    {CLI_COMM_LIST_CREATE,        "create community list",             CLI,
+     cliCreate<bgpCommAccessListCreateExt>, MAKES},
+    {CLI_COMM_ENTRY_ADD,          "add community entry",               COMM,
+     cliEntry<cliCommReq, bgpAddCommAccessEntryExt>, MAKES | CLI_COMM},
+    {CLI_EXTCOMM_LIST_CREATE,     "create extended-community list",    CLI,
+     cliCreate<bgpExtCommListCreateExt>, MAKES},
+    {CLI_EXTCOMM_ENTRY_ADD,       "add extended-community entry",      EXTCOMM,
+     cliEntry<cliExtCommReq, bgpAddExtCommListEntryExt>, MAKES | CLI_EXTCOMM},
+    {CLI_EXTCOMM_ENTRY_DELETE,    "delete extended-community entry",   EXTCOMM,
+     cliEntry<cliExtCommReq, bgpDelExtCommListEntryExt>, GOES},
+    {CLI_EXTCOMM_LIST_DELETE,     "delete extended-community list",    CLI,
+     cliByName<bgpExtCommListDeleteExt>, GOES},
+    // route maps
+    {CLI_RMAP_DELETE,             "delete route map",                  RMAP_DELETE,  cliRmapDelete, GOES},
+    {CLI_RMAP_CREATE,             "create route map",                  sizeof(cliRmapReq), cliRmapCreate, MAKES},
+    {CLI_RMAP_ENTRY,              "route-map clause",                  CHANGE,
+     cliRmapEntryChange, CLAUSE_MAKES, AF_IPV4},
+    {CLI_RMAP_V6_ENTRY,           "route-map clause",                  CHANGE,
+     cliRmapEntryChange, CLAUSE_MAKES, AF_IPV6},
+    {CLI_RMAP_ENTRY_DELETE,       "delete route-map clause",           CLAUSE,       cliRmapEntryDelete, GOES, AF_IPV4},
+    {CLI_RMAP_ENTRY_ADD,          "add route-map clause",              CLAUSE,
+     cliRmapEntryAdd, CLAUSE_MAKES, AF_IPV4},
+    // access lists: counters, bindings
+    {CLI_CLEAR_IP_ACL,            "clear IP ACL counters",             CLI,          cliByName<aclClearIpAclExt>},
+    {CLI_CLEAR_IP_ACL_ALL,        "clear all IP ACL counters",         CODE,         cliIpClearAll},
+    {CLI_IP_UNBIND,               "unbind IPv4 list",                  sizeof(cliUnbindReq), cliIpUnbind, GOES, INTF_V4},
+    {CLI_IP_BIND,                 "bind IPv4 list",                    sizeof(cliBindReq),
+     cliIpBind, MAKES | CLI_VLANS, INTF_V4},
+    {{CLI_DOS_DISABLE, CLI_DOS_ENABLE}, "DoS filter",                  CLI,          cliDosEnable, MAKES},
+    // IPv4 prefix lists
+    {CLI_PREFIX_LIST_CREATE,      "create IPv4 prefix list",           CLI,
+     cliPrefixListCreate, CLI_ACL2 | MAKES, AF_IPV4},
+    {CLI_PREFIX_LIST_DELETE,      "delete IPv4 prefix list",           CLI,
+     cliByNameAndFamily<ipPrefixListDeleteExt>, CLI_ACL2 | GOES, AF_IPV4},
+    {CLI_PREFIX_ENTRY_ADD,        "add IPv4 prefix entry",             PREFIX4,
+     cliPrefixEntryAdd, CLI_ACL2 | MAKES, AF_IPV4},
+    {CLI_PREFIX_ENTRY_DELETE,     "delete IPv4 prefix entry",          PREFIX4,
+     cliPrefixEntryDelete, CLI_ACL2 | GOES, AF_IPV4},
+    {CLI_PREFIX_CLEAR,            "clear IPv4 prefix list",            CLI,
+     cliByNameAndFamily<prefixClearIpListExt>, CLI_ACL2, AF_IPV4},
+    {CLI_PREFIX_CLEAR_ALL,        "clear all IPv4 prefix lists",       CODE,
+     cliPrefixClearAll, CLI_ACL2, AF_IPV4},
+    // shows
+    {CLI_LAG_MEMBERS,             "LAG members",                       WORD,         cliLagMembers},
+    {CLI_SHOW_IP_ACL,             "show IP ACL",                       SHOW,         cliShow<aclShowIpAclExt>},
+    {CLI_SHOW_IP_ACL_ALL,         "show all IP ACLs",                  SHOW,         cliShow<aclShowIpAclAllExt>},
+    {{CLI_SHOW_MAC, CLI_SHOW_MAC_ALL}, "show MAC ACLs",                CLI,          nullptr},
+    {CLI_SHOW_PREFIX_ALL_DETAIL,  "show all IPv4 prefix lists",        SHOW,
+     cliPrefixShowAll, CLI_DETAIL, AF_IPV4},
+    {CLI_SHOW_PREFIX_ALL,         "show all IPv4 prefix lists",        SHOW,         cliPrefixShowAll, 0, AF_IPV4},
+    {CLI_SHOW_PREFIX_DETAIL,      "show IPv4 prefix list",             SHOW,         cliPrefixShow, CLI_DETAIL, AF_IPV4},
+    {CLI_SHOW_PREFIX,             "show IPv4 prefix list",             SHOW,         cliPrefixShow, 0, AF_IPV4},
+    {CLI_SHOW_RMAP,               "show route map",                    SHOW,         cliShow<aclShowRoutemapExt>},
+    {CLI_SHOW_RMAP_ALL,           "show all route maps",               SHOW,         cliShow<aclShowRoutemapAllExt>},
+    {CLI_SHOW_RMAP_CONFIG,        "show route-map configuration",      SHOW,         cliShow<aclShowRoutemapConfigExt>},
+    {CLI_SHOW_ASPATH_ALL,         "show all AS-path lists",            SHOW,
+     cliShowPage<aclShowASPathListAllExt>},
+    {CLI_SHOW_ASPATH,             "show AS-path list",                 SHOW,         cliShowPage<aclShowASPathListExt>},
+    {CLI_SHOW_COMM_ALL,           "show all community lists",          SHOW,         cliShow<aclShowIpCommListAllExt>},
+    {CLI_SHOW_COMM,               "show community list",               SHOW,         cliShow<aclShowIpCommListExt>},
+    {CLI_SHOW_EXTCOMM_ALL,        "show all extended-community lists", SHOW,         cliShow<aclShowIpExtCommListAllExt>},
+    {CLI_SHOW_EXTCOMM,            "show extended-community list",      SHOW,         cliShow<aclShowIpExtCommListExt>},
+    // MAC lists, protocol trapping, VLAN groups, remarks
+    {{CLI_MAC_ENTRY_DELETE, CLI_MAC_ENTRY_ADD}, "MAC entries",         CLI,          nullptr, CLI_CHANGE},
+    {{CLI_MAC_EGRESS_ENABLE, CLI_MAC_EGRESS_DISABLE}, "egress MAC ACL setting", CODE,         nullptr},
+    {{CLI_MAC_LIST_DELETE, CLI_MAC_LIST_CREATE}, "MAC lists",          CLI,          nullptr, CLI_CHANGE},
+    {{CLI_MAC_BIND, CLI_MAC_UNBIND}, "bind MAC list",                  CLI,          nullptr, CLI_CHANGE},
+    {CLI_TRAP_A,                  "protocol trapping",                 CLI,          nullptr},
+    {{CLI_TRAP_DHCP_A, CLI_TRAP_DHCP_B}, "protocol trapping",          CLI,          nullptr},
+    {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue},
+    {CLI_TRAP_B,                  "protocol trapping",                 CLI,          nullptr},
+    {CLI_TRAP_C,                  "protocol trapping",                 CLI,          nullptr},
+    {{CLI_GROUP_CREATE, CLI_GROUP_REMOVE}, "ACL VLAN groups",          CLI,          nullptr, CLI_CHANGE},
+    {{CLI_SHOW_GROUP_ALL, CLI_SHOW_GROUP}, "show ACL VLAN groups",     CLI,          nullptr},
+    {{CLI_REMARK_ADD, CLI_MAC_REMARK_DELETE}, "remarks",               CLI,          nullptr, CLI_CHANGE},
+    {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       CLI,          nullptr},
+    // IPv6 prefix lists
+    {CLI_V6_PREFIX_LIST_CREATE,   "create IPv6 prefix list",           CLI,
+     cliPrefixListCreate, CLI_ACL2 | MAKES, AF_IPV6},
+    {CLI_V6_PREFIX_LIST_DELETE,   "delete IPv6 prefix list",           CLI,
+     cliByNameAndFamily<ipPrefixListDeleteExt>, CLI_ACL2 | GOES, AF_IPV6},
+    {CLI_V6_PREFIX_ENTRY_ADD,     "add IPv6 prefix entry",             PREFIX6,
+     cliPrefixEntryAdd, CLI_ACL2 | MAKES, AF_IPV6},
+    {CLI_V6_PREFIX_ENTRY_DELETE,  "delete IPv6 prefix entry",          PREFIX6,
+     cliPrefixEntryDelete, CLI_ACL2 | GOES, AF_IPV6},
+    {CLI_V6_PREFIX_CLEAR,         "clear IPv6 prefix list",            CLI,
+     cliByNameAndFamily<prefixClearIpListExt>, CLI_ACL2, AF_IPV6},
+    {CLI_V6_PREFIX_CLEAR_ALL,     "clear all IPv6 prefix lists",       CODE,
+     cliPrefixClearAll, CLI_ACL2, AF_IPV6},
+    {CLI_DESCRIPTION,             "list description",                  CLI,          nullptr, CLI_CHANGE},
+    {CLI_SHOW_V6_PREFIX_ALL_DETAIL, "show all IPv6 prefix lists",      SHOW,
+     cliPrefixShowAll, CLI_DETAIL, AF_IPV6},
+    {CLI_SHOW_V6_PREFIX_ALL,      "show all IPv6 prefix lists",        SHOW,         cliPrefixShowAll, 0, AF_IPV6},
+    {CLI_SHOW_V6_PREFIX_DETAIL,   "show IPv6 prefix list",             SHOW,         cliPrefixShow, CLI_DETAIL, AF_IPV6},
+    {CLI_SHOW_V6_PREFIX,          "show IPv6 prefix list",             SHOW,         cliPrefixShow, 0, AF_IPV6},
+    // IPv6 clauses, IPv6 access lists
+    {CLI_RMAP_INSTANCE_DELETE,    "delete route-map instance",         RMAP_DELETE,  cliRmapInstanceDelete, GOES},
+    {CLI_RMAP_V6_ENTRY_DELETE,    "delete IPv6 route-map clause",      CLAUSE,       cliRmapEntryDelete, GOES, AF_IPV6},
+    {CLI_RMAP_V6_ENTRY_ADD,       "add IPv6 route-map clause",         CLAUSE,
+     cliRmapEntryAdd, CLAUSE_MAKES, AF_IPV6},
+    {{CLI_V6_LIST_CREATE, CLI_V6_LIST_DELETE}, "IPv6 access lists",    CLI,
+     nullptr, CLI_ACL2 | CLI_V6 | CLI_CHANGE},
+    {{CLI_V6_BIND, CLI_V6_UNBIND}, "bind IPv6 list",                   CLI,          nullptr, CLI_V6 | CLI_CHANGE},
+    {{CLI_V6_ENTRY_ADD, CLI_V6_ENTRY_DELETE}, "IPv6 entries",          CLI,
+     nullptr, CLI_ACL2 | CLI_V6 | CLI_CHANGE},
+    {{CLI_V6_REMARK_ADD, CLI_V6_REMARK_DELETE}, "remarks",             CLI,          nullptr, CLI_CHANGE},
+    // what came later
+    {CLI_V6_TELNET_VALUE,         "IPv6 list of a Telnet server",      CLI,          nullptr},
+    {{CLI_IP_RESEQUENCE, CLI_MAC_RESEQUENCE}, "resequence",            CLI,          nullptr, CLI_CHANGE},
+    {CLI_PREFIX_RESEQUENCE,       "resequence prefix list",            sizeof(cliPrefixReseqReq),
+     cliPrefixResequence, CLI_CHANGE},
+    {CLI_RMAP_ENTRY_DELETE_2,     "delete route-map clause",           CLAUSE,       cliRmapEntryDelete, GOES, AF_IPV4},
+    {CLI_RMAP_ENTRY_ADD_2,        "add route-map clause",              CLAUSE,
+     cliRmapEntryAdd, CLAUSE_MAKES, AF_IPV4},
+    {{CLI_SHOW_GROUP_2, CLI_SHOW_GROUP_ALL_2}, "show ACL VLAN groups", CLI,          nullptr},
+    // other tasks' settings
+    {CLI_AS_NOTATION,             "AS notation",                       WORD,         cliAsNotation, CLI_ANSWER_FIRST},
+    {CLI_PIM_TO_CARDS,            "PIM parameters to the cards",       CODE,         nullptr},
+    {CLI_V6_TO_CARDS,             "IPv6 parameters to the cards",      CODE,         nullptr},
+    {CLI_PBR_TO_CARDS,            "policy-based routing to the cards", CODE,         nullptr},
 };
 // clang-format on
-static_assert(std::ranges::is_sorted(cliTable, {}, &cliRow::first));
-
-const cliRow* findRow(uint32_t code) {
-    const cliRow* row = std::ranges::lower_bound(cliTable, code, {}, &cliRow::last);
-    return row != std::ranges::end(cliTable) && row->first <= code ? row : nullptr;
-}
+static_assert(rowsAreSorted(cliTable));
 
 struct textRule {
     uint32_t flag;
@@ -456,6 +251,8 @@ uint32_t runRow(const cliRow* row, cliCall& call) {
         return ACL_E_SYSTEM;
     }
     if ((row->flags & CLI_CHANGE) != 0 && !aclCanChange()) return ACL_E_STORE;
+    call.family = row->family;
+    call.detail = (row->flags & CLI_DETAIL) != 0;
     return row->run(call);
 }
 
@@ -476,12 +273,12 @@ void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
 }  // namespace
 
 void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
-    cliCall call{message};
+    cliCall call{.message = message};
     ipcHdr* hdr = msgHdr(message);
     // The answer must reach the result and the code, however short the request was.
     if (hdr->length < offsetof(cliHdr, reserved76))
         hdr->length = static_cast<uint32_t>(offsetof(cliHdr, reserved76));
-    const cliRow* row = findRow(call.code());
+    const cliRow* row = rowOf(cliTable, call.code());
     if (row != nullptr && (row->flags & CLI_ANSWER_FIRST) != 0) {
         call.as<cliHdr>()->result = ACL_OK;
         AclIpcReply(node->ipc.regQfd, message);

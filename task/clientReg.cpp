@@ -1,4 +1,4 @@
-// Registrations of clients (types 14442 to 14457): one row per message type.
+// Registrations of clients (types 14442 to 14457): one row per kind of list.
 #include <algorithm>
 #include <array>
 #include <iterator>
@@ -20,52 +20,69 @@ struct registration {
     listName name;
     uint32_t callback;
     std::span<const clientPairValue> pairs;
+    uint32_t family;  // the row's
 };
-
-bool done(int result) {
-    return result == 0;
-}
-bool done(const aclList* list) {
-    return list != nullptr;
-}
 
 bool isMcast(const registration& r) {
     return std::ranges::find(MCAST_CLIENTS, r.application) != std::ranges::end(MCAST_CLIENTS);
 }
-template <uint32_t Family>
+
+// Each kind of list in its wrappers' words. True: done.
 bool aclAdd(const registration& r) {
-    return isMcast(r)
-               ? done(aclAddTaskMcastClientExt(r.application, r.instance, r.name, r.callback,
-                                               Family))
-               : done(aclAddTaskClientExt(r.application, r.instance, r.name, r.callback, Family));
+    const aclList* list =
+        isMcast(r)
+            ? aclAddTaskMcastClientExt(r.application, r.instance, r.name, r.callback, r.family)
+            : aclAddTaskClientExt(r.application, r.instance, r.name, r.callback, r.family);
+    return list != nullptr;
 }
-template <uint32_t Family>
 bool aclDel(const registration& r) {
-    return isMcast(r) ? done(aclDelTaskMcastClientExt(r.application, r.instance, r.name, Family))
-                      : done(aclDelTaskClientExt(r.application, r.instance, r.name, Family));
+    const int result = isMcast(r)
+                           ? aclDelTaskMcastClientExt(r.application, r.instance, r.name, r.family)
+                           : aclDelTaskClientExt(r.application, r.instance, r.name, r.family);
+    return result == 0;
+}
+bool prefixAdd(const registration& r) {
+    return prefixAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback,
+                                  r.family) == 0;
+}
+bool prefixDel(const registration& r) {
+    return prefixDelTaskClientExt(r.application, r.instance, r.name, r.pairs, r.family) == 0;
+}
+bool aspathAdd(const registration& r) {
+    return aspAddTaskClientExt(r.application, r.instance, r.name, r.callback, r.pairs) == 0;
+}
+bool aspathDel(const registration& r) {
+    return aspDelTaskClientExt(r.application, r.instance, r.name, r.pairs) == 0;
+}
+// The only kind without pairs.
+bool commAdd(const registration& r) {
+    return commAddTaskClientExt(r.application, r.instance, r.name, r.callback) == 0;
+}
+bool commDel(const registration& r) {
+    return commDelTaskClientExt(r.application, r.instance, r.name) == 0;
+}
+bool rmapAdd(const registration& r) {
+    return rmapAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback) == 0;
+}
+bool rmapDel(const registration& r) {
+    return rmapDelTaskClientExt(r.application, r.instance, r.name, r.pairs) == 0;
 }
 
 struct clientRow {
-    uint32_t mtype;
-    bool (*run)(const registration& r);
+    uint32_t addType;  // the type behind it takes the client back
+    bool (*add)(const registration& r);
+    bool (*del)(const registration& r);
+    uint32_t family = 0;  // counted from 1, unlike that of the list operations
 };
-// The client operations count families from 1, unlike the list operations.
-// clang-format off
 constexpr clientRow clientTable[] = {
-    {14442, aclAdd<1>},
-    {14443, aclDel<1>},
-    {14446, [](const registration& r) { return done(prefixAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback, AF_IPV4)); }},
-    {14447, [](const registration& r) { return done(prefixDelTaskClientExt(r.application, r.instance, r.name, r.pairs, AF_IPV4)); }},
-    {14448, [](const registration& r) { return done(prefixAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback, AF_IPV6)); }},
-    {14449, [](const registration& r) { return done(prefixDelTaskClientExt(r.application, r.instance, r.name, r.pairs, AF_IPV6)); }},
-    {14450, [](const registration& r) { return done(aspAddTaskClientExt(r.application, r.instance, r.name, r.callback, r.pairs)); }},
-    {14451, [](const registration& r) { return done(aspDelTaskClientExt(r.application, r.instance, r.name, r.pairs)); }},
-    {14452, [](const registration& r) { return done(commAddTaskClientExt(r.application, r.instance, r.name, r.callback)); }},
-    {14453, [](const registration& r) { return done(commDelTaskClientExt(r.application, r.instance, r.name)); }},
-    {14454, [](const registration& r) { return done(rmapAddTaskClientExt(r.application, r.instance, r.name, r.pairs, r.callback)); }},
-    {14455, [](const registration& r) { return done(rmapDelTaskClientExt(r.application, r.instance, r.name, r.pairs)); }},
+    {MT_ACL_CLIENT_ADD, aclAdd, aclDel, AF_IPV4},
+    {MT_PREFIX_CLIENT_ADD, prefixAdd, prefixDel, AF_IPV4},
+    {MT_V6_PREFIX_CLIENT_ADD, prefixAdd, prefixDel, AF_IPV6},
+    {MT_ASPATH_CLIENT_ADD, aspathAdd, aspathDel},
+    {MT_COMM_CLIENT_ADD, commAdd, commDel},
+    {MT_RMAP_CLIENT_ADD, rmapAdd, rmapDel},
 };
-// clang-format on
+static_assert(MT_CLIENT_FIRST % 2 == 0);  // so a registration has an even type
 
 // The pairs that a registration carries; false when it states more than came.
 bool readPairs(const uint8_t* message, std::array<clientPairValue, PAIRS_MAX>* pairs,
@@ -84,8 +101,9 @@ bool readPairs(const uint8_t* message, std::array<clientPairValue, PAIRS_MAX>* p
 
 int aclHandleClient(aclNodeRecord*, uint8_t* message) {
     auto* request = reinterpret_cast<clientRegReq*>(message);
-    const auto* row =
-        std::ranges::find(clientTable, uint32_t{request->ipc.mtype}, &clientRow::mtype);
+    const bool adds = request->ipc.mtype % 2 == 0;
+    const uint32_t addType = request->ipc.mtype - (adds ? 0 : 1);
+    const auto* row = std::ranges::find(clientTable, addType, &clientRow::addType);
     std::array<clientPairValue, PAIRS_MAX> pairs;
     uint32_t count = 0;
     bool success = false;
@@ -94,10 +112,10 @@ int aclHandleClient(aclNodeRecord*, uint8_t* message) {
     else if (!readPairs(message, &pairs, &count))
         aclCounters.truncated++;
     else
-        success = row->run({request->application, request->instance, listNameMake(request->name),
-                            request->callback, std::span(pairs).first(count)});
-    // A registration has an even type: the client is there again.
-    if (success && request->ipc.mtype % 2 == 0)
+        success = (adds ? row->add : row->del)({request->application, request->instance,
+                                                listNameMake(request->name), request->callback,
+                                                std::span(pairs).first(count), row->family});
+    if (success && adds)  // the client is there again
         clientRegisteredAnew(request->application, request->instance);
     request->ipc.result = success ? 0 : CLIENT_REG_FAILED;
     return success ? 0 : -1;

@@ -12,8 +12,10 @@
 #include "common/cfgline.h"
 #include "common/clientWait.h"
 #include "include/cliMsg.h"
+#include "include/clientMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
+#include "task/rows.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -115,22 +117,45 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     return NOT_TOLD;
 }
 
-// A show for another task: the name at 64, of prefix lists a resume index behind it. A failure to
-// answer is logged with the kind's text.
+// --- shows for other tasks -----------------------------------------------------------------------
+
+// The name at 64, of prefix lists a resume index behind it.
 struct taskShow {
-    uint32_t (*show)(const listName& name, const uint8_t* message, void** buffer, uint32_t* size);
+    uint32_t (*run)(const taskShow& how, const uint8_t* message, void** buffer, uint32_t* size);
+    uint32_t family;  // of prefix lists
+    bool detail;      // of prefix lists
+    // Logged when there is nobody to answer.
     const char* failedAfterError;
     const char* failedAfterSuccess;
 };
 
-int answerTaskShow(const taskShow& kind, aclNodeRecord* node, uint8_t* message) {
-    const auto* request = reinterpret_cast<const showReplyHdr*>(message);
+listName shownName(const uint8_t* message) {
+    return listNameMake(reinterpret_cast<const showReplyHdr*>(message)->name);
+}
+uint32_t showIpAcl(const taskShow&, const uint8_t* message, void** buffer, uint32_t* size) {
+    return aclShowIpAclExt(shownName(message), buffer, size);
+}
+uint32_t showIpAclAll(const taskShow&, const uint8_t* message, void** buffer, uint32_t* size) {
+    return aclShowIpAclAllExt(shownName(message), buffer, size);
+}
+uint32_t showPrefix(const taskShow& how, const uint8_t* message, void** buffer, uint32_t* size) {
+    uint32_t resume = msgWord(message, SHOW_RESUME_OFFSET);
+    return prefixShowIpListExt(shownName(message), buffer, size, how.detail, &resume, how.family);
+}
+uint32_t showPrefixAll(const taskShow& how, const uint8_t* message, void** buffer, uint32_t* size) {
+    uint32_t resume = msgWord(message, SHOW_RESUME_OFFSET);
+    return prefixShowIpListAllExt(shownName(message), buffer, size, how.detail, &resume,
+                                  how.family);
+}
+
+// The handler of every show. A buffer without text is answered like an error, in the status word.
+int answerTaskShow(const taskShow& how, aclNodeRecord* node, uint8_t* message) {
     void* buffer = nullptr;
     uint32_t size = 0;
-    uint32_t status = kind.show(listNameMake(request->name), message, &buffer, &size);
+    uint32_t status = how.run(how, message, &buffer, &size);
     if (status == ACL_OK && buffer != nullptr) {
         if (AclSendDisplayBuffer(buffer, size, message) != 0)
-            aclSysErr(SYSERR_SHOW, "%s", kind.failedAfterSuccess);
+            aclSysErr(SYSERR_SHOW, "%s", how.failedAfterSuccess);
         return NOT_TOLD;
     }
     if (buffer != nullptr) zekMC_M_sysFree(buffer);
@@ -138,56 +163,8 @@ int answerTaskShow(const taskShow& kind, aclNodeRecord* node, uint8_t* message) 
     hdr->status = status;
     ipcExchangeTriples(hdr);
     if (zekIpcSend(node->ipc.regQfd, message, hdr->length) != 0)
-        aclSysErr(SYSERR_SHOW, "%s", kind.failedAfterError);
+        aclSysErr(SYSERR_SHOW, "%s", how.failedAfterError);
     return NOT_TOLD;
-}
-
-int handleShowIpAcl(aclNodeRecord* node, uint8_t* message) {
-    static constexpr char failed[] = "Error in sending Show IP ACL back to CLI\n";
-    return answerTaskShow({[](const listName& name, const uint8_t*, void** buffer, uint32_t* size) {
-                               return aclShowIpAclExt(name, buffer, size);
-                           },
-                           failed, failed},
-                          node, message);
-}
-int handleShowIpAclAll(aclNodeRecord* node, uint8_t* message) {
-    // The two texts lack different blanks; it is meant.
-    return answerTaskShow({[](const listName& name, const uint8_t*, void** buffer, uint32_t* size) {
-                               return aclShowIpAclAllExt(name, buffer, size);
-                           },
-                           "Error in sending Show IP ACL All backto CLI\n",
-                           "Error in sending Show IP ACL All back toCLI\n"},
-                          node, message);
-}
-
-// The first type of each pair asks for the detail.
-template <uint32_t AF>
-uint32_t showPrefixToTask(const listName& name, const uint8_t* message, void** buffer,
-                          uint32_t* size) {
-    uint32_t mtype = msgWord(message, offsetof(ipcHdr, mtype));
-    uint32_t detail = mtype == MT_SHOW_PREFIX || mtype == MT_SHOW_V6_PREFIX;
-    uint32_t resume = msgWord(message, SHOW_RESUME_OFFSET);
-    return prefixShowIpListExt(name, buffer, size, detail, &resume, AF);
-}
-template <uint32_t AF>
-uint32_t showPrefixAllToTask(const listName& name, const uint8_t* message, void** buffer,
-                             uint32_t* size) {
-    uint32_t mtype = msgWord(message, offsetof(ipcHdr, mtype));
-    uint32_t detail = mtype == MT_SHOW_PREFIX_ALL || mtype == MT_SHOW_V6_PREFIX_ALL;
-    uint32_t resume = msgWord(message, SHOW_RESUME_OFFSET);
-    return prefixShowIpListAllExt(name, buffer, size, detail, &resume, AF);
-}
-template <uint32_t AF>
-int handleShowPrefix(aclNodeRecord* node, uint8_t* message) {
-    const char* failed = AF == AF_IPV4 ? "Error in sending Show IP Prefix List back to CLI\n"
-                                       : "Error in sending Show Ipv6 Prefix List back to CLI\n";
-    return answerTaskShow({showPrefixToTask<AF>, failed, failed}, node, message);
-}
-template <uint32_t AF>
-int handleShowPrefixAll(aclNodeRecord* node, uint8_t* message) {
-    const char* failed = AF == AF_IPV4 ? "Error in sending Show IP Prefix All back to CLI\n"
-                                       : "Error in sending Show Ipv6 Prefix All back to CLI\n";
-    return answerTaskShow({showPrefixAllToTask<AF>, failed, failed}, node, message);
 }
 
 // --- the table -----------------------------------------------------------------------------------
@@ -207,87 +184,102 @@ enum class msgReply {
 typedef int (*msgHandler)(aclNodeRecord* node, uint8_t* message);
 
 struct msgRow {
-    uint32_t first, last;  // message types, inclusive
+    codeRange codes;  // message types
     const char* name;
     uint32_t minLen;  // bytes, header included
     msgReply reply;
-    msgHandler run;            // null: not built yet
+    msgHandler run;            // null: not built yet, or a show
     bool tellsResult = false;  // AclProcMsg returns what the handler returned
     uint32_t nameAt = 0;       // of a name that must be one word
+    taskShow show = {};        // what is shown
 };
 
 constexpr uint32_t HDR = sizeof(ipcHdr);
 constexpr uint32_t CLIENT_LEN = 212;  // up to the end of the name
-constexpr uint32_t CLIENT_NAME = 72;
-constexpr uint32_t SHOW_LEN = sizeof(showReplyHdr);
+
+// Rows of one shape, in which only these differ.
+constexpr msgRow clientRow(codeRange types, const char* name, msgHandler run) {
+    return {types, name, CLIENT_LEN, msgReply::ipc, run, true, offsetof(clientRegReq, name)};
+}
+constexpr msgRow showRow(uint32_t type, const char* name, const taskShow& show) {
+    return {type, name, sizeof(showReplyHdr), msgReply::show, nullptr, false, 0, show};
+}
+constexpr bool DETAIL = true, BRIEF = false;
+constexpr char ipAclFailed[] = "Error in sending Show IP ACL back to CLI\n";
+constexpr char prefixFailed[] = "Error in sending Show IP Prefix List back to CLI\n";
+constexpr char prefixAllFailed[] = "Error in sending Show IP Prefix All back to CLI\n";
+constexpr char prefix6Failed[] = "Error in sending Show Ipv6 Prefix List back to CLI\n";
+constexpr char prefix6AllFailed[] = "Error in sending Show Ipv6 Prefix All back to CLI\n";
 
 // clang-format off
 constexpr msgRow msgTable[] = {
-    {8, 8,         "RAM data sync",                HDR,        msgReply::none,      handleRamDataSync},
-    {401, 401,     "SWP time-out",                 HDR,        msgReply::none,      handleSwpTimeout},
-    {402, 402,     "SWP acknowledgement",          HDR,        msgReply::none,      handleSwpAck},
-    {801, 801,     "ignored",                      HDR,        msgReply::none,      handleNothing},
-    {1110, 1111,   "protocol enable",              HDR,        msgReply::ipc,       nullptr},
-    {1112, 1113,   "protocol enable from VRRP",    HDR,        msgReply::vrrp,      nullptr},
-    {2009, 2009,   "event notification",           72,         msgReply::ipc,       handleEvent},
-    {2804, 2804,   "block configuration starts",   HDR,        msgReply::ifm,       handleCfgStart},
-    {2805, 2805,   "block configuration ends",     HDR,        msgReply::ifm,       handleCfgEnd},
-    {2806, 2806,   "initial configuration done",   HDR,        msgReply::ifm,       handleCfgComplete},
-    {6001, 6002,   "CLI command",                  HDR,        msgReply::byHandler, handleCli},
-    {8402, 8402,   "SNMP trap agent address",      HDR,        msgReply::ipc,       nullptr},
-    {10873, 10873, "IFM: ports leave",             68,         msgReply::ifm,       nullptr},
-    {10874, 10874, "IFM notification, no action",  HDR,        msgReply::ifm,       handleNothing},
-    {10876, 10876, "IFM notification, no action",  HDR,        msgReply::ifm,       handleNothing},
-    {10878, 10878, "IFM: VLANs of a port",         68,         msgReply::ifm,       nullptr},
-    {10880, 10880, "mirroring relay",              76,         msgReply::ifm,       nullptr},
-    {10896, 10896, "IFM events",                   192,        msgReply::ifm,       nullptr},
-    {14401, 14401, "control-processor agent registers", 64,    msgReply::byHandler, aclHandleAcl0Register},
-    {14403, 14403, "line-card agent registers",    HDR,        msgReply::byHandler, aclHandleAgentRegister},
-    {14404, 14404, "agent asks for its queue",     HDR,        msgReply::byHandler, aclHandleAgentQueue, true},
-    {14405, 14405, "SNMP registers",               HDR,        msgReply::byHandler, aclHandleSnmpRegister, true},
-    {14406, 14406, "IPM registers",                HDR,        msgReply::byHandler, aclHandleIpmRegister, true},
-    {14407, 14407, "SYSADM registers",             HDR,        msgReply::byHandler, aclHandleSysadmRegister, true},
-    {14435, 14435, "DAI notification",             68,         msgReply::dai,       nullptr},
-    {14436, 14436, "DHCP-snooping notification",   HDR,        msgReply::udpHelper, nullptr},
-    {14437, 14437, "DHCP source-address validation", 68,       msgReply::byHandler, nullptr},
-    {14442, 14443, "IP ACL client",                CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
-    {14444, 14445, "IPv6 ACL client",              CLIENT_LEN, msgReply::ipc,       nullptr, true, CLIENT_NAME},
-    {14446, 14449, "prefix-list client",           CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
-    {14450, 14451, "AS-path client",               CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
-    {14452, 14453, "community client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
-    {14454, 14455, "route-map client",             CLIENT_LEN, msgReply::ipc,       aclHandleClient, true, CLIENT_NAME},
-    {14456, 14457, "MAC ACL client",               CLIENT_LEN, msgReply::ipc,       nullptr, true, CLIENT_NAME},
-    {14460, 14460, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
-    {14462, 14462, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
-    {14464, 14465, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
-    {14466, 14466, "show IP ACL",                  SHOW_LEN,   msgReply::show,      handleShowIpAcl},
-    {14467, 14467, "show all IP ACLs",             SHOW_LEN,   msgReply::show,      handleShowIpAclAll},
-    {14468, 14468, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
-    {14469, 14470, "show IPv4 prefix list",        SHOW_LEN,   msgReply::show,      handleShowPrefix<AF_IPV4>},
-    {14471, 14472, "show all IPv4 prefix lists",   SHOW_LEN,   msgReply::show,      handleShowPrefixAll<AF_IPV4>},
-    {14474, 14474, "UDP-helper notification",      HDR,        msgReply::udpHelper, nullptr},
-    {14480, 14481, "show IPv6 prefix list",        SHOW_LEN,   msgReply::show,      handleShowPrefix<AF_IPV6>},
-    {14482, 14483, "show all IPv6 prefix lists",   SHOW_LEN,   msgReply::show,      handleShowPrefixAll<AF_IPV6>},
-    {14490, 14490, "MAC-limit list",               HDR,        msgReply::macMgr,    nullptr},
-    {14491, 14491, "MAC-limit entries",            HDR,        msgReply::macMgr,    nullptr},
-    {14492, 14493, "MAC-limit entry deletion",     HDR,        msgReply::macMgr,    nullptr},
-    {14494, 14494, "MAC-limit list deletion",      HDR,        msgReply::macMgr,    nullptr},
-    {14495, 14495, "MAC-limit protocol filter",    104,        msgReply::none,      nullptr},
-    {14502, 14502, "STP enable",                   68,         msgReply::macMgr,    nullptr},
-    {14504, 14505, "GVRP",                         HDR,        msgReply::ipc,       nullptr},
-    {14517, 14518, "mask display mode",            HDR,        msgReply::byHandler, handleInverseMask},
-    {14522, 14524, "peer route processor",         HDR,        msgReply::byHandler, handlePeer},
-    {14529, 14529, "answer to a trigger",          HDR,        msgReply::none,      handleTriggerAnswer},
-    {14552, 14552, "second ACL agent registers",   HDR,        msgReply::byHandler, aclHandleAcl2Register, true},
-    {20417, 20417, "sFlow agent address",          HDR,        msgReply::ipc,       nullptr},
+    {MT_RAM_DATA_SYNC,           "RAM data sync",                 HDR, msgReply::none,      handleRamDataSync},
+    {MT_SWP_TIMEOUT,             "SWP time-out",                  HDR, msgReply::none,      handleSwpTimeout},
+    {MT_SWP_ACK,                 "SWP acknowledgement",           HDR, msgReply::none,      handleSwpAck},
+    {MT_IGNORED,                 "ignored",                       HDR, msgReply::none,      handleNothing},
+    {{MT_PROT_FIRST, MT_PROT_LAST}, "protocol enable",            HDR, msgReply::ipc,       nullptr},
+    {{MT_PROT_VRRP_FIRST, MT_PROT_VRRP_LAST}, "protocol enable from VRRP", HDR, msgReply::vrrp, nullptr},
+    {MT_EVENT_NOTIF,             "event notification",             72, msgReply::ipc,       handleEvent},
+    {MT_CFG_START_BLK_CFG_NOTIF, "block configuration starts",    HDR, msgReply::ifm,       handleCfgStart},
+    {MT_CFG_END_BLK_CFG_NOTIF,   "block configuration ends",      HDR, msgReply::ifm,       handleCfgEnd},
+    {MT_CFG_INIT_CFG_COMPLETE,   "initial configuration done",    HDR, msgReply::ifm,       handleCfgComplete},
+    {{MT_CLI_COMMAND, MT_CLI_COMMAND_2}, "CLI command",           HDR, msgReply::byHandler, handleCli},
+    {MT_SNMP_TRAP_AGENT_IP,      "SNMP trap agent address",       HDR, msgReply::ipc,       nullptr},
+    {MT_IFM_PORTS_LEAVE,         "IFM: ports leave",               68, msgReply::ifm,       nullptr},
+    {MT_IFM_NOTIF_A,             "IFM notification, no action",   HDR, msgReply::ifm,       handleNothing},
+    {MT_IFM_NOTIF_B,             "IFM notification, no action",   HDR, msgReply::ifm,       handleNothing},
+    {MT_IFM_PORTVL_EVT_NOTIF,    "IFM: VLANs of a port",           68, msgReply::ifm,       nullptr},
+    {MT_IFM_MIRROR_RELAY,        "mirroring relay",                76, msgReply::ifm,       nullptr},
+    {MT_IFM_EVT_NOTIF,           "IFM events",                    192, msgReply::ifm,       nullptr},
+    {MT_ACL0_REGISTER,           "control-processor agent registers", 64, msgReply::byHandler, aclHandleAcl0Register},
+    {MT_AGENT_REGISTER,          "line-card agent registers",     HDR, msgReply::byHandler, aclHandleAgentRegister},
+    {MT_AGENT_QUEUE,             "agent asks for its queue",      HDR, msgReply::byHandler, aclHandleAgentQueue, true},
+    {MT_SNMP_REGISTER,           "SNMP registers",                HDR, msgReply::byHandler, aclHandleSnmpRegister, true},
+    {MT_IPM_REGISTER,            "IPM registers",                 HDR, msgReply::byHandler, aclHandleIpmRegister, true},
+    {MT_SYSADM_REGISTER,         "SYSADM registers",              HDR, msgReply::byHandler, aclHandleSysadmRegister, true},
+    {MT_DAI_NOTIF,               "DAI notification",               68, msgReply::dai,       nullptr},
+    {MT_DHCP_SNOOP_NOTIF,        "DHCP-snooping notification",    HDR, msgReply::udpHelper, nullptr},
+    {MT_DHCP_SAV,                "DHCP source-address validation", 68, msgReply::byHandler, nullptr},
+    clientRow({MT_ACL_CLIENT_ADD, MT_ACL_CLIENT_DEL},          "IP ACL client",      aclHandleClient),
+    clientRow({MT_V6_ACL_CLIENT_ADD, MT_V6_ACL_CLIENT_DEL},    "IPv6 ACL client",    nullptr),
+    clientRow({MT_PREFIX_CLIENT_ADD, MT_V6_PREFIX_CLIENT_DEL}, "prefix-list client", aclHandleClient),
+    clientRow({MT_ASPATH_CLIENT_ADD, MT_ASPATH_CLIENT_DEL},    "AS-path client",     aclHandleClient),
+    clientRow({MT_COMM_CLIENT_ADD, MT_COMM_CLIENT_DEL},        "community client",   aclHandleClient),
+    clientRow({MT_RMAP_CLIENT_ADD, MT_RMAP_CLIENT_DEL},        "route-map client",   aclHandleClient),
+    clientRow({MT_MAC_CLIENT_ADD, MT_MAC_CLIENT_DEL},          "MAC ACL client",     nullptr),
+    {MT_ACL_TRIGGER,             "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},
+    {MT_RMAP_TRIGGER,            "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},
+    {{MT_ASPATH_TRIGGER, MT_COMM_TRIGGER}, "answer to a trigger", HDR, msgReply::none,      handleTriggerAnswer},
+    showRow(MT_SHOW_IP_ACL, "show IP ACL", {showIpAcl, 0, false, ipAclFailed, ipAclFailed}),
+    // The two texts lack different blanks; it is meant.
+    showRow(MT_SHOW_IP_ACL_ALL, "show all IP ACLs",
+            {showIpAclAll, 0, false, "Error in sending Show IP ACL All backto CLI\n",
+             "Error in sending Show IP ACL All back toCLI\n"}),
+    {MT_PREFIX_TRIGGER,          "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},
+    showRow(MT_SHOW_PREFIX,           "show IPv4 prefix list",      {showPrefix, AF_IPV4, DETAIL, prefixFailed, prefixFailed}),
+    showRow(MT_SHOW_PREFIX_BRIEF,     "show IPv4 prefix list",      {showPrefix, AF_IPV4, BRIEF, prefixFailed, prefixFailed}),
+    showRow(MT_SHOW_PREFIX_ALL,       "show all IPv4 prefix lists", {showPrefixAll, AF_IPV4, DETAIL, prefixAllFailed, prefixAllFailed}),
+    showRow(MT_SHOW_PREFIX_ALL_BRIEF, "show all IPv4 prefix lists", {showPrefixAll, AF_IPV4, BRIEF, prefixAllFailed, prefixAllFailed}),
+    {MT_UDP_HELPER_NOTIF,        "UDP-helper notification",       HDR, msgReply::udpHelper, nullptr},
+    showRow(MT_SHOW_V6_PREFIX,           "show IPv6 prefix list",      {showPrefix, AF_IPV6, DETAIL, prefix6Failed, prefix6Failed}),
+    showRow(MT_SHOW_V6_PREFIX_BRIEF,     "show IPv6 prefix list",      {showPrefix, AF_IPV6, BRIEF, prefix6Failed, prefix6Failed}),
+    showRow(MT_SHOW_V6_PREFIX_ALL,       "show all IPv6 prefix lists", {showPrefixAll, AF_IPV6, DETAIL, prefix6AllFailed, prefix6AllFailed}),
+    showRow(MT_SHOW_V6_PREFIX_ALL_BRIEF, "show all IPv6 prefix lists", {showPrefixAll, AF_IPV6, BRIEF, prefix6AllFailed, prefix6AllFailed}),
+    {MT_ACLMAC_NEW,              "MAC-limit list",                HDR, msgReply::macMgr,    nullptr},
+    {MT_ACLMAC_ADD,              "MAC-limit entries",             HDR, msgReply::macMgr,    nullptr},
+    {{MT_ACLMAC_DELENTRY, MT_ACLMAC_DELALLENTRY}, "MAC-limit entry deletion", HDR, msgReply::macMgr, nullptr},
+    {MT_ACLMAC_DELLIST,          "MAC-limit list deletion",       HDR, msgReply::macMgr,    nullptr},
+    {MT_ACLMAC_PROTOCOL_FILTER,  "MAC-limit protocol filter",     104, msgReply::none,      nullptr},
+    {MT_STP_ENABLE,              "STP enable",                     68, msgReply::macMgr,    nullptr},
+    {{MT_GVRP_FIRST, MT_GVRP_LAST}, "GVRP",                       HDR, msgReply::ipc,       nullptr},
+    {{MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE}, "mask display mode", HDR, msgReply::byHandler, handleInverseMask},
+    {{MT_PEER_INFO, MT_PEER_REGISTER}, "peer route processor",    HDR, msgReply::byHandler, handlePeer},
+    {MT_V6_ACL_TRIGGER,          "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},
+    {MT_ACL2_REGISTER,           "second ACL agent registers",    HDR, msgReply::byHandler, aclHandleAcl2Register, true},
+    {MT_SFLOW_AGENT_IP,          "sFlow agent address",           HDR, msgReply::ipc,       nullptr},
 };
 // clang-format on
-static_assert(std::ranges::is_sorted(msgTable, {}, &msgRow::first));
-
-const msgRow* findRow(uint32_t mtype) {
-    const msgRow* row = std::ranges::lower_bound(msgTable, mtype, {}, &msgRow::last);
-    return row != std::ranges::end(msgTable) && row->first <= mtype ? row : nullptr;
-}
+static_assert(rowsAreSorted(msgTable));
 
 int acknowledge(msgReply reply, uint8_t* message) {
     switch (reply) {
@@ -380,7 +372,7 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
     aclDebug(DEBUG_ACL_IPC, "ipchdr->mtype = %d\r\n", static_cast<int>(uint32_t{hdr->mtype}));
     aclCounters.messages++;
     if (!aclIsServing()) clientWaitsBegin();
-    const msgRow* row = findRow(hdr->mtype);
+    const msgRow* row = rowOf(msgTable, hdr->mtype);
     if (row == nullptr) {
         aclCounters.unknownType++;
         return -1;
@@ -391,7 +383,7 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
         refuse(*row, message);
         return -1;
     }
-    if (row->run == nullptr) {
+    if (row->run == nullptr && row->show.run == nullptr) {
         aclNotBuilt(row->name);
         refuse(*row, message);
         return -1;
@@ -401,7 +393,8 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
         refuse(*row, message);
         return -1;
     }
-    int result = row->run(node, message);
+    const int result = row->show.run != nullptr ? answerTaskShow(row->show, node, message)
+                                                : row->run(node, message);
     if (row->reply == msgReply::ipc) AclIpcReply(node->ipc.regQfd, message);
     if (row->reply == msgReply::dai) (void)AclDaiIpcReply(message);
     return row->tellsResult ? result : -1;

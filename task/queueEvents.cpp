@@ -32,8 +32,8 @@ void renew(zekSwpHandle queue) {
     zekSwpReplayBegin(queue);
     if (queue == aclNode->queues.acl2qHandle)
         for (uint32_t family : {AF_IPV4, AF_IPV6}) prefixDownloadIpListAlltoACL2(family);
-    if (queue == aclNode->queues.aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0u);
-    if (queue == aclNode->queues.aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0u);
+    if (queue == aclNode->queues.aclSNMPqHandle) aclSendListsToTaskExt(APP_SNMP, 0);
+    if (queue == aclNode->queues.aclSYSADMTSKqHandle) aclSendListsToTaskExt(APP_SYSADM, 0);
     for (uint32_t i = 0; i < std::size(aclNode->queues.aclIPMqHandle); i++)
         if (queue == aclNode->queues.aclIPMqHandle[i]) aclSendListsToTaskExt(APP_IPM, i);
     zekSwpReplayEnd(queue);

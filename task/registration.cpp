@@ -49,7 +49,7 @@ int SysListRegistration(uint32_t slot) {
     uint32_t ifindex = ifindexControlPort(slot);
     aclList* list = ipSysAccessListFind(globalName);
     if (list == nullptr) {
-        if (ipSysAccessListCreateExt(globalName, IP_KIND_EXTENDED, 0u, ifindex) != ACL_OK ||
+        if (ipSysAccessListCreateExt(globalName, IP_KIND_EXTENDED, 0, ifindex) != ACL_OK ||
             (list = ipSysAccessListFind(globalName)) == nullptr) {
             aclSysErr(SYSERR_SYSLIST, "%s",
                       "AclInitialize: ipSysAccessListCreate: unable to create GlobalSystem Acl \n");

@@ -5,11 +5,13 @@
 // calls the one operation, releases, and returns the operation's result. Stores never lock, and no
 // wrapper calls another one: the lock is not recursive.
 //
-// Wrappers that serve two families take the family last: 1 is IPv6, any other value IPv4. Create
-// wrappers return the status that the store reports through its out-argument, not the list.
+// Wrappers that serve two families take the family last (intfFamily): 1 is IPv6, any other value
+// IPv4. Create wrappers return the status that the store reports through its out-argument, not the
+// list.
 #pragma once
 
 #include <cstdint>
+#include <tuple>
 #include <utility>
 
 #include "ipacl/zekipaccess.h"
@@ -29,13 +31,14 @@ struct aclLockHeld {
     aclLockHeld& operator=(const aclLockHeld&) = delete;
 };
 
-// One store operation.
+// One store operation, called as its own signature says.
 template <aclLock Kind, auto Operation>
-struct aclExt {
-    template <class... Args>
-    auto operator()(Args&&... args) const {
+struct aclExt;
+template <aclLock Kind, class Result, class... Args, Result (*Operation)(Args...)>
+struct aclExt<Kind, Operation> {
+    Result operator()(Args... args) const {
         aclLockHeld<Kind> held;
-        return Operation(std::forward<Args>(args)...);
+        return Operation(args...);
     }
 };
 
@@ -65,29 +68,34 @@ struct aclExtFamily<Kind, V4Operation, V6Operation> {
 // A client of a list is registered or taken back, after a debug line that says so.
 void printAddDelTaskClient(const char* wrapper, bool add, uint32_t application);
 template <auto Operation>
-struct aclExtClient {
+struct aclExtClient;
+template <class Result, class... Args, Result (*Operation)(uint32_t, Args...)>
+struct aclExtClient<Operation> {
     const char* name;
     bool add;
-    template <class... Args>
-    auto operator()(uint32_t application, Args&&... args) const {
+    Result operator()(uint32_t application, Args... args) const {
         printAddDelTaskClient(name, add, application);
-        return aclExt<aclLock::write, Operation>{}(application, std::forward<Args>(args)...);
+        return aclExt<aclLock::write, Operation>{}(application, args...);
     }
 };
 
-// Create operations (out status last), of one family or of two.
-template <auto Operation>
-struct aclExtCreate;
-template <class List, class... Args, List* (*Operation)(Args...)>
-struct aclExtCreate<Operation> {
-    template <class... Given>
-    uint32_t operator()(Given&&... given) const {
+// Create operations, of one family or of two: the signature without the out status, its last.
+template <auto Operation, class Args, class Given>
+struct aclExtCreateOf;
+template <auto Operation, class Args, size_t... Given>
+struct aclExtCreateOf<Operation, Args, std::index_sequence<Given...>> {
+    uint32_t operator()(std::tuple_element_t<Given, Args>... args) const {
         aclLockHeld<aclLock::write> held;
         uint32_t status = ACL_E_SYSTEM;
-        (void)Operation(std::forward<Given>(given)..., &status);
+        (void)Operation(args..., &status);
         return status;
     }
 };
+template <auto Operation>
+struct aclExtCreate;
+template <class List, class... Args, List* (*Operation)(Args...)>
+struct aclExtCreate<Operation> : aclExtCreateOf<Operation, std::tuple<Args...>,
+                                                std::make_index_sequence<sizeof...(Args) - 1>> {};
 template <auto V4Operation, auto V6Operation>
 struct aclExtCreateFamily {
     uint32_t operator()(const listName& name, uint32_t kind, uint32_t placeholder,

@@ -3,15 +3,13 @@
 #include <string>
 
 #include "common/debug.h"
+#include "include/ipc.h"
 #include "include/routeMapNames.h"
 #include "include/service.h"
 #include "policy/bgp/store.h"
 #include "policy/bgp/zekbgp_plcy.h"
 
 namespace {
-
-constexpr uint32_t MT_ASPATH_TRIGGER = 14464;
-constexpr uint32_t MT_COMM_TRIGGER = 14465;
 
 triggerKind triggerOf(uint32_t mtype) {
     return {mtype,   "Error in sending Acl Trigger \n",

@@ -3,14 +3,13 @@
 
 #include "common/debug.h"
 #include "common/node.h"
+#include "include/ipc.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "platform/api/zekEvt.h"
 #include "policy/prefix/family.h"
 
 namespace {
-
-constexpr uint32_t MT_PREFIX_TRIGGER = 14468;
 
 constexpr taskName taskNames[] = {
     {61, "ACL"}, {63, "MPLS"},  {64, "OSPF"}, {65, "BGP"},     {72, "ISIS"}, {74, "RIP"},

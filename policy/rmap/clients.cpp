@@ -1,5 +1,6 @@
 // Who uses a route map, and which lists a route map uses.
 #include "common/debug.h"
+#include "include/ipc.h"
 #include "include/service.h"
 #include "policy/rmap/store.h"
 #include "policy/rmap/zekroutemap.h"
@@ -25,7 +26,7 @@ constexpr taskName rmapTasks[] = {
     {APP_ACL, "ACL"},   {APP_MPLS, "MPLS"}, {APP_OSPF, "OSPF"}, {APP_BGP, "BGP"},
     {APP_ISIS, "ISIS"}, {APP_RIP, "RIP"},   {APP_RTM, "RTM"},   {APP_TELNET, "TELNET"},
 };
-constexpr triggerKind rmapChanged{14462,
+constexpr triggerKind rmapChanged{MT_RMAP_TRIGGER,
                                   "Error in sending Route Map Trigger \n",
                                   "Error in task id for rmap client\n",
                                   "Error in Route Map Trigger client type\n",
