@@ -11,6 +11,7 @@
 #include "ipacl/propagate.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
+#include "task/follow.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -128,13 +129,6 @@ bool twoInterfaces(std::string_view args, uint32_t* first, uint32_t* second) {
     return false;
 }
 
-// A VLAN's lists go out again to the cards of the member.
-int joinVlan(uint32_t vlan, uint32_t member) {
-    const int result = aclVlanMemberAdd(vlan, member);
-    if (result == 0) aclVlanMemberJoined(vlan, member);
-    return result;
-}
-
 // What is bound to a LAG goes to a port that joins. A card has one list for a port and direction,
 // so a port that has lists of its own, or belongs to another LAG, does not join; binding a list to
 // a member is refused likewise.
@@ -145,7 +139,7 @@ int joinLag(uint32_t lag, uint32_t port) {
         (own != nullptr &&
          (own->lists[INTF_V4][INTF_IN] != nullptr || own->lists[INTF_V4][INTF_OUT] != nullptr)))
         return -1;
-    return aclLagPortJoined(lag, port);
+    return aclFollowLagJoined(lag, port);
 }
 
 // Membership by hand, for a chassis whose interface manager tells none.
@@ -154,9 +148,10 @@ std::string join(std::string_view args) {
     if (!twoInterfaces(args, &aggregate, &member))
         return jsonObject{}.string("error", "usage: join LAG-OR-VLAN MEMBER").text();
     aclLockHeld<aclLock::write> held;
-    const int result = ifindexType(aggregate) == IF_TYPE_LAG    ? joinLag(aggregate, member)
-                       : ifindexType(aggregate) == IF_TYPE_VLAN ? joinVlan(aggregate, member)
-                                                                : -1;
+    const int result = ifindexType(aggregate) == IF_TYPE_LAG ? joinLag(aggregate, member)
+                       : ifindexType(aggregate) == IF_TYPE_VLAN
+                           ? aclFollowVlanJoined(aggregate, member)
+                           : -1;
     if (result < 0)
         return jsonObject{}
             .string("error",

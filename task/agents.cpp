@@ -4,8 +4,8 @@
 #include "include/agentMsg.h"
 #include "include/service.h"
 #include "ipacl/zekipaccess.h"
-#include "platform/api/zekCfg.h"
 #include "platform/api/zekTask.h"
+#include "task/follow.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -40,14 +40,6 @@ int registeredAgain(aclNodeRecord* node, uint8_t* message, uint32_t slot) {
     AclIpcReply(node->ipc.regQfd, message);
     if (needs || (isItself && isLost(slot))) aclReplayToAgent(slot, needs);
     return -1;
-}
-
-void forgetAcl0Agent() {
-    if (aclNode->queues.acl0qHandle != ZEK_SWP_NONE) zekSwpQueueRemove(aclNode->queues.acl0qHandle);
-    aclNode->queues.acl0qHandle = ZEK_SWP_NONE;
-    aclLinecardInfo[LINECARD_CP].agent0IpAddr = ADDRESS_UNKNOWN;
-    aclLinecardInfo[LINECARD_CP].agent0State = {};
-    aclNode->standing.acl0Registered = 0;
 }
 
 }  // namespace
@@ -86,8 +78,7 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
     }
     (void)aclAgentNeeds(slot, request.replay);
     AclIpcReply(node->ipc.regQfd, message);
-    aclReplayToAgent(slot, true);
-    zekCfgRetryUnresolved();  // what the chassis refused without the card
+    aclFollowAgentUp(slot);
     return -1;
 }
 
@@ -120,8 +111,7 @@ int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message) {
     }
     (void)aclAgentNeeds(AGENT_CP, request.replay);
     AclIpcReply(node->ipc.regQfd, message);
-    aclReplayToAgent(AGENT_CP, true);
-    zekCfgRetryUnresolved();  // bindings to a control plane that took no lists until now
+    aclFollowAgentUp(AGENT_CP);
     node->standing.acl0Registered = 1;
     return -1;
 }
@@ -132,9 +122,5 @@ void aclHandleCardDownNotif(uint32_t slot) {
                   static_cast<int>(slot));
     zekEvtLogPrint(aclNode->evtLogKey, 4, text);
     if (slot >= SLOT_COUNT) return;
-    aclLinecardClear(slot);
-    // Record 19 also keeps the control processor's agent: it is forgotten with the card, so that it
-    // can register anew and be brought up to date.
-    if (slot == LINECARD_CP) forgetAcl0Agent();
-    (void)aclSendUpdateToPeer(slot);
+    aclFollowCardDown(slot);
 }
