@@ -150,8 +150,8 @@ TEST(Cards, MembershipByHandTakesLagsAndRefusesASecondList) {
     EXPECT_TRUE(has(chassis.show("debug join vlan 20 port-channel 1"), "joined"));
     chassis.show("debug join 0x00030009 2/1");  // a LAG that the description does not have
     chassis.expectInstalled("B",
-                            "0x00030009 (2/1),in,2,in step;vlan 20,in,2,in step;"
-                            "vlan 20,in,1,in step;1/1,in,1,in step;");
+                            "0x00030009 (2/1),in,2,in step;vlan 20,in,1,in step;"
+                            "vlan 20,in,2,in step;1/1,in,1,in step;");
     // A port with a list of its own.
     EXPECT_TRUE(
         has(chassis.shell({"-c", "debug join port-channel 1 1/1"}).out, "cannot be a member"));
