@@ -11,11 +11,6 @@
 
 // Bindings keep a deleted list as a placeholder, so they go first.
 inline void forgetLists() {
-    for (aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
-         intf = AclIntfTreeFindNext(intf->ifindex))
-        for (uint32_t direction : {INTF_IN, INTF_OUT})
-            if (const aclList* list = intf->lists[INTF_V4][direction]; list != nullptr)
-                (void)aclIpRemoveIntf(listNameMake(list->name), intf->ifindex, direction);
     for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
          intf = AclIntfTreeFindNext(intf->ifindex))
         for (uint32_t direction : {INTF_IN, INTF_OUT})
@@ -36,14 +31,9 @@ inline void forgetLists() {
     for (uint32_t af : {AF_IPV4, AF_IPV6})
         forgetAll([af] { return ipPrefixListFindFirst(af); },
                   [af](const listName& name) { return ipPrefixListDelete(name, af); });
-    while (aclList* list = ipAccessListFindFirst()) {
-        const listName name = list->name;
-        const listClient* b = list->clients;
-        if (b != nullptr && b->kind == CLIENT_TASK)
-            (void)aclDelTaskClient(b->id, b->instance, name, AF_IPV4);
-        else
-            (void)ipAccessListDelete(name, list->kind);
-    }
+    forgetAll(ipAccessListFindFirst, [](const listName& name) {
+        return ipAccessListDelete(name, ipAccessListFind(name)->kind);
+    });
     while (aclList* list = ipDosListFindFirst()) {
         (void)dosIpEnableIntf(list->name, CLI_DOS_DISABLE);
         list = ipDosListFindFirst();

@@ -17,6 +17,7 @@
 #include "platform/test/record.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
+#include "tests/support/forget.h"
 
 constexpr uint32_t OWN_CARD = 0x7F010001;
 constexpr uint32_t CLIENT_CARD = 0x7F010009;
@@ -55,48 +56,43 @@ struct TaskTest : testing::Test {
     }
     void TearDown() override {
         testFailNothing();
-        while (aclIntf* intf = AclIntfTreeFindFirst()) {
-            for (uint32_t direction : {INTF_IN, INTF_OUT})
-                if (const aclList* list = intf->lists[INTF_V4][direction])
-                    (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
-            aclIntfDrop(intf);
-        }
+        forgetLists();
+        while (aclIntf* intf = AclIntfTreeFindFirst()) aclIntfDrop(intf);
         while (aclList* list = ipSysAccessListFindFirst())
             ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
-        for (aclList* list = ipAccessListFindFirst(); list != nullptr;
-             list = ipAccessListFindFirst())
-            ipAccessListDelete(list->name, list->kind);
-        auto forgetAll = [](auto first, auto remove) {
-            while (bgpList* list = first()) {
-                clientsFree(list);
-                (void)remove(listNameMake(list->name));
-            }
-        };
-        forgetAll(bgpASPAccessListFindFirst, bgpASPAccessListDelete);
-        forgetAll(bgpCommListFindFirst, bgpCommAccessListDelete);
-        forgetAll(bgpExtCommListFindFirst, bgpExtCommListDelete);
         EXPECT_EQ(*pAclReadCounter, 0u);
         AclFree(aclNode);
     }
 
+    template <class Record>
+    static Record& as(std::vector<uint8_t>& bytes) {
+        EXPECT_GE(bytes.size(), sizeof(Record));
+        return *reinterpret_cast<Record*>(bytes.data());
+    }
     std::vector<uint8_t> message(uint32_t type, size_t size = sizeof(ipcHdr)) {
         std::vector<uint8_t> bytes(size);
-        auto* hdr = reinterpret_cast<ipcHdr*>(bytes.data());
-        hdr->length = static_cast<uint32_t>(size);
-        hdr->mtype = type;
-        hdr->sequence = ++sequence;
-        hdr->target.slot = 3;
-        hdr->target.card = CLIENT_CARD;
-        hdr->target.svce = CLIENT_SERVICE;
-        hdr->source.card = OWN_CARD;
-        hdr->source.svce = 7809;
+        auto& hdr = as<ipcHdr>(bytes);
+        hdr.length = static_cast<uint32_t>(size);
+        hdr.mtype = type;
+        hdr.sequence = ++sequence;
+        hdr.target.slot = 3;
+        hdr.target.card = CLIENT_CARD;
+        hdr.target.svce = CLIENT_SERVICE;
+        hdr.source.card = OWN_CARD;
+        hdr.source.svce = 7809;
         return bytes;
     }
     std::vector<uint8_t> cli(uint32_t code, const std::string& name, size_t size) {
         auto bytes = message(MT_CLI_COMMAND, size);
-        auto* hdr = reinterpret_cast<cliHdr*>(bytes.data());
-        hdr->code = code;
-        hdr->name = listNameMake(name);
+        as<cliHdr>(bytes).code = code;
+        as<cliHdr>(bytes).name = listNameMake(name);
+        return bytes;
+    }
+    // A whole request, filled as its kind wants it.
+    template <class Request, class Fill>
+    std::vector<uint8_t> cli(uint32_t code, const std::string& name, Fill fill) {
+        auto bytes = cli(code, name, sizeof(Request));
+        fill(as<Request>(bytes));
         return bytes;
     }
     // Delivers the message as the main loop does; returns the messages that were sent.
@@ -119,7 +115,7 @@ struct TaskTest : testing::Test {
         EXPECT_EQ(sent.size(), 1u);
         if (sent.size() != 1 || sent[0].size() < 68) return 0xDEAD;
         reply = sent[0];
-        return reinterpret_cast<cliHdr*>(reply.data())->result;
+        return reinterpret_cast<cliHdr*>(reply.data())->result;  // it may end there
     }
     bool said(const std::string& text) const {
         for (const std::string& row : effects)
@@ -129,6 +125,11 @@ struct TaskTest : testing::Test {
     template <class Record>
     Record* view() {
         return reinterpret_cast<Record*>(reply.data());
+    }
+    static std::string debug(const char* function, const char* arguments = "") {
+        std::string text;
+        EXPECT_TRUE(zekDebugRun(function, arguments, &text));
+        return text;
     }
 
     std::vector<std::string> effects;  // what the last delivery set off
