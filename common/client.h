@@ -16,7 +16,7 @@ enum clientKind : uint32_t {
     CLIENT_VLAN_GROUP = 4,  // likewise
 };
 
-struct namedList;  // common/namedList.h
+struct namedList;  // common/lists/namedList.h
 
 // An item that a task registered for, e.g. a peer; told back with every trigger.
 struct clientPair {

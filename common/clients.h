@@ -7,7 +7,7 @@
 
 #include <span>
 
-#include "common/namedList.h"
+#include "common/lists/namedList.h"
 
 // --- the chain -----------------------------------------------------------------------------------
 

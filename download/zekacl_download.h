@@ -10,7 +10,7 @@
 #include <string>
 
 #include "common/linecard.h"
-#include "common/list.h"
+#include "common/lists/list.h"
 #include "include/agentMsg.h"
 #include "interface/targets.h"
 

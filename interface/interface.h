@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "common/list.h"
+#include "common/lists/list.h"
 #include "include/ifindex.h"
 #include "include/wire.h"
 #include "platform/api/zekRadix.h"

@@ -7,7 +7,7 @@
 
 #include "common/cfgline.h"
 #include "common/client.h"
-#include "common/list.h"
+#include "common/lists/list.h"
 #include "common/node.h"
 #include "interface/interface.h"
 #include "ipacl/zekipaccess.h"

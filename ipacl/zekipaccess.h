@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/list.h"
+#include "common/lists/list.h"
 #include "include/status.h"
 
 // --- ordinary lists (list.cpp) ---------------------------------------------------------------

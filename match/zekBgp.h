@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "common/bgpList.h"
+#include "common/lists/bgpList.h"
 
 constexpr int BGP_VERDICT_PERMIT = 0;
 constexpr int BGP_VERDICT_DENY = 1;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "common/list.h"
+#include "common/lists/list.h"
 
 // One IPv4 packet as a filter sees it. Ports are 0 when the protocol has none.
 struct ipPacket {

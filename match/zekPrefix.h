@@ -1,7 +1,7 @@
 // Evaluation of prefix lists, shared with client tasks. The caller holds the read lock.
 #pragma once
 
-#include "common/prefixList.h"
+#include "common/lists/prefixList.h"
 
 // A route's prefix. IPv4 uses the first 4 bytes of both fields.
 struct ipPrefix {

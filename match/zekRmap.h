@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "common/routeMap.h"
+#include "common/lists/routeMap.h"
 #include "match/zekPrefix.h"
 
 // A route as a routing task hands it over, and as the set clauses of a map leave it. Numbers are in

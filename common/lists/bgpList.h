@@ -9,7 +9,7 @@
 // when it is added and lives as long as the entry.
 #pragma once
 
-#include "common/namedList.h"
+#include "common/lists/namedList.h"
 #include "include/policyMsg.h"
 
 struct zekbgp_regex;

@@ -10,7 +10,7 @@
 // The store that made a record owns it. All records come from the platform's pools.
 #pragma once
 
-#include "common/namedList.h"
+#include "common/lists/namedList.h"
 
 struct matchNode;  // match/matchIndex.h
 struct aclFamily;  // ipacl/family.h

@@ -10,7 +10,7 @@
 // store that made a record owns it. All records come from the platform's pools.
 #pragma once
 
-#include "common/namedList.h"
+#include "common/lists/namedList.h"
 #include "include/policyMsg.h"
 
 struct matchNode;  // match/matchIndex.h

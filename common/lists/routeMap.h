@@ -11,7 +11,7 @@
 // all come from the platform's pools. Readers hold the read lock.
 #pragma once
 
-#include "common/namedList.h"
+#include "common/lists/namedList.h"
 #include "include/policyMsg.h"
 #include "include/routeMapNames.h"
 

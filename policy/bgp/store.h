@@ -5,8 +5,8 @@
 #include <span>
 #include <string_view>
 
-#include "common/bgpList.h"
 #include "common/cfgline.h"
+#include "common/lists/bgpList.h"
 #include "common/node.h"
 
 // What tells the kinds apart, but for their entries' bodies.

@@ -8,8 +8,8 @@
 #include <span>
 #include <string_view>
 
-#include "common/bgpList.h"
 #include "common/clients.h"
+#include "common/lists/bgpList.h"
 #include "include/status.h"
 #include "match/zekBgp.h"
 

@@ -7,7 +7,7 @@
 // stays.
 #pragma once
 
-#include "common/prefixList.h"
+#include "common/lists/prefixList.h"
 
 void prefixOrderInsert(prefixEntry** root, prefixEntry* entry);
 void prefixOrderRemove(prefixEntry** root, prefixEntry* entry);

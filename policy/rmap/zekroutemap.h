@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "common/clients.h"
-#include "common/routeMap.h"
+#include "common/lists/routeMap.h"
 #include "include/status.h"
 #include "match/zekBgp.h"
 
