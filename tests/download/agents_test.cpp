@@ -132,71 +132,54 @@ TEST_F(Agents, AFlushEmptiesWhatWaitsForTheSlot) {
     for (uint32_t slot : {3u, 5u}) ASSERT_EQ(iAclSwpQueueCreate(slot, QUEUE_MAC_AGENT), 0);
     const zekSwpHandle acl = aclLinecardInfo[3].aclAgent, mac = aclLinecardInfo[3].macAgent;
     testTake();
-    auto flushed = [this](uint32_t slot, const std::set<zekSwpHandle>& busy) {
+    const zekSwpHandle lone = card5.macAgent;  // there is no ACL agent
+    for (const auto& [slot, busy] : std::vector<std::pair<uint32_t, std::set<zekSwpHandle>>>{
+             {3, {}}, {3, {acl}}, {3, {mac}}, {3, {acl, mac}}, {5, {lone}}, {6, {}}}) {
         testHost.busyQueues = busy;
-        return deliverAll(registration(slot, CARD_5, 0, 60, 1129));
-    };
-    for (const std::set<zekSwpHandle>& busy :
-         {std::set<zekSwpHandle>{}, {acl}, {mac}, {acl, mac}}) {
         texts wanted;
-        for (zekSwpHandle queue : busy) wanted.push_back("swpflush " + std::to_string(queue));
-        EXPECT_EQ(flushed(3, busy), wanted);
+        for (zekSwpHandle queue : busy)
+            if (queue != lone) wanted.push_back("swpflush " + std::to_string(queue));
+        EXPECT_EQ(deliverAll(registration(slot, CARD_5, 0, 60, 1129)), wanted);
     }
-    EXPECT_EQ(flushed(5, {card5.macAgent}), texts{}) << "there is no ACL agent";
-    EXPECT_EQ(flushed(6, {}), texts{});
 }
 
 // An agent that takes marks: its replays begin and end with one, and each need brings one replay.
 TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
     testHost.addresses[{165, 0}] = OWN_CARD;
-    static constexpr uint32_t marks = 1, stranger = 2, ofCp = 4;
     // Marks with the service and the need, and message ids.
-    const std::string begin9 = "7957 begin 9, 14413, 7957 end 9, ";
-    struct {
-        const char* what;
-        uint32_t need, word;
-        std::string wanted;
-        bool lost = false;
-    } const table[] = {
-        {"needs one at its start", 8, marks, "7957 begin 8, 14413, 7957 end 8, "},
-        {"names it again", 8, marks, ""},
-        {"needs none", 0, marks, ""},
-        {"needs another", 9, marks, begin9},
-        {"has lost something", 0, marks, begin9, true},
-        {"takes no marks", 10, 0, "14413, "},
-        {"knows nothing of replays", 0, 0, ""},
-        {"of another card", 11, marks | stranger, ""},
-        {"the control processor's", 5, marks | ofCp, "21121 begin 5, 21121 end 5, "},
-        {"names it again", 5, marks | ofCp, ""},
-        {"needs another", 6, marks | ofCp, "21121 begin 6, 21121 end 6, "},
-    };
-    auto sent = [this](uint32_t need, uint32_t word) {
-        const uint32_t replay = need << 1 | (word & marks);
-        (void)deliverAll((word & ofCp) != 0
-                             ? cpRegistration(0, 68, replay)
-                             : registration(5, (word & stranger) != 0 ? OWN_CARD : CARD_5, replay));
+    auto sent = [this](const bytes& registers) {
+        (void)deliverAll(registers);
         std::string all;
         for (const auto& [text, m] : rows) {
             if (!text.starts_with("swp ")) continue;
-            if (m.size() != 144) {
-                all += std::to_string(get32(m, 12)) + ", ";
-                continue;
-            }
-            EXPECT_EQ(get32(m, 12), 30003u);
-            all += std::to_string(get32(m, 56)) + (get32(m, 132) == 1 ? " begin " : " end ") +
-                   std::to_string(get32(m, 140)) + ", ";
+            all += (all.empty() ? "" : ", ") + std::to_string(get32(m, 12));
+            if (m.size() == 144)
+                all += (get32(m, 132) == 1 ? " begin " : " end ") + std::to_string(get32(m, 140)) +
+                       " to " + std::to_string(get32(m, 56));
         }
         return all;
     };
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.what);
-        if (row.lost) zekSwpQueueLose(card5.aclAgent);
-        EXPECT_EQ(sent(row.need, row.word), row.wanted);
-        EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::inStep);
-    }
+    auto card = [&](uint32_t word) { return sent(registration(5, CARD_5, word)); };
+    auto controlProcessor = [&](uint32_t word) { return sent(cpRegistration(0, 68, word)); };
+    constexpr uint32_t marks = 1;
+    const char eighth[] = "30003 begin 8 to 7957, 14413, 30003 end 8 to 7957",
+               ninth[] = "30003 begin 9 to 7957, 14413, 30003 end 9 to 7957";
+    EXPECT_EQ(card(8 << 1 | marks), eighth);  // needs one at its start
+    EXPECT_EQ(card(8 << 1 | marks), "");      // names it again
+    EXPECT_EQ(card(marks), "");               // needs none
+    EXPECT_EQ(card(9 << 1 | marks), ninth);   // needs another
+    zekSwpQueueLose(card5.aclAgent);
+    EXPECT_EQ(card(marks), ninth);  // has lost something
+    EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::inStep);
+    EXPECT_EQ(card(10 << 1), "14413");                                  // takes no marks
+    EXPECT_EQ(card(0), "");                                             // knows nothing of replays
+    EXPECT_EQ(sent(registration(5, CARD_5 + 1, 11 << 1 | marks)), "");  // of another card
+    EXPECT_EQ(controlProcessor(5 << 1 | marks), "30003 begin 5 to 21121, 30003 end 5 to 21121");
+    EXPECT_EQ(controlProcessor(5 << 1 | marks), "");
+    EXPECT_EQ(controlProcessor(6 << 1 | marks), "30003 begin 6 to 21121, 30003 end 6 to 21121");
     // A replay that is lost on its way has no end.
     testFail(TEST_BLOCK, 2, 1);
-    EXPECT_EQ(sent(12, marks), "7957 begin 12, ");
+    EXPECT_EQ(card(12 << 1 | marks), "30003 begin 12 to 7957");
     EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::lost);
 }
 
@@ -229,8 +212,6 @@ TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
 // Who registers gets its queue and the answer, and the same again; a task's address is known then.
 TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
     constexpr uint32_t address = 0x7F010055;
-    for (auto key : {std::pair{18u, 0u}, {33u, 0u}, {87u, 0u}, {87u, 1u}, {87u, 2u}})
-        testHost.addresses[key] = address;
     aclQueues& q = aclNode->queues;
     struct {
         uint32_t type, service, app, instance;
@@ -258,6 +239,7 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
         EXPECT_EQ(ask(row.type, 3, row.service), (texts{queueOf(row.app, row.instance, "failed"),
                                                         std::string(NO_QUEUE) + row.name}));
         EXPECT_TRUE(row.card == nullptr || *row.card == ADDRESS_UNKNOWN);
+        testHost.addresses[{row.app, row.instance}] = address;
         const texts made = ask(row.type, 3, row.service);
         const std::string is = "is " + std::to_string(*row.handle);
         EXPECT_EQ(made, (texts{queueOf(row.app, row.instance, is), told}));
@@ -274,17 +256,15 @@ TEST_F(Agents, ACardThatGoesDownIsForgottenAndMayRegisterAgain) {
     aclNode->peer.ramDataSync = 1;
     for (uint32_t event : {0xF0012u, 0xF0013u}) {
         EXPECT_GT(deliverAll(registration(5, CARD_5)).size(), 4u);
-        const std::string acl = std::to_string(card5.aclAgent),
-                          mac = std::to_string(card5.macAgent);
+        const std::string acl = "swpremove " + std::to_string(card5.aclAgent),
+                          mac = "swpremove " + std::to_string(card5.macAgent);
         for (int slot : {5, 20, -1}) {
             bytes down = message(2009, 72);
             put32(down, 64, {event, static_cast<uint32_t>(slot)});
-            texts wanted{
-                "log EvtHandler reported Line card " + std::to_string(slot) + " as down \r\n",
-                answer(2009)};
-            if (slot == 5)
-                wanted.insert(wanted.begin() + 1,
-                              {"swpremove " + acl, "swpremove " + mac, "peer 14523 to 7809"});
+            texts wanted{"log EvtHandler reported Line card " + std::to_string(slot) +
+                         " as down \r\n"};
+            if (slot == 5) wanted.insert(wanted.end(), {acl, mac, "peer 14523 to 7809"});
+            wanted.push_back(answer(2009));
             EXPECT_EQ(deliverAll(down), wanted);
             EXPECT_TRUE(isDown(card5));
         }
@@ -320,9 +300,11 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsIngressListOnce) {
 }
 
 TEST_F(Agents, WithoutAMacManagerItIsNotTold) {
+    for (uint32_t address : {ADDRESS_UNKNOWN, 0u}) {
+        testHost.addresses[{100, 0}] = address;
+        EXPECT_EQ(aclSendLinecardInfoToMacMgr(3), -1);
+    }
     testHost.addresses.erase({100, 0});
-    EXPECT_EQ(aclSendLinecardInfoToMacMgr(3), -1);
-    testHost.addresses[{100, 0}] = ADDRESS_UNKNOWN;
     EXPECT_EQ(aclSendLinecardInfoToMacMgr(3), -1);
     EXPECT_TRUE(testTake().empty());
 }

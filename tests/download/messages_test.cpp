@@ -11,15 +11,10 @@ struct Messages : DownloadTest {
     void check(const madeList<Entry>& made, const aclSend& send, uint32_t next, uint32_t n) {
         constexpr bool mac = std::is_same_v<Entry, l2AclEntry>;
         constexpr uint32_t chunk = mac ? 38 : std::is_same_v<Entry, acl6Entry> ? 48 : 17;
-        wantHeader header{.runCount = static_cast<uint32_t>(made.list.count), .pipe = 2};
-        if (send.entry != nullptr) {  // of the list only its name and kind
-            header.block = 0;
-            header.option = 0;
-            header.runCount = send.count;
-        } else {
-            header.lastEntryId = 0xABCD;
-            header.placeholder = 3;
-        }
+        const auto count = static_cast<uint32_t>(made.list.count);
+        wantHeader header{.runCount = count, .pipe = 2, .lastEntryId = 0xABCD, .placeholder = 3};
+        if (send.entry != nullptr)  // of the list only its name and kind
+            header = {.option = 0, .runCount = send.count, .pipe = 2, .block = 0};
         std::vector<bytes> want;
         uint32_t from = 0;
         do {
@@ -36,21 +31,24 @@ struct Messages : DownloadTest {
         EXPECT_EQ(enqueued(), want) << send.messageId << " with " << n;
     }
     template <class Entry>
-    void lists(uint32_t id, uint32_t next, const std::vector<uint32_t>& sizes) {
+    void lists(uint32_t id, uint32_t next, const numbers& sizes) {
         for (uint32_t n : sizes) {
-            madeList<Entry> made(n);
+            const madeList<Entry> made(n);
             check(made, {id, &made.list, nullptr, 1, &block, 7}, next, n);
         }
     }
     template <class Entry>
-    void deletions(const std::vector<uint32_t>& ids) {
-        madeList<Entry> made(49);
-        for (uint32_t id : ids) check(made, {id, &made.list, nullptr, 1, &block, 7}, 0, 0);
+    void deletionsAndEntries(const numbers& deletions, const numbers& entries) {
+        const madeList<Entry> made(49);
+        for (uint32_t id : deletions) check(made, {id, &made.list, nullptr, 1, &block, 7}, 0, 0);
+        for (uint32_t id : entries) check(made, {id, &made.list, made.list.head}, 0, 1);
     }
-    template <class Entry>
-    void entries(const std::vector<uint32_t>& ids) {
-        madeList<Entry> made(4);
-        for (uint32_t id : ids) check(made, {id, &made.list, made.list.head}, 0, 1);
+    // `count` system entries of a chain, of which `carried` go.
+    void batch(uint32_t id, uint32_t count, uint32_t chain, uint32_t carried,
+               uint32_t destination = 0x0A000001) {
+        madeList<aclEntry> made(chain);
+        made.entries[0].block.dst = destination;
+        check(made, {id, &made.list, made.list.head, count}, id, carried);
     }
 };
 
@@ -65,49 +63,34 @@ TEST_F(Messages, LongListsAreCutAtTheirFamilysChunk) {
 }
 
 TEST_F(Messages, DeletionsOfListsCarryNoEntriesAndSendsOfEntriesOne) {
-    deletions<aclEntry>({14412, 14415, 14419, 14422});
-    deletions<acl6Entry>({14532, 14536, 14540});
-    deletions<l2AclEntry>({14486, 14490, 14498});
-    entries<aclEntry>({14410, 14411, 14414, 14415, 14417, 14418, 14421, 14423});
-    entries<acl6Entry>({14531, 14532, 14534, 14535, 14538, 14539});
-    entries<l2AclEntry>({14485, 14487, 14488, 14489, 14497, 14499});
+    deletionsAndEntries<aclEntry>({14412, 14415, 14419, 14422},
+                                  {14410, 14411, 14414, 14415, 14417, 14418, 14421, 14423});
+    deletionsAndEntries<acl6Entry>({14532, 14536, 14540},
+                                   {14531, 14532, 14534, 14535, 14538, 14539});
+    deletionsAndEntries<l2AclEntry>({14486, 14490, 14498},
+                                    {14485, 14487, 14488, 14489, 14497, 14499});
 }
 
 TEST_F(Messages, BatchesOfSystemEntriesGoTogether) {
-    struct {
-        const char* what;
-        uint32_t id, count;
-        uint32_t chain, carried;
-        uint32_t destination = 0x0A000001;
-    } const rows[] = {
-        {"thirteen", 14414, 13, 13, 13},
-        {"thirteen deletions", 14415, 13, 13, 13},
-        {"twenty", 14414, 20, 20, 20},
-        {"a part of the chain", 14414, 13, 15, 13},
-        {"a count beyond the chain", 14414, 20, 2, 2},
-        {"a count of none", 14414, 0, 2, 1},
-        {"of an ordinary list", 14410, 13, 13, 1},
-        {"to 224.0.0.7", 14414, 13, 13, 13, 0xE0000007},
-        {"to 224.0.0.5", 14415, 13, 13, 1, 0xE0000005},
-        {"to 224.0.0.6", 14414, 13, 13, 1, 0xE0000006},
-        {"to 224.0.0.9", 14415, 13, 13, 1, 0xE0000009},
-        {"to 224.0.0.18", 14415, 13, 13, 1, 0xE0000012},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        madeList<aclEntry> made(row.chain);
-        made.entries[0].block.dst = row.destination;
-        check(made, {row.id, &made.list, made.list.head, row.count}, row.id, row.carried);
-    }
+    for (uint32_t id : {14414u, 14415u}) batch(id, 13, 13, 13);
+    batch(14414, 20, 20, 20);
+    batch(14414, 13, 15, 13);  // a part of the chain
+    batch(14414, 20, 2, 2);    // a count beyond the chain
+    batch(14414, 0, 2, 1);
+    batch(14410, 13, 13, 1);  // of an ordinary list
+    batch(14414, 13, 13, 13, 0xE0000007);
+    // To routing protocols they go one by one.
+    for (uint32_t address : {0xE0000005, 0xE0000006, 0xE0000009, 0xE0000012})
+        batch(14415, 13, 13, 1, address);
 }
 
 TEST_F(Messages, TheHeaderSaysWhereTheListIsBound) {
-    constexpr uint32_t TRAPS = 0x42040000, SYSTEM = 0x48040000, CP_AGENT = 0x7F0100C8;
+    constexpr uint32_t TRAPS = 0x42040000, SYSTEM = 0x48040000, CP = IFINDEX_CP_BIND,
+                       CP_AGENT = 0x7F0100C8;
+    constexpr int NO = SLOT_NONE;
     aclNode->queues.acl0qHandle = aclLinecardInfo[4].aclAgent;
     aclLinecardInfo[LINECARD_CP].agent0IpAddr = CP_AGENT;
     aclNode->groups.vlanGroups[2] = {.id = 5, .name = listNameMake("floor")};
-    const uint32_t CP = IFINDEX_CP_BIND;
-    constexpr int NO = SLOT_NONE;
     struct {
         uint32_t id;
         aclTarget target;

@@ -1,6 +1,4 @@
 // Queues: made once, checked before every message, and what happens when a message cannot go.
-#include "common/message.h"
-
 #include <algorithm>
 #include <map>
 
@@ -25,57 +23,42 @@ struct Queues : DownloadTest {
     }
 };
 
-TEST_F(Queues, ADeadQueueIsResetBeforeTheNextMessage) {
-    madeList<aclEntry> made(18);
-    zekSwpHandle queue = aclLinecardInfo[3].aclAgent;
-    testHost.deadQueues = {queue};
-    EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), 0);
-    EXPECT_EQ(sentTo(), "14409>3 14410>3");
-    EXPECT_EQ(others, (texts{"swpflush " + std::to_string(queue),
-                             "syserr 0x5000e Resetting SWP queue from 61 to 62"}));
-    EXPECT_EQ(aclCheckSwpQueueHealth(queue), 1);
-    testHost.deadQueues = {queue};
-    EXPECT_EQ(aclCheckSwpQueueHealth(queue), 0);
-}
-
 TEST_F(Queues, ACardThatCannotBeReachedIsSkipped) {
     DEBUG_ACL_MGR = DEBUG_ACL_IPC;
     madeList<aclEntry> made(1);
     aclLinecardInfo[5].agentIpAddr = 5;  // and no queue
     aclLinecardInfo[4].agentIpAddr = ADDRESS_UNKNOWN;
     aclLinecardInfo[3].agentIpAddr = 0;
-    struct {
-        aclTarget target;
-        const char *card, *slot;
-    } const rows[] = {
+    const std::tuple<aclTarget, const char*, const char*> rows[] = {
         {{PORT_5_0}, "5", "5"},     {{PORT_4_0}, "-1", "4"},        {PORT, "0", "3"},
         {{LAG_7}, "-1", "-1"},      {{VLAN_10}, "-1", "-1"},        {{0x00004001}, "-1", "-1"},
         {{0x3E040000}, "-1", "-1"},  // slot 30
         {{0, 20}, "-1", "-1"},      {{IFINDEX_CP_BIND}, "-1", "0"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.target.ifindex);
-        EXPECT_EQ(iAclSendToAclAgent(row.target, {14409, &made.list}), 0);
-        EXPECT_TRUE(enqueued().empty());
-        EXPECT_TRUE(anyHas(
-            others, std::string("target.card = ") + row.card + " : slot = " + row.slot + "\r\n"))
-            << others.back();
+    for (const auto& [target, card, slot] : rows) {
+        EXPECT_EQ(iAclSendToAclAgent(target, {14409, &made.list}), 0);
+        EXPECT_TRUE(enqueued().empty()) << target.ifindex;
+        EXPECT_EQ(others.back(),
+                  std::string("debug target.card = ") + card + " : slot = " + slot + "\r\n");
     }
 }
 
 TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
     madeList<aclEntry> made(40, std::string(140, 'x'));
     uint64_t blocks = testBlocksInUse();
+    const zekSwpHandle queue = aclLinecardInfo[3].aclAgent;
+    testHost.deadQueues = {queue};
     DEBUG_ACL_MGR = DEBUG_ACL_IPC;
     testFail(TEST_BLOCK, 2, 1);  // the second of three
     EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), -1);
     EXPECT_EQ(sentTo(), "14409>3");
+    EXPECT_EQ(std::ranges::count(others, "swpflush " + std::to_string(queue)), 1) << "was dead";
     for (const char* text :
          {"syserr 0x5000c ", "Sending message chunk 2\r\n", "Error Sending message chunk 2\r\n"})
         EXPECT_TRUE(anyHas(others, text)) << text;
     EXPECT_FALSE(anyHas(others, "chunk 3"));
     // The agent lacks it: its queue takes nothing but a replay.
-    EXPECT_EQ(zekSwpQueueState(aclLinecardInfo[3].aclAgent), zekSwpState::lost);
+    EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::lost);
     EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), 0);
     EXPECT_TRUE(enqueued().empty());
 
@@ -83,11 +66,10 @@ TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
         replayed();
         return aclSendToPlace({PORT_3_1, INTF_IN}, {id, &made.list, made.list.head});
     };
-    const std::string error = "syserr 0x5000f Error sending an entry of access list " +
-                              std::string(140, 'x') + " to the agent of if 0x8080000";
     testFail(TEST_BLOCK, 1);
     EXPECT_EQ(sendEntry(14410), -1);
-    EXPECT_TRUE(anyHas(said(), error));
+    EXPECT_TRUE(anyHas(said(), "syserr 0x5000f Error sending an entry of access list " +
+                                   std::string(140, 'x') + " to the agent of if 0x8080000"));
     EXPECT_EQ(sendEntry(14411), -1);
     EXPECT_FALSE(anyHas(said(), "0x5000f"));
     testFailNothing();
