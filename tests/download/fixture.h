@@ -183,15 +183,15 @@ struct DownloadTest : TaskTest {
         }
         testTake();
     }
-    // The messages that were enqueued since the last call, in order; other rows go to `others`.
+    // The messages that were enqueued since the last call, in order; other rows are `effects`.
     std::vector<bytes> enqueued() {
         std::vector<bytes> messages;
-        others.clear();
+        effects.clear();
         for (testRow& row : testTakeRows())
             if (row.text.starts_with("swp "))
                 messages.push_back(row.bytes);
             else
-                others.push_back(row.text);
+                effects.push_back(row.text);
         return messages;
     }
     // What was enqueued, as "ID>SLOT ID>SLOT".
@@ -202,5 +202,4 @@ struct DownloadTest : TaskTest {
                     std::to_string(get32(m, 48));
         return sent;
     }
-    texts others;
 };

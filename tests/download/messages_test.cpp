@@ -104,10 +104,7 @@ TEST_F(Messages, TheHeaderSaysWhereTheListIsBound) {
         {14409, {PORT_3_1}, 3, {.name = std::string(140, 'n')}},
         {14409, {3, NO, 0, VLAN_10}, 3, {.ifindex = VLAN_10, .vlan = 1}},
         // VLAN groups, and what is none
-        {14416,
-         {PORT_3_1, NO, 1, 0, 5},
-         3,
-         {.ifindex = 0, .group = 5, .pipe = 1, .groupName = "floor"}},
+        {14416, {PORT_3_1, NO, 0, 0, 5}, 3, {.ifindex = 0, .group = 5, .groupName = "floor"}},
         {14416, {PORT_3_1, NO, 1, 0, 9}, 3, {.pipe = 1}},
         {14409, {CP}, 0, {.ifindex = CP}, CP_AGENT, 21121},
         {14413, {TRAPS}, 0, {.ifindex = TRAPS}},  // of the control processor: to slot 0's agent
