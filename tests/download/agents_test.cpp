@@ -10,8 +10,10 @@ constexpr char NOT_KNOWN[] =
 constexpr char CP_NOT_KNOWN[] =
     "syserr 0x5000b AclAgent on CP tried to register : Got anerror from "
     "zek_tmeGetPeerIpAddrByName";
-constexpr char NO_QUEUE[] = "syserr 0x50001 Unable to create SWP queue for ";
 
+std::string noQueue(const std::string& name) {
+    return "syserr 0x50001 Unable to create SWP queue for " + name;
+}
 std::string queueOf(uint32_t app, uint32_t instance, const std::string& made) {
     return "swpqueue " + std::to_string(app) + " slot " + std::to_string(instance) + " " + made;
 }
@@ -47,11 +49,14 @@ struct Agents : DownloadTest {
         m.resize(size);
         return m;
     }
-    // Everything that the message set off, in order and in short.
-    texts deliverAll(const bytes& m) {
+    void take(const bytes& m) {
         std::memcpy(received, m.data(), m.size());
         aclTakeMessage(aclNode, received, m.size());
+    }
+    // Everything that the message set off, in order and in short.
+    texts deliverAll(const bytes& m) {
         texts all;
+        take(m);
         rows = testTakeRows();
         for (const testRow& row : rows) all.push_back(row.text.substr(0, row.text.find(" length")));
         return all;
@@ -110,12 +115,12 @@ TEST_F(Agents, ARefusedRegistrationLeavesTheSlotDown) {
     EXPECT_EQ(deliverAll(registration(5, CARD_5 + 1)), texts{NOT_KNOWN});
     testFail(TEST_QUEUE, 1, 1);
     EXPECT_EQ(deliverAll(registration(5, CARD_5)),
-              (texts{queueOf(62, 5, "failed"), std::string(NO_QUEUE) + "ACL_AGENT"}));
+              (texts{queueOf(62, 5, "failed"), noQueue("ACL_AGENT")}));
     testFail(TEST_QUEUE, 2, 1);
     const texts made = deliverAll(registration(5, CARD_5));
     ASSERT_EQ(made.size(), 4u);
     EXPECT_EQ(made[1], queueOf(148, 5, "failed"));
-    EXPECT_EQ(made[2], std::string(NO_QUEUE) + "MAC_AGENT");
+    EXPECT_EQ(made[2], noQueue("MAC_AGENT"));
     EXPECT_EQ(made[3], "swpremove" + made[0].substr(made[0].rfind(' ')));
     EXPECT_TRUE(isDown(card5));
     // Slots that there are not, and messages that end too early, of every length.
@@ -146,24 +151,15 @@ TEST_F(Agents, AFlushEmptiesWhatWaitsForTheSlot) {
 // An agent that takes marks: its replays begin and end with one, and each need brings one replay.
 TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
     testHost.addresses[{165, 0}] = OWN_CARD;
-    // Marks with the service and the need, and message ids.
     auto sent = [this](const bytes& registers) {
-        (void)deliverAll(registers);
-        std::string all;
-        for (const auto& [text, m] : rows) {
-            if (!text.starts_with("swp ")) continue;
-            all += (all.empty() ? "" : ", ") + std::to_string(get32(m, 12));
-            if (m.size() == 144)
-                all += (get32(m, 132) == 1 ? " begin " : " end ") + std::to_string(get32(m, 140)) +
-                       " to " + std::to_string(get32(m, 56));
-        }
-        return all;
+        take(registers);
+        return sentTo();
     };
     auto card = [&](uint32_t word) { return sent(registration(5, CARD_5, word)); };
     auto controlProcessor = [&](uint32_t word) { return sent(cpRegistration(0, 68, word)); };
     constexpr uint32_t marks = 1;
-    const char eighth[] = "30003 begin 8 to 7957, 14413, 30003 end 8 to 7957",
-               ninth[] = "30003 begin 9 to 7957, 14413, 30003 end 9 to 7957";
+    const char eighth[] = "30003>5 begin 8 14413>5 30003>5 end 8",
+               ninth[] = "30003>5 begin 9 14413>5 30003>5 end 9";
     EXPECT_EQ(card(8 << 1 | marks), eighth);  // needs one at its start
     EXPECT_EQ(card(8 << 1 | marks), "");      // names it again
     EXPECT_EQ(card(marks), "");               // needs none
@@ -171,15 +167,15 @@ TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
     zekSwpQueueLose(card5.aclAgent);
     EXPECT_EQ(card(marks), ninth);  // has lost something
     EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::inStep);
-    EXPECT_EQ(card(10 << 1), "14413");                                  // takes no marks
+    EXPECT_EQ(card(10 << 1), "14413>5");                                // takes no marks
     EXPECT_EQ(card(0), "");                                             // knows nothing of replays
     EXPECT_EQ(sent(registration(5, CARD_5 + 1, 11 << 1 | marks)), "");  // of another card
-    EXPECT_EQ(controlProcessor(5 << 1 | marks), "30003 begin 5 to 21121, 30003 end 5 to 21121");
+    EXPECT_EQ(controlProcessor(5 << 1 | marks), "30003>cp begin 5 30003>cp end 5");
     EXPECT_EQ(controlProcessor(5 << 1 | marks), "");
-    EXPECT_EQ(controlProcessor(6 << 1 | marks), "30003 begin 6 to 21121, 30003 end 6 to 21121");
+    EXPECT_EQ(controlProcessor(6 << 1 | marks), "30003>cp begin 6 30003>cp end 6");
     // A replay that is lost on its way has no end.
     testFail(TEST_BLOCK, 2, 1);
-    EXPECT_EQ(card(12 << 1 | marks), "30003 begin 12 to 7957");
+    EXPECT_EQ(card(12 << 1 | marks), "30003>5 begin 12");
     EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::lost);
 }
 
@@ -187,16 +183,13 @@ TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
 TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
     const madeList<aclEntry> made(1);
     (void)deliverAll(registration(5, CARD_5, 1));
-    // What a pass of the loop sends to the card.
     auto pass = [this](bool primary) {
         testHost.primary = primary;
         aclLoopOnce(aclNode, 1, received);
-        texts sent;
-        for (const bytes& m : enqueued())
-            if (get32(m, 48) == 5) sent.push_back(std::to_string(get32(m, 12)));
-        return sent;
+        return sentTo();
     };
-    const texts nothing, replay{"30003", "14413", "30003"};
+    const std::string nothing,
+        replay = "14413>0 14413>3 14413>4 30003>5 begin 0 14413>5 30003>5 end 0";
     EXPECT_EQ(pass(true), nothing);
     EXPECT_EQ(pass(false), nothing);
     EXPECT_EQ(aclSendToPlace({PORT_5_0, INTF_IN}, {14409, &made.list}), 0);
@@ -236,8 +229,8 @@ TEST_F(Agents, TasksThatRegisterGetTheirQueues) {
         SCOPED_TRACE(row.service);
         const std::string told = answer(row.type, row.service);
         testFail(TEST_QUEUE, 1, 1);
-        EXPECT_EQ(ask(row.type, 3, row.service), (texts{queueOf(row.app, row.instance, "failed"),
-                                                        std::string(NO_QUEUE) + row.name}));
+        EXPECT_EQ(ask(row.type, 3, row.service),
+                  (texts{queueOf(row.app, row.instance, "failed"), noQueue(row.name)}));
         EXPECT_TRUE(row.card == nullptr || *row.card == ADDRESS_UNKNOWN);
         testHost.addresses[{row.app, row.instance}] = address;
         const texts made = ask(row.type, 3, row.service);
@@ -284,7 +277,7 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsIngressListOnce) {
     testHost.addresses[{165, 0}] = 0x7F0100C8;
     testFail(TEST_QUEUE, 1, 1);
     EXPECT_EQ(deliverAll(cpRegistration(1)),
-              (texts{queueOf(165, 0, "failed"), std::string(NO_QUEUE) + "ACL0_AGENT"}));
+              (texts{queueOf(165, 0, "failed"), noQueue("ACL0_AGENT")}));
     aclNode->chassis.supportAclOnCP = 0;
     const texts got = deliverAll(cpRegistration(9));
     ASSERT_EQ(got.size(), 3u);

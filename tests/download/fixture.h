@@ -194,12 +194,16 @@ struct DownloadTest : TaskTest {
                 effects.push_back(row.text);
         return messages;
     }
-    // What was enqueued, as "ID>SLOT ID>SLOT".
+    // What was enqueued, as "ID>SLOT ID>SLOT"; a mark with its need.
     std::string sentTo() {
         std::string sent;
-        for (const bytes& m : enqueued())
-            sent += (sent.empty() ? "" : " ") + std::to_string(get32(m, 12)) + ">" +
-                    std::to_string(get32(m, 48));
+        for (const bytes& m : enqueued()) {
+            const uint32_t id = get32(m, 12), slot = get32(m, 48);
+            sent += (sent.empty() ? "" : " ") + std::to_string(id) + ">" +
+                    (get32(m, 56) == 21121 ? "cp" : std::to_string(slot));
+            if (id == 30003 && m.size() == 144)
+                sent += (get32(m, 132) == 1 ? " begin " : " end ") + std::to_string(get32(m, 140));
+        }
         return sent;
     }
 };

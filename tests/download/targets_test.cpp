@@ -119,7 +119,7 @@ TEST_F(Targets, TheStandbySendsToNobodyButItsOwnAgent) {
     EXPECT_EQ(dosSendToAllAgents(&made.list, nullptr, 14420), 0);
     EXPECT_TRUE(testTake().empty());
     EXPECT_EQ(send(IFINDEX_CP_BIND, 14409), 0);
-    EXPECT_EQ(sentTo(), "14409>0");
+    EXPECT_EQ(sentTo(), "14409>cp");
 }
 
 TEST_F(Targets, DosListsGoToEveryAgent) {
