@@ -84,10 +84,8 @@ inline bytes headerBytes(const wantHeader& w) {
     bytes b(1056);
     putText(b, 169, w.name);
     put32(b, 312, {w.count, w.kind});
-    put32(b, 352, {w.ifindex});
-    put32(b, 364, {w.option});
-    put32(b, 896, {w.runCount});
-    put32(b, 904, {w.vlan});
+    put32(b, 352, {w.ifindex, 0, 0, w.option});
+    put32(b, 896, {w.runCount, 0, w.vlan});
     std::fill_n(b.begin() + 372, 520, w.block);
     b[908] = w.group;
     b[909] = w.pipe;
@@ -123,19 +121,15 @@ inline bytes imageBytes(const l2AclEntry& e) {
 inline bytes imageBytes(const aclEntry& e) {
     const auto* from = reinterpret_cast<const uint8_t*>(&e.block);
     const uint8_t protocol = from[53];
-    const bool tcp = protocol == 6, ports = tcp || protocol == 17, icmp = protocol == 1;
-    struct {
-        size_t at, block, length;
-        bool carried = true;
-    } const runs[] = {{4, 64, 4},          {11, 23, 1},   {15, 52, 1},   {16, 0, 12},
-                      {56, 24, 12},        {68, 36, 28},  {99, 53, 1},   {100, 16, 4},
-                      {107, 144, 1, tcp},  {108, 68, 4},  {112, 56, 4},  {116, 128, 16, ports},
-                      {132, 128, 4, icmp}, {136, 72, 56}, {192, 148, 4}, {196, 152, 4},
-                      {380, 12, 4}};
+    typedef std::array<ptrdiff_t, 3> run;  // from the block, into the image, bytes
+    std::vector<run> runs{{64, 4, 4},    {23, 11, 1},   {52, 15, 1},   {0, 16, 12},  {24, 56, 12},
+                          {36, 68, 28},  {53, 99, 1},   {16, 100, 4},  {68, 108, 4}, {56, 112, 4},
+                          {72, 136, 56}, {148, 192, 4}, {152, 196, 4}, {12, 380, 4}};
+    if (protocol == 6) runs.push_back({144, 107, 1});
+    if (protocol == 6 || protocol == 17) runs.push_back({128, 116, 16});
+    if (protocol == 1) runs.push_back({128, 132, 4});
     bytes b(392);
-    for (const auto& run : runs)
-        if (run.carried)
-            std::copy_n(from + run.block, run.length, b.begin() + static_cast<ptrdiff_t>(run.at));
+    for (auto [block, at, length] : runs) std::copy_n(from + block, length, b.begin() + at);
     b[39] = static_cast<uint8_t>(e.log);
     put32(b, 388, {e.monitor});
     std::copy_n(b.begin() + 56, 144, b.begin() + 204);
@@ -148,9 +142,9 @@ inline bytes messageBytes(uint32_t id, uint32_t slot, uint32_t more, const bytes
     bytes b(132);
     const auto length = static_cast<uint32_t>(body.size());
     put32(b, 8, {132 + length, id});
-    put32(b, 32, {61});
-    put32(b, 40, {OWN_CARD, 7810, slot, address != 0 ? address : AGENT_CARD + slot});
-    put32(b, 56, {service != 0 ? service : 7937 + 4 * slot});
+    if (address == 0) address = AGENT_CARD + slot;
+    if (service == 0) service = 7937 + 4 * slot;
+    put32(b, 32, {61, 0, OWN_CARD, 7810, slot, address, service});
     put32(b, 124, {more, length});
     return b + body;
 }

@@ -37,10 +37,8 @@ TEST_F(Queues, AFailedMessageEndsItsListAndLeavesNothingBehind) {
     EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), -1);
     EXPECT_EQ(sentTo(), "14409>3");
     EXPECT_EQ(std::ranges::count(effects, "swpflush " + std::to_string(queue)), 1) << "was dead";
-    for (const char* text :
-         {"syserr 0x5000c ", "Sending message chunk 2\r\n", "Error Sending message chunk 2\r\n"})
+    for (const char* text : {"syserr 0x5000c ", "Error Sending message chunk 2\r\n"})
         EXPECT_TRUE(said(text)) << text;
-    EXPECT_FALSE(said("chunk 3"));
     // The agent lacks it: its queue takes nothing but a replay.
     EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::lost);
     EXPECT_EQ(iAclSendToAclAgent(PORT, {14409, &made.list}), 0);
@@ -78,10 +76,8 @@ TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
     auto send = [] {
         zekSwpReplayBegin(aclNode->queues.acl2qHandle);
         testTake();
-        auto* m = static_cast<ipcHdr*>(zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, 100));
-        *m = {};
-        m->mtype = 77;
-        return AclSwpEnqueACL2(m, 100);
+        void* block = zekMC_M_memBlockVarAlloc(18, ZEK_MEM_FLAGS, 100);
+        return AclSwpEnqueACL2(new (block) ipcHdr{}, 100);
     };
     EXPECT_EQ(send(), 0);
     testFail(TEST_ENQUEUE);

@@ -27,7 +27,7 @@ struct Targets : DownloadTest {
     // The family, the direction and whether a list or an entry goes follow from the message.
     int send(uint32_t ifindex, uint32_t id, const aclOnly& only = {}) {
         static const std::set<uint32_t> entries{14410, 14417, 14418, 14535},
-            egress{14416, 14417, 14418, 14419, 14537};
+            egress{14416, 14417, 14418, 14537};
         const aclList& l = id > 14500 ? made6.list : made.list;
         return aclSendToPlace({ifindex, egress.contains(id) ? INTF_OUT : INTF_IN},
                               {id, &l, entries.contains(id) ? l.head : nullptr}, only);
@@ -48,14 +48,12 @@ TEST_F(Targets, APlacesListGoesToTheCardsThatTakeIt) {
     } const rows[] = {
         {"a VLAN, each card once", VLAN_10, 14409, {3, 4, 5}},
         {"egress, each card reported once", VLAN_10, 14416, {3}, {4, 5}},
-        {"its deletion", VLAN_10, 14419, {3}, {4, 5}},
         {"egress entries are no lists", VLAN_10, 14417, {3, 4, 5}},
         {"one that is not known", VLAN_10 + 1, 14409, {}},
         {"IPv6", VLAN_10, 14533, {3, 4}, {5}},
         {"IPv6 entries", VLAN_10, 14535, {3, 4}, {5}},
         {"egress IPv6: the cards know", VLAN_10, 14537, {3, 4, 5}},
         {"one port", VLAN_10, 14409, {4}, {}, port},
-        {"its card cannot", VLAN_10, 14416, {}, {4}, port},
         {"one LAG", VLAN_10, 14412, {3, 5}, {}, lag},
         {"half of it", VLAN_10, 14416, {3}, {5}, lag},
         {"one card", VLAN_10, 14416, {3}, {}, {3}},
