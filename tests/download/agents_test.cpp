@@ -70,7 +70,7 @@ TEST_F(Agents, ARegistrationFillsTheRecordAndIsFollowedByTheReplayInOrder) {
     uint32_t transId = aclMgrTransId;
     texts got = deliverAll(registration(5, CARD_5));
     got.resize(6);
-    EXPECT_EQ(got, (texts{queueOf(62, 5, "is " + std::to_string(card5.aclAgent)),
+    ASSERT_EQ(got, (texts{queueOf(62, 5, "is " + std::to_string(card5.aclAgent)),
                           queueOf(148, 5, "is " + std::to_string(card5.macAgent)), answer(14403),
                           "peer 14523 to 7809", "send 14408 to 12801",
                           "swp " + std::to_string(card5.aclAgent) + " 14413"}));
@@ -78,11 +78,10 @@ TEST_F(Agents, ARegistrationFillsTheRecordAndIsFollowedByTheReplayInOrder) {
                        card5.v6EgAclSupported, card5.type, card5.agentIpAddr}),
               (numbers{1, 11, 12, 13, 14, 15, CARD_5}));
 
-    bytes want = messageBytes(14408, 0, 0, {}, 0x7F010064, 12801);
-    want.resize(64);
-    put32(want, 8, {64});
-    put32(want, 32, {transId + 2});  // the peer's message had the number before
-    put32(want, 60, {5});
+    bytes want(64);
+    put32(want, 8, {64, 14408});
+    // The peer's message had the number before.
+    put32(want, 32, {transId + 2, 0, OWN_CARD, 7810, 0, 0x7F010064, 12801, 5});
     EXPECT_EQ(rows[4].bytes, want);
     const wantHeader empty{"Global Acl", 0, 2, 0x4C040000, 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(rows[5].bytes, messageBytes(14413, 5, 0, headerBytes(empty)));

@@ -169,14 +169,6 @@ struct DownloadTest : TaskTest {
         c.agentIpAddr = AGENT_CARD + slot;
         ASSERT_EQ(iAclSwpQueueCreate(slot, QUEUE_ACL_AGENT), 0);
     }
-    // What agents lack has been sent to them.
-    static void replayed() {
-        for (const aclLinecard& c : aclLinecardInfo) {
-            zekSwpReplayBegin(c.aclAgent);
-            zekSwpReplayEnd(c.aclAgent);
-        }
-        testTake();
-    }
     // The messages that were enqueued since the last call, in order; other rows are `effects`.
     std::vector<bytes> enqueued() {
         std::vector<bytes> messages;

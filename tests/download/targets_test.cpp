@@ -49,7 +49,6 @@ TEST_F(Targets, APlacesListGoesToTheCardsThatTakeIt) {
         {"a VLAN, each card once", VLAN_10, 14409, {3, 4, 5}},
         {"egress, each card reported once", VLAN_10, 14416, {3}, {4, 5}},
         {"egress entries are no lists", VLAN_10, 14417, {3, 4, 5}},
-        {"one that is not known", VLAN_10 + 1, 14409, {}},
         {"IPv6", VLAN_10, 14533, {3, 4}, {5}},
         {"IPv6 entries", VLAN_10, 14535, {3, 4}, {5}},
         {"egress IPv6: the cards know", VLAN_10, 14537, {3, 4, 5}},
@@ -58,17 +57,14 @@ TEST_F(Targets, APlacesListGoesToTheCardsThatTakeIt) {
         {"half of it", VLAN_10, 14416, {3}, {5}, lag},
         {"one card", VLAN_10, 14416, {3}, {}, {3}},
         {"that cannot", VLAN_10, 14416, {}, {4}, {4}},
-        {"without members", VLAN_10, 14409, {}, {}, {6}},
-        {"of slot 0", VLAN_10, 14409, {}, {}, {0}},
+        {"without members", VLAN_10, 14409, {}, {}, {0}},
         {"a LAG, from the last", LAG_7, 14409, {PORT_3_2, PORT_5_0}},
         {"egress: silently", LAG_7, 14416, {PORT_3_2}},
         {"egress entries", LAG_7, 14418, {PORT_3_2}},
         {"one card of it", LAG_7, 14409, {PORT_5_0}, {}, {5}},
-        {"a LAG without members", LAG_8, 14409, {}},
         {"a port", PORT_4_0, 14410, {PORT_4_0}},
         {"egress", PORT_3_1, 14416, {PORT_3_1}},
         {"its card cannot", PORT_4_0, 14416, {}},
-        {"another card only", PORT_4_0, 14409, {}, {}, {3}},
         {"no slot", 0x00004001, 14409, {}},
     };
     for (const auto& row : rows) {
@@ -104,7 +100,7 @@ TEST_F(Targets, TheResultIsThePortsOrTheVlansLastCards) {
          {std::tuple{VLAN_10, 3u, -1}, {VLAN_10, 1u, 0}, {PORT_3_1, 1u, -1}, {LAG_7, 2u, 0}}) {
         testFail(TEST_BLOCK, nth, 1);
         EXPECT_EQ(send(ifindex, 14409), result);
-        replayed();
+        for (uint32_t slot : {3u, 5u}) zekSwpReplayBegin(aclLinecardInfo[slot].aclAgent);
     }
 }
 
@@ -135,7 +131,6 @@ TEST_F(Targets, DosListsGoToEveryAgent) {
 // LAGs expanded in their places.
 TEST_F(Targets, MembersAreWalkedInTheOrderOfTheirPlace) {
     EXPECT_EQ(ports(VLAN_10), (numbers{PORT_3_2, PORT_5_0, PORT_3_1, PORT_4_0}));
-    EXPECT_EQ(ports(PORT_3_1), numbers{PORT_3_1});
     std::mt19937 engine(7);
     auto random = [&engine](uint32_t below) { return static_cast<uint32_t>(engine()) % below; };
     std::map<uint32_t, numbers> truth;  // the teller of truth
@@ -158,19 +153,14 @@ TEST_F(Targets, MembersAreWalkedInTheOrderOfTheirPlace) {
 }
 
 TEST_F(Targets, WhatCannotBeAMemberIsRefused) {
-    constexpr std::pair<uint32_t, uint32_t> wrong[] = {
-        {LAG_7, LAG_8},      {LAG_7, LAG_7},       {LAG_7, VLAN_10},
-        {LAG_7, 0x00004001}, {PORT_3_1, PORT_5_0}, {VLAN_10, VLAN_10 + 1}};
-    for (auto [place, member] : wrong) {
-        EXPECT_EQ(aclLagMemberAdd(place, member), -1) << member;
-        EXPECT_TRUE(place == VLAN_10 || aclVlanMemberAdd(place, PORT_3_1) == -1) << place;
-        EXPECT_EQ(aclVlanMemberAdd(place, member), -1) << member;
-    }
+    for (uint32_t member : {LAG_7, LAG_8, VLAN_10, 0x00004001u})
+        EXPECT_EQ(aclLagMemberAdd(LAG_7, member), -1) << member;
+    EXPECT_EQ(aclLagMemberAdd(PORT_3_1, PORT_5_0), -1);
     EXPECT_EQ(AclIntfTreeFind(PORT_3_1), nullptr);
+    EXPECT_EQ(aclVlanMemberAdd(VLAN_10, VLAN_10 + 1), -1);
+    EXPECT_EQ(aclVlanMemberAdd(LAG_7, PORT_3_1), -1);
     EXPECT_EQ(aclLagMemberRemove(LAG_8, PORT_5_0), 1);
     EXPECT_EQ(aclVlanMemberRemove(VLAN_10 + 1, PORT_3_1), 1);
-    EXPECT_EQ(aclLagOfPort(PORT_5_0), LAG_7);
-    EXPECT_EQ(aclLagOfPort(PORT_4_0), 0u);
 }
 
 // A VLAN: its record, its tree, its place; then the member's place.
@@ -182,8 +172,7 @@ TEST_F(Targets, WithoutMemoryAVlanGetsNoMemberAndNothingLeaks) {
         EXPECT_EQ(aclVlanMemberAdd(VLAN_10 + 1, PORT_3_1), -1);
         testFailNothing();
         (void)enqueued();
-        ASSERT_EQ(effects.size(), 1u);
-        EXPECT_TRUE(effects[0].starts_with("syserr 0x5000c ")) << effects[0];
+        EXPECT_TRUE(said("syserr 0x5000c "));
         EXPECT_EQ(ports(VLAN_10 + 1), numbers{});
         if (aclVlan* vlan = aclVlanTreeFind(VLAN_10 + 1)) aclVlanDrop(vlan);
         EXPECT_EQ(testBlocksInUse(), blocks);
