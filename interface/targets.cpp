@@ -1,3 +1,4 @@
+// Who receives what is bound to a place: see targets.h.
 #include "interface/targets.h"
 
 #include "interface/halAclMgr.h"
@@ -35,21 +36,19 @@ uint32_t aclPortPipe(uint32_t ifindex) {
 aclPlaceCards aclGetPPBitMap(const aclTargetQuery& query) {
     aclPlaceCards cards;
     const cardRule rule = {query.family, query.place.direction, query.entry};
-    const uint32_t walked = query.onlyMember != 0 ? query.onlyMember : query.place.ifindex;
-    if (walked == 0) return cards;
-    const uint32_t type = ifindexType(query.place.ifindex);
-    const bool marks = rule.unchecked() || type == IF_TYPE_LAG || type == IF_TYPE_VLAN;
-    aclWalkPorts(walked, [&](uint32_t port) {
-        const int slot = ifindexSlot(port);
-        if (slot == SLOT_NONE || (query.onlySlot != SLOT_NONE && slot != query.onlySlot)) return;
-        if (!rule.allows(aclLinecardInfo[slot])) {
-            cards.refused.set(static_cast<size_t>(slot));
-            return;
-        }
-        const int target = zekifIndexToSfId(port);
-        if (marks && target >= 0 && target < static_cast<int>(SLOT_COUNT))
-            cards.map[static_cast<size_t>(target)] = 1;
-    });
+    aclWalkPorts(
+        query.onlyMember != 0 ? query.onlyMember : query.place.ifindex, [&](uint32_t port) {
+            const int slot = ifindexSlot(port);
+            if (slot == SLOT_NONE || (query.onlySlot != SLOT_NONE && slot != query.onlySlot))
+                return;
+            if (!rule.allows(aclLinecardInfo[slot])) {
+                cards.refused.set(static_cast<size_t>(slot));
+                return;
+            }
+            const int target = zekifIndexToSfId(port);
+            if (target >= 0 && target < static_cast<int>(SLOT_COUNT))
+                cards.map[static_cast<size_t>(target)] = 1;
+        });
     return cards;
 }
 

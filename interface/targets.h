@@ -38,9 +38,8 @@ struct aclTargetQuery {
 // The forwarding pipe of a port; all ones when the chassis does not have the port.
 uint32_t aclPortPipe(uint32_t ifindex);
 
-// The cards of a list that is bound to a LAG or VLAN: the targets that it goes to (non-zero), and
-// the slots whose cards refuse it. A port by itself is only checked, and marked for an egress IPv6
-// list alone.
+// The cards behind a VLAN: the targets that its list goes to (non-zero), and the slots whose cards
+// refuse it.
 constexpr uint32_t PP_TARGETS = 64;
 using aclPPBitMap = std::array<uint32_t, PP_TARGETS>;
 struct aclPlaceCards {
