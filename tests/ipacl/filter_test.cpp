@@ -10,8 +10,6 @@
 
 namespace {
 
-const listName A = listNameMake("A");
-
 // Few different addresses and ports, so that rules overlap and packets meet them.
 struct generator {
     std::mt19937 random;
@@ -138,7 +136,7 @@ TEST_P(FilterIndexAgainstTheWalk, DecidesTheSame) {
         indexed += list->filterIndex != nullptr;
         ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 4));
         if (step % 500 != 499) continue;
-        std::vector<uint32_t> old = numbers(list);
+        words old = numbers(list);
         renumber(list, 7, 3);
         ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 50));
         size_t i = 0;
@@ -155,7 +153,6 @@ INSTANTIATE_TEST_SUITE_P(Shapes, FilterIndexAgainstTheWalk,
                                          shape{5, 20, 600, false}, shape{6, 20, 600, true},
                                          shape{7, 1, 200, false}));
 
-// Whatever allocation of the index fails, the add succeeds and the list answers.
 // A mask of its own for every entry: the groups that an add and a search look at stay bounded, what
 // is left over is moved a chunk at a time, and what decides is what a walk finds.
 TEST_F(FilterIndex, MasksThatAllDifferShareGroups) {
@@ -194,6 +191,7 @@ TEST_F(FilterIndex, MasksThatAllDifferShareGroups) {
     }
 }
 
+// Whatever allocation of the index fails, the add succeeds and the list answers.
 TEST_F(FilterIndex, AListWithoutMemoryForItsIndexIsWalked) {
     generator make{std::mt19937(11), 8};
     for (uint64_t nth = 1; nth < 60; nth++) {

@@ -1,213 +1,259 @@
-// The configuration lines, in both mask modes.
+// Lines as they are typed, as the configuration writes them and as the shows print them, in both
+// mask modes.
+#include "cli/grammar/build.h"
+#include "cli/kinds.h"
+#include "cli/parser.h"
 #include "tests/support/ipaclTest.h"
+
+// The grammar of entries is all that these tests link of the shell.
+const listKind listKinds[KIND_COUNT] = {
+    {.mode = {&sStandard, F_LIST | F_NET, IP_KIND_STANDARD, ""}, .codes = {}},
+    {.mode = {&sExtended, F_LIST | F_NET | F_EXT | F_LAYER2, IP_KIND_EXTENDED, ""}, .codes = {}},
+    {.mode = {&sExtended, F_EXT, IP_KIND_EXTENDED, ""}, .codes = {}}};
 
 namespace {
 
-const listName A = listNameMake("A");
-constexpr uint32_t HOLES = ip(255, 0, 255, 0);
+constexpr const char* KINDS[] = {"", "Standard IP access list L\r\n",
+                                 "Extended IP access list L\r\n"};
 
-class CfgText : public IpAcl {
+struct texts {
+    // The configuration's line in the mode that is set, its other form, and the show's. A text of
+    // the other form or the show that is the line's own is empty.
+    std::string line, other, show;
+};
+std::ostream& operator<<(std::ostream& out, const texts& t) {
+    return out << t.line << " | " << t.other << " | " << t.show;
+}
+bool operator==(const texts& a, const texts& b) {
+    return a.line == b.line && a.other == b.other && a.show == b.show;
+}
+
+class Text : public IpAcl {
   protected:
-    // The texts of one written line: as the mask mode that is set shows it, and the other form.
-    struct pair {
-        std::string shown, other;
-    };
-    pair textOf(const rule& block, uint32_t log = 0, uint32_t monitor = 0) {
+    // The entry that a line asks for.
+    aclEntry typed(const std::string& line, cliMode mode) const {
+        cliCommand command;
+        cliParseError error;
         aclEntry entry{};
-        entry.block = block;
-        entry.log = log;
-        entry.monitor = monitor;
-        acl_ent_sent_to_cfg(&entry, 0, A);
-        return take();
+        EXPECT_EQ(cliParse({mode, node.config.inverseMask != 0, true}, line, &command, &error),
+                  cliParsed::command)
+            << line << ": " << error.text;
+        entry.block = command.block;
+        entry.log = command.log;
+        entry.monitor = command.monitor;
+        return entry;
     }
-    pair take() {
-        pair texts;
+    texts textsOf(aclEntry entry) {
+        texts out;
+        const listName list = listNameMake("L");
+        const uint32_t kind = entry.block.kind;
+        create("L", kind);
+        EXPECT_EQ(ipAddAccessEntry(list, &entry.block, entry.log, entry.monitor), 0u);
         for (const std::string& row : testTake()) {
             if (!row.starts_with("cfg insert")) continue;
-            size_t first = row.find('"'), end = row.find('"', first + 1);
-            texts.shown = row.substr(first + 1, end - first - 1);
-            size_t second = row.find('"', end + 1);
-            texts.other =
-                second == row.npos ? texts.shown : row.substr(second + 1, row.size() - second - 2);
+            const size_t from = row.find('"') + 1, end = row.find('"', from);
+            out.line = row.substr(from, end - from);
+            if (const size_t second = row.find('"', end + 1); second != row.npos)
+                out.other = row.substr(second + 1, row.size() - second - 2);
         }
-        if (node.config.inverseMask != 0) std::swap(texts.shown, texts.other);
-        return texts;
+        if (node.config.inverseMask != 0 && !out.other.empty()) std::swap(out.line, out.other);
+        void* buffer = nullptr;
+        uint32_t size = 0;
+        EXPECT_EQ(aclShowIpAcl(list, &buffer, &size), 0u);
+        out.show = static_cast<char*>(buffer) + SHOW_TEXT_OFFSET;
+        EXPECT_TRUE(out.show.starts_with(KINDS[kind]) && out.show.ends_with("\r\n")) << out.show;
+        zekMC_M_sysFree(buffer);
+        const size_t title = std::strlen(KINDS[kind]);
+        out.show = out.show.substr(title, out.show.size() - title - 2);
+        if (out.show == out.line) out.show.clear();
+        EXPECT_EQ(ipAccessListDelete(list, kind), 0u);
+        return out;
     }
 };
 
-TEST_F(CfgText, AddressesByMaskAndMode) {
+TEST_F(Text, AddressesByMaskAndMode) {
     struct {
-        uint32_t address, mask;
-        const char *normal, *inverse;
-        bool both;
-    } cases[] = {
-        {ip(10, 1, 0, 0), ip(255, 255, 0, 0), " 10.1.0.0/16", " 10.1.0.0 255.255.0.0", false},
-        {ip(10, 1, 0, 0), HOLES, " 10.1.0.0 0.255.0.255", " 10.1.0.0 255.0.255.0", false},
-        {ip(10, 1, 2, 3), HOST, " host 10.1.2.3", " host 10.1.2.3", true},
-        {0, 0, " any", " any", true},
-        {0, HOST, " host 0.0.0.0", " host 0.0.0.0", true},
-        {ip(1, 2, 3, 4), 0, " 1.2.3.4/0", " 1.2.3.4 0.0.0.0", false},
-        {ip(10, 0, 0, 0), ip(0, 255, 255, 0), " 10.0.0.0 255.0.0.255", " 10.0.0.0 0.255.255.0",
-         false},
+        // As the configuration has it in each mode, and as the show has it in normal mode when that
+        // differs. What is the same in both modes stands in both forms.
+        const char *normal, *inverse, *show = nullptr;
+    } const cases[] = {
+        {" 10.1.0.0/16", " 10.1.0.0 255.255.0.0"},
+        // Holes show as a prefix length.
+        {" 10.1.0.0 0.255.0.255", " 10.1.0.0 255.0.255.0", " 10.1.0.0/8"},
+        {" 10.0.0.0 255.0.0.255", " 10.0.0.0 0.255.255.0", " 10.0.0.0/0"},
+        {" host 10.1.2.3", " host 10.1.2.3"},
+        {" any", " any"},
+        {" host 0.0.0.0", " host 0.0.0.0"},
+        {" 1.2.3.4/0", " 1.2.3.4 0.0.0.0"},
     };
-    for (uint32_t inverse : {0u, 1u}) {
-        node.config.inverseMask = inverse;
+    const std::string anyHost = " host 0.0.0.0";
+    for (node.config.inverseMask = 0; node.config.inverseMask < 2; node.config.inverseMask++)
         for (const auto& c : cases) {
             SCOPED_TRACE(c.normal);
-            std::string clause = inverse ? c.inverse : c.normal;
-            const rule out = extended(IP_PERMIT, 4).at(5).from(c.address, c.mask);
+            const bool inverse = node.config.inverseMask != 0;
+            const std::string clause = inverse ? c.inverse : c.normal;
+            const std::string show = inverse || c.show == nullptr ? clause : c.show;
+            const bool both = std::string(c.normal) == c.inverse, isHost = clause[1] == 'h';
             struct {
-                rule block;
-                std::string shown, other;
+                cliMode mode;
+                std::string line, other, show;
             } const shapes[] = {
                 // In a standard entry the action shares the clause's fate in the other form.
-                {standard(IP_DENY, c.address, c.mask).at(5), " seq 5 deny" + clause, " seq 5"},
-                {out, " seq 5 permit ip" + clause + " any", " seq 5 permit ip any"},
-                {out.to(c.address, c.mask), " seq 5 permit ip" + clause + clause,
-                 " seq 5 permit ip"},
+                {cliMode::standard, " deny" + clause, "", " deny" + show + " log (0 matches)"},
+                // The source decides whether the destination shows as a host.
+                {cliMode::extended, " permit ip" + clause + " any", " permit ip any",
+                 " permit ip" + show + (isHost ? anyHost : " any") + " log"},
+                {cliMode::extended, " permit ip" + clause + clause, " permit ip",
+                 " permit ip" + show + show + " log"},
             };
-            for (const auto& shape : shapes) {
-                pair texts = textOf(shape.block, 1);
-                EXPECT_EQ(texts.shown, shape.shown + " log");
-                EXPECT_EQ(texts.other, (c.both ? shape.shown : shape.other) + " log");
-            }
+            for (const auto& s : shapes)
+                EXPECT_EQ(
+                    textsOf(typed("seq 5" + s.line + " log", s.mode)),
+                    (texts{" seq 5" + s.line + " log", both ? "" : " seq 5" + s.other + " log",
+                           " seq 5" + s.show + " order 255"}));
         }
+}
+
+// The line is as it was typed, but for what stands in `line`; the show in front of its order.
+TEST_F(Text, EntriesAsTypedInEitherMode) {
+    const std::string mac = "00:1b:c0:ff:0a:9e", zeros = "00:00:00:00:00:00",
+                      ones = "ff:ff:ff:ff:ff:ff";
+    struct {
+        std::string typed, show = {}, line = {};
+    } const cases[] = {
+        {"permit tcp any gt 7 any eq 23", "permit tcp any  gt 7 any eq 23"},
+        {"deny tcp any neq 0 any range 1 9 log", "deny tcp any  neq 0 any range 1 9 log"},
+        {"deny udp any lt 65535 any", "deny udp any  lt 65535 any"},
+        {"deny 4 any any", "deny ip any any"},
+        {"deny 6 any any", "", "deny tcp any any"},
+        {"deny 0 any any"},
+        {"deny tcp any any established fin syn rst psh ack urg"},
+        {"deny tcp any any dscp 0 syn precedence 7 tos 0 fragments log count bytes order 0 monitor",
+         "deny tcp any any syn precedence 7 tos 0 log"},
+        {"deny icmp any any echo"},
+        {"deny icmp any any 8 0"},
+        {"deny icmp any any 3 4", "", "deny icmp any any packet-too-big"},
+        {"deny icmp any any 3", "", "deny icmp any any unreachable"},
+        {"deny icmp any any 3 200"},
+        // The shows know no frames.
+        {"deny ether-type 86dd any VLAN 12 any log", "deny ip any any log"},
+        {"permit ether-type 86dd " + mac + " " + zeros + " VLAN 12 " + mac + " " + ones +
+             " log count bytes order 3 monitor",
+         "permit ip any any log"},
+        {"permit arp any VLAN 12 any", "permit ip any any"},
+        {"permit arp any VLAN 12 opcode 2 10.0.0.0/8", "permit ip 10.0.0.0/8 any"},
+        {"permit arp any VLAN 12 10.0.0.1/32", "permit ip host 10.0.0.1 host 0.0.0.0"},
+    };
+    for (const auto& c : cases) {
+        const aclEntry entry = typed("seq 10 " + c.typed, cliMode::extended);
+        const std::string line = c.line.empty() ? c.typed : c.line;
+        const size_t order = c.typed.find(" order ");
+        const std::string end = order == c.typed.npos ? " order 255" : c.typed.substr(order, 8);
+        const texts expected = {" seq 10 " + line, "",
+                                " seq 10 " + (c.show.empty() ? line : c.show) + end};
+        EXPECT_EQ(textsOf(entry), expected);
+        node.config.inverseMask = 1;
+        EXPECT_EQ(textsOf(entry).line, expected.line);
+        node.config.inverseMask = 0;
     }
 }
 
-// What the shell cannot ask for; the rest is printed as it was typed.
-TEST_F(CfgText, StandardEntriesLeaveOutWhatIsNotGiven) {
-    rule none = standard(7, 0, 0).at(0).with([](rule& b) {
-        b.order = 255;
-        b.fragments = 2;
-        b.counterOptions = 1;
-        b.precedence = 3;  // of extended entries only, as are the ports
-        b.srcOperator = PORT_EQ;
-        b.protocol = IP_PROTO_TCP;
-    });
-    EXPECT_EQ(textOf(none, 0, 2).shown, " seq 0 permit any");
-}
-
-TEST_F(CfgText, ExtendedEntries) {
-    auto of = [](uint8_t protocol) { return extended(IP_DENY, protocol).at(10); };
-    const rule tcp = of(IP_PROTO_TCP);
-    auto icmp = [&](uint8_t type, bool withCode, uint8_t code) {
-        return of(IP_PROTO_ICMP).with([=](rule& b) {
-            b.icmp = {type, 1, code, static_cast<uint8_t>(withCode ? 1 : 0)};
-        });
-    };
-    auto marked = [&](uint8_t protocol) {
-        return of(protocol).with([](rule& b) { b.protoMarker = 1; });
-    };
-    struct {
-        rule block;
-        const char* text;
-    } cases[] = {
-        {tcp.to(ip(1, 2, 3, 4), HOST).fromPort(PORT_GT, 7).toPort(PORT_EQ, 23),
-         "tcp any gt 7 host 1.2.3.4 eq 23"},
-        {tcp.fromPort(PORT_NEQ, 0).toPort(PORT_RANGE, 1, 9), "tcp any neq 0 any range 1 9"},
-        {of(4).fromPort(PORT_EQ, 53), "ip any any"},
-        {of(17).fromPort(PORT_LT, 65535), "udp any lt 65535 any"},
-        {marked(4), "4 any any"},
-        {marked(6), "tcp any any"},
-        {of(0), "0 any any"},
-        {tcp.with([](rule& b) { b.tcpFlags = 0xFF; }),
-         "tcp any any established fin syn rst psh ack urg"},
-        {of(17).with([](rule& b) { b.tcpFlags = 0xFF; }), "udp any any"},
-        {tcp.with([](rule& b) {
-             b.dscp = 0, b.tcpFlags = TCP_SYN, b.precedence = 7, b.tos = 0, b.fragments = 1;
-             b.order = 0, b.counterOptions = IP_BYTES;
-         }),
-         "tcp any any dscp 0 syn precedence 7 tos 0 fragments bytes order 0"},
-        {icmp(8, false, 9), "icmp any any echo"},
-        {icmp(8, true, 0), "icmp any any 8 0"},
-        {icmp(3, true, 4), "icmp any any packet-too-big"},
-        {icmp(3, false, 4), "icmp any any unreachable"},
-        {icmp(3, true, 200), "icmp any any 3 200"},
-        // The flags word and the type of another protocol's entry mean nothing.
-        {icmp(8, false, 0).with([](rule& b) { b.protocol = 2; }), "2 any any"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(textOf(c.block).shown, std::string(" seq 10 deny ") + c.text);
-}
-
-TEST_F(CfgText, EtherTypeAndArpEntries) {
-    const uint8_t mac[] = {0x00, 0x1B, 0xC0, 0xFF, 0x0A, 0x9E},
-                  ones[] = {255, 255, 255, 255, 255, 255};
-    auto frame = [&](bool first, bool second) {
-        return extended(IP_PERMIT, 0).at(5).with([&](rule& b) {
-            b.etherType = 0x86DD;
-            b.vlan = 12;
-            if (first) std::memcpy(b.mac1, mac, 6);
-            if (!first) std::memcpy(b.mac1Mask, ones, 6);
-            if (second) std::memcpy(b.mac2, mac, 6);
-            std::memcpy(b.mac2Mask, ones, 6);
-        });
-    };
-    auto arp = [&](auto change) {
-        return frame(false, false).with([](rule& b) { b.arpMarker = 1; }).with(change);
-    };
+// What no line asks for.
+TEST_F(Text, BlocksThatNoLineMakes) {
+    const rule tcp = extended(IP_DENY, IP_PROTO_TCP), any = standard(7, 0, 0);
     struct {
         rule block;
         uint32_t log, monitor;
-        const char* text;
-    } cases[] = {
-        {frame(false, false), 1, 0, "ether-type 86dd any VLAN 12 any"},  // the entry's own log word
-        {frame(true, true), 0, 1,
-         "ether-type 86dd 00:1b:c0:ff:0a:9e 00:00:00:00:00:00 VLAN 12 "
-         "00:1b:c0:ff:0a:9e ff:ff:ff:ff:ff:ff monitor"},
-        {frame(false, false).with([](rule& b) {
-             b.l2Log = 1, b.l2CounterOptions = IP_COUNT, b.counterOptions = 0xFF, b.order = 3;
+        texts expected;
+    } const cases[] = {
+        // Ports and precedence are of extended entries only.
+        {any.with([](rule& b) {
+             b.order = 255, b.fragments = 2, b.counterOptions = 1, b.precedence = 3;
+             b.srcOperator = PORT_EQ, b.protocol = IP_PROTO_TCP;
          }),
-         0, 1, "ether-type 86dd any VLAN 12 any log count bytes order 3 monitor"},
-        {arp([](rule& b) { b.src = 0; }), 0, 0, "arp any VLAN 12 any"},
-        {arp([](rule& b) {
-             b.arpOpcode = 2, b.src = ip(10, 0, 0, 0), b.srcMask = ip(255, 0, 0, 0);
+         0,
+         2,
+         {" permit any", "", " permit any order 255"}},
+        {any.with(
+             [](rule& b) { b.dscp = 1, b.fragments = 1, b.order = 3, b.counterOptions = 0xFF; }),
+         1,
+         1,
+         {" permit any dscp 1 fragments log count bytes order 3 monitor", "",
+          " permit any log (0 matches) order 3"}},
+        {tcp.to(ip(1, 2, 3, 4), HOST),
+         0,
+         0,
+         {" deny tcp any host 1.2.3.4", "", " deny tcp any 1.2.3.4/32 order 255"}},
+        {tcp.with([](rule& b) { b.protocol = 17, b.tcpFlags = 0xFF; }),
+         0,
+         0,
+         {" deny udp any any", "", " deny udp any any order 255"}},
+        // The flags word, the ports and the type of another protocol's entry mean nothing.
+        {extended(IP_DENY, 4).with([](rule& b) { b.srcOperator = PORT_EQ, b.tcpFlags = 0xFF; }),
+         0,
+         0,
+         {" deny ip any any", "", " deny ip any any order 255"}},
+        {tcp.with([](rule& b) {
+             b.protocol = 2, b.icmp = {8, 1, 0, 0};
          }),
-         0, 0, "arp any VLAN 12 opcode 2 10.0.0.0/8"},
-        {arp([](rule& b) { b.src = ip(10, 0, 0, 1), b.srcMask = HOST; }), 0, 0,
-         "arp any VLAN 12 10.0.0.1/32"},
-        // Without an ether-type an ARP entry has the plain extended grammar.
-        {arp([](rule& b) { b.etherType = 0; }), 0, 0, "0 any any"},
+         0,
+         0,
+         {" deny 2 any any", "", " deny 2 any any order 255"}},
+        {tcp.with([](rule& b) {
+             b.protocol = 1, b.icmp = {8, 1, 9, 0};
+         }),
+         0,
+         0,
+         {" deny icmp any any echo", "", " deny icmp any any echo order 255"}},
+        // Of frames the entry's own log word counts; without an ether-type the plain grammar.
+        {tcp.with([](rule& b) { b.etherType = 0x800; }),
+         1,
+         0,
+         {" deny ether-type 800 00:00:00:00:00:00 00:00:00:00:00:00 VLAN 0 "
+          "00:00:00:00:00:00 00:00:00:00:00:00",
+          "", " deny tcp any any log order 255"}},
+        {tcp.with([](rule& b) { b.protocol = 0, b.arpMarker = 1; }),
+         0,
+         0,
+         {" deny 0 any any", "", " deny 0 any any order 255"}},
     };
-    for (uint32_t inverse : {0u, 1u}) {
-        node.config.inverseMask = inverse;
-        for (const auto& c : cases) {
-            pair texts = textOf(c.block, c.log, c.monitor);
-            EXPECT_EQ(texts.shown, std::string(" seq 5 permit ") + c.text);
-            EXPECT_EQ(texts.other, texts.shown);
-        }
+    for (const auto& c : cases) {
+        aclEntry entry{};
+        entry.block = c.block.at(0);
+        entry.log = c.log;
+        entry.monitor = c.monitor;
+        texts expected = c.expected;
+        for (std::string* text : {&expected.line, &expected.show}) text->insert(0, " seq 0");
+        EXPECT_EQ(textsOf(entry), expected);
     }
 }
 
-TEST_F(CfgText, DosEntriesLackThePiecesOfLists) {
-    aclEntry entry{};
-    entry.block =
-        extended(IP_DENY, IP_PROTO_TCP).at(5).to(ip(10, 0, 0, 0), HOLES).with([](rule& b) {
-            b.dscp = 1, b.fragments = 1, b.order = 1, b.tcpFlags = TCP_SYN, b.precedence = 1,
-            b.tos = 2;
-            b.counterOptions = IP_COUNT | IP_BYTES, b.etherType = 0x800;
-        });
-    entry.log = entry.monitor = 1;
-    dos_ent_sent_to_cfg(&entry, 0, A);
-    dos_ent_sent_to_cfg(&entry, 1, A);
-    std::string line =
+TEST_F(Text, DosEntriesLackThePiecesOfLists) {
+    aclEntry entry = typed(
+        "seq 5 deny tcp any 10.0.0.0 0.255.0.255 syn precedence 1 tos 2 log "
+        "count bytes",
+        cliMode::trace);
+    entry.block.dscp = 1;
+    entry.block.fragments = entry.block.order = 1, entry.block.etherType = 0x800;
+    entry.monitor = 1;
+    const std::string line =
         " seq 5 deny tcp any 10.0.0.0 0.255.0.255 syn precedence 1 tos 2 log count bytes";
-    EXPECT_EQ(testTake(),
+    EXPECT_EQ(effects([&] {
+                  for (uint32_t remove : {0u, 1u}) dos_ent_sent_to_cfg(&entry, remove, A);
+              }),
               (rows{"cfg insert 98/150 A 1/6/ff \"" + line +
                         "\" / \" seq 5 deny tcp any syn precedence 1 tos 2 log count bytes\"",
                     "sync 16 A \"" + line + "\"", "sync 16 A \"no " + line + "\"",
                     "cfg exact 98/150 A 1/6/ff"}));
 }
 
-TEST_F(CfgText, Ipv6Entries) {
+TEST_F(Text, Ipv6Entries) {
     acl6Entry entry{};
     ip6EntryBlock& b = entry.block;
     b.seq = 5;
     b.protocol = IP_PROTO_ANY;
     EXPECT_EQ(effects([&] {
-                  v6acl_ent_sent_to_cfg(&entry, 0, A);
-                  v6acl_ent_sent_to_cfg(&entry, 1, A);
+                  for (uint32_t remove : {0u, 1u}) v6acl_ent_sent_to_cfg(&entry, remove, A);
               }),
               (rows{"cfg insert 100v6/150 A 1/6/ff \" seq 5 permit ipv6 any any\"",
                     "sync 16 A \" seq 5 permit ipv6 any any\"",
@@ -222,13 +268,11 @@ TEST_F(CfgText, Ipv6Entries) {
     b.dstOperator = PORT_RANGE, b.dstLow = 1, b.dstHigh = 2;
     b.tcpFlags = b.counterOptions = 0xFF;
     entry.log = entry.monitor = 1;
-    v6acl_ent_sent_to_cfg(&entry, 0, A);
-    EXPECT_EQ(take().shown,
-              " seq 5 deny tcp 2001:db8::/29 host ::1 range 1 2 fin syn rst psh ack urg"
-              " log count bytes monitor");
+    EXPECT_EQ(effects([&] { v6acl_ent_sent_to_cfg(&entry, 0, A); })[1],
+              "sync 16 A \" seq 5 deny tcp 2001:db8::/29 host ::1 range 1 2 fin syn rst psh ack "
+              "urg log count bytes monitor\"");
     EXPECT_EQ(effects([] {
-                  acl_sent_to_cfg(A, 0, IP_KIND_EXTENDED, 1);
-                  acl_sent_to_cfg(A, 1, IP_KIND_EXTENDED, 1);
+                  for (uint32_t remove : {0u, 1u}) acl_sent_to_cfg(A, remove, IP_KIND_EXTENDED, 1);
               }),
               (rows{"cfg insert 100v6/141 A 0/0/0 \"!\"",
                     "cfg insert 100v6/150 A 0/0/0 \"ipv6 access-list A\"",
@@ -236,38 +280,34 @@ TEST_F(CfgText, Ipv6Entries) {
                     "sync 3 A \"no ipv6 access-list A\""}));
 }
 
-TEST_F(CfgText, TheLongestLinesFitAndLongerOnesAreCut) {
-    rule longest = extended(IP_DENY, IP_PROTO_TCP)
-                       .at(SEQ_MAX)
-                       .from(ip(200, 200, 200, 200), HOLES)
-                       .to(ip(200, 200, 200, 200), HOLES)
-                       .fromPort(PORT_RANGE, 60000, 60001)
-                       .toPort(PORT_RANGE, 60000, 60001)
-                       .with([](rule& b) {
-                           b.dscp = 254, b.tcpFlags = 0xFF, b.precedence = 0x80000000;
-                           b.tos = 0x80000000, b.fragments = 1, b.counterOptions = 0xFF,
-                           b.order = 254;
-                       });
-    pair texts = textOf(longest, 1, 1);
-    EXPECT_TRUE(texts.shown.ends_with(" log count bytes order 254 monitor")) << texts.shown;
-    EXPECT_LE(texts.shown.size(), 255u);
+TEST_F(Text, TheLongestLinesFitAndLongerOnesAreCut) {
+    // A 140-character name has no NUL in its field.
+    const std::string name(140, 'n');
+    acl_sent_to_cfg(listNameMake(std::string(200, 'n')), 0, IP_KIND_STANDARD, 0);
+    EXPECT_EQ(testCfgLines()[1], "ip access-list standard " + name);
+    const std::string address = " 200.200.200.200 255.0.255.0 range 60000 60001";
+    node.config.inverseMask = 1;
+    aclEntry entry = typed("seq 5 deny tcp" + address + address +
+                               " dscp 63 established fin syn rst "
+                               "psh ack urg fragments log count bytes order 254 monitor",
+                           cliMode::extended);
+    entry.block.seq = SEQ_MAX, entry.block.dscp = 254;
+    entry.block.precedence = entry.block.tos = 0x80000000;
+    const std::string line = textsOf(entry).line;
+    EXPECT_TRUE(line.ends_with(" log count bytes order 254 monitor")) << line;
+    EXPECT_LE(line.size(), 255u);
     // What stands for an operator that there is not is longer still, and it is logged.
     const std::string error = " Error: Unknown operator value (-1) for ACL entry \n";
-    aclEntry unknown{};
-    unknown.block = longest.fromPort(HOST, 0).toPort(HOST, 0);
-    const rows told = effects([&] { acl_ent_sent_to_cfg(&unknown, 0, A); });
+    entry.block.srcOperator = entry.block.dstOperator = 0xFFFFFFFF;
+    const rows told = effects([&] { acl_ent_sent_to_cfg(&entry, 0, A); });
     EXPECT_EQ(told.front(), "syserr 0x50006 " + error);
     const size_t text = told.back().find('"') + 1;
     EXPECT_EQ(told.back().size() - text - 1, 255u);
     EXPECT_NE(told.back().find(error), std::string::npos);
     EXPECT_STREQ(aclCmpPortPrint(PORT_NONE, 1, 2), "");
-    // A 140-character name has no NUL in its field.
-    listName name = listNameMake(std::string(200, 'n'));
-    acl_sent_to_cfg(name, 0, IP_KIND_STANDARD, 0);
-    EXPECT_EQ(take().shown, "ip access-list standard " + std::string(140, 'n'));
 }
 
-TEST_F(CfgText, BlocksShowInTheirSectionsOrder) {
+TEST_F(Text, BlocksShowInTheirSectionsOrder) {
     uint32_t status = 0;
     create("B");
     create("A", IP_KIND_EXTENDED);

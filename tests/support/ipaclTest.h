@@ -1,10 +1,11 @@
-// A store in a test's hands: the state root with empty trees, entry blocks in one line, bindings
-// and remarks linked by hand.
+// A store in a test's hands: the state root with empty trees, entry blocks in one line, clients and
+// remarks linked by hand; and the families of numbered lists, which go through the same tests.
 #pragma once
 
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@
 #include "platform/test/record.h"
 
 typedef std::vector<std::string> rows;
+typedef std::vector<uint32_t> words;
+inline const listName A = listNameMake("A"), B = listNameMake("B"), C = listNameMake("C");
 
 constexpr uint32_t ip(uint32_t a, uint32_t b, uint32_t c, uint32_t d) {
     return a << 24 | b << 16 | c << 8 | d;
@@ -27,18 +30,15 @@ constexpr uint32_t HOST = 0xFFFFFFFF;
 constexpr uint32_t portIfindex(uint32_t slot, uint32_t userPort) {
     return (slot + 1) << 25 | (userPort + 1) << 18;
 }
+constexpr uint32_t LAG = ifindexMake(IF_TYPE_LAG, 3), VLAN = ifindexMake(IF_TYPE_VLAN, 10);
 
-// An entry block as a client would send it: nothing given that is not said.
+// --- entry blocks as a client would send them: nothing given that is not said --------------------
+
 struct rule : ipEntryBlock {
     rule(uint32_t entryKind, uint32_t entryAction, uint8_t entryProtocol) : ipEntryBlock{} {
-        kind = entryKind;
-        action = entryAction;
-        protocol = entryProtocol;
-        ipEntryBlock::seq = SEQ_NOT_GIVEN;
-        ipEntryBlock::order = ORDER_NOT_GIVEN;
-        ipEntryBlock::precedence = FIELD_NOT_GIVEN;
-        ipEntryBlock::tos = FIELD_NOT_GIVEN;
-        ipEntryBlock::dscp = DSCP_NOT_GIVEN;
+        kind = entryKind, action = entryAction, protocol = entryProtocol;
+        seq = SEQ_NOT_GIVEN, order = ORDER_NOT_GIVEN, dscp = DSCP_NOT_GIVEN;
+        precedence = tos = FIELD_NOT_GIVEN;
     }
     // Applies a change and stays an expression: rule(...).with([](auto& b) { b.tos = 3; })
     template <class Change>
@@ -48,7 +48,7 @@ struct rule : ipEntryBlock {
         return changed;
     }
     rule at(uint32_t number) const {
-        return with([=](rule& b) { b.ipEntryBlock::seq = number; });
+        return with([=](rule& b) { b.seq = number; });
     }
     rule from(uint32_t address, uint32_t mask) const {
         return with([=](rule& b) { b.src = address, b.srcMask = mask; });
@@ -56,11 +56,8 @@ struct rule : ipEntryBlock {
     rule to(uint32_t address, uint32_t mask) const {
         return with([=](rule& b) { b.dst = address, b.dstMask = mask; });
     }
-    rule fromPort(uint32_t op, uint16_t low, uint16_t high = 0) const {
-        return with([=](rule& b) { b.srcOperator = op, b.srcLow = low, b.srcHigh = high; });
-    }
-    rule toPort(uint32_t op, uint16_t low, uint16_t high = 0) const {
-        return with([=](rule& b) { b.dstOperator = op, b.dstLow = low, b.dstHigh = high; });
+    rule toPort(uint32_t number) const {
+        return with([=](rule& b) { b.dstOperator = PORT_EQ, b.dstLow = uint16_t(number); });
     }
 };
 inline rule standard(uint32_t action, uint32_t address, uint32_t mask) {
@@ -70,8 +67,56 @@ inline rule extended(uint32_t action, uint8_t protocol) {
     return rule(IP_KIND_EXTENDED, action, protocol);
 }
 
+// --- a family in a test's hands ------------------------------------------------------------------
+
+struct testFamily {
+    const aclFamily& row;
+    uint32_t kind;  // of its lists
+    const char *section, *header;
+    uint32_t sync;                           // of its entries' lines
+    void (*block)(uint32_t n, void* block);  // the nth of some hundred rules, without a number
+    std::string (*text)(uint32_t n);         // as its line says it
+};
+inline const testFamily ip4InTest = {
+    ip4Family,
+    IP_KIND_EXTENDED,
+    "100",
+    "ip access-list extended ",
+    16,
+    [](uint32_t n, void* block) {
+        const rule r = extended(n & 1, IP_PROTO_TCP).from(ip(10, 0, 0, n / 8), HOST).toPort(n % 8);
+        std::memcpy(block, static_cast<const ipEntryBlock*>(&r), sizeof(ipEntryBlock));
+    },
+    [](uint32_t n) {
+        return (n % 2 ? "deny tcp host 10.0.0." : "permit tcp host 10.0.0.") +
+               std::to_string(n / 8) + " any eq " + std::to_string(n % 8);
+    }};
+
+// What was written, told and sent since it was last asked, or what goes to cards and tasks of it.
+inline rows sentOf(rows told) {
+    std::erase_if(told, [](const std::string& row) {
+        return row.starts_with("cfg") || row.starts_with("sync") || row.starts_with("trigger");
+    });
+    return told;
+}
+#define EXPECT_TOLD(act, status, ...) \
+    EXPECT_EQ(act, uint32_t{status}); \
+    EXPECT_EQ(testTake(), (rows{__VA_ARGS__}))
+#define EXPECT_SENT(act, ...) \
+    EXPECT_EQ(act, 0u);       \
+    EXPECT_EQ(sentOf(testTake()), (rows{__VA_ARGS__}))
+
 class IpAcl : public testing::Test {
   protected:
+    struct kindOfList {
+        zekRadix* aclTrees::*tree;
+        uint32_t (*drop)(const aclList& list);
+    };
+    static constexpr kindOfList kinds[] = {
+        {&aclTrees::acl_tree, [](auto& l) { return aclListDelete(*l.family, l.name, l.kind); }},
+        {&aclTrees::aclSys_tree, [](auto& l) { return ipSysAccessListDelete(l.name, 0); }},
+        {&aclTrees::dos_tree, [](auto& l) { return ipDosListDelete(l.name); }}};
+
     void SetUp() override {
         testReset();
         for (aclLinecard& card : aclLinecardInfo) {
@@ -82,39 +127,50 @@ class IpAcl : public testing::Test {
         node = {};
         aclNode = &node;
         node.config.cfgDb = testCfg();
-        node.trees.acl_tree = zekRadixCreateP("aclTree", LIST_NAME_KEY_BITS);
-        node.trees.aclSys_tree = zekRadixCreate("aclSystemTree", LIST_NAME_KEY_BITS);
-        node.trees.dos_tree = zekRadixCreate("dosTree", LIST_NAME_KEY_BITS);
+        for (const kindOfList& k : kinds)
+            node.trees.*k.tree = zekRadixCreate("lists", LIST_NAME_KEY_BITS);
         node.trees.acl_intf_tree = zekRadixCreate("aclIntfTree", INTF_KEY_BITS);
         node.trees.vlan_intf_tree = zekRadixCreate("vlanIntfTree", INTF_KEY_BITS);
-        dosFilter = nullptr;
         blocksAtStart = testBlocksInUse();
     }
     // Every list goes, and with it every block: whatever a test did, nothing may leak.
     void TearDown() override {
         testFailNothing();
         dosFilter = nullptr;
-        while (aclIntf* intf = AclIntfTreeFindFirst()) {
-            for (uint32_t direction : {INTF_IN, INTF_OUT})
-                if (const aclList* list = intf->lists[INTF_V4][direction])
-                    (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
-            aclIntfDrop(intf);
-        }
+        while (aclIntf* intf = AclIntfTreeFindFirst()) aclIntfDrop(intf);
         while (aclVlan* vlan = aclVlanTreeFindFirst()) aclVlanDrop(vlan);
-        while (aclList* list = ipAccessListFindFirst()) {
-            unbind(list);
-            ASSERT_EQ(ipAccessListDelete(list->name, list->kind), 0u);
-        }
-        while (aclList* list = ipSysAccessListFindFirst()) {
-            unbind(list);
-            ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
-        }
-        while (aclList* list = ipDosListFindFirst()) ASSERT_EQ(ipDosListDelete(list->name), 0u);
+        forLists([](aclList* list, const kindOfList& k) {
+            clientsFree(list);
+            ASSERT_EQ(k.drop(*list), 0u);
+        });
         EXPECT_EQ(testBlocksInUse(), blocksAtStart) << "blocks leaked";
-        for (zekRadix* tree : {node.trees.acl_tree, node.trees.aclSys_tree, node.trees.dos_tree,
-                               node.trees.acl_intf_tree, node.trees.vlan_intf_tree})
-            zekRadixDestroy(tree);
+        for (const kindOfList& k : kinds) zekRadixDestroy(node.trees.*k.tree);
+        zekRadixDestroy(node.trees.acl_intf_tree);
+        zekRadixDestroy(node.trees.vlan_intf_tree);
         DEBUG_ACL_MGR = 0;
+    }
+    // fn may take its list away.
+    template <class Fn>
+    void forLists(Fn&& fn) {
+        for (const kindOfList& k : kinds)
+            for (auto* list = nameTreeFirst<aclList>(node.trees.*k.tree); list != nullptr;) {
+                const listName name = list->name;
+                fn(list, k);
+                list = nameTreeNext<aclList>(node.trees.*k.tree, name);
+            }
+    }
+    // All that an operation that is refused must leave as it is.
+    std::string state() {
+        std::string out = std::to_string(testBlocksInUse());
+        forLists([&](const aclList* list, const kindOfList&) {
+            (out += " ") += listNameView(list->name);
+            for (uint32_t value : {list->kind, list->placeholder, uint32_t(list->count),
+                                   list->lastEntryId, uint32_t(list->clients != nullptr)})
+                out += " " + std::to_string(value);
+            for (uint32_t seq : numbers(list)) out += "," + std::to_string(seq);
+        });
+        for (const std::string& line : testCfgLines()) out += "\n" + line;
+        return out;
     }
 
     aclList* create(const char* name, uint32_t kind = IP_KIND_STANDARD) {
@@ -124,8 +180,8 @@ class IpAcl : public testing::Test {
         testTake();
         return list;
     }
-    uint32_t add(const char* name, rule block, uint32_t log = 0, uint32_t monitor = 0) {
-        return ipAddAccessEntry(listNameMake(name), &block, log, monitor);
+    uint32_t add(const char* name, rule block) {
+        return ipAddAccessEntry(listNameMake(name), &block, 0, 0);
     }
     uint32_t del(const char* name, const rule& block, uint32_t send = 1, uint32_t cfg = 1) {
         return ipDelAccessEntry(listNameMake(name), &block, send, cfg);
@@ -139,11 +195,7 @@ class IpAcl : public testing::Test {
     }
     template <class Act>
     static rows sends(const Act& act) {
-        rows sent = effects(act);
-        std::erase_if(sent, [](const std::string& row) {
-            return row.starts_with("cfg") || row.starts_with("sync") || row.starts_with("trigger");
-        });
-        return sent;
+        return sentOf(effects(act));
     }
     // Links a binding at the head, as the bind operations do.
     static aclBinding* bind(aclList* list, clientKind kind, uint32_t id, uint32_t direction = 0,
@@ -151,10 +203,7 @@ class IpAcl : public testing::Test {
         return static_cast<aclBinding*>(
             clientAdd(list, {kind, id, instance, direction}, sizeof(aclBinding)));
     }
-    static void unbind(aclList* list) {
-        while (list->clients != nullptr) clientDrop(list, list->clients);
-    }
-    static void join(uint32_t lag, const std::vector<uint32_t>& ports) {
+    static void join(uint32_t lag, const words& ports) {
         for (uint32_t port : ports) ASSERT_EQ(aclLagMemberAdd(lag, port), 0);
     }
     // Links a remark at the tail: numbers must come in ascending order.
@@ -163,20 +212,17 @@ class IpAcl : public testing::Test {
         auto* remark = new (block) aclRemark{};
         remark->seq = seq;
         std::strncpy(remark->text, text, REMARK_LEN);
-        aclRemark* last = list->remarks;
-        while (last != nullptr && last->next != nullptr) last = last->next;
-        remark->prev = last;
-        (last != nullptr ? last->next : list->remarks) = remark;
+        aclRemark** link = &list->remarks;
+        for (; *link != nullptr; link = &(*link)->next) remark->prev = *link;
+        *link = remark;
         aclManageAclEntryRemark(*remark, *list, 0);
         testTake();
     }
-
     // The chain of an IPv4 list, entry by entry.
     static aclEntry* first(const aclList* list) { return static_cast<aclEntry*>(list->head); }
     static aclEntry* after(const aclEntry* entry) { return static_cast<aclEntry*>(entry->next); }
-
-    static std::vector<uint32_t> numbers(const aclList* list) {
-        std::vector<uint32_t> seqs;
+    static words numbers(const aclList* list) {
+        words seqs;
         for (const listEntry* e = list->head; e != nullptr; e = e->next)
             seqs.push_back(entrySeq(*list->family, *e));
         return seqs;
@@ -185,3 +231,60 @@ class IpAcl : public testing::Test {
     aclNodeRecord node;
     uint64_t blocksAtStart = 0;
 };
+
+// The same test for every family; the list is A.
+class OfFamily : public IpAcl, public testing::WithParamInterface<const testFamily*> {
+  protected:
+    const testFamily& f = *GetParam();
+    struct anyBlock {
+        alignas(8) uint8_t bytes[256] = {};
+        be32& seq;
+        anyBlock(const testFamily& f, uint32_t n, uint32_t number)
+            : seq(const_cast<be32&>(blockSeq(f.row, bytes))) {
+            f.block(n, bytes);
+            seq = number;
+        }
+    };
+    aclList* make(uint32_t placeholder = 0, const listName& name = A) {
+        uint32_t status = 77;
+        aclList* list =
+            aclListCreate(f.row, name, placeholder ? IP_KIND_NONE : f.kind, placeholder, &status);
+        EXPECT_EQ(status, 0u);
+        return list;
+    }
+    aclList* find(const listName& name = A) const { return aclListFind(f.row, name); }
+    uint32_t drop() const { return aclListDelete(f.row, A, f.kind); }
+    // Rule n under a number.
+    uint32_t add(uint32_t n, uint32_t seq = SEQ_NOT_GIVEN, const listName& name = A) const {
+        return aclListAdd(f.row, name, anyBlock(f, n, seq).bytes, {});
+    }
+    uint32_t del(uint32_t n, uint32_t seq = SEQ_NOT_GIVEN, bool send = true, bool cfg = true,
+                 const listName& name = A) const {
+        return aclListDel(f.row, name, anyBlock(f, n, seq).bytes, send, cfg);
+    }
+    // Rows as they are for this family: SECT, HEAD, SYNC, RULE0.. of its configuration, in.add
+    // (list, del, drop), out.add.. of its messages; copies of IPM where it keeps them.
+    rows here(rows expected) const {
+        std::vector<std::pair<std::string, std::string>> names = {
+            {"SECT", f.section}, {"HEAD", f.header}, {"SYNC", std::to_string(f.sync)}};
+        for (uint32_t n = 0; n < 4; n++) names.push_back({"RULE" + std::to_string(n), f.text(n)});
+        for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+            const std::string way = direction == INTF_IN ? "in." : "out.";
+            const aclAgentIds& ids = f.row.agentIds[direction];
+            for (auto [name, id] : {std::pair("list", ids.list),
+                                    {"add", ids.add},
+                                    {"del", ids.del},
+                                    {"drop", ids.drop}})
+                names.push_back({way + name, std::to_string(id)});
+        }
+        std::erase_if(expected, [this](const std::string& row) {
+            return row.starts_with("ipm") && !f.row.ipmKeepsCopies;
+        });
+        for (std::string& row : expected)
+            for (const auto& [name, value] : names)
+                for (size_t at; (at = row.find(name)) != row.npos;)
+                    row.replace(at, name.size(), value);
+        return expected;
+    }
+};
+#define FOR_EVERY_FAMILY(suite) INSTANTIATE_TEST_SUITE_P(Ip4, suite, testing::Values(&ip4InTest))

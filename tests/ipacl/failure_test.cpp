@@ -1,0 +1,161 @@
+// Every allocation of every operation fails once, in turn: the operation is refused with one of its
+// statuses, nothing has changed, and the next attempt works.
+#include <functional>
+#include <set>
+
+#include "include/cliMsg.h"
+#include "include/policyMsg.h"
+#include "include/service.h"
+#include "tests/support/ipaclTest.h"
+
+namespace {
+
+const rule tcp = extended(IP_DENY, IP_PROTO_TCP);
+
+TEST_F(IpAcl, AnOperationWithoutMemoryIsRefusedWhole) {
+    const listName S = listNameMake("S"), D = listNameMake("D");
+    uint32_t status = 0;
+    create("L", IP_KIND_EXTENDED);
+    ASSERT_EQ(add("L", tcp.toPort(9).at(20)), 0u);
+    ipSysAccessListCreate(S, IP_KIND_EXTENDED, 0, 1, &status);
+    ipDosListCreate(D, 0, 0, &status);
+    namedList* slot = nullptr;
+    auto made = [&](const aclList* list) {
+        EXPECT_EQ(list == nullptr, status != 0);
+        return status;
+    };
+    const std::string noList = "Error: Unable to create Accesslist ",
+                      noMemory = "Error: Unable to allocate memory for Acl ";
+    // Each is done in two rounds, under the round's name: memory fails, then the trees' places.
+    struct {
+        const char* what;
+        size_t failures;
+        std::set<uint32_t> refusals;
+        std::function<uint32_t(const listName&, uint32_t round)> act;
+        rows told = {};
+    } const operations[] = {
+        {"a list, its trees and its place",
+         4,
+         {ACL_E_LIST_MEMORY},
+         [&](auto& name, auto) { return made(ipAccessListCreate(name, 1, 0, &status)); }},
+        {"a placeholder",
+         4,
+         {ACL_E_LIST_MEMORY},
+         [&](auto& name, auto) { return made(ipAccessListCreate(name, 0, 1, &status)); }},
+        {"a system list",
+         2,
+         {ACL_E_LIST_MEMORY},
+         [&](auto& name, auto) { return made(ipSysAccessListCreate(name, 2, 0, 0, &status)); }},
+        {"a DoS list",
+         2,
+         {ACL_E_LIST_MEMORY},
+         [&](auto& name, auto) { return made(ipDosListCreate(name, 0, 0, &status)); }},
+        {"a filter",
+         2,
+         {ACL_E_LIST_MEMORY},
+         [&](auto& name, auto) {
+             const uint32_t enabled = dosIpEnableIntf(name, CLI_DOS_ENABLE);
+             (void)dosIpEnableIntf(name, CLI_DOS_DISABLE);
+             return enabled;
+         }},
+        {"an entry and its nodes",
+         5,
+         {ACL_E_ENTRY_MEMORY, ACL_E_SYSTEM},
+         [&](auto&, auto round) { return add("L", tcp.toPort(round)); }},
+        {"a system entry",
+         1,
+         {ACL_E_ENTRY_MEMORY},
+         [&](auto&, auto round) {
+             const rule block = tcp.toPort(round);
+             return ipSysAddAccessEntry(S, &block, 0, 1);
+         }},
+        {"a batch",
+         20,
+         {ACL_E_ENTRY_MEMORY},
+         [&](auto&, auto) {
+             const std::vector<ipEntryBlock> blocks(20, tcp);
+             return ipSysAddThirteenAccessEntry(S, blocks.data(), 0, 1, 20);
+         }},
+        {"a DoS entry",
+         1,
+         {ACL_E_ENTRY_MEMORY},
+         [&](auto&, auto round) {
+             rule block = tcp.toPort(round);
+             return ipAddDosEntry(D, &block, 0);
+         }},
+        {"a task",
+         7,
+         {1},
+         [&](auto& name, auto) {
+             return uint32_t{aclAddTaskClient(APP_OSPF, 3, name, 9, AF_IPV4) == nullptr};
+         },
+         {"syserr 0x50006 " + noList + "a task0 in aclAddTaskClient\n",
+          "syserr 0x50006 " + noMemory + "a task0 client Task id 64, instance 3\n"}},
+        {"a route map",
+         7,
+         {HOST},
+         [&](auto& name, auto) {
+             slot = nullptr;
+             const int said = aclAddRmapClient({RTMAP_MS_MATCH, 5, &slot}, listNameMake("m"), name);
+             EXPECT_EQ(slot == nullptr, said != 0);
+             return static_cast<uint32_t>(said);
+         },
+         {"syserr 0x50004 " + noList + "a route map0 in aclAddRmapClient\n",
+          "syserr 0x50004 " + noMemory + "a route map0 client Routemap m\n"}},
+    };
+    for (const auto& o : operations) {
+        SCOPED_TRACE(o.what);
+        size_t failures = 0;
+        rows told;
+        for (uint32_t round : {0u, 1u})
+            for (uint64_t nth = 1; nth < 50; nth++) {
+                const testPoint point = round == 0 ? TEST_MEMORY : TEST_INSERT;
+                const listName name = listNameMake(o.what + std::to_string(round));
+                const std::string before = state();
+                testTake();
+                testFail(point, nth, 1);
+                const uint32_t said = o.act(name, round);
+                const bool reached = testUses(point) >= nth;
+                testFailNothing();
+                if (!reached) {
+                    EXPECT_EQ(said, 0u);
+                    break;
+                }
+                failures++;
+                EXPECT_TRUE(o.refusals.contains(said)) << std::hex << said;
+                EXPECT_EQ(state(), before);
+                for (const std::string& row : testTake())
+                    if (round == 0 && row.starts_with("syserr ") &&
+                        std::ranges::find(told, row) == told.end())
+                        told.push_back(row);
+            }
+        EXPECT_EQ(failures, o.failures);
+        EXPECT_EQ(told, o.told);
+    }
+    // The number that a DoS entry would have got stays used.
+    EXPECT_EQ(numbers(ipDosListFind(D)), (words{10, 15}));
+}
+
+TEST_F(IpAcl, TheSecondTreesFailureIsNamedAndUndone) {
+    create("A", IP_KIND_EXTENDED);
+    DEBUG_ACL_MGR = DEBUG_ACL_DUP;
+    testFail(TEST_INSERT, 2);
+    const rows told = effects([&] { EXPECT_EQ(add("A", tcp.at(5)), ACL_E_SYSTEM); });
+    testFailNothing();
+    ASSERT_EQ(told.size(), 2u);
+    EXPECT_TRUE(told[0].ends_with(" : zekRadixInsert Failed\r\n")) << told[0];
+    EXPECT_TRUE(told[1].ends_with(" Insert to AclInfoTree failed\r\n")) << told[1];
+    EXPECT_EQ(del("A", tcp.at(5)), ACL_E_NOSEQ) << "no node is left that points at a freed entry";
+}
+
+TEST_F(IpAcl, PoolLimitsRefuseLikeFailures) {
+    create("A", IP_KIND_EXTENDED);
+    ASSERT_EQ(add("A", tcp), 0u);
+    ASSERT_EQ(zekMemSetLimit(sizeof(aclEntry), 1), 0);
+    EXPECT_EQ(add("A", tcp.toPort(1)), ACL_E_ENTRY_MEMORY);
+    ASSERT_EQ(del("A", tcp), 0u);
+    EXPECT_EQ(add("A", tcp.toPort(1)), 0u) << "a block that came back serves again";
+    zekMemSetLimit(sizeof(aclEntry), UINT64_MAX);
+}
+
+}  // namespace
