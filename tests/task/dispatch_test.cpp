@@ -218,44 +218,39 @@ TEST_F(Dispatch, ShowsForOtherTasksAnswerInTheStatusWordAndLogWhatCannotBeSent) 
     create("A", IP_KIND_EXTENDED);
     for (uint32_t af : {AF_IPV4, AF_IPV6}) ipPrefixListCreateExt(listNameMake("A"), 0, af);
     const uint64_t before = zekMemHeapStats().blocks;
-    struct {
+    struct show {
         uint32_t type;
         bool all, detail;
         std::string failed, failedAfterError = failed;
-    } rows[] = {
-        {14466, false, false, "IP ACL back to CLI"},
-        {14467, true, false, "IP ACL All back toCLI", "IP ACL All backto CLI"},
-        {14469, false, true, "IP Prefix List back to CLI"},
-        {14470, false, false, "IP Prefix List back to CLI"},
-        {14471, true, true, "IP Prefix All back to CLI"},
-        {14472, true, false, "IP Prefix All back to CLI"},
-        {14480, false, true, "Ipv6 Prefix List back to CLI"},
-        {14481, false, false, "Ipv6 Prefix List back to CLI"},
-        {14482, true, true, "Ipv6 Prefix All back to CLI"},
-        {14483, true, false, "Ipv6 Prefix All back to CLI"},
     };
-    for (const auto& row : rows)
-        for (bool exists : {true, false})
-            for (bool fails : {false, true}) {
-                SCOPED_TRACE(std::to_string(row.type) + (fails ? " fails" : ""));
-                auto bytes = message(row.type, 208);
-                // A walk over all ends behind the only list.
-                const char* name = row.all ? (exists ? "" : "A") : (exists ? "A" : "B");
-                as<showReplyHdr>(bytes).name = listNameMake(name);
-                as<ipcHdr>(bytes).status = 99;  // cleared on receipt
-                if (fails) testFail(TEST_SEND, 1, 1);
-                auto sent = deliver(bytes);
-                testFailNothing();
-                const std::string& text = exists ? row.failed : row.failedAfterError;
-                EXPECT_EQ(said("syserr 0x50002 Error in sending Show " + text + "\n"), fails);
-                EXPECT_EQ(zekMemHeapStats().blocks, before);  // the buffer is freed in every case
-                if (fails) continue;
-                ASSERT_EQ(sent.size(), 1u);
-                EXPECT_EQ(as<ipcHdr>(sent[0]).status != ACL_OK, !exists);
-                const std::string shown(sent[0].begin(), sent[0].end());
-                EXPECT_EQ(shown.find("Prefix-list with the last") != shown.npos,
-                          exists && row.detail);
-            }
+    std::vector<show> shows = {
+        {14466, false, false, "IP ACL back to CLI"},
+        {14467, true, false, "IP ACL All back toCLI", "IP ACL All backto CLI"}};
+    for (auto [first, family] : {std::pair(14469u, "IP"), {14480u, "Ipv6"}})
+        for (uint32_t i = 0; i < 4; i++)  // with the detail and without
+            shows.push_back(
+                {first + i, i >= 2, i % 2 == 0,
+                 family + std::string(i >= 2 ? " Prefix All" : " Prefix List") + " back to CLI"});
+    for (const show& row : shows)
+        for (auto [exists, fails] :
+             {std::pair(true, false), {true, true}, {false, false}, {false, true}}) {
+            SCOPED_TRACE(std::to_string(row.type) + (fails ? " fails" : ""));
+            auto bytes = message(row.type, 208);
+            // A walk over all ends behind the only list.
+            const char* name = row.all ? (exists ? "" : "A") : (exists ? "A" : "B");
+            as<showReplyHdr>(bytes).name = listNameMake(name);
+            as<ipcHdr>(bytes).status = 99;  // cleared on receipt
+            if (fails) testFail(TEST_SEND, 1, 1);
+            auto sent = deliver(bytes);
+            testFailNothing();
+            const std::string& text = exists ? row.failed : row.failedAfterError;
+            EXPECT_EQ(said("syserr 0x50002 Error in sending Show " + text + "\n"), fails);
+            EXPECT_EQ(zekMemHeapStats().blocks, before);  // the buffer is freed in every case
+            if (fails) continue;
+            EXPECT_EQ(as<ipcHdr>(sent.at(0)).status != ACL_OK, !exists);
+            const std::string shown(sent[0].begin(), sent[0].end());
+            EXPECT_EQ(shown.find("Prefix-list with the last") != shown.npos, exists && row.detail);
+        }
 }
 
 TEST_F(Dispatch, TheMaskDisplayModeAnswersThenRewritesEveryLine) {
