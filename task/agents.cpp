@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int ADDRESS_QUERIES = 30;
+constexpr int ADDRESS_QUERIES = 30;  // six seconds in all
 
 // The address of an application, asked for until it is known: at most 30 queries, a fifth of a
 // second apart, and once where asking again is of no use. ADDRESS_UNKNOWN when it stays unknown.
@@ -77,11 +77,13 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
         return -1;
     }
     (void)aclAgentNeeds(slot, request.replay);
+    // Before the replay, which may be long.
     AclIpcReply(node->ipc.regQfd, message);
     aclFollowAgentUp(slot);
     return -1;
 }
 
+// It is the MAC agent that asks.
 int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message) {
     int result = iAclSwpQueueCreate(msgHdr(message)->target.slot, QUEUE_MAC_AGENT);
     if (result != -1) AclIpcReply(node->ipc.regQfd, message);

@@ -221,6 +221,7 @@ constexpr textRule textRules[] = {
     {CLI_EXTCOMM, offsetof(cliExtCommReq, entry.body.text), sizeof(extCommBody::text), true,
      offsetof(cliExtCommReq, entry.kind)},
 };
+// The shell refuses such texts itself; other senders are not to be trusted with the configuration.
 bool textsAreGood(const cliRow& row, const cliCall& call) {
     for (const textRule& rule : textRules) {
         if ((row.flags & rule.flag) == 0) continue;
@@ -233,6 +234,8 @@ bool textsAreGood(const cliRow& row, const cliCall& call) {
     return true;
 }
 
+// What is wrong with a request is said first: whether the configuration can be stored matters only
+// for one that could be run.
 uint32_t runRow(const cliRow* row, cliCall& call) {
     if (row == nullptr) {
         aclCounters.unknownCode++;
@@ -262,6 +265,7 @@ void AclUpdateACL2ForPrefixlist(const uint8_t* message, uint32_t length) {
     if (aclNode->queues.acl2qHandle == ZEK_SWP_NONE) return;
     void* copy = acl_Swp_Alloc(length);
     if (copy == nullptr) {
+        // It lacks this one from now on: the queue starts over, with every prefix list.
         zekSwpQueueLose(aclNode->queues.acl2qHandle);
         aclSysErr(SYSERR_MEMORY, "No memory for a message to ACL2");
         return;
@@ -285,13 +289,15 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
         (void)runRow(row, call);
         return;
     }
-    const uint64_t notShown = cfgNotShown;
+    const uint64_t notShown = cfgNotShown;  // counts lines that were made and cannot be shown
     bool refused = row != nullptr && (row->flags & CLI_V6) != 0 && halAclMgrIsV6AclSupported() == 0;
     uint32_t result = refused ? uint32_t{ACL_E_SYSTEM} : runRow(row, call);
     if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused) {
+        // Refused ones, too, with their result.
         call.as<cliHdr>()->result = result;
         AclUpdateACL2ForPrefixlist(message, hdr->length);
     }
+    // A show is answered by its buffer; without one, by the request with the status.
     if (call.buffer != nullptr) {
         if (result == ACL_OK) {
             (void)AclSendDisplayBuffer(call.buffer, call.size, message);

@@ -23,6 +23,7 @@ struct registration {
     uint32_t family;  // the row's
 };
 
+// Their wrappers say in debug output that it is one of them; what they do is the same.
 bool isMcast(const registration& r) {
     return std::ranges::find(MCAST_CLIENTS, r.application) != std::ranges::end(MCAST_CLIENTS);
 }
@@ -104,7 +105,7 @@ int aclHandleClient(aclNodeRecord*, uint8_t* message) {
     const bool adds = request->ipc.mtype % 2 == 0;
     const uint32_t addType = request->ipc.mtype - (adds ? 0 : 1);
     const auto* row = std::ranges::find(clientTable, addType, &clientRow::addType);
-    std::array<clientPairValue, PAIRS_MAX> pairs;
+    std::array<clientPairValue, PAIRS_MAX> pairs;  // as many as a message holds
     uint32_t count = 0;
     bool success = false;
     if (row == std::ranges::end(clientTable))

@@ -35,6 +35,7 @@ int swpError(int code) {
 int handleSwpTimeout(aclNodeRecord*, uint8_t* message) {
     return swpError(zekSwpTimeout(message));
 }
+// The queue hands back the message that was acknowledged: it came from this task's pools.
 int handleSwpAck(aclNodeRecord*, uint8_t* message) {
     aclCounters.swp_ack++;
     void* released = nullptr;
@@ -42,10 +43,13 @@ int handleSwpAck(aclNodeRecord*, uint8_t* message) {
     if (released != nullptr) zekMC_M_memBlockVarFree(released);
     return swpError(code);
 }
+// One that is waited for comes through the response queue; here it comes too late, or to nothing.
 int handleTriggerAnswer(aclNodeRecord*, uint8_t* message) {
     clientLateAnswer(*msgHdr(message));
     return NOT_TOLD;
 }
+// News that concern no list. They have a row all the same: some are acknowledged, and none is to be
+// counted as unknown.
 int handleNothing(aclNodeRecord*, uint8_t*) {
     return NOT_TOLD;
 }
@@ -59,6 +63,7 @@ int handlePeer(aclNodeRecord*, uint8_t* message) {
     return NOT_TOLD;
 }
 
+// The event's id at 64; of a card, its slot at 68.
 int handleEvent(aclNodeRecord*, uint8_t* message) {
     struct eventRow {
         uint32_t event;
@@ -80,6 +85,8 @@ int handleEvent(aclNodeRecord*, uint8_t* message) {
     return NOT_TOLD;
 }
 
+// Between the two come the records of a restart, or a file: duplicate checks that cost a walk are
+// left out meanwhile.
 int handleCfgStart(aclNodeRecord* node, uint8_t*) {
     node->config.cfgNotifStart = 1;
     aclDebug(DEBUG_ACL_GENERAL, "ACL got MT_CFG_START_BLK_CFG_NOTIF msg");
@@ -112,6 +119,7 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     // an answered change survives whatever happens during the work.
     inverse_mask_sent_to_cfg(inverse);
     AclIpcReply(node->ipc.regQfd, message);
+    // As long as there are entries: the sender does not wait for it.
     aclLockHeld<aclLock::write> held;
     ipInvertAccessEntryMask();
     return NOT_TOLD;
@@ -169,6 +177,7 @@ int answerTaskShow(const taskShow& how, aclNodeRecord* node, uint8_t* message) {
 
 // --- the table -----------------------------------------------------------------------------------
 
+// How the sender hears that its message has come, and what has become of it.
 enum class msgReply {
     none,
     ipc,        // AclIpcReply when the handler is done
@@ -183,6 +192,8 @@ enum class msgReply {
 
 typedef int (*msgHandler)(aclNodeRecord* node, uint8_t* message);
 
+// A row is a promise to its handler: the message has `minLen` bytes, the name at `nameAt` can stand
+// in a line, and a sender that repeats itself has been dealt with.
 struct msgRow {
     codeRange codes;  // message types
     const char* name;
@@ -281,6 +292,8 @@ constexpr msgRow msgTable[] = {
 // clang-format on
 static_assert(rowsAreSorted(msgTable));
 
+// Before anything is checked: the sender's queue must go on, whatever is wrong with the message.
+// Not 0: it is not to be handled.
 int acknowledge(msgReply reply, uint8_t* message) {
     switch (reply) {
         case msgReply::ifm:
@@ -316,6 +329,8 @@ void refuse(const msgRow& row, uint8_t* message) {
     }
 }
 
+// A name becomes part of configuration lines. One that does not read back as itself would make
+// another list at the next start.
 bool nameIsWord(const uint8_t* field) {
     const auto* text = reinterpret_cast<const char*>(field);
     return textFitsLine({text, strnlen(text, LIST_NAME_LEN)}, false);
@@ -334,7 +349,7 @@ bool aclCanChange() {
 }
 
 void aclNotBuilt(const char* what) {
-    static std::set<std::string> told;
+    static std::set<std::string> told;  // a sender that goes on asking would fill the log
     aclCounters.notBuilt++;
     if (!told.insert(what).second) return;
     std::string text = std::string("not supported by this build: ") + what;
@@ -352,6 +367,7 @@ void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buf
         aclCounters.tooShort++;
         return;
     }
+    // A handler may read behind a message that is short: it sees zeros, never the message before.
     std::memset(buffer.data() + received, 0, buffer.size() - received);
     ipcHdr* hdr = msgHdr(buffer.data());
     if (hdr->length != received) {
@@ -371,6 +387,7 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
     hdr->status = 0;
     aclDebug(DEBUG_ACL_IPC, "ipchdr->mtype = %d\r\n", static_cast<int>(uint32_t{hdr->mtype}));
     aclCounters.messages++;
+    // What is served inside a wait spends the time of the request that waits.
     if (!aclIsServing()) clientWaitsBegin();
     const msgRow* row = rowOf(msgTable, hdr->mtype);
     if (row == nullptr) {

@@ -70,6 +70,7 @@ int sendPeerInfo(uint32_t mtype, uint32_t slot) {
 
 }  // namespace
 
+// A secondary has nothing to register; a primary that does not synchronise has nobody to tell.
 int aclRegisterWithPeer(uint32_t attempt) {
     if (!zekHaIsPrimaryRpm()) {
         aclNode->standing.peerRegistered = 1;
@@ -86,6 +87,8 @@ int aclRegisterWithPeer(uint32_t attempt) {
     return -1;
 }
 
+// Every update carries all cards: whichever is lost, the next one mends it. The mark stays 0 until
+// the peer has sent it back.
 int aclSendUpdateToPeer(uint32_t kind) {
     if (kind >= PEER_UPDATE_KINDS || !zekHaIsPrimaryRpm() || aclNode->peer.ramDataSync == 0)
         return 0;
@@ -122,6 +125,7 @@ void aclHandlePeerMsg(uint8_t* message) {
         aclCounters.truncated++;
         return;
     }
+    // What the cards take, as the primary knows it. Sending the message back is the answer.
     const auto* info = reinterpret_cast<const aclPeerInfo*>(message);
     for (uint32_t slot = 0; slot < LINECARD_CP; slot++)
         cardFromImage(info->cards[slot], &aclLinecardInfo[slot]);

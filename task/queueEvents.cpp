@@ -40,6 +40,7 @@ void renew(zekSwpHandle queue) {
 }
 
 // Answers once the queue to the task that registers is there.
+// What it must have follows the answer.
 int answerWithQueue(aclNodeRecord* node, uint8_t* message, int created, zekSwpHandle queue) {
     if (created != 0) return created;
     AclIpcReply(node->ipc.regQfd, message);

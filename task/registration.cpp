@@ -90,7 +90,7 @@ int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint
                   {ifm, aclServicePort(APP_IFM, 0, QUEUE_REQUEST)});
     req.ipc.sequence = sequence;
     req.wanted = 0xFFFFFFFF;
-    uint32_t expected = sequence++;
+    uint32_t expected = sequence++;  // one for each try, sent or not
     if (zekIpcSend(aclNode->ipc.regQfd, &req, sizeof req) != 0) return -1;
 
     const bool answered = silent ? answerIsThere(expected)
@@ -99,6 +99,7 @@ int AclRegisterWithIFM([[maybe_unused]] uint32_t instance, [[maybe_unused]] uint
     return answered ? 0 : -1;
 }
 
+// One flag for the three: all are asked for again when one was refused.
 int AclRegisterWithEvtHandler([[maybe_unused]] uint32_t attempt, [[maybe_unused]] zekEvtLog log) {
     int result = 0;
     for (uint32_t event : {EVT_CARD_DOWN, EVT_CARD_SHUTDOWN, EVT_CAM_PROFILE})
@@ -106,6 +107,7 @@ int AclRegisterWithEvtHandler([[maybe_unused]] uint32_t attempt, [[maybe_unused]
     return result;
 }
 
+// Its part is not built: nothing is asked of it, but its flag and its retries stand ready.
 int AclRegisterWithUDPHelper() {
     return 0;
 }

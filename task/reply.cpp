@@ -34,6 +34,8 @@ struct swpReplyRow {
     const char* failure;
 };
 
+// The platform has acknowledged what is in order or was seen before, and nothing else: a sender
+// with a gap begins its session again.
 int swpReply(const swpReplyRow& row, const uint8_t* message) {
     int result = zekSwpCkSeqAndAck(message, row.seen, aclNode->ipc.regQfd);
     if (result == ZEK_SWP_IN_ORDER) return 0;
@@ -102,6 +104,7 @@ zekUrgency urgencyOf(std::span<const uint8_t> message) {
 }
 
 void serveUrgent(std::span<const uint8_t> message) {
+    // The receive buffer is taken: the request that waits stands in it and is answered from it.
     static uint8_t buffer[IPC_BUFFER_SIZE];
     if (message.size() > sizeof buffer) return;
     std::memcpy(buffer, message.data(), message.size());

@@ -207,6 +207,8 @@ aclNodeRecord* AclInitialize(int, char**) {
         return nullptr;
     }
     aspathAclNode = new (aspath) aspathAclNodeRecord{};
+    // Tasks inside the process find the lists by this anchor alone. There is no log yet to say it
+    // in.
     if (!aclStoreDBShmAddr(aclNode, pAclReadCounter, aspathAclNode)) std::exit(1);
 
     aclNode->ipc.pkey = zekTaskStartup(APP_ACL, 0);
@@ -289,6 +291,7 @@ aspathAclNodeRecord* AspathAclInitialize() {
 
 void AclFree(aclNodeRecord* node) {
     if (node == nullptr) return;
+    // Whatever was made so far: all else is null or ZEK_SWP_NONE.
     for (const treeRow& row : treeTable) zekRadixDestroy(node->trees.*row.tree);
     if (aspathAclNode != nullptr) {
         for (const aspathTreeRow& row : aspathTreeTable) zekRadixDestroy(aspathAclNode->*row.tree);
@@ -324,6 +327,7 @@ void AclGetChassMode([[maybe_unused]] uint32_t taskHandle) {
     if (aclNode->chassis.rpmType > 3) aclNode->chassis.supportAclOnCP = 1;
 }
 
+// Empty rows that mark where each section of the running configuration begins, lists or not.
 void aclCreateShowRunningDummyNodes() {
     zekCfgRecord anchor{};
     anchor.lineClass = CFG_CLASS_ANCHOR;
@@ -356,6 +360,8 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
     aclCounters.passes++;
     const int selected = zekSelect(ZEK_FD_MAX, &ready, SELECT_TIMEOUT_MS);
     if (selected > 0) {
+        // One message of each a pass: a flood of requests does not keep the timers from being
+        // served.
         serve(node->ipc.tmrQfd);
         serve(node->ipc.regQfd);
         if (isReady(node->ipc.acl_swp_pipe)) (void)zekSwpReadPipe(node->ipc.acl_swp_pipe);
@@ -363,6 +369,7 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
     } else if (selected < 0 && errno != EINTR) {
         aclDebug(DEBUG_ACL_GENERAL, "select failed in AclMain\n");
     }
+    // After the messages: an acknowledgement among them may be what a lost queue has waited for.
     aclServeQueues();
     if (pass % 4 == 0) aclSendRegistration();
     aclReplayOwed();
@@ -380,6 +387,7 @@ int AclMain(int argc, char** argv) {
         return -1;
     }
     AclGetChassMode(aclNode->ipc.pkey);
+    // No card can be served without this list: there is nothing else to do.
     while (SysListRegistration(0) == -1) continue;
     aclRegisterDebugFunctions();
     zekTaskReady(aclNode->ipc.pkey);

@@ -15,12 +15,17 @@
 
 // The task: never returns but with -1 after a failed start.
 int AclMain(int argc, char** argv);
+// The state root and everything that hangs off it. Null when something cannot be made: the log says
+// what, and what was made before is gone again.
 aclNodeRecord* AclInitialize(int argc, char** argv);
+// The trees of AS-path and community lists, or null.
 aspathAclNodeRecord* AspathAclInitialize();
 // Undoes a failed start.
 void AclFree(aclNodeRecord* node);
 void init_acl_mutexes();
+// Leaves word where tasks inside the process find the lists. False without memory.
 bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* readCounter, aspathAclNodeRecord* aspathNode);
+// What kind of chassis it is decides what cards are taken to hold before they say so themselves.
 void AclGetChassMode(uint32_t taskHandle);
 void aclCreateShowRunningDummyNodes();
 // Frees a share of the expressions whose entries have gone; called on every pass.
@@ -36,17 +41,21 @@ constexpr uint32_t POOL_COUNT = 25;  // ids 0x50000 to 0x50018
 
 // --- registration (registration.cpp) ---------------------------------------------------------
 
+// The system list "Global Acl", made if it is not there, to the slot's card. 0; -1 without memory.
 int SysListRegistration(uint32_t slot);
 // Tries every registration that is not done; called on every fourth pass.
 void aclSendRegistration();
+// One try each. 0, or -1: it is to be tried again.
 int AclRegisterWithIFM(uint32_t instance, uint32_t ipckey);
 int AclRegisterWithEvtHandler(uint32_t attempt, zekEvtLog log);
 int AclRegisterWithUDPHelper();
 
 // --- the peer route processor (ha.cpp) -------------------------------------------------------
 
+// 0: it was sent, or there is nobody to send it to. -1: it is to be tried again.
 int aclRegisterWithPeer(uint32_t attempt);
-int aclSendUpdateToPeer(uint32_t kind);  // slot 0-19, or 20 for the CAM profile
+// The state of all cards, because of one: slot 0-19, or 20 for the CAM profile. 0 or -1 as above.
+int aclSendUpdateToPeer(uint32_t kind);
 void aclHandleRamDataSyncNotif(const uint8_t* message);
 // Messages 14522 to 14524 of the peer.
 void aclHandlePeerMsg(uint8_t* message);
@@ -57,8 +66,10 @@ void aclHandlePeerMsg(uint8_t* message);
 // header, mends a length word that lies, zeroes the buffer behind the message, then dispatches.
 void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buffer,
                     size_t received);
-// The message's header length is good (60 to IPC_BUFFER_SIZE) and the bytes behind it are zero.
+// The message's header length is good (60 to IPC_BUFFER_SIZE) and the bytes behind it are zero. -1,
+// or for a few types what the handler returned.
 int AclProcMsg(aclNodeRecord* node, uint8_t* message);
+// Runs an operator's command and answers it.
 void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
 
 // --- agents (agents.cpp) ---------------------------------------------------------------------
@@ -97,7 +108,9 @@ int aclHandleClient(aclNodeRecord* node, uint8_t* message);
 
 // --- replies (reply.cpp) ---------------------------------------------------------------------
 
+// The request goes back as it stands, with its triples exchanged.
 void AclIpcReply(uint32_t queue, uint8_t* message);
+// Likewise, with three tries; always 1.
 int AclDaiIpcReply(uint8_t* message);
 // The SWP kinds: 0 when the message is in order and is to be handled, 1 when it was seen before, -1
 // on an error (printed in debug).
@@ -110,6 +123,7 @@ int AclSendDisplayBuffer(void* buffer, uint32_t size, const uint8_t* message);
 
 // What is served while the task waits for an answer (common/await.h).
 aclWaitService aclUrgentMessages();
+// An answer to a registration that nobody waits for any more.
 void aclIfmLateAnswer(uint32_t sequence);
 
 // What the dispatchers count; shown by `show system`.

@@ -31,7 +31,8 @@ struct aclLockHeld {
     aclLockHeld& operator=(const aclLockHeld&) = delete;
 };
 
-// One store operation, called as its own signature says.
+// One store operation, called as its own signature says: arguments are converted before the lock is
+// taken, and what the operation refers to is the caller's.
 template <aclLock Kind, auto Operation>
 struct aclExt;
 template <aclLock Kind, class Result, class... Args, Result (*Operation)(Args...)>
