@@ -4,23 +4,19 @@
 
 #include "common/debug.h"
 #include "common/node.h"
+#include "common/record.h"
+#include "common/tree.h"
 #include "interface/interface.h"
 #include "platform/api/zekMem.h"
 
 namespace {
 
-constexpr uint32_t INTF_POOL = 14, VLAN_POOL = 15;
 // The block class of interface records; the records stay below it so that the class can be sized
 // for the number of interfaces.
 constexpr size_t INTF_BLOCK = 176;
 static_assert(sizeof(aclIntf) <= INTF_BLOCK);
 
 // Records begin with their tree node, and their key is their index.
-template <class Record>
-Record* recordOf(zekRadixNode* node) {
-    static_assert(offsetof(Record, link) == 0);
-    return reinterpret_cast<Record*>(node);
-}
 be32 keyOf(uint32_t ifindex) {
     be32 key;
     key = ifindex;
@@ -29,19 +25,19 @@ be32 keyOf(uint32_t ifindex) {
 template <class Record>
 Record* find(const zekRadix* tree, uint32_t ifindex) {
     be32 key = keyOf(ifindex);
-    return recordOf<Record>(zekRadixGetExact(tree, &key, INTF_KEY_BITS));
+    return treeRecord<Record>(zekRadixGetExact(tree, &key, INTF_KEY_BITS));
 }
 template <class Record>
 Record* findFirst(const zekRadix* tree) {
-    return recordOf<Record>(zekRadixGetFirst(tree));
+    return treeRecord<Record>(zekRadixGetFirst(tree));
 }
 template <class Record>
 Record* findNext(const zekRadix* tree, uint32_t ifindex) {
     be32 key = keyOf(ifindex);
-    return recordOf<Record>(zekRadixGetNext(tree, &key, INTF_KEY_BITS));
+    return treeRecord<Record>(zekRadixGetNext(tree, &key, INTF_KEY_BITS));
 }
 template <class Record>
-Record* make(uint32_t pool, size_t size, uint32_t ifindex) {
+Record* make(poolTag pool, size_t size, uint32_t ifindex) {
     void* block = zekMC_M_memBlockVarAlloc(pool, ZEK_MEM_FLAGS, size);
     if (block == nullptr) return nullptr;
     auto* record = new (block) Record{};
@@ -66,7 +62,7 @@ void noMemory(const char* what, uint32_t ifindex) {
 }  // namespace
 
 vlanBits* aclBitMapCreateArray() {
-    void* block = zekMC_M_memBlockVarAlloc(INTF_POOL, ZEK_MEM_FLAGS, sizeof(vlanBits));
+    void* block = zekMC_M_memBlockVarAlloc(POOL_INTERFACE, ZEK_MEM_FLAGS, sizeof(vlanBits));
     return block != nullptr ? new (block) vlanBits{} : nullptr;
 }
 void aclBitMapFree(vlanBits* bits) {
@@ -90,7 +86,7 @@ aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refuse
     if (refused == nullptr) refused = &ignored;
     *refused = intfRefused::nothing;
     if (aclIntf* intf = AclIntfTreeFind(ifindex)) return intf;
-    aclIntf* intf = make<aclIntf>(INTF_POOL, INTF_BLOCK, ifindex);
+    aclIntf* intf = make<aclIntf>(POOL_INTERFACE, INTF_BLOCK, ifindex);
     if (intf == nullptr) {
         *refused = intfRefused::record;
         return nullptr;
@@ -172,7 +168,7 @@ aclVlan* aclVlanTreeFindNext(uint32_t vlanIfindex) {
 aclVlan* aclVlanObtain(uint32_t vlanIfindex) {
     if (ifindexType(vlanIfindex) != IF_TYPE_VLAN) return nullptr;
     if (aclVlan* vlan = aclVlanTreeFind(vlanIfindex)) return vlan;
-    aclVlan* vlan = make<aclVlan>(VLAN_POOL, sizeof(aclVlan), vlanIfindex);
+    aclVlan* vlan = make<aclVlan>(POOL_VLAN, sizeof(aclVlan), vlanIfindex);
     if (vlan != nullptr) {
         vlan->members = zekRadixCreate("vlanInfoTree", INTF_KEY_BITS);
         if (vlan->members != nullptr && insert(aclNode->trees.vlan_intf_tree, vlan)) return vlan;
@@ -206,7 +202,7 @@ int aclVlanMemberAdd(uint32_t vlanIfindex, uint32_t member) {
     aclVlan* vlan = aclVlanObtain(vlanIfindex);
     if (vlan == nullptr) return -1;
     if (aclVlanInfoTreeFind(vlan, member) != nullptr) return 1;
-    aclVlanMember* record = make<aclVlanMember>(VLAN_POOL, sizeof(aclVlanMember), member);
+    aclVlanMember* record = make<aclVlanMember>(POOL_VLAN, sizeof(aclVlanMember), member);
     if (record != nullptr) {
         record->vlanIfindex = vlanIfindex;
         record->mcastId = vlan->mcastId;
