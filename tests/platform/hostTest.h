@@ -1,38 +1,14 @@
-// What the host's tests share: a run folder of their own, messages, and a task without options.
+// What the host's tests share: messages, lines, and a task without options.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <numeric>
-#include <string>
-#include <vector>
 
 #include "common/cfgkeys.h"
-#include "include/ipc.h"
 #include "include/service.h"
 #include "platform/api/zekCfg.h"
 #include "platform/host/host.h"
-
-struct runFolder {
-    std::string path;
-    runFolder() {
-        const char* base = getenv("TMPDIR");
-        path = std::string(base != nullptr ? base : "/tmp") + "/aclhost.XXXXXX";
-        EXPECT_NE(mkdtemp(path.data()), nullptr);
-    }
-    ~runFolder() { std::filesystem::remove_all(path); }
-    runFolder(const runFolder&) = delete;
-    runFolder& operator=(const runFolder&) = delete;
-};
-
-inline std::string contentOf(const std::string& file) {
-    std::ifstream in(file);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
+#include "tests/platform/endpoint.h"
 
 typedef std::vector<std::string> lines;
 
@@ -63,17 +39,11 @@ constexpr uint32_t RP = 0x7F010001, CARD = 0x7F010101;
 constexpr uint32_t CLIENT_PORT = SERVICE_DYNAMIC_BASE + 7;
 constexpr uint32_t OWN_REQUESTS = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
 
-typedef std::vector<uint8_t> bytes;
-
 // The numbers of messages that are expected.
 inline std::vector<uint32_t> upTo(uint32_t n, uint32_t from = 1) {
     std::vector<uint32_t> all(n - from + 1);
     std::iota(all.begin(), all.end(), from);
     return all;
-}
-
-inline ipcHdr* headerOf(bytes& message) {
-    return reinterpret_cast<ipcHdr*>(message.data());
 }
 
 // A message of the given size from one endpoint to another; the bytes behind the header are a
@@ -92,28 +62,6 @@ inline bytes makeMessage(uint32_t fromCard, uint32_t fromPort, uint32_t toCard, 
     hdr->source.svce = toPort;
     return m;
 }
-
-struct endpoint {
-    std::string error;  // before what fills it
-    zekEndpoint* e;
-    endpoint(const std::string& runDir, uint32_t card, uint32_t port)
-        : e(zekEndpointOpen(runDir, card, port, &error)) {}
-    ~endpoint() { zekEndpointClose(e); }
-    endpoint(const endpoint&) = delete;
-    endpoint& operator=(const endpoint&) = delete;
-    zekSendResult send(const bytes& m, int timeoutMs = 0) {
-        return zekEndpointSend(e, m.data(), m.size(), timeoutMs);
-    }
-    int recv(bytes* m, int timeoutMs = 0, size_t max = 1 << 23, zekSender* sender = nullptr) {
-        return zekEndpointRecv(e, m, max, timeoutMs, sender);
-    }
-    // Sequence numbers of everything that waits here.
-    std::vector<uint32_t> drain() {
-        std::vector<uint32_t> sequences;
-        for (bytes m; recv(&m) > 0;) sequences.push_back(headerOf(m)->sequence);
-        return sequences;
-    }
-};
 
 // A task at RP with one client beside it, and a commit that the test decides.
 class taskTest : public testing::Test {

@@ -151,6 +151,13 @@ TEST_F(restoreTest, TheRecordsAreSentInOrderAndChangeNothing) {
     EXPECT_EQ(sqlite3_total_changes(db->sql), rows);
     EXPECT_EQ(zekCfgStatistics(db).feed, feed) << "the feed was told when they were made";
     EXPECT_EQ(zekCfgStatistics(db).unresolved, 0u);
+    // Rows of a damaged database, which no restart may wait for.
+    ASSERT_EQ(cfgDbExec(db,
+                        "INSERT INTO lines SELECT section + 8589934592, key, class, text, inverse,"
+                        " record FROM lines WHERE record IS NOT NULL"),
+              0);
+    restart();
+    EXPECT_EQ(got.back(), std::to_string(MT_CFG_INIT_CFG_COMPLETE));
 }
 
 TEST_F(restoreTest, WhatIsRefusedIsKeptAndTriedAgainUntilItIsTakenSupersededOrDiscarded) {
