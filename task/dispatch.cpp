@@ -54,12 +54,10 @@ int handleNothing(aclNodeRecord*, uint8_t*) {
     return NOT_TOLD;
 }
 
-int handleRamDataSync(aclNodeRecord*, uint8_t* message) {
-    aclHandleRamDataSyncNotif(message);
-    return NOT_TOLD;
-}
-int handlePeer(aclNodeRecord*, uint8_t* message) {
-    aclHandlePeerMsg(message);
+// A handler that has nothing to return.
+template <auto Handler>
+int untold(aclNodeRecord*, uint8_t* message) {
+    Handler(message);
     return NOT_TOLD;
 }
 
@@ -224,7 +222,7 @@ constexpr char prefix6AllFailed[] = "Error in sending Show Ipv6 Prefix All back 
 
 // clang-format off
 constexpr msgRow msgTable[] = {
-    {MT_RAM_DATA_SYNC,           "RAM data sync",                 HDR, msgReply::none,      handleRamDataSync},
+    {MT_RAM_DATA_SYNC,           "RAM data sync",                 HDR, msgReply::none,      untold<aclHandleRamDataSyncNotif>},
     {MT_SWP_TIMEOUT,             "SWP time-out",                  HDR, msgReply::none,      handleSwpTimeout},
     {MT_SWP_ACK,                 "SWP acknowledgement",           HDR, msgReply::none,      handleSwpAck},
     {MT_IGNORED,                 "ignored",                       HDR, msgReply::none,      handleNothing},
@@ -284,7 +282,7 @@ constexpr msgRow msgTable[] = {
     {MT_STP_ENABLE,              "STP enable",                     68, msgReply::macMgr,    nullptr},
     {{MT_GVRP_FIRST, MT_GVRP_LAST}, "GVRP",                       HDR, msgReply::ipc,       nullptr},
     {{MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE}, "mask display mode", HDR, msgReply::byHandler, handleInverseMask},
-    {{MT_PEER_INFO, MT_PEER_REGISTER}, "peer route processor",    HDR, msgReply::byHandler, handlePeer},
+    {{MT_PEER_INFO, MT_PEER_REGISTER}, "peer route processor",    HDR, msgReply::byHandler, untold<aclHandlePeerMsg>},
     {MT_V6_ACL_TRIGGER,          "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},
     {MT_ACL2_REGISTER,           "second ACL agent registers",    HDR, msgReply::byHandler, aclHandleAcl2Register, true},
     {MT_SFLOW_AGENT_IP,          "sFlow agent address",           HDR, msgReply::ipc,       nullptr},

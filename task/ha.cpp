@@ -100,6 +100,7 @@ int aclSendUpdateToPeer(uint32_t kind) {
 void aclHandleRamDataSyncNotif(const uint8_t* message) {
     zekSendSyncMsgAckToRam(APP_ACL, 0);
     uint32_t code = reinterpret_cast<const ipcHdr*>(message)->ramCode;
+    // Any other code changes nothing, but every one is acknowledged.
     if (code == RAM_SYNC_ENABLE) {
         aclNode->peer.ramDataSync = 1;
         aclNode->standing.peerRegistered = 0;  // registration is redone

@@ -66,6 +66,7 @@ namespace {
 std::optional<uint32_t> ifmAnswered;  // the newest that came when nobody waited for it
 
 // Whether a registration is answered by what has come, a late answer to one of the last included.
+// That many tries may lie between an interface manager's stall and its answers.
 bool answerIsThere(uint32_t newest) {
     aclTakeLateAnswers();
     const auto answered = std::exchange(ifmAnswered, std::nullopt);

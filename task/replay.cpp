@@ -10,6 +10,7 @@ void aclReplayToAgent(uint32_t agent, bool registered) {
     // The MAC agent of a card is sent nothing yet but starts over with it.
     const zekSwpHandle queues[] = {
         aclAgentQueueOf(agent), agent == AGENT_CP ? ZEK_SWP_NONE : aclLinecardInfo[agent].macAgent};
+    // First: sending sets it again when this route processor is not primary any more.
     aclAgentStateOf(agent)->owed = false;
     for (zekSwpHandle queue : queues) zekSwpReplayBegin(queue);
     aclSendReplayMark(agent, AGENT_REPLAY_BEGIN);

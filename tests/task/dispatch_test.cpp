@@ -176,15 +176,20 @@ TEST_F(Dispatch, OtherTextsThatNoLineCanShowAreRefused) {
 }
 
 TEST_F(Dispatch, AnswersAreTheRequestWithWhatWasDone) {
-    for (auto [kind, result] : {std::pair{uint32_t{IP_KIND_STANDARD}, uint32_t{ACL_OK}},
-                                {IP_KIND_EXTENDED, ACL_E_IS_STANDARD},
-                                {9, ACL_E_SYSTEM}})
-        EXPECT_EQ(ask(cli<cliListReq>(CLI_IP_LIST_CREATE, "A", [&](auto& r) { r.kind = kind; })),
-                  result);
-    const ipEntryBlock block = standardBlock(0x0A000001);
-    EXPECT_EQ(ask(cli<cliIpEntryReq>(CLI_IP_ENTRY_ADD, "A", [&](auto& r) { r.block = block; })),
+    const std::pair<uint32_t, uint32_t> lists[] = {
+        {IP_KIND_STANDARD, ACL_OK}, {IP_KIND_EXTENDED, ACL_E_IS_STANDARD}, {9, ACL_E_SYSTEM}};
+    for (const auto& list : lists)
+        EXPECT_EQ(
+            ask(cli<cliListReq>(CLI_IP_LIST_CREATE, "A", [&](auto& r) { r.kind = list.first; })),
+            list.second);
+    EXPECT_EQ(ask(cli<cliIpEntryReq>(CLI_IP_ENTRY_ADD, "A",
+                                     [](auto& r) {
+                                         r.block = standardBlock(0x0A000001);
+                                         r.log = 1u;
+                                     })),
               ACL_OK);
     EXPECT_EQ(reply[295], 5);  // the number that was assigned, at byte 292
+    EXPECT_EQ(testCfgLines().back(), " seq 5 permit host 10.0.0.1 log");
     // Behind the last list the request comes back with its cookie and the status.
     auto show = cli<cliShowReq>(CLI_SHOW_IP_ACL_ALL, "", [](auto& r) { r.cli.cookie = 77u; });
     reply = deliver(show).at(0);

@@ -141,7 +141,7 @@ TEST_F(Registration, ThePeerIsToldOnlyByAPrimaryThatSynchronises) {
 TEST_F(Registration, ASecondaryTakesTheCardsOfAWholeUpdate) {
     testHost.primary = false;
     aclLinecardInfo[4].agentIpAddr = 1234;
-    for (size_t length : {951, 952}) {
+    for (size_t length : {951u, 952u}) {
         auto update = message(MT_PEER_UPDATE, length);
         for (size_t slot : {4u, 19u})
             for (size_t word = 0; word < 11; word++) update[64 + slot * 44 + word * 4 + 3] = 9;
