@@ -12,128 +12,116 @@ namespace {
 
 const rule tcp = extended(IP_DENY, IP_PROTO_TCP);
 
-TEST_F(IpAcl, AnOperationWithoutMemoryIsRefusedWhole) {
+class Failure : public IpAcl {
+  protected:
+    // Does an operation in two rounds, under the round's name: memory fails, then the trees'
+    // places. It is refused so many times before it succeeds; returned is what was said of it.
+    typedef std::function<uint32_t(const listName& name, uint32_t round)> operation;
+    rows sweep(const std::string& what, size_t failures, const std::set<uint32_t>& refusals,
+               const operation& act) {
+        SCOPED_TRACE(what);
+        rows told;
+        for (uint32_t round : {0u, 1u})
+            for (uint64_t nth = 1; nth < 50; nth++) {
+                const std::string before = state();
+                const testPoint point = round == 0 ? TEST_MEMORY : TEST_INSERT;
+                testTake();
+                testFail(point, nth, 1);
+                const uint32_t status = act(listNameMake(what + std::to_string(round)), round);
+                const bool reached = testUses(point) >= nth;
+                testFailNothing();
+                if (!reached) {
+                    EXPECT_EQ(status, 0u);
+                    break;
+                }
+                failures--;
+                EXPECT_TRUE(refusals.contains(status)) << std::hex << status;
+                EXPECT_TRUE(state() == before || stays.contains({what, nth})) << nth;
+                for (const std::string& row : testTake())
+                    if (round == 0 && row.starts_with("syserr ") &&
+                        std::ranges::find(told, row) == told.end())
+                        told.push_back(row);
+            }
+        EXPECT_EQ(failures, 0u);
+        return told;
+    }
+    std::set<std::pair<std::string, uint64_t>> stays;  // refusals that change something
+};
+
+TEST_F(Failure, LeavesAListOrAnEntryOut) {
     const listName S = listNameMake("S"), D = listNameMake("D");
     uint32_t status = 0;
     create("L", IP_KIND_EXTENDED);
     ASSERT_EQ(add("L", tcp.toPort(9).at(20)), 0u);
     ipSysAccessListCreate(S, IP_KIND_EXTENDED, 0, 1, &status);
     ipDosListCreate(D, 0, 0, &status);
-    namedList* slot = nullptr;
     auto made = [&](const aclList* list) {
         EXPECT_EQ(list == nullptr, status != 0);
         return status;
     };
+    sweep("a list, its trees and its place", 4, {ACL_E_LIST_MEMORY},
+          [&](auto& name, auto) { return made(ipAccessListCreate(name, 1, 0, &status)); });
+    sweep("a placeholder", 4, {ACL_E_LIST_MEMORY},
+          [&](auto& name, auto) { return made(ipAccessListCreate(name, 0, 1, &status)); });
+    sweep("a system list", 2, {ACL_E_LIST_MEMORY},
+          [&](auto& name, auto) { return made(ipSysAccessListCreate(name, 2, 0, 0, &status)); });
+    sweep("a DoS list", 2, {ACL_E_LIST_MEMORY},
+          [&](auto& name, auto) { return made(ipDosListCreate(name, 0, 0, &status)); });
+    sweep("a filter", 2, {ACL_E_LIST_MEMORY}, [](auto& name, auto) {
+        const uint32_t enabled = dosIpEnableIntf(name, CLI_DOS_ENABLE);
+        (void)dosIpEnableIntf(name, CLI_DOS_DISABLE);
+        return enabled;
+    });
+    sweep("an entry and its nodes", 5, {ACL_E_ENTRY_MEMORY, ACL_E_SYSTEM},
+          [&](auto&, auto round) { return add("L", tcp.toPort(round)); });
+    std::vector<ipEntryBlock> blocks(20, tcp);
+    sweep("a system entry", 1, {ACL_E_ENTRY_MEMORY}, [&](auto&, auto round) {
+        blocks[0] = tcp.toPort(round);
+        return ipSysAddAccessEntry(S, &blocks[0], 0, 1);
+    });
+    sweep("a batch", 20, {ACL_E_ENTRY_MEMORY},
+          [&](auto&, auto) { return ipSysAddThirteenAccessEntry(S, blocks.data(), 0, 1, 20); });
+    sweep("a DoS entry", 1, {ACL_E_ENTRY_MEMORY}, [&](auto&, auto round) {
+        rule block = tcp.toPort(round);
+        return ipAddDosEntry(D, &block, 0);
+    });
+    // The number that the refused entry would have got stays used.
+    EXPECT_EQ(numbers(ipDosListFind(D)), (words{10, 15}));
+}
+
+TEST_F(Failure, LeavesAClientOutAndSaysSo) {
     const std::string noList = "Error: Unable to create Accesslist ",
                       noMemory = "Error: Unable to allocate memory for Acl ";
-    // Each is done in two rounds, under the round's name: memory fails, then the trees' places.
-    struct {
-        const char* what;
-        size_t failures;
-        std::set<uint32_t> refusals;
-        std::function<uint32_t(const listName&, uint32_t round)> act;
-        rows told = {};
-    } const operations[] = {
-        {"a list, its trees and its place",
-         4,
-         {ACL_E_LIST_MEMORY},
-         [&](auto& name, auto) { return made(ipAccessListCreate(name, 1, 0, &status)); }},
-        {"a placeholder",
-         4,
-         {ACL_E_LIST_MEMORY},
-         [&](auto& name, auto) { return made(ipAccessListCreate(name, 0, 1, &status)); }},
-        {"a system list",
-         2,
-         {ACL_E_LIST_MEMORY},
-         [&](auto& name, auto) { return made(ipSysAccessListCreate(name, 2, 0, 0, &status)); }},
-        {"a DoS list",
-         2,
-         {ACL_E_LIST_MEMORY},
-         [&](auto& name, auto) { return made(ipDosListCreate(name, 0, 0, &status)); }},
-        {"a filter",
-         2,
-         {ACL_E_LIST_MEMORY},
-         [&](auto& name, auto) {
-             const uint32_t enabled = dosIpEnableIntf(name, CLI_DOS_ENABLE);
-             (void)dosIpEnableIntf(name, CLI_DOS_DISABLE);
-             return enabled;
-         }},
-        {"an entry and its nodes",
-         5,
-         {ACL_E_ENTRY_MEMORY, ACL_E_SYSTEM},
-         [&](auto&, auto round) { return add("L", tcp.toPort(round)); }},
-        {"a system entry",
-         1,
-         {ACL_E_ENTRY_MEMORY},
-         [&](auto&, auto round) {
-             const rule block = tcp.toPort(round);
-             return ipSysAddAccessEntry(S, &block, 0, 1);
-         }},
-        {"a batch",
-         20,
-         {ACL_E_ENTRY_MEMORY},
-         [&](auto&, auto) {
-             const std::vector<ipEntryBlock> blocks(20, tcp);
-             return ipSysAddThirteenAccessEntry(S, blocks.data(), 0, 1, 20);
-         }},
-        {"a DoS entry",
-         1,
-         {ACL_E_ENTRY_MEMORY},
-         [&](auto&, auto round) {
-             rule block = tcp.toPort(round);
-             return ipAddDosEntry(D, &block, 0);
-         }},
-        {"a task",
-         7,
-         {1},
-         [&](auto& name, auto) {
-             return uint32_t{aclAddTaskClient(APP_OSPF, 3, name, 9, AF_IPV4) == nullptr};
-         },
-         {"syserr 0x50006 " + noList + "a task0 in aclAddTaskClient\n",
-          "syserr 0x50006 " + noMemory + "a task0 client Task id 64, instance 3\n"}},
-        {"a route map",
-         7,
-         {HOST},
-         [&](auto& name, auto) {
-             slot = nullptr;
-             const int said = aclAddRmapClient({RTMAP_MS_MATCH, 5, &slot}, listNameMake("m"), name);
-             EXPECT_EQ(slot == nullptr, said != 0);
-             return static_cast<uint32_t>(said);
-         },
-         {"syserr 0x50004 " + noList + "a route map0 in aclAddRmapClient\n",
-          "syserr 0x50004 " + noMemory + "a route map0 client Routemap m\n"}},
-    };
-    for (const auto& o : operations) {
-        SCOPED_TRACE(o.what);
-        size_t failures = 0;
-        rows told;
-        for (uint32_t round : {0u, 1u})
-            for (uint64_t nth = 1; nth < 50; nth++) {
-                const testPoint point = round == 0 ? TEST_MEMORY : TEST_INSERT;
-                const listName name = listNameMake(o.what + std::to_string(round));
-                const std::string before = state();
-                testTake();
-                testFail(point, nth, 1);
-                const uint32_t said = o.act(name, round);
-                const bool reached = testUses(point) >= nth;
-                testFailNothing();
-                if (!reached) {
-                    EXPECT_EQ(said, 0u);
-                    break;
-                }
-                failures++;
-                EXPECT_TRUE(o.refusals.contains(said)) << std::hex << said;
-                EXPECT_EQ(state(), before);
-                for (const std::string& row : testTake())
-                    if (round == 0 && row.starts_with("syserr ") &&
-                        std::ranges::find(told, row) == told.end())
-                        told.push_back(row);
-            }
-        EXPECT_EQ(failures, o.failures);
-        EXPECT_EQ(told, o.told);
-    }
-    // The number that a DoS entry would have got stays used.
-    EXPECT_EQ(numbers(ipDosListFind(D)), (words{10, 15}));
+    EXPECT_EQ(sweep("task", 7, {1},
+                    [](auto& name, auto) {
+                        return uint32_t{aclAddTaskClient(APP_OSPF, 3, name, 9, 1) == nullptr};
+                    }),
+              (rows{"syserr 0x50006 " + noList + "task0 in aclAddTaskClient\n",
+                    "syserr 0x50006 " + noMemory + "task0 client Task id 64, instance 3\n"}));
+    EXPECT_EQ(sweep("map", 7, {HOST},
+                    [](auto& name, auto) {
+                        namedList* slot = nullptr;
+                        const int said =
+                            aclAddRmapClient({RTMAP_MS_MATCH, 5, &slot}, listNameMake("m"), name);
+                        EXPECT_EQ(slot == nullptr, said != 0);
+                        return static_cast<uint32_t>(said);
+                    }),
+              (rows{"syserr 0x50004 " + noList + "map0 in aclAddRmapClient\n",
+                    "syserr 0x50004 " + noMemory + "map0 client Routemap m\n"}));
+    // Without its bitmap an interface is not made, but the binding stays and is taken up.
+    stays = {{"port", 7}};
+    EXPECT_EQ(
+        sweep("port", 10, {ACL_E_SYSTEM, ACL_E_MEMORY},
+              [](auto& name, auto round) {
+                  const bindingBlock block{};
+                  const uint32_t port = portIfindex(1, round);
+                  const uint32_t said = aclIpApplyIntf(name, {port, 0, 0, 0, &block, false, ""});
+                  EXPECT_EQ(AclIntfTreeFind(port) == nullptr, said != 0);
+                  EXPECT_TRUE(said != 0 || ipAccessListFind(name)->clients->next == nullptr);
+                  return said;
+              }),
+        (rows{"syserr 0x50006 " + noList + "port0 in aclIpApplyIntf\n",
+              "syserr 0x50006 " + noMemory + "port0 client interface id 67371008\n"}));
 }
 
 TEST_F(IpAcl, TheSecondTreesFailureIsNamedAndUndone) {

@@ -24,7 +24,7 @@ class SysList : public IpAcl {
 };
 
 TEST_F(SysList, CreateSendsTheListEachTimeAndWritesNoLine) {
-    const std::string sent = "agent 14413 A to 0x48040000 n 0";
+    const std::string sent = "14413 A to 0x48040000 n 0";
     EXPECT_EQ(effects([] { make(); }), (rows{"trigger A n 0 id 0", sent}));
     aclList* list = ipSysAccessListFindFirst();
     struct {
@@ -66,24 +66,21 @@ TEST_F(SysList, EntriesGoToThePortAndTheListTakesThemAlongSilently) {
     EXPECT_EQ(ipSysAccessListDelete(A, PORT), ACL_E_NOLIST);
     aclList* list = make();
     const rule block = udp.at(4), unknown = port(6);
-    EXPECT_EQ(effects([&] { EXPECT_EQ(addSys(block), 0u); }),
-              (rows{"trigger A n 1 id 0", "agent 14414 A 4 to 0x48040000"}));
+    EXPECT_TOLD(addSys(block), 0u, "trigger A n 1 id 0", "14414 A 4 to 0x48040000");
     EXPECT_EQ(effects([&] {
                   EXPECT_EQ(ipSysDelAccessEntry(A, &unknown, 1, PORT), ACL_E_NOENTRY);
                   EXPECT_EQ(ipSysDelAccessEntry(B, &block, 1, PORT), ACL_E_NOENTRY);
                   EXPECT_EQ(ipSysDelAccessEntry(A, &block, 1, PORT), 0u);
               }),
-              (rows{"agent 14415 A 4 to 0x48040000", "trigger A n 0 id 1"}));
+              (rows{"14415 A 4 to 0x48040000", "trigger A n 0 id 1"}));
     for (const rule& r : {block, unknown}) addSys(r);
     bind(list, CLIENT_TASK, 65);
-    EXPECT_EQ(
-        effects([] { EXPECT_EQ(ipSysAccessListDelete(A, PORT), 0u); }),
-        (rows{"agent 14415 A to 0x48040000 n 2", "trigger A n 1 id 3", "trigger A n 0 id 3"}));
+    EXPECT_TOLD(ipSysAccessListDelete(A, PORT), 0u, "14415 A to 0x48040000 n 2",
+                "trigger A n 1 id 3", "trigger A n 0 id 3");
     ASSERT_EQ(ipSysAccessListFind(A), list);
     EXPECT_TRUE(list->placeholder == 1 && list->kind == 0);
     clientsFree(list);
-    EXPECT_EQ(effects([] { EXPECT_EQ(ipSysAccessListDelete(A, PORT), 0u); }), rows{})
-        << "a placeholder is on no port";
+    EXPECT_TOLD(ipSysAccessListDelete(A, PORT), 0u);  // a placeholder is on no port
     EXPECT_EQ(ipSysAccessListFind(A), nullptr);
 }
 
@@ -99,7 +96,7 @@ TEST_F(SysList, BatchesGoInOneMessageAndAreNotStored) {
                   EXPECT_EQ(ipSysDelThirteenAccessEntry(A, blocks.data(), 0, PORT, 2), 0u);
                   for (uint32_t count : {0u, 21u, HOST}) EXPECT_EQ(batch(count), ACL_E_SYSTEM);
               }),
-              (rows{"agent 14414 A 1 2 3 to 0x48040000", "agent 14415 A 1 2 to 0x48040000"}));
+              (rows{"14414 A 1 2 3 to 0x48040000", "14415 A 1 2 to 0x48040000"}));
     EXPECT_EQ(batch(20), 0u);
     EXPECT_EQ(list->count, 0);
 }
@@ -137,14 +134,14 @@ TEST_F(DosList, ActiveListsGoToAllAgents) {
     EXPECT_EQ(effects([] { EXPECT_EQ(ipDosListDelete(A), 0u); }), footer);
     EXPECT_EQ(ipDosListFind(A), nullptr);
 
-    header.push_back("agent 14420 A to 0x3 n 0");
+    header.push_back("14420 A to 0x3 n 0");
     EXPECT_EQ(effects([] { make(A, DOS_ACTIVE); }), header);
-    EXPECT_EQ(effects([] { addDos(A, udp); })[0], "agent 14421 A 5 to 0x3");
+    EXPECT_EQ(effects([] { addDos(A, udp); })[0], "14421 A 5 to 0x3");
     addDos(A, port(1));
-    EXPECT_EQ(effects([] { delDos(A, udp, 0); }),
-              (rows{"sync 16 A \"no  seq 5 deny udp any any\"", "cfg exact 98/150 A 1/6/ff"}));
-    EXPECT_EQ(effects([] { ipDosListDelete(A); }),
-              (rows{"agent 14423 A 10 to 0x3", footer[0], footer[1], "agent 14422 A to 0x3 n 0"}));
+    EXPECT_TOLD(delDos(A, udp, 0), 0u, "sync 16 A \"no  seq 5 deny udp any any\"",
+                "cfg exact 98/150 A 1/6/ff");
+    EXPECT_TOLD(ipDosListDelete(A), 0u, "14423 A 10 to 0x3", footer[0], footer[1],
+                "14422 A to 0x3 n 0");
 }
 
 TEST_F(DosList, EntriesStatusesAndNumbers) {
@@ -197,9 +194,9 @@ TEST_F(DosList, OneFilterAtATimeAndUnderItsName) {
     make(A);
     const rows on = {"cfg insert 97/141 A 0/0/0 \"!\"",
                      "cfg insert 97/150 A 0/0/0 \"ip trace-group A\"",
-                     "sync 3 A \"ip trace-group A\"", "agent 14420 A to 0x3 n 0"},
+                     "sync 3 A \"ip trace-group A\"", "14420 A to 0x3 n 0"},
                off = {"cfg remove 97/141 A", "sync 3 A \"no ip trace-group A\"",
-                      "agent 14422 A to 0x3 n 0"};
+                      "14422 A to 0x3 n 0"};
     struct {
         listName name;
         uint32_t command, status;
@@ -212,21 +209,21 @@ TEST_F(DosList, OneFilterAtATimeAndUnderItsName) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        EXPECT_EQ(effects([&] { EXPECT_EQ(dosIpEnableIntf(c.name, c.command), c.status); }),
-                  c.told);
+        testTake();
+        EXPECT_EQ(dosIpEnableIntf(c.name, c.command), c.status);
+        EXPECT_EQ(testTake(), c.told);
         EXPECT_EQ(ipDosListFind(C), nullptr) << "a refusal leaves no placeholder";
         EXPECT_EQ(dosFilter, &c - cases < 7 ? ipDosListFind(A) : nullptr);
     }
     EXPECT_EQ(ipDosListFind(A)->kind, 0u);
     // A filter may be enabled before its definition, and outlives it.
-    EXPECT_EQ(sends([&] { EXPECT_EQ(dosIpEnableIntf(C, ON), 0u); }), rows{});
+    EXPECT_SENT(dosIpEnableIntf(C, ON));
     const aclList* list = ipDosListFind(C);
     ASSERT_NE(list, nullptr);
     EXPECT_EQ(list->placeholder, 1u);
-    EXPECT_EQ(sends([] { make(C); }), rows{"agent 14420 C to 0x3 n 0"});
+    EXPECT_EQ(sentOf(effects([] { make(C); })), rows{"14420 C to 0x3 n 0"});
     addDos(C, udp);
-    EXPECT_EQ(sends([] { EXPECT_EQ(ipDosListDelete(C), 0u); }),
-              (rows{"agent 14423 C 5 to 0x3", "agent 14422 C to 0x3 n 0"}));
+    EXPECT_SENT(ipDosListDelete(C), "14423 C 5 to 0x3", "14422 C to 0x3 n 0");
     EXPECT_EQ(ipDosListFind(C), list) << "still the filter, by name";
     EXPECT_EQ(testCfgLines()[1], "ip trace-group C");
     EXPECT_EQ(dosIpEnableIntf(C, OFF), 0u);
@@ -245,12 +242,11 @@ TEST_F(IpAcl, AnImpossibleCountIsReported) {
     ipDosListCreate(C, 0, 0, &status);
     ipAddDosEntry(C, &block, 0);
     forLists([](aclList* list, auto&) { list->count = 0; });
-    EXPECT_EQ(effects([] { ipDelAccessEntry(A, &udp, 1, 0); }),
-              rows{"syserr 0x50006 " + report + "access list A\n"});
-    EXPECT_EQ(effects([] { ipSysDelAccessEntry(B, &udp, 0, 1); }),
-              (rows{"syserr 0x50003 " + report + "System Access List B\n", "trigger B n -1 id 1"}));
-    EXPECT_EQ(effects([] { ipDelDosEntry(C, &udp, 0, 0); }),
-              rows{"syserr 0x50006 " + report + "access list C\n"});
+    EXPECT_TOLD(ipDelAccessEntry(A, &udp, 1, 0), 0u,
+                "syserr 0x50006 " + report + "access list A\n");
+    EXPECT_TOLD(ipSysDelAccessEntry(B, &udp, 0, 1), 0u,
+                "syserr 0x50003 " + report + "System Access List B\n", "trigger B n -1 id 1");
+    EXPECT_TOLD(ipDelDosEntry(C, &udp, 0, 0), 0u, "syserr 0x50006 " + report + "access list C\n");
 }
 
 }  // namespace

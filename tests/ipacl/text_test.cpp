@@ -20,14 +20,11 @@ struct texts {
     // The configuration's line in the mode that is set, its other form, and the show's. A text of
     // the other form or the show that is the line's own is empty.
     std::string line, other, show;
+    bool operator==(const texts&) const = default;
 };
 std::ostream& operator<<(std::ostream& out, const texts& t) {
     return out << t.line << " | " << t.other << " | " << t.show;
 }
-bool operator==(const texts& a, const texts& b) {
-    return a.line == b.line && a.other == b.other && a.show == b.show;
-}
-
 class Text : public IpAcl {
   protected:
     // The entry that a line asks for.
@@ -86,31 +83,26 @@ TEST_F(Text, AddressesByMaskAndMode) {
         {" host 0.0.0.0", " host 0.0.0.0"},
         {" 1.2.3.4/0", " 1.2.3.4 0.0.0.0"},
     };
-    const std::string anyHost = " host 0.0.0.0";
     for (node.config.inverseMask = 0; node.config.inverseMask < 2; node.config.inverseMask++)
         for (const auto& c : cases) {
             SCOPED_TRACE(c.normal);
             const bool inverse = node.config.inverseMask != 0;
             const std::string clause = inverse ? c.inverse : c.normal;
             const std::string show = inverse || c.show == nullptr ? clause : c.show;
-            const bool both = std::string(c.normal) == c.inverse, isHost = clause[1] == 'h';
-            struct {
-                cliMode mode;
-                std::string line, other, show;
-            } const shapes[] = {
-                // In a standard entry the action shares the clause's fate in the other form.
-                {cliMode::standard, " deny" + clause, "", " deny" + show + " log (0 matches)"},
-                // The source decides whether the destination shows as a host.
-                {cliMode::extended, " permit ip" + clause + " any", " permit ip any",
-                 " permit ip" + show + (isHost ? anyHost : " any") + " log"},
-                {cliMode::extended, " permit ip" + clause + clause, " permit ip",
-                 " permit ip" + show + show + " log"},
+            auto expect = [&](cliMode mode, const std::string& line, const std::string& other,
+                              const std::string& shown) {
+                const bool both = std::string(c.normal) == c.inverse;
+                EXPECT_EQ(textsOf(typed("seq 5" + line + " log", mode)),
+                          (texts{" seq 5" + line + " log", both ? "" : " seq 5" + other + " log",
+                                 " seq 5" + shown + " order 255"}));
             };
-            for (const auto& s : shapes)
-                EXPECT_EQ(
-                    textsOf(typed("seq 5" + s.line + " log", s.mode)),
-                    (texts{" seq 5" + s.line + " log", both ? "" : " seq 5" + s.other + " log",
-                           " seq 5" + s.show + " order 255"}));
+            // In a standard entry the action shares the clause's fate in the other form.
+            expect(cliMode::standard, " deny" + clause, "", " deny" + show + " log (0 matches)");
+            // The source decides whether the destination shows as a host.
+            expect(cliMode::extended, " permit ip" + clause + " any", " permit ip any",
+                   " permit ip" + show + (clause[1] == 'h' ? " host 0.0.0.0 log" : " any log"));
+            expect(cliMode::extended, " permit ip" + clause + clause, " permit ip",
+                   " permit ip" + show + show + " log");
         }
 }
 
@@ -158,92 +150,67 @@ TEST_F(Text, EntriesAsTypedInEitherMode) {
     }
 }
 
-// What no line asks for.
 TEST_F(Text, BlocksThatNoLineMakes) {
     const rule tcp = extended(IP_DENY, IP_PROTO_TCP), any = standard(7, 0, 0);
     struct {
         rule block;
-        uint32_t log, monitor;
-        texts expected;
+        std::string line, show = {};  // the show's when it differs in more than the order
+        uint32_t log = 0, monitor = 0;
     } const cases[] = {
         // Ports and precedence are of extended entries only.
         {any.with([](rule& b) {
              b.order = 255, b.fragments = 2, b.counterOptions = 1, b.precedence = 3;
              b.srcOperator = PORT_EQ, b.protocol = IP_PROTO_TCP;
          }),
-         0,
-         2,
-         {" permit any", "", " permit any order 255"}},
-        {any.with(
-             [](rule& b) { b.dscp = 1, b.fragments = 1, b.order = 3, b.counterOptions = 0xFF; }),
-         1,
-         1,
-         {" permit any dscp 1 fragments log count bytes order 3 monitor", "",
-          " permit any log (0 matches) order 3"}},
-        {tcp.to(ip(1, 2, 3, 4), HOST),
-         0,
-         0,
-         {" deny tcp any host 1.2.3.4", "", " deny tcp any 1.2.3.4/32 order 255"}},
-        {tcp.with([](rule& b) { b.protocol = 17, b.tcpFlags = 0xFF; }),
-         0,
-         0,
-         {" deny udp any any", "", " deny udp any any order 255"}},
+         " permit any", "", 0, 2},
+        {any.with([](rule& b) { b.dscp = 1, b.fragments = 1, b.counterOptions = 0xFF; }),
+         " permit any dscp 1 fragments log count bytes monitor", " permit any log (0 matches)", 1,
+         1},
+        {tcp.to(1, HOST), " deny tcp any host 0.0.0.1", " deny tcp any 0.0.0.1/32"},
         // The flags word, the ports and the type of another protocol's entry mean nothing.
-        {extended(IP_DENY, 4).with([](rule& b) { b.srcOperator = PORT_EQ, b.tcpFlags = 0xFF; }),
-         0,
-         0,
-         {" deny ip any any", "", " deny ip any any order 255"}},
+        {tcp.with([](rule& b) { b.protocol = 17, b.tcpFlags = 0xFF; }), " deny udp any any"},
+        {tcp.with([](rule& b) { b.protocol = 4, b.srcOperator = PORT_EQ; }), " deny ip any any"},
         {tcp.with([](rule& b) {
              b.protocol = 2, b.icmp = {8, 1, 0, 0};
          }),
-         0,
-         0,
-         {" deny 2 any any", "", " deny 2 any any order 255"}},
+         " deny 2 any any"},
         {tcp.with([](rule& b) {
              b.protocol = 1, b.icmp = {8, 1, 9, 0};
          }),
-         0,
-         0,
-         {" deny icmp any any echo", "", " deny icmp any any echo order 255"}},
+         " deny icmp any any echo"},
         // Of frames the entry's own log word counts; without an ether-type the plain grammar.
-        {tcp.with([](rule& b) { b.etherType = 0x800; }),
-         1,
-         0,
-         {" deny ether-type 800 00:00:00:00:00:00 00:00:00:00:00:00 VLAN 0 "
-          "00:00:00:00:00:00 00:00:00:00:00:00",
-          "", " deny tcp any any log order 255"}},
-        {tcp.with([](rule& b) { b.protocol = 0, b.arpMarker = 1; }),
-         0,
-         0,
-         {" deny 0 any any", "", " deny 0 any any order 255"}},
+        {tcp.with([](rule& b) {
+             b.etherType = 0x800;
+             std::fill(b.mac1Mask, b.mac1Mask + 6, uint8_t{0xFF});
+             std::copy(b.mac1Mask, b.mac1Mask + 6, b.mac2Mask);
+         }),
+         " deny ether-type 800 any VLAN 0 any", " deny tcp any any log", 1},
+        {tcp.with([](rule& b) { b.protocol = 0, b.arpMarker = 1; }), " deny 0 any any"},
     };
     for (const auto& c : cases) {
         aclEntry entry{};
         entry.block = c.block.at(0);
         entry.log = c.log;
         entry.monitor = c.monitor;
-        texts expected = c.expected;
-        for (std::string* text : {&expected.line, &expected.show}) text->insert(0, " seq 0");
-        EXPECT_EQ(textsOf(entry), expected);
+        EXPECT_EQ(textsOf(entry),
+                  (texts{" seq 0" + c.line, "",
+                         " seq 0" + (c.show.empty() ? c.line : c.show) + " order 255"}));
     }
 }
 
 TEST_F(Text, DosEntriesLackThePiecesOfLists) {
-    aclEntry entry = typed(
-        "seq 5 deny tcp any 10.0.0.0 0.255.0.255 syn precedence 1 tos 2 log "
-        "count bytes",
-        cliMode::trace);
-    entry.block.dscp = 1;
-    entry.block.fragments = entry.block.order = 1, entry.block.etherType = 0x800;
-    entry.monitor = 1;
     const std::string line =
-        " seq 5 deny tcp any 10.0.0.0 0.255.0.255 syn precedence 1 tos 2 log count bytes";
+        "seq 5 deny tcp any 10.0.0.0 0.255.0.255 syn precedence 1 tos 2 log count bytes";
+    aclEntry entry = typed(line, cliMode::trace);
+    entry.block.dscp = 1;
+    entry.block.fragments = entry.block.order = entry.block.etherType = 1;
+    entry.monitor = 1;
     EXPECT_EQ(effects([&] {
                   for (uint32_t remove : {0u, 1u}) dos_ent_sent_to_cfg(&entry, remove, A);
               }),
-              (rows{"cfg insert 98/150 A 1/6/ff \"" + line +
+              (rows{"cfg insert 98/150 A 1/6/ff \" " + line +
                         "\" / \" seq 5 deny tcp any syn precedence 1 tos 2 log count bytes\"",
-                    "sync 16 A \"" + line + "\"", "sync 16 A \"no " + line + "\"",
+                    "sync 16 A \" " + line + "\"", "sync 16 A \"no  " + line + "\"",
                     "cfg exact 98/150 A 1/6/ff"}));
 }
 

@@ -1,6 +1,6 @@
 // The end of the send path for tests: every send to an agent is a row and fails when TEST_SEND says
 // so. What is zero is left out.
-//   agent ID NAME [SEQ..] to IFINDEX/PIPE [vlan IFINDEX] [n COUNT block B option WORD] [group ID]
+//   ID NAME [SEQ..] to IFINDEX/PIPE [vlan IFINDEX] [n COUNT block B option WORD] [group ID]
 #include <cstdio>
 
 #include "download/sendPath.h"
@@ -19,7 +19,7 @@ void given(std::string& row, const char* format, uint32_t value) {
 
 int iAclSendToAclAgent(const aclTarget& target, const aclSend& send) {
     const bool fails = testFails(TEST_SEND);
-    std::string row = "agent " + std::to_string(send.messageId) + " ";
+    std::string row = std::to_string(send.messageId) + " ";
     row += listNameView(send.list->name);
     // A batch's chain is of no family.
     const aclFamily& family = send.list->family != nullptr ? *send.list->family : ip4Family;
