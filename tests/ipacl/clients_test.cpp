@@ -31,7 +31,8 @@ class Clients : public OfFamily {
 FOR_EVERY_FAMILY(Clients);
 
 TEST_P(Clients, TasksGetTheirCopyWhenTheListIsConfiguredOrTheyRegister) {
-    for (uint32_t app : {APP_SNMP, APP_IPM, APP_SYSADM, APP_OSPF}) ASSERT_NE(reg(app), nullptr);
+    for (uint32_t app : {APP_SNMP, APP_IPM, APP_SYSADM, APP_OSPF})
+        EXPECT_EQ(effects([&] { EXPECT_NE(reg(app), nullptr); }), rows{});
     EXPECT_EQ(
         sentOf(effects([&] { make(); })),
         here({"sysadm list in.list A n 0", "ipm0 list in.list A n 0", "snmp list in.list A n 0"}));
@@ -123,6 +124,20 @@ TEST_P(Clients, EachIsFoundAmongAllAndTheOrderStays) {
         while (list->clients != nullptr) clientDrop(list, list->clients);
     }
     EXPECT_EQ(list->clientIndex, nullptr);
+}
+
+TEST_P(Clients, PortsReceiveEntriesByDirectionAndCard) {
+    aclList* list = make();
+    aclLinecardInfo[2].isVortan = 1;
+    testHost.missingPorts = {3};
+    bind(list, CLIENT_INTERFACE, portIfindex(1, 1), 1);  // this card cannot filter egress
+    bind(list, CLIENT_INTERFACE, portIfindex(2, 0), 1);
+    // Bits 18-24 hold a port id already.
+    bind(list, CLIENT_INTERFACE, portIfindex(2, 5) | 1u << 30, 0);
+    bind(list, CLIENT_INTERFACE, 25u << 25 | 1u << 18, 0);  // no such slot
+    bind(list, CLIENT_INTERFACE, portIfindex(1, 3));
+    EXPECT_EQ(added(), here({"in.add A 5 to 0x4100000/-1", "in.add A 5 to 0x46180000/5",
+                             "out.add A 5 to 0x6040000/4"}));
 }
 
 TEST_P(Clients, PlacesGetEntriesAndWholeListsWithTheirBlockAndOption) {

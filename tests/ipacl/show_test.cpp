@@ -70,6 +70,7 @@ TEST_F(Show, TheWalkOverAllSkipsPlaceholdersAndEnds) {
     EXPECT_EQ(show(longest, aclShowIpAclAll).status, ACL_E_NOLIST);
     EXPECT_EQ(show(longest, aclShowIpAclAll).size, 0u);
     EXPECT_TRUE(show("A").status == ACL_OK && show("A").size == 0) << "a placeholder: no buffer";
+    EXPECT_EQ(show("B").size, 150u + 204) << "a usual line's, and the title's";
     EXPECT_EQ(show("nope").status, ACL_E_NOLIST);
     EXPECT_EQ(ipAccessListFindPrev(B), ipAccessListFind(A));
     EXPECT_EQ(ipAccessListFindPrev(A), nullptr);
