@@ -225,25 +225,23 @@ TEST_F(FilterIndex, ReadersSeeAListBeforeOrAfterAChange) {
     pAclReadCounter = &readers;
     aclLockInit();
     auto host = [](uint32_t last) { return extended(IP_PERMIT, IP_PROTO_ANY).from(last, HOST); };
-    auto from = [](uint32_t src) {
-        ipPacket packet{};
-        packet.src = src;
-        return packet;
-    };
     aclList* list = create("A", IP_KIND_EXTENDED);
     for (uint32_t i = 0; i < 40; i++) ASSERT_EQ(add("A", host(1000 + i).at(1000 + i)), 0u);
     ASSERT_EQ(add("A", host(1).at(1)), 0u);
 
     std::atomic<uint32_t> torn = 0, running = READERS;
+    auto permits = [list](uint32_t src) {
+        ipPacket packet{};
+        packet.src = src;
+        return ipFilterCheck(list, packet, nullptr) == FILTER_PERMIT;
+    };
     std::vector<std::thread> threads;
     for (uint32_t t = 0; t < READERS; t++)
         threads.emplace_back([&] {
             for (uint32_t i = 0; i < CHECKS; i++) {
                 aclReadLock();
-                bool one = ipFilterCheck(list, from(1), nullptr) == FILTER_PERMIT;
-                bool two = ipFilterCheck(list, from(2), nullptr) == FILTER_PERMIT;
-                torn += one == two;
-                torn += ipFilterCheck(list, from(1000), nullptr) != FILTER_PERMIT;
+                torn += permits(1) == permits(2);
+                torn += !permits(1000);
                 aclReadUnlock();
             }
             running--;
@@ -255,19 +253,16 @@ TEST_F(FilterIndex, ReadersSeeAListBeforeOrAfterAChange) {
         EXPECT_EQ(add("A", host(next).at(next)), 0u);
         // Grows by a hundred in two hundred steps, then shrinks as long.
         if (step % 2 == 0) {
-            bool grows = step / 200 % 2 == 0;
-            EXPECT_EQ(
-                grows ? add("A", host(other).at(other)) : del("A", host(other).at(other), 0, 0),
-                0u);
+            const rule block = host(other).at(other);
+            EXPECT_EQ(step / 200 % 2 == 0 ? add("A", block) : del("A", block, 0, 0), 0u);
         }
         aclWriteUnlock();
         testTake();
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(torn, 0u);
-    EXPECT_EQ(
-        ipAccessEntCompareSeq(A, &static_cast<const ipEntryBlock&>(host(0).at(1000)))->matchCount,
-        READERS * CHECKS);
+    const rule sought = host(0).at(1000);
+    EXPECT_EQ(ipAccessEntCompareSeq(A, &sought)->matchCount, READERS * CHECKS);
     pAclReadCounter = nullptr;
     pthread_rwlock_destroy(&acl_rwlock);
 }

@@ -229,19 +229,25 @@ TEST_F(IpAcl, ChangingTheMaskModeRewritesEntriesAndRemarks) {
                     "sync 9 A \"" + inverse + "\"", "cfg insert 100/150 A 1/6/0 \" remark 5 one\"",
                     "sync 9 A \" remark 5 one\"", "cfg insert 100/150 A 1/10/0 \" remark 9 two\"",
                     "sync 9 A \" remark 9 two\""}));
-    rows expected = {"access-list inverse-mask",
-                     "!",
-                     "ip access-list standard A",
-                     " remark 5 one",
-                     inverse,
-                     " remark 9 two",
-                     "!",
-                     "ip access-list standard B"};
+    const rows expected = {"access-list inverse-mask",
+                           "!",
+                           "ip access-list standard A",
+                           " remark 5 one",
+                           inverse,
+                           " remark 9 two",
+                           "!",
+                           "ip access-list standard B"};
     EXPECT_EQ(testCfgLines(), expected);
+    // A trace list's lines show masks as well.
+    uint32_t status = 0;
+    rule udp = extended(IP_DENY, IP_PROTO_UDP).from(ip(10, 0, 0, 0), ip(255, 0, 0, 0));
+    ipDosListCreate(C, 0, 0, &status);
+    ASSERT_EQ(ipAddDosEntry(C, &udp, 0), 0u);
     node.config.inverseMask = 0;
     inverse_mask_sent_to_cfg(0);
     ipInvertAccessEntryMask();
-    EXPECT_EQ(testCfgLines()[3], " seq 5 permit 10.1.0.0/16");
+    EXPECT_EQ(testCfgLines()[2], " seq 5 deny udp 10.0.0.0/8 any");
+    EXPECT_EQ(testCfgLines()[6], " seq 5 permit 10.1.0.0/16");
 }
 
 TEST_F(IpAcl, GeneratedListsLeaveNoLine) {
