@@ -54,6 +54,9 @@ uint32_t zek_sysGetIpAddr(uint32_t) {
 int ifmIfIndexToLName(uint32_t, char*, size_t) {
     return -1;
 }
+int ifmLNameToIfIndex(const char*, uint32_t*) {
+    return -1;
+}
 int zekIpcSend(zekQueue, const void*, size_t) {
     return -1;
 }

@@ -1,4 +1,4 @@
-// Binding an IPv4 list to an interface, in one direction.
+// Binding an access list to an interface, in one direction.
 //
 // A binding is kept twice: as a record in the list's chain, newest first, and as the list's place
 // in the interface record. Both are there or neither is; where they are found to differ the
@@ -35,22 +35,22 @@ aclBinding* bindingAdd(aclList* list, const aclBindRequest& request) {
 
 // --- lines -------------------------------------------------------------------------------------
 
-std::string groupText(const listName& name, uint32_t direction) {
-    std::string text = "ip access-group ";
-    text += listNameView(name);
+std::string groupText(const aclList* list, uint32_t direction) {
+    std::string text = list->family->groupWords;
+    text += listNameView(list->name);
     return text += direction == INTF_IN ? " in" : " out";
 }
 
 cfgIntfLine lineOf(aclIntf* intf, uint32_t direction, const aclList* list) {
-    return {intf, INTF_V4, direction, list->name};
+    return {intf, list->family->place, direction, list->name};
 }
 
 void writeLine(aclIntf* intf, const aclList* list, const aclBindRequest& request) {
     if (listNameIsGenerated(list->name)) return;
-    std::string text = " " + groupText(list->name, request.direction);
+    std::string text = " " + groupText(list, request.direction);
     if (request.implicitPermit != 0) text += " implicit-permit";
     if (request.vlanOption) (text += " Vlan ") += request.vlanText;
-    auto again = cfgCommand<cliBindReq>(CLI_IP_BIND, list->name);
+    auto again = cfgCommand<cliBindReq>(list->family->bindCode, list->name);
     again.ifindex = request.ifindex;
     again.direction = request.direction;
     again.implicitPermit = request.implicitPermit;
@@ -112,7 +112,7 @@ void deleteFromInterface(const aclList* old, const aclPlace& place, const aclBou
 // the list stands there already and its binding has got a new block.
 uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBinding* fresh) {
     const aclPlace place = {r.ifindex, r.direction};
-    aclList*& slot = intf->lists[INTF_V4][r.direction];
+    aclList*& slot = intf->lists[list->family->place][r.direction];
     aclList* old = slot;
     if (old != nullptr) {
         aclBinding* oldBinding = aclInterfaceBinding(old, r.ifindex, r.direction);
@@ -154,7 +154,7 @@ uint32_t makePlace(aclList* list, const aclBindRequest& r, aclBinding* fresh) {
         if (refused == intfRefused::record && fresh != nullptr) clientDrop(list, fresh);
         return ACL_E_MEMORY;
     }
-    intf->lists[INTF_V4][r.direction] = list;
+    intf->lists[list->family->place][r.direction] = list;
     if (r.writeConfig != 0) writeLine(intf, list, r);
     // A LAG that was not known has no members yet: nothing is sent then.
     (void)aclSendToInterface(list, {aclEvent::listAdded}, {r.ifindex, r.direction},
@@ -173,7 +173,7 @@ uint32_t applyAgain(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBi
         // The binding keeps the word and the block that it has: meant.
         return makePlace(list, r, nullptr);
     }
-    if (intf->lists[INTF_V4][r.direction] != list) {
+    if (intf->lists[list->family->place][r.direction] != list) {
         aclDebug(DEBUG_ACL_GENERAL,
                  "Error: Accesslist " LIST_NAME_FMT
                  " has interface %d as a client but the interface doesn't think the access list is "
@@ -191,7 +191,7 @@ uint32_t applyAgain(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBi
 }
 
 uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
-    const aclList* old = intf != nullptr ? intf->lists[INTF_V4][r.direction] : nullptr;
+    const aclList* old = intf != nullptr ? intf->lists[list->family->place][r.direction] : nullptr;
     // Source guard and the operator do not replace each other's ingress lists.
     if (old != nullptr && r.direction == INTF_IN &&
         listNameIsGenerated(old->name) != listNameIsGenerated(list->name))
@@ -209,14 +209,14 @@ uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
 
 }  // namespace
 
-uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& given) {
+uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBindRequest& given) {
     // A bare slot is no interface.
     if (given.direction > INTF_OUT || given.ifindex < SLOT_COUNT) return ACL_E_SYSTEM;
     aclBindRequest request = given;
     request.ifindex = canonicalIndex(given.ifindex);
     uint32_t status = refusal(request);
     if (status != ACL_OK) return status;
-    aclList* list = ipAccessListCreate(name, IP_KIND_NONE, 1, &status);
+    aclList* list = aclListCreate(family, name, IP_KIND_NONE, 1, &status);
     if (list == nullptr) {
         aclSysErr(SYSERR_LIST,
                   "Error: Unable to create Accesslist " LIST_NAME_FMT " in aclIpApplyIntf\n",
@@ -231,18 +231,19 @@ uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& given) {
     return status;
 }
 
-uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction) {
+uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t ifindex,
+                       uint32_t direction) {
     if (direction > INTF_OUT) return ACL_E_SYSTEM;
-    aclList* list = ipAccessListFind(name);
+    aclList* list = aclListFind(family, name);
     if (list == nullptr) return ACL_E_NOLIST;
     ifindex = canonicalIndex(ifindex);
     aclIntf* intf = AclIntfTreeFind(ifindex);
     if (intf == nullptr) return ACL_E_NOINTF;
-    aclList*& slot = intf->lists[INTF_V4][direction];
+    aclList*& slot = intf->lists[family.place][direction];
     if (slot != list) return ACL_E_NOT_BOUND;
 
     if (!listNameIsGenerated(list->name))
-        cfgIntfRemove(lineOf(intf, direction, list), "no " + groupText(list->name, direction));
+        cfgIntfRemove(lineOf(intf, direction, list), "no " + groupText(list, direction));
     if (intf->lists[INTF_V6][INTF_OUT] == nullptr) setFreeForGroups(ifindex, direction, true);
     // A LAG's place is emptied when its members have been told: meant, also when there is nothing
     // to tell them.

@@ -7,15 +7,16 @@
 
 namespace {
 
-// Calls fn(list, binding) for the IPv4 lists of an interface, ingress first.
+// Calls fn(list, binding) for the lists of an interface, family by family, ingress first.
 template <class Fn>
 void forBoundLists(const aclIntf& intf, Fn&& fn) {
-    for (uint32_t direction : {INTF_IN, INTF_OUT}) {
-        aclList* list = intf.lists[INTF_V4][direction];
-        if (list == nullptr) continue;
-        const aclBinding* binding = aclInterfaceBinding(list, intf.ifindex, direction);
-        if (binding != nullptr) fn(list, *binding);
-    }
+    for (const auto& places : intf.lists)
+        for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+            const aclList* list = places[direction];
+            if (list == nullptr) continue;
+            const aclBinding* binding = aclInterfaceBinding(list, intf.ifindex, direction);
+            if (binding != nullptr) fn(list, *binding);
+        }
 }
 
 // A binding's list again, to a part of its place.

@@ -10,15 +10,12 @@
 
 namespace {
 
-// Whose lists have clients.
-constexpr const aclFamily* families[] = {&ip4Family};
-
 const aclFamily* familyOf(uint32_t af) {
-    const auto* row = std::ranges::find(families, af, &aclFamily::af);
-    return row != std::ranges::end(families) ? *row : nullptr;
+    const auto* row = std::ranges::find(aclFamilies, af, &aclFamily::af);
+    return row != std::ranges::end(aclFamilies) ? *row : nullptr;
 }
 const aclFamily* familyOf(const rmapMatch& clause) {
-    for (const aclFamily* family : families)
+    for (const aclFamily* family : aclFamilies)
         if (family->clauseClass == clause.cls && family->clauseCode == clause.code) return family;
     return nullptr;
 }

@@ -45,13 +45,24 @@ struct aclFamily {
     uint16_t clauseClass;  // the clause of a route map that names such a list
     uint32_t clauseCode;
 
+    // --- interfaces ---
+    uint32_t place;          // intfFamily: the list's places in interface records
+    uint32_t bindCode;       // the command that binds, as a line's record keeps it
+    const char* groupWords;  // of the line: "ip access-group "
+
     // --- configuration text: a line is written, or removed ---
     void (*writeHeader)(const aclList& list, uint32_t remove);
     void (*writeEntry)(const aclList& list, const listEntry& entry, uint32_t remove);
-    cfgFamily textFamily;  // of remarks
+    const cfgBlock* block;  // of remarks
+    cfgFamily textFamily;
+
+    std::string (*showText)(const aclList& list);
 };
 
 extern const aclFamily ip4Family, ip4SystemFamily, dosFamily;
+
+// The kinds of lists that are bound and have clients.
+inline constexpr const aclFamily* aclFamilies[] = {&ip4Family};
 
 // --- an entry's block and number, through its row ------------------------------------------------
 

@@ -123,7 +123,8 @@ constexpr aclFamily withIp4Entries(const char* name, zekRadix* aclTrees::*tree) 
     family.seqAt = offsetof(ipEntryBlock, seq);
     family.seqMax = SEQ_MAX;
     family.sameRule = sameRule;
-    family.triggerType = 14460;
+    family.triggerType = MT_ACL_TRIGGER;
+    family.showText = ipListText;
     return family;
 }
 
@@ -142,7 +143,11 @@ constexpr aclFamily makeIp4() {
     family.clauseCode = 5;
     family.writeHeader = writeHeader;
     family.writeEntry = writeEntry;
+    family.block = &CFG_ACCESS_LIST;
     family.textFamily = CFG_FAMILY_V4;
+    family.place = INTF_V4;
+    family.bindCode = CLI_IP_BIND;
+    family.groupWords = "ip access-group ";
     return family;
 }
 
@@ -199,6 +204,13 @@ uint32_t ipAddAccessEntry(const listName& name, ipEntryBlock* block, uint32_t lo
 uint32_t ipDelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
                           uint32_t cfgAndTrigger) {
     return aclListDel(ip4Family, name, block, send != 0, cfgAndTrigger != 0);
+}
+
+uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request) {
+    return aclListApply(ip4Family, name, request);
+}
+uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction) {
+    return aclListRemove(ip4Family, name, ifindex, direction);
 }
 
 void ipInvertAccessEntryMask() {

@@ -116,16 +116,16 @@ void aclSendListsToTask(uint32_t application, uint32_t instance) {
     listName behind;
     // The replay has them all.
     while (application == APP_IPM && aclNextListBehind(instance, &behind)) continue;
-    for (const aclList* list = ipAccessListFindFirst(); list != nullptr;
-         list = ipAccessListFindNext(list->name)) {
-        if (list->placeholder != 0) continue;
-        const listClient* client = findTask(list, application, instance);
-        if (client == nullptr) continue;
-        if (application == APP_IPM)
-            aclReplayListToIPM(list, client);
-        else
-            aclSendToTask(list, {aclEvent::listAdded}, *client);
-    }
+    for (const aclFamily* family : aclFamilies)
+        aclForEachList(*family, [&](const aclList& list) {
+            if (list.placeholder != 0) return;
+            const listClient* client = findTask(&list, application, instance);
+            if (client == nullptr) return;
+            if (application != APP_IPM)
+                aclSendToTask(&list, {aclEvent::listAdded}, *client);
+            else if (family->ipmKeepsCopies)
+                aclReplayListToIPM(&list, client);
+        });
 }
 
 void aclServeListsBehind() {

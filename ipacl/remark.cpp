@@ -1,7 +1,8 @@
-// Remarks of IPv4 lists: numbered texts beside the entries, in ascending order, that leave with the
-// entry of the same number and with their list.
+// Remarks of access lists: numbered texts beside the entries, in ascending order, that leave with
+// the entry of the same number and with their list.
 #include "common/chain.h"
 #include "include/ipText.h"
+#include "ipacl/family.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
@@ -23,7 +24,7 @@ void aclManageAclEntryRemark(const aclRemark& remark, const aclList& list, uint3
     line.append(remark.text, strnlen(remark.text, REMARK_LEN));
     // An entry's removal may have taken the line already.
     cfgWriteNumbered(list.name,
-                     {CFG_ACCESS_LIST, CFG_FAMILY_V4, CFG_ROLE_REMARK,
+                     {*list.family->block, list.family->textFamily, CFG_ROLE_REMARK,
                       list.kind == IP_KIND_STANDARD ? CFG_SYNC_STANDARD : CFG_SYNC_EXTENDED,
                       remark.seq, line, line},
                      remove != 0);

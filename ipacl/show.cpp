@@ -9,6 +9,7 @@
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
 #include "include/ipText.h"
+#include "ipacl/family.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
@@ -83,7 +84,9 @@ void addExtendedEntry(std::string& out, const aclEntry& entry) {
     if (entry.log != 0) out += " log";
 }
 
-std::string listText(const aclList& list) {
+}  // namespace
+
+std::string ipListText(const aclList& list) {
     bool standard = list.kind == IP_KIND_STANDARD;
     std::string out;
     out.reserve(static_cast<size_t>(list.count) * USUAL_LINE + SHOW_BYTES_PER_LINE);
@@ -103,6 +106,8 @@ std::string listText(const aclList& list) {
     return out;
 }
 
+namespace {
+
 void clearCounts(aclList* list) {
     for (listEntry* entry = list->head; entry != nullptr; entry = entry->next)
         entry->matchCount = 0;
@@ -117,7 +122,7 @@ uint32_t aclShowAlist(const aclList* list, void** buffer, uint32_t* size) {
     if (list->kind == 0) return ACL_OK;
     std::string text;
     try {
-        text = listText(*list);
+        text = list->family->showText(*list);
     } catch (const std::bad_alloc&) {
         return ACL_E_MEMORY;
     }

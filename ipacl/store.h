@@ -19,6 +19,13 @@ struct entryOptions {
 };
 
 aclList* aclListFind(const aclFamily& family, const listName& name);
+template <class Fn>
+void aclForEachList(const aclFamily& family, Fn&& fn) {
+    const zekRadix* tree = aclNode->trees.*family.tree;
+    for (aclList* list = nameTreeFirst<aclList>(tree); list != nullptr;
+         list = nameTreeNext<aclList>(tree, list->name))
+        fn(*list);
+}
 aclList* aclListCreate(const aclFamily& family, const listName& name, uint32_t kind,
                        uint32_t placeholder, uint32_t* status);
 uint32_t aclListDelete(const aclFamily& family, const listName& name, uint32_t kind);
@@ -27,6 +34,11 @@ uint32_t aclListAdd(const aclFamily& family, const listName& name, void* block,
                     const entryOptions& options);
 uint32_t aclListDel(const aclFamily& family, const listName& name, const void* block, bool send,
                     bool cfgAndTrigger);
+
+// Binding to interfaces and back (binding.cpp).
+uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBindRequest& request);
+uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t ifindex,
+                       uint32_t direction);
 
 // --- lists in a name tree (store.cpp) ------------------------------------------------------------
 

@@ -32,6 +32,10 @@ void cfgIntfRemove(const cfgIntfLine& line, std::string_view undo);
 // Takes the line out because another one comes into its place: nobody is told.
 void cfgIntfReplace(const cfgIntfLine& line);
 
+// --- shows (show.cpp) --------------------------------------------------------------------------
+
+std::string ipListText(const aclList& list);  // of an ordinary IPv4 list
+
 // --- remarks (remark.cpp) ----------------------------------------------------------------------
 
 // Writes or removes a remark's line.
