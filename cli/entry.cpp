@@ -1,208 +1,197 @@
-// Entry lines: what each word of a rule does to its 156-byte block.
-#include "cli/grammar/grammar.h"
+// Entry lines: the table of the IPv4 entries' fields, and the actions that fill them.
+#include "cli/entry.h"
+
+#include <algorithm>
+
+#include "cli/grammar/build.h"
 #include "include/icmpNames.h"
-#include "include/ipText.h"
 #include "include/status.h"
 
 namespace {
 
-constexpr uint32_t ETHER_TYPE_ARP = 0x806;  // an ARP rule without an ether-type would print as IP
+using W = entryWord;
+using F = entryForm;
 
-void setAddress(ipEntryBlock& block, uint32_t side, uint32_t address, uint32_t mask) {
-    (side == ENTRY_SRC ? block.src : block.dst) = address;
-    (side == ENTRY_SRC ? block.srcMask : block.dstMask) = mask;
+#define AT(member) \
+    { offsetof(cliEntry, member), sizeof(cliEntry::member) }
+
+constexpr entryField ipFields[] = {
+    {W::sequence, F::value, AT(block.seq)},
+    {W::action, F::value, AT(block.action)},
+    {W::protocol, F::value, AT(block.protocol)},
+    {W::literalProtocol, F::given, AT(block.protoMarker)},
+
+    // "any" is no row: nothing is compared as long as no mask is given.
+    {W::address, F::value, AT(block.src), AT(block.dst)},
+    {W::host, F::value, AT(block.src), AT(block.dst)},
+    {W::host, F::ones, AT(block.srcMask), AT(block.dstMask)},
+    {W::prefix, F::value, AT(block.src), AT(block.dst)},
+    {W::prefix, F::length, AT(block.srcMask), AT(block.dstMask)},
+    {W::mask, F::wildcard, AT(block.srcMask), AT(block.dstMask)},
+
+    {W::portOperator, F::value, AT(block.srcOperator), AT(block.dstOperator)},
+    {W::port, F::value, AT(block.srcLow), AT(block.dstLow)},
+    {W::lastPort, F::value, AT(block.srcHigh), AT(block.dstHigh)},
+    {W::tcpFlag, F::bits, AT(block.tcpFlags)},
+    {W::icmpType, F::value, AT(block.icmp.type)},
+    {W::icmpType, F::given, AT(block.icmp.typeGiven)},
+    {W::icmpCode, F::value, AT(block.icmp.code)},
+    {W::icmpCode, F::given, AT(block.icmp.codeGiven)},
+
+    {W::dscp, F::value, AT(block.dscp)},
+    {W::precedence, F::value, AT(block.precedence)},
+    {W::tos, F::value, AT(block.tos)},
+    {W::fragments, F::given, AT(block.fragments)},
+    {W::log, F::given, AT(log)},
+    {W::log, F::given, AT(block.l2Log), AT(block.l2Log), F_FRAME},
+    // "count" of an ARP or ether-type rule has a word of its own; "bytes" has not.
+    {W::count, F::value, AT(block.l2CounterOptions), AT(block.l2CounterOptions), F_FRAME},
+    {W::count, F::bits, AT(block.counterOptions), AT(block.counterOptions), 0, F_FRAME},
+    {W::bytes, F::bits, AT(block.counterOptions)},
+    {W::order, F::value, AT(block.order)},
+    {W::monitor, F::given, AT(monitor)},
+
+    // In a MAC mask the set bits are the ones that are not compared: until a MAC address is given,
+    // which "any" does not do, all are set.
+    {W::arp, F::given, AT(block.arpMarker)},
+    {W::arp, F::value, AT(block.etherType)},
+    {W::arp, F::ones, AT(block.mac1Mask)},
+    {W::arp, F::ones, AT(block.mac2Mask)},
+    {W::etherType, F::value, AT(block.etherType)},
+    {W::etherType, F::ones, AT(block.mac1Mask)},
+    {W::etherType, F::ones, AT(block.mac2Mask)},
+    {W::mac, F::value, AT(block.mac1), AT(block.mac2)},
+    {W::macMask, F::value, AT(block.mac1Mask), AT(block.mac2Mask)},
+    {W::vlan, F::value, AT(block.vlan)},
+    {W::opcode, F::value, AT(block.arpOpcode)},
+};
+
+#undef AT
+
+constexpr cliEntry ipBlank() {
+    cliEntry blank{};
+    ipEntryBlock& b = blank.block;
+    b.precedence = FIELD_NOT_GIVEN;
+    b.tos = FIELD_NOT_GIVEN;
+    b.protocol = IP_PROTO_ANY;
+    b.seq = SEQ_NOT_GIVEN;
+    b.order = ORDER_NOT_GIVEN;
+    b.dscp = DSCP_NOT_GIVEN;
+    return blank;
 }
 
-void setMac(ipEntryBlock& block, uint32_t side, const uint8_t* mac) {
-    std::memcpy(side == ENTRY_SRC ? block.mac1 : block.mac2, mac, 6);
-}
-void setMacMask(ipEntryBlock& block, uint32_t side, const uint8_t* mask) {
-    std::memcpy(side == ENTRY_SRC ? block.mac1Mask : block.mac2Mask, mask, 6);
-}
-// In a MAC mask the set bits are the ones that are not compared.
-constexpr uint8_t MAC_ZERO[6] = {}, MAC_ONES[6] = {255, 255, 255, 255, 255, 255};
+// What was read, in each of the ways in which a form may want it.
+struct argument {
+    uint64_t number;
+    std::span<const uint8_t> bytes = {};  // of an address
+    uint32_t length = 0;                  // of a prefix
+};
 
-uint32_t low32(const cliValue& v) {
-    return static_cast<uint32_t>(v.number);
-}
-
-// A rule below IP: the words of the IP header have no place in it.
-void setLayer2(cliCommand& c, uint32_t etherType) {
-    c.features &= ~uint32_t{F_NET | F_EXT};
-    c.block.etherType = etherType;
-    for (uint32_t side : {ENTRY_SRC, ENTRY_DST}) {
-        setMac(c.block, side, MAC_ZERO);
-        setMacMask(c.block, side, MAC_ONES);
+void storeValue(std::span<uint8_t> field, const argument& a) {
+    if (a.bytes.size() == field.size()) {
+        std::ranges::copy(a.bytes, field.begin());
+        return;
     }
+    uint64_t left = a.number;
+    for (size_t i = field.size(); i-- > 0; left >>= 8) field[i] = static_cast<uint8_t>(left);
+}
+
+void store(std::span<uint8_t> field, entryForm form, const argument& a, bool inverseMask) {
+    switch (form) {
+        case F::value:
+            return storeValue(field, a);
+        case F::bits:
+            field.back() = static_cast<uint8_t>(field.back() | a.number);
+            return;
+        case F::given:
+            field.back() = 1;
+            return;
+        case F::ones:
+            std::ranges::fill(field, uint8_t{0xFF});
+            return;
+        case F::length:
+            return fillMask(field, a.length);
+        case F::wildcard:
+            storeValue(field, a);
+            for (uint8_t& byte : field) byte = static_cast<uint8_t>(inverseMask ? byte : ~byte);
+            return;
+    }
+}
+
+std::span<uint8_t> fieldOf(cliCommand& c, const entryField& f, uint32_t side) {
+    const entryPlace& at = side == ENTRY_SRC ? f.source : f.destination;
+    return {reinterpret_cast<uint8_t*>(&c.entry) + at.offset, at.size};
+}
+
+// Fills every field that the word has a row for in the table of the line's family.
+void put(cliCommand& c, entryWord word, uint32_t side, const argument& a) {
+    for (const entryField& f : c.table->fields)
+        if (f.word == word && (f.when & ~c.features) == 0 && (f.unless & c.features) == 0)
+            store(fieldOf(c, f, side), f.form, a, c.inverseMask);
+}
+
+// The number that a word has put into its field.
+uint64_t taken(cliCommand& c, entryWord word, uint32_t side) {
+    uint64_t number = 0;
+    for (const entryField& f : c.table->fields)
+        if (f.word == word)
+            for (uint8_t byte : fieldOf(c, f, side)) number = number << 8 | byte;
+    return number;
+}
+
+entryWord wordOf(const grammarNode& n) {
+    return static_cast<entryWord>(n.value >> 24);
+}
+uint32_t sideOf(const grammarNode& n) {
+    return n.value >> 16 & 255;
+}
+uint64_t wordNumber(const cliValue& v, const grammarNode& n) {
+    return n.kind == cliArg::word ? n.value & 0xFFFF : v.number;
 }
 
 }  // namespace
 
-ipEntryBlock entryBlank(uint32_t kind) {
-    ipEntryBlock b{};
-    b.precedence = FIELD_NOT_GIVEN;
-    b.tos = FIELD_NOT_GIVEN;
-    b.protocol = IP_PROTO_ANY;
-    b.kind = kind;
-    b.seq = SEQ_NOT_GIVEN;
-    b.order = ORDER_NOT_GIVEN;
-    b.dscp = DSCP_NOT_GIVEN;
-    return b;
+constexpr entryTable ipEntryTable{ipFields, ipBlank()};
+
+const char* entryPut(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    put(c, wordOf(n), sideOf(n), {wordNumber(v, n), valueBytes(v, n.kind), v.length});
+    return nullptr;
 }
 
 // The largest number means "not given" in a request, so the range is checked before it is sent.
-const char* entrySequence(cliCommand& c, const cliValue& v, const grammarNode&) {
+const char* entrySequence(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (v.number > SEQ_MAX) return aclStatusFind(ACL_E_SEQ_RANGE)->text;
-    c.block.seq = low32(v);
-    c.seqColumn = static_cast<uint32_t>(v.column);
-    c.features = (c.features & ~uint32_t{F_START}) | F_SEQ;
-    return nullptr;
+    noteSequence(c, v);
+    return entryPut(c, v, n);
 }
 
-const char* entryAction(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.block.action = n.value;
-    return nullptr;
+// A protocol may be typed as its word or as its number: both let the same words follow.
+const char* entryProtocol(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    const uint64_t protocol = wordNumber(v, n);
+    if (protocol == IP_PROTO_TCP) c.features |= F_PORTS | F_TCP;
+    if (protocol == IP_PROTO_UDP) c.features |= F_PORTS;
+    if (protocol == IP_PROTO_ICMP) c.features |= F_ICMP;
+    // The number 4 needs a marker: without it 4 stands for every protocol, as "ip" does.
+    if (protocol == IP_PROTO_ANY && n.kind == cliArg::number)
+        put(c, entryWord::literalProtocol, ENTRY_SRC, {});
+    return entryPut(c, v, n);
 }
 
-const char* entryProtocol(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.block.protocol = static_cast<uint8_t>(n.value);
-    if (n.value == IP_PROTO_TCP) c.features |= F_PORTS | F_TCP;
-    if (n.value == IP_PROTO_UDP) c.features |= F_PORTS;
-    if (n.value == IP_PROTO_ICMP) c.features |= F_ICMP;
-    return nullptr;
+const char* entryLastPort(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    if (v.number < taken(c, entryWord::port, sideOf(n)))
+        return "The second port of a range must not be below the first";
+    return entryPut(c, v, n);
 }
 
-const char* entryProtocolNumber(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    grammarNode number = n;
-    number.value = low32(v);
-    // Protocol 4 needs the marker: without it 4 stands for every protocol.
-    if (number.value == IP_PROTO_ANY) c.block.protoMarker = 1;
-    return entryProtocol(c, v, number);
-}
-
-// "host" and the first of two addresses leave the mask to the next word; "any" is all zero.
-const char* entryAddress(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    setAddress(c.block, n.value, v.address, 0);
-    return nullptr;
-}
-const char* entryHost(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    setAddress(c.block, n.value, v.address, 0xFFFFFFFF);
-    return nullptr;
-}
-const char* entryPrefix(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    setAddress(c.block, n.value, v.address, maskFromPrefix(v.length));
-    return nullptr;
-}
-const char* entryMask(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    uint32_t mask = c.inverseMask ? v.address : ~v.address;
-    (n.value == ENTRY_SRC ? c.block.srcMask : c.block.dstMask) = mask;
-    return nullptr;
-}
-
-const char* entryPortOperator(cliCommand& c, const cliValue&, const grammarNode& n) {
-    (n.value >> 8 == ENTRY_SRC ? c.block.srcOperator : c.block.dstOperator) = n.value & 255;
-    return nullptr;
-}
-const char* entryPortLow(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    (n.value == ENTRY_SRC ? c.block.srcLow : c.block.dstLow) = static_cast<uint16_t>(v.number);
-    return nullptr;
-}
-const char* entryPortHigh(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    uint16_t low = n.value == ENTRY_SRC ? c.block.srcLow : c.block.dstLow;
-    if (v.number < low) return "The second port of a range must not be below the first";
-    (n.value == ENTRY_SRC ? c.block.srcHigh : c.block.dstHigh) = static_cast<uint16_t>(v.number);
-    return nullptr;
-}
-
-const char* entryTcpFlag(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.block.tcpFlags = static_cast<uint8_t>(c.block.tcpFlags | n.value);
-    return nullptr;
+// A rule below IP: the words of the IP header have no place in it.
+const char* entryFrame(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    c.features = (c.features & ~uint32_t{F_NET | F_EXT}) | F_FRAME;
+    return entryPut(c, v, n);
 }
 
 const char* entryIcmpName(cliCommand& c, const cliValue&, const grammarNode& n) {
     const icmpNameRow& row = icmpNameTable[n.value];
-    c.block.icmp.type = row.type;
-    c.block.icmp.typeGiven = 1;
-    c.block.icmp.code = static_cast<uint8_t>(row.code < 0 ? 0 : row.code);
-    c.block.icmp.codeGiven = row.code >= 0;
-    return nullptr;
-}
-const char* entryIcmpType(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.icmp.type = static_cast<uint8_t>(v.number);
-    c.block.icmp.typeGiven = 1;
-    return nullptr;
-}
-const char* entryIcmpCode(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.icmp.code = static_cast<uint8_t>(v.number);
-    c.block.icmp.codeGiven = 1;
-    return nullptr;
-}
-
-const char* entryDscp(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.dscp = static_cast<uint8_t>(v.number);
-    return nullptr;
-}
-const char* entryPrecedence(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.precedence = low32(v);
-    return nullptr;
-}
-const char* entryTos(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.tos = low32(v);
-    return nullptr;
-}
-const char* entryFragments(cliCommand& c, const cliValue&, const grammarNode&) {
-    c.block.fragments = 1;
-    return nullptr;
-}
-const char* entryLog(cliCommand& c, const cliValue&, const grammarNode&) {
-    c.log = 1;
-    if (ipEntryIsL2L3(c.block)) c.block.l2Log = 1;
-    return nullptr;
-}
-// "count" of an ARP or ether-type rule has a word of its own; "bytes" has not.
-const char* entryCounter(cliCommand& c, const cliValue&, const grammarNode& n) {
-    if (n.value == IP_COUNT && ipEntryIsL2L3(c.block))
-        c.block.l2CounterOptions = IP_COUNT;
-    else
-        c.block.counterOptions = static_cast<uint8_t>(c.block.counterOptions | n.value);
-    return nullptr;
-}
-const char* entryOrder(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.order = low32(v);
-    return nullptr;
-}
-const char* entryMonitor(cliCommand& c, const cliValue&, const grammarNode&) {
-    c.monitor = 1;
-    return nullptr;
-}
-
-const char* entryArp(cliCommand& c, const cliValue&, const grammarNode&) {
-    c.block.arpMarker = 1;
-    setLayer2(c, ETHER_TYPE_ARP);
-    return nullptr;
-}
-const char* entryEtherType(cliCommand& c, const cliValue& v, const grammarNode&) {
-    setLayer2(c, low32(v));
-    return nullptr;
-}
-const char* entryMacAny(cliCommand& c, const cliValue&, const grammarNode& n) {
-    setMac(c.block, n.value, MAC_ZERO);
-    setMacMask(c.block, n.value, MAC_ONES);
-    return nullptr;
-}
-const char* entryMac(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    setMac(c.block, n.value, v.mac);
-    return nullptr;
-}
-const char* entryMacMask(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    setMacMask(c.block, n.value, v.mac);
-    return nullptr;
-}
-const char* entryVlan(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.vlan = low32(v);
-    return nullptr;
-}
-const char* entryOpcode(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.block.arpOpcode = low32(v);
+    put(c, entryWord::icmpType, ENTRY_SRC, {row.type});
+    if (row.code >= 0) put(c, entryWord::icmpCode, ENTRY_SRC, {static_cast<uint64_t>(row.code)});
     return nullptr;
 }

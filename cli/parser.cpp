@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "cli/entry.h"
 #include "cli/grammar/build.h"
 #include "cli/lexer.h"
 #include "include/listName.h"
@@ -37,25 +38,30 @@ bool isName(std::string_view word) {
 }
 
 bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cliValue* value) {
-    uint32_t hex, signedWord;
+    uint32_t word32;
     switch (node.kind) {
         case cliArg::number:
             // A word of 32 bits may be shown with a sign.
-            if (wide && node.wideHigh == 0xFFFFFFFF && lexSigned(word, &signedWord)) {
-                value->number = signedWord;
+            if (wide && node.wideHigh == 0xFFFFFFFF && lexSigned(word, &word32)) {
+                value->number = word32;
                 return true;
             }
             return lexNumber(word, &value->number) && inLimits(node, value->number, wide);
         case cliArg::sequence:
             return lexNumber(word, &value->number);
         case cliArg::hex:
-            if (!lexHex(word, &hex) || hex == 0 || !inLimits(node, hex, wide)) return false;
-            value->number = hex;
+            if (!lexHex(word, &word32) || word32 == 0 || !inLimits(node, word32, wide))
+                return false;
+            value->number = word32;
             return true;
         case cliArg::address:
-            return lexAddress(word, &value->address);
+            if (!lexAddress(word, &word32)) return false;
+            value->address = word32;
+            return true;
         case cliArg::prefix:
-            return lexPrefix(word, &value->address, &value->length);
+            if (!lexPrefix(word, &word32, &value->length)) return false;
+            value->address = word32;
+            return true;
         case cliArg::mac:
             return lexMac(word, value->mac);
         case cliArg::address6:
@@ -149,10 +155,9 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->vlans = "";
     command->name = "";
     command->text.clear();
-    command->log = command->monitor = 0;
-    static const ipEntryBlock blank[] = {entryBlank(IP_KIND_NONE), entryBlank(IP_KIND_STANDARD),
-                                         entryBlank(IP_KIND_EXTENDED)};
-    command->block = blank[mode.ipKind];
+    command->table = mode.table;
+    command->entry = mode.table != nullptr ? mode.table->blank : cliEntry{};
+    command->entry.block.kind = mode.ipKind;
     command->policy = {};
     return {context, *command, mode.start, 0};
 }

@@ -45,21 +45,6 @@ const char* addCommunity(cliCommand& c, const cliValue& v, const grammarNode&) {
     p.values[p.valueCount++] = {v.high, v.low};
     return nullptr;
 }
-// (which flag of cliPolicy)
-const char* setCommunityFlag(cliCommand& c, const cliValue&, const grammarNode& n) {
-    cliPolicy& p = c.policy;
-    (n.once == O_LOCAL_AS       ? p.localAs
-     : n.once == O_NO_ADVERTISE ? p.noAdvertise
-     : n.once == O_NO_EXPORT    ? p.noExport
-     : n.once == O_ADDITIVE     ? p.additive
-                                : p.none) = true;
-    return nullptr;
-}
-
-const char* setSelector(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.policy.selector = n.value;
-    return nullptr;
-}
 // High and low part of (extCommType); 6 bytes hold them, and one part has only 2 of these.
 const char* addExtCommunity(cliCommand& c, const cliValue& v, const grammarNode& n) {
     cliPolicy& p = c.policy;
@@ -87,10 +72,8 @@ extern const grammarState sAspathText, sCommunityEntry, sCommunityText, sExtEntr
 
 // --- AS-path lists -----------------------------------------------------------------------------
 
-constexpr grammarNode aspathNodes[] = {
-    kw("permit", "let matching paths pass", sAspathText, setPolicyAction, 0),
-    kw("deny", "drop matching paths", sAspathText, setPolicyAction, 1),
-};
+constexpr auto aspathNodes =
+    verdictNodes("let matching paths pass", "drop matching paths", sAspathText);
 constexpr grammarNode aspathText[] = {
     arg(cliArg::rest, "EXPRESSION", "a regular expression, to the end of the line", sDone,
         setExpression, ASPATH_TEXT_LEN),
@@ -99,10 +82,8 @@ constexpr grammarState sAspathText{aspathText};
 
 // --- communities -------------------------------------------------------------------------------
 
-constexpr grammarNode communityNodes[] = {
-    kw("permit", "let matching routes pass", sCommunityEntry, setPolicyAction, 0),
-    kw("deny", "drop matching routes", sCommunityEntry, setPolicyAction, 1),
-};
+constexpr auto communityNodes =
+    verdictNodes("let matching routes pass", "drop matching routes", sCommunityEntry);
 // A list shows it with a sign.
 constexpr grammarNode communityNumber(uint32_t high, uint32_t when) {
     grammarNode node = number("a community as one number", 1, high, sCommunityValues,
@@ -121,27 +102,28 @@ constexpr grammarNode communityText[] = {
         sizeof commEntryBlock::text),
 };
 constexpr grammarState sCommunityText{communityText};
+template <bool cliPolicy::*flag>
 constexpr grammarNode communityFlag(std::string_view word, const char* help, uint32_t once,
-                                    uint32_t when = 0) {
-    return kw(word, help, sCommunityValues, setCommunityFlag, 0, when, once);
+                                    uint32_t when = 0,
+                                    const grammarState& next = sCommunityValues) {
+    return kw(word, help, next, setPolicy<flag>, true, when, once);
 }
 constexpr grammarNode communityValues[] = {
     arg(cliArg::pair, "AS:N", "a community", sCommunityValues, addCommunity),
     communityNumber(0xFFFFFFFF, F_CLAUSE),
-    communityFlag("no-export", "keep within the confederation", O_NO_EXPORT),
-    communityFlag("no-advertise", "tell no peer", O_NO_ADVERTISE),
-    communityFlag("local-AS", "keep within the AS", O_LOCAL_AS),
-    communityFlag("additive", "add to those that the route has", O_ADDITIVE, F_CLAUSE),
-    communityFlag("none", "remove all", O_NONE, F_CLAUSE),
+    communityFlag<&cliPolicy::noExport>("no-export", "keep within the confederation", O_NO_EXPORT),
+    communityFlag<&cliPolicy::noAdvertise>("no-advertise", "tell no peer", O_NO_ADVERTISE),
+    communityFlag<&cliPolicy::localAs>("local-AS", "keep within the AS", O_LOCAL_AS),
+    communityFlag<&cliPolicy::additive>("additive", "add to those that the route has", O_ADDITIVE,
+                                        F_CLAUSE),
+    communityFlag<&cliPolicy::none>("none", "remove all", O_NONE, F_CLAUSE),
     fin("that is all"),
 };
 
 // --- extended communities ----------------------------------------------------------------------
 
-constexpr grammarNode extNodes[] = {
-    kw("permit", "let matching routes pass", sExtEntry, setPolicyAction, 0),
-    kw("deny", "drop matching routes", sExtEntry, setPolicyAction, 1),
-};
+constexpr auto extNodes =
+    verdictNodes("let matching routes pass", "drop matching routes", sExtEntry);
 constexpr grammarNode extEntry[] = {
     kw("regexp", "a regular expression", sExtText),
 };
@@ -152,8 +134,8 @@ constexpr grammarNode extText[] = {
 };
 constexpr grammarState sExtText{extText};
 constexpr grammarNode extType[] = {
-    kw("rt", "route targets", sExtValues, setSelector, EXTCOMM_RT),
-    kw("soo", "sites of origin", sExtValues, setSelector, EXTCOMM_SOO),
+    kw("rt", "route targets", sExtValues, setPolicy<&cliPolicy::selector>, EXTCOMM_RT),
+    kw("soo", "sites of origin", sExtValues, setPolicy<&cliPolicy::selector>, EXTCOMM_SOO),
     fin("whatever they are", F_NEGATED | F_CLAUSE),
 };
 constexpr grammarNode extValues[] = {
@@ -161,8 +143,8 @@ constexpr grammarNode extValues[] = {
     arg(cliArg::addressPair, "A.B.C.D:N", "address and number", sExtFlags, addExtCommunity,
         EXTCOMM_IPV4),
     kw("as4", "a four-octet AS follows", sExtAs4),
-    kw("additive", "add to those that the route has", sExtValues, setCommunityFlag, 0, F_CLAUSE,
-       O_ADDITIVE),
+    communityFlag<&cliPolicy::additive>("additive", "add to those that the route has", O_ADDITIVE,
+                                        F_CLAUSE, sExtValues),
     fin("that is all"),
 };
 constexpr grammarState sExtValues{extValues};

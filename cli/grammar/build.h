@@ -3,6 +3,9 @@
 // top because they refer to each other; a state that is declared and not defined stops the build.
 #pragma once
 
+#include <array>
+#include <type_traits>
+
 #include "cli/grammar/grammar.h"
 
 // States that more than one file leads to.
@@ -15,22 +18,38 @@ extern const grammarState sInterface, sPrefix4, sPrefix6, sAspath, sCommunity, s
 extern const grammarState sCommunityValues, sExtCommunityType;
 extern const grammarState sTestPrefix4, sTestPrefix6, sTestAspath, sTestCommunity, sTestRouteMap;
 
-const char* setVerb(cliCommand&, const cliValue&, const grammarNode&);  // (cliVerb)
-const char* setNegated(cliCommand&, const cliValue&, const grammarNode&);
-const char* setName(cliCommand&, const cliValue&, const grammarNode&);
-const char* setKind(cliCommand&, const cliValue&, const grammarNode&);  // (the kind)
-const char* setNumber(cliCommand&, const cliValue&,
-                      const grammarNode&);  // (the number, of a keyword)
-// A verb about lists of one kind (cliKind).
-template <cliVerb verb>
-const char* setVerbOf(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.verb = verb;
-    c.kind = n.value;
+// --- actions -------------------------------------------------------------------------------------
+
+// The number that a word stands for: a keyword's own (the node's value), or the argument.
+uint32_t numberOf(const cliValue&, const grammarNode&);
+// The bytes of an address of any kind, as messages carry them; empty for what is none.
+std::span<const uint8_t> valueBytes(const cliValue&, cliArg kind);
+// Sets the first `length` bits.
+void fillMask(std::span<uint8_t> mask, uint32_t length);
+
+// Takes the word's number over into a member of the command, or of a part of it.
+template <auto... members>
+const char* setField(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    auto& field = (c.*....*members);
+    field = static_cast<std::remove_reference_t<decltype(field)>>(numberOf(v, n));
     return nullptr;
 }
-const char* setPolicyAction(cliCommand&, const cliValue&, const grammarNode&);  // (1 deny)
+template <auto member>
+constexpr cliAction setPolicy = setField<&cliCommand::policy, member>;
+constexpr cliAction setKind = setField<&cliCommand::kind>;
+constexpr cliAction setNumber = setField<&cliCommand::number>;
+constexpr cliAction setPolicyAction = setPolicy<&cliPolicy::action>;  // (1 deny)
+
+const char* setVerb(cliCommand&, const cliValue&, const grammarNode&);  // (see verbOf)
+const char* setNegated(cliCommand&, const cliValue&, const grammarNode&);
+const char* setName(cliCommand&, const cliValue&, const grammarNode&);
+const char* setSequence(cliCommand&, const cliValue&, const grammarNode&);
+// A sequence number has been read: where a refusal of it points, and what may follow it.
+void noteSequence(cliCommand&, const cliValue&);
 // Appends to the text in full words: a debug function's arguments, an interface's name.
 const char* addText(cliCommand&, const cliValue&, const grammarNode&);
+
+// --- nodes ---------------------------------------------------------------------------------------
 
 constexpr grammarNode kw(std::string_view word, const char* help, const grammarState& next,
                          cliAction action = nullptr, uint32_t value = 0, uint32_t when = 0,
@@ -47,6 +66,12 @@ constexpr grammarNode whole(std::string_view word, const char* help, const gramm
 constexpr grammarNode verb(std::string_view word, const char* help, const grammarState& next,
                            cliVerb v, uint32_t when = 0) {
     return kw(word, help, next, setVerb, static_cast<uint32_t>(v), when);
+}
+// A verb about lists of one kind. The kind stands behind the verb, which fills a byte.
+constexpr uint32_t VERB_BITS = 8;
+constexpr grammarNode verbOf(std::string_view word, const char* help, const grammarState& next,
+                             cliVerb v, cliKind kind) {
+    return kw(word, help, next, setVerb, static_cast<uint32_t>(v) | kind << VERB_BITS);
 }
 constexpr grammarNode arg(cliArg kind, std::string_view shown, const char* help,
                           const grammarState& next, cliAction action, uint32_t value = 0,
@@ -71,4 +96,23 @@ constexpr grammarNode number(const char* help, uint32_t low, uint32_t high,
 }
 constexpr grammarNode fin(const char* help, uint32_t when = 0) {
     return {cliArg::end, "<cr>", help, nullptr, nullptr, 0, when, 0, 0, 0, 0};
+}
+// What every kind of list begins its lines with: the verdict, the value of which is the action's.
+constexpr std::array<grammarNode, 2> verdictNodes(const char* permitHelp, const char* denyHelp,
+                                                  const grammarState& next,
+                                                  cliAction action = setPolicyAction,
+                                                  uint32_t permit = 0, uint32_t deny = 1) {
+    return {kw("permit", permitHelp, next, action, permit),
+            kw("deny", denyHelp, next, action, deny)};
+}
+// The same where entries have numbers: "seq N" may come first, and behind "no" it is enough.
+constexpr std::array<grammarNode, 4> numberedNodes(const grammarState& seq,
+                                                   const std::array<grammarNode, 2>& verdict) {
+    return {kw("seq", "sequence number", seq, nullptr, 0, F_START), verdict[0], verdict[1],
+            fin("the entry with this number", F_SEQ | F_NEGATED)};
+}
+// The name of a list, on which nothing follows but what `next` allows.
+constexpr grammarNode nameArg(const char* help, const grammarState& next,
+                              cliAction action = setName) {
+    return arg(cliArg::name, "NAME", help, next, action);
 }

@@ -17,32 +17,10 @@ const char* setRouteMap(cliCommand& c, const cliValue& v, const grammarNode& n) 
     c.policy.seq = c.negated ? 0 : RMAP_SEQ_NOT_GIVEN;
     return setName(c, v, n);
 }
-const char* setInstance(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.policy.seq = static_cast<uint32_t>(v.number);
-    c.seqColumn = static_cast<uint32_t>(v.column);
-    return nullptr;
-}
 // Behind "no" an instance of the other action is not the one that was named.
 const char* setInstanceAction(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (c.negated) c.policy.named = n.value == RMAP_DENY ? RMAP_NAMED_DENY : RMAP_NAMED_PERMIT;
     return setPolicyAction(c, v, n);
-}
-const char* setStart(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.policy.start = static_cast<uint32_t>(v.number);
-    return nullptr;
-}
-const char* setStep(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.policy.step = static_cast<uint32_t>(v.number);
-    return nullptr;
-}
-
-const char* setDirection(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.direction = n.value;
-    return nullptr;
-}
-const char* setImplicitPermit(cliCommand& c, const cliValue&, const grammarNode&) {
-    c.implicitPermit = 1;
-    return nullptr;
 }
 
 // A configuration line has 255 characters; what does not fit would be cut there and could not be
@@ -74,8 +52,8 @@ constexpr grammarNode configNodes[] = {
     // Each names its verb at once: a line that goes wrong behind it was still not an entry.
     verb("ip", "IP lists", sIp, cliVerb::list),
     verb("ipv6", "IPv6 lists", sIpv6, cliVerb::list),
-    kw("route-map", "an instance of a route map and its mode", sRouteMapName,
-       setVerbOf<cliVerb::list>, KIND_RMAP),
+    verbOf("route-map", "an instance of a route map and its mode", sRouteMapName, cliVerb::list,
+           KIND_RMAP),
     verb("resequence", "number the entries of a list again", sResequence, cliVerb::resequence,
          F_POSITIVE),
     verb("interface", "an interface and its mode", sInterface, cliVerb::interface, F_POSITIVE),
@@ -87,45 +65,43 @@ constexpr grammarNode configNodes[] = {
 };
 constexpr grammarNode ipNodes[] = {
     verb("access-list", "an access list and its mode", sIpList, cliVerb::list),
-    kw("trace-list", "a denial-of-service filter list and its mode", sListName,
-       setVerbOf<cliVerb::list>, KIND_TRACE),
+    verbOf("trace-list", "a denial-of-service filter list and its mode", sListName, cliVerb::list,
+           KIND_TRACE),
     verb("trace-group", "make a trace list the active filter", sListName, cliVerb::traceGroup),
-    kw("prefix-list", "an IPv4 prefix list and its mode", sListName, setVerbOf<cliVerb::list>,
-       KIND_PREFIX4),
+    verbOf("prefix-list", "an IPv4 prefix list and its mode", sListName, cliVerb::list,
+           KIND_PREFIX4),
     verb("as-path", "AS-path lists", sAsPathLists, cliVerb::list),
-    kw("community-list", "a community list and its mode", sListName, setVerbOf<cliVerb::list>,
-       KIND_COMMUNITY),
-    kw("extcommunity-list", "an extended-community list and its mode", sListName,
-       setVerbOf<cliVerb::list>, KIND_EXTCOMMUNITY),
+    verbOf("community-list", "a community list and its mode", sListName, cliVerb::list,
+           KIND_COMMUNITY),
+    verbOf("extcommunity-list", "an extended-community list and its mode", sListName, cliVerb::list,
+           KIND_EXTCOMMUNITY),
 };
 constexpr grammarState sIp{ipNodes};
 constexpr grammarNode asPathNodes[] = {
-    kw("access-list", "an AS-path access list and its mode", sListName, setVerbOf<cliVerb::list>,
-       KIND_ASPATH),
+    verbOf("access-list", "an AS-path access list and its mode", sListName, cliVerb::list,
+           KIND_ASPATH),
 };
 constexpr grammarState sAsPathLists{asPathNodes};
 constexpr grammarNode ipv6Nodes[] = {
-    kw("prefix-list", "an IPv6 prefix list and its mode", sListName, setVerbOf<cliVerb::list>,
-       KIND_PREFIX6),
+    verbOf("prefix-list", "an IPv6 prefix list and its mode", sListName, cliVerb::list,
+           KIND_PREFIX6),
 };
 constexpr grammarState sIpv6{ipv6Nodes};
 constexpr grammarNode routeMapNodes[] = {
-    arg(cliArg::name, "NAME", "the map", sInstance, setRouteMap),
+    nameArg("the map", sInstance, setRouteMap),
 };
 constexpr grammarState sRouteMapName{routeMapNodes};
-constexpr grammarNode instanceNodes[] = {
-    kw("permit", "matching routes pass", sNamedSeq, setInstanceAction, RMAP_PERMIT),
-    kw("deny", "matching routes are dropped", sNamedSeq, setInstanceAction, RMAP_DENY),
-};
+constexpr auto instanceNodes = verdictNodes("matching routes pass", "matching routes are dropped",
+                                            sNamedSeq, setInstanceAction, RMAP_PERMIT, RMAP_DENY);
 constexpr grammarState sInstance{instanceNodes, &sInstanceSeq};
 constexpr grammarNode instanceSeqNodes[] = {
-    number("number of the instance", 1, 0x7FFFFFFF, sDone, setInstance),
+    number("number of the instance", 1, 0x7FFFFFFF, sDone, setSequence),
     fin("its only instance, or 10; all behind \"no\""),
 };
 constexpr grammarState sInstanceSeq{instanceSeqNodes};
 // "no" and an action take an instance of that action, never the whole map.
 constexpr grammarNode namedSeqNodes[] = {
-    number("number of the instance", 1, 0x7FFFFFFF, sDone, setInstance),
+    number("number of the instance", 1, 0x7FFFFFFF, sDone, setSequence),
     fin("its only instance, or 10", F_POSITIVE),
 };
 constexpr grammarState sNamedSeq{namedSeqNodes};
@@ -140,15 +116,16 @@ constexpr grammarNode resequenceFamilyNodes[] = {
 };
 constexpr grammarState sResequenceFamily{resequenceFamilyNodes, &sResequenceName};
 constexpr grammarNode resequenceNameNodes[] = {
-    arg(cliArg::name, "NAME", "the list", sResequenceStart, setName),
+    nameArg("the list", sResequenceStart),
 };
 constexpr grammarState sResequenceName{resequenceNameNodes};
 constexpr grammarNode resequenceStartNodes[] = {
-    number("number of the first entry", 1, PREFIX_SEQ_MAX, sResequenceStep, setStart),
+    number("number of the first entry", 1, PREFIX_SEQ_MAX, sResequenceStep,
+           setPolicy<&cliPolicy::start>),
 };
 constexpr grammarState sResequenceStart{resequenceStartNodes};
 constexpr grammarNode resequenceStepNodes[] = {
-    number("from one entry to the next", 1, PREFIX_SEQ_MAX, sDone, setStep),
+    number("from one entry to the next", 1, PREFIX_SEQ_MAX, sDone, setPolicy<&cliPolicy::step>),
 };
 constexpr grammarState sResequenceStep{resequenceStepNodes};
 constexpr grammarNode ipListNodes[] = {
@@ -158,7 +135,7 @@ constexpr grammarNode ipListNodes[] = {
 };
 constexpr grammarState sIpList{ipListNodes};
 constexpr grammarNode listNameNodes[] = {
-    arg(cliArg::name, "NAME", "list name, at most 140 characters", sDone, setName),
+    nameArg("list name, at most 140 characters", sDone),
 };
 constexpr grammarNode accessListNodes[] = {
     kw("inverse-mask", "show masks as they are, not as wildcards", sDone),
@@ -183,17 +160,17 @@ constexpr grammarNode bindingIpNodes[] = {
 };
 constexpr grammarState sBindingIp{bindingIpNodes, &sIp};
 constexpr grammarNode bindingNameNodes[] = {
-    arg(cliArg::name, "NAME", "list name, at most 140 characters", sBindingDirection, setName),
+    nameArg("list name, at most 140 characters", sBindingDirection),
 };
 constexpr grammarState sBindingName{bindingNameNodes};
 constexpr grammarNode bindingDirectionNodes[] = {
-    kw("in", "packets that come in", sBindingOptions, setDirection, 0),
-    kw("out", "packets that go out", sBindingOptions, setDirection, 1),
+    kw("in", "packets that come in", sBindingOptions, setField<&cliCommand::direction>, 0),
+    kw("out", "packets that go out", sBindingOptions, setField<&cliCommand::direction>, 1),
 };
 constexpr grammarState sBindingDirection{bindingDirectionNodes};
 constexpr grammarNode bindingOptionsNodes[] = {
-    kw("implicit-permit", "what no entry matches passes", sBindingOptions, setImplicitPermit, 0,
-       F_POSITIVE, O_IMPLICIT_PERMIT),
+    kw("implicit-permit", "what no entry matches passes", sBindingOptions,
+       setField<&cliCommand::implicitPermit>, 1, F_POSITIVE, O_IMPLICIT_PERMIT),
     kw("Vlan", "only packets of these VLANs", sBindingVlans, nullptr, 0, F_POSITIVE, O_VLANS),
     fin("bind, or with \"no\" unbind, the list"),
 };

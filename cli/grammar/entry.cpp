@@ -1,10 +1,15 @@
 // The entry lines of access lists and trace lists.
 #include <array>
 
+#include "cli/entry.h"
 #include "cli/grammar/build.h"
 #include "include/icmpNames.h"
 
 namespace {
+
+using W = entryWord;
+
+constexpr uint32_t ETHER_TYPE_ARP = 0x806;  // an ARP rule without an ether-type would print as IP
 
 // Options that a line has at most once. The low bits are those of the TCP flags.
 enum : uint32_t {
@@ -31,86 +36,96 @@ extern const grammarState sProtocol, sIcmp, sIcmpCode, sOptions, sOptionDscp, sO
 constexpr std::array<grammarNode, 4> addressNodes(uint32_t side, const grammarState& host,
                                                   const grammarState& mask,
                                                   const grammarState& next) {
-    return {
-        kw("any", "any address", next), kw("host", "one address", host),
-        arg(cliArg::prefix, "A.B.C.D/LEN", "address and prefix length", next, entryPrefix, side),
-        arg(cliArg::address, "A.B.C.D", "address, a mask follows", mask, entryAddress, side)};
+    return {kw("any", "any address", next), kw("host", "one address", host),
+            arg(cliArg::prefix, "A.B.C.D/LEN", "address and prefix length", next, entryPut,
+                entryValue(W::prefix, side)),
+            arg(cliArg::address, "A.B.C.D", "address, a mask follows", mask, entryPut,
+                entryValue(W::address, side))};
 }
 constexpr grammarNode hostNode(uint32_t side, const grammarState& next) {
-    return arg(cliArg::address, "A.B.C.D", "the address", next, entryHost, side);
+    return arg(cliArg::address, "A.B.C.D", "the address", next, entryPut,
+               entryValue(W::host, side));
 }
 constexpr grammarNode maskNode(uint32_t side, const grammarState& next) {
-    return arg(cliArg::address, "A.B.C.D", "wildcard, or mask in inverse-mask mode", next,
-               entryMask, side);
+    return arg(cliArg::address, "A.B.C.D", "wildcard, or mask in inverse-mask mode", next, entryPut,
+               entryValue(W::mask, side));
 }
 constexpr std::array<grammarNode, 5> portNodes(uint32_t side, const grammarState& one,
                                                const grammarState& low) {
-    auto op = [side](ipPortOperator code) { return side << 8 | code; };
-    return {kw("eq", "port equal to", one, entryPortOperator, op(PORT_EQ)),
-            kw("gt", "port above", one, entryPortOperator, op(PORT_GT)),
-            kw("lt", "port below", one, entryPortOperator, op(PORT_LT)),
-            kw("neq", "port not equal to", one, entryPortOperator, op(PORT_NEQ)),
-            kw("range", "ports from, to", low, entryPortOperator, op(PORT_RANGE))};
+    auto op = [side](ipPortOperator code) { return entryValue(W::portOperator, side, code); };
+    return {kw("eq", "port equal to", one, entryPut, op(PORT_EQ)),
+            kw("gt", "port above", one, entryPut, op(PORT_GT)),
+            kw("lt", "port below", one, entryPut, op(PORT_LT)),
+            kw("neq", "port not equal to", one, entryPut, op(PORT_NEQ)),
+            kw("range", "ports from, to", low, entryPut, op(PORT_RANGE))};
 }
 constexpr std::array<grammarNode, 2> macNodes(uint32_t side, const grammarState& mask,
                                               const grammarState& next) {
-    return {
-        kw("any", "any MAC address", next, entryMacAny, side),
-        arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "MAC address, a mask follows", mask, entryMac, side)};
+    return {kw("any", "any MAC address", next),
+            arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "MAC address, a mask follows", mask, entryPut,
+                entryValue(W::mac, side))};
 }
 constexpr grammarNode macMaskNode(uint32_t side, const grammarState& next) {
-    return arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "bits set are not compared", next, entryMacMask,
-               side);
+    return arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "bits set are not compared", next, entryPut,
+               entryValue(W::macMask, side));
 }
 
 template <const grammarState& seq, const grammarState& next>
-constexpr std::array<grammarNode, 4> listNodes = {
-    kw("seq", "sequence number", seq, nullptr, 0, F_START),
-    kw("permit", "let matching packets pass", next, entryAction, IP_PERMIT),
-    kw("deny", "drop matching packets", next, entryAction, IP_DENY),
-    fin("the entry with this number", F_SEQ | F_NEGATED),
-};
+constexpr auto listNodes = numberedNodes(seq,
+                                         verdictNodes("let matching packets pass",
+                                                      "drop matching packets", next, entryPut,
+                                                      entryValue(W::action, ENTRY_SRC, IP_PERMIT),
+                                                      entryValue(W::action, ENTRY_SRC, IP_DENY)));
 template <const grammarState& next>
 constexpr grammarNode seqNode[] = {
-    arg(cliArg::sequence, "<0-4294967290>", "sequence number", next, entrySequence),
+    arg(cliArg::sequence, "<0-4294967290>", "sequence number", next, entrySequence,
+        entryValue(W::sequence)),
 };
 
+constexpr uint32_t protocolOf(uint32_t number) {
+    return entryValue(W::protocol, ENTRY_SRC, number);
+}
 constexpr grammarNode protocolNodes[] = {
-    kw("tcp", "TCP", sSrc, entryProtocol, IP_PROTO_TCP),
-    kw("udp", "UDP", sSrc, entryProtocol, IP_PROTO_UDP),
-    kw("ip", "every protocol", sSrc, entryProtocol, IP_PROTO_ANY),
-    kw("icmp", "ICMP", sSrc, entryProtocol, IP_PROTO_ICMP),
-    kw("arp", "ARP packets of a VLAN", sArpMac, entryArp, 0, F_LAYER2),
+    kw("tcp", "TCP", sSrc, entryProtocol, protocolOf(IP_PROTO_TCP)),
+    kw("udp", "UDP", sSrc, entryProtocol, protocolOf(IP_PROTO_UDP)),
+    kw("ip", "every protocol", sSrc, entryProtocol, protocolOf(IP_PROTO_ANY)),
+    kw("icmp", "ICMP", sSrc, entryProtocol, protocolOf(IP_PROTO_ICMP)),
+    kw("arp", "ARP packets of a VLAN", sArpMac, entryFrame,
+       entryValue(W::arp, ENTRY_SRC, ETHER_TYPE_ARP), F_LAYER2),
     kw("ether-type", "frames of an ether-type", sEtherType, nullptr, 0, F_LAYER2),
-    number("protocol number", 0, 255, sSrc, entryProtocolNumber),
+    number("protocol number", 0, 255, sSrc, entryProtocol, protocolOf(0)),
 };
 constexpr grammarState sProtocol{protocolNodes};
 
 template <const grammarState& next, uint32_t side>
-constexpr grammarNode portNode[] = {number("port", 0, 65535, next, entryPortLow, side)};
+constexpr grammarNode portNode[] = {
+    number("port", 0, 65535, next, entryPut, entryValue(W::port, side))};
 template <const grammarState& next, uint32_t side>
-constexpr grammarNode portHighNode[] = {number("last port", 0, 65535, next, entryPortHigh, side)};
+constexpr grammarNode portHighNode[] = {
+    number("last port", 0, 65535, next, entryLastPort, entryValue(W::lastPort, side))};
 
 constexpr size_t ICMP_NAMES = std::size(icmpNameTable);
 constexpr std::array<grammarNode, ICMP_NAMES + 1> makeIcmpNodes() {
     std::array<grammarNode, ICMP_NAMES + 1> nodes{};
     for (uint32_t i = 0; i < ICMP_NAMES; i++)
         nodes[i] = kw(icmpNameTable[i].word, "ICMP message", sOptions, entryIcmpName, i, 0, O_ICMP);
-    nodes[ICMP_NAMES] = number("ICMP type", 0, 255, sIcmpCode, entryIcmpType);
+    nodes[ICMP_NAMES] = number("ICMP type", 0, 255, sIcmpCode, entryPut, entryValue(W::icmpType));
     nodes[ICMP_NAMES].once = O_ICMP;
     return nodes;
 }
 constexpr auto icmpNodes = makeIcmpNodes();
 constexpr grammarState sIcmp{icmpNodes, nullptr, F_ICMP};
-constexpr grammarNode icmpCodeNodes[] = {number("ICMP code", 0, 255, sOptions, entryIcmpCode)};
+constexpr grammarNode icmpCodeNodes[] = {
+    number("ICMP code", 0, 255, sOptions, entryPut, entryValue(W::icmpCode))};
 constexpr grammarState sIcmpCode{icmpCodeNodes, &sOptions};
 
 // Any order is taken; this is the order in which the configuration shows them.
 constexpr auto flagNodes = [] {
     std::array<grammarNode, std::size(tcpFlagTable)> nodes{};
     for (size_t i = 0; i < nodes.size(); i++)
-        nodes[i] = kw(tcpFlagTable[i].word, "TCP flag", sOptions, entryTcpFlag, tcpFlagTable[i].bit,
-                      F_TCP, tcpFlagTable[i].bit);
+        nodes[i] =
+            kw(tcpFlagTable[i].word, "TCP flag", sOptions, entryPut,
+               entryValue(W::tcpFlag, ENTRY_SRC, tcpFlagTable[i].bit), F_TCP, tcpFlagTable[i].bit);
     return nodes;
 }();
 constexpr auto optionNodes = [] {
@@ -120,13 +135,16 @@ constexpr auto optionNodes = [] {
     constexpr grammarNode back[] = {
         kw("precedence", "IP precedence", sOptionPrecedence, nullptr, 0, F_EXT, O_PRECEDENCE),
         kw("tos", "type of service", sOptionTos, nullptr, 0, F_EXT, O_TOS),
-        kw("fragments", "later fragments only", sOptions, entryFragments, 0, F_NET, O_FRAGMENTS),
-        kw("log", "log matching packets", sOptions, entryLog, 0, 0, O_LOG),
-        kw("count", "count packets", sOptions, entryCounter, IP_COUNT, 0, O_COUNT),
-        kw("bytes", "count bytes", sOptions, entryCounter, IP_BYTES, 0, O_BYTES),
+        kw("fragments", "later fragments only", sOptions, entryPut, entryValue(W::fragments), F_NET,
+           O_FRAGMENTS),
+        kw("log", "log matching packets", sOptions, entryPut, entryValue(W::log), 0, O_LOG),
+        kw("count", "count packets", sOptions, entryPut, entryValue(W::count, ENTRY_SRC, IP_COUNT),
+           0, O_COUNT),
+        kw("bytes", "count bytes", sOptions, entryPut, entryValue(W::bytes, ENTRY_SRC, IP_BYTES), 0,
+           O_BYTES),
         kw("order", "priority among lists", sOptionOrder, nullptr, 0, F_LIST, O_ORDER),
-        kw("monitor", "copy matching packets to the monitor", sOptions, entryMonitor, 0, F_LIST,
-           O_MONITOR),
+        kw("monitor", "copy matching packets to the monitor", sOptions, entryPut,
+           entryValue(W::monitor), F_LIST, O_MONITOR),
         fin("the entry is complete"),
     };
     std::array<grammarNode, std::size(front) + flagNodes.size() + std::size(back)> nodes{};
@@ -138,32 +156,37 @@ constexpr auto optionNodes = [] {
 }();
 constexpr grammarState sOptions{optionNodes, &sIcmp};
 constexpr uint32_t ANY_WORD = 0xFFFFFFFE;  // 0xFFFFFFFF stands for "not given"
-constexpr grammarNode dscpNodes[] = {number("DSCP", 0, 63, sOptions, entryDscp, 0, 254)};
+constexpr grammarNode dscpNodes[] = {
+    number("DSCP", 0, 63, sOptions, entryPut, entryValue(W::dscp), 254)};
 constexpr grammarState sOptionDscp{dscpNodes};
 constexpr grammarNode precedenceNodes[] = {
-    number("precedence", 0, 7, sOptions, entryPrecedence, 0, ANY_WORD),
+    number("precedence", 0, 7, sOptions, entryPut, entryValue(W::precedence), ANY_WORD),
 };
 constexpr grammarState sOptionPrecedence{precedenceNodes};
-constexpr grammarNode tosNodes[] = {number("TOS", 0, 15, sOptions, entryTos, 0, ANY_WORD)};
+constexpr grammarNode tosNodes[] = {
+    number("TOS", 0, 15, sOptions, entryPut, entryValue(W::tos), ANY_WORD)};
 constexpr grammarState sOptionTos{tosNodes};
-constexpr grammarNode orderNodes[] = {number("order", 0, 254, sOptions, entryOrder)};
+constexpr grammarNode orderNodes[] = {
+    number("order", 0, 254, sOptions, entryPut, entryValue(W::order))};
 constexpr grammarState sOptionOrder{orderNodes};
 
 // Layer 2: "arp MAC VLAN id [opcode n] ADDRESS" and "ether-type hex MAC VLAN id MAC".
 template <const grammarState& next>
 constexpr grammarNode vlanWord[] = {kw("VLAN", "VLAN of the packet", next)};
 template <const grammarState& next>
-constexpr grammarNode vlanNode[] = {number("VLAN id", 0, 4095, next, entryVlan, 0, ANY_WORD)};
+constexpr grammarNode vlanNode[] = {
+    number("VLAN id", 0, 4095, next, entryPut, entryValue(W::vlan), ANY_WORD)};
 constexpr grammarNode opcodeNodes[] = {
     kw("opcode", "ARP operation", sArpOpcodeValue),
 };
 constexpr grammarState sArpOpcode{opcodeNodes, &sArpIp};
 constexpr grammarNode opcodeValueNodes[] = {
-    number("ARP opcode", 1, 65535, sArpIp, entryOpcode, 0, ANY_WORD),
+    number("ARP opcode", 1, 65535, sArpIp, entryPut, entryValue(W::opcode), ANY_WORD),
 };
 constexpr grammarState sArpOpcodeValue{opcodeValueNodes};
 constexpr grammarNode etherTypeNodes[] = {
-    {cliArg::hex, "HEX", "ether-type", &sEtherSrc, entryEtherType, 0, 0, 0, 1, 0xFFFF, ANY_WORD},
+    {cliArg::hex, "HEX", "ether-type", &sEtherSrc, entryFrame, entryValue(W::etherType), 0, 0, 1,
+     0xFFFF, ANY_WORD},
 };
 constexpr grammarState sEtherType{etherTypeNodes};
 

@@ -5,11 +5,6 @@
 
 namespace {
 
-const char* setDetail(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.policy.detail = n.value;
-    return nullptr;
-}
-
 extern const grammarState sShow, sShowConfiguration, sClearConfiguration, sClearUnresolved,
     sShowIpv6, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6, sShowIp, sShowLists, sShowList,
     sShowCard, sShowCardWhat, sShowCardLists, sChassis, sChassisCard, sChassisEvent,
@@ -33,7 +28,7 @@ constexpr grammarNode showNodes[] = {
     kw("configuration", "lines of the configuration", sShowConfiguration),
     kw("ip", "IP lists", sShowIp),
     kw("ipv6", "IPv6 lists", sShowIpv6),
-    kw("route-maps", "route maps", sShowMaps, setVerbOf<cliVerb::showLists>, KIND_RMAP),
+    verbOf("route-maps", "route maps", sShowMaps, cliVerb::showLists, KIND_RMAP),
     verb("clients", "how the clients of lists were told of changes", sDone, cliVerb::showClients),
     verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
     verb("system", "state and counters of the manager", sDone, cliVerb::showSystem),
@@ -50,37 +45,36 @@ constexpr grammarState sShowConfiguration{showConfigurationNodes};
 constexpr grammarNode showIpNodes[] = {
     verb("access-lists", "entries of access lists", sShowLists, cliVerb::showLists),
     verb("access-group", "which lists are bound where", sDone, cliVerb::showAccessGroups),
-    kw("prefix-lists", "IPv4 prefix lists", sShowPrefix, setVerbOf<cliVerb::showLists>,
-       KIND_PREFIX4),
-    kw("as-path-access-lists", "AS-path access lists", sShowPolicy, setVerbOf<cliVerb::showLists>,
-       KIND_ASPATH),
-    kw("community-lists", "community lists", sShowPolicy, setVerbOf<cliVerb::showLists>,
-       KIND_COMMUNITY),
-    kw("extcommunity-lists", "extended-community lists", sShowPolicy, setVerbOf<cliVerb::showLists>,
-       KIND_EXTCOMMUNITY),
+    verbOf("prefix-lists", "IPv4 prefix lists", sShowPrefix, cliVerb::showLists, KIND_PREFIX4),
+    verbOf("as-path-access-lists", "AS-path access lists", sShowPolicy, cliVerb::showLists,
+           KIND_ASPATH),
+    verbOf("community-lists", "community lists", sShowPolicy, cliVerb::showLists, KIND_COMMUNITY),
+    verbOf("extcommunity-lists", "extended-community lists", sShowPolicy, cliVerb::showLists,
+           KIND_EXTCOMMUNITY),
 };
 constexpr grammarNode showIpv6Nodes[] = {
-    kw("prefix-lists", "IPv6 prefix lists", sShowPrefix, setVerbOf<cliVerb::showLists>,
-       KIND_PREFIX6),
+    verbOf("prefix-lists", "IPv6 prefix lists", sShowPrefix, cliVerb::showLists, KIND_PREFIX6),
 };
 constexpr grammarState sShowIpv6{showIpv6Nodes};
 constexpr grammarNode showPolicyNodes[] = {
-    arg(cliArg::name, "NAME", "of this name", sDone, setName),
+    nameArg("of this name", sDone),
     fin("all"),
 };
 constexpr grammarState sShowPolicy{showPolicyNodes};
 constexpr grammarNode showPrefixNodes[] = {
-    whole("detail", "with the list that was changed last", sShowPolicy, setDetail, POLICY_DETAIL),
-    whole("summary", "without the entries", sShowPolicy, setDetail, POLICY_SUMMARY),
+    whole("detail", "with the list that was changed last", sShowPolicy,
+          setPolicy<&cliPolicy::detail>, POLICY_DETAIL),
+    whole("summary", "without the entries", sShowPolicy, setPolicy<&cliPolicy::detail>,
+          POLICY_SUMMARY),
 };
 constexpr grammarState sShowPrefix{showPrefixNodes, &sShowPolicy};
 constexpr grammarNode showMapsNodes[] = {
-    whole("config", "as configured", sShowPolicy, setDetail, POLICY_DETAIL),
+    whole("config", "as configured", sShowPolicy, setPolicy<&cliPolicy::detail>, POLICY_DETAIL),
 };
 constexpr grammarState sShowMaps{showMapsNodes, &sShowPolicy};
 constexpr grammarState sShowIp{showIpNodes};
 constexpr grammarNode showListsNodes[] = {
-    arg(cliArg::name, "NAME", "one list", sShowList, setName),
+    nameArg("one list", sShowList),
     fin("all lists"),
 };
 constexpr grammarState sShowLists{showListsNodes};
@@ -102,7 +96,7 @@ constexpr grammarNode showCardWhatNodes[] = {
 };
 constexpr grammarState sShowCardWhat{showCardWhatNodes};
 constexpr grammarNode showCardListsNodes[] = {
-    arg(cliArg::name, "NAME", "the installed entries of one list", sDone, setName),
+    nameArg("the installed entries of one list", sDone),
     fin("all lists"),
 };
 constexpr grammarState sShowCardLists{showCardListsNodes};
@@ -135,7 +129,7 @@ constexpr grammarNode clientKindNodes[] = {
 };
 constexpr grammarState sClientKind{clientKindNodes};
 constexpr grammarNode clientNameNodes[] = {
-    arg(cliArg::name, "NAME", "the list, defined or not", sDone, setName),
+    nameArg("the list, defined or not", sDone),
 };
 constexpr grammarState sClientName{clientNameNodes};
 constexpr grammarNode behaveTaskNodes[] = {
@@ -176,12 +170,12 @@ constexpr grammarNode clearUnresolvedNodes[] = {
 constexpr grammarState sClearUnresolved{clearUnresolvedNodes};
 constexpr grammarNode clearIpNodes[] = {
     kw("access-lists", "access lists", sClearLists),
-    kw("prefix-lists", "hit counts of IPv4 prefix lists", sClearCounters,
-       setVerbOf<cliVerb::clearCounters>, KIND_PREFIX4),
+    verbOf("prefix-lists", "hit counts of IPv4 prefix lists", sClearCounters,
+           cliVerb::clearCounters, KIND_PREFIX4),
 };
 constexpr grammarNode clearIpv6Nodes[] = {
-    kw("prefix-lists", "hit counts of IPv6 prefix lists", sClearCounters,
-       setVerbOf<cliVerb::clearCounters>, KIND_PREFIX6),
+    verbOf("prefix-lists", "hit counts of IPv6 prefix lists", sClearCounters,
+           cliVerb::clearCounters, KIND_PREFIX6),
 };
 constexpr grammarState sClearIpv6{clearIpv6Nodes};
 constexpr grammarState sClearIp{clearIpNodes};
@@ -190,7 +184,7 @@ constexpr grammarNode clearListsNodes[] = {
 };
 constexpr grammarState sClearLists{clearListsNodes};
 constexpr grammarNode clearCountersNodes[] = {
-    arg(cliArg::name, "NAME", "of one list", sDone, setName),
+    nameArg("of one list", sDone),
     fin("of all lists"),
 };
 constexpr grammarState sClearCounters{clearCountersNodes};

@@ -2,8 +2,48 @@
 #include "cli/grammar/build.h"
 #include "cli/kinds.h"
 
+uint32_t numberOf(const cliValue& v, const grammarNode& n) {
+    switch (n.kind) {
+        case cliArg::word:
+            return n.value;
+        case cliArg::address:
+            return v.address;
+        case cliArg::as:
+            return v.low;
+        default:
+            return static_cast<uint32_t>(v.number);
+    }
+}
+
+std::span<const uint8_t> valueBytes(const cliValue& v, cliArg kind) {
+    switch (kind) {
+        case cliArg::address:
+        case cliArg::prefix:
+            return v.address.b;
+        case cliArg::address6:
+        case cliArg::prefix6:
+            return v.address6;
+        case cliArg::mac:
+            return v.mac;
+        default:
+            return {};
+    }
+}
+
+void fillMask(std::span<uint8_t> mask, uint32_t length) {
+    for (uint32_t i = 0; i < length; i++)
+        mask[i / 8] = static_cast<uint8_t>(mask[i / 8] | 0x80 >> i % 8);
+}
+
+void noteSequence(cliCommand& c, const cliValue& v) {
+    c.seqColumn = static_cast<uint32_t>(v.column);
+    c.features = (c.features & ~uint32_t{F_START}) | F_SEQ;
+}
+
 const char* setVerb(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.verb = static_cast<cliVerb>(n.value);
+    constexpr uint32_t mask = (1u << VERB_BITS) - 1;
+    c.verb = static_cast<cliVerb>(n.value & mask);
+    c.kind = n.value >> VERB_BITS;
     return nullptr;
 }
 const char* setNegated(cliCommand& c, const cliValue&, const grammarNode&) {
@@ -15,17 +55,9 @@ const char* setName(cliCommand& c, const cliValue& v, const grammarNode&) {
     c.name = v.word;
     return nullptr;
 }
-const char* setKind(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.kind = n.value;
-    return nullptr;
-}
-const char* setNumber(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    c.number = n.kind == cliArg::word ? n.value : static_cast<uint32_t>(v.number);
-    return nullptr;
-}
-const char* setPolicyAction(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.policy.action = n.value;
-    return nullptr;
+const char* setSequence(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    noteSequence(c, v);
+    return setPolicy<&cliPolicy::seq>(c, v, n);
 }
 // The argument line of a debug function or an interface's name, in full words.
 const char* addText(cliCommand& c, const cliValue& v, const grammarNode& n) {

@@ -108,6 +108,13 @@ struct cliPolicy {
     uint32_t detail;
 };
 
+// What an entry line of an access list says: the option words beside its block, and the block.
+struct cliEntry {
+    be32 log, monitor;
+    ipEntryBlock block;
+};
+struct entryTable;  // cli/entry.h
+
 // A line, read. Views point into the line.
 struct cliCommand {
     cliVerb verb;
@@ -122,12 +129,12 @@ struct cliCommand {
     uint32_t number;       // slot, CARD_CONTROL_PLANE, or route processor
     uint32_t direction;    // of a binding: 0 in, 1 out
     uint32_t implicitPermit;
-    std::string_view vlans;  // of a binding; empty: not given
-    std::string_view name;   // list name, or name of a debug function
-    std::string text;        // argument line of a debug function, words separated by one blank;
-                             // name of an interface; expression of a routing-policy entry
-    uint32_t log, monitor;   // option words beside the block
-    ipEntryBlock block;
+    std::string_view vlans;   // of a binding; empty: not given
+    std::string_view name;    // list name, or name of a debug function
+    std::string text;         // argument line of a debug function, words separated by one blank;
+                              // name of an interface; expression of a routing-policy entry
+    const entryTable* table;  // of the entries of the list whose mode it is
+    cliEntry entry;
     cliPolicy policy;
 };
 constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
@@ -139,7 +146,8 @@ struct cliValue {
     std::string_view word;
     size_t column;
     uint64_t number;
-    uint32_t address, length;
+    be32 address;
+    uint32_t length;
     uint8_t mac[6];
     uint8_t address6[16];
     uint32_t high, low;
@@ -180,6 +188,7 @@ enum cliFeature : uint32_t {
     F_TCP = 1u << 10,
     F_ICMP = 1u << 11,
     F_CLAUSE = 1u << 12,  // the clauses of a route map
+    F_FRAME = 1u << 13,   // an ARP or ether-type rule, below IP
 };
 
 struct grammarNode;
@@ -215,6 +224,7 @@ struct grammarMode {
     uint32_t features;  // beside those that every line begins with
     uint32_t ipKind;    // of an IP list's entries
     const char* prompt;
+    const entryTable* table = nullptr;  // of its entries, where they have one
 };
 const grammarMode& grammarModeOf(cliMode mode);
 // Of a list's mode; 0 of the others.
@@ -227,40 +237,3 @@ constexpr cliMode modeOfKind(uint32_t kind) {
     return static_cast<cliMode>(kind + static_cast<uint32_t>(cliMode::standard));
 }
 static_assert(modeOfKind(KIND_RMAP) == cliMode::routeMap);
-
-// Actions that fill the entry block (entry.cpp). `value` of the node in parentheses.
-constexpr uint32_t ENTRY_SRC = 0, ENTRY_DST = 1;
-const char* entrySequence(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryAction(cliCommand&, const cliValue&, const grammarNode&);    // (ipAction)
-const char* entryProtocol(cliCommand&, const cliValue&, const grammarNode&);  // (ipProtocol)
-const char* entryProtocolNumber(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryAddress(cliCommand&, const cliValue&, const grammarNode&);  // (side)
-const char* entryHost(cliCommand&, const cliValue&, const grammarNode&);     // (side)
-const char* entryPrefix(cliCommand&, const cliValue&, const grammarNode&);   // (side)
-const char* entryMask(cliCommand&, const cliValue&, const grammarNode&);     // (side)
-const char* entryPortOperator(cliCommand&, const cliValue&,
-                              const grammarNode&);                            // (side << 8 | op)
-const char* entryPortLow(cliCommand&, const cliValue&, const grammarNode&);   // (side)
-const char* entryPortHigh(cliCommand&, const cliValue&, const grammarNode&);  // (side)
-const char* entryTcpFlag(cliCommand&, const cliValue&, const grammarNode&);   // (flag bit)
-const char* entryIcmpName(cliCommand&, const cliValue&, const grammarNode&);  // (icmpNameTable row)
-const char* entryIcmpType(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryIcmpCode(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryDscp(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryPrecedence(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryTos(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryFragments(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryLog(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryCounter(cliCommand&, const cliValue&, const grammarNode&);  // (ipCounterOption)
-const char* entryOrder(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryMonitor(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryArp(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryEtherType(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryMacAny(cliCommand&, const cliValue&, const grammarNode&);   // (side)
-const char* entryMac(cliCommand&, const cliValue&, const grammarNode&);      // (side)
-const char* entryMacMask(cliCommand&, const cliValue&, const grammarNode&);  // (side)
-const char* entryVlan(cliCommand&, const cliValue&, const grammarNode&);
-const char* entryOpcode(cliCommand&, const cliValue&, const grammarNode&);
-
-// The block of a rule in which nothing is given yet.
-ipEntryBlock entryBlank(uint32_t kind);

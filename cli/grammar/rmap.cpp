@@ -9,41 +9,25 @@
 
 namespace {
 
-const char* setClause(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.policy.code = n.value;
-    return nullptr;
-}
+constexpr cliAction setClause = setPolicy<&cliPolicy::code>;
+constexpr cliAction setValue = setPolicy<&cliPolicy::value>;
+
 const char* setListName(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (n.value != 0) c.policy.code = n.value;  // (the code of the list's other form)
     return setName(c, v, n);
-}
-const char* setValue(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    c.policy.value = n.kind == cliArg::word ? n.value : static_cast<uint32_t>(v.number);
-    return nullptr;
 }
 const char* setAsPathValue(cliCommand& c, const cliValue& v, const grammarNode& n) {
     c.policy.code = RTMAP_SET_ASP;
     return setValue(c, v, n);
 }
-const char* setAddressValue(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.policy.value = v.address;
-    return nullptr;
-}
 const char* setNextHop6(cliCommand& c, const cliValue& v, const grammarNode&) {
     std::memcpy(c.policy.address, v.address6, sizeof v.address6);
     return nullptr;
 }
-const char* setOperator(cliCommand& c, const cliValue&, const grammarNode& n) {
-    c.policy.subValue = n.value;
-    return nullptr;
-}
-const char* addAs(cliCommand& c, const cliValue& v, const grammarNode&) {
+// An AS number of a path, or one of the four numbers of dampening, which the grammar counts.
+const char* addNumber(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (c.policy.numberCount == RMAP_PREPENDS) return "At most 8 AS numbers can be prepended";
-    c.policy.numbers[c.policy.numberCount++] = v.low;
-    return nullptr;
-}
-const char* addNumber(cliCommand& c, const cliValue& v, const grammarNode&) {
-    c.policy.numbers[c.policy.numberCount++] = static_cast<uint32_t>(v.number);
+    c.policy.numbers[c.policy.numberCount++] = numberOf(v, n);
     return nullptr;
 }
 
@@ -56,7 +40,7 @@ extern const grammarState sName, sExactName, sExact, sDeleteName, sDelete, sNumb
     sExternal, sOrigin, sLevel, sMetricType, sDampening2, sDampening3, sDampening4, sDampening;
 
 constexpr grammarNode nameNodes[] = {
-    arg(cliArg::name, "NAME", "the list", sDone, setListName),
+    nameArg("the list", sDone, setListName),
 };
 constexpr grammarState sName{nameNodes};
 const char* setTypedList(cliCommand& c, const cliValue& v, const grammarNode& n) {
@@ -65,7 +49,7 @@ const char* setTypedList(cliCommand& c, const cliValue& v, const grammarNode& n)
 }
 // A list may be called "prefix-list" or "access-list" itself: then nothing follows the word.
 constexpr grammarNode accessNameNodes[] = {
-    arg(cliArg::name, "NAME", "the access list", sDone, setTypedList),
+    nameArg("the access list", sDone, setTypedList),
     fin("a list called access-list"),
 };
 constexpr grammarState sAccessName{accessNameNodes};
@@ -80,13 +64,13 @@ template <uint32_t prefixCode>
 constexpr grammarNode listNodes[] = {
     whole("prefix-list", "a prefix list", sPrefixName<prefixCode>, setListName),
     whole("access-list", "an access list", sAccessName, setListName),
-    arg(cliArg::name, "NAME", "an access list", sDone, setListName),
+    nameArg("an access list", sDone, setListName),
 };
 template <uint32_t prefixCode>
 constexpr grammarState sList{listNodes<prefixCode>};
 
 constexpr grammarNode exactNameNodes[] = {
-    arg(cliArg::name, "NAME", "the community list", sExact, setListName),
+    nameArg("the community list", sExact, setListName),
 };
 constexpr grammarState sExactName{exactNameNodes};
 constexpr grammarNode exactNodes[] = {
@@ -95,7 +79,7 @@ constexpr grammarNode exactNodes[] = {
 };
 constexpr grammarState sExact{exactNodes};
 constexpr grammarNode deleteNameNodes[] = {
-    arg(cliArg::name, "NAME", "the community list", sDelete, setListName),
+    nameArg("the community list", sDelete, setListName),
 };
 constexpr grammarState sDeleteName{deleteNameNodes};
 constexpr grammarNode deleteNodes[] = {kw("delete", "take its communities away", sDone)};
@@ -108,15 +92,16 @@ constexpr grammarNode numberNodes[] = {wordNumber("value", sDone, setValue)};
 constexpr grammarState sNumber{numberNodes};
 constexpr grammarState sAnyNumber{numberNodes, &sAny};
 constexpr grammarNode addressNodes[] = {
-    arg(cliArg::address, "A.B.C.D", "address", sDone, setAddressValue)};
+    arg(cliArg::address, "A.B.C.D", "address", sDone, setValue)};
 constexpr grammarState sAddress{addressNodes};
 constexpr grammarNode nextHop6Nodes[] = {
     arg(cliArg::address6, "X:X::X", "address", sDone, setNextHop6)};
 constexpr grammarState sNextHop6{nextHop6Nodes};
 constexpr grammarNode metricNodes[] = {
     wordNumber("the new metric", sDone, setValue),
-    kw("+", "add to the metric", sMetricNumber, setOperator, RMAP_METRIC_ADD),
-    kw("-", "take from the metric", sMetricNumber, setOperator, RMAP_METRIC_SUBTRACT),
+    kw("+", "add to the metric", sMetricNumber, setPolicy<&cliPolicy::subValue>, RMAP_METRIC_ADD),
+    kw("-", "take from the metric", sMetricNumber, setPolicy<&cliPolicy::subValue>,
+       RMAP_METRIC_SUBTRACT),
 };
 constexpr grammarState sMetric{metricNodes, &sAny};
 constexpr grammarNode metricNumberNodes[] = {wordNumber("by how much", sDone, setValue)};
@@ -127,11 +112,11 @@ constexpr grammarNode continueNodes[] = {
 };
 constexpr grammarState sContinue{continueNodes};
 constexpr grammarNode asNumbersNodes[] = {
-    arg(cliArg::as, "AS", "AS number", sAsNumbers, addAs),
+    arg(cliArg::as, "AS", "AS number", sAsNumbers, addNumber),
     fin("that is all"),
 };
 constexpr grammarState sAsNumbers{asNumbersNodes};
-constexpr grammarNode asNumberNodes[] = {arg(cliArg::as, "AS", "AS number", sAsNumbers, addAs)};
+constexpr grammarNode asNumberNodes[] = {arg(cliArg::as, "AS", "AS number", sAsNumbers, addNumber)};
 constexpr grammarState sAsNumber{asNumberNodes, &sAny};
 
 constexpr grammarNode dampeningNumber(const char* help, const grammarState& next) {

@@ -53,19 +53,19 @@ extern const grammarState sTestIp, sTestIpv6, sTestPrefix4, sTestPrefix6, sTestP
 constexpr grammarNode testNodes[] = {
     kw("ip", "IP lists", sTestIp),
     kw("ipv6", "IPv6 lists", sTestIpv6),
-    kw("route-map", "a route map", sTestRouteMap, setVerbOf<cliVerb::test>, KIND_RMAP),
+    verbOf("route-map", "a route map", sTestRouteMap, cliVerb::test, KIND_RMAP),
 };
 constexpr grammarNode testIpNodes[] = {
     verb("access-list", "an access list", sTestName, cliVerb::test),
-    kw("prefix-list", "an IPv4 prefix list", sTestPrefix4, setVerbOf<cliVerb::test>, KIND_PREFIX4),
-    kw("as-path", "an AS-path access list", sTestPath, setVerbOf<cliVerb::test>, KIND_ASPATH),
-    kw("community", "a community list", sTestValues, setVerbOf<cliVerb::test>, KIND_COMMUNITY),
-    kw("extcommunity", "an extended-community list", sTestValues, setVerbOf<cliVerb::test>,
-       KIND_EXTCOMMUNITY),
+    verbOf("prefix-list", "an IPv4 prefix list", sTestPrefix4, cliVerb::test, KIND_PREFIX4),
+    verbOf("as-path", "an AS-path access list", sTestPath, cliVerb::test, KIND_ASPATH),
+    verbOf("community", "a community list", sTestValues, cliVerb::test, KIND_COMMUNITY),
+    verbOf("extcommunity", "an extended-community list", sTestValues, cliVerb::test,
+           KIND_EXTCOMMUNITY),
 };
 constexpr grammarState sTestIp{testIpNodes};
 constexpr grammarNode testNameNodes[] = {
-    arg(cliArg::name, "NAME", "the list", sTestProtocol, addText),
+    nameArg("the list", sTestProtocol, addText),
 };
 constexpr grammarState sTestName{testNameNodes};
 constexpr grammarNode testProtocolNodes[] = {
@@ -112,10 +112,10 @@ constexpr grammarState sTestTos{testTosNodes};
 // --- routing-policy lists ----------------------------------------------------------------------
 
 constexpr grammarNode listNode(const grammarState& next) {
-    return arg(cliArg::name, "NAME", "the list", next, addText);
+    return nameArg("the list", next, addText);
 }
 constexpr grammarNode testIpv6Nodes[] = {
-    kw("prefix-list", "an IPv6 prefix list", sTestPrefix6, setVerbOf<cliVerb::test>, KIND_PREFIX6),
+    verbOf("prefix-list", "an IPv6 prefix list", sTestPrefix6, cliVerb::test, KIND_PREFIX6),
 };
 constexpr grammarState sTestIpv6{testIpv6Nodes};
 constexpr grammarNode testPrefix4Nodes[] = {listNode(sTest4)};
@@ -146,7 +146,7 @@ constexpr grammarNode valuesNodes[] = {
 constexpr grammarState sValues{valuesNodes};
 
 constexpr grammarNode testRouteMapNodes[] = {
-    arg(cliArg::name, "NAME", "the map", sRoutePrefix, addText),
+    nameArg("the map", sRoutePrefix, addText),
 };
 constexpr grammarState sTestRouteMap{testRouteMapNodes};
 constexpr grammarNode routePrefixNodes[] = {

@@ -1,0 +1,83 @@
+// How the words of an entry line fill its record. A family of entries is one table of fields: which
+// word, in which form, where in the record. The grammar's nodes name the word; nothing else about
+// an entry line depends on the family.
+#pragma once
+
+#include "cli/grammar/grammar.h"
+
+// What a node of the grammar says about the entry.
+enum class entryWord : uint8_t {
+    sequence,
+    action,
+    protocol,
+    literalProtocol,  // the number is meant, whatever else it could stand for
+    address,          // a mask follows
+    host,
+    prefix,
+    mask,
+    portOperator,
+    port,
+    lastPort,
+    tcpFlag,
+    icmpType,
+    icmpCode,
+    dscp,
+    precedence,
+    tos,
+    fragments,
+    log,
+    count,
+    bytes,
+    order,
+    monitor,
+    arp,
+    etherType,
+    mac,  // a mask follows
+    macMask,
+    vlan,
+    opcode,
+};
+
+// How what was read becomes the bytes of a field.
+enum class entryForm : uint8_t {
+    value,     // the number in the field's width, big-endian, or the bytes of the address
+    bits,      // the number's bits, beside those that are set
+    given,     // 1: the word has no value, or one that may be 0
+    ones,      // all bits: the mask of one host, or a MAC mask that compares nothing
+    length,    // the mask of the prefix's length
+    wildcard,  // the complement of the mask, or in inverse-mask mode the mask itself
+};
+
+struct entryPlace {
+    uint16_t offset, size;  // in cliEntry
+};
+
+// A word has a row for each field that it fills.
+struct entryField {
+    entryWord word;
+    entryForm form;
+    entryPlace source;                // or the only place
+    entryPlace destination = source;  // of a word about one side of the packet
+    uint32_t when = 0, unless = 0;    // F_... of the line so far
+};
+
+struct entryTable {
+    std::span<const entryField> fields;
+    cliEntry blank;  // in which nothing is given yet
+};
+extern const entryTable ipEntryTable;
+
+// The value of a node with one of the actions below: the word, the side that it is about and, of a
+// keyword, the number that it stands for.
+constexpr uint32_t ENTRY_SRC = 0, ENTRY_DST = 1;
+constexpr uint32_t entryValue(entryWord word, uint32_t side = ENTRY_SRC, uint32_t number = 0) {
+    return static_cast<uint32_t>(word) << 24 | side << 16 | number;
+}
+
+const char* entryPut(cliCommand&, const cliValue&, const grammarNode&);  // what the table says
+// The same, and what no table says: a range that is checked, what may follow the word.
+const char* entrySequence(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryProtocol(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryLastPort(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryFrame(cliCommand&, const cliValue&, const grammarNode&);
+const char* entryIcmpName(cliCommand&, const cliValue&, const grammarNode&);  // (icmpNameTable row)
