@@ -1,13 +1,9 @@
 // What the debug shell can ask about prefix lists, and the operator's checks of access and prefix
 // lists. All of it is text. Checks by hand take no lock: they run on the thread that changes lists.
-#include <arpa/inet.h>
-
 #include <string>
 
-#include "ask/debugWords.h"
+#include "ask/prefixWords.h"
 #include "common/hitCount.h"
-#include "include/ipText.h"
-#include "match/zekPrefix.h"
 #include "platform/api/zekTask.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -20,27 +16,12 @@ constexpr uint32_t POPULATE_MAX = 60000;
 std::string_view familyWord(uint32_t af) {
     return af == AF_IPV4 ? "ip" : "ipv6";
 }
-int systemFamily(uint32_t af) {
-    return af == AF_IPV4 ? AF_INET : AF_INET6;
-}
-std::string addressText(uint32_t af, const uint8_t* bytes) {
-    char text[INET6_ADDRSTRLEN];
-    return inet_ntop(systemFamily(af), bytes, text, sizeof text);
-}
 
 // --- arguments -----------------------------------------------------------------------------------
 
 std::optional<uint32_t> parseFamily(std::string_view word) {
     auto af = parseNumber(word, AF_IPV6);
     return af && *af >= AF_IPV4 ? af : std::nullopt;
-}
-
-std::optional<ipPrefix> parsePrefix(uint32_t af, std::string_view address,
-                                    std::string_view length) {
-    uint8_t bytes[16];
-    auto bits = parseNumber(length, af == AF_IPV4 ? 32 : 128);
-    if (!bits || inet_pton(systemFamily(af), std::string(address).c_str(), bytes) != 1) return {};
-    return ipPrefixMake(af, bytes, *bits);
 }
 
 // --- dumps ---------------------------------------------------------------------------------------
@@ -165,13 +146,12 @@ std::string populate(std::string_view args) {
 // The verdict of a list for a prefix, with the entry that decided. A question counts nowhere.
 std::string testList(std::string_view args) {
     auto words = splitWords(args);
-    size_t slash = words.size() == 2 ? words[1].find('/') : std::string_view::npos;
-    if (slash == std::string_view::npos) return errorJson("usage: NAME PREFIX/LENGTH");
-    uint32_t af = words[1].find(':') == std::string_view::npos ? AF_IPV4 : AF_IPV6;
-    auto route = parsePrefix(af, words[1].substr(0, slash), words[1].substr(slash + 1));
+    if (words.size() != 2 || words[1].find('/') == std::string_view::npos)
+        return errorJson("usage: NAME PREFIX/LENGTH");
+    auto route = parsePrefix(words[1]);
     if (!route) return errorJson("not a prefix: " + std::string(words[1]));
     aclLockHeld<aclLock::read> held;
-    const prefixList* list = ipPrefixListFind(listNameMake(words[0]), af);
+    const prefixList* list = ipPrefixListFind(listNameMake(words[0]), route->family);
     if (list == nullptr || list->placeholder != 0)
         return errorJson(aclStatusFind(ACL_E_PREFIX_NOLIST)->text);
     const prefixEntry* entry = prefixFilterFind(list, *route);
@@ -179,7 +159,7 @@ std::string testList(std::string_view args) {
     bool permits = entry != nullptr && entry->record->action != PREFIX_DENY;
     answer.string("verdict", permits ? "permit" : "deny");
     if (entry == nullptr) return answer.raw("entry", "null").text();
-    return answer.string("entry", prefixEntryText(entry, af)).text();
+    return answer.string("entry", prefixEntryText(entry, route->family)).text();
 }
 
 std::string testIpPrefixList(std::string_view args) {

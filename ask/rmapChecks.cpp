@@ -1,12 +1,10 @@
 // Evaluation of route maps by hand: the check commands of the debug shell.
-#include <arpa/inet.h>
-
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "ask/bgpWords.h"
-#include "ask/debugWords.h"
-#include "include/ipText.h"
+#include "ask/prefixWords.h"
 #include "match/zekRmap.h"
 #include "platform/api/zekTask.h"
 #include "policy/rmap/zekroutemap.h"
@@ -41,20 +39,7 @@ bool parseAddress(std::string_view word, uint32_t* v4, uint8_t (&v6)[16]) {
         *v4 = *address;
         return true;
     }
-    return inet_pton(AF_INET6, std::string(word).c_str(), v6) == 1;
-}
-
-bool parseRoutePrefix(std::string_view word, ipPrefix* prefix) {
-    const size_t slash = word.find('/');
-    const bool v4 = word.find(':') == word.npos;
-    auto length =
-        slash != word.npos ? parseNumber(word.substr(slash + 1), v4 ? 32 : 128) : std::nullopt;
-    uint8_t bytes[16];
-    if (!length ||
-        inet_pton(v4 ? AF_INET : AF_INET6, std::string(word.substr(0, slash)).c_str(), bytes) != 1)
-        return false;
-    *prefix = ipPrefixMake(v4 ? AF_IPV4 : AF_IPV6, bytes, *length);
-    return true;
+    return parseAddressBytes(AF_IPV6, word, v6);
 }
 
 // A word of the table, or its number.
@@ -146,29 +131,19 @@ bool parseAttribute(const words& given, size_t* at, rmapRoute* route) {
 
 // --- the answer ----------------------------------------------------------------------------------
 
-std::string textOfAddress(int family, const uint8_t* bytes) {
-    char text[INET6_ADDRSTRLEN];
-    return inet_ntop(family, bytes, text, sizeof text);
-}
-std::string textOfAddress(uint32_t address) {
-    std::string text;
-    textDotted(text, address);
-    return text;
-}
-
 void addRouteAddress(jsonObject& out, const char* key, uint32_t v4, const uint8_t (&v6)[16]) {
-    static constexpr uint8_t none[16] = {};
-    if (std::memcmp(v6, none, sizeof none) != 0)
-        out.string(key, textOfAddress(AF_INET6, v6));
+    std::string text;
+    if (std::ranges::any_of(v6, [](uint8_t byte) { return byte != 0; }))
+        textAddress6(text, v6);
     else if (v4 != 0)
-        out.string(key, textOfAddress(v4));
+        textDotted(text, v4);
+    if (!text.empty()) out.string(key, text);
 }
 
 // What the route has; numbers of tables as their words.
 jsonObject routeJson(const rmapRoute& route) {
-    const bool v4 = route.prefix.family == AF_IPV4;
     jsonObject out;
-    out.string("prefix", textOfAddress(v4 ? AF_INET : AF_INET6, route.prefix.address) + "/" +
+    out.string("prefix", addressText(route.prefix.family, route.prefix.address) + "/" +
                              std::to_string(ipPrefixLength(route.prefix)));
     addRouteAddress(out, "next-hop", route.nextHop, route.nextHop6);
     addRouteAddress(out, "route-source", route.source, route.source6);
@@ -254,8 +229,9 @@ std::string testRouteMap(std::string_view args) {
     const words given = splitQuoted(args);
     rmapRoute route;
     if (given.size() < 2) return errorJson(std::string("usage: ") + USAGE);
-    if (!parseRoutePrefix(given[1], &route.prefix))
-        return errorJson("not a prefix: " + std::string(given[1]));
+    const auto prefix = parsePrefix(given[1]);
+    if (!prefix) return errorJson("not a prefix: " + std::string(given[1]));
+    route.prefix = *prefix;
     for (size_t at = 2; at < given.size();) {
         const std::string_view keyword = given[at];
         if (!isKeyword(keyword) || !parseAttribute(given, &at, &route))

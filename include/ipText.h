@@ -2,6 +2,8 @@
 // and show writers make one line per entry and this is most of their cost.
 #pragma once
 
+#include <arpa/inet.h>
+
 #include <bit>
 #include <charconv>
 #include <cstdint>
@@ -29,6 +31,18 @@ inline void textDotted(std::string& out, uint32_t address) {
         textNumber(out, (address >> shift) & 255);
         if (shift != 0) out.push_back('.');
     }
+}
+// An IPv6 address in its shortest form; one that carries an IPv4 address shows that one dotted.
+inline void textAddress6(std::string& out, const uint8_t* bytes) {
+    char text[INET6_ADDRSTRLEN];
+    out += inet_ntop(AF_INET6, bytes, text, sizeof text);
+}
+// An address of either family, as messages carry it: of 4 bytes or of 16.
+inline void textAddress(std::string& out, bool ipv4, const uint8_t* bytes) {
+    if (!ipv4) return textAddress6(out, bytes);
+    uint32_t address = 0;
+    for (int i = 0; i < 4; i++) address = address << 8 | bytes[i];
+    textDotted(out, address);
 }
 // The number of leading one bits, whatever follows them.
 constexpr uint32_t maskPrefixLength(uint32_t mask) {

@@ -1,7 +1,5 @@
 // Text of the IPv6 configuration lines: the extended IPv4 grammar without its IPv4-only pieces.
 // Masks are prefix lengths in either mask mode, so a line's two forms are the same.
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <bit>
 
@@ -28,11 +26,9 @@ void addAddress(std::string& out, const uint8_t address[16], const uint8_t mask[
         out += " any";
         return;
     }
-    char text[INET6_ADDRSTRLEN];
-    inet_ntop(AF_INET6, address, text, sizeof text);
     uint32_t length = prefixLength(mask);
     out += length == 128 ? " host " : " ";
-    out += text;
+    textAddress6(out, address);
     if (length == 128) return;
     out += '/';
     textNumber(out, length);

@@ -1,6 +1,4 @@
 // Text of prefix lists: their configuration lines, and what a show has in common with them.
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cstring>
 
@@ -9,15 +7,6 @@
 #include "policy/prefix/family.h"
 
 namespace {
-
-void addAddress(std::string& out, const uint8_t* bytes, const prefixFamily& family) {
-    if (family.family == CFG_FAMILY_V4) {
-        textDotted(out, reinterpret_cast<const be32&>(*bytes));
-        return;
-    }
-    char text[INET6_ADDRSTRLEN];
-    out += inet_ntop(AF_INET6, bytes, text, sizeof text);
-}
 
 // Nothing but "any" asks for the family's whole width: it is read back as it was typed.
 bool isAny(const prefixRecord& record, const prefixFamily& family) {
@@ -42,17 +31,18 @@ void prefixTextAppend(std::string& out, const prefixRecord& record, const prefix
                       bool masked) {
     out += record.action == PREFIX_DENY ? " deny " : " permit ";
     const uint8_t* mask = prefixMask(record, family.addressBytes);
+    const bool isV4 = family.family == CFG_FAMILY_V4;
     if (record.len == PREFIX_LEN_BITMASK) {
-        addAddress(out, prefixAddress(record), family);
+        textAddress(out, isV4, prefixAddress(record));
         out += " bitmask ";
-        addAddress(out, mask, family);
+        textAddress(out, isV4, mask);
         return;
     }
-    addAddress(out, prefixAddress(record), family);
+    textAddress(out, isV4, prefixAddress(record));
     // IPv6 has the form with a length only.
-    if (masked && family.family == CFG_FAMILY_V4) {
+    if (masked && isV4) {
         out += ' ';
-        addAddress(out, mask, family);
+        textAddress(out, isV4, mask);
     } else {
         out += '/';
         textNumber(out, record.len);

@@ -1,6 +1,4 @@
 // Names of route-map clauses and of their values, and the configuration line of a clause.
-#include <arpa/inet.h>
-
 #include <algorithm>
 
 #include "common/debug.h"
@@ -103,11 +101,6 @@ void addInterface(std::string& out, uint32_t ifindex) {
     // An index that is no interface's has a text, too.
     (void)ifmIfIndexToLName(ifindex, name, sizeof name);
     out += name;
-}
-
-void addAddress6(std::string& out, const uint8_t (&address)[16]) {
-    char text[INET6_ADDRSTRLEN];
-    out += inet_ntop(AF_INET6, address, text, sizeof text);
 }
 
 }  // namespace
@@ -260,7 +253,7 @@ void rmapValueText(std::string& out, const rmapEntry& entry, const rmapNameValue
                 textWordSigned(out, i == 0 ? "" : " ", entry.payload->dampening[i]);
             break;
         case RMAP_STYLE_IPV6:
-            addAddress6(out, entry.payload->ipv6NextHop);
+            textAddress6(out, entry.payload->ipv6NextHop);
             break;
     }
 }
