@@ -120,7 +120,7 @@ void store(std::span<uint8_t> field, entryForm form, const argument& a, bool inv
 
 std::span<uint8_t> fieldOf(cliCommand& c, const entryField& f, uint32_t side) {
     const entryPlace& at = side == ENTRY_SRC ? f.source : f.destination;
-    return {reinterpret_cast<uint8_t*>(&c.entry) + at.offset, at.size};
+    return {reinterpret_cast<uint8_t*>(static_cast<cliEntry*>(&c)) + at.offset, at.size};
 }
 
 // Fills every field that the word has a row for in the table of the line's family.

@@ -65,7 +65,6 @@ struct entryTable {
     std::span<const entryField> fields;
     cliEntry blank;  // in which nothing is given yet
 };
-extern const entryTable ipEntryTable;
 
 // The value of a node with one of the actions below: the word, the side that it is about and, of a
 // keyword, the number that it stands for.

@@ -1,12 +1,10 @@
 #include "cli/kinds.h"
 
-#include "cli/entry.h"
 #include "cli/grammar/build.h"
 #include "include/status.h"
 
 constexpr listKind listKinds[KIND_COUNT] = {
-    {.mode = {&sStandard, F_LIST | F_NET, IP_KIND_STANDARD, "acl(config-standard)# ",
-              &ipEntryTable},
+    {.mode = {&sStandard, F_LIST | F_NET, IP_KIND_STANDARD, "acl(config-standard)# "},
      .codes = {CLI_IP_LIST_CREATE, CLI_IP_LIST_DELETE, CLI_IP_ENTRY_ADD, CLI_IP_ENTRY_DELETE},
      .header = {sizeof(cliListReq), fillList},
      .line = {sizeof(cliIpEntryReq), fillEntry},
@@ -14,11 +12,11 @@ constexpr listKind listKinds[KIND_COUNT] = {
      .testFunction = "test-ip-filter",
      .show = {showLists}},
     {.mode = {&sExtended, F_LIST | F_NET | F_EXT | F_LAYER2, IP_KIND_EXTENDED,
-              "acl(config-extended)# ", &ipEntryTable},
+              "acl(config-extended)# "},
      .codes = {CLI_IP_LIST_CREATE, CLI_IP_LIST_DELETE, CLI_IP_ENTRY_ADD, CLI_IP_ENTRY_DELETE},
      .header = {sizeof(cliListReq), fillList},
      .line = {sizeof(cliIpEntryReq), fillEntry}},
-    {.mode = {&sExtended, F_EXT, IP_KIND_EXTENDED, "acl(config-trace)# ", &ipEntryTable},
+    {.mode = {&sExtended, F_EXT, IP_KIND_EXTENDED, "acl(config-trace)# "},
      .codes = {CLI_DOS_LIST_CREATE, CLI_DOS_LIST_DELETE, CLI_DOS_ENTRY_ADD, CLI_DOS_ENTRY_DELETE},
      .header = {sizeof(cliListReq)},
      .line = {sizeof(cliIpEntryReq), fillEntry}},

@@ -156,8 +156,8 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->name = "";
     command->text.clear();
     command->table = mode.table;
-    command->entry = mode.table != nullptr ? mode.table->blank : cliEntry{};
-    command->entry.block.kind = mode.ipKind;
+    static_cast<cliEntry&>(*command) = mode.table->blank;
+    command->block.kind = mode.ipKind;
     command->policy = {};
     return {context, *command, mode.start, 0};
 }

@@ -105,9 +105,9 @@ void fillList(const cliCommand& command, const cliScope&, cliRequest* request) {
 }
 void fillEntry(const cliCommand& command, const cliScope& scope, cliRequest* request) {
     request->cli.name = scope.list;
-    request->entry.log = command.entry.log;
-    request->entry.monitor = command.entry.monitor;
-    request->entry.block = command.entry.block;
+    request->entry.log = command.log;
+    request->entry.monitor = command.monitor;
+    request->entry.block = command.block;
 }
 
 bool channelOpen(cliChannel* channel, const std::string& runDir, const std::string& chassisFile,

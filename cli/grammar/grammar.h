@@ -114,9 +114,10 @@ struct cliEntry {
     ipEntryBlock block;
 };
 struct entryTable;  // cli/entry.h
+extern const entryTable ipEntryTable;
 
 // A line, read. Views point into the line.
-struct cliCommand {
+struct cliCommand : cliEntry {
     cliVerb verb;
     bool negated;          // it began with "no"
     bool inverseMask;      // how a second dotted address is read: as the mask itself
@@ -134,7 +135,6 @@ struct cliCommand {
     std::string text;         // argument line of a debug function, words separated by one blank;
                               // name of an interface; expression of a routing-policy entry
     const entryTable* table;  // of the entries of the list whose mode it is
-    cliEntry entry;
     cliPolicy policy;
 };
 constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
@@ -224,7 +224,7 @@ struct grammarMode {
     uint32_t features;  // beside those that every line begins with
     uint32_t ipKind;    // of an IP list's entries
     const char* prompt;
-    const entryTable* table = nullptr;  // of its entries, where they have one
+    const entryTable* table = &ipEntryTable;  // of its entry lines, if they have blocks
 };
 const grammarMode& grammarModeOf(cliMode mode);
 // Of a list's mode; 0 of the others.
