@@ -40,8 +40,7 @@ void updatePeer(uint32_t slot) {
     (void)aclSendUpdateToPeer(slot);
 }
 
-// --- an agent has registered
-// -----------------------------------------------------------------------
+// --- an agent has registered --------------------------------------------------------------------
 
 constexpr agentStep agentUp[] = {
     {"what it is to hold: cardReplay or controlReplay below", replayWhole},
@@ -49,8 +48,7 @@ constexpr agentStep agentUp[] = {
     {"lines that the chassis refused without it", retryUnresolved},
 };
 
-// --- what a card's agents are to hold
-// --------------------------------------------------------------
+// --- what a card's agents are to hold -----------------------------------------------------------
 
 constexpr agentStep cardReplay[] = {
     {"card state to the peer", updatePeer, stepWhen::registered},
@@ -77,8 +75,7 @@ constexpr agentStep cardReplay[] = {
     {"egress MAC lists enable", nullptr},
 };
 
-// --- what the control processor's agent is to hold
-// -------------------------------------------------
+// --- what the control processor's agent is to hold ----------------------------------------------
 
 constexpr agentStep controlReplay[] = {
     {"the list of its interface",
@@ -88,8 +85,7 @@ constexpr agentStep controlReplay[] = {
      }},
 };
 
-// --- a card goes down
-// ------------------------------------------------------------------------------
+// --- a card goes down ---------------------------------------------------------------------------
 
 // Record 19 also keeps the control processor's agent: it is forgotten with the card, so that it can
 // register anew and be brought up to date.
@@ -108,8 +104,7 @@ constexpr agentStep cardDown[] = {
     {"card state to the peer", updatePeer},
 };
 
-// --- the primary role is back
-// ----------------------------------------------------------------------
+// --- the primary role is back -------------------------------------------------------------------
 
 // Nothing was sent to cards meanwhile: another manager has, and they may hold anything.
 constexpr agentStep primaryBack[] = {
@@ -117,8 +112,7 @@ constexpr agentStep primaryBack[] = {
      [](uint32_t slot) { aclReplayToAgent(slot, false); }},
 };
 
-// --- a member joins or leaves
-// ----------------------------------------------------------------------
+// --- a member joins or leaves -------------------------------------------------------------------
 
 // The first step of each changes the membership: one that changes nothing ends the event.
 
@@ -146,8 +140,7 @@ constexpr memberStep vlanJoined[] = {
     {"DHCP snooping", nullptr},
 };
 
-// --- running them
-// ----------------------------------------------------------------------------------
+// --- running them -------------------------------------------------------------------------------
 
 void run(std::span<const agentStep> steps, uint32_t agent) {
     for (const agentStep& step : steps)

@@ -4,8 +4,7 @@
 
 #include <cstdint>
 
-// --- cards, and the agent of the control processor (AGENT_CP)
-// --------------------------------------
+// --- cards, and the agent of the control processor (AGENT_CP) -----------------------------------
 
 // The agent has registered: its card was down, or is new to this manager.
 void aclFollowAgentUp(uint32_t agent);
@@ -16,8 +15,7 @@ void aclFollowCardDown(uint32_t slot);
 // This route processor is primary again, and owes the card a replay.
 void aclFollowPrimaryBack(uint32_t slot);
 
-// --- members, under the write lock
-// -----------------------------------------------------------------
+// --- members, under the write lock --------------------------------------------------------------
 
 // 0; 1 when it was a member already (not) any more, -1 when it cannot be one: nothing has followed.
 int aclFollowLagJoined(uint32_t lagIfindex, uint32_t port);

@@ -187,6 +187,7 @@ bool aclStoreDBShmAddr(aclNodeRecord* node, uint32_t* counter, aspathAclNodeReco
     return zekShmSet(SHM_SLOT_ACL, anchor) == 0;
 }
 
+// One piece on purpose: each step in the order in which others see it, with what undoes it.
 aclNodeRecord* AclInitialize(int, char**) {
     init_acl_mutexes();
     clientStatesForget();
