@@ -16,17 +16,14 @@
 namespace {
 
 using nlohmann::json;
-constexpr uint32_t RP = 0x7F010001, RP2 = 0x7F010002, CARD = 0x7F010101, CP = 0x7F010003;
-constexpr uint32_t AGENT_PORT = 7937 + 4 * 3, CP_PORT = 21121, MANAGER_PORT = 7809;
+constexpr uint32_t RP = 0x7F010001, RP2 = 0x7F010002, CARD = 0x7F010101;
+constexpr uint32_t AGENT_PORT = 7937 + 4 * 3, MANAGER_PORT = 7809;
 constexpr uint32_t PORT = 0x08040001;  // a port of slot 3
 
-// Slot 19 is reported down with the control processor's agent, so that one never asks for it.
 constexpr const char* CHASSIS = R"({ "chassisMode": 1, "routeProcessorType": 4,
   "routeProcessors": [{"address": "127.1.0.1", "primary": true}, {"address": "127.1.0.2"}],
-  "tasks": [{"application": 61, "address": "127.1.0.1"}, {"application": 99, "address": "127.1.0.1"},
-            {"application": 165, "address": "127.1.0.3"}],
-  "cards": [{"slot": 3, "address": "127.1.1.1", "type": 7, "egress": true, "ipv6Egress": true},
-            {"slot": 19, "address": "127.1.1.19", "type": 7}] })";
+  "tasks": [{"application": 61, "address": "127.1.0.1"}, {"application": 99, "address": "127.1.0.1"}],
+  "cards": [{"slot": 3, "address": "127.1.1.1", "type": 7, "egress": true, "ipv6Egress": true}] })";
 
 bytes request(uint32_t type, size_t size, uint32_t first = 0, uint32_t second = 0) {
     bytes m(size);
@@ -78,15 +75,14 @@ struct node : rawEndpoint {
 
 // The manager as an agent sees it: answers registrations, has one queue.
 struct fakeManager : node {
-    uint32_t agentCard = CARD, agentPort = AGENT_PORT, registration = MT_AGENT_REGISTER;
     uint32_t session = 0x1000, seq = 0, replays = 0;
     explicit fakeManager(const std::string& dir, uint32_t rp = RP) : node(dir, rp, MANAGER_PORT) {}
 
     // Answers a registration; the need that it names.
     uint32_t takeRegistration() {
-        bytes reg = wait(registration);
+        bytes reg = wait(MT_AGENT_REGISTER);
         answer(reg);
-        return get32(reg, registration == MT_AGENT_REGISTER ? 60 : 64) >> 1;
+        return get32(reg, 60) >> 1;
     }
     // Answers registrations until one, sent from now on, names a need, or none.
     void untilNeed(bool wanted) {
@@ -102,7 +98,7 @@ struct fakeManager : node {
     void push(bytes m, uint32_t number) {
         put32(m, 0, session);
         put32(m, 4, number);
-        EXPECT_TRUE(send(m, agentCard, agentPort));
+        EXPECT_TRUE(send(m, CARD, AGENT_PORT));
     }
     void deliver(const bytes& m) {
         push(m, ++seq);
@@ -290,21 +286,6 @@ TEST_F(Processes, AManagerWithoutMarks) {
     EXPECT_EQ(held(), 21u);
     rp.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
     EXPECT_EQ(held(), 22u);
-}
-
-TEST_F(Processes, TheControlProcessorsAgentRegistersToo) {
-    fakeManager rp(dir);
-    rp.agentCard = CP;
-    rp.agentPort = CP_PORT;
-    rp.registration = MT_ACL0_REGISTER;
-    startAgent(AGENT_CP);
-    bytes reg = rp.wait(MT_ACL0_REGISTER);
-    EXPECT_EQ(reg.size(), 68u);
-    const uint32_t expected[][2] = {{36, 0}, {40, CP}, {44, CP_PORT}, {60, 1}};
-    for (const auto& [at, value] : expected) EXPECT_EQ(get32(reg, at), value) << at;
-    rp.untilNeed(true);
-    rp.replay({});  // nothing is bound to it
-    rp.untilNeed(false);
 }
 
 // Whatever anybody sends to an agent, it goes on.

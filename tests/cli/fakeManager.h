@@ -3,38 +3,36 @@
 // manager: its thread runs until the manager is destroyed.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
+#include <optional>
 #include <span>
 #include <thread>
 
 #include "cli/load.h"
 #include "include/service.h"
 #include "include/status.h"
+#include "tests/platform/endpoint.h"
 
 struct fakeEndpoint {
-    zekEndpoint* endpoint = nullptr;
+    std::optional<endpoint> at;
     std::thread thread;
     std::atomic<bool> stop = false;
     std::vector<std::vector<uint8_t>> received;  // to be read when it is halted
 
     ~fakeEndpoint() { halt(); }
     void open(const std::string& dir, uint32_t card, uint32_t service) {
-        std::string error;
-        endpoint = zekEndpointOpen(dir, card, service, &error);
-        ASSERT_NE(endpoint, nullptr) << error;
+        at.emplace(dir, card, service);
+        ASSERT_NE(at->e, nullptr) << at->error;
     }
     void listen(std::function<void(std::vector<uint8_t>&)> handle) {
         thread = std::thread([this, handle] {
             std::vector<uint8_t> message;
             while (!stop) {
-                if (zekEndpointRecv(endpoint, &message, IPC_BUFFER_SIZE, 5, nullptr) <= 0) continue;
+                if (at->recv(&message, 5, IPC_BUFFER_SIZE) <= 0) continue;
                 received.push_back(message);
                 handle(message);
             }
@@ -43,26 +41,22 @@ struct fakeEndpoint {
     void halt() {
         stop = true;
         if (thread.joinable()) thread.join();
-        zekEndpointClose(endpoint);
-        endpoint = nullptr;
+        at.reset();
     }
     // Sends the message back with its triples exchanged.
     void reply(std::vector<uint8_t> message) {
         ipcExchangeTriples(reinterpret_cast<ipcHdr*>(message.data()));
-        while (!stop && zekEndpointSend(endpoint, message.data(), message.size(), 100) ==
-                            zekSendResult::full) {
+        while (!stop && at->send(message, 100) == zekSendResult::full) {
         }
     }
 };
 
 struct fakeManager : fakeEndpoint {
     static constexpr uint32_t CARD = 0x7F010001;
-    std::string dir;
+    runFolder folder;
+    const std::string& dir = folder.path;
 
     fakeManager() {
-        const char* base = getenv("TMPDIR");
-        dir = std::string(base != nullptr ? base : "/tmp") + "/aclcliXXXXXX";
-        if (mkdtemp(dir.data()) == nullptr) abort();
         std::ofstream(dir + "/chassis.json") << R"({"chassisMode":1,"routeProcessorType":4,
  "routeProcessors":[{"address":"127.1.0.1","primary":true}],
  "tasks":[{"application":61,"instance":0,"address":"127.1.0.1"}],
@@ -70,10 +64,7 @@ struct fakeManager : fakeEndpoint {
            "ports":[{"name":"1/0","userPort":0,"port":0,"pipe":0}]}],
  "lags":[{"id":1}],"vlans":[{"id":10}]})";
     }
-    ~fakeManager() {
-        halt();
-        std::filesystem::remove_all(dir);
-    }
+    ~fakeManager() { halt(); }
     void open() { fakeEndpoint::open(dir, CARD, aclServicePort(APP_ACL, 0, QUEUE_REQUEST)); }
     void run(std::function<void(fakeManager&, std::vector<uint8_t>&)> handler) {
         open();

@@ -74,10 +74,6 @@ TEST(Pipe, FiltersWorkOnLines) {
 TEST(Session, ListsAreShownOneByOneUntilTheWalkEnds) {
     fakeManager manager;
     manager.run(walk);
-    const std::string head = ":\ncount: 2, range entries: 1, sequences: 5 - 10\n",
-                      pages = head +
-                              "   seq 5 permit 10.0.0.0/8 le 24 (hit count: 3)\n"
-                              "   seq 10 deny 0.0.0.0/0 (hit count: 0)\n";
     struct {
         const char* line;
         std::string out, err;
@@ -95,11 +91,6 @@ TEST(Session, ListsAreShownOneByOneUntilTheWalkEnds) {
          R"("text":"seq5permitanylog(7matches)order255","matches":7},{"seq":10,"action":"deny",)"
          R"("text":"seq10denyhost1.2.3.4log(-2matches)order3","matches":4294967294}]}])",
          "", true},
-        {"show ip prefix-list B", "ip prefix-list B" + pages, ""},
-        {"show ip prefix-list",
-         "ip prefix-list A" + pages + "ip prefix-list B" + pages + "ip prefix-list C" + pages, ""},
-        {"show ip prefix-list summary",
-         "ip prefix-list A" + head + "ip prefix-list B" + head + "ip prefix-list C" + head, ""},
         {"show ip prefix-list A",
          R"([{"name":"A","kind":"ipprefix-list","count":2,"rangeEntries":1,"lowest":5,)"
          R"("highest":10,"entries":[{"seq":5,"action":"permit","hits":3,)"

@@ -12,9 +12,7 @@
 #include "include/ipc.h"
 #include "platform/api/zekTransport.h"
 
-typedef std::vector<uint8_t> bytes;
-
-inline ipcHdr* headerOf(bytes& message) {
+inline ipcHdr* headerOf(std::vector<uint8_t>& message) {
     return reinterpret_cast<ipcHdr*>(message.data());
 }
 
@@ -43,17 +41,17 @@ struct endpoint {
     ~endpoint() { zekEndpointClose(e); }
     endpoint(const endpoint&) = delete;
     endpoint& operator=(const endpoint&) = delete;
-    zekSendResult send(const bytes& m, int timeoutMs = 0) const {
+    zekSendResult send(const std::vector<uint8_t>& m, int timeoutMs = 0) const {
         return zekEndpointSend(e, m.data(), m.size(), timeoutMs);
     }
-    int recv(bytes* m, int timeoutMs = 0, size_t max = ZEK_MESSAGE_MAX,
+    int recv(std::vector<uint8_t>* m, int timeoutMs = 0, size_t max = ZEK_MESSAGE_MAX,
              zekSender* sender = nullptr) const {
         return zekEndpointRecv(e, m, max, timeoutMs, sender);
     }
     // Sequence numbers of everything that waits here.
     std::vector<uint32_t> drain() const {
         std::vector<uint32_t> sequences;
-        for (bytes m; recv(&m) > 0;) sequences.push_back(headerOf(m)->sequence);
+        for (std::vector<uint8_t> m; recv(&m) > 0;) sequences.push_back(headerOf(m)->sequence);
         return sequences;
     }
 };

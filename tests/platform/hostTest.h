@@ -11,6 +11,7 @@
 #include "tests/platform/endpoint.h"
 
 typedef std::vector<std::string> lines;
+typedef std::vector<uint8_t> bytes;
 
 // What a database shows.
 inline lines shown(zekCfgDb* db) {

@@ -156,7 +156,9 @@ TEST_F(restoreTest, TheRecordsAreSentInOrderAndChangeNothing) {
                         "INSERT INTO lines SELECT section + 8589934592, key, class, text, inverse,"
                         " record FROM lines WHERE record IS NOT NULL"),
               0);
-    restart();
+    open();
+    cfgMgrRestore(db, place);
+    serve(10000);
     EXPECT_EQ(got.back(), std::to_string(MT_CFG_INIT_CFG_COMPLETE));
 }
 

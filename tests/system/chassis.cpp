@@ -19,13 +19,6 @@ namespace {
 constexpr uint32_t RP_ADDRESS = 0x7F010001;  // 127.1.0.1
 constexpr uint32_t PIDS = 1u << 22;          // more than there are processes
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 int exitStatus(int status) {
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
@@ -76,7 +69,7 @@ bool process::start(const std::vector<std::string>& argv, const std::string& log
     close(fd);
     bool ready = false;
     waitUntil([&] {
-        ready = ("\n" + readFile(log)).find("\nready\n") != std::string::npos;
+        ready = ("\n" + contentOf(log)).find("\nready\n") != std::string::npos;
         return ready || !running();
     });
     return ready;
@@ -118,8 +111,6 @@ commandResult runCommand(const std::vector<std::string>& argv, const std::string
 }
 
 chassisFixture::chassisFixture() {
-    std::string base = std::filesystem::temp_directory_path() / "aclsys.XXXXXX";
-    dir = mkdtemp(base.data());
     std::filesystem::copy_file(std::string(ACL_SOURCE_DIR) + "/examples/chassis.json",
                                dir + "/chassis.json");
 }
@@ -128,8 +119,6 @@ chassisFixture::~chassisFixture() {
     manager.stop(SIGKILL);
     neighbours.stop(SIGKILL);
     agents.clear();
-    std::error_code ignored;
-    std::filesystem::remove_all(dir, ignored);
 }
 
 bool chassisFixture::startManager(const std::vector<std::string>& options) {
@@ -199,15 +188,5 @@ std::string rawClient::agentSummary(int slot) {
         if (answer.size() < AGENT_STATE_TEXT_OFFSET) return "";
         if (reinterpret_cast<const ipcHdr*>(answer.data())->sequence == sequence)
             return std::string(answer.begin() + AGENT_STATE_TEXT_OFFSET, answer.end());
-    }
-}
-std::vector<uint8_t> rawClient::ask(std::vector<uint8_t> message, uint32_t type) {
-    static uint32_t sequence = 1000;
-    fillHeader(message, type, ++sequence);
-    if (!send(message)) return {};
-    for (;;) {
-        std::vector<uint8_t> answer = receive();
-        if (answer.size() < sizeof(ipcHdr)) return {};
-        if (reinterpret_cast<const ipcHdr*>(answer.data())->sequence == sequence) return answer;
     }
 }

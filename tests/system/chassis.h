@@ -1,18 +1,13 @@
 // A chassis of real processes in a run folder of its own, for the tests of a whole system.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 
-#include <fstream>
 #include <functional>
 #include <map>
-#include <string>
-#include <vector>
 
-#include "include/ipc.h"
-#include "platform/api/zekTransport.h"
+#include "tests/platform/endpoint.h"
 
 constexpr uint32_t CARD_ADDRESS = 0x7F010100;  // 127.1.1.0; the slot is added
 
@@ -49,7 +44,8 @@ commandResult runCommand(const std::vector<std::string>& argv, const std::string
 constexpr int AGENT_CP = -1;
 
 struct chassisFixture {
-    std::string dir;  // the run folder, removed at the end
+    runFolder folder;
+    const std::string& dir = folder.path;
     process manager, neighbours;
     const char* registerEvery = "0.2";  // seconds, of agents
     std::map<int, process> agents;      // by slot, AGENT_CP the control processor's
@@ -110,29 +106,15 @@ bool waitUntil(const std::function<bool()>& reached);
 constexpr int PATIENCE_MS = 60000;  // only ever waited for when something is broken
 
 // An endpoint with which a test speaks byte by byte.
-struct rawEndpoint {
-    zekEndpoint* endpoint = nullptr;
-    uint32_t address, service;
-
-    rawEndpoint(const std::string& dir, uint32_t itsAddress, uint32_t itsService)
-        : address(itsAddress), service(itsService) {
-        std::string error;
-        endpoint = zekEndpointOpen(dir, address, service, &error);
-        EXPECT_NE(endpoint, nullptr) << error;
-    }
-    ~rawEndpoint() { zekEndpointClose(endpoint); }
-    rawEndpoint(const rawEndpoint&) = delete;
-    rawEndpoint& operator=(const rawEndpoint&) = delete;
+struct rawEndpoint : endpoint {
+    using endpoint::endpoint;
     bool send(const std::vector<uint8_t>& message) const {
-        return zekEndpointSend(endpoint, message.data(), message.size(), PATIENCE_MS) ==
-               zekSendResult::sent;
+        return endpoint::send(message, PATIENCE_MS) == zekSendResult::sent;
     }
     // The next message, empty when none came within that time.
     std::vector<uint8_t> receive(int waitMs = PATIENCE_MS) const {
         std::vector<uint8_t> message;
-        zekSender sender{};
-        int got = zekEndpointRecv(endpoint, &message, ZEK_MESSAGE_MAX, waitMs, &sender);
-        if (got <= 0) message.clear();
+        if (recv(&message, waitMs) <= 0) message.clear();
         return message;
     }
 };
@@ -145,6 +127,4 @@ struct rawClient : rawEndpoint {
     void fillHeader(std::vector<uint8_t>& message, uint32_t type, uint32_t sequence) const;
     // What an agent (AGENT_CP: the control processor's) says of itself, JSON; empty: no answer.
     std::string agentSummary(int slot);
-    // Sends a request and returns the answer with its sequence number.
-    std::vector<uint8_t> ask(std::vector<uint8_t> message, uint32_t type);
 };

@@ -220,21 +220,9 @@ TEST_F(Storage, ADatabaseThatCannotBeUsedEndsTheStartWithAReason) {
         spoil();
         EXPECT_FALSE(chassis.startManager());
         EXPECT_EQ(chassis.manager.stop(SIGKILL), 1);
-        std::ifstream in(chassis.manager.log);
-        const std::string said{std::istreambuf_iterator<char>(in), {}};
+        const std::string said = contentOf(chassis.manager.log);
         EXPECT_TRUE(has(said, reason)) << said;
     }
-}
-
-TEST_F(Storage, ARowOfADamagedDatabaseDoesNotHoldARestart) {
-    begin();
-    chassis.manager.stop(SIGKILL);
-    otherUser(chassis.dir)
-        .run(
-            "INSERT INTO lines SELECT section + 8589934592, key, class, text, inverse, record"
-            " FROM lines WHERE record IS NOT NULL");
-    ASSERT_TRUE(chassis.killAndRestart());
-    EXPECT_TRUE(has(chassis.show("show ip access-lists"), " seq 5 "));
 }
 
 // Kills at random instants of changes, and of the restore behind them. The rounds use one run
