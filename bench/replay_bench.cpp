@@ -189,12 +189,23 @@ struct replayChassis : chassisFixture {
         client = std::make_unique<rawClient>(*this);
     }
 
+    // Whether the request is answered.
+    bool ask(std::vector<uint8_t>& message, uint32_t type) const {
+        static uint32_t sequence = 1000;
+        client->fillHeader(message, type, ++sequence);
+        if (!client->send(message)) return false;
+        for (;;) {
+            const std::vector<uint8_t> answer = client->receive();
+            if (answer.size() < sizeof(ipcHdr)) return false;
+            if (reinterpret_cast<const ipcHdr*>(answer.data())->sequence == sequence) return true;
+        }
+    }
     void cardDown(uint32_t slot) {
         std::vector<uint8_t> message(sizeof(eventNotif));
         auto* event = reinterpret_cast<eventNotif*>(message.data());
         event->event = EVT_CARD_DOWN;
         event->slot = slot;
-        if (client->ask(message, MT_EVENT_NOTIF).empty()) fail("no answer to a card that goes");
+        if (!ask(message, MT_EVENT_NOTIF)) fail("no answer to a card that goes");
     }
 
     // Cards 1 to `cards` register together.
@@ -222,7 +233,7 @@ struct replayChassis : chassisFixture {
             std::vector<uint8_t> message(sizeof(cliHdr));
             reinterpret_cast<cliHdr*>(message.data())->code = CLI_CLEAR_IP_ACL;
             double asked = benchNow();
-            if (client->ask(message, MT_CLI_COMMAND).empty()) fail("no answer");
+            if (!ask(message, MT_CLI_COMMAND)) fail("no answer");
             f.longestWait = std::max(f.longestWait, benchNow() - asked);
             usleep(5000);
         }
