@@ -12,11 +12,15 @@
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
+// The exported entry points: client tasks call them on threads of their own, so each takes the read
+// lock for exactly one evaluation.
 int bgpAccessASPMatchFinExt(uint32_t listId, const void* attribute, uint32_t length) {
     return aclExt<aclLock::read, bgpAccessASPMatchFin>{}(listId, attribute, length);
 }
 int bgpAccessASPMatchWidthExt(uint32_t listId, uint32_t width, const void* attribute,
                               uint32_t length) {
+    // Whoever calls may pass anything: a width that there is not means that the attribute has to
+    // tell.
     const bgpAsWidth known = width == AS_WIDTH_2   ? AS_WIDTH_2
                              : width == AS_WIDTH_4 ? AS_WIDTH_4
                                                    : AS_WIDTH_UNKNOWN;
@@ -32,9 +36,13 @@ int bgpAccessCommMatchFinWithHandleExt(const bgpList* list, const void* attribut
 
 int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint32_t listId,
               std::string* out) {
+    // More than there is room for is not judged.
     if (count > as.size()) return 0;
+    // The attribute as it stands in a message: flags, type and length, then each segment with its
+    // type, its count and AS numbers of two octets.
     constexpr uint8_t AS_PATH = 2, AS_SET = 1, AS_SEQUENCE = 2;
     std::vector<uint8_t> attribute{0, AS_PATH, static_cast<uint8_t>(4 + 4 * count)};
+    // The same numbers as a sequence and as a set: a check by hand is to show both forms of text.
     for (uint8_t segment : {AS_SEQUENCE, AS_SET}) {
         attribute.push_back(segment);
         attribute.push_back(static_cast<uint8_t>(count));
@@ -44,6 +52,7 @@ int ipAsCheck(uint32_t count, const std::array<uint16_t, AS_CHECK_MAX>& as, uint
         }
     }
     const auto length = static_cast<uint32_t>(attribute.size());
+    // The size that the sentence below speaks of.
     char text[2048] = "";
     if (aspath_make_str_count(attribute.data(), length, text, sizeof text, AS_WIDTH_2) >=
         static_cast<int>(sizeof text))
@@ -62,11 +71,13 @@ std::string testList(bgpList* (*find)(const listName&), uint32_t noList, std::st
                      Check check) {
     aclLockHeld<aclLock::read> held;
     const bgpList* list = find(listNameMake(name));
+    // A placeholder is there because something refers to it; to the operator there is no such list.
     if (list == nullptr || list->placeholder != 0) return errorJson(aclStatusFind(noList)->text);
     const bgpEntry* decided = nullptr;
     const int verdict = check(list, &decided);
     jsonObject answer;
     answer.string("verdict", verdict == BGP_VERDICT_DENY ? "deny" : "permit");
+    // Nothing matched: the implicit deny.
     if (decided == nullptr) return answer.raw("entry", "null").text();
     return answer.string("entry", bgpEntryLine(list->kind, decided)).text();
 }
@@ -74,6 +85,7 @@ std::string testList(bgpList* (*find)(const listName&), uint32_t noList, std::st
 std::string testAspath(std::string_view args) {
     auto words = splitWords(args);
     if (words.empty()) return errorJson("usage: NAME PATH");
+    // Joined with one blank, as paths are shown and expressions expect them.
     std::string path;
     for (size_t i = 1; i < words.size(); i++) path += (i > 1 ? " " : "") + std::string(words[i]);
     return testList(bgpASPAccessListFind, ACL_E_ASPATH_NOLIST, words[0],
@@ -87,6 +99,7 @@ constexpr char COMMUNITY_USAGE[] = "NAME [HIGH:LOW|NUMBER|no-export|...]... [exa
 std::string testCommunity(std::string_view args) {
     auto words = splitWords(args);
     if (words.empty()) return errorJson(std::string("usage: ") + COMMUNITY_USAGE);
+    // A word behind the communities, which none of them can look like.
     const bool exact = words.back() == "exact";
     std::vector<uint32_t> communities;
     for (size_t i = 1; i < words.size() - (exact ? 1 : 0); i++) {
@@ -120,6 +133,7 @@ constexpr char AS_CHECK_USAGE[] = "COUNT AS1 AS2 AS3 AS4 LIST (text)";
 
 std::string asCheck(std::string_view args) {
     auto words = splitWords(args);
+    // Count, the AS numbers, list: always all of them, also when fewer count.
     uint32_t numbers[AS_CHECK_MAX + 2];
     bool understood = words.size() == std::size(numbers);
     for (size_t i = 0; understood && i < words.size(); i++) {

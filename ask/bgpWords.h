@@ -23,6 +23,7 @@ inline std::optional<uint32_t> parseCommunity(std::string_view word) {
     if (word == "no-export") return COMMUNITY_NO_EXPORT;
     if (word == "no-advertise") return COMMUNITY_NO_ADVERTISE;
     if (word == "local-AS") return COMMUNITY_LOCAL_AS;
+    // What a list's text shows as one number can be given back as one.
     if (word.find(':') == word.npos) return parseNumber(word, 0xFFFFFFFF);
     auto [highText, lowText] = splitPair(word);
     auto high = parseNumber(highText, 0xFFFF);
@@ -36,6 +37,7 @@ inline std::optional<uint32_t> parseCommunity(std::string_view word) {
 inline std::optional<extCommValue> parseExtCommunity(std::string_view word,
                                                      extCommSelector selector, bool as4) {
     auto [front, back] = splitPair(word);
+    // Type 0 has an AS of two octets, 1 an address, 2 an AS of four octets.
     uint8_t type = 0;
     std::optional<uint32_t> high = parseDotted(front), low;
     if (high) {
@@ -47,6 +49,7 @@ inline std::optional<extCommValue> parseExtCommunity(std::string_view word,
         low = parseNumber(back, type == 0 ? 0xFFFFFFFF : 0xFFFF);
     }
     if (!high || !low) return {};
+    // Six octets: a short front leaves four for the number behind it, a long one two.
     const uint64_t value = type == 0 ? uint64_t{*high} << 32 | *low : uint64_t{*high} << 16 | *low;
     extCommValue out{{type, static_cast<uint8_t>(selector)}};
     for (size_t i = 0; i < 6; i++) out.b[2 + i] = static_cast<uint8_t>(value >> (40 - 8 * i));

@@ -34,12 +34,14 @@ struct listRows {
 };
 
 void listRows::task(uint32_t application, uint32_t instance) {
+    // A task that was never told anything has no state yet.
     const auto known = clientStates().find({application, instance});
     const clientState state = known != clientStates().end() ? known->second : clientState{};
     uint32_t card = ADDRESS_UNKNOWN;
     const bool reached = zek_tmeGetPeerIpAddrByName(application, instance, &card) == 0;
     std::string address = "unknown";
     if (reached) textDotted(address = "", card);
+    // The first of these that holds is what a trigger does.
     const char* told = "and waited for";
     if (muted)
         told = "no: one that registered later has no address";
@@ -59,6 +61,7 @@ void listRows::task(uint32_t application, uint32_t instance) {
                  .string("told", told)
                  .number("triggers", state.messages)
                  .number("unanswered", state.unanswered));
+    // The walk of triggers ends at the first failure, for all behind it.
     muted |= endsAtFailure && !reached;
 }
 
@@ -67,12 +70,14 @@ void addLists(rowsWriter* out, const char* kind, bool endsAtFailure, List* first
     for (const namedList* list = first; list != nullptr; list = next(list->name)) {
         listRows rows{out, kind, list->name, endsAtFailure};
         for (const listClient* c = list->clients; c != nullptr; c = c->next)
+            // Route maps are clients, too, but no tasks: they are shown with the map.
             if (c->kind == CLIENT_TASK) rows.task(c->id, c->instance);
     }
 }
 
 std::string registrations() {
     rowsWriter out;
+    // Access lists have a record of their own, all others share one.
     for (const aclList* list = ipAccessListFindFirst(); list != nullptr;
          list = ipAccessListFindNext(list->name)) {
         listRows rows{&out, "ip", list->name, true};
@@ -83,6 +88,7 @@ std::string registrations() {
         addLists(&out, af == AF_IPV4 ? "prefix" : "prefix-v6", true, ipPrefixListFindFirst(af),
                  [af](const listName& name) { return ipPrefixListFindNext(name, af); });
     addLists(&out, "route-map", true, ipRmapListFindFirst(), ipRmapListFindNext);
+    // Triggers of BGP lists go on behind a failure.
     addLists(&out, "as-path", false, bgpASPAccessListFindFirst(), bgpASPAccessListFindNext);
     addLists(&out, "community", false, bgpCommListFindFirst(), bgpCommListFindNext);
     addLists(&out, "extcommunity", false, bgpExtCommListFindFirst(), bgpExtCommListFindNext);
@@ -108,6 +114,7 @@ std::string aclClientsDump() {
                         .flag("waited-for", !c.silent));
     return jsonObject()
         .number("wait-at-most-ms", zekClientWaitMs())
+        // A request may tell several tasks; it does not wait for all of them in full.
         .number("wait-at-most-ms-in-a-request", zekClientWaitMs() * CLIENT_WAITS_PER_REQUEST)
         .raw("clients", clients.array())
         .raw("registrations", registrations())

@@ -18,10 +18,13 @@
 
 namespace {
 
+// Taken when the functions are registered, at the task's start.
 std::chrono::steady_clock::time_point startTime;
 
 // --- system --------------------------------------------------------------------------------------
 
+// Longer than a screen on purpose: it is one answer, written down in the order in which it is
+// shown, and every line is a field.
 std::string showSystem(std::string_view) {
     using std::chrono::duration_cast, std::chrono::seconds;
     jsonObject registrations;
@@ -47,6 +50,8 @@ std::string showSystem(std::string_view) {
         lists.number(row.name, zekRadixCount(row.tree));
 
     const aclTaskCounters& c = aclCounters;
+    // The platform counts what it could not deliver, the task what it could not use; the operator
+    // wants one list.
     zekIpcStats ipc = zekIpcStatistics();
     jsonObject messages;
     messages.number("received", ipc.received)
@@ -92,6 +97,7 @@ std::string showSystem(std::string_view) {
         .object("lists", lists)
         .object("messages", messages)
         .object("configuration", configuration);
+    // Parts that the platform knows and shows under names of their own as well.
     std::string part;
     if (zekDebugRun("queues", "", &part)) system.raw("queues", part);
     if (zekDebugRun("memory", "", &part)) system.raw("memory", part);
@@ -100,6 +106,7 @@ std::string showSystem(std::string_view) {
 
 // --- test-ip-filter -----------------------------------------------------------------------------
 
+// "ip" is no protocol that a packet could have.
 std::optional<uint32_t> parseProtocol(std::string_view word) {
     if (word == "tcp") return IP_PROTO_TCP;
     if (word == "udp") return IP_PROTO_UDP;
@@ -127,6 +134,7 @@ constexpr char FILTER_USAGE[] =
     "[icmp-code N] [tos N] [fragment]";
 
 // Fills the packet; an empty text on success, else what is wrong.
+// Keywords have a value behind them, but "fragment"; what is not given stays zero.
 std::string parsePacket(const std::vector<std::string_view>& words, ipPacket* packet) {
     if (words.size() < 4) return std::string("usage: ") + FILTER_USAGE;
     auto protocol = parseProtocol(words[1]);
@@ -176,6 +184,7 @@ std::string testIpFilter(std::string_view args) {
     if (list == nullptr || list->placeholder != 0)
         return errorJson(aclStatusFind(ACL_E_NOLIST)->text);
     const aclEntry* decided = ipFilterFind(list, packet);  // an operator's question counts nowhere
+    // Any action but deny permits, as it does for packets.
     bool permits = decided != nullptr && decided->block.action != IP_DENY;
     jsonObject answer;
     answer.string("verdict", permits ? "permit" : "deny");
@@ -196,6 +205,7 @@ std::string dumpLinecards(std::string_view) {
 }
 
 std::string dumpClients(std::string_view) {
+    // First, so that what has come meanwhile is counted.
     aclTakeLateAnswers();
     return aclClientsDump();
 }

@@ -37,11 +37,13 @@ inline std::vector<std::string_view> splitQuoted(std::string_view text) {
 
 inline std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max) {
     uint32_t value = 0;
+    // The whole text or nothing: neither signs nor blanks.
     auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (error != std::errc() || end != text.data() + text.size() || value > max) return {};
     return value;
 }
 
+// By hand, because the system's readers take short and octal forms as well.
 inline std::optional<uint32_t> parseDotted(std::string_view text) {
     uint32_t address = 0;
     for (int i = 0; i < 4; i++) {
@@ -55,6 +57,7 @@ inline std::optional<uint32_t> parseDotted(std::string_view text) {
     return address;
 }
 
+// Every function that answers with JSON refuses like this; the shell turns it into a refusal.
 inline std::string errorJson(std::string_view text) {
     return jsonObject().string("error", text).text();
 }

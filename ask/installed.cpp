@@ -40,6 +40,7 @@ std::string accessGroups(std::string_view) {
     aclLockHeld<aclLock::read> held;
     std::string rows;
     eachBound([&rows](const aclIntf& intf, uint32_t direction, const aclList& list) {
+        // The interface knows the list, the list knows the binding: both are needed for a row.
         const aclBinding* b = aclInterfaceBinding(&list, intf.ifindex, direction);
         append(&rows, jsonObject{}
                           .string("interface", interfaceName(intf.ifindex))
@@ -60,6 +61,8 @@ struct intent {
 
 std::string hashOf(const aclList& list) {
     agentListHash hash;
+    // The very bytes that are downloaded, so that the hashes are equal exactly when the card holds
+    // what was sent.
     agentEntry image;
     for (const aclEntry& e : entriesOf<const aclEntry>(list.head)) {
         vAclAddEntryToAclList(&image, e);
@@ -75,6 +78,7 @@ jsonObject rowOf(const intent& what, uint32_t bound, uint32_t direction) {
         .number("direction", direction)
         .number("kind", what.list.kind)
         .number("implicitPermit", b != nullptr ? b->implicitPermit : 0);
+    // The binding block is opaque here and on the card: it is compared as text.
     if (b != nullptr) row.string("block", agentBlockText(b->block));
     if (what.list.placeholder != 0) row.flag("undefined", true);
     return row;
@@ -89,10 +93,13 @@ void addCard(intent* what, jsonObject row, uint32_t ifindex, const std::string& 
     append(&what->rows, row);
 }
 
+// One row for each card that has to hold it: a LAG is held port by port, a VLAN once on each card
+// with a port in it.
 void addBinding(intent* what, uint32_t bound, uint32_t direction) {
     const uint32_t type = ifindexType(bound);
     const bool isVlan = type == IF_TYPE_VLAN;
     const jsonObject row = rowOf(*what, bound, direction);
+    // The control processor has no ports to walk over.
     if (type == IF_TYPE_CP) return addCard(what, row, bound, "control-plane");
     bool any = false;
     aclForTargets({{bound, direction}, INTF_V4, false}, [&](const aclTarget& target) {
@@ -105,6 +112,7 @@ void addBinding(intent* what, uint32_t bound, uint32_t direction) {
         if (!isVlan) one.number("pipe", target.pipe & 0xFF);
         addCard(what, one, isVlan ? bound : target.ifindex, std::to_string(slot), refuses);
     });
+    // Without a card the row says that there is nothing to hold.
     if (!any) append(&what->rows, row);
 }
 
@@ -122,6 +130,7 @@ std::string intended(std::string_view args) {
 
 // "port-channel 1 2/0", "vlan 10 port-channel 1": both names may have blanks.
 bool twoInterfaces(std::string_view args, uint32_t* first, uint32_t* second) {
+    // Each blank may be the one between the names; the one where both halves are interfaces is.
     for (size_t blank = args.find(' '); blank != args.npos; blank = args.find(' ', blank + 1))
         if (ifmLNameToIfIndex(std::string(args.substr(0, blank)).c_str(), first) == 0 &&
             ifmLNameToIfIndex(std::string(args.substr(blank + 1)).c_str(), second) == 0)
@@ -133,6 +142,7 @@ bool twoInterfaces(std::string_view args, uint32_t* first, uint32_t* second) {
 // so a port that has lists of its own, or belongs to another LAG, does not join; binding a list to
 // a member is refused likewise.
 int joinLag(uint32_t lag, uint32_t port) {
+    // Only IPv4 lists can be bound, so only they stand in the way.
     const aclIntf* own = AclIntfTreeFind(port);
     const uint32_t other = aclLagOfPort(port);
     if ((other != 0 && other != lag) ||

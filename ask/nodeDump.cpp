@@ -12,6 +12,7 @@ void line(std::string& out, const char* label, uint64_t value) {
                   static_cast<unsigned long long>(value));
     out += text;
 }
+// A tree that is not there yet counts as empty.
 void line(std::string& out, const char* label, const zekRadix* tree) {
     line(out, label, tree != nullptr ? zekRadixCount(tree) : 0);
 }
@@ -24,6 +25,8 @@ void lineText(std::string& out, const char* label, const char* value) {
 
 }  // namespace
 
+// One line a field: its length is the number of fields. Labels are what is searched for in dumps,
+// so they stay even where a field has moved; CR LF ends a line as in shows.
 std::string aclDumpNode(const aclNodeRecord* node) {
     std::string out;
     line(out, "readfs descriptors", node->ipc.readfs.count());

@@ -10,6 +10,8 @@
 
 namespace {
 
+// A dump is for a terminal: it shows the head of a long list and says so. Filling ends before the
+// two bytes do that number the made-up prefixes.
 constexpr uint32_t SCREEN_ENTRIES = 20;
 constexpr uint32_t POPULATE_MAX = 60000;
 
@@ -19,6 +21,7 @@ std::string_view familyWord(uint32_t af) {
 
 // --- arguments -----------------------------------------------------------------------------------
 
+// 1 or 2, as requests number the families.
 std::optional<uint32_t> parseFamily(std::string_view word) {
     auto af = parseNumber(word, AF_IPV6);
     return af && *af >= AF_IPV4 ? af : std::nullopt;
@@ -26,6 +29,7 @@ std::optional<uint32_t> parseFamily(std::string_view word) {
 
 // --- dumps ---------------------------------------------------------------------------------------
 
+// Numbers with a sign, as all texts of these records show them.
 void addListLine(std::string& out, const prefixList& list) {
     out += familyWord(list.family);
     out += " prefix-list ";
@@ -110,6 +114,8 @@ std::string dumpAll(std::string_view) {
 
 // --- filling -------------------------------------------------------------------------------------
 
+// Through the store's own operation, one entry at a time, so that a filled list is like one that
+// was typed.
 template <class Block>
 uint32_t addNumbered(const listName& name, uint32_t number, uint32_t af) {
     Block block{};
@@ -128,6 +134,7 @@ std::string populate(std::string_view args) {
     auto count = af ? parseNumber(words[2], POPULATE_MAX) : std::nullopt;
     if (!count) return "usage: aclPopulatePrefixList NAME 1|2 COUNT\n";
     listName name = listNameMake(words[0]);
+    // A list that is there already is taken as it is.
     uint32_t status = ipPrefixListCreateExt(name, 0, *af);
     uint32_t added = 0;
     while (status == ACL_OK && added < *count) {
@@ -168,6 +175,7 @@ std::string testIpPrefixList(std::string_view args) {
     auto route = af ? parsePrefix(*af, words[0], words[1]) : std::nullopt;
     if (!route) return "usage: aclTestIPPrefixList ADDRESS LENGTH NAME 1|2\n";
     const prefixList* list = ipPrefixListFind(listNameMake(words[2]), *af);
+    // Counted as a hit, unlike testPrefixList: this is the function that client tasks call.
     bool denies = prefixFilterCheckv4_v6(list, *af, route->address, route->mask) == 1;
     return "Ipaddr = " + addressText(*af, route->address) +
            ", Ipmask = " + addressText(*af, route->mask) +

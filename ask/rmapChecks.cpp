@@ -13,6 +13,7 @@
 
 int ipRmapCheck(uint32_t prefix, uint32_t mask, const rmapList* map, std::string* out) {
     rmapRoute route, result;
+    // Both words as they are: the mask need not be a prefix's.
     route.prefix.family = AF_IPV4;
     be32 address, bits;
     address = prefix;
@@ -34,6 +35,7 @@ namespace {
 
 using words = std::vector<std::string_view>;
 
+// Either family: a route has a field for each.
 bool parseAddress(std::string_view word, uint32_t* v4, uint8_t (&v6)[16]) {
     if (auto address = parseDotted(word)) {
         *v4 = *address;
@@ -55,6 +57,8 @@ std::optional<uint32_t> parseInterface(std::string_view word) {
     return parseNumber(word, 0xFFFFFFFF);
 }
 
+// Attributes that are a number or one of a table's words. The same rows read the question and write
+// the answer.
 struct numberWord {
     const char* word;
     uint32_t rmapRoute::*field;
@@ -71,6 +75,7 @@ constexpr numberWord numberWords[] = {
     {"level", &rmapRoute::level, rmapWordsOf(rmapLevels)},
 };
 
+// What ends the values of the attribute before it.
 bool isKeyword(std::string_view word) {
     for (const numberWord& row : numberWords)
         if (word == row.word) return true;
@@ -103,6 +108,7 @@ bool parseAttribute(const words& given, size_t* at, rmapRoute* route) {
         return true;
     }
     if (keyword == "extcommunity") {
+        // The words "rt", "as4" and the like hold on from value to value.
         extCommWords taken;
         for (std::string_view word : values)
             if (!takeExtCommunity(&taken, word)) return false;
@@ -150,6 +156,7 @@ jsonObject routeJson(const rmapRoute& route) {
     for (const numberWord& row : numberWords) {
         const uint32_t value = route.*row.field;
         const char* word = rmapWordFind(row.table, value);
+        // Zero is a word only of the origin; of the others it means that nothing is given.
         if (word != nullptr && (value != 0 || row.field == &rmapRoute::origin))
             out.string(row.word, word);
         else if (value != 0)
@@ -171,12 +178,15 @@ jsonObject routeJson(const rmapRoute& route) {
 // The clause with the value that held, or with all of its values.
 std::string clauseText(const rmapStep& step) {
     std::string text = rmapClauseName(*step.entry);
+    // The text is the configuration line's, piece by piece.
     auto add = [&](const rmapNameValue* name, const rmapNumberValue* number) {
         text += ' ';
         if (rmapCodeFind(step.entry->code)->style == RMAP_STYLE_PREFIX_LIST) text += "prefix-list ";
         rmapValueText(text, *step.entry, name, number);
     };
     switch (step.entry->kind) {
+        // A match clause with several values holds for one of them, which is shown alone; a clause
+        // that does not hold shows all.
         case RMAP_KIND_LIST:
             if (step.name != nullptr) add(step.name, nullptr);
             for (const rmapNameValue* name = step.entry->names;
@@ -200,6 +210,8 @@ std::string clauseText(const rmapStep& step) {
 
 std::string trailJson(const std::vector<rmapStep>& trail) {
     std::string out, clauses;
+    // Steps come flat: an instance, then its clauses. The answer nests them, so an instance is
+    // written when the next one begins.
     const rmapStep* instance = nullptr;
     auto finish = [&] {
         if (instance == nullptr) return;
@@ -241,12 +253,14 @@ std::string testRouteMap(std::string_view args) {
                                   : ""));
     }
 
+    // Taken after the arguments are read, for as short as can be.
     aclLockHeld<aclLock::read> held;
     const rmapList* map = ipRmapListFind(listNameMake(given[0]));
     if (map == nullptr || map->placeholder != 0)
         return errorJson(aclStatusFind(ACL_E_NORMAP)->text);
     std::vector<rmapStep> trail;
     const int verdict = ipRoutemapCheck(map, route, &route, &trail);
+    // With "continue" several instances hold; the last of them decided.
     const rmapInstance* decided = nullptr;
     for (const rmapStep& step : trail)
         if (step.entry == nullptr && step.holds) decided = step.instance;
@@ -257,6 +271,7 @@ std::string testRouteMap(std::string_view args) {
     else
         answer.raw("entry", "null");
     answer.raw("trail", trailJson(trail));
+    // A route that is denied is changed by nobody.
     if (verdict == 0) answer.object("route", routeJson(route));
     return answer.text();
 }

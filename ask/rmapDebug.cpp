@@ -1,3 +1,4 @@
+// They take the locks themselves, around one call each; all but the two at the end only read.
 // Route maps in the debug shell.
 #include "ask/debugWords.h"
 #include "include/status.h"
@@ -7,6 +8,7 @@
 
 namespace {
 
+// No name is the empty name, which stands for all maps where that makes sense.
 listName nameOf(std::string_view args) {
     const auto words = splitWords(args);
     return listNameMake(words.empty() ? std::string_view() : words[0]);
@@ -29,12 +31,14 @@ std::string check(std::string_view) {
     const std::string faults = aclRTest();
     return faults.empty() ? "no faults\n" : faults;
 }
+// Writes and tells as a change would, so it needs what a change needs.
 std::string update(std::string_view args) {
     aclLockHeld<aclLock::write> held;
     return std::string(aclStatusFind(aclRmapUpdateOneList(nameOf(args)))->text) + "\n";
 }
 std::string toggle(std::string_view args) {
     const auto words = splitWords(args);
+    // Anything but 0 or 1 only shows the value.
     if (words.size() == 1)
         if (auto value = parseNumber(words[0], 1)) acl_routemap_debug = *value;
     return "acl_routemap_debug = " + std::to_string(acl_routemap_debug) + "\n";

@@ -1,3 +1,5 @@
+// The terminal, on libedit: it calls back for the prompt, for help and for completion, and hands
+// over whole lines.
 #include "cli/interactive.h"
 
 #include <histedit.h>
@@ -17,6 +19,7 @@ struct terminal {
     History* history;
 };
 
+// The callbacks get the editor alone; the session hangs on it.
 terminal* terminalOf(EditLine* edit) {
     void* data = nullptr;
     el_get(edit, EL_CLIENTDATA, &data);
@@ -27,6 +30,7 @@ const char* prompt(EditLine* edit) {
     return grammarModeOf(terminalOf(edit)->session->mode).prompt;
 }
 
+// Up to the cursor: what stands behind it has no say in what may come here.
 std::string_view typedLine(EditLine* edit) {
     const LineInfo* info = el_line(edit);
     return {info->buffer, static_cast<size_t>(info->cursor - info->buffer)};
@@ -45,6 +49,7 @@ unsigned char complete(EditLine* edit, int) {
     std::vector<cliHelpRow> rows;
     cliParseError error;
     if (!cliHelp(sessionContext(*session), line, &rows, &error)) return CC_ERROR;
+    // Descriptions of arguments cannot be typed for the operator.
     std::erase_if(rows, [](const cliHelpRow& row) { return !row.literal; });
     if (rows.empty()) return CC_ERROR;
     std::string common = rows[0].word;
@@ -56,6 +61,7 @@ unsigned char complete(EditLine* edit, int) {
     }
     size_t typed = 0;
     while (typed < line.size() && !lexIsBlank(line[line.size() - 1 - typed])) typed++;
+    // A word that is decided gets its blank, so that the next Tab is about the next word.
     if (rows.size() == 1) common += ' ';
     if (common.size() > typed) {
         el_deletestr(edit, static_cast<int>(typed));
@@ -68,6 +74,7 @@ unsigned char complete(EditLine* edit, int) {
     return CC_REDISPLAY;
 }
 
+// Without a home the history ends with the shell.
 std::string historyFile() {
     const char* home = getenv("HOME");
     return home != nullptr && *home != '\0' ? std::string(home) + "/.aclsh_history" : "";
@@ -86,6 +93,7 @@ int interactiveRun(cliSession* session) {
     HistEvent event;
     std::string file = historyFile();
     history(t.history, &event, H_SETSIZE, HISTORY_LINES);
+    // A line that is repeated is kept once.
     history(t.history, &event, H_SETUNIQUE, 1);
     if (!file.empty()) history(t.history, &event, H_LOAD, file.c_str());
     el_set(t.edit, EL_CLIENTDATA, &t);
@@ -101,6 +109,7 @@ int interactiveRun(cliSession* session) {
     int length;
     while (!session->done) {
         const char* line = el_gets(t.edit, &length);
+        // End of input (Ctrl-D) leaves like "exit", without running anything.
         if (line == nullptr || length <= 0) break;
         std::string text(lexTrimEnd({line, static_cast<size_t>(length)}));
         if (text.empty()) continue;

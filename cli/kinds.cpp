@@ -1,9 +1,12 @@
+// The rows of listKinds, in the order of cliKind. What a kind has not, such as counters that could
+// be cleared, is left out of its row and has no request then.
 #include "cli/kinds.h"
 
 #include "cli/grammar/build.h"
 #include "include/status.h"
 
 constexpr listKind listKinds[KIND_COUNT] = {
+    // Both kinds of access lists are tested, shown and cleared by this row.
     {.mode = {&sStandard, F_LIST | F_NET, IP_KIND_STANDARD, "acl(config-standard)# "},
      .codes = {CLI_IP_LIST_CREATE, CLI_IP_LIST_DELETE, CLI_IP_ENTRY_ADD, CLI_IP_ENTRY_DELETE},
      .header = {sizeof(cliListReq), fillList},
@@ -16,10 +19,14 @@ constexpr listKind listKinds[KIND_COUNT] = {
      .codes = {CLI_IP_LIST_CREATE, CLI_IP_LIST_DELETE, CLI_IP_ENTRY_ADD, CLI_IP_ENTRY_DELETE},
      .header = {sizeof(cliListReq), fillList},
      .line = {sizeof(cliIpEntryReq), fillEntry}},
+    // A trace list's lines are an extended list's without DSCP, fragments, order, monitor and rules
+    // below IP.
     {.mode = {&sExtended, F_EXT, IP_KIND_EXTENDED, "acl(config-trace)# "},
      .codes = {CLI_DOS_LIST_CREATE, CLI_DOS_LIST_DELETE, CLI_DOS_ENTRY_ADD, CLI_DOS_ENTRY_DELETE},
      .header = {sizeof(cliListReq)},
      .line = {sizeof(cliIpEntryReq), fillEntry}},
+    // The headers of these lists are a name and nothing else: the plain CLI header, which is the
+    // default form.
     {.mode = {&sPrefix4, 0, 0, "acl(config-prefix-list)# "},
      .codes = {CLI_PREFIX_LIST_CREATE, CLI_PREFIX_LIST_DELETE, CLI_PREFIX_ENTRY_ADD,
                CLI_PREFIX_ENTRY_DELETE},
@@ -28,6 +35,8 @@ constexpr listKind listKinds[KIND_COUNT] = {
      .testFunction = "testPrefixList",
      .show = {showPolicy, "ip prefix-list", ACL_E_PREFIX_NOLIST, CLI_SHOW_PREFIX_ALL,
               CLI_SHOW_PREFIX, CLI_SHOW_PREFIX_ALL_DETAIL, CLI_SHOW_PREFIX_DETAIL}},
+    // The same with its own codes; it is tested by the same function, which takes the family from
+    // the prefix.
     {.mode = {&sPrefix6, 0, 0, "acl(config-prefix-list)# "},
      .codes = {CLI_V6_PREFIX_LIST_CREATE, CLI_V6_PREFIX_LIST_DELETE, CLI_V6_PREFIX_ENTRY_ADD,
                CLI_V6_PREFIX_ENTRY_DELETE},

@@ -1,3 +1,5 @@
+// Reading words: by hand and without allocating, because a load reads hundreds of thousands of
+// lines.
 #include "cli/lexer.h"
 
 #include <arpa/inet.h>
@@ -6,6 +8,7 @@
 
 namespace {
 
+// Not the C library's, which asks the locale for every letter.
 constexpr char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
 }
@@ -22,6 +25,7 @@ constexpr uint32_t hexDigit(char c) {
 bool takeOctet(const char*& p, const char* end, uint32_t* octet) {
     const char* start = p;
     uint32_t v = 0;
+    // Four digits are read so that the fourth makes it too large instead of starting the next part.
     while (p < end && *p >= '0' && *p <= '9' && p - start < 4)
         v = v * 10 + static_cast<uint32_t>(*p++ - '0');
     if (p == start || v > 255 || (*start == '0' && p - start > 1)) return false;
@@ -66,6 +70,8 @@ lexMatch lexCompare(std::string_view typed, std::string_view keyword) {
 }
 
 bool lexNumber(std::string_view word, uint64_t* value) {
+    // Twelve digits hold every 32-bit number with room for a range check to refuse it by name, and
+    // cannot overflow.
     if (word.empty() || word.size() > 12) return false;
     uint64_t v = 0;
     for (char c : word) {
@@ -102,6 +108,7 @@ bool lexPrefix(std::string_view word, uint32_t* address, uint32_t* length) {
     const char* end = p + word.size();
     uint32_t v, len;
     if (!takeAddress(p, end, &v) || p == end || *p++ != '/') return false;
+    // A length is read like an octet: at most three digits, no leading zero.
     if (!takeOctet(p, end, &len) || p != end || len > 32) return false;
     *address = v;
     *length = len;
@@ -109,6 +116,7 @@ bool lexPrefix(std::string_view word, uint32_t* address, uint32_t* length) {
 }
 
 bool lexMac(std::string_view word, uint8_t mac[6]) {
+    // Two digits each, always: the way in which every text of the manager shows them.
     constexpr size_t MAC_TEXT = 6 * 2 + 5;
     if (word.size() != MAC_TEXT) return false;
     uint8_t bytes[6];
@@ -122,6 +130,7 @@ bool lexMac(std::string_view word, uint8_t mac[6]) {
 }
 
 bool lexAddress6(std::string_view word, uint8_t address[16]) {
+    // The C library's reader: IPv6 has too many forms to read by hand, and its lines are few.
     char text[INET6_ADDRSTRLEN];
     if (word.size() >= sizeof text) return false;
     text[word.copy(text, sizeof text)] = '\0';
@@ -153,6 +162,7 @@ bool lexSigned(std::string_view word, uint32_t* value) {
     bool negative = !word.empty() && word[0] == '-';
     uint64_t v;
     if (!lexNumber(word.substr(negative ? 1 : 0), &v)) return false;
+    // The complement of what a text shows below zero.
     if (v > (negative ? 0x80000000u : 0xFFFFFFFFu)) return false;
     *value = static_cast<uint32_t>(negative ? 0 - v : v);
     return true;
@@ -160,6 +170,7 @@ bool lexSigned(std::string_view word, uint32_t* value) {
 
 bool lexPair(std::string_view word, bool withSign, uint32_t* high, uint32_t* low) {
     size_t colon = word.find(':');
+    // A minus is looked for first: lexSigned would take it.
     if (colon == word.npos || (!withSign && word.find('-') != word.npos)) return false;
     return lexSigned(word.substr(0, colon), high) && lexSigned(word.substr(colon + 1), low);
 }
@@ -177,6 +188,7 @@ bool lexAddressPair(std::string_view word, uint32_t* high, uint32_t* low) {
 bool lexAs(std::string_view word, uint32_t* as) {
     size_t dot = word.find('.');
     uint64_t high = 0, low;
+    // H.L stands for H * 65536 + L, both at most 65535.
     if (dot == word.npos) {
         if (!lexNumber(word, &low) || low > 0xFFFFFFFF) return false;
     } else if (!lexNumber(word.substr(0, dot), &high) || high > 65535 ||

@@ -1,3 +1,5 @@
+// Reading ahead: which lists a file defines, before its first line is sent. A clause may name a
+// list that only comes further down, and its bare name has to be read right.
 #include "cli/listNames.h"
 
 #include <sys/mman.h>
@@ -9,6 +11,8 @@
 
 namespace {
 
+// A pipe cannot be read twice, so what comes through it is kept in memory, as a file without a
+// name.
 bool writeAll(int fd, const char* bytes, size_t length) {
     while (length > 0) {
         const ssize_t n = write(fd, bytes, length);
@@ -42,12 +46,14 @@ int keepPipe(int fd) {
 }  // namespace
 
 int listNamesReadAhead(listNames* names, int fd) {
+    // A descriptor that cannot seek is a pipe or a terminal.
     const off_t start = lseek(fd, 0, SEEK_CUR);
     const int kept = start < 0 ? keepPipe(fd) : fd;
     if (kept < 0) return -1;
     off_t at = std::max<off_t>(start, 0);
     std::string line;
     std::array<char, 65536> piece;
+    // Read beside the descriptor's own position, which stays where the load begins.
     for (ssize_t n; (n = pread(kept, piece.data(), piece.size(), at)) > 0; at += n) {
         std::string_view rest(piece.data(), static_cast<size_t>(n));
         for (size_t end; (end = rest.find('\n')) != rest.npos; rest.remove_prefix(end + 1)) {
@@ -55,6 +61,7 @@ int listNamesReadAhead(listNames* names, int fd) {
             listNamesNote(names, line);
             line.clear();
         }
+        // The line that the next piece goes on with.
         line += rest;
     }
     listNamesNote(names, line);

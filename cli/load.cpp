@@ -26,7 +26,10 @@
 
 namespace {
 
+// Enough that a commit of the manager finds many requests at once; more would only wait in its
+// queue.
 constexpr size_t WINDOW = 256;
+// A longer line is taken in pieces of this length.
 constexpr size_t LINE_MAX_BYTES = 65536;
 constexpr uint32_t TAKE_EVERY = 8;  // sends between two looks for answers; below a queue's ten
 constexpr int FULL_WAIT_MS = 2;     // for room in the manager's queue, between two looks
@@ -48,6 +51,7 @@ struct loadSlot {
     std::vector<std::string> expected;
 };
 
+// `none`: there is no answer that the next lines depend on.
 enum class headerState { none, open, accepted, refused };
 
 struct loader {
@@ -71,6 +75,7 @@ struct loader {
 };
 
 // Reports and releases the finished slots at the head.
+// Refusals come out in the order of the lines, however the answers came in.
 void flushSlots(loader& l) {
     while (l.count > 0 && l.slot(0).done) {
         loadSlot& s = l.slot(0);
@@ -84,6 +89,7 @@ void flushSlots(loader& l) {
     }
 }
 
+// Only the last header decides: one that was answered late has no lines behind it any more.
 void finish(loader& l, loadSlot& s, std::string failure, size_t column) {
     s.done = true;
     s.failure = std::move(failure);
@@ -99,6 +105,7 @@ void takeAnswer(loader& l, uint32_t sequence) {
         if (s.done || s.sequence != sequence) continue;
         uint32_t status;
         if (!answerResult(l.session.channel, &status)) break;
+        // The command itself is gone: what a sentence points at was kept in the slot.
         cliCommand columns{};
         columns.firstColumn = s.firstColumn;
         columns.seqColumn = s.seqColumn;
@@ -114,6 +121,7 @@ void takeAnswer(loader& l, uint32_t sequence) {
 }
 
 // Takes what has been answered, waiting at most waitMs for the first answer.
+// A stray message must not end the taking: the queue behind it may be full of answers.
 void takeAnswers(loader& l, int waitMs) {
     uint64_t strays = l.session.channel.strays;
     for (;;) {
@@ -136,6 +144,7 @@ void managerGone(loader& l, askResult why) {
     for (size_t i = 0; i < l.count; i++) {
         loadSlot& s = l.slot(i);
         if (s.done) continue;
+        // What was never sent has certainly not been taken.
         s.unknown = s.sent;
         finish(l, s, s.sent ? changeText(why, l.timeoutMs()) : askText(why, l.timeoutMs()),
                s.firstColumn);
@@ -153,11 +162,14 @@ bool sendAgain(loader& l, loadSlot& s) {
 }
 
 // The oldest open line has waited for too long.
+// One question answers for the whole window: requests are executed in their order, so what stands
+// behind the oldest has not been reached either.
 void overdue(loader& l) {
     loadSlot& s = l.slot(0);
     const requestFate fate = channelFate(l.session.channel, s.sequence, l.timeoutMs());
     if (fate == requestFate::silent || (fate == requestFate::lost && s.sent && !sendAgain(l, s)))
         return managerGone(l, askResult::noAnswer);
+    // All times start anew, or each open line would ask for itself.
     for (size_t i = 0; i < l.count; i++) l.slot(i).sentAt = nowMs();
     if (fate != requestFate::underWay || std::exchange(l.toldOfLine, s.line) == s.line) return;
     reportText(l.session.err, std::string(l.source) + ": the manager is still working on line " +
@@ -186,6 +198,7 @@ loadSlot& takeSlot(loader& l, uint32_t line, std::string_view text) {
     s.repeats = 0;
     s.line = line;
     s.sentAt = nowMs();
+    // The line's bytes are the reader's and move on before the answer is there.
     s.text.assign(text);
     s.failure.clear();
     s.expected.clear();
@@ -194,6 +207,8 @@ loadSlot& takeSlot(loader& l, uint32_t line, std::string_view text) {
 
 void refuseLine(loader& l, uint32_t line, std::string_view text, size_t column,
                 std::string sentence, std::vector<std::string> expected = {}) {
+    // A refused line takes its row as well: the rows of a compiled file are the lines of its
+    // source.
     if (l.session.options.compile) compileWrite(l.session.out, text, nullptr);
     loadSlot& s = takeSlot(l, line, text);
     s.expected = std::move(expected);
@@ -212,12 +227,14 @@ void submit(loader& l, const cliCommand& command, uint32_t line, std::string_vie
     s.sequence = built ? requestSequence(request.ipc) : 0;
     const auto* bytes = reinterpret_cast<const uint8_t*>(&request);
     if (built) s.request.assign(bytes, bytes + length);
+    // From here on entry lines ask this line what became of their list.
     if (!sessionIsInnerLine(command)) {
         s.isHeader = sessionIsInner(l.session.mode);
         l.header = s.isHeader ? headerState::open : headerState::none;
         l.headerLine = line;
     }
     if (!built) return finish(l, s, statusText(ACL_E_SYSTEM), s.firstColumn);
+    // Taking answers may finish this slot, too: when the manager is found to be gone.
     while (!s.done) {
         if (l.sends++ % TAKE_EVERY == 0) pump(l, 0);
         // A full manager has room sooner than an answer: what it finds together it commits
@@ -267,6 +284,7 @@ void compileCommand(loader& l, uint32_t line, std::string_view text) {
     cliRequest request;
     size_t length;
     if (requestBuild(&s.channel, l.command, s.scope, &request, &length)) {
+        // The cookie is random. Without it the same lines compile to the same bytes.
         if (length >= sizeof(cliHdr)) request.cli.cookie = 0u;
         compileWrite(s.out, text, &request.ipc);
     }
@@ -284,6 +302,7 @@ void loadCommand(loader& l, uint32_t line, std::string_view text) {
     if (s.options.compile) return compileCommand(l, line, text);
     const cliCommand& command = l.command;
     bool inner = sessionIsInnerLine(command);
+    // Entries are right once they can be read; nothing else is known of them here.
     if (inner && s.options.checkOnly) return;
     if (!inner) l.badHeaderLine = 0;
     if (command.verb == cliVerb::interface) return loadInterface(l, line, text);
@@ -319,6 +338,7 @@ void loadLine(loader& l, std::string_view text, uint32_t line) {
         case cliParsed::refused:
             break;
     }
+    // One bad header makes all of its entries strange in configuration mode: each says why.
     if (s.mode == cliMode::configure && l.badHeaderLine != 0 && l.command.verb == cliVerb::entry)
         error.text += " (the header in line " + std::to_string(l.badHeaderLine) + " was refused)";
     if (sessionMustLeave(s, l.command, error)) s.mode = cliMode::configure;
@@ -336,6 +356,7 @@ struct lineReader {
 };
 
 // The next line that has been read whole. False when more must be read first, or at the end.
+// A line without an end is taken at the end of the file, or when it fills the buffer.
 bool nextLine(lineReader& r, std::string_view* line) {
     const char* from = r.bytes.data() + r.begin;
     const void* newline = std::memchr(from, '\n', r.end - r.begin);
@@ -355,6 +376,7 @@ bool readMore(loader& l, lineReader& r) {
     std::memmove(r.bytes.data(), r.bytes.data() + r.begin, r.end - r.begin);
     r.end -= r.begin;
     r.begin = 0;
+    // Input through a pipe may pause for long: answers are taken and reported meanwhile.
     while (l.count > 0) {
         pollfd fds[] = {{r.fd, POLLIN, 0}, {zekEndpointFd(l.session.channel.endpoint), POLLIN, 0}};
         int64_t left = l.slot(0).sentAt + l.timeoutMs() - nowMs();

@@ -14,6 +14,7 @@
 namespace {
 
 // Commands from a stream that is no terminal, one a line. The exit status.
+// Each line is answered before the next one is read: somebody at the other end may wait for it.
 int runLines(cliSession* session, std::istream& in, std::string_view source) {
     bool good = true;
     uint32_t number = 0;
@@ -59,9 +60,11 @@ int main(int argc, char** argv) {
         ->needs(load);
     CLI11_PARSE(app, argc, argv);
 
+    // What was not given follows from what was.
     o.runDir = zekRunDir(o.runDir);
     if (o.chassisFile.empty()) o.chassisFile = o.runDir + "/chassis.json";
     o.timeoutMs = static_cast<int>(std::lround(timeout * 1000));
+    // Compiling sends nothing either.
     o.checkOnly |= o.compile;
     // What is compiled stands for a whole configuration, which begins in the normal mode.
     if (!o.compile) sessionReadMaskMode(&session);

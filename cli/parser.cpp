@@ -1,3 +1,5 @@
+// One pass over a line: each word selects a node among those of the state, its action changes the
+// command, and the node's state is the next. Help takes the same way up to the last word.
 #include "cli/parser.h"
 
 #include <algorithm>
@@ -19,6 +21,7 @@ struct cursor {
 // Calls fn with every node that may stand at this point, until it returns true.
 template <class Fn>
 void eachNode(const cliCommand& command, const grammarState* state, Fn fn) {
+    // A state's own nodes come first, so that they win over those of the states behind it.
     for (; state != nullptr; state = state->chain) {
         if ((state->when & ~command.features) != 0) continue;
         for (const grammarNode& node : state->nodes)
@@ -27,12 +30,15 @@ void eachNode(const cliCommand& command, const grammarState* state, Fn fn) {
     }
 }
 
+// A stored configuration may carry whatever its field can hold, also what an operator could not
+// type today.
 bool inLimits(const grammarNode& node, uint64_t v, bool wide) {
     return v >= (wide ? 0 : node.low) && v <= (wide ? node.wideHigh : node.high);
 }
 
 // A name is a word without control characters, so that it can be printed as it is.
 bool isName(std::string_view word) {
+    // Bytes above 127 are taken: names may be in any encoding.
     return word.size() <= LIST_NAME_LEN &&
            std::ranges::none_of(word, [](char c) { return (c >= 0 && c < ' ') || c == 127; });
 }
@@ -47,9 +53,11 @@ bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cli
                 return true;
             }
             return lexNumber(word, &value->number) && inLimits(node, value->number, wide);
+        // Out of range is a sentence of its own, not an unexpected word.
         case cliArg::sequence:
             return lexNumber(word, &value->number);
         case cliArg::hex:
+            // Zero would mean that there is no ether-type, and the rule would be one about IP.
             if (!lexHex(word, &word32) || word32 == 0 || !inLimits(node, word32, wide))
                 return false;
             value->number = word32;
@@ -97,18 +105,22 @@ const grammarNode* select(const cursor& c, std::string_view word, cliValue* valu
     *ambiguous = false;
     eachNode(c.command, c.state, [&](const grammarNode& node) {
         if (node.kind != cliArg::word) {
+            // The first argument that reads the word has it: the order of the nodes decides between
+            // a prefix and a name.
             if (argument == nullptr && takeArgument(node, word, c.context.wide, value))
                 argument = &node;
             return false;
         }
         lexMatch match = lexCompare(word, node.word);
         if (match == lexMatch::whole) whole = &node;
+        // The same keyword may stand in two states of the chain; that is not ambiguous.
         if (match == lexMatch::prefix && !node.whole) {
             *ambiguous |= begun != nullptr && begun->word != node.word;
             if (begun == nullptr) begun = &node;
         }
         return whole != nullptr;
     });
+    // A whole keyword is meant even where it begins another one.
     if (whole != nullptr || !*ambiguous) {
         *ambiguous = false;
         return whole != nullptr ? whole : begun != nullptr ? begun : argument;
@@ -140,6 +152,8 @@ void refuse(const cursor& c, size_t column, std::string text, std::string_view t
     listValid(c, typed, &error->expected);
 }
 
+// The command is used again for every line of a file, so its parts are cleared one by one: the text
+// keeps its memory.
 cursor begin(const cliContext& context, cliCommand* command) {
     const grammarMode& mode = grammarModeOf(context.mode);
     command->verb = cliVerb::entry;
@@ -170,11 +184,17 @@ bool step(cursor& c, std::string_view line, std::string_view word, cliParseError
     const grammarNode* node = select(c, word, &value, &ambiguous);
     if (node == nullptr) {
         std::string text = ambiguous ? "Ambiguous word \"" : "Unexpected word \"";
+        // After an ambiguous word only what it could mean is listed, after a strange one all that
+        // may stand there.
         refuse(c, value.column, text.append(word) + "\"", ambiguous ? word : "", error);
         return false;
     }
     value.word = word;
+    // Words are separated by blanks before their kind is known: only now the rest of the quotation
+    // is taken in.
     if (node->kind == cliArg::quoted && word[0] == '"') {
+        // There is no way to write a quotation mark inside one; nothing that is quoted can hold
+        // one.
         size_t end = line.find('"', value.column + 1);
         if (end == line.npos) {
             *error = {value.column, "The quotation mark is not closed", {}};
@@ -194,6 +214,7 @@ bool step(cursor& c, std::string_view line, std::string_view word, cliParseError
         }
     }
     c.command.seen |= node->once;
+    // "no" leads back to where the line began, whatever mode that is.
     c.state = node->next == &sMode ? grammarModeOf(c.context.mode).start : node->next;
     return true;
 }
@@ -216,9 +237,11 @@ cliParsed cliParse(const cliContext& context, std::string_view line, cliCommand*
     eachNode(*command, c.state,
              [&](const grammarNode& n) { return complete = n.kind == cliArg::end; });
     if (!complete) {
+        // The column behind the blank that would have to follow.
         refuse(c, lexTrimEnd(line).size() + 1, "The line is incomplete", "", error);
         return cliParsed::refused;
     }
+    // Entry lines name no verb: a line that no other word has claimed belongs to the list.
     if (command->verb == cliVerb::entry) command->kind = kindOfMode(context.mode);
     return cliParsed::command;
 }
@@ -230,6 +253,7 @@ bool cliHelp(const cliContext& context, std::string_view line, std::vector<cliHe
     rows->clear();
     for (;;) {
         std::string_view word = lexWord(line, &c.at);
+        // Words that end before the line does are fixed; the one at its end is still being typed.
         if (c.at < line.size()) {
             if (!step(c, line, word, error)) return false;
             continue;

@@ -1,3 +1,5 @@
+// The filters behind `|`: a line goes through all of them before the next one is looked at, so that
+// nothing is held but an unfinished line.
 #include "cli/pipe.h"
 
 #include <optional>
@@ -19,6 +21,7 @@ constexpr pipeRow pipeTable[] = {
 };
 
 // The position of the next `|` that stands alone as a word.
+// A bar within a word, as in an expression, is part of the word.
 size_t findBar(std::string_view line, size_t at) {
     for (;;) {
         std::string_view word = lexWord(line, &at);
@@ -86,6 +89,7 @@ bool pipeParse(std::string_view* line, cliPipe* pipe, size_t* column, std::strin
                 row ? "The filter needs a text" : "Not a filter: include, exclude, begin, count";
             return false;
         }
+        // The text is all up to the next bar, blanks within it included.
         std::string_view text =
             first.empty() ? first
                           : lexTrimEnd(rest.substr(static_cast<size_t>(first.data() - all.data())));
@@ -104,6 +108,8 @@ void pipeText(cliPipe* pipe, std::string_view text) {
         size_t end = text.find('\n');
         if (end == text.npos) break;
         std::string_view line = text.substr(0, end);
+        // Text comes in pieces of any length: the first line of this one may have begun in the
+        // last.
         if (!pipe->part.empty()) line = pipe->part.append(line);
         if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
         pass(pipe, 0, line);

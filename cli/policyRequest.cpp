@@ -18,6 +18,7 @@ void fillPrefix(const cliPolicy& p, prefixEntryBlock<L>& entry) {
     std::memcpy(entry.mask, p.mask, L);
 }
 
+// Both halves have an array of their own in the records.
 void fillValues(const cliPolicy& p, be32* high, be32* low) {
     for (uint32_t i = 0; i < p.valueCount; i++) {
         high[i] = p.values[i].high;
@@ -52,6 +53,7 @@ void fillPrefix6(const cliCommand& command, const cliScope& scope, cliRequest* r
     request->cli.name = scope.list;
     fillPrefix(command.policy, request->prefix6.entry);
 }
+// One code for both families, which the record names.
 void fillResequence(const cliCommand& command, const cliScope&, cliRequest* request) {
     request->resequence.start = command.policy.start;
     request->resequence.step = command.policy.step;
@@ -61,6 +63,7 @@ void fillResequence(const cliCommand& command, const cliScope&, cliRequest* requ
 void fillAspath(const cliCommand& command, const cliScope& scope, cliRequest* request) {
     request->cli.name = scope.list;
     request->aspath.action = command.policy.action;
+    // The grammar has checked the length; the record is zero, so the text is terminated.
     command.text.copy(request->aspath.text, ASPATH_TEXT_LEN - 1);
 }
 
@@ -69,6 +72,7 @@ void fillCommunity(const cliCommand& command, const cliScope& scope, cliRequest*
     commEntryBlock& entry = request->community.entry;
     request->cli.name = scope.list;
     entry.action = p.action;
+    // An entry is either an expression or values, never both.
     entry.kind = p.isExpression ? COMM_REGEXP : COMM_VALUES;
     entry.number = p.number;
     fillValues(p, entry.high, entry.low);
@@ -104,16 +108,20 @@ void fillRouteMapDelete(const cliCommand& command, const cliScope&, cliRequest* 
 
 void fillClause(const cliCommand& command, const cliScope& scope, cliRequest* request) {
     const cliPolicy& p = command.policy;
+    // Every code that the grammar sets has a row.
     const rmapCodeRow& row = *rmapCodeFind(p.code);
     rmapClauseBlock& clause = request->clause.clause;
     request->cli.name = scope.list;
     request->clause.operation = command.negated;
+    // A clause about IPv6 is the same record under a code of its own.
     if (row.cls == RTMAP_MS_V6_MATCH || row.cls == RTMAP_MS_V6_SET)
         for (const auto& codes : clauseCodes)
             if (request->cli.code == codes[0]) request->cli.code = codes[1];
     clause.cls = row.cls;
     clause.code = row.code;
     clause.kind = row.kind;
+    // A clause says in full to which instance it belongs, because the manager keeps no mode of
+    // ours.
     clause.seq = scope.seq;
     clause.action = scope.action;
     clause.value = row.style == RMAP_STYLE_INTERFACE ? scope.ifindex : p.value;

@@ -1,3 +1,5 @@
+// Refusals as the operator reads them: one write each, so that those of several shells do not mix
+// within a line.
 #include "cli/report.h"
 
 #include <algorithm>
@@ -7,6 +9,7 @@
 void reportRefused(FILE* err, const cliPlace& place, std::string_view line, size_t column,
                    std::string_view sentence, const std::vector<std::string>& expected) {
     std::string text;
+    // At a terminal there is no place to name: the line stands right above.
     if (place.source.empty())
         text = "% ";
     else

@@ -1,3 +1,5 @@
+// Requests to the manager and their answers: the row that a command is sent by, sending again what
+// was lost, and recognising an answer among strangers.
 #include "cli/request.h"
 
 #include <unistd.h>
@@ -30,10 +32,12 @@ void fillVlans(std::string_view text, uint8_t (&block)[CLI_BINDING_BLOCK_LEN]) {
         comma = text.find(',');
         uint32_t low = 1, high = 0;
         (void)lexVlanRange(text.substr(0, comma), &low, &high);
+        // Bit 0x80 of the first byte is VLAN 0, which no line can name.
         for (uint32_t id = low; id <= high; id++)
             vlans.bits[id / 8] = static_cast<uint8_t>(vlans.bits[id / 8] | 0x80 >> id % 8);
         if (comma == text.npos) break;
     }
+    // Counted from the bits, because ranges of a line may overlap.
     uint32_t count = 0;
     for (uint8_t byte : vlans.bits) count += static_cast<uint32_t>(std::popcount(byte));
     vlans.count = count;
@@ -44,8 +48,10 @@ void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* r
     fillUnbinding(command, scope, request);
     cliBindReq& bind = request->bind;
     bind.implicitPermit = command.implicitPermit;
+    // An operator's binding is configuration; replays of the manager's own are not.
     bind.writeConfig = 1;
     bind.vlanOption = command.vlans.empty() ? 0 : 1;
+    // The text goes along as it was typed, because that is how the line is shown again.
     command.vlans.copy(bind.vlanText, sizeof bind.vlanText - 1);
     if (!command.vlans.empty()) fillVlans(command.vlans, bind.block);
 }
@@ -70,6 +76,7 @@ constexpr requestRow requestTable[] = {
 
 // The code and the form of a command's request; code 0: there is none.
 requestRow rowOf(const cliCommand& c) {
+    // The verbs of cards and of the chassis keep something else in `kind`.
     const listKind& kind = listKinds[c.kind < KIND_COUNT ? c.kind : KIND_STANDARD];
     switch (c.verb) {
         case cliVerb::list:
@@ -121,6 +128,7 @@ bool channelOpen(cliChannel* channel, const std::string& runDir, const std::stri
     channel->card = chassis.routeProcessors[rp].address;
     channel->runDir = runDir;
     channel->rp = rp;
+    // One shell, one service: the process id tells shells of one card apart.
     channel->service = SERVICE_DYNAMIC_BASE + static_cast<uint32_t>(getpid());
     channel->nextSequence = std::random_device{}();
     channel->endpoint = zekEndpointOpen(runDir, channel->card, channel->service, error);
@@ -152,10 +160,12 @@ bool requestBuild(cliChannel* channel, const cliCommand& command, const cliScope
     const requestRow row = rowOf(command);
     if (row.code == 0) return false;
     *length = row.form.length;
+    // What a form does not fill is zero: the manager takes that as not given.
     std::memset(static_cast<void*>(request), 0, *length);
     stamp(channel, &request->ipc, MT_CLI_COMMAND, *length);
     request->cli.cookie = cookieOf(request->ipc.sequence);
     request->cli.code = row.code;
+    // Lines of a list have no name of their own; their form takes it from the scope.
     request->cli.name = listNameMake(command.name);
     if (row.form.fill != nullptr) row.form.fill(command, scope, request);
     return true;
@@ -177,6 +187,7 @@ const ipcHdr* channelReceive(cliChannel* channel, int timeoutMs) {
     int n =
         zekEndpointRecv(channel->endpoint, &channel->message, ZEK_MESSAGE_MAX, timeoutMs, nullptr);
     if (n == 0) return nullptr;
+    // A message that is shorter than its header counts as strange, like one of somebody else.
     std::span<const uint8_t> bytes(channel->message);
     const auto* hdr = n < 0 ? nullptr : wireView<ipcHdr>(bytes);
     // Answers are for us and from the manager's card; anything else is somebody's mistake.
@@ -218,6 +229,8 @@ bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* te
     *result = ACL_E_SYSTEM;
     const auto* front = wireView<showReplyHdr>(bytes);
     if (front == nullptr) return false;
+    // A refusal comes back as the request itself, with our cookie in it; what has a text begins
+    // with the marker or with the place to go on at.
     if (front->marker == cookie) {
         const auto* cli = wireView<cliHdr>(bytes);
         if (cli != nullptr) *result = cli->result;
@@ -228,6 +241,7 @@ bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* te
     *resume = front->marker == SHOW_MARKER ? 0 : uint32_t{front->marker};
     *text = {reinterpret_cast<const char*>(bytes.data()) + SHOW_TEXT_OFFSET,
              bytes.size() - SHOW_TEXT_OFFSET};
+    // The text ends at its NUL, the message may be longer.
     *text = text->substr(0, text->find('\0'));
     return true;
 }
@@ -256,9 +270,12 @@ askResult channelAsk(cliChannel* channel, const void* request, size_t length, in
     const auto* front = static_cast<const uint8_t*>(request);
     std::vector<uint8_t> bytes(front, front + length);
     auto* hdr = wireView<ipcHdr>(std::span(bytes));
+    // Only the manager's platform can be asked what became of a request; others, such as chassisd,
+    // are asked once.
     const bool toManager = hdr->source.card == channel->card &&
                            hdr->source.svce == aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
     bool sent = false, told = false;
+    // A round is: send if it has not been sent, wait, then ask what has become of it.
     for (uint32_t repeats = 0;;) {
         const zekSendResult result =
             sent ? zekSendResult::sent
@@ -270,6 +287,8 @@ askResult channelAsk(cliChannel* channel, const void* request, size_t length, in
         if (!toManager) return askResult::noAnswer;
         const requestFate fate = channelFate(*channel, hdr->sequence, timeoutMs);
         if (fate == requestFate::silent) return askResult::noAnswer;
+        // Marked as repeated, so that the manager does not execute twice what it had executed after
+        // all.
         if (fate == requestFate::lost && sent) {
             if (repeats++ == ASK_AGAIN_MAX) return askResult::noAnswer;
             requestRepeat(hdr);
@@ -282,6 +301,7 @@ askResult channelAsk(cliChannel* channel, const void* request, size_t length, in
 
 std::string statusText(uint32_t status) {
     if (const aclStatusRow* row = aclStatusFind(status)) return row->text;
+    // A status without a sentence: its number is all that can be said.
     constexpr char digits[] = "0123456789abcdef";
     std::string text = "The manager answered with the unknown status 0x";
     for (int shift = 28; shift >= 0; shift -= 4) text += digits[(status >> shift) & 15];

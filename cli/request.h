@@ -109,6 +109,7 @@ bool answerText(const cliChannel& channel, uint32_t cookie, std::string_view* te
 
 // What has become of a request to the manager whose answer is overdue. The manager's platform says
 // so, also while the manager is busy; silent: not even that answers within the time.
+// Lost covers what was dropped from a full queue and what a restarted manager has never seen.
 enum class requestFate { underWay, lost, silent };
 requestFate channelFate(const cliChannel& channel, uint32_t sequence, int timeoutMs);
 // A lost request is sent again so often, marked so that it is not executed twice.

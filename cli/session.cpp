@@ -1,3 +1,5 @@
+// Running commands: a row for each verb, the modes that configuration commands lead to, and what a
+// session has to look up before a line can be sent.
 #include "cli/session.h"
 
 #include <unistd.h>
@@ -18,6 +20,8 @@ cliOutcome runConfig(cliSession* s, const cliCommand& typed, cliPipe*) {
     s->running = {};  // others may have changed them since
     cliOutcome outcome = sessionClause(s, &command);
     if (!outcome.ok) return outcome;
+    // When only checking, every configuration command is taken: what the manager would say of it is
+    // not known, and the lines behind a header are to be read in its mode.
     if (!s->options.checkOnly) {
         std::string error;
         if (!sessionConnect(s, &error)) return refusal(error);
@@ -35,11 +39,13 @@ cliOutcome runConfig(cliSession* s, const cliCommand& typed, cliPipe*) {
         else if (!answerIsShown(s->channel))
             reportText(s->err, NOT_SHOWN_TEXT);
     }
+    // Neither leads to another mode.
     if (sessionIsInnerLine(command) || command.verb == cliVerb::clearCounters) return outcome;
     if (outcome.ok) {
         sessionEnter(s, command);
         if (!s->options.checkOnly) answerInstance(s->channel, &s->scope.seq);
     }
+    // A refused header must not leave its lines to the list before it.
     if (!outcome.ok) s->mode = cliMode::configure;
     if (outcome.ok && command.verb == cliVerb::maskMode) s->inverseMask = !command.negated;
     return outcome;
@@ -52,6 +58,8 @@ cliOutcome runConfigure(cliSession* s, const cliCommand&, cliPipe*) {
     s->mode = cliMode::configure;
     return {};
 }
+// In exec mode it ends the shell. A configuration file begins in configuration mode, and "exit"
+// does not lead out of that.
 cliOutcome runExit(cliSession* s, const cliCommand&, cliPipe*) {
     if (s->mode == cliMode::exec)
         s->done = true;
@@ -97,6 +105,8 @@ cliOutcome runShowClients(cliSession* s, const cliCommand&, cliPipe* pipe) {
     return showDebug(s, "clients", pipe);
 }
 
+// The rows stand in the order of cliVerb, so that a verb is its row's index; the assertion below
+// them keeps it so.
 struct verbRow {
     cliVerb verb;
     bool local;  // changes nothing but this session, also when only checking
@@ -141,6 +151,7 @@ static_assert([] {
     return std::size(verbTable) == static_cast<size_t>(cliVerb::count_);
 }());
 
+// What was printed before the refusal is to stand before it, also where both go to the same file.
 void report(cliSession* s, const cliPlace& place, std::string_view line, size_t column,
             std::string_view sentence, const std::vector<std::string>& expected = {}) {
     fflush(s->out);
@@ -150,10 +161,13 @@ void report(cliSession* s, const cliPlace& place, std::string_view line, size_t 
 // The configuration as it runs, or null when there is none yet.
 zekCfgDb* openRunning(const cliOptions& options) {
     const std::string file = zekCfgFileOf(options.rp);
+    // Asked first: a manager that has never run has no database, and that is no fault to report.
     if (access((options.runDir + "/" + file).c_str(), R_OK) != 0) return nullptr;
     return zekCfgOpen(options.runDir.c_str(), zekCfgAccess::read, file.c_str());
 }
 
+// The whole configuration is walked once and kept until a command of this session changes
+// something. A database that cannot be read decides nothing: the name then means an access list.
 void readRunningLists(cliSession* session) {
     if (session->running.read) return;
     session->running.read = true;
@@ -184,6 +198,7 @@ bool sessionIsInnerLine(const cliCommand& command) {
 
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
     if (sessionIsInnerLine(command)) return session.mode;
+    // "no" takes the list away and leaves nothing to edit.
     const bool opens = command.verb == cliVerb::list && !command.negated;
     return opens ? modeOfKind(command.kind) : cliMode::configure;
 }
@@ -198,6 +213,7 @@ void sessionEnter(cliSession* session, const cliCommand& command) {
 
 bool sessionMustLeave(const cliSession& session, const cliCommand& command,
                       const cliParseError& error) {
+    // At a terminal the operator sees the refusal and stays where he is; a file goes on regardless.
     if (!sessionIsInner(session.mode) || session.options.interactive) return false;
     // A configuration line that went wrong, or a first word that is not indented and not known.
     return !sessionIsInnerLine(command) || error.column == 0;
@@ -206,6 +222,7 @@ bool sessionMustLeave(const cliSession& session, const cliCommand& command,
 bool sessionConnect(cliSession* session, std::string* error) {
     if (session->channel.endpoint != nullptr) return true;
     const cliOptions& o = session->options;
+    // Tried again by the next command after a failure: the manager may have been started meanwhile.
     bool opened = channelOpen(&session->channel, o.runDir, o.chassisFile, o.rp, error);
     if (!opened) session->unreachable = true;
     session->channel.stillWorking = [session] {
@@ -259,12 +276,14 @@ cliOutcome sessionDebug(cliSession* session, std::string_view function, std::str
     const cliOptions& o = session->options;
     int called = zekDebugCall(o.runDir, o.rp, function, args, o.timeoutMs, text);
     if (called == 0) return {};
+    // Minus one: nobody answered. Other failures have the manager's own words in the text.
     if (called == -1) session->unreachable = true;
     std::string why = text->empty() ? askText(askResult::noAnswer, o.timeoutMs) : *text;
     return refusal(std::string(lexTrimEnd(why)));
 }
 
 size_t sessionColumn(const cliCommand& command, uint32_t status) {
+    // Only these point at the number that was typed; the others are about the line.
     constexpr uint32_t aboutNumber[] = {ACL_E_SEQ_USED,           ACL_E_NOSEQ,
                                         ACL_E_SEQ_RANGE,          ACL_E_PREFIX_SEQ_USED,
                                         ACL_E_PREFIX_SEQ_DIFFERS, ACL_E_RMAP_SEQ};
@@ -299,6 +318,8 @@ bool sessionHelp(cliSession* session, std::string_view line, const cliPlace& pla
 
 bool sessionRun(cliSession* session, std::string_view line, const cliPlace& place) {
     std::string_view trimmed = lexTrimEnd(line);
+    // A question mark at the end asks for help also without a terminal. An expression that ends in
+    // one has to be loaded from a file.
     if (!trimmed.empty() && trimmed.back() == '?') {
         trimmed.remove_suffix(1);
         return sessionHelp(session, trimmed, place);
@@ -308,6 +329,7 @@ bool sessionRun(cliSession* session, std::string_view line, const cliPlace& plac
     cliParseError error;
     std::string_view commandPart = line;
     size_t at = 0;
+    // Configuration lines have no filters: a bar may be part of an expression.
     bool configLine = session->mode != cliMode::exec && lexWord(line, &at) != "do";
     if (!configLine && !pipeParse(&commandPart, &pipe, &error.column, &error.text)) {
         report(session, place, line, error.column, error.text);

@@ -4,6 +4,7 @@
 
 namespace {
 
+// Words that a line has at most once.
 enum : uint32_t {
     O_NUMBER = 1u << 0,
     O_LOCAL_AS = 1u << 1,
@@ -38,8 +39,11 @@ const char* setCommunityNumber(cliCommand& c, const cliValue& v, const grammarNo
 const char* addCommunity(cliCommand& c, const cliValue& v, const grammarNode&) {
     cliPolicy& p = c.policy;
     if (const char* why = checkCommunity(c, false)) return why;
+    // The fields are wider than a community's halves: an old configuration may carry more, which is
+    // kept as it is.
     if (!c.wide && (v.high > 65535 || v.low > 65535))
         return "Both parts of a community are at most 65535";
+    // A clause's record has more room than a list's entry.
     if (p.valueCount == ((c.features & F_CLAUSE) != 0 ? RMAP_COMMUNITIES : COMM_LIST_VALUES))
         return "There are too many communities in one line";
     p.values[p.valueCount++] = {v.high, v.low};
@@ -58,6 +62,7 @@ const char* addExtCommunity(cliCommand& c, const cliValue& v, const grammarNode&
     extCommValue& value = p.extValues[p.extCount++];
     value.b[0] = static_cast<uint8_t>(n.value);
     value.b[1] = static_cast<uint8_t>(p.selector);
+    // Behind type and selector: AS and number, in the widths that the type says.
     for (uint32_t i = 0; i < 6; i++) value.b[2 + i] = static_cast<uint8_t>(body >> (40 - 8 * i));
     return nullptr;
 }
@@ -74,6 +79,7 @@ extern const grammarState sAspathText, sCommunityEntry, sCommunityText, sExtEntr
 
 constexpr auto aspathNodes =
     verdictNodes("let matching paths pass", "drop matching paths", sAspathText);
+// Expressions hold blanks, bars and quotation marks: everything up to the end is theirs.
 constexpr grammarNode aspathText[] = {
     arg(cliArg::rest, "EXPRESSION", "a regular expression, to the end of the line", sDone,
         setExpression, ASPATH_TEXT_LEN),
@@ -92,6 +98,7 @@ constexpr grammarNode communityNumber(uint32_t high, uint32_t when) {
     node.once = O_NUMBER;
     return node;
 }
+// An entry may begin with a number or be an expression; the values apply in either case.
 constexpr grammarNode communityEntry[] = {
     communityNumber(0x7FFFFFFF, 0),
     kw("regexp", "a regular expression", sCommunityText),
@@ -152,6 +159,7 @@ constexpr grammarNode extAs4[] = {
     arg(cliArg::pair, "AS:N", "four-octet AS and number", sExtFlags, addExtCommunity, EXTCOMM_AS4),
 };
 constexpr grammarState sExtAs4{extAs4};
+// The flag is about the value before it, so it can only stand there.
 constexpr grammarNode extFlags[] = {
     kw("non-trans", "not transitive", sExtValues, setNonTransitive),
 };

@@ -13,6 +13,8 @@ enum : uint32_t {
     O_VLANS = 1u << 1,
 };
 
+// "no route-map NAME" takes the whole map, which the number 0 stands for; without "no" the manager
+// chooses the instance when none is named.
 const char* setRouteMap(cliCommand& c, const cliValue& v, const grammarNode& n) {
     c.policy.seq = c.negated ? 0 : RMAP_SEQ_NOT_GIVEN;
     return setName(c, v, n);
@@ -29,6 +31,7 @@ constexpr size_t BINDING_LINE_MAX = 255;
 constexpr std::string_view BINDING_LINE_WORDS = " ip access-group  out implicit-permit Vlan ";
 
 const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
+    // Read here for its form only; the request reads it again for its bits.
     std::string_view left = v.word;
     for (uint32_t low, high;;) {
         size_t comma = left.find(',');
@@ -58,6 +61,8 @@ constexpr grammarNode configNodes[] = {
          F_POSITIVE),
     verb("interface", "an interface and its mode", sInterface, cliVerb::interface, F_POSITIVE),
     verb("access-list", "how access lists are shown", sAccessList, cliVerb::maskMode),
+    // "no" and "do" are written once: behind "no" the line begins again, without what cannot be
+    // taken back (F_POSITIVE).
     kw("no", "take a command back", sMode, setNegated, 0, F_POSITIVE),
     kw("do", "run an exec command", sExec, nullptr, 0, F_POSITIVE),
     verb("exit", "leave this mode", sDone, cliVerb::exit, F_POSITIVE),
@@ -110,6 +115,7 @@ constexpr grammarNode resequenceNodes[] = {
     kw("prefix-list", "a prefix list", sResequenceFamily, setKind, KIND_PREFIX4),
 };
 constexpr grammarState sResequence{resequenceNodes};
+// A list may be called "ipv4": these words are not abbreviated, and IPv4 is meant without them.
 constexpr grammarNode resequenceFamilyNodes[] = {
     whole("ipv4", "an IPv4 list", sResequenceName, setKind, KIND_PREFIX4),
     whole("ipv6", "an IPv6 list", sResequenceName, setKind, KIND_PREFIX6),
@@ -142,6 +148,7 @@ constexpr grammarNode accessListNodes[] = {
 };
 constexpr grammarState sAccessList{accessListNodes};
 
+// A port's name follows from the chassis and may be anything, so the words come first.
 constexpr grammarNode interfaceNodes[] = {
     kw("port-channel", "a LAG", sInterfaceId, addText),
     kw("vlan", "a VLAN", sInterfaceId, addText),
@@ -155,6 +162,7 @@ constexpr grammarState sInterfaceId{interfaceIdNodes};
 constexpr grammarNode bindingNodes[] = {
     verb("ip", "IP lists", sBindingIp, cliVerb::accessGroup),
 };
+// "ip" begins lines of both modes, so its words here go on with those of configuration mode.
 constexpr grammarNode bindingIpNodes[] = {
     kw("access-group", "bind an access list to the interface", sBindingName),
 };

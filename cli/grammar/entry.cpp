@@ -25,6 +25,8 @@ enum : uint32_t {
     O_MONITOR = 1u << 17,
 };
 
+// One state for each place in a line. Source and destination have their own, because what follows
+// differs.
 extern const grammarState sProtocol, sIcmp, sIcmpCode, sOptions, sOptionDscp, sOptionPrecedence,
     sOptionTos, sOptionOrder, sArpOpcode, sArpOpcodeValue, sEtherType, sStandardSrc, sSrc, sDst,
     sArpIp, sStandardSrcHost, sStandardSrcMask, sSrcHost, sSrcMask, sDstHost, sDstMask, sSrcPort,
@@ -85,6 +87,8 @@ constexpr grammarNode seqNode[] = {
 constexpr uint32_t protocolOf(uint32_t number) {
     return entryValue(W::protocol, ENTRY_SRC, number);
 }
+// Ports and ICMP types may follow what was typed as a number as well: the features say which, not
+// the state.
 constexpr grammarNode protocolNodes[] = {
     kw("tcp", "TCP", sSrc, entryProtocol, protocolOf(IP_PROTO_TCP)),
     kw("udp", "UDP", sSrc, entryProtocol, protocolOf(IP_PROTO_UDP)),
@@ -113,6 +117,7 @@ constexpr std::array<grammarNode, ICMP_NAMES + 1> makeIcmpNodes() {
     nodes[ICMP_NAMES].once = O_ICMP;
     return nodes;
 }
+// A name stands for type and code; a number is the type, and the code may follow it.
 constexpr auto icmpNodes = makeIcmpNodes();
 constexpr grammarState sIcmp{icmpNodes, nullptr, F_ICMP};
 constexpr grammarNode icmpCodeNodes[] = {
@@ -128,6 +133,7 @@ constexpr auto flagNodes = [] {
                entryValue(W::tcpFlag, ENTRY_SRC, tcpFlagTable[i].bit), F_TCP, tcpFlagTable[i].bit);
     return nodes;
 }();
+// Options come in any order, each once, and lead back here until the line ends.
 constexpr auto optionNodes = [] {
     constexpr grammarNode front[] = {
         kw("dscp", "DSCP value", sOptionDscp, nullptr, 0, F_NET, O_DSCP),
@@ -154,6 +160,7 @@ constexpr auto optionNodes = [] {
     for (const auto& n : back) *at++ = n;
     return nodes;
 }();
+// An ICMP type may stand among the options: behind the addresses or later.
 constexpr grammarState sOptions{optionNodes, &sIcmp};
 constexpr uint32_t ANY_WORD = 0xFFFFFFFE;  // 0xFFFFFFFF stands for "not given"
 constexpr grammarNode dscpNodes[] = {
@@ -176,6 +183,7 @@ constexpr grammarNode vlanWord[] = {kw("VLAN", "VLAN of the packet", next)};
 template <const grammarState& next>
 constexpr grammarNode vlanNode[] = {
     number("VLAN id", 0, 4095, next, entryPut, entryValue(W::vlan), ANY_WORD)};
+// The opcode may be left out; then the address follows at once.
 constexpr grammarNode opcodeNodes[] = {
     kw("opcode", "ARP operation", sArpOpcodeValue),
 };
@@ -184,12 +192,14 @@ constexpr grammarNode opcodeValueNodes[] = {
     number("ARP opcode", 1, 65535, sArpIp, entryPut, entryValue(W::opcode), ANY_WORD),
 };
 constexpr grammarState sArpOpcodeValue{opcodeValueNodes};
+// Written out, because hexadecimal numbers stand nowhere else.
 constexpr grammarNode etherTypeNodes[] = {
     {cliArg::hex, "HEX", "ether-type", &sEtherSrc, entryFrame, entryValue(W::etherType), 0, 0, 1,
      0xFFFF, ANY_WORD},
 };
 constexpr grammarState sEtherType{etherTypeNodes};
 
+// From here on the places themselves: what stands there and what it leads to.
 constexpr auto standardSrc = addressNodes(ENTRY_SRC, sStandardSrcHost, sStandardSrcMask, sOptions);
 constexpr grammarState sStandardSrc{standardSrc};
 constexpr auto src = addressNodes(ENTRY_SRC, sSrcHost, sSrcMask, sSrcPort);

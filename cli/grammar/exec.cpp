@@ -11,6 +11,8 @@ extern const grammarState sShow, sShowConfiguration, sClearConfiguration, sClear
     sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters, sClient, sClientTask,
     sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure, sDebug, sDebugArgs;
 
+// Behind "do" of configuration mode the same words apply, without those that change the mode
+// (F_EXEC).
 constexpr grammarNode execNodes[] = {
     kw("show", "show something", sShow),
     kw("clear", "reset counters", sClear),
@@ -56,11 +58,13 @@ constexpr grammarNode showIpv6Nodes[] = {
     verbOf("prefix-lists", "IPv6 prefix lists", sShowPrefix, cliVerb::showLists, KIND_PREFIX6),
 };
 constexpr grammarState sShowIpv6{showIpv6Nodes};
+// Shared by every kind: what is shown stands in the verb and its kind.
 constexpr grammarNode showPolicyNodes[] = {
     nameArg("of this name", sDone),
     fin("all"),
 };
 constexpr grammarState sShowPolicy{showPolicyNodes};
+// A list may have one of these names; abbreviated, the word is the list's.
 constexpr grammarNode showPrefixNodes[] = {
     whole("detail", "with the list that was changed last", sShowPolicy,
           setPolicy<&cliPolicy::detail>, POLICY_DETAIL),
@@ -83,6 +87,7 @@ constexpr grammarNode showListNodes[] = {
     fin("its entries"),
 };
 constexpr grammarState sShowList{showListNodes};
+// The control processor has an agent like a card, and a number behind the slots.
 constexpr std::array<grammarNode, 2> slotNodes(const grammarState& next) {
     auto slot = number("slot", 0, SLOT_COUNT - 1, next, setNumber);
     return {slot,
@@ -100,6 +105,7 @@ constexpr grammarNode showCardListsNodes[] = {
     fin("all lists"),
 };
 constexpr grammarState sShowCardLists{showCardListsNodes};
+// Questions and orders to chassisd, which stands for the rest of the chassis.
 constexpr grammarNode chassisNodes[] = {
     kw("card", "report an event of a card", sChassisCard),
     kw("primary", "move the primary role", sChassisPrimary, setKind, CHASSIS_PRIMARY),
@@ -163,6 +169,7 @@ constexpr grammarNode clearConfigurationNodes[] = {
          cliVerb::discardUnresolved),
 };
 constexpr grammarState sClearConfiguration{clearConfigurationNodes};
+// Without a number the command's own 0 stands for all.
 constexpr grammarNode clearUnresolvedNodes[] = {
     number("NUMBER", 1, UINT32_MAX, sDone, setNumber),
     fin("all of them"),
@@ -197,6 +204,7 @@ constexpr grammarNode configureNodes[] = {
     verb("retry", "try again what a restart could not bring back", sDone, cliVerb::retryUnresolved),
 };
 constexpr grammarState sConfigure{configureNodes};
+// Which functions there are is the manager's to know.
 constexpr grammarNode debugNodes[] = {
     arg(cliArg::text, "FUNCTION", "name of the function", sDebugArgs, setName),
 };

@@ -41,6 +41,7 @@ void noteSequence(cliCommand& c, const cliValue& v) {
 }
 
 const char* setVerb(cliCommand& c, const cliValue&, const grammarNode& n) {
+    // A verb without a kind clears what an earlier word of the line has said.
     constexpr uint32_t mask = (1u << VERB_BITS) - 1;
     c.verb = static_cast<cliVerb>(n.value & mask);
     c.kind = n.value >> VERB_BITS;
@@ -72,6 +73,7 @@ const char* addText(cliCommand& c, const cliValue& v, const grammarNode& n) {
 namespace {
 
 constexpr grammarNode doneNodes[] = {fin("do it")};
+// The modes that are no list's, in the order of cliMode.
 constexpr grammarMode modes[] = {
     {&sExec, F_EXEC, 0, "acl# "},
     {&sConfig, 0, 0, "acl(config)# "},
@@ -81,6 +83,7 @@ constexpr grammarMode modes[] = {
 }  // namespace
 
 constexpr grammarState sDone{doneNodes};
+// Never looked into: the parser knows it by its address.
 constexpr grammarState sMode{};
 
 const grammarMode& grammarModeOf(cliMode mode) {

@@ -194,6 +194,8 @@ enum cliFeature : uint32_t {
 struct grammarNode;
 struct grammarState;
 // Applies a word to the command. Null, or the sentence that refuses the word.
+// Actions know nothing of the words that follow: they set features, and the nodes say which they
+// need.
 typedef const char* (*cliAction)(cliCommand& command, const cliValue& value,
                                  const grammarNode& node);
 
@@ -219,6 +221,7 @@ struct grammarState {
     uint32_t when = 0;  // F_... that all nodes of this state need
 };
 
+// A mode is where its lines begin and what may stand in them.
 struct grammarMode {
     const grammarState* start;
     uint32_t features;  // beside those that every line begins with
@@ -233,6 +236,7 @@ constexpr uint32_t kindOfMode(cliMode mode) {
                ? 0
                : static_cast<uint32_t>(mode) - static_cast<uint32_t>(cliMode::standard);
 }
+// The modes of lists stand in the order of the kinds, at the end.
 constexpr cliMode modeOfKind(uint32_t kind) {
     return static_cast<cliMode>(kind + static_cast<uint32_t>(cliMode::standard));
 }

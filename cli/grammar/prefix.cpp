@@ -12,9 +12,12 @@ enum : uint32_t {
     O_GE = 1u << 0,
     O_LE = 1u << 1,
 };
+// "any" is a range from 0 to the width of the family's addresses.
 constexpr uint32_t BITS4 = 32, BITS6 = 128;
 constexpr uint32_t RANGE_MAX = 0xFFFFFFFF;  // what the field can hold; shown with a sign
 
+// The actions serve both families: the argument brings 4 bytes or 16, and what a field has behind
+// them stays zero.
 const char* setAddress(cliCommand& c, const cliValue& v, const grammarNode& n) {
     std::ranges::copy(valueBytes(v, n.kind), c.policy.address);
     return nullptr;
@@ -64,11 +67,14 @@ constexpr grammarNode what4[] = {
     arg(cliArg::address, "A.B.C.D", "address, its mask follows", sMask4, setAddress),
 };
 constexpr grammarState sPrefix4What{what4};
+// Two addresses are a prefix whose mask is written out, as the lines are in inverse-mask mode; IPv6
+// has no such form.
 constexpr grammarNode mask4[] = {
     arg(cliArg::address, "A.B.C.D", "mask", sRange4, setMask),
     kw("bitmask", "compare the bits of any mask", sBitmask4),
 };
 constexpr grammarState sMask4{mask4};
+// An entry with a bitmask compares addresses alone, so neither "ge" nor "le" follows.
 constexpr grammarNode bitmask4[] = {
     arg(cliArg::address, "A.B.C.D", "bits set are compared", sDone, setBitmask)};
 constexpr grammarState sBitmask4{bitmask4};

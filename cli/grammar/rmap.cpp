@@ -12,6 +12,7 @@ namespace {
 constexpr cliAction setClause = setPolicy<&cliPolicy::code>;
 constexpr cliAction setValue = setPolicy<&cliPolicy::value>;
 
+// The words of a clause name the access list's code; that of the prefix list comes with the name.
 const char* setListName(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (n.value != 0) c.policy.code = n.value;  // (the code of the list's other form)
     return setName(c, v, n);
@@ -35,6 +36,7 @@ extern const grammarState sMatch, sMatchAccess, sMatchIp, sMatchIpv6, sSet, sSet
 
 // --- what follows a clause's name --------------------------------------------------------------
 
+// States are named after what they read: a name, a number, a word of a table.
 extern const grammarState sName, sExactName, sExact, sDeleteName, sDelete, sNumber, sAnyNumber,
     sAny, sAddress, sNextHop6, sMetric, sMetricNumber, sContinue, sAsNumbers, sAsNumber, sRouteType,
     sExternal, sOrigin, sLevel, sMetricType, sDampening2, sDampening3, sDampening4, sDampening;
@@ -53,6 +55,7 @@ constexpr grammarNode accessNameNodes[] = {
     fin("a list called access-list"),
 };
 constexpr grammarState sAccessName{accessNameNodes};
+// The prefix list's clause has a code of its own, and the words before it are the same.
 template <uint32_t prefixCode>
 constexpr grammarNode prefixNameNodes[] = {
     arg(cliArg::name, "NAME", "the prefix list", sDone, setTypedList, prefixCode),
@@ -85,6 +88,7 @@ constexpr grammarState sDeleteName{deleteNameNodes};
 constexpr grammarNode deleteNodes[] = {kw("delete", "take its communities away", sDone)};
 constexpr grammarState sDelete{deleteNodes};
 
+// A whole word of 32 bits: nothing is out of range.
 constexpr grammarNode wordNumber(const char* help, const grammarState& next, cliAction action) {
     return number(help, 0, 0xFFFFFFFF, next, action);
 }
@@ -97,6 +101,7 @@ constexpr grammarState sAddress{addressNodes};
 constexpr grammarNode nextHop6Nodes[] = {
     arg(cliArg::address6, "X:X::X", "address", sDone, setNextHop6)};
 constexpr grammarState sNextHop6{nextHop6Nodes};
+// The sign is a word of its own, as the line shows it.
 constexpr grammarNode metricNodes[] = {
     wordNumber("the new metric", sDone, setValue),
     kw("+", "add to the metric", sMetricNumber, setPolicy<&cliPolicy::subValue>, RMAP_METRIC_ADD),
@@ -132,6 +137,7 @@ constexpr grammarNode dampening4[] = {dampeningNumber("longest suppression", sDo
 constexpr grammarState sDampening4{dampening4};
 
 // The words of a value's table: those of one word, or the second words of the others.
+// "external type-1" is two words of a line and one of the table.
 constexpr size_t secondWord(const rmapWord& row) {
     return std::string_view(row.word).find(' ');
 }
@@ -148,6 +154,7 @@ constexpr auto wordNodes = [] {
                              "value", sDone, setValue, row.value);
     return nodes;
 }();
+// Behind "no" a set clause need not say its value: there is one of each kind.
 constexpr grammarNode anyNodes[] = {fin("whatever it is", F_NEGATED)};
 constexpr grammarState sAny{anyNodes};
 constexpr grammarState sOrigin{wordNodes<rmapOrigins, false>};
@@ -168,6 +175,8 @@ constexpr grammarNode clause(std::string_view word, const char* help, const gram
                              rmapCode code) {
     return kw(word, help, next, setClause, code);
 }
+// Each of the names sets its clause's code; the table behind the code says what else there is to
+// send.
 constexpr grammarNode clauseNodes[] = {
     kw("match", "a condition of the instance", sMatch),
     kw("set", "what the instance changes", sSet),
@@ -223,6 +232,7 @@ constexpr grammarNode setNodes[] = {
     clause("weight", "the weight", sNumber, RTMAP_SET_WEIGHT),
 };
 constexpr grammarState sSet{setNodes};
+// "set as-path" is three clauses: the code comes with the last word, of a number with the number.
 constexpr grammarNode setAsPathNodes[] = {
     clause("tag", "take it from the tag", sDone, RTMAP_SET_ASPTAG),
     clause("prepend", "AS numbers before it", sAsNumber, RTMAP_SET_PREPEND),

@@ -29,6 +29,7 @@ enum : uint32_t {
     O_WEIGHT = 1u << 11,
 };
 
+// Checked here, because the manager would name the flags as a whole, without a column.
 const char* addFlags(cliCommand& c, const cliValue& v, const grammarNode& n) {
     std::string_view left = v.word;
     for (;;) {
@@ -50,6 +51,7 @@ extern const grammarState sTestIp, sTestIpv6, sTestPrefix4, sTestPrefix6, sTestP
     sTestName, sTestProtocol, sTestSrc, sTestDst, sTestOptions, sTestSrcPort, sTestDstPort,
     sTestFlags, sTestIcmpType, sTestIcmpCode, sTestTos;
 
+// Lists that are asked about themselves, not the cards: nothing is counted, and no packet is sent.
 constexpr grammarNode testNodes[] = {
     kw("ip", "IP lists", sTestIp),
     kw("ipv6", "IPv6 lists", sTestIpv6),
@@ -132,6 +134,7 @@ constexpr grammarNode test6Nodes[] = {
 constexpr grammarState sTest6{test6Nodes};
 constexpr grammarNode testPathNodes[] = {listNode(sPath)};
 constexpr grammarState sTestPath{testPathNodes};
+// Paths and communities are free text: they are read where the lists are matched.
 constexpr grammarNode pathNodes[] = {
     arg(cliArg::rest, "AS ...", "the path, as it is shown", sDone, addText),
     fin("an empty path"),

@@ -1,3 +1,4 @@
+// Agents are asked directly and not through the manager, so that the two can be compared.
 #include "cli/show/agents.h"
 
 #include <algorithm>
@@ -9,6 +10,8 @@ std::string agentLabel(uint32_t slot) {
 }
 
 bool agentFind(const chassisDescription& chassis, uint32_t slot, agentPlace* place) {
+    // The control processor's agent is an application of its own, the cards' agents are instances
+    // of one.
     bool cp = slot == CARD_CONTROL_PLANE;
     uint32_t app = cp ? APP_ACL_AGENT_CP : APP_ACL_AGENT;
     uint32_t instance = cp ? 0 : slot;
@@ -26,6 +29,7 @@ std::vector<agentPlace> agentsOf(const chassisDescription& chassis) {
 }
 
 const char* agentReplyText(agentReply reply) {
+    // In the order of agentReply.
     constexpr const char* texts[] = {"ok", "nothing of that name", "not running", "no answer",
                                      "answer not understood"};
     return texts[static_cast<size_t>(reply)];
@@ -42,6 +46,7 @@ asked send(const cliChannel& channel, agentQuestion* q) {
     switch (zekEndpointSend(channel.endpoint, &q->request, sizeof q->request, 0)) {
         case zekSendResult::sent:
             return asked::sent;
+        // A full socket is not an absent agent: it is tried again until the time is over.
         case zekSendResult::full:
             return asked::full;
         default:
@@ -56,6 +61,7 @@ void takeAnswer(const cliChannel& channel, agentQuestion* q) {
     q->reply = hdr->status == AGENT_STATE_NOLIST ? agentReply::noList : agentReply::bad;
     if (hdr->status != AGENT_STATE_OK || bytes.size() < AGENT_STATE_TEXT_OFFSET) return;
     bytes = bytes.subspan(AGENT_STATE_TEXT_OFFSET);
+    // The text is another process's: what is no object is an answer that was not understood.
     q->answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
     if (q->answer.is_object()) q->reply = agentReply::good;
 }
@@ -70,6 +76,7 @@ void agentAskAll(cliSession* session, std::span<agentQuestion> questions) {
         requestAddress(channel, &q.request.ipc, MT_AGENT_STATE, sizeof q.request, q.place.card,
                        q.place.service);
     }
+    // One deadline for all of them, however many cards there are.
     const int64_t deadline = nowMs() + session->options.timeoutMs;
     for (;;) {
         bool open = false, full = false;
@@ -79,6 +86,7 @@ void agentAskAll(cliSession* session, std::span<agentQuestion> questions) {
             open |= states[i] != asked::done;
         }
         const int64_t left = deadline - nowMs();
+        // Who has not answered by now keeps the reply that it was given at first: silent.
         if (!open || left <= 0) return;
         const ipcHdr* hdr = channelReceive(
             channel, static_cast<int>(full ? std::min<int64_t>(left, RESEND_MS) : left));

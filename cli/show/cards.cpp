@@ -7,6 +7,7 @@
 
 namespace {
 
+// Names and addresses come from the chassis description, so both are needed.
 bool ready(cliSession* session, std::string* error) {
     return sessionChassis(session, error) && sessionConnect(session, error);
 }
@@ -19,8 +20,10 @@ json rowOf(const agentQuestion& asked) {
                 {"address", addressText(asked.place.card)},
                 {"state", agentReplyText(asked.reply)}};
     if (asked.reply != agentReply::good) return row;
+    // An agent that answers says itself whether it is in step.
     row["state"] = jsonText(summary, "state");
     for (const char* key : {"lists", "entries", "messages"}) row[key] = jsonNumber(summary, key);
+    // By reason in the agent's answer; an operator wants to see that there are any.
     uint64_t refused = 0;
     if (summary.contains("refused") && summary["refused"].is_object())
         for (const auto& [reason, count] : summary["refused"].items())
@@ -34,6 +37,7 @@ std::string placeText(const chassisDescription& chassis, const json& list) {
     if (uint64_t group = jsonNumber(list, "group"); group != 0)
         return "VLAN group " + std::to_string(group);
     auto ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
+    // Lists of the whole card are kept under its slot.
     if (ifindex < SLOT_COUNT) return "the card";
     for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
         if (ifindex == ifindexControlPort(slot)) return "control port";
@@ -66,6 +70,8 @@ std::string protocolText(const json& entry) {
 
 // What else an entry asks for, as the card has it: all that is given.
 std::string givenText(const json& entry) {
+    // In the order of the entry line. The values are those with which a field says that it is not
+    // given.
     constexpr struct {
         const char* key;
         uint64_t notGiven;
@@ -80,9 +86,11 @@ std::string givenText(const json& entry) {
     for (const auto& [key, notGiven] : numbers)
         if (uint64_t n = jsonNumber(entry, key); entry.contains(key) && n != notGiven)
             add(key, std::to_string(n));
+    // All zero: none is given.
     bool ports = false;
     for (const json& port : jsonArray(entry, "ports")) ports |= port.is_number() && port != 0;
     if (ports) add("ports", jsonDump(jsonArray(entry, "ports")));
+    // Shown in hex as the card holds them: parts of a record that it does not take apart.
     for (const char* key : {"icmp", "l2"})
         if (std::string hex = jsonText(entry, key); hex.find_first_not_of('0') != hex.npos)
             add(key, hex);
@@ -96,6 +104,7 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
         agentStateReq request{};
         request.what = AGENT_STATE_ENTRIES;
         request.name = name;
+        // A list is one instance for each place; all of these fields together say which.
         request.ifindex = static_cast<uint32_t>(jsonNumber(at, "ifindex"));
         request.direction = static_cast<uint32_t>(jsonNumber(at, "direction"));
         request.kind = static_cast<uint32_t>(jsonNumber(at, "kindNumber"));
@@ -122,6 +131,7 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
     return agentReply::good;
 }
 
+// By the status of chassisd's answer; 0 is success.
 constexpr const char* chassisSentences[] = {"",
                                             "No manager is there to be told",
                                             "The manager has not answered in time",
@@ -145,6 +155,7 @@ cliOutcome showCards(cliSession* session, const cliCommand&, cliPipe* pipe) {
     bool inStep = true;
     for (const agentQuestion& asked : questions) {
         rows.push_back(rowOf(asked));
+        // The exit status says whether every card is in step, for scripts that wait for it.
         inStep &= rows.back()["state"] == IN_STEP;
     }
     renderAnswer(*session, rows, pipe);
@@ -169,6 +180,7 @@ cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pip
         reply = agentRows(session, place, request, "lists",
                           [&lists](const json& list) { lists.push_back(list); });
         answer = json::array();
+        // With a name the entries are asked for, place by place; without one the lists are enough.
         if (reply == agentReply::good && !command.name.empty())
             reply = entriesOf(session, place, request.name, lists, &answer);
         else

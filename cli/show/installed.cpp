@@ -43,6 +43,7 @@ std::vector<heldCard> askCards(cliSession* session, const listName& name) {
         card.place = asked.place;
         card.reply = asked.reply;
         for (const json& list : jsonArray(asked.answer, "lists")) hold(&card, list);
+        // The first pages came together; what goes on is rare and asked for card by card.
         if (uint64_t next = jsonNumber(asked.answer, "next"); next != 0) {
             asked.request.index = static_cast<uint32_t>(next);
             card.reply = agentRows(session, asked.place, asked.request, "lists",
@@ -63,12 +64,14 @@ agentReply hashOf(cliSession* session, const agentPlace& place, const listName& 
     request.kind = AGENT_LIST_IP4;
     agentListHash list;
     agentReply reply = agentRows(session, place, request, "entries", [&list](const json& entry) {
+        // Hashes of entries in their order: a moved entry is a difference, too.
         list.add(std::strtoull(jsonText(entry, "hash").c_str(), nullptr, 16));
     });
     *hash = list.value;
     return reply;
 }
 
+// The manager leaves out a flag that is not set.
 bool isSet(const json& row, const char* key) {
     return row.contains(key) && row[key] == true;
 }
@@ -100,7 +103,9 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
     // while it is not defined is there without entries. Both are right and mean the same.
     if (isSet(row, "undefined") && (!there || jsonNumber(held->second.row, "count") == 0))
         return "not defined";
+    // A card that refuses a list does not hold it, which is as it should be.
     if (!there) return isSet(row, "refuses") ? "not supported" : "missing";
+    // Compared first: it costs no question to the card.
     if (!sameProperties(row, held->second.row)) return "different";
     uint64_t hash;
     agentReply reply = hashOf(session, card->place, name, at, &hash);
@@ -129,6 +134,7 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
     auto direction = [](uint64_t number) { return number == 0 ? "in" : "out"; };
     auto add = [&](const std::string& interface, const char* way, const std::string& card,
                    const std::string& state) {
+        // The exit status is one for all rows.
         inStep &= std::ranges::find(fine, state) != std::end(fine);
         rows.push_back(
             {{"interface", interface}, {"direction", way}, {"card", card}, {"state", state}});
@@ -137,6 +143,7 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
         std::string interface = jsonText(row, "interface");
         const char* way = direction(jsonNumber(row, "direction"));
         std::string label = jsonText(row, "card");
+        // A LAG or VLAN without ports: no card has to hold it.
         if (label.empty()) {
             add(interface, way, "-", "no ports");
             continue;
@@ -159,6 +166,8 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
                 agentLabel(card.place.slot), "left over");
         }
     }
+    // A list that the manager does not know may still be left over on a card; only then there is
+    // something to show.
     if (missing && rows.empty()) return refusal(aclStatusFind(ACL_E_NOLIST)->text);
     renderAnswer(*session, rows, pipe);
     return {inStep, "", 0};

@@ -1,4 +1,5 @@
-// Shows of routing-policy lists.
+// Shows of routing-policy lists: text that the manager has made, page by page. For --json it is
+// taken apart again here.
 #include <cstring>
 
 #include "cli/kinds.h"
@@ -22,6 +23,7 @@ json entryJson(std::string_view line) {
     json entry = json::object();
     size_t at = 0;
     std::string_view word = lexWord(line, &at);
+    // Only prefix entries have numbers in their lines.
     uint64_t seq;
     if (word == "seq" && lexNumber(lexWord(line, &at), &seq)) {
         entry["seq"] = seq;
@@ -34,6 +36,7 @@ json entryJson(std::string_view line) {
         size_t from = hits + counted.size();
         std::string_view number = lexWord(line, &from);
         uint32_t count = 0;
+        // The parenthesis behind the number.
         if (!number.empty()) number.remove_suffix(1);
         if (lexSigned(number, &count)) entry["hits"] = count;
     }
@@ -48,11 +51,14 @@ json listJson(const char* kind, const listName& name, std::string_view text) {
     json entries = json::array();
     while (!text.empty()) {
         std::string_view line = takeLine(&text);
+        // Entries are indented, titles are not.
         if (line.starts_with(' ')) {
             entries.push_back(entryJson(line));
         } else if (line.starts_with("count: ")) {
             size_t at = 0;
             uint64_t value;
+            // Four numbers among words; each word that is a number is the next of them. The comma
+            // behind one is not part of it.
             for (const char* key : {"count", "rangeEntries", "lowest", "highest"}) {
                 std::string_view word;
                 do word = lexWord(line, &at);
@@ -70,6 +76,7 @@ json listJson(const char* kind, const listName& name, std::string_view text) {
 json mapJson(std::string_view text) {
     constexpr std::string_view hits = "Hits: ";
     json instances = json::array();
+    // The group whose lines come now; lines outside of a group stand less deep.
     std::string group;
     while (!text.empty()) {
         std::string_view line = takeLine(&text);
@@ -95,6 +102,7 @@ json mapJson(std::string_view text) {
     return instances;
 }
 
+// A long list comes in several pages of the same name; `resume` is where the next one begins.
 struct policyPage {
     std::string_view text;
     listName shown{};
@@ -110,6 +118,7 @@ cliOutcome askPage(cliSession* s, uint32_t code, const listName& name, uint32_t 
     if (answerText(s->channel, request.cli.cookie, &page->text, &page->shown, &page->resume,
                    &page->status))
         return {};
+    // Refused without a reason: the list is only referred to.
     if (page->status == ACL_OK) page->status = ACL_E_PLACEHOLDER;
     return refusal(statusText(page->status));
 }
@@ -131,16 +140,20 @@ cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* p
     for (;;) {
         policyPage page;
         cliOutcome outcome = askPage(session, code, name, detail, resume, &page);
+        // The status behind the last list, or at once when there is none at all.
         if (!outcome.ok && all && page.status == row.noList) break;
         if (!outcome.ok) return outcome;
         bool summary = command.policy.detail == POLICY_SUMMARY;
         // A page that is not behind the one before it would come for ever.
+        // Within a list the place has to grow, from list to list the name.
         bool moves = resume != 0 ? page.resume == 0 || page.resume > resume
                                  : !all || config ||
                                        std::memcmp(page.shown.text, name.text, LIST_NAME_LEN) > 0;
         if (!moves) return refusal("The manager's walk over the lists does not move on");
         for (std::string_view left = page.text; !left.empty();) {
             std::string_view line = takeLine(&left);
+            // A summary is the titles alone: the entries are left out, and not asked for beyond the
+            // first page.
             if (summary && line.starts_with(' ')) continue;
             if (session->options.json)
                 (listText += line) += '\n';
@@ -148,6 +161,7 @@ cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* p
                 pipeLine(pipe, line);
         }
         resume = summary ? 0 : page.resume;
+        // From here on the list is complete.
         name = page.shown;
         if (resume != 0) continue;
         if (session->options.json) {

@@ -5,11 +5,13 @@
 
 namespace {
 
+// As an operator says it; only --json shows JSON's own words.
 std::string scalarText(const json& v) {
     if (v.is_string()) return v.get<std::string>();
     if (v.is_boolean()) return v.get<bool>() ? "yes" : "no";
     return v.is_null() ? "-" : jsonDump(v);
 }
+// Records without anything nested, whatever their keys: what one lacks stays empty in its column.
 bool isTable(const json& v) {
     if (!v.is_array() || v.empty()) return false;
     for (const json& row : v) {
@@ -19,6 +21,7 @@ bool isTable(const json& v) {
     }
     return true;
 }
+// What fits behind its key on one line: a value, or a list of values.
 bool isPlain(const json& v) {
     if (!v.is_array()) return !v.is_object();
     for (const json& item : v)
@@ -32,6 +35,7 @@ std::string plainText(const json& v) {
     return text.empty() ? "-" : text;
 }
 
+// Widths count from where the text begins, not from the margin.
 void pad(std::string& line, size_t from, size_t width) {
     line.append(width > line.size() - from ? width - (line.size() - from) : 0, ' ');
 }
@@ -40,6 +44,7 @@ void pad(std::string& line, size_t from, size_t width) {
 void renderTable(const json& rows, size_t indent, cliPipe* pipe) {
     std::vector<std::string> keys;
     std::vector<size_t> widths;
+    // Columns in the order in which their keys turn up first.
     for (const json& row : rows)
         for (const auto& [key, cell] : row.items()) {
             size_t at = static_cast<size_t>(std::ranges::find(keys, key) - keys.begin());
@@ -74,6 +79,7 @@ void render(const json& value, size_t indent, size_t depth, cliPipe* pipe) {
         for (const json& item : value) render(item, indent + 2, depth + 1, pipe);
         return;
     }
+    // The values of one object stand below each other; what is nested does not widen the column.
     size_t width = 0;
     for (const auto& [key, item] : value.items())
         if (isPlain(item)) width = std::max(width, key.size());
@@ -92,6 +98,7 @@ void render(const json& value, size_t indent, size_t depth, cliPipe* pipe) {
 }  // namespace
 
 std::string jsonDump(const json& value, int indent) {
+    // Replaced, because dump would throw at bytes that are no UTF-8, and names may be any bytes.
     return value.dump(indent, ' ', false, json::error_handler_t::replace);
 }
 
@@ -123,6 +130,7 @@ cliOutcome debugJson(cliSession* session, std::string_view function, std::string
     std::string text;
     if (cliOutcome outcome = sessionDebug(session, function, args, &text); !outcome.ok)
         return outcome;
+    // Many functions answer with text by design; it is shown as it is.
     *value = json::parse(text, nullptr, false);
     if (value->is_discarded()) *value = text;
     std::string refused = jsonText(*value, "error");

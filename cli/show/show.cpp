@@ -32,6 +32,7 @@ void sinkFinish(lineSink& sink) {
 // One list's show text as JSON. The text is the manager's: what does not look like it is left out.
 json listJson(std::string_view text) {
     json list = {{"name", ""}, {"kind", ""}, {"entries", json::array()}};
+    // The title is "Standard IP access list NAME"; everything else that counts begins with "seq".
     constexpr std::string_view title = " IP access list ";
     while (!text.empty()) {
         size_t end = text.find('\n');
@@ -45,6 +46,7 @@ json listJson(std::string_view text) {
             list["kind"] = first == "Standard" ? "standard" : "extended";
             continue;
         }
+        // Remarks and whatever else a later manager shows are left out rather than misread.
         uint64_t seq;
         if (first != "seq" || !lexNumber(lexWord(line, &at), &seq)) continue;
         json entry = {{"seq", seq},
@@ -65,6 +67,7 @@ json listJson(std::string_view text) {
 // Shows one list, or the one behind the cursor; *name becomes the one shown.
 cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sink,
                    uint32_t* status) {
+    // A list fits one answer whole, so there is nothing to go on with but the next list.
     cliShowReq request;
     requestShow(&s->channel, code, *name, 0, 0, &request);
     askResult asked = channelAsk(&s->channel, &request, sizeof request, s->options.timeoutMs);
@@ -106,12 +109,15 @@ cliOutcome showRunning(cliSession* session, const cliCommand&, cliPipe* pipe) {
     int rc = zekCfgWalkRows(db, [&](const zekCfgRow& row) {
         std::string_view list;
         const uint32_t code = clauseOfRequest(row.request.mtype, row.request.body, &list);
+        // Read from the database file itself: the manager need not run, and is not held up by a
+        // long configuration.
         listNamesNote(&names, row.text);
         all.push_back({std::string(row.text), std::string(list), code});
         return true;
     });
     for (shownLine& line : all) {
         sinkLine(sink, listNamesTyped(names, std::move(line.text), line.code, line.list));
+        // The reader of a pipe has gone.
         if (ferror(pipe->out) != 0) break;
     }
     sinkFinish(sink);
@@ -120,6 +126,7 @@ cliOutcome showRunning(cliSession* session, const cliCommand&, cliPipe* pipe) {
 }
 
 cliOutcome showStartup(cliSession* session, const cliCommand&, cliPipe* pipe) {
+    // What "write memory" has left; it is a file of plain lines.
     std::string file = session->options.runDir + "/startup-config";
     std::ifstream in(file);
     if (!in) return refusal(file + ": " + strerror(errno));
@@ -138,6 +145,8 @@ cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pi
     cliOutcome outcome;
     if (!command.name.empty()) outcome = showOne(session, CLI_SHOW_IP_ACL, &name, &sink, &status);
     while (command.name.empty() && outcome.ok) {
+        // The walk goes by name: each answer is the list behind the one that is named, at first
+        // behind the empty name.
         listName cursor = name;
         outcome = showOne(session, CLI_SHOW_IP_ACL_ALL, &name, &sink, &status);
         // A cursor that does not move on would show the same list for ever.
@@ -166,6 +175,7 @@ cliOutcome showInterfaces(cliSession* session, const cliCommand&, cliPipe* pipe)
         uint32_t ifindex = 0;
         char hex[16];
         (void)chassisIfIndex(chassis, name, &ifindex);
+        // In hex, because slot and port stand in fixed bits of an index.
         std::snprintf(hex, sizeof hex, "0x%08x", ifindex);
         rows.push_back({{"interface", name}, {"index", hex}});
         return rows.back();
@@ -198,6 +208,7 @@ cliOutcome showVerdict(cliSession* session, json answer, cliPipe* pipe) {
     if (session->options.json) {
         pipeText(pipe, jsonDump(answer) + "\n");
     } else {
+        // The implicit deny has no entry to show.
         std::string decided = "no entry matches (implicit deny)";
         if (auto entry = answer.find("entry"); entry != answer.end() && !entry->is_null())
             decided = lexTrimEnd(entry->is_object() ? jsonText(*entry, "text")
@@ -206,9 +217,11 @@ cliOutcome showVerdict(cliSession* session, json answer, cliPipe* pipe) {
                  verdict + ": " +
                      decided.substr(std::min(decided.find_first_not_of(' '), decided.size())));
         // What else there is to say: of a route map the way to the verdict and the new attributes.
+        // Both stand in the first line already.
         answer.erase("verdict");
         answer.erase("entry");
         if (!answer.empty()) renderAnswer(*session, answer, pipe);
     }
+    // The exit status is the verdict, so that a script can ask.
     return {verdict == "permit", "", 0};
 }

@@ -14,6 +14,7 @@ typedef nlohmann::ordered_json json;
 
 // The list that a request is about; empty for one that is about none.
 std::string listOf(const zekCfgRequest& request) {
+    // The record keeps what stands behind the message's header.
     constexpr size_t at = offsetof(cliHdr, name) - sizeof(ipcHdr);
     const auto* name = wireView<listName>(request.body, at);
     const bool isCli = request.mtype == MT_CLI_COMMAND;
@@ -30,6 +31,7 @@ cliOutcome ask(cliSession* session, const std::string& args, cliPipe* pipe) {
 }  // namespace
 
 cliOutcome showUnresolved(cliSession* session, const cliCommand&, cliPipe* pipe) {
+    // Reading needs no manager; changing does, because it is the one that writes.
     zekCfgDb* db = zekCfgOpen(session->options.runDir.c_str(), zekCfgAccess::read,
                               zekCfgFileOf(session->options.rp).c_str());
     if (db == nullptr)
