@@ -1,5 +1,5 @@
-// They take the locks themselves, around one call each; all but the two at the end only read.
-// Route maps in the debug shell.
+// Route maps in the debug shell. The functions take the lock themselves, around one call each; all
+// but the two at the end only read.
 #include "ask/debugWords.h"
 #include "include/status.h"
 #include "platform/api/zekTask.h"

@@ -11,8 +11,6 @@
 
 namespace {
 
-// A pipe cannot be read twice, so what comes through it is kept in memory, as a file without a
-// name.
 bool writeAll(int fd, const char* bytes, size_t length) {
     while (length > 0) {
         const ssize_t n = write(fd, bytes, length);
@@ -23,7 +21,8 @@ bool writeAll(int fd, const char* bytes, size_t length) {
     return true;
 }
 
-// What comes through the pipe until its end, in a file of its own.
+// What comes through the pipe until its end, in a file of its own, which has no name and is held in
+// memory: a pipe cannot be read twice.
 int keepPipe(int fd) {
     const int kept = memfd_create("load", MFD_CLOEXEC);
     std::array<char, 65536> piece;

@@ -207,8 +207,7 @@ loadSlot& takeSlot(loader& l, uint32_t line, std::string_view text) {
 
 void refuseLine(loader& l, uint32_t line, std::string_view text, size_t column,
                 std::string sentence, std::vector<std::string> expected = {}) {
-    // A refused line takes its row as well: the rows of a compiled file are the lines of its
-    // source.
+    // A refused line takes a row as well, so that the manager knows of it.
     if (l.session.options.compile) compileWrite(l.session.out, text, nullptr);
     loadSlot& s = takeSlot(l, line, text);
     s.expected = std::move(expected);

@@ -193,8 +193,6 @@ bool step(cursor& c, std::string_view line, std::string_view word, cliParseError
     // Words are separated by blanks before their kind is known: only now the rest of the quotation
     // is taken in.
     if (node->kind == cliArg::quoted && word[0] == '"') {
-        // There is no way to write a quotation mark inside one; nothing that is quoted can hold
-        // one.
         size_t end = line.find('"', value.column + 1);
         if (end == line.npos) {
             *error = {value.column, "The quotation mark is not closed", {}};
