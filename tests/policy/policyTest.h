@@ -37,6 +37,7 @@ struct PolicyTest : TaskTest {
     uint64_t blocks = 0;
     uint32_t status = 0;
     cliSession shell;
+    bool good = false;  // what became of the last line, in the shell
     char* screen = nullptr;
     size_t screenSize = 0;
 
@@ -66,7 +67,7 @@ struct PolicyTest : TaskTest {
         rewind(shell.out);
         reply.clear();
         effects.clear();
-        (void)sessionRun(&shell, line, {"test", 1});
+        good = sessionRun(&shell, line, {"test", 1});
         fflush(shell.out);
         return {screen, screenSize};
     }

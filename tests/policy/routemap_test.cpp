@@ -219,6 +219,13 @@ TEST_F(RouteMap, InstancesAreChosenChangedAndDeleted) {
     EXPECT_EQ(say("do show route-maps"),
               "route-map M deny 30\n  Match clauses:\n  Set clauses:\n  Hits: 12\n");
     EXPECT_EQ(rmapPrintHits(M), "route-map M deny 30: 12 hits\n");
+    configure(" match ip address prefix-list A\n");
+    shell.options.json = true;
+    const std::string json = say("do show route-maps M");
+    EXPECT_NE(json.find("\"match\": [\n      \"ip address: A\"\n    ],\n    \"set\": [],\n"
+                        "    \"hits\": 12\n"),
+              json.npos)
+        << json;
 }
 
 TEST_F(RouteMap, ValuesAddOverwriteOrAreRefusedByTheRulesOfTheirClause) {
@@ -396,6 +403,11 @@ TEST_F(RouteMap, PrependsFollowTheAsNotationAndLinesThatAreTooLongAreNotWritten)
     EXPECT_EQ(lines(), before);
     ASSERT_EQ(del(many), ACL_OK);
     EXPECT_EQ(lines(), before);
+    // Who types such a line is warned; who takes it back is not.
+    std::string typed = " set community";
+    for (int i = 0; i < 33; i++) typed += " 64500:" + std::to_string(60000 + i);
+    EXPECT_NE(say(typed).find("Warning: "), typed.npos);
+    EXPECT_EQ(say("no" + typed), "");
 }
 
 }  // namespace
