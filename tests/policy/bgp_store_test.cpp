@@ -57,10 +57,8 @@ TEST_F(BgpLists, EntriesAreOneOrNoneByWhatTheyAsk) {
               " permit 0:1 0:2 0:0 0:0 0:0 0:0 0:0 0:0 0:0", "ip extcommunity-list A"}));
     // A request's text without its NUL ends with the field.
     for (uint32_t code : {CLI_ASPATH_ENTRY_ADD, CLI_ASPATH_ENTRY_DELETE}) {
-        auto bytes = cli(code, "A", sizeof(cliAspathReq));
-        auto* request = reinterpret_cast<cliAspathReq*>(bytes.data());
-        std::memset(request->text, '1', sizeof request->text);
-        EXPECT_EQ(ask(bytes), 0u);
+        auto fill = [](cliAspathReq& r) { std::memset(r.text, '1', sizeof r.text); };
+        EXPECT_EQ(ask(cli<cliAspathReq>(code, "A", fill)), 0u);
     }
 }
 
@@ -155,9 +153,7 @@ TEST_F(BgpLists, TheDebugShellSaysWhatDecides) {
         std::string answer;
     } cases[] = {
         {"testAspath", "B 1", R"({"error":"No such AS-path access list"})"},
-        {"testCommunity", "A 65000:1 no-export", one},
         {"testCommunity", "A 4259840001 exact", one},
-        {"testCommunity", "A 65000:1 local-AS exact", nothing},
         {"testCommunity", "A 65000", nothing},
         {"testCommunity", "A 70000:1", R"({"error":"not a community: 70000:1"})"},
         {"testExtCommunity", "A 192.0.2.1:9 rt 1:5",

@@ -7,10 +7,10 @@ namespace {
 struct RouteMap : PolicyTest {
     // A clause as no line can say it; the operation word of the commands that have one.
     uint32_t request(uint32_t code, const rmapClauseBlock& c, uint32_t operation = 0) {
-        auto bytes = cli(code, "M", sizeof(cliRmapClauseReq));
-        reinterpret_cast<cliRmapClauseReq*>(bytes.data())->clause = c;
-        reinterpret_cast<cliRmapClauseReq*>(bytes.data())->operation = operation;
-        return ask(bytes);
+        return ask(cli<cliRmapClauseReq>(code, "M", [&](cliRmapClauseReq& r) {
+            r.clause = c;
+            r.operation = operation;
+        }));
     }
     uint32_t add(const rmapClauseBlock& c) { return request(CLI_RMAP_ENTRY_ADD, c); }
     uint32_t del(const rmapClauseBlock& c) { return request(CLI_RMAP_ENTRY_DELETE, c); }
@@ -384,9 +384,9 @@ TEST_F(RouteMap, PrependsFollowTheAsNotationAndLinesThatAreTooLongAreNotWritten)
                               {2u, " set as-path prepend 1.10 0.7 "},
                               {3u, " set as-path prepend 1.10 0.7 "},
                               {0u, " set as-path prepend 65546 7 "}}) {
-        auto bytes = cli(13607, "", sizeof(cliWordReq));
-        reinterpret_cast<cliWordReq*>(bytes.data())->word = word;
-        ASSERT_EQ(ask(bytes), ACL_OK);
+        const uint32_t notation = word;
+        ASSERT_EQ(ask(cli<cliWordReq>(13607, "", [=](cliWordReq& r) { r.word = notation; })),
+                  ACL_OK);
         EXPECT_TRUE(effects[0].starts_with("send ")) << "answered first: " << effects[0];
         EXPECT_EQ(lines(), (rows{"route-map M permit 10", line}));
     }
