@@ -10,14 +10,6 @@
 
 namespace {
 
-// The next line of a text, without its end.
-std::string_view takeLine(std::string_view* text) {
-    size_t end = text->find('\n');
-    std::string_view line = lexTrimEnd(text->substr(0, end));
-    text->remove_prefix(end == text->npos ? text->size() : end + 1);
-    return line;
-}
-
 // One entry line: "[seq N] permit|deny WHAT [(hit count: N)]".
 json entryJson(std::string_view line) {
     json entry = json::object();
@@ -50,7 +42,7 @@ json listJson(const char* kind, const listName& name, std::string_view text) {
     json list = {{"name", std::string(listNameView(name))}, {"kind", kind}};
     json entries = json::array();
     while (!text.empty()) {
-        std::string_view line = takeLine(&text);
+        std::string_view line = takeShownLine(&text);
         // Entries are indented, titles are not.
         if (line.starts_with(' ')) {
             entries.push_back(entryJson(line));
@@ -79,7 +71,7 @@ json mapJson(std::string_view text) {
     // The group whose lines come now; lines outside of a group stand less deep.
     std::string group;
     while (!text.empty()) {
-        std::string_view line = takeLine(&text);
+        std::string_view line = takeShownLine(&text);
         size_t at = 0;
         uint64_t number;
         if (lexWord(line, &at) == "route-map") {
@@ -151,7 +143,7 @@ cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* p
                                        std::memcmp(page.shown.text, name.text, LIST_NAME_LEN) > 0;
         if (!moves) return refusal("The manager's walk over the lists does not move on");
         for (std::string_view left = page.text; !left.empty();) {
-            std::string_view line = takeLine(&left);
+            std::string_view line = takeShownLine(&left);
             // A summary is the titles alone: the entries are left out, and not asked for beyond the
             // first page.
             if (summary && line.starts_with(' ')) continue;

@@ -24,3 +24,9 @@ cliOutcome showVerdict(cliSession* session, json answer, cliPipe* pipe);
 // functions refuse with {"error": sentence}.
 cliOutcome debugJson(cliSession* session, std::string_view function, std::string_view args,
                      json* value);
+
+// Opens the configuration as it runs, for reading; the outcome refuses when there is none.
+struct zekCfgDb;
+cliOutcome openShown(const cliOptions& options, zekCfgDb** db);
+// The next line of the text of a show, without its end.
+std::string_view takeShownLine(std::string_view* text);

@@ -35,9 +35,7 @@ json listJson(std::string_view text) {
     // The title is "Standard IP access list NAME"; everything else that counts begins with "seq".
     constexpr std::string_view title = " IP access list ";
     while (!text.empty()) {
-        size_t end = text.find('\n');
-        std::string_view line = lexTrimEnd(text.substr(0, end));
-        text.remove_prefix(end == text.npos ? text.size() : end + 1);
+        std::string_view line = takeShownLine(&text);
         size_t at = 0;
         std::string_view first = lexWord(line, &at);
         size_t named = line.find(title);
@@ -93,11 +91,22 @@ cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sin
 
 }  // namespace
 
+cliOutcome openShown(const cliOptions& options, zekCfgDb** db) {
+    *db = zekCfgOpen(options.runDir.c_str(), zekCfgAccess::read, zekCfgFileOf(options.rp).c_str());
+    if (*db != nullptr) return {};
+    return refusal("There is no configuration database in " + options.runDir);
+}
+
+std::string_view takeShownLine(std::string_view* text) {
+    size_t end = text->find('\n');
+    std::string_view line = lexTrimEnd(text->substr(0, end));
+    text->remove_prefix(end == text->npos ? text->size() : end + 1);
+    return line;
+}
+
 cliOutcome showRunning(cliSession* session, const cliCommand&, cliPipe* pipe) {
-    zekCfgDb* db = zekCfgOpen(session->options.runDir.c_str(), zekCfgAccess::read,
-                              zekCfgFileOf(session->options.rp).c_str());
-    if (db == nullptr)
-        return refusal("There is no configuration database in " + session->options.runDir);
+    zekCfgDb* db = nullptr;
+    if (cliOutcome opened = openShown(session->options, &db); !opened.ok) return opened;
     lineSink sink{pipe, session->options.json};
     // Which kind of list a line names depends on lines behind it.
     struct shownLine {

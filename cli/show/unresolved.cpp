@@ -1,7 +1,5 @@
 // What a restart could not bring back: shown from the database, tried again or discarded by the
 // manager.
-#include <nlohmann/json.hpp>
-
 #include "cli/session.h"
 #include "cli/show/agents.h"
 #include "cli/show/render.h"
@@ -9,8 +7,6 @@
 #include "platform/api/zekCfg.h"
 
 namespace {
-
-typedef nlohmann::ordered_json json;
 
 // The list that a request is about; empty for one that is about none.
 std::string listOf(const zekCfgRequest& request) {
@@ -32,10 +28,8 @@ cliOutcome ask(cliSession* session, const std::string& args, cliPipe* pipe) {
 
 cliOutcome showUnresolved(cliSession* session, const cliCommand&, cliPipe* pipe) {
     // Reading needs no manager; changing does, because it is the one that writes.
-    zekCfgDb* db = zekCfgOpen(session->options.runDir.c_str(), zekCfgAccess::read,
-                              zekCfgFileOf(session->options.rp).c_str());
-    if (db == nullptr)
-        return refusal("There is no configuration database in " + session->options.runDir);
+    zekCfgDb* db = nullptr;
+    if (cliOutcome opened = openShown(session->options, &db); !opened.ok) return opened;
     json rows = json::array();
     const int rc = zekCfgWalkUnresolved(db, [&](const zekCfgUnresolvedRow& row) {
         rows.push_back({{"number", row.id},
