@@ -57,9 +57,10 @@ void clientFree(listClient* client) {
     zekMC_M_memBlockVarFree(client);
 }
 
-// No memory for a client: everything is as it was, the list that was made for it too.
+// No memory for a client: everything is as it was, in most stores the list that was made for it
+// too.
 clientResult refuse(const clientStore& store, namedList* list, uint32_t family) {
-    clientDropUnused(store, list, family);
+    if (!store.keepsMade) clientDropUnused(store, list, family);
     return clientResult::noMemory;
 }
 

@@ -41,6 +41,7 @@ struct clientStore {
     // A placeholder has lost its last client: out of the tree and freed.
     void (*drop)(namedList* list, uint32_t family);
     std::span<const uint32_t> pairTasks;  // applications whose registrations carry pairs
+    bool keepsMade = false;  // a list that was made for a registration stays when that fails
 };
 
 struct clientPairValue {
@@ -51,7 +52,7 @@ enum class clientResult {
     done,
     unchanged,  // it was registered already
     noList,     // registering: no memory for a placeholder; unregistering: nothing to do
-    noMemory,   // for the client; everything is as it was
+    noMemory,   // for the client; all else is as it was
     notRegistered,
 };
 struct taskClient {

@@ -35,7 +35,8 @@ const clientStore aclClientStore{[](const listName& name, uint32_t af) -> namedL
                                      const listName name = list->name;
                                      (void)aclListDelete(*list->family, name, list->kind);
                                  },
-                                 {}};
+                                 {},
+                                 true};  // such a placeholder is left standing: meant
 
 aclList* aclAddTaskClient(uint32_t application, uint32_t instance, const listName& name,
                           uint32_t caller, uint32_t af) {
