@@ -69,7 +69,8 @@ void measure(const char* what, bool spread, bool everyField, const limits& limit
     const aclList* list = load(rules, everyField);
     // Not less packets than it takes to be out of the caches of a chain this long.
     double chain = nsPerPacket(packets, std::max(200u, 5000000 / limit.entries), [&](auto& p) {
-        return reinterpret_cast<uintptr_t>(refChainFind(static_cast<const aclEntry*>(list->head), p));
+        return reinterpret_cast<uintptr_t>(
+            refChainFind(static_cast<const aclEntry*>(list->head), p));
     });
     refTables plain(rules);
     double tables = nsPerPacket(packets, packets.size(), [&](auto& p) { return plain.find(p); });
@@ -110,7 +111,8 @@ void shortList() {
     auto packets = benchPackets(rules, 200000);
     const aclList* list = load(rules, false);
     double chain = nsPerPacket(packets, packets.size(), [&](auto& p) {
-        return reinterpret_cast<uintptr_t>(refChainFind(static_cast<const aclEntry*>(list->head), p));
+        return reinterpret_cast<uintptr_t>(
+            refChainFind(static_cast<const aclEntry*>(list->head), p));
     });
     double check = checkNs(list, packets);
     ipFilterIndexDrop(const_cast<aclList*>(list));  // from here on the list is walked
