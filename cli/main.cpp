@@ -9,7 +9,7 @@
 #include <iostream>
 
 #include "cli/interactive.h"
-#include "cli/load.h"
+#include "cli/request/load.h"
 
 namespace {
 

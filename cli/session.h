@@ -9,8 +9,8 @@
 #include "cli/listNames.h"
 #include "cli/parser.h"
 #include "cli/pipe.h"
-#include "cli/report.h"
-#include "cli/request.h"
+#include "cli/request/report.h"
+#include "cli/request/request.h"
 #include "platform/api/zekChassis.h"
 
 struct cliOptions {

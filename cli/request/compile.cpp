@@ -1,5 +1,5 @@
 // The rows of compiled configuration lines.
-#include "cli/compile.h"
+#include "cli/request/compile.h"
 
 #include "include/cfgCompiled.h"
 

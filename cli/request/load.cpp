@@ -10,7 +10,7 @@
 // for longer than its time, the manager's platform is asked what has become of it: what is under
 // way is waited for, and what was lost is sent again. When nobody answers the load ends there, so
 // that no list is loaded in part because its header was late.
-#include "cli/load.h"
+#include "cli/request/load.h"
 
 #include <poll.h>
 #include <unistd.h>
@@ -20,8 +20,8 @@
 #include <cstring>
 #include <utility>
 
-#include "cli/compile.h"
 #include "cli/lexer.h"
+#include "cli/request/compile.h"
 #include "include/status.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "cli/request.h"
+#include "cli/request/request.h"
 #include "include/routeMapNames.h"
 
 namespace {

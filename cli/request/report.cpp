@@ -1,6 +1,6 @@
 // Refusals as the operator reads them: one write each, so that those of several shells do not mix
 // within a line.
-#include "cli/report.h"
+#include "cli/request/report.h"
 
 #include <algorithm>
 

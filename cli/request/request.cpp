@@ -1,6 +1,6 @@
 // Requests to the manager and their answers: the row that a command is sent by, sending again what
 // was lost, and recognising an answer among strangers.
-#include "cli/request.h"
+#include "cli/request/request.h"
 
 #include <unistd.h>
 

@@ -12,7 +12,7 @@
 #include <span>
 #include <thread>
 
-#include "cli/load.h"
+#include "cli/request/load.h"
 #include "include/service.h"
 #include "include/status.h"
 #include "tests/platform/endpoint.h"

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "cli/parser.h"
-#include "cli/request.h"
+#include "cli/request/request.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
