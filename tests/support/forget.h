@@ -39,5 +39,6 @@ inline void forgetLists() {
         list = ipDosListFindFirst();
         if (list != nullptr) (void)ipDosListDelete(list->name);
     }
+    while (aclVlan* vlan = aclVlanTreeFindFirst()) aclVlanDrop(vlan);
     testTake();
 }
