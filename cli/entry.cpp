@@ -67,6 +67,7 @@ constexpr entryField ipFields[] = {
 };
 
 #undef AT
+static_assert(std::ranges::is_sorted(ipFields, {}, &entryField::word));
 
 constexpr cliEntry ipBlank() {
     cliEntry blank{};
@@ -125,17 +126,16 @@ std::span<uint8_t> fieldOf(cliCommand& c, const entryField& f, uint32_t side) {
 
 // Fills every field that the word has a row for in the table of the line's family.
 void put(cliCommand& c, entryWord word, uint32_t side, const argument& a) {
-    for (const entryField& f : c.table->fields)
-        if (f.word == word && (f.when & ~c.features) == 0 && (f.unless & c.features) == 0)
+    for (const entryField& f : c.table->rowsOf(word))
+        if ((f.when & ~c.features) == 0 && (f.unless & c.features) == 0)
             store(fieldOf(c, f, side), f.form, a, c.inverseMask);
 }
 
 // The number that a word has put into its field.
 uint64_t taken(cliCommand& c, entryWord word, uint32_t side) {
     uint64_t number = 0;
-    for (const entryField& f : c.table->fields)
-        if (f.word == word)
-            for (uint8_t byte : fieldOf(c, f, side)) number = number << 8 | byte;
+    for (const entryField& f : c.table->rowsOf(word))
+        for (uint8_t byte : fieldOf(c, f, side)) number = number << 8 | byte;
     return number;
 }
 

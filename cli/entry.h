@@ -37,6 +37,7 @@ enum class entryWord : uint8_t {
     vlan,
     opcode,
 };
+constexpr size_t ENTRY_WORDS = static_cast<size_t>(entryWord::opcode) + 1;
 
 // How what was read becomes the bytes of a field.
 enum class entryForm : uint8_t {
@@ -61,9 +62,22 @@ struct entryField {
     uint32_t when = 0, unless = 0;    // F_... of the line so far
 };
 
+// The rows of a word stand together, in the order of entryWord.
 struct entryTable {
     std::span<const entryField> fields;
-    cliEntry blank;  // in which nothing is given yet
+    cliEntry blank;                  // in which nothing is given yet
+    uint8_t first[ENTRY_WORDS + 1];  // of each word's rows; the last one ends the table
+
+    constexpr entryTable(std::span<const entryField> rows, const cliEntry& nothing)
+        : fields(rows), blank(nothing), first{} {
+        for (const entryField& row : rows) first[static_cast<size_t>(row.word) + 1]++;
+        for (size_t word = 0; word < ENTRY_WORDS; word++)
+            first[word + 1] = static_cast<uint8_t>(first[word + 1] + first[word]);
+    }
+    constexpr std::span<const entryField> rowsOf(entryWord word) const {
+        const size_t at = static_cast<size_t>(word);
+        return fields.subspan(first[at], first[at + 1] - size_t{first[at]});
+    }
 };
 
 // The value of a node with one of the actions below: the word, the side that it is about and, of a

@@ -31,8 +31,9 @@ std::span<const uint8_t> valueBytes(const cliValue& v, cliArg kind) {
 }
 
 void fillMask(std::span<uint8_t> mask, uint32_t length) {
-    for (uint32_t i = 0; i < length; i++)
-        mask[i / 8] = static_cast<uint8_t>(mask[i / 8] | 0x80 >> i % 8);
+    std::ranges::fill(mask.first(length / 8), uint8_t{0xFF});
+    if (length % 8 != 0)
+        mask[length / 8] = static_cast<uint8_t>(mask[length / 8] | 0xFF << (8 - length % 8));
 }
 
 void noteSequence(cliCommand& c, const cliValue& v) {
