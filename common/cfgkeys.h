@@ -37,7 +37,7 @@ struct cfgIntfKey {
     uint8_t isLine;        //   4  128 on lines, 0 on the separator and the header
     uint8_t direction[4];  //   5  each 0 in, 1 out
     char name[140];        //   9  the list
-    uint8_t family;        // 149  0 = IPv4, 0xFF = IPv6
+    uint8_t family;        // 149  0 = IPv4, 1 = MAC, 0xFF = IPv6
     uint8_t zero[106];
 };
 WIRE_SIZE(cfgIntfKey, CFG_KEY_LEN);
@@ -46,6 +46,7 @@ WIRE_AT(cfgIntfKey, name, 9);
 // Sections, in the order in which the configuration shows them.
 enum cfgSection : uint32_t {
     CFG_SECTION_MASK_MODE = 1,  // first: it decides how every mask behind it reads
+    CFG_SECTION_VLAN_GROUP = 71,
     CFG_SECTION_INTERFACE = 72,
     CFG_SECTION_RMAP = 79,
     CFG_SECTION_ASPATH = 80,

@@ -48,7 +48,7 @@ inline void cfgPutText(char (&field)[CFG_TEXT_LEN], std::string_view text) {
     std::memcpy(field, text.data(), std::min(text.size(), sizeof field - 1));
 }
 
-enum cfgFamily : uint8_t { CFG_FAMILY_V4 = 0, CFG_FAMILY_V6 = 0xFF };
+enum cfgFamily : uint8_t { CFG_FAMILY_V4 = 0, CFG_FAMILY_MAC = 1, CFG_FAMILY_V6 = 0xFF };
 // What a sync record says was changed.
 enum cfgOperation : uint32_t {
     CFG_SYNC_HEADER = 3,
@@ -58,6 +58,8 @@ enum cfgOperation : uint32_t {
     CFG_SYNC_RMAP = 12,
     CFG_SYNC_PREFIX = 15,
     CFG_SYNC_EXTENDED = 16,
+    CFG_SYNC_MAC_STANDARD = 24,
+    CFG_SYNC_MAC_EXTENDED = 25,
     CFG_SYNC_EXTCOMM = 35,
     CFG_SYNC_V6_PREFIX = 80,
 };
@@ -77,6 +79,8 @@ struct cfgBlock {
 };
 inline constexpr cfgBlock CFG_ACCESS_LIST{
     CFG_SECTION_IP, CFG_CLASS_SEPARATOR, CFG_CLASS_LINE, CFG_SYNC_HEADER, 1, false};
+inline constexpr cfgBlock CFG_MAC_LIST{
+    CFG_SECTION_MAC, CFG_CLASS_SEPARATOR, CFG_CLASS_LINE, CFG_SYNC_HEADER, 1, false};
 inline constexpr cfgBlock CFG_TRACE_LIST{
     CFG_SECTION_TRACE_LIST, CFG_CLASS_SEPARATOR, CFG_CLASS_LINE, CFG_SYNC_HEADER, 1, false};
 inline constexpr cfgBlock CFG_TRACE_GROUP{

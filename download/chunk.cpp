@@ -39,11 +39,11 @@ constexpr agentMsgRow msgTable[] = {
     {MT_L2ACL_DELENT,        MT_L2ACL_DELENT,       MAC, ENTRY, nullptr},
     {14488,                  14488,                 MAC, ENTRY, nullptr},
     {14489,                  14489,                 MAC, ENTRY, nullptr},
-    {14490,                  14490,                 MAC, HEADER, "MT_ACLMAC_NEW"},
-    {14491,                  14491,                 MAC, LIST, nullptr},
-    {14492,                  14492,                 MAC, LIST, nullptr},
-    {14493,                  14493,                 MAC, LIST, nullptr},
-    {14494,                  14494,                 MAC, LIST, nullptr},
+    {MT_ACLMAC_NEW,          MT_ACLMAC_NEW,         MAC, HEADER, "MT_ACLMAC_NEW"},
+    {MT_ACLMAC_ADD,          MT_ACLMAC_ADD,         MAC, LIST, nullptr},
+    {MT_ACLMAC_DELENTRY,     MT_ACLMAC_DELENTRY,    MAC, LIST, nullptr},
+    {MT_ACLMAC_DELALLENTRY,  MT_ACLMAC_DELALLENTRY, MAC, LIST, nullptr},
+    {MT_ACLMAC_DELLIST,      MT_ACLMAC_DELLIST,     MAC, LIST, nullptr},
     {MT_L2ACL_EGR_ADDLIST,   MT_L2ACL_EGR_ADDENT,   MAC, LIST, nullptr},
     {MT_L2ACL_EGR_ADDENT,    MT_L2ACL_EGR_ADDENT,   MAC, ENTRY, nullptr},
     {MT_L2ACL_EGR_DELLIST,   MT_L2ACL_EGR_DELLIST,  MAC, HEADER, nullptr},
@@ -59,6 +59,10 @@ constexpr agentMsgRow msgTable[] = {
     {MT_ACL_V6_EGR_ADDENT,   MT_ACL_V6_EGR_ADDENT,  IP6, ENTRY, nullptr},
     {MT_ACL_V6_EGR_DELENT,   MT_ACL_V6_EGR_DELENT,  IP6, ENTRY, nullptr},
     {MT_ACL_V6_EGR_DELLIST,  MT_ACL_V6_EGR_DELLIST, IP6, HEADER, nullptr},
+    {MT_IPMAC_ACL_NEWLIST,   MT_IPMAC_ACL_ADDENTRIES, IP, LIST, nullptr},
+    {MT_IPMAC_ACL_DELIST,    MT_IPMAC_ACL_DELIST,   IP,  HEADER, nullptr},
+    {MT_IPMAC_ACL_ADDENTRIES, MT_IPMAC_ACL_ADDENTRIES, IP, ENTRY, nullptr},
+    {MT_IPMAC_ACL_DELENTRIES, MT_IPMAC_ACL_DELENTRIES, IP, ENTRY, nullptr},
 };
 // clang-format on
 static_assert(std::ranges::is_sorted(msgTable, {}, &agentMsgRow::id));

@@ -26,6 +26,7 @@ enum agentMsgId : uint32_t {
     MT_DOS_ADDENT = 14421,
     MT_DOS_DELLIST = 14422,
     MT_DOS_DELENT = 14423,
+    MT_ACL_RESEQUENCE = 14429,  // old and new numbers of a list's entries
     MT_L2ACL_ADDLIST = 14484,
     MT_L2ACL_ADDENT = 14485,
     MT_L2ACL_DELLIST = 14486,
@@ -45,6 +46,10 @@ enum agentMsgId : uint32_t {
     MT_ACL_V6_EGR_ADDENT = 14538,
     MT_ACL_V6_EGR_DELENT = 14539,
     MT_ACL_V6_EGR_DELLIST = 14540,
+    MT_IPMAC_ACL_NEWLIST = 14541,  // the pairs of addresses that may send on an interface
+    MT_IPMAC_ACL_DELIST = 14542,
+    MT_IPMAC_ACL_ADDENTRIES = 14543,
+    MT_IPMAC_ACL_DELENTRIES = 14544,
 };
 
 // The 132-byte header of a download: the IPC header, padded, and two words of its own.
@@ -192,6 +197,31 @@ struct agentMacEntry {
 WIRE_SIZE(agentMacEntry, 184);
 WIRE_AT(agentMacEntry, blockCopy, 64);
 WIRE_AT(agentMacEntry, monitor, 132);
+
+// A list's entries have new numbers (type 14429). A list of more entries than one message has pairs
+// comes in several, which are one change: it is done when there were as many pairs as entries.
+// Entries that keep their number have a pair, too. The words stand at the offsets of the whole
+// message; its length word says 8324.
+constexpr uint32_t RESEQ_PAIRS = 989;
+struct reseqPair {
+    be32 from, to;
+};
+enum reseqFamily : uint32_t { RESEQ_V4 = 0, RESEQ_V6 = 1, RESEQ_MAC = 2 };
+struct agentReseqMsg {
+    ipcHdr ipc;
+    uint8_t reserved60[64];
+    listName name;                 // 124
+    be32 family;                   // 264  reseqFamily
+    be32 pairCount;                // 268
+    be32 entryCount;               // 272  of the list
+    be32 flag;                     // 276  1 when there is a pair
+    reseqPair pairs[RESEQ_PAIRS];  // 280
+};
+WIRE_SIZE(agentReseqMsg, 8192);
+WIRE_AT(agentReseqMsg, name, 124);
+WIRE_AT(agentReseqMsg, pairCount, 268);
+WIRE_AT(agentReseqMsg, pairs, 280);
+constexpr uint32_t RESEQ_LENGTH_WORD = 8324;
 
 // Chunking: a body of at most AGENT_BODY_MAX_SINGLE goes as one message, longer ones as chunks of
 // AGENT_CHUNK_ENTRIES.

@@ -69,6 +69,16 @@ enum aclCliCode : uint32_t {
     CLI_MAC_RESEQUENCE = 1184,
     CLI_SHOW_GROUP_2 = 1190,
     CLI_SHOW_GROUP_ALL_2 = 1191,
+    CLI_SHOW_V6_ACL = 30011,  // from here to 30020: numbers of our own
+    CLI_SHOW_V6_ACL_ALL = 30012,
+    CLI_CLEAR_V6_ACL = 30013,
+    CLI_CLEAR_V6_ACL_ALL = 30014,
+    CLI_CLEAR_MAC = 30015,
+    CLI_CLEAR_MAC_ALL = 30016,
+    CLI_SOURCE_GUARD_ADD = 30017,
+    CLI_SOURCE_GUARD_DELETE = 30018,
+    CLI_SHOW_SOURCE_GUARD = 30019,
+    CLI_SHOW_SOURCE_GUARD_ALL = 30020,
     CLI_PIM_TO_CARDS = 14519,
     CLI_V6_TO_CARDS = 14521,
     CLI_PBR_TO_CARDS = 18908,
@@ -90,7 +100,8 @@ WIRE_AT(cliHdr, result, 64);
 WIRE_AT(cliHdr, code, 72);
 WIRE_AT(cliHdr, name, 80);
 
-// Create or delete a list: kind of an IP list, flags word of a DoS list.
+// Create or delete a list: kind of an IP or MAC list, flags word of a DoS list. An IPv6 list is
+// made and deleted by its name alone.
 struct cliListReq {
     cliHdr cli;
     be32 kind;  // 220
@@ -107,6 +118,64 @@ struct cliIpEntryReq {
 WIRE_SIZE(cliIpEntryReq, 384);
 WIRE_AT(cliIpEntryReq, block, 228);
 static_assert(offsetof(cliIpEntryReq, block) + offsetof(ipEntryBlock, seq) == 292);
+
+// Add or delete an IPv6 entry.
+struct cliIp6EntryReq {
+    cliHdr cli;
+    be32 log;             // 220
+    ip6EntryBlock block;  // 224
+    be32 monitor;         // 332
+};
+WIRE_SIZE(cliIp6EntryReq, 336);
+WIRE_AT(cliIp6EntryReq, block, 224);
+
+// Add or delete a MAC entry. The order here replaces the body's.
+struct cliMacEntryReq {
+    cliHdr cli;
+    be32 log;             // 220
+    macEntryBlock block;  // 224
+    be32 counterOptions;  // 280
+    be32 order;           // 284
+    be32 monitor;         // 288
+};
+WIRE_SIZE(cliMacEntryReq, 292);
+WIRE_AT(cliMacEntryReq, counterOptions, 280);
+
+// Add or delete a remark; which family's list it is in stands in the code. Deleting reads no text.
+constexpr size_t REMARK_LEN = 80;
+struct cliRemarkReq {
+    cliHdr cli;
+    uint8_t nul;                // 220  behind a name of 140 characters
+    char text[REMARK_LEN + 1];  // 221  NUL-padded
+    uint8_t reserved302[2];
+    be32 seq;  // 304
+};
+WIRE_SIZE(cliRemarkReq, 308);
+WIRE_AT(cliRemarkReq, text, 221);
+WIRE_AT(cliRemarkReq, seq, 304);
+
+// Renumber an access list; see policyMsg.h for prefix lists.
+struct cliReseqReq {
+    cliHdr cli;
+    be32 start;  // 220
+    be32 step;   // 224
+};
+WIRE_SIZE(cliReseqReq, 228);
+
+// Describe a list of any kind. `kind` is the code that creates such a list, but for two: prefix
+// lists have DESCRIPTION_PREFIX and DESCRIPTION_V6_PREFIX.
+constexpr uint32_t DESCRIPTION_PREFIX = 1051, DESCRIPTION_V6_PREFIX = 1153;
+constexpr size_t DESCRIPTION_LEN = 80;
+struct cliDescriptionReq {
+    cliHdr cli;
+    be32 kind;                       // 220
+    be32 remove;                     // 224  1: the list has no description any more
+    be32 seq;                        // 228  of a route map's instance
+    char text[DESCRIPTION_LEN + 1];  // 232  NUL-padded
+    uint8_t reserved313[3];
+};
+WIRE_SIZE(cliDescriptionReq, 316);
+WIRE_AT(cliDescriptionReq, text, 232);
 
 // Bind a list to an interface.
 constexpr size_t CLI_BINDING_BLOCK_LEN = 520;
@@ -139,6 +208,29 @@ struct cliUnbindReq {
     be32 direction;  // 224
 };
 WIRE_SIZE(cliUnbindReq, 228);
+
+// ACL VLAN groups: create, delete, members, the one egress list. The group's name is the front's.
+struct cliGroupReq {
+    cliHdr cli;
+    be32 id;                           // 220  of a create: 1-8, or 0 for the first that is free
+    listName list;                     // 224  of apply and remove
+    be32 implicitPermit;               // 364  of apply
+    bindingVlans vlans;                // 368  of members that come or go
+    char vlanText[CLI_VLAN_TEXT_LEN];  // 888  the same as it was typed
+};
+WIRE_SIZE(cliGroupReq, 1144);
+WIRE_AT(cliGroupReq, list, 224);
+WIRE_AT(cliGroupReq, vlans, 368);
+
+// A pair of IPv4 and MAC address that may send on an interface; the front's name is empty.
+struct cliSourceGuardReq {
+    cliHdr cli;
+    be32 ifindex;    // 220
+    be32 address;    // 224
+    uint8_t mac[6];  // 228
+    be16 vlan;       // 234  0: any
+};
+WIRE_SIZE(cliSourceGuardReq, 236);
 
 // The ports of a LAG in the order in which they joined; the answer is as long as its members need.
 constexpr size_t CLI_LAG_MEMBERS_MAX = 1024;

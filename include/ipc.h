@@ -99,6 +99,7 @@ enum aclMsgType : uint32_t {
     // Triggers, which tell clients of a change; their answers bear the same types.
     MT_ACL_TRIGGER = 14460,
     MT_RMAP_TRIGGER = 14462,
+    MT_MAC_TRIGGER = 14463,
     MT_ASPATH_TRIGGER = 14464,
     MT_COMM_TRIGGER = 14465,
     MT_SHOW_IP_ACL = 14466,
@@ -113,7 +114,7 @@ enum aclMsgType : uint32_t {
     MT_SHOW_V6_PREFIX_BRIEF = 14481,
     MT_SHOW_V6_PREFIX_ALL = 14482,
     MT_SHOW_V6_PREFIX_ALL_BRIEF = 14483,
-    MT_ACLMAC_NEW = 14490,
+    MT_ACLMAC_NEW = 14490,  // MAC-limit lists, from the MAC manager and on to the cards
     MT_ACLMAC_ADD = 14491,
     MT_ACLMAC_DELENTRY = 14492,
     MT_ACLMAC_DELALLENTRY = 14493,

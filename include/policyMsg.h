@@ -63,6 +63,7 @@ enum aclPolicyCliCode : uint32_t {
 
 constexpr uint32_t AF_IPV4 = 1;  // of prefix lists, route maps and client registrations
 constexpr uint32_t AF_IPV6 = 2;
+constexpr uint32_t AF_MAC = 3;  // of MAC lists, inside the manager
 
 // --- prefix lists ------------------------------------------------------------------------------
 

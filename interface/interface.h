@@ -20,7 +20,8 @@
 constexpr uint32_t INTF_KEY_BITS = 32;
 constexpr uint32_t VLAN_BITS = 4096;  // ids 0 to 4095
 
-enum intfFamily : uint32_t { INTF_V4 = 0, INTF_V6 = 1 };
+enum intfFamily : uint32_t { INTF_V4 = 0, INTF_V6 = 1, INTF_MAC = 2 };
+constexpr uint32_t INTF_FAMILIES = 3;
 enum intfDirection : uint32_t { INTF_IN = 0, INTF_OUT = 1 };
 enum intfFlag : uint32_t { INTF_UDP_HELPER = 0x800000 };
 // Set while the configuration has a line for this place of the record: the interface's block of
@@ -28,7 +29,7 @@ enum intfFlag : uint32_t { INTF_UDP_HELPER = 0x800000 };
 constexpr uint32_t intfCfgLine(uint32_t family, uint32_t direction) {
     return 1u << (2 * family + direction);
 }
-constexpr uint32_t INTF_CFG_LINES = 0xF;
+constexpr uint32_t INTF_CFG_LINES = (1u << 2 * INTF_FAMILIES) - 1;
 
 // Bit arrays of VLAN ids. Null when there is no memory.
 struct vlanBits {
@@ -49,7 +50,7 @@ struct aclIntf {
     zekRadixNode link;
     be32 key;
     uint32_t ifindex;
-    aclList* lists[2][2];              // [intfFamily][intfDirection]; null: nothing is bound
+    aclList* lists[INTF_FAMILIES][2];  // [intfFamily][intfDirection]; null: nothing is bound
     std::vector<uint32_t> lagMembers;  // ports, in the order in which they joined
     vlanBits* vlans;                   // the VLANs that the interface is a member of
     uint32_t isLag;

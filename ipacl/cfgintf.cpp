@@ -42,7 +42,8 @@ zekCfgRecord makeLine(const cfgIntfLine& line) {
     key.isLine = IS_LINE;
     std::ranges::fill(key.direction, static_cast<uint8_t>(line.direction));
     std::memcpy(key.name, line.name.text, sizeof key.name);
-    key.family = line.family == INTF_V6 ? CFG_FAMILY_V6 : CFG_FAMILY_V4;
+    constexpr cfgFamily families[INTF_FAMILIES] = {CFG_FAMILY_V4, CFG_FAMILY_V6, CFG_FAMILY_MAC};
+    key.family = families[line.family];
     return makeRecord(CFG_CLASS_INTERFACE, key);
 }
 

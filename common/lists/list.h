@@ -11,6 +11,7 @@
 #pragma once
 
 #include "common/lists/namedList.h"
+#include "include/cliMsg.h"
 
 struct matchNode;  // match/matchIndex.h
 struct aclFamily;  // ipacl/family.h
@@ -63,7 +64,6 @@ struct aclBinding : listClient {
     bindingBlock block;
 };
 
-constexpr size_t REMARK_LEN = 80;
 struct aclRemark {
     aclRemark* next;
     aclRemark* prev;
