@@ -21,7 +21,8 @@ enum ipProtocol : uint8_t {
     IP_PROTO_ICMP = 1,
     IP_PROTO_ANY = 4,
     IP_PROTO_TCP = 6,
-    IP_PROTO_UDP = 17
+    IP_PROTO_UDP = 17,
+    IP_PROTO_ICMP6 = 58,
 };
 enum ipPortOperator : uint32_t { PORT_NONE, PORT_EQ, PORT_GT, PORT_LT, PORT_NEQ, PORT_RANGE };
 
@@ -154,6 +155,25 @@ WIRE_AT(ip6EntryBlock, seq, 84);
 WIRE_AT(ip6EntryBlock, dstOperator, 92);
 WIRE_AT(ip6EntryBlock, tcpFlags, 104);
 
+// How the payload of a frame is told: by an Ethernet II type, by the type of a SNAP header, or by
+// the two service access points of a bare LLC header (destination on top). An entry that gives none
+// is about every frame, whatever its ether-type.
+enum macEncapsulation : uint32_t {
+    MAC_ENCAPSULATION_NONE = 0,
+    MAC_EV2 = 10,
+    MAC_SNAP = 11,
+    MAC_LLC = 12,
+};
+struct macEncapsulationRow {
+    uint32_t code;
+    const char* word;
+};
+inline constexpr macEncapsulationRow macEncapsulationTable[] = {
+    {MAC_EV2, "ev2"},
+    {MAC_SNAP, "snap"},
+    {MAC_LLC, "llc"},
+};
+
 // The 56-byte MAC entry body: the form in which requests hand an entry to the store and in which
 // the agents receive it.
 struct macEntryBlock {
@@ -164,8 +184,8 @@ struct macEntryBlock {
     uint8_t dst[6];  // 20
     uint8_t dstMask[6];
     be32 type;               // 32  1 standard, 2 extended
-    be32 encapsulation;      // 36
-    be32 etherTypeOperator;  // 40
+    be32 encapsulation;      // 36  macEncapsulation
+    be32 etherTypeOperator;  // 40  PORT_NONE to PORT_NEQ; read when an encapsulation is given
     be16 etherType;          // 44
     uint8_t reserved46[6];
     be32 order;  // 52

@@ -29,6 +29,7 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -75,6 +76,13 @@ template <class Item, class Node>
 auto matchItems(Node* node) {
     typedef std::conditional_t<std::is_const_v<Node>, const Item, Item> item;
     return std::span<item>(reinterpret_cast<item*>(node + 1), node->count);
+}
+
+// Eight bytes of a message as a word: the first one on top.
+inline uint64_t matchWord(const uint8_t* bytes) {
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
 }
 
 // --- any shape (matchIndex.cpp) --------------------------------------------------------------

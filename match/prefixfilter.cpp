@@ -25,13 +25,8 @@ struct addressWords {
     uint64_t upper, lower;
 };
 
-uint64_t word64(const uint8_t* b) {
-    uint64_t word;
-    std::memcpy(&word, b, sizeof word);
-    return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
-}
 addressWords wordsOf(uint32_t family, const uint8_t* b) {
-    if (family == AF_IPV6) return {word64(b), word64(b + 8)};
+    if (family == AF_IPV6) return {matchWord(b), matchWord(b + 8)};
     return {uint64_t{reinterpret_cast<const be32&>(*b)} << 32, 0};
 }
 addressWords maskOf(uint32_t length) {
