@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <iterator>
 #include <span>
 #include <string>
 
@@ -23,8 +24,13 @@ enum agentListKind : uint32_t {
     AGENT_LIST_SYSTEM = 2,
     AGENT_LIST_SYSTEM6 = 3,
     AGENT_LIST_DOS = 4,
+    AGENT_LIST_MAC = 5,
+    AGENT_LIST_IPMAC = 6,      // who may send on an interface
+    AGENT_LIST_MAC_LIMIT = 7,  // how many may
 };
-constexpr const char* agentListKindNames[] = {"ipv4", "ipv6", "system", "ipv6 system", "dos"};
+constexpr const char* agentListKindNames[] = {"ipv4", "ipv6", "system", "ipv6 system",
+                                              "dos",  "mac",  "ip-mac", "mac-limit"};
+constexpr uint32_t AGENT_LIST_KINDS = std::size(agentListKindNames);
 
 struct agentStateReq {
     ipcHdr ipc;
@@ -53,14 +59,14 @@ enum agentStateStatus : uint32_t {
 // An answer stops here and names the index to go on with.
 constexpr size_t AGENT_STATE_ROWS_MAX = 5000;
 
-// 64-bit FNV-1a: two entries with the same hash hold the same bytes.
+// 64-bit FNV-1a: two entries with the same hash hold the same bytes. `hash`: what it goes on from.
 constexpr uint64_t AGENT_HASH_PRIME = 0x100000001B3u;
-constexpr uint64_t agentHash(std::span<const uint8_t> bytes) {
+constexpr uint64_t AGENT_HASH_BEGIN = 0xCBF29CE484222325u;
+constexpr uint64_t agentHash(std::span<const uint8_t> bytes, uint64_t hash = AGENT_HASH_BEGIN) {
     // Most of an entry is zeros, and over a zero byte a step is a multiplication: eight of them are
     // one with the eighth power.
     constexpr size_t RUN = 8;
     constexpr uint64_t square = AGENT_HASH_PRIME * AGENT_HASH_PRIME, fourth = square * square;
-    uint64_t hash = 0xCBF29CE484222325u;
     while (!bytes.empty()) {
         auto run = bytes.first(std::min(bytes.size(), RUN));
         bytes = bytes.subspan(run.size());
@@ -73,10 +79,49 @@ constexpr uint64_t agentHash(std::span<const uint8_t> bytes) {
     }
     return hash;
 }
-// Of an IPv4 entry: everything but the unused first word, its sequence number included.
+// Goes on over one big-endian number of that type.
+template <class Number>
+constexpr uint64_t agentHashNumber(uint64_t hash, Number number) {
+    for (int shift = 8 * sizeof number - 8; shift >= 0; shift -= 8)
+        hash = (hash ^ (number >> shift & 255)) * AGENT_HASH_PRIME;
+    return hash;
+}
+
+// The bytes of an entry from one field up to another one.
+template <class Image>
+std::span<const uint8_t> agentImageBytes(const Image& image, size_t from, size_t to) {
+    return {reinterpret_cast<const uint8_t*>(&image) + from, to - from};
+}
+// What an entry says, whatever its number is: all bytes but the links, the sequence number and what
+// only the manager knows (id, match count). Of a MAC entry, whose halves are equal, the first half.
+inline uint64_t agentContentHash(const agentEntry& entry) {
+    return agentHash(agentImageBytes(entry, offsetof(agentEntry, action), sizeof entry));
+}
+inline uint64_t agentContentHash(const agentEntry6& entry) {
+    constexpr size_t block = offsetof(agentEntry6, block),
+                     seq = block + offsetof(ip6EntryBlock, seq);
+    return agentHash(agentImageBytes(entry, seq + sizeof(be32), offsetof(agentEntry6, id)),
+                     agentHash(agentImageBytes(entry, block, seq)));
+}
+inline uint64_t agentContentHash(const agentMacEntry& entry) {
+    constexpr size_t block = offsetof(agentMacEntry, block),
+                     seq = block + offsetof(macEntryBlock, seq);
+    uint64_t hash = agentHash(agentImageBytes(entry, block, seq));
+    hash = agentHash(agentImageBytes(entry, seq + sizeof(be32), offsetof(agentMacEntry, blockCopy)),
+                     hash);
+    return agentHash(agentImageBytes(entry, offsetof(agentMacEntry, counterOptions), sizeof entry),
+                     hash);
+}
+// The number comes last, so that an entry that gets another one needs no bytes.
+constexpr uint64_t agentNumberedHash(uint64_t content, uint32_t seq) {
+    return agentHashNumber(content, seq);
+}
 inline uint64_t agentEntryHash(const agentEntry& entry) {
-    return agentHash(std::span(reinterpret_cast<const uint8_t*>(&entry), sizeof entry)
-                         .subspan(offsetof(agentEntry, seq)));
+    return agentNumberedHash(agentContentHash(entry), entry.seq);
+}
+template <class Image>  // of an IPv6 or MAC entry
+uint64_t agentEntryHash(const Image& entry) {
+    return agentNumberedHash(agentContentHash(entry), entry.block.seq);
 }
 // A hash as the answers show it: 16 hex digits.
 inline std::string agentHashText(uint64_t hash) {
@@ -103,10 +148,7 @@ inline std::string agentBlockText(const bindingBlock& block) {
 // Of a list: the hashes of its entries in their order, each as 8 big-endian bytes. The agents do
 // not compute it; whoever compares two lists does.
 struct agentListHash {
-    uint64_t value = agentHash({});
+    uint64_t value = AGENT_HASH_BEGIN;
 
-    constexpr void add(uint64_t entryHash) {
-        for (int shift = 56; shift >= 0; shift -= 8)
-            value = (value ^ (entryHash >> shift & 255)) * AGENT_HASH_PRIME;
-    }
+    constexpr void add(uint64_t entryHash) { value = agentHashNumber(value, entryHash); }
 };

@@ -192,7 +192,7 @@ void takeAcl(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_
         self->strangers++;
 }
 
-// MAC lists and protocol traps: answered, so that the manager's queue moves on, and counted.
+// Protocol traps: answered, so that the manager's queue moves on, and counted.
 void takeMac(agent* self, std::span<const uint8_t> message, int32_t, uint64_t) {
     const auto* hdr = wireView<ipcHdr>(message);
     if (hdr->session == 0 || !isFromManager(*hdr))

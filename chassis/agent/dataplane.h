@@ -2,13 +2,15 @@
 // and calls these operations; a data plane keeps the installed lists, however it makes them filter.
 //
 // A place holds at most one list. Interface lists: one per kind, direction and interface (or VLAN
-// group). System and DoS lists share their interfaces, so there the name is part of the place.
+// group). System, DoS and MAC-limit lists share their interfaces, so there the name is part of the
+// place.
 #pragma once
 
 #include <compare>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 
 #include "chassis/agent/rule.h"
@@ -19,7 +21,7 @@ struct dpPlace {
     uint32_t direction = 0;  // 1: egress
     uint32_t ifindex = 0;    // 0 for VLAN groups and DoS lists
     uint32_t group = 0;      // VLAN group 1-8, or 0
-    std::string name;        // system and DoS lists only
+    std::string name;        // system, DoS and MAC-limit lists only
     auto operator<=>(const dpPlace&) const = default;
 };
 
@@ -29,21 +31,29 @@ inline dpPlace dpPlaceMake(agentListKind kind, uint32_t direction, uint32_t ifin
                            const listName& name) {
     dpPlace place{kind, direction, 0, group, {}};
     if (kind != AGENT_LIST_DOS && group == 0) place.ifindex = ifindex;
-    if (kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6 || kind == AGENT_LIST_DOS)
+    if (kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6 || kind == AGENT_LIST_DOS ||
+        kind == AGENT_LIST_MAC_LIMIT)
         place.name = listNameView(name);
     return place;
 }
 
-// One entry. Its key is the sequence number; entries of system lists have none, they are known by
-// their content and numbered in the order of their arrival.
+// One entry. Its key is the sequence number; entries of system, IP-MAC and MAC-limit lists have
+// none, they are known by their content and numbered in the order of their arrival.
 struct dpEntry {
     uint32_t key = 0;
     agentRule rule;
-    // Of the bytes that it came in: two entries with the same hash are the same entry, down to what
-    // the rule leaves out.
-    uint64_t hash = 0;
-    uint64_t content = 0;  // system lists: the same without the sequence number, else 0
+    // Hash of the bytes that it came in, all but its number: two entries with the same one say the
+    // same, down to what the rule leaves out.
+    uint64_t content = 0;
     uint64_t packets = 0;  // the data plane's own; 0 when it is handed over
+
+    uint64_t hash() const { return agentNumberedHash(content, rule.seq); }
+};
+
+// The new number of an entry.
+struct dpNumber {
+    uint32_t from, to;
+    auto operator<=>(const dpNumber&) const = default;
 };
 
 struct dpList {
@@ -54,9 +64,10 @@ struct dpList {
     uint32_t implicitPermit;
     uint8_t portPipe;
     bool onBehalfOfVlan;
+    listName groupName;  // of the VLAN group; empty without one
     bindingBlock block;
     std::map<uint32_t, dpEntry> entries;
-    uint32_t lastKey = 0;  // system lists: the newest entry's
+    uint32_t lastKey = 0;  // the highest one; of system lists and their like the newest entry's
 };
 
 // The operations. Those that change return false when the data plane cannot do it; nothing has
@@ -82,6 +93,10 @@ struct dataplane {
     bool (*putEntry)(void* set, const dpPlace& place, const dpEntry& entry);
     // Removes one; false also when there is none.
     bool (*removeEntry)(void* set, const dpPlace& place, uint32_t key);
+    // Gives all entries of installed lists new numbers, in all of the places or in none. `numbers`
+    // has every entry of each list, ascending in `from`, and no `to` twice. Packets that an entry
+    // has matched stay with it, and no packet meets a list without its entries.
+    bool (*renumber)(void* set, std::span<const dpPlace> places, std::span<const dpNumber> numbers);
     bool (*remove)(void* set, const dpPlace& place);
     // The list in a place, or null. Good until the next change.
     const dpList* (*find)(void* set, const dpPlace& place);

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <memory>
 #include <tuple>
+#include <vector>
 
 #include "chassis/agent/dataplane.h"
 
@@ -60,11 +61,11 @@ std::shared_ptr<memList>* heldAt(void* set, const dpPlace& place) {
 bool same(const dpList& a, const dpList& b) {
     auto front = [](const dpList& l) {
         return std::tie(l.name, l.ifindex, l.listKind, l.implicitPermit, l.portPipe,
-                        l.onBehalfOfVlan, l.lastKey);
+                        l.onBehalfOfVlan, l.groupName, l.lastKey);
     };
     return front(a) == front(b) && std::ranges::equal(a.block.b, b.block.b) &&
            std::ranges::equal(a.entries, b.entries, [](const auto& x, const auto& y) {
-               return x.second.key == y.second.key && x.second.hash == y.second.hash &&
+               return x.second.key == y.second.key && x.second.content == y.second.content &&
                       x.second.rule == y.second.rule;
            });
 }
@@ -137,6 +138,27 @@ bool removeEntry(void* set, const dpPlace& place, uint32_t key) {
     return true;
 }
 
+bool renumber(void* set, std::span<const dpPlace> places, std::span<const dpNumber> numbers) {
+    std::vector<dpList*> lists;
+    // What may fail comes first: a copy that is not renumbered after all changes nothing.
+    for (const dpPlace& place : places) {
+        lists.push_back(writable(set, place, 0));
+        if (lists.back() == nullptr) return false;
+    }
+    for (dpList* list : lists) {
+        // The entries' own nodes move: that needs no memory, and the counters come along.
+        std::map<uint32_t, dpEntry> moved;
+        for (const dpNumber& number : numbers) {
+            auto node = list->entries.extract(list->entries.begin());
+            node.key() = node.mapped().key = node.mapped().rule.seq = number.to;
+            moved.insert(moved.end(), std::move(node));
+        }
+        list->entries.swap(moved);
+        list->lastKey = list->entries.empty() ? 0 : list->entries.rbegin()->first;
+    }
+    return true;
+}
+
 bool remove(void* set, const dpPlace& place) {
     return setOf(set).lists.erase(place) != 0;
 }
@@ -169,8 +191,8 @@ size_t capacity(void* inForce) {
 
 dataplane memplaneCreate(size_t capacityEntries) {
     auto* plane = new memPlane(capacityEntries);
-    return {&plane->inForce, stage,  exchange, merge, discard,  install, putEntry,
-            removeEntry,     remove, find,     walk,  counters, capacity};
+    return {&plane->inForce, stage,    exchange, merge, discard, install,  putEntry,
+            removeEntry,     renumber, remove,   find,  walk,    counters, capacity};
 }
 
 void memplaneDestroy(dataplane* plane) {

@@ -50,11 +50,12 @@ std::string summaryText(const agent& self) {
         .number("applied", t.applied)
         .number("absent", t.absent)
         .number("notKept", t.notKept)
+        .number("protocolFilters", t.protocolFilters)
         .number("macMessages", self.macMessages)
         .number("strangers", self.strangers)
         .number("lists", lists)
         .number("entries", entries)
-        .flag("incomplete", t.pendingId != 0)
+        .flag("incomplete", t.pending.id != 0)
         .object("refused", refused)
         .string("lastError", t.lastError);
     return out.text();
@@ -68,6 +69,7 @@ std::string listText(const dpList& list) {
         .number("ifindex", list.ifindex)
         .number("direction", list.place.direction)
         .number("group", list.place.group)
+        .string("groupName", listNameView(list.groupName))
         .flag("vlan", list.onBehalfOfVlan)
         .number("implicitPermit", list.implicitPermit)
         .number("portPipe", list.portPipe)
@@ -102,7 +104,14 @@ std::string listsText(const agentTables& t, const agentStateReq& req) {
 std::string addressText6(const std::array<uint32_t, 4>& words) {
     be32 bytes[4];
     for (size_t i = 0; i < words.size(); i++) bytes[i] = words[i];
-    return agentHexText({bytes[0].b, sizeof bytes});
+    std::string out;
+    textAddress6(out, bytes[0].b);
+    return out;
+}
+std::string macText(const std::array<uint8_t, 6>& address) {
+    std::string out;
+    for (uint8_t byte : address) out += (out.empty() ? "" : ":") + agentHexText({&byte, 1});
+    return out;
 }
 std::string portsText(const agentRule& r) {
     std::string ports;
@@ -167,23 +176,46 @@ jsonObject fields6(const agentRule& r) {
         .number("dstOperator", r.dstPorts.op)
         .raw("ports", portsText(r))
         .number("tcpFlags", r.tcpFlags)
-        .number("counterOptions", r.counterOptions);
+        .number("counterOptions", r.counterOptions)
+        .number("log", r.log)
+        .number("monitor", r.monitor);
+}
+
+// Masks of MAC addresses are wildcards, as the manager's lists have them.
+jsonObject fieldsMac(const agentRule& r) {
+    return jsonObject{}
+        .number("action", r.action)
+        .string("src", macText(r.layer2.src.address))
+        .string("srcMask", macText(r.layer2.src.wildcard))
+        .string("dst", macText(r.layer2.dst.address))
+        .string("dstMask", macText(r.layer2.dst.wildcard))
+        .number("encapsulation", r.layer2.encapsulation)
+        .number("etherTypeOperator", r.layer2.etherTypeOperator)
+        .number("etherType", r.layer2.etherType)
+        .number("order", r.order)
+        .number("kind", r.kind)
+        .number("counterOptions", r.counterOptions)
+        .number("log", r.log)
+        .number("monitor", r.monitor);
 }
 
 std::string entryText(const dataplane& plane, const dpList& list, const dpEntry& entry) {
     const agentRule& rule = entry.rule;
-    jsonObject out = rule.family == ruleFamily::ip6 ? fields6(rule) : fields4(rule);
+    // In the order of ruleFamily.
+    constexpr jsonObject (*fields[])(const agentRule&) = {fields4, fields6, fieldsMac};
+    jsonObject out = fields[static_cast<size_t>(rule.family)](rule);
+    if (list.place.kind == AGENT_LIST_IPMAC) out.string("srcMac", macText(rule.layer2.src.address));
     uint64_t packets = 0;
     (void)plane.counters(plane.inForce, list.place, entry.key, &packets);
     return out.number("seq", rule.seq)
-        .string("hash", agentHashText(entry.hash))
+        .string("hash", agentHashText(entry.hash()))
         .number("packets", packets)
         .text();
 }
 
 // False: nothing of that name is installed there.
 bool entriesText(const agentTables& t, const agentStateReq& req, std::string* text) {
-    if (req.kind > AGENT_LIST_DOS) return false;
+    if (req.kind >= AGENT_LIST_KINDS) return false;
     listName name = listNameMake(req.name);
     dpPlace place = dpPlaceMake(static_cast<agentListKind>(uint32_t{req.kind}), req.direction,
                                 req.ifindex, req.group, name);

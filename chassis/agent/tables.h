@@ -9,28 +9,16 @@
 // no room for both, or where nothing is in force that would have to stay, its lists come into force
 // one by one, and what it has not named goes at its end. Nothing goes at the end of a replay of
 // which something was refused: a place keeps its old list rather than none.
+//
+// A renumbering may come in several messages, too. It is done at once in every place that has the
+// list; inside a replay, in what the replay has brought.
 #pragma once
 
 #include <set>
 #include <span>
 #include <string>
 
-#include "chassis/agent/dataplane.h"
-
-enum class agentRefusal : uint8_t {
-    length,      // message shorter than its headers, or the length word disagrees
-    bodyLength,  // the body length word disagrees
-    count,       // the entry count disagrees with the bytes, the chunks or the kind of message
-    halves,      // an entry's two halves differ
-    order,       // a chunk that does not continue what came before, or a chunk that never came
-    name,        // no list name, or a VLAN group that does not exist
-    list,        // an entry for a list that is not installed there
-    number,      // the same sequence number twice in one list
-    dataplane,   // the data plane could not do it, or has no room for it
-};
-constexpr const char* agentRefusalNames[] = {"length", "bodyLength", "count",  "halves",   "order",
-                                             "name",   "list",       "number", "dataplane"};
-constexpr size_t AGENT_REFUSALS = std::size(agentRefusalNames);
+#include "chassis/agent/decode.h"
 
 enum class agentVerdict : uint8_t {
     applied,
@@ -41,6 +29,14 @@ enum class agentVerdict : uint8_t {
 };
 
 enum class agentReplay : uint8_t { none, beside, byList };
+
+// What is being put together of several messages.
+struct gathering {
+    uint32_t id = 0;     // of the first message; 0: nothing
+    uint32_t count = 0;  // entries of the whole
+    dpList list;
+    std::vector<dpNumber> numbers;  // renumberings
+};
 
 struct agentTables {
     dataplane plane;
@@ -53,10 +49,9 @@ struct agentTables {
     uint64_t refused[AGENT_REFUSALS] = {};
     std::string lastError;
 
-    // A list that is being put together; `pendingId` 0: none.
-    uint32_t pendingId = 0;
-    uint32_t pendingCount = 0;  // entries of the whole
-    dpList pending;
+    // 14495: what protocols the MAC-limit filter is to let pass. Nothing filters by it here.
+    uint64_t protocolFilters = 0;
+    gathering pending;
 };
 
 // Applies one message (header and body, as it came). Never keeps a pointer into it.

@@ -35,7 +35,7 @@ json rowOf(const agentQuestion& asked) {
 // Where the card holds a list, as the operator knows it.
 std::string placeText(const chassisDescription& chassis, const json& list) {
     if (uint64_t group = jsonNumber(list, "group"); group != 0)
-        return "VLAN group " + std::to_string(group);
+        return "VLAN group " + std::to_string(group) + " " + jsonText(list, "groupName");
     auto ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
     // Lists of the whole card are kept under its slot.
     if (ifindex < SLOT_COUNT) return "the card";
@@ -62,6 +62,7 @@ std::string actionText(const json& entry) {
 }
 
 std::string protocolText(const json& entry) {
+    if (!entry.contains("protocol")) return "any";  // about frames; what it asks for is given
     uint64_t protocol = jsonNumber(entry, "protocol");
     // Without the marker 4 stands for every protocol.
     bool any = protocol == 4 && jsonNumber(entry, "protoMarker") == 0;
@@ -75,10 +76,11 @@ std::string givenText(const json& entry) {
     constexpr struct {
         const char* key;
         uint64_t notGiven;
-    } numbers[] = {{"srcOperator", 0},  {"dstOperator", 0},    {"tcpFlags", 0},
-                   {"fragments", 0},    {"dscp", 0xFF},        {"precedence", 0xFFFFFFFF},
-                   {"tos", 0xFFFFFFFF}, {"counterOptions", 0}, {"log", 0},
-                   {"monitor", 0},      {"order", 0xFF}};
+    } numbers[] = {{"encapsulation", 0}, {"etherTypeOperator", 0}, {"etherType", 0},
+                   {"srcOperator", 0},   {"dstOperator", 0},       {"tcpFlags", 0},
+                   {"fragments", 0},     {"dscp", 0xFF},           {"precedence", 0xFFFFFFFF},
+                   {"tos", 0xFFFFFFFF},  {"counterOptions", 0},    {"log", 0},
+                   {"monitor", 0},       {"order", 0xFF}};
     std::string text;
     auto add = [&text](const char* key, const std::string& value) {
         text += (text.empty() ? "" : " ") + std::string(key) + " " + value;
@@ -86,6 +88,7 @@ std::string givenText(const json& entry) {
     for (const auto& [key, notGiven] : numbers)
         if (uint64_t n = jsonNumber(entry, key); entry.contains(key) && n != notGiven)
             add(key, std::to_string(n));
+    if (std::string mac = jsonText(entry, "srcMac"); !mac.empty()) add("srcMac", mac);
     // All zero: none is given.
     bool ports = false;
     for (const json& port : jsonArray(entry, "ports")) ports |= port.is_number() && port != 0;

@@ -2,6 +2,7 @@
 // decodes them with.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -10,6 +11,7 @@
 typedef std::vector<uint8_t> bytes;
 
 constexpr size_t HEADER = 132, LIST_HEADER = 1056, ENTRY4 = 392, ENTRY6 = 140;
+constexpr size_t LIST_HEADER_MAC = 784, ENTRY_MAC = 184;
 
 inline void put32(bytes& m, size_t at, uint32_t v) {
     for (size_t i = 0; i < 4; i++) m[at + i] = static_cast<uint8_t>(v >> (24 - 8 * i));
@@ -43,6 +45,39 @@ inline bytes entry6(uint32_t seq, uint32_t src) {
     return e;
 }
 
+inline bytes entryMac(uint32_t seq, uint32_t src) {
+    bytes e(ENTRY_MAC);
+    put32(e, 8, 1);
+    put32(e, 12, seq);
+    put32(e, 18, src);  // the last four bytes of the address
+    put32(e, 40, 2);
+    std::copy(e.begin() + 8, e.begin() + 64, e.begin() + 64);
+    put32(e, 132, 1);
+    return e;
+}
+
+// Where the words of a list header stand.
+struct headerForm {
+    size_t length, name, count, kind, ifindex;
+};
+constexpr headerForm headerOf(uint32_t id) {
+    bool mac = id >= 14484 && id <= 14499;
+    return mac ? headerForm{LIST_HEADER_MAC, 16, 180, 172, 184}
+               : headerForm{LIST_HEADER, 169, 312, 316, 352};
+}
+// An entry of the family that the message is about.
+inline bytes entryOf(uint32_t id, uint32_t seq, uint32_t src) {
+    if (headerOf(id).length == LIST_HEADER_MAC) return entryMac(seq, src);
+    return id >= 14530 && id <= 14540 ? entry6(seq, src) : entry4(seq, src);
+}
+// The id of what continues such a message.
+constexpr uint32_t continuationOf(uint32_t id) {
+    if (id == 14541) return 14543;
+    bool same = id == 14414 || id == 14415 || id == 14531 || id == 14532 || id >= 14543 ||
+                (id >= 14490 && id <= 14494);
+    return same ? id : id + 1;
+}
+
 struct listMessage {
     uint32_t id;
     std::string name;
@@ -54,7 +89,8 @@ struct listMessage {
 };
 
 inline bytes build(const listMessage& l) {
-    bytes m(HEADER + LIST_HEADER);
+    const headerForm form = headerOf(l.id);
+    bytes m(HEADER + form.length);
     for (const bytes& e : l.entries) m.insert(m.end(), e.begin(), e.end());
     put32(m, 8, static_cast<uint32_t>(m.size()));
     put32(m, 12, l.id);
@@ -62,12 +98,12 @@ inline bytes build(const listMessage& l) {
     put32(m, 44, 7810);
     put32(m, 124, l.more);
     put32(m, 128, static_cast<uint32_t>(m.size() - HEADER));
-    std::copy(l.name.begin(), l.name.end(), m.begin() + HEADER + 169);
-    put32(m, HEADER + 312,
+    std::copy(l.name.begin(), l.name.end(), m.begin() + static_cast<ptrdiff_t>(HEADER + form.name));
+    put32(m, HEADER + form.count,
           static_cast<uint32_t>(l.count >= 0 ? l.count : static_cast<int64_t>(l.entries.size())));
-    put32(m, HEADER + 316, 2);
-    put32(m, HEADER + 352, l.ifindex);
-    m[HEADER + 908] = l.group;
+    put32(m, HEADER + form.kind, 2);
+    put32(m, HEADER + form.ifindex, l.ifindex);
+    if (form.length == LIST_HEADER) m[HEADER + 908] = l.group;
     return m;
 }
 
@@ -79,13 +115,30 @@ inline std::vector<bytes> chunks(const listMessage& l, uint32_t per = 17) {
         listMessage c = l;
         auto rest = std::span(l.entries).subspan(at);
         bool last = rest.size() <= per;
-        c.id = at == 0 ? l.id : l.id + 1;
+        c.id = at == 0 ? l.id : continuationOf(l.id);
         c.entries.assign(rest.begin(), last ? rest.end() : rest.begin() + per);
         c.more = last ? 0 : 1;
         c.count = static_cast<int64_t>(last ? rest.size() : l.entries.size());
         out.push_back(build(c));
     }
     return out;
+}
+
+// One message of a renumbering: some of its pairs, and how many entries the list has. Its length
+// word is more than its length.
+inline bytes bundle(const std::string& name, uint32_t family, size_t entries,
+                    std::span<const std::pair<uint32_t, uint32_t>> pairs) {
+    bytes m(8192);
+    put32(m, 8, 8324);
+    put32(m, 12, 14429);
+    std::copy(name.begin(), name.end(), m.begin() + 124);
+    const size_t words[] = {family, pairs.size(), entries, pairs.empty() ? 0u : 1u};
+    for (size_t i = 0; i < 4; i++) put32(m, 264 + 4 * i, static_cast<uint32_t>(words[i]));
+    for (size_t i = 0; i < pairs.size(); i++) {
+        put32(m, 280 + 8 * i, pairs[i].first);
+        put32(m, 284 + 8 * i, pairs[i].second);
+    }
+    return m;
 }
 
 // Where a replay begins (1) or ends (2).

@@ -42,8 +42,8 @@ TEST_F(Query, SummaryAndLists) {
     send(build({14409, "IN", PORT, {entry4(10, 1), entry4(20, 2)}}));
     send(build({14413, "Global \"Acl\"", PORT, {entry4(0, 1)}}));
     bytes group = build({14416, "GROUP", 0, {entry4(5, 1)}, 0, -1, 3});
-    const std::pair<size_t, uint8_t> words[] = {
-        {319, 3}, {367, 1}, {372, 0xAB}, {374, 1}, {909, 7}};
+    const std::pair<size_t, uint8_t> words[] = {{319, 3}, {367, 1}, {372, 0xAB},
+                                                {374, 1}, {909, 7}, {910, 'V'}};
     for (const auto& [offset, value] : words) group[HEADER + offset] = value;
     send(group);
     send(build({14410, "IN", PORT, {}}));  // refused
@@ -60,7 +60,7 @@ TEST_F(Query, SummaryAndLists) {
     EXPECT_EQ(lists[0]["block"], "");
     EXPECT_EQ(
         lists[1].dump(),
-        R"({"block":"ab0001","count":1,"direction":1,"group":3,"ifindex":0,"implicitPermit":1,)"
+        R"({"block":"ab0001","count":1,"direction":1,"group":3,"groupName":"V","ifindex":0,"implicitPermit":1,)"
         R"("kind":"ipv4","kindNumber":0,"listKind":3,"name":"GROUP","portPipe":7,"vlan":false})");
     EXPECT_EQ(text(ask(2, "", 2))["lists"][0]["name"], "Global \"Acl\"");
     EXPECT_EQ(text(ask(2, "GROUP"))["lists"], json::array({lists[1]}));
@@ -76,23 +76,33 @@ TEST_F(Query, Entries) {
         put32(e, seqAt, 10);
         return e;
     };
-    auto hash = [](const bytes& e, size_t from, size_t to) {
+    // Of runs of bytes, one behind the other.
+    auto hash = [](const bytes& e, std::initializer_list<std::pair<size_t, size_t>> runs) {
         uint64_t h = 0xCBF29CE484222325u;
-        for (; from < to; from++) h = (h ^ e[from]) * 0x100000001B3u;
+        for (auto [from, to] : runs)
+            for (; from < to; from++) h = (h ^ e[from]) * 0x100000001B3u;
         char hex[17];
         snprintf(hex, sizeof hex, "%016llx", static_cast<unsigned long long>(h));
         return std::string(hex);
     };
-    bytes four = image(ENTRY4, 4), six = image(ENTRY6, 92);
+    bytes four = image(ENTRY4, 4), six = image(ENTRY6, 92), mac = image(ENTRY_MAC, 12);
+    std::copy(mac.begin() + 8, mac.begin() + 64, mac.begin() + 64);
     std::copy(four.begin() + 56, four.begin() + 200, four.begin() + 204);
     send(build({14409, "IN", PORT, {four, entry4(20, 2)}}));
     send(build({14533, "SIX", PORT, {six}}));
+    send(build({14484, "MAC", PORT, {mac}}));
+    send(build({14541, "PAIRS", PORT, {four}}));
     json e = text(ask(3, "IN"))["entries"], e6 = text(ask(3, "SIX", 0, 1))["entries"][0];
-    EXPECT_EQ(e[0]["hash"], hash(four, 4, 392));
-    EXPECT_EQ(e[1]["hash"], hash(entry4(20, 2), 4, 392));  // mostly zeros
-    EXPECT_EQ(e6["hash"], hash(six, 8, 124));              // without links, id and match count
+    json eMac = text(ask(3, "MAC", 0, 5))["entries"][0];
+    EXPECT_EQ(text(ask(3, "PAIRS", 0, 6))["entries"][0]["srcMac"], "d0:f5:1a:3f:64:89");
+    EXPECT_EQ(e[0]["hash"], hash(four, {{8, 392}, {4, 8}}));
+    EXPECT_EQ(e[1]["hash"], hash(entry4(20, 2), {{8, 392}, {4, 8}}));  // mostly zeros
+    // Without links, id and match count, and of a MAC entry without its second half.
+    EXPECT_EQ(e6["hash"], hash(six, {{8, 92}, {96, 124}, {92, 96}}));
+    EXPECT_EQ(eMac["hash"], hash(mac, {{8, 12}, {16, 64}, {124, 184}, {12, 16}}));
     e[0].erase("hash");
     e6.erase("hash");
+    eMac.erase("hash");
     EXPECT_EQ(e[0].dump(),
               R"({"action":676164247,"counterOptions":3168863787,"dscp":84,"dst":"64.101.138.17)"
               R"(5","dstMask":"212.249.30.67","dstOperator":1484628679,"fragments":3236235823,")"
@@ -103,11 +113,18 @@ TEST_F(Query, Entries) {
               R"(l":3758434895,"seq":10,"src":"24.61.98.135","srcMask":"172.209.246.27","srcOpe)"
               R"(rator":3303607859,"tcpFlags":137187959,"tos":2427837183})");
     EXPECT_EQ(e6.dump(),
-              R"({"action":1349884607,"counterOptions":184,"dst":"84a9cef3183d6287acd1f61b40658)"
-              R"(aaf","dstMask":"d4f91e43688db2d7fc21466b90b5daff","dstOperator":1956232931,"pa)"
-              R"(ckets":0,"ports":[2093,21111,40129,58891],"protoMarker":3168863787,"protocol":)"
-              R"(221,"seq":10,"src":"e4092e53789dc2e70c31567ba0c5ea0f","srcMask":"34597ea3c8ed1)"
-              R"(2375c81a6cbf0153a5f","srcOperator":3758434895,"tcpFlags":48})");
+              R"({"action":1349884607,"counterOptions":184,"dst":"84a9:cef3:183d:6287:acd1:f61b)"
+              R"(:4065:8aaf","dstMask":"d4f9:1e43:688d:b2d7:fc21:466b:90b5:daff","dstOperator":)"
+              R"(1956232931,"log":3303607859,"monitor":1484628679,"packets":0,"ports":[2093,211)"
+              R"(11,40129,58891],"protoMarker":3168863787,"protocol":221,"seq":10,"src":"e409:2)"
+              R"(e53:789d:c2e7:c31:567b:a0c5:ea0f","srcMask":"3459:7ea3:c8ed:1237:5c81:a6cb:f01)"
+              R"(5:3a5f","srcOperator":3758434895,"tcpFlags":48})");
+    EXPECT_EQ(eMac.dump(),
+              R"({"action":676164247,"counterOptions":3960551003,"dst":"0c:31:56:7b:a0:c5","dst)"
+              R"(Mask":"ea:0f:34:59:7e:a3","encapsulation":1552000715,"etherType":33961,"etherT)"
+              R"(ypeOperator":4027923039,"kind":3370979895,"log":2158349039,"monitor":339304067)"
+              R"(,"order":2899441179,"packets":0,"seq":10,"src":"50:75:9a:bf:e4:09","srcMask":")"
+              R"(2e:53:78:9d:c2:e7"})");
     EXPECT_EQ(agentHash(std::array<uint8_t, 1>{'a'}), 0xAF63DC4C8601EC8Cu);  // as published
 }
 

@@ -26,31 +26,45 @@ std::string listText(const std::string& name, uint32_t ifindex, uint32_t directi
         text += " " + std::to_string(key) + (source == key ? "" : "=" + std::to_string(source));
     return text + ";";
 }
+// The source address; of a MAC list's entry the last four bytes of the source's.
+uint32_t sourceOf(const agentRule& r) {
+    if (r.family != ruleFamily::mac) return r.src.value[0];
+    const auto& b = r.layer2.src.address;
+    return get32(bytes(b.begin() + 2, b.end()), 0);
+}
 // All that is installed, in order of the places.
 std::string installedText(const agentTables& t) {
     std::string out;
     t.plane.walk(t.plane.inForce, [&](const dpList& l) {
         sources of;
-        for (const auto& [key, entry] : l.entries) of[key] = entry.rule.src.value[0];
+        for (const auto& [key, entry] : l.entries) of[key] = sourceOf(entry.rule);
         out += listText(std::string(listNameView(l.name)), l.ifindex, l.place.direction, of);
         return true;
     });
     return out;
 }
 
-// Entries by their numbers; of system lists, which have none, by their sources.
+// Entries by their numbers; of lists whose entries have none, by their sources.
+bool isNumbered(uint32_t id) {
+    for (auto [first, last] :
+         {std::pair{14413u, 14415u}, {14490, 14494}, {14530, 14532}, {14541, 14544}})
+        if (id >= first && id <= last) return false;
+    return true;
+}
 std::vector<bytes> entries(uint32_t id, const std::vector<uint32_t>& numbers) {
     std::vector<bytes> out;
-    for (uint32_t n : numbers) {
-        bool system = id >= 14413 && id <= 14415;
-        out.push_back(id >= 14530 ? entry6(n, n) : entry4(system ? 0 : n, n));
-    }
+    for (uint32_t n : numbers) out.push_back(entryOf(id, isNumbered(id) ? n : 0, n));
     return out;
 }
 std::vector<uint32_t> upTo(uint32_t last, uint32_t first = 1) {
     std::vector<uint32_t> numbers;
     for (; first <= last; first++) numbers.push_back(first);
     return numbers;
+}
+
+bytes with(bytes m, size_t at, size_t word) {
+    put32(m, at, static_cast<uint32_t>(word));
+    return m;
 }
 
 // A message, what becomes of it and what is installed then.
@@ -73,7 +87,7 @@ struct Tables : testing::Test {
     // Lists come in chunks of two; nothing changes before the last one.
     agentVerdict send(uint32_t id, const std::string& name, uint32_t port,
                       const std::vector<uint32_t>& numbers = {}, uint8_t group = 0) {
-        bool list = id != 14410 && id != 14411 && id != 14414 && id != 14415;
+        bool list = id == 14409 || id == 14413 || id == 14416 || id == 14484 || id == 14533;
         auto parts = chunks({id, name, port, entries(id, numbers), 0, -1, group}, list ? 2 : 100);
         std::string before = installedText(t);
         for (size_t i = 0; i + 1 < parts.size(); i++) {
@@ -112,7 +126,41 @@ TEST_F(Tables, PlacesAreApart) {
         {14416, "L", 0, {6}, APPLIED, "L@p 1;L@o 3;L@-> 5;L@-> 6;L@p> 2;L@p 4;", 4},
         // Another list on the same interface and direction takes the place.
         {14409, "M", PORT, {9}, APPLIED, "M@p 9;L@o 3;L@-> 5;L@-> 6;L@p> 2;L@p 4;"},
+        {14484, "L", PORT, {7}, APPLIED, "M@p 9;L@o 3;L@-> 5;L@-> 6;L@p> 2;L@p 4;L@p 7;"},
+        {14541, "L", PORT, {8}, APPLIED, "M@p 9;L@o 3;L@-> 5;L@-> 6;L@p> 2;L@p 4;L@p 7;L@p 1=8;"},
+        {14417, "L", 0, {7}, APPLIED, "M@p 9;L@o 3;L@-> 5;L@-> 6 7;L@p> 2;L@p 4;L@p 7;L@p 1=8;", 4},
+        {14419, "L", 0, {}, APPLIED, "M@p 9;L@o 3;L@-> 6 7;L@p> 2;L@p 4;L@p 7;L@p 1=8;", 3},
     });
+    // Groups are for IPv4 lists on their way out.
+    for (uint32_t id : {14409u, 14533u, 14537u, 14413u, 14541u})
+        EXPECT_EQ(send(id, "L", 0, {1}, 3), REFUSED) << id;
+}
+
+// Pairs of addresses that may send, and how many addresses may: entries without numbers, kept for
+// an interface and, of limits, a name.
+TEST_F(Tables, ListsOfAddressesAndOfLimits) {
+    play({
+        {14541, "G", PORT, {5, 3}, APPLIED, "G@p 1=5 2=3;"},
+        {14543, "G", PORT, {7}, APPLIED, "G@p 1=5 2=3 3=7;"},
+        {14543, "G", PORT, {3}, APPLIED, "G@p 1=5 2=3 3=7;"},
+        {14544, "G", PORT, {3}, APPLIED, "G@p 1=5 3=7;"},
+        {14544, "G", PORT, {3}, ABSENT, "G@p 1=5 3=7;"},
+        {14544, "G", PORT, {}, REFUSED, "G@p 1=5 3=7;"},
+        {14542, "G", OTHER_PORT, {}, ABSENT, "G@p 1=5 3=7;"},
+        {14542, "G", PORT, {}, APPLIED, ""},
+        {14490, "A", PORT, {}, APPLIED, "A@p;"},
+        {14490, "B", PORT, {}, APPLIED, "A@p;B@p;"},
+        {14491, "A", PORT, {4, 5}, APPLIED, "A@p 1=4 2=5;B@p;"},
+        {14492, "A", PORT, {4}, APPLIED, "A@p 2=5;B@p;"},
+        {14492, "A", PORT, {}, REFUSED, "A@p 2=5;B@p;"},
+        {14491, "A", PORT, {6}, APPLIED, "A@p 2=5 3=6;B@p;"},
+        {14493, "A", PORT, {9}, APPLIED, "A@p;B@p;"},
+        {14493, "C", PORT, {}, ABSENT, "A@p;B@p;"},
+        {14490, "A", PORT, {1}, REFUSED, "A@p;B@p;"},
+        {14494, "A", PORT, {1, 2}, APPLIED, "B@p;"},
+    });
+    EXPECT_EQ(send(with(bytes(64), 12, 14495)), APPLIED);
+    EXPECT_EQ(t.protocolFilters, 1u);
 }
 
 // System lists: entries have no numbers, several lists share an interface, one message carries
@@ -147,11 +195,6 @@ TEST_F(Tables, SystemEntriesAreKnownByTheirContent) {
     EXPECT_EQ(count(), 21);  // source 9 was there
 }
 
-bytes with(bytes m, size_t at, size_t word) {
-    put32(m, at, static_cast<uint32_t>(word));
-    return m;
-}
-
 // Lies, and chunks in every wrong order: counted under their reason. What was installed stays, and
 // the next good message is taken.
 TEST_F(Tables, WhatIsRefusedIsCountedAndChangesNothing) {
@@ -163,7 +206,9 @@ TEST_F(Tables, WhatIsRefusedIsCountedAndChangesNothing) {
     auto parts = of(14409, upTo(40)), good = of(14409, {1, 2}), half = good;
     half[0].resize(half[0].size() - 196);
     half[0] = with(with(half[0], 8, half[0].size()), 128, half[0].size() - HEADER);
+    auto mac = of(14484, {1, 2});
     const size_t first = HEADER + LIST_HEADER, second = first + ENTRY4;
+    const size_t firstMac = HEADER + LIST_HEADER_MAC;
     const struct {
         agentRefusal reason;
         std::vector<bytes> messages;
@@ -176,6 +221,10 @@ TEST_F(Tables, WhatIsRefusedIsCountedAndChangesNothing) {
         {why::count, half},
         {why::halves, {with(good[0], second + 204, 7)}},  // first and last word
         {why::halves, {with(good[0], first + 196, 7)}},
+        {why::halves, {with(mac[0], firstMac + 8, 0)}},  // and of the MAC body
+        {why::halves, {with(mac[0], firstMac + 116, 7)}},
+        {why::name, {with(mac[0], HEADER + 16, 0)}},
+        {why::count, {with(mac[0], HEADER + 180, 3)}},
         {why::name, {with(good[0], HEADER + 168, 0)}},
         {why::name, {with(good[0], HEADER + 908, 9u << 24)}},  // VLAN group
         {why::number, of(14409, {5, 5})},
@@ -210,35 +259,48 @@ TEST_F(Tables, WhatIsRefusedIsCountedAndChangesNothing) {
     EXPECT_EQ(send(with(good[0], 12, 14475)), agentVerdict::notKept);
 }
 
+constexpr uint32_t listIds[] = {14409, 14413, 14420, 14484, 14496, 14533, 14541};
+
 TEST_F(Tables, MessagesCutAtEveryLengthChangeNothing) {
-    bytes whole = build({14409, "L", PORT, entries(14409, upTo(3))});
-    for (size_t n = 0; n < whole.size(); n++) {
-        bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(n));
-        ASSERT_EQ(send(cut), REFUSED) << n;
-        if (n < HEADER) continue;
-        // The same with length words that fit the cut.
-        put32(cut, 8, static_cast<uint32_t>(n));
-        put32(cut, 128, static_cast<uint32_t>(n - HEADER));
-        ASSERT_EQ(send(cut), REFUSED) << n;
+    for (uint32_t id : listIds) {
+        bytes whole = build({id, "L", PORT, entries(id, upTo(3))});
+        for (size_t n = 0; n < whole.size(); n++) {
+            bytes cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(n));
+            ASSERT_EQ(send(cut), REFUSED) << n;
+            if (n < HEADER) continue;
+            // The same with length words that fit the cut.
+            put32(cut, 8, static_cast<uint32_t>(n));
+            put32(cut, 128, static_cast<uint32_t>(n - HEADER));
+            ASSERT_EQ(send(cut), REFUSED) << n;
+        }
+        EXPECT_EQ(send(whole), APPLIED);
     }
-    EXPECT_EQ(send(whole), APPLIED);
 }
 
 // Random bytes over a good message: anything may be refused, nothing may break or be half applied.
 TEST_F(Tables, DamagedMessagesAreTakenWholeOrNotAtAll) {
     std::mt19937 engine(7);
     auto random = [&engine] { return static_cast<uint32_t>(engine()); };
-    bytes good = build({14409, "L", PORT, entries(14409, upTo(4))});
-    for (int round = 0; round < 20000; round++) {
+    const std::pair<uint32_t, uint32_t> pairs[] = {{1, 5}, {2, 6}, {3, 7}, {4, 8}};
+    for (int round = 0; round < 40000; round++) {
+        const uint32_t id = listIds[random() % std::size(listIds)];
+        const bool renumbers = random() % 4 == 0;
         agentTablesReplayBegin(&t);
         (void)agentTablesReplayEnd(&t);
-        bytes m = good;
+        bytes m = build({id, "L", PORT, entries(id, upTo(4))});
+        if (renumbers) {
+            ASSERT_EQ(send(m), APPLIED);
+            m = bundle("L", random() % 3, 4, pairs);
+        }
+        const std::string before = installedText(t);
         for (uint32_t flips = 1 + random() % 4; flips > 0; flips--)
             m[random() % (random() % 2 ? m.size() : 480)] = static_cast<uint8_t>(random());
-        put32(m, 12, 14409 + random() % 16);
-        bool applied = send(m) == APPLIED;
-        ASSERT_EQ(installedText(t).empty(), !applied);
-        ASSERT_TRUE(!applied || count() >= 4);
+        if (!renumbers) put32(m, 12, id + random() % 16);
+        const bool applied = send(m) == APPLIED;
+        ASSERT_TRUE(applied || installedText(t) == before);
+        // The message may have become one without entries.
+        const bool none = get32(m, 12) == 14490 || get32(m, 12) == 14495;
+        ASSERT_TRUE(!applied || none || count() >= 4) << get32(m, 12);
     }
 }
 
@@ -247,12 +309,12 @@ TEST_F(Tables, DamagedMessagesAreTakenWholeOrNotAtAll) {
 TEST_F(Tables, FollowsARandomSenderLikeAMap) {
     std::mt19937 engine(11);
     auto random = [&engine](uint32_t below) { return static_cast<uint32_t>(engine()) % below; };
-    enum { LIST, ADD, DELETE, DELETE_LIST };
-    constexpr uint32_t families[][4] = {{14409, 14410, 14411, 14412},
-                                        {14416, 14417, 14418, 14419},
-                                        {14533, 14534, 14535, 14536},
-                                        {14537, 14538, 14539, 14540},
-                                        {14420, 14421, 14423, 14422}};
+    enum { LIST, ADD, DELETE, DELETE_LIST, OUT };
+    constexpr uint32_t families[][5] = {
+        {14409, 14410, 14411, 14412, 0}, {14416, 14417, 14418, 14419, 1},
+        {14533, 14534, 14535, 14536, 0}, {14537, 14538, 14539, 14540, 1},
+        {14420, 14421, 14423, 14422, 0}, {14484, 14485, 14487, 14486, 0},
+        {14496, 14497, 14499, 14498, 1}};
     constexpr uint32_t DOS = 4;  // several lists in one place
     typedef std::tuple<uint32_t, uint32_t, std::string> place;
     std::map<place, std::pair<std::string, sources>> lists;
@@ -264,9 +326,7 @@ TEST_F(Tables, FollowsARandomSenderLikeAMap) {
         const uint32_t seq = random(60), src = random(1u << 31), what = random(8);
         const std::string name = random(4) == 0 ? "M" : "L";
         const place at{family, port, family == DOS ? name : ""};
-        auto made = [&](uint32_t n, uint32_t from) {
-            return ids[LIST] > 14530 ? entry6(n, from) : entry4(n, from);
-        };
+        auto made = [&](uint32_t n, uint32_t from) { return entryOf(ids[LIST], n, from); };
         auto there = lists.find(at);
         sources* same =
             there != lists.end() && there->second.first == name ? &there->second.second : nullptr;
@@ -301,8 +361,8 @@ TEST_F(Tables, FollowsARandomSenderLikeAMap) {
         }
         std::string expected;
         for (const auto& [where, l] : lists) {
-            const uint32_t of = std::get<0>(where);
-            expected += listText(l.first, std::get<1>(where), of == DOS ? 0 : of % 2, l.second);
+            const uint32_t out = families[std::get<0>(where)][OUT];
+            expected += listText(l.first, std::get<1>(where), out, l.second);
         }
         ASSERT_EQ(installedText(t), expected) << "round " << round;
     }
@@ -357,7 +417,7 @@ TEST_F(Tables, AReplayIsExchangedWhenItHasEnded) {
     EXPECT_TRUE(agentTablesReplayEnd(&next));
     EXPECT_EQ(installedText(next), "L@p 1;L@o 5=9;");
     const dpList* held = t.plane.find(t.plane.inForce, dpPlaceMake(AGENT_LIST_IP4, 0, PORT, 0, {}));
-    EXPECT_EQ(held->entries.at(1).hash, agentHash(std::span(spare).subspan(4)));
+    EXPECT_EQ(held->entries.at(1).content, agentHash(std::span(spare).subspan(8)));
 }
 
 // Room for 13 entries and lists. What a replay brings unchanged needs none; what does not fit
@@ -406,6 +466,171 @@ TEST_F(Tables, AReplayWithoutRoomForBoth) {
     EXPECT_EQ(t.replay, agentReplay::byList);
     EXPECT_TRUE(agentTablesReplayEnd(&t));
     EXPECT_EQ(installedText(t), "L@o 2 3 4 5 6 7 8 10 11 12 13;");
+}
+
+// Renumberings against a model: any list in any places, any numbers, in bundles of any sizes. The
+// entries keep what they have counted, and their hashes are those of entries that came so.
+TEST_F(Tables, ARenumberingChangesNumbersAndNothingElse) {
+    std::mt19937 engine(5);
+    auto random = [&engine](uint32_t below) { return static_cast<uint32_t>(engine()) % below; };
+    struct {
+        uint32_t family, in, out;
+    } const rows[] = {{0, 14409, 14416}, {1, 14533, 14537}, {2, 14484, 14496}};
+    for (int round = 0; round < 60; round++) {
+        const auto& row = rows[random(3)];
+        memplaneDestroy(&t.plane);
+        t.plane = memplaneCreate();
+        std::map<uint32_t, uint32_t> from, to;  // number to source
+        while (from.size() < 1 + (round % 10 == 0 ? 2500u : random(40)))
+            from[random(1u << (6 + random(26)))] = static_cast<uint32_t>(from.size()) + 1;
+        std::vector<std::pair<uint32_t, uint32_t>> pairs;
+        for (const auto& [number, source] : from) {
+            uint32_t next = random(4) == 0 ? number : random(0x7FFFFFFF);
+            while (to.contains(next)) next++;
+            to[next] = source;
+            pairs.emplace_back(number, next);
+        }
+        auto images = [&row](const auto& numbers) {
+            std::vector<bytes> out;
+            for (const auto& [n, source] : numbers) out.push_back(entryOf(row.in, n, source));
+            return out;
+        };
+        auto install = [&](const char* name, uint32_t id, uint32_t port, const auto& numbers) {
+            for (const bytes& m : chunks({id, name, port, images(numbers)})) send(m);
+        };
+        install("L", row.in, PORT, from);
+        install("L", row.out, PORT, from);
+        install("L", row.in, OTHER_PORT, from);
+        install("M", row.in, THIRD, from);                          // another list,
+        install("L", row.family == 0 ? 14484 : 14409, PORT, from);  // and another family's
+        auto lists = [this] {
+            std::vector<dpList*> all;
+            t.plane.walk(t.plane.inForce, [&](const dpList& l) {
+                return all.push_back(const_cast<dpList*>(&l)), true;
+            });
+            return all;
+        };
+        for (dpList* l : lists())
+            for (auto& [key, e] : l->entries) e.packets = 7 * sourceOf(e.rule) + l->ifindex;
+        std::shuffle(pairs.begin(), pairs.end(), engine);
+        const std::string before = installedText(t);
+        for (auto rest = std::span(pairs); !rest.empty();) {
+            EXPECT_EQ(installedText(t), before);
+            const size_t some = std::min<size_t>(rest.size(), 1 + random(random(2) ? 989 : 9));
+            ASSERT_EQ(send(bundle("L", row.family, pairs.size(), rest.first(some))),
+                      some == rest.size() ? APPLIED : PENDING);
+            rest = rest.subspan(some);
+        }
+        for (dpList* l : lists())
+            for (const auto& [key, e] : l->entries) {
+                ASSERT_EQ(e.packets, 7 * sourceOf(e.rule) + l->ifindex);
+                ASSERT_EQ(e.key, key);
+                ASSERT_EQ(e.rule.seq, key);
+            }
+        // As if they had come so: the text, and the hashes.
+        std::vector<std::vector<uint64_t>> hashes[2];
+        const std::string after = installedText(t);
+        for (auto& seen : hashes) {
+            for (dpList* l : lists()) {
+                seen.emplace_back();
+                for (const auto& [key, e] : l->entries) seen.back().push_back(e.hash());
+            }
+            install("L", row.in, PORT, to);
+            install("L", row.out, PORT, to);
+            install("L", row.in, OTHER_PORT, to);
+        }
+        EXPECT_EQ(installedText(t), after);
+        EXPECT_EQ(hashes[0], hashes[1]);
+    }
+}
+
+// What is no renumbering of a list that is here: refused, and nothing has changed.
+TEST_F(Tables, ABadRenumberingIsRefusedWhole) {
+    typedef agentRefusal why;
+    typedef std::vector<std::pair<uint32_t, uint32_t>> pairs;
+    auto of = [](const pairs& p, size_t entries, const char* name = "L", uint32_t family = 0) {
+        return bundle(name, family, entries, p);
+    };
+    const pairs good = {{1, 10}, {2, 20}, {3, 30}}, head = {{1, 10}}, tail = {{2, 20}, {3, 30}};
+    const bytes some = of(head, 3);
+    const struct {
+        agentRefusal reason;
+        std::vector<bytes> messages;
+    } rows[] = {
+        {why::name, {of(good, 3, "")}},
+        {why::name, {of(good, 3, "L", 3)}},
+        {why::length, {bytes(some.begin(), some.begin() + 279)}},
+        {why::length, {bytes(8193)}},
+        {why::count, {bytes(some.begin(), some.begin() + 287)}},
+        {why::count, {of({}, 3)}},
+        {why::count, {of(good, 2)}},
+        {why::count, {with(some, 268, 990)}},
+        {why::count, {some, of(good, 3)}},       // too many in the end
+        {why::count, {some, of(tail, 4)}},       // another number of entries
+        {why::order, {some, of(tail, 3, "M")}},  // of another list
+        {why::order, {some, of(tail, 3, "L", 1)}},
+        {why::order, {some, build({14412, "X", PORT, {}})}},
+        {why::dataplane, {of(good, MEMPLANE_ENTRIES + 1)}},
+        {why::number, {of({{1, 10}, {2, 20}}, 2)}},
+        {why::number, {of({{1, 10}, {2, 20}, {4, 30}}, 3)}},
+        {why::number, {of({{1, 10}, {2, 20}, {3, 20}}, 3)}},
+        {why::number, {of({{1, 10}, {2, 20}, {2, 30}}, 3)}},
+        {why::number, {of({{1, 10}, {2, 20}, {3, 30}, {4, 40}}, 4)}},
+    };
+    send(14409, "L", OTHER_PORT, {1, 2, 3});
+    for (const auto& r : rows) {
+        SCOPED_TRACE(&r - rows);
+        send(14409, "L", PORT, {1, 2, 3});
+        const uint64_t before = refused(r.reason);
+        for (bytes m : r.messages) {
+            put32(m, 12, get32(m, 12) == 0 ? 14429 : get32(m, 12));
+            EXPECT_NE(send(m), APPLIED);
+        }
+        EXPECT_EQ(refused(r.reason), before + 1) << t.lastError;
+        EXPECT_EQ(installedText(t), "L@p 1 2 3;L@o 1 2 3;");
+    }
+    // One of two lists is not what the manager has: neither is renumbered.
+    send(14411, "L", OTHER_PORT, {2});
+    EXPECT_EQ(send(of(good, 3)), REFUSED);
+    EXPECT_EQ(installedText(t), "L@p 1 2 3;L@o 1 3;");
+    EXPECT_EQ(send(of(good, 3, "N")), ABSENT);
+    EXPECT_EQ(send(of(good, 3, "L", 2)), ABSENT);
+    // Cut behind its last pair.
+    send(14412, "L", OTHER_PORT);
+    const bytes whole = of(good, 3);
+    EXPECT_EQ(send(bytes(whole.begin(), whole.begin() + 304)), APPLIED);
+    EXPECT_EQ(installedText(t), "L@p 10=1 20=2 30=3;");
+}
+
+// Inside a replay it is about what the replay has brought; the rest comes with its new numbers.
+TEST_F(Tables, ARenumberingInsideAReplay) {
+    const std::pair<uint32_t, uint32_t> pairs[] = {{1, 10}, {2, 20}};
+    send(14409, "L", PORT, {1, 2});
+    send(14409, "L", OTHER_PORT, {1, 2});
+    const_cast<dpList*>(t.plane.find(t.plane.inForce, dpPlaceMake(AGENT_LIST_IP4, 0, PORT, 0, {})))
+        ->entries.at(2)
+        .packets = 9;
+    const char* before = "L@p 1 2;L@o 1 2;";
+    for (bool ends : {false, true}) {
+        agentTablesReplayBegin(&t);
+        send(14409, "L", PORT, {1, 2});
+        EXPECT_EQ(send(bundle("L", 0, 2, pairs)), APPLIED);
+        send(14409, "L", OTHER_PORT, {20});
+        EXPECT_EQ(installedText(t), before);
+        if (ends)
+            EXPECT_TRUE(agentTablesReplayEnd(&t));
+        else
+            agentTablesReplayDrop(&t);
+        EXPECT_EQ(installedText(t), ends ? "L@p 10=1 20=2;L@o 20;" : before);
+    }
+    uint64_t packets = 0;
+    EXPECT_TRUE(t.plane.counters(t.plane.inForce, dpPlaceMake(AGENT_LIST_IP4, 0, PORT, 0, {}), 20,
+                                 &packets));
+    EXPECT_EQ(packets, 9u);
+    // Cut off by the end of a replay.
+    agentTablesReplayBegin(&t);
+    EXPECT_EQ(send(bundle("L", 0, 2, std::span(pairs).first(1))), PENDING);
+    EXPECT_FALSE(agentTablesReplayEnd(&t));
 }
 
 // A data plane that refuses: counted, and nothing pretends to be installed.
