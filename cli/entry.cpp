@@ -1,4 +1,4 @@
-// Entry lines: the table of the IPv4 entries' fields, and the actions that fill them.
+// Entry lines: a table of fields for each family of entries, and the actions that fill them.
 #include "cli/entry.h"
 
 #include <algorithm>
@@ -12,72 +12,140 @@ namespace {
 using W = entryWord;
 using F = entryForm;
 
+// A field of cliEntry.
 #define AT(member) \
     { offsetof(cliEntry, member), sizeof(cliEntry::member) }
 
 constexpr entryField ipFields[] = {
-    {W::sequence, F::value, AT(block.seq)},
-    {W::action, F::value, AT(block.action)},
-    {W::protocol, F::value, AT(block.protocol)},
-    {W::literalProtocol, F::given, AT(block.protoMarker)},
+    {W::sequence, F::value, AT(ip.block.seq)},
+    {W::action, F::value, AT(ip.block.action)},
+    {W::protocol, F::value, AT(ip.block.protocol)},
+    {W::literalProtocol, F::given, AT(ip.block.protoMarker)},
 
     // "any" is no row: nothing is compared as long as no mask is given.
-    {W::address, F::value, AT(block.src), AT(block.dst)},
-    {W::host, F::value, AT(block.src), AT(block.dst)},
-    {W::host, F::ones, AT(block.srcMask), AT(block.dstMask)},
-    {W::prefix, F::value, AT(block.src), AT(block.dst)},
-    {W::prefix, F::length, AT(block.srcMask), AT(block.dstMask)},
-    {W::mask, F::wildcard, AT(block.srcMask), AT(block.dstMask)},
+    {W::address, F::value, AT(ip.block.src), AT(ip.block.dst)},
+    {W::host, F::value, AT(ip.block.src), AT(ip.block.dst)},
+    {W::host, F::ones, AT(ip.block.srcMask), AT(ip.block.dstMask)},
+    {W::prefix, F::value, AT(ip.block.src), AT(ip.block.dst)},
+    {W::prefix, F::length, AT(ip.block.srcMask), AT(ip.block.dstMask)},
+    {W::mask, F::wildcard, AT(ip.block.srcMask), AT(ip.block.dstMask)},
 
-    {W::portOperator, F::value, AT(block.srcOperator), AT(block.dstOperator)},
-    {W::port, F::value, AT(block.srcLow), AT(block.dstLow)},
-    {W::lastPort, F::value, AT(block.srcHigh), AT(block.dstHigh)},
-    {W::tcpFlag, F::bits, AT(block.tcpFlags)},
-    {W::icmpType, F::value, AT(block.icmp.type)},
-    {W::icmpType, F::given, AT(block.icmp.typeGiven)},
-    {W::icmpCode, F::value, AT(block.icmp.code)},
-    {W::icmpCode, F::given, AT(block.icmp.codeGiven)},
+    {W::portOperator, F::value, AT(ip.block.srcOperator), AT(ip.block.dstOperator)},
+    {W::port, F::value, AT(ip.block.srcLow), AT(ip.block.dstLow)},
+    {W::lastPort, F::value, AT(ip.block.srcHigh), AT(ip.block.dstHigh)},
+    {W::tcpFlag, F::bits, AT(ip.block.tcpFlags)},
+    {W::icmpType, F::value, AT(ip.block.icmp.type)},
+    {W::icmpType, F::given, AT(ip.block.icmp.typeGiven)},
+    {W::icmpCode, F::value, AT(ip.block.icmp.code)},
+    {W::icmpCode, F::given, AT(ip.block.icmp.codeGiven)},
 
-    {W::dscp, F::value, AT(block.dscp)},
-    {W::precedence, F::value, AT(block.precedence)},
-    {W::tos, F::value, AT(block.tos)},
-    {W::fragments, F::given, AT(block.fragments)},
-    {W::log, F::given, AT(log)},
-    {W::log, F::given, AT(block.l2Log), AT(block.l2Log), F_FRAME},
+    {W::dscp, F::value, AT(ip.block.dscp)},
+    {W::precedence, F::value, AT(ip.block.precedence)},
+    {W::tos, F::value, AT(ip.block.tos)},
+    {W::fragments, F::given, AT(ip.block.fragments)},
+    {W::log, F::given, AT(ip.log)},
+    {W::log, F::given, AT(ip.block.l2Log), AT(ip.block.l2Log), F_FRAME},
     // "count" of an ARP or ether-type rule has a word of its own; "bytes" has not.
-    {W::count, F::value, AT(block.l2CounterOptions), AT(block.l2CounterOptions), F_FRAME},
-    {W::count, F::bits, AT(block.counterOptions), AT(block.counterOptions), 0, F_FRAME},
-    {W::bytes, F::bits, AT(block.counterOptions)},
-    {W::order, F::value, AT(block.order)},
-    {W::monitor, F::given, AT(monitor)},
+    {W::count, F::value, AT(ip.block.l2CounterOptions), AT(ip.block.l2CounterOptions), F_FRAME},
+    {W::count, F::bits, AT(ip.block.counterOptions), AT(ip.block.counterOptions), 0, F_FRAME},
+    {W::bytes, F::bits, AT(ip.block.counterOptions)},
+    {W::order, F::value, AT(ip.block.order)},
+    {W::monitor, F::given, AT(ip.monitor)},
 
     // In a MAC mask the set bits are the ones that are not compared: until a MAC address is given,
     // which "any" does not do, all are set.
-    {W::arp, F::given, AT(block.arpMarker)},
-    {W::arp, F::value, AT(block.etherType)},
-    {W::arp, F::ones, AT(block.mac1Mask)},
-    {W::arp, F::ones, AT(block.mac2Mask)},
-    {W::etherType, F::value, AT(block.etherType)},
-    {W::etherType, F::ones, AT(block.mac1Mask)},
-    {W::etherType, F::ones, AT(block.mac2Mask)},
-    {W::mac, F::value, AT(block.mac1), AT(block.mac2)},
-    {W::macMask, F::value, AT(block.mac1Mask), AT(block.mac2Mask)},
-    {W::vlan, F::value, AT(block.vlan)},
-    {W::opcode, F::value, AT(block.arpOpcode)},
+    {W::arp, F::given, AT(ip.block.arpMarker)},
+    {W::arp, F::value, AT(ip.block.etherType)},
+    {W::arp, F::ones, AT(ip.block.mac1Mask)},
+    {W::arp, F::ones, AT(ip.block.mac2Mask)},
+    {W::etherType, F::value, AT(ip.block.etherType)},
+    {W::etherType, F::ones, AT(ip.block.mac1Mask)},
+    {W::etherType, F::ones, AT(ip.block.mac2Mask)},
+    {W::mac, F::value, AT(ip.block.mac1), AT(ip.block.mac2)},
+    {W::macMask, F::value, AT(ip.block.mac1Mask), AT(ip.block.mac2Mask)},
+    {W::vlan, F::value, AT(ip.block.vlan)},
+    {W::opcode, F::value, AT(ip.block.arpOpcode)},
 };
 
-#undef AT
-static_assert(std::ranges::is_sorted(ipFields, {}, &entryField::word));
+// Masks are lengths, so there is neither an address that a mask follows nor a mask of its own.
+constexpr entryField ip6Fields[] = {
+    {W::sequence, F::value, AT(ip6.block.seq)},
+    {W::action, F::value, AT(ip6.block.action)},
+    {W::protocol, F::value, AT(ip6.block.protocol)},
+    {W::literalProtocol, F::given, AT(ip6.block.protoMarker)},
 
-constexpr cliEntry ipBlank() {
+    {W::host, F::value, AT(ip6.block.src), AT(ip6.block.dst)},
+    {W::host, F::ones, AT(ip6.block.srcMask), AT(ip6.block.dstMask)},
+    {W::prefix, F::value, AT(ip6.block.src), AT(ip6.block.dst)},
+    {W::prefix, F::length, AT(ip6.block.srcMask), AT(ip6.block.dstMask)},
+
+    {W::portOperator, F::value, AT(ip6.block.srcOperator), AT(ip6.block.dstOperator)},
+    {W::port, F::value, AT(ip6.block.srcLow), AT(ip6.block.dstLow)},
+    {W::lastPort, F::value, AT(ip6.block.srcHigh), AT(ip6.block.dstHigh)},
+    {W::tcpFlag, F::bits, AT(ip6.block.tcpFlags)},
+    {W::icmpType, F::value, AT(ip6.block.icmp.type)},
+    {W::icmpType, F::given, AT(ip6.block.icmp.typeGiven)},
+    {W::icmpCode, F::value, AT(ip6.block.icmp.code)},
+    {W::icmpCode, F::given, AT(ip6.block.icmp.codeGiven)},
+
+    {W::log, F::given, AT(ip6.log)},
+    {W::count, F::bits, AT(ip6.block.counterOptions)},
+    {W::bytes, F::bits, AT(ip6.block.counterOptions)},
+    {W::monitor, F::given, AT(ip6.monitor)},
+};
+
+// Masks are wildcards: an address without one is compared whole, and "any" sets all bits.
+constexpr entryField macFields[] = {
+    {W::sequence, F::value, AT(mac.block.seq)},
+    {W::action, F::value, AT(mac.block.action)},
+    {W::any, F::ones, AT(mac.block.srcMask), AT(mac.block.dstMask)},
+    {W::log, F::given, AT(mac.log)},
+    {W::count, F::bits, AT(mac.counterOptions)},
+    {W::bytes, F::bits, AT(mac.counterOptions)},
+    // The request says it twice.
+    {W::order, F::value, AT(mac.block.order)},
+    {W::order, F::value, AT(mac.order)},
+    {W::monitor, F::given, AT(mac.monitor)},
+    {W::etherType, F::value, AT(mac.block.etherType)},
+    {W::mac, F::value, AT(mac.block.src), AT(mac.block.dst)},
+    {W::macMask, F::value, AT(mac.block.srcMask), AT(mac.block.dstMask)},
+    {W::encapsulation, F::value, AT(mac.block.encapsulation)},
+    {W::etherOperator, F::value, AT(mac.block.etherTypeOperator)},
+};
+#undef AT
+constexpr bool isSorted(std::span<const entryField> rows) {
+    return std::ranges::is_sorted(rows, {}, &entryField::word);
+}
+static_assert(isSorted(ipFields) && isSorted(ip6Fields) && isSorted(macFields));
+
+constexpr cliEntry ipBlank(ipEntryKind kind) {
     cliEntry blank{};
-    ipEntryBlock& b = blank.block;
+    ipEntryBlock& b = blank.ip.block;
+    b.kind = kind;
     b.precedence = FIELD_NOT_GIVEN;
     b.tos = FIELD_NOT_GIVEN;
     b.protocol = IP_PROTO_ANY;
     b.seq = SEQ_NOT_GIVEN;
     b.order = ORDER_NOT_GIVEN;
     b.dscp = DSCP_NOT_GIVEN;
+    return blank;
+}
+constexpr cliEntry ip6Blank() {
+    cliEntry blank{.ip6 = {}};
+    blank.ip6.block.protocol = IP_PROTO_ANY;
+    blank.ip6.block.seq = SEQ_NOT_GIVEN;
+    return blank;
+}
+constexpr cliEntry macBlank(ipEntryKind kind) {
+    cliEntry blank{.mac = {}};
+    macEntryBlock& b = blank.mac.block;
+    b.type = kind;
+    b.seq = SEQ_NOT_GIVEN;
+    b.order = ORDER_NOT_GIVEN;
+    blank.mac.order = ORDER_NOT_GIVEN;
+    // A standard entry says nothing of the destination: any.
+    if (kind == IP_KIND_STANDARD)
+        for (uint8_t& byte : b.dstMask) byte = 0xFF;
     return blank;
 }
 
@@ -121,7 +189,7 @@ void store(std::span<uint8_t> field, entryForm form, const argument& a, bool inv
 
 std::span<uint8_t> fieldOf(cliCommand& c, const entryField& f, uint32_t side) {
     const entryPlace& at = side == ENTRY_SRC ? f.source : f.destination;
-    return {reinterpret_cast<uint8_t*>(static_cast<cliEntry*>(&c)) + at.offset, at.size};
+    return {reinterpret_cast<uint8_t*>(&c.entry) + at.offset, at.size};
 }
 
 // Fills every field that the word has a row for in the table of the line's family.
@@ -151,7 +219,11 @@ uint64_t wordNumber(const cliValue& v, const grammarNode& n) {
 
 }  // namespace
 
-constexpr entryTable ipEntryTable{ipFields, ipBlank()};
+constexpr entryTable standardEntries{ipFields, ipBlank(IP_KIND_STANDARD)};
+constexpr entryTable extendedEntries{ipFields, ipBlank(IP_KIND_EXTENDED)};
+constexpr entryTable ip6Entries{ip6Fields, ip6Blank()};
+constexpr entryTable macStandardEntries{macFields, macBlank(IP_KIND_STANDARD)};
+constexpr entryTable macExtendedEntries{macFields, macBlank(IP_KIND_EXTENDED)};
 
 const char* entryPut(cliCommand& c, const cliValue& v, const grammarNode& n) {
     put(c, wordOf(n), sideOf(n), {wordNumber(v, n), valueBytes(v, n.kind), v.length});
@@ -160,7 +232,7 @@ const char* entryPut(cliCommand& c, const cliValue& v, const grammarNode& n) {
 
 // The largest number means "not given" in a request, so the range is checked before it is sent.
 const char* entrySequence(cliCommand& c, const cliValue& v, const grammarNode& n) {
-    if (v.number > SEQ_MAX) return aclStatusFind(ACL_E_SEQ_RANGE)->text;
+    if (const char* why = checkSequence(v, n)) return why;
     noteSequence(c, v);
     return entryPut(c, v, n);
 }
@@ -170,7 +242,8 @@ const char* entryProtocol(cliCommand& c, const cliValue& v, const grammarNode& n
     const uint64_t protocol = wordNumber(v, n);
     if (protocol == IP_PROTO_TCP) c.features |= F_PORTS | F_TCP;
     if (protocol == IP_PROTO_UDP) c.features |= F_PORTS;
-    if (protocol == IP_PROTO_ICMP) c.features |= F_ICMP;
+    const bool ipv6 = (c.features & F_V6) != 0;
+    if (protocol == (ipv6 ? IP_PROTO_ICMP6 : IP_PROTO_ICMP)) c.features |= F_ICMP;
     // The number 4 needs a marker: without it 4 stands for every protocol, as "ip" does.
     if (protocol == IP_PROTO_ANY && n.kind == cliArg::number)
         put(c, entryWord::literalProtocol, ENTRY_SRC, {});

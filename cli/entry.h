@@ -11,7 +11,8 @@ enum class entryWord : uint8_t {
     action,
     protocol,
     literalProtocol,  // the number is meant, whatever else it could stand for
-    address,          // a mask follows
+    any,
+    address,  // a mask follows
     host,
     prefix,
     mask,
@@ -32,12 +33,14 @@ enum class entryWord : uint8_t {
     monitor,
     arp,
     etherType,
-    mac,  // a mask follows
+    mac,  // a mask follows, or in a standard list may follow
     macMask,
     vlan,
     opcode,
+    encapsulation,
+    etherOperator,
 };
-constexpr size_t ENTRY_WORDS = static_cast<size_t>(entryWord::opcode) + 1;
+constexpr size_t ENTRY_WORDS = static_cast<size_t>(entryWord::etherOperator) + 1;
 
 // How what was read becomes the bytes of a field.
 enum class entryForm : uint8_t {
@@ -62,10 +65,10 @@ struct entryField {
     uint32_t when = 0, unless = 0;    // F_... of the line so far
 };
 
-// The rows of a word stand together, in the order of entryWord.
+// The entries of one kind of list. The rows of a word stand together, in the order of entryWord.
 struct entryTable {
     std::span<const entryField> fields;
-    cliEntry blank;                  // in which nothing is given yet
+    cliEntry blank;                  // in which nothing but the kind is given yet
     uint8_t first[ENTRY_WORDS + 1];  // of each word's rows; the last one ends the table
 
     constexpr entryTable(std::span<const entryField> rows, const cliEntry& nothing)

@@ -10,16 +10,23 @@ struct requestForm {
     requestFill fill = nullptr;
 };
 
+// A command and its "no" form; 0: there is none.
+struct codePair {
+    uint32_t plain = 0, negated = 0;
+};
 struct kindCodes {
-    uint32_t create, remove;  // the header and its "no" form
-    uint32_t add, erase;      // a line, likewise
+    codePair header = {}, line = {}, remark = {}, binding = {};
+};
+struct kindResequence {
+    uint32_t code = 0;
+    requestForm form = {};
 };
 struct kindClear {
     uint32_t all = 0, one = 0;
 };
 struct kindShow {
     cliOutcome (*run)(cliSession*, const cliCommand&, cliPipe*) = nullptr;
-    // Of showPolicy: in its JSON, the status at the end of a walk over all, what it asks for.
+    // In the JSON of showPolicy, the status at the end of a walk over all, what it asks for.
     const char* word = "";
     uint32_t noList = 0, all = 0, one = 0, allDetail = 0, oneDetail = 0;
 };
@@ -27,7 +34,9 @@ struct listKind {
     grammarMode mode;  // of its lines
     kindCodes codes;
     requestForm header = {}, removal = header, line = {};
-    kindClear clear = {};  // counters
+    kindResequence resequence = {};
+    uint32_t describedAs = 0;  // cliDescriptionReq::kind; 0: the code that creates the list
+    kindClear clear = {};      // counters
     const char* testFunction = "";
     kindShow show = {};
 };

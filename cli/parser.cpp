@@ -53,12 +53,15 @@ bool takeArgument(const grammarNode& node, std::string_view word, bool wide, cli
                 return true;
             }
             return lexNumber(word, &value->number) && inLimits(node, value->number, wide);
+        case cliArg::joined:
+            if (word.ends_with(node.word)) word.remove_suffix(node.word.size());
+            return lexNumber(word, &value->number) && inLimits(node, value->number, wide);
         // Out of range is a sentence of its own, not an unexpected word.
         case cliArg::sequence:
             return lexNumber(word, &value->number);
         case cliArg::hex:
-            // Zero would mean that there is no ether-type, and the rule would be one about IP.
-            if (!lexHex(word, &word32) || word32 == 0 || !inLimits(node, word32, wide))
+            // The lower limit is always the node's: what it keeps out would mean another rule.
+            if (!lexHex(word, &word32) || word32 < node.low || !inLimits(node, word32, wide))
                 return false;
             value->number = word32;
             return true;
@@ -129,7 +132,8 @@ const grammarNode* select(const cursor& c, std::string_view word, cliValue* valu
 }
 
 std::string shown(const grammarNode& node, bool wide) {
-    if (node.kind != cliArg::number) return std::string(node.word);
+    if (node.kind != cliArg::number && node.kind != cliArg::joined && node.kind != cliArg::sequence)
+        return std::string(node.word);
     return "<" + std::to_string(wide ? 0 : node.low) + "-" +
            std::to_string(wide ? node.wideHigh : node.high) + ">";
 }
@@ -170,8 +174,7 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->name = "";
     command->text.clear();
     command->table = mode.table;
-    static_cast<cliEntry&>(*command) = mode.table->blank;
-    command->block.kind = mode.ipKind;
+    command->entry = mode.table->blank;
     command->policy = {};
     return {context, *command, mode.start, 0};
 }
@@ -201,6 +204,8 @@ bool step(cursor& c, std::string_view line, std::string_view word, cliParseError
         value.word = line.substr(value.column, end + 1 - value.column);
         c.at = end + 1;
     }
+    // The word that is joined to a number is the next one.
+    if (node->kind == cliArg::joined && word.ends_with(node->word)) c.at -= node->word.size();
     if (node->kind == cliArg::rest) {
         value.word = lexTrimEnd(line.substr(value.column));
         c.at = line.size();
@@ -239,8 +244,9 @@ cliParsed cliParse(const cliContext& context, std::string_view line, cliCommand*
         refuse(c, lexTrimEnd(line).size() + 1, "The line is incomplete", "", error);
         return cliParsed::refused;
     }
-    // Entry lines name no verb: a line that no other word has claimed belongs to the list.
-    if (command->verb == cliVerb::entry) command->kind = kindOfMode(context.mode);
+    // Entry lines name no verb: a line that no other word has claimed belongs to the list, whose
+    // kind no line of a list's mode says.
+    if (cliIsListLine(command->verb)) command->kind = kindOfMode(context.mode);
     return cliParsed::command;
 }
 

@@ -142,6 +142,8 @@ constexpr verbRow verbTable[] = {
     {cliVerb::maskMode, true, runConfig},
     {cliVerb::interface, true, runInterface},
     {cliVerb::entry, true, runConfig},
+    {cliVerb::remark, true, runConfig},
+    {cliVerb::description, true, runConfig},
     {cliVerb::accessGroup, true, runConfig},
     {cliVerb::resequence, true, runConfig},
 };
@@ -193,7 +195,7 @@ bool sessionIsInner(cliMode mode) {
     return mode != cliMode::exec && mode != cliMode::configure;
 }
 bool sessionIsInnerLine(const cliCommand& command) {
-    return command.verb == cliVerb::entry || command.verb == cliVerb::accessGroup;
+    return cliIsListLine(command.verb) || command.verb == cliVerb::accessGroup;
 }
 
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {

@@ -167,8 +167,8 @@ constexpr grammarState sExtFlags{extFlags, &sExtValues};
 
 }  // namespace
 
-constexpr grammarState sAspath{aspathNodes, &sConfig};
-constexpr grammarState sCommunity{communityNodes, &sConfig};
-constexpr grammarState sExtCommunity{extNodes, &sConfig};
+constexpr grammarState sAspath{aspathNodes, &sDescription};
+constexpr grammarState sCommunity{communityNodes, &sDescription};
+constexpr grammarState sExtCommunity{extNodes, &sDescription};
 constexpr grammarState sCommunityValues{communityValues};
 constexpr grammarState sExtCommunityType{extType};

@@ -12,8 +12,10 @@
 extern const grammarState sMode;  // stands for the start of the current mode
 extern const grammarState sDone;  // the line must end
 extern const grammarState sExec, sTest, sConfig, sListName, sStandard, sExtended, sBinding;
-extern const grammarState sInterface, sPrefix4, sPrefix6, sAspath, sCommunity, sExtCommunity,
-    sRouteMap;
+// In front of sConfig in the modes of lists: remarks, where a list takes them, and its description.
+extern const grammarState sRemarks, sDescription;
+extern const grammarState sInterface, sMacStandard, sMacExtended, sPrefix4, sPrefix6, sAspath,
+    sCommunity, sExtCommunity, sRouteMap;
 // What a set clause has in common with the entries of its list.
 extern const grammarState sCommunityValues, sExtCommunityType;
 extern const grammarState sTestPrefix4, sTestPrefix6, sTestAspath, sTestCommunity, sTestRouteMap;
@@ -44,6 +46,8 @@ const char* setVerb(cliCommand&, const cliValue&, const grammarNode&);  // (see 
 const char* setNegated(cliCommand&, const cliValue&, const grammarNode&);
 const char* setName(cliCommand&, const cliValue&, const grammarNode&);
 const char* setSequence(cliCommand&, const cliValue&, const grammarNode&);
+// The sentence that refuses a sequence number (cliArg::sequence) above the node's limit.
+const char* checkSequence(const cliValue&, const grammarNode&);
 // A sequence number has been read: where a refusal of it points, and what may follow it.
 void noteSequence(cliCommand&, const cliValue&);
 // Appends to the text in full words: a debug function's arguments, an interface's name.
@@ -111,6 +115,15 @@ constexpr std::array<grammarNode, 4> numberedNodes(const grammarState& seq,
     return {kw("seq", "sequence number", seq, nullptr, 0, F_START), verdict[0], verdict[1],
             fin("the entry with this number", F_SEQ | F_NEGATED)};
 }
+// A sequence number of the entries or remarks of an access list.
+constexpr grammarNode sequence(uint32_t highest, const grammarState& next, cliAction action,
+                               uint32_t value = 0, uint32_t when = 0) {
+    grammarNode node = number("sequence number", 0, highest, next, action, value);
+    node.kind = cliArg::sequence;
+    node.when = when;
+    return node;
+}
+constexpr uint32_t MAC_SEQ_MAX = 65535;
 // The name of a list, on which nothing follows but what `next` allows.
 constexpr grammarNode nameArg(const char* help, const grammarState& next,
                               cliAction action = setName) {

@@ -28,7 +28,11 @@ const char* setInstanceAction(cliCommand& c, const cliValue& v, const grammarNod
 // A configuration line has 255 characters; what does not fit would be cut there and could not be
 // read back.
 constexpr size_t BINDING_LINE_MAX = 255;
-constexpr std::string_view BINDING_LINE_WORDS = " ip access-group  out implicit-permit Vlan ";
+constexpr std::string_view bindingWords(uint32_t kind) {
+    return kind == KIND_IP6            ? " ipv6 access-group  out implicit-permit Vlan "
+           : kind == KIND_MAC_STANDARD ? " mac access-group  out implicit-permit Vlan "
+                                       : " ip access-group  out implicit-permit Vlan ";
+}
 
 const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
     // Read here for its form only; the request reads it again for its bits.
@@ -40,21 +44,22 @@ const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
         if (comma == left.npos) break;
         left.remove_prefix(comma + 1);
     }
-    if (BINDING_LINE_WORDS.size() + c.name.size() + v.word.size() > BINDING_LINE_MAX)
+    if (bindingWords(c.kind).size() + c.name.size() + v.word.size() > BINDING_LINE_MAX)
         return "The VLAN range is too long for one line";
     c.vlans = v.word;
     return nullptr;
 }
 
-extern const grammarState sIp, sAsPathLists, sIpv6, sRouteMapName, sInstance, sInstanceSeq,
-    sNamedSeq, sResequence, sResequenceFamily, sResequenceName, sResequenceStart, sResequenceStep,
-    sIpList, sAccessList, sInterfaceId, sBindingIp, sBindingName, sBindingDirection,
-    sBindingOptions, sBindingVlans;
+extern const grammarState sIp, sAsPathLists, sIpv6, sMac, sRouteMapName, sInstance, sInstanceSeq,
+    sNamedSeq, sResequence, sResequenceIp, sResequenceIpv6, sResequenceMac, sIpList, sMacList,
+    sAccessList, sInterfaceId, sBindingIp, sBindingIpv6, sBindingMac, sBindingName,
+    sBindingDirection, sBindingOptions, sBindingVlans;
 
 constexpr grammarNode configNodes[] = {
     // Each names its verb at once: a line that goes wrong behind it was still not an entry.
     verb("ip", "IP lists", sIp, cliVerb::list),
     verb("ipv6", "IPv6 lists", sIpv6, cliVerb::list),
+    verb("mac", "MAC lists", sMac, cliVerb::list),
     verbOf("route-map", "an instance of a route map and its mode", sRouteMapName, cliVerb::list,
            KIND_RMAP),
     verb("resequence", "number the entries of a list again", sResequence, cliVerb::resequence,
@@ -88,10 +93,15 @@ constexpr grammarNode asPathNodes[] = {
 };
 constexpr grammarState sAsPathLists{asPathNodes};
 constexpr grammarNode ipv6Nodes[] = {
+    verbOf("access-list", "an IPv6 access list and its mode", sListName, cliVerb::list, KIND_IP6),
     verbOf("prefix-list", "an IPv6 prefix list and its mode", sListName, cliVerb::list,
            KIND_PREFIX6),
 };
 constexpr grammarState sIpv6{ipv6Nodes};
+constexpr grammarNode macNodes[] = {
+    verb("access-list", "a MAC list and its mode", sMacList, cliVerb::list),
+};
+constexpr grammarState sMac{macNodes};
 constexpr grammarNode routeMapNodes[] = {
     nameArg("the map", sInstance, setRouteMap),
 };
@@ -110,36 +120,58 @@ constexpr grammarNode namedSeqNodes[] = {
     fin("its only instance, or 10", F_POSITIVE),
 };
 constexpr grammarState sNamedSeq{namedSeqNodes};
-// "resequence prefix-list [ipv4|ipv6] NAME START STEP"
+// "resequence KIND NAME START STEP", the kind in the words of its header. Where numbers lie depends
+// on it.
+template <uint32_t low, uint32_t high>
+constexpr grammarNode stepNodes[] = {
+    number("from one entry to the next", 1, high, sDone, setPolicy<&cliPolicy::step>),
+};
+template <uint32_t low, uint32_t high>
+constexpr grammarState sStep{stepNodes<low, high>};
+template <uint32_t low, uint32_t high>
+constexpr grammarNode startNodes[] = {
+    number("number of the first entry", low, high, sStep<low, high>, setPolicy<&cliPolicy::start>),
+};
+template <uint32_t low, uint32_t high>
+constexpr grammarState sStart{startNodes<low, high>};
+template <uint32_t low, uint32_t high>
+constexpr grammarNode numberedNameNodes[] = {nameArg("the list", sStart<low, high>)};
+template <uint32_t low, uint32_t high>
+constexpr grammarState sNumbered{numberedNameNodes<low, high>};
+constexpr const grammarState& sNumberedPrefix = sNumbered<1, PREFIX_SEQ_MAX>;
+constexpr const grammarState& sNumberedAccess = sNumbered<0, SEQ_MAX>;
 constexpr grammarNode resequenceNodes[] = {
-    kw("prefix-list", "a prefix list", sResequenceFamily, setKind, KIND_PREFIX4),
+    kw("ip", "an IPv4 list", sResequenceIp),
+    kw("ipv6", "an IPv6 list", sResequenceIpv6),
+    kw("mac", "a MAC list", sResequenceMac),
 };
 constexpr grammarState sResequence{resequenceNodes};
-// A list may be called "ipv4": these words are not abbreviated, and IPv4 is meant without them.
-constexpr grammarNode resequenceFamilyNodes[] = {
-    whole("ipv4", "an IPv4 list", sResequenceName, setKind, KIND_PREFIX4),
-    whole("ipv6", "an IPv6 list", sResequenceName, setKind, KIND_PREFIX6),
+constexpr grammarNode resequenceIpNodes[] = {
+    kw("access-list", "an access list", sNumberedAccess, setKind, KIND_STANDARD),
+    kw("prefix-list", "a prefix list", sNumberedPrefix, setKind, KIND_PREFIX4),
 };
-constexpr grammarState sResequenceFamily{resequenceFamilyNodes, &sResequenceName};
-constexpr grammarNode resequenceNameNodes[] = {
-    nameArg("the list", sResequenceStart),
+constexpr grammarState sResequenceIp{resequenceIpNodes};
+constexpr grammarNode resequenceIpv6Nodes[] = {
+    kw("access-list", "an access list", sNumberedAccess, setKind, KIND_IP6),
+    kw("prefix-list", "a prefix list", sNumberedPrefix, setKind, KIND_PREFIX6),
 };
-constexpr grammarState sResequenceName{resequenceNameNodes};
-constexpr grammarNode resequenceStartNodes[] = {
-    number("number of the first entry", 1, PREFIX_SEQ_MAX, sResequenceStep,
-           setPolicy<&cliPolicy::start>),
+constexpr grammarState sResequenceIpv6{resequenceIpv6Nodes};
+constexpr grammarNode resequenceMacNodes[] = {
+    kw("access-list", "a MAC list", sNumbered<0, MAC_SEQ_MAX>, setKind, KIND_MAC_STANDARD),
 };
-constexpr grammarState sResequenceStart{resequenceStartNodes};
-constexpr grammarNode resequenceStepNodes[] = {
-    number("from one entry to the next", 1, PREFIX_SEQ_MAX, sDone, setPolicy<&cliPolicy::step>),
-};
-constexpr grammarState sResequenceStep{resequenceStepNodes};
+constexpr grammarState sResequenceMac{resequenceMacNodes};
 constexpr grammarNode ipListNodes[] = {
     kw("standard", "filters by source address", sListName, setKind, KIND_STANDARD),
     kw("extended", "filters by protocol, addresses, ports and more", sListName, setKind,
        KIND_EXTENDED),
 };
 constexpr grammarState sIpList{ipListNodes};
+constexpr grammarNode macListNodes[] = {
+    kw("standard", "filters by source address", sListName, setKind, KIND_MAC_STANDARD),
+    kw("extended", "filters by both addresses and ether-type", sListName, setKind,
+       KIND_MAC_EXTENDED),
+};
+constexpr grammarState sMacList{macListNodes};
 constexpr grammarNode listNameNodes[] = {
     nameArg("list name, at most 140 characters", sDone),
 };
@@ -160,13 +192,18 @@ constexpr grammarState sInterfaceId{interfaceIdNodes};
 // The line of an interface. It names its verb with its first word: a mistyped one leaves the mode
 // as it is.
 constexpr grammarNode bindingNodes[] = {
-    verb("ip", "IP lists", sBindingIp, cliVerb::accessGroup),
+    verbOf("ip", "IP lists", sBindingIp, cliVerb::accessGroup, KIND_STANDARD),
+    verbOf("ipv6", "IPv6 lists", sBindingIpv6, cliVerb::accessGroup, KIND_IP6),
+    verbOf("mac", "MAC lists", sBindingMac, cliVerb::accessGroup, KIND_MAC_STANDARD),
 };
-// "ip" begins lines of both modes, so its words here go on with those of configuration mode.
-constexpr grammarNode bindingIpNodes[] = {
+// These words begin lines of both modes: what follows them here goes on with what follows them in
+// configuration mode.
+constexpr grammarNode bindingGroupNodes[] = {
     kw("access-group", "bind an access list to the interface", sBindingName),
 };
-constexpr grammarState sBindingIp{bindingIpNodes, &sIp};
+constexpr grammarState sBindingIp{bindingGroupNodes, &sIp};
+constexpr grammarState sBindingIpv6{bindingGroupNodes, &sIpv6};
+constexpr grammarState sBindingMac{bindingGroupNodes, &sMac};
 constexpr grammarNode bindingNameNodes[] = {
     nameArg("list name, at most 140 characters", sBindingDirection),
 };

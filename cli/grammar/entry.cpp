@@ -1,13 +1,11 @@
-// The entry lines of access lists and trace lists.
+// The entry lines of IPv4 and IPv6 access lists and of trace lists. The families share every state:
+// which words and addresses apply is the mode's to say (F_V4, F_V6).
 #include <array>
 
-#include "cli/entry.h"
-#include "cli/grammar/build.h"
+#include "cli/grammar/entryNodes.h"
 #include "include/icmpNames.h"
 
 namespace {
-
-using W = entryWord;
 
 constexpr uint32_t ETHER_TYPE_ARP = 0x806;  // an ARP rule without an ether-type would print as IP
 
@@ -27,26 +25,31 @@ enum : uint32_t {
 
 // One state for each place in a line. Source and destination have their own, because what follows
 // differs.
-extern const grammarState sProtocol, sIcmp, sIcmpCode, sOptions, sOptionDscp, sOptionPrecedence,
-    sOptionTos, sOptionOrder, sArpOpcode, sArpOpcodeValue, sEtherType, sStandardSrc, sSrc, sDst,
-    sArpIp, sStandardSrcHost, sStandardSrcMask, sSrcHost, sSrcMask, sDstHost, sDstMask, sSrcPort,
-    sDstPort, sArpMac, sArpMacMask, sEtherSrc, sEtherSrcMask, sEtherDst, sEtherDstMask,
-    sStandardSeq, sExtendedSeq, sSrcPortOne, sSrcPortLow, sSrcPortHigh, sDstPortOne, sDstPortLow,
-    sDstPortHigh, sArpVlan, sArpVlanId, sEtherVlan, sEtherVlanId;
+extern const grammarState sProtocol, sIcmp, sIcmpCode, sOptionDscp, sOptionPrecedence, sOptionTos,
+    sOptionOrder, sArpOpcode, sArpOpcodeValue, sEtherType, sStandardSrc, sSrc, sDst, sArpIp,
+    sStandardSrcHost, sStandardSrcMask, sSrcHost, sSrcMask, sDstHost, sDstMask, sSrcPort, sDstPort,
+    sArpMac, sArpMacMask, sEtherSrc, sEtherSrcMask, sEtherDst, sEtherDstMask, sStandardSeq,
+    sExtendedSeq, sSrcPortOne, sSrcPortLow, sSrcPortHigh, sDstPortOne, sDstPortLow, sDstPortHigh,
+    sArpVlan, sArpVlanId, sEtherVlan, sEtherVlanId;
 
 // The clause of one address.
-constexpr std::array<grammarNode, 4> addressNodes(uint32_t side, const grammarState& host,
+constexpr std::array<grammarNode, 5> addressNodes(uint32_t side, const grammarState& host,
                                                   const grammarState& mask,
                                                   const grammarState& next) {
-    return {kw("any", "any address", next), kw("host", "one address", host),
+    return {kw("any", "any address", next, entryPut, entryValue(W::any, side)),
+            kw("host", "one address", host),
             arg(cliArg::prefix, "A.B.C.D/LEN", "address and prefix length", next, entryPut,
-                entryValue(W::prefix, side)),
+                entryValue(W::prefix, side), F_V4),
+            arg(cliArg::prefix6, "X:X::X/LEN", "address and prefix length", next, entryPut,
+                entryValue(W::prefix, side), F_V6),
             arg(cliArg::address, "A.B.C.D", "address, a mask follows", mask, entryPut,
-                entryValue(W::address, side))};
+                entryValue(W::address, side), F_V4)};
 }
-constexpr grammarNode hostNode(uint32_t side, const grammarState& next) {
-    return arg(cliArg::address, "A.B.C.D", "the address", next, entryPut,
-               entryValue(W::host, side));
+constexpr std::array<grammarNode, 2> hostNodes(uint32_t side, const grammarState& next) {
+    return {arg(cliArg::address, "A.B.C.D", "the address", next, entryPut,
+                entryValue(W::host, side), F_V4),
+            arg(cliArg::address6, "X:X::X", "the address", next, entryPut,
+                entryValue(W::host, side), F_V6)};
 }
 constexpr grammarNode maskNode(uint32_t side, const grammarState& next) {
     return arg(cliArg::address, "A.B.C.D", "wildcard, or mask in inverse-mask mode", next, entryPut,
@@ -61,29 +64,6 @@ constexpr std::array<grammarNode, 5> portNodes(uint32_t side, const grammarState
             kw("neq", "port not equal to", one, entryPut, op(PORT_NEQ)),
             kw("range", "ports from, to", low, entryPut, op(PORT_RANGE))};
 }
-constexpr std::array<grammarNode, 2> macNodes(uint32_t side, const grammarState& mask,
-                                              const grammarState& next) {
-    return {kw("any", "any MAC address", next),
-            arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "MAC address, a mask follows", mask, entryPut,
-                entryValue(W::mac, side))};
-}
-constexpr grammarNode macMaskNode(uint32_t side, const grammarState& next) {
-    return arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", "bits set are not compared", next, entryPut,
-               entryValue(W::macMask, side));
-}
-
-template <const grammarState& seq, const grammarState& next>
-constexpr auto listNodes = numberedNodes(seq,
-                                         verdictNodes("let matching packets pass",
-                                                      "drop matching packets", next, entryPut,
-                                                      entryValue(W::action, ENTRY_SRC, IP_PERMIT),
-                                                      entryValue(W::action, ENTRY_SRC, IP_DENY)));
-template <const grammarState& next>
-constexpr grammarNode seqNode[] = {
-    arg(cliArg::sequence, "<0-4294967290>", "sequence number", next, entrySequence,
-        entryValue(W::sequence)),
-};
-
 constexpr uint32_t protocolOf(uint32_t number) {
     return entryValue(W::protocol, ENTRY_SRC, number);
 }
@@ -92,8 +72,10 @@ constexpr uint32_t protocolOf(uint32_t number) {
 constexpr grammarNode protocolNodes[] = {
     kw("tcp", "TCP", sSrc, entryProtocol, protocolOf(IP_PROTO_TCP)),
     kw("udp", "UDP", sSrc, entryProtocol, protocolOf(IP_PROTO_UDP)),
-    kw("ip", "every protocol", sSrc, entryProtocol, protocolOf(IP_PROTO_ANY)),
-    kw("icmp", "ICMP", sSrc, entryProtocol, protocolOf(IP_PROTO_ICMP)),
+    kw("ip", "every protocol", sSrc, entryProtocol, protocolOf(IP_PROTO_ANY), F_V4),
+    kw("ipv6", "every protocol", sSrc, entryProtocol, protocolOf(IP_PROTO_ANY), F_V6),
+    kw("icmp", "ICMP", sSrc, entryProtocol, protocolOf(IP_PROTO_ICMP), F_V4),
+    kw("icmp", "ICMPv6", sSrc, entryProtocol, protocolOf(IP_PROTO_ICMP6), F_V6),
     kw("arp", "ARP packets of a VLAN", sArpMac, entryFrame,
        entryValue(W::arp, ENTRY_SRC, ETHER_TYPE_ARP), F_LAYER2),
     kw("ether-type", "frames of an ether-type", sEtherType, nullptr, 0, F_LAYER2),
@@ -128,9 +110,10 @@ constexpr grammarState sIcmpCode{icmpCodeNodes, &sOptions};
 constexpr auto flagNodes = [] {
     std::array<grammarNode, std::size(tcpFlagTable)> nodes{};
     for (size_t i = 0; i < nodes.size(); i++)
-        nodes[i] =
-            kw(tcpFlagTable[i].word, "TCP flag", sOptions, entryPut,
-               entryValue(W::tcpFlag, ENTRY_SRC, tcpFlagTable[i].bit), F_TCP, tcpFlagTable[i].bit);
+        nodes[i] = kw(tcpFlagTable[i].word, "TCP flag", sOptions, entryPut,
+                      entryValue(W::tcpFlag, ENTRY_SRC, tcpFlagTable[i].bit),
+                      F_TCP | (tcpFlagTable[i].bit == TCP_ESTABLISHED ? uint32_t{F_V4} : 0),
+                      tcpFlagTable[i].bit);
     return nodes;
 }();
 // Options come in any order, each once, and lead back here until the line ends.
@@ -148,7 +131,7 @@ constexpr auto optionNodes = [] {
            0, O_COUNT),
         kw("bytes", "count bytes", sOptions, entryPut, entryValue(W::bytes, ENTRY_SRC, IP_BYTES), 0,
            O_BYTES),
-        kw("order", "priority among lists", sOptionOrder, nullptr, 0, F_LIST, O_ORDER),
+        kw("order", "priority among lists", sOptionOrder, nullptr, 0, F_ORDER, O_ORDER),
         kw("monitor", "copy matching packets to the monitor", sOptions, entryPut,
            entryValue(W::monitor), F_LIST, O_MONITOR),
         fin("the entry is complete"),
@@ -160,8 +143,6 @@ constexpr auto optionNodes = [] {
     for (const auto& n : back) *at++ = n;
     return nodes;
 }();
-// An ICMP type may stand among the options: behind the addresses or later.
-constexpr grammarState sOptions{optionNodes, &sIcmp};
 constexpr uint32_t ANY_WORD = 0xFFFFFFFE;  // 0xFFFFFFFF stands for "not given"
 constexpr grammarNode dscpNodes[] = {
     number("DSCP", 0, 63, sOptions, entryPut, entryValue(W::dscp), 254)};
@@ -173,8 +154,15 @@ constexpr grammarState sOptionPrecedence{precedenceNodes};
 constexpr grammarNode tosNodes[] = {
     number("TOS", 0, 15, sOptions, entryPut, entryValue(W::tos), ANY_WORD)};
 constexpr grammarState sOptionTos{tosNodes};
-constexpr grammarNode orderNodes[] = {
-    number("order", 0, 254, sOptions, entryPut, entryValue(W::order))};
+// MAC lists print nothing between the number and the word that follows it.
+constexpr auto orderNodes = [] {
+    grammarNode node = number("order", 0, 254, sOptions, entryPut, entryValue(W::order));
+    std::array nodes{node, node};
+    nodes[0].when = F_MAC;
+    nodes[0].kind = cliArg::joined;
+    nodes[0].word = "monitor";
+    return nodes;
+}();
 constexpr grammarState sOptionOrder{orderNodes};
 
 // Layer 2: "arp MAC VLAN id [opcode n] ADDRESS" and "ether-type hex MAC VLAN id MAC".
@@ -212,15 +200,15 @@ constexpr auto arpIp = [] {
     return std::array{nodes[0], nodes[1], nodes[2]};
 }();
 constexpr grammarState sArpIp{arpIp};
-constexpr grammarNode standardSrcHost[] = {hostNode(ENTRY_SRC, sOptions)};
+constexpr auto standardSrcHost = hostNodes(ENTRY_SRC, sOptions);
 constexpr grammarState sStandardSrcHost{standardSrcHost};
 constexpr grammarNode standardSrcMask[] = {maskNode(ENTRY_SRC, sOptions)};
 constexpr grammarState sStandardSrcMask{standardSrcMask};
-constexpr grammarNode srcHost[] = {hostNode(ENTRY_SRC, sSrcPort)};
+constexpr auto srcHost = hostNodes(ENTRY_SRC, sSrcPort);
 constexpr grammarState sSrcHost{srcHost};
 constexpr grammarNode srcMask[] = {maskNode(ENTRY_SRC, sSrcPort)};
 constexpr grammarState sSrcMask{srcMask};
-constexpr grammarNode dstHost[] = {hostNode(ENTRY_DST, sDstPort)};
+constexpr auto dstHost = hostNodes(ENTRY_DST, sDstPort);
 constexpr grammarState sDstHost{dstHost};
 constexpr grammarNode dstMask[] = {maskNode(ENTRY_DST, sDstPort)};
 constexpr grammarState sDstMask{dstMask};
@@ -241,8 +229,8 @@ constexpr grammarState sEtherDst{etherDst};
 constexpr grammarNode etherDstMask[] = {macMaskNode(ENTRY_DST, sOptions)};
 constexpr grammarState sEtherDstMask{etherDstMask};
 
-constexpr grammarState sStandardSeq{seqNode<sStandard>};
-constexpr grammarState sExtendedSeq{seqNode<sExtended>};
+constexpr grammarState sStandardSeq{entrySeqNode<SEQ_MAX, sStandard>};
+constexpr grammarState sExtendedSeq{entrySeqNode<SEQ_MAX, sExtended>};
 constexpr grammarState sSrcPortOne{portNode<sDst, ENTRY_SRC>};
 constexpr grammarState sSrcPortLow{portNode<sSrcPortHigh, ENTRY_SRC>};
 constexpr grammarState sSrcPortHigh{portHighNode<sDst, ENTRY_SRC>};
@@ -256,6 +244,8 @@ constexpr grammarState sEtherVlanId{vlanNode<sEtherDst>};
 
 }  // namespace
 
+// An ICMP type may stand among the options: behind the addresses or later.
+constexpr grammarState sOptions{optionNodes, &sIcmp};
 // A configuration line may be typed in a list's mode: it leaves the list.
-constexpr grammarState sStandard{listNodes<sStandardSeq, sStandardSrc>, &sConfig};
-constexpr grammarState sExtended{listNodes<sExtendedSeq, sProtocol>, &sConfig};
+constexpr grammarState sStandard{entryListNodes<sStandardSeq, sStandardSrc>, &sRemarks};
+constexpr grammarState sExtended{entryListNodes<sExtendedSeq, sProtocol>, &sRemarks};

@@ -6,10 +6,11 @@
 namespace {
 
 extern const grammarState sShow, sShowConfiguration, sClearConfiguration, sClearUnresolved,
-    sShowIpv6, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6, sShowIp, sShowLists, sShowList,
-    sShowCard, sShowCardWhat, sShowCardLists, sChassis, sChassisCard, sChassisEvent,
-    sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters, sClient, sClientTask,
-    sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure, sDebug, sDebugArgs;
+    sShowIpv6, sShowMac, sClearMac, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6, sShowIp,
+    sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sChassis, sChassisCard,
+    sChassisEvent, sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters, sClient,
+    sClientTask, sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure, sDebug,
+    sDebugArgs;
 
 // Behind "do" of configuration mode the same words apply, without those that change the mode
 // (F_EXEC).
@@ -30,6 +31,7 @@ constexpr grammarNode showNodes[] = {
     kw("configuration", "lines of the configuration", sShowConfiguration),
     kw("ip", "IP lists", sShowIp),
     kw("ipv6", "IPv6 lists", sShowIpv6),
+    kw("mac", "MAC lists", sShowMac),
     verbOf("route-maps", "route maps", sShowMaps, cliVerb::showLists, KIND_RMAP),
     verb("clients", "how the clients of lists were told of changes", sDone, cliVerb::showClients),
     verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
@@ -55,9 +57,16 @@ constexpr grammarNode showIpNodes[] = {
            KIND_EXTCOMMUNITY),
 };
 constexpr grammarNode showIpv6Nodes[] = {
+    verbOf("access-lists", "entries of IPv6 access lists", sShowLists, cliVerb::showLists,
+           KIND_IP6),
     verbOf("prefix-lists", "IPv6 prefix lists", sShowPrefix, cliVerb::showLists, KIND_PREFIX6),
 };
 constexpr grammarState sShowIpv6{showIpv6Nodes};
+constexpr grammarNode showMacNodes[] = {
+    verbOf("access-lists", "entries of MAC lists", sShowLists, cliVerb::showLists,
+           KIND_MAC_STANDARD),
+};
+constexpr grammarState sShowMac{showMacNodes};
 // Shared by every kind: what is shown stands in the verb and its kind.
 constexpr grammarNode showPolicyNodes[] = {
     nameArg("of this name", sDone),
@@ -83,7 +92,9 @@ constexpr grammarNode showListsNodes[] = {
 };
 constexpr grammarState sShowLists{showListsNodes};
 constexpr grammarNode showListNodes[] = {
-    verb("installed", "compare with what the cards hold", sDone, cliVerb::showInstalled),
+    // The kind is that of the words before.
+    kw("installed", "compare with what the cards hold", sDone, setField<&cliCommand::verb>,
+       static_cast<uint32_t>(cliVerb::showInstalled)),
     fin("its entries"),
 };
 constexpr grammarState sShowList{showListNodes};
@@ -162,6 +173,7 @@ constexpr grammarNode clearNodes[] = {
     kw("configuration", "lines of the configuration", sClearConfiguration),
     kw("ip", "IP lists", sClearIp),
     kw("ipv6", "IPv6 lists", sClearIpv6),
+    kw("mac", "MAC lists", sClearMac),
 };
 constexpr grammarState sClear{clearNodes};
 constexpr grammarNode clearConfigurationNodes[] = {
@@ -176,18 +188,24 @@ constexpr grammarNode clearUnresolvedNodes[] = {
 };
 constexpr grammarState sClearUnresolved{clearUnresolvedNodes};
 constexpr grammarNode clearIpNodes[] = {
-    kw("access-lists", "access lists", sClearLists),
+    kw("access-lists", "access lists", sClearLists, setKind, KIND_STANDARD),
     verbOf("prefix-lists", "hit counts of IPv4 prefix lists", sClearCounters,
            cliVerb::clearCounters, KIND_PREFIX4),
 };
 constexpr grammarNode clearIpv6Nodes[] = {
+    kw("access-lists", "access lists", sClearLists, setKind, KIND_IP6),
     verbOf("prefix-lists", "hit counts of IPv6 prefix lists", sClearCounters,
            cliVerb::clearCounters, KIND_PREFIX6),
 };
 constexpr grammarState sClearIpv6{clearIpv6Nodes};
+constexpr grammarNode clearMacNodes[] = {
+    kw("access-lists", "MAC lists", sClearLists, setKind, KIND_MAC_STANDARD),
+};
+constexpr grammarState sClearMac{clearMacNodes};
 constexpr grammarState sClearIp{clearIpNodes};
 constexpr grammarNode clearListsNodes[] = {
-    verb("counters", "set the match counters to 0", sClearCounters, cliVerb::clearCounters),
+    kw("counters", "set the match counters to 0", sClearCounters, setField<&cliCommand::verb>,
+       static_cast<uint32_t>(cliVerb::clearCounters)),
 };
 constexpr grammarState sClearLists{clearListsNodes};
 constexpr grammarNode clearCountersNodes[] = {

@@ -1,6 +1,7 @@
 // What the topics of the grammar share: actions, the modes, the state at a line's end.
 #include "cli/grammar/build.h"
 #include "cli/kinds.h"
+#include "include/status.h"
 
 uint32_t numberOf(const cliValue& v, const grammarNode& n) {
     switch (n.kind) {
@@ -36,6 +37,9 @@ void fillMask(std::span<uint8_t> mask, uint32_t length) {
         mask[length / 8] = static_cast<uint8_t>(mask[length / 8] | 0xFF << (8 - length % 8));
 }
 
+const char* checkSequence(const cliValue& v, const grammarNode& n) {
+    return v.number > n.high ? aclStatusFind(ACL_E_SEQ_RANGE)->text : nullptr;
+}
 void noteSequence(cliCommand& c, const cliValue& v) {
     c.seqColumn = static_cast<uint32_t>(v.column);
     c.features = (c.features & ~uint32_t{F_START}) | F_SEQ;

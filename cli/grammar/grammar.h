@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 
-#include "include/entry.h"
 #include "include/policyMsg.h"
 
 // Behind the first three: the mode of a list's lines, one for each cliKind.
@@ -19,6 +18,9 @@ enum class cliMode : uint8_t {
     standard,
     extended,
     trace,
+    ip6,
+    macStandard,
+    macExtended,
     prefix4,
     prefix6,
     aspath,
@@ -57,17 +59,26 @@ enum class cliVerb : uint8_t {
     maskMode,
     interface,  // header of an interface; cliCommand::text is its name
     entry,      // a list's line
+    remark,     // cliPolicy::seq is its number
+    description,
     accessGroup,
     resequence,
     count_,
 };
 
+constexpr bool cliIsListLine(cliVerb verb) {
+    return verb == cliVerb::entry || verb == cliVerb::remark || verb == cliVerb::description;
+}
+
 // The kinds of lists: cliCommand::kind of a verb that is about lists. What covers both kinds of
-// IPv4 access lists says "standard". kinds.cpp has a row for each.
+// IPv4 access lists, or of MAC lists, says "standard". kinds.cpp has a row for each.
 enum cliKind : uint32_t {
     KIND_STANDARD,
     KIND_EXTENDED,
     KIND_TRACE,
+    KIND_IP6,
+    KIND_MAC_STANDARD,
+    KIND_MAC_EXTENDED,
     KIND_PREFIX4,
     KIND_PREFIX6,
     KIND_ASPATH,
@@ -108,16 +119,34 @@ struct cliPolicy {
     uint32_t detail;
 };
 
-// What an entry line of an access list says: the option words beside its block, and the block.
-struct cliEntry {
-    be32 log, monitor;
-    ipEntryBlock block;
+// What an entry line of an access list says, in the bytes that its request carries behind its
+// front. Which of them follows from the list's kind.
+union cliEntry {
+    struct {
+        be32 log, monitor;
+        ipEntryBlock block;
+    } ip;
+    struct {
+        be32 log;
+        ip6EntryBlock block;
+        be32 monitor;
+    } ip6;
+    struct {
+        be32 log;
+        macEntryBlock block;
+        be32 counterOptions, order, monitor;
+    } mac;
 };
-struct entryTable;  // cli/entry.h
-extern const entryTable ipEntryTable;
+static_assert(sizeof(cliEntry::ip) == sizeof(cliIpEntryReq) - sizeof(cliHdr) &&
+              sizeof(cliEntry::ip6) == sizeof(cliIp6EntryReq) - sizeof(cliHdr) &&
+              sizeof(cliEntry::mac) == sizeof(cliMacEntryReq) - sizeof(cliHdr));
+// Of each kind of list (cli/entry.h).
+struct entryTable;
+extern const entryTable standardEntries, extendedEntries, ip6Entries, macStandardEntries,
+    macExtendedEntries;
 
 // A line, read. Views point into the line.
-struct cliCommand : cliEntry {
+struct cliCommand {
     cliVerb verb;
     bool negated;          // it began with "no"
     bool inverseMask;      // how a second dotted address is read: as the mask itself
@@ -135,6 +164,7 @@ struct cliCommand : cliEntry {
     std::string text;         // argument line of a debug function, words separated by one blank;
                               // name of an interface; expression of a routing-policy entry
     const entryTable* table;  // of the entries of the list whose mode it is
+    cliEntry entry;
     cliPolicy policy;
 };
 constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
@@ -156,6 +186,7 @@ struct cliValue {
 enum class cliArg : uint8_t {
     word,         // the keyword
     number,       // decimal within the node's limits
+    joined,       // the same; the node's word may follow without a blank
     sequence,     // a sequence number: any decimal number, its range is the action's to check
     hex,          // within the node's limits
     address,      // A.B.C.D
@@ -180,7 +211,7 @@ enum cliFeature : uint32_t {
     F_NEGATED = 1u << 2,
     F_SEQ = 1u << 3,     // a sequence number has been read
     F_EXEC = 1u << 4,    // typed in exec mode itself, not behind "do"
-    F_LIST = 1u << 5,    // ordinary lists: order, monitor
+    F_LIST = 1u << 5,    // ordinary lists: monitor, remarks
     F_NET = 1u << 6,     // dscp, fragments
     F_EXT = 1u << 7,     // precedence, tos
     F_LAYER2 = 1u << 8,  // arp, ether-type
@@ -189,6 +220,10 @@ enum cliFeature : uint32_t {
     F_ICMP = 1u << 11,
     F_CLAUSE = 1u << 12,  // the clauses of a route map
     F_FRAME = 1u << 13,   // an ARP or ether-type rule, below IP
+    F_V4 = 1u << 14,      // the addresses and words of IPv4, or those of IPv6
+    F_V6 = 1u << 15,
+    F_ORDER = 1u << 16,
+    F_MAC = 1u << 17,
 };
 
 struct grammarNode;
@@ -225,9 +260,9 @@ struct grammarState {
 struct grammarMode {
     const grammarState* start;
     uint32_t features;  // beside those that every line begins with
-    uint32_t ipKind;    // of an IP list's entries
+    uint32_t ipKind;    // of an IP or MAC list, as its header's request says it
     const char* prompt;
-    const entryTable* table = &ipEntryTable;  // of its entry lines, if they have blocks
+    const entryTable* table = &extendedEntries;  // of its entry lines, if they have blocks
 };
 const grammarMode& grammarModeOf(cliMode mode);
 // Of a list's mode; 0 of the others.

@@ -110,5 +110,5 @@ constexpr auto prefix6Nodes = listNodes(sSeq6, sPrefix6What);
 
 }  // namespace
 
-constexpr grammarState sPrefix4{prefix4Nodes, &sConfig};
-constexpr grammarState sPrefix6{prefix6Nodes, &sConfig};
+constexpr grammarState sPrefix4{prefix4Nodes, &sDescription};
+constexpr grammarState sPrefix6{prefix6Nodes, &sDescription};

@@ -246,4 +246,4 @@ constexpr grammarState sSetIpv6{setIpv6Nodes};
 
 }  // namespace
 
-constexpr grammarState sRouteMap{clauseNodes, &sConfig};
+constexpr grammarState sRouteMap{clauseNodes, &sDescription};

@@ -54,10 +54,9 @@ void fillPrefix6(const cliCommand& command, const cliScope& scope, cliRequest* r
     fillPrefix(command.policy, request->prefix6.entry);
 }
 // One code for both families, which the record names.
-void fillResequence(const cliCommand& command, const cliScope&, cliRequest* request) {
-    request->resequence.start = command.policy.start;
-    request->resequence.step = command.policy.step;
-    request->resequence.family = command.kind == KIND_PREFIX6 ? AF_IPV6 : AF_IPV4;
+void fillPrefixResequence(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    fillResequence(command, scope, request);
+    request->prefixResequence.family = command.kind == KIND_PREFIX6 ? AF_IPV6 : AF_IPV4;
 }
 
 void fillAspath(const cliCommand& command, const cliScope& scope, cliRequest* request) {

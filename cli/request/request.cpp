@@ -56,6 +56,22 @@ void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* r
     if (!command.vlans.empty()) fillVlans(command.vlans, bind.block);
 }
 
+void fillRemark(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->cli.name = scope.list;
+    request->remark.seq = command.policy.seq;
+    // Of a remark that goes the number is enough. The grammar has checked the length.
+    if (!command.negated) command.text.copy(request->remark.text, REMARK_LEN);
+}
+void fillDescription(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    const listKind& kind = listKinds[command.kind];
+    cliDescriptionReq& description = request->description;
+    request->cli.name = scope.list;
+    description.kind = kind.describedAs != 0 ? kind.describedAs : kind.codes.header.plain;
+    description.remove = command.negated;
+    description.seq = scope.seq;
+    if (!command.negated) command.text.copy(description.text, DESCRIPTION_LEN);
+}
+
 // The requests that are about no kind of list.
 struct requestRow {
     cliVerb verb;
@@ -66,26 +82,34 @@ struct requestRow {
 constexpr requestRow requestTable[] = {
     {cliVerb::traceGroup, false, CLI_DOS_ENABLE, {}},
     {cliVerb::traceGroup, true, CLI_DOS_DISABLE, {}},
-    {cliVerb::accessGroup, false, CLI_IP_BIND, {sizeof(cliBindReq), fillBinding}},
-    {cliVerb::accessGroup, true, CLI_IP_UNBIND, {sizeof(cliUnbindReq), fillUnbinding}},
-    {cliVerb::resequence,
-     false,
-     CLI_PREFIX_RESEQUENCE,
-     {sizeof(cliPrefixReseqReq), fillResequence}},
 };
 
 // The code and the form of a command's request; code 0: there is none.
 requestRow rowOf(const cliCommand& c) {
     // The verbs of cards and of the chassis keep something else in `kind`.
     const listKind& kind = listKinds[c.kind < KIND_COUNT ? c.kind : KIND_STANDARD];
+    const auto either = [&c](codePair codes, requestForm plain, requestForm negated) {
+        return c.negated ? requestRow{c.verb, true, codes.negated, negated}
+                         : requestRow{c.verb, false, codes.plain, plain};
+    };
+    constexpr requestForm remark{sizeof(cliRemarkReq), fillRemark};
+    constexpr requestForm description{sizeof(cliDescriptionReq), fillDescription};
     switch (c.verb) {
         case cliVerb::list:
-            return {c.verb, c.negated, c.negated ? kind.codes.remove : kind.codes.create,
-                    c.negated ? kind.removal : kind.header};
+            return either(kind.codes.header, kind.header, kind.removal);
         case cliVerb::entry:
-            return {c.verb, c.negated, c.negated ? kind.codes.erase : kind.codes.add, kind.line};
+            return either(kind.codes.line, kind.line, kind.line);
+        case cliVerb::remark:
+            return either(kind.codes.remark, remark, remark);
+        case cliVerb::description:
+            return either({CLI_DESCRIPTION, CLI_DESCRIPTION}, description, description);
+        case cliVerb::accessGroup:
+            return either(kind.codes.binding, {sizeof(cliBindReq), fillBinding},
+                          {sizeof(cliUnbindReq), fillUnbinding});
+        case cliVerb::resequence:
+            return {c.verb, false, kind.resequence.code, kind.resequence.form};
         case cliVerb::clearCounters:
-            return {c.verb, c.negated, c.name.empty() ? kind.clear.all : kind.clear.one, {}};
+            return {c.verb, false, c.name.empty() ? kind.clear.all : kind.clear.one, {}};
         default:
             break;
     }
@@ -112,9 +136,13 @@ void fillList(const cliCommand& command, const cliScope&, cliRequest* request) {
 }
 void fillEntry(const cliCommand& command, const cliScope& scope, cliRequest* request) {
     request->cli.name = scope.list;
-    request->entry.log = command.log;
-    request->entry.monitor = command.monitor;
-    request->entry.block = command.block;
+    const size_t behind = listKinds[command.kind].line.length - sizeof(cliHdr);
+    std::memcpy(&request->cli + 1, &command.entry, behind);
+}
+// Those of prefix lists begin alike.
+void fillResequence(const cliCommand& command, const cliScope&, cliRequest* request) {
+    request->resequence.start = command.policy.start;
+    request->resequence.step = command.policy.step;
 }
 
 bool channelOpen(cliChannel* channel, const std::string& runDir, const std::string& chassisFile,

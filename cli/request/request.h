@@ -38,10 +38,15 @@ union cliRequest {
     cliHdr cli;
     cliListReq list;
     cliIpEntryReq entry;
+    cliIp6EntryReq entry6;
+    cliMacEntryReq entryMac;
+    cliRemarkReq remark;
+    cliDescriptionReq description;
+    cliReseqReq resequence;
     cliBindReq bind;
     cliPrefix4Req prefix4;
     cliPrefix6Req prefix6;
-    cliPrefixReseqReq resequence;
+    cliPrefixReseqReq prefixResequence;
     cliAspathReq aspath;
     cliCommReq community;
     cliExtCommReq extCommunity;
@@ -61,6 +66,7 @@ struct cliScope {
 typedef void (*requestFill)(const cliCommand& command, const cliScope& scope, cliRequest* request);
 void fillList(const cliCommand&, const cliScope&, cliRequest*);
 void fillEntry(const cliCommand&, const cliScope&, cliRequest*);
+void fillResequence(const cliCommand&, const cliScope&, cliRequest*);
 void fillPrefix4(const cliCommand&, const cliScope&, cliRequest*);
 void fillPrefix6(const cliCommand&, const cliScope&, cliRequest*);
 void fillAspath(const cliCommand&, const cliScope&, cliRequest*);
@@ -69,7 +75,7 @@ void fillExtCommunity(const cliCommand&, const cliScope&, cliRequest*);
 void fillRouteMap(const cliCommand&, const cliScope&, cliRequest*);
 void fillRouteMapDelete(const cliCommand&, const cliScope&, cliRequest*);
 void fillClause(const cliCommand&, const cliScope&, cliRequest*);
-void fillResequence(const cliCommand&, const cliScope&, cliRequest*);
+void fillPrefixResequence(const cliCommand&, const cliScope&, cliRequest*);
 
 // The request of a command: *length its bytes. False when the command is not one that goes to the
 // manager in one message.

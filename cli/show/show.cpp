@@ -32,16 +32,17 @@ void sinkFinish(lineSink& sink) {
 // One list's show text as JSON. The text is the manager's: what does not look like it is left out.
 json listJson(std::string_view text) {
     json list = {{"name", ""}, {"kind", ""}, {"entries", json::array()}};
-    // The title is "Standard IP access list NAME"; everything else that counts begins with "seq".
-    constexpr std::string_view title = " IP access list ";
+    // The title is "Standard IP access list NAME", "IPv6 access list NAME" or "Standard mac access
+    // list NAME"; everything else that counts begins with "seq".
+    constexpr std::string_view title = " access list ";
     while (!text.empty()) {
         std::string_view line = takeShownLine(&text);
         size_t at = 0;
         std::string_view first = lexWord(line, &at);
-        size_t named = line.find(title);
-        if (named != line.npos && (first == "Standard" || first == "Extended")) {
+        const bool isTitle = first == "Standard" || first == "Extended" || first == "IPv6";
+        if (size_t named = line.find(title); isTitle && named != line.npos) {
             list["name"] = line.substr(named + title.size());
-            list["kind"] = first == "Standard" ? "standard" : "extended";
+            list["kind"] = first == "IPv6" ? "ipv6" : first == "Standard" ? "standard" : "extended";
             continue;
         }
         // Remarks and whatever else a later manager shows are left out rather than misread.
@@ -63,8 +64,7 @@ json listJson(std::string_view text) {
 }
 
 // Shows one list, or the one behind the cursor; *name becomes the one shown.
-cliOutcome showOne(cliSession* s, aclCliCode code, listName* name, lineSink* sink,
-                   uint32_t* status) {
+cliOutcome showOne(cliSession* s, uint32_t code, listName* name, lineSink* sink, uint32_t* status) {
     // A list fits one answer whole, so there is nothing to go on with but the next list.
     cliShowReq request;
     requestShow(&s->channel, code, *name, 0, 0, &request);
@@ -148,20 +148,21 @@ cliOutcome showStartup(cliSession* session, const cliCommand&, cliPipe* pipe) {
 cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     std::string error;
     if (!sessionConnect(session, &error)) return refusal(error);
+    const kindShow& row = listKinds[command.kind].show;
     lineSink sink{pipe, session->options.json};
     uint32_t status = ACL_OK;
     listName name = listNameMake(command.name);
     cliOutcome outcome;
-    if (!command.name.empty()) outcome = showOne(session, CLI_SHOW_IP_ACL, &name, &sink, &status);
+    if (!command.name.empty()) outcome = showOne(session, row.one, &name, &sink, &status);
     while (command.name.empty() && outcome.ok) {
         // The walk goes by name: each answer is the list behind the one that is named, at first
         // behind the empty name.
         listName cursor = name;
-        outcome = showOne(session, CLI_SHOW_IP_ACL_ALL, &name, &sink, &status);
+        outcome = showOne(session, row.all, &name, &sink, &status);
         // A cursor that does not move on would show the same list for ever.
         if (outcome.ok && std::memcmp(name.text, cursor.text, LIST_NAME_LEN) <= 0)
             outcome = refusal("The manager's walk over the lists does not move on");
-        else if (status == ACL_E_NOLIST)
+        else if (status == row.noList)
             return sinkFinish(sink), cliOutcome{};
     }
     if (outcome.ok) sinkFinish(sink);

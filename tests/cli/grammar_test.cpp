@@ -122,6 +122,15 @@ seq 4294967291 permit any => 4: The sequence number is out of range (at most 429
 seq 99999999999999999999 permit any => 4: Unexpected word "99999999999999999999" ...
 seq 5 => 6: The line is incomplete; expected: permit, deny
 seq 5 no permit any => 6: Unexpected word "no"; expected: permit, deny
+ remark 0 all | of <it>  => 1142 308 80="LIST" 220=616C6C 224=" | of <it>"
+no remark 4294967290 => 1143 308 220-300=0 304=FFFFFFFA
+no remark 5 whatever it says => 1143 308 220-300=0 304=5
+ description x => 1153 316 80="LIST" 220=3E8 228=14 232=78000000
+no description x => 1153 316 224=1 232-312=0
+remark 5 => 9: The line is incomplete; expected: TEXT
+remark permit => 7: Unexpected word "permit"; expected: <0-4294967290>
+seq 5 remark 5 x => 6: Unexpected word "remark"; expected: permit, deny
+description az => 12: A remark or description has no control characters
 [standard inverse]
 permit any => 1002 384 80="LIST" 272-276=FFFFFFFF 280=40000 284=1 292=FFFFFFFF 296=FF 380=FF000000
 permit 10.1.0.0 255.0.255.0 => 1002 384 252=A010000 256=FF00FF00
@@ -179,6 +188,56 @@ no deny ip any any => 1006 384 220-244=0
 permit tcp any any eq 1 dscp 1 => 24: Unexpected word "dscp"; expected: established, fin, syn, rst,
     psh, ack, urg, precedence, tos, log, count, bytes, <cr>
 permit arp any VLAN 1 any => 7: Unexpected word "arp"; expected: tcp, udp, ip, icmp, <0-255>
+remark 5 x => 0: Unexpected word "remark" ...
+[ip6]
+permit ipv6 any any => 1166 336 80="LIST" 304=40000 308=FFFFFFFF
+ seq 5 deny tcp host 2001:db8::1 eq 23 2001:db8::/33 range 1 2 fin urg log count bytes monitor =>
+    1166 336 220=1 232=1 236=20010DB8 248=1 252-264=FFFFFFFF 268=20010DB8 284=FFFFFFFF 288=80000000
+    304=6060000 308=5 312=1 316=5 320=170000 324=10002 328=42000000 332=1
+permit udp ::ffff:1.2.3.4/128 neq 1 any => 1166 336 244=FFFF 248=1020304 252-264=FFFFFFFF
+    304=110000 312=4 320=10000
+permit {icmp|58} any any 135 0 => 1166 336 304=3A0000 312=87010001
+permit 1 any ::/1 => 1166 336 284=80000000 304=10000
+permit 4 any any => 1166 336 228=1
+no seq 5 => 1167 336 308=5
+no  seq 5 permit ipv6 any any => 1167 336 308=5
+remark 9  two  blanks  => 1169 308 80="LIST" 220=74776F 224="  blanks" 304=9
+permit arp any any => 7: Unexpected word "arp"; expected: tcp, udp, ipv6, icmp, <0-255>
+permit ipv6 any {10.0.0.0/8|2001:db8::1} => 16: Unexpected word "$"; expected: any, host,
+    X:X::X/LEN
+permit ipv6 host 1.2.3.4 any => 17: Unexpected word "1.2.3.4"; expected: X:X::X
+permit 1 any any 8 => 17: Unexpected word "8"; expected: log, count, bytes, monitor, <cr>
+permit tcp any any established => 19: Unexpected word "established"; expected: eq, gt, lt, neq, range,
+    fin, syn, rst, psh, ack, urg, log, count, bytes, monitor, <cr>
+permit ipv6 any any order 1 => 20: Unexpected word "order" ...
+[macStandard]
+permit any => 1099 292 80="LIST" 228=FFFFFFFF 236=FFFF 240=FFFFFFFF 248=FFFF 252=FFFFFFFF 256=1
+    276=FF 284=FF
+ seq 65535 deny {|host }00:1B:c0:ff:0A:9e  => 1099 292 224=1 228=FFFF 232=1BC0FF 236=A9E0000
+    240-244=0
+ seq 7 permit 00:1b:c0:ff:0a:9e 00:00:00:00:00:ff log count bytes order 7monitor  => 1099 292 220=1
+    228=7 232=1BC0FF 236=A9E0000 240=FF 276=7 280=6 284=7 288=1
+permit any order 7 monitor => 1099 292 276=7 284=7 288=1
+no seq 5 => 1098 292 228=5 236-244=0
+permit host 00:1b:c0:ff:0a:9e 00:00:00:00:00:ff => 30: Unexpected word "00:00:00:00:00:ff" ...
+permit any order 7mon => 17: Unexpected word "7mon"; expected: <0-254>
+seq 65536 permit any => 4: The sequence number is out of range ...
+permit any any => 11: Unexpected word "any" ...
+remark 65536 x => 7: The sequence number is out of range ...
+[macExtended]
+permit any any => 1099 292 80="LIST" 228=FFFFFFFF 236=FFFF 240=FFFFFFFF 248=FFFF 252=FFFFFFFF 256=2
+    276=FF 284=FF
+ seq 7 deny host  00:1b:c0:ff:0a:9e any  ev2 eq 800 log count bytes order 254monitor  => 1099 292
+    220-224=1 228=7 232=1BC0FF 236=A9E0000 240-244=0 260=A 264=1 268=8000000 276=FE 280=6 284=FE
+    288=1
+ seq 7 deny 00:1b:c0:ff:0a:9e 0f:0f:0f:0f:0f:0f host  00:00:00:00:00:01  llc neq 0 => 1099 292
+    224=1 228=7 232=1BC0FF 236=A9E0F0F 240=F0F0F0F 248=10000 252=0 260=C 264=4
+permit any any snap {gt=2|lt=3} ffff => 1099 292 260=B 264=$ 268=FFFF0000
+permit 00:1b:c0:ff:0a:9e any => 25: Unexpected word "any"; expected: xx:xx:xx:xx:xx:xx
+permit any any ev2 800 => 19: Unexpected word "800"; expected: eq, gt, lt, neq
+permit any any snap eq 10000 => 23: Unexpected word "10000"; expected: HEX
+permit any any order 255monitor => 21: Unexpected word "255monitor"; expected: <0-254>
+permit any any log order 7 log => 27: Unexpected word "log" ...
 [prefix4]
 permit any => 1044 252 80="LIST" 232=20
  seq 10 deny any => 1044 252 220=A 224=1
@@ -196,6 +255,9 @@ permit 10.0.0.0/8 ge 33 => 21: Unexpected word "33"; expected: <1-32>
 permit 10.0.0.0/8 ge 9 ge 9 => 23: Unexpected word "ge"; expected: le, <cr>
 permit any le 8 => 11: Unexpected word "le"; expected: <cr>
 permit 2001:db8::/32 => 7: Unexpected word "2001:db8::/32"; expected: any, A.B.C.D/LEN, A.B.C.D
+ description  of customers!  => 1153 316 80="LIST" 220=41B 228=14 232="of customers!"
+no description => 1153 316 224=1 232-312=0
+remark 5 x => 0: Unexpected word "remark" ...
 [prefix4 inverse]
  seq 5 permit 10.0.0.0 255.0.0.0 => 1044 252 80="LIST" 220=5 240=8000000 244=A000000 248=FF000000
 permit 10.0.0.1 bitmask 255.0.0.255 => 1044 252 220-236=0 240=FF000000 244=A000001 248=FF0000FF
@@ -278,23 +340,37 @@ route-map LIST deny 30 => 1021 228 220=1 224=1E
 no route-map LIST {permit=1|deny=2} 30 => 1020 228 220=1E 224=$
 no route-map LIST 30 => 1020 228 220=1E 224=0
 no route-map LIST  => 1020 228 224=0
-resequence prefix-list ipv6 LIST 10 5 => 1185 232 80="LIST" 220=A 224=5 228=2
-resequence prefix-list LIST 1 65534 => 1185 232 220=1 224=FFFE 228=1
+resequence ipv6 prefix-list LIST 10 5 => 1185 232 80="LIST" 220=A 224=5 228=2
+resequence ip prefix-list LIST 1 65534 => 1185 232 220=1 224=FFFE 228=1
+resequence ip access-list LIST 0 65535 => 1182 228 80="LIST" 224=FFFF
+resequence {ipv6=3|mac=4} access-list LIST 0 65535 => 118$ 228
+resequence ip access-list LIST 4294967290 1 => 1182 228 220=FFFFFFFA 224=1
+resequence mac access-list LIST 65536 1 => 32: Unexpected word "65536"; expected: <0-65535>
+resequence ip access-list LIST 5 0 => 33: Unexpected word "0"; expected: <1-4294967290>
+no resequence ip access-list LIST 5 5 => 3: Unexpected word "resequence" ...
+ipv6 access-list LIST => 1162 220 80="LIST"
+no ipv6 access-list LIST => 1163 220
+mac access-list extended LIST => 1103 224 80="LIST" 220=2
+no mac access-list extended LIST => 1102 224
+mac access-list standard LIST => 1103 224 220=1
+remark 5 x => 0: Unexpected word "remark" ...
 do clear ip access-lists counters => 1031 220
 ip access-list standard => 24: The line is incomplete; expected: NAME
 permit any => 0: Unexpected word "permit" ...
 do show system => command '' 0 ''
-no do show system => 3: Unexpected word "do"; expected: ip, ipv6, route-map, access-list
+no do show system => 3: Unexpected word "do"; expected: ip, ipv6, mac, route-map, access-list
 do configure terminal => 3: Unexpected word "configure" ...
 no route-map LIST deny => 23: The line is incomplete; expected: <1-2147483647>
 [exec]
-clear {ip access-lists counters=1031|ip prefix-list=1047} => $ 220
-clear {ip access-lists counters=1030|ipv6 prefix-list=1151} LIST => $ 220 80="LIST"
+clear {ip access-lists counters=1031|ip prefix-list=1047|ipv6 access-lists counters=30014|
+    mac access-lists counters=30016} => $ 220
+clear {ip access-lists counters=1030|ipv6 prefix-list=1151|ipv6 access-lists counters=30013|
+    mac access-lists counters=30015} LIST => $ 220 80="LIST"
 shw => 0: Unexpected word "shw"; expected: show, clear, write, chassis, configure, test, debug,
     exit, end
 show s => 5: Ambiguous word "s"; expected: startup-config, system
 show => 5: The line is incomplete; expected: running-config, startup-config, configuration, ip,
-    ipv6, route-maps, clients, logging, system, queues, interfaces, cards, card
+    ipv6, mac, route-maps, clients, logging, system, queues, interfaces, cards, card
 show system now => 12: Unexpected word "now"; expected: <cr>
 test ip access-list A tcp 1.2.3.4 5.6.7.8 flags syn,{foo|} => 48: A packet's flags are fin, syn,
     rst, psh, ack and urg, with commas between
@@ -307,9 +383,10 @@ show ip access-g => as show ip access-group
 debug mask  3  4  => command 'mask' 0 '3  4'
 test ip access-list A tcp 1.2.3.4 5.6.7.8 dst 80 fl syn,ack fragment => command '' 0 'A tcp 1.2.3.4
     5.6.7.8 dst-port 80 flags syn,ack fragment'
-test route-map R 10.0.0.0/8 as-path "1 2" metric 5 => command '' 8 'R 10.0.0.0/8 as-path "1 2"
+test route-map R 10.0.0.0/8 as-path "1 2" metric 5 => command '' 11 'R 10.0.0.0/8 as-path "1 2"
     metric 5'
 show ip access-lists {A installed=A|installed} => command '$' 0 ''
+show {ipv6 access-lists A installed=3|mac access-lists A=4} => command 'A' $ ''
 show card control-plane access-lists A => command 'A' 1 ''
 chassis card 3 shutdown => command '' 2 ''
 show s? => startup-config, system
@@ -332,9 +409,10 @@ ip access-group A in Vlan 1 Vlan 2 => 28: Unexpected word "Vlan"; expected: impl
 no ip access-group A in implicit-permit => 24: Unexpected word "implicit-permit"; expected: <cr>
 )lines";
 
-constexpr std::string_view MODES[] = {"exec",     "configure", "interface",    "standard",
-                                      "extended", "trace",     "prefix4",      "prefix6",
-                                      "aspath",   "community", "extCommunity", "routeMap"};
+constexpr std::string_view MODES[] = {"exec",        "configure",    "interface", "standard",
+                                      "extended",    "trace",        "ip6",       "macStandard",
+                                      "macExtended", "prefix4",      "prefix6",   "aspath",
+                                      "community",   "extCommunity", "routeMap"};
 
 struct lineRow {
     cliContext context;

@@ -7,9 +7,11 @@
 
 // The grammar of entries is all that these tests link of the shell.
 const listKind listKinds[KIND_COUNT] = {
-    {.mode = {&sStandard, F_LIST | F_NET, IP_KIND_STANDARD, ""}, .codes = {}},
-    {.mode = {&sExtended, F_LIST | F_NET | F_EXT | F_LAYER2, IP_KIND_EXTENDED, ""}, .codes = {}},
-    {.mode = {&sExtended, F_EXT, IP_KIND_EXTENDED, ""}, .codes = {}}};
+    {.mode = {&sStandard, F_V4 | F_LIST | F_ORDER | F_NET, IP_KIND_STANDARD, "", &standardEntries},
+     .codes = {}},
+    {.mode = {&sExtended, F_V4 | F_LIST | F_ORDER | F_NET | F_EXT | F_LAYER2, IP_KIND_EXTENDED, ""},
+     .codes = {}},
+    {.mode = {&sExtended, F_V4 | F_EXT, IP_KIND_EXTENDED, ""}, .codes = {}}};
 
 namespace {
 
@@ -35,9 +37,9 @@ class Text : public IpAcl {
         EXPECT_EQ(cliParse({mode, node.config.inverseMask != 0, true}, line, &command, &error),
                   cliParsed::command)
             << line << ": " << error.text;
-        entry.block = command.block;
-        entry.log = command.log;
-        entry.monitor = command.monitor;
+        entry.block = command.entry.ip.block;
+        entry.log = command.entry.ip.log;
+        entry.monitor = command.entry.ip.monitor;
         return entry;
     }
     texts textsOf(aclEntry entry) {

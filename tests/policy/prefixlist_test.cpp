@@ -184,7 +184,7 @@ TEST_F(PrefixTest, ResequencesWholeOrNotAtAll) {
     for (auto [start, step] : refused)
         EXPECT_EQ(ipReseqPrefixList(A, start, step, AF_IPV4), ACL_E_SEQ_RANGE) << start;
     EXPECT_EQ(testTake(), rows{});
-    configure("resequence prefix-list A 65524 5\n");
+    configure("resequence ip prefix-list A 65524 5\n");
     EXPECT_EQ(testHost.restedUs, 3000u);
     ASSERT_EQ(told().size(), 12u);  // block out and in (2 + 3), three lines (2 each), one trigger
     EXPECT_EQ(told()[0], "cfg remove 83/144 A");
