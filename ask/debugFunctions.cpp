@@ -232,6 +232,7 @@ void aclRegisterDebugFunctions() {
     zekDebugRegister("clients", "how the clients of lists were told of changes", dumpClients);
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
     aclRegisterInstalledFunctions();
+    aclRegisterVlanGroupFunctions();
     aclRegisterBgpFunctions();
     aclRegisterPrefixFunctions();
     aclRegisterRmapFunctions();

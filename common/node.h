@@ -11,6 +11,7 @@
 #include "platform/api/zekSwp.h"
 
 struct zekRadix;
+struct aclList;
 struct zekCfgDb;
 
 struct aclIpcState {
@@ -79,18 +80,21 @@ struct aclConfigState {
     uint32_t cfgNotifStart;  // 1 while a block configuration is in progress
 };
 
-// An ACL VLAN group; id 0 is a free place.
+// An ACL VLAN group: VLANs that share one egress IPv4 list. Id 0 is a free place.
 constexpr uint32_t VLAN_GROUPS = 8;
+typedef std::bitset<4096> vlanSet;
 struct aclVlanGroup {
     uint8_t id;  // 1-8
     listName name;
+    vlanSet members{};
+    aclList* list = nullptr;  // null: none
 };
 struct aclVlanGroupState {
-    uint32_t isAclVlanGrp;
+    uint32_t isAclVlanGrp;  // 1: there are groups
     aclVlanGroup vlanGroups[VLAN_GROUPS];
-    uint8_t vlanMemNum, cugIdNum;
-    std::bitset<4096> egressIpAclBitMap;
-    std::bitset<4096> aclVlanGroupMemberBitMap;
+    uint8_t vlanMemNum, cugIdNum;      // members of all groups (255: or more), groups
+    vlanSet egressIpAclBitMap;         // free to get an egress list: in no group
+    vlanSet aclVlanGroupMemberBitMap;  // free to join a group: without an egress list
 };
 
 struct pimCfgParams {
@@ -103,6 +107,8 @@ struct aclProtocolState {
     uint32_t stpWords[2];  // of the last STP enable, replayed to cards
 };
 
+// The chassis whose cards know ACL VLAN groups; elsewhere groups are kept and not sent.
+constexpr uint32_t CHASSIS_MODE_VLAN_GROUPS = 7;
 struct aclChassisState {
     uint32_t chassisMode;
     uint32_t rpmType;

@@ -51,8 +51,8 @@ void vAclFillInAclList(uint8_t* to, const aclTarget& target, const aclSend& send
         return;
     }
     header->groupId = static_cast<uint8_t>(target.groupId);
-    for (const aclVlanGroup& group : aclNode->groups.vlanGroups)
-        if (group.id == target.groupId) header->groupName = group.name;
+    if (const aclVlanGroup* group = aclFindAclVlanGrpFromCugID(target.groupId))
+        header->groupName = group->name;
 }
 
 // What a single entry goes with says nothing of the list but its name and kind.

@@ -9,7 +9,7 @@ void reportRefused(int slot, uint32_t family) {
               family == INTF_V6 ? "IPv6" : "Egress", slot);
 }
 
-void debugVlanSend(const aclTarget& target, const aclSend& send) {
+void debugCardSend(const aclTarget& target, const aclSend& send) {
     if (send.entry != nullptr) {
         // Half the target's number: it is meant.
         aclDebug(DEBUG_ACL_IPC, "sending to linecard %d \r\n",
@@ -27,26 +27,25 @@ void debugVlanSend(const aclTarget& target, const aclSend& send) {
 }  // namespace
 
 int aclSendToPlace(const aclPlace& place, const aclSend& send, const aclOnly& only) {
-    const uint32_t type = ifindexType(place.ifindex);
-    const bool isVlan = type == IF_TYPE_VLAN;
-    if (isVlan && !aclMayDownload()) return 0;
+    const bool byCard = aclPlaceIsByCard(place);
+    if (byCard && !aclMayDownload()) return 0;
     const uint32_t family = agentMsgRowOf(send.messageId).form->family;
     int result = 0;
     aclForTargets(
-        {place, family, send.entry != nullptr, only.slot, only.member},
+        {place, family, send.entry != nullptr, only.slot, only.member, only.without},
         [&](const aclTarget& target) {
             // A port's card that takes no such list is passed over silently: meant.
-            if (target.refused && isVlan) reportRefused(target.slot, family);
+            if (target.refused && byCard) reportRefused(target.slot, family);
             if (target.refused) return;
-            if (isVlan) debugVlanSend(target, send);
+            if (byCard) debugCardSend(target, send);
             result = iAclSendToAclAgent(target, send);
-            if (result != 0 && send.entry != nullptr && send.messageId == MT_ACL_ADDENT && !isVlan)
+            if (result != 0 && send.entry != nullptr && send.messageId == MT_ACL_ADDENT && !byCard)
                 aclSysErr(SYSERR_ENTRY_SEND,
                           "Error sending an entry of access list " LIST_NAME_FMT
                           " to the agent of %s",
                           listNameArg(send.list->name), agentIfName(target.ifindex).text);
         });
-    return type == IF_TYPE_LAG ? 0 : result;
+    return ifindexType(place.ifindex) == IF_TYPE_LAG ? 0 : result;
 }
 
 int dosSendToAllAgents(const aclList* list, const aclEntry* entry, uint32_t messageId) {

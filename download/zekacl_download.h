@@ -30,10 +30,11 @@ struct aclSend {
 int iAclSendToAclAgent(const aclTarget& target, const aclSend& send);
 
 // To everyone behind a place; cards that do not take it are left out. The result is that of a port,
-// or of the last card of a VLAN; for LAGs it is 0.
+// or of the last card of a VLAN or a group; for LAGs it is 0.
 struct aclOnly {
-    int slot = SLOT_NONE;  // one card
-    uint32_t member = 0;   // the cards of one member of a VLAN, a LAG or a port
+    int slot = SLOT_NONE;                  // one card
+    uint32_t member = 0;                   // the cards of one member of a VLAN, a LAG or a port
+    const aclPPBitMap* without = nullptr;  // of a VLAN or a group: not these targets
 };
 int aclSendToPlace(const aclPlace& place, const aclSend& send, const aclOnly& only = {});
 // A DoS list, or one of its entries (null: the list), to the agent of every card.

@@ -67,7 +67,17 @@ enum aclStatus : uint32_t {
     ACL_E_RMAP_LIST = 0x3d000072,
     ACL_E_RMAP_VALUE = 0x3d000073,
     ACL_E_RMAP_SEQ = 0x3d000074,
-    ACL_E_STORE = 0x3d000078,  // our own
+    ACL_E_STORE = 0x3d000078,  // our own, from here on
+    ACL_E_NOGROUP = 0x3d000080,
+    ACL_E_GROUP_ID = 0x3d000081,
+    ACL_E_GROUP_FULL = 0x3d000082,
+    ACL_E_GROUP_USED = 0x3d000083,
+    ACL_E_GROUP_OTHER = 0x3d000084,
+    ACL_E_GROUP_EGRESS = 0x3d000085,
+    ACL_E_GROUP_MEMBER = 0x3d000086,
+    ACL_E_GROUP_LIST = 0x3d000087,
+    ACL_E_GROUP_VLAN = 0x3d000088,
+    ACL_E_VLAN_RANGE = 0x3d000089,
     ACL_E_SYSTEM = 0xFFFFFFFF,
 };
 
@@ -155,6 +165,20 @@ inline constexpr aclStatusRow aclStatusTable[] = {
      "The sequence number of a route map's instance must be 1 to 2147483647"},
     {ACL_E_STORE, "ACL_E_STORE",
      "The configuration cannot be stored now (see show system): nothing was changed"},
+    {ACL_E_NOGROUP, "ACL_E_NOGROUP", "No such ACL VLAN group"},
+    {ACL_E_GROUP_ID, "ACL_E_GROUP_ID",
+     "The id of an ACL VLAN group is 1 to 8, no other group's, and stays as it is"},
+    {ACL_E_GROUP_FULL, "ACL_E_GROUP_FULL", "There are 8 ACL VLAN groups already"},
+    {ACL_E_GROUP_USED, "ACL_E_GROUP_USED",
+     "The ACL VLAN group has member VLANs or a list: take them away first"},
+    {ACL_E_GROUP_OTHER, "ACL_E_GROUP_OTHER", "A VLAN is a member of another ACL VLAN group"},
+    {ACL_E_GROUP_EGRESS, "ACL_E_GROUP_EGRESS",
+     "A VLAN has an egress list, its own or a port's for this VLAN: remove that first"},
+    {ACL_E_GROUP_MEMBER, "ACL_E_GROUP_MEMBER", "A VLAN is not a member of the ACL VLAN group"},
+    {ACL_E_GROUP_LIST, "ACL_E_GROUP_LIST", "The ACL VLAN group does not have this list"},
+    {ACL_E_GROUP_VLAN, "ACL_E_GROUP_VLAN",
+     "The VLAN belongs to an ACL VLAN group: bind egress lists to the group"},
+    {ACL_E_VLAN_RANGE, "ACL_E_VLAN_RANGE", "VLAN ids are 1 to 4094"},
     {ACL_E_SYSTEM, "ACL_E_SYSTEM", "The operation failed or is not supported"},
 };
 static_assert(std::ranges::is_sorted(aclStatusTable, {}, &aclStatusRow::code));

@@ -22,6 +22,27 @@ struct cardRule {
     }
 };
 
+// The cards of the ports behind an interface.
+void addCards(const aclTargetQuery& query, uint32_t ifindex, aclPlaceCards* cards) {
+    const cardRule rule = {query.family, query.place.direction, query.entry};
+    aclWalkPorts(ifindex, [&](uint32_t port) {
+        const int slot = ifindexSlot(port);
+        if (slot == SLOT_NONE || (query.onlySlot != SLOT_NONE && slot != query.onlySlot)) return;
+        if (!rule.allows(aclLinecardInfo[slot])) {
+            cards->refused.set(static_cast<size_t>(slot));
+            return;
+        }
+        const int target = zekifIndexToSfId(port);
+        if (target >= 0 && target < static_cast<int>(SLOT_COUNT))
+            cards->map[static_cast<size_t>(target)] = 1;
+    });
+}
+void leaveOut(const aclTargetQuery& query, aclPlaceCards* cards) {
+    if (query.without == nullptr) return;
+    for (size_t target = 0; target < PP_TARGETS; target++)
+        if ((*query.without)[target] != 0) cards->map[target] = 0;
+}
+
 }  // namespace
 
 uint32_t aclPortPipe(uint32_t ifindex) {
@@ -35,20 +56,28 @@ uint32_t aclPortPipe(uint32_t ifindex) {
 
 aclPlaceCards aclGetPPBitMap(const aclTargetQuery& query) {
     aclPlaceCards cards;
-    const cardRule rule = {query.family, query.place.direction, query.entry};
-    aclWalkPorts(
-        query.onlyMember != 0 ? query.onlyMember : query.place.ifindex, [&](uint32_t port) {
-            const int slot = ifindexSlot(port);
-            if (slot == SLOT_NONE || (query.onlySlot != SLOT_NONE && slot != query.onlySlot))
-                return;
-            if (!rule.allows(aclLinecardInfo[slot])) {
-                cards.refused.set(static_cast<size_t>(slot));
-                return;
-            }
-            const int target = zekifIndexToSfId(port);
-            if (target >= 0 && target < static_cast<int>(SLOT_COUNT))
-                cards.map[static_cast<size_t>(target)] = 1;
-        });
+    addCards(query, query.onlyMember != 0 ? query.onlyMember : query.place.ifindex, &cards);
+    leaveOut(query, &cards);
+    return cards;
+}
+
+const aclVlanGroup* aclFindAclVlanGrpFromCugID(uint32_t id) {
+    for (const aclVlanGroup& group : aclNode->groups.vlanGroups)
+        if (id != 0 && group.id == id) return &group;
+    return nullptr;
+}
+
+aclPlaceCards aclGetVlanGrpPortPipe(const aclTargetQuery& query) {
+    aclPlaceCards cards;
+    const aclVlanGroup* group = aclFindAclVlanGrpFromCugID(query.place.groupId);
+    if (group == nullptr || aclNode->chassis.chassisMode != CHASSIS_MODE_VLAN_GROUPS) return cards;
+    if (query.onlyMember != 0) {
+        addCards(query, query.onlyMember, &cards);
+    } else {
+        for (uint32_t vlan = 0; vlan < group->members.size(); vlan++)
+            if (group->members.test(vlan)) addCards(query, ifindexMake(IF_TYPE_VLAN, vlan), &cards);
+    }
+    leaveOut(query, &cards);
     return cards;
 }
 

@@ -10,7 +10,7 @@
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
-#include "ipacl/zekipaccess.h"
+#include "ipacl/zekvlangroup.h"
 #include "platform/api/zekTask.h"
 
 namespace {
@@ -71,6 +71,7 @@ uint32_t refusal(const aclBindRequest& r) {
         if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
     }
     if (aclLagOfPort(r.ifindex) != 0) return ACL_E_LAG_MEMBER;
+    if (r.direction == INTF_OUT) return aclCheckVlanGrpClash(r);
     return ACL_OK;
 }
 

@@ -3,7 +3,7 @@
 #include "download/zekacl_download.h"
 #include "interface/interface.h"
 #include "ipacl/propagate.h"
-#include "ipacl/zekipaccess.h"
+#include "ipacl/zekvlangroup.h"
 
 namespace {
 
@@ -44,6 +44,7 @@ void AclUpdateAclAgent(uint32_t slot) {
             if (ifindexType(b.id) != IF_TYPE_CP)
                 sendAgain(list, b, aclEvent::listAdded, b.id, {static_cast<int>(slot)});
         });
+    aclVlanGroupReplay(slot);
     // A filter that is enabled but not defined yet is nowhere installed.
     for (const aclList* list = ipDosListFindFirst(); list != nullptr;
          list = ipDosListFindNext(list->name))

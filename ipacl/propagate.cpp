@@ -73,14 +73,14 @@ void aclSendToTask(const aclList* list, const aclChange& change, const listClien
 int aclSendToInterface(const aclList* list, const aclChange& change, const aclPlace& place,
                        const aclBound& bound, const aclOnly& only) {
     const uint32_t type = ifindexType(place.ifindex);
-    if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN && !change.ports) return 0;
+    if (type != IF_TYPE_LAG && !aclPlaceIsByCard(place) && !change.ports) return 0;
     aclSend send{messageOf(list, change.event, place.direction), list, change.entry};
     if (change.entry == nullptr) {
         send.block = bound.block;
         send.option = bound.implicitPermit;
     }
     const int result = aclSendToPlace(place, send, only);
-    return type == IF_TYPE_VLAN ? 0 : result;
+    return aclPlaceIsByCard(place) ? 0 : result;
 }
 
 aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction) {
@@ -90,10 +90,12 @@ aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t 
 
 void aclPropagate(const aclList* list, const aclChange& change) {
     for (const listClient* c = list->clients; c != nullptr; c = c->next) {
-        if (c->kind == CLIENT_INTERFACE) {
+        if (c->kind == CLIENT_INTERFACE || c->kind == CLIENT_VLAN_GROUP) {
             const auto& b = static_cast<const aclBinding&>(*c);
-            (void)aclSendToInterface(list, change, {b.id, b.direction},
-                                     {b.implicitPermit, &b.block});
+            const aclPlace place = b.kind == CLIENT_INTERFACE
+                                       ? aclPlace{b.id, b.direction}
+                                       : aclPlace{0, b.direction, b.id & 0xFF};
+            (void)aclSendToInterface(list, change, place, {b.implicitPermit, &b.block});
         }
         if (c->kind == CLIENT_TASK) aclSendToTask(list, change, *c);
     }

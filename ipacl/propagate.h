@@ -9,7 +9,7 @@ enum class aclEvent { listAdded, listDeleted, entryAdded, entryDeleted };
 struct aclChange {
     aclEvent event;
     const listEntry* entry = nullptr;  // of entry events
-    bool ports = true;  // false: port bindings are passed over; LAGs and VLANs never are
+    bool ports = true;  // false: port bindings are passed over; LAGs, VLANs and groups never are
 };
 // Walks the clients once, newest first.
 void aclPropagate(const aclList* list, const aclChange& change);

@@ -69,6 +69,13 @@ uint32_t cliDosEnable(cliCall& call);
 uint32_t cliLagMembers(cliCall& call);
 uint32_t cliTelnetValue(cliCall& call);
 
+// --- ACL VLAN groups (cliGroups.cpp)
+// --------------------------------------------------------------
+
+uint32_t cliGroupCreate(cliCall& call);  // (and deletes)
+uint32_t cliGroupMember(cliCall& call);
+uint32_t cliGroupApply(cliCall& call);
+
 // --- policy lists (cliPolicy.cpp) ----------------------------------------------------------------
 
 uint32_t cliAspathEntryAdd(cliCall& call);

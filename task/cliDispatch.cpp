@@ -18,9 +18,10 @@ enum cliFlag : uint32_t {
     CLI_ANSWER_FIRST = 4,  // the sender does not wait for the work and gets no status of it
     // Texts that a line will show: refused with a control character, names with a blank too.
     CLI_NAME = 8,
-    CLI_CLAUSE = 16,  // the list that a clause names
-    CLI_VLANS = 32,   // of a binding
-    CLI_ASPATH = 64,  // an expression
+    CLI_CLAUSE = 16,   // the list that a clause names
+    CLI_GROUP = 2048,  // the list of an ACL VLAN group
+    CLI_VLANS = 32,    // of a binding
+    CLI_ASPATH = 64,   // an expression
     CLI_COMM = 128,
     CLI_EXTCOMM = 256,
     CLI_CHANGE = 512,   // of the configuration: refused while that cannot be stored
@@ -49,6 +50,9 @@ constexpr uint32_t SHOW = sizeof(cliShowReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
 constexpr uint32_t ASPATH = sizeof(cliAspathReq);
 constexpr uint32_t COMM = sizeof(cliCommReq), EXTCOMM = sizeof(cliExtCommReq);
+constexpr uint32_t GROUP_ID = offsetof(cliGroupReq, list),
+                   GROUP_LIST = offsetof(cliGroupReq, vlans);
+constexpr uint32_t GROUP = offsetof(cliGroupReq, vlanText);
 constexpr uint32_t RMAP_DELETE = offsetof(cliRmapDeleteReq, named);
 constexpr uint32_t CLAUSE = offsetof(cliRmapClauseReq, operation);
 constexpr uint32_t CHANGE = sizeof(cliRmapClauseReq);
@@ -153,8 +157,14 @@ constexpr cliRow cliTable[] = {
     {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue},
     {CLI_TRAP_B,                  "protocol trapping",                 CLI,          nullptr},
     {CLI_TRAP_C,                  "protocol trapping",                 CLI,          nullptr},
-    {{CLI_GROUP_CREATE, CLI_GROUP_REMOVE}, "ACL VLAN groups",          CLI,          nullptr, CLI_CHANGE},
-    {{CLI_SHOW_GROUP_ALL, CLI_SHOW_GROUP}, "show ACL VLAN groups",     CLI,          nullptr},
+    {CLI_GROUP_CREATE,            "create ACL VLAN group",             GROUP_ID,     cliGroupCreate, MAKES},
+    {CLI_GROUP_DELETE,            "delete ACL VLAN group",             CLI,          cliGroupCreate, GOES},
+    {CLI_GROUP_MEMBER_ADD,        "add ACL VLAN group member",         GROUP,        cliGroupMember, GOES},
+    {CLI_GROUP_MEMBER_DELETE,     "delete ACL VLAN group member",      GROUP,        cliGroupMember, GOES},
+    {CLI_GROUP_APPLY,             "apply ACL VLAN group",              GROUP_LIST,   cliGroupApply, MAKES | CLI_GROUP},
+    {CLI_GROUP_REMOVE,            "remove ACL VLAN group",             GROUP_LIST,   cliGroupApply, GOES},
+    {CLI_SHOW_GROUP_ALL,          "show all ACL VLAN groups",          SHOW,         cliShow<aclShowAclVlanGrpAllExt>},
+    {CLI_SHOW_GROUP,              "show ACL VLAN group",               SHOW,         cliShow<aclShowAclVlanGrpSpecificExt>},
     {{CLI_REMARK_ADD, CLI_MAC_REMARK_DELETE}, "remarks",               CLI,          nullptr, CLI_CHANGE},
     {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       CLI,          nullptr},
     // IPv6 prefix lists
@@ -195,7 +205,8 @@ constexpr cliRow cliTable[] = {
     {CLI_RMAP_ENTRY_DELETE_2,     "delete route-map clause",           CLAUSE,       cliRmapEntryDelete, GOES, AF_IPV4},
     {CLI_RMAP_ENTRY_ADD_2,        "add route-map clause",              CLAUSE,
      cliRmapEntryAdd, CLAUSE_MAKES, AF_IPV4},
-    {{CLI_SHOW_GROUP_2, CLI_SHOW_GROUP_ALL_2}, "show ACL VLAN groups", CLI,          nullptr},
+    {CLI_SHOW_GROUP_2,            "show ACL VLAN group",               SHOW,         cliShow<aclShowAclVlanGrpSpecificDetailExt>},
+    {CLI_SHOW_GROUP_ALL_2,        "show all ACL VLAN groups",          SHOW,         cliShow<aclShowAclVlanGrpAllDetailExt>},
     // other tasks' settings
     {CLI_AS_NOTATION,             "AS notation",                       WORD,         cliAsNotation, CLI_ANSWER_FIRST},
     {CLI_PIM_TO_CARDS,            "PIM parameters to the cards",       CODE,         nullptr},
@@ -214,6 +225,7 @@ struct textRule {
 constexpr textRule textRules[] = {
     {CLI_NAME, offsetof(cliHdr, name), LIST_NAME_LEN, false},
     {CLI_CLAUSE, offsetof(cliRmapClauseReq, clause.list), LIST_NAME_LEN, false},
+    {CLI_GROUP, offsetof(cliGroupReq, list), LIST_NAME_LEN, false},
     {CLI_VLANS, offsetof(cliBindReq, vlanText), CLI_VLAN_TEXT_LEN, true},
     {CLI_ASPATH, offsetof(cliAspathReq, text), sizeof(cliAspathReq::text), true},
     {CLI_COMM, offsetof(cliCommReq, entry.text), sizeof(commEntryBlock::text), true,

@@ -9,7 +9,7 @@
 #include "download/zekacl_download.h"
 #include "include/service.h"
 #include "interface/interface.h"
-#include "ipacl/zekipaccess.h"
+#include "ipacl/zekvlangroup.h"
 #include "platform/api/zekCfg.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -136,7 +136,11 @@ constexpr memberStep vlanJoined[] = {
          aclVlanMemberJoined(vlan, member);
          return 0;
      }},
-    {"the list of the VLAN's group", nullptr},
+    {"the list of the VLAN's group",
+     [](uint32_t vlan, uint32_t member) {
+         aclVlanGroupMemberJoined(vlan, member);
+         return 0;
+     }},
     {"DHCP snooping", nullptr},
 };
 

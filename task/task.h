@@ -163,6 +163,7 @@ std::string aclClientsDump();
 
 void aclRegisterDebugFunctions();
 void aclRegisterInstalledFunctions();  // installed.cpp
+void aclRegisterVlanGroupFunctions();  // vlanGroups.cpp
 void aclRegisterBgpFunctions();        // bgpChecks.cpp
 void aclRegisterPrefixFunctions();     // prefixFunctions.cpp
 void aclRegisterRmapFunctions();       // rmapDebug.cpp

@@ -14,7 +14,7 @@
 #include <tuple>
 #include <utility>
 
-#include "ipacl/zekipaccess.h"
+#include "ipacl/zekvlangroup.h"
 #include "match/zekPolicy.h"
 #include "platform/api/zekLock.h"
 #include "policy/bgp/zekbgp_plcy.h"
@@ -176,6 +176,13 @@ inline constexpr aclExt<aclLock::write, prefixClearIpListAll>                   
 inline constexpr aclExt<aclLock::read, prefixShowIpList>                                        prefixShowIpListExt;
 inline constexpr aclExt<aclLock::read, prefixShowIpListAll>                                     prefixShowIpListAllExt;
 inline constexpr aclExt<aclLock::read, prefixDownloadIpListAll>                                 prefixDownloadIpListAlltoACL2;
+inline constexpr aclExt<aclLock::write, aclCreateDelAclVlanGrp>                                 aclCreateDelAclVlanGrpExt;
+inline constexpr aclExt<aclLock::write, aclAddDelAclVlanGrpMember>                              aclAddDelAclVlanGrpMemberExt;
+inline constexpr aclExt<aclLock::write, aclApplyRemoveAclVlanGrp>                               aclApplyRemoveAclVlanGrpExt;
+inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpSpecific>                               aclShowAclVlanGrpSpecificExt;
+inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpSpecificDetail>                         aclShowAclVlanGrpSpecificDetailExt;
+inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpAll>                                    aclShowAclVlanGrpAllExt;
+inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpAllDetail>                              aclShowAclVlanGrpAllDetailExt;
 inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
 inline constexpr aclExt<aclLock::read, aclSendListsToTask>                                      aclSendListsToTaskExt;
 inline constexpr aclExt<aclLock::read, aclServeListsBehind>                                     aclServeListsBehindExt;

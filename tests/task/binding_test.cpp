@@ -125,6 +125,55 @@ TEST_F(BindingMessages, MembersThatJoinGetTheListsOfTheirLagOrVlan) {
     }
 }
 
+// A group is made, filled, applied and shown by messages; its VLAN's new member gets the list.
+TEST_F(BindingMessages, AVlanGroupIsWhatItsRequestsSay) {
+    aclNode->chassis.chassisMode = CHASSIS_MODE_VLAN_GROUPS;
+    aclLinecardInfo[3].isUp = aclLinecardInfo[3].isVortan = 1;
+    aclLinecardInfo[3].agentIpAddr = CLIENT_CARD;
+    ASSERT_EQ(iAclSwpQueueCreate(3, QUEUE_ACL_AGENT), 0);
+    auto group = [this](uint32_t code, const char* list = "", uint32_t vlan = 9) {
+        return ask(cli<cliGroupReq>(code, "G", [=](auto& r) {
+            r.id = 5u;
+            r.list = listNameMake(list);
+            r.implicitPermit = 1u;
+            r.vlans.bits[vlan / 8] = static_cast<uint8_t>(0x80 >> vlan % 8);
+        }));
+    };
+    EXPECT_EQ(group(CLI_GROUP_MEMBER_ADD), ACL_E_NOGROUP);
+    EXPECT_EQ(group(CLI_GROUP_CREATE), ACL_OK);
+    EXPECT_EQ(group(CLI_GROUP_MEMBER_ADD), ACL_OK);
+    EXPECT_EQ(group(CLI_GROUP_APPLY, "two words"), ACL_E_SYSTEM);
+    EXPECT_EQ(group(CLI_GROUP_APPLY, "A"), ACL_OK);
+    EXPECT_EQ(bind("A", VLAN, 1), ACL_E_GROUP_VLAN);
+    ASSERT_EQ(aclFollowVlanJoined(VLAN, PORT), 0);
+    const std::vector<testRow> sent = testTakeRows();
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(msgWord(sent[0].bytes.data(), 12), uint32_t{MT_ACL_EGR_ADDLIST});
+    const auto* header =
+        reinterpret_cast<const agentListHdr*>(sent[0].bytes.data() + sizeof(agentHdr));
+    EXPECT_TRUE(header->ifindex == 0 && header->groupId == 5 && header->option == 1);
+    EXPECT_EQ(header->groupName, listNameMake("G"));
+    EXPECT_EQ(debug("acl-vlan-groups", "detail G"),
+              R"([{"name":"G","id":5,"vlans":"9","list":"A","implicit-permit":true,)"
+              R"("configured":false,"sent":true,"cards":[{"slot":3}]}])");
+    for (auto [code, least] : {std::pair{CLI_GROUP_CREATE, 224u},
+                               {CLI_GROUP_MEMBER_DELETE, 888u},
+                               {CLI_GROUP_REMOVE, 368u},
+                               {CLI_SHOW_GROUP, 1016u}})
+        EXPECT_EQ(ask(cli(code, "G", least - 1)), ACL_E_SYSTEM) << code;
+    auto shown = deliver(cli<cliShowReq>(CLI_SHOW_GROUP_ALL_2, "", [](auto&) {}));
+    ASSERT_TRUE(shown.size() == 1 && shown[0].size() > 204);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(&shown[0][204])),
+              "ACL VLAN group G\r\n id 5\r\n member vlan 9\r\n"
+              " ip access-group A out implicit-permit (not configured)\r\n cards 3\r\n");
+    EXPECT_EQ(group(CLI_GROUP_DELETE), ACL_E_GROUP_USED);
+    EXPECT_EQ(group(CLI_GROUP_REMOVE, "A"), ACL_OK);
+    EXPECT_EQ(group(CLI_GROUP_MEMBER_DELETE, "", 10), ACL_E_GROUP_MEMBER);
+    EXPECT_EQ(group(CLI_GROUP_MEMBER_DELETE), ACL_OK);
+    EXPECT_EQ(group(CLI_GROUP_DELETE), ACL_OK);
+    EXPECT_EQ(testCfgLines().size(), 0u);
+}
+
 TEST_F(BindingMessages, ATelnetServerMayUseWhatIsConfigured) {
     auto value = [this] {
         EXPECT_EQ(askWord(CLI_TELNET_VALUE, "A", 77), ACL_OK);
