@@ -3,6 +3,7 @@
 
 #include "common/debug.h"
 #include "download/sendPath.h"
+#include "include/agentState.h"
 #include "include/service.h"
 
 namespace {
@@ -77,6 +78,11 @@ uint32_t vAclMapMgrToClient(std::span<uint8_t> room, const listEntry** next) {
     return copied;
 }
 
+template <class Image>
+uint64_t hashOf(const uint8_t* image) {
+    return agentEntryHash(*reinterpret_cast<const Image*>(image));
+}
+
 constexpr char L3_SIZE[] = "Total Message size = %d : IPC_BUFFER_SIZE = %d \r\n";
 // No blank behind the colon: it is meant.
 constexpr char L2_SIZE[] = "Total Message size = %d :IPC_BUFFER_SIZE = %d \r\n";
@@ -90,6 +96,7 @@ constexpr agentForm agentForm4{INTF_V4,
                                offsetof(agentListHdr, count),
                                vAclFillInAclList,
                                vAclMapMgrToClient<agentEntry, aclEntry>,
+                               hashOf<agentEntry>,
                                DEBUG_ACL_IPC,
                                L3_SIZE};
 constexpr agentForm agentForm6{INTF_V6,
@@ -99,6 +106,7 @@ constexpr agentForm agentForm6{INTF_V6,
                                offsetof(agentListHdr, count),
                                vAclFillInAclList,
                                vAclMapMgrToClient<agentEntry6, acl6Entry>,
+                               hashOf<agentEntry6>,
                                DEBUG_ACL_IPC,
                                L3_SIZE};
 constexpr agentForm agentFormMac{INTF_V4,  // whose cards take it: those that take IPv4 lists
@@ -108,6 +116,7 @@ constexpr agentForm agentFormMac{INTF_V4,  // whose cards take it: those that ta
                                  offsetof(agentMacListHdr, count),
                                  fillInMacList,
                                  vAclMapMgrToClient<agentMacEntry, l2AclEntry>,
+                                 hashOf<agentMacEntry>,
                                  DEBUG_ACL_L2IPC,
                                  L2_SIZE};
 

@@ -26,6 +26,7 @@ struct agentForm {
     // Images of the entries from *next on, as many as there is room for; *next moves past them.
     // Returns how many there were.
     uint32_t (*images)(std::span<uint8_t> room, const listEntry** next);
+    uint64_t (*hash)(const uint8_t* image);  // as the agents know the entry by
     uint32_t debugArea;
     const char* sizeFormat;
 

@@ -61,8 +61,23 @@ std::string actionText(const json& entry) {
     return "permit (" + std::to_string(action) + ")";
 }
 
+// The payload that an entry of a MAC list asks for, in the words of its line.
+std::string payloadText(const json& entry) {
+    const uint64_t encapsulation = jsonNumber(entry, "encapsulation");
+    if (encapsulation == MAC_ENCAPSULATION_NONE) return "any";
+    std::string text = std::to_string(encapsulation);
+    for (const macEncapsulationRow& row : macEncapsulationTable)
+        if (row.code == encapsulation) text = row.word;
+    constexpr const char* operators[] = {"", "eq", "gt", "lt", "neq"};  // as ipPortOperator
+    const uint64_t op = jsonNumber(entry, "etherTypeOperator");
+    be16 type;
+    type = static_cast<uint16_t>(jsonNumber(entry, "etherType"));
+    return text + " " + (op <= PORT_NEQ ? operators[op] : std::to_string(op)) + " " +
+           agentHexText(type.b);
+}
+
 std::string protocolText(const json& entry) {
-    if (!entry.contains("protocol")) return "any";  // about frames; what it asks for is given
+    if (entry.contains("encapsulation")) return payloadText(entry);
     uint64_t protocol = jsonNumber(entry, "protocol");
     // Without the marker 4 stands for every protocol.
     bool any = protocol == 4 && jsonNumber(entry, "protoMarker") == 0;
@@ -76,11 +91,10 @@ std::string givenText(const json& entry) {
     constexpr struct {
         const char* key;
         uint64_t notGiven;
-    } numbers[] = {{"encapsulation", 0}, {"etherTypeOperator", 0}, {"etherType", 0},
-                   {"srcOperator", 0},   {"dstOperator", 0},       {"tcpFlags", 0},
-                   {"fragments", 0},     {"dscp", 0xFF},           {"precedence", 0xFFFFFFFF},
-                   {"tos", 0xFFFFFFFF},  {"counterOptions", 0},    {"log", 0},
-                   {"monitor", 0},       {"order", 0xFF}};
+    } numbers[] = {{"srcOperator", 0},  {"dstOperator", 0},    {"tcpFlags", 0},
+                   {"fragments", 0},    {"dscp", 0xFF},        {"precedence", 0xFFFFFFFF},
+                   {"tos", 0xFFFFFFFF}, {"counterOptions", 0}, {"log", 0},
+                   {"monitor", 0},      {"order", 0xFF}};
     std::string text;
     auto add = [&text](const char* key, const std::string& value) {
         text += (text.empty() ? "" : " ") + std::string(key) + " " + value;

@@ -7,11 +7,31 @@
 
 namespace {
 
-// Where a card holds a list.
+// What the manager and the cards call the lists of a kind.
+struct shownFamily {
+    const char* word;
+    agentListKind kind;
+};
+constexpr shownFamily familyOf(uint32_t kind) {
+    if (kind == KIND_IP6) return {"ipv6", AGENT_LIST_IP6};
+    bool mac = kind == KIND_MAC_STANDARD || kind == KIND_MAC_EXTENDED;
+    return mac ? shownFamily{"mac", AGENT_LIST_MAC} : shownFamily{"ip", AGENT_LIST_IP4};
+}
+
+// What is asked about: a list of one family.
+struct subject {
+    shownFamily family;
+    listName name;
+};
+
+// Where a card holds a list; of a VLAN group without an interface.
 struct placeKey {
-    uint64_t direction, ifindex;
+    uint64_t direction, group, ifindex;
     auto operator<=>(const placeKey&) const = default;
 };
+placeKey placeOf(const json& row) {
+    return {jsonNumber(row, "direction"), jsonNumber(row, "group"), jsonNumber(row, "ifindex")};
+}
 struct heldList {
     json row;            // the card's
     bool meant = false;  // one of the manager's rows speaks of it
@@ -23,18 +43,17 @@ struct heldCard {
     bool named = false;  // by one of the manager's rows
 };
 
-void hold(heldCard* card, const json& list) {
-    if (jsonNumber(list, "kindNumber") == AGENT_LIST_IP4)
-        card->lists[{jsonNumber(list, "direction"), jsonNumber(list, "ifindex")}] = {list};
+void hold(heldCard* card, const subject& what, const json& list) {
+    if (jsonNumber(list, "kindNumber") == what.family.kind) card->lists[placeOf(list)] = {list};
 }
 
 // All cards are asked, so that what one holds without need is seen as well.
-std::vector<heldCard> askCards(cliSession* session, const listName& name) {
+std::vector<heldCard> askCards(cliSession* session, const subject& what) {
     std::vector<agentQuestion> questions;
     for (const agentPlace& place : agentsOf(session->chassis)) {
         questions.push_back({place});
         questions.back().request.what = AGENT_STATE_LISTS;
-        questions.back().request.name = name;
+        questions.back().request.name = what.name;
     }
     agentAskAll(session, questions);
     std::vector<heldCard> cards;
@@ -42,26 +61,27 @@ std::vector<heldCard> askCards(cliSession* session, const listName& name) {
         heldCard& card = cards.emplace_back();
         card.place = asked.place;
         card.reply = asked.reply;
-        for (const json& list : jsonArray(asked.answer, "lists")) hold(&card, list);
+        for (const json& list : jsonArray(asked.answer, "lists")) hold(&card, what, list);
         // The first pages came together; what goes on is rare and asked for card by card.
         if (uint64_t next = jsonNumber(asked.answer, "next"); next != 0) {
             asked.request.index = static_cast<uint32_t>(next);
             card.reply = agentRows(session, asked.place, asked.request, "lists",
-                                   [&card](const json& list) { hold(&card, list); });
+                                   [&](const json& list) { hold(&card, what, list); });
         }
     }
     return cards;
 }
 
 // The hash of a list: of the hashes of its entries, in their order.
-agentReply hashOf(cliSession* session, const agentPlace& place, const listName& name, placeKey at,
+agentReply hashOf(cliSession* session, const agentPlace& place, const subject& what, placeKey at,
                   uint64_t* hash) {
     agentStateReq request{};
     request.what = AGENT_STATE_ENTRIES;
-    request.name = name;
+    request.name = what.name;
     request.direction = static_cast<uint32_t>(at.direction);
     request.ifindex = static_cast<uint32_t>(at.ifindex);
-    request.kind = AGENT_LIST_IP4;
+    request.group = static_cast<uint32_t>(at.group);
+    request.kind = what.family.kind;
     agentListHash list;
     agentReply reply = agentRows(session, place, request, "entries", [&list](const json& entry) {
         // Hashes of entries in their order: a moved entry is a difference, too.
@@ -92,10 +112,10 @@ bool sameProperties(const json& row, const json& held) {
     });
 }
 
-std::string compare(cliSession* session, const json& row, heldCard* card, const listName& name) {
+std::string compare(cliSession* session, const json& row, heldCard* card, const subject& what) {
     card->named = true;
     if (card->reply != agentReply::good) return agentReplyText(card->reply);
-    placeKey at{jsonNumber(row, "direction"), jsonNumber(row, "ifindex")};
+    const placeKey at = placeOf(row);
     auto held = card->lists.find(at);
     bool there = held != card->lists.end();
     if (there) held->second.meant = true;
@@ -108,34 +128,41 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
     // Compared first: it costs no question to the card.
     if (!sameProperties(row, held->second.row)) return "different";
     uint64_t hash;
-    agentReply reply = hashOf(session, card->place, name, at, &hash);
+    agentReply reply = hashOf(session, card->place, what, at, &hash);
     if (reply == agentReply::noList) return "missing";
     if (reply != agentReply::good) return agentReplyText(reply);
     return agentHashText(hash) == jsonText(row, "hash") ? "in step" : "different";
 }
 
 // The states that need no action.
-constexpr std::string_view fine[] = {"in step", "no ports", "not supported", "not defined"};
+constexpr std::string_view fine[] = {"in step", "not supported", "not defined"};
+
+std::string interfaceText(const cliSession& session, const placeKey& at) {
+    if (at.group != 0) return "VLAN group " + std::to_string(at.group);
+    const std::string name = chassisIfName(session.chassis, static_cast<uint32_t>(at.ifindex));
+    return name.empty() ? std::to_string(at.ifindex) : name;
+}
 
 }  // namespace
 
 cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     std::string error;
     json intended;
+    const subject what{familyOf(command.kind), listNameMake(command.name)};
     if (!sessionChassis(session, &error) || !sessionConnect(session, &error)) return refusal(error);
-    if (cliOutcome asked = debugJson(session, "intended", command.name, &intended); !asked.ok)
+    const std::string args = std::string(what.family.word) + " " + std::string(command.name);
+    if (cliOutcome asked = debugJson(session, "intended", args, &intended); !asked.ok)
         return asked;
     const bool missing = isSet(intended, "missing");
     if (!intended.is_array() && !missing) return refusal("The manager's answer is not understood");
-    listName name = listNameMake(command.name);
-    std::vector<heldCard> cards = askCards(session, name);
+    std::vector<heldCard> cards = askCards(session, what);
     json rows = json::array();
     bool inStep = true;
     auto direction = [](uint64_t number) { return number == 0 ? "in" : "out"; };
     auto add = [&](const std::string& interface, const char* way, const std::string& card,
-                   const std::string& state) {
+                   const std::string& state, bool isFine = false) {
         // The exit status is one for all rows.
-        inStep &= std::ranges::find(fine, state) != std::end(fine);
+        inStep &= isFine || std::ranges::find(fine, state) != std::end(fine);
         rows.push_back(
             {{"interface", interface}, {"direction", way}, {"card", card}, {"state", state}});
     };
@@ -143,16 +170,18 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
         std::string interface = jsonText(row, "interface");
         const char* way = direction(jsonNumber(row, "direction"));
         std::string label = jsonText(row, "card");
-        // A LAG or VLAN without ports: no card has to hold it.
+        // A LAG or VLAN without ports, or what is not sent, as the manager says: no card has to
+        // hold it.
         if (label.empty()) {
-            add(interface, way, "-", "no ports");
+            const std::string unsent = jsonText(row, "unsent");
+            add(interface, way, "-", unsent.empty() ? "no ports" : unsent, true);
             continue;
         }
         auto card = std::ranges::find(cards, label,
                                       [](const heldCard& c) { return agentLabel(c.place.slot); });
         std::string port = jsonText(row, "port");  // of a LAG
         add(interface + (port.empty() ? "" : " (" + port + ")"), way, label,
-            card == cards.end() ? "no such card" : compare(session, row, &*card, name));
+            card == cards.end() ? "no such card" : compare(session, row, &*card, what));
     }
     for (const heldCard& card : cards) {
         // Nobody knows what it holds.
@@ -160,10 +189,8 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
             add("-", "-", agentLabel(card.place.slot), agentReplyText(card.reply));
         for (const auto& [at, held] : card.lists) {
             if (held.meant) continue;
-            std::string interface =
-                chassisIfName(session->chassis, static_cast<uint32_t>(at.ifindex));
-            add(interface.empty() ? std::to_string(at.ifindex) : interface, direction(at.direction),
-                agentLabel(card.place.slot), "left over");
+            add(interfaceText(*session, at), direction(at.direction), agentLabel(card.place.slot),
+                "left over");
         }
     }
     // A list that the manager does not know may still be left over on a card; only then there is

@@ -147,6 +147,12 @@ TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
          entry(R"({"seq":1,"action":1,"dstOperator":1,"ports":[0,0,80,0],"order":255,
             "tos":4294967295,"icmp":"00000000","log":1})"),
          true, "dstOperator 1 log 1 ports [0,0,80,0]  0"},
+        {"show card 1 access-lists A",
+         entry(R"({"seq":1,"action":1,"src":"00:01:02:03:04:05","srcMask":"00:00:00:00:00:00",
+            "encapsulation":10,"etherTypeOperator":1,"etherType":2054,"order":255})"),
+         true, "ev2 eq 0806  00:01:02:03:04:05 00:00:00:00:00:00"},
+        {"show card 1 access-lists A", entry(R"({"seq":1,"action":1,"encapsulation":0})"), true,
+         "any"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.command + (row.replies.empty() ? "" : " <- " + row.replies.back().text));
@@ -208,6 +214,31 @@ TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
         conversation("show ip access-lists A installed", card, {}, row.meant)
             .expect(row.good, row.shown);
     }
+    // Each family has its own place on the card, and a VLAN group is none of its interfaces.
+    constexpr const char* families[] = {"ip", "ipv6", "mac"};
+    for (auto [asked, heldAs] : {std::pair{0, 0}, {1, 1}, {2, 5}, {2, 0}, {1, 5}}) {
+        const bool same = heldAs == (asked == 2 ? 5 : asked);
+        const std::string card =
+            R"({"entries":[],"lists":[)" +
+            with("\"kindNumber\":0", "\"kindNumber\":" + std::to_string(heldAs)) + "]}";
+        conversation(std::string("show ") + families[asked] + " access-lists A installed", {{card}},
+                     {}, meant)
+            .expect(same, same ? "in step" : "missing");
+    }
+    const std::string group = R"([{"interface":"VLAN group 3 G","group":3,"direction":1,)"
+                              R"("ifindex":0,"card":"1","entries":0,"hash":"cbf29ce484222325"}])";
+    for (int held3 : {3, 4}) {
+        const std::string card =
+            R"({"entries":[],"lists":[{"name":"A","kindNumber":0,"direction":1,"ifindex":0,)"
+            R"("count":0,"group":)" +
+            std::to_string(held3) + "}]}";
+        conversation("show ip access-lists A installed", {{card}}, {}, group)
+            .expect(held3 == 3, held3 == 3 ? "VLAN group 3 G  out        1     in step"
+                                           : "VLAN group 4    out        1     left over");
+    }
+    conversation("show mac access-lists A installed", {{R"({"lists":[]})"}}, {},
+                 R"([{"interface":"vlan 10","direction":0,"unsent":"not sent for VLANs"}])")
+        .expect(true, "not sent for VLANs");
 }
 
 TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {

@@ -1,5 +1,6 @@
 // Bindings and places as messages ask for them: the fields of each request, and what is answered.
 #include "download/zekacl_download.h"
+#include "ipacl/zekvlangroup.h"
 #include "task/follow.h"
 #include "tests/task/fixture.h"
 
@@ -86,7 +87,7 @@ TEST_F(BindingMessages, WhatACardShouldHoldFollowsWhatItTakes) {
     for (auto [isUp, isVortan, refusals] : {std::array{0u, 0u, 0u}, {1, 0, 2}, {1, 1, 0}}) {
         aclLinecardInfo[3].isUp = isUp;
         aclLinecardInfo[3].isVortan = isVortan;
-        std::string out = debug("intended", "A");
+        std::string out = debug("intended", "ip A");
         std::vector<uint32_t> found;
         for (const std::string& what : parts) {
             found.push_back(0);
@@ -94,6 +95,28 @@ TEST_F(BindingMessages, WhatACardShouldHoldFollowsWhatItTakes) {
         }
         EXPECT_EQ(found, (std::vector{2u, 2u, refusals})) << out;
     }
+}
+
+// A group's list is held once by each card behind the group, where the chassis has groups.
+TEST_F(BindingMessages, WhatACardShouldHoldOfVlanGroups) {
+    bindingVlans vlans{};
+    vlans.bits[1] = 0x40;  // VLAN 9
+    ASSERT_EQ(aclFollowVlanJoined(VLAN, PORT), 0);
+    ASSERT_EQ(aclFollowVlanJoined(VLAN, PORT_2), 0);
+    const listName group = listNameMake("G"), list = listNameMake("A");
+    EXPECT_EQ(aclCreateDelAclVlanGrpExt(group, 3, true), ACL_OK);
+    EXPECT_EQ(aclAddDelAclVlanGrpMemberExt(group, vlans, true), ACL_OK);
+    EXPECT_EQ(aclApplyRemoveAclVlanGrpExt(group, list, 1, true), ACL_OK);
+    const std::string front = R"([{"interface":"VLAN group 3 G","direction":1,"kind":0,)"
+                              R"("implicitPermit":1,"block":"","undefined":true,"group":3,)";
+    EXPECT_EQ(debug("intended", "ip A"), front + R"("unsent":"not sent in this chassis"}])");
+    aclNode->chassis.chassisMode = CHASSIS_MODE_VLAN_GROUPS;
+    EXPECT_EQ(debug("intended", "ip A"), front + R"("ifindex":0,"card":"3","entries":0,)"
+                                                 R"("hash":"cbf29ce484222325"}])");
+    aclLinecardInfo[3].isUp = 1;
+    EXPECT_NE(debug("intended", "ip A").find(R"("refuses":true)"), std::string::npos);
+    for (const char* other : {"ipv6 A", "mac A", "A", "ip", "", "ip  A"})
+        EXPECT_EQ(debug("intended", other), R"({"missing":true})");
 }
 
 // Joining sends what is bound to the LAG or the VLAN, once; leaving a LAG takes it back.
