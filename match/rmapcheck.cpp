@@ -48,32 +48,64 @@ struct asked {
 };
 using listTest = bool (*)(const rmapNameValue& name, const asked& by);
 
-uint32_t firstWord(const uint8_t* bytes) {
-    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-}
-bool isV4(const asked& by) {
-    return by.route.prefix.family == AF_IPV4;
+bool isOf(uint32_t family, const asked& by) {
+    return by.route.prefix.family == family;
 }
 
-// Access lists that no store registers the map with are found when they are needed.
-bool aclPermits(const rmapNameValue& name, const asked& by, uint32_t source, uint32_t destination) {
-    if (!isV4(by)) return false;
-    const auto* list = name.list != nullptr
-                           ? static_cast<const aclList*>(name.list)
-                           : nameTreeFind<aclList>(aclNode->trees.acl_tree, name.name);
+// What an access list sees of a route: an address of it, and what that is masked with.
+ipPacket packetOf(uint32_t source, uint32_t destination) {
     ipPacket packet{};
     packet.src = source;
     packet.dst = destination;
-    if (by.counts) return ipFilterCheck(list, packet, nullptr) == FILTER_PERMIT;
-    const aclEntry* entry = list != nullptr ? ipFilterFind(list, packet) : nullptr;
+    return packet;
+}
+ip6Packet packetOf(const uint8_t (&source)[16], const uint8_t (&destination)[16]) {
+    ip6Packet packet{};
+    std::ranges::copy(source, packet.src);
+    std::ranges::copy(destination, packet.dst);
+    return packet;
+}
+uint32_t firstWord(const uint8_t* bytes) {
+    return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+// The access lists of a family: where they are by name, and how they are asked.
+struct acl4 {
+    static constexpr uint32_t family = AF_IPV4;
+    static constexpr auto tree = &aclTrees::acl_tree;
+    static constexpr auto check = ipFilterCheck;
+    static constexpr auto find = ipFilterFind;
+};
+struct acl6 {
+    static constexpr uint32_t family = AF_IPV6;
+    static constexpr auto tree = &aclTrees::v6acl_tree;
+    static constexpr auto check = ip6FilterCheck;
+    static constexpr auto find = ip6FilterFind;
+};
+
+// Access lists that no store registers the map with are found when they are needed.
+template <class Acl, class Packet>
+bool aclPermits(const rmapNameValue& name, const asked& by, const Packet& packet) {
+    if (!isOf(Acl::family, by)) return false;
+    const auto* list = name.list != nullptr
+                           ? static_cast<const aclList*>(name.list)
+                           : nameTreeFind<aclList>(aclNode->trees.*Acl::tree, name.name);
+    if (by.counts) return Acl::check(list, packet, nullptr) == FILTER_PERMIT;
+    const auto* entry = Acl::find(list, packet);
     return entry != nullptr && entry->block.action != IP_DENY;
 }
 bool hostByAcl(const rmapNameValue& name, const asked& by, uint32_t host) {
-    return aclPermits(name, by, host, 0xFFFFFFFF);
+    return aclPermits<acl4>(name, by, packetOf(host, 0xFFFFFFFF));
+}
+bool hostByAcl(const rmapNameValue& name, const asked& by, const uint8_t (&host)[16]) {
+    return aclPermits<acl6>(name, by, packetOf(host, ipPrefixMake(AF_IPV6, host, 128).mask));
 }
 bool addressByAcl(const rmapNameValue& name, const asked& by) {
-    return aclPermits(name, by, firstWord(by.route.prefix.address),
-                      firstWord(by.route.prefix.mask));
+    const ipPrefix& prefix = by.route.prefix;
+    return aclPermits<acl4>(name, by, packetOf(firstWord(prefix.address), firstWord(prefix.mask)));
+}
+bool addressByAcl6(const rmapNameValue& name, const asked& by) {
+    return aclPermits<acl6>(name, by, packetOf(by.route.prefix.address, by.route.prefix.mask));
 }
 
 bool prefixPermits(const rmapNameValue& name, const asked& by, const ipPrefix& prefix) {
@@ -85,18 +117,18 @@ bool prefixPermits(const rmapNameValue& name, const asked& by, const ipPrefix& p
     return entry != nullptr && entry->record->action != PREFIX_DENY;
 }
 bool hostByPrefix(const rmapNameValue& name, const asked& by, uint32_t host) {
-    if (!isV4(by)) return false;
+    if (!isOf(AF_IPV4, by)) return false;
     be32 bytes;
     bytes = host;
     return prefixPermits(name, by,
                          ipPrefixMake(AF_IPV4, reinterpret_cast<const uint8_t*>(&bytes), 32));
 }
 bool hostByPrefix(const rmapNameValue& name, const asked& by, const uint8_t (&host)[16]) {
-    return !isV4(by) && prefixPermits(name, by, ipPrefixMake(AF_IPV6, host, 128));
+    return isOf(AF_IPV6, by) && prefixPermits(name, by, ipPrefixMake(AF_IPV6, host, 128));
 }
 template <uint32_t Family>
 bool addressByPrefix(const rmapNameValue& name, const asked& by) {
-    return by.route.prefix.family == Family && prefixPermits(name, by, by.route.prefix);
+    return isOf(Family, by) && prefixPermits(name, by, by.route.prefix);
 }
 bool pathPermits(const rmapNameValue& name, const asked& by) {
     return aspathListCheck(rmapListOf<bgpList>(name), by.route.asPath, nullptr) ==
@@ -124,7 +156,6 @@ struct listRow {
     uint32_t code;
     listTest test;
 };
-// IPv6 access lists have no store: their clauses hold for no route.
 constexpr listRow listRows[] = {
     {RTMAP_MATCH_ASP, pathPermits},
     {RTMAP_MATCH_ACC, addressByAcl},
@@ -133,6 +164,9 @@ constexpr listRow listRows[] = {
     {RTMAP_MATCH_COMM_EXACT, commPermits<true>},
     {RTMAP_MATCH_IPADD_ACL, addressByAcl},
     {RTMAP_MATCH_SRC, hostAcl<&rmapRoute::source>},
+    {RTMAP_MATCH_V6_NHOP, hostAcl<&rmapRoute::nextHop6>},
+    {RTMAP_MATCH_V6_SRC, hostAcl<&rmapRoute::source6>},
+    {RTMAP_MATCH_IPV6ADD_ACL, addressByAcl6},
     {RTMAP_MATCH_IPADD_PREFIX, addressByPrefix<AF_IPV4>},
     {RTMAP_MATCH_IPV6ADD_PREFIX, addressByPrefix<AF_IPV6>},
     {RTMAP_MATCH_NHOP_PREFIX, hostPrefix<&rmapRoute::nextHop>},
