@@ -4,7 +4,7 @@
 #include "include/ipText.h"
 #include "include/jsonText.h"
 #include "include/service.h"
-#include "ipacl/zekipaccess.h"
+#include "l2acl/zekl2acl.h"
 #include "platform/api/zekTask.h"
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
@@ -77,13 +77,9 @@ void addLists(rowsWriter* out, const char* kind, bool endsAtFailure, List* first
 
 std::string registrations() {
     rowsWriter out;
-    // Access lists have a record of their own, all others share one.
-    for (const aclList* list = ipAccessListFindFirst(); list != nullptr;
-         list = ipAccessListFindNext(list->name)) {
-        listRows rows{&out, "ip", list->name, true};
-        for (const listClient* c = list->clients; c != nullptr; c = c->next)
-            if (c->kind == CLIENT_TASK) rows.task(c->id, c->instance);
-    }
+    addLists(&out, "ip", true, ipAccessListFindFirst(), ipAccessListFindNext);
+    addLists(&out, "ipv6", true, aclV6AccessListFindFirst(), aclV6AccessListFindNext);
+    addLists(&out, "mac", true, l2AccessListFindFirst(), l2AccessListFindNext);
     for (uint32_t af : {AF_IPV4, AF_IPV6})
         addLists(&out, af == AF_IPV4 ? "prefix" : "prefix-v6", true, ipPrefixListFindFirst(af),
                  [af](const listName& name) { return ipPrefixListFindNext(name, af); });

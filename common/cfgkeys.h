@@ -46,6 +46,7 @@ WIRE_AT(cfgIntfKey, name, 9);
 // Sections, in the order in which the configuration shows them.
 enum cfgSection : uint32_t {
     CFG_SECTION_MASK_MODE = 1,  // first: it decides how every mask behind it reads
+    CFG_SECTION_MAC_EGRESS = 2,
     CFG_SECTION_VLAN_GROUP = 71,
     CFG_SECTION_INTERFACE = 72,
     CFG_SECTION_RMAP = 79,

@@ -129,17 +129,21 @@ void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, b
                  listNameArg(name));
 }
 
-void inverse_mask_sent_to_cfg(uint32_t inverse) {
-    constexpr std::string_view line = "access-list inverse-mask";
+int cfgWriteSetting(uint32_t section, std::string_view line, const zekCfgRequest& request,
+                    bool remove) {
     const listName noName{};
-    zekCfgRecord record = makeRecord(CFG_SECTION_MASK_MODE, CFG_FAMILY_V4, noName, CFG_CLASS_LINE);
+    zekCfgRecord record = makeRecord(section, CFG_FAMILY_V4, noName, CFG_CLASS_LINE);
     cfgPutText(record.text, line);
     cfgPutText(record.inverseText, line);
-    bool remove = inverse == 0;
-    const ipcHdr request{};  // carries nothing
-    int status = remove ? zekCfgRemoveExact(aclNode->config.cfgDb, record)
-                        : zekCfgInsertBothLine(aclNode->config.cfgDb, record,
-                                               cfgRequestOf(request, MT_ACL_INVERSEMASK_ENABLE));
+    const int status = remove ? zekCfgRemoveExact(aclNode->config.cfgDb, record)
+                              : zekCfgInsertBothLine(aclNode->config.cfgDb, record, request);
     if (status == 0) cfgSync(CFG_SYNC_HEADER, noName, line, remove);
+    return status;
+}
+
+void inverse_mask_sent_to_cfg(uint32_t inverse) {
+    const ipcHdr request{};  // carries nothing
+    (void)cfgWriteSetting(CFG_SECTION_MASK_MODE, "access-list inverse-mask",
+                          cfgRequestOf(request, MT_ACL_INVERSEMASK_ENABLE), inverse == 0);
     zekCfgSetMaskMode(aclNode->config.cfgDb, inverse);
 }

@@ -123,5 +123,10 @@ void cfgWriteEntry(const listName& name, const cfgNumbered& line, bool remove, b
 // are the store's own and that its request does not carry.
 uint32_t cfgRestoredNumber(const cfgBlock& block);
 
+// Writes or removes a line that stands for itself: a setting of the whole box. 0, or -1 of the
+// database.
+int cfgWriteSetting(uint32_t section, std::string_view line, const zekCfgRequest& request,
+                    bool remove);
+
 // The line that records the mask display mode.
 void inverse_mask_sent_to_cfg(uint32_t inverse);

@@ -75,9 +75,10 @@ struct aclPeerState {
 };
 
 struct aclConfigState {
-    zekCfgDb* cfgDb;         // the running configuration
-    uint32_t inverseMask;    // mask display mode: 0 normal, 1 inverse
-    uint32_t cfgNotifStart;  // 1 while a block configuration is in progress
+    zekCfgDb* cfgDb;                  // the running configuration
+    uint32_t inverseMask;             // mask display mode: 0 normal, 1 inverse
+    uint32_t cfgNotifStart;           // 1 while a block configuration is in progress
+    uint32_t l2_user_egr_acl_enable;  // 1: cards filter by egress MAC lists
 };
 
 // An ACL VLAN group: VLANs that share one egress IPv4 list. Id 0 is a free place.

@@ -31,12 +31,19 @@ int aclSendToPlace(const aclPlace& place, const aclSend& send, const aclOnly& on
     if (byCard && !aclMayDownload()) return 0;
     const uint32_t family = agentMsgRowOf(send.messageId).form->family;
     int result = 0;
+    std::bitset<SLOT_COUNT> reported;
     aclForTargets(
         {place, family, send.entry != nullptr, only.slot, only.member, only.without},
         [&](const aclTarget& target) {
-            // A port's card that takes no such list is passed over silently: meant.
-            if (target.refused && byCard) reportRefused(target.slot, family);
-            if (target.refused) return;
+            if (target.refused) {
+                // A port's card that takes no egress list is passed over silently: meant.
+                const auto slot = static_cast<size_t>(ifindexSlot(target.ifindex));
+                if ((byCard || place.direction == INTF_IN) && !reported.test(slot)) {
+                    reported.set(slot);
+                    reportRefused(static_cast<int>(slot), family);
+                }
+                return;
+            }
             if (byCard) debugCardSend(target, send);
             result = iAclSendToAclAgent(target, send);
             if (result != 0 && send.entry != nullptr && send.messageId == MT_ACL_ADDENT && !byCard)

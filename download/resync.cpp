@@ -54,3 +54,18 @@ void aclSendReplayMark(uint32_t agent, agentReplayMark mark) {
     vAclBuildIpcHdr(&header, route, sizeof body, MT_AGENT_REPLAY);
     (void)iAclIPCSendAclList(&body, sizeof body, route, header, false);
 }
+
+void aclSendEgrMacEnableToAclAgent(uint32_t enable, int slot) {
+    if (!aclMayDownload()) return;
+    for (uint32_t card = 0; card < SLOT_COUNT; card++) {
+        if (aclLinecardInfo[card].aclAgent == ZEK_SWP_NONE ||
+            (slot != SLOT_NONE && static_cast<int>(card) != slot))
+            continue;
+        agentMacEgressBody body;
+        body.enable = enable;
+        const agentRoute route = agentRouteOf(card, MT_AGENT_MAC_EGRESS);
+        agentHdr header;
+        vAclBuildIpcHdr(&header, route, sizeof body, MT_AGENT_MAC_EGRESS);
+        (void)iAclIPCSendAclList(&body, sizeof body, route, header, false);
+    }
+}

@@ -111,6 +111,8 @@ bool aclMayDownload();
 bool aclAgentNeeds(uint32_t agent, uint32_t replayWord);
 // A mark in an agent's queue, if it takes marks; a begin counts the replays.
 void aclSendReplayMark(uint32_t agent, agentReplayMark mark);
+// Whether cards filter by egress MAC lists, to one card or (SLOT_NONE) to all.
+void aclSendEgrMacEnableToAclAgent(uint32_t enable, int slot = SLOT_NONE);
 
 // --- line cards (linecard.cpp) ---------------------------------------------------------------
 

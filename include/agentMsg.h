@@ -278,6 +278,14 @@ struct agentReplayBody {
 };
 WIRE_SIZE(agentReplayBody, 12);
 
+// Whether the card filters by its egress MAC lists: those that it holds are out of force while it
+// does not. A card that was told nothing does not.
+constexpr uint32_t MT_AGENT_MAC_EGRESS = 30004;
+struct agentMacEgressBody {
+    be32 enable;  // 0 or 1
+};
+WIRE_SIZE(agentMacEgressBody, 4);
+
 // What the MAC manager is told of a card whose agent has registered (type 14408).
 struct linecardInfoMsg {
     ipcHdr ipc;

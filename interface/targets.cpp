@@ -83,7 +83,10 @@ aclPlaceCards aclGetVlanGrpPortPipe(const aclTargetQuery& query) {
 
 aclTarget aclTargetOfPort(const aclTargetQuery& query, uint32_t port, int slot) {
     aclTarget target{port, SLOT_NONE, aclPortPipe(port)};
+    const aclLinecard& card = aclLinecardInfo[slot];
     // Only this family of forwarding chips filters what leaves a port.
-    target.refused = query.place.direction == INTF_OUT && aclLinecardInfo[slot].isVortan == 0;
+    target.refused = query.place.direction == INTF_OUT
+                         ? card.isVortan == 0
+                         : !cardRule{query.family, INTF_IN, query.entry}.allows(card);
     return target;
 }

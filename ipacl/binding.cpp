@@ -64,9 +64,10 @@ void writeLine(aclIntf* intf, const aclList* list, const aclBindRequest& request
 // --- apply -------------------------------------------------------------------------------------
 
 // What forbids the binding, before anything is touched.
-uint32_t refusal(const aclBindRequest& r) {
+uint32_t refusal(const aclFamily& family, const aclBindRequest& r) {
     if (ifindexType(r.ifindex) == IF_TYPE_CP) {
-        if (aclNode->chassis.supportAclOnCP == 0) return ACL_E_CP_UNSUPPORTED;
+        if (aclNode->chassis.supportAclOnCP == 0 || !family.onControlPlane)
+            return ACL_E_CP_UNSUPPORTED;
         if (ifindexPort(r.ifindex) != 0) return ACL_E_CP_PORT;
         if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
     }
@@ -94,18 +95,24 @@ uint32_t canonicalIndex(uint32_t ifindex) {
     return known ? named : ifindex;
 }
 
-// A VLAN is free to join a VLAN group while no egress list is bound to it.
-void setFreeForGroups(uint32_t ifindex, uint32_t direction, bool isFree) {
-    if (direction != INTF_OUT || ifindexType(ifindex) != IF_TYPE_VLAN) return;
-    const uint32_t vlan = ifindexPort(ifindex);
+// A VLAN is free to join a VLAN group while no egress list of a family that groups have is bound to
+// it. `except`: the list that is leaving its place.
+void tellVlanGroups(const aclIntf& intf, uint32_t direction, const aclList* except = nullptr) {
+    if (direction != INTF_OUT || ifindexType(intf.ifindex) != IF_TYPE_VLAN) return;
+    bool isFree = true;
+    for (const aclFamily* family : aclFamilies) {
+        const aclList* list = intf.lists[family->place][INTF_OUT];
+        if (family->inVlanGroups && list != nullptr && list != except) isFree = false;
+    }
+    const uint32_t vlan = ifindexPort(intf.ifindex);
     if (vlan < VLAN_BITS) aclNode->groups.aclVlanGroupMemberBitMap.set(vlan, isFree);
 }
 
 void deleteFromInterface(const aclList* old, const aclPlace& place, const aclBound& bound) {
     const uint32_t type = ifindexType(place.ifindex);
     if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
-        aclDebug(DEBUG_ACL_GENERAL, "aclIpApplyIntf: sending delete of " LIST_NAME_FMT " to %s\r\n",
-                 listNameArg(old->name), interfaceName(place.ifindex).text);
+        aclDebug(DEBUG_ACL_GENERAL, "%s: sending delete of " LIST_NAME_FMT " to %s\r\n",
+                 old->family->applyName, listNameArg(old->name), interfaceName(place.ifindex).text);
     (void)aclSendToInterface(old, {aclEvent::listDeleted}, place, bound);
 }
 
@@ -140,7 +147,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
     slot = list;
     (void)aclSendToInterface(list, {aclEvent::listAdded}, place, {r.implicitPermit, r.block});
     if (old != nullptr) aclListDropUnused(old);
-    setFreeForGroups(r.ifindex, r.direction, false);
+    tellVlanGroups(*intf, r.direction);
     return ACL_OK;
 }
 
@@ -160,7 +167,7 @@ uint32_t makePlace(aclList* list, const aclBindRequest& r, aclBinding* fresh) {
     // A LAG that was not known has no members yet: nothing is sent then.
     (void)aclSendToInterface(list, {aclEvent::listAdded}, {r.ifindex, r.direction},
                              {r.implicitPermit, r.block});
-    setFreeForGroups(r.ifindex, r.direction, false);
+    tellVlanGroups(*intf, r.direction);
     return ACL_OK;
 }
 
@@ -215,13 +222,12 @@ uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBi
     if (given.direction > INTF_OUT || given.ifindex < SLOT_COUNT) return ACL_E_SYSTEM;
     aclBindRequest request = given;
     request.ifindex = canonicalIndex(given.ifindex);
-    uint32_t status = refusal(request);
+    uint32_t status = refusal(family, request);
     if (status != ACL_OK) return status;
     aclList* list = aclListCreate(family, name, IP_KIND_NONE, 1, &status);
     if (list == nullptr) {
-        aclSysErr(SYSERR_LIST,
-                  "Error: Unable to create Accesslist " LIST_NAME_FMT " in aclIpApplyIntf\n",
-                  listNameArg(name));
+        aclSysErr(SYSERR_LIST, "Error: Unable to create Accesslist " LIST_NAME_FMT " in %s\n",
+                  listNameArg(name), family.applyName);
         return ACL_E_SYSTEM;
     }
     aclIntf* intf = AclIntfTreeFind(request.ifindex);
@@ -245,7 +251,7 @@ uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t i
 
     if (!listNameIsGenerated(list->name))
         cfgIntfRemove(lineOf(intf, direction, list), "no " + groupText(list, direction));
-    if (intf->lists[INTF_V6][INTF_OUT] == nullptr) setFreeForGroups(ifindex, direction, true);
+    tellVlanGroups(*intf, direction, list);
     // A LAG's place is emptied when its members have been told: meant, also when there is nothing
     // to tell them.
     const uint32_t type = ifindexType(ifindex);
@@ -259,8 +265,8 @@ uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t i
         return ACL_E_SYSTEM;
     }
     if (type != IF_TYPE_LAG && type != IF_TYPE_VLAN)
-        aclDebug(DEBUG_ACL_GENERAL, "aclIpRemoveIntf: sending " LIST_NAME_FMT " to ifindex %#x\r\n",
-                 listNameArg(list->name), ifindex);
+        aclDebug(DEBUG_ACL_GENERAL, "%s: sending " LIST_NAME_FMT " to ifindex %#x\r\n",
+                 family.removeName, listNameArg(list->name), ifindex);
     const int sent = aclSendToInterface(list, {aclEvent::listDeleted}, {ifindex, direction},
                                         {binding->implicitPermit, &binding->block});
     slot = nullptr;

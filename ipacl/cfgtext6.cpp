@@ -1,8 +1,9 @@
-// Text of the IPv6 configuration lines: the extended IPv4 grammar without its IPv4-only pieces.
-// Masks are prefix lengths in either mask mode, so a line's two forms are the same.
+// Text of the IPv6 configuration lines and shows: the extended IPv4 grammar without its IPv4-only
+// pieces. Masks are prefix lengths in either mask mode, so a line's two forms are the same.
 #include <algorithm>
 #include <bit>
 
+#include "common/hitCount.h"
 #include "include/ipText.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
@@ -34,31 +35,71 @@ void addAddress(std::string& out, const uint8_t address[16], const uint8_t mask[
     textNumber(out, length);
 }
 
-}  // namespace
-
-void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listName& name) {
-    if (listNameIsGenerated(name)) return;
-    const ip6EntryBlock& block = entry->block;
+std::string entryLine(const acl6Entry& entry) {
+    const ip6EntryBlock& block = entry.block;
     std::string line = " seq ";
     textNumber(line, block.seq);
     line += block.action == IP_DENY ? " deny" : " permit";
-    textProtocol(line, block.protocol, block.protocol == IP_PROTO_ANY && block.protoMarker == 0,
-                 " ipv6");
+    if (block.protocol == IP_PROTO_ICMP6)
+        line += " icmp";
+    else if (block.protocol == IP_PROTO_ICMP)  // the word is ICMPv6's
+        line += " 1";
+    else
+        textProtocol(line, block.protocol, block.protocol == IP_PROTO_ANY && block.protoMarker == 0,
+                     " ipv6");
     bool ports = ipHasPorts(block.protocol);
     addAddress(line, block.src, block.srcMask);
     if (ports) line += aclCmpPortPrint(block.srcOperator, block.srcLow, block.srcHigh);
     addAddress(line, block.dst, block.dstMask);
     if (ports) line += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
     if (block.protocol == IP_PROTO_TCP) textTcpFlags(line, block.tcpFlags, TCP_ESTABLISHED);
-    if (block.protocol == IP_PROTO_ICMP)
+    if (block.protocol == IP_PROTO_ICMP6)
         aclIcmpTypeCodeToString(line, block.icmp.type, block.icmp.typeGiven, block.icmp.code,
                                 block.icmp.codeGiven);
-    if (entry->log != 0) line += " log";
-    if ((block.counterOptions & IP_COUNT) != 0) line += " count";
-    if ((block.counterOptions & IP_BYTES) != 0) line += " bytes";
-    if (entry->monitor == 1) line += " monitor";
-    cfgWriteEntry(
-        name,
-        {CFG_ACCESS_LIST, CFG_FAMILY_V6, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED, block.seq, line, line},
-        remove != 0, true);
+    return line;
+}
+
+void addCountersAndMonitor(std::string& line, const acl6Entry& entry) {
+    if ((entry.block.counterOptions & IP_COUNT) != 0) line += " count";
+    if ((entry.block.counterOptions & IP_BYTES) != 0) line += " bytes";
+    if (entry.monitor == 1) line += " monitor";
+}
+
+}  // namespace
+
+std::string ip6EntryText(const acl6Entry& entry) {
+    std::string line = entryLine(entry);
+    if (entry.log != 0) line += " log";
+    addCountersAndMonitor(line, entry);
+    return line;
+}
+
+void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listName& name) {
+    if (listNameIsGenerated(name)) return;
+    auto request = cfgCommand<cliIp6EntryReq>(CLI_V6_ENTRY_ADD, name);
+    request.log = entry->log;
+    request.block = entry->block;
+    request.monitor = entry->monitor;
+    const std::string line = ip6EntryText(*entry);
+    cfgWriteEntry(name,
+                  {CFG_ACCESS_LIST, CFG_FAMILY_V6, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED,
+                   entry->block.seq, line, line, cfgRequestOf(request)},
+                  remove != 0, true);
+}
+
+// The configuration's lines, with the matches of those that log.
+std::string ip6ListText(const aclList& list) {
+    std::string out = "IPv6 access list ";
+    out += listNameView(list.name);
+    out += "\r\n";
+    for (const acl6Entry& entry : entriesOf<const acl6Entry>(list.head)) {
+        out += entryLine(entry);
+        if (entry.log != 0) {
+            textWordSigned(out, " log (", hitCountGet(entry.matchCount));
+            out += " matches)";
+        }
+        addCountersAndMonitor(out, entry);
+        out += "\r\n";
+    }
+    return out;
 }

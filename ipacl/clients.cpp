@@ -47,9 +47,7 @@ aclList* aclAddTaskClient(uint32_t application, uint32_t instance, const listNam
     aclList* list = aclListFind(*family, name);
     switch (result) {
         case clientResult::noList:
-            aclSysErr(SYSERR_LIST,
-                      "Error: Unable to create Accesslist " LIST_NAME_FMT " in aclAddTaskClient\n",
-                      listNameArg(name));
+            aclSysErr(SYSERR_LIST, family->addClientRefused, listNameArg(name));
             return nullptr;
         case clientResult::noMemory:
             aclSysErr(SYSERR_LIST,

@@ -17,9 +17,12 @@ struct aclAgentIds {
     uint32_t list, add, del, drop;
 };
 
+// Which management tasks keep copies of a kind's lists.
+enum class mgmtCopies { none, withoutIpm, all };
+
 struct aclFamily {
     const char* name;  // as the log says it: "IP", "IPv6"
-    uint32_t af;       // 1 = IPv4, 2 = IPv6: the word of registrations
+    uint32_t af;       // AF_IPV4, ...: the word of registrations
     zekRadix* aclTrees::*tree;
 
     // --- entries: a record of `entryBytes`, its front and the block ---
@@ -40,15 +43,19 @@ struct aclFamily {
 
     // --- those that a list concerns ---
     aclAgentIds agentIds[2];  // by intfDirection
-    bool ipmKeepsCopies;
+    mgmtCopies copies;
     uint32_t triggerType;
     uint16_t clauseClass;  // the clause of a route map that names such a list
     uint32_t clauseCode;
+    const char* addClientRefused;  // a format with the list's name: no list for a task's client
 
     // --- interfaces ---
-    uint32_t place;          // intfFamily: the list's places in interface records
-    uint32_t bindCode;       // the command that binds, as a line's record keeps it
-    const char* groupWords;  // of the line: "ip access-group "
+    uint32_t place;                      // intfFamily: the list's places in interface records
+    uint32_t bindCode;                   // the command that binds, as a line's record keeps it
+    const char* groupWords;              // of the line: "ip access-group "
+    const char *applyName, *removeName;  // the operations, as the log calls them
+    bool onControlPlane, onVlans;        // can be installed there
+    bool inVlanGroups;                   // an egress list keeps its VLAN out of VLAN groups
 
     // --- configuration text: a line is written, or removed ---
     void (*writeHeader)(const aclList& list, uint32_t remove);
@@ -59,10 +66,10 @@ struct aclFamily {
     std::string (*showText)(const aclList& list);
 };
 
-extern const aclFamily ip4Family, ip4SystemFamily, dosFamily;
+extern const aclFamily ip4Family, ip4SystemFamily, dosFamily, ip6Family, ip6SystemFamily, macFamily;
 
-// The kinds of lists that are bound and have clients.
-inline constexpr const aclFamily* aclFamilies[] = {&ip4Family};
+// The kinds of lists that are bound and have clients, in the order of intfFamily.
+inline constexpr const aclFamily* aclFamilies[] = {&ip4Family, &ip6Family, &macFamily};
 
 // --- an entry's block and number, through its row ------------------------------------------------
 

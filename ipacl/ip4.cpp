@@ -4,6 +4,7 @@
 #include "common/debug.h"
 #include "include/policyMsg.h"
 #include "include/service.h"
+#include "ipacl/keys.h"
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
@@ -14,24 +15,13 @@ namespace {
 
 // --- when two entries are one rule ---------------------------------------------------------------
 
-// `length` bytes of the entry block go to the key.
-struct keyPart {
-    uint8_t at, length, from;
-};
-// How the key of one kind of block is built: the front is common to all entries. A block whose kind
-// byte is not extended ends there. The rest depends on whether the protocol carries ICMP fields.
-struct keyTable {
-    uint8_t kindAt, protocolAt, icmpProtocol;
-    std::span<const keyPart> front, extended, icmp, other;
-    uint8_t shortLength, length;
-};
-
-constexpr uint8_t LOW = 3;  // offset of a word's low byte
-
 constexpr keyPart ip4Front[] = {
-    {0, 1, offsetof(ipEntryBlock, action) + LOW},     {1, 4, offsetof(ipEntryBlock, src)},
-    {5, 4, offsetof(ipEntryBlock, srcMask)},          {9, 1, offsetof(ipEntryBlock, order) + LOW},
-    {10, 1, offsetof(ipEntryBlock, fragments) + LOW}, {11, 1, offsetof(ipEntryBlock, dscp)},
+    {0, 1, offsetof(ipEntryBlock, action) + KEY_LOW},
+    {1, 4, offsetof(ipEntryBlock, src)},
+    {5, 4, offsetof(ipEntryBlock, srcMask)},
+    {9, 1, offsetof(ipEntryBlock, order) + KEY_LOW},
+    {10, 1, offsetof(ipEntryBlock, fragments) + KEY_LOW},
+    {11, 1, offsetof(ipEntryBlock, dscp)},
 };
 constexpr keyPart ip4Extended[] = {
     {12, 4, offsetof(ipEntryBlock, dst)},
@@ -44,8 +34,8 @@ constexpr keyPart ip4Icmp[] = {
 constexpr keyPart ip4Other[] = {
     {21, 1, offsetof(ipEntryBlock, tcpFlags)},
     {22, 8, offsetof(ipEntryBlock, srcLow)},  // four port words
-    {30, 1, offsetof(ipEntryBlock, srcOperator) + LOW},
-    {31, 1, offsetof(ipEntryBlock, dstOperator) + LOW},
+    {30, 1, offsetof(ipEntryBlock, srcOperator) + KEY_LOW},
+    {31, 1, offsetof(ipEntryBlock, dstOperator) + KEY_LOW},
 };
 constexpr keyTable ip4Key = {
     offsetof(ipEntryBlock, kind),
@@ -60,30 +50,10 @@ constexpr keyTable ip4Key = {
 };
 static_assert(ip4Key.length <= DUP_KEY_MAX);
 
-void copyParts(std::span<const keyPart> parts, const uint8_t* block, uint8_t* key) {
-    for (const keyPart& part : parts) std::memcpy(key + part.at, block + part.from, part.length);
-}
-
-uint32_t buildKey(const keyTable& table, const uint8_t* block, uint8_t key[DUP_KEY_MAX]) {
-    std::memset(key, 0, DUP_KEY_MAX);
-    copyParts(table.front, block, key);
-    be32 kind;
-    std::memcpy(&kind, block + table.kindAt, sizeof kind);
-    if (kind != IP_KIND_EXTENDED) return table.shortLength;
-    copyParts(table.extended, block, key);
-    copyParts(block[table.protocolAt] == table.icmpProtocol ? table.icmp : table.other, block, key);
-    return table.length;
-}
-
 bool sameRule(const void* a, const void* b) {
-    constexpr size_t afterCounters = offsetof(ipEntryBlock, counterOptions) + 1;
-    constexpr size_t seq = offsetof(ipEntryBlock, seq);
-    constexpr size_t afterSeq = seq + sizeof(be32);
-    const auto* x = static_cast<const uint8_t*>(a);
-    const auto* y = static_cast<const uint8_t*>(b);
-    return std::memcmp(x, y, afterCounters - 1) == 0 &&
-           std::memcmp(x + afterCounters, y + afterCounters, seq - afterCounters) == 0 &&
-           std::memcmp(x + afterSeq, y + afterSeq, sizeof(ipEntryBlock) - afterSeq) == 0;
+    constexpr blockBytes ignored[] = {{offsetof(ipEntryBlock, counterOptions), 1},
+                                      {offsetof(ipEntryBlock, seq), sizeof(be32)}};
+    return sameBut(a, b, sizeof(ipEntryBlock), ignored);
 }
 
 const ipEntryBlock& blockOf(const void* block) {
@@ -128,6 +98,13 @@ constexpr aclFamily withIp4Entries(const char* name, zekRadix* aclTrees::*tree) 
     return family;
 }
 
+constexpr aclFamily makeIp4System() {
+    aclFamily family = withIp4Entries("IP", &aclTrees::aclSys_tree);
+    family.agentIds[INTF_IN] = {MT_ACL_SYS_ADDLIST, MT_ACL_SYS_ADDENT, MT_ACL_SYS_DEL,
+                                MT_ACL_SYS_DEL};
+    return family;
+}
+
 constexpr aclFamily makeIp4() {
     aclFamily family = withIp4Entries("IP", &aclTrees::acl_tree);
     family.contentKey = contentKey;
@@ -138,7 +115,7 @@ constexpr aclFamily makeIp4() {
     family.agentIds[INTF_IN] = {MT_ACL_ADDLIST, MT_ACL_ADDENT, MT_ACL_DELENT, MT_ACL_DELLIST};
     family.agentIds[INTF_OUT] = {MT_ACL_EGR_ADDLIST, MT_ACL_EGR_ADDENT, MT_ACL_EGR_DELENT,
                                  MT_ACL_EGR_DELLIST};
-    family.ipmKeepsCopies = true;
+    family.copies = mgmtCopies::all;
     family.clauseClass = RTMAP_MS_MATCH;
     family.clauseCode = 5;
     family.writeHeader = writeHeader;
@@ -148,21 +125,24 @@ constexpr aclFamily makeIp4() {
     family.place = INTF_V4;
     family.bindCode = CLI_IP_BIND;
     family.groupWords = "ip access-group ";
+    family.applyName = "aclIpApplyIntf";
+    family.removeName = "aclIpRemoveIntf";
+    family.addClientRefused =
+        "Error: Unable to create Accesslist " LIST_NAME_FMT " in aclAddTaskClient\n";
+    family.onControlPlane = family.onVlans = family.inVlanGroups = true;
     return family;
 }
 
 }  // namespace
 
 constexpr aclFamily ip4Family = makeIp4();
-constexpr aclFamily ip4SystemFamily = withIp4Entries("IP", &aclTrees::aclSys_tree);
+constexpr aclFamily ip4SystemFamily = makeIp4System();
 constexpr aclFamily dosFamily = withIp4Entries("IP", &aclTrees::dos_tree);
 
 // --- the names -----------------------------------------------------------------------------------
 
 uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]) {
-    const uint32_t length = buildKey(ip4Key, reinterpret_cast<const uint8_t*>(&block), key);
-    key[0] = key[0] == IP_DENY ? 1 : 0;  // every other action permits
-    return length;
+    return keyBuild(ip4Key, &block, key);
 }
 
 aclList* ipAccessListFind(const listName& name) {
@@ -178,8 +158,7 @@ aclList* ipAccessListFindPrev(const listName& name) {
     return nameTreePrev<aclList>(aclNode->trees.acl_tree, name);
 }
 bool ipCheckForPrefixAccessList(const listName& name) {
-    const aclList* list = ipAccessListFind(name);
-    return list != nullptr && list->placeholder == 0 && list->kind != 0;
+    return aclListIsConfigured(name, INTF_V4);
 }
 
 aclEntry* ipAccessEntFind(const listName& name, const ipEntryBlock* block) {

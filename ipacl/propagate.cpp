@@ -35,6 +35,10 @@ const listClient* findTask(const aclList* list, uint32_t application, uint32_t i
     return c;
 }
 
+bool ipmKeepsCopies(const aclList* list) {
+    return list->family->copies == mgmtCopies::all;
+}
+
 template <class Fn>
 void forTask(const aclList* list, uint32_t application, Fn&& fn) {
     for (const listClient* c = list->clients; c != nullptr; c = c->next)
@@ -44,6 +48,7 @@ void forTask(const aclList* list, uint32_t application, Fn&& fn) {
 }  // namespace
 
 void aclSendToTask(const aclList* list, const aclChange& change, const listClient& client) {
+    if (list->family->copies == mgmtCopies::none) return;
     const uint32_t id = messageOf(list, change.event, INTF_IN);
     switch (client.id) {
         case APP_SNMP:
@@ -60,7 +65,7 @@ void aclSendToTask(const aclList* list, const aclChange& change, const listClien
             break;
         case APP_IPM:
             // It knows no single entries: it gets the whole list, of a deletion when that is done.
-            if (!list->family->ipmKeepsCopies || change.event == aclEvent::entryDeleted) break;
+            if (!ipmKeepsCopies(list) || change.event == aclEvent::entryDeleted) break;
             aclSendListToIPM(
                 list, change.entry != nullptr ? messageOf(list, aclEvent::listAdded, INTF_IN) : id,
                 &client);
@@ -74,6 +79,7 @@ int aclSendToInterface(const aclList* list, const aclChange& change, const aclPl
                        const aclBound& bound, const aclOnly& only) {
     const uint32_t type = ifindexType(place.ifindex);
     if (type != IF_TYPE_LAG && !aclPlaceIsByCard(place) && !change.ports) return 0;
+    if (type == IF_TYPE_VLAN && !list->family->onVlans) return 0;  // bound there, never sent: meant
     aclSend send{messageOf(list, change.event, place.direction), list, change.entry};
     if (change.entry == nullptr) {
         send.block = bound.block;
@@ -102,13 +108,14 @@ void aclPropagate(const aclList* list, const aclChange& change) {
 }
 
 void aclPropagateToIPM(const aclList* list) {
-    if (!list->family->ipmKeepsCopies) return;
+    if (!ipmKeepsCopies(list)) return;
     forTask(list, APP_IPM, [list](const listClient& client) {
         aclSendListToIPM(list, messageOf(list, aclEvent::listAdded, INTF_IN), &client);
     });
 }
 
 void aclPropagateToSYSADM(const aclList* list, aclEvent event) {
+    if (list->family->copies == mgmtCopies::none) return;
     forTask(list, APP_SYSADM, [list, event](const listClient&) {
         aclSendListToSYSADMTSk(list, messageOf(list, event, INTF_IN));
     });
@@ -125,7 +132,7 @@ void aclSendListsToTask(uint32_t application, uint32_t instance) {
             if (client == nullptr) return;
             if (application != APP_IPM)
                 aclSendToTask(&list, {aclEvent::listAdded}, *client);
-            else if (family->ipmKeepsCopies)
+            else if (ipmKeepsCopies(&list))
                 aclReplayListToIPM(&list, client);
         });
 }

@@ -9,7 +9,7 @@
 #include "common/showbuffer.h"
 #include "include/cliMsg.h"
 #include "include/ipText.h"
-#include "ipacl/family.h"
+#include "ipacl/store.h"
 #include "ipacl/text.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekMem.h"
@@ -131,15 +131,17 @@ uint32_t aclShowAlist(const aclList* list, void** buffer, uint32_t* size) {
     return showReplyMake(text, usual, buffer, size) ? ACL_OK : ACL_E_MEMORY;
 }
 
-uint32_t aclShowIpAcl(const listName& name, void** buffer, uint32_t* size) {
-    return aclShowAlist(ipAccessListFind(name), buffer, size);
+uint32_t aclListShow(const aclFamily& family, const listName& name, void** buffer, uint32_t* size) {
+    return aclShowAlist(aclListFind(family, name), buffer, size);
 }
 
-uint32_t aclShowIpAclAll(const listName& cursor, void** buffer, uint32_t* size) {
-    const aclList* list =
-        listNameIsEmpty(cursor) ? ipAccessListFindFirst() : ipAccessListFindNext(cursor);
+uint32_t aclListShowNext(const aclFamily& family, const listName& cursor, void** buffer,
+                         uint32_t* size) {
+    const zekRadix* tree = aclNode->trees.*family.tree;
+    const aclList* list = listNameIsEmpty(cursor) ? nameTreeFirst<aclList>(tree)
+                                                  : nameTreeNext<aclList>(tree, cursor);
     // Placeholders have nothing to show and would end the client's walk.
-    while (list != nullptr && list->kind == 0) list = ipAccessListFindNext(list->name);
+    while (list != nullptr && list->kind == 0) list = nameTreeNext<aclList>(tree, list->name);
     uint32_t status = aclShowAlist(list, buffer, size);
     if (status != ACL_OK) return status;
     auto* header = static_cast<showReplyHdr*>(*buffer);
@@ -148,19 +150,34 @@ uint32_t aclShowIpAclAll(const listName& cursor, void** buffer, uint32_t* size) 
     return ACL_OK;
 }
 
-uint32_t aclClearIpAcl(aclList* list) {
+uint32_t aclListClear(const aclFamily& family, const listName& name) {
+    aclList* list = aclListFind(family, name);
     if (list == nullptr) return ACL_E_NOLIST;
     clearCounts(list);
     return ACL_OK;
 }
 
-uint32_t aclClearIpAclByName(const listName& name) {
-    return aclClearIpAcl(ipAccessListFind(name));
+uint32_t aclListClearAll(const aclFamily& family) {
+    aclForEachList(family, [](aclList& list) { clearCounts(&list); });
+    return ACL_OK;
 }
 
-uint32_t aclClearIpAclAll() {
-    for (aclList* list = ipAccessListFindFirst(); list != nullptr;
-         list = ipAccessListFindNext(list->name))
-        clearCounts(list);
+// --- IPv4 lists ----------------------------------------------------------------------------------
+
+uint32_t aclShowIpAcl(const listName& name, void** buffer, uint32_t* size) {
+    return aclListShow(ip4Family, name, buffer, size);
+}
+uint32_t aclShowIpAclAll(const listName& cursor, void** buffer, uint32_t* size) {
+    return aclListShowNext(ip4Family, cursor, buffer, size);
+}
+uint32_t aclClearIpAcl(aclList* list) {
+    if (list == nullptr) return ACL_E_NOLIST;
+    clearCounts(list);
     return ACL_OK;
+}
+uint32_t aclClearIpAclByName(const listName& name) {
+    return aclListClear(ip4Family, name);
+}
+uint32_t aclClearIpAclAll() {
+    return aclListClearAll(ip4Family);
 }

@@ -24,7 +24,14 @@ zekRadix* treeOf(const aclFamily& family) {
 // --- lists ---------------------------------------------------------------------------------------
 
 aclList* aclListFind(const aclFamily& family, const listName& name) {
-    return nameTreeFind<aclList>(treeOf(family), name);
+    aclList* list = nameTreeFind<aclList>(treeOf(family), name);
+    // The system lists of both families stand in one tree.
+    return list != nullptr && list->family == &family ? list : nullptr;
+}
+
+bool aclListIsConfigured(const listName& name, uint32_t family) {
+    const aclList* list = aclListFind(*aclFamilies[family], name);
+    return list != nullptr && list->placeholder == 0 && list->kind != 0;
 }
 
 aclList* aclListMake(const aclFamily& family, const listName& name, uint32_t kind,

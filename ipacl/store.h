@@ -40,6 +40,13 @@ uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBi
 uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t ifindex,
                        uint32_t direction);
 
+// Shows and counters (show.cpp); results as those of the IPv4 lists.
+uint32_t aclListShow(const aclFamily& family, const listName& name, void** buffer, uint32_t* size);
+uint32_t aclListShowNext(const aclFamily& family, const listName& cursor, void** buffer,
+                         uint32_t* size);
+uint32_t aclListClear(const aclFamily& family, const listName& name);
+uint32_t aclListClearAll(const aclFamily& family);
+
 // --- lists in a name tree (store.cpp) ------------------------------------------------------------
 
 // Makes an empty list and puts it into the tree. Null when there is no memory: nothing has changed

@@ -35,6 +35,9 @@ void cfgIntfReplace(const cfgIntfLine& line);
 // --- shows (show.cpp) --------------------------------------------------------------------------
 
 std::string ipListText(const aclList& list);  // of an ordinary IPv4 list
+std::string ip6ListText(const aclList& list);
+// Its line as the configuration shows it, with the blank in front.
+std::string ip6EntryText(const acl6Entry& entry);
 
 // --- remarks (remark.cpp) ----------------------------------------------------------------------
 

@@ -1,4 +1,4 @@
-// IPv4, system and DoS access lists.
+// IPv4, IPv6, system and DoS access lists.
 //
 // The caller holds acl_rwlock (for writing unless a read is stated); nothing here locks. Lists and
 // entries belong to the store from creation to deletion; pointers that a look-up returns are good
@@ -39,13 +39,33 @@ aclList* ipAccessListFindFirst();
 aclList* ipAccessListFindNext(const listName& name);
 // The list in front of the named one; null when that is the first or absent.
 aclList* ipAccessListFindPrev(const listName& name);
-// True for a configured standard or extended list.
+// True for a configured standard or extended list; the second one of any family (intfFamily).
 bool ipCheckForPrefixAccessList(const listName& name);
+bool aclListIsConfigured(const listName& name, uint32_t family);
 // Rewrites the configuration line of every entry (and remark) of every ordinary and DoS list after
 // the mask display mode has changed.
 void ipInvertAccessEntryMask();
 
 extern uint32_t ipDelAccessList;  // non-zero while a whole list is being deleted entry by entry
+
+// --- IPv6 lists (ip6.cpp): as the IPv4 operations; all of them are extended, whatever `kind` says
+// --
+
+aclList* aclV6AccessListCreate(const listName& name, uint32_t kind, uint32_t placeholder,
+                               uint32_t* status);
+uint32_t aclV6AccessListDelete(const listName& name, uint32_t kind);
+uint32_t aclV6AddAccessEntry(const listName& name, ip6EntryBlock* block, uint32_t log,
+                             uint32_t monitor);
+uint32_t aclV6DelAccessEntry(const listName& name, const ip6EntryBlock* block, uint32_t send,
+                             uint32_t cfgAndTrigger);
+aclList* aclV6AccessListFind(const listName& name);
+aclList* aclV6AccessListFindFirst();
+aclList* aclV6AccessListFindNext(const listName& name);
+aclList* aclV6AccessListFindPrev(const listName& name);
+uint32_t aclShowV6Acl(const listName& name, void** buffer, uint32_t* size);
+uint32_t aclShowV6AclAll(const listName& cursor, void** buffer, uint32_t* size);
+uint32_t aclClearV6Acl(const listName& name);
+uint32_t aclClearV6AclAll();
 
 // --- system lists (syslist.cpp) --------------------------------------------------------------
 
@@ -65,6 +85,15 @@ uint32_t ipSysDelThirteenAccessEntry(const listName& name, const ipEntryBlock* b
 aclList* ipSysAccessListFind(const listName& name);
 aclList* ipSysAccessListFindFirst();
 aclList* ipSysAccessListFindNext(const listName& name);
+// Of IPv6. The walks above meet them, too.
+aclList* aclV6SysAccessListCreate(const listName& name, uint32_t placeholder, uint32_t ifindex,
+                                  uint32_t* status);
+uint32_t aclV6SysAccessListDelete(const listName& name, uint32_t ifindex);
+uint32_t aclV6SysAddAccessEntry(const listName& name, const ip6EntryBlock* block, uint32_t log,
+                                uint32_t ifindex);
+uint32_t aclV6SysDelAccessEntry(const listName& name, const ip6EntryBlock* block, uint32_t send,
+                                uint32_t ifindex);
+aclList* aclV6SysAccessListFind(const listName& name);
 
 // --- DoS lists (doslist.cpp) -----------------------------------------------------------------
 
@@ -106,6 +135,8 @@ uint32_t aclIpApplyIntf(const listName& name, const aclBindRequest& request);
 // Also ACL_E_SYSTEM when the deletion could not be sent to a port: the binding is gone all the
 // same.
 uint32_t aclIpRemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction);
+uint32_t aclV6ApplyIntf(const listName& name, const aclBindRequest& request);
+uint32_t aclV6RemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction);
 // A port that joins a LAG becomes its member and gets the LAG's lists; one that leaves it loses
 // both. 0; 1 when it was a member already (not) any more: nothing is sent; -1 when it cannot be
 // one.
@@ -204,6 +235,7 @@ listEntry* aclDupNodeRecord(const aclDupNode* node);
 constexpr size_t DUP_KEY_MAX = 80;
 // Writes the content key of a block to key (zeroed first) and returns its length in bytes.
 uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]);
+uint32_t v6AccessDupEntGenerateKey(const ip6EntryBlock& block, uint8_t key[DUP_KEY_MAX]);
 
 // --- remarks (remark.cpp) --------------------------------------------------------------------
 

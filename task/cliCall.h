@@ -31,6 +31,10 @@ uint32_t cliByName(cliCall& call) {
     return Wrapper(call.name());
 }
 template <const auto& Wrapper>
+uint32_t cliOfAll(cliCall&) {
+    return Wrapper();
+}
+template <const auto& Wrapper>
 uint32_t cliByNameAndFamily(cliCall& call) {
     return Wrapper(call.name(), call.family);
 }
@@ -59,7 +63,15 @@ uint32_t cliIpListCreate(cliCall& call);
 uint32_t cliIpListDelete(cliCall& call);
 uint32_t cliIpEntryAdd(cliCall& call);
 uint32_t cliIpEntryDelete(cliCall& call);
-uint32_t cliIpClearAll(cliCall& call);
+uint32_t cliV6ListCreate(cliCall& call);
+uint32_t cliV6ListDelete(cliCall& call);
+uint32_t cliV6EntryAdd(cliCall& call);
+uint32_t cliV6EntryDelete(cliCall& call);
+uint32_t cliMacListCreate(cliCall& call);
+uint32_t cliMacListDelete(cliCall& call);
+uint32_t cliMacEntryAdd(cliCall& call);
+uint32_t cliMacEntryDelete(cliCall& call);
+uint32_t cliMacEgress(cliCall& call);
 uint32_t cliIpBind(cliCall& call);
 uint32_t cliIpUnbind(cliCall& call);
 uint32_t cliDosListCreate(cliCall& call);

@@ -46,6 +46,7 @@ constexpr uint32_t CLI = sizeof(cliHdr);
 constexpr uint32_t CODE = offsetof(cliHdr, reserved76);  // commands without a name
 constexpr uint32_t LIST = sizeof(cliListReq);
 constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
+constexpr uint32_t V6_ENTRY = sizeof(cliIp6EntryReq), MAC_ENTRY = sizeof(cliMacEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
 constexpr uint32_t ASPATH = sizeof(cliAspathReq);
@@ -109,7 +110,7 @@ constexpr cliRow cliTable[] = {
      cliRmapEntryAdd, CLAUSE_MAKES, AF_IPV4},
     // access lists: counters, bindings
     {CLI_CLEAR_IP_ACL,            "clear IP ACL counters",             CLI,          cliByName<aclClearIpAclExt>},
-    {CLI_CLEAR_IP_ACL_ALL,        "clear all IP ACL counters",         CODE,         cliIpClearAll},
+    {CLI_CLEAR_IP_ACL_ALL,        "clear all IP ACL counters",         CODE,         cliOfAll<aclClearIpAclAllExt>},
     {CLI_IP_UNBIND,               "unbind IPv4 list",                  sizeof(cliUnbindReq), cliIpUnbind, GOES, INTF_V4},
     {CLI_IP_BIND,                 "bind IPv4 list",                    sizeof(cliBindReq),
      cliIpBind, MAKES | CLI_VLANS, INTF_V4},
@@ -131,7 +132,8 @@ constexpr cliRow cliTable[] = {
     {CLI_LAG_MEMBERS,             "LAG members",                       WORD,         cliLagMembers},
     {CLI_SHOW_IP_ACL,             "show IP ACL",                       SHOW,         cliShow<aclShowIpAclExt>},
     {CLI_SHOW_IP_ACL_ALL,         "show all IP ACLs",                  SHOW,         cliShow<aclShowIpAclAllExt>},
-    {{CLI_SHOW_MAC, CLI_SHOW_MAC_ALL}, "show MAC ACLs",                CLI,          nullptr},
+    {CLI_SHOW_MAC,                "show MAC ACL",                      SHOW,         cliShow<aclShowMacAclExt>},
+    {CLI_SHOW_MAC_ALL,            "show all MAC ACLs",                 SHOW,         cliShow<aclShowMacAclAllExt>},
     {CLI_SHOW_PREFIX_ALL_DETAIL,  "show all IPv4 prefix lists",        SHOW,
      cliPrefixShowAll, CLI_DETAIL, AF_IPV4},
     {CLI_SHOW_PREFIX_ALL,         "show all IPv4 prefix lists",        SHOW,         cliPrefixShowAll, 0, AF_IPV4},
@@ -148,13 +150,18 @@ constexpr cliRow cliTable[] = {
     {CLI_SHOW_EXTCOMM_ALL,        "show all extended-community lists", SHOW,         cliShow<aclShowIpExtCommListAllExt>},
     {CLI_SHOW_EXTCOMM,            "show extended-community list",      SHOW,         cliShow<aclShowIpExtCommListExt>},
     // MAC lists, protocol trapping, VLAN groups, remarks
-    {{CLI_MAC_ENTRY_DELETE, CLI_MAC_ENTRY_ADD}, "MAC entries",         CLI,          nullptr, CLI_CHANGE},
-    {{CLI_MAC_EGRESS_ENABLE, CLI_MAC_EGRESS_DISABLE}, "egress MAC ACL setting", CODE,         nullptr},
-    {{CLI_MAC_LIST_DELETE, CLI_MAC_LIST_CREATE}, "MAC lists",          CLI,          nullptr, CLI_CHANGE},
-    {{CLI_MAC_BIND, CLI_MAC_UNBIND}, "bind MAC list",                  CLI,          nullptr, CLI_CHANGE},
+    {CLI_MAC_ENTRY_DELETE,        "delete MAC entry",                  MAC_ENTRY,    cliMacEntryDelete, GOES},
+    {CLI_MAC_ENTRY_ADD,           "add MAC entry",                     MAC_ENTRY,    cliMacEntryAdd, MAKES},
+    {{CLI_MAC_EGRESS_ENABLE, CLI_MAC_EGRESS_DISABLE}, "egress MAC ACL setting", CODE,
+     cliMacEgress, CLI_CHANGE},
+    {CLI_MAC_LIST_DELETE,         "delete MAC list",                   LIST,         cliMacListDelete, GOES},
+    {CLI_MAC_LIST_CREATE,         "create MAC list",                   LIST,         cliMacListCreate, MAKES},
+    {CLI_MAC_BIND,                "bind MAC list",                     sizeof(cliBindReq),
+     cliIpBind, MAKES | CLI_VLANS, INTF_MAC},
+    {CLI_MAC_UNBIND,              "unbind MAC list",                   sizeof(cliUnbindReq), cliIpUnbind, GOES, INTF_MAC},
     {CLI_TRAP_A,                  "protocol trapping",                 CLI,          nullptr},
     {{CLI_TRAP_DHCP_A, CLI_TRAP_DHCP_B}, "protocol trapping",          CLI,          nullptr},
-    {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue},
+    {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue, 0, INTF_V4},
     {CLI_TRAP_B,                  "protocol trapping",                 CLI,          nullptr},
     {CLI_TRAP_C,                  "protocol trapping",                 CLI,          nullptr},
     {CLI_GROUP_CREATE,            "create ACL VLAN group",             GROUP_ID,     cliGroupCreate, MAKES},
@@ -166,7 +173,7 @@ constexpr cliRow cliTable[] = {
     {CLI_SHOW_GROUP_ALL,          "show all ACL VLAN groups",          SHOW,         cliShow<aclShowAclVlanGrpAllExt>},
     {CLI_SHOW_GROUP,              "show ACL VLAN group",               SHOW,         cliShow<aclShowAclVlanGrpSpecificExt>},
     {{CLI_REMARK_ADD, CLI_MAC_REMARK_DELETE}, "remarks",               CLI,          nullptr, CLI_CHANGE},
-    {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       CLI,          nullptr},
+    {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       WORD,         cliTelnetValue, 0, INTF_MAC},
     // IPv6 prefix lists
     {CLI_V6_PREFIX_LIST_CREATE,   "create IPv6 prefix list",           CLI,
      cliPrefixListCreate, CLI_ACL2 | MAKES, AF_IPV6},
@@ -191,14 +198,21 @@ constexpr cliRow cliTable[] = {
     {CLI_RMAP_V6_ENTRY_DELETE,    "delete IPv6 route-map clause",      CLAUSE,       cliRmapEntryDelete, GOES, AF_IPV6},
     {CLI_RMAP_V6_ENTRY_ADD,       "add IPv6 route-map clause",         CLAUSE,
      cliRmapEntryAdd, CLAUSE_MAKES, AF_IPV6},
-    {{CLI_V6_LIST_CREATE, CLI_V6_LIST_DELETE}, "IPv6 access lists",    CLI,
-     nullptr, CLI_ACL2 | CLI_V6 | CLI_CHANGE},
-    {{CLI_V6_BIND, CLI_V6_UNBIND}, "bind IPv6 list",                   CLI,          nullptr, CLI_V6 | CLI_CHANGE},
-    {{CLI_V6_ENTRY_ADD, CLI_V6_ENTRY_DELETE}, "IPv6 entries",          CLI,
-     nullptr, CLI_ACL2 | CLI_V6 | CLI_CHANGE},
+    {CLI_V6_LIST_CREATE,          "create IPv6 access list",           CLI,
+     cliV6ListCreate, CLI_ACL2 | CLI_V6 | MAKES},
+    {CLI_V6_LIST_DELETE,          "delete IPv6 access list",           CLI,
+     cliV6ListDelete, CLI_ACL2 | CLI_V6 | GOES},
+    {CLI_V6_BIND,                 "bind IPv6 list",                    sizeof(cliBindReq),
+     cliIpBind, CLI_V6 | MAKES | CLI_VLANS, INTF_V6},
+    {CLI_V6_UNBIND,               "unbind IPv6 list",                  sizeof(cliUnbindReq),
+     cliIpUnbind, CLI_V6 | GOES, INTF_V6},
+    {CLI_V6_ENTRY_ADD,            "add IPv6 entry",                    V6_ENTRY,
+     cliV6EntryAdd, CLI_ACL2 | CLI_V6 | MAKES},
+    {CLI_V6_ENTRY_DELETE,         "delete IPv6 entry",                 V6_ENTRY,
+     cliV6EntryDelete, CLI_ACL2 | CLI_V6 | GOES},
     {{CLI_V6_REMARK_ADD, CLI_V6_REMARK_DELETE}, "remarks",             CLI,          nullptr, CLI_CHANGE},
     // what came later
-    {CLI_V6_TELNET_VALUE,         "IPv6 list of a Telnet server",      CLI,          nullptr},
+    {CLI_V6_TELNET_VALUE,         "IPv6 list of a Telnet server",      WORD,         cliTelnetValue, 0, INTF_V6},
     {{CLI_IP_RESEQUENCE, CLI_MAC_RESEQUENCE}, "resequence",            CLI,          nullptr, CLI_CHANGE},
     {CLI_PREFIX_RESEQUENCE,       "resequence prefix list",            sizeof(cliPrefixReseqReq),
      cliPrefixResequence, CLI_CHANGE},
@@ -212,6 +226,13 @@ constexpr cliRow cliTable[] = {
     {CLI_PIM_TO_CARDS,            "PIM parameters to the cards",       CODE,         nullptr},
     {CLI_V6_TO_CARDS,             "IPv6 parameters to the cards",      CODE,         nullptr},
     {CLI_PBR_TO_CARDS,            "policy-based routing to the cards", CODE,         nullptr},
+    // numbers of our own
+    {CLI_SHOW_V6_ACL,             "show IPv6 ACL",                     SHOW,         cliShow<aclShowV6AclExt>},
+    {CLI_SHOW_V6_ACL_ALL,         "show all IPv6 ACLs",                SHOW,         cliShow<aclShowV6AclAllExt>},
+    {CLI_CLEAR_V6_ACL,            "clear IPv6 ACL counters",           CLI,          cliByName<aclClearV6AclExt>},
+    {CLI_CLEAR_V6_ACL_ALL,        "clear all IPv6 ACL counters",       CODE,         cliOfAll<aclClearV6AclAllExt>},
+    {CLI_CLEAR_MAC,               "clear MAC ACL counters",            CLI,          cliByName<aclClearMacAclExt>},
+    {CLI_CLEAR_MAC_ALL,           "clear all MAC ACL counters",        CODE,         cliOfAll<aclClearMacAclAllExt>},
 };
 // clang-format on
 static_assert(rowsAreSorted(cliTable));

@@ -2,6 +2,8 @@
 // of other tasks about both.
 #include <algorithm>
 
+#include "common/cfgline.h"
+#include "download/zekacl_download.h"
 #include "interface/interface.h"
 #include "task/cliCall.h"
 
@@ -26,8 +28,52 @@ uint32_t cliIpEntryDelete(cliCall& call) {
     return ipDelAccessEntryExt(call.name(), &call.as<cliIpEntryReq>()->block, 1, 1, call.family);
 }
 
-uint32_t cliIpClearAll(cliCall&) {
-    return aclClearIpAclAllExt();
+// --- IPv6 lists: all are extended ----------------------------------------------------------------
+
+uint32_t cliV6ListCreate(cliCall& call) {
+    return ipAccessListCreateExt(call.name(), IP_KIND_EXTENDED, 0, INTF_V6);
+}
+uint32_t cliV6ListDelete(cliCall& call) {
+    return ipAccessListDeleteExt(call.name(), IP_KIND_EXTENDED, INTF_V6);
+}
+uint32_t cliV6EntryAdd(cliCall& call) {
+    auto* req = call.as<cliIp6EntryReq>();
+    return ipAddAccessEntryExt(call.name(), &req->block, req->log, req->monitor, INTF_V6);
+}
+uint32_t cliV6EntryDelete(cliCall& call) {
+    return ipDelAccessEntryExt(call.name(), &call.as<cliIp6EntryReq>()->block, 1, 1, INTF_V6);
+}
+
+// --- MAC lists -----------------------------------------------------------------------------------
+
+uint32_t cliMacListCreate(cliCall& call) {
+    const uint32_t type = call.as<cliListReq>()->kind;
+    if (type != IP_KIND_STANDARD && type != IP_KIND_EXTENDED) return ACL_E_SYSTEM;
+    return l2AccessListCreateExt(call.name(), type, 0);
+}
+uint32_t cliMacListDelete(cliCall& call) {
+    return l2AccessListDeleteExt(call.name(), call.as<cliListReq>()->kind);
+}
+uint32_t cliMacEntryAdd(cliCall& call) {
+    auto* req = call.as<cliMacEntryReq>();
+    return l2AddAccessEntryExt(call.name(), &req->block, req->log, req->counterOptions, req->order,
+                               req->monitor);
+}
+uint32_t cliMacEntryDelete(cliCall& call) {
+    const auto* req = call.as<cliMacEntryReq>();
+    return l2DelAccessEntryExt(call.name(), &req->block, req->order);
+}
+uint32_t cliMacEgress(cliCall& call) {
+    const uint32_t enable = call.code() == CLI_MAC_EGRESS_ENABLE ? 1 : 0;
+    aclLockHeld<aclLock::write> held;
+    cliHdr again{};
+    again.code = CLI_MAC_EGRESS_ENABLE;
+    if (enable != aclNode->config.l2_user_egr_acl_enable)
+        (void)cfgWriteSetting(CFG_SECTION_MAC_EGRESS, "mac egress-filter", cfgRequestOf(again),
+                              enable == 0);
+    aclNode->config.l2_user_egr_acl_enable = enable;
+    aclSendEgrMacEnableToAclAgent(enable);
+    return ACL_OK;
 }
 
 // --- bindings ------------------------------------------------------------------------------------
@@ -45,12 +91,15 @@ uint32_t cliIpBind(cliCall& call) {
         .block = &block,
         .vlanOption = req->vlanOption != 0,
         .vlanText = {req->vlanText, strnlen(req->vlanText, sizeof req->vlanText)}};
-    return aclIpApplyIntfExt(call.name(), request, call.family);
+    return call.family == INTF_MAC ? acll2ApplyIntfExt(call.name(), request)
+                                   : aclIpApplyIntfExt(call.name(), request, call.family);
 }
 
 uint32_t cliIpUnbind(cliCall& call) {
     const auto* req = call.as<cliUnbindReq>();
-    return aclIpRemoveIntfExt(call.name(), req->ifindex, req->direction, call.family);
+    return call.family == INTF_MAC
+               ? acll2RemoveIntfExt(call.name(), req->ifindex, req->direction)
+               : aclIpRemoveIntfExt(call.name(), req->ifindex, req->direction, call.family);
 }
 
 // --- DoS lists -----------------------------------------------------------------------------------
@@ -96,6 +145,7 @@ uint32_t cliLagMembers(cliCall& call) {
 // in the word; that of the request says that it was understood.
 uint32_t cliTelnetValue(cliCall& call) {
     aclLockHeld<aclLock::read> held;
-    call.as<cliWordReq>()->word = ipCheckForPrefixAccessList(call.name()) ? ACL_OK : ACL_E_NOLIST;
+    call.as<cliWordReq>()->word =
+        aclListIsConfigured(call.name(), call.family) ? ACL_OK : ACL_E_NOLIST;
     return ACL_OK;
 }

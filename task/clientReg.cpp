@@ -69,6 +69,13 @@ bool rmapDel(const registration& r) {
     return rmapDelTaskClientExt(r.application, r.instance, r.name, r.pairs) == 0;
 }
 
+bool macAdd(const registration& r) {
+    return l2AclAddTaskClientExt(r.application, r.instance, r.name, r.callback) != nullptr;
+}
+bool macDel(const registration& r) {
+    return l2AclDelTaskClientExt(r.application, r.instance, r.name) == 0;
+}
+
 struct clientRow {
     uint32_t addType;  // the type behind it takes the client back
     bool (*add)(const registration& r);
@@ -77,11 +84,13 @@ struct clientRow {
 };
 constexpr clientRow clientTable[] = {
     {MT_ACL_CLIENT_ADD, aclAdd, aclDel, AF_IPV4},
+    {MT_V6_ACL_CLIENT_ADD, aclAdd, aclDel, AF_IPV6},
     {MT_PREFIX_CLIENT_ADD, prefixAdd, prefixDel, AF_IPV4},
     {MT_V6_PREFIX_CLIENT_ADD, prefixAdd, prefixDel, AF_IPV6},
     {MT_ASPATH_CLIENT_ADD, aspathAdd, aspathDel},
     {MT_COMM_CLIENT_ADD, commAdd, commDel},
     {MT_RMAP_CLIENT_ADD, rmapAdd, rmapDel},
+    {MT_MAC_CLIENT_ADD, macAdd, macDel},
 };
 static_assert(MT_CLIENT_FIRST % 2 == 0);  // so a registration has an even type
 
@@ -108,9 +117,7 @@ int aclHandleClient(aclNodeRecord*, uint8_t* message) {
     std::array<clientPairValue, PAIRS_MAX> pairs;  // as many as a message holds
     uint32_t count = 0;
     bool success = false;
-    if (row == std::ranges::end(clientTable))
-        aclNotBuilt("client registrations of this kind");
-    else if (!readPairs(message, &pairs, &count))
+    if (!readPairs(message, &pairs, &count))
         aclCounters.truncated++;
     else
         success = (adds ? row->add : row->del)({request->application, request->instance,

@@ -354,11 +354,6 @@ void aclNotBuilt(const char* what) {
     zekEvtLogPrint(aclNode->evtLogKey, 4, text.c_str());
 }
 
-uint32_t aclRefuseV6() {
-    aclNotBuilt("IPv6 access lists");
-    return ACL_E_SYSTEM;
-}
-
 void aclTakeMessage(aclNodeRecord* node, std::span<uint8_t, IPC_BUFFER_SIZE> buffer,
                     size_t received) {
     if (received < sizeof(ipcHdr) || received > buffer.size()) {

@@ -72,7 +72,11 @@ constexpr agentStep cardReplay[] = {
     {"DHCP snooping: trusted ports", nullptr},
     {"DHCP snooping: forwarding entries", nullptr},
     {"DHCP snooping: pending updates", nullptr},
-    {"egress MAC lists enable", nullptr},
+    {"egress MAC lists enable",
+     [](uint32_t slot) {
+         aclSendEgrMacEnableToAclAgent(aclNode->config.l2_user_egr_acl_enable,
+                                       static_cast<int>(slot));
+     }},
 };
 
 // --- what the control processor's agent is to hold ----------------------------------------------

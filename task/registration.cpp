@@ -57,7 +57,19 @@ int SysListRegistration(uint32_t slot) {
         }
     }
     (void)iAclSendToAclAgent({ifindex}, {MT_ACL_SYS_ADDLIST, list});
-    // "v6 Global Acl" joins here with the IPv6 store.
+    static const listName v6Name = listNameMake("v6 Global Acl");
+    const aclList* v6List = aclV6SysAccessListFind(v6Name);
+    if (v6List == nullptr) {
+        if (aclV6SysAccessListCreateExt(v6Name, 0, ifindex) != ACL_OK) {
+            aclSysErr(SYSERR_SYSLIST, "%s",
+                      "AclInitialize: unable to create the V6 GlobalSystem Acl \n");
+            return -1;
+        }
+        v6List = aclV6SysAccessListFind(v6Name);
+        if (v6List == nullptr) return 0;
+    }
+    if (slot < SLOT_COUNT && aclLinecardInfo[slot].isUp != 0)
+        (void)iAclSendToAclAgent({slot}, {MT_ACL_V6_SYS_ADDLIST, v6List});
     return 0;
 }
 

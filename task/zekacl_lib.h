@@ -14,7 +14,9 @@
 #include <tuple>
 #include <utility>
 
+#include "ipacl/zekipaccess.h"
 #include "ipacl/zekvlangroup.h"
+#include "l2acl/zekl2acl.h"
 #include "match/zekPolicy.h"
 #include "platform/api/zekLock.h"
 #include "policy/bgp/zekbgp_plcy.h"
@@ -43,26 +45,33 @@ struct aclExt<Kind, Operation> {
     }
 };
 
-// Says once that IPv6 access lists are not there yet: the answer for their half of a wrapper.
-uint32_t aclRefuseV6();
-
-// Two store operations of one signature, chosen by the last argument; null: not there yet.
+// Two store operations of one signature, chosen by the last argument.
 template <aclLock Kind, auto V4Operation, auto V6Operation>
 struct aclExtFamily;
-template <aclLock Kind, class... Args, uint32_t (*V4Operation)(Args...)>
-struct aclExtFamily<Kind, V4Operation, nullptr> {
-    uint32_t operator()(Args... args, uint32_t family) const {
-        if (family == 1) return aclRefuseV6();
-        aclLockHeld<Kind> held;
-        return V4Operation(args...);
-    }
-};
 template <aclLock Kind, class Result, class... Args, Result (*V4Operation)(Args...),
           Result (*V6Operation)(Args...)>
 struct aclExtFamily<Kind, V4Operation, V6Operation> {
     Result operator()(Args... args, uint32_t family) const {
         aclLockHeld<Kind> held;
         return family == 1 ? V6Operation(args...) : V4Operation(args...);
+    }
+};
+// The same of entries, whose blocks differ: a block of the other family is refused.
+template <aclLock Kind, auto V4Operation, auto V6Operation>
+struct aclExtEntryFamily;
+template <aclLock Kind, class Result, class Block4, class Block6, class... Args,
+          Result (*V4Operation)(const listName&, Block4*, Args...),
+          Result (*V6Operation)(const listName&, Block6*, Args...)>
+struct aclExtEntryFamily<Kind, V4Operation, V6Operation> {
+    Result operator()(const listName& name, Block4* block, Args... args, uint32_t family) const {
+        if (family == 1) return ACL_E_SYSTEM;
+        aclLockHeld<Kind> held;
+        return V4Operation(name, block, args...);
+    }
+    Result operator()(const listName& name, Block6* block, Args... args, uint32_t family) const {
+        if (family != 1) return ACL_E_SYSTEM;
+        aclLockHeld<Kind> held;
+        return V6Operation(name, block, args...);
     }
 };
 
@@ -105,14 +114,6 @@ struct aclExtCreateFamily {
                            : aclExtCreate<V4Operation>{}(name, kind, placeholder);
     }
 };
-template <auto V4Operation>
-struct aclExtCreateFamily<V4Operation, nullptr> {
-    uint32_t operator()(const listName& name, uint32_t kind, uint32_t placeholder,
-                        uint32_t family) const {
-        return family == 1 ? aclRefuseV6() : aclExtCreate<V4Operation>{}(name, kind, placeholder);
-    }
-};
-
 // Prefix lists keep the family's number behind the status.
 struct aclExtPrefixCreate {
     uint32_t operator()(const listName& name, uint32_t placeholder, uint32_t af) const {
@@ -124,12 +125,12 @@ struct aclExtPrefixCreate {
 };
 
 // clang-format off
-inline constexpr aclExtCreateFamily<ipAccessListCreate, nullptr>                  ipAccessListCreateExt;
-inline constexpr aclExtFamily<aclLock::write, ipAccessListDelete, nullptr>        ipAccessListDeleteExt;
-inline constexpr aclExtFamily<aclLock::write, ipAddAccessEntry, nullptr>            ipAddAccessEntryExt;
-inline constexpr aclExtFamily<aclLock::write, ipDelAccessEntry, nullptr>            ipDelAccessEntryExt;
-inline constexpr aclExtFamily<aclLock::write, aclIpApplyIntf, nullptr>                  aclIpApplyIntfExt;
-inline constexpr aclExtFamily<aclLock::write, aclIpRemoveIntf, nullptr>                aclIpRemoveIntfExt;
+inline constexpr aclExtCreateFamily<ipAccessListCreate, aclV6AccessListCreate>                  ipAccessListCreateExt;
+inline constexpr aclExtFamily<aclLock::write, ipAccessListDelete, aclV6AccessListDelete>        ipAccessListDeleteExt;
+inline constexpr aclExtEntryFamily<aclLock::write, ipAddAccessEntry, aclV6AddAccessEntry>         ipAddAccessEntryExt;
+inline constexpr aclExtEntryFamily<aclLock::write, ipDelAccessEntry, aclV6DelAccessEntry>         ipDelAccessEntryExt;
+inline constexpr aclExtFamily<aclLock::write, aclIpApplyIntf, aclV6ApplyIntf>                     aclIpApplyIntfExt;
+inline constexpr aclExtFamily<aclLock::write, aclIpRemoveIntf, aclV6RemoveIntf>                  aclIpRemoveIntfExt;
 inline constexpr aclExtCreate<ipDosListCreate>                                                  ipDosListCreateExt;
 inline constexpr aclExt<aclLock::write, ipDosListDelete>                                        ipDosListDeleteExt;
 inline constexpr aclExt<aclLock::write, ipAddDosEntry>                                          ipAddDosEntryExt;
@@ -151,6 +152,23 @@ inline constexpr aclExtClient<aspAddTaskClient>                                 
 inline constexpr aclExtClient<aspDelTaskClient>                                                 aspDelTaskClientExt{"aspDelTaskClientExt", false};
 inline constexpr aclExtClient<commAddTaskClient>                                                commAddTaskClientExt{"commAddTaskClientExt", true};
 inline constexpr aclExtClient<commDelTaskClient>                                                commDelTaskClientExt{"commDelTaskClientExt", false};
+inline constexpr aclExtCreate<aclV6SysAccessListCreate>                                         aclV6SysAccessListCreateExt;
+inline constexpr aclExtCreate<l2AccessListCreate>                                               l2AccessListCreateExt;
+inline constexpr aclExt<aclLock::write, l2AccessListDelete>                                     l2AccessListDeleteExt;
+inline constexpr aclExt<aclLock::write, l2AddAccessEntry>                                       l2AddAccessEntryExt;
+inline constexpr aclExt<aclLock::write, l2DelAccessEntry>                                       l2DelAccessEntryExt;
+inline constexpr aclExt<aclLock::write, acll2ApplyIntf>                                         acll2ApplyIntfExt;
+inline constexpr aclExt<aclLock::write, acll2RemoveIntf>                                        acll2RemoveIntfExt;
+inline constexpr aclExtClient<l2AclAddTaskClient>                                               l2AclAddTaskClientExt{"l2AclAddTaskClientExt", true};
+inline constexpr aclExtClient<l2AclDelTaskClient>                                               l2AclDelTaskClientExt{"l2AclDelTaskClientExt", false};
+inline constexpr aclExt<aclLock::read, aclShowMacAcl>                                           aclShowMacAclExt;
+inline constexpr aclExt<aclLock::read, aclShowMacAclAll>                                        aclShowMacAclAllExt;
+inline constexpr aclExt<aclLock::write, aclClearMacAcl>                                         aclClearMacAclExt;
+inline constexpr aclExt<aclLock::write, aclClearMacAclAll>                                      aclClearMacAclAllExt;
+inline constexpr aclExt<aclLock::read, aclShowV6Acl>                                            aclShowV6AclExt;
+inline constexpr aclExt<aclLock::read, aclShowV6AclAll>                                         aclShowV6AclAllExt;
+inline constexpr aclExt<aclLock::write, aclClearV6Acl>                                          aclClearV6AclExt;
+inline constexpr aclExt<aclLock::write, aclClearV6AclAll>                                       aclClearV6AclAllExt;
 inline constexpr aclExt<aclLock::write, aclClearIpAclByName>                                    aclClearIpAclExt;
 inline constexpr aclExt<aclLock::write, aclClearIpAclAll>                                       aclClearIpAclAllExt;
 inline constexpr aclExt<aclLock::read, aclShowIpAcl>                                            aclShowIpAclExt;

@@ -163,8 +163,8 @@ TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
     auto card = [&](uint32_t word) { return sent(registration(5, CARD_5, word)); };
     auto controlProcessor = [&](uint32_t word) { return sent(cpRegistration(0, 68, word)); };
     constexpr uint32_t marks = 1;
-    const char eighth[] = "30003>5 begin 8 14413>5 30003>5 end 8",
-               ninth[] = "30003>5 begin 9 14413>5 30003>5 end 9";
+    const char eighth[] = "30003>5 begin 8 14413>5 14530>5 30004>5 30003>5 end 8",
+               ninth[] = "30003>5 begin 9 14413>5 14530>5 30004>5 30003>5 end 9";
     EXPECT_EQ(card(8 << 1 | marks), eighth);  // needs one at its start
     EXPECT_EQ(card(8 << 1 | marks), "");      // names it again
     EXPECT_EQ(card(marks), "");               // needs none
@@ -172,7 +172,7 @@ TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
     zekSwpQueueLose(card5.aclAgent);
     EXPECT_EQ(card(marks), ninth);  // has lost something
     EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::inStep);
-    EXPECT_EQ(card(10 << 1), "14413>5");                                // takes no marks
+    EXPECT_EQ(card(10 << 1), "14413>5 14530>5 30004>5");                // takes no marks
     EXPECT_EQ(card(0), "");                                             // knows nothing of replays
     EXPECT_EQ(sent(registration(5, CARD_5 + 1, 11 << 1 | marks)), "");  // of another card
     EXPECT_EQ(controlProcessor(5 << 1 | marks), "30003>cp begin 5 30003>cp end 5");
@@ -194,7 +194,9 @@ TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
         return sentTo();
     };
     const std::string nothing,
-        replay = "14413>0 14413>3 14413>4 30003>5 begin 0 14413>5 30003>5 end 0";
+        replay =
+            "14413>0 14530>0 30004>0 14413>3 14530>3 30004>3 14413>4 14530>4 30004>4 "
+            "30003>5 begin 0 14413>5 14530>5 30004>5 30003>5 end 0";
     EXPECT_EQ(pass(true), nothing);
     EXPECT_EQ(pass(false), nothing);
     EXPECT_EQ(aclSendToPlace({PORT_5_0, INTF_IN}, {14409, &made.list}), 0);

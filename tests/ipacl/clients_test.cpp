@@ -66,7 +66,7 @@ TEST_P(Clients, APlaceholderLivesAsLongAsItsLastClient) {
     EXPECT_EQ(unreg(APP_OSPF), 0);
     EXPECT_EQ(find(), list);
     EXPECT_EQ(aclAddTaskClient(APP_OSPF, 0, listName{}, 0, f.row.af), nullptr);
-    for (uint32_t af : {0u, 3u}) {  // no store
+    for (uint32_t af : {0u, 4u}) {  // no store
         EXPECT_EQ(aclAddTaskClient(APP_OSPF, 0, A, 0, af), nullptr);
         EXPECT_EQ(aclDelTaskClient(APP_OSPF, 0, A, af), -1);
     }

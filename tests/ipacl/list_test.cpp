@@ -25,7 +25,7 @@ TEST_P(List, LifeIsWrittenAndTold) {
     for (uint32_t seq : {3u, 5u, 7u}) remark(list, seq, "why");
     EXPECT_EQ(effects([&] { del(0); }),
               here({"sync SYNC A \"no  seq 5 RULE0\"", "cfg exact SECT/150 A 1/6/ff",
-                    "cfg exact SECT/150 A 1/6/0", "sync SYNC A \"no  remark 5 why\"",
+                    "cfg exact SECT/150 A 1/6/0", "sync NOTE A \"no  remark 5 why\"",
                     "cfg exact SECT/150 A 1/6/0 absent", "trigger A n 1 id 2"}));
     EXPECT_EQ(aclDelV4RemarkEntryFromList(A, 5, list), 1u) << "it left with its entry";
     EXPECT_EQ(list->remarks->next->prev, list->remarks);
@@ -33,9 +33,9 @@ TEST_P(List, LifeIsWrittenAndTold) {
     EXPECT_EQ(effects([&] { EXPECT_EQ(del(1, 10, true, false), 0u); }), rows{});
     add(2, 3);
     EXPECT_EQ(effects([&] { EXPECT_EQ(drop(), 0u); }),
-              here({"sync SYNC A \"no  remark 3 why\"", "cfg exact SECT/150 A 1/4/0",
+              here({"sync NOTE A \"no  remark 3 why\"", "cfg exact SECT/150 A 1/4/0",
                     "cfg remove SECT/141 A", "sync 3 A \"no HEADA\"", "trigger A n 0 id 3",
-                    "sync SYNC A \"no  remark 7 why\"", "cfg exact SECT/150 A 1/8/0 absent"}));
+                    "sync NOTE A \"no  remark 7 why\"", "cfg exact SECT/150 A 1/8/0 absent"}));
     EXPECT_EQ(find(), nullptr);
     EXPECT_EQ(testCfgLines(), rows{});
     EXPECT_EQ(ipDelAccessList, 0u);

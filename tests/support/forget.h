@@ -3,7 +3,7 @@
 
 #include "include/policyMsg.h"
 #include "interface/interface.h"
-#include "ipacl/zekipaccess.h"
+#include "ipacl/store.h"
 #include "platform/test/record.h"
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
@@ -13,9 +13,10 @@
 inline void forgetLists() {
     for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
          intf = AclIntfTreeFindNext(intf->ifindex))
-        for (uint32_t direction : {INTF_IN, INTF_OUT})
-            if (const aclList* list = intf->lists[INTF_V4][direction])
-                (void)aclIpRemoveIntf(list->name, intf->ifindex, direction);
+        for (const aclFamily* family : aclFamilies)
+            for (uint32_t direction : {INTF_IN, INTF_OUT})
+                if (const aclList* list = intf->lists[family->place][direction])
+                    (void)aclListRemove(*family, list->name, intf->ifindex, direction);
     // Clients and route maps keep lists, too; maps are gone before the lists that they name.
     auto forgetAll = [](auto first, auto remove) {
         while (auto* list = first()) {
@@ -31,9 +32,11 @@ inline void forgetLists() {
     for (uint32_t af : {AF_IPV4, AF_IPV6})
         forgetAll([af] { return ipPrefixListFindFirst(af); },
                   [af](const listName& name) { return ipPrefixListDelete(name, af); });
-    forgetAll(ipAccessListFindFirst, [](const listName& name) {
-        return ipAccessListDelete(name, ipAccessListFind(name)->kind);
-    });
+    for (const aclFamily* family : aclFamilies)
+        forgetAll([family] { return nameTreeFirst<aclList>(aclNode->trees.*family->tree); },
+                  [family](const listName& name) {
+                      return aclListDelete(*family, name, aclListFind(*family, name)->kind);
+                  });
     while (aclList* list = ipDosListFindFirst()) {
         (void)dosIpEnableIntf(list->name, CLI_DOS_DISABLE);
         list = ipDosListFindFirst();

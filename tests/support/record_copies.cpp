@@ -4,7 +4,7 @@
 #include "common/linecard.h"
 #include "common/node.h"
 #include "download/zekacl_download.h"
-#include "ipacl/zekipaccess.h"
+#include "ipacl/family.h"
 #include "platform/test/inject.h"
 
 namespace {
@@ -12,7 +12,7 @@ namespace {
 void copyRow(const char* task, const aclList& list, const listEntry* entry, uint32_t messageId) {
     std::string text = std::string(task) + (entry != nullptr ? " entry " : " list ") +
                        std::to_string(messageId) + " " + std::string(listNameView(list.name));
-    text += entry != nullptr ? " " + std::to_string(static_cast<const aclEntry*>(entry)->block.seq)
+    text += entry != nullptr ? " " + std::to_string(entrySeq(*list.family, *entry))
                              : " n " + std::to_string(list.count);
     testRecord(text);
 }

@@ -59,7 +59,10 @@ struct TaskTest : testing::Test {
         forgetLists();
         while (aclIntf* intf = AclIntfTreeFindFirst()) aclIntfDrop(intf);
         while (aclList* list = ipSysAccessListFindFirst())
-            ASSERT_EQ(ipSysAccessListDelete(list->name, 0), 0u);
+            ASSERT_EQ(aclV6SysAccessListFind(list->name) != nullptr
+                          ? aclV6SysAccessListDelete(list->name, 0)
+                          : ipSysAccessListDelete(list->name, 0),
+                      0u);
         EXPECT_EQ(*pAclReadCounter, 0u);
         AclFree(aclNode);
     }
