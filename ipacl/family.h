@@ -39,6 +39,7 @@ struct aclFamily {
     // --- what must stay in step with the chain; null: nothing ---
     void (*indexAdd)(aclList* list, listEntry* entry);           // after it was linked
     void (*indexRemove)(aclList* list, const listEntry* entry);  // before it is unlinked
+    void (*indexRenumber)(aclList* list);                        // numbers changed, the order not
     void (*indexDrop)(aclList* list);
 
     // --- those that a list concerns ---

@@ -68,13 +68,6 @@ bool isL2L3(const void* block) {
 
 // --- the rows ------------------------------------------------------------------------------------
 
-void indexAdd(aclList* list, listEntry* entry) {
-    ipFilterIndexAdd(list, static_cast<aclEntry*>(entry));
-}
-void indexRemove(aclList* list, const listEntry* entry) {
-    ipFilterIndexRemove(list, static_cast<const aclEntry*>(entry));
-}
-
 void writeHeader(const aclList& list, uint32_t remove) {
     acl_sent_to_cfg(list.name, remove, list.kind, 0);
 }
@@ -109,8 +102,9 @@ constexpr aclFamily makeIp4() {
     aclFamily family = withIp4Entries("IP", &aclTrees::acl_tree);
     family.contentKey = contentKey;
     family.outsideContentTree = isL2L3;
-    family.indexAdd = indexAdd;
-    family.indexRemove = indexRemove;
+    family.indexAdd = ipFilterIndexAdd;
+    family.indexRemove = ipFilterIndexRemove;
+    family.indexRenumber = ipFilterIndexRenumber;
     family.indexDrop = ipFilterIndexDrop;
     family.agentIds[INTF_IN] = {MT_ACL_ADDLIST, MT_ACL_ADDENT, MT_ACL_DELENT, MT_ACL_DELLIST};
     family.agentIds[INTF_OUT] = {MT_ACL_EGR_ADDLIST, MT_ACL_EGR_ADDENT, MT_ACL_EGR_DELENT,

@@ -7,6 +7,7 @@
 #include "ipacl/keys.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
+#include "match/zekPolicy.h"
 
 namespace {
 
@@ -74,12 +75,16 @@ constexpr aclFamily withIp6Entries(zekRadix* aclTrees::*tree) {
 constexpr aclFamily makeIp6() {
     aclFamily family = withIp6Entries(&aclTrees::v6acl_tree);
     family.contentKey = contentKey;
+    family.indexAdd = ip6FilterIndexAdd;
+    family.indexRemove = ip6FilterIndexRemove;
+    family.indexRenumber = ip6FilterIndexRenumber;
+    family.indexDrop = ipFilterIndexDrop;
     family.agentIds[INTF_IN] = {MT_ACL_V6_ADDLIST, MT_ACL_V6_ADDENT, MT_ACL_V6_DELENT,
                                 MT_ACL_V6_DELLIST};
     family.agentIds[INTF_OUT] = {MT_ACL_V6_EGR_ADDLIST, MT_ACL_V6_EGR_ADDENT, MT_ACL_V6_EGR_DELENT,
                                  MT_ACL_V6_EGR_DELLIST};
     family.copies = mgmtCopies::withoutIpm;
-    family.clauseClass = RTMAP_MS_MATCH;
+    family.clauseClass = RTMAP_MS_V6_MATCH;
     family.clauseCode = 18;
     family.addClientRefused =
         "Error: Unable to create IPv6 Access-list " LIST_NAME_FMT " in aclAddTaskClient\r\n";

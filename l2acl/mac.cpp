@@ -7,6 +7,7 @@
 #include "ipacl/keys.h"
 #include "ipacl/store.h"
 #include "l2acl/zekl2acl.h"
+#include "match/zekPolicy.h"
 
 namespace {
 
@@ -57,6 +58,10 @@ constexpr aclFamily makeMac() {
     family.seqMax = MAC_SEQ_MAX;
     family.sameRule = sameRule;
     family.contentKey = contentKey;
+    family.indexAdd = macFilterIndexAdd;
+    family.indexRemove = macFilterIndexRemove;
+    family.indexRenumber = macFilterIndexRenumber;
+    family.indexDrop = ipFilterIndexDrop;
     family.agentIds[INTF_IN] = {MT_L2ACL_ADDLIST, MT_L2ACL_ADDENT, MT_L2ACL_DELENT,
                                 MT_L2ACL_DELLIST};
     family.agentIds[INTF_OUT] = {MT_L2ACL_EGR_ADDLIST, MT_L2ACL_EGR_ADDENT, MT_L2ACL_EGR_DELENT,

@@ -25,19 +25,21 @@ struct RouteMap : PolicyTest {
         ASSERT_EQ(rmapAddTaskClient(APP_RTM, 0, M, {}, 0), 0);
         testTake();
     }
-    enum where : size_t { ACCESS, PATHS, COMMUNITIES, TARGETS, PREFIX4, PREFIX6, NONE };
+    enum where : size_t { ACCESS, ACCESS6, PATHS, COMMUNITIES, TARGETS, PREFIX4, PREFIX6, NONE };
     static std::vector<const void*> stores() {
         const listName L = listNameMake("L");
-        return {ipAccessListFind(L),   bgpASPAccessListFind(L),      bgpCommAccessListFind(L),
-                bgpExtCommListFind(L), ipPrefixListFind(L, AF_IPV4), ipPrefixListFind(L, AF_IPV6)};
+        return {ipAccessListFind(L),         aclV6AccessListFind(L), bgpASPAccessListFind(L),
+                bgpCommAccessListFind(L),    bgpExtCommListFind(L),  ipPrefixListFind(L, AF_IPV4),
+                ipPrefixListFind(L, AF_IPV6)};
     }
     // By code, and by class where the other one's clauses are nobody's.
     static size_t keeperOf(const rmapEntry& entry) {
         static const std::map<uint32_t, std::pair<where, uint16_t>> keepers = {
             {1, {PATHS, 0}},         {4, {COMMUNITIES, 0}},   {6, {COMMUNITIES, 0}},
             {112, {COMMUNITIES, 0}}, {125, {TARGETS, 0}},     {5, {ACCESS, MATCH}},
-            {8, {PREFIX4, MATCH}},   {9, {PREFIX4, MATCH}},   {11, {PREFIX4, MATCH}},
-            {13, {PREFIX6, MATCH6}}, {14, {PREFIX6, MATCH6}}, {15, {PREFIX6, MATCH6}}};
+            {18, {ACCESS6, MATCH6}}, {8, {PREFIX4, MATCH}},   {9, {PREFIX4, MATCH}},
+            {11, {PREFIX4, MATCH}},  {13, {PREFIX6, MATCH6}}, {14, {PREFIX6, MATCH6}},
+            {15, {PREFIX6, MATCH6}}};
         auto at = keepers.find(entry.code);
         if (at == keepers.end()) return NONE;
         return at->second.second == 0 || at->second.second == entry.cls ? at->second.first : NONE;
