@@ -209,7 +209,8 @@ TEST_F(PolicyTest, WithoutMemoryARequestLeavesNoTrace) {
         requests.push_back({k.head, k.line(2), "no" + k.line(2), {k.entryMemory}});
     }
     configure(
-        "ip access-list standard L\nroute-map M permit 5\n set comm-list L delete\n"
+        "ip access-list standard L\nipv6 access-list L\nroute-map M permit 5\n set comm-list L "
+        "delete\n"
         "route-map M permit 10\n");
     requests.push_back({"route-map M permit 5",
                         "route-map B permit 5",
