@@ -15,13 +15,11 @@ void append(std::string* items, std::string_view item) {
     *items += item;
 }
 
-std::string cardsOf(const aclVlanGroup& group) {
+// The slots of the cards that receive the group's list, or of those that refuse it.
+std::string cardsOf(const aclVlanGroup& group, bool refused) {
     std::string cards;
-    aclForTargets({{0, INTF_OUT, group.id}, INTF_V4, false}, [&cards](const aclTarget& target) {
-        jsonObject card;
-        card.number("slot", target.ifindex);
-        if (target.refused) card.flag("refuses", true);
-        append(&cards, card.text());
+    aclForTargets({{0, INTF_OUT, group.id}, INTF_V4, false}, [&](const aclTarget& target) {
+        if (target.refused == refused) append(&cards, std::to_string(target.ifindex));
     });
     return "[" + cards + "]";
 }
@@ -37,15 +35,15 @@ std::string rowOf(const aclVlanGroup& group, bool detail) {
             .flag("configured", group.list->placeholder == 0);
     // Kept in every chassis; only these cards know what a group is.
     row.flag("sent", aclNode->chassis.chassisMode == CHASSIS_MODE_VLAN_GROUPS);
-    if (detail) row.raw("cards", cardsOf(group));
+    if (detail) row.raw("cards", cardsOf(group, false)).raw("refused-by", cardsOf(group, true));
     return row.text();
 }
 
-// "detail" first, so that a group may have any name.
+// The first word says how, so that a group may have any name.
 std::string vlanGroups(std::string_view args) {
-    constexpr std::string_view word = "detail";
-    const bool detail = args == word || args.starts_with("detail ");
-    if (detail) args.remove_prefix(std::min(args.size(), word.size() + 1));
+    const size_t blank = std::min(args.find(' '), args.size());
+    const bool detail = args.substr(0, blank) == "detail";
+    args.remove_prefix(std::min(blank + 1, args.size()));
     aclLockHeld<aclLock::read> held;
     const listName wanted = listNameMake(args);
     std::string rows;
@@ -60,5 +58,5 @@ std::string vlanGroups(std::string_view args) {
 }  // namespace
 
 void aclRegisterVlanGroupFunctions() {
-    zekDebugRegister("acl-vlan-groups", "[detail ][NAME] the ACL VLAN groups", vlanGroups);
+    zekDebugRegister("acl-vlan-groups", "brief|detail [NAME] the ACL VLAN groups", vlanGroups);
 }

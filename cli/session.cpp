@@ -101,6 +101,16 @@ cliOutcome runShowAccessGroups(cliSession* s, const cliCommand&, cliPipe* pipe) 
     return showDebug(s, "access-groups", pipe);
 }
 
+// The first word is always there: a group may have any name.
+cliOutcome runShowVlanGroups(cliSession* s, const cliCommand& c, cliPipe* pipe) {
+    const std::string_view how = c.number != 0 ? "detail" : "brief";
+    const std::string args = std::string(how) + " " + std::string(c.name);
+    return showDebug(s, "acl-vlan-groups", pipe, lexTrimEnd(args));
+}
+cliOutcome runShowSourceGuard(cliSession* s, const cliCommand& c, cliPipe* pipe) {
+    return showDebug(s, "source-guard", pipe, c.text);
+}
+
 cliOutcome runShowClients(cliSession* s, const cliCommand&, cliPipe* pipe) {
     return showDebug(s, "clients", pipe);
 }
@@ -127,6 +137,8 @@ constexpr verbRow verbTable[] = {
     {cliVerb::showCard, false, showCard},
     {cliVerb::showInterfaces, false, showInterfaces},
     {cliVerb::showAccessGroups, false, runShowAccessGroups},
+    {cliVerb::showVlanGroups, false, runShowVlanGroups},
+    {cliVerb::showSourceGuard, false, runShowSourceGuard},
     {cliVerb::showInstalled, false, showInstalled},
     {cliVerb::showClients, false, runShowClients},
     {cliVerb::chassis, false, chassisControl},
@@ -145,6 +157,10 @@ constexpr verbRow verbTable[] = {
     {cliVerb::remark, true, runConfig},
     {cliVerb::description, true, runConfig},
     {cliVerb::accessGroup, true, runConfig},
+    {cliVerb::vlanGroup, true, runConfig},
+    {cliVerb::vlanGroupMember, true, runConfig},
+    {cliVerb::vlanGroupList, true, runConfig},
+    {cliVerb::sourceGuard, true, runConfig},
     {cliVerb::resequence, true, runConfig},
 };
 static_assert([] {
@@ -195,14 +211,18 @@ bool sessionIsInner(cliMode mode) {
     return mode != cliMode::exec && mode != cliMode::configure;
 }
 bool sessionIsInnerLine(const cliCommand& command) {
-    return cliIsListLine(command.verb) || command.verb == cliVerb::accessGroup;
+    constexpr cliVerb others[] = {cliVerb::accessGroup, cliVerb::vlanGroupMember,
+                                  cliVerb::vlanGroupList, cliVerb::sourceGuard};
+    return cliIsListLine(command.verb) ||
+           std::ranges::find(others, command.verb) != std::end(others);
 }
 
 cliMode sessionModeAfter(const cliSession& session, const cliCommand& command) {
     if (sessionIsInnerLine(command)) return session.mode;
     // "no" takes the list away and leaves nothing to edit.
-    const bool opens = command.verb == cliVerb::list && !command.negated;
-    return opens ? modeOfKind(command.kind) : cliMode::configure;
+    if (command.negated) return cliMode::configure;
+    if (command.verb == cliVerb::vlanGroup) return cliMode::vlanGroup;
+    return command.verb == cliVerb::list ? modeOfKind(command.kind) : cliMode::configure;
 }
 
 void sessionEnter(cliSession* session, const cliCommand& command) {

@@ -112,7 +112,8 @@ cliOutcome showUnresolved(cliSession* session, const cliCommand& command, cliPip
 cliOutcome retryUnresolved(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome discardUnresolved(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pipe);
-cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe);
+cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe,
+                     std::string_view args = "");
 cliOutcome showInterfaces(cliSession* session, const cliCommand& command, cliPipe* pipe);
 // Agents and the chassis (cards.cpp, installed.cpp).
 cliOutcome showCards(cliSession* session, const cliCommand& command, cliPipe* pipe);

@@ -14,6 +14,8 @@ extern const grammarState sDone;  // the line must end
 extern const grammarState sExec, sTest, sConfig, sListName, sStandard, sExtended, sBinding;
 // In front of sConfig in the modes of lists: remarks, where a list takes them, and its description.
 extern const grammarState sRemarks, sDescription;
+// Of the topic of groups and source guard; what follows "ip" in configuration mode.
+extern const grammarState sVlanGroup, sShowGroups, sGuard, sShowGuard, sIp;
 extern const grammarState sInterface, sMacStandard, sMacExtended, sPrefix4, sPrefix6, sAspath,
     sCommunity, sExtCommunity, sRouteMap;
 // What a set clause has in common with the entries of its list.
@@ -48,6 +50,8 @@ const char* setName(cliCommand&, const cliValue&, const grammarNode&);
 const char* setSequence(cliCommand&, const cliValue&, const grammarNode&);
 // The sentence that refuses a sequence number (cliArg::sequence) above the node's limit.
 const char* checkSequence(const cliValue&, const grammarNode&);
+// Reads VLAN ranges for their form only: the request reads them again for its bits.
+const char* setVlans(cliCommand&, const cliValue&, const grammarNode&);
 // A sequence number has been read: where a refusal of it points, and what may follow it.
 void noteSequence(cliCommand&, const cliValue&);
 // Appends to the text in full words: a debug function's arguments, an interface's name.

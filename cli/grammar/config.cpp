@@ -2,7 +2,6 @@
 #include <string_view>
 
 #include "cli/grammar/build.h"
-#include "cli/lexer.h"
 #include "include/routeMapNames.h"
 
 namespace {
@@ -34,23 +33,13 @@ constexpr std::string_view bindingWords(uint32_t kind) {
                                        : " ip access-group  out implicit-permit Vlan ";
 }
 
-const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
-    // Read here for its form only; the request reads it again for its bits.
-    std::string_view left = v.word;
-    for (uint32_t low, high;;) {
-        size_t comma = left.find(',');
-        if (!lexVlanRange(left.substr(0, comma), &low, &high))
-            return "A VLAN range is N or N-M from 1 to 4094, several with commas between";
-        if (comma == left.npos) break;
-        left.remove_prefix(comma + 1);
-    }
+const char* setBindingVlans(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (bindingWords(c.kind).size() + c.name.size() + v.word.size() > BINDING_LINE_MAX)
         return "The VLAN range is too long for one line";
-    c.vlans = v.word;
-    return nullptr;
+    return setVlans(c, v, n);
 }
 
-extern const grammarState sIp, sAsPathLists, sIpv6, sMac, sRouteMapName, sInstance, sInstanceSeq,
+extern const grammarState sAsPathLists, sIpv6, sMac, sRouteMapName, sInstance, sInstanceSeq,
     sNamedSeq, sResequence, sResequenceIp, sResequenceIpv6, sResequenceMac, sIpList, sMacList,
     sAccessList, sInterfaceId, sBindingIp, sBindingIpv6, sBindingMac, sBindingName,
     sBindingDirection, sBindingOptions, sBindingVlans;
@@ -65,6 +54,8 @@ constexpr grammarNode configNodes[] = {
     verb("resequence", "number the entries of a list again", sResequence, cliVerb::resequence,
          F_POSITIVE),
     verb("interface", "an interface and its mode", sInterface, cliVerb::interface, F_POSITIVE),
+    verb("acl-vlan-group", "VLANs that share an egress list, and the mode of the group", sListName,
+         cliVerb::vlanGroup),
     verb("access-list", "how access lists are shown", sAccessList, cliVerb::maskMode),
     // "no" and "do" are written once: behind "no" the line begins again, without what cannot be
     // taken back (F_POSITIVE).
@@ -86,7 +77,6 @@ constexpr grammarNode ipNodes[] = {
     verbOf("extcommunity-list", "an extended-community list and its mode", sListName, cliVerb::list,
            KIND_EXTCOMMUNITY),
 };
-constexpr grammarState sIp{ipNodes};
 constexpr grammarNode asPathNodes[] = {
     verbOf("access-list", "an AS-path access list and its mode", sListName, cliVerb::list,
            KIND_ASPATH),
@@ -201,7 +191,12 @@ constexpr grammarNode bindingNodes[] = {
 constexpr grammarNode bindingGroupNodes[] = {
     kw("access-group", "bind an access list to the interface", sBindingName),
 };
-constexpr grammarState sBindingIp{bindingGroupNodes, &sIp};
+constexpr grammarNode bindingIpNodes[] = {
+    bindingGroupNodes[0],
+    verb("source-guard", "pairs of addresses that may send on the interface", sGuard,
+         cliVerb::sourceGuard),
+};
+constexpr grammarState sBindingIp{bindingIpNodes, &sIp};
 constexpr grammarState sBindingIpv6{bindingGroupNodes, &sIpv6};
 constexpr grammarState sBindingMac{bindingGroupNodes, &sMac};
 constexpr grammarNode bindingNameNodes[] = {
@@ -221,12 +216,13 @@ constexpr grammarNode bindingOptionsNodes[] = {
 };
 constexpr grammarState sBindingOptions{bindingOptionsNodes};
 constexpr grammarNode bindingVlansNodes[] = {
-    arg(cliArg::text, "N-M,...", "VLAN ids", sBindingOptions, setVlans),
+    arg(cliArg::text, "N-M,...", "VLAN ids", sBindingOptions, setBindingVlans),
 };
 constexpr grammarState sBindingVlans{bindingVlansNodes};
 
 }  // namespace
 
+constexpr grammarState sIp{ipNodes};
 constexpr grammarState sConfig{configNodes, nullptr, F_START};
 constexpr grammarState sListName{listNameNodes};
 constexpr grammarState sInterface{interfaceNodes};

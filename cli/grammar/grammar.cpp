@@ -1,6 +1,7 @@
 // What the topics of the grammar share: actions, the modes, the state at a line's end.
 #include "cli/grammar/build.h"
 #include "cli/kinds.h"
+#include "cli/lexer.h"
 #include "include/status.h"
 
 uint32_t numberOf(const cliValue& v, const grammarNode& n) {
@@ -65,6 +66,18 @@ const char* setSequence(cliCommand& c, const cliValue& v, const grammarNode& n) 
     noteSequence(c, v);
     return setPolicy<&cliPolicy::seq>(c, v, n);
 }
+const char* setVlans(cliCommand& c, const cliValue& v, const grammarNode&) {
+    std::string_view left = v.word;
+    for (uint32_t low, high;;) {
+        size_t comma = left.find(',');
+        if (!lexVlanRange(left.substr(0, comma), &low, &high))
+            return "A VLAN range is N or N-M from 1 to 4094, several with commas between";
+        if (comma == left.npos) break;
+        left.remove_prefix(comma + 1);
+    }
+    c.vlans = v.word;
+    return nullptr;
+}
 // The argument line of a debug function or an interface's name, in full words.
 const char* addText(cliCommand& c, const cliValue& v, const grammarNode& n) {
     if (!c.text.empty()) c.text += ' ';
@@ -83,6 +96,7 @@ constexpr grammarMode modes[] = {
     {&sExec, F_EXEC, 0, "acl# "},
     {&sConfig, 0, 0, "acl(config)# "},
     {&sBinding, 0, 0, "acl(config-if)# "},
+    {&sVlanGroup, 0, 0, "acl(config-vlan-group)# "},
 };
 
 }  // namespace

@@ -10,11 +10,12 @@
 
 #include "include/policyMsg.h"
 
-// Behind the first three: the mode of a list's lines, one for each cliKind.
+// Behind the first four: the mode of a list's lines, one for each cliKind.
 enum class cliMode : uint8_t {
     exec,
     configure,
     interface,
+    vlanGroup,
     standard,
     extended,
     trace,
@@ -44,6 +45,8 @@ enum class cliVerb : uint8_t {
     showCard,
     showInterfaces,
     showAccessGroups,
+    showVlanGroups,  // cliCommand::number: with the cards
+    showSourceGuard,
     showInstalled,
     showClients,
     chassis,  // cliCommand::kind is the chassisCommand
@@ -62,6 +65,10 @@ enum class cliVerb : uint8_t {
     remark,     // cliPolicy::seq is its number
     description,
     accessGroup,
+    vlanGroup,  // header of an ACL VLAN group
+    vlanGroupMember,
+    vlanGroupList,
+    sourceGuard,
     resequence,
     count_,
 };
@@ -159,7 +166,11 @@ struct cliCommand {
     uint32_t number;       // slot, CARD_CONTROL_PLANE, or route processor
     uint32_t direction;    // of a binding: 0 in, 1 out
     uint32_t implicitPermit;
-    std::string_view vlans;   // of a binding; empty: not given
+    struct {
+        be32 address;
+        uint8_t mac[6];
+    } pair;                   // of source guard; its VLAN is the number
+    std::string_view vlans;   // of a binding (empty: not given), or of a group's members
     std::string_view name;    // list name, or name of a debug function
     std::string text;         // argument line of a debug function, words separated by one blank;
                               // name of an interface; expression of a routing-policy entry

@@ -271,7 +271,7 @@ void loadInterface(loader& l, uint32_t line, std::string_view text) {
 // Headers and others need not wait for the lines before them.
 bool isPipelined(const cliCommand& command) {
     return sessionIsInnerLine(command) || command.verb == cliVerb::list ||
-           command.verb == cliVerb::traceGroup;
+           command.verb == cliVerb::vlanGroup || command.verb == cliVerb::traceGroup;
 }
 
 // Nothing is sent: the request is written, and the mode that the line leads to is entered.

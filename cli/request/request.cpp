@@ -25,7 +25,7 @@ void fillUnbinding(const cliCommand& command, const cliScope& scope, cliRequest*
     request->bind.direction = command.direction;
 }
 // The grammar has checked the text.
-void fillVlans(std::string_view text, uint8_t (&block)[CLI_BINDING_BLOCK_LEN]) {
+bindingVlans vlansOf(std::string_view text) {
     bindingVlans vlans{};
     vlans.given = 1;
     for (size_t comma = 0; comma != text.npos; text.remove_prefix(comma + 1)) {
@@ -41,7 +41,7 @@ void fillVlans(std::string_view text, uint8_t (&block)[CLI_BINDING_BLOCK_LEN]) {
     uint32_t count = 0;
     for (uint8_t byte : vlans.bits) count += static_cast<uint32_t>(std::popcount(byte));
     vlans.count = count;
-    std::memcpy(block, &vlans, sizeof vlans);
+    return vlans;
 }
 
 void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* request) {
@@ -53,7 +53,25 @@ void fillBinding(const cliCommand& command, const cliScope& scope, cliRequest* r
     bind.vlanOption = command.vlans.empty() ? 0 : 1;
     // The text goes along as it was typed, because that is how the line is shown again.
     command.vlans.copy(bind.vlanText, sizeof bind.vlanText - 1);
-    if (!command.vlans.empty()) fillVlans(command.vlans, bind.block);
+    if (command.vlans.empty()) return;
+    const bindingVlans vlans = vlansOf(command.vlans);
+    std::memcpy(bind.block, &vlans, sizeof vlans);
+}
+void fillGroupMember(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->cli.name = scope.list;
+    request->group.vlans = vlansOf(command.vlans);
+    command.vlans.copy(request->group.vlanText, CLI_VLAN_TEXT_LEN - 1);
+}
+void fillGroupList(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->cli.name = scope.list;
+    request->group.list = listNameMake(command.name);
+    request->group.implicitPermit = command.implicitPermit;
+}
+void fillGuard(const cliCommand& command, const cliScope& scope, cliRequest* request) {
+    request->guard.ifindex = scope.ifindex;
+    request->guard.address = command.pair.address;
+    std::memcpy(request->guard.mac, command.pair.mac, sizeof request->guard.mac);
+    request->guard.vlan = static_cast<uint16_t>(command.number);
 }
 
 void fillRemark(const cliCommand& command, const cliScope& scope, cliRequest* request) {
@@ -79,9 +97,20 @@ struct requestRow {
     uint32_t code;
     requestForm form;
 };
+constexpr requestForm GROUP_MEMBER{sizeof(cliGroupReq), fillGroupMember},
+    GROUP_LIST{sizeof(cliGroupReq), fillGroupList},
+    SOURCE_GUARD{sizeof(cliSourceGuardReq), fillGuard};
 constexpr requestRow requestTable[] = {
     {cliVerb::traceGroup, false, CLI_DOS_ENABLE, {}},
     {cliVerb::traceGroup, true, CLI_DOS_DISABLE, {}},
+    {cliVerb::vlanGroup, false, CLI_GROUP_CREATE, {sizeof(cliGroupReq)}},
+    {cliVerb::vlanGroup, true, CLI_GROUP_DELETE, {sizeof(cliGroupReq)}},
+    {cliVerb::vlanGroupMember, false, CLI_GROUP_MEMBER_ADD, GROUP_MEMBER},
+    {cliVerb::vlanGroupMember, true, CLI_GROUP_MEMBER_DELETE, GROUP_MEMBER},
+    {cliVerb::vlanGroupList, false, CLI_GROUP_APPLY, GROUP_LIST},
+    {cliVerb::vlanGroupList, true, CLI_GROUP_REMOVE, GROUP_LIST},
+    {cliVerb::sourceGuard, false, CLI_SOURCE_GUARD_ADD, SOURCE_GUARD},
+    {cliVerb::sourceGuard, true, CLI_SOURCE_GUARD_DELETE, SOURCE_GUARD},
 };
 
 // The code and the form of a command's request; code 0: there is none.

@@ -44,6 +44,8 @@ union cliRequest {
     cliDescriptionReq description;
     cliReseqReq resequence;
     cliBindReq bind;
+    cliGroupReq group;
+    cliSourceGuardReq guard;
     cliPrefix4Req prefix4;
     cliPrefix6Req prefix6;
     cliPrefixReseqReq prefixResequence;

@@ -169,9 +169,10 @@ cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pi
     return outcome;
 }
 
-cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe) {
+cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe,
+                     std::string_view args) {
     json value;
-    cliOutcome outcome = debugJson(session, function, "", &value);
+    cliOutcome outcome = debugJson(session, function, args, &value);
     if (outcome.ok) renderAnswer(*session, value, pipe);
     return outcome;
 }

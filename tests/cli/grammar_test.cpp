@@ -358,7 +358,8 @@ do clear ip access-lists counters => 1031 220
 ip access-list standard => 24: The line is incomplete; expected: NAME
 permit any => 0: Unexpected word "permit" ...
 do show system => command '' 0 ''
-no do show system => 3: Unexpected word "do"; expected: ip, ipv6, mac, route-map, access-list
+no do show system => 3: Unexpected word "do"; expected: ip, ipv6, mac, route-map,
+    acl-vlan-group, access-list
 do configure terminal => 3: Unexpected word "configure" ...
 no route-map LIST deny => 23: The line is incomplete; expected: <1-2147483647>
 [exec]
@@ -370,7 +371,7 @@ shw => 0: Unexpected word "shw"; expected: show, clear, write, chassis, configur
     exit, end
 show s => 5: Ambiguous word "s"; expected: startup-config, system
 show => 5: The line is incomplete; expected: running-config, startup-config, configuration, ip,
-    ipv6, mac, route-maps, clients, logging, system, queues, interfaces, cards, card
+    ipv6, mac, acl-vlan-groups, route-maps, clients, logging, system, queues, interfaces, cards, card
 show system now => 12: Unexpected word "now"; expected: <cr>
 test ip access-list A tcp 1.2.3.4 5.6.7.8 flags syn,{foo|} => 48: A packet's flags are fin, syn,
     rst, psh, ack and urg, with commas between
@@ -407,12 +408,31 @@ ip access-group A in Vlan {0|4095|20-10|1,,2} => 26: A VLAN range is N or N-M fr
     several with commas between
 ip access-group A in Vlan 1 Vlan 2 => 28: Unexpected word "Vlan"; expected: implicit-permit, <cr>
 no ip access-group A in implicit-permit => 24: Unexpected word "implicit-permit"; expected: <cr>
+ ip source-guard 10.0.0.1 02:00:00:aa:bb:cc vlan 7 => 30017 236 220=7000001 224=A000001 228=20000AA
+    232=BBCC0007
+ip source-guard 10.0.0.1 02:00:00:aa:bb:cc => 30017 236 232=BBCC0000
+no ip source-guard 10.0.0.2 02:00:00:aa:bb:cc => 30018 236 224=A000002 232=BBCC0000
+ip source-guard 10.0.0.1 2:0:0:aa:bb => 25: Unexpected word "2:0:0:aa:bb"; expected:
+    xx:xx:xx:xx:xx:xx
+ip source-guard 10.0.0.1 02:00:00:aa:bb:cc vlan 4095 => 48: Unexpected word "4095"; expected:
+    <1-4094>
+[vlanGroup]
+ member vlan 10,20-30 => 1134 1144 80="LIST" 368=1 372=C 376=200FFE 888="10,20-30"
+no member vlan 30 => 1135 1144 372=1 376=2 888=33300000 892-1140=0
+ip access-group A out => 1136 1144 224=41000000 368-1140=0
+ ip access-group A out implicit-permit => 1136 1144 224=41000000 364=1 368-1140=0
+no ip access-group A out => 1137 1144 224=41000000 368-1140=0
+ip access-group A in => 18: Unexpected word "in"; expected: out
+member vlan 5000 => 12: A VLAN range is N or N-M from 1 to 4094, several with commas between
+ip access-list extended X => 1000 224 80=58000000 220=2
+no acl-vlan-group G => 1133 1144 80=47000000
+acl-vlan-group H => 1132 1144 80=48000000
 )lines";
 
-constexpr std::string_view MODES[] = {"exec",        "configure",    "interface", "standard",
-                                      "extended",    "trace",        "ip6",       "macStandard",
-                                      "macExtended", "prefix4",      "prefix6",   "aspath",
-                                      "community",   "extCommunity", "routeMap"};
+constexpr std::string_view MODES[] = {"exec",        "configure",   "interface",    "vlanGroup",
+                                      "standard",    "extended",    "trace",        "ip6",
+                                      "macStandard", "macExtended", "prefix4",      "prefix6",
+                                      "aspath",      "community",   "extCommunity", "routeMap"};
 
 struct lineRow {
     cliContext context;

@@ -172,8 +172,8 @@ TEST(Load, RefusalsAreReportedInLineOrderAlthoughAnswersAreNot) {
               "F:3:6: The sequence number is already used in the list\n seq 2 permit any\n     ^\n"
               "F:4:2: The entry already exists in the list\n seq 3 permit any\n ^\n"
               "F:5:2: Unexpected word \"bad\"; expected: seq, permit, deny, remark, "
-              "description, ip, ipv6, mac, route-map, resequence, interface, access-list, no, do, "
-              "exit, end\n bad line\n ^\n"
+              "description, ip, ipv6, mac, route-map, resequence, interface, acl-vlan-group, "
+              "access-list, no, do, exit, end\n bad line\n ^\n"
               "F:6:6: The sequence number is already used in the list\n seq 4 permit any\n     ^\n"
               "F: 5 of 6 lines refused\n");
 }

@@ -178,7 +178,7 @@ TEST_F(BindingMessages, AVlanGroupIsWhatItsRequestsSay) {
     EXPECT_EQ(header->groupName, listNameMake("G"));
     EXPECT_EQ(debug("acl-vlan-groups", "detail G"),
               R"([{"name":"G","id":5,"vlans":"9","list":"A","implicit-permit":true,)"
-              R"("configured":false,"sent":true,"cards":[{"slot":3}]}])");
+              R"("configured":false,"sent":true,"cards":[3],"refused-by":[]}])");
     for (auto [code, least] : {std::pair{CLI_GROUP_CREATE, 224u},
                                {CLI_GROUP_MEMBER_DELETE, 888u},
                                {CLI_GROUP_REMOVE, 368u},
