@@ -137,7 +137,8 @@ inline constexpr aclStatusRow aclStatusTable[] = {
     {ACL_E_RMAP_SEQ_NEEDED, "ACL_E_RMAP_SEQ_NEEDED",
      "The route map has several instances: give the sequence number"},
     {ACL_E_SEQ_RANGE, "ACL_E_SEQ_RANGE",
-     "The sequence number is out of range (at most 4294967290, of prefix lists 65534)"},
+     "The sequence number is out of range (at most 4294967290, of MAC lists 65535, "
+     "of prefix lists 65534)"},
     {ACL_E_PREFIX_GE_LE, "ACL_E_PREFIX_GE_LE", "The ge value is greater than the le value"},
     {ACL_E_PLACEHOLDER, "ACL_E_PLACEHOLDER", "The list is not configured: it is only referred to"},
     {ACL_E_OTHER_DOS, "ACL_E_OTHER_DOS", "Another trace list is already enabled"},

@@ -32,6 +32,8 @@ constexpr grammarNode showNodes[] = {
     kw("ip", "IP lists", sShowIp),
     kw("ipv6", "IPv6 lists", sShowIpv6),
     kw("mac", "MAC lists", sShowMac),
+    verb("access-groups", "which lists of all families are bound where", sDone,
+         cliVerb::showAccessGroups),
     verb("acl-vlan-groups", "groups of VLANs that share an egress list", sShowGroups,
          cliVerb::showVlanGroups),
     verbOf("route-maps", "route maps", sShowMaps, cliVerb::showLists, KIND_RMAP),
@@ -50,7 +52,7 @@ constexpr grammarNode showConfigurationNodes[] = {
 constexpr grammarState sShowConfiguration{showConfigurationNodes};
 constexpr grammarNode showIpNodes[] = {
     verb("access-lists", "entries of access lists", sShowLists, cliVerb::showLists),
-    verb("access-group", "which lists are bound where", sDone, cliVerb::showAccessGroups),
+    verb("access-group", "the same as access-groups", sDone, cliVerb::showAccessGroups),
     verb("source-guard", "pairs of addresses that may send", sShowGuard, cliVerb::showSourceGuard),
     verbOf("prefix-lists", "IPv4 prefix lists", sShowPrefix, cliVerb::showLists, KIND_PREFIX4),
     verbOf("as-path-access-lists", "AS-path access lists", sShowPolicy, cliVerb::showLists,

@@ -28,6 +28,7 @@ enum class cliMode : uint8_t {
     community,
     extCommunity,
     routeMap,
+    count_,
 };
 
 enum class cliVerb : uint8_t {
@@ -286,4 +287,4 @@ constexpr uint32_t kindOfMode(cliMode mode) {
 constexpr cliMode modeOfKind(uint32_t kind) {
     return static_cast<cliMode>(kind + static_cast<uint32_t>(cliMode::standard));
 }
-static_assert(modeOfKind(KIND_RMAP) == cliMode::routeMap);
+static_assert(modeOfKind(KIND_COUNT) == cliMode::count_);

@@ -117,8 +117,8 @@ permit any precedence 1 => 11: Unexpected word "precedence"; expected: dscp, fra
 permit any dscp 64 => 16: Unexpected word "64"; expected: <0-63>
 permit any order 255 => 17: Unexpected word "255"; expected: <0-254>
 permit any log log => 15: Unexpected word "log" ...
-seq 4294967291 permit any => 4: The sequence number is out of range (at most 4294967290, of prefix
-    lists 65534)
+seq 4294967291 permit any => 4: The sequence number is out of range (at most 4294967290, of MAC
+    lists 65535, of prefix lists 65534)
 seq 99999999999999999999 permit any => 4: Unexpected word "99999999999999999999" ...
 seq 5 => 6: The line is incomplete; expected: permit, deny
 seq 5 no permit any => 6: Unexpected word "no"; expected: permit, deny
@@ -371,7 +371,8 @@ shw => 0: Unexpected word "shw"; expected: show, clear, write, chassis, configur
     exit, end
 show s => 5: Ambiguous word "s"; expected: startup-config, system
 show => 5: The line is incomplete; expected: running-config, startup-config, configuration, ip,
-    ipv6, mac, acl-vlan-groups, route-maps, clients, logging, system, queues, interfaces, cards, card
+    ipv6, mac, access-groups, acl-vlan-groups, route-maps, clients, logging, system, queues,
+    interfaces, cards, card
 show system now => 12: Unexpected word "now"; expected: <cr>
 test ip access-list A tcp 1.2.3.4 5.6.7.8 flags syn,{foo|} => 48: A packet's flags are fin, syn,
     rst, psh, ack and urg, with commas between
@@ -388,6 +389,7 @@ test route-map R 10.0.0.0/8 as-path "1 2" metric 5 => command '' 11 'R 10.0.0.0/
     metric 5'
 show ip access-lists {A installed=A|installed} => command '$' 0 ''
 show {ipv6 access-lists A installed=3|mac access-lists A=4} => command 'A' $ ''
+show access-g => as show ip access-group
 show card control-plane access-lists A => command 'A' 1 ''
 chassis card 3 shutdown => command '' 2 ''
 show s? => startup-config, system
@@ -407,6 +409,12 @@ ip access-group A => 18: The line is incomplete; expected: in, out
 ip access-group A in Vlan {0|4095|20-10|1,,2} => 26: A VLAN range is N or N-M from 1 to 4094,
     several with commas between
 ip access-group A in Vlan 1 Vlan 2 => 28: Unexpected word "Vlan"; expected: implicit-permit, <cr>
+ipv6 access-group A in implicit-permit Vlan 7 => 1164 1016 80=41000000 220=7000001
+    228-244=1 248=1000000 760=37000000
+no ipv6 access-group A out => 1165 228 80=41000000 220=7000001 224=1
+no mac access-group A out => 1105 228
+mac access-group A out => 1104 1016 80=41000000 220=7000001 224=1 232=1
+mac access-list standard A => 1103 224 80=41000000 220=1
 no ip access-group A in implicit-permit => 24: Unexpected word "implicit-permit"; expected: <cr>
  ip source-guard 10.0.0.1 02:00:00:aa:bb:cc vlan 7 => 30017 236 220=7000001 224=A000001 228=20000AA
     232=BBCC0007

@@ -19,18 +19,26 @@ std::string filtered(const std::string& line, const std::string& text) {
     return s.printed();
 }
 
-// Three access lists, and prefix lists of two pages; the walk over all shows the one behind its
-// cursor, or the rest of the one that it is at.
+// Three access lists of each family, and prefix lists of two pages; the walk over all shows the one
+// behind its cursor, or the rest of the one that it is at.
 void walk(fakeManager& m, std::vector<uint8_t>& message) {
     const auto& request = *reinterpret_cast<const cliShowReq*>(message.data());
     const uint32_t code = request.cli.code;
-    const bool all = code == CLI_SHOW_IP_ACL_ALL || code == CLI_SHOW_PREFIX_ALL;
+    const bool all = code == CLI_SHOW_IP_ACL_ALL || code == CLI_SHOW_V6_ACL_ALL ||
+                     code == CLI_SHOW_MAC_ALL || code == CLI_SHOW_PREFIX_ALL;
+    const bool ipv6 = code == CLI_SHOW_V6_ACL || code == CLI_SHOW_V6_ACL_ALL;
+    const bool mac = code == CLI_SHOW_MAC || code == CLI_SHOW_MAC_ALL;
     const bool prefixes = code == CLI_SHOW_PREFIX_ALL || code == CLI_SHOW_PREFIX;
     const std::string cursor(listNameView(request.name));
     for (const std::string name : {"A", "B", "C"}) {
         if (all && request.resume == 0 ? cursor >= name : cursor != name) continue;
-        std::string text = "Extended IP access list " + name + "\r\n";
-        if (!prefixes && name == "A")
+        std::string text = (ipv6  ? "IPv6"
+                            : mac ? "Extended mac"
+                                  : "Extended IP") +
+                           std::string(" access list ") + name + "\r\n";
+        if (ipv6 || mac)
+            text += " seq 5 deny host  00:00:00:00:00:01 any order 7monitor \r\n";
+        else if (!prefixes && name == "A")
             text =
                 "Standard IP access list A\r\n seq 5 permit any log (7 matches) order 255\r\n"
                 " seq 10 deny host 1.2.3.4 log (-2 matches) order 3\r\n";
@@ -82,6 +90,16 @@ TEST(Session, ListsAreShownOneByOneUntilTheWalkEnds) {
         {"show ip access-lists B", "Extended IP access list B\n", ""},
         {"show ip access-lists | include access",
          "Standard IP access list A\nExtended IP access list B\nExtended IP access list C\n", ""},
+        {"show ipv6 access-lists | count access", "3\n", ""},
+        {"show mac access-lists | count access", "3\n", ""},
+        {"show ipv6 access-lists B",
+         R"([{"name":"B","kind":"ipv6","entries":[{"seq":5,"action":"deny",)"
+         R"("text":"seq5denyhost00:00:00:00:00:01anyorder7monitor"}]}])",
+         "", true},
+        {"show mac access-lists C",
+         R"([{"name":"C","kind":"extended","entries":[{"seq":5,"action":"deny",)"
+         R"("text":"seq5denyhost00:00:00:00:00:01anyorder7monitor"}]}])",
+         "", true},
         {"show ip access-lists b", "", "T:1:1: No such access list\nshow ip access-lists b\n^\n"},
         {"show ip access-lists | nothing", "",
          "T:1:24: Not a filter: include, exclude, begin, count\nshow ip access-lists | nothing\n"
@@ -139,7 +157,14 @@ TEST(Session, ModesFollowTheCommands) {
         {"ip access-list standard EGRESS", false, cliMode::configure},
         {"ip access-list standard A", true, cliMode::standard},
         {"ip access-list stnd B", false, cliMode::configure},
+        {"ipv6 access-list V", true, cliMode::ip6},
+        {"remark 5 of this list", true, cliMode::ip6},
+        {"mac access-list extended M", true, cliMode::macExtended},
+        {"no description", true, cliMode::macExtended},
+        {"resequence mac access-list M 5 5", true, cliMode::configure},
         {"interface 1/0", true, cliMode::interface},
+        {"mac access-group M in", true, cliMode::interface},
+        {"ipv6 access-grp V in", false, cliMode::interface},
         {"interface 9/0", false, cliMode::configure},
         {"ip access-group B in", false, cliMode::configure},
         {"ip trace-list T", true, cliMode::trace},

@@ -9,7 +9,8 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size == 0) return 0;
     std::string_view text(reinterpret_cast<const char*>(data + 1), size - 1);
-    cliContext context{static_cast<cliMode>(data[0] % 12), (data[0] & 8) != 0, (data[0] & 16) != 0};
+    cliContext context{static_cast<cliMode>(data[0] % static_cast<int>(cliMode::count_)),
+                       (data[0] & 8) != 0, (data[0] & 16) != 0};
     while (!text.empty()) {
         std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
