@@ -104,96 +104,6 @@ std::string showSystem(std::string_view) {
     return system.text();
 }
 
-// --- test-ip-filter -----------------------------------------------------------------------------
-
-// "ip" is no protocol that a packet could have.
-std::optional<uint32_t> parseProtocol(std::string_view word) {
-    if (word == "tcp") return IP_PROTO_TCP;
-    if (word == "udp") return IP_PROTO_UDP;
-    if (word == "icmp") return IP_PROTO_ICMP;
-    return parseNumber(word, 255);
-}
-
-// "syn,ack": the flag words of the entry text, but "established", which no packet carries.
-std::optional<uint32_t> parseFlags(std::string_view words) {
-    uint32_t flags = 0;
-    while (!words.empty()) {
-        std::string_view word = words.substr(0, words.find(','));
-        words.remove_prefix(std::min(word.size() + 1, words.size()));
-        uint8_t bit = 0;
-        for (const tcpFlagRow& row : tcpFlagTable)
-            if (word == row.word && row.bit != TCP_ESTABLISHED) bit = row.bit;
-        if (bit == 0) return {};
-        flags |= bit;
-    }
-    return flags;
-}
-
-constexpr char FILTER_USAGE[] =
-    "NAME PROTOCOL SOURCE DESTINATION [src-port N] [dst-port N] [flags WORD,...] [icmp-type N] "
-    "[icmp-code N] [tos N] [fragment]";
-
-// Fills the packet; an empty text on success, else what is wrong.
-// Keywords have a value behind them, but "fragment"; what is not given stays zero.
-std::string parsePacket(const std::vector<std::string_view>& words, ipPacket* packet) {
-    if (words.size() < 4) return std::string("usage: ") + FILTER_USAGE;
-    auto protocol = parseProtocol(words[1]);
-    auto src = parseDotted(words[2]);
-    auto dst = parseDotted(words[3]);
-    if (!protocol) return "not a protocol: " + std::string(words[1]);
-    if (!src) return "not an address: " + std::string(words[2]);
-    if (!dst) return "not an address: " + std::string(words[3]);
-    packet->protocol = static_cast<uint8_t>(*protocol);
-    packet->src = *src;
-    packet->dst = *dst;
-    for (size_t i = 4; i < words.size(); i++) {
-        if (words[i] == "fragment") {
-            packet->laterFragment = true;
-            continue;
-        }
-        if (i + 1 == words.size()) return "a value is missing after " + std::string(words[i]);
-        std::string_view value = words[i + 1];
-        std::optional<uint32_t> number;
-        if (words[i] == "src-port" && (number = parseNumber(value, 65535)))
-            packet->srcPort = static_cast<uint16_t>(*number);
-        else if (words[i] == "dst-port" && (number = parseNumber(value, 65535)))
-            packet->dstPort = static_cast<uint16_t>(*number);
-        else if (words[i] == "flags" && (number = parseFlags(value)))
-            packet->tcpFlags = static_cast<uint8_t>(*number);
-        else if (words[i] == "icmp-type" && (number = parseNumber(value, 255)))
-            packet->icmpType = static_cast<uint8_t>(*number);
-        else if (words[i] == "icmp-code" && (number = parseNumber(value, 255)))
-            packet->icmpCode = static_cast<uint8_t>(*number);
-        else if (words[i] == "tos" && (number = parseNumber(value, 255)))
-            packet->tos = static_cast<uint8_t>(*number);
-        else
-            return "not understood: " + std::string(words[i]) + " " + std::string(value);
-        i++;
-    }
-    return {};
-}
-
-// The verdict of a list for a packet, with the entry that decided.
-std::string testIpFilter(std::string_view args) {
-    auto words = splitWords(args);
-    ipPacket packet{};
-    if (std::string wrong = parsePacket(words, &packet); !wrong.empty()) return errorJson(wrong);
-
-    aclLockHeld<aclLock::read> held;
-    const aclList* list = ipAccessListFind(listNameMake(words[0]));
-    if (list == nullptr || list->placeholder != 0)
-        return errorJson(aclStatusFind(ACL_E_NOLIST)->text);
-    const aclEntry* decided = ipFilterFind(list, packet);  // an operator's question counts nowhere
-    // Any action but deny permits, as it does for packets.
-    bool permits = decided != nullptr && decided->block.action != IP_DENY;
-    jsonObject answer;
-    answer.string("verdict", permits ? "permit" : "deny");
-    if (decided == nullptr) return answer.raw("entry", "null").text();
-    jsonObject entry;
-    entry.number("seq", decided->block.seq).string("text", aclEntryText(decided));
-    return answer.object("entry", entry).text();
-}
-
 // --- the rest ------------------------------------------------------------------------------------
 
 std::string dumpNode(std::string_view) {
@@ -226,11 +136,11 @@ void aclRegisterDebugFunctions() {
     startTime = std::chrono::steady_clock::now();
     zekDebugRegister("system", "state of the manager: registrations, lists, messages, memory",
                      showSystem);
-    zekDebugRegister("test-ip-filter", FILTER_USAGE, testIpFilter);
     zekDebugRegister("node", "dump of the state root (text)", dumpNode);
     zekDebugRegister("linecards", "dump of the line cards that are up (text)", dumpLinecards);
     zekDebugRegister("clients", "how the clients of lists were told of changes", dumpClients);
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
+    aclRegisterFilterChecks();
     aclRegisterInstalledFunctions();
     aclRegisterVlanGroupFunctions();
     aclRegisterBgpFunctions();

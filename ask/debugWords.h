@@ -35,10 +35,10 @@ inline std::vector<std::string_view> splitQuoted(std::string_view text) {
     return words;
 }
 
-inline std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max) {
+inline std::optional<uint32_t> parseNumber(std::string_view text, uint32_t max, int base = 10) {
     uint32_t value = 0;
     // The whole text or nothing: neither signs nor blanks.
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
     if (error != std::errc() || end != text.data() + text.size() || value > max) return {};
     return value;
 }

@@ -159,9 +159,10 @@ bool aclCanChange();
 // JSON: every registered client, and how it was told (clientShow.cpp).
 std::string aclClientsDump();
 
-// --- debug shell (debugFunctions.cpp, installed.cpp, prefixFunctions.cpp, nodeDump.cpp) ---
+// --- debug shell (debugFunctions.cpp, nodeDump.cpp, ...) ---
 
 void aclRegisterDebugFunctions();
+void aclRegisterFilterChecks();        // filterChecks.cpp
 void aclRegisterInstalledFunctions();  // installed.cpp
 void aclRegisterVlanGroupFunctions();  // vlanGroups.cpp
 void aclRegisterBgpFunctions();        // bgpChecks.cpp

@@ -1,4 +1,5 @@
-// "test": what a list says about a packet. The words are passed on to the manager as they stand.
+// "test": what a list says about a packet, a frame or a route. The words are passed on to the
+// manager as they stand.
 #include "cli/grammar/build.h"
 #include "cli/lexer.h"
 
@@ -46,15 +47,17 @@ const char* addFlags(cliCommand& c, const cliValue& v, const grammarNode& n) {
     return addText(c, v, n);
 }
 
-extern const grammarState sTestIp, sTestIpv6, sTestPrefix4, sTestPrefix6, sTestPath, sTestValues,
-    sTestRouteMap, sTest4, sTest6, sPath, sValues, sRoutePrefix, sRoute, sRouteText, sRouteNumber,
-    sTestName, sTestProtocol, sTestSrc, sTestDst, sTestOptions, sTestSrcPort, sTestDstPort,
-    sTestFlags, sTestIcmpType, sTestIcmpCode, sTestTos;
+extern const grammarState sTestIp, sTestIpv6, sTestMac, sTestName6, sTestProtocol6, sTestSrc6,
+    sTestDst6, sTestFrame, sTestFrameSrc, sTestFrameDst, sTestFrameType, sEtherType, sTestPrefix4,
+    sTestPrefix6, sTestPath, sTestValues, sTestRouteMap, sTest4, sTest6, sPath, sValues,
+    sRoutePrefix, sRoute, sRouteText, sRouteNumber, sTestName, sTestProtocol, sTestSrc, sTestDst,
+    sTestOptions, sTestSrcPort, sTestDstPort, sTestFlags, sTestIcmpType, sTestIcmpCode, sTestTos;
 
 // Lists that are asked about themselves, not the cards: nothing is counted, and no packet is sent.
 constexpr grammarNode testNodes[] = {
     kw("ip", "IP lists", sTestIp),
     kw("ipv6", "IPv6 lists", sTestIpv6),
+    kw("mac", "MAC lists", sTestMac),
     verbOf("route-map", "a route map", sTestRouteMap, cliVerb::test, KIND_RMAP),
 };
 constexpr grammarNode testIpNodes[] = {
@@ -70,12 +73,12 @@ constexpr grammarNode testNameNodes[] = {
     nameArg("the list", sTestProtocol, addText),
 };
 constexpr grammarState sTestName{testNameNodes};
-constexpr grammarNode testProtocolNodes[] = {
-    kw("tcp", "a TCP packet", sTestSrc, addText),
-    kw("udp", "a UDP packet", sTestSrc, addText),
-    kw("icmp", "an ICMP packet", sTestSrc, addText),
-    number("protocol number", 0, 255, sTestSrc, addText),
-};
+constexpr std::array<grammarNode, 4> protocolNodes(const grammarState& next) {
+    return {kw("tcp", "a TCP packet", next, addText), kw("udp", "a UDP packet", next, addText),
+            kw("icmp", "an ICMP packet", next, addText),
+            number("protocol number", 0, 255, next, addText)};
+}
+constexpr auto testProtocolNodes = protocolNodes(sTestSrc);
 constexpr grammarState sTestProtocol{testProtocolNodes};
 constexpr grammarNode testSrcNodes[] = {
     arg(cliArg::address, "A.B.C.D", "source address", sTestDst, addText),
@@ -111,12 +114,66 @@ constexpr grammarState sTestIcmpCode{testIcmpCodeNodes, &sTestOptions};
 constexpr grammarNode testTosNodes[] = {number("a byte", 0, 255, sTestOptions, addText)};
 constexpr grammarState sTestTos{testTosNodes};
 
+// The same of IPv6, but for the TOS byte, which the packet counts as having had.
+constexpr grammarNode testName6Nodes[] = {
+    nameArg("the list", sTestProtocol6, addText),
+};
+constexpr grammarState sTestName6{testName6Nodes};
+constexpr auto testProtocol6Nodes = protocolNodes(sTestSrc6);
+constexpr grammarState sTestProtocol6{testProtocol6Nodes};
+constexpr grammarNode testSrc6Nodes[] = {
+    arg(cliArg::address6, "X:X::X", "source address", sTestDst6, addText),
+};
+constexpr grammarState sTestSrc6{testSrc6Nodes};
+constexpr grammarNode destination6() {
+    grammarNode node =
+        arg(cliArg::address6, "X:X::X", "destination address", sTestOptions, addText);
+    node.once = O_TOS;
+    return node;
+}
+constexpr grammarNode testDst6Nodes[] = {destination6()};
+constexpr grammarState sTestDst6{testDst6Nodes};
+
+// --- frames ------------------------------------------------------------------------------------
+
+constexpr grammarNode macArg(const char* help, const grammarState& next) {
+    return arg(cliArg::mac, "xx:xx:xx:xx:xx:xx", help, next, addText);
+}
+constexpr grammarNode testMacNodes[] = {
+    verbOf("access-list", "an access list", sTestFrame, cliVerb::test, KIND_MAC_STANDARD),
+};
+constexpr grammarState sTestMac{testMacNodes};
+constexpr grammarNode testFrameNodes[] = {
+    nameArg("the list", sTestFrameSrc, addText),
+};
+constexpr grammarState sTestFrame{testFrameNodes};
+constexpr grammarNode testFrameSrcNodes[] = {macArg("source address", sTestFrameDst)};
+constexpr grammarState sTestFrameSrc{testFrameSrcNodes};
+constexpr grammarNode testFrameDstNodes[] = {macArg("destination address", sTestFrameType)};
+constexpr grammarState sTestFrameDst{testFrameDstNodes};
+constexpr grammarNode testFrameTypeNodes[] = {
+    kw("ev2", "an Ethernet II frame", sEtherType, addText),
+    kw("snap", "a frame with a SNAP header", sEtherType, addText),
+    kw("llc", "a frame with a bare LLC header", sEtherType, addText),
+    fin("ask"),
+};
+constexpr grammarState sTestFrameType{testFrameTypeNodes};
+constexpr grammarNode etherType() {
+    grammarNode node =
+        number("its type, or its access points: hexadecimal", 0, 0xFFFF, sDone, addText);
+    node.kind = cliArg::hex;
+    return node;
+}
+constexpr grammarNode etherTypeNodes[] = {etherType()};
+constexpr grammarState sEtherType{etherTypeNodes};
+
 // --- routing-policy lists ----------------------------------------------------------------------
 
 constexpr grammarNode listNode(const grammarState& next) {
     return nameArg("the list", next, addText);
 }
 constexpr grammarNode testIpv6Nodes[] = {
+    verbOf("access-list", "an access list", sTestName6, cliVerb::test, KIND_IP6),
     verbOf("prefix-list", "an IPv6 prefix list", sTestPrefix6, cliVerb::test, KIND_PREFIX6),
 };
 constexpr grammarState sTestIpv6{testIpv6Nodes};

@@ -1,157 +1,201 @@
-// The index beside a list's chain: after every change it names the entry that a walk finds.
+// The index beside a list's chain, for every family: after every change it names the entry that a
+// walk in the order of numbers finds.
 #include <atomic>
-#include <random>
+#include <set>
 #include <thread>
 
 #include "match/matchIndex.h"
-#include "match/zekPolicy.h"
 #include "platform/api/zekLock.h"
+#include "tests/ipacl/filterFamilies.h"
 #include "tests/support/ipaclTest.h"
 
 namespace {
 
-// Few different addresses and ports, so that rules overlap and packets meet them.
-struct generator {
-    std::mt19937 random;
-    uint32_t masks;  // different masks of each side
-
-    uint32_t below(uint32_t n) { return static_cast<uint32_t>(random() % n); }
-    bool once(uint32_t in) { return below(in) == 0; }
-    template <class Value>
-    Value of(std::initializer_list<Value> values) {
-        return values.begin()[below(static_cast<uint32_t>(values.size()))];
-    }
-    uint32_t address() {
-        uint32_t n = below(108);
-        return ip(10, n / 36, n / 12 % 3, n % 12);
-    }
-    // Any and host are the first two; then lengths, and masks with holes.
-    uint32_t mask() {
-        uint32_t n = below(masks);
-        if (n < 2) return n == 0 ? 0 : HOST;
-        return n % 2 == 0 ? HOST << n : HOST << (n - 1) & ~(0x00010204u << n % 8);
-    }
-    uint16_t port() {
-        return of<uint16_t>({0, 1, 20, 21, 22, 23, 79, 80, 1023, 1024, 65534, 65535});
-    }
-
-    rule entry() {
-        rule b = extended(IP_PERMIT, of<uint8_t>({IP_PROTO_ICMP, IP_PROTO_ANY, IP_PROTO_TCP,
-                                                  IP_PROTO_TCP, IP_PROTO_UDP, 47, 0}));
-        b.action = below(3);
-        if (once(8)) b.kind = IP_KIND_STANDARD;
-        if (once(40)) b.etherType = 0x800;
-        if (once(3)) b.protoMarker = 1;
-        b.src = address(), b.srcMask = mask();
-        b.dst = address(), b.dstMask = mask();
-        if (once(6)) b.precedence = below(9);
-        if (once(6)) b.tos = below(17);
-        if (once(6)) b.dscp = static_cast<uint8_t>(below(65));
-        if (once(10)) b.fragments = 1;
-        if (b.protocol == IP_PROTO_ICMP) {
-            b.icmp = {static_cast<uint8_t>(below(3)), static_cast<uint8_t>(below(2)),
-                      static_cast<uint8_t>(below(3)), static_cast<uint8_t>(below(2))};
-        } else {
-            b.srcOperator = once(2) ? below(7) : PORT_NONE;
-            b.dstOperator = below(7);  // 6 is none
-            b.srcLow = port(), b.srcHigh = port(), b.dstLow = port(), b.dstHigh = port();
-            if (once(5)) b.tcpFlags = static_cast<uint8_t>(random());
-        }
-        return b;
-    }
-    ipPacket packet() {
-        return {
-            .src = address(),
-            .dst = address(),
-            .protocol = of<uint8_t>({IP_PROTO_ICMP, IP_PROTO_ANY, IP_PROTO_TCP, IP_PROTO_UDP, 0}),
-            .tos = static_cast<uint8_t>(once(2) ? 0 : random()),
-            .tcpFlags = static_cast<uint8_t>(random()),
-            .icmpType = static_cast<uint8_t>(below(3)),
-            .icmpCode = static_cast<uint8_t>(below(3)),
-            .srcPort = port(),
-            .dstPort = port(),
-            .laterFragment = once(5)};
-    }
-};
-
-class FilterIndex : public IpAcl {
+// List A, of a family of the filter.
+template <class F>
+class Filter : public IpAcl {
   protected:
-    // Over random packets both ways name the same entry, and it alone is counted.
-    static void expectTheWalks(const aclList* list, generator& make, int packets) {
+    typedef typename F::Entry Entry;
+    typedef typename F::Block Block;
+
+    aclList* make() const {
+        uint32_t status = 0;
+        aclList* list = aclListCreate(F::row, A, IP_KIND_EXTENDED, 0, &status);
+        EXPECT_EQ(status, 0u);
+        return list;
+    }
+    static uint32_t put(Block block, uint32_t seq) {
+        block.seq = seq;
+        return aclListAdd(F::row, A, &block, {});
+    }
+    static uint32_t take(uint32_t seq) {
+        Block block{};
+        block.seq = seq;
+        return aclListDel(F::row, A, &block, false, false);
+    }
+    static auto entries(const aclList* list) { return entriesOf<Entry>(list->head); }
+
+    // Over random packets the list names the entry that the meanings of all of them name, with its
+    // index and without, and that one alone is counted.
+    static void expectTheWalks(const aclList* list, dice& d, int packets) {
         aclList plain = *list;
         plain.filterIndex = nullptr;
         for (int i = 0; i < packets; i++) {
-            ipPacket packet = make.packet();
-            const aclEntry* walked = ipFilterFind(&plain, packet);
-            uint32_t count = walked != nullptr ? walked->matchCount : 0;
-            const aclEntry* decided = nullptr;
-            ipVerdict verdict = ipFilterCheck(list, packet, &decided);
-            ASSERT_EQ(decided, walked) << "seq " << (walked != nullptr ? walked->block.seq : 0u);
-            bool permits = walked != nullptr && walked->block.action != IP_DENY;
+            const auto packet = F::packet(d);
+            const Entry* first = nullptr;
+            for (const Entry& entry : entries(list))
+                if (first == nullptr && F::says(entry.block, packet)) first = &entry;
+            ASSERT_EQ(F::find(&plain, packet), first);
+            uint32_t count = first != nullptr ? first->matchCount : 0;
+            const Entry* decided = nullptr;
+            ipVerdict verdict = F::check(list, packet, &decided);
+            ASSERT_EQ(decided, first) << "seq " << (first != nullptr ? first->block.seq : 0u);
+            bool permits = first != nullptr && first->block.action != IP_DENY;
             ASSERT_EQ(verdict, permits ? FILTER_PERMIT : FILTER_DENY);
-            ASSERT_TRUE(walked == nullptr || walked->matchCount == count + 1);
+            ASSERT_TRUE(first == nullptr || first->matchCount == count + 1);
         }
     }
     static void renumber(aclList* list, uint32_t start, uint32_t step) {
-        for (aclEntry* e = first(list); e != nullptr; e = after(e), start += step)
-            e->block.seq = start;
-        ipFilterIndexRenumber(list);
+        for (Entry& entry : entries(list)) entry.block.seq = start, start += step;
+        F::renumber(list);
     }
-};
 
-struct shape {
-    uint32_t seed, masks, entries;  // `entries` is what the list grows to
-    bool failures;                  // of memory, now and then
-};
-class FilterIndexAgainstTheWalk : public FilterIndex, public testing::WithParamInterface<shape> {};
-
-TEST_P(FilterIndexAgainstTheWalk, DecidesTheSame) {
-    generator make{std::mt19937(GetParam().seed), GetParam().masks};
-    aclList* list = create("A", IP_KIND_EXTENDED);
-    int entries = static_cast<int>(GetParam().entries);
-    std::set<std::pair<uint32_t, uint32_t>> pairs;
-    int indexed = 0, steps = entries * 8;
-    for (int step = 0; step < steps; step++) {
-        SCOPED_TRACE(step);
-        bool grows = list->count < entries && step % (steps / 2) < steps / 4;
-        if (make.below(10) < (grows ? 8 : 4)) {
-            rule block = make.entry();
-            if (make.once(2)) block.seq = make.below(10000);
-            if (GetParam().failures && make.once(300)) testFail(TEST_HEAP, 1 + make.below(3), 1);
-            if (ipAddAccessEntry(A, &block, 0, 0) == ACL_OK)
-                pairs.insert({block.srcMask, block.dstMask});
-            testFailNothing();
-        } else if (list->head != nullptr) {
-            // Runs of numbers go too, so that leaves, groups and tables become empty.
-            const aclEntry* entry = first(list);
-            for (uint32_t n = make.below(static_cast<uint32_t>(list->count)); n > 0; n--)
-                entry = after(entry);
-            for (uint32_t n = make.once(50) ? 40 : 1; n > 0 && entry != nullptr; n--) {
-                ipEntryBlock block = entry->block;
-                entry = after(entry);
-                ASSERT_EQ(ipDelAccessEntry(A, &block, 0, 0), ACL_OK);
+    struct shape {
+        uint32_t seed, masks, entries;  // `entries` is what the list grows to
+        bool failures;                  // of memory, now and then
+    };
+    void decideTheSame(const shape& its) {
+        dice d{std::mt19937(its.seed), its.masks};
+        aclList* list = make();
+        int count = static_cast<int>(its.entries);
+        int indexed = 0, steps = count * 8;
+        for (int step = 0; step < steps; step++) {
+            SCOPED_TRACE(step);
+            bool grows = list->count < count && step % (steps / 2) < steps / 4;
+            if (d.below(10) < (grows ? 8 : 4)) {
+                const uint32_t seq = d.once(2) ? d.below(10000) : SEQ_NOT_GIVEN;
+                const Block block = F::random(d);
+                if (its.failures && d.once(300)) testFail(TEST_HEAP, 1 + d.below(3), 1);
+                (void)put(block, seq);  // what is there already is refused
+                testFailNothing();
+            } else if (list->head != nullptr) {
+                // Runs of numbers go too, so that leaves, groups and tables become empty.
+                const words seqs = numbers(list);
+                size_t at = d.below(static_cast<uint32_t>(seqs.size()));
+                for (uint32_t n = d.once(50) ? 40 : 1; n > 0 && at < seqs.size(); n--, at++)
+                    ASSERT_EQ(take(seqs[at]), ACL_OK);
             }
+            testTake();
+            indexed += list->filterIndex != nullptr;
+            ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, d, 4));
+            if (step % 500 != 499) continue;
+            // The duplicate trees know the old numbers: they come back.
+            const words old = numbers(list);
+            renumber(list, 7, 3);
+            ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, d, 50));
+            size_t i = 0;
+            for (Entry& entry : entries(list)) entry.block.seq = old[i++];
+            F::renumber(list);
         }
-        testTake();
-        indexed += list->filterIndex != nullptr;
-        ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 4));
-        if (step % 500 != 499) continue;
-        words old = numbers(list);
-        renumber(list, 7, 3);
-        ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 50));
-        size_t i = 0;
-        for (aclEntry* e = first(list); e != nullptr; e = after(e)) e->block.seq = old[i++];
-        ipFilterIndexRenumber(list);
+        EXPECT_GT(indexed, steps / 4) << "the index must have been there to be tested";
+        ASSERT_EQ(aclListDelete(F::row, A, IP_KIND_EXTENDED), ACL_OK);
     }
-    EXPECT_GT(indexed, steps / 4) << "the index must have been there to be tested";
-    EXPECT_TRUE(GetParam().masks < 15 || pairs.size() >= 200) << pairs.size();
+};
+
+typedef testing::Types<ip4InFilter, ip6InFilter, macInFilter> families;
+struct familyNames {
+    template <class F>
+    static std::string GetName(int) {
+        return F::row.name;
+    }
+};
+TYPED_TEST_SUITE(Filter, families, familyNames);
+
+TYPED_TEST(Filter, DecidesAsTheWalkDoes) {
+    for (const auto& its : {typename TestFixture::shape{1, 3, 300, false},
+                            {2, 3, 300, true},
+                            {3, 8, 300, false},
+                            {4, 8, 600, true},
+                            {5, 20, 600, false},
+                            {6, 20, 600, true},
+                            {7, 1, 200, false}}) {
+        SCOPED_TRACE(its.seed);
+        ASSERT_NO_FATAL_FAILURE(this->decideTheSame(its));
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Shapes, FilterIndexAgainstTheWalk,
-                         testing::Values(shape{1, 3, 300, false}, shape{2, 3, 300, true},
-                                         shape{3, 8, 300, false}, shape{4, 8, 600, true},
-                                         shape{5, 20, 600, false}, shape{6, 20, 600, true},
-                                         shape{7, 1, 200, false}));
+// Whatever allocation of the index fails, the add succeeds and the list answers.
+TYPED_TEST(Filter, AListWithoutMemoryForItsIndexIsWalked) {
+    dice d{std::mt19937(11), 8};
+    for (uint64_t nth = 1; nth < 60; nth++) {
+        SCOPED_TRACE(nth);
+        aclList* list = this->make();
+        testFail(TEST_HEAP, nth, UINT64_MAX);
+        for (uint32_t i = 1; i <= 100; i++) ASSERT_EQ(this->put(TypeParam::host(i), i * 5), 0u);
+        EXPECT_EQ(list->filterIndex, nullptr);
+        ASSERT_NO_FATAL_FAILURE(this->expectTheWalks(list, d, 20));
+        testFailNothing();
+        for (uint32_t i = 101; i <= 128; i++) ASSERT_EQ(this->put(TypeParam::host(i), i * 5), 0u);
+        EXPECT_NE(list->filterIndex, nullptr) << "it is made when the count has doubled";
+        ASSERT_NO_FATAL_FAILURE(this->expectTheWalks(list, d, 20));
+        // A renumbering that broke off leaves numbers that do not ascend: the chain is what counts.
+        auto& first = static_cast<typename TypeParam::Entry*>(list->head)->block;
+        first.seq = 1000000;
+        TypeParam::renumber(list);
+        EXPECT_EQ(list->filterIndex, nullptr);
+        ASSERT_NO_FATAL_FAILURE(this->expectTheWalks(list, d, 20));
+        first.seq = 5;
+        ASSERT_EQ(aclListDelete(TypeParam::row, A, IP_KIND_EXTENDED), 0u);
+        testTake();
+    }
+}
+
+// The writer swaps two permits under one lock while the index around them grows and shrinks: a
+// reader that sees both or none has looked in between. Every match is counted.
+TYPED_TEST(Filter, ReadersSeeAListBeforeOrAfterAChange) {
+    constexpr uint32_t READERS = 3, CHECKS = 3000;
+    uint32_t readers = 0;
+    pAclReadCounter = &readers;
+    aclLockInit();
+    auto permit = [](uint32_t n) { return TestFixture::put(TypeParam::host(n), n); };
+    aclList* list = this->make();
+    for (uint32_t i = 0; i < 40; i++) ASSERT_EQ(permit(1000 + i), 0u);
+    ASSERT_EQ(permit(1), 0u);
+
+    std::atomic<uint32_t> torn = 0, running = READERS;
+    auto permits = [list](uint32_t n) {
+        return TypeParam::check(list, TypeParam::from(n), nullptr) == FILTER_PERMIT;
+    };
+    std::vector<std::thread> threads;
+    for (uint32_t t = 0; t < READERS; t++)
+        threads.emplace_back([&] {
+            for (uint32_t i = 0; i < CHECKS; i++) {
+                aclReadLock();
+                torn += permits(1) == permits(2);
+                torn += !permits(1000);
+                aclReadUnlock();
+            }
+            running--;
+        });
+    for (uint32_t step = 0; running > 0; step++) {
+        const uint32_t now = step % 2 + 1, other = 5000 + step / 2 % 100;
+        aclWriteLock();
+        EXPECT_EQ(this->take(now), 0u);
+        EXPECT_EQ(permit(3 - now), 0u);
+        // Grows by a hundred in two hundred steps, then shrinks as long.
+        if (step % 2 == 0) EXPECT_EQ(step / 200 % 2 == 0 ? permit(other) : this->take(other), 0u);
+        aclWriteUnlock();
+        testTake();
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(torn, 0u);
+    for (const auto& entry : this->entries(list))
+        if (entry.block.seq == 1000) EXPECT_EQ(entry.matchCount, READERS * CHECKS);
+    pAclReadCounter = nullptr;
+    pthread_rwlock_destroy(&acl_rwlock);
+}
+
+typedef Filter<ip4InFilter> FilterIndex;
 
 // A mask of its own for every entry: the groups that an add and a search look at stay bounded, what
 // is left over is moved a chunk at a time, and what decides is what a walk finds.
@@ -189,82 +233,6 @@ TEST_F(FilterIndex, MasksThatAllDifferShareGroups) {
         }
         EXPECT_EQ(list->filterIndex, nullptr);
     }
-}
-
-// Whatever allocation of the index fails, the add succeeds and the list answers.
-TEST_F(FilterIndex, AListWithoutMemoryForItsIndexIsWalked) {
-    generator make{std::mt19937(11), 8};
-    for (uint64_t nth = 1; nth < 60; nth++) {
-        SCOPED_TRACE(nth);
-        aclList* list = create("A", IP_KIND_EXTENDED);
-        testFail(TEST_HEAP, nth, UINT64_MAX);
-        for (uint32_t i = 0; i < 100; i++)
-            ASSERT_EQ(add("A", extended(i % 2, IP_PROTO_TCP).from(ip(10, 0, i % 3, i), HOST)), 0u);
-        EXPECT_EQ(list->filterIndex, nullptr);
-        ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 20));
-        testFailNothing();
-        for (uint32_t i = 0; i < 28; i++)
-            ASSERT_EQ(add("A", extended(1, IP_PROTO_UDP).from(ip(10, 0, 0, i), HOST)), 0u);
-        EXPECT_NE(list->filterIndex, nullptr) << "it is made when the count has doubled";
-        ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 20));
-        // A renumbering that broke off leaves numbers that do not ascend: the chain is what counts.
-        first(list)->block.seq = 1000000;
-        ipFilterIndexRenumber(list);
-        EXPECT_EQ(list->filterIndex, nullptr);
-        ASSERT_NO_FATAL_FAILURE(expectTheWalks(list, make, 20));
-        first(list)->block.seq = 5;
-        ASSERT_EQ(ipAccessListDelete(A, IP_KIND_EXTENDED), 0u);
-    }
-}
-
-// The writer swaps two permits under one lock while the index around them grows and shrinks: a
-// reader that sees both or none has looked in between. Every match is counted.
-TEST_F(FilterIndex, ReadersSeeAListBeforeOrAfterAChange) {
-    constexpr uint32_t READERS = 3, CHECKS = 3000;
-    uint32_t readers = 0;
-    pAclReadCounter = &readers;
-    aclLockInit();
-    auto host = [](uint32_t last) { return extended(IP_PERMIT, IP_PROTO_ANY).from(last, HOST); };
-    aclList* list = create("A", IP_KIND_EXTENDED);
-    for (uint32_t i = 0; i < 40; i++) ASSERT_EQ(add("A", host(1000 + i).at(1000 + i)), 0u);
-    ASSERT_EQ(add("A", host(1).at(1)), 0u);
-
-    std::atomic<uint32_t> torn = 0, running = READERS;
-    auto permits = [list](uint32_t src) {
-        ipPacket packet{};
-        packet.src = src;
-        return ipFilterCheck(list, packet, nullptr) == FILTER_PERMIT;
-    };
-    std::vector<std::thread> threads;
-    for (uint32_t t = 0; t < READERS; t++)
-        threads.emplace_back([&] {
-            for (uint32_t i = 0; i < CHECKS; i++) {
-                aclReadLock();
-                torn += permits(1) == permits(2);
-                torn += !permits(1000);
-                aclReadUnlock();
-            }
-            running--;
-        });
-    for (uint32_t step = 0; running > 0; step++) {
-        uint32_t now = step % 2 + 1, next = 3 - now, other = 5000 + step / 2 % 100;
-        aclWriteLock();
-        EXPECT_EQ(del("A", host(now).at(now), 0, 0), 0u);
-        EXPECT_EQ(add("A", host(next).at(next)), 0u);
-        // Grows by a hundred in two hundred steps, then shrinks as long.
-        if (step % 2 == 0) {
-            const rule block = host(other).at(other);
-            EXPECT_EQ(step / 200 % 2 == 0 ? add("A", block) : del("A", block, 0, 0), 0u);
-        }
-        aclWriteUnlock();
-        testTake();
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(torn, 0u);
-    const rule sought = host(0).at(1000);
-    EXPECT_EQ(ipAccessEntCompareSeq(A, &sought)->matchCount, READERS * CHECKS);
-    pAclReadCounter = nullptr;
-    pthread_rwlock_destroy(&acl_rwlock);
 }
 
 }  // namespace
