@@ -183,14 +183,19 @@ TYPED_TEST(Filter, ReadersSeeAListBeforeOrAfterAChange) {
         EXPECT_EQ(this->take(now), 0u);
         EXPECT_EQ(permit(3 - now), 0u);
         // Grows by a hundred in two hundred steps, then shrinks as long.
-        if (step % 2 == 0) EXPECT_EQ(step / 200 % 2 == 0 ? permit(other) : this->take(other), 0u);
+        if (step % 2 == 0) {
+            EXPECT_EQ(step / 200 % 2 == 0 ? permit(other) : this->take(other), 0u);
+        }
         aclWriteUnlock();
         testTake();
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(torn, 0u);
-    for (const auto& entry : this->entries(list))
-        if (entry.block.seq == 1000) EXPECT_EQ(entry.matchCount, READERS * CHECKS);
+    for (const auto& entry : this->entries(list)) {
+        if (entry.block.seq == 1000) {
+            EXPECT_EQ(entry.matchCount, READERS * CHECKS);
+        }
+    }
     pAclReadCounter = nullptr;
     pthread_rwlock_destroy(&acl_rwlock);
 }

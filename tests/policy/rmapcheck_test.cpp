@@ -28,6 +28,7 @@ struct RmapCheck : PolicyTest {
 TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
     configure(
         "ip access-list standard L\n permit 10.1.0.0 0.0.255.255\n"
+        "ipv6 access-list L\n permit ipv6 2001:db8::/32 any\n"
         "ip prefix-list L\n permit 10.1.0.0/16 le 32\n"
         "ipv6 prefix-list L\n permit 2001:db8::/32 le 128\n"
         "ip as-path access-list L\n permit _2_\nip community-list L\n permit 65000:2\n"
@@ -47,6 +48,9 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         {" match ip next-hop prefix-list L", "next-hop 10.1.2.3", "next-hop 10.2.2.3"},
         {" match ip route-source L", "route-source 10.1.2.3", "route-source 10.2.2.3"},
         {" match ip route-source prefix-list L", "route-source 10.1.2.3", ""},
+        {" match ipv6 address L", "", "2001:db9::/48"},
+        {" match ipv6 next-hop L", "next-hop 2001:db8::", "next-hop fe01::"},
+        {" match ipv6 route-source L", "route-source 2001:db8::", ""},
         {" match ipv6 address prefix-list L", "", "10.1.0.0/16"},
         {" match ipv6 next-hop prefix-list L", "next-hop 2001:db8::", "next-hop fe01::"},
         {" match ipv6 route-source prefix-list L", "route-source 2001:db8::", ""},
@@ -60,7 +64,7 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         configure(std::string("route-map M permit 10\n") + c.clause + "\n");
         const std::string its = std::strstr(c.clause, "ipv6") != nullptr ? v6 : v4;
         EXPECT_TRUE(permits(its + " " + c.hold));
-        EXPECT_FALSE(permits(c.miss[0] == '1' ? c.miss : its + " " + c.miss));
+        EXPECT_FALSE(permits(isdigit(c.miss[0]) != 0 ? c.miss : its + " " + c.miss));
         const std::string answer = debug("testRouteMap", "M " + its + " " + c.hold);
         EXPECT_NE(
             answer.find(std::string("[{\"clause\":\"") + (c.clause + 1) + "\",\"holds\":true}"),
@@ -85,11 +89,19 @@ TEST_F(RmapCheck, EveryMatchClauseHoldsForItsRouteOnly) {
         EXPECT_EQ(ipRmapListFind(M)->first->hits, holds ? 1u : 0u);
         configure("no route-map M\n");
     }
-    // An emptied list that the map still names: nothing is permitted, and nothing dangles.
-    configure("route-map M permit 10\n match ip address prefix-list L\n");
-    EXPECT_TRUE(permits(v4));
-    configure("no ip prefix-list L\n");
-    EXPECT_FALSE(permits(v4));
+    // A list that goes while the map names it is a placeholder: nothing is permitted, and nothing
+    // dangles.
+    for (const std::string family : {"ip", "ipv6"})
+        for (const std::string kind : {" prefix-list L", " access-list L"}) {
+            const std::string its = family == "ip" ? v4 : v6;
+            configure("route-map M permit 10\n match " + family + " address" +
+                      (kind[1] == 'p' ? kind : " L") + "\n");
+            EXPECT_TRUE(permits(its)) << family << kind;
+            configure("no " + family +
+                      (family == "ip" && kind[1] == 'a' ? " access-list standard L" : kind) + "\n");
+            EXPECT_FALSE(permits(its)) << family << kind;
+            configure("no route-map M\n");
+        }
     EXPECT_EQ(ipRoutemapCheck(nullptr, route(), nullptr), 1);
 }
 

@@ -308,20 +308,8 @@ TEST_F(Dispatch, OneWrapperOneLockAndTheRightFamily) {
     pthread_rwlock_unlock(&acl_rwlock);
 }
 
-TEST_F(Dispatch, TheFilterTestNamesTheEntryThatDecided) {
+TEST_F(Dispatch, TheStateRootIsShown) {
     create("T");
-    add("T", standardBlock(0x0A000001));
-    const std::pair<const char*, const char*> rows[] = {
-        {"T tcp 10.0.0.1 1.2.3.4 dst-port 80 flags syn,ack",
-         R"({"verdict":"permit","entry":{"seq":5,"text":" seq 5 permit host 10.0.0.1"}})"},
-        {"T udp 10.0.0.2 1.2.3.4", R"({"verdict":"deny","entry":null})"},
-        {"NONE tcp 1.1.1.1 2.2.2.2", R"({"error":"No such access list"})"},
-        {"T tcp 1.1.1 2.2.2.2", R"({"error":"not an address: 1.1.1"})"},
-        {"T tcp 1.1.1.1 2.2.2.2 dst-port 65536", R"({"error":"not understood: dst-port 65536"})"},
-        {"T tcp 1.1.1.1 2.2.2.2 flags established",
-         R"({"error":"not understood: flags established"})"},
-    };
-    for (auto [arguments, answer] : rows) EXPECT_EQ(debug("test-ip-filter", arguments), answer);
     const std::string node = debug("node");
     EXPECT_NE(node.find("\nacl_tree = 1\r\n"), node.npos) << node;
     EXPECT_NE(node.find("peer update 20 = 255\r\n"), node.npos);
