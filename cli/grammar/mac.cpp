@@ -3,8 +3,6 @@
 
 namespace {
 
-enum encapsulation : uint32_t { MAC_EV2 = 10, MAC_SNAP = 11, MAC_LLC = 12 };
-
 extern const grammarState sStandardSeq, sExtendedSeq, sOnly, sOnlyHost, sOnlyMask, sSrc, sSrcHost,
     sSrcMask, sDst, sDstHost, sDstMask, sFrame, sOperator, sEtherType;
 
@@ -45,14 +43,14 @@ constexpr grammarNode dstMask[] = {macMaskNode(ENTRY_DST, sFrame)};
 constexpr grammarState sDstMask{dstMask};
 
 // How the frame is encapsulated, and what its ether-type is compared with.
-constexpr grammarNode frameNode(std::string_view word, const char* help, encapsulation code) {
-    return kw(word, help, sOperator, entryPut, entryValue(W::encapsulation, ENTRY_SRC, code));
-}
-constexpr grammarNode frame[] = {
-    frameNode("ev2", "Ethernet II frames", MAC_EV2),
-    frameNode("llc", "LLC frames", MAC_LLC),
-    frameNode("snap", "SNAP frames", MAC_SNAP),
-};
+constexpr auto frame = [] {
+    std::array<grammarNode, std::size(macEncapsulationTable)> nodes{};
+    for (size_t i = 0; i < nodes.size(); i++)
+        nodes[i] =
+            kw(macEncapsulationTable[i].word, "frames of this encapsulation", sOperator, entryPut,
+               entryValue(W::encapsulation, ENTRY_SRC, macEncapsulationTable[i].code));
+    return nodes;
+}();
 constexpr grammarState sFrame{frame, &sOptions};
 constexpr grammarNode operatorNode(std::string_view word, const char* help, ipPortOperator code) {
     return kw(word, help, sEtherType, entryPut, entryValue(W::etherOperator, ENTRY_SRC, code));
