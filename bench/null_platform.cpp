@@ -24,6 +24,9 @@ int zekCfgRemoveExact(zekCfgDb*, const zekCfgRecord&) {
 int zekCfgSync(zekCfgDb*, const zekCfgSyncRecord&) {
     return 0;
 }
+int zekCfgRequestAt(zekCfgDb*, const zekCfgRecord&, zekCfgRequest*) {
+    return 0;
+}
 void zekCfgSetMaskMode(zekCfgDb*, uint32_t) {}
 const uint8_t* zekCfgRestoring(const zekCfgDb*) {
     return nullptr;

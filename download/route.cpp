@@ -9,6 +9,34 @@ namespace {
 
 uint64_t manager_swp_counter;  // messages enqueued, for a debugger's eyes
 
+// A message of `length` bytes, which fill(block) writes, into the queue of its agent. 0, also when
+// that cannot be reached; -1 when there is no memory.
+template <class Fill>
+int enqueue(const agentRoute& route, size_t length, const Fill& fill) {
+    if (route.queue != ZEK_SWP_NONE) (void)aclCheckSwpQueueHealth(route.queue);
+    if (!addressIsKnown(route.address) || route.queue == ZEK_SWP_NONE) {
+        aclDebug(DEBUG_ACL_IPC, "target.card = %d : slot = %d\r\n", static_cast<int>(route.address),
+                 route.cardSlot);
+        return 0;
+    }
+    if (zekSwpQueueState(route.queue) != zekSwpState::inStep) return 0;  // part of its replay
+    void* message = acl_Swp_Alloc(length);
+    if (message == nullptr) {
+        aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");
+        aclAgentLost(route.agent);
+        return -1;
+    }
+    fill(message);
+    manager_swp_counter++;
+    if (zekSwpEnqueue(route.queue, message, length) != 0) {
+        acl_Swp_Free(message);
+        for (uint32_t area : {DEBUG_ACL_IPC, DEBUG_ACL_L2IPC})
+            aclDebug(area, "Error sending Message to ACL_AGENT on %s",
+                     agentIfName(route.ifindex).text);
+    }
+    return 0;
+}
+
 }  // namespace
 
 agentIfName::agentIfName(uint32_t ifindex) {
@@ -53,32 +81,35 @@ void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen,
 int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route,
                        const agentHdr& header, bool more) {
     if (bodyLen > IPC_BUFFER_SIZE - sizeof(agentHdr)) return -1;
-    if (route.queue != ZEK_SWP_NONE) (void)aclCheckSwpQueueHealth(route.queue);
-    if (!addressIsKnown(route.address) || route.queue == ZEK_SWP_NONE) {
-        aclDebug(DEBUG_ACL_IPC, "target.card = %d : slot = %d\r\n", static_cast<int>(route.address),
-                 route.cardSlot);
-        return 0;
-    }
-    if (zekSwpQueueState(route.queue) != zekSwpState::inStep) return 0;  // part of its replay
     const size_t length = sizeof(agentHdr) + bodyLen;
-    auto* message = static_cast<agentHdr*>(acl_Swp_Alloc(length));
-    if (message == nullptr) {
-        aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");
-        aclAgentLost(route.agent);
-        return -1;
-    }
-    *message = {};
-    message->ipc = header.ipc;
-    message->ipc.length = static_cast<uint32_t>(length);
-    message->more = more ? 1 : 0;
-    message->bodyLen = static_cast<uint32_t>(bodyLen);
-    std::memcpy(message + 1, body, bodyLen);
-    manager_swp_counter++;
-    if (zekSwpEnqueue(route.queue, message, length) != 0) {
-        acl_Swp_Free(message);
-        for (uint32_t area : {DEBUG_ACL_IPC, DEBUG_ACL_L2IPC})
-            aclDebug(area, "Error sending Message to ACL_AGENT on %s",
-                     agentIfName(route.ifindex).text);
-    }
-    return 0;
+    return enqueue(route, length, [&](void* block) {
+        auto* message = static_cast<agentHdr*>(block);
+        *message = {};
+        message->ipc = header.ipc;
+        message->ipc.length = static_cast<uint32_t>(length);
+        message->more = more ? 1 : 0;
+        message->bodyLen = static_cast<uint32_t>(bodyLen);
+        std::memcpy(message + 1, body, bodyLen);
+    });
+}
+
+int aclSendIpcToAclAgent(uint32_t slot, const agentReseqMsg& bundle) {
+    const agentRoute route = agentRouteOf(slot, MT_ACL_RESEQUENCE);
+    agentHdr header;
+    // As of every message: what it is, and a header's length.
+    vAclBuildIpcHdr(&header, route, sizeof bundle, MT_ACL_RESEQUENCE);
+    static_assert(sizeof bundle + sizeof header == RESEQ_LENGTH_WORD);
+    return enqueue(route, sizeof bundle, [&](void* block) {
+        auto* message = static_cast<agentReseqMsg*>(block);
+        *message = bundle;
+        message->ipc = header.ipc;
+    });
+}
+
+void aclSendBundle(const agentReseqMsg& bundle) {
+    if (!aclMayDownload()) return;
+    // The last of them is told whether it is up or not: meant.
+    for (uint32_t slot = 0; slot <= RESEQ_LAST_SLOT; slot++)
+        if (slot == RESEQ_LAST_SLOT || aclLinecardInfo[slot].isUp != 0)
+            (void)aclSendIpcToAclAgent(slot, bundle);
 }

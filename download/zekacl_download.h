@@ -57,6 +57,13 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route
 // Fills the header of a message on its route; the length word says body + 132.
 void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen, uint32_t messageId);
 
+// Slots 0 to this one are told of new numbers by bundles; agents of others are to be sent the list.
+constexpr uint32_t RESEQ_LAST_SLOT = 12;
+// A bundle of new numbers to the agent of one slot, results as iAclSendToAclAgent, or to all. Its
+// header is made here.
+int aclSendIpcToAclAgent(uint32_t slot, const agentReseqMsg& bundle);
+void aclSendBundle(const agentReseqMsg& bundle);
+
 // --- copies (mgmt.cpp) -----------------------------------------------------------------------
 
 // The list's copies at the management tasks: SNMP 18, IPM 87, SYSADM 33. IPv6 lists and entries

@@ -72,6 +72,10 @@ extern const aclFamily ip4Family, ip4SystemFamily, dosFamily, ip6Family, ip6Syst
 // The kinds of lists that are bound and have clients, in the order of intfFamily.
 inline constexpr const aclFamily* aclFamilies[] = {&ip4Family, &ip6Family, &macFamily};
 
+inline const aclFamily& aclFamilyOf(uint32_t place) {
+    return *aclFamilies[place];
+}
+
 // --- an entry's block and number, through its row ------------------------------------------------
 
 inline const void* entryBlock(const listEntry& entry) {

@@ -194,7 +194,7 @@ void ipInvertAccessEntryMask() {
             acl_ent_sent_to_cfg(&entry, 0, list->name);
         }
         // The removal of an entry's line takes a remark of the same number with it.
-        for (aclRemark* remark = list->remarks; remark != nullptr; remark = remark->next)
+        for (aclRemark* remark = list->remarks.head; remark != nullptr; remark = remark->next)
             aclManageAclEntryRemark(*remark, *list, 0);
     }
     // A trace list's lines show masks as well: left as they are they would lose their addresses.

@@ -29,7 +29,7 @@ uint32_t deleteEntry(aclList* list, const void* block, bool send, bool cfgAndTri
     if (family.indexRemove != nullptr) family.indexRemove(list, entry);
     aclEntryUnlink(list, entry);
     if (seq == list->highestSeq) aclEntrySeqRecompute(list);
-    aclDelV4RemarkEntryFromList(list->name, seq, list);
+    (void)aclRemarkDel(list, seq);
     aclEntryFree(entry);
 
     if (list->count == 0) {

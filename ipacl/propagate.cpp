@@ -26,6 +26,14 @@ uint32_t messageOf(const aclList* list, aclEvent event, uint32_t direction) {
     return ids.list;
 }
 
+bool isBinding(const listClient& client) {
+    return client.kind == CLIENT_INTERFACE || client.kind == CLIENT_VLAN_GROUP;
+}
+aclPlace placeOf(const aclBinding& b) {
+    return b.kind == CLIENT_INTERFACE ? aclPlace{b.id, b.direction}
+                                      : aclPlace{0, b.direction, b.id & 0xFF};
+}
+
 // The first client that is the task. IPM's instances have a queue each; those of others share one.
 const listClient* findTask(const aclList* list, uint32_t application, uint32_t instance) {
     const listClient* c = list->clients;
@@ -96,14 +104,28 @@ aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t 
 
 void aclPropagate(const aclList* list, const aclChange& change) {
     for (const listClient* c = list->clients; c != nullptr; c = c->next) {
-        if (c->kind == CLIENT_INTERFACE || c->kind == CLIENT_VLAN_GROUP) {
+        if (isBinding(*c)) {
             const auto& b = static_cast<const aclBinding&>(*c);
-            const aclPlace place = b.kind == CLIENT_INTERFACE
-                                       ? aclPlace{b.id, b.direction}
-                                       : aclPlace{0, b.direction, b.id & 0xFF};
-            (void)aclSendToInterface(list, change, place, {b.implicitPermit, &b.block});
+            (void)aclSendToInterface(list, change, placeOf(b), {b.implicitPermit, &b.block});
         }
         if (c->kind == CLIENT_TASK) aclSendToTask(list, change, *c);
+    }
+}
+
+void aclPropagateRenumbered(const aclList* list) {
+    const aclChange again{aclEvent::listAdded};
+    for (const listClient* c = list->clients; c != nullptr; c = c->next) {
+        if (c->kind == CLIENT_TASK) aclSendToTask(list, again, *c);
+        if (!isBinding(*c)) continue;
+        const auto& b = static_cast<const aclBinding&>(*c);
+        const aclPlace place = placeOf(b);
+        const aclBound bound{b.implicitPermit, &b.block};
+        if (ifindexType(place.ifindex) == IF_TYPE_CP)
+            (void)aclSendToInterface(list, again, place, bound);
+        else
+            for (uint32_t slot = RESEQ_LAST_SLOT + 1; slot < SLOT_COUNT; slot++)
+                if (aclLinecardInfo[slot].aclAgent != ZEK_SWP_NONE)
+                    (void)aclSendToInterface(list, again, place, bound, {static_cast<int>(slot)});
     }
 }
 

@@ -27,6 +27,10 @@ int aclSendToInterface(const aclList* list, const aclChange& change, const aclPl
 // trigger alone.
 void aclSendToTask(const aclList* list, const aclChange& change, const listClient& client);
 
+// The whole list to those that are not told of new numbers by bundles: other cards, the control
+// processor, the management tasks that keep copies.
+void aclPropagateRenumbered(const aclList* list);
+
 // The whole list to the copies of one management task.
 void aclPropagateToIPM(const aclList* list);
 void aclPropagateToSYSADM(const aclList* list, aclEvent event);

@@ -85,6 +85,16 @@ bool aclEntrySeqChoose(const aclList& list, void* block, uint32_t* seq);
 // The highest number after an unlink: numbers ascend, so it is the tail's.
 void aclEntrySeqRecompute(aclList* list);
 
+// --- remarks (remark.cpp) ------------------------------------------------------------------------
+
+uint32_t aclRemarkAdd(aclList* list, uint32_t seq, std::string_view text);
+uint32_t aclRemarkDel(aclList* list, uint32_t seq);
+aclRemark* aclRemarkFind(const aclRemarks& remarks, uint32_t seq);
+// A new record among the others, whose number none of them has; null: no memory.
+aclRemark* aclRemarkMake(aclRemarks* remarks, uint32_t seq, std::string_view text);
+// Forgets them all; their lines are the caller's.
+void aclRemarksFree(aclRemarks* remarks);
+
 // --- duplicate check (dupcheck.cpp) --------------------------------------------------------------
 
 // Enters a new entry into both trees. ACL_E_ENTRY_EXISTS, ACL_E_SEQ_USED, ACL_E_SYSTEM: it is in

@@ -41,5 +41,5 @@ std::string ip6EntryText(const acl6Entry& entry);
 
 // --- remarks (remark.cpp) ----------------------------------------------------------------------
 
-// Writes or removes a remark's line.
+// Writes or removes a remark's line; an entry's removal may have taken it already.
 void aclManageAclEntryRemark(const aclRemark& remark, const aclList& list, uint32_t remove);

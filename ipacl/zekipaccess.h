@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "common/lists/list.h"
+#include "include/agentMsg.h"
 #include "include/status.h"
 
 // --- ordinary lists (list.cpp) ---------------------------------------------------------------
@@ -237,8 +238,49 @@ constexpr size_t DUP_KEY_MAX = 80;
 uint32_t ipAccessDupEntGenerateKey(const ipEntryBlock& block, uint8_t key[DUP_KEY_MAX]);
 uint32_t v6AccessDupEntGenerateKey(const ip6EntryBlock& block, uint8_t key[DUP_KEY_MAX]);
 
+// --- resequencing (resequence.cpp) -----------------------------------------------------------
+// Renumbers entries and remarks together, in their order: start, start + step, ...; a remark with
+// its entry's number keeps it company. Everybody who uses the list hears of it once: cards by pairs
+// of old and new numbers. The configuration is written anew. The write lock is held for a
+// millisecond an item when the platform pauses (--pauses).
+//
+// ACL_E_NOLIST also for a placeholder; ACL_E_SEQ_RANGE when a number would be too large, or several
+// items would get one (step 0); ACL_E_MEMORY; ACL_E_STORE when the configuration cannot be read:
+// nothing has changed then.
+uint32_t ipReseqTheAccessList(const listName& name, uint32_t start, uint32_t step);
+uint32_t ipReseqTheV6AccessList(const listName& name, uint32_t start, uint32_t step);
+uint32_t l2ReseqTheAccessList(const listName& name, uint32_t start, uint32_t step);
+// Adds a pair to the bundle at the cursor, which is made when there is none; a full one goes to the
+// cards, the last one of a list too: that ends the bundle. 0, or ACL_E_MEMORY.
+uint32_t aclV4BundleSeqNum(const aclList* list, uint32_t last, const reseqPair& pair,
+                           agentReseqMsg** cursor);
+uint32_t aclV6BundleSeqNum(const aclList* list, uint32_t last, const reseqPair& pair,
+                           agentReseqMsg** cursor);
+uint32_t l2AclBundleSeqNum(const aclList* list, uint32_t last, const reseqPair& pair,
+                           agentReseqMsg** cursor);
+
 // --- remarks (remark.cpp) --------------------------------------------------------------------
 
-// 0, or 1 when no remark has that number.
+// A list's numbered texts, beside its entries. One may stand without an entry of its number; one
+// that has its entry's leaves with it. DoS and system lists have none.
+
+// `code`: the command, which says of which family the list is. A remark with the number of another
+// one replaces its text. ACL_E_NOLIST also for a placeholder, ACL_E_SEQ_RANGE for a number that no
+// entry of the list could have, ACL_E_ENTRY_MEMORY.
+uint32_t aclFindListToAddRemarkEntry(const cliRemarkReq& request, uint32_t code);
+// 0 also when no remark has that number; ACL_E_NOLIST.
+uint32_t aclFindListToDelRemarkEntry(const listName& name, uint32_t seq, uint32_t code);
+
+// To and from a list that is at hand. Add: 0, ACL_E_SEQ_RANGE, ACL_E_ENTRY_MEMORY. Del: 0, or 1
+// when no remark has that number. Compare: the remark with that number, or null.
+uint32_t aclAddV4RemarkEntryToList(const cliRemarkReq& request, aclList* list);
+uint32_t aclAddV6RemarkEntryToList(const cliRemarkReq& request, aclList* list);
+uint32_t aclAddMacRemarkEntryToList(const cliRemarkReq& request, aclList* list);
 uint32_t aclDelV4RemarkEntryFromList(const listName& name, uint32_t seq, aclList* list);
+uint32_t aclDelV6RemarkEntryFromList(const listName& name, uint32_t seq, aclList* list);
+uint32_t aclDelMacRemarkEntryFromList(const listName& name, uint32_t seq, aclList* list);
+aclRemark* aclRemarkV4EntCompareSeq(const listName& name, uint32_t seq, const aclList* list);
+aclRemark* aclRemarkV6EntCompareSeq(const listName& name, uint32_t seq, const aclList* list);
+aclRemark* aclRemarkMacEntCompareSeq(const listName& name, uint32_t seq, const aclList* list);
+// With their lines.
 void aclDelAllRemarks(aclList* list);

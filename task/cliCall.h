@@ -47,6 +47,11 @@ uint32_t cliEntry(cliCall& call) {
     return Wrapper(call.name(), call.as<Request>()->entry);
 }
 template <const auto& Wrapper>
+uint32_t cliResequence(cliCall& call) {
+    const auto* req = call.as<cliReseqReq>();
+    return Wrapper(call.name(), req->start, req->step);
+}
+template <const auto& Wrapper>
 uint32_t cliShow(cliCall& call) {
     return Wrapper(call.shownName(), &call.buffer, &call.size);
 }
@@ -78,15 +83,20 @@ uint32_t cliDosListCreate(cliCall& call);
 uint32_t cliDosEntryAdd(cliCall& call);
 uint32_t cliDosEntryDelete(cliCall& call);
 uint32_t cliDosEnable(cliCall& call);
+uint32_t cliRemarkAdd(cliCall& call);
+uint32_t cliRemarkDelete(cliCall& call);
 uint32_t cliLagMembers(cliCall& call);
 uint32_t cliTelnetValue(cliCall& call);
 
-// --- ACL VLAN groups (cliGroups.cpp)
-// --------------------------------------------------------------
+// --- ACL VLAN groups (cliGroups.cpp) -------------------------------------------------------------
 
 uint32_t cliGroupCreate(cliCall& call);  // (and deletes)
 uint32_t cliGroupMember(cliCall& call);
 uint32_t cliGroupApply(cliCall& call);
+
+// --- of every kind of list (description.cpp) -----------------------------------------------------
+
+uint32_t cliDescription(cliCall& call);
 
 // --- policy lists (cliPolicy.cpp) ----------------------------------------------------------------
 

@@ -26,6 +26,8 @@ enum cliFlag : uint32_t {
     CLI_EXTCOMM = 256,
     CLI_CHANGE = 512,   // of the configuration: refused while that cannot be stored
     CLI_DETAIL = 1024,  // of a show that has it with one code and not with the next
+    CLI_REMARK_TEXT = 2048,
+    CLI_DESCRIPTION_TEXT = 4096,
 };
 
 struct cliRow {
@@ -48,6 +50,7 @@ constexpr uint32_t LIST = sizeof(cliListReq);
 constexpr uint32_t ENTRY = sizeof(cliIpEntryReq);
 constexpr uint32_t V6_ENTRY = sizeof(cliIp6EntryReq), MAC_ENTRY = sizeof(cliMacEntryReq);
 constexpr uint32_t SHOW = sizeof(cliShowReq);
+constexpr uint32_t REMARK = sizeof(cliRemarkReq), RESEQ = sizeof(cliReseqReq);
 constexpr uint32_t WORD = sizeof(cliWordReq);
 constexpr uint32_t ASPATH = sizeof(cliAspathReq);
 constexpr uint32_t COMM = sizeof(cliCommReq), EXTCOMM = sizeof(cliExtCommReq);
@@ -172,7 +175,10 @@ constexpr cliRow cliTable[] = {
     {CLI_GROUP_REMOVE,            "remove ACL VLAN group",             GROUP_LIST,   cliGroupApply, GOES},
     {CLI_SHOW_GROUP_ALL,          "show all ACL VLAN groups",          SHOW,         cliShow<aclShowAclVlanGrpAllExt>},
     {CLI_SHOW_GROUP,              "show ACL VLAN group",               SHOW,         cliShow<aclShowAclVlanGrpSpecificExt>},
-    {{CLI_REMARK_ADD, CLI_MAC_REMARK_DELETE}, "remarks",               CLI,          nullptr, CLI_CHANGE},
+    {CLI_REMARK_ADD,              "add remark",                        REMARK,       cliRemarkAdd, MAKES | CLI_REMARK_TEXT},
+    {CLI_REMARK_DELETE,           "delete remark",                     REMARK,       cliRemarkDelete, GOES},
+    {CLI_MAC_REMARK_ADD,          "add remark",                        REMARK,       cliRemarkAdd, MAKES | CLI_REMARK_TEXT},
+    {CLI_MAC_REMARK_DELETE,       "delete remark",                     REMARK,       cliRemarkDelete, GOES},
     {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       WORD,         cliTelnetValue, 0, INTF_MAC},
     // IPv6 prefix lists
     {CLI_V6_PREFIX_LIST_CREATE,   "create IPv6 prefix list",           CLI,
@@ -187,7 +193,8 @@ constexpr cliRow cliTable[] = {
      cliByNameAndFamily<prefixClearIpListExt>, CLI_ACL2, AF_IPV6},
     {CLI_V6_PREFIX_CLEAR_ALL,     "clear all IPv6 prefix lists",       CODE,
      cliPrefixClearAll, CLI_ACL2, AF_IPV6},
-    {CLI_DESCRIPTION,             "list description",                  CLI,          nullptr, CLI_CHANGE},
+    {CLI_DESCRIPTION,             "list description",                  sizeof(cliDescriptionReq),
+     cliDescription, MAKES | CLI_DESCRIPTION_TEXT},
     {CLI_SHOW_V6_PREFIX_ALL_DETAIL, "show all IPv6 prefix lists",      SHOW,
      cliPrefixShowAll, CLI_DETAIL, AF_IPV6},
     {CLI_SHOW_V6_PREFIX_ALL,      "show all IPv6 prefix lists",        SHOW,         cliPrefixShowAll, 0, AF_IPV6},
@@ -210,10 +217,17 @@ constexpr cliRow cliTable[] = {
      cliV6EntryAdd, CLI_ACL2 | CLI_V6 | MAKES},
     {CLI_V6_ENTRY_DELETE,         "delete IPv6 entry",                 V6_ENTRY,
      cliV6EntryDelete, CLI_ACL2 | CLI_V6 | GOES},
-    {{CLI_V6_REMARK_ADD, CLI_V6_REMARK_DELETE}, "remarks",             CLI,          nullptr, CLI_CHANGE},
+    {CLI_V6_REMARK_ADD,           "add remark",                        REMARK,
+     cliRemarkAdd, MAKES | CLI_V6 | CLI_REMARK_TEXT},
+    {CLI_V6_REMARK_DELETE,        "delete remark",                     REMARK,       cliRemarkDelete, GOES | CLI_V6},
     // what came later
     {CLI_V6_TELNET_VALUE,         "IPv6 list of a Telnet server",      WORD,         cliTelnetValue, 0, INTF_V6},
-    {{CLI_IP_RESEQUENCE, CLI_MAC_RESEQUENCE}, "resequence",            CLI,          nullptr, CLI_CHANGE},
+    {CLI_IP_RESEQUENCE,           "resequence IPv4 access list",       RESEQ,
+     cliResequence<ipReseqTheAccessListExt>, CLI_CHANGE},
+    {CLI_V6_RESEQUENCE,           "resequence IPv6 access list",       RESEQ,
+     cliResequence<ipReseqTheV6AccessListExt>, CLI_CHANGE | CLI_V6},
+    {CLI_MAC_RESEQUENCE,          "resequence MAC access list",        RESEQ,
+     cliResequence<l2ReseqTheAccessListExt>, CLI_CHANGE},
     {CLI_PREFIX_RESEQUENCE,       "resequence prefix list",            sizeof(cliPrefixReseqReq),
      cliPrefixResequence, CLI_CHANGE},
     {CLI_RMAP_ENTRY_DELETE_2,     "delete route-map clause",           CLAUSE,       cliRmapEntryDelete, GOES, AF_IPV4},
@@ -248,6 +262,8 @@ constexpr textRule textRules[] = {
     {CLI_CLAUSE, offsetof(cliRmapClauseReq, clause.list), LIST_NAME_LEN, false},
     {CLI_GROUP, offsetof(cliGroupReq, list), LIST_NAME_LEN, false},
     {CLI_VLANS, offsetof(cliBindReq, vlanText), CLI_VLAN_TEXT_LEN, true},
+    {CLI_REMARK_TEXT, offsetof(cliRemarkReq, text), REMARK_LEN, true},
+    {CLI_DESCRIPTION_TEXT, offsetof(cliDescriptionReq, text), DESCRIPTION_LEN, true},
     {CLI_ASPATH, offsetof(cliAspathReq, text), sizeof(cliAspathReq::text), true},
     {CLI_COMM, offsetof(cliCommReq, entry.text), sizeof(commEntryBlock::text), true,
      offsetof(cliCommReq, entry.kind)},

@@ -122,6 +122,20 @@ uint32_t cliDosEnable(cliCall& call) {
     return dosIpEnableIntfExt(call.name(), call.code());
 }
 
+// --- remarks of every family's lists: which one, the code says ---
+
+uint32_t cliRemarkAdd(cliCall& call) {
+    const auto* req = call.as<cliRemarkReq>();
+    if (req->text[0] == '\0') return ACL_E_SYSTEM;  // its line could not be read back
+    aclLockHeld<aclLock::write> held;
+    return aclFindListToAddRemarkEntry(*req, call.code());
+}
+
+uint32_t cliRemarkDelete(cliCall& call) {
+    aclLockHeld<aclLock::write> held;
+    return aclFindListToDelRemarkEntry(call.name(), call.as<cliRemarkReq>()->seq, call.code());
+}
+
 // --- questions of other tasks --------------------------------------------------------------------
 
 // The answer may be longer than the request: it stands in the receive buffer, which is long enough

@@ -72,6 +72,12 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message);
 // Runs an operator's command and answers it.
 void AclProcCliCmd(aclNodeRecord* node, uint8_t* message);
 
+// Gives a list of any kind its description, or takes it (description.cpp): the list must be
+// configured, else its kind's status of a missing one. ACL_E_SYSTEM for a kind that there is not
+// and for no text.
+struct cliDescriptionReq;
+uint32_t aclManageDescriptionForLists(const cliDescriptionReq& request);
+
 // --- agents (agents.cpp) ---------------------------------------------------------------------
 
 // The handlers of 14403, 14404 and 14401; they answer themselves.

@@ -131,6 +131,9 @@ inline constexpr aclExtEntryFamily<aclLock::write, ipAddAccessEntry, aclV6AddAcc
 inline constexpr aclExtEntryFamily<aclLock::write, ipDelAccessEntry, aclV6DelAccessEntry>         ipDelAccessEntryExt;
 inline constexpr aclExtFamily<aclLock::write, aclIpApplyIntf, aclV6ApplyIntf>                     aclIpApplyIntfExt;
 inline constexpr aclExtFamily<aclLock::write, aclIpRemoveIntf, aclV6RemoveIntf>                  aclIpRemoveIntfExt;
+inline constexpr aclExt<aclLock::write, ipReseqTheAccessList>                                   ipReseqTheAccessListExt;
+inline constexpr aclExt<aclLock::write, ipReseqTheV6AccessList>                                 ipReseqTheV6AccessListExt;
+inline constexpr aclExt<aclLock::write, l2ReseqTheAccessList>                                   l2ReseqTheAccessListExt;
 inline constexpr aclExtCreate<ipDosListCreate>                                                  ipDosListCreateExt;
 inline constexpr aclExt<aclLock::write, ipDosListDelete>                                        ipDosListDeleteExt;
 inline constexpr aclExt<aclLock::write, ipAddDosEntry>                                          ipAddDosEntryExt;

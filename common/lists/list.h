@@ -4,7 +4,7 @@
 //   aclList --head/tail--> listEntry <-> listEntry ...    ascending sequence numbers
 //           --clients----> listClient <-> listClient ...  newest first; those of interfaces are
 //                                                         aclBinding records
-//           --remarks----> aclRemark <-> aclRemark ...    ascending sequence numbers
+//           --remarks----> aclRemark <-> aclRemark ...    ascending sequence numbers, and a tree of them
 //           --seqTree, contentTree: duplicate-check nodes that point at the same entries
 //
 // The store that made a record owns it. All records come from the platform's pools.
@@ -67,8 +67,14 @@ struct aclBinding : listClient {
 struct aclRemark {
     aclRemark* next;
     aclRemark* prev;
-    char text[REMARK_LEN + 1];
-    uint32_t seq;
+    zekRadixNode link;  // the key is `seq`
+    be32 seq;
+    char text[REMARK_LEN + 1];  // NUL-padded
+};
+struct aclRemarks {
+    aclRemark* head;
+    aclRemark* tail;
+    zekRadix* bySeq;  // the same remarks; null while there is none
 };
 
 constexpr uint32_t DOS_ACTIVE = 0x1000;  // kind word of the DoS list that is downloaded
@@ -80,7 +86,7 @@ struct aclList : namedList {
     uint32_t kind;  // ipEntryKind; a DoS list's flags word
     int32_t count;
     uint32_t highestSeq;  // 0 when empty
-    aclRemark* remarks;
+    aclRemarks remarks;
     zekRadix* seqTree;      // null for system and DoS lists
     zekRadix* contentTree;  // null for system and DoS lists
     // What ipFilterCheck searches instead of the chain; null: it walks. Kept for ordinary lists.

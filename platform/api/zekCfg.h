@@ -94,6 +94,10 @@ int zekCfgSync(zekCfgDb* db, const zekCfgSyncRecord& record);
 // Sends again what a restart could not bring back, after something has changed in the chassis.
 void zekCfgRetryUnresolved();
 
+// The request of the node in exactly this place, changes of the open batch included; its body is
+// good until the next call. 1; 0 when there is no such node; -1 when the database cannot be read.
+int zekCfgRequestAt(zekCfgDb* db, const zekCfgRecord& place, zekCfgRequest* request);
+
 // Which text the database shows from now on: 0 normal, 1 inverse.
 void zekCfgSetMaskMode(zekCfgDb* db, uint32_t inverse);
 [[nodiscard]] uint32_t zekCfgMaskMode(const zekCfgDb* db);

@@ -60,6 +60,7 @@ constexpr const char* statementText[CFG_STMT_COUNT] = {
     "INSERT INTO unresolved(" LINE_COLUMNS ") SELECT " LINE_COLUMNS
     " FROM lines WHERE section=?1 AND key=?2 AND class=?3",
     "SELECT 1 FROM lines WHERE section=?1 AND key BETWEEN ?2 AND ?3 AND record IS NOT NULL LIMIT 1",
+    "SELECT record FROM lines WHERE section=?1 AND key=?2 AND class=?3",
     "DELETE FROM unresolved WHERE id=?1",
     "DELETE FROM unresolved WHERE section=?1 AND key=?2 AND class=?3",
     "DELETE FROM unresolved WHERE section=?1 AND key BETWEEN ?2 AND ?3",

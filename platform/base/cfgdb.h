@@ -67,6 +67,7 @@ enum cfgStatement {
     CFG_STMT_DELETE_BLOCK,
     CFG_STMT_UNRESOLVE,
     CFG_STMT_BLOCK_LIVES,
+    CFG_STMT_RECORD_AT,
     CFG_STMT_RESOLVED,
     CFG_STMT_SUPERSEDE,
     CFG_STMT_SUPERSEDE_BLOCK,
@@ -115,6 +116,7 @@ struct zekCfgDb {
     uint64_t feedPendingCount;
     const cfgStoredRow* restoring;  // the row whose request is being sent again
     uint8_t restoringKey[CFG_KEY_LEN];
+    uint8_t foundBody[CFG_REQUEST_MAX];  // of the request that was asked for last
     cfgCounters now, atBegin;
     uint64_t commits, failedCommits, changes;
 };

@@ -131,6 +131,26 @@ int zekCfgWalkUnresolved(zekCfgDb* db,
     return 0;
 }
 
+int zekCfgRequestAt(zekCfgDb* db, const zekCfgRecord& place, zekCfgRequest* request) {
+    *request = {};
+    if (db == nullptr) return -1;
+    std::lock_guard lock(db->mutex);
+    if (!db->readOnly && db->dirty && cfgDbBatch(db) != 0) return -1;
+    sqlite3_stmt* s = cfgDbStatement(db, CFG_STMT_RECORD_AT);
+    if (s == nullptr) return -1;
+    uint8_t key[CFG_STORED_KEY_MAX];
+    const size_t length = cfgKeyStore(place.key, key);
+    sqlite3_bind_int64(s, 1, place.section);
+    cfgBindBlob(s, 2, {reinterpret_cast<const char*>(key), length});
+    sqlite3_bind_int64(s, 3, place.lineClass);
+    int found = 0;
+    const int rc = eachRow(db, s, [&](sqlite3_stmt* row) {
+        found = 1;
+        *request = cfgRecordRead(cfgColumnBlob(row, 0), db->foundBody);
+    });
+    return rc == 0 ? found : -1;
+}
+
 int cfgDbReadRecords(zekCfgDb* db, const cfgStoredRow& after, std::vector<cfgStoredRow>* rows) {
     rows->clear();
     std::lock_guard lock(db->mutex);

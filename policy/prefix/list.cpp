@@ -8,6 +8,7 @@
 // block: the entry, its record, its content key. The caller holds the write lock.
 #include "common/chain.h"
 #include "common/debug.h"
+#include "common/description.h"
 #include "common/node.h"
 #include "common/record.h"
 #include "common/tree.h"
@@ -270,8 +271,12 @@ uint32_t ipReseqPrefixList(const listName& name, uint32_t start, uint32_t step, 
     uint64_t steps = list->count > 0 ? static_cast<uint32_t>(list->count) - 1 : 0;
     if (start == 0 || step == 0 || start + steps * step > PREFIX_SEQ_MAX) return ACL_E_SEQ_RANGE;
 
+    cfgDescription description =
+        cfgDescriptionOf(CFG_PREFIX_LIST, prefixFamilyOf(af)->family, list->name);
+    if (!cfgDescriptionRead(&description)) return ACL_E_STORE;
     prefix_sent_to_cfg(list, 1, af);
     prefix_sent_to_cfg(list, 0, af);
+    cfgDescriptionWrite(description);
     uint32_t seq = start;
     for (prefixEntry* entry = list->head; entry != nullptr; entry = entry->next, seq += step) {
         zekDelayMicrosecond(RESEQUENCE_PAUSE_US);

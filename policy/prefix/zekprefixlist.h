@@ -33,7 +33,8 @@ uint32_t ipAddPrefixEntry(const listName& name, const prefixRecord& entry, uint3
 uint32_t ipDelPrefixEntry(const listName& name, const prefixRecord& entry, uint32_t writeConfig,
                           uint32_t af);
 // Renumbers the entries start, start + step, ...; waits 1 ms before each one and tells the clients
-// once. A number above 65534, a start or a step of 0: ACL_E_SEQ_RANGE, and nothing has changed.
+// once. A number above 65534, a start or a step of 0: ACL_E_SEQ_RANGE, and nothing has changed; nor
+// has it when the configuration cannot be read (ACL_E_STORE).
 uint32_t ipReseqPrefixList(const listName& name, uint32_t start, uint32_t step, uint32_t af);
 
 // --- clients (clients.cpp; the route maps' are in common/client.h) --------------------------

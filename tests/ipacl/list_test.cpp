@@ -28,7 +28,7 @@ TEST_P(List, LifeIsWrittenAndTold) {
                     "cfg exact SECT/150 A 1/6/0", "sync NOTE A \"no  remark 5 why\"",
                     "cfg exact SECT/150 A 1/6/0 absent", "trigger A n 1 id 2"}));
     EXPECT_EQ(aclDelV4RemarkEntryFromList(A, 5, list), 1u) << "it left with its entry";
-    EXPECT_EQ(list->remarks->next->prev, list->remarks);
+    EXPECT_EQ(list->remarks.tail->prev, list->remarks.head);
     // Without the flag neither the configuration nor the clients hear of it.
     EXPECT_EQ(effects([&] { EXPECT_EQ(del(1, 10, true, false), 0u); }), rows{});
     add(2, 3);

@@ -253,16 +253,8 @@ class IpAcl : public testing::Test {
     static void join(uint32_t lag, const words& ports) {
         for (uint32_t port : ports) ASSERT_EQ(aclLagMemberAdd(lag, port), 0);
     }
-    // Links a remark at the tail: numbers must come in ascending order.
     static void remark(aclList* list, uint32_t seq, const char* text) {
-        void* block = zekMC_M_memBlockVarAlloc(0, ZEK_MEM_FLAGS, sizeof(aclRemark));
-        auto* remark = new (block) aclRemark{};
-        remark->seq = seq;
-        std::strncpy(remark->text, text, REMARK_LEN);
-        aclRemark** link = &list->remarks;
-        for (; *link != nullptr; link = &(*link)->next) remark->prev = *link;
-        *link = remark;
-        aclManageAclEntryRemark(*remark, *list, 0);
+        EXPECT_EQ(aclRemarkAdd(list, seq, text), 0u);
         testTake();
     }
     // The chain of an IPv4 list, entry by entry.

@@ -108,8 +108,23 @@ struct RestartTest : TaskTest {
             r.entry.mask[0] = static_cast<uint8_t>(value());
         });
     }
+    bytes remark() {
+        return request<cliRemarkReq>(CLI_REMARK_ADD, [&](cliRemarkReq& r) {
+            r.seq = below(4) == 0 ? value() : 5 * below(6);
+            expression().copy(r.text, REMARK_LEN);
+        });
+    }
+    bytes description() {
+        return request<cliDescriptionReq>(CLI_DESCRIPTION, [&](cliDescriptionReq& r) {
+            constexpr uint32_t kinds[] = {1000, 1005, 1010, 1014, 1016, 1021, 1051, 1153};
+            r.kind = kinds[below(8)];
+            r.seq = 10 * (1 + below(3));
+            r.remove = below(4) == 0;
+            expression().copy(r.text, DESCRIPTION_LEN);
+        });
+    }
     bytes make() {
-        const uint32_t n = below(34);
+        const uint32_t n = below(40);
         if (n < 2) return request<cliListReq>(1000, [&](cliListReq& r) { r.kind = 1 + below(2); });
         if (n < 6) return ipEntry(1002);
         if (n < 7)
@@ -159,6 +174,13 @@ struct RestartTest : TaskTest {
                 r.family = 1 + below(2);
             });
         if (n < 31) return message(14517 + below(2));
+        if (n < 33) return remark();
+        if (n < 36) return description();
+        if (n < 37)
+            return request<cliReseqReq>(CLI_IP_RESEQUENCE, [&](cliReseqReq& r) {
+                r.start = value();
+                r.step = below(12);
+            });
         return takeBack();
     }
     // The removal of something that was asked for, or of a whole list.
@@ -166,7 +188,7 @@ struct RestartTest : TaskTest {
         static const std::map<uint32_t, uint32_t> removals = {
             {1000, 1001}, {1002, 1003}, {1005, 1004}, {1007, 1006}, {1010, 1008}, {1011, 1009},
             {1014, 1012}, {1015, 1013}, {1016, 1019}, {1017, 1018}, {1025, 1024}, {1161, 1160},
-            {1042, 1043}, {1044, 1045}, {1147, 1148}, {1149, 1150}, {1188, 1187}};
+            {1042, 1043}, {1044, 1045}, {1142, 1143}, {1147, 1148}, {1149, 1150}, {1188, 1187}};
         for (int tries = 0; tries < 20 && !sent.empty(); tries++) {
             bytes b = sent[below(static_cast<uint32_t>(sent.size()))];
             if (as<ipcHdr>(b).mtype != MT_CLI_COMMAND) continue;
@@ -279,8 +301,9 @@ TEST_F(RestartTest, WhateverWasAnsweredComesBackTheSameToTheByte) {
         ASSERT_TRUE(downloads() == sentDown);
     }
     // Every kind of line was there.
-    for (uint32_t code : {1000u, 1002u, 1003u, 1005u, 1007u, 1011u, 1015u, 1017u, 1021u, 1022u,
-                          1025u, 1039u, 1041u, 1044u, 1149u, 1161u, 1185u})
+    for (uint32_t code :
+         {1000u, 1002u, 1003u, 1005u, 1007u, 1011u, 1015u, 1017u, 1021u, 1022u, 1025u,
+          1039u, 1041u, 1044u, 1142u, 1143u, 1149u, 1153u, 1161u, 1182u, 1185u})
         EXPECT_GT(accepted[code], rounds / 50) << code;
 }
 
