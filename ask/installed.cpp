@@ -115,7 +115,7 @@ void addCard(intent* what, jsonObject row, uint32_t ifindex, const std::string& 
 // Why no card is sent the list; null: the cards behind the place are.
 const char* unsent(const intent& what, const aclPlace& place) {
     // MAC lists that are bound to a VLAN are never sent: meant.
-    if (ifindexType(place.ifindex) == IF_TYPE_VLAN && what.list.family->place == INTF_MAC)
+    if (ifindexType(place.ifindex) == IF_TYPE_VLAN && !what.list.family->onVlans)
         return "not sent for VLANs";
     if (place.groupId != 0 && aclNode->chassis.chassisMode != CHASSIS_MODE_VLAN_GROUPS)
         return "not sent in this chassis";

@@ -87,7 +87,8 @@ struct Tables : testing::Test {
     // Lists come in chunks of two; nothing changes before the last one.
     agentVerdict send(uint32_t id, const std::string& name, uint32_t port,
                       const std::vector<uint32_t>& numbers = {}, uint8_t group = 0) {
-        bool list = id == 14409 || id == 14413 || id == 14416 || id == 14484 || id == 14533;
+        bool list =
+            id == 14409 || id == 14413 || id == 14416 || id == 14484 || id == 14530 || id == 14533;
         auto parts = chunks({id, name, port, entries(id, numbers), 0, -1, group}, list ? 2 : 100);
         std::string before = installedText(t);
         for (size_t i = 0; i + 1 < parts.size(); i++) {
@@ -163,36 +164,51 @@ TEST_F(Tables, ListsOfAddressesAndOfLimits) {
     EXPECT_EQ(t.protocolFilters, 1u);
 }
 
-// System lists: entries have no numbers, several lists share an interface, one message carries
-// many.
+// System lists of both families: entries have no numbers, several lists share an interface, one
+// message carries many.
 TEST_F(Tables, SystemEntriesAreKnownByTheirContent) {
-    play({
-        {14413, "S", PORT, {1}, APPLIED, "S@p 1;"},
-        {14414, "S", PORT, {2, 3}, APPLIED, "S@p 1 2 3;"},
-        {14414, "S", PORT, {2}, APPLIED, "S@p 1 2 3;"},  // no twin
-        {14414, "T", PORT, {9}, APPLIED, "S@p 1 2 3;T@p 1=9;"},
-        {14414, "S", OTHER_PORT, {2}, APPLIED, "S@p 1 2 3;T@p 1=9;S@o 1=2;"},
-        {14415, "S", PORT, {3, 1}, APPLIED, "S@p 2;T@p 1=9;S@o 1=2;"},
-        {14415, "S", PORT, {1}, ABSENT, "S@p 2;T@p 1=9;S@o 1=2;"},
-        {14415, "S", OTHER_PORT, {}, APPLIED, "S@p 2;T@p 1=9;"},  // the list
-        {14414, "S", PORT, {}, REFUSED, "S@p 2;T@p 1=9;"},
-    });
-    // The number that it comes with says nothing; every other byte does, used or not.
-    for (size_t at = 4; at < ENTRY4; at++) {
-        bytes e = entry4(0, 2);
-        e[at] ^= 0x40;
-        if (at >= 56 && at < 200) e[at + 148] ^= 0x40;
-        if (at >= 204 && at < 348) continue;
-        ASSERT_EQ(send(build({at < 8 ? 14414u : 14415u, "S", PORT, {e}})),
-                  at < 8 ? APPLIED : ABSENT);
+    const struct {
+        uint32_t list, add, del;
+        // Of an entry's image: what belongs to the entry, its number, and the second half.
+        std::pair<size_t, size_t> entry, number, copy;
+    } families[] = {{14413, 14414, 14415, {4, 392}, {4, 8}, {204, 348}},
+                    {14530, 14531, 14532, {8, 124}, {92, 96}, {0, 0}}};
+    for (const auto& f : families) {
+        SCOPED_TRACE(f.list);
+        agentTablesReplayBegin(&t);
+        (void)agentTablesReplayEnd(&t);
+        play({
+            {f.list, "S", PORT, {1}, APPLIED, "S@p 1;"},
+            {f.add, "S", PORT, {2, 3}, APPLIED, "S@p 1 2 3;"},
+            {f.add, "S", PORT, {2}, APPLIED, "S@p 1 2 3;"},  // no twin
+            {f.add, "T", PORT, {9}, APPLIED, "S@p 1 2 3;T@p 1=9;"},
+            {f.add, "S", OTHER_PORT, {2}, APPLIED, "S@p 1 2 3;T@p 1=9;S@o 1=2;"},
+            {f.del, "S", PORT, {3, 1}, APPLIED, "S@p 2;T@p 1=9;S@o 1=2;"},
+            {f.del, "S", PORT, {1}, ABSENT, "S@p 2;T@p 1=9;S@o 1=2;"},
+            {f.del, "S", OTHER_PORT, {}, APPLIED, "S@p 2;T@p 1=9;"},  // the list
+            {f.add, "S", PORT, {}, REFUSED, "S@p 2;T@p 1=9;"},
+        });
+        // The number that it comes with says nothing; every other byte does, used or not.
+        auto in = [](size_t at, std::pair<size_t, size_t> range) {
+            return at >= range.first && at < range.second;
+        };
+        for (size_t at = f.entry.first; at < f.entry.second; at++) {
+            bytes e = entryOf(f.list, 0, 2);
+            e[at] ^= 0x40;
+            if (in(at + 148, f.copy)) e[at + 148] ^= 0x40;
+            if (in(at, f.copy)) continue;
+            const bool number = in(at, f.number);
+            ASSERT_EQ(send(build({number ? f.add : f.del, "S", PORT, {e}})),
+                      number ? APPLIED : ABSENT)
+                << at;
+        }
+        EXPECT_EQ(installedText(t), "S@p 2;T@p 1=9;");
+        // More system entries than fit one message; their chunks keep the id.
+        auto parts = chunks({f.add, "T", PORT, entries(f.add, upTo(20))});
+        EXPECT_EQ(send(parts[0]), PENDING);
+        EXPECT_EQ(send(parts[1]), APPLIED);
+        EXPECT_EQ(count(), 21);  // source 9 was there
     }
-    EXPECT_EQ(installedText(t), "S@p 2;T@p 1=9;");
-    // Twenty system entries do not fit one message; their chunks keep the id.
-    auto parts = chunks({14414, "T", PORT, entries(14414, upTo(20))});
-    put32(parts[1], 12, 14414);
-    EXPECT_EQ(send(parts[0]), PENDING);
-    EXPECT_EQ(send(parts[1]), APPLIED);
-    EXPECT_EQ(count(), 21);  // source 9 was there
 }
 
 // Lies, and chunks in every wrong order: counted under their reason. What was installed stays, and

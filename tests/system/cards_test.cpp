@@ -16,11 +16,11 @@ struct cardsFixture : chassisFixture {
     }
     // Waits until this is what every card is said to hold of the list, with this exit status.
     void expectInstalled(const std::string& list, const std::string& rows, int status = 0,
-                         const char* timeout = "10") const {
+                         const char* timeout = "10", const std::string& family = "ip") const {
         commandResult got;
         EXPECT_TRUE(waitUntil([&] {
-            got =
-                shell({"--timeout", timeout, "-c", "show ip access-lists " + list + " installed"});
+            got = shell({"--timeout", timeout, "-c",
+                         "show " + family + " access-lists " + list + " installed"});
             return got.status == status && squeezed(got.out) == rows;
         })) << list
             << ": " << rows << "\n"
@@ -140,6 +140,57 @@ TEST(Cards, HealWithoutAnotherChange) {
     chassis.expectInstalled("B", slot2 + "in step;");
     // The list that has gone can be asked for, and is nowhere.
     chassis.expectInstalled("A", "", 1);
+}
+
+// Lists of every family side by side at the same places: changed and replayed, each is what the
+// manager means, and no card has asked for a replay.
+TEST(Cards, HoldListsOfEveryFamily) {
+    cardsFixture chassis;
+    const std::string held = "vlan 10,in,1,in step;vlan 10,in,2,in step;";
+    const struct {
+        std::string family, header, rule, all, vlan;
+    } families[] = {
+        {"ip", "ip access-list extended A\n", " permit udp any any eq ", " deny ip any any\n",
+         held},
+        {"ipv6", "ipv6 access-list A\n", " permit udp any any eq ", " deny ipv6 any any\n", held},
+        {"mac", "mac access-list extended A\n", " permit any any ev2 eq ", " deny any any\n",
+         "vlan 10,in,-,not sent for VLANs;"}};
+    constexpr int ENTRIES = 1000;  // one more message than pairs fit
+    auto expect = [&] {
+        for (const auto& f : families)
+            chassis.expectInstalled(
+                "A",
+                "port-channel 1 (2/2),in,2,in step;port-channel 1 (1/2),in,1,in step;" + f.vlan +
+                    "1/0,in,1,in step;2/1,out,2,in step;",
+                0, "10", f.family);
+    };
+    std::string lists, changes;
+    for (const auto& f : families) {
+        lists += f.header;
+        for (int i = 1; i <= ENTRIES; i++)
+            lists += " seq " + std::to_string(3 * i) + f.rule + std::to_string(1000 + i) + "\n";
+        const std::string bind = " " + f.family + " access-group A ";
+        for (const char* place : {"1/0", "port-channel 1", "vlan 10"})
+            lists += std::string("interface ") + place + "\n" + bind + "in\n";
+        lists += "interface 2/1\n" + bind + "out\n";
+        changes += f.header + " no seq 3\n seq 4" + f.all;
+    }
+    for (const std::string& lines : {lists, changes}) {
+        chassis.load(lines);
+        expect();
+    }
+    rawClient client(chassis);
+    for (int slot : {1, 2}) {
+        const std::string summary = client.agentSummary(slot);
+        EXPECT_TRUE(has(summary, "\"lastError\":\"\"") && has(summary, "\"replays\":1,"))
+            << slot << summary;
+    }
+    const std::string json = chassis.shell({"--json", "-c", "show card 1 access-lists A"}).out;
+    const std::regex last(R"("seq": ?2997\b)");
+    EXPECT_EQ(std::distance(std::sregex_iterator(json.begin(), json.end(), last), {}), 8);
+    chassis.agents[1].stop(SIGKILL);
+    ASSERT_TRUE(chassis.startAgent(1));
+    expect();
 }
 
 TEST(Cards, MembershipByHandTakesLagsAndRefusesASecondList) {
