@@ -13,7 +13,7 @@
 #include "common/client.h"
 #include "common/node.h"
 #include "include/service.h"
-#include "ipacl/zekipaccess.h"
+#include "ipacl/store.h"
 #include "platform/api/zekMem.h"
 
 namespace {
@@ -25,7 +25,8 @@ void start() {
         static aclNodeRecord node{};
         aclNode = &node;
         if (zek_memPartVarInit(1, poolClasses, std::size(poolClasses)) != 0) std::abort();
-        node.trees.acl_tree = zekRadixCreate("acl", LIST_NAME_KEY_BITS);
+        for (const aclFamily* family : aclFamilies)
+            node.trees.*family->tree = zekRadixCreate(family->name, LIST_NAME_KEY_BITS);
         return true;
     }();
     (void)once;
@@ -33,51 +34,113 @@ void start() {
 
 const listName listOne = listNameMake("BENCH");
 
-// A list of `entries` entries, five apart, inserted in random order or in their own.
-void fill(uint32_t entries, bool shuffled = true) {
+// The families, by the benchmarks' argument: each in a store of its own, on the same frame.
+struct benchFamily {
+    const aclFamily& row;
+    void (*block)(uint32_t seq, uint32_t value, uint8_t* to);
+};
+const benchFamily families[] = {
+    {ip4Family,
+     [](uint32_t seq, uint32_t value, uint8_t* to) {
+         const ipEntryBlock b = blockOf(seq, value);
+         std::memcpy(to, &b, sizeof b);
+     }},
+    {ip6Family,
+     [](uint32_t seq, uint32_t value, uint8_t* to) {
+         const ip6EntryBlock b = block6Of(seq, value);
+         std::memcpy(to, &b, sizeof b);
+     }},
+    {macFamily,
+     [](uint32_t seq, uint32_t value, uint8_t* to) {
+         const macEntryBlock b = macBlockOf(seq, value);
+         std::memcpy(to, &b, sizeof b);
+     }},
+};
+
+// Entry i's number: five apart, or as far as there is room for.
+uint32_t numberOf(uint32_t i, uint32_t entries) {
+    constexpr uint64_t all = 65535;
+    return entries <= all / 5 || entries > all ? (i + 1) * 5
+                                               : static_cast<uint32_t>((i + 1) * all / entries);
+}
+
+uint32_t addOne(const benchFamily& family, uint32_t seq, uint32_t value) {
+    alignas(8) uint8_t block[160] = {};
+    family.block(seq, value, block);
+    return aclListAdd(family.row, listOne, block, {});
+}
+uint32_t deleteOne(const benchFamily& family, uint32_t seq, uint32_t value) {
+    alignas(8) uint8_t block[160] = {};
+    family.block(seq, value, block);
+    return aclListDel(family.row, listOne, block, true, true);
+}
+
+// A list of `entries` entries, inserted in random order or in their own.
+void fill(const benchFamily& family, uint32_t entries, bool shuffled = true) {
     start();
-    if (ipAccessListFind(listOne) != nullptr) ipAccessListDelete(listOne, IP_KIND_EXTENDED);
+    for (const benchFamily& one : families)
+        if (aclListFind(one.row, listOne) != nullptr)
+            aclListDelete(one.row, listOne, IP_KIND_EXTENDED);
     uint32_t status = 0;
-    if (ipAccessListCreate(listOne, IP_KIND_EXTENDED, 0, &status) == nullptr) std::abort();
+    if (aclListCreate(family.row, listOne, IP_KIND_EXTENDED, 0, &status) == nullptr) std::abort();
     std::vector<uint32_t> order(entries);
     for (uint32_t i = 0; i < entries; i++) order[i] = i;
     if (shuffled) std::shuffle(order.begin(), order.end(), std::mt19937(4));
-    for (uint32_t i : order) {
-        ipEntryBlock block = blockOf((i + 1) * 5, i);
-        if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_OK) std::abort();
-    }
+    for (uint32_t i : order)
+        if (addOne(family, numberOf(i, entries), i) != ACL_OK) std::abort();
+}
+
+// Numbers that are free, all over the list.
+std::vector<uint32_t> freeNumbers(uint32_t entries) {
+    std::vector<uint32_t> numbers;
+    for (uint32_t i = 0, next = 1; i < entries; i++, next++)
+        for (; next < numberOf(i, entries); next++) numbers.push_back(next);
+    std::shuffle(numbers.begin(), numbers.end(), std::mt19937(5));
+    return numbers;
+}
+
+// One run of each family after the other, so that their ratio is of one run.
+void sizes(benchmark::internal::Benchmark* b) {
+    b->ArgNames({"entries", "family"});
+    for (int64_t entries : {1000, 10000, 60000, 100000})
+        for (int64_t family : {0, 1, 2})
+            if (entries != 100000 || family != 2) b->Args({entries, family});
 }
 
 void add(benchmark::State& state) {
-    auto entries = static_cast<uint32_t>(state.range(0));
-    fill(entries);
+    const auto entries = static_cast<uint32_t>(state.range(0));
+    const benchFamily& family = families[state.range(1)];
+    fill(family, entries);
+    const std::vector<uint32_t> numbers = freeNumbers(entries);
     uint32_t z = 0;
     for (auto _ : state) {
-        // Between two entries, at places all over the list, four to a gap at most.
-        ipEntryBlock block = blockOf(z * 7919u % entries * 5 + 6 + z / entries % 4, entries + z);
-        if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_OK) state.SkipWithError("add");
+        if (addOne(family, numbers[z], entries + z) != ACL_OK) state.SkipWithError("add");
         z++;
     }
 }
-BENCHMARK(add)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Arg(100000)
-    ->Iterations(500)
-    ->Repetitions(9)
-    ->ReportAggregatesOnly();
+BENCHMARK(add)->Apply(sizes)->Iterations(500)->Repetitions(9)->ReportAggregatesOnly();
+
+void del(benchmark::State& state) {
+    const auto entries = static_cast<uint32_t>(state.range(0));
+    const benchFamily& family = families[state.range(1)];
+    fill(family, entries);
+    uint32_t z = 0;
+    for (auto _ : state)  // by content
+        if (deleteOne(family, SEQ_NOT_GIVEN, z++ * 7919u % entries) != ACL_OK)
+            state.SkipWithError("delete");
+}
+BENCHMARK(del)->Apply(sizes)->Iterations(500)->Repetitions(9)->ReportAggregatesOnly();
 
 void refusedDuplicate(benchmark::State& state) {
-    auto entries = static_cast<uint32_t>(state.range(0));
-    fill(entries);
+    const auto entries = static_cast<uint32_t>(state.range(0));
+    const benchFamily& family = families[state.range(1)];
+    fill(family, entries);
     uint32_t z = 0;
-    for (auto _ : state) {
-        ipEntryBlock block = blockOf(SEQ_NOT_GIVEN, z++ * 7919u % entries);
-        if (ipAddAccessEntry(listOne, &block, 0, 0) != ACL_E_ENTRY_EXISTS)
+    for (auto _ : state)
+        if (addOne(family, 65000, z++ * 7919u % entries) != ACL_E_ENTRY_EXISTS)
             state.SkipWithError("duplicate");
-    }
 }
-BENCHMARK(refusedDuplicate)->Arg(1000)->Arg(10000)->Arg(100000);
+BENCHMARK(refusedDuplicate)->Apply(sizes);
 
 // The plain way: an ordered map on numbers and a hash set on content.
 struct plainEntry {
@@ -207,11 +270,12 @@ BENCHMARK(registerClient)
     ->ArgsProduct({{1000, 10000, 100000}, {0, 1}});
 
 void showEntry(benchmark::State& state) {
-    fill(static_cast<uint32_t>(state.range(0)), state.range(1) != 0);
+    const benchFamily& family = families[state.range(1)];
+    fill(family, static_cast<uint32_t>(state.range(0)), false);
     for (auto _ : state) {
         void* buffer = nullptr;
         uint32_t size = 0;
-        if (aclShowIpAcl(listOne, &buffer, &size) != ACL_OK) state.SkipWithError("show");
+        if (aclListShow(family.row, listOne, &buffer, &size) != ACL_OK) state.SkipWithError("show");
         benchmark::DoNotOptimize(buffer);
         zekMC_M_sysFree(buffer);
     }
@@ -219,9 +283,7 @@ void showEntry(benchmark::State& state) {
         static_cast<double>(state.range(0)),
         benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
-BENCHMARK(showEntry)
-    ->ArgNames({"entries", "shuffled"})
-    ->ArgsProduct({{1000, 10000, 100000}, {0, 1}});
+BENCHMARK(showEntry)->Apply(sizes);
 
 void plain_formattedLine(benchmark::State& state) {
     char line[160];

@@ -2,8 +2,6 @@
 // and show writers make one line per entry and this is most of their cost.
 #pragma once
 
-#include <arpa/inet.h>
-
 #include <bit>
 #include <charconv>
 #include <cstdint>
@@ -34,8 +32,38 @@ inline void textDotted(std::string& out, uint32_t address) {
 }
 // An IPv6 address in its shortest form; one that carries an IPv4 address shows that one dotted.
 inline void textAddress6(std::string& out, const uint8_t* bytes) {
-    char text[INET6_ADDRSTRLEN];
-    out += inet_ntop(AF_INET6, bytes, text, sizeof text);
+    uint32_t groups[8];
+    for (size_t i = 0; i < 8; i++)
+        groups[i] = static_cast<uint32_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
+    // The first of the longest runs of zeros is left out; one zero alone is not.
+    size_t runAt = 8, runLength = 1;
+    for (size_t i = 0; i < 8;) {
+        size_t end = i;
+        while (end < 8 && groups[end] == 0) end++;
+        if (end - i > runLength) runAt = i, runLength = end - i;
+        i = end == i ? i + 1 : end;
+    }
+    const bool mapped = runAt == 0 && runLength == 5 && groups[5] == 0xFFFF;
+    const bool carries4 = mapped || (runAt == 0 && runLength == 6);
+    constexpr char digits[] = "0123456789abcdef";
+    char text[48];
+    char* at = text;
+    for (size_t i = 0; i < (carries4 ? 6u : 8u); i++) {
+        if (i == runAt) {
+            *at++ = ':';
+            i += runLength - 1;
+            if (i == 7) *at++ = ':';
+            continue;
+        }
+        if (i != 0) *at++ = ':';
+        const uint32_t group = groups[i];
+        int shift = 12;
+        while (shift > 0 && group >> shift == 0) shift -= 4;
+        for (; shift >= 0; shift -= 4) *at++ = digits[group >> shift & 15];
+    }
+    if (carries4) *at++ = ':';
+    out.append(text, static_cast<size_t>(at - text));
+    if (carries4) textDotted(out, groups[6] << 16 | groups[7]);
 }
 // An address of either family, as messages carry it: of 4 bytes or of 16.
 inline void textAddress(std::string& out, bool ipv4, const uint8_t* bytes) {

@@ -1,7 +1,7 @@
 // Text of the IPv6 configuration lines and shows: the extended IPv4 grammar without its IPv4-only
 // pieces. Masks are prefix lengths in either mask mode, so a line's two forms are the same.
-#include <algorithm>
 #include <bit>
+#include <cstring>
 
 #include "common/hitCount.h"
 #include "include/ipText.h"
@@ -9,6 +9,14 @@
 #include "ipacl/zekipaccess.h"
 
 namespace {
+
+struct halves {
+    uint64_t high, low;
+    explicit halves(const uint8_t bytes[16]) {
+        std::memcpy(&high, bytes, sizeof high);
+        std::memcpy(&low, bytes + sizeof high, sizeof low);
+    }
+};
 
 uint32_t prefixLength(const uint8_t mask[16]) {
     uint32_t bits = 0;
@@ -20,24 +28,22 @@ uint32_t prefixLength(const uint8_t mask[16]) {
 }
 
 void addAddress(std::string& out, const uint8_t address[16], const uint8_t mask[16]) {
-    auto isZero = [](const uint8_t* b) {
-        return std::all_of(b, b + 16, [](uint8_t v) { return v == 0; });
-    };
-    if (isZero(address) && isZero(mask)) {
+    const halves value(address), bits(mask);
+    if ((value.high | value.low | bits.high | bits.low) == 0) {
         out += " any";
         return;
     }
-    uint32_t length = prefixLength(mask);
-    out += length == 128 ? " host " : " ";
+    const bool host = (bits.high & bits.low) == ~uint64_t{0};
+    out += host ? " host " : " ";
     textAddress6(out, address);
-    if (length == 128) return;
+    if (host) return;
     out += '/';
-    textNumber(out, length);
+    textNumber(out, prefixLength(mask));
 }
 
-std::string entryLine(const acl6Entry& entry) {
-    const ip6EntryBlock& block = entry.block;
-    std::string line = " seq ";
+// Everything but the tail.
+void addEntry(std::string& line, const ip6EntryBlock& block) {
+    line += " seq ";
     textNumber(line, block.seq);
     line += block.action == IP_DENY ? " deny" : " permit";
     if (block.protocol == IP_PROTO_ICMP6)
@@ -47,16 +53,18 @@ std::string entryLine(const acl6Entry& entry) {
     else
         textProtocol(line, block.protocol, block.protocol == IP_PROTO_ANY && block.protoMarker == 0,
                      " ipv6");
-    bool ports = ipHasPorts(block.protocol);
+    const bool ports = ipHasPorts(block.protocol);
     addAddress(line, block.src, block.srcMask);
     if (ports) line += aclCmpPortPrint(block.srcOperator, block.srcLow, block.srcHigh);
     addAddress(line, block.dst, block.dstMask);
     if (ports) line += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
     if (block.protocol == IP_PROTO_TCP) textTcpFlags(line, block.tcpFlags, TCP_ESTABLISHED);
-    if (block.protocol == IP_PROTO_ICMP6)
-        aclIcmpTypeCodeToString(line, block.icmp.type, block.icmp.typeGiven, block.icmp.code,
-                                block.icmp.codeGiven);
-    return line;
+    if (block.protocol == IP_PROTO_ICMP6) {
+        // By numbers: the names are those of ICMP's own types.
+        if (block.icmp.typeGiven != 0) textWordSigned(line, " ", block.icmp.type);
+        if (block.icmp.typeGiven != 0 && block.icmp.codeGiven != 0)
+            textWordSigned(line, " ", block.icmp.code);
+    }
 }
 
 void addCountersAndMonitor(std::string& line, const acl6Entry& entry) {
@@ -68,7 +76,8 @@ void addCountersAndMonitor(std::string& line, const acl6Entry& entry) {
 }  // namespace
 
 std::string ip6EntryText(const acl6Entry& entry) {
-    std::string line = entryLine(entry);
+    std::string line;
+    addEntry(line, entry.block);
     if (entry.log != 0) line += " log";
     addCountersAndMonitor(line, entry);
     return line;
@@ -90,10 +99,12 @@ void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listNa
 // The configuration's lines, with the matches of those that log.
 std::string ip6ListText(const aclList& list) {
     std::string out = "IPv6 access list ";
+    out.reserve(showRoom(list));
     out += listNameView(list.name);
     out += "\r\n";
     for (const acl6Entry& entry : entriesOf<const acl6Entry>(list.head)) {
-        out += entryLine(entry);
+        entryFetch<acl6Entry>(entry.next);
+        addEntry(out, entry.block);
         if (entry.log != 0) {
             textWordSigned(out, " log (", hitCountGet(entry.matchCount));
             out += " matches)";

@@ -17,7 +17,6 @@
 namespace {
 
 constexpr size_t SHOW_BYTES_PER_LINE = 150;
-constexpr size_t USUAL_LINE = 72;  // what most lines stay below; longer ones let the text grow
 
 // `asHost` is decided by the caller: for a destination it is not the destination's mask that
 // counts.
@@ -89,16 +88,13 @@ void addExtendedEntry(std::string& out, const aclEntry& entry) {
 std::string ipListText(const aclList& list) {
     bool standard = list.kind == IP_KIND_STANDARD;
     std::string out;
-    out.reserve(static_cast<size_t>(list.count) * USUAL_LINE + SHOW_BYTES_PER_LINE);
+    out.reserve(showRoom(list));
     out += standard ? "Standard" : "Extended";
     out += " IP access list ";
     out += listNameView(list.name);
     out += "\r\n";
     for (const aclEntry& entry : entriesOf<const aclEntry>(list.head)) {
-        // Neighbours in the chain are seldom neighbours in memory: fetch the next one meanwhile.
-        if (const auto* next = reinterpret_cast<const char*>(entry.next); next != nullptr)
-            for (size_t line = 0; line < sizeof(aclEntry); line += 64)
-                __builtin_prefetch(next + line);
+        entryFetch<aclEntry>(entry.next);
         standard ? addStandardEntry(out, entry) : addExtendedEntry(out, entry);
         textWordSigned(out, " order ", entry.block.order);  // also when it is not given: meant
         out += "\r\n";

@@ -34,6 +34,17 @@ void cfgIntfReplace(const cfgIntfLine& line);
 
 // --- shows (show.cpp) --------------------------------------------------------------------------
 
+// Room for the lines of a list as most of them are; longer ones let the text grow.
+inline size_t showRoom(const aclList& list) {
+    return (static_cast<size_t>(list.count) + 1) * 72 + LIST_NAME_LEN;
+}
+// Neighbours in the chain are seldom neighbours in memory: fetches the next entry meanwhile.
+template <class Entry>
+void entryFetch(const listEntry* next) {
+    if (next == nullptr) return;
+    for (size_t line = 0; line < sizeof(Entry); line += 64)
+        __builtin_prefetch(reinterpret_cast<const char*>(next) + line);
+}
 std::string ipListText(const aclList& list);  // of an ordinary IPv4 list
 std::string ip6ListText(const aclList& list);
 // Its line as the configuration shows it, with the blank in front.

@@ -6,18 +6,19 @@
 
 #include "include/ipText.h"
 #include "ipacl/family.h"
+#include "ipacl/text.h"
 #include "l2acl/zekl2acl.h"
 
 namespace {
 
 void addAddress(std::string& out, const uint8_t (&address)[6]) {
     constexpr char digits[] = "0123456789abcdef";
+    char text[] = "xx:xx:xx:xx:xx:xx ";
     for (size_t i = 0; i < sizeof address; i++) {
-        if (i != 0) out += ':';
-        out += digits[address[i] >> 4];
-        out += digits[address[i] & 15];
+        text[3 * i] = digits[address[i] >> 4];
+        text[3 * i + 1] = digits[address[i] & 15];
     }
-    out += ' ';
+    out.append(text, sizeof text - 1);
 }
 
 bool all(const uint8_t (&bytes)[6], uint8_t value) {
@@ -60,24 +61,27 @@ void addTail(std::string& out, const l2AclEntry& entry) {
 
 }  // namespace
 
-std::string l2AclEntryText(const l2AclEntry& entry) {
+void l2AclEntryText(std::string& line, const l2AclEntry& entry) {
     const macEntryBlock& body = entry.block;
     const bool extended = body.type == IP_KIND_EXTENDED;
-    std::string line = " seq ";
+    line += " seq ";
     textNumber(line, body.seq);
     line += body.action == IP_DENY ? " deny " : " permit ";
     addClause(line, body.src, body.srcMask, extended);
     if (extended) addExtended(line, body);
     addTail(line, entry);
-    return line;
 }
 
 std::string l2AclListText(const aclList& list) {
     std::string out = list.kind == IP_KIND_STANDARD ? "Standard" : "Extended";
+    out.reserve(showRoom(list));
     (out += " mac access list ") += listNameView(list.name);
     out += "\r\n";
-    for (const l2AclEntry& entry : entriesOf<const l2AclEntry>(list.head))
-        (out += l2AclEntryText(entry)) += "\r\n";
+    for (const l2AclEntry& entry : entriesOf<const l2AclEntry>(list.head)) {
+        entryFetch<l2AclEntry>(entry.next);
+        l2AclEntryText(out, entry);
+        out += "\r\n";
+    }
     return out;
 }
 
@@ -98,7 +102,8 @@ void l2acl_ent_sent_to_cfg(const l2AclEntry& entry, uint32_t remove, const aclLi
     request.counterOptions = entry.counterOptions;
     request.order = entry.block.order;
     request.monitor = entry.monitor;
-    const std::string line = l2AclEntryText(entry);
+    std::string line;
+    l2AclEntryText(line, entry);
     const bool standard = list.kind == IP_KIND_STANDARD;
     cfgWriteEntry(list.name,
                   {CFG_MAC_LIST, macFamily.textFamily, CFG_ROLE_ENTRY,

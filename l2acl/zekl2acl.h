@@ -56,7 +56,7 @@ uint32_t aclClearMacAclAll();
 // --- texts (text.cpp) ----------------------------------------------------------------------------
 
 std::string l2AclListText(const aclList& list);
-// The entry's line as the configuration shows it.
-std::string l2AclEntryText(const l2AclEntry& entry);
+// The entry's line as the configuration shows it; appended.
+void l2AclEntryText(std::string& line, const l2AclEntry& entry);
 void l2acl_sent_to_cfg(const aclList& list, uint32_t remove);
 void l2acl_ent_sent_to_cfg(const l2AclEntry& entry, uint32_t remove, const aclList& list);
