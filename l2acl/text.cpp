@@ -102,8 +102,7 @@ void l2acl_ent_sent_to_cfg(const l2AclEntry& entry, uint32_t remove, const aclLi
     request.counterOptions = entry.counterOptions;
     request.order = entry.block.order;
     request.monitor = entry.monitor;
-    std::string line;
-    l2AclEntryText(line, entry);
+    const std::string line = l2AclEntryText(entry);
     const bool standard = list.kind == IP_KIND_STANDARD;
     cfgWriteEntry(list.name,
                   {CFG_MAC_LIST, macFamily.textFamily, CFG_ROLE_ENTRY,

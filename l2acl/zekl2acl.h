@@ -56,7 +56,12 @@ uint32_t aclClearMacAclAll();
 // --- texts (text.cpp) ----------------------------------------------------------------------------
 
 std::string l2AclListText(const aclList& list);
-// The entry's line as the configuration shows it; appended.
+// The entry's line as the configuration shows it; the first one appends it.
 void l2AclEntryText(std::string& line, const l2AclEntry& entry);
+inline std::string l2AclEntryText(const l2AclEntry& entry) {
+    std::string line;
+    l2AclEntryText(line, entry);
+    return line;
+}
 void l2acl_sent_to_cfg(const aclList& list, uint32_t remove);
 void l2acl_ent_sent_to_cfg(const l2AclEntry& entry, uint32_t remove, const aclList& list);
