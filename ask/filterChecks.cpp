@@ -163,7 +163,7 @@ struct macTest {
     static constexpr auto parse = parseFrame;
     static constexpr auto list = l2AccessListFind;
     static constexpr auto find = macFilterFind;
-    static constexpr auto text = l2AclEntryText;
+    static std::string text(const l2AclEntry& entry) { return l2AclEntryText(entry); }
 };
 
 // The verdict of a list for a packet, with the entry that decided.
