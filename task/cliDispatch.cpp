@@ -18,16 +18,16 @@ enum cliFlag : uint32_t {
     CLI_ANSWER_FIRST = 4,  // the sender does not wait for the work and gets no status of it
     // Texts that a line will show: refused with a control character, names with a blank too.
     CLI_NAME = 8,
-    CLI_CLAUSE = 16,   // the list that a clause names
-    CLI_GROUP = 2048,  // the list of an ACL VLAN group
-    CLI_VLANS = 32,    // of a binding
-    CLI_ASPATH = 64,   // an expression
+    CLI_CLAUSE = 16,  // the list that a clause names
+    CLI_VLANS = 32,   // of a binding
+    CLI_ASPATH = 64,  // an expression
     CLI_COMM = 128,
     CLI_EXTCOMM = 256,
     CLI_CHANGE = 512,   // of the configuration: refused while that cannot be stored
     CLI_DETAIL = 1024,  // of a show that has it with one code and not with the next
     CLI_REMARK_TEXT = 2048,
     CLI_DESCRIPTION_TEXT = 4096,
+    CLI_GROUP = 8192,  // the list of an ACL VLAN group
 };
 
 struct cliRow {
