@@ -142,29 +142,29 @@ TEST(Cards, HealWithoutAnotherChange) {
     chassis.expectInstalled("A", "", 1);
 }
 
-// Lists of every family side by side at the same places: changed and replayed, each is what the
-// manager means, and no card has asked for a replay.
-TEST(Cards, HoldListsOfEveryFamily) {
+// Lists of every family side by side at the same places: changed, renumbered in several messages,
+// and replayed, each is what the manager means, and no card has asked for a replay.
+TEST(Cards, HoldListsOfEveryFamilyAndRenumberThem) {
     cardsFixture chassis;
     const std::string held = "vlan 10,in,1,in step;vlan 10,in,2,in step;";
     const struct {
-        std::string family, header, rule, all, vlan;
-    } families[] = {
-        {"ip", "ip access-list extended A\n", " permit udp any any eq ", " deny ip any any\n",
-         held},
-        {"ipv6", "ipv6 access-list A\n", " permit udp any any eq ", " deny ipv6 any any\n", held},
-        {"mac", "mac access-list extended A\n", " permit any any ev2 eq ", " deny any any\n",
-         "vlan 10,in,-,not sent for VLANs;"}};
+        std::string family, header, rule, all, vlan, cp;
+    } families[] = {{"ip", "ip access-list extended A\n", " permit udp any any eq ",
+                     " deny ip any any\n", held, "control-plane,in,control-plane,in step;"},
+                    {"ipv6", "ipv6 access-list A\n", " permit udp any any eq ",
+                     " deny ipv6 any any\n", held, ""},
+                    {"mac", "mac access-list extended A\n", " permit any any ev2 eq ",
+                     " deny any any\n", "vlan 10,in,-,not sent for VLANs;", ""}};
     constexpr int ENTRIES = 1000;  // one more message than pairs fit
     auto expect = [&] {
         for (const auto& f : families)
             chassis.expectInstalled(
                 "A",
                 "port-channel 1 (2/2),in,2,in step;port-channel 1 (1/2),in,1,in step;" + f.vlan +
-                    "1/0,in,1,in step;2/1,out,2,in step;",
+                    "1/0,in,1,in step;2/1,out,2,in step;" + f.cp,
                 0, "10", f.family);
     };
-    std::string lists, changes;
+    std::string lists, changes, numbers;
     for (const auto& f : families) {
         lists += f.header;
         for (int i = 1; i <= ENTRIES; i++)
@@ -173,9 +173,11 @@ TEST(Cards, HoldListsOfEveryFamily) {
         for (const char* place : {"1/0", "port-channel 1", "vlan 10"})
             lists += std::string("interface ") + place + "\n" + bind + "in\n";
         lists += "interface 2/1\n" + bind + "out\n";
+        if (!f.cp.empty()) lists += "interface control-plane\n" + bind + "in\n";
         changes += f.header + " no seq 3\n seq 4" + f.all;
+        numbers += "resequence " + f.family + " access-list A 100 10\n";
     }
-    for (const std::string& lines : {lists, changes}) {
+    for (const std::string& lines : {lists, changes, numbers}) {
         chassis.load(lines);
         expect();
     }
@@ -185,8 +187,9 @@ TEST(Cards, HoldListsOfEveryFamily) {
         EXPECT_TRUE(has(summary, "\"lastError\":\"\"") && has(summary, "\"replays\":1,"))
             << slot << summary;
     }
+    // The last one's number is in each of the card's places.
     const std::string json = chassis.shell({"--json", "-c", "show card 1 access-lists A"}).out;
-    const std::regex last(R"("seq": ?2997\b)");
+    const std::regex last(R"("seq": ?10090\b)");
     EXPECT_EQ(std::distance(std::sregex_iterator(json.begin(), json.end(), last), {}), 8);
     chassis.agents[1].stop(SIGKILL);
     ASSERT_TRUE(chassis.startAgent(1));
