@@ -50,7 +50,7 @@ uint32_t refuseGroup(const cliDescriptionReq& request) {
 constexpr describedKind kinds[] = {
     {CLI_IP_LIST_CREATE, refuseAccess<INTF_V4>, &CFG_ACCESS_LIST, CFG_FAMILY_V4},
     {CLI_V6_LIST_CREATE, refuseAccess<INTF_V6>, &CFG_ACCESS_LIST, CFG_FAMILY_V6},
-    {CLI_MAC_LIST_CREATE, refuseAccess<INTF_MAC>, &CFG_MAC_LIST, CFG_FAMILY_MAC},
+    {CLI_MAC_LIST_CREATE, refuseAccess<INTF_MAC>, &CFG_MAC_LIST, CFG_FAMILY_V4},
     {CLI_DOS_LIST_CREATE, refuseNamed<ipDosListFind, ACL_E_NODOS>, &CFG_TRACE_LIST, CFG_FAMILY_V4},
     {DESCRIPTION_PREFIX, refusePrefix<AF_IPV4>, &CFG_PREFIX_LIST, CFG_FAMILY_V4},
     {DESCRIPTION_V6_PREFIX, refusePrefix<AF_IPV6>, &CFG_PREFIX_LIST, CFG_FAMILY_V6},

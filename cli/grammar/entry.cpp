@@ -94,12 +94,14 @@ constexpr size_t ICMP_NAMES = std::size(icmpNameTable);
 constexpr std::array<grammarNode, ICMP_NAMES + 1> makeIcmpNodes() {
     std::array<grammarNode, ICMP_NAMES + 1> nodes{};
     for (uint32_t i = 0; i < ICMP_NAMES; i++)
-        nodes[i] = kw(icmpNameTable[i].word, "ICMP message", sOptions, entryIcmpName, i, 0, O_ICMP);
+        nodes[i] =
+            kw(icmpNameTable[i].word, "ICMP message", sOptions, entryIcmpName, i, F_V4, O_ICMP);
     nodes[ICMP_NAMES] = number("ICMP type", 0, 255, sIcmpCode, entryPut, entryValue(W::icmpType));
     nodes[ICMP_NAMES].once = O_ICMP;
     return nodes;
 }
-// A name stands for type and code; a number is the type, and the code may follow it.
+// A name is of ICMPv4 and stands for type and code; a number is the type, and the code may follow
+// it.
 constexpr auto icmpNodes = makeIcmpNodes();
 constexpr grammarState sIcmp{icmpNodes, nullptr, F_ICMP};
 constexpr grammarNode icmpCodeNodes[] = {

@@ -207,6 +207,8 @@ permit ipv6 any {10.0.0.0/8|2001:db8::1} => 16: Unexpected word "$"; expected: a
     X:X::X/LEN
 permit ipv6 host 1.2.3.4 any => 17: Unexpected word "1.2.3.4"; expected: X:X::X
 permit 1 any any 8 => 17: Unexpected word "8"; expected: log, count, bytes, monitor, <cr>
+permit icmp any any echo => 20: Unexpected word "echo"; expected: log, count, bytes, monitor, <cr>,
+    <0-255>
 permit tcp any any established => 19: Unexpected word "established"; expected: eq, gt, lt, neq, range,
     fin, syn, rst, psh, ack, urg, log, count, bytes, monitor, <cr>
 permit ipv6 any any order 1 => 20: Unexpected word "order" ...

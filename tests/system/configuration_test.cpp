@@ -88,7 +88,7 @@ std::string configuration(bool inverse, int lines) {
          {"E", "<entry>{<ip>{| fragments}|<ip>{| fragments}|<frame>}<end>"},
          {"T", "<entry><ip><count>\n"},
          {"V",
-          "<entry> {tcp<ports6><flags6>|udp<ports6>|icmp<pair6><icmp>|"
+          "<entry> {tcp<ports6><flags6>|udp<ports6>|icmp<pair6>{| #256| #256 #256}|"
           "{ipv6|4|0|1|255|47}<pair6>}<count>{| monitor}\n"},
          {"M", " seq #65536 {permit|deny} {any |<host>|<masked2>}<count2>\n"},
          {"N",
@@ -100,7 +100,10 @@ std::string configuration(bool inverse, int lines) {
          {"ip access-list standard S", "ip access-list extended E", "ip trace-list T",
           "ipv6 access-list V", "mac access-list standard M", "mac access-list extended N"}) {
         if (list.back() == 'T') maker.rules["dscp"] = "";
-        text += list + "\n";
+        const bool remarks = list.back() != 'T';
+        text += list + "\n description of " + list + ", |\\!?\n";
+        for (int i = 0; i < (remarks ? 50 : 0); i++)
+            text += maker.make(" remark #65536 #99999  {permit|seq 5|!|?}\n");
         // MAC lists have few numbers.
         for (int i = 0; i < (list[0] == 'm' ? lines / 20 : lines / 3); i++)
             text += maker.make(maker.rules[list.substr(list.size() - 1)]);
@@ -149,22 +152,28 @@ route-map ALL deny 20
  continue
 !
 route-map ALL permit 30
+ description the rest
 !
 ip as-path access-list PATHS
+ description of paths
  permit _64500_ | (|64501) 
 !
 ip community-list VALUES
+ description of values
  permit 64500:1 64500:2 no-export no-advertise local-AS
  permit regexp ^64500:.* 1
 !
 ip extcommunity-list TARGETS
+ description of targets
  permit rt 64500:1 192.0.2.1:5 as4 4200000000:7 non-trans 1:4294967295 
 !
 ip prefix-list ENTRIES
+ description of IPv4
  seq 25 deny 10.0.0.1 bitmask 255.0.0.255
  seq 65534 permit any
 !
 ipv6 prefix-list ENTRIES
+ description of IPv6
  seq 1 permit 2001:db8::/32 ge 48 le 64
  seq 2 deny ::1 bitmask ff::ff
  seq 4 deny any
