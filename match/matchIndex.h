@@ -119,8 +119,14 @@ struct matchFound {
     void* record = nullptr;
 };
 
-template <class Shape>
+template <class Shape, size_t Level>
 inline bool matchWordsMatch(const matchRule<Shape>& rule, const uint64_t (&words)[Shape::words]) {
+    // Rules that take more than a cache line are told apart by what their leaf's level would look
+    // at: above it they are mostly the same.
+    if constexpr (sizeof rule > 64 && Level < std::size(Shape::levels)) {
+        constexpr size_t first = Shape::levels[Level].word;
+        if ((words[first] & rule.mask[first]) != rule.value[first]) return false;
+    }
     uint64_t wrong = 0;
     for (size_t i = 0; i < Shape::words; i++) wrong |= (words[i] & rule.mask[i]) ^ rule.value[i];
     return wrong == 0;
@@ -135,7 +141,7 @@ inline void matchSearch(const matchNode* node, const uint64_t (&words)[Shape::wo
         for (; node != nullptr; node = matchMore(node))
             for (const auto& rule : matchItems<matchRule<Shape>>(node)) {
                 if (rule.order >= best->order) return;
-                if (!matchWordsMatch<Shape>(rule, words)) continue;
+                if (!matchWordsMatch<Shape, Level>(rule, words)) continue;
                 if (!rule.exact && !verify(rule.record)) continue;
                 *best = {rule.order, rule.record};
                 return;
