@@ -158,13 +158,10 @@ constexpr grammarNode testFrameTypeNodes[] = {
     fin("ask"),
 };
 constexpr grammarState sTestFrameType{testFrameTypeNodes};
-constexpr grammarNode etherType() {
-    grammarNode node =
-        number("its type, or its access points: hexadecimal", 0, 0xFFFF, sDone, addText);
-    node.kind = cliArg::hex;
-    return node;
-}
-constexpr grammarNode etherTypeNodes[] = {etherType()};
+constexpr grammarNode etherTypeNodes[] = {
+    {cliArg::hex, "HEX", "its type, or its access points", &sDone, addText, 0, 0, 0, 0, 0xFFFF,
+     0xFFFF},
+};
 constexpr grammarState sEtherType{etherTypeNodes};
 
 // --- routing-policy lists ----------------------------------------------------------------------

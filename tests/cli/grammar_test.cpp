@@ -387,6 +387,14 @@ show ip access-g => as show ip access-group
 debug mask  3  4  => command 'mask' 0 '3  4'
 test ip access-list A tcp 1.2.3.4 5.6.7.8 dst 80 fl syn,ack fragment => command '' 0 'A tcp 1.2.3.4
     5.6.7.8 dst-port 80 flags syn,ack fragment'
+test ipv6 access-list A icmp ::1 2001:db8::9 icmp-type 3 icmp-code 1 fragment => command '' 3 'A
+    icmp ::1 2001:db8::9 icmp-type 3 icmp-code 1 fragment'
+test ipv6 access-list A tcp ::1 ::2 tos 4 => 36: Unexpected word "tos"; expected: src-port,
+    dst-port, flags, icmp-type, fragment, <cr>
+test mac access-list A 02:00:00:00:00:01 ff:ff:ff:ff:ff:ff {snap 88cc|llc 0} => command '' 4 'A
+    02:00:00:00:00:01 ff:ff:ff:ff:ff:ff $'
+test mac access-list A 02:00:00:00:00:01 ff:ff:ff:ff:ff:ff ev2 10000 => 63: Unexpected word "10000";
+    expected: HEX
 test route-map R 10.0.0.0/8 as-path "1 2" metric 5 => command '' 11 'R 10.0.0.0/8 as-path "1 2"
     metric 5'
 show ip access-lists {A installed=A|installed} => command '$' 0 ''
