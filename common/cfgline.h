@@ -110,6 +110,13 @@ struct cfgNumbered {
     std::string_view shown, other;
     zekCfgRequest request = {};
 };
+// A free text as its line shows it and is read back: without the blanks at its ends.
+inline std::string_view cfgFreeText(const char* field, size_t size) {
+    std::string_view text(field, strnlen(field, size));
+    text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
 constexpr uint8_t CFG_ROLE_ENTRY = 0xFF;
 constexpr uint8_t CFG_ROLE_REMARK = 0;
 // Inserts or removes exactly this line. False when a removal did not find it.

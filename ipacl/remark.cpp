@@ -59,7 +59,8 @@ aclList* listOf(const listName& name, uint32_t place) {
 }
 
 uint32_t addRequested(const cliRemarkReq& request, aclList* list) {
-    return aclRemarkAdd(list, request.seq, textOf(request.text));
+    const std::string_view text = cfgFreeText(request.text, REMARK_LEN);
+    return text.empty() ? uint32_t{ACL_E_SYSTEM} : aclRemarkAdd(list, request.seq, text);
 }
 
 }  // namespace

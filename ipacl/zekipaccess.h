@@ -266,7 +266,7 @@ uint32_t l2AclBundleSeqNum(const aclList* list, uint32_t last, const reseqPair& 
 
 // `code`: the command, which says of which family the list is. A remark with the number of another
 // one replaces its text. ACL_E_NOLIST also for a placeholder, ACL_E_SEQ_RANGE for a number that no
-// entry of the list could have, ACL_E_ENTRY_MEMORY.
+// entry of the list could have, ACL_E_ENTRY_MEMORY, ACL_E_SYSTEM for no text.
 uint32_t aclFindListToAddRemarkEntry(const cliRemarkReq& request, uint32_t code);
 // 0 also when no remark has that number; ACL_E_NOLIST.
 uint32_t aclFindListToDelRemarkEntry(const listName& name, uint32_t seq, uint32_t code);

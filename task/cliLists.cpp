@@ -125,10 +125,8 @@ uint32_t cliDosEnable(cliCall& call) {
 // --- remarks of every family's lists: which one, the code says ---
 
 uint32_t cliRemarkAdd(cliCall& call) {
-    const auto* req = call.as<cliRemarkReq>();
-    if (req->text[0] == '\0') return ACL_E_SYSTEM;  // its line could not be read back
     aclLockHeld<aclLock::write> held;
-    return aclFindListToAddRemarkEntry(*req, call.code());
+    return aclFindListToAddRemarkEntry(*call.as<cliRemarkReq>(), call.code());
 }
 
 uint32_t cliRemarkDelete(cliCall& call) {

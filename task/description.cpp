@@ -76,7 +76,8 @@ cliDescriptionReq canonical(const cliDescriptionReq& given) {
     auto request = cfgCommand<cliDescriptionReq>(CLI_DESCRIPTION, listNameMake(given.cli.name));
     request.kind = given.kind;
     if (given.kind == CLI_RMAP_CREATE) request.seq = given.seq;
-    std::memcpy(request.text, given.text, strnlen(given.text, DESCRIPTION_LEN));
+    const std::string_view text = cfgFreeText(given.text, DESCRIPTION_LEN);
+    text.copy(request.text, DESCRIPTION_LEN);
     return request;
 }
 

@@ -13,6 +13,8 @@ struct kindOfList {
 };
 constexpr kindOfList kinds[] = {
     {1000, 1000, 1001, 1002, ACL_E_NOLIST, "ip access-list standard A"},
+    {1162, 1162, 1163, 1166, ACL_E_NOLIST, "ipv6 access-list A"},
+    {1103, 1103, 1102, 1099, ACL_E_NOLIST, "mac access-list standard A"},
     {1005, 1005, 1004, 1007, ACL_E_NODOS, "ip trace-list A"},
     {1051, 1042, 1043, 1044, ACL_E_PREFIX_NOLIST, "ip prefix-list A"},
     {1153, 1147, 1148, 1149, ACL_E_PREFIX_NOLIST, "ipv6 prefix-list A"},
@@ -35,10 +37,11 @@ struct Descriptions : TaskTest {
             text.copy(r.text, sizeof r.text);
         }));
     }
+    static bool isKinded(const kindOfList& k) { return k.create == 1000 || k.create == 1103; }
     // A list, or its first entry; what a kind does not read is behind what it does.
     uint32_t make(const kindOfList& k) {
         auto bytes = cli(k.create, "A", sizeof(cliRmapReq));
-        msgPut(bytes, 220, k.create == 1000 ? 1 : 0);
+        msgPut(bytes, 220, isKinded(k) ? 1 : 0);
         if (k.create == 1021) as<cliRmapReq>(bytes).seq = 10u;
         return ask(bytes);
     }
@@ -57,7 +60,7 @@ struct Descriptions : TaskTest {
     uint32_t drop(const kindOfList& k) {
         if (k.create == 1132) (void)changeMember(CLI_GROUP_MEMBER_DELETE);  // it must be empty
         auto bytes = cli(k.remove, "A", 400);
-        msgPut(bytes, 220, k.create == 1000 ? 1 : 0);
+        msgPut(bytes, 220, isKinded(k) ? 1 : 0);
         return ask(bytes);
     }
     uint32_t addEntry(const kindOfList& k) {
@@ -65,6 +68,16 @@ struct Descriptions : TaskTest {
             return ask(cli<cliIpEntryReq>(k.addEntry, "A", [](cliIpEntryReq& r) {
                 r.block = standardBlock(0x0A000001);
                 r.block.seq = 0u;  // nothing stands in front of it
+            }));
+        if (k.create == 1162)
+            return ask(cli<cliIp6EntryReq>(k.addEntry, "A", [](cliIp6EntryReq& r) {
+                r.block.seq = 0u;
+                r.block.protocol = IP_PROTO_UDP;
+            }));
+        if (k.create == 1103)
+            return ask(cli<cliMacEntryReq>(k.addEntry, "A", [](cliMacEntryReq& r) {
+                r.block.seq = 0u;
+                r.block.type = IP_KIND_STANDARD;
             }));
         if (k.create == 1042 || k.create == 1147)
             return ask(cli<cliPrefix6Req>(k.addEntry, "A", [](cliPrefix6Req& r) {
@@ -95,8 +108,9 @@ struct Descriptions : TaskTest {
     }
     // ACL_E_SYSTEM: it has no numbers.
     uint32_t renumber(const kindOfList& k) {
-        if (k.create == 1000)
-            return ask(cli<cliReseqReq>(CLI_IP_RESEQUENCE, "A", [](cliReseqReq& r) {
+        constexpr uint32_t codes[] = {CLI_IP_RESEQUENCE, CLI_V6_RESEQUENCE, CLI_MAC_RESEQUENCE};
+        if (&k - kinds < 3)
+            return ask(cli<cliReseqReq>(codes[&k - kinds], "A", [](cliReseqReq& r) {
                 r.start = 7u;
                 r.step = 1u;
             }));
@@ -125,7 +139,7 @@ TEST_F(Descriptions, StandBehindTheHeaderOfEveryKindAndGoWithIt) {
         ASSERT_EQ(before.size(), 2u);
         const std::string longest(DESCRIPTION_LEN + 1, 'd');
         for (const std::string& text : {std::string("to the  edge"), longest}) {
-            EXPECT_EQ(describe(k.kind, text), 0u);
+            EXPECT_EQ(describe(k.kind, text == longest ? text : "  " + text + " "), 0u);
             const std::string line = " description " + text.substr(0, DESCRIPTION_LEN);
             EXPECT_TRUE(said(" A \"" + line + "\""));
             EXPECT_EQ(lines(), (rows{before[0], line, before[1]}));
@@ -141,7 +155,7 @@ TEST_F(Descriptions, StandBehindTheHeaderOfEveryKindAndGoWithIt) {
             EXPECT_EQ(describe(k.kind, longest), 0u);
         }
         EXPECT_EQ(make(k), 0u);
-        EXPECT_EQ(describe(k.kind, ""), ACL_E_SYSTEM);
+        EXPECT_EQ(describe(k.kind, "  "), ACL_E_SYSTEM);
         EXPECT_EQ(describe(k.kind, "a\nb"), ACL_E_SYSTEM);
         EXPECT_EQ(lines().size(), 3u);
         EXPECT_EQ(describe(k.kind, "", true), 0u);
