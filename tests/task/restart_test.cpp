@@ -108,23 +108,49 @@ struct RestartTest : TaskTest {
             r.entry.mask[0] = static_cast<uint8_t>(value());
         });
     }
-    bytes remark() {
-        return request<cliRemarkReq>(CLI_REMARK_ADD, [&](cliRemarkReq& r) {
-            r.seq = below(4) == 0 ? value() : 5 * below(6);
-            expression().copy(r.text, REMARK_LEN);
+    bytes otherFamily() {
+        if (below(3) == 0)
+            return request<cliListReq>(below(2) == 0 ? 1162 : 1103,
+                                       [&](cliListReq& q) { q.kind = 1 + below(2); });
+        if (below(2) == 0)
+            return request<cliIp6EntryReq>(1166, [&](cliIp6EntryReq& q) {
+                q.block.protocol = static_cast<uint8_t>(below(2) == 0 ? 58 : value());
+                q.block.src[below(16)] = static_cast<uint8_t>(value());
+                scatter(&q.block, sizeof q.block, below(6));
+                q.block.seq = below(2) == 0 ? SEQ_NOT_GIVEN : value();
+                q.log = below(2);
+                q.monitor = below(3);
+            });
+        return request<cliMacEntryReq>(1099, [&](cliMacEntryReq& q) {
+            q.block.src[below(6)] = static_cast<uint8_t>(value());
+            scatter(&q.block, sizeof q.block, below(4));
+            q.block.type = 1 + below(2);
+            q.block.seq = below(2) == 0 ? SEQ_NOT_GIVEN : value();
+            q.counterOptions = below(8);
+            q.order = value();
+            q.log = below(2);
+            q.monitor = below(3);
         });
+    }
+    bytes remark() {
+        return request<cliRemarkReq>(std::array{1142u, 1169u, 1144u}[below(3)],
+                                     [&](cliRemarkReq& r) {
+                                         r.seq = below(4) == 0 ? value() : 5 * below(6);
+                                         expression().copy(r.text, REMARK_LEN);
+                                     });
     }
     bytes description() {
         return request<cliDescriptionReq>(CLI_DESCRIPTION, [&](cliDescriptionReq& r) {
-            constexpr uint32_t kinds[] = {1000, 1005, 1010, 1014, 1016, 1021, 1051, 1153};
-            r.kind = kinds[below(8)];
+            constexpr uint32_t kinds[] = {1000, 1005, 1010, 1014, 1016,
+                                          1021, 1051, 1153, 1103, 1162};
+            r.kind = kinds[below(10)];
             r.seq = 10 * (1 + below(3));
             r.remove = below(4) == 0;
             expression().copy(r.text, DESCRIPTION_LEN);
         });
     }
     bytes make() {
-        const uint32_t n = below(40);
+        const uint32_t n = below(43);
         if (n < 2) return request<cliListReq>(1000, [&](cliListReq& r) { r.kind = 1 + below(2); });
         if (n < 6) return ipEntry(1002);
         if (n < 7)
@@ -177,10 +203,11 @@ struct RestartTest : TaskTest {
         if (n < 33) return remark();
         if (n < 36) return description();
         if (n < 37)
-            return request<cliReseqReq>(CLI_IP_RESEQUENCE, [&](cliReseqReq& r) {
+            return request<cliReseqReq>(1182 + below(3), [&](cliReseqReq& r) {
                 r.start = value();
                 r.step = below(12);
             });
+        if (n < 40) return otherFamily();
         return takeBack();
     }
     // The removal of something that was asked for, or of a whole list.
@@ -188,7 +215,8 @@ struct RestartTest : TaskTest {
         static const std::map<uint32_t, uint32_t> removals = {
             {1000, 1001}, {1002, 1003}, {1005, 1004}, {1007, 1006}, {1010, 1008}, {1011, 1009},
             {1014, 1012}, {1015, 1013}, {1016, 1019}, {1017, 1018}, {1025, 1024}, {1161, 1160},
-            {1042, 1043}, {1044, 1045}, {1142, 1143}, {1147, 1148}, {1149, 1150}, {1188, 1187}};
+            {1042, 1043}, {1044, 1045}, {1142, 1143}, {1144, 1145}, {1169, 1170}, {1162, 1163},
+            {1103, 1102}, {1166, 1167}, {1099, 1098}, {1147, 1148}, {1149, 1150}, {1188, 1187}};
         for (int tries = 0; tries < 20 && !sent.empty(); tries++) {
             bytes b = sent[below(static_cast<uint32_t>(sent.size()))];
             if (as<ipcHdr>(b).mtype != MT_CLI_COMMAND) continue;
@@ -217,7 +245,8 @@ struct RestartTest : TaskTest {
     }
     std::string shows() {
         std::string all;
-        for (uint32_t code : {1059u, 1085u, 1156u, 1087u, 1090u, 1092u, 1094u, 1096u})
+        for (uint32_t code :
+             {1059u, 30011u, 1066u, 1085u, 1156u, 1087u, 1090u, 1092u, 1094u, 1096u})
             for (const char* list : {"A", "B"}) {
                 const bytes b = cli<cliShowReq>(code, list, [&](cliShowReq& r) {
                     r.name = listNameMake(list);
@@ -301,9 +330,9 @@ TEST_F(RestartTest, WhateverWasAnsweredComesBackTheSameToTheByte) {
         ASSERT_TRUE(downloads() == sentDown);
     }
     // Every kind of line was there.
-    for (uint32_t code :
-         {1000u, 1002u, 1003u, 1005u, 1007u, 1011u, 1015u, 1017u, 1021u, 1022u, 1025u,
-          1039u, 1041u, 1044u, 1142u, 1143u, 1149u, 1153u, 1161u, 1182u, 1185u})
+    for (uint32_t code : {1000u, 1002u, 1003u, 1005u, 1007u, 1011u, 1015u, 1017u, 1021u,
+                          1022u, 1025u, 1039u, 1041u, 1044u, 1099u, 1103u, 1162u, 1166u,
+                          1142u, 1144u, 1169u, 1143u, 1149u, 1153u, 1161u, 1182u, 1185u})
         EXPECT_GT(accepted[code], rounds / 50) << code;
 }
 
