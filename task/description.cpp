@@ -7,13 +7,12 @@
 
 namespace {
 
-// One kind of list. `refuse`: the status of a list that has no header for a description to stand
-// behind.
+// One kind of list.
 struct describedKind {
     uint32_t kind;  // as the request says it
+    // The status of a list that has no header for a description to stand behind.
     uint32_t (*refuse)(const cliDescriptionReq& request);
-    const cfgBlock* block;  // null: an instance of a route map
-    cfgFamily family;
+    cfgDescription (*placeOf)(const cliDescriptionReq& request);
 };
 
 uint32_t refuseUnless(const namedList* list, uint32_t noList) {
@@ -47,29 +46,34 @@ uint32_t refuseGroup(const cliDescriptionReq& request) {
     return group != nullptr ? uint32_t{ACL_OK} : uint32_t{ACL_E_NOGROUP};
 }
 
-constexpr describedKind kinds[] = {
-    {CLI_IP_LIST_CREATE, refuseAccess<INTF_V4>, &CFG_ACCESS_LIST, CFG_FAMILY_V4},
-    {CLI_V6_LIST_CREATE, refuseAccess<INTF_V6>, &CFG_ACCESS_LIST, CFG_FAMILY_V6},
-    {CLI_MAC_LIST_CREATE, refuseAccess<INTF_MAC>, &CFG_MAC_LIST, CFG_FAMILY_V4},
-    {CLI_DOS_LIST_CREATE, refuseNamed<ipDosListFind, ACL_E_NODOS>, &CFG_TRACE_LIST, CFG_FAMILY_V4},
-    {DESCRIPTION_PREFIX, refusePrefix<AF_IPV4>, &CFG_PREFIX_LIST, CFG_FAMILY_V4},
-    {DESCRIPTION_V6_PREFIX, refusePrefix<AF_IPV6>, &CFG_PREFIX_LIST, CFG_FAMILY_V6},
-    {CLI_ASPATH_LIST_CREATE, refuseNamed<bgpASPAccessListFind, ACL_E_ASPATH_NOLIST>,
-     &CFG_ASPATH_LIST, CFG_FAMILY_V4},
-    {CLI_COMM_LIST_CREATE, refuseNamed<bgpCommAccessListFind, ACL_E_COMM_NOLIST>, &CFG_COMM_LIST,
-     CFG_FAMILY_V4},
-    {CLI_EXTCOMM_LIST_CREATE, refuseNamed<bgpExtCommListFind, ACL_E_EXTCOMM_NOLIST>,
-     &CFG_EXTCOMM_LIST, CFG_FAMILY_V4},
-    {CLI_GROUP_CREATE, refuseGroup, &CFG_ACL_VLAN_GROUP, CFG_FAMILY_V4},
-    {CLI_RMAP_CREATE, refuseInstance, nullptr, CFG_FAMILY_V4},
-};
-
-cfgDescription placeOf(const describedKind& kind, const cliDescriptionReq& request) {
-    const listName& name = request.cli.name;
-    return kind.block != nullptr
-               ? cfgDescriptionOf(*kind.block, kind.family, name)
-               : cfgDescriptionOf(name, static_cast<int32_t>(uint32_t{request.seq}));
+template <uint32_t Place>
+cfgDescription inAccess(const cliDescriptionReq& request) {
+    const aclFamily& family = aclFamilyOf(Place);
+    return cfgDescriptionOf(*family.block, family.textFamily, request.cli.name);
 }
+template <const cfgBlock& Block, cfgFamily Family = CFG_FAMILY_V4>
+cfgDescription in(const cliDescriptionReq& request) {
+    return cfgDescriptionOf(Block, Family, request.cli.name);
+}
+cfgDescription inInstance(const cliDescriptionReq& request) {
+    return cfgDescriptionOf(request.cli.name, static_cast<int32_t>(uint32_t{request.seq}));
+}
+
+// clang-format off
+constexpr describedKind kinds[] = {
+    {CLI_IP_LIST_CREATE,      refuseAccess<INTF_V4>,                               inAccess<INTF_V4>},
+    {CLI_V6_LIST_CREATE,      refuseAccess<INTF_V6>,                               inAccess<INTF_V6>},
+    {CLI_MAC_LIST_CREATE,     refuseAccess<INTF_MAC>,                              inAccess<INTF_MAC>},
+    {CLI_DOS_LIST_CREATE,     refuseNamed<ipDosListFind, ACL_E_NODOS>,             in<CFG_TRACE_LIST>},
+    {DESCRIPTION_PREFIX,      refusePrefix<AF_IPV4>,                               in<CFG_PREFIX_LIST>},
+    {DESCRIPTION_V6_PREFIX,   refusePrefix<AF_IPV6>,                               in<CFG_PREFIX_LIST, CFG_FAMILY_V6>},
+    {CLI_ASPATH_LIST_CREATE,  refuseNamed<bgpASPAccessListFind, ACL_E_ASPATH_NOLIST>, in<CFG_ASPATH_LIST>},
+    {CLI_COMM_LIST_CREATE,    refuseNamed<bgpCommAccessListFind, ACL_E_COMM_NOLIST>, in<CFG_COMM_LIST>},
+    {CLI_EXTCOMM_LIST_CREATE, refuseNamed<bgpExtCommListFind, ACL_E_EXTCOMM_NOLIST>, in<CFG_EXTCOMM_LIST>},
+    {CLI_GROUP_CREATE,        refuseGroup,                                         in<CFG_ACL_VLAN_GROUP>},
+    {CLI_RMAP_CREATE,         refuseInstance,                                      inInstance},
+};
+// clang-format on
 
 // The request without what its kind does not read: the record of the line.
 cliDescriptionReq canonical(const cliDescriptionReq& given) {
@@ -91,7 +95,7 @@ uint32_t aclManageDescriptionForLists(const cliDescriptionReq& given) {
     if (const uint32_t status = kind->refuse(request); status != ACL_OK) return status;
     // Lists that the manager makes itself have no lines.
     if (listNameIsGenerated(request.cli.name)) return ACL_OK;
-    cfgDescription description = placeOf(*kind, request);
+    cfgDescription description = kind->placeOf(request);
     if (given.remove != 0) {
         if (!cfgDescriptionRead(&description)) return ACL_E_STORE;
         cfgDescriptionRemove(description);
