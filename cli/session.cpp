@@ -152,6 +152,7 @@ constexpr verbRow verbTable[] = {
     {cliVerb::list, true, runConfig},
     {cliVerb::traceGroup, true, runConfig},
     {cliVerb::maskMode, true, runConfig},
+    {cliVerb::macEgress, true, runConfig},
     {cliVerb::interface, true, runInterface},
     {cliVerb::entry, true, runConfig},
     {cliVerb::remark, true, runConfig},

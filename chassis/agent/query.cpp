@@ -52,6 +52,7 @@ std::string summaryText(const agent& self) {
         .number("notKept", t.notKept)
         .number("protocolFilters", t.protocolFilters)
         .number("macMessages", self.macMessages)
+        .flag("macEgress", t.macEgress)
         .number("strangers", self.strangers)
         .number("lists", lists)
         .number("entries", entries)

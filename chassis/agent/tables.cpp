@@ -265,6 +265,14 @@ agentVerdict take(agentTables* tables, std::span<const uint8_t> message) {
         tables->applied++;
         return agentVerdict::applied;
     }
+    if (hdr->mtype == MT_AGENT_MAC_EGRESS) {
+        const auto* body = wireView<agentMacEgressBody>(message, sizeof(agentHdr));
+        if (body == nullptr || message.size() != hdr->length)
+            return refuse(tables, agentRefusal::length, hdr->mtype, "not one word");
+        tables->macEgress = body->enable != 0;
+        tables->applied++;
+        return agentVerdict::applied;
+    }
     const messageKind* kind = agentMessageKind(hdr->mtype);
     if (kind == nullptr) {
         tables->notKept++;

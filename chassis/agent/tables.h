@@ -46,6 +46,7 @@ struct agentTables {
     uint64_t refusedBefore = 0;
     uint64_t exchanges = 0, byLists = 0;  // replays that ended; those of them list by list
     uint64_t messages = 0, applied = 0, absent = 0, notKept = 0;
+    bool macEgress = false;  // egress MAC lists are in force, not only held
     uint64_t refused[AGENT_REFUSALS] = {};
     std::string lastError;
 

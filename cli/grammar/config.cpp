@@ -90,6 +90,7 @@ constexpr grammarNode ipv6Nodes[] = {
 constexpr grammarState sIpv6{ipv6Nodes};
 constexpr grammarNode macNodes[] = {
     verb("access-list", "a MAC list and its mode", sMacList, cliVerb::list),
+    verb("egress-filter", "cards filter by egress MAC lists", sDone, cliVerb::macEgress),
 };
 constexpr grammarState sMac{macNodes};
 constexpr grammarNode routeMapNodes[] = {

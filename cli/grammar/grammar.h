@@ -61,6 +61,7 @@ enum class cliVerb : uint8_t {
     list,  // header of a list
     traceGroup,
     maskMode,
+    macEgress,
     interface,  // header of an interface; cliCommand::text is its name
     entry,      // a list's line
     remark,     // cliPolicy::seq is its number

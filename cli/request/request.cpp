@@ -103,6 +103,8 @@ constexpr requestForm GROUP_MEMBER{sizeof(cliGroupReq), fillGroupMember},
 constexpr requestRow requestTable[] = {
     {cliVerb::traceGroup, false, CLI_DOS_ENABLE, {}},
     {cliVerb::traceGroup, true, CLI_DOS_DISABLE, {}},
+    {cliVerb::macEgress, false, CLI_MAC_EGRESS_ENABLE, {}},
+    {cliVerb::macEgress, true, CLI_MAC_EGRESS_DISABLE, {}},
     {cliVerb::vlanGroup, false, CLI_GROUP_CREATE, {sizeof(cliGroupReq)}},
     {cliVerb::vlanGroup, true, CLI_GROUP_DELETE, {sizeof(cliGroupReq)}},
     {cliVerb::vlanGroupMember, false, CLI_GROUP_MEMBER_ADD, GROUP_MEMBER},
