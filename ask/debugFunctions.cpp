@@ -143,6 +143,7 @@ void aclRegisterDebugFunctions() {
     aclRegisterFilterChecks();
     aclRegisterInstalledFunctions();
     aclRegisterVlanGroupFunctions();
+    aclRegisterSourceGuardFunctions();
     aclRegisterBgpFunctions();
     aclRegisterPrefixFunctions();
     aclRegisterRmapFunctions();

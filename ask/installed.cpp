@@ -34,7 +34,7 @@ std::string groupName(const aclVlanGroup& group) {
 }
 
 // The families as an operator names them, in the order of intfFamily.
-constexpr std::string_view familyWords[] = {"ip", "ipv6", "mac"};
+constexpr std::string_view familyWords[] = {"ip", "ipv6", "mac", "ip-mac"};
 static_assert(std::size(familyWords) == INTF_FAMILIES);
 
 // Calls fn(intf, direction, list) for every list of the family that is bound, interfaces in the

@@ -35,13 +35,14 @@ WIRE_AT(cfgRmapKey, valueIndex, 152);
 struct cfgIntfKey {
     be32 ifindex;          //   0
     uint8_t isLine;        //   4  128 on lines, 0 on the separator and the header
-    uint8_t direction[4];  //   5  each 0 in, 1 out
-    char name[140];        //   9  the list
+    uint8_t direction[4];  //   5  each 0 in, 1 out, 2 a pair of source guard
+    char name[140];        //   9  the list; of a pair 4 bytes address, 6 MAC address, 2 VLAN
     uint8_t family;        // 149  0 = IPv4, 1 = MAC, 0xFF = IPv6
     uint8_t zero[106];
 };
 WIRE_SIZE(cfgIntfKey, CFG_KEY_LEN);
 WIRE_AT(cfgIntfKey, name, 9);
+constexpr uint32_t CFG_PAIRS = 2;  // in the place of a direction
 
 // Sections, in the order in which the configuration shows them.
 enum cfgSection : uint32_t {

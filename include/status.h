@@ -78,6 +78,8 @@ enum aclStatus : uint32_t {
     ACL_E_GROUP_LIST = 0x3d000087,
     ACL_E_GROUP_VLAN = 0x3d000088,
     ACL_E_VLAN_RANGE = 0x3d000089,
+    ACL_E_GUARD_INTF = 0x3d00008a,
+    ACL_E_GUARD_PAIR = 0x3d00008b,
     ACL_E_SYSTEM = 0xFFFFFFFF,
 };
 
@@ -180,6 +182,9 @@ inline constexpr aclStatusRow aclStatusTable[] = {
     {ACL_E_GROUP_VLAN, "ACL_E_GROUP_VLAN",
      "The VLAN belongs to an ACL VLAN group: bind egress lists to the group"},
     {ACL_E_VLAN_RANGE, "ACL_E_VLAN_RANGE", "VLAN ids are 1 to 4094"},
+    {ACL_E_GUARD_INTF, "ACL_E_GUARD_INTF", "Source guard is for ports, port-channels and VLANs"},
+    {ACL_E_GUARD_PAIR, "ACL_E_GUARD_PAIR",
+     "Source guard pairs a host's IPv4 address with its own MAC address"},
     {ACL_E_SYSTEM, "ACL_E_SYSTEM", "The operation failed or is not supported"},
 };
 static_assert(std::ranges::is_sorted(aclStatusTable, {}, &aclStatusRow::code));

@@ -20,8 +20,9 @@
 constexpr uint32_t INTF_KEY_BITS = 32;
 constexpr uint32_t VLAN_BITS = 4096;  // ids 0 to 4095
 
-enum intfFamily : uint32_t { INTF_V4 = 0, INTF_V6 = 1, INTF_MAC = 2 };
-constexpr uint32_t INTF_FAMILIES = 3;
+// The last has the pairs of source guard, which are told to cards as IPv4 lists are.
+enum intfFamily : uint32_t { INTF_V4 = 0, INTF_V6 = 1, INTF_MAC = 2, INTF_IPMAC = 3 };
+constexpr uint32_t INTF_FAMILIES = 4;
 enum intfDirection : uint32_t { INTF_IN = 0, INTF_OUT = 1 };
 enum intfFlag : uint32_t { INTF_UDP_HELPER = 0x800000 };
 // Set while the configuration has a line for this place of the record: the interface's block of

@@ -10,6 +10,7 @@
 #include "ipacl/propagate.h"
 #include "ipacl/store.h"
 #include "ipacl/text.h"
+#include "ipacl/zekipmac.h"
 #include "ipacl/zekvlangroup.h"
 #include "platform/api/zekTask.h"
 
@@ -72,27 +73,14 @@ uint32_t refusal(const aclFamily& family, const aclBindRequest& r) {
         if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
     }
     if (aclLagOfPort(r.ifindex) != 0) return ACL_E_LAG_MEMBER;
-    if (r.direction == INTF_OUT) return aclCheckVlanGrpClash(r);
-    return ACL_OK;
-}
-
-// The one index of an interface. Bits that its type does not use would make other ones of it, and a
-// port is known by its user's number and by the card's: what has a name is the index that the name
-// stands for. An interface that the chassis does not have (yet) keeps its index.
-uint32_t canonicalIndex(uint32_t ifindex) {
-    switch (ifindexType(ifindex)) {
-        case IF_TYPE_LAG:
-        case IF_TYPE_VLAN:
-            return ifindexMake(ifindexType(ifindex), ifindexPort(ifindex));
-        case IF_TYPE_CP:
-            return IFINDEX_CP_BIND | ifindexPort(ifindex);
+    if (r.direction == INTF_OUT && family.inVlanGroups) {
+        const uint32_t status = aclCheckVlanGrpClash(r);
+        if (status != ACL_OK) return status;
     }
-    ifindex &= 0x7FFFFFFF;
-    char name[64];
-    uint32_t named = ifindex;
-    const bool known =
-        ifmIfIndexToLName(ifindex, name, sizeof name) == 0 && ifmLNameToIfIndex(name, &named) == 0;
-    return known ? named : ifindex;
+    // Source guard and IPv4 lists do not go together, whatever their direction.
+    return family.place == INTF_V4 && aclMgrIpMacAclIsPresentOnIntf(r.ifindex)
+               ? uint32_t{ACL_E_CLASH}
+               : uint32_t{ACL_OK};
 }
 
 // A VLAN is free to join a VLAN group while no egress list of a family that groups have is bound to
@@ -217,11 +205,27 @@ uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
 
 }  // namespace
 
+uint32_t aclCanonicalIndex(uint32_t ifindex) {
+    switch (ifindexType(ifindex)) {
+        case IF_TYPE_LAG:
+        case IF_TYPE_VLAN:
+            return ifindexMake(ifindexType(ifindex), ifindexPort(ifindex));
+        case IF_TYPE_CP:
+            return IFINDEX_CP_BIND | ifindexPort(ifindex);
+    }
+    ifindex &= 0x7FFFFFFF;
+    char name[64];
+    uint32_t named = ifindex;
+    const bool known =
+        ifmIfIndexToLName(ifindex, name, sizeof name) == 0 && ifmLNameToIfIndex(name, &named) == 0;
+    return known ? named : ifindex;
+}
+
 uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBindRequest& given) {
     // A bare slot is no interface.
     if (given.direction > INTF_OUT || given.ifindex < SLOT_COUNT) return ACL_E_SYSTEM;
     aclBindRequest request = given;
-    request.ifindex = canonicalIndex(given.ifindex);
+    request.ifindex = aclCanonicalIndex(given.ifindex);
     uint32_t status = refusal(family, request);
     if (status != ACL_OK) return status;
     aclList* list = aclListCreate(family, name, IP_KIND_NONE, 1, &status);
@@ -243,7 +247,7 @@ uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t i
     if (direction > INTF_OUT) return ACL_E_SYSTEM;
     aclList* list = aclListFind(family, name);
     if (list == nullptr) return ACL_E_NOLIST;
-    ifindex = canonicalIndex(ifindex);
+    ifindex = aclCanonicalIndex(ifindex);
     aclIntf* intf = AclIntfTreeFind(ifindex);
     if (intf == nullptr) return ACL_E_NOINTF;
     aclList*& slot = intf->lists[family.place][direction];

@@ -40,9 +40,12 @@ zekCfgRecord makeLine(const cfgIntfLine& line) {
     cfgIntfKey key{};
     key.ifindex = line.intf->ifindex;
     key.isLine = IS_LINE;
-    std::ranges::fill(key.direction, static_cast<uint8_t>(line.direction));
+    // The pairs of source guard stand behind both directions.
+    const bool isPair = line.family == INTF_IPMAC;
+    std::ranges::fill(key.direction, static_cast<uint8_t>(isPair ? CFG_PAIRS : line.direction));
     std::memcpy(key.name, line.name.text, sizeof key.name);
-    constexpr cfgFamily families[INTF_FAMILIES] = {CFG_FAMILY_V4, CFG_FAMILY_V6, CFG_FAMILY_MAC};
+    constexpr cfgFamily families[INTF_FAMILIES] = {CFG_FAMILY_V4, CFG_FAMILY_V6, CFG_FAMILY_MAC,
+                                                   CFG_FAMILY_V4};
     key.family = families[line.family];
     return makeRecord(CFG_CLASS_INTERFACE, key);
 }
@@ -60,7 +63,7 @@ void sync(const cfgIntfLine& line, std::string_view text) {
     record.kind = aclGetCliModeFromIfIndex(ifindex);
     record.words[0] = ifindexType(ifindex);
     record.words[1] = ifindex;
-    std::memcpy(record.name, line.name.text, sizeof record.name);
+    if (line.family != INTF_IPMAC) std::memcpy(record.name, line.name.text, sizeof record.name);
     cfgPutText(record.text, text);
     (void)zekCfgSync(aclNode->config.cfgDb, record);
 }
@@ -91,7 +94,7 @@ void cfgIntfRemove(const cfgIntfLine& line, std::string_view undo) {
     (void)zekCfgRemoveExact(aclNode->config.cfgDb, makeLine(line));
     sync(line, undo);
     const uint32_t before = line.intf->flags;
-    line.intf->flags &= ~intfCfgLine(line.family, line.direction);
+    if (line.last) line.intf->flags &= ~intfCfgLine(line.family, line.direction);
     if ((before & INTF_CFG_LINES) != 0 && (line.intf->flags & INTF_CFG_LINES) == 0)
         (void)zekCfgRemoveNode(aclNode->config.cfgDb,
                                makeHead(CFG_CLASS_SEPARATOR, line.intf->ifindex));

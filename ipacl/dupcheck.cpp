@@ -111,6 +111,9 @@ uint32_t aclDupRemove(aclList* list, const void* block, listEntry** entry) {
 listEntry* aclDupFindSeq(const aclList* list, const be32& seq) {
     return recordOf(findSeq(list, seq));
 }
+listEntry* aclDupFindContent(const aclList* list, const void* block) {
+    return recordOf(findContent(list, block));
+}
 listEntry* aclDupFindNextSeq(const aclList* list, const be32& seq) {
     return recordOf(aclDupEntCheckFindNext(list->seqTree, &seq, sizeof seq));
 }

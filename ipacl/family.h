@@ -67,7 +67,8 @@ struct aclFamily {
     std::string (*showText)(const aclList& list);
 };
 
-extern const aclFamily ip4Family, ip4SystemFamily, dosFamily, ip6Family, ip6SystemFamily, macFamily;
+extern const aclFamily ip4Family, ip4SystemFamily, dosFamily, ip6Family, ip6SystemFamily, macFamily,
+    ipMacFamily;
 
 // The kinds of lists that are bound and have clients, in the order of intfFamily.
 inline constexpr const aclFamily* aclFamilies[] = {&ip4Family, &ip6Family, &macFamily};

@@ -19,12 +19,14 @@ void textTcpFlags(std::string& out, uint8_t flags, uint8_t except = 0);
 
 // --- interface lines (cfgintf.cpp) -------------------------------------------------------------
 
-// The line of the list that stands in one place of an interface record. Its block of lines gets its
-// header with the first line and loses it with the last.
+// The line of the list that stands in one place of an interface record, or of one of the pairs that
+// stand in a place of INTF_IPMAC. An interface's block of lines gets its header with the first line
+// and loses it with the last.
 struct cfgIntfLine {
     aclIntf* intf;
     uint32_t family, direction;  // intfFamily, intfDirection
-    const listName& name;
+    const listName& name;        // of a pair: its bytes
+    bool last = true;            // no other line of the place stays
 };
 void cfgIntfWrite(const cfgIntfLine& line, std::string_view text, const zekCfgRequest& request);
 // Takes the line out and tells the feed the text that undoes it.

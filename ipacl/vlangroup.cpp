@@ -246,8 +246,9 @@ uint32_t aclCheckForVlanAndMemberConfigurations(const vlanSet& vlans) {
     // Ports and LAGs may filter what leaves them in certain VLANs.
     for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
          intf = AclIntfTreeFindNext(intf->ifindex))
-        for (uint32_t family : {INTF_V4, INTF_V6}) {
-            const aclList* list = intf->lists[family][INTF_OUT];
+        for (const aclFamily* family : aclFamilies) {
+            if (!family->inVlanGroups) continue;
+            const aclList* list = intf->lists[family->place][INTF_OUT];
             const aclBinding* b =
                 list != nullptr ? aclInterfaceBinding(list, intf->ifindex, INTF_OUT) : nullptr;
             if (b != nullptr && isForVlanOf(b->block, vlans)) return ACL_E_GROUP_EGRESS;

@@ -93,6 +93,7 @@ uint32_t cliTelnetValue(cliCall& call);
 uint32_t cliGroupCreate(cliCall& call);  // (and deletes)
 uint32_t cliGroupMember(cliCall& call);
 uint32_t cliGroupApply(cliCall& call);
+uint32_t cliSourceGuard(cliCall& call);
 
 // --- of every kind of list (description.cpp) -----------------------------------------------------
 

@@ -247,6 +247,10 @@ constexpr cliRow cliTable[] = {
     {CLI_CLEAR_V6_ACL_ALL,        "clear all IPv6 ACL counters",       CODE,         cliOfAll<aclClearV6AclAllExt>},
     {CLI_CLEAR_MAC,               "clear MAC ACL counters",            CLI,          cliByName<aclClearMacAclExt>},
     {CLI_CLEAR_MAC_ALL,           "clear all MAC ACL counters",        CODE,         cliOfAll<aclClearMacAclAllExt>},
+    {{CLI_SOURCE_GUARD_ADD, CLI_SOURCE_GUARD_DELETE}, "source-guard pair", sizeof(cliSourceGuardReq),
+     cliSourceGuard, GOES},
+    {CLI_SHOW_SOURCE_GUARD,       "show source guard",                 SHOW,         cliShow<aclShowSourceGuardExt>},
+    {CLI_SHOW_SOURCE_GUARD_ALL,   "show all source guard",             SHOW,         cliShow<aclShowSourceGuardAllExt>},
 };
 // clang-format on
 static_assert(rowsAreSorted(cliTable));

@@ -1,4 +1,4 @@
-// Commands about ACL VLAN groups.
+// Commands about ACL VLAN groups and source guard.
 #include "task/cliCall.h"
 
 uint32_t cliGroupCreate(cliCall& call) {
@@ -15,4 +15,12 @@ uint32_t cliGroupApply(cliCall& call) {
     const auto* req = call.as<cliGroupReq>();
     return aclApplyRemoveAclVlanGrpExt(call.name(), listNameMake(req->list), req->implicitPermit,
                                        call.code() == CLI_GROUP_APPLY);
+}
+
+uint32_t cliSourceGuard(cliCall& call) {
+    const auto* req = call.as<cliSourceGuardReq>();
+    ipMacPair pair{req->address, {}, req->vlan};
+    std::memcpy(pair.mac, req->mac, sizeof pair.mac);
+    return call.code() == CLI_SOURCE_GUARD_ADD ? ipSourceGuardAddExt(req->ifindex, pair)
+                                               : ipSourceGuardDelExt(req->ifindex, pair);
 }

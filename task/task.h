@@ -168,13 +168,14 @@ std::string aclClientsDump();
 // --- debug shell (debugFunctions.cpp, nodeDump.cpp, ...) ---
 
 void aclRegisterDebugFunctions();
-void aclRegisterFilterChecks();        // filterChecks.cpp
-void aclRegisterInstalledFunctions();  // installed.cpp
-void aclRegisterVlanGroupFunctions();  // vlanGroups.cpp
-void aclRegisterBgpFunctions();        // bgpChecks.cpp
-void aclRegisterPrefixFunctions();     // prefixFunctions.cpp
-void aclRegisterRmapFunctions();       // rmapDebug.cpp
-void aclRegisterRmapChecks();          // rmapChecks.cpp
+void aclRegisterFilterChecks();          // filterChecks.cpp
+void aclRegisterInstalledFunctions();    // installed.cpp
+void aclRegisterSourceGuardFunctions();  // sourceGuard.cpp
+void aclRegisterVlanGroupFunctions();    // vlanGroups.cpp
+void aclRegisterBgpFunctions();          // bgpChecks.cpp
+void aclRegisterPrefixFunctions();       // prefixFunctions.cpp
+void aclRegisterRmapFunctions();         // rmapDebug.cpp
+void aclRegisterRmapChecks();            // rmapChecks.cpp
 
 // Evaluates a route map for a prefix and appends the verdict as text. The verdict: 1 drops.
 struct rmapList;

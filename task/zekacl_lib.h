@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "ipacl/zekipaccess.h"
+#include "ipacl/zekipmac.h"
 #include "ipacl/zekvlangroup.h"
 #include "l2acl/zekl2acl.h"
 #include "match/zekPolicy.h"
@@ -204,6 +205,12 @@ inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpSpecific>               
 inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpSpecificDetail>                         aclShowAclVlanGrpSpecificDetailExt;
 inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpAll>                                    aclShowAclVlanGrpAllExt;
 inline constexpr aclExt<aclLock::read, aclShowAclVlanGrpAllDetail>                              aclShowAclVlanGrpAllDetailExt;
+inline constexpr aclExt<aclLock::write, ipSourceGuardAdd>                                       ipSourceGuardAddExt;
+inline constexpr aclExt<aclLock::write, ipSourceGuardDel>                                       ipSourceGuardDelExt;
+inline constexpr aclExt<aclLock::write, aclMgrIpMacAclAdd>                                      aclMgrIpMacAclAddExt;
+inline constexpr aclExt<aclLock::write, aclMgrIpMacAclDel>                                      aclMgrIpMacAclDelExt;
+inline constexpr aclExt<aclLock::read, aclShowSourceGuard>                                      aclShowSourceGuardExt;
+inline constexpr aclExt<aclLock::read, aclShowSourceGuardAll>                                   aclShowSourceGuardAllExt;
 inline constexpr aclExt<aclLock::read, AclUpdateAclAgent>                                       AclUpdateAclAgentExt;
 inline constexpr aclExt<aclLock::read, aclSendListsToTask>                                      aclSendListsToTaskExt;
 inline constexpr aclExt<aclLock::read, aclServeListsBehind>                                     aclServeListsBehindExt;

@@ -197,6 +197,53 @@ TEST_F(BindingMessages, AVlanGroupIsWhatItsRequestsSay) {
     EXPECT_EQ(testCfgLines().size(), 0u);
 }
 
+// Pairs of source guard by requests; what a card gets are entries below IP.
+TEST_F(BindingMessages, APairOfSourceGuardIsAnEntryBelowIp) {
+    aclLinecardInfo[3].isUp = 1;
+    aclLinecardInfo[3].agentIpAddr = CLIENT_CARD;
+    ASSERT_EQ(iAclSwpQueueCreate(3, QUEUE_ACL_AGENT), 0);
+    auto guard = [this](uint32_t code) {
+        return cli<cliSourceGuardReq>(code, "", [](auto& r) {
+            r.ifindex = PORT;
+            r.address = 0x0A000001u;
+            std::memcpy(r.mac, "\x02\1\2\3\4\5", 6);
+            r.vlan = uint16_t{9};
+        });
+    };
+    EXPECT_EQ(ask(cli(CLI_SOURCE_GUARD_ADD, "", 235)), ACL_E_SYSTEM);
+    testTake();
+    const auto bytes = guard(CLI_SOURCE_GUARD_ADD);
+    std::memcpy(received, bytes.data(), bytes.size());
+    aclTakeMessage(aclNode, received, bytes.size());
+    std::vector<std::vector<uint8_t>> sent;
+    for (testRow& row : testTakeRows())
+        if (row.text.starts_with("swp ")) sent.push_back(row.bytes);
+    ASSERT_EQ(sent.size(), 1u);
+    ASSERT_EQ(sent[0].size(), sizeof(agentHdr) + sizeof(agentListHdr) + sizeof(agentEntry));
+    EXPECT_EQ(msgWord(sent[0].data(), 12), uint32_t{MT_IPMAC_ACL_NEWLIST});
+    const auto* entry = reinterpret_cast<const agentEntry*>(sent[0].data() + sizeof(agentHdr) +
+                                                            sizeof(agentListHdr));
+    EXPECT_TRUE(entry->action == IP_PERMIT && entry->match.src == 0x0A000001 &&
+                entry->match.srcMask == 0xFFFFFFFF);
+    // Bytes 72 to 127 of the entry block: ether-type at 76, the source's MAC pair at 80, the VLAN.
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(entry->match.l2 + 4), 16),
+              std::string("\0\0\x08\0\x02\1\2\3\4\5\xff\xff\xff\xff\xff\xff", 16));
+    EXPECT_EQ(entry->match.l2[43], 9);
+    EXPECT_EQ(bind("A", PORT, 0), ACL_E_CLASH);
+    EXPECT_EQ(debug("source-guard", "x"), R"({"error":"The chassis has no such interface"})");
+    EXPECT_NE(debug("source-guard")
+                  .find(R"("address":"10.0.0.1","mac":"02:01:02:03:04:05",)"
+                        R"("vlan":9,"configured":true,"lease":false)"),
+              std::string::npos);
+    auto shown = deliver(cli<cliShowReq>(CLI_SHOW_SOURCE_GUARD_ALL, "", [](auto&) {}));
+    ASSERT_TRUE(shown.size() == 1 && shown[0].size() > 204);
+    EXPECT_TRUE(std::string(reinterpret_cast<char*>(&shown[0][204]))
+                    .ends_with("\r\n 10.0.0.1 02:01:02:03:04:05 vlan 9\r\n"));
+    EXPECT_EQ(ask(guard(CLI_SOURCE_GUARD_DELETE)), ACL_OK);
+    EXPECT_EQ(ask(guard(CLI_SOURCE_GUARD_DELETE)), ACL_E_NOENTRY);
+    EXPECT_TRUE(testCfgLines().empty());
+}
+
 TEST_F(BindingMessages, ATelnetServerMayUseWhatIsConfigured) {
     auto value = [this] {
         EXPECT_EQ(askWord(CLI_TELNET_VALUE, "A", 77), ACL_OK);
