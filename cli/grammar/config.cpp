@@ -111,6 +111,11 @@ constexpr grammarNode namedSeqNodes[] = {
     fin("its only instance, or 10", F_POSITIVE),
 };
 constexpr grammarState sNamedSeq{namedSeqNodes};
+// A refusal of the numbers points at the first of them.
+const char* setStart(cliCommand& c, const cliValue& v, const grammarNode& n) {
+    c.seqColumn = static_cast<uint32_t>(v.column);
+    return setPolicy<&cliPolicy::start>(c, v, n);
+}
 // "resequence KIND NAME START STEP", the kind in the words of its header. Where numbers lie depends
 // on it.
 template <uint32_t low, uint32_t high>
@@ -121,7 +126,7 @@ template <uint32_t low, uint32_t high>
 constexpr grammarState sStep{stepNodes<low, high>};
 template <uint32_t low, uint32_t high>
 constexpr grammarNode startNodes[] = {
-    number("number of the first entry", low, high, sStep<low, high>, setPolicy<&cliPolicy::start>),
+    number("number of the first entry", low, high, sStep<low, high>, setStart),
 };
 template <uint32_t low, uint32_t high>
 constexpr grammarState sStart{startNodes<low, high>};

@@ -280,6 +280,12 @@ void compileCommand(loader& l, uint32_t line, std::string_view text) {
     if (l.command.verb == cliVerb::interface) return loadInterface(l, line, text);
     if (cliOutcome outcome = sessionClause(&s, &l.command); !outcome.ok)
         return refuseLine(l, line, text, outcome.column, outcome.sentence);
+    // What is refused is tried again at every start: a list would get new numbers long after.
+    if (l.command.verb == cliVerb::resequence) {
+        sessionEnter(&s, l.command);
+        return refuseLine(l, line, text, l.command.firstColumn,
+                          "A change of the configuration, not a line of it");
+    }
     cliRequest request;
     size_t length;
     if (requestBuild(&s.channel, l.command, s.scope, &request, &length)) {

@@ -57,6 +57,10 @@ std::vector<loadRow> loadRows() {
          ""},
         {masked + "access-list inverse-mask\n" + masked + "no access-list inverse-mask\n" + masked,
          "1000 A; 1002 A ff00ff; 14517; 1000 A; 1002 A ff00ff00; 14518; 1000 A; 1002 A ff00ff", ""},
+        {"ipv6 access-list A\n remark 5 it\n permit ipv6 any any\n no remark 5\n description it\n"
+         "mac access-list standard A\n permit any\nresequence mac access-list A 5 5\n permit any\n",
+         "1162 A; 1169 A; 1166 A; 1170 A; 1153 A; 1103 A; 1099 A; 1184 A",
+         "F:9:2: Unexpected word \"permit\"|F: 1 of 9 lines refused"},
         // Entries of a list that was refused are not sent; others are.
         {"ip access-list extended IS-STANDARD\n permit ip any any\n deny tcp any any\n"
          "ip access-list standard S\n permit any\n",
@@ -263,6 +267,27 @@ TEST(Load, AManagerThatIsNotThereOrNeverTakesAnythingEndsTheLoad) {
         for (const char* report : row.reports)
             EXPECT_EQ(count(s.reported(), report), 1u) << report << s.reported();
     }
+}
+
+// A line that was refused is tried again at a later start: a renumbering would come as a surprise.
+TEST(Load, AStartupConfigurationHasNoRenumbering) {
+    testSession s("/nonexistent");
+    s.session.options.checkOnly = s.session.options.compile = true;
+    EXPECT_EQ(s.load("ip access-list standard A\n permit any\nresequence ip access-list A 5 5\n"
+                     " permit any\n"),
+              1);
+    fflush(s.session.out);
+    std::vector<uint32_t> types;
+    for (size_t at = 0; at < s.outSize;) {
+        cfgCompiledRow row;
+        ASSERT_LE(at + sizeof row, s.outSize);
+        std::memcpy(&row, s.out + at, sizeof row);
+        types.push_back(row.mtype);
+        at += sizeof row + row.textLength + row.bodyLength;
+    }
+    EXPECT_EQ(types,
+              (std::vector<uint32_t>{MT_CLI_COMMAND, MT_CLI_COMMAND, 0, 0, CFG_COMPILED_END}));
+    EXPECT_EQ(count(s.reported(), "not a line of it"), 1u) << s.reported();
 }
 
 TEST(Load, LinesOfAnyLengthAndContentAreJudged) {
