@@ -2,6 +2,7 @@
 // and show writers make one line per entry and this is most of their cost.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <charconv>
 #include <cstdint>
@@ -30,36 +31,48 @@ inline void textDotted(std::string& out, uint32_t address) {
         if (shift != 0) out.push_back('.');
     }
 }
+// Which groups of an IPv6 address are left out: the first of the longest runs of zeros, by the mask
+// of the groups that are zero. One zero alone is not.
+struct zeroRun {
+    uint8_t at, length;
+};
+inline constexpr auto zeroRuns = [] {
+    std::array<zeroRun, 256> runs{};
+    for (uint32_t mask = 0; mask < runs.size(); mask++) {
+        zeroRun best = {8, 1};
+        for (uint8_t i = 0; i < 8; i++) {
+            uint8_t end = i;
+            while (end < 8 && (mask >> end & 1) != 0) end++;
+            if (end - i > best.length) best = {i, static_cast<uint8_t>(end - i)};
+        }
+        runs[mask] = best;
+    }
+    return runs;
+}();
 // An IPv6 address in its shortest form; one that carries an IPv4 address shows that one dotted.
 inline void textAddress6(std::string& out, const uint8_t* bytes) {
-    uint32_t groups[8];
-    for (size_t i = 0; i < 8; i++)
+    uint32_t groups[8], zeros = 0;
+    for (uint32_t i = 0; i < 8; i++) {
         groups[i] = static_cast<uint32_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]);
-    // The first of the longest runs of zeros is left out; one zero alone is not.
-    size_t runAt = 8, runLength = 1;
-    for (size_t i = 0; i < 8;) {
-        size_t end = i;
-        while (end < 8 && groups[end] == 0) end++;
-        if (end - i > runLength) runAt = i, runLength = end - i;
-        i = end == i ? i + 1 : end;
+        zeros |= static_cast<uint32_t>(groups[i] == 0) << i;
     }
-    const bool mapped = runAt == 0 && runLength == 5 && groups[5] == 0xFFFF;
-    const bool carries4 = mapped || (runAt == 0 && runLength == 6);
+    const zeroRun run = zeroRuns[zeros];
+    const bool mapped = run.at == 0 && run.length == 5 && groups[5] == 0xFFFF;
+    const bool carries4 = mapped || (run.at == 0 && run.length == 6);
     constexpr char digits[] = "0123456789abcdef";
     char text[48];
     char* at = text;
-    for (size_t i = 0; i < (carries4 ? 6u : 8u); i++) {
-        if (i == runAt) {
+    for (uint32_t i = 0; i < (carries4 ? 6u : 8u); i++) {
+        if (i == run.at) {
             *at++ = ':';
-            i += runLength - 1;
+            i += run.length - 1u;
             if (i == 7) *at++ = ':';
             continue;
         }
         if (i != 0) *at++ = ':';
         const uint32_t group = groups[i];
-        int shift = 12;
-        while (shift > 0 && group >> shift == 0) shift -= 4;
-        for (; shift >= 0; shift -= 4) *at++ = digits[group >> shift & 15];
+        const uint32_t length = (35u - static_cast<uint32_t>(std::countl_zero(group | 1))) / 4;
+        for (uint32_t left = length; left-- > 0;) *at++ = digits[group >> 4 * left & 15];
     }
     if (carries4) *at++ = ':';
     out.append(text, static_cast<size_t>(at - text));

@@ -38,7 +38,7 @@ void cfgIntfReplace(const cfgIntfLine& line);
 
 // Room for the lines of a list as most of them are; longer ones let the text grow.
 inline size_t showRoom(const aclList& list) {
-    return (static_cast<size_t>(list.count) + 1) * 72 + LIST_NAME_LEN;
+    return (static_cast<size_t>(list.count) + 1) * 96 + LIST_NAME_LEN;
 }
 // Neighbours in the chain are seldom neighbours in memory: fetches the next entry meanwhile.
 template <class Entry>
