@@ -70,9 +70,12 @@ inline void textAddress6(std::string& out, const uint8_t* bytes) {
             continue;
         }
         if (i != 0) *at++ = ':';
-        const uint32_t group = groups[i];
-        const uint32_t length = (35u - static_cast<uint32_t>(std::countl_zero(group | 1))) / 4;
-        for (uint32_t left = length; left-- > 0;) *at++ = digits[group >> 4 * left & 15];
+        // Up to four digits, without leading zeros.
+        const uint32_t high = groups[i] >> 8, low = groups[i] & 255;
+        if (high >> 4 != 0) *at++ = digits[high >> 4];
+        if (high != 0) *at++ = digits[high & 15];
+        if ((high | low >> 4) != 0) *at++ = digits[low >> 4];
+        *at++ = digits[low & 15];
     }
     if (carries4) *at++ = ':';
     out.append(text, static_cast<size_t>(at - text));
