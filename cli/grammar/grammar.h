@@ -233,10 +233,10 @@ enum cliFeature : uint32_t {
     F_ICMP = 1u << 11,
     F_CLAUSE = 1u << 12,  // the clauses of a route map
     F_FRAME = 1u << 13,   // an ARP or ether-type rule, below IP
-    F_V4 = 1u << 14,      // the addresses and words of IPv4, or those of IPv6
-    F_V6 = 1u << 15,
-    F_ORDER = 1u << 16,
-    F_MAC = 1u << 17,
+    F_V4 = 1u << 14,      // the addresses and words of IPv4
+    F_V6 = 1u << 15,      // those of IPv6
+    F_ORDER = 1u << 16,   // lists whose entries have an order
+    F_MAC = 1u << 17,     // MAC lists
 };
 
 struct grammarNode;

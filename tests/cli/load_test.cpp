@@ -34,7 +34,7 @@ std::string brief(const std::vector<uint8_t>& message) {
     out << cli.code << ' ' << listNameView(cli.name) << std::hex;
     if (isEntryAdd(message)) out << ' ' << wordAt(message, 256);
     if (cli.code == CLI_IP_BIND) out << ' ' << wordAt(message, 220);
-    if (cli.code == CLI_RMAP_ENTRY_ADD) {
+    if (cli.code == CLI_RMAP_ENTRY_ADD || cli.code == CLI_RMAP_V6_ENTRY_ADD) {
         const auto& clause = reinterpret_cast<const cliRmapClauseReq*>(message.data())->clause;
         out << std::dec << ' ' << clause.seq << ' ' << clause.code;
     }
@@ -110,6 +110,9 @@ std::vector<loadRow> loadRows() {
         {"route-map R permit 10\n match ip address P\n match ip address BOTH\n" + filler +
              "\nip prefix-list P\nip prefix-list BOTH\nip access-list standard BOTH\n",
          "1021 R; 1025 R 10 8; 1025 R 10 5; 1042 P; 1042 BOTH; 1000 BOTH", ""},
+        {"route-map R permit 10\n match ipv6 address P\n match ipv6 address BOTH\n"
+         "ipv6 prefix-list P\nipv6 prefix-list BOTH\nipv6 access-list BOTH\n",
+         "1021 R; 1161 R 10 13; 1161 R 10 18; 1147 P; 1147 BOTH; 1162 BOTH", ""},
     };
     // After a header that could not be read, its entries must not go into the list before it.
     for (const char* header : {"ip access-list extnded B", "ipp access-list extended B",
