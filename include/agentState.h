@@ -139,11 +139,13 @@ inline std::string agentHexText(std::span<const uint8_t> bytes) {
     }
     return text;
 }
-// A binding block in hex without the zeros at its end, which most are all of.
-inline std::string agentBlockText(const bindingBlock& block) {
-    auto bytes = std::span(reinterpret_cast<const uint8_t*>(&block), sizeof block);
+// Without the zeros at the end, which blocks are mostly all of.
+inline std::string agentTrimmedHexText(std::span<const uint8_t> bytes) {
     while (!bytes.empty() && bytes.back() == 0) bytes = bytes.first(bytes.size() - 1);
     return agentHexText(bytes);
+}
+inline std::string agentBlockText(const bindingBlock& block) {
+    return agentTrimmedHexText(block.b);
 }
 // Of a list: the hashes of its entries in their order, each as 8 big-endian bytes. The agents do
 // not compute it; whoever compares two lists does.

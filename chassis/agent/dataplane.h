@@ -104,6 +104,8 @@ struct dataplane {
     void (*walk)(void* set, const std::function<bool(const dpList&)>& fn);
     // Packets that an entry has matched since it was installed; false when it is not there.
     bool (*counters)(void* inForce, const dpPlace& place, uint32_t key, uint64_t* packets);
+    // Whether egress MAC lists, which are held all the same, decide about packets; at first not.
+    void (*enforceMacEgress)(void* inForce, bool enforce);
     // The most entries that it can hold in all lists of both sets; a list counts as one more.
     size_t (*capacity)(void* inForce);
 };

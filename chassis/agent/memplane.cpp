@@ -182,6 +182,10 @@ void walk(void* set, const std::function<bool(const dpList&)>& fn) {
         if (!fn(held->list)) return;
 }
 
+void enforceMacEgress(void*, bool) {
+    // There are no packets that it could decide about.
+}
+
 // Of both sets: what they share counts once.
 size_t capacity(void* inForce) {
     return setOf(inForce).plane->capacity;
@@ -192,7 +196,8 @@ size_t capacity(void* inForce) {
 dataplane memplaneCreate(size_t capacityEntries) {
     auto* plane = new memPlane(capacityEntries);
     return {&plane->inForce, stage,    exchange, merge, discard, install,  putEntry,
-            removeEntry,     renumber, remove,   find,  walk,    counters, capacity};
+            removeEntry,     renumber, remove,   find,  walk,    counters, enforceMacEgress,
+            capacity};
 }
 
 void memplaneDestroy(dataplane* plane) {

@@ -51,6 +51,7 @@ std::string summaryText(const agent& self) {
         .number("absent", t.absent)
         .number("notKept", t.notKept)
         .number("protocolFilters", t.protocolFilters)
+        .string("protocolFilter", agentTrimmedHexText(t.protocolFilter))
         .number("macMessages", self.macMessages)
         .flag("macEgress", t.macEgress)
         .number("strangers", self.strangers)
@@ -62,7 +63,8 @@ std::string summaryText(const agent& self) {
     return out.text();
 }
 
-std::string listText(const dpList& list) {
+std::string listText(const agentTables& t, const dpList& list) {
+    const bool macEgress = list.place.kind == AGENT_LIST_MAC && list.place.direction == 1;
     return jsonObject{}
         .string("name", listNameView(list.name))
         .string("kind", agentListKindNames[list.place.kind])
@@ -77,6 +79,7 @@ std::string listText(const dpList& list) {
         .number("listKind", list.listKind)
         .string("block", agentBlockText(list.block))
         .number("count", list.entries.size())
+        .flag("inForce", !macEgress || t.macEgress)
         .text();
 }
 
@@ -92,7 +95,7 @@ std::string listsText(const agentTables& t, const agentStateReq& req) {
         if (met++ < req.index) return true;
         more = shown == AGENT_STATE_ROWS_MAX;
         if (more) return false;
-        append(&items, listText(list));
+        append(&items, listText(t, list));
         shown++;
         return true;
     });
@@ -230,7 +233,7 @@ bool entriesText(const agentTables& t, const agentStateReq& req, std::string* te
     for (; at != list->entries.end() && shown < AGENT_STATE_ROWS_MAX; ++at, shown++)
         append(&items, entryText(t.plane, *list, at->second));
     jsonObject out;
-    out.raw("list", listText(*list)).raw("entries", array(items));
+    out.raw("list", listText(t, *list)).raw("entries", array(items));
     if (at != list->entries.end()) out.number("next", at->first);
     *text = out.text();
     return true;

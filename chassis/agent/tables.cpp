@@ -257,22 +257,31 @@ agentVerdict proceed(agentTables* tables, const download& d) {
     return operations[static_cast<size_t>(agentMessageKind(id)->op)](tables, id, std::move(taken));
 }
 
+// --- settings of the card, which are about no list ---
+
+agentVerdict keepProtocolFilter(agentTables* tables, std::span<const uint8_t> message) {
+    const auto words = message.subspan(sizeof(ipcHdr));
+    tables->protocolFilter.assign(words.begin(), words.end());
+    tables->protocolFilters++;
+    return done(tables, MT_ACLMAC_PROTOCOL_FILTER, true);
+}
+
+agentVerdict keepMacEgress(agentTables* tables, std::span<const uint8_t> message) {
+    const auto* body = wireView<agentMacEgressBody>(message, sizeof(agentHdr));
+    if (body == nullptr || message.size() != sizeof(agentHdr) + sizeof *body)
+        return refuse(tables, agentRefusal::length, MT_AGENT_MAC_EGRESS, "is not one word");
+    if (body->enable > 1)
+        return refuse(tables, agentRefusal::count, MT_AGENT_MAC_EGRESS, "is neither 0 nor 1");
+    tables->macEgress = body->enable == 1;
+    tables->plane.enforceMacEgress(tables->plane.inForce, tables->macEgress);
+    return done(tables, MT_AGENT_MAC_EGRESS, true);
+}
+
 agentVerdict take(agentTables* tables, std::span<const uint8_t> message) {
     const auto* hdr = wireView<ipcHdr>(message);
     if (hdr == nullptr) return refuse(tables, agentRefusal::length, 0, "shorter than a header");
-    if (hdr->mtype == MT_ACLMAC_PROTOCOL_FILTER) {
-        tables->protocolFilters++;
-        tables->applied++;
-        return agentVerdict::applied;
-    }
-    if (hdr->mtype == MT_AGENT_MAC_EGRESS) {
-        const auto* body = wireView<agentMacEgressBody>(message, sizeof(agentHdr));
-        if (body == nullptr || message.size() != hdr->length)
-            return refuse(tables, agentRefusal::length, hdr->mtype, "not one word");
-        tables->macEgress = body->enable != 0;
-        tables->applied++;
-        return agentVerdict::applied;
-    }
+    if (hdr->mtype == MT_ACLMAC_PROTOCOL_FILTER) return keepProtocolFilter(tables, message);
+    if (hdr->mtype == MT_AGENT_MAC_EGRESS) return keepMacEgress(tables, message);
     const messageKind* kind = agentMessageKind(hdr->mtype);
     if (kind == nullptr) {
         tables->notKept++;

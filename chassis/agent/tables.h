@@ -50,8 +50,9 @@ struct agentTables {
     uint64_t refused[AGENT_REFUSALS] = {};
     std::string lastError;
 
-    // 14495: what protocols the MAC-limit filter is to let pass. Nothing filters by it here.
+    // 14495: nothing filters by what it says here; kept as it came, from behind the IPC header on.
     uint64_t protocolFilters = 0;
+    std::vector<uint8_t> protocolFilter;  // of the newest
     gathering pending;
 };
 

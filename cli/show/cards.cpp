@@ -46,10 +46,12 @@ std::string placeText(const chassisDescription& chassis, const json& list) {
 }
 
 json listRow(const cliSession& session, const json& list) {
+    const bool off = list.contains("inForce") && list["inForce"] == false;
+    const std::string way = jsonNumber(list, "direction") == 0 ? "in" : "out";
     return {{"list", jsonText(list, "name")},
             {"kind", jsonText(list, "kind")},
             {"interface", placeText(session.chassis, list)},
-            {"direction", jsonNumber(list, "direction") == 0 ? "in" : "out"},
+            {"direction", way + (off ? " (not in force)" : "")},
             {"implicit-permit", jsonNumber(list, "implicitPermit") != 0},
             {"entries", jsonNumber(list, "count")}};
 }

@@ -48,9 +48,18 @@ TEST_F(Query, SummaryAndLists) {
     send(group);
     send(build({14410, "IN", PORT, {}}));  // refused
 
+    bytes filter(72);
+    put32(filter, 12, 14495);
+    filter[62] = 0xAB;
+    send(filter);
     json s = text(ask(1));
-    const std::pair<const char*, json> expected[] = {
-        {"slot", 1}, {"lists", 3}, {"entries", 4}, {"messages", 4}, {"applied", 3}};
+    const std::pair<const char*, json> expected[] = {{"slot", 1},
+                                                     {"lists", 3},
+                                                     {"entries", 4},
+                                                     {"messages", 5},
+                                                     {"applied", 4},
+                                                     {"protocolFilters", 1},
+                                                     {"protocolFilter", "0000ab"}};
     for (const auto& [field, value] : expected) EXPECT_EQ(s[field], value) << field;
     EXPECT_EQ(s["refused"]["count"], 1);
     EXPECT_NE(s["lastError"], "");
@@ -60,7 +69,8 @@ TEST_F(Query, SummaryAndLists) {
     EXPECT_EQ(lists[0]["block"], "");
     EXPECT_EQ(
         lists[1].dump(),
-        R"({"block":"ab0001","count":1,"direction":1,"group":3,"groupName":"V","ifindex":0,"implicitPermit":1,)"
+        R"({"block":"ab0001","count":1,"direction":1,"group":3,"groupName":"V","ifindex":0,)"
+        R"("implicitPermit":1,"inForce":true,)"
         R"("kind":"ipv4","kindNumber":0,"listKind":3,"name":"GROUP","portPipe":7,"vlan":false})");
     EXPECT_EQ(text(ask(2, "", 2))["lists"][0]["name"], "Global \"Acl\"");
     EXPECT_EQ(text(ask(2, "GROUP"))["lists"], json::array({lists[1]}));

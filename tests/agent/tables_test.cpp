@@ -211,6 +211,22 @@ TEST_F(Tables, SystemEntriesAreKnownByTheirContent) {
     }
 }
 
+TEST_F(Tables, EgressMacListsAreInForceWhenTheCardIsTold) {
+    auto told = [](uint32_t word, size_t length = HEADER + 4) {
+        bytes m(length);
+        put32(m, 12, 30004);
+        if (length >= HEADER + 4) put32(m, HEADER, word);
+        return m;
+    };
+    EXPECT_FALSE(t.macEgress);
+    EXPECT_EQ(send(told(1)), APPLIED);
+    for (const bytes& bad : {told(2), told(0, HEADER + 3), told(0, HEADER + 5), told(0, 60)})
+        EXPECT_EQ(send(bad), REFUSED);
+    EXPECT_TRUE(t.macEgress);
+    EXPECT_EQ(send(told(0)), APPLIED);
+    EXPECT_FALSE(t.macEgress);
+}
+
 // Lies, and chunks in every wrong order: counted under their reason. What was installed stays, and
 // the next good message is taken.
 TEST_F(Tables, WhatIsRefusedIsCountedAndChangesNothing) {

@@ -119,6 +119,11 @@ TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
          {{R"({"lists":[{"name":"A","kind":"ipv4","ifindex":67371009,"direction":1,"count":3}]})"}},
          true,
          "A     ipv4  1/0        out        no               3\n"},
+        {"show card 1 access-lists",
+         {{R"({"lists":[{"name":"A","kind":"mac","ifindex":67371009,"direction":1,"count":3,)"
+           R"("inForce":false}]})"}},
+         true,
+         "A     mac   1/0        out (not in force)  no               3\n"},
         // Rows of the wrong shape are shown as far as they go.
         {"show card 1 access-lists",
          {{R"({"lists":[7,null,{"name":5,"ifindex":-1,"count":"x"}]})"}},
