@@ -100,6 +100,10 @@ jsonObject rowOf(const intent& what, const std::string& place, uint32_t directio
     // The binding block is opaque here and on the card: it is compared as text.
     if (b != nullptr) row.string("block", agentBlockText(b->block));
     if (what.list.placeholder != 0) row.flag("undefined", true);
+    // Cards hold egress MAC lists, but filter by them only when they are told to.
+    if (what.list.family->place == INTF_MAC && direction == INTF_OUT &&
+        aclNode->config.l2_user_egr_acl_enable == 0)
+        row.flag("outOfForce", true);
     return row;
 }
 

@@ -151,8 +151,7 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
     const subject what{familyOf(command.kind), listNameMake(command.name)};
     if (!sessionChassis(session, &error) || !sessionConnect(session, &error)) return refusal(error);
     const std::string args = std::string(what.family.word) + " " + std::string(command.name);
-    if (cliOutcome asked = debugJson(session, "intended", args, &intended); !asked.ok)
-        return asked;
+    if (cliOutcome asked = debugJson(session, "intended", args, &intended); !asked.ok) return asked;
     const bool missing = isSet(intended, "missing");
     if (!intended.is_array() && !missing) return refusal("The manager's answer is not understood");
     std::vector<heldCard> cards = askCards(session, what);
@@ -180,8 +179,11 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
         auto card = std::ranges::find(cards, label,
                                       [](const heldCard& c) { return agentLabel(c.place.slot); });
         std::string port = jsonText(row, "port");  // of a LAG
-        add(interface + (port.empty() ? "" : " (" + port + ")"), way, label,
-            card == cards.end() ? "no such card" : compare(session, row, &*card, what));
+        std::string state =
+            card == cards.end() ? "no such card" : compare(session, row, &*card, what);
+        const bool isFine = std::ranges::find(fine, state) != std::end(fine);
+        if (isFine && isSet(row, "outOfForce")) state += ", out of force without mac egress-filter";
+        add(interface + (port.empty() ? "" : " (" + port + ")"), way, label, state, isFine);
     }
     for (const heldCard& card : cards) {
         // Nobody knows what it holds.
