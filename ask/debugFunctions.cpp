@@ -73,7 +73,10 @@ std::string showSystem(std::string_view) {
         .number("unknown-code", c.unknownCode)
         .number("not-supported", c.notBuilt)
         .number("out-of-order", c.outOfOrder)
-        .number("swp-acknowledgements", c.swp_ack);
+        .number("swp-acknowledgements", c.swp_ack)
+        .number("mac-limit-adds", c.ACLMAC_ADD)
+        .number("mac-limit-deletions", c.ACLMAC_DELENTRY)
+        .number("mac-limit-clears", c.ACLMAC_DELALLENTRY);
 
     zekCfgStats cfg = zekCfgStatistics(aclNode->config.cfgDb);
     jsonObject configuration;

@@ -11,6 +11,7 @@
 
 #include "common/cfgline.h"
 #include "common/clientWait.h"
+#include "download/maclimit.h"
 #include "include/cliMsg.h"
 #include "include/clientMsg.h"
 #include "platform/api/zekLock.h"
@@ -123,6 +124,37 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     return NOT_TOLD;
 }
 
+// --- MAC limits ----------------------------------------------------------------------------------
+
+// What has counts that do not fit its length is dropped, as what is too short.
+int relayed(bool good) {
+    if (!good) aclCounters.truncated++;
+    return NOT_TOLD;
+}
+std::span<const uint8_t> wholeOf(const uint8_t* message) {
+    return {message, reinterpret_cast<const ipcHdr*>(message)->length};
+}
+
+int handleMacLimit(aclNodeRecord*, uint8_t* message) {
+    switch (msgHdr(message)->mtype) {
+        case MT_ACLMAC_ADD:
+            aclCounters.ACLMAC_ADD++;
+            break;
+        case MT_ACLMAC_DELENTRY:
+            aclCounters.ACLMAC_DELENTRY++;
+            break;
+        case MT_ACLMAC_DELALLENTRY:
+            aclCounters.ACLMAC_DELALLENTRY++;
+            break;
+    }
+    aclLockHeld<aclLock::read> held;
+    return relayed(aclSendMacLimit(wholeOf(message)));
+}
+int handleProtocolFilter(aclNodeRecord*, uint8_t* message) {
+    aclLockHeld<aclLock::read> held;
+    return relayed(aclSendProtFilter(wholeOf(message)));
+}
+
 // --- shows for other tasks -----------------------------------------------------------------------
 
 // The name at 64, of prefix lists a resume index behind it.
@@ -204,6 +236,7 @@ struct msgRow {
 };
 
 constexpr uint32_t HDR = sizeof(ipcHdr);
+constexpr uint32_t LIMIT = sizeof(macLimitMsg);
 constexpr uint32_t CLIENT_LEN = 212;  // up to the end of the name
 
 // Rows of one shape, in which only these differ.
@@ -274,11 +307,11 @@ constexpr msgRow msgTable[] = {
     showRow(MT_SHOW_V6_PREFIX_BRIEF,     "show IPv6 prefix list",      {showPrefix, AF_IPV6, BRIEF, prefix6Failed, prefix6Failed}),
     showRow(MT_SHOW_V6_PREFIX_ALL,       "show all IPv6 prefix lists", {showPrefixAll, AF_IPV6, DETAIL, prefix6AllFailed, prefix6AllFailed}),
     showRow(MT_SHOW_V6_PREFIX_ALL_BRIEF, "show all IPv6 prefix lists", {showPrefixAll, AF_IPV6, BRIEF, prefix6AllFailed, prefix6AllFailed}),
-    {MT_ACLMAC_NEW,              "MAC-limit list",                HDR, msgReply::macMgr,    nullptr},
-    {MT_ACLMAC_ADD,              "MAC-limit entries",             HDR, msgReply::macMgr,    nullptr},
-    {{MT_ACLMAC_DELENTRY, MT_ACLMAC_DELALLENTRY}, "MAC-limit entry deletion", HDR, msgReply::macMgr, nullptr},
-    {MT_ACLMAC_DELLIST,          "MAC-limit list deletion",       HDR, msgReply::macMgr,    nullptr},
-    {MT_ACLMAC_PROTOCOL_FILTER,  "MAC-limit protocol filter",     104, msgReply::none,      nullptr},
+    {MT_ACLMAC_NEW,              "MAC-limit list",                LIMIT, msgReply::macMgr,  handleMacLimit},
+    {MT_ACLMAC_ADD,              "MAC-limit entries",             LIMIT, msgReply::macMgr,  handleMacLimit},
+    {{MT_ACLMAC_DELENTRY, MT_ACLMAC_DELALLENTRY}, "MAC-limit entry deletion", LIMIT, msgReply::macMgr, handleMacLimit},
+    {MT_ACLMAC_DELLIST,          "MAC-limit list deletion",       LIMIT, msgReply::macMgr,  handleMacLimit},
+    {MT_ACLMAC_PROTOCOL_FILTER,  "MAC-limit protocol filter",     sizeof(protocolFilterMsg), msgReply::none, handleProtocolFilter},
     {MT_STP_ENABLE,              "STP enable",                     68, msgReply::macMgr,    nullptr},
     {{MT_GVRP_FIRST, MT_GVRP_LAST}, "GVRP",                       HDR, msgReply::ipc,       nullptr},
     {{MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE}, "mask display mode", HDR, msgReply::byHandler, handleInverseMask},
