@@ -30,8 +30,9 @@ constexpr aclClientKind KIND_COMM{"community", MT_COMM_CLIENT_ADD, MT_COMM_CLIEN
                                   MT_COMM_TRIGGER};
 constexpr aclClientKind KIND_RMAP{"route-map", MT_RMAP_CLIENT_ADD, MT_RMAP_CLIENT_DEL,
                                   MT_RMAP_TRIGGER};
+constexpr aclClientKind KIND_MAC{"mac", MT_MAC_CLIENT_ADD, MT_MAC_CLIENT_DEL, MT_MAC_TRIGGER};
 constexpr aclClientKind kinds[] = {KIND_IP,     KIND_IPV6, KIND_PREFIX, KIND_PREFIX6,
-                                   KIND_ASPATH, KIND_COMM, KIND_RMAP};
+                                   KIND_ASPATH, KIND_COMM, KIND_RMAP,   KIND_MAC};
 
 bool waitReadable(const aclClientKey& key, int timeoutMs) {
     const int fd = zekEndpointFd(key.endpoint);
@@ -124,6 +125,7 @@ CLIENT_PAIR(PrefixV6, KIND_PREFIX6)
 CLIENT_PAIR(Asp, KIND_ASPATH)
 CLIENT_PAIR(Comm, KIND_COMM)
 CLIENT_PAIR(Rmap, KIND_RMAP)
+CLIENT_PAIR(Mac, KIND_MAC)
 #undef CLIENT_PAIR
 
 bool aclTriggerRead(std::span<const uint8_t> message, aclTriggerText* trigger) {

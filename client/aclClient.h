@@ -61,6 +61,8 @@ aclClientResult regComm(aclClientKey* key, uint32_t instance, std::string_view n
 aclClientResult deregComm(aclClientKey* key, uint32_t instance, std::string_view name);
 aclClientResult regRmap(aclClientKey* key, uint32_t instance, std::string_view name);
 aclClientResult deregRmap(aclClientKey* key, uint32_t instance, std::string_view name);
+aclClientResult regMac(aclClientKey* key, uint32_t instance, std::string_view name);
+aclClientResult deregMac(aclClientKey* key, uint32_t instance, std::string_view name);
 // IPv6 lists.
 aclClientResult regAclV6(aclClientKey* key, uint32_t instance, std::string_view name);
 aclClientResult deregAclV6(aclClientKey* key, uint32_t instance, std::string_view name);

@@ -38,6 +38,7 @@ enum chassisListKind : uint32_t {
     CLIENT_LIST_ASPATH,
     CLIENT_LIST_COMMUNITY,
     CLIENT_LIST_RMAP,
+    CLIENT_LIST_MAC,
 };
 // What a task does with its triggers: answers at once; never; when the next one comes; with another
 // sequence number.

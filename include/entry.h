@@ -8,6 +8,7 @@
 
 constexpr uint32_t SEQ_NOT_GIVEN = 0xFFFFFFFF;
 constexpr uint32_t SEQ_MAX = 4294967290u;  // the largest usable sequence number
+constexpr uint32_t MAC_SEQ_MAX = 65535;    // of a MAC list
 constexpr uint32_t SEQ_STEP = 5;
 
 constexpr uint32_t FIELD_NOT_GIVEN = 0xFFFFFFFF;  // precedence, tos

@@ -10,9 +10,6 @@
 
 #include "ipacl/zekipaccess.h"
 
-// The largest sequence number.
-constexpr uint32_t MAC_SEQ_MAX = 65535;
-
 // type: 1 standard (source only), 2 extended.
 aclList* l2AccessListCreate(const listName& name, uint32_t type, uint32_t placeholder,
                             uint32_t* status);

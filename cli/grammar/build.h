@@ -127,7 +127,6 @@ constexpr grammarNode sequence(uint32_t highest, const grammarState& next, cliAc
     node.when = when;
     return node;
 }
-constexpr uint32_t MAC_SEQ_MAX = 65535;
 // The name of a list, on which nothing follows but what `next` allows.
 constexpr grammarNode nameArg(const char* help, const grammarState& next,
                               cliAction action = setName) {

@@ -148,6 +148,7 @@ constexpr grammarNode clientKindNodes[] = {
     kw("as-path", "an AS-path list", sClientName, setNumber, CLIENT_LIST_ASPATH),
     kw("community", "a community list", sClientName, setNumber, CLIENT_LIST_COMMUNITY),
     kw("route-map", "a route map", sClientName, setNumber, CLIENT_LIST_RMAP),
+    kw("mac", "a MAC access list", sClientName, setNumber, CLIENT_LIST_MAC),
 };
 constexpr grammarState sClientKind{clientKindNodes};
 constexpr grammarNode clientNameNodes[] = {

@@ -169,7 +169,7 @@ TEST(Clients, TheLibrarySendsTheRegistrationsBodyAndWaitsAsLongAsItIsTold) {
     const std::string name(140, 'n');
     uint32_t mtype = 14442;
     for (auto* call : {regAcl, deregAcl, regAclV6, deregAclV6, regPrefix, deregPrefix, regPrefixV6,
-                       deregPrefixV6, regAsp, deregAsp, regComm, deregComm, regRmap, deregRmap}) {
+                       deregPrefixV6, regAsp, deregAsp, regComm, deregComm, regRmap, deregRmap, regMac, deregMac}) {
         SCOPED_TRACE(mtype);
         EXPECT_EQ(call(&key, 7, name), ACL_CLIENT_NO_REPLY);
         std::vector<uint8_t> wanted(228);
