@@ -346,6 +346,15 @@ TEST_P(Resequence, TellsEveryoneWhoHasTheList) {
     ASSERT_EQ(textsOf(told).size(), 1u);
     EXPECT_TRUE(textsOf(told)[0].starts_with(here({port})[0])) << textsOf(told)[0];
     EXPECT_TRUE(textsOf(told)[0].ends_with(" n 3 option 7"));
+    // So is the control processor's agent.
+    if (f.row.onControlPlane) {
+        clientsFree(list);
+        bind(list, CLIENT_INTERFACE, IFINDEX_CP_BIND);
+        ASSERT_EQ(run(9, 9), 0u);
+        const rows sent = textsOf(testTakeRows());
+        ASSERT_EQ(sent.size(), 1u);
+        EXPECT_TRUE(sent[0].starts_with(here({"in.list A to "})[0])) << sent[0];
+    }
     // A manager that is not primary says nothing to cards.
     testHost.primary = false;
     ASSERT_EQ(run(2, 2), 0u);
