@@ -24,6 +24,14 @@ aclVlanGroup* findGroup(const listName& name) {
     return nullptr;
 }
 
+// The VLAN of an interface; none for what is no VLAN.
+vlanSet vlanOf(uint32_t ifindex) {
+    vlanSet vlans;
+    if (ifindexType(ifindex) == IF_TYPE_VLAN && ifindexPort(ifindex) < VLAN_BITS)
+        vlans.set(ifindexPort(ifindex));
+    return vlans;
+}
+
 aclPlace placeOf(const aclVlanGroup& group) {
     return {0, INTF_OUT, group.id};
 }
@@ -114,6 +122,7 @@ void writeGroup(const aclVlanGroup& group, bool remove) {
                    remove);
 }
 
+// (None of these lines is an entry: the role is that of all others.)
 cfgNumbered lineOf(uint32_t number, std::string_view text, const zekCfgRequest& request = {}) {
     return {CFG_ACL_VLAN_GROUP,
             CFG_FAMILY_V4,
@@ -228,8 +237,7 @@ uint32_t showNext(const listName& cursor, bool detail, void** buffer, uint32_t* 
 // --- what groups and bindings forbid each other --------------------------------------------------
 
 uint32_t aclCheckVlanGrpClash(const aclBindRequest& r) {
-    vlanSet vlans;
-    if (ifindexType(r.ifindex) == IF_TYPE_VLAN) vlans.set(ifindexPort(r.ifindex) % VLAN_BITS);
+    vlanSet vlans = vlanOf(r.ifindex);
     const auto& named = reinterpret_cast<const bindingVlans&>(*r.block);
     if (r.vlanOption && named.given == 1) vlans |= setOf(named);
     if (groupWithAny(vlans) == nullptr) return ACL_OK;
@@ -389,9 +397,7 @@ void aclVlanGroupReplay(uint32_t slot) {
 }
 
 void aclVlanGroupMemberJoined(uint32_t vlanIfindex, uint32_t member) {
-    vlanSet vlan;
-    vlan.set(ifindexPort(vlanIfindex) % VLAN_BITS);
-    if (const aclVlanGroup* group = groupWithAny(vlan))
+    if (const aclVlanGroup* group = groupWithAny(vlanOf(vlanIfindex)))
         sendToGroup(*group, aclEvent::listAdded, {SLOT_NONE, member});
 }
 

@@ -70,7 +70,7 @@ TEST_F(SourceGuard, AnInterfacesListComesWithItsFirstPairAndGoesWithItsLast) {
 // with the last, and their requests make them again.
 TEST_F(SourceGuard, LinesStandBesideTheInterfacesLists) {
     ASSERT_EQ(bindList(PORT, INTF_OUT), 0u);
-    for (uint32_t n : {9, 3, 255}) ASSERT_EQ(ipSourceGuardAdd(PORT, pair(n)), 0u);
+    for (uint32_t n : {9u, 3u, 255u}) ASSERT_EQ(ipSourceGuardAdd(PORT, pair(n)), 0u);
     const rows lines = {"!",
                         "interface if 0x4040000",
                         " ip access-group A out",
@@ -88,7 +88,7 @@ TEST_F(SourceGuard, LinesStandBesideTheInterfacesLists) {
         return true;
     });
     ASSERT_EQ(requests.size(), 3u);
-    for (uint32_t n : {9, 3}) ASSERT_EQ(ipSourceGuardDel(PORT, pair(n)), 0u);
+    for (uint32_t n : {9u, 3u}) ASSERT_EQ(ipSourceGuardDel(PORT, pair(n)), 0u);
     EXPECT_EQ(testCfgLines().size(), 4u);
     ASSERT_EQ(aclIpRemoveIntf(A, PORT, INTF_OUT), 0u);
     EXPECT_EQ(testCfgLines().size(), 3u) << "the header stays for the last pair";
@@ -161,7 +161,7 @@ TEST_F(SourceGuard, NumbersOfLeasesDoNotRunOut) {
     aclIntf* intf = AclIntfTreeFind(PORT);
     const aclList* list = intf->lists[INTF_IPMAC][INTF_IN];
     static_cast<ipMacBinding*>(aclInterfaceBinding(list, PORT, INTF_IN))->lastSeq = SEQ_MAX - 1;
-    for (uint32_t n : {3, 4, 5}) ASSERT_EQ(lease(pair(n)), 0u);
+    for (uint32_t n : {3u, 4u, 5u}) ASSERT_EQ(lease(pair(n)), 0u);
     EXPECT_EQ(numbers(list), (words{1, 2, 3, 4, SEQ_MAX}));
 }
 

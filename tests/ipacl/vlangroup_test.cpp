@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr uint32_t VLANS[] = {10, 20, 30};
 const listName G = listNameMake("G"), H = listNameMake("H");
 
 bindingVlans vlans(std::initializer_list<std::pair<uint32_t, uint32_t>> ranges) {
@@ -131,7 +130,7 @@ TEST_F(Groups, IdsAreTheFirstFreeOrTheOneThatIsGiven) {
     refused(ACL_E_GROUP_ID, [] { return make(H, 4); });
     refused(ACL_E_NOGROUP, [] { return make(listName{}); });
     EXPECT_TOLD(make(H), ACL_OK);
-    for (uint32_t id : {1, 2, 4, 5, 6, 7, 8}) {
+    for (uint32_t id : {1u, 2u, 4u, 5u, 6u, 7u, 8u}) {
         EXPECT_EQ(make(listNameMake("g" + std::to_string(id))), 0u);
         EXPECT_NE(aclFindAclVlanGrpFromCugID(id), nullptr);
     }
