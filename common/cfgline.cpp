@@ -107,6 +107,8 @@ bool cfgWriteNumbered(const listName& name, const cfgNumbered& line, bool remove
     cfgPutText(record.text, inverse ? line.other : line.shown);
     cfgPutText(record.inverseText, inverse ? line.shown : line.other);
     if (!remove) zekCfgInsertBothLine(aclNode->config.cfgDb, record, line.request);
+    // The words for an operator that there is not hold a line break, and are kept as they are.
+    if (!remove && line.shown.find('\n') != line.shown.npos) cfgNotShown++;
     cfgSync(line.operation, name, line.shown, remove);
     return !remove || zekCfgRemoveExact(aclNode->config.cfgDb, record) == 0;
 }

@@ -268,7 +268,9 @@ TEST_F(Text, TheLongestLinesFitAndLongerOnesAreCut) {
     // What stands for an operator that there is not is longer still, and it is logged.
     const std::string error = " Error: Unknown operator value (-1) for ACL entry \n";
     entry.block.srcOperator = entry.block.dstOperator = 0xFFFFFFFF;
+    const uint64_t notShown = cfgNotShown;
     const rows told = effects([&] { acl_ent_sent_to_cfg(&entry, 0, A); });
+    EXPECT_EQ(cfgNotShown, notShown + 1) << "the sender is told that the line cannot be shown";
     EXPECT_EQ(told.front(), "syserr 0x50006 " + error);
     const size_t text = told.back().find('"') + 1;
     EXPECT_EQ(told.back().size() - text - 1, 255u);
