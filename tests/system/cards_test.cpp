@@ -164,7 +164,7 @@ TEST(Cards, HoldListsOfEveryFamilyAndRenumberThem) {
                     "1/0,in,1,in step;2/1,out,2,in step;" + f.cp,
                 0, "10", f.family);
     };
-    std::string lists, changes, numbers;
+    std::string lists = "mac egress-filter\n", changes, numbers;
     for (const auto& f : families) {
         lists += f.header;
         for (int i = 1; i <= ENTRIES; i++)
