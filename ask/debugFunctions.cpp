@@ -41,6 +41,8 @@ std::string showSystem(std::string_view) {
     };
     jsonObject lists;
     for (const countRow& row : {countRow{"ip-access-lists", aclNode->trees.acl_tree},
+                                countRow{"ipv6-access-lists", aclNode->trees.v6acl_tree},
+                                countRow{"mac-access-lists", aclNode->trees.l2acl_tree},
                                 countRow{"system-lists", aclNode->trees.aclSys_tree},
                                 countRow{"trace-lists", aclNode->trees.dos_tree},
                                 countRow{"as-path-lists", aspathAclNode->asTree},

@@ -55,6 +55,13 @@ aclDupNode* findSeq(const aclList* list, const be32& seq) {
     return aclDupEntCheckFind(list->seqTree, &seq, sizeof seq);
 }
 
+void tellNoPlace(const aclFamily& family, const char* tree, const char* function, int line) {
+    if (family.noTreePlace != nullptr)
+        aclSysErr(SYSERR_LIST, "%s", family.noTreePlace);
+    else
+        aclDebug(DEBUG_ACL_DUP, "%s, %d Insert to %s failed\r\n", function, line, tree);
+}
+
 bool isOutside(const aclFamily& family, const void* block) {
     return family.outsideContentTree != nullptr && family.outsideContentTree(block);
 }
@@ -77,12 +84,12 @@ uint32_t aclDupAdd(aclList* list, listEntry* entry) {
     if (findSeq(list, seq) != nullptr) return ACL_E_SEQ_USED;
 
     if (aclDupEntCheckNodeInsert(list->seqTree, entry, &seq, sizeof seq) != 0) {
-        aclDebug(DEBUG_ACL_DUP, "%s, %d Insert to AclSeqNumTree failed\r\n", __func__, __LINE__);
+        tellNoPlace(family, "AclSeqNumTree", __func__, __LINE__);
         return ACL_E_SYSTEM;
     }
     if (outside || aclDupEntCheckNodeInsert(list->contentTree, entry, key.bytes, key.length) == 0)
         return ACL_OK;
-    aclDebug(DEBUG_ACL_DUP, "%s, %d Insert to AclInfoTree failed\r\n", __func__, __LINE__);
+    tellNoPlace(family, "AclInfoTree", __func__, __LINE__);
     // The caller frees the record: no node may be left that points at it.
     aclDupEntCheckNodeRemove(list->seqTree, findSeq(list, seq));
     return ACL_E_SYSTEM;

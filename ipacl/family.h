@@ -35,6 +35,9 @@ struct aclFamily {
     uint32_t (*contentKey)(const void* block, uint8_t key[DUP_KEY_MAX]);
     // Entries that stand outside the content tree and are found by a walk; null: none.
     bool (*outsideContentTree)(const void* block);
+    // What the system-error log is told when an entry finds no place in a tree; null: a debug line
+    // names the tree.
+    const char* noTreePlace;
 
     // --- what must stay in step with the chain; null: nothing ---
     void (*indexAdd)(aclList* list, listEntry* entry);           // after it was linked

@@ -58,6 +58,7 @@ constexpr aclFamily makeMac() {
     family.seqMax = MAC_SEQ_MAX;
     family.sameRule = sameRule;
     family.contentKey = contentKey;
+    family.noTreePlace = "Error: aclSeqNoNodeInsert failed\r\n";
     family.indexAdd = macFilterIndexAdd;
     family.indexRemove = macFilterIndexRemove;
     family.indexRenumber = macFilterIndexRenumber;

@@ -69,7 +69,9 @@ int SysListRegistration(uint32_t slot) {
         if (v6List == nullptr) return 0;
     }
     if (slot < SLOT_COUNT && aclLinecardInfo[slot].isUp != 0)
-        (void)iAclSendToAclAgent({slot}, {MT_ACL_V6_SYS_ADDLIST, v6List});
+        // For the card as a whole: no interface, no pipe.
+        (void)iAclSendToAclAgent({0, static_cast<int>(slot), static_cast<uint32_t>(-1)},
+                                 {MT_ACL_V6_SYS_ADDLIST, v6List});
     return 0;
 }
 

@@ -6,6 +6,7 @@
 #include "include/cliMsg.h"
 #include "include/policyMsg.h"
 #include "include/service.h"
+#include "l2acl/zekl2acl.h"
 #include "tests/support/ipaclTest.h"
 
 namespace {
@@ -137,6 +138,22 @@ TEST_F(IpAcl, TheSecondTreesFailureIsNamedAndUndone) {
     EXPECT_TRUE(told[0].ends_with(" : zekRadixInsert Failed\r\n")) << told[0];
     EXPECT_TRUE(told[1].ends_with(" Insert to AclInfoTree failed\r\n")) << told[1];
     EXPECT_EQ(del("A", tcp.at(5)), ACL_E_NOSEQ) << "no node is left that points at a freed entry";
+    // MAC lists have words of their own for it, whichever tree it is.
+    uint32_t status = 0;
+    const listName M = listNameMake("M");
+    ASSERT_NE(l2AccessListCreate(M, IP_KIND_STANDARD, 0, &status), nullptr);
+    macEntryBlock body{};
+    for (uint64_t tree : {1u, 2u}) {
+        testTake();
+        testFail(TEST_INSERT, tree, 1);
+        body.seq = 5u;
+        EXPECT_EQ(l2AddAccessEntry(M, &body, 0, 0, 255, 0), ACL_E_SYSTEM);
+        testFailNothing();
+        const rows said = testTake();
+        EXPECT_EQ(std::ranges::count(said, "syserr 0x50006 Error: aclSeqNoNodeInsert failed\r\n"),
+                  1);
+        EXPECT_EQ(l2DelAccessEntry(M, &body, 255), ACL_E_NOSEQ);
+    }
 }
 
 TEST_F(IpAcl, PoolLimitsRefuseLikeFailures) {
