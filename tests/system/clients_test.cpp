@@ -53,6 +53,9 @@ TEST(Clients, ReceiveWhatTheyRegisteredForThroughTheLifeOfAList) {
         chassis.client("register " + std::string(task) + " ip A");
     for (const char* kind : {"prefix", "prefix6", "as-path", "community", "route-map"})
         chassis.client("register OSPF " + std::string(kind) + " " + kind);
+    for (const char* wanted :
+         {"SNMP ipv6", "SYSADM ipv6", "IPM ipv6", "OSPF ipv6", "SNMP mac", "OSPF mac"})
+        chassis.client("register " + std::string(wanted) + " A");
     EXPECT_FALSE(has(chassis.rows(), "triggers"));
     EXPECT_FALSE(has(chassis.rows(), "copy"));
 
@@ -60,14 +63,31 @@ TEST(Clients, ReceiveWhatTheyRegisteredForThroughTheLifeOfAList) {
     chassis.load(entries(1, 78) +
                  "ip as-path access-list as-path\n permit 100\n"
                  "ip community-list community\n permit 1:1\nroute-map route-map\n set tag 1\n"
-                 "ip prefix-list prefix\n permit any\nipv6 prefix-list prefix6\n permit any\n");
-    chassis.expectRows(
-        {"BGP 0 triggers ip A 79", "SNMP 0 triggers ip A 79", "SYSADM 0 triggers ip A 79",
-         "IPM 2 triggers ip A 79", "RTM 0 triggers ip A 79", "IGMP 0 triggers ip A 79",
-         "OSPF 0 triggers as-path as-path 1", "OSPF 0 triggers community community 1",
-         "OSPF 0 triggers route-map route-map 2", "OSPF 0 triggers prefix prefix 1",
-         "OSPF 0 triggers prefix prefix6 1", "SNMP 0 copy ip A 78 seq 1 to 78",
-         "SYSADM 0 copy ip A 78 seq 1 to 78", "IPM 2 copy ip A 78 seq 1 to 78"});
+                 "ip prefix-list prefix\n permit any\nipv6 prefix-list prefix6\n permit any\n"
+                 "ipv6 access-list A\n permit ipv6 any any\n deny tcp any any\n no seq 5\n"
+                 "mac access-list standard A\n permit any\n");
+    chassis.expectRows({"BGP 0 triggers ip A 79",
+                        "SNMP 0 triggers ip A 79",
+                        "SYSADM 0 triggers ip A 79",
+                        "IPM 2 triggers ip A 79",
+                        "RTM 0 triggers ip A 79",
+                        "IGMP 0 triggers ip A 79",
+                        "OSPF 0 triggers as-path as-path 1",
+                        "OSPF 0 triggers community community 1",
+                        "OSPF 0 triggers route-map route-map 2",
+                        "OSPF 0 triggers prefix prefix 1",
+                        "OSPF 0 triggers prefix prefix6 1",
+                        "OSPF 0 triggers ipv6 A 4",
+                        "IPM 0 triggers ipv6 A 4",
+                        "OSPF 0 triggers mac A 2",
+                        "SNMP 0 triggers mac A 2",
+                        "SNMP 0 copy ipv6 A 1 seq 10 to 10, 4 messages",
+                        "SYSADM 0 copy ipv6 A 1 seq 10 to 10, 4 messages",
+                        "SNMP 0 copy ip A 78 seq 1 to 78",
+                        "SYSADM 0 copy ip A 78 seq 1 to 78",
+                        "IPM 2 copy ip A 78 seq 1 to 78"});
+    for (const char* none : {"IPM 0 copy", "SNMP 0 copy mac"})  // IPM knows no IPv6
+        EXPECT_FALSE(has(chassis.rows(), none));
     // One that comes late gets the whole at once, in chunks of 39, 39 and 0.
     chassis.client("register IPM ip A");
     chassis.expectRows({"IPM 0 copy ip A 78 seq 1 to 78, 3 messages"});
@@ -80,6 +100,7 @@ TEST(Clients, ReceiveWhatTheyRegisteredForThroughTheLifeOfAList) {
     // SYSADM alone is told that it loses its copy.
     for (const char* task : {"SYSADM", "SNMP", "BGP"})
         chassis.client("unregister " + std::string(task) + " ip A");
+    chassis.client("unregister SYSADM ipv6 A");
     chassis.expectRows({"SYSADM 0 copy"}, false);
     chassis.load(entries(1, 0) + " no seq 2\n");
     chassis.expectRows({"RTM 0 triggers ip A 83", "IPM 2 copy ip A 76 seq 3 to 90",
@@ -169,7 +190,8 @@ TEST(Clients, TheLibrarySendsTheRegistrationsBodyAndWaitsAsLongAsItIsTold) {
     const std::string name(140, 'n');
     uint32_t mtype = 14442;
     for (auto* call : {regAcl, deregAcl, regAclV6, deregAclV6, regPrefix, deregPrefix, regPrefixV6,
-                       deregPrefixV6, regAsp, deregAsp, regComm, deregComm, regRmap, deregRmap, regMac, deregMac}) {
+                       deregPrefixV6, regAsp, deregAsp, regComm, deregComm, regRmap, deregRmap,
+                       regMac, deregMac}) {
         SCOPED_TRACE(mtype);
         EXPECT_EQ(call(&key, 7, name), ACL_CLIENT_NO_REPLY);
         std::vector<uint8_t> wanted(228);
