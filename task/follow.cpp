@@ -52,8 +52,8 @@ constexpr agentStep agentUp[] = {
 
 constexpr agentStep cardReplay[] = {
     {"card state to the peer", updatePeer, stepWhen::registered},
-    {"card to the MAC manager", [](uint32_t slot) { (void)aclSendLinecardInfoToMacMgr(slot); },
-     stepWhen::registered},
+    // In every replay: it brings the card's limits again, which nobody else keeps.
+    {"card to the MAC manager", [](uint32_t slot) { (void)aclSendLinecardInfoToMacMgr(slot); }},
     {"system lists", [](uint32_t slot) { (void)SysListRegistration(slot); }},
     {"PIM-assert entries", nullptr},
     {"protocol trapping, to the MAC agent", nullptr},
