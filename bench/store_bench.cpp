@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr uint32_t poolClasses[] = {44, 92, 192, 784, 8192};
+constexpr uint32_t poolClasses[] = {44, 92, 156, 192, 784, 8192};
 
 void start() {
     static bool once = [] {

@@ -55,9 +55,11 @@ void addEntry(std::string& line, const ip6EntryBlock& block) {
                      " ipv6");
     const bool ports = ipHasPorts(block.protocol);
     addAddress(line, block.src, block.srcMask);
-    if (ports) line += aclCmpPortPrint(block.srcOperator, block.srcLow, block.srcHigh);
+    if (ports && block.srcOperator != PORT_NONE)
+        line += aclCmpPortPrint(block.srcOperator, block.srcLow, block.srcHigh);
     addAddress(line, block.dst, block.dstMask);
-    if (ports) line += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
+    if (ports && block.dstOperator != PORT_NONE)
+        line += aclCmpPortPrint(block.dstOperator, block.dstLow, block.dstHigh);
     if (block.protocol == IP_PROTO_TCP) textTcpFlags(line, block.tcpFlags, TCP_ESTABLISHED);
     if (block.protocol == IP_PROTO_ICMP6) {
         // By numbers: the names are those of ICMP's own types.
