@@ -22,9 +22,10 @@ void addPairs(const aclIntf& intf, std::string* rows) {
         row.string("interface", name)
             .string("address", text.substr(0, blank))
             .string("mac", text.substr(blank + 1, 17));
-        if (pair.vlan != 0) row.number("vlan", pair.vlan);
         row.flag("configured", (sources & IPMAC_CONFIGURED) != 0)
             .flag("lease", (sources & IPMAC_SNOOPED) != 0);
+        // Last, because not every row has it: the first row's fields make the table.
+        if (pair.vlan != 0) row.number("vlan", pair.vlan);
         if (!rows->empty()) rows->push_back(',');
         *rows += row.text();
     });

@@ -28,13 +28,17 @@ std::string rowOf(const aclVlanGroup& group, bool detail) {
     std::string members;
     for (const std::string& line : aclVlanGroupMembers(group)) append(&members, line);
     jsonObject row;
-    row.string("name", listNameView(group.name)).number("id", group.id).string("vlans", members);
+    // Kept in every chassis; only the cards of this mode know what a group is. Every row has the
+    // field, so it stands before those that a group without a list lacks: the first row's make the
+    // table.
+    row.string("name", listNameView(group.name))
+        .number("id", group.id)
+        .string("vlans", members)
+        .flag("sent", aclNode->chassis.chassisMode == CHASSIS_MODE_VLAN_GROUPS);
     if (const aclBinding* b = aclVlanGroupBinding(group))
         row.string("list", listNameView(group.list->name))
             .flag("implicit-permit", b->implicitPermit != 0)
             .flag("configured", group.list->placeholder == 0);
-    // Kept in every chassis; only these cards know what a group is.
-    row.flag("sent", aclNode->chassis.chassisMode == CHASSIS_MODE_VLAN_GROUPS);
     if (detail) row.raw("cards", cardsOf(group, false)).raw("refused-by", cardsOf(group, true));
     return row.text();
 }

@@ -148,7 +148,7 @@ inline constexpr aclStatusRow aclStatusTable[] = {
      "The control plane filters only what it receives: bind the list inward"},
     {ACL_E_NODOS, "ACL_E_NODOS", "No such trace list"},
     {ACL_E_CP_UNSUPPORTED, "ACL_E_CP_UNSUPPORTED",
-     "The control plane of this chassis takes no access lists"},
+     "The control plane of this chassis takes no such access lists"},
     {ACL_E_IMPLICIT_PERMIT, "ACL_E_IMPLICIT_PERMIT",
      "The list is bound already with another implicit-permit: remove it first"},
     {ACL_E_CP_PORT, "ACL_E_CP_PORT", "The control plane has no ports to bind lists to"},

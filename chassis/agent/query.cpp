@@ -166,17 +166,21 @@ jsonObject fields4(const agentRule& r) {
         .number("monitor", r.monitor);
 }
 
-// None of the fields that the layout of IPv6 entries lacks.
+// None of the fields that the layout of IPv6 entries lacks. Where TCP has the operator of the
+// source port, ICMPv6 has its type and code.
 jsonObject fields6(const agentRule& r) {
-    return jsonObject{}
-        .number("action", r.action)
+    jsonObject out;
+    if (r.protocol == IP_PROTO_ICMP6)
+        out.string("icmp", icmpText(r.icmp));
+    else
+        out.number("srcOperator", r.srcPorts.op);
+    return out.number("action", r.action)
         .string("src", addressText6(r.src.value))
         .string("srcMask", addressText6(r.src.mask))
         .string("dst", addressText6(r.dst.value))
         .string("dstMask", addressText6(r.dst.mask))
         .number("protocol", r.protocol)
         .number("protoMarker", r.protoMarker)
-        .number("srcOperator", r.srcPorts.op)
         .number("dstOperator", r.dstPorts.op)
         .raw("ports", portsText(r))
         .number("tcpFlags", r.tcpFlags)

@@ -184,7 +184,7 @@ constexpr grammarNode opcodeValueNodes[] = {
 constexpr grammarState sArpOpcodeValue{opcodeValueNodes};
 // Written out, because hexadecimal numbers stand nowhere else.
 constexpr grammarNode etherTypeNodes[] = {
-    {cliArg::hex, "HEX", "ether-type", &sEtherSrc, entryFrame, entryValue(W::etherType), 0, 0, 1,
+    {cliArg::hex, "<1-ffff>", "ether-type", &sEtherSrc, entryFrame, entryValue(W::etherType), 0, 0, 1,
      0xFFFF, ANY_WORD},
 };
 constexpr grammarState sEtherType{etherTypeNodes};

@@ -22,7 +22,11 @@ constexpr grammarNode hostNode(uint32_t side, const grammarState& next) {
 }
 
 // A standard entry shows one address without "host": what follows it says whether a mask is meant.
-constexpr auto only = addressNodes(ENTRY_SRC, sOnlyHost, sOnlyMask, sOptions);
+constexpr auto only = [] {
+    auto nodes = addressNodes(ENTRY_SRC, sOnlyHost, sOnlyMask, sOptions);
+    nodes.back().help = "MAC address, alone or with a mask";
+    return nodes;
+}();
 constexpr grammarState sOnly{only};
 constexpr grammarNode onlyHost[] = {hostNode(ENTRY_SRC, sOptions)};
 constexpr grammarState sOnlyHost{onlyHost};
@@ -64,7 +68,7 @@ constexpr grammarNode operators[] = {
 };
 constexpr grammarState sOperator{operators};
 constexpr grammarNode etherType[] = {
-    {cliArg::hex, "HEX", "ether-type", &sOptions, entryPut, entryValue(W::etherType), 0, 0, 0,
+    {cliArg::hex, "<0-ffff>", "ether-type", &sOptions, entryPut, entryValue(W::etherType), 0, 0, 0,
      0xFFFF, 0xFFFF},
 };
 constexpr grammarState sEtherType{etherType};

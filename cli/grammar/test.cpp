@@ -159,7 +159,7 @@ constexpr grammarNode testFrameTypeNodes[] = {
 };
 constexpr grammarState sTestFrameType{testFrameTypeNodes};
 constexpr grammarNode etherTypeNodes[] = {
-    {cliArg::hex, "HEX", "its type, or its access points", &sDone, addText, 0, 0, 0, 0, 0xFFFF,
+    {cliArg::hex, "<0-ffff>", "its type, or its access points", &sDone, addText, 0, 0, 0, 0, 0xFFFF,
      0xFFFF},
 };
 constexpr grammarState sEtherType{etherTypeNodes};

@@ -136,6 +136,11 @@ TEST_F(Query, Entries) {
               R"(,"order":2899441179,"packets":0,"seq":10,"src":"50:75:9a:bf:e4:09","srcMask":")"
               R"(2e:53:78:9d:c2:e7"})");
     EXPECT_EQ(agentHash(std::array<uint8_t, 1>{'a'}), 0xAF63DC4C8601EC8Cu);  // as published
+    six[8 + 81] = 58;  // then the operator is a message's type and code
+    send(build({14533, "ICMP", PORT, {six}}));
+    json eIcmp = text(ask(3, "ICMP", 0, 1))["entries"][0];
+    EXPECT_EQ(eIcmp["icmp"], "e0052a4f");
+    EXPECT_FALSE(eIcmp.contains("srcOperator"));
 }
 
 TEST_F(Query, LongListsComeInPages) {

@@ -163,7 +163,7 @@ permit ip any any fragmen ts => 26: Unexpected word "ts" ...
 permit arp any VLAN 4096 any => 20: Unexpected word "4096"; expected: <0-4095>
 permit arp 0:1:2:3:4:5 VLAN 1 any => 11: Unexpected word "0:1:2:3:4:5" ...
 permit arp any VLAN 1 any tos 1 => 26: Unexpected word "tos" ...
-permit ether-type 0 any VLAN 1 any => 18: Unexpected word "0"; expected: HEX
+permit ether-type 0 any VLAN 1 any => 18: Unexpected word "0"; expected: <1-ffff>
 permit ip any any dscp 254 => 23: Unexpected word "254"; expected: <0-63>
 [extended]
 permit arp any VLAN 10 any => 1002 384 80="LIST" 272-276=FFFFFFFF 280=40000 284=2 292=FFFFFFFF
@@ -237,7 +237,7 @@ permit any any => 1099 292 80="LIST" 228=FFFFFFFF 236=FFFF 240=FFFFFFFF 248=FFFF
 permit any any snap {gt=2|lt=3} ffff => 1099 292 260=B 264=$ 268=FFFF0000
 permit 00:1b:c0:ff:0a:9e any => 25: Unexpected word "any"; expected: xx:xx:xx:xx:xx:xx
 permit any any ev2 800 => 19: Unexpected word "800"; expected: eq, gt, lt, neq
-permit any any snap eq 10000 => 23: Unexpected word "10000"; expected: HEX
+permit any any snap eq 10000 => 23: Unexpected word "10000"; expected: <0-ffff>
 permit any any order 255monitor => 21: Unexpected word "255monitor"; expected: <0-254>
 permit any any log order 7 log => 27: Unexpected word "log" ...
 [prefix4]
@@ -394,7 +394,7 @@ test ipv6 access-list A tcp ::1 ::2 tos 4 => 36: Unexpected word "tos"; expected
 test mac access-list A 02:00:00:00:00:01 ff:ff:ff:ff:ff:ff {snap 88cc|llc 0} => command '' 4 'A
     02:00:00:00:00:01 ff:ff:ff:ff:ff:ff $'
 test mac access-list A 02:00:00:00:00:01 ff:ff:ff:ff:ff:ff ev2 10000 => 63: Unexpected word "10000";
-    expected: HEX
+    expected: <0-ffff>
 test route-map R 10.0.0.0/8 as-path "1 2" metric 5 => command '' 11 'R 10.0.0.0/8 as-path "1 2"
     metric 5'
 show ip access-lists {A installed=A|installed} => command '$' 0 ''

@@ -177,8 +177,8 @@ TEST_F(BindingMessages, AVlanGroupIsWhatItsRequestsSay) {
     EXPECT_TRUE(header->ifindex == 0 && header->groupId == 5 && header->option == 1);
     EXPECT_EQ(header->groupName, listNameMake("G"));
     EXPECT_EQ(debug("acl-vlan-groups", "detail G"),
-              R"([{"name":"G","id":5,"vlans":"9","list":"A","implicit-permit":true,)"
-              R"("configured":false,"sent":true,"cards":[3],"refused-by":[]}])");
+              R"([{"name":"G","id":5,"vlans":"9","sent":true,"list":"A","implicit-permit")"
+              R"(:true,"configured":false,"cards":[3],"refused-by":[]}])");
     for (auto [code, least] : {std::pair{CLI_GROUP_CREATE, 224u},
                                {CLI_GROUP_MEMBER_DELETE, 888u},
                                {CLI_GROUP_REMOVE, 368u},
@@ -233,7 +233,7 @@ TEST_F(BindingMessages, APairOfSourceGuardIsAnEntryBelowIp) {
     EXPECT_EQ(debug("source-guard", "x"), R"({"error":"The chassis has no such interface"})");
     EXPECT_NE(debug("source-guard")
                   .find(R"("address":"10.0.0.1","mac":"02:01:02:03:04:05",)"
-                        R"("vlan":9,"configured":true,"lease":false)"),
+                        R"("configured":true,"lease":false,"vlan":9)"),
               std::string::npos);
     auto shown = deliver(cli<cliShowReq>(CLI_SHOW_SOURCE_GUARD_ALL, "", [](auto&) {}));
     ASSERT_TRUE(shown.size() == 1 && shown[0].size() > 204);
