@@ -182,7 +182,8 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
         std::string state =
             card == cards.end() ? "no such card" : compare(session, row, &*card, what);
         const bool isFine = std::ranges::find(fine, state) != std::end(fine);
-        if (isFine && isSet(row, "outOfForce")) state += ", out of force without mac egress-filter";
+        if (state == "in step" && isSet(row, "outOfForce"))
+            state += ", out of force without mac egress-filter";
         add(interface + (port.empty() ? "" : " (" + port + ")"), way, label, state, isFine);
     }
     for (const heldCard& card : cards) {
