@@ -96,6 +96,13 @@ inline constexpr cfgBlock CFG_COMM_LIST{
 inline constexpr cfgBlock CFG_EXTCOMM_LIST{
     CFG_SECTION_EXTCOMM, CFG_CLASS_BGP_LIST, CFG_CLASS_BGP_LINE, CFG_SYNC_EXTCOMM, 2, false};
 
+// No line of a list that the manager makes itself is written. Those are IP lists: a list of another
+// section is the operator's, whatever its name.
+inline bool cfgIsGenerated(uint32_t section, const listName& name) {
+    const bool ofIp = section == CFG_SECTION_IP || section == CFG_SECTION_TRACE_LIST;
+    return ofIp && listNameIsGenerated(name);
+}
+
 // Writes or removes the "!" and the header line of a block; a removal takes every line below.
 void cfgWriteHeader(const cfgBlock& block, cfgFamily family, const listName& name,
                     std::string_view line, const zekCfgRequest& request, bool remove);

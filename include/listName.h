@@ -51,7 +51,8 @@ inline const char* listNameArg(const listName& name) {
     return name.text;
 }
 
-// Lists that the manager makes itself (source guard); they are never written to the configuration.
+// The names of IP lists that the manager makes itself (source guard); they are never written to the
+// configuration.
 inline bool listNameIsGenerated(const listName& name) {
     return listNameView(name).starts_with("sgAcl_");
 }

@@ -47,7 +47,7 @@ cfgIntfLine lineOf(aclIntf* intf, uint32_t direction, const aclList* list) {
 }
 
 void writeLine(aclIntf* intf, const aclList* list, const aclBindRequest& request) {
-    if (listNameIsGenerated(list->name)) return;
+    if (aclListIsGenerated(*list)) return;
     std::string text = " " + groupText(list, request.direction);
     if (request.implicitPermit != 0) text += " implicit-permit";
     if (request.vlanOption) (text += " Vlan ") += request.vlanText;
@@ -123,7 +123,7 @@ uint32_t takePlace(aclList* list, aclIntf* intf, const aclBindRequest& r, aclBin
             return ACL_OK;
         }
         // A generated list leaves the operator's line standing, out of force as it is: meant.
-        if (!listNameIsGenerated(list->name)) cfgIntfReplace(lineOf(intf, r.direction, old));
+        if (!aclListIsGenerated(*list)) cfgIntfReplace(lineOf(intf, r.direction, old));
         writeLine(intf, list, r);
         const bindingBlock oldBlock = oldBinding->block;
         if (fresh != nullptr) clientDrop(old, oldBinding);
@@ -190,7 +190,7 @@ uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
     const aclList* old = intf != nullptr ? intf->lists[list->family->place][r.direction] : nullptr;
     // Source guard and the operator do not replace each other's ingress lists.
     if (old != nullptr && r.direction == INTF_IN &&
-        listNameIsGenerated(old->name) != listNameIsGenerated(list->name))
+        aclListIsGenerated(*old) != aclListIsGenerated(*list))
         return ACL_E_CLASH;
     aclBinding* fresh = bindingAdd(list, r);
     if (fresh == nullptr) {
@@ -253,7 +253,7 @@ uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t i
     aclList*& slot = intf->lists[family.place][direction];
     if (slot != list) return ACL_E_NOT_BOUND;
 
-    if (!listNameIsGenerated(list->name))
+    if (!aclListIsGenerated(*list))
         cfgIntfRemove(lineOf(intf, direction, list), "no " + groupText(list, direction));
     tellVlanGroups(*intf, direction, list);
     // A LAG's place is emptied when its members have been told: meant, also when there is nothing

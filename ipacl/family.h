@@ -80,6 +80,10 @@ inline const aclFamily& aclFamilyOf(uint32_t place) {
     return *aclFamilies[place];
 }
 
+inline bool aclListIsGenerated(const aclList& list) {
+    return cfgIsGenerated(list.family->block->section, list.name);
+}
+
 // --- an entry's block and number, through its row ------------------------------------------------
 
 inline const void* entryBlock(const listEntry& entry) {

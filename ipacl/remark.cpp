@@ -66,7 +66,7 @@ uint32_t addRequested(const cliRemarkReq& request, aclList* list) {
 }  // namespace
 
 void aclManageAclEntryRemark(const aclRemark& remark, const aclList& list, uint32_t remove) {
-    if (listNameIsGenerated(list.name)) return;
+    if (aclListIsGenerated(list)) return;
     const aclFamily& family = *list.family;
     std::string line = " remark ";
     textNumber(line, remark.seq);

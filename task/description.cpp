@@ -93,9 +93,8 @@ uint32_t aclManageDescriptionForLists(const cliDescriptionReq& given) {
     if (kind == std::end(kinds) || (given.remove == 0 && request.text[0] == '\0'))
         return ACL_E_SYSTEM;
     if (const uint32_t status = kind->refuse(request); status != ACL_OK) return status;
-    // Lists that the manager makes itself have no lines.
-    if (listNameIsGenerated(request.cli.name)) return ACL_OK;
     cfgDescription description = kind->placeOf(request);
+    if (cfgIsGenerated(description.place.section, request.cli.name)) return ACL_OK;
     if (given.remove != 0) {
         if (!cfgDescriptionRead(&description)) return ACL_E_STORE;
         cfgDescriptionRemove(description);

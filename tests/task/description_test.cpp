@@ -39,8 +39,8 @@ struct Descriptions : TaskTest {
     }
     static bool isKinded(const kindOfList& k) { return k.create == 1000 || k.create == 1103; }
     // A list, or its first entry; what a kind does not read is behind what it does.
-    uint32_t make(const kindOfList& k) {
-        auto bytes = cli(k.create, "A", sizeof(cliRmapReq));
+    uint32_t make(const kindOfList& k, const char* name = "A") {
+        auto bytes = cli(k.create, name, sizeof(cliRmapReq));
         msgPut(bytes, 220, isKinded(k) ? 1 : 0);
         if (k.create == 1021) as<cliRmapReq>(bytes).seq = 10u;
         return ask(bytes);
@@ -183,6 +183,40 @@ TEST_F(Descriptions, AreRefusedOfListsThatAreOnlyUsedAndOfWhatIsNotThere) {
     for (uint32_t seq : {0u, 20u, 0xFFFFFFFFu})
         EXPECT_EQ(describe(1021, "x", false, "A", seq), ACL_E_RMAP_NOENTRY);
     EXPECT_EQ(lines(), rows{"route-map A permit 10"});
+}
+
+// What the manager makes for itself has no lines; another list has all of them under any name.
+TEST_F(Descriptions, ANameOfAGeneratedListIsOneAmongIpListsAlone) {
+    constexpr const char* name = "sgAcl_7";
+    auto given = [](std::string_view line) {
+        const rows lines = testCfgLines();
+        return std::ranges::count(lines, line);
+    };
+    for (const kindOfList& k : kinds) {
+        SCOPED_TRACE(k.header);
+        const rows before = testCfgLines();
+        const auto described = given(" description mine");
+        EXPECT_EQ(make(k, name), ACL_OK);
+        EXPECT_EQ(describe(k.kind, "mine", false, name), ACL_OK);
+        if (k.create == 1000 || k.create == 1162 || k.create == 1005)
+            EXPECT_EQ(testCfgLines(), before);
+        else
+            EXPECT_EQ(given(" description mine"), described + 1);
+    }
+    constexpr uint32_t port = 0x04040001;
+    auto bind = [this](const char* list, uint32_t ifindex) {
+        return ask(cli<cliBindReq>(CLI_MAC_BIND, list, [=](cliBindReq& r) {
+            r.ifindex = ifindex;
+            r.writeConfig = 1u;
+        }));
+    };
+    auto remark = cli<cliRemarkReq>(CLI_MAC_REMARK_ADD, name, [](auto& r) { r.text[0] = 'x'; });
+    EXPECT_EQ(ask(remark), ACL_OK);
+    EXPECT_EQ(bind(name, port), ACL_OK);
+    EXPECT_EQ(given(" remark 0 x"), 1);
+    EXPECT_EQ(given(" mac access-group sgAcl_7 in"), 1);
+    EXPECT_EQ(bind("A", port), ACL_OK) << "one replaces the other";
+    EXPECT_EQ(given(" mac access-group sgAcl_7 in"), 0);
 }
 
 }  // namespace
