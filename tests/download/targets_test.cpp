@@ -61,10 +61,12 @@ TEST_F(Targets, APlacesListGoesToTheCardsThatTakeIt) {
         {"a LAG, from the last", LAG_7, 14409, {PORT_3_2, PORT_5_0}},
         {"egress: silently", LAG_7, 14416, {PORT_3_2}},
         {"egress entries", LAG_7, 14418, {PORT_3_2}},
+        {"IPv6: reported", LAG_7, 14533, {PORT_3_2}, {5}},
         {"one card of it", LAG_7, 14409, {PORT_5_0}, {}, {5}},
         {"a port", PORT_4_0, 14410, {PORT_4_0}},
         {"egress", PORT_3_1, 14416, {PORT_3_1}},
         {"its card cannot", PORT_4_0, 14416, {}},
+        {"nor this one IPv6", PORT_5_0, 14533, {}, {5}},
         {"no slot", 0x00004001, 14409, {}},
     };
     for (const auto& row : rows) {

@@ -12,44 +12,41 @@ constexpr uint32_t IN = INTF_IN, OUT = INTF_OUT;
 const char* const HEAD[] = {R"(cfg insert 72/141 if 0x4040000 "!")",
                             R"(cfg insert 72/144 if 0x4040000 "interface if 0x4040000")"};
 
-class Binding : public IpAcl {
+// The lists A, B, ... of a family on its places.
+class Binding : public OfFamily {
   protected:
     // The block's first byte tells requests apart; the sends' rows show it.
-    static uint32_t apply(const std::string& name, uint32_t ifindex, uint32_t direction = IN,
-                          uint8_t mark = 1, uint32_t implicitPermit = 0, uint32_t writeConfig = 1,
-                          const std::string& vlans = "") {
+    uint32_t apply(const std::string& name, uint32_t ifindex, uint32_t direction = IN,
+                   uint8_t mark = 1, uint32_t implicitPermit = 0, uint32_t writeConfig = 1,
+                   const std::string& vlans = "") const {
         bindingBlock block{};
         block.b[0] = mark;
-        return aclIpApplyIntf(listNameMake(name), {ifindex, direction, implicitPermit, writeConfig,
-                                                   &block, !vlans.empty(), vlans});
+        return aclListApply(
+            f.row, listNameMake(name),
+            {ifindex, direction, implicitPermit, writeConfig, &block, !vlans.empty(), vlans});
     }
-    static uint32_t remove(const std::string& name, uint32_t ifindex, uint32_t direction = IN) {
-        return aclIpRemoveIntf(listNameMake(name), ifindex, direction);
+    uint32_t remove(const std::string& name, uint32_t ifindex, uint32_t direction = IN) const {
+        return aclListRemove(f.row, listNameMake(name), ifindex, direction);
     }
-    static uint32_t configure() {
-        uint32_t status = 9;
-        ipAccessListCreate(A, IP_KIND_STANDARD, 0, &status);
-        return status;
-    }
-    static aclList* find(const char* name) { return ipAccessListFind(listNameMake(name)); }
-    static aclList* at(uint32_t ifindex, uint32_t direction = IN) {
+    aclList* find(const char* name) const { return aclListFind(f.row, listNameMake(name)); }
+    aclList* at(uint32_t ifindex, uint32_t direction = IN) const {
         const aclIntf* intf = AclIntfTreeFind(ifindex);
-        return intf != nullptr ? intf->lists[INTF_V4][direction] : nullptr;
+        return intf != nullptr ? intf->lists[f.row.place][direction] : nullptr;
     }
-    static aclBinding* bound(const char* name, uint32_t ifindex = PORT) {
+    aclBinding* bound(const char* name, uint32_t ifindex = PORT) const {
         return aclInterfaceBinding(find(name), ifindex, IN);
     }
 };
+FOR_EVERY_FAMILY(Binding);
 
-TEST_F(Binding, APortFromTheFirstListToTheLast) {
-    create("A");
-    create("B", IP_KIND_EXTENDED);
-    ASSERT_EQ(add("A", standard(IP_PERMIT, 0, 0)), 0u);
-    const rows line = {
-        R"(cfg insert 72/145 if 0x4040000 in A " ip access-group A in implicit-permit")",
-        R"(sync 4/0/0x4040000 A " ip access-group A in implicit-permit")"};
+TEST_P(Binding, APortFromTheFirstListToTheLast) {
+    make();
+    make(0, B);
+    ASSERT_EQ(add(0), 0u);
+    const rows line = here({R"(cfg insert 72/145 if 0x4040000 in A " GROUPA in implicit-permit")",
+                            R"(sync 4/0/0x4040000 A " GROUPA in implicit-permit")"});
     EXPECT_TOLD(apply("A", PORT, IN, 1, 7), ACL_OK, HEAD[0], HEAD[1], line[0], line[1],
-                "14409 A to 0x4040000/4 n 1 block 1 option 7");
+                "in.list A to 0x4040000/4 n 1 block 1 option 7");
     // The same again: nothing. Another implicit-permit word: refused.
     DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
     EXPECT_EQ(apply("A", PORT, IN, 1, 7), 0u);
@@ -58,53 +55,52 @@ TEST_F(Binding, APortFromTheFirstListToTheLast) {
     EXPECT_TOLD(apply("A", PORT, IN, 2, 8), ACL_E_IMPLICIT_PERMIT);
     // A changed block: deleted and added again, the line rewritten under its header.
     EXPECT_TOLD(apply("A", PORT, IN, 2, 7), ACL_OK, "cfg exact 72/145 if 0x4040000 in A", line[0],
-                line[1], "debug aclIpApplyIntf: sending delete of A to if 0x4040000\r\n",
-                "14412 A to 0x4040000/4 n 1 block 2 option 7",
-                "14409 A to 0x4040000/4 n 1 block 2 option 7");
+                line[1], "debug APPLY: sending delete of A to if 0x4040000\r\n",
+                "in.drop A to 0x4040000/4 n 1 block 2 option 7",
+                "in.list A to 0x4040000/4 n 1 block 2 option 7");
     DEBUG_ACL_MGR = 0;
     EXPECT_EQ(find("A")->clients->next, nullptr);
     // Another list takes the place; the old one leaves with its own block.
     EXPECT_TOLD(apply("B", PORT, IN, 3), ACL_OK, "cfg exact 72/145 if 0x4040000 in A",
-                R"(cfg insert 72/145 if 0x4040000 in B " ip access-group B in")",
-                R"(sync 4/0/0x4040000 B " ip access-group B in")",
-                "14412 A to 0x4040000/4 n 1 block 2", "14409 B to 0x4040000/4 n 0 block 3");
+                R"(cfg insert 72/145 if 0x4040000 in B " GROUPB in")",
+                R"(sync 4/0/0x4040000 B " GROUPB in")", "in.drop A to 0x4040000/4 n 1 block 2",
+                "in.list B to 0x4040000/4 n 0 block 3");
     EXPECT_EQ(find("A")->clients, nullptr);
     // The other direction is another place, under the same header; this card cannot filter there.
     EXPECT_TOLD(apply("A", PORT, OUT, 4), ACL_OK,
-                R"(cfg insert 72/145 if 0x4040000 out A " ip access-group A out")",
-                R"(sync 4/0/0x4040000 A " ip access-group A out")");
-    EXPECT_EQ(testCfgLines(), (rows{"!", "interface if 0x4040000", " ip access-group B in",
-                                    " ip access-group A out", "!", "ip access-list standard A",
-                                    " seq 5 permit any", "!", "ip access-list extended B"}));
+                R"(cfg insert 72/145 if 0x4040000 out A " GROUPA out")",
+                R"(sync 4/0/0x4040000 A " GROUPA out")");
+    EXPECT_EQ(testCfgLines(), here({"!", "interface if 0x4040000", " GROUPB in", " GROUPA out", "!",
+                                    "HEADA", " seq 5 RULE0", "!", "HEADB"}));
     EXPECT_TOLD(remove("A", PORT, IN), ACL_E_NOT_BOUND);
     DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
     EXPECT_TOLD(remove("B", PORT), ACL_OK, "cfg exact 72/145 if 0x4040000 in B",
-                R"(sync 4/0/0x4040000 B "no ip access-group B in")",
-                "debug aclIpRemoveIntf: sending B to ifindex 0x4040000\r\n",
-                "14412 B to 0x4040000/4 n 0 block 3");
+                R"(sync 4/0/0x4040000 B "no GROUPB in")",
+                "debug REMOVE: sending B to ifindex 0x4040000\r\n",
+                "in.drop B to 0x4040000/4 n 0 block 3");
     DEBUG_ACL_MGR = 0;
     // The header goes with the last line; the interface record stays.
     aclLinecardInfo[1].isVortan = 1;
     EXPECT_TOLD(remove("A", PORT, OUT), ACL_OK, "cfg exact 72/145 if 0x4040000 out A",
-                R"(sync 4/0/0x4040000 A "no ip access-group A out")",
-                "cfg remove 72/141 if 0x4040000", "14419 A to 0x4040000/4 n 1 block 4");
+                R"(sync 4/0/0x4040000 A "no GROUPA out")", "cfg remove 72/141 if 0x4040000",
+                "out.drop A to 0x4040000/4 n 1 block 4");
     EXPECT_EQ(remove("A", PORT, OUT), ACL_E_NOT_BOUND);
     EXPECT_EQ(remove("A", PORT2), ACL_E_NOINTF);
     EXPECT_EQ(remove("C", PORT), ACL_E_NOLIST);
     EXPECT_EQ(AclIntfTreeFind(PORT)->direction, 0u);
 }
 
-TEST_F(Binding, AListThatIsOnlyBoundComesAndGoesWithItsBindings) {
+TEST_P(Binding, AListThatIsOnlyBoundComesAndGoesWithItsBindings) {
     for (uint32_t port : {PORT, PORT2}) EXPECT_EQ(apply("A", port), 0u);
     const rows lines = testCfgLines();
     for (int round = 0; round < 2; round++) {
         ASSERT_NE(find("A"), nullptr);
         EXPECT_EQ(find("A")->placeholder, 1u);
         // Configured: downloaded to every binding, newest first, each with its block.
-        EXPECT_SENT(configure(), "14409 A to 0x4080000/5 n 0 block 1",
-                    "14409 A to 0x4040000/4 n 0 block 1");
+        EXPECT_SENT((make(), 0u), "in.list A to 0x4080000/5 n 0 block 1",
+                    "in.list A to 0x4040000/4 n 0 block 1");
         // Deleted while bound: its lines on the interfaces stay, and so do its bindings.
-        EXPECT_EQ(ipAccessListDelete(A, IP_KIND_STANDARD), 0u);
+        EXPECT_EQ(drop(), 0u);
         EXPECT_EQ(testCfgLines(), lines);
     }
     // The last binding takes the placeholder with it, whether it is removed or replaced.
@@ -118,60 +114,63 @@ TEST_F(Binding, AListThatIsOnlyBoundComesAndGoesWithItsBindings) {
     EXPECT_EQ(testCfgLines(), rows{});
 }
 
-TEST_F(Binding, ALagsMembersAreServedFromTheLastToTheFirst) {
+TEST_P(Binding, ALagsMembersAreServedFromTheLastToTheFirst) {
     aclLinecardInfo[2].isVortan = 1;
-    create("A");
+    make();
     EXPECT_SENT(apply("A", LAG));
     EXPECT_EQ(AclIntfTreeFind(LAG)->isLag, 1u);
     EXPECT_SENT(apply("B", LAG, OUT, 2, 5));
     // Members get the lists as they join, and the deletes as they leave.
-    EXPECT_SENT(aclLagPortJoined(LAG, PORT), "14409 A to 0x4040000/4 n 0 block 1");
-    EXPECT_SENT(aclLagPortJoined(LAG, PORT3), "14409 A to 0x60c0000/6 n 0 block 1",
-                "14416 B to 0x60c0000/6 n 0 block 2 option 5");
+    EXPECT_SENT(aclLagPortJoined(LAG, PORT), "in.list A to 0x4040000/4 n 0 block 1");
+    EXPECT_SENT(aclLagPortJoined(LAG, PORT3), "in.list A to 0x60c0000/6 n 0 block 1",
+                "out.list B to 0x60c0000/6 n 0 block 2 option 5");
     EXPECT_TRUE(aclLagPortJoined(LAG, PORT3) == 1 && aclLagPortJoined(LAG, LAG) == -1);
     EXPECT_EQ(aclLagPortLeft(LAG, PORT2), 1);
-    EXPECT_SENT(aclLagPortLeft(LAG, PORT3), "14412 A to 0x60c0000/6 n 0 block 1",
-                "14419 B to 0x60c0000/6 n 0 block 2 option 5");
+    EXPECT_SENT(aclLagPortLeft(LAG, PORT3), "in.drop A to 0x60c0000/6 n 0 block 1",
+                "out.drop B to 0x60c0000/6 n 0 block 2 option 5");
     EXPECT_EQ(aclLagPortJoined(LAG, PORT3), 0);
     testTake();
     EXPECT_EQ(apply("A", PORT), ACL_E_LAG_MEMBER) << "a member takes no list of its own";
-    const rows gone = {"14412 A to 0x60c0000/6 n 0 block 3", "14412 A to 0x4040000/4 n 0 block 3"};
-    EXPECT_SENT(apply("A", LAG, IN, 3), gone[0], gone[1], "14409 A to 0x60c0000/6 n 0 block 3",
-                "14409 A to 0x4040000/4 n 0 block 3");
+    const rows gone =
+        here({"in.drop A to 0x60c0000/6 n 0 block 3", "in.drop A to 0x4040000/4 n 0 block 3"});
+    EXPECT_SENT(apply("A", LAG, IN, 3), gone[0], gone[1], "in.list A to 0x60c0000/6 n 0 block 3",
+                "in.list A to 0x4040000/4 n 0 block 3");
     EXPECT_TOLD(remove("A", LAG), ACL_OK, "cfg exact 72/145 if 0x30003 in A",
-                R"(sync 5/12/0x30003 A "no ip access-group A in")", gone[0], gone[1]);
+                R"(sync 5/12/0x30003 A "no GROUPA in")", gone[0], gone[1]);
     EXPECT_EQ(remove("B", LAG, OUT), 0u);
     EXPECT_EQ(aclLagPortLeft(LAG, PORT3), 0);
     // An empty place of a LAG that has members.
-    EXPECT_SENT(apply("A", LAG), "14409 A to 0x4040000/4 n 0 block 1");
+    EXPECT_SENT(apply("A", LAG), "in.list A to 0x4040000/4 n 0 block 1");
 }
 
-TEST_F(Binding, AVlanGoesThroughTheVlanSendAndLeavesTheGroups) {
+TEST_P(Binding, AVlanGoesThroughTheVlanSendAndLeavesTheGroups) {
     auto& groups = node.groups.aclVlanGroupMemberBitMap;
     groups.set();
-    create("A");
+    make();
+    testTake();
     EXPECT_EQ(apply("A", VLAN, IN, 1, 1, 1, "3,10-12"), 0u);
     EXPECT_EQ(testTake()[3],
-              R"(sync 6/14/0x3800a A " ip access-group A in implicit-permit Vlan 3,10-12")");
+              here({R"(sync 6/14/0x3800a A " GROUPA in implicit-permit Vlan 3,10-12")"})[0]);
     EXPECT_TRUE(groups.all());
     aclLinecardInfo[2].isVortan = 1;
     ASSERT_EQ(aclVlanMemberAdd(VLAN, portIfindex(2, 0)), 0);
     EXPECT_EQ(apply("A", VLAN, OUT), 0u);
-    EXPECT_TRUE(groups.count() == 4095 && !groups.test(10));
-    EXPECT_SENT(apply("B", VLAN, OUT, 2), "14419 A to 0x2 vlan 0x3800a n 0 block 1",
-                "14416 B to 0x2 vlan 0x3800a n 0 block 2");
-    EXPECT_EQ(groups.count(), 4095u);
-    // An egress IPv6 list keeps the VLAN out of the groups.
-    aclList*& ipv6 = AclIntfTreeFind(VLAN)->lists[INTF_V6][INTF_OUT];
-    ipv6 = find("A");
+    EXPECT_EQ(groups.test(10), !f.row.inVlanGroups);
+    EXPECT_SENT(apply("B", VLAN, OUT, 2), "out.drop A to 0x2 vlan 0x3800a n 0 block 1",
+                "out.list B to 0x2 vlan 0x3800a n 0 block 2");
+    EXPECT_EQ(groups.count(), f.row.inVlanGroups ? 4095u : 4096u);
+    // So does an egress list of the other family that groups have.
+    const uint32_t other = f.row.place == INTF_V4 ? INTF_V6 : INTF_V4;
+    aclList*& its = AclIntfTreeFind(VLAN)->lists[other][INTF_OUT];
+    its = find("A");
     EXPECT_EQ(remove("B", VLAN, OUT), 0u);
     EXPECT_EQ(groups.count(), 4095u);
-    ipv6 = nullptr;
+    its = nullptr;
     EXPECT_TRUE(apply("B", VLAN, OUT) == 0 && remove("B", VLAN, OUT) == 0);
     EXPECT_TRUE(groups.all());
 }
 
-TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
+TEST_P(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
     constexpr uint32_t cpPort = IFINDEX_CP_BIND | 5;
     join(LAG, {PORT});
     const std::string before = state();
@@ -189,11 +188,13 @@ TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         node.chassis.supportAclOnCP = c.cp;
-        EXPECT_EQ(apply("A", c.ifindex, c.direction), c.status);
+        const bool cp = ifindexType(c.ifindex) == IF_TYPE_CP && !f.row.onControlPlane;
+        EXPECT_EQ(apply("A", c.ifindex, c.direction), cp ? ACL_E_CP_UNSUPPORTED : c.status);
         EXPECT_EQ(remove("A", c.ifindex, 2), ACL_E_SYSTEM);
         EXPECT_EQ(state(), before);
     }
     // What the control processor does take.
+    if (!f.row.onControlPlane) return;
     testTake();
     EXPECT_EQ(apply("A", IFINDEX_CP_BIND), 0u);
     const rows told = testTake();
@@ -204,9 +205,9 @@ TEST_F(Binding, WhatIsRefusedLeavesNoTraceAndTheFirstReasonWins) {
 
 // An interface that the chassis does not have yet, and interfaces under other indexes than their
 // own.
-TEST_F(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
+TEST_P(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
     testHost.unknownInterfaces = {PORT3};
-    create("A");
+    make();
     EXPECT_EQ(apply("A", PORT3), 0u);
     EXPECT_EQ(testCfgLines()[1], "interface 0x060c0000");
     EXPECT_EQ(at(PORT3), find("A"));
@@ -217,6 +218,7 @@ TEST_F(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
                                          {LAG | 0x84000000, LAG},
                                          {ifindexMake(IF_TYPE_CP, 0), IFINDEX_CP_BIND}}) {
         SCOPED_TRACE(ifindex);
+        if (ifindex == IFINDEX_CP_BIND && !f.row.onControlPlane) continue;
         EXPECT_EQ(apply("A", ifindex), 0u);
         EXPECT_EQ(apply("A", alias), 0u);
         EXPECT_EQ(find("A")->clients->next, nullptr);
@@ -226,22 +228,22 @@ TEST_F(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
     }
 }
 
-TEST_F(Binding, GeneratedListsAreNeverWrittenAndKeepToThemselvesInward) {
-    EXPECT_TOLD(apply("sgAcl_1", PORT), ACL_OK, "14409 sgAcl_1 to 0x4040000/4 n 0 block 1");
+TEST_P(Binding, GeneratedListsAreNeverWrittenAndKeepToThemselvesInward) {
+    EXPECT_TOLD(apply("sgAcl_1", PORT), ACL_OK, "in.list sgAcl_1 to 0x4040000/4 n 0 block 1");
     EXPECT_EQ(apply("A", PORT), ACL_E_CLASH);
     EXPECT_EQ(find("A"), nullptr) << "the placeholder goes again";
     EXPECT_EQ(at(PORT), find("sgAcl_1"));
     // One of its kind replaces it.
-    EXPECT_TOLD(apply("sgAcl_2", PORT), ACL_OK, "14412 sgAcl_1 to 0x4040000/4 n 0 block 1",
-                "14409 sgAcl_2 to 0x4040000/4 n 0 block 1", "trigger sgAcl_1 n 0 id 0");
-    EXPECT_TOLD(remove("sgAcl_2", PORT), ACL_OK, "14412 sgAcl_2 to 0x4040000/4 n 0 block 1",
+    EXPECT_TOLD(apply("sgAcl_2", PORT), ACL_OK, "in.drop sgAcl_1 to 0x4040000/4 n 0 block 1",
+                "in.list sgAcl_2 to 0x4040000/4 n 0 block 1", "trigger sgAcl_1 n 0 id 0");
+    EXPECT_TOLD(remove("sgAcl_2", PORT), ACL_OK, "in.drop sgAcl_2 to 0x4040000/4 n 0 block 1",
                 "trigger sgAcl_2 n 0 id 0");
     EXPECT_EQ(apply("A", PORT), 0u);
     EXPECT_EQ(apply("sgAcl_1", PORT), ACL_E_CLASH);
     // Outward anything replaces anything; the operator's line is left standing.
     EXPECT_EQ(apply("A", PORT, OUT), 0u);
     const rows lines = testCfgLines();
-    EXPECT_EQ(lines.back(), " ip access-group A out");
+    EXPECT_EQ(lines.back(), here({" GROUPA out"})[0]);
     EXPECT_EQ(apply("sgAcl_1", PORT, OUT), 0u);
     EXPECT_EQ(testCfgLines(), lines);
     EXPECT_EQ(remove("A", PORT, OUT), ACL_E_NOT_BOUND);
@@ -250,9 +252,9 @@ TEST_F(Binding, GeneratedListsAreNeverWrittenAndKeepToThemselvesInward) {
     EXPECT_EQ(testCfgLines(), lines);
 }
 
-TEST_F(Binding, TheLineIsWrittenWhenAskedForOrWhenTheInterfaceIsKnown) {
-    create("A");
-    EXPECT_TOLD(apply("A", PORT, IN, 1, 0, 0), ACL_OK, "14409 A to 0x4040000/4 n 0 block 1");
+TEST_P(Binding, TheLineIsWrittenWhenAskedForOrWhenTheInterfaceIsKnown) {
+    make();
+    EXPECT_TOLD(apply("A", PORT, IN, 1, 0, 0), ACL_OK, "in.list A to 0x4040000/4 n 0 block 1");
     EXPECT_EQ(apply("A", PORT, IN, 2, 0, 0), 0u);  // the block has changed
     rows told = testTake();
     ASSERT_EQ(told.size(), 7u);
@@ -261,11 +263,11 @@ TEST_F(Binding, TheLineIsWrittenWhenAskedForOrWhenTheInterfaceIsKnown) {
     // A line that the field cannot hold is a comment; the place does not depend on its text.
     const std::string name(140, 'n'), vlans(256, '4');
     EXPECT_EQ(apply(name, PORT, OUT, 1, 1, 1, vlans), 0u);
-    const std::string line = " ip access-group " + name + " out implicit-permit Vlan " + vlans;
+    const std::string line = here({" GROUP"})[0] + name + " out implicit-permit Vlan " + vlans;
     EXPECT_EQ(testCfgLines()[3], "! line not shown:" + line.substr(0, 151) + "... (" +
                                      std::to_string(line.size()) + " characters)");
     EXPECT_EQ(remove(name, PORT, OUT), 0u);
-    EXPECT_EQ(testCfgLines()[2], " ip access-group A in");
+    EXPECT_EQ(testCfgLines()[2], here({" GROUPA in"})[0]);
     EXPECT_EQ(remove("A", PORT), 0u);
     EXPECT_EQ(testCfgLines().size(), 2u) << "the list's own two lines";
     // The database's failures are not the operator's.
@@ -273,11 +275,11 @@ TEST_F(Binding, TheLineIsWrittenWhenAskedForOrWhenTheInterfaceIsKnown) {
     EXPECT_TRUE(apply("A", PORT) == 0 && remove("A", PORT) == 0);
 }
 
-TEST_F(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
-    create("A");
-    create("B");
+TEST_P(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
+    make();
+    make(0, B);
     EXPECT_EQ(apply("A", PORT), 0u);
-    aclList*& slot = AclIntfTreeFind(PORT)->lists[INTF_V4][IN];
+    aclList*& slot = AclIntfTreeFind(PORT)->lists[f.row.place][IN];
     const std::string port = std::to_string(PORT);
     const std::string client =
         "debug Error: Accesslist A has interface " + port + " as a client but ";
@@ -308,19 +310,19 @@ TEST_F(Binding, WhereChainAndInterfaceDifferItIsSaidAndNothingChanges) {
     const rows told = testTake();
     ASSERT_EQ(told.size(), 6u);
     EXPECT_EQ(told[0], client + "ACL_INTF_TREE doesn't have an entry for the interface\n");
-    EXPECT_EQ(told[5], "14409 A to 0x4040000/4 n 0 block 9 option 6");
+    EXPECT_EQ(told[5], here({"in.list A to 0x4040000/4 n 0 block 9 option 6"})[0]);
     EXPECT_EQ(find("A")->clients->next, nullptr);
     EXPECT_TRUE(bound("A")->block.b[0] == 1 && bound("A")->implicitPermit == 0) << "as it was";
     EXPECT_EQ(at(PORT), find("A"));
 
     join(LAG, {PORT2});  // a LAG's place is left when nobody could be told
-    AclIntfTreeFind(LAG)->lists[INTF_V4][IN] = find("B");
+    AclIntfTreeFind(LAG)->lists[f.row.place][IN] = find("B");
     EXPECT_EQ(remove("B", LAG), ACL_E_SYSTEM);
     EXPECT_EQ(at(LAG), find("B"));
 }
 
-TEST_F(Binding, WhatFailsOnceItIsBound) {
-    create("A");
+TEST_P(Binding, WhatFailsOnceItIsBound) {
+    make();
     EXPECT_EQ(apply("A", PORT), 0u);
     // A replacement that finds no memory leaves the old list in place.
     testFail(TEST_BLOCK, 4, 1);
@@ -333,34 +335,39 @@ TEST_F(Binding, WhatFailsOnceItIsBound) {
     EXPECT_EQ(at(PORT), nullptr);
 }
 
-TEST_F(Binding, ACardGetsWhatConcernsItAndNothingElse) {
+TEST_P(Binding, ACardGetsWhatConcernsItAndNothingElse) {
     aclLinecardInfo[2].isVortan = 1;
     node.chassis.supportAclOnCP = 1;
-    create("A");
-    ASSERT_EQ(add("A", standard(IP_DENY, 0, 0)), 0u);
+    make();
+    ASSERT_EQ(add(0), 0u);
     join(LAG, {PORT3, PORT2, portIfindex(2, 7)});
     for (uint32_t port : {PORT2, portIfindex(2, 5), portIfindex(2, 7)})
         ASSERT_EQ(aclVlanMemberAdd(VLAN, port), 0);
     uint8_t mark = 1;
-    for (uint32_t ifindex : {PORT, portIfindex(2, 5), LAG, VLAN, IFINDEX_CP_BIND})
+    for (uint32_t ifindex : {PORT, portIfindex(2, 5), LAG, VLAN})
         EXPECT_EQ(apply("A", ifindex, IN, mark++, 4), 0u);
+    EXPECT_EQ(apply("A", IFINDEX_CP_BIND) == 0, f.row.onControlPlane);
     for (uint32_t ifindex : {LAG, VLAN, PORT})  // the port's card cannot
         EXPECT_EQ(apply("B", ifindex, OUT, mark++), 0u);
     uint32_t status = 0;
     ipDosListCreate(listNameMake("D"), 0, 0, &status);
     EXPECT_EQ(dosIpEnableIntf(listNameMake("D"), CLI_DOS_ENABLE), 0u);
-    EXPECT_EQ(effects([] { AclUpdateAclAgent(2); }),
-              (rows{"14409 A to 0x6200000/3 n 1 block 3 option 4",
-                    "14409 A to 0x60c0000/6 n 1 block 3 option 4",
-                    "14416 B to 0x6200000/3 n 0 block 6", "14416 B to 0x60c0000/6 n 0 block 6",
-                    "14409 A to 0x2 vlan 0x3800a n 1 block 4 option 4",
-                    "14416 B to 0x2 vlan 0x3800a n 0 block 7",
-                    "14409 A to 0x6180000/1 n 1 block 2 option 4", "14420 D to 0x2 n 0"}));
-    EXPECT_EQ(effects([] { AclUpdateAclAgent(1); }),
-              (rows{"14409 A to 0x4080000/5 n 1 block 3 option 4",
-                    "14409 A to 0x1 vlan 0x3800a n 1 block 4 option 4",
-                    "syserr 0x50006 Error: Egress access-list not supported on linecard 1\r\n",
-                    "14409 A to 0x4040000/4 n 1 block 1 option 4", "14420 D to 0x1 n 0"}));
+    EXPECT_EQ(
+        effects([] { AclUpdateAclAgent(2); }),
+        here({"in.list A to 0x6200000/3 n 1 block 3 option 4",
+              "in.list A to 0x60c0000/6 n 1 block 3 option 4",
+              "out.list B to 0x6200000/3 n 0 block 5", "out.list B to 0x60c0000/6 n 0 block 5",
+              "in.list A to 0x2 vlan 0x3800a n 1 block 4 option 4",
+              "out.list B to 0x2 vlan 0x3800a n 0 block 6",
+              "in.list A to 0x6180000/1 n 1 block 2 option 4", "14420 D to 0x2 n 0"}));
+    // A card that takes no egress lists is reported for a VLAN's, but that IPv6 lists go to it.
+    rows first = {"in.list A to 0x4080000/5 n 1 block 3 option 4",
+                  "in.list A to 0x1 vlan 0x3800a n 1 block 4 option 4",
+                  "syserr 0x50006 Error: Egress access-list not supported on linecard 1\r\n",
+                  "in.list A to 0x4040000/4 n 1 block 1 option 4", "14420 D to 0x1 n 0"};
+    if (f.row.place == INTF_V6) first[2] = "out.list B to 0x1 vlan 0x3800a n 0 block 6";
+    if (!f.row.onVlans) first.erase(first.begin() + 2);
+    EXPECT_EQ(effects([] { AclUpdateAclAgent(1); }), here(first));
     // The control processor's list is not its first slot's; a filter that is not defined is not
     // installed.
     EXPECT_EQ(ipDosListDelete(listNameMake("D")), 0u);

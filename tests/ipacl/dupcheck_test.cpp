@@ -5,43 +5,94 @@
 
 namespace {
 
-std::vector<uint8_t> keyOf(const ipEntryBlock& block) {
-    uint8_t key[DUP_KEY_MAX];
-    std::memset(key, 0xEE, sizeof key);
-    uint32_t length = ipAccessDupEntGenerateKey(block, key);
-    EXPECT_TRUE(std::all_of(key + length, key + DUP_KEY_MAX, [](uint8_t b) { return b == 0; }));
-    return {key, key + length};
-}
-
 // A block whose every byte is its own offset: a key then tells where each of its bytes came from.
-ipEntryBlock offsets(uint32_t kind, uint8_t protocol) {
-    ipEntryBlock block;
-    auto* bytes = reinterpret_cast<uint8_t*>(&block);
-    std::iota(bytes, bytes + sizeof block, uint8_t{0});
-    block.kind = kind;
-    block.protocol = protocol;
-    return block;
-}
-
+// 0 to 1 stand for what is made of more: the action, and what stays 0.
 TEST(DupKey, TakesItsBytesFromTheseOffsets) {
-    const std::vector<uint8_t> front = {0, 24, 25, 26, 27, 28, 29, 30, 31, 71, 151, 152};
-    struct {
-        uint32_t kind;
+    constexpr uint32_t NONE = 255;  // IPv6 lists have no kinds, frames no protocol
+    const struct {
+        const aclFamily& row;
+        uint32_t kindAt, kind, protocolAt;
         uint8_t protocol;
-        std::vector<uint8_t> rest;
-    } const cases[] = {
-        {IP_KIND_STANDARD, 6, {}},
-        {0x102, 6, {}},  // neither kind
-        {2, 6, {32,  33,  34,  35,  36,  37,  38,  39,  6,   144,
-                136, 137, 138, 139, 140, 141, 142, 143, 131, 135}},
-        {2, 4, {32,  33,  34,  35,  36,  37,  38,  39,  4,   144,
-                136, 137, 138, 139, 140, 141, 142, 143, 131, 135}},
-        {2, 1, {32, 33, 34, 35, 36, 37, 38, 39, 1, 128, 129, 130, 131, 0, 0, 0, 0, 0, 0, 0}},
+        std::vector<std::pair<int, int>> key;  // ranges of offsets
+    } cases[] = {
+        {ip4Family, 56, 1, 53, 6, {{0, 0}, {24, 31}, {71, 71}, {151, 152}}},
+        {ip4Family, 56, 0x102, 53, 6, {{0, 0}, {24, 31}, {71, 71}, {151, 152}}},  // neither kind
+        {ip4Family,
+         56,
+         2,
+         53,
+         4,
+         {{0, 0},
+          {24, 31},
+          {71, 71},
+          {151, 152},
+          {32, 39},
+          {4, 4},
+          {144, 144},
+          {136, 143},
+          {131, 131},
+          {135, 135}}},
+        {ip4Family,
+         56,
+         2,
+         53,
+         1,
+         {{0, 0},
+          {24, 31},
+          {71, 71},
+          {151, 152},
+          {32, 39},
+          {1, 1},
+          {128, 131},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0}}},
+        {ip6Family,
+         NONE,
+         0,
+         81,
+         17,
+         {{0, 0}, {12, 75}, {0, 0}, {17, 17}, {104, 104}, {96, 103}, {91, 91}, {95, 95}}},
+        {ip6Family,
+         NONE,
+         0,
+         81,
+         58,
+         {{0, 0},
+          {12, 75},
+          {0, 0},
+          {58, 58},
+          {88, 91},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0},
+          {0, 0}}},
+        {macFamily, 32, 1, NONE, 0, {{0, 0}, {8, 19}, {55, 55}}},
+        {macFamily, 32, 2, NONE, 0, {{0, 0}, {8, 19}, {55, 55}, {20, 31}, {39, 39}, {43, 45}}},
     };
     for (const auto& c : cases) {
-        std::vector<uint8_t> key = front;
-        key.insert(key.end(), c.rest.begin(), c.rest.end());
-        EXPECT_EQ(keyOf(offsets(c.kind, c.protocol)), key) << c.kind << "/" << int{c.protocol};
+        SCOPED_TRACE(&c - cases);
+        alignas(8) uint8_t block[256], key[DUP_KEY_MAX];
+        std::iota(block, block + sizeof block, uint8_t{0});
+        if (c.kindAt != NONE)
+            for (uint32_t i = 0; i < 4; i++)
+                block[c.kindAt + i] = static_cast<uint8_t>(c.kind >> (24 - 8 * i));
+        block[c.protocolAt] = c.protocol;
+        std::memset(key, 0xEE, sizeof key);
+        const uint32_t length = c.row.contentKey(block, key);
+        std::vector<uint8_t> expected;
+        for (auto [first, last] : c.key)
+            while (first <= last) expected.push_back(static_cast<uint8_t>(first++));
+        EXPECT_EQ(length, expected.size());
+        expected.resize(DUP_KEY_MAX);
+        EXPECT_EQ(std::vector(key, key + sizeof key), expected);
     }
 }
 

@@ -106,6 +106,19 @@ TEST_P(List, ThatLostATreeStopsTheManager) {
     list->contentTree = tree;
 }
 
+TEST_P(List, WholeBlocksDifferInEveryByteButNumberAndCounters) {
+    constexpr std::pair<size_t, size_t> counters[] = {{52, 53}, {80, 81}, {56, 60}};
+    const auto [first, last] = counters[f.row.place];
+    make();
+    ASSERT_EQ(add(1), 0u);
+    for (size_t i = 0; i < f.row.blockBytes; i++) {
+        anyBlock other(f, 1, 5);
+        other.bytes[i] ^= 0x40;
+        const bool ignored = (i >= first && i < last) || i - f.row.seqAt < sizeof(be32);
+        EXPECT_EQ(aclEntryFindEqual(find(), other.bytes), ignored ? find()->head : nullptr) << i;
+    }
+}
+
 // --- thousands of random operations, beside a std::map -------------------------------------------
 
 class Model : public OfFamily {
@@ -194,24 +207,6 @@ TEST_P(Model, HoldsWhatTheMapHolds) {
 }
 
 // --- IPv4 ----------------------------------------------------------------------------------------
-
-TEST_F(IpAcl, WholeBlocksDifferInEveryByteButNumberAndCounters) {
-    const aclList* list = create("A");
-    add("A", standard(IP_PERMIT, 1, HOST));
-    for (size_t i = 0; i < sizeof(ipEntryBlock); i++) {
-        SCOPED_TRACE(i);
-        ipEntryBlock other = first(list)->block;
-        reinterpret_cast<uint8_t*>(&other)[i] ^= 0x40;
-        bool ignored = i == 52 || (i >= 64 && i < 68);
-        EXPECT_EQ(ipAccessEntFind(A, &other), ignored ? list->head : nullptr);
-    }
-    for (uint32_t seq : {5u, 6u}) {
-        rule sought = standard(0, 0, 0).at(seq);
-        EXPECT_EQ(ipAccessEntCompareSeq(A, &sought), seq == 5 ? list->head : nullptr);
-        EXPECT_EQ(ipAccessEntCompareSeq(B, &sought), nullptr);
-        EXPECT_EQ(ipAccessEntFind(B, &sought), nullptr);
-    }
-}
 
 TEST_F(IpAcl, ChangingTheMaskModeRewritesEntriesAndRemarks) {
     aclList* list = create("A");

@@ -150,11 +150,11 @@ inline rows sentOf(rows told) {
 #define EXPECT_TOLD(act, status, ...) \
     testTake();                       \
     EXPECT_EQ(act, uint32_t{status}); \
-    EXPECT_EQ(testTake(), (rows{__VA_ARGS__}))
+    EXPECT_EQ(testTake(), here(rows{__VA_ARGS__}))
 #define EXPECT_SENT(act, ...) \
     testTake();               \
     EXPECT_EQ(act, 0u);       \
-    EXPECT_EQ(sentOf(testTake()), (rows{__VA_ARGS__}))
+    EXPECT_EQ(sentOf(testTake()), here(rows{__VA_ARGS__}))
 
 class IpAcl : public testing::Test {
   protected:
@@ -238,6 +238,7 @@ class IpAcl : public testing::Test {
     uint32_t del(const char* name, const rule& block, uint32_t send = 1, uint32_t cfg = 1) {
         return ipDelAccessEntry(listNameMake(name), &block, send, cfg);
     }
+    static rows here(rows expected) { return expected; }  // see OfFamily
     template <class Act>
     static rows effects(const Act& act) {
         testTake();
@@ -301,13 +302,17 @@ class OfFamily : public IpAcl, public testing::WithParamInterface<const testFami
                  const listName& name = A) const {
         return aclListDel(f.row, name, anyBlock(f, n, seq).bytes, send, cfg);
     }
-    // Rows as they are for this family: SECT, HEAD, RULE0, SYNC of its configuration, in.add
-    // (list, del, drop), out.add.. of its messages; copies of IPM where it keeps them.
+    // Rows as they are for this family: SECT, HEAD, RULE0, SYNC, GROUP of its configuration, in.add
+    // (list, del, drop), out.add.. of its messages, APPLY and REMOVE of its log; copies of IPM
+    // where it keeps them.
     rows here(rows expected) const {
         std::vector<std::pair<std::string, std::string>> names = {
             {"SECT", f.section},
             {"HEAD", f.header},
             {"RULE0", f.text(0)},
+            {"GROUP", f.row.groupWords},
+            {"APPLY", f.row.applyName},
+            {"REMOVE", f.row.removeName},
             {"NOTE", f.sync == 16 || f.sync == 25 ? "16" : "9"},
             {"SYNC", std::to_string(f.sync)}};
         for (const std::string way : {"in.", "out."}) {
@@ -323,7 +328,7 @@ class OfFamily : public IpAcl, public testing::WithParamInterface<const testFami
                    (copy && f.row.copies == mgmtCopies::none) ||
                    (row.find(" vlan ") != row.npos && !f.row.onVlans);
         });
-        if (f.row.place == INTF_V6) names.push_back({"2 vlan", "2/255 vlan"});  // its pipe byte
+        if (f.row.place == INTF_V6) names.push_back({" vlan", "/255 vlan"});  // its pipe byte
         for (std::string& row : expected)
             for (const auto& [name, value] : names)
                 for (size_t at = 0; (at = row.find(name, at)) != row.npos; at += value.size())
