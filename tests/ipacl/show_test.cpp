@@ -4,16 +4,16 @@
 
 namespace {
 
-class Show : public IpAcl {
+class Show : public OfFamily {
   protected:
     struct answer {
         uint32_t status = 0, size = 0, marker = 0;
         std::string text = {}, name = {};
     };
-    static answer show(const std::string& name, decltype(aclShowIpAcl)* call = aclShowIpAcl) {
+    answer show(const std::string& name, decltype(aclListShow)* call = aclListShow) const {
         void* buffer = nullptr;
         answer a;
-        a.status = call(listNameMake(name), &buffer, &a.size);
+        a.status = call(f.row, listNameMake(name), &buffer, &a.size);
         if (buffer == nullptr) return a;
         const auto* header = static_cast<const showReplyHdr*>(buffer);
         const char* bytes = static_cast<const char*>(buffer);
@@ -27,74 +27,74 @@ class Show : public IpAcl {
         zekMC_M_sysFree(buffer);
         return a;
     }
+    std::string titleOf(const std::string& name) const {
+        constexpr const char* words[] = {"Extended IP", "IPv6", "Extended mac"};
+        return words[f.row.place] + (" access list " + name) + "\r\n";
+    }
 };
+FOR_EVERY_FAMILY(Show);
 
-TEST_F(Show, TheBufferGrowsWithLongLines) {
+TEST_P(Show, TheBufferGrowsWithItsLines) {
     const std::string name(LIST_NAME_LEN, 'n');
-    create(name.c_str(), IP_KIND_EXTENDED);
+    make(0, listNameMake(name));
     const answer empty = show(name);
-    EXPECT_EQ(empty.text, "Extended IP access list " + name + "\r\n");
+    EXPECT_EQ(empty.text, titleOf(name));
     EXPECT_EQ(empty.size, 204 + empty.text.size() + 1) << "more than one line's usual 150 bytes";
     EXPECT_EQ(empty.marker, 0u);
-    for (uint16_t port = 1; port <= 3; port++)
-        add(name.c_str(), extended(IP_DENY, IP_PROTO_TCP).toPort(port).with([](rule& b) {
-            b.src = b.srcMask = HOST, b.tcpFlags = 0xFF, b.srcOperator = PORT_RANGE;
+    for (uint32_t n = 0; n < 3; n++) {
+        anyBlock block(f, n, SEQ_NOT_GIVEN);
+        auto& b = reinterpret_cast<ipEntryBlock&>(block.bytes);
+        if (f.row.place == INTF_V4) {
+            b.src = b.srcMask = b.dstMask = HOST, b.tcpFlags = 0xFF;
+            b.srcOperator = b.dstOperator = PORT_RANGE;
             b.precedence = b.tos = 0x80000000;
-        }));
+        }
+        EXPECT_EQ(aclListAdd(f.row, listNameMake(name), block.bytes, {}), 0u);
+    }
     const answer full = show(name);
     EXPECT_EQ(full.size, std::max<size_t>(4 * 150 + 204, 204 + full.text.size() + 1));
-    EXPECT_TRUE(full.text.ends_with(" order 255\r\n"));
+    EXPECT_TRUE(full.size > 4 * 150 + 204 || f.row.place != INTF_V4);
     testFail(TEST_BUFFER);
-    for (auto* call : {aclShowIpAcl, aclShowIpAclAll})
-        EXPECT_EQ(show(call == aclShowIpAcl ? name : "", call).status, ACL_E_MEMORY);
+    for (auto* call : {aclListShow, aclListShowNext})
+        EXPECT_EQ(show(call == aclListShow ? name : "", call).status, ACL_E_MEMORY);
 }
 
-TEST_F(Show, TheWalkOverAllSkipsPlaceholdersAndEnds) {
-    uint32_t status = 0;
-    const std::string longest(LIST_NAME_LEN,
-                              'x');  // names are case-sensitive, and fill their field
-    for (const char* placeholder : {"A", "C", "CC", "Z"})
-        ipAccessListCreate(listNameMake(placeholder), 0, 1, &status);
-    for (const std::string& name : {std::string("D"), longest, std::string("B"), std::string("d")})
-        create(name.c_str(), name == "D" ? IP_KIND_EXTENDED : IP_KIND_STANDARD);
+// Names are case-sensitive, and fill their field.
+TEST_P(Show, TheWalkOverAllSkipsPlaceholdersAndEnds) {
+    const std::string longest(LIST_NAME_LEN, 'x'), names[] = {"B", "D", "d", longest};
+    for (const char* placeholder : {"A", "C", "CC", "Z"}) make(1, listNameMake(placeholder));
+    for (size_t i : {1, 3, 0, 2}) make(0, listNameMake(names[i]));
     std::string cursor;
-    for (const std::string& name :
-         {std::string("B"), std::string("D"), std::string("d"), longest}) {
-        const answer a = show(cursor, aclShowIpAclAll);
+    for (const std::string& name : names) {
+        const answer a = show(cursor, aclListShowNext);
         EXPECT_TRUE(a.status == ACL_OK && a.marker == SHOW_MARKER) << name;
         EXPECT_EQ(a.name, name);
-        EXPECT_EQ(a.text, (name == "D" ? "Extended IP access list " : "Standard IP access list ") +
-                              name + "\r\n");
+        EXPECT_EQ(a.text, titleOf(name));
         cursor = name + (name == "B" ? "B" : "");  // the cursor's list may have gone meanwhile
     }
-    EXPECT_EQ(show(longest, aclShowIpAclAll).status, ACL_E_NOLIST);
-    EXPECT_EQ(show(longest, aclShowIpAclAll).size, 0u);
+    EXPECT_EQ(show(longest, aclListShowNext).status, ACL_E_NOLIST);
+    EXPECT_EQ(show(longest, aclListShowNext).size, 0u);
     EXPECT_TRUE(show("A").status == ACL_OK && show("A").size == 0) << "a placeholder: no buffer";
     EXPECT_EQ(show("B").size, 150u + 204) << "a usual line's, and the title's";
     EXPECT_EQ(show("nope").status, ACL_E_NOLIST);
-    EXPECT_EQ(ipAccessListFindPrev(B), ipAccessListFind(A));
-    EXPECT_EQ(ipAccessListFindPrev(A), nullptr);
-    EXPECT_EQ(ipAccessListFindPrev(listNameMake("absent")), nullptr);
 }
 
-TEST_F(Show, ClearingReachesEveryEntry) {
-    for (const char* name : {"A", "B"}) {
-        const aclList* list = create(name);
-        for (uint32_t action : {IP_DENY, IP_PERMIT}) {
-            rule block = standard(action, 0, 0);
-            EXPECT_EQ(ipAddAccessEntry(list->name, &block, 1, 0), 0u);
-            list->tail->matchCount = 9;
+TEST_P(Show, ClearingReachesEveryEntry) {
+    for (const listName& name : {A, B}) {
+        make(0, name);
+        for (uint32_t n : {0u, 1u}) {
+            EXPECT_EQ(add(n, SEQ_NOT_GIVEN, name), 0u);
+            find(name)->tail->matchCount = 9;
         }
     }
-    auto counts = [](const char* name) {
-        const std::string text = show(name).text;
-        return text.find("(0 ") == text.npos ? 9 : text.find("(9 ") == text.npos ? 0 : -1;
+    auto counts = [this](const listName& name) {
+        return words{find(name)->head->matchCount, find(name)->tail->matchCount};
     };
-    EXPECT_EQ(aclClearIpAclByName(C), ACL_E_NOLIST);
-    EXPECT_EQ(aclClearIpAclByName(A), 0u);
-    EXPECT_TRUE(counts("A") == 0 && counts("B") == 9);
-    EXPECT_EQ(aclClearIpAclAll(), 0u);
-    EXPECT_EQ(counts("B"), 0);
+    EXPECT_EQ(aclListClear(f.row, C), ACL_E_NOLIST);
+    EXPECT_EQ(aclListClear(f.row, A), 0u);
+    EXPECT_TRUE(counts(A) == words(2) && counts(B) == words(2, 9));
+    EXPECT_EQ(aclListClearAll(f.row), 0u);
+    EXPECT_EQ(counts(B), words(2));
 }
 
 }  // namespace
