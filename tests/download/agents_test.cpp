@@ -297,17 +297,3 @@ TEST_F(Agents, TheControlProcessorsAgentGetsItsIngressListOnce) {
     EXPECT_EQ(aclNode->chassis.supportAclOnCP, 9u);
     clientsFree(&made.list);
 }
-
-TEST_F(Agents, TheDumpShowsTheCardsThatAreUp) {
-    aclLinecardInfo[4] = {nullptr, 1, 2, 3, 99, 5, 6, ZEK_SWP_NONE, 8, 0x7F010104, 0xFFFFFFFF};
-    aclLinecardInfo[0].isUp = aclLinecardInfo[3].isUp = 0;
-    const std::string text = aclDumpLinecardInfo();
-    EXPECT_TRUE(text.starts_with("aclDumpLinecardInfo "));
-    EXPECT_EQ(text.substr(text.find("Dumping")),
-              "Dumping ACL_LINECARDDATA_INFO \r\n\r\nFor Linecard 4 : \r\n"
-              "ACL_IFINDEX_IPADD_HEAD = (nil)\r\nisUp = 1\r\nisVortan = 2\r\n"
-              "is IPv6 Enabled = 3\r\n"
-              "v6EgAclSupported = 5 \r\nacl_linecard_type = 6\r\nmac_agent = -1\r\n"
-              "acl_agent = 8\r\nagentIpAddr = 7f010104\r\nagent0IpAddr = ffffffff\r\n"
-              "-----------------------\r\n");
-}

@@ -89,29 +89,6 @@ TEST_F(Queues, Acl2TakesTheMessageOverInEveryCase) {
     EXPECT_EQ(testBlocksInUse(), blocks);
 }
 
-TEST_F(Queues, TheDebugTextsFollowASendInTheAreaOfItsFamily) {
-    const std::string ip = "debug Sending list edge with 18 entries to agent if 0x8080000 \r\n",
-                      mac = "debug Sending list mac with 1 entries to agent if 0x8080000 \r\n",
-                      macSize = "debug Total Message size = 784 :IPC_BUFFER_SIZE = 8192 \r\n";
-    const madeList<aclEntry> four(18);
-    const madeList<l2AclEntry> two(1, "mac");
-    for (uint32_t area : {DEBUG_ACL_IPC, DEBUG_ACL_L2IPC}) {
-        DEBUG_ACL_MGR = area;
-        for (uint32_t id : {14409u, 14412u}) (void)iAclSendToAclAgent(PORT, {id, &four.list});
-        for (uint32_t id : {14484u, 14486u, 14490u})
-            (void)iAclSendToAclAgent(PORT, {id, &two.list});
-    }
-    (void)enqueued();
-    EXPECT_EQ(effects,
-              (texts{ip, "debug Total Message size = 8112 : IPC_BUFFER_SIZE = 8192 \r\n",
-                     "debug Sending message chunk 1\r\n", "debug Sending Last message chunk 2\r\n",
-                     ip, "debug Message is a MT_ACL_DELLIST\r\n",
-                     "debug Total Message size = 1056 : IPC_BUFFER_SIZE = 8192 \r\n", mac,
-                     "debug Total Message size = 968 :IPC_BUFFER_SIZE = 8192 \r\n", mac,
-                     "debug Message is a MT_L2ACL_DELLIST\r\n", macSize, mac,
-                     "debug Message is a MT_ACLMAC_NEW\r\n", macSize}));
-}
-
 // The staging buffer is made by the first send and kept; a process of its own sees the first.
 TEST(QueuesDeathTest, WithoutAStagingBufferNothingIsSent) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -87,6 +87,9 @@ TEST_P(Show, ClearingReachesEveryEntry) {
             find(name)->tail->matchCount = 9;
         }
     }
+    // (IPv4's destinations have words of their own there.)
+    EXPECT_TRUE(f.row.place == INTF_V4 ||
+                show("A").text.starts_with(titleOf("A") + " seq 5 " + f.text(0)));
     auto counts = [this](const listName& name) {
         return words{find(name)->head->matchCount, find(name)->tail->matchCount};
     };

@@ -263,19 +263,4 @@ TEST_F(cfgDb, TheFeedKeepsTheNewestChangesInOrder) {
     follow(last - 1);
 }
 
-std::string lastReport;
-TEST_F(cfgDb, WhatIsNoDatabaseIsRefusedWithAReasonAndNotTouched) {
-    cfgDbSetReport([](const char* text) { lastReport = text; });
-    const std::string folder = run.path + "/none";
-    EXPECT_EQ(openDb(folder.c_str()), nullptr);
-    std::filesystem::create_directory(folder);
-    EXPECT_EQ(openDb(folder.c_str(), zekCfgAccess::read), nullptr);
-    EXPECT_TRUE(std::filesystem::is_empty(folder)) << "reading makes no file";
-    std::ofstream(folder + "/running.db") << std::string(20000, 'x');
-    EXPECT_EQ(openDb(folder.c_str()), nullptr);
-    EXPECT_NE(lastReport.find("not a database"), lastReport.npos) << lastReport;
-    EXPECT_EQ(contentOf(folder + "/running.db"), std::string(20000, 'x'));
-    cfgDbSetReport(nullptr);
-}
-
 }  // namespace

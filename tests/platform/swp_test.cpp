@@ -126,35 +126,6 @@ struct network {
     void expectDelivered(uint32_t from, uint32_t to) { EXPECT_EQ(delivered, upTo(to, from)); }
 };
 
-TEST(swpReceiver, Verdicts) {
-    const struct {
-        const char* what;
-        zekSwpSeq before;
-        uint32_t session, seq;
-        int verdict;
-        zekSwpSeq after;
-    } rows[] = {
-        {"the first message", {0, 0}, 5, 1, ZEK_SWP_IN_ORDER, {5, 2}},
-        {"the next one", {5, 2}, 5, 2, ZEK_SWP_IN_ORDER, {5, 3}},
-        {"a repeated one", {5, 9}, 5, 8, ZEK_SWP_SEEN, {5, 9}},
-        {"the oldest one repeated", {5, 9}, 5, 1, ZEK_SWP_SEEN, {5, 9}},
-        {"one too far", {5, 2}, 5, 3, SWP_GAP, {5, 2}},
-        {"a session joined in the middle", {0, 0}, 5, 2, SWP_MIDDLE, {0, 0}},
-        {"the sender's next session", {5, 9}, 6, 1, ZEK_SWP_IN_ORDER, {6, 2}},
-        {"its second message first", {5, 9}, 6, 2, SWP_MIDDLE, {5, 9}},
-        {"a leftover of the session before", {6, 2}, 5, 1, SWP_STALE, {6, 2}},
-        {"a sender that started anew", {5000, 2}, 77, 1, ZEK_SWP_IN_ORDER, {77, 2}},
-        {"the numbers wrap", {5, 0xFFFFFFFF}, 5, 0xFFFFFFFF, ZEK_SWP_IN_ORDER, {5, 0}},
-        {"no number", {5, 3}, 5, 0, ZEK_SWP_SEEN, {5, 3}},
-    };
-    for (const auto& r : rows) {
-        SCOPED_TRACE(r.what);
-        zekSwpSeq seen = r.before;
-        EXPECT_EQ(swpReceive(&seen, r.session, r.seq), r.verdict);
-        EXPECT_EQ(std::pair(seen.session, seen.next), std::pair(r.after.session, r.after.next));
-    }
-}
-
 // One lost message must not cost a time-out for each message behind it.
 TEST(swpSender, KeepsTheWindowAndALostMessageCostsOneTimeout) {
     network n(4, 5);
@@ -511,23 +482,6 @@ TEST_F(swpHandles, ADeadAgentIsToldOnceAndItsAnswerOnceAndItGetsTheReplay) {
     ASSERT_EQ(zekSwpStatistics(stats), 1u);
     EXPECT_EQ(stats[0].acknowledged, 200u);
     EXPECT_EQ(stats[0].slot, 1u);
-}
-
-// Each numbers its messages for itself, as it hears only its own.
-TEST_F(swpHandles, TheInstancesOfATaskHaveASessionEach) {
-    zekSwpQueueRemove(queue);
-    queue = taskQueue(APP_RTM);
-    auto port = [](uint32_t instance) { return aclServicePort(APP_RTM, instance, QUEUE_REQUEST); };
-    swpPeer first(run.path, CARD, port(0)), second(run.path, CARD, port(1));
-    for (uint32_t i = 0; i < 20; i++) ASSERT_EQ(enqueue(port(i % 2)), 0);
-    serveUntil([&] { return first.got.size() == 10; }, first);
-    EXPECT_FALSE(isEmpty()) << "the other has not answered";
-    serveUntil([this] { return isEmpty(); }, second);
-    EXPECT_EQ(second.got, (std::vector<uint32_t>{2, 4, 6, 8, 10, 12, 14, 16, 18, 20}));
-    zekSwpStats stats[3];
-    ASSERT_EQ(zekSwpStatistics(stats), 2u);
-    EXPECT_EQ(stats[1].instance, 1u);
-    EXPECT_NE(stats[0].session, stats[1].session);
 }
 
 TEST_F(swpHandles, ForgedAnswersAndTimeoutsDoNothing) {

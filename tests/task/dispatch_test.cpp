@@ -311,10 +311,3 @@ TEST_F(Dispatch, OneWrapperOneLockAndTheRightFamily) {
     EXPECT_EQ(pthread_rwlock_trywrlock(&acl_rwlock), 0);
     pthread_rwlock_unlock(&acl_rwlock);
 }
-
-TEST_F(Dispatch, TheStateRootIsShown) {
-    create("T");
-    const std::string node = debug("node");
-    EXPECT_NE(node.find("\nacl_tree = 1\r\n"), node.npos) << node;
-    EXPECT_NE(node.find("peer update 20 = 255\r\n"), node.npos);
-}
