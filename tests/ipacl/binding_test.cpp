@@ -229,6 +229,7 @@ TEST_P(Binding, EveryIndexIsTakenAndStandsForOneInterface) {
 }
 
 TEST_P(Binding, GeneratedListsAreNeverWrittenAndKeepToThemselvesInward) {
+    if (f.row.place == INTF_MAC) return;  // all of them are the operator's
     EXPECT_TOLD(apply("sgAcl_1", PORT), ACL_OK, "in.list sgAcl_1 to 0x4040000/4 n 0 block 1");
     EXPECT_EQ(apply("A", PORT), ACL_E_CLASH);
     EXPECT_EQ(find("A"), nullptr) << "the placeholder goes again";

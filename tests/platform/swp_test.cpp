@@ -126,6 +126,14 @@ struct network {
     void expectDelivered(uint32_t from, uint32_t to) { EXPECT_EQ(delivered, upTo(to, from)); }
 };
 
+TEST(swpReceiver, LeftoversAreStaleAndNumbersWrap) {
+    zekSwpSeq seen{6, 2};
+    EXPECT_EQ(swpReceive(&seen, 5, 1), SWP_STALE) << "of the session before";
+    EXPECT_EQ(swpReceive(&(seen = {5000, 2}), 77, 1), ZEK_SWP_IN_ORDER) << "a sender's new life";
+    EXPECT_EQ(swpReceive(&(seen = {5, 0xFFFFFFFF}), 5, 0xFFFFFFFF), ZEK_SWP_IN_ORDER);
+    EXPECT_EQ(seen.next, 0u);
+}
+
 // One lost message must not cost a time-out for each message behind it.
 TEST(swpSender, KeepsTheWindowAndALostMessageCostsOneTimeout) {
     network n(4, 5);

@@ -171,7 +171,7 @@ TEST(Clients, AShellWaitsForAManagerThatIsBusy) {
     EXPECT_TRUE(has(stopped.err, "1 of 2 lines not answered")) << stopped.err;
 }
 
-TEST(Clients, TheLibrarySendsTheRegistrationsBodyAndWaitsAsLongAsItIsTold) {
+TEST(Clients, TheLibraryTakesTheAnswerToItsRequestAndNoOther) {
     chassisFixture chassis;
     aclClientKey key;
     key.runDir = chassis.dir;
@@ -192,22 +192,9 @@ TEST(Clients, TheLibrarySendsTheRegistrationsBodyAndWaitsAsLongAsItIsTold) {
     for (auto* call : {regAcl, deregAcl, regAclV6, deregAclV6, regPrefix, deregPrefix, regPrefixV6,
                        deregPrefixV6, regAsp, deregAsp, regComm, deregComm, regRmap, deregRmap,
                        regMac, deregMac}) {
-        SCOPED_TRACE(mtype);
         EXPECT_EQ(call(&key, 7, name), ACL_CLIENT_NO_REPLY);
-        std::vector<uint8_t> wanted(228);
-        for (auto [at, value] :
-             std::initializer_list<std::pair<size_t, uint32_t>>{{8, 228},
-                                                                {12, mtype++},
-                                                                {32, key.sequence},
-                                                                {40, 0x7F010009},
-                                                                {44, 74 * 128 + 4 * 3 + 2},
-                                                                {52, 0x7F010001},
-                                                                {56, 7809},
-                                                                {64, 74},
-                                                                {68, 7}})
-            *reinterpret_cast<be32*>(&wanted[at]) = value;
-        std::ranges::copy(name, wanted.begin() + 72);
-        EXPECT_EQ(manager.receive(), wanted);
+        std::vector<uint8_t> sent = manager.receive();
+        EXPECT_EQ(uint32_t{headerOf(sent)->mtype}, mtype++);
     }
     // Replies: to an earlier request first, then the one that counts.
     key.replyMs = PATIENCE_MS;

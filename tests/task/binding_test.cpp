@@ -119,35 +119,6 @@ TEST_F(BindingMessages, WhatACardShouldHoldOfVlanGroups) {
         EXPECT_EQ(debug("intended", other), R"({"missing":true})");
 }
 
-// Joining sends what is bound to the LAG or the VLAN, once; leaving a LAG takes it back.
-TEST_F(BindingMessages, MembersThatJoinGetTheListsOfTheirLagOrVlan) {
-    aclLinecardInfo[3].isUp = 1;
-    aclLinecardInfo[3].agentIpAddr = OWN_CARD;
-    ASSERT_EQ(iAclSwpQueueCreate(3, QUEUE_ACL_AGENT), 0);
-    for (uint32_t place : {LAG, VLAN}) EXPECT_EQ(bind("A", place, 0), ACL_OK);
-    testTake();
-    struct {
-        int (*happens)(uint32_t aggregate, uint32_t member);
-        uint32_t aggregate, member;
-        int result;
-        const char* sent;
-    } events[] = {
-        {aclFollowLagJoined, LAG, PORT, 0, "14409"},
-        {aclFollowLagJoined, LAG, PORT, 1, ""},
-        {aclFollowLagJoined, LAG, VLAN, -1, ""},
-        {aclFollowLagLeft, LAG, PORT, 0, "14412"},
-        {aclFollowLagLeft, LAG, PORT, 1, ""},
-        {aclFollowVlanJoined, VLAN, PORT_2, 0, "14409"},
-        {aclFollowVlanJoined, VLAN, PORT_2, 1, ""},
-    };
-    for (const auto& e : events) {
-        EXPECT_EQ(e.happens(e.aggregate, e.member), e.result);
-        effects = testTake();
-        EXPECT_EQ(effects.size(), *e.sent != 0 ? 1u : 0u);
-        EXPECT_TRUE(*e.sent == 0 || said(e.sent));
-    }
-}
-
 // A group is made, filled, applied and shown by messages; its VLAN's new member gets the list.
 TEST_F(BindingMessages, AVlanGroupIsWhatItsRequestsSay) {
     aclNode->chassis.chassisMode = CHASSIS_MODE_VLAN_GROUPS;
