@@ -155,6 +155,7 @@ void aclRegisterDebugFunctions() {
     aclRegisterSourceGuardFunctions();
     aclRegisterBgpFunctions();
     aclRegisterPrefixFunctions();
+    aclRegisterMacFunctions();
     aclRegisterRmapFunctions();
     aclRegisterRmapChecks();
 }

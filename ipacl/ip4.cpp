@@ -155,6 +155,10 @@ bool ipCheckForPrefixAccessList(const listName& name) {
     return aclListIsConfigured(name, INTF_V4);
 }
 
+uint32_t AclGetTelnetValue(const listName& name) {
+    return aclListIsConfigured(name, INTF_V4) ? ACL_OK : ACL_E_NOLIST;
+}
+
 aclEntry* ipAccessEntFind(const listName& name, const ipEntryBlock* block) {
     return static_cast<aclEntry*>(aclEntryFindEqual(ipAccessListFind(name), block));
 }

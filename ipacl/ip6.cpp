@@ -132,6 +132,10 @@ aclList* aclV6AccessListFindPrev(const listName& name) {
     return nameTreePrev<aclList>(aclNode->trees.v6acl_tree, name);
 }
 
+uint32_t aclV6GetTelnetValue(const listName& name) {
+    return aclListIsConfigured(name, INTF_V6) ? ACL_OK : ACL_E_NOLIST;
+}
+
 aclList* aclV6AccessListCreate(const listName& name, uint32_t, uint32_t placeholder,
                                uint32_t* status) {
     const uint32_t kind = placeholder == 0 ? IP_KIND_EXTENDED : IP_KIND_NONE;

@@ -43,6 +43,9 @@ aclList* ipAccessListFindPrev(const listName& name);
 // True for a configured standard or extended list; the second one of any family (intfFamily).
 bool ipCheckForPrefixAccessList(const listName& name);
 bool aclListIsConfigured(const listName& name, uint32_t family);
+// Whether a Telnet server may use the list: ACL_OK, or ACL_E_NOLIST. Nothing changes.
+uint32_t AclGetTelnetValue(const listName& name);
+uint32_t aclV6GetTelnetValue(const listName& name);
 // Rewrites the configuration line of every entry (and remark) of every ordinary and DoS list after
 // the mask display mode has changed.
 void ipInvertAccessEntryMask();

@@ -102,6 +102,9 @@ aclList* l2AccessListFindFirst() {
 aclList* l2AccessListFindNext(const listName& name) {
     return nameTreeNext<aclList>(aclNode->trees.l2acl_tree, name);
 }
+uint32_t l2AclGetTelnetValue(const listName& name) {
+    return aclListIsConfigured(name, INTF_MAC) ? ACL_OK : ACL_E_NOLIST;
+}
 aclList* l2AccessListCreate(const listName& name, uint32_t type, uint32_t placeholder,
                             uint32_t* status) {
     return aclListCreate(macFamily, name, type, placeholder, status);

@@ -30,6 +30,9 @@ l2AclEntry* l2AccessEntFind(const listName& name, const macEntryBlock* body);
 l2AclEntry* l2AccessEntCompareSeq(const listName& name, const macEntryBlock* body);
 uint32_t macAccessDupEntGenerateKey(const macEntryBlock& body, uint8_t key[DUP_KEY_MAX]);
 
+// As AclGetTelnetValue.
+uint32_t l2AclGetTelnetValue(const listName& name);
+
 // A list that is bound to a VLAN is not sent to the cards.
 uint32_t acll2ApplyIntf(const listName& name, const aclBindRequest& request);
 uint32_t acll2RemoveIntf(const listName& name, uint32_t ifindex, uint32_t direction);

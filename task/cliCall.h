@@ -55,6 +55,14 @@ template <const auto& Wrapper>
 uint32_t cliShow(cliCall& call) {
     return Wrapper(call.shownName(), &call.buffer, &call.size);
 }
+// Whether a Telnet server may use the list: the answer stands in the word, the request's own status
+// says that it was understood.
+template <auto Operation>
+uint32_t cliTelnetValue(cliCall& call) {
+    aclLockHeld<aclLock::read> held;
+    call.as<cliWordReq>()->word = Operation(call.name());
+    return ACL_OK;
+}
 // In pages: the request says how far the last one went.
 template <const auto& Wrapper>
 uint32_t cliShowPage(cliCall& call) {
@@ -86,7 +94,6 @@ uint32_t cliDosEnable(cliCall& call);
 uint32_t cliRemarkAdd(cliCall& call);
 uint32_t cliRemarkDelete(cliCall& call);
 uint32_t cliLagMembers(cliCall& call);
-uint32_t cliTelnetValue(cliCall& call);
 
 // --- ACL VLAN groups (cliGroups.cpp) -------------------------------------------------------------
 

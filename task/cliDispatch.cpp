@@ -164,7 +164,7 @@ constexpr cliRow cliTable[] = {
     {CLI_MAC_UNBIND,              "unbind MAC list",                   sizeof(cliUnbindReq), cliIpUnbind, GOES, INTF_MAC},
     {CLI_TRAP_A,                  "protocol trapping",                 CLI,          nullptr},
     {{CLI_TRAP_DHCP_A, CLI_TRAP_DHCP_B}, "protocol trapping",          CLI,          nullptr},
-    {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue, 0, INTF_V4},
+    {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue<AclGetTelnetValue>},
     {CLI_TRAP_B,                  "protocol trapping",                 CLI,          nullptr},
     {CLI_TRAP_C,                  "protocol trapping",                 CLI,          nullptr},
     {CLI_GROUP_CREATE,            "create ACL VLAN group",             GROUP_ID,     cliGroupCreate, MAKES},
@@ -179,7 +179,7 @@ constexpr cliRow cliTable[] = {
     {CLI_REMARK_DELETE,           "delete remark",                     REMARK,       cliRemarkDelete, GOES},
     {CLI_MAC_REMARK_ADD,          "add remark",                        REMARK,       cliRemarkAdd, MAKES | CLI_REMARK_TEXT},
     {CLI_MAC_REMARK_DELETE,       "delete remark",                     REMARK,       cliRemarkDelete, GOES},
-    {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       WORD,         cliTelnetValue, 0, INTF_MAC},
+    {CLI_MAC_TELNET_VALUE,        "MAC list of a Telnet server",       WORD,         cliTelnetValue<l2AclGetTelnetValue>},
     // IPv6 prefix lists
     {CLI_V6_PREFIX_LIST_CREATE,   "create IPv6 prefix list",           CLI,
      cliPrefixListCreate, CLI_ACL2 | MAKES, AF_IPV6},
@@ -221,7 +221,7 @@ constexpr cliRow cliTable[] = {
      cliRemarkAdd, MAKES | CLI_V6 | CLI_REMARK_TEXT},
     {CLI_V6_REMARK_DELETE,        "delete remark",                     REMARK,       cliRemarkDelete, GOES | CLI_V6},
     // what came later
-    {CLI_V6_TELNET_VALUE,         "IPv6 list of a Telnet server",      WORD,         cliTelnetValue, 0, INTF_V6},
+    {CLI_V6_TELNET_VALUE,         "IPv6 list of a Telnet server",      WORD,         cliTelnetValue<aclV6GetTelnetValue>},
     {CLI_IP_RESEQUENCE,           "resequence IPv4 access list",       RESEQ,
      cliResequence<ipReseqTheAccessListExt>, CLI_CHANGE},
     {CLI_V6_RESEQUENCE,           "resequence IPv6 access list",       RESEQ,

@@ -152,12 +152,3 @@ uint32_t cliLagMembers(cliCall& call) {
     if (req->cli.ipc.length < length) req->cli.ipc.length = static_cast<uint32_t>(length);
     return ACL_OK;
 }
-
-// Whether a Telnet server may use the list: only one that is configured counts. The status stands
-// in the word; that of the request says that it was understood.
-uint32_t cliTelnetValue(cliCall& call) {
-    aclLockHeld<aclLock::read> held;
-    call.as<cliWordReq>()->word =
-        aclListIsConfigured(call.name(), call.family) ? ACL_OK : ACL_E_NOLIST;
-    return ACL_OK;
-}

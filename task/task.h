@@ -173,9 +173,10 @@ void aclRegisterInstalledFunctions();    // installed.cpp
 void aclRegisterSourceGuardFunctions();  // sourceGuard.cpp
 void aclRegisterVlanGroupFunctions();    // vlanGroups.cpp
 void aclRegisterBgpFunctions();          // bgpChecks.cpp
-void aclRegisterPrefixFunctions();       // prefixFunctions.cpp
-void aclRegisterRmapFunctions();         // rmapDebug.cpp
-void aclRegisterRmapChecks();            // rmapChecks.cpp
+void aclRegisterPrefixFunctions();
+void aclRegisterMacFunctions();   // prefixFunctions.cpp
+void aclRegisterRmapFunctions();  // rmapDebug.cpp
+void aclRegisterRmapChecks();     // rmapChecks.cpp
 
 // Evaluates a route map for a prefix and appends the verdict as text. The verdict: 1 drops.
 struct rmapList;
