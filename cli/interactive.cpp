@@ -37,6 +37,11 @@ std::string_view typedLine(EditLine* edit) {
 }
 
 unsigned char help(EditLine* edit, int) {
+    // An expression that loses its marks, in a configuration that is pasted, is another one.
+    if (cliInText(sessionContext(*terminalOf(edit)->session), typedLine(edit))) {
+        el_insertstr(edit, "?");
+        return CC_REFRESH;
+    }
     fputs("?\n", stdout);
     sessionHelp(terminalOf(edit)->session, typedLine(edit), {"", 0});
     return CC_REDISPLAY;

@@ -275,3 +275,18 @@ bool cliHelp(const cliContext& context, std::string_view line, std::vector<cliHe
         return true;
     }
 }
+
+bool cliInText(const cliContext& context, std::string_view line) {
+    cliCommand command;
+    cursor c = begin(context, &command);
+    for (;;) {
+        const std::string_view word = lexWord(line, &c.at);
+        if (word.empty()) return false;
+        cliValue value{};
+        bool ambiguous;
+        const grammarNode* node = select(c, word, &value, &ambiguous);
+        if (node != nullptr && node->kind == cliArg::rest) return true;
+        cliParseError error;
+        if (c.at >= line.size() || !step(c, line, word, &error)) return false;
+    }
+}

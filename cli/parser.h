@@ -33,3 +33,6 @@ struct cliHelpRow {
 // with a blank). False with *error when the words before it are not valid.
 bool cliHelp(const cliContext& context, std::string_view line, std::vector<cliHelpRow>* rows,
              cliParseError* error);
+// Whether the line ends inside a text that goes to the end of the line and has begun: what comes is
+// part of it, a question mark too.
+bool cliInText(const cliContext& context, std::string_view line);

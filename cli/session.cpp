@@ -341,11 +341,12 @@ bool sessionHelp(cliSession* session, std::string_view line, const cliPlace& pla
 
 bool sessionRun(cliSession* session, std::string_view line, const cliPlace& place) {
     std::string_view trimmed = lexTrimEnd(line);
-    // A question mark at the end asks for help also without a terminal. An expression that ends in
-    // one has to be loaded from a file.
-    if (!trimmed.empty() && trimmed.back() == '?') {
+    // A question mark at the end asks for help also without a terminal, but for that of an
+    // expression or another text.
+    if (trimmed.ends_with('?')) {
         trimmed.remove_suffix(1);
-        return sessionHelp(session, trimmed, place);
+        if (!cliInText(sessionContext(*session), trimmed))
+            return sessionHelp(session, trimmed, place);
     }
     cliPipe pipe;
     pipe.out = session->out;

@@ -172,6 +172,7 @@ TEST(Session, ModesFollowTheCommands) {
         {"exit", true, cliMode::exec},
         {"conf t", true, cliMode::configure},
         {"route-map A", true, cliMode::routeMap},
+        {"description why?", true, cliMode::routeMap},  // a text, and no question
         {"set tag 4", true, cliMode::routeMap},
         {"end", true, cliMode::exec},
         {"show ?", true, cliMode::exec},
@@ -184,6 +185,7 @@ TEST(Session, ModesFollowTheCommands) {
     EXPECT_TRUE(s.run("exit"));
     EXPECT_TRUE(s.session.done);
     EXPECT_NE(s.printed().find("running-config"), std::string::npos);
+    EXPECT_EQ(s.printed().find("TEXT"), std::string::npos);
     // The clause carries the number that the manager has given its map.
     manager.halt();
     const auto* clause = reinterpret_cast<cliRmapClauseReq*>(manager.received.back().data());
