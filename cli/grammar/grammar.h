@@ -278,10 +278,10 @@ struct grammarMode {
     const entryTable* table = &extendedEntries;  // of its entry lines, if they have blocks
 };
 const grammarMode& grammarModeOf(cliMode mode);
-// Of a list's mode; 0 of the others.
+// Of a list's mode; KIND_COUNT of the others.
 constexpr uint32_t kindOfMode(cliMode mode) {
     return mode < cliMode::standard
-               ? 0
+               ? uint32_t{KIND_COUNT}
                : static_cast<uint32_t>(mode) - static_cast<uint32_t>(cliMode::standard);
 }
 // The modes of lists stand in the order of the kinds, at the end.

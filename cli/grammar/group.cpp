@@ -90,7 +90,7 @@ constexpr grammarNode showGuardNodes[] = {
 
 }  // namespace
 
-constexpr grammarState sVlanGroup{groupNodes, &sConfig};
+constexpr grammarState sVlanGroup{groupNodes, &sDescription};
 constexpr grammarState sShowGroups{showGroupNodes};
 constexpr grammarState sGuard{guardNodes};
 constexpr grammarState sShowGuard{showGuardNodes, &sInterface};

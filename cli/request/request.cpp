@@ -80,11 +80,16 @@ void fillRemark(const cliCommand& command, const cliScope& scope, cliRequest* re
     // Of a remark that goes the number is enough. The grammar has checked the length.
     if (!command.negated) command.text.copy(request->remark.text, REMARK_LEN);
 }
+// Of the modes that are no list's only an ACL VLAN group's has descriptions.
+uint32_t describedAs(uint32_t kind) {
+    if (kind >= KIND_COUNT) return CLI_GROUP_CREATE;
+    const listKind& row = listKinds[kind];
+    return row.describedAs != 0 ? row.describedAs : row.codes.header.plain;
+}
 void fillDescription(const cliCommand& command, const cliScope& scope, cliRequest* request) {
-    const listKind& kind = listKinds[command.kind];
     cliDescriptionReq& description = request->description;
     request->cli.name = scope.list;
-    description.kind = kind.describedAs != 0 ? kind.describedAs : kind.codes.header.plain;
+    description.kind = describedAs(command.kind);
     description.remove = command.negated;
     description.seq = scope.seq;
     if (!command.negated) command.text.copy(description.text, DESCRIPTION_LEN);

@@ -392,6 +392,9 @@ no ip access-group A out => 1137 1144 224=41000000 368-1140=0
 ip access-group A in => 18: Unexpected word "in"; expected: out
 member vlan 5000 => 12: A VLAN range is N or N-M from 1 to 4094, several with commas between
 ip access-list extended X => 1000 224 80=58000000 220=2
+[vlanGroup]
+ description x => 1153 316 80="LIST" 220=46C 228=14 232=78000000
+no description => 1153 316 224=1 232-312=0
 )lines";
 
 constexpr std::string_view MODES[] = {"exec",        "configure",   "interface",    "vlanGroup",
