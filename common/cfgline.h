@@ -41,7 +41,8 @@ constexpr size_t CFG_LINE_MAX = CFG_TEXT_LEN - 1 - 3;
 // not hear of such a line, and the sender of the request is told (cfgNotShown).
 std::string cfgShowable(std::string_view line, size_t limit = CFG_LINE_MAX);
 bool cfgIsShown(std::string_view line);
-extern uint64_t cfgNotShown;  // lines that were written as comments so far
+// Lines so far that were written as comments, or that would not read back as what made them.
+extern uint64_t cfgNotShown;
 
 // A text field takes at most one byte less than its size; longer texts are cut there.
 inline void cfgPutText(char (&field)[CFG_TEXT_LEN], std::string_view text) {

@@ -27,6 +27,13 @@ uint32_t prefixLength(const uint8_t mask[16]) {
     return bits;
 }
 
+// A mask with holes shows as the length of its front: read back, the line is another rule.
+bool isLength(const uint8_t mask[16]) {
+    const halves bits(mask);
+    return std::popcount(bits.high) + std::popcount(bits.low) ==
+           static_cast<int>(prefixLength(mask));
+}
+
 void addAddress(std::string& out, const uint8_t address[16], const uint8_t mask[16]) {
     const halves value(address), bits(mask);
     if ((value.high | value.low | bits.high | bits.low) == 0) {
@@ -92,6 +99,8 @@ void v6acl_ent_sent_to_cfg(const acl6Entry* entry, uint32_t remove, const listNa
     request.block = entry->block;
     request.monitor = entry->monitor;
     const std::string line = ip6EntryText(*entry);
+    if (remove == 0 && !(isLength(entry->block.srcMask) && isLength(entry->block.dstMask)))
+        cfgNotShown++;
     cfgWriteEntry(name,
                   {CFG_ACCESS_LIST, CFG_FAMILY_V6, CFG_ROLE_ENTRY, CFG_SYNC_EXTENDED,
                    entry->block.seq, line, line, cfgRequestOf(request)},

@@ -51,6 +51,18 @@ void addExtended(std::string& out, const macEntryBlock& body) {
     out += ' ';
 }
 
+// Whether the line, read back, is the rule: there is a word for all that it asks for, and it is of
+// its list's kind.
+bool readsBack(const macEntryBlock& body, const aclList& list) {
+    if (body.type != list.kind) return false;
+    if (body.type != IP_KIND_EXTENDED || body.encapsulation == MAC_ENCAPSULATION_NONE) return true;
+    const uint32_t op = body.etherTypeOperator;
+    return op != PORT_NONE && op < std::size(operators) &&
+           std::ranges::any_of(macEncapsulationTable, [&](const macEncapsulationRow& row) {
+               return row.code == body.encapsulation;
+           });
+}
+
 void addTail(std::string& out, const l2AclEntry& entry) {
     if (entry.log != 0) out += "log ";
     if ((entry.counterOptions & IP_COUNT) != 0) out += "count ";
@@ -103,6 +115,7 @@ void l2acl_ent_sent_to_cfg(const l2AclEntry& entry, uint32_t remove, const aclLi
     request.order = entry.block.order;
     request.monitor = entry.monitor;
     const std::string line = l2AclEntryText(entry);
+    if (remove == 0 && !readsBack(entry.block, list)) cfgNotShown++;
     const bool standard = list.kind == IP_KIND_STANDARD;
     cfgWriteEntry(list.name,
                   {CFG_MAC_LIST, macFamily.textFamily, CFG_ROLE_ENTRY,

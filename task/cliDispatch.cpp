@@ -342,7 +342,7 @@ void AclProcCliCmd(aclNodeRecord* node, uint8_t* message) {
         (void)runRow(row, call);
         return;
     }
-    const uint64_t notShown = cfgNotShown;  // counts lines that were made and cannot be shown
+    const uint64_t notShown = cfgNotShown;  // counts lines that do not show their request
     bool refused = row != nullptr && (row->flags & CLI_V6) != 0 && halAclMgrIsV6AclSupported() == 0;
     uint32_t result = refused ? uint32_t{ACL_E_SYSTEM} : runRow(row, call);
     if (row != nullptr && (row->flags & CLI_ACL2) != 0 && !refused) {

@@ -3,6 +3,7 @@
 #include "cli/grammar/build.h"
 #include "cli/kinds.h"
 #include "cli/parser.h"
+#include "l2acl/zekl2acl.h"
 #include "tests/support/ipaclTest.h"
 
 // The grammar of entries is all that these tests link of the shell.
@@ -202,6 +203,56 @@ TEST_F(Text, DosEntriesLackThePiecesOfLists) {
                         "\" / \" seq 5 deny tcp any syn precedence 1 tos 2 log count bytes\"",
                     "sync 16 A \" " + line + "\"", "sync 16 A \"no  " + line + "\"",
                     "cfg exact 98/150 A 1/6/ff"}));
+}
+
+// Their records bring them back; a configuration that is loaded from its text would not.
+TEST_F(Text, SendersHearOfLinesThatDoNotReadBack) {
+    const listName L = listNameMake("L");
+    uint32_t status = 0;
+    aclV6AccessListCreate(L, 0, 0, &status);
+    for (uint32_t kind : {IP_KIND_STANDARD, IP_KIND_EXTENDED})
+        l2AccessListCreate(listNameMake(kind == IP_KIND_STANDARD ? "S" : "L"), kind, 0, &status);
+    auto notShown = [](auto&& add) {
+        const uint64_t before = cfgNotShown;
+        EXPECT_EQ(add(), 0u);
+        return cfgNotShown != before;
+    };
+    for (auto [front, back, holes] : {std::tuple(0xFFu, 0u, false),
+                                      {0xFEu, 0u, false},
+                                      {0xFFu, 0x80u, true},
+                                      {0u, 1u, true},
+                                      {0x7Fu, 0u, true}})
+        for (bool source : {true, false}) {
+            ip6EntryBlock block{};
+            uint8_t* mask = source ? block.srcMask : block.dstMask;
+            mask[0] = static_cast<uint8_t>(front);
+            mask[8] = static_cast<uint8_t>(back);
+            block.seq = SEQ_NOT_GIVEN;
+            EXPECT_EQ(notShown([&] { return aclV6AddAccessEntry(L, &block, 0, 0); }), holes)
+                << front << " " << back;
+        }
+    struct {
+        uint32_t type, encapsulation, operation;
+        bool standardReads, extendedReads;
+    } const bodies[] = {{1, 0, 0, true, false},   {1, 99, 9, true, false},
+                        {2, 0, 0, false, true},   {2, 0, 9, false, true},
+                        {2, 10, 1, false, true},  {2, 12, 4, false, true},
+                        {2, 99, 1, false, false}, {2, 10, 0, false, false},
+                        {2, 11, 5, false, false}, {3, 0, 0, false, false}};
+    uint32_t number = 0;
+    for (const auto& b : bodies)
+        for (const char* name : {"S", "L"}) {
+            macEntryBlock body{};
+            body.type = b.type;
+            body.encapsulation = b.encapsulation;
+            body.etherTypeOperator = b.operation;
+            body.seq = ++number;
+            body.src[0] = static_cast<uint8_t>(number);
+            EXPECT_EQ(
+                notShown([&] { return l2AddAccessEntry(listNameMake(name), &body, 0, 0, 255, 0); }),
+                !(*name == 'S' ? b.standardReads : b.extendedReads))
+                << name << " " << number;
+        }
 }
 
 TEST_F(Text, TheLongestLinesFitAndLongerOnesAreCut) {
