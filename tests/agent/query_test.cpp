@@ -110,6 +110,12 @@ TEST_F(Query, Entries) {
     // Without links, id and match count, and of a MAC entry without its second half.
     EXPECT_EQ(e6["hash"], hash(six, {{8, 92}, {96, 124}, {92, 96}}));
     EXPECT_EQ(eMac["hash"], hash(mac, {{8, 12}, {16, 64}, {124, 184}, {12, 16}}));
+    // What is kept and not shown.
+    const agentRule kept = agentRuleOf(*wireView<agentEntry>(std::span<const uint8_t>(four)));
+    EXPECT_EQ(kept.owner, get32(four, 380));
+    EXPECT_EQ(agentRuleOf(*wireView<agentEntry6>(std::span<const uint8_t>(six))).owner,
+              get32(six, 8));
+    for (size_t i = 0; i < 3; i++) EXPECT_EQ(kept.carried[i], get32(four, 16 + 4 * i));
     e[0].erase("hash");
     e6.erase("hash");
     eMac.erase("hash");

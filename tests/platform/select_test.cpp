@@ -431,19 +431,8 @@ TEST_F(selectTest, WhoAsksChangesOrRegistersWaitsForTheRestore) {
     EXPECT_EQ(take(), 10u);
 }
 
-TEST_F(selectTest, NamesAndThePeerProcessor) {
+TEST_F(selectTest, ThePeerProcessorIsThereOrNot) {
     chassisDescription& chassis = hostConf().chassis;
-    chassis.tasks = {{APP_IFM, 0, RP + 5}, {APP_ACL, 0, RP + 9}};
-    // Our own task is where we are, on either processor.
-    const std::pair<uint32_t, uint32_t> addresses[] = {
-        {APP_IFM, RP + 5}, {APP_ACL, RP}, {APP_RTM, ADDRESS_UNKNOWN}};
-    for (const auto& [app, expected] : addresses) {
-        uint32_t address = 0;
-        const int result = expected != ADDRESS_UNKNOWN ? 0 : -1;
-        EXPECT_EQ(zek_tmeGetPeerIpAddrByName(app, 0, &address), result);
-        EXPECT_EQ(address, expected);
-    }
-
     bytes news = makeMessage(RP, OWN_REQUESTS + 1, RP, OWN_REQUESTS, 14524, 1, 952);
     int err = 0;
     EXPECT_EQ(zekIrcPeerRpmSend(APP_ACL, 0, news.data(), news.size(), 0, &err), -1)
@@ -453,15 +442,6 @@ TEST_F(selectTest, NamesAndThePeerProcessor) {
     endpoint peer(run.path, RP + 1, OWN_REQUESTS);
     EXPECT_EQ(zekIrcPeerRpmSend(APP_ACL, 0, news.data(), news.size(), 0, &err), 0);
     EXPECT_EQ(peer.drain(), upTo(1));
-
-    EXPECT_EQ(zekEvhSubscribeEvt(key, EVT_CARD_DOWN, 3), -1) << "no event handler in the chassis";
-    chassis.tasks.push_back({APP_EVH, 0, RP});
-    EXPECT_EQ(zekEvhSubscribeEvt(key, EVT_CARD_DOWN, 3), -1) << "nobody listens";
-    endpoint evh(run.path, RP, aclServicePort(APP_EVH, 0, QUEUE_REQUEST));
-    EXPECT_EQ(zekEvhSubscribeEvt(key, EVT_CARD_DOWN, 3), 0);
-    bytes got;
-    ASSERT_EQ(evh.recv(&got), 68);
-    EXPECT_EQ(uint32_t(*wireView<be32>(std::span<const uint8_t>(got), 60)), EVT_CARD_DOWN);
 }
 
 }  // namespace
