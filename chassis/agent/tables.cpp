@@ -260,7 +260,10 @@ agentVerdict proceed(agentTables* tables, const download& d) {
 // --- settings of the card, which are about no list ---
 
 agentVerdict keepProtocolFilter(agentTables* tables, std::span<const uint8_t> message) {
-    const auto words = message.subspan(sizeof(ipcHdr));
+    if (message.size() < sizeof(agentHdr))
+        return refuse(tables, agentRefusal::length, MT_ACLMAC_PROTOCOL_FILTER,
+                      "shorter than a download's header");
+    const auto words = message.subspan(sizeof(agentHdr));
     tables->protocolFilter.assign(words.begin(), words.end());
     tables->protocolFilters++;
     return done(tables, MT_ACLMAC_PROTOCOL_FILTER, true);

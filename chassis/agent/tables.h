@@ -52,7 +52,7 @@ struct agentTables {
 
     // 14495: nothing filters by what it says here; kept as it came, from behind the IPC header on.
     uint64_t protocolFilters = 0;
-    std::vector<uint8_t> protocolFilter;  // of the newest
+    std::vector<uint8_t> protocolFilter;  // what the newest carried
     gathering pending;
 };
 

@@ -48,9 +48,10 @@ TEST_F(Query, SummaryAndLists) {
     send(group);
     send(build({14410, "IN", PORT, {}}));  // refused
 
-    bytes filter(72);
+    bytes filter(144);
     put32(filter, 12, 14495);
-    filter[62] = 0xAB;
+    put32(filter, 128, 12);  // its length, no part of the filter
+    filter[134] = 0xAB;
     send(filter);
     json s = text(ask(1));
     const std::pair<const char*, json> expected[] = {{"slot", 1},

@@ -160,7 +160,8 @@ TEST_F(Tables, ListsOfAddressesAndOfLimits) {
         {14490, "A", PORT, {1}, REFUSED, "A@p;B@p;"},
         {14494, "A", PORT, {1, 2}, APPLIED, "B@p;"},
     });
-    EXPECT_EQ(send(with(bytes(64), 12, 14495)), APPLIED);
+    EXPECT_EQ(send(with(bytes(131), 12, 14495)), REFUSED);
+    EXPECT_EQ(send(with(bytes(132), 12, 14495)), APPLIED);
     EXPECT_EQ(t.protocolFilters, 1u);
 }
 
