@@ -63,7 +63,7 @@ TEST_P(Show, TheBufferGrowsWithItsLines) {
 TEST_P(Show, TheWalkOverAllSkipsPlaceholdersAndEnds) {
     const std::string longest(LIST_NAME_LEN, 'x'), names[] = {"B", "D", "d", longest};
     for (const char* placeholder : {"A", "C", "CC", "Z"}) make(1, listNameMake(placeholder));
-    for (size_t i : {1, 3, 0, 2}) make(0, listNameMake(names[i]));
+    for (size_t i : {size_t{1}, size_t{3}, size_t{0}, size_t{2}}) make(0, listNameMake(names[i]));
     std::string cursor;
     for (const std::string& name : names) {
         const answer a = show(cursor, aclListShowNext);
