@@ -2,6 +2,7 @@
 //
 // Ordinary lists are kept in aclNode->trees.v6acl_tree by name; all of them are extended. System
 // lists stand beside those of IPv4.
+#include "common/debug.h"
 #include "include/agentMsg.h"
 #include "include/policyMsg.h"
 #include "ipacl/keys.h"
@@ -146,7 +147,11 @@ uint32_t aclV6AccessListDelete(const listName& name, uint32_t) {
 }
 uint32_t aclV6AddAccessEntry(const listName& name, ip6EntryBlock* block, uint32_t log,
                              uint32_t monitor) {
-    return aclListAdd(ip6Family, name, block, {log, monitor});
+    aclDebug(DEBUG_ACL_GENERAL, "Adding entry to IPv6 ACL " LIST_NAME_FMT "\r\n",
+             listNameArg(name));
+    const uint32_t status = aclListAdd(ip6Family, name, block, {log, monitor});
+    if (status == ACL_E_NOLIST) aclDebug(DEBUG_ACL_GENERAL, "ACL not found\r\n");
+    return status;
 }
 uint32_t aclV6DelAccessEntry(const listName& name, const ip6EntryBlock* block, uint32_t send,
                              uint32_t cfgAndTrigger) {

@@ -184,8 +184,8 @@ constexpr grammarNode opcodeValueNodes[] = {
 constexpr grammarState sArpOpcodeValue{opcodeValueNodes};
 // Written out, because hexadecimal numbers stand nowhere else.
 constexpr grammarNode etherTypeNodes[] = {
-    {cliArg::hex, "<1-ffff>", "ether-type", &sEtherSrc, entryFrame, entryValue(W::etherType), 0, 0, 1,
-     0xFFFF, ANY_WORD},
+    {cliArg::hex, "<1-ffff>", "ether-type", &sEtherSrc, entryFrame, entryValue(W::etherType), 0, 0,
+     1, 0xFFFF, ANY_WORD},
 };
 constexpr grammarState sEtherType{etherTypeNodes};
 

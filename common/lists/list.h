@@ -4,7 +4,7 @@
 //   aclList --head/tail--> listEntry <-> listEntry ...    ascending sequence numbers
 //           --clients----> listClient <-> listClient ...  newest first; those of interfaces are
 //                                                         aclBinding records
-//           --remarks----> aclRemark <-> aclRemark ...    ascending sequence numbers, and a tree of them
+//           --remarks----> aclRemark <-> aclRemark ...    ascending sequence numbers, and a tree
 //           --seqTree, contentTree: duplicate-check nodes that point at the same entries
 //
 // The store that made a record owns it. All records come from the platform's pools.
