@@ -25,8 +25,12 @@ class Filter : public IpAcl {
         return list;
     }
     static uint32_t put(Block block, uint32_t seq) {
-        block.seq = seq;
-        return aclListAdd(F::row, A, &block, {});
+        struct {
+            Block block;
+            uint8_t behind[8];  // what the family's record has behind the block
+        } record{block, {}};
+        record.block.seq = seq;
+        return aclListAdd(F::row, A, &record, {});
     }
     static uint32_t take(uint32_t seq) {
         Block block{};
