@@ -53,7 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             auto* cli = reinterpret_cast<cliHdr*>(received);
             cli->ipc.mtype = MT_CLI_COMMAND;
             cli->ipc.length = static_cast<uint32_t>(length);
-            cli->code = 1000 + cli->code % 192;
+            const uint32_t code = cli->code % 202;
+            cli->code = code < 192 ? 1000 + code : CLI_SHOW_V6_ACL + code - 192;
             pick(&cli->name);
         } else if ((selector & 2) != 0 && length >= sizeof(clientRegReq)) {
             auto* request = reinterpret_cast<clientRegReq*>(received);

@@ -4,13 +4,49 @@
 #include "include/policyMsg.h"
 #include "interface/interface.h"
 #include "ipacl/store.h"
+#include "ipacl/zekipmac.h"
+#include "ipacl/zekvlangroup.h"
 #include "platform/test/record.h"
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
 
+// A group's list, its members, then the group itself.
+inline void forgetGroups() {
+    while (const aclVlanGroup* group = aclVlanGroupNext(listName{})) {
+        const listName name = group->name;
+        if (group->list != nullptr) {
+            const listName list = group->list->name;
+            (void)aclApplyRemoveAclVlanGrp(name, list, 0, false);
+        }
+        bindingVlans all{};
+        all.given = 1u;
+        for (size_t vlan = 0; vlan < group->members.size(); vlan++)
+            if (group->members.test(vlan))
+                all.bits[vlan / 8] = static_cast<uint8_t>(all.bits[vlan / 8] | 0x80 >> vlan % 8);
+        all.count = static_cast<uint32_t>(group->members.count());
+        if (group->members.any()) (void)aclAddDelAclVlanGrpMember(name, all, false);
+        if (aclCreateDelAclVlanGrp(name, 0, false) != ACL_OK) std::abort();
+    }
+}
+
+// The pairs of source guard, whoever wants them; with the last one its list.
+inline void forgetPairs() {
+    while (const auto* list = nameTreeFirst<aclList>(aclNode->trees.ipMacAcl_tree)) {
+        const auto& entry = static_cast<const ipMacEntry&>(*list->head);
+        const uint32_t ifindex = list->clients->id;
+        const ipMacPair pair = ipMacPairOf(entry);
+        const bool configured = (entry.sources & IPMAC_CONFIGURED) != 0;
+        if ((configured ? ipSourceGuardDel(ifindex, pair)
+                        : aclMgrIpMacAclDel(ifindex, pair.address, pair.mac, pair.vlan)) != ACL_OK)
+            std::abort();
+    }
+}
+
 // Bindings keep a deleted list as a placeholder, so they go first.
 inline void forgetLists() {
+    forgetGroups();
+    forgetPairs();
     for (const aclIntf* intf = AclIntfTreeFindFirst(); intf != nullptr;
          intf = AclIntfTreeFindNext(intf->ifindex))
         for (const aclFamily* family : aclFamilies)
