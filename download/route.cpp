@@ -23,7 +23,7 @@ int enqueue(const agentRoute& route, size_t length, const Fill& fill) {
     void* message = acl_Swp_Alloc(length);
     if (message == nullptr) {
         aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");
-        aclAgentLost(route.agent);
+        zekSwpQueueLose(route.queue);
         return -1;
     }
     fill(message);
@@ -103,6 +103,26 @@ int aclSendIpcToAclAgent(uint32_t slot, const agentReseqMsg& bundle) {
         auto* message = static_cast<agentReseqMsg*>(block);
         *message = bundle;
         message->ipc = header.ipc;
+    });
+}
+
+int aclSendToMacAgent(uint32_t slot, uint32_t messageId, void* message, size_t size) {
+    if (!aclMayDownload() || slot >= SLOT_COUNT) return 0;
+    const aclLinecard& card = aclLinecardInfo[slot];
+    // Cards of this type have their MAC agent elsewhere.
+    const uint32_t app = card.type == 1 ? uint32_t{APP_MAC_AGENT_1} : uint32_t{APP_MAC_AGENT};
+    const agentRoute route{card.macAgent,
+                           slot,
+                           card.agentIpAddr,
+                           aclServicePort(app, slot, QUEUE_REQUEST),
+                           static_cast<int>(slot),
+                           slot,
+                           slot};
+    agentHdr header;
+    vAclBuildIpcHdr(&header, route, size, messageId);
+    return enqueue(route, size, [&](void* block) {
+        std::memcpy(message, &header.ipc, sizeof header.ipc);
+        std::memcpy(block, message, size);
     });
 }
 

@@ -23,9 +23,11 @@ uint8_t* stagingBuffer() {
 
 // How many entries go with a send of entries: one, but for the batches of the system lists.
 uint32_t entriesIn(const aclSend& send) {
-    if (send.messageId != MT_ACL_SYS_ADDENT && send.messageId != MT_ACL_SYS_DEL) return 1;
+    const bool v4 = send.messageId == MT_ACL_SYS_ADDENT || send.messageId == MT_ACL_SYS_DEL;
+    if (!v4 && send.messageId != MT_ACL_V6_SYS_ADDENT && send.messageId != MT_ACL_V6_SYS_DEL)
+        return 1;
     // Entries to routing protocols go out one by one.
-    if (ipIsProtocolAddress(static_cast<const aclEntry*>(send.entry)->block.dst)) return 1;
+    if (v4 && ipIsProtocolAddress(static_cast<const aclEntry*>(send.entry)->block.dst)) return 1;
     uint32_t count = 0;
     for (const listEntry* e = send.entry; e != nullptr && count < send.count; e = e->next) count++;
     return std::max(count, 1u);

@@ -57,6 +57,10 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route
 // Fills the header of a message on its route; the length word says body + 132.
 void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen, uint32_t messageId);
 
+// One message (a record of protMsg.h, of which the header is filled in here) to the MAC agent of a
+// slot. Results as above.
+int aclSendToMacAgent(uint32_t slot, uint32_t messageId, void* message, size_t size);
+
 // Slots 0 to this one are told of new numbers by bundles; agents of others are to be sent the list.
 constexpr uint32_t RESEQ_LAST_SLOT = 12;
 // A bundle of new numbers to the agent of one slot, results as iAclSendToAclAgent, or to all. Its

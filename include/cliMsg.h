@@ -36,8 +36,8 @@ enum aclCliCode : uint32_t {
     CLI_MAC_BIND = 1104,
     CLI_MAC_UNBIND = 1105,
     CLI_TRAP_A = 1106,  // protocol trapping, to the cards' agents
-    CLI_TRAP_DHCP_A = 1108,
-    CLI_TRAP_DHCP_B = 1109,
+    CLI_DHCP_TRAP = 1108,
+    CLI_DHCP_NO_TRAP = 1109,
     CLI_TELNET_VALUE = 1114,
     CLI_TRAP_B = 1115,
     CLI_TRAP_C = 1120,

@@ -18,6 +18,7 @@ enum aclApp : uint32_t {
     APP_IPM = 87,
     APP_DSMGR = 94,
     APP_EVH = 99,
+    APP_MAC_AGENT_1 = 99,  // in cards of type 1; a card has no event handler
     APP_MACMGR = 100,
     APP_IGMP = 140,
     APP_PIM = 141,
@@ -41,6 +42,8 @@ static_assert(aclServicePort(APP_ACL, 0, QUEUE_REQUEST) == 7809);
 static_assert(aclServicePort(APP_ACL, 0, QUEUE_RESPONSE) == 7810);
 static_assert(aclServicePort(APP_ACL_AGENT_CP, 0, QUEUE_REQUEST) == 21121);
 static_assert(aclServicePort(APP_MACMGR, 0, QUEUE_REQUEST) == 12801);
+static_assert(aclServicePort(APP_MAC_AGENT, 0, QUEUE_REQUEST) == 0x4A01);
+static_assert(aclServicePort(APP_MAC_AGENT_1, 0, QUEUE_REQUEST) == 0x3181);
 
 // Services above the 16-bit range belong to processes without an application number (shells): the
 // base plus the process id.

@@ -9,11 +9,15 @@
 // stand in interface/members.cpp.
 #pragma once
 
+#include <array>
+#include <bit>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "common/lists/list.h"
 #include "include/ifindex.h"
+#include "include/protMsg.h"
 #include "include/wire.h"
 #include "platform/api/zekRadix.h"
 
@@ -47,6 +51,32 @@ inline bool vlanBitTest(const vlanBits* bits, uint32_t vlan) {
     return (bits->word[(vlan % VLAN_BITS) / 64] >> (vlan % 64) & 1) != 0;
 }
 
+// --- what the router itself does on an interface -------------------------------------------------
+
+// An address of the router. An IPv4 address is the first word, the others are 0.
+struct aclAddress {
+    std::array<uint32_t, 4> word{};
+    uint32_t prefixLength = 0;  // IPv6 only
+    bool isV6 = false;
+    bool installed = false;  // its entries are meant to be on the cards
+    // A protocol's disable took it out of the records. Its entries stay until the interface manager
+    // takes the address away.
+    bool forgotten = false;
+    bool is(const aclAddress& other) const { return word == other.word && isV6 == other.isV6; }
+};
+// A protocol that its task has enabled, as it was asked for.
+struct aclProtocolUse {
+    protRecord record;
+};
+// Of a port, a LAG or a VLAN; made on first use.
+struct aclPlaceUse {
+    std::vector<aclAddress> addresses;  // in the order added; the first is the primary one
+    std::vector<aclProtocolUse> protocols;
+    uint32_t protocolFlags = 0;  // a bit for each row of the protocols' table
+    uint32_t ripUsers = 0;
+    uint32_t mode = 0;  // the port's, as the interface manager calls it
+};
+
 struct aclIntf {
     zekRadixNode link;
     be32 key;
@@ -55,8 +85,12 @@ struct aclIntf {
     std::vector<uint32_t> lagMembers;  // ports, in the order in which they joined
     vlanBits* vlans;                   // the VLANs that the interface is a member of
     uint32_t isLag;
-    uint32_t direction;  // of the binding that made the record
-    uint32_t flags;      // intfFlag
+    uint32_t direction;                // of the binding that made the record
+    uint32_t flags;                    // intfFlag
+    uint32_t lag;                      // that the port is a member of, or 0
+    uint32_t mcastId;                  // of a LAG
+    uint32_t addressVlans;             // how many of its VLANs carry an interface address
+    std::unique_ptr<aclPlaceUse> use;  // null: nothing
 };
 
 aclIntf* AclIntfTreeFind(uint32_t ifindex);
@@ -70,6 +104,15 @@ enum class intfRefused { nothing, record, bitmap };
 aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refused);
 // Takes the record out of the tree and frees it.
 void aclIntfDrop(aclIntf* intf);
+
+// What the router does on an interface: the VLAN's record or the interface's. Null: nothing.
+aclPlaceUse* aclPlaceUseFind(uint32_t ifindex);
+// Makes it, and the record, when there is none; null without memory (a system error is raised).
+aclPlaceUse* aclPlaceUseObtain(uint32_t ifindex);
+// Calls fn(ifindex, use) for every one of them: interfaces in the order of their indexes, then
+// VLANs.
+template <class Fn>
+void aclForPlaceUses(Fn&& fn);
 
 // --- LAG members ---
 
@@ -102,6 +145,7 @@ struct aclVlan {
     zekRadix* members;  // "vlanInfoTree"
     uint32_t state;
     uint32_t mcastId;
+    std::unique_ptr<aclPlaceUse> use;  // null: nothing
 };
 
 aclVlan* aclVlanTreeFind(uint32_t vlanIfindex);
@@ -150,4 +194,35 @@ void aclWalkPorts(uint32_t ifindex, Fn&& fn) {
         default:
             fn(ifindex);
     }
+}
+
+template <class Fn>
+void aclForPlaceUses(Fn&& fn) {
+    for (const aclIntf* i = AclIntfTreeFindFirst(); i != nullptr;
+         i = AclIntfTreeFindNext(i->ifindex))
+        if (i->use != nullptr) fn(i->ifindex, *i->use);
+    for (const aclVlan* v = aclVlanTreeFindFirst(); v != nullptr;
+         v = aclVlanTreeFindNext(v->ifindex))
+        if (v->use != nullptr) fn(v->ifindex, *v->use);
+}
+// Calls fn(VLAN ifindex) for the VLANs that the port or LAG is a member of, in order of their ids.
+template <class Fn>
+void aclForVlansOf(const aclIntf& member, Fn&& fn) {
+    for (size_t word = 0; word < std::size(member.vlans->word); word++)
+        for (uint64_t bits = member.vlans->word[word]; bits != 0; bits &= bits - 1)
+            fn(ifindexMake(IF_TYPE_VLAN, static_cast<uint32_t>(word * 64) +
+                                             static_cast<uint32_t>(std::countr_zero(bits))));
+}
+// Calls fn(source) for every place whose members include the port: the port itself, its LAG, and
+// the VLANs of both.
+template <class Fn>
+void aclForPlacesOf(uint32_t port, Fn&& fn) {
+    fn(port);
+    const aclIntf* intf = AclIntfTreeFind(port);
+    if (intf == nullptr) return;
+    aclForVlansOf(*intf, fn);
+    const aclIntf* lag = intf->lag != 0 ? AclIntfTreeFind(intf->lag) : nullptr;
+    if (lag == nullptr) return;
+    fn(intf->lag);
+    aclForVlansOf(*lag, fn);
 }

@@ -103,6 +103,35 @@ aclIntf* aclIntfObtain(uint32_t ifindex, uint32_t direction, intfRefused* refuse
     return intf;
 }
 
+namespace {
+
+aclPlaceUse* obtain(std::unique_ptr<aclPlaceUse>* use, uint32_t ifindex) {
+    if (*use == nullptr) use->reset(new (std::nothrow) aclPlaceUse);
+    if (*use == nullptr) noMemory("what is on", ifindex);
+    return use->get();
+}
+
+}  // namespace
+
+aclPlaceUse* aclPlaceUseFind(uint32_t ifindex) {
+    if (ifindexType(ifindex) == IF_TYPE_VLAN) {
+        const aclVlan* vlan = aclVlanTreeFind(ifindex);
+        return vlan != nullptr ? vlan->use.get() : nullptr;
+    }
+    const aclIntf* intf = AclIntfTreeFind(ifindex);
+    return intf != nullptr ? intf->use.get() : nullptr;
+}
+
+aclPlaceUse* aclPlaceUseObtain(uint32_t ifindex) {
+    if (ifindexType(ifindex) == IF_TYPE_VLAN) {
+        aclVlan* vlan = aclVlanObtain(ifindex);
+        return vlan != nullptr ? obtain(&vlan->use, ifindex) : nullptr;
+    }
+    aclIntf* intf = aclIntfObtain(ifindex, 0, nullptr);
+    if (intf == nullptr) noMemory("interface", ifindex);
+    return intf != nullptr ? obtain(&intf->use, ifindex) : nullptr;
+}
+
 void aclIntfDrop(aclIntf* intf) {
     zekRadixRemove(aclNode->trees.acl_intf_tree, &intf->link);
     aclBitMapFree(intf->vlans);
@@ -116,13 +145,16 @@ aclIntf* aclAddLagIntfPtToTree(uint32_t lagIfindex) {
 }
 
 int aclLagMemberAdd(uint32_t lagIfindex, uint32_t port) {
-    if (ifindexType(lagIfindex) != IF_TYPE_LAG || ifindexSlot(port) == SLOT_NONE) return -1;
+    if (ifindexType(lagIfindex) != IF_TYPE_LAG || port < SLOT_COUNT ||
+        ifindexSlot(port) == SLOT_NONE)
+        return -1;
     aclIntf* lag = aclAddLagIntfPtToTree(lagIfindex);
-    if (lag != nullptr && std::ranges::find(lag->lagMembers, port) != lag->lagMembers.end())
-        return 1;
+    aclIntf* intf = lag != nullptr ? aclIntfObtain(port, 0, nullptr) : nullptr;
     try {
-        if (lag != nullptr) {
+        if (intf != nullptr) {
+            if (intf->lag != 0) return intf->lag == lagIfindex ? 1 : -1;
             lag->lagMembers.push_back(port);
+            intf->lag = lagIfindex;
             return 0;
         }
     } catch (const std::bad_alloc&) {
@@ -133,18 +165,14 @@ int aclLagMemberAdd(uint32_t lagIfindex, uint32_t port) {
 
 int aclLagMemberRemove(uint32_t lagIfindex, uint32_t port) {
     aclIntf* lag = AclIntfTreeFind(lagIfindex);
-    return lag != nullptr && std::erase(lag->lagMembers, port) != 0 ? 0 : 1;
+    if (lag == nullptr || std::erase(lag->lagMembers, port) == 0) return 1;
+    if (aclIntf* intf = AclIntfTreeFind(port)) intf->lag = 0;
+    return 0;
 }
 
 uint32_t aclLagOfPort(uint32_t port) {
-    // LAG indexes are neighbours: they have no slot bits in front of their type.
-    constexpr uint32_t first = ifindexMake(IF_TYPE_LAG, 0);
-    for (const aclIntf* intf = AclIntfTreeFindNext(first - 1);
-         intf != nullptr && intf->ifindex <= ifindexMake(IF_TYPE_LAG, 0x3FFF);
-         intf = AclIntfTreeFindNext(intf->ifindex))
-        if (std::ranges::find(intf->lagMembers, port) != intf->lagMembers.end())
-            return intf->ifindex;
-    return 0;
+    const aclIntf* intf = AclIntfTreeFind(port);
+    return intf != nullptr ? intf->lag : 0;
 }
 
 const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count) {
@@ -198,15 +226,22 @@ aclVlanMember* aclVlanInfoTreeFindNext(const aclVlan* vlan, uint32_t member) {
 }
 
 int aclVlanMemberAdd(uint32_t vlanIfindex, uint32_t member) {
-    if (ifindexType(member) == IF_TYPE_VLAN) return -1;
+    if (ifindexType(member) == IF_TYPE_VLAN || member < SLOT_COUNT ||
+        ifindexPort(vlanIfindex) >= VLAN_BITS)
+        return -1;
     aclVlan* vlan = aclVlanObtain(vlanIfindex);
     if (vlan == nullptr) return -1;
     if (aclVlanInfoTreeFind(vlan, member) != nullptr) return 1;
-    aclVlanMember* record = make<aclVlanMember>(POOL_VLAN, sizeof(aclVlanMember), member);
+    aclIntf* intf = aclIntfObtain(member, 0, nullptr);
+    aclVlanMember* record =
+        intf != nullptr ? make<aclVlanMember>(POOL_VLAN, sizeof(aclVlanMember), member) : nullptr;
     if (record != nullptr) {
         record->vlanIfindex = vlanIfindex;
         record->mcastId = vlan->mcastId;
-        if (insert(vlan->members, record)) return 0;
+        if (insert(vlan->members, record)) {
+            vlanBitSet(intf->vlans, ifindexPort(vlanIfindex), true);
+            return 0;
+        }
         release(record);
     }
     noMemory("a member of VLAN", vlanIfindex);
@@ -217,6 +252,8 @@ int aclVlanMemberRemove(uint32_t vlanIfindex, uint32_t member) {
     aclVlan* vlan = aclVlanTreeFind(vlanIfindex);
     aclVlanMember* record = vlan != nullptr ? aclVlanInfoTreeFind(vlan, member) : nullptr;
     if (record == nullptr) return 1;
+    if (aclIntf* intf = AclIntfTreeFind(member))
+        vlanBitSet(intf->vlans, ifindexPort(vlanIfindex), false);
     zekRadixRemove(vlan->members, &record->link);
     release(record);
     return 0;

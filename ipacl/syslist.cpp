@@ -91,26 +91,31 @@ uint32_t deleteList(const aclFamily& family, const listName& name, uint32_t ifin
 }
 
 // The blocks as a chain of records that live for one send only.
-uint32_t sendBatch(const listName& name, const ipEntryBlock* blocks, uint32_t log, uint32_t ifindex,
-                   uint32_t count, uint32_t messageId) {
+uint32_t sendBatch(const aclFamily& family, const listName& name, const void* blocks, uint32_t log,
+                   const aclTarget& target, uint32_t count, uint32_t messageId) {
     if (count == 0 || count > BATCH_MAX) return ACL_E_SYSTEM;
     aclList batch{};
     batch.name = name;
-    if (const aclList* known = ipSysAccessListFind(name)) batch.kind = known->kind;
+    batch.family = &family;
+    if (const aclList* known = aclListFind(family, name)) batch.kind = known->kind;
     uint32_t status = ACL_OK;
     for (uint32_t i = 0; i < count && status == ACL_OK; i++) {
-        listEntry* entry = aclEntryMake(ip4SystemFamily, &blocks[i], {log});
+        const auto* block = static_cast<const uint8_t*>(blocks) + i * family.blockBytes;
+        listEntry* entry = aclEntryMake(family, block, {log});
         if (entry != nullptr)
             aclEntryLink(&batch, entry, nullptr);
         else
             status = ACL_E_ENTRY_MEMORY;
     }
-    if (status == ACL_OK) send(ifindex, {messageId, &batch, batch.head, count});
+    if (status == ACL_OK) (void)iAclSendToAclAgent(target, {messageId, &batch, batch.head, count});
     while (listEntry* entry = batch.head) {
         aclEntryUnlink(&batch, entry);
         aclEntryFree(entry);
     }
     return status;
+}
+aclTarget targetOf(uint32_t ifindex) {
+    return {ifindex, SLOT_NONE, aclPortPipe(ifindex)};
 }
 
 }  // namespace
@@ -170,10 +175,18 @@ uint32_t aclV6SysAccessListDelete(const listName& name, uint32_t ifindex) {
 
 uint32_t ipSysAddThirteenAccessEntry(const listName& name, const ipEntryBlock* blocks, uint32_t log,
                                      uint32_t ifindex, uint32_t count) {
-    return sendBatch(name, blocks, log, ifindex, count, MT_ACL_SYS_ADDENT);
+    return sendBatch(ip4SystemFamily, name, blocks, log, targetOf(ifindex), count,
+                     MT_ACL_SYS_ADDENT);
 }
-
 uint32_t ipSysDelThirteenAccessEntry(const listName& name, const ipEntryBlock* blocks, uint32_t log,
                                      uint32_t ifindex, uint32_t count) {
-    return sendBatch(name, blocks, log, ifindex, count, MT_ACL_SYS_DEL);
+    return sendBatch(ip4SystemFamily, name, blocks, log, targetOf(ifindex), count, MT_ACL_SYS_DEL);
+}
+uint32_t aclV6SysAddThirteenAccessEntry(const listName& name, const ip6EntryBlock* blocks,
+                                        uint32_t log, const aclTarget& target, uint32_t count) {
+    return sendBatch(ip6SystemFamily, name, blocks, log, target, count, MT_ACL_V6_SYS_ADDENT);
+}
+uint32_t aclV6SysDelThirteenAccessEntry(const listName& name, const ip6EntryBlock* blocks,
+                                        uint32_t log, const aclTarget& target, uint32_t count) {
+    return sendBatch(ip6SystemFamily, name, blocks, log, target, count, MT_ACL_V6_SYS_DEL);
 }

@@ -13,6 +13,7 @@
 #include "common/lists/list.h"
 #include "include/agentMsg.h"
 #include "include/status.h"
+#include "interface/targets.h"
 
 // --- ordinary lists (list.cpp) ---------------------------------------------------------------
 
@@ -86,6 +87,11 @@ uint32_t ipSysAddThirteenAccessEntry(const listName& name, const ipEntryBlock* b
                                      uint32_t ifindex, uint32_t count);
 uint32_t ipSysDelThirteenAccessEntry(const listName& name, const ipEntryBlock* blocks, uint32_t log,
                                      uint32_t ifindex, uint32_t count);
+// Those of IPv6, to a target: a card as a whole is {0, slot, all ones}.
+uint32_t aclV6SysAddThirteenAccessEntry(const listName& name, const ip6EntryBlock* blocks,
+                                        uint32_t log, const aclTarget& target, uint32_t count);
+uint32_t aclV6SysDelThirteenAccessEntry(const listName& name, const ip6EntryBlock* blocks,
+                                        uint32_t log, const aclTarget& target, uint32_t count);
 aclList* ipSysAccessListFind(const listName& name);
 aclList* ipSysAccessListFindFirst();
 aclList* ipSysAccessListFindNext(const listName& name);

@@ -163,7 +163,7 @@ constexpr cliRow cliTable[] = {
      cliIpBind, MAKES | CLI_VLANS, INTF_MAC},
     {CLI_MAC_UNBIND,              "unbind MAC list",                   sizeof(cliUnbindReq), cliIpUnbind, GOES, INTF_MAC},
     {CLI_TRAP_A,                  "protocol trapping",                 CLI,          nullptr},
-    {{CLI_TRAP_DHCP_A, CLI_TRAP_DHCP_B}, "protocol trapping",          CLI,          nullptr},
+    {{CLI_DHCP_TRAP, CLI_DHCP_NO_TRAP}, "protocol trapping",          CLI,          nullptr},
     {CLI_TELNET_VALUE,            "list of a Telnet server",           WORD,         cliTelnetValue<AclGetTelnetValue>},
     {CLI_TRAP_B,                  "protocol trapping",                 CLI,          nullptr},
     {CLI_TRAP_C,                  "protocol trapping",                 CLI,          nullptr},

@@ -197,3 +197,15 @@ int aclFollowLagLeft(uint32_t lagIfindex, uint32_t port) {
 int aclFollowVlanJoined(uint32_t vlanIfindex, uint32_t member) {
     return run(vlanJoined, vlanIfindex, member);
 }
+
+int aclFollowVlanLeft(uint32_t vlanIfindex, uint32_t member) {
+    return aclVlanMemberRemove(vlanIfindex, member);
+}
+
+void aclFollowVlanGone(uint32_t vlanIfindex) {
+    if (aclVlan* vlan = aclVlanTreeFind(vlanIfindex)) aclVlanDrop(vlan);
+}
+
+void aclFollowLagGone(uint32_t lagIfindex) {
+    if (aclIntf* lag = AclIntfTreeFind(lagIfindex)) aclIntfDrop(lag);
+}

@@ -21,3 +21,7 @@ void aclFollowPrimaryBack(uint32_t slot);
 int aclFollowLagJoined(uint32_t lagIfindex, uint32_t port);
 int aclFollowLagLeft(uint32_t lagIfindex, uint32_t port);
 int aclFollowVlanJoined(uint32_t vlanIfindex, uint32_t member);
+int aclFollowVlanLeft(uint32_t vlanIfindex, uint32_t member);
+// Every member leaves, what is bound is unbound, and the record goes.
+void aclFollowVlanGone(uint32_t vlanIfindex);
+void aclFollowLagGone(uint32_t lagIfindex);

@@ -1,0 +1,96 @@
+// Members of VLANs and LAGs as the cards' MAC agents know them: see membership.h.
+#include "protocol/membership.h"
+
+#include "download/zekacl_download.h"
+#include "include/ifmMsg.h"
+
+namespace {
+
+// One port, to its card's agent.
+void sendPort(uint32_t port, uint32_t vlanId, uint32_t mcastId, bool add) {
+    const int slot = ifindexSlot(port);
+    if (slot == SLOT_NONE || mcastId == 0) return;
+    macMemberMsg message{};
+    message.add = add ? 1 : 0;
+    message.port = port;
+    message.vlan = vlanId;
+    message.mcastId = mcastId;
+    (void)aclSendToMacAgent(static_cast<uint32_t>(slot), MT_MAC_MEMBER, &message, sizeof message);
+}
+
+void sendMember(const aclVlanMember& member, bool add) {
+    aclWalkPorts(member.ifindex, [&](uint32_t port) {
+        sendPort(port, ifindexPort(member.vlanIfindex), member.mcastId, add);
+    });
+}
+
+template <class Fn>
+void forMembers(const aclVlan& vlan, Fn&& fn) {
+    for (aclVlanMember* m = aclVlanInfoTreeFindFirst(&vlan); m != nullptr;
+         m = aclVlanInfoTreeFindNext(&vlan, m->ifindex))
+        fn(*m);
+}
+
+}  // namespace
+
+void aclAddDelMcastGrpIdVlan(uint32_t vlanIfindex, uint32_t mcastId, bool add) {
+    aclVlan* vlan = add ? aclVlanObtain(vlanIfindex) : aclVlanTreeFind(vlanIfindex);
+    if (vlan == nullptr) return;
+    forMembers(*vlan, [&](aclVlanMember& member) {
+        if (!add) sendMember(member, false);
+        member.mcastId = add ? mcastId : 0;
+        if (add) sendMember(member, true);
+    });
+    vlan->mcastId = add ? mcastId : 0;
+}
+
+void aclAddDelMcastGrpIdLAG(uint32_t lagIfindex, uint32_t mcastId, bool add) {
+    aclIntf* lag = add ? aclAddLagIntfPtToTree(lagIfindex) : AclIntfTreeFind(lagIfindex);
+    if (lag == nullptr) return;
+    if (add) lag->mcastId = mcastId;
+    for (uint32_t port : lag->lagMembers) aclSendLagMember(lagIfindex, port, add);
+    if (!add) lag->mcastId = 0;
+}
+
+void aclIfmAddDelMgid(uint32_t ifindex, uint32_t mcastId, uint32_t type) {
+    const bool add = type == IFM_SVC_ADD_VLAN_MGID || type == IFM_SVC_ADD_LAG_MGID;
+    const bool ofVlan = type == IFM_SVC_ADD_VLAN_MGID || type == IFM_SVC_DEL_VLAN_MGID;
+    if (ifindexType(ifindex) != (ofVlan ? IF_TYPE_VLAN : IF_TYPE_LAG)) return;
+    if (ofVlan)
+        aclAddDelMcastGrpIdVlan(ifindex, mcastId, add);
+    else
+        aclAddDelMcastGrpIdLAG(ifindex, mcastId, add);
+}
+
+void aclSendVlanMember(uint32_t vlanIfindex, uint32_t member, bool add) {
+    const aclVlan* vlan = aclVlanTreeFind(vlanIfindex);
+    const aclVlanMember* record = vlan != nullptr ? aclVlanInfoTreeFind(vlan, member) : nullptr;
+    if (record != nullptr) sendMember(*record, add);
+}
+
+void aclSendLagMember(uint32_t lagIfindex, uint32_t port, bool add) {
+    const aclIntf* lag = AclIntfTreeFind(lagIfindex);
+    if (lag == nullptr) return;
+    sendPort(port, 0, lag->mcastId, add);
+}
+
+void aclAddDelVlanMemNotifToAclAgent(uint32_t member, uint32_t vlanId) {
+    const aclVlan* vlan = aclVlanTreeFind(ifindexMake(IF_TYPE_VLAN, vlanId));
+    if (vlan == nullptr) return;
+    forMembers(*vlan, [member](const aclVlanMember& m) {
+        if (member == 0 || m.ifindex == member) sendMember(m, true);
+    });
+}
+
+void aclReplayMembership(uint32_t slot) {
+    for (const aclIntf* i = AclIntfTreeFindFirst(); i != nullptr;
+         i = AclIntfTreeFindNext(i->ifindex)) {
+        const uint32_t port = i->ifindex;
+        if (port < SLOT_COUNT || ifindexSlot(port) != static_cast<int>(slot)) continue;
+        aclForPlacesOf(port, [&](uint32_t place) {
+            if (place == i->lag) aclSendLagMember(place, port, true);
+            if (const aclVlan* vlan = aclVlanTreeFind(place))
+                sendPort(port, ifindexPort(place), vlan->mcastId, true);
+        });
+    }
+}
