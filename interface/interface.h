@@ -93,6 +93,11 @@ struct aclIntf {
     std::unique_ptr<aclPlaceUse> use;  // null: nothing
 };
 
+// The one index of an interface. Bits that its type does not use would make other ones of it, and a
+// port is known by its user's number and by the card's: what has a name is the index that the name
+// stands for. An interface that the chassis does not have (yet) keeps its index.
+uint32_t aclCanonicalIndex(uint32_t ifindex);
+
 aclIntf* AclIntfTreeFind(uint32_t ifindex);
 aclIntf* AclIntfTreeFindFirst();
 // The record with the smallest index above this one, which need not exist itself.
@@ -124,6 +129,10 @@ int aclLagMemberAdd(uint32_t lagIfindex, uint32_t port);
 int aclLagMemberRemove(uint32_t lagIfindex, uint32_t port);
 // The LAG that the port is a member of, or 0.
 uint32_t aclLagOfPort(uint32_t port);
+
+// A card has one list for a port, family and direction, so a port with a list of its own there (or,
+// in the place of an ingress IPv4 list, with source guard) does not take that of its LAG.
+bool aclPortHasOwnList(uint32_t port, uint32_t family, uint32_t direction);
 
 // The member ports of a LAG in the order in which they joined, *count of them; null and 0 when the
 // LAG is not known or empty. Good until the lock is released.

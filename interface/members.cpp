@@ -8,6 +8,7 @@
 #include "common/tree.h"
 #include "interface/interface.h"
 #include "platform/api/zekMem.h"
+#include "platform/api/zekTask.h"
 
 namespace {
 
@@ -70,6 +71,22 @@ void aclBitMapFree(vlanBits* bits) {
 }
 
 // --- interfaces ----------------------------------------------------------------------------------
+
+uint32_t aclCanonicalIndex(uint32_t ifindex) {
+    switch (ifindexType(ifindex)) {
+        case IF_TYPE_LAG:
+        case IF_TYPE_VLAN:
+            return ifindexMake(ifindexType(ifindex), ifindexPort(ifindex));
+        case IF_TYPE_CP:
+            return IFINDEX_CP_BIND | ifindexPort(ifindex);
+    }
+    ifindex &= 0x7FFFFFFF;
+    char name[64];
+    uint32_t named = ifindex;
+    const bool known =
+        ifmIfIndexToLName(ifindex, name, sizeof name) == 0 && ifmLNameToIfIndex(name, &named) == 0;
+    return known ? named : ifindex;
+}
 
 aclIntf* AclIntfTreeFind(uint32_t ifindex) {
     return find<aclIntf>(aclNode->trees.acl_intf_tree, ifindex);
@@ -173,6 +190,14 @@ int aclLagMemberRemove(uint32_t lagIfindex, uint32_t port) {
 uint32_t aclLagOfPort(uint32_t port) {
     const aclIntf* intf = AclIntfTreeFind(port);
     return intf != nullptr ? intf->lag : 0;
+}
+
+bool aclPortHasOwnList(uint32_t port, uint32_t family, uint32_t direction) {
+    const aclIntf* intf = AclIntfTreeFind(port);
+    if (intf == nullptr) return false;
+    return intf->lists[family][direction] != nullptr ||
+           (family == INTF_V4 && direction == INTF_IN &&
+            intf->lists[INTF_IPMAC][INTF_IN] != nullptr);
 }
 
 const uint32_t* aclLagMembers(uint32_t lagIfindex, uint32_t* count) {

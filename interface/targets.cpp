@@ -1,6 +1,8 @@
 // Who receives what is bound to a place: see targets.h.
 #include "interface/targets.h"
 
+#include <algorithm>
+
 #include "interface/halAclMgr.h"
 #include "platform/api/zekTask.h"
 
@@ -52,6 +54,12 @@ uint32_t aclPortPipe(uint32_t ifindex) {
     if (!ifindexHasPortId(ifindex))
         port = zekSysCardTypeUsrPortIdToPortId(slot, ifindexPort(ifindex), port);
     return static_cast<uint32_t>(port < 0 ? -1 : zekSysCardTypePortIdToPP(slot, port));
+}
+
+aclPPBitMap aclOtherTargets(const aclPPBitMap& map) {
+    aclPPBitMap others;
+    std::ranges::transform(map, others.begin(), [](uint32_t marked) { return marked == 0; });
+    return others;
 }
 
 aclPlaceCards aclGetPPBitMap(const aclTargetQuery& query) {

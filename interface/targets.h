@@ -1,9 +1,10 @@
 // Who receives what is bound to a place: the only answer to that question.
 //
 // A port's list goes to its card; a LAG's to the card of each member, from the last that joined to
-// the first, under the member's own index; a VLAN's once to each card that has a member port, on
-// behalf of the VLAN; an ACL VLAN group's once to each card behind its VLANs, on behalf of the
-// group, in a chassis that has groups. The caller holds acl_rwlock.
+// the first, under the member's own index, unless the member has a list of its own there; a VLAN's
+// once to each card that has a member port, on behalf of the VLAN; an ACL VLAN group's once to each
+// card behind its VLANs, on behalf of the group, in a chassis that has groups. The caller holds
+// acl_rwlock.
 #pragma once
 
 #include <array>
@@ -54,6 +55,8 @@ struct aclTargetQuery {
     const aclPPBitMap* without = nullptr;  // of a VLAN or a group: targets that are left out
 };
 
+// All targets but these.
+aclPPBitMap aclOtherTargets(const aclPPBitMap& map);
 aclPlaceCards aclGetPPBitMap(const aclTargetQuery& query);
 aclPlaceCards aclGetVlanGrpPortPipe(const aclTargetQuery& query);
 // The group, or null.
@@ -69,6 +72,8 @@ void aclForTargets(const aclTargetQuery& query, Fn&& fn) {
         return aclWalkPorts(bound, [&](uint32_t port) {
             const int slot = ifindexSlot(port);
             if (slot == SLOT_NONE || (query.onlySlot != SLOT_NONE && slot != query.onlySlot))
+                return;
+            if (port != bound && aclPortHasOwnList(port, query.family, query.place.direction))
                 return;
             fn(aclTargetOfPort(query, port, slot));
         });

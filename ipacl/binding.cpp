@@ -12,6 +12,7 @@
 #include "ipacl/text.h"
 #include "ipacl/zekipmac.h"
 #include "ipacl/zekvlangroup.h"
+#include "platform/api/zekCfg.h"
 #include "platform/api/zekTask.h"
 
 namespace {
@@ -72,7 +73,9 @@ uint32_t refusal(const aclFamily& family, const aclBindRequest& r) {
         if (ifindexPort(r.ifindex) != 0) return ACL_E_CP_PORT;
         if (r.direction == INTF_OUT) return ACL_E_CP_EGRESS;
     }
-    if (aclLagOfPort(r.ifindex) != 0) return ACL_E_LAG_MEMBER;
+    // One that had a list before it joined the LAG keeps it, so it gets it back at a restart, too.
+    if (aclLagOfPort(r.ifindex) != 0 && zekCfgRestoring(aclNode->config.cfgDb) == nullptr)
+        return ACL_E_LAG_MEMBER;
     if (r.direction == INTF_OUT && family.inVlanGroups) {
         const uint32_t status = aclCheckVlanGrpClash(r);
         if (status != ACL_OK) return status;
@@ -205,22 +208,6 @@ uint32_t applyFirst(aclList* list, aclIntf* intf, const aclBindRequest& r) {
 
 }  // namespace
 
-uint32_t aclCanonicalIndex(uint32_t ifindex) {
-    switch (ifindexType(ifindex)) {
-        case IF_TYPE_LAG:
-        case IF_TYPE_VLAN:
-            return ifindexMake(ifindexType(ifindex), ifindexPort(ifindex));
-        case IF_TYPE_CP:
-            return IFINDEX_CP_BIND | ifindexPort(ifindex);
-    }
-    ifindex &= 0x7FFFFFFF;
-    char name[64];
-    uint32_t named = ifindex;
-    const bool known =
-        ifmIfIndexToLName(ifindex, name, sizeof name) == 0 && ifmLNameToIfIndex(name, &named) == 0;
-    return known ? named : ifindex;
-}
-
 uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBindRequest& given) {
     // A bare slot is no interface.
     if (given.direction > INTF_OUT || given.ifindex < SLOT_COUNT) return ACL_E_SYSTEM;
@@ -274,7 +261,21 @@ uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t i
     const int sent = aclSendToInterface(list, {aclEvent::listDeleted}, {ifindex, direction},
                                         {binding->implicitPermit, &binding->block});
     slot = nullptr;
+    aclSendLagListToPort(*intf, family.place, direction);
     clientDrop(list, binding);
     aclListDropUnused(list);
     return sent == 0 ? uint32_t{ACL_OK} : uint32_t{ACL_E_SYSTEM};
+}
+
+void aclRemoveAllFromInterface(uint32_t ifindex) {
+    for (const aclFamily* family : {&macFamily, &ip4Family, &ip6Family})
+        for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+            const aclIntf* intf = AclIntfTreeFind(ifindex);
+            if (intf == nullptr) return;
+            const aclList* list = intf->lists[family->place][direction];
+            if (list == nullptr) continue;
+            const listName name = list->name;  // the list may go with its last binding
+            (void)aclListRemove(*family, name, ifindex, direction);
+        }
+    aclMgrIpMacAclDropAll(ifindex);
 }

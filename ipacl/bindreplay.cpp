@@ -1,5 +1,5 @@
 // Bound lists that are sent although nothing has changed: to a card whose agent has registered, and
-// to a port that joins or leaves a LAG.
+// to ports that join or leave a LAG or a VLAN.
 #include "download/zekacl_download.h"
 #include "interface/interface.h"
 #include "ipacl/propagate.h"
@@ -26,10 +26,19 @@ void sendAgain(const aclList* list, const aclBinding& b, aclEvent event, uint32_
                              only);
 }
 
+// Pairs of source guard are told to cards as IPv4 lists are.
+uint32_t placeOnCards(const aclList& list) {
+    const uint32_t place = list.family->place;
+    return place == INTF_IPMAC ? uint32_t{INTF_V4} : place;
+}
+bool hasOwn(uint32_t port, const aclList& list, uint32_t direction) {
+    return aclPortHasOwnList(port, placeOnCards(list), direction);
+}
+
 void refreshLagPort(uint32_t lagIfindex, uint32_t port, aclEvent event) {
     if (const aclIntf* lag = AclIntfTreeFind(lagIfindex))
-        forBoundLists(*lag, [&](const aclList* list, const aclBinding& binding) {
-            sendAgain(list, binding, event, port);
+        forBoundLists(*lag, [&](const aclList* list, const aclBinding& b) {
+            if (!hasOwn(port, *list, b.direction)) sendAgain(list, b, event, port);
         });
 }
 
@@ -64,11 +73,34 @@ int aclLagPortLeft(uint32_t lagIfindex, uint32_t port) {
     return result;
 }
 
+void aclSendLagListToPort(const aclIntf& port, uint32_t family, uint32_t direction) {
+    const aclIntf* lag = port.lag != 0 ? AclIntfTreeFind(port.lag) : nullptr;
+    if (lag == nullptr) return;
+    forBoundLists(*lag, [&](const aclList* list, const aclBinding& b) {
+        if (b.direction == direction && placeOnCards(*list) == family &&
+            !hasOwn(port.ifindex, *list, direction))
+            sendAgain(list, b, aclEvent::listAdded, port.ifindex);
+    });
+}
+
 void aclVlanMemberJoined(uint32_t vlanIfindex, uint32_t member) {
     if (const aclIntf* vlan = AclIntfTreeFind(vlanIfindex))
         forBoundLists(*vlan, [&](const aclList* list, const aclBinding& b) {
             sendAgain(list, b, aclEvent::listAdded, vlanIfindex, {SLOT_NONE, member});
         });
+}
+
+// The card loses the VLAN's list with this member, and has it again at once, behind the loss in the
+// same queue, when other members are there.
+void aclVlanMemberLeft(uint32_t vlanIfindex, uint32_t member) {
+    const aclIntf* vlan = AclIntfTreeFind(vlanIfindex);
+    if (vlan == nullptr) return;
+    forBoundLists(*vlan, [&](const aclList* list, const aclBinding& b) {
+        sendAgain(list, b, aclEvent::listDeleted, vlanIfindex, {SLOT_NONE, member});
+        const aclPPBitMap gone = aclOtherTargets(
+            aclGetPPBitMap({{vlanIfindex, b.direction}, placeOnCards(*list), false}).map);
+        sendAgain(list, b, aclEvent::listAdded, vlanIfindex, {SLOT_NONE, member, &gone});
+    });
 }
 
 void aclReplayToControlPlane() {

@@ -147,7 +147,8 @@ uint32_t refusal(uint32_t ifindex, const ipMacPair& pair) {
     if (ifindex < SLOT_COUNT ||
         (type != IF_TYPE_PORT && type != IF_TYPE_LAG && type != IF_TYPE_VLAN))
         return ACL_E_GUARD_INTF;
-    if (aclLagOfPort(ifindex) != 0) return ACL_E_LAG_MEMBER;
+    if (aclLagOfPort(ifindex) != 0 && zekCfgRestoring(aclNode->config.cfgDb) == nullptr)
+        return ACL_E_LAG_MEMBER;
     if (pair.vlan >= VLAN_BITS - 1) return ACL_E_VLAN_RANGE;
     // A host's own addresses: not 0, no groups.
     const bool isHost = pair.address != 0 && pair.address < 0xE0000000;
@@ -219,6 +220,7 @@ void endList(aclIntf* intf) {
     aclBinding* binding = bindingOn(*intf);
     (void)aclListDelete(ipMacFamily, list->name, IP_KIND_EXTENDED);
     intf->lists[INTF_IPMAC][INTF_IN] = nullptr;
+    aclSendLagListToPort(*intf, INTF_V4, INTF_IN);
     clientDrop(list, binding);
     aclListDrop(list);
 }
@@ -259,6 +261,16 @@ uint32_t aclMgrIpMacAclAdd(uint32_t ifindex, uint32_t address, const uint8_t mac
 uint32_t aclMgrIpMacAclDel(uint32_t ifindex, uint32_t address, const uint8_t mac[6],
                            uint32_t vlan) {
     return delPair(ifindex, pairOf(address, mac, vlan), IPMAC_SNOOPED);
+}
+
+void aclMgrIpMacAclDropAll(uint32_t ifindex) {
+    const aclIntf* intf = AclIntfTreeFind(ifindex);
+    while (const aclList* list = listOn(intf)) {
+        const auto& entry = static_cast<const ipMacEntry&>(*static_cast<aclEntry*>(list->head));
+        const ipMacPair pair = ipMacPairOf(entry);
+        const auto source = static_cast<ipMacSource>(entry.sources & -entry.sources);
+        if (delPair(ifindex, pair, source) != ACL_OK) return;
+    }
 }
 
 bool aclMgrIpMacAclIsPresentOnIntf(uint32_t ifindex) {

@@ -35,10 +35,6 @@ uint32_t aclListAdd(const aclFamily& family, const listName& name, void* block,
 uint32_t aclListDel(const aclFamily& family, const listName& name, const void* block, bool send,
                     bool cfgAndTrigger);
 
-// The one index of an interface. Bits that its type does not use would make other ones of it, and a
-// port is known by its user's number and by the card's: what has a name is the index that the name
-// stands for. An interface that the chassis does not have (yet) keeps its index.
-uint32_t aclCanonicalIndex(uint32_t ifindex);
 // Binding to interfaces and back (binding.cpp).
 uint32_t aclListApply(const aclFamily& family, const listName& name, const aclBindRequest& request);
 uint32_t aclListRemove(const aclFamily& family, const listName& name, uint32_t ifindex,

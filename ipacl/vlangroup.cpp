@@ -401,6 +401,14 @@ void aclVlanGroupMemberJoined(uint32_t vlanIfindex, uint32_t member) {
         sendToGroup(*group, aclEvent::listAdded, {SLOT_NONE, member});
 }
 
+void aclVlanGroupMemberLeft(uint32_t vlanIfindex, uint32_t member) {
+    const aclVlanGroup* group = groupWithAny(vlanOf(vlanIfindex));
+    if (group == nullptr) return;
+    sendToGroup(*group, aclEvent::listDeleted, {SLOT_NONE, member});
+    const aclPPBitMap gone = aclOtherTargets(cardsOf(*group));
+    sendToGroup(*group, aclEvent::listAdded, {SLOT_NONE, member, &gone});
+}
+
 uint32_t aclShowAclVlanGrpSpecific(const listName& name, void** buffer, uint32_t* size) {
     return showGroup(findGroup(name), false, buffer, size);
 }

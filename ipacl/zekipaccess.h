@@ -152,8 +152,15 @@ uint32_t aclV6RemoveIntf(const listName& name, uint32_t ifindex, uint32_t direct
 // one.
 int aclLagPortJoined(uint32_t lagIfindex, uint32_t port);
 int aclLagPortLeft(uint32_t lagIfindex, uint32_t port);
-// A VLAN's lists again, to the cards of a member that has joined it.
+// One place of a port's record is free: it gets what is bound to its LAG there.
+void aclSendLagListToPort(const aclIntf& port, uint32_t family, uint32_t direction);
+// A VLAN's lists again, to the cards of a member that has joined it, or from those of one that has
+// left. Of a LAG in the VLAN a port may join or leave in the place of the member.
 void aclVlanMemberJoined(uint32_t vlanIfindex, uint32_t member);
+void aclVlanMemberLeft(uint32_t vlanIfindex, uint32_t member);
+// Removes every list from an interface that is no more, with the lines: MAC, IPv4 and IPv6 lists,
+// of each inbound then outbound, and the pairs of source guard.
+void aclRemoveAllFromInterface(uint32_t ifindex);
 // The list's binding to an interface in one direction, or null.
 aclBinding* aclInterfaceBinding(const aclList* list, uint32_t ifindex, uint32_t direction);
 // The mode under which the change feed tells an interface's lines; 0 for what has none.

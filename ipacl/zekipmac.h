@@ -28,6 +28,8 @@ uint32_t ipSourceGuardDel(uint32_t ifindex, const ipMacPair& pair);
 uint32_t aclMgrIpMacAclAdd(uint32_t ifindex, uint32_t address, const uint8_t mac[6], uint32_t vlan);
 uint32_t aclMgrIpMacAclDel(uint32_t ifindex, uint32_t address, const uint8_t mac[6], uint32_t vlan);
 
+// Every pair of an interface, whoever wants it.
+void aclMgrIpMacAclDropAll(uint32_t ifindex);
 bool aclMgrIpMacAclIsPresentOnIntf(uint32_t ifindex);
 
 // Results as aclShowIpAcl and aclShowIpAclAll; lists go by their own names ("sgAcl_1/0").

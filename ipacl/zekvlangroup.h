@@ -41,6 +41,7 @@ uint32_t aclCheckVlanGrpClash(const aclBindRequest& request);
 uint32_t aclCheckForVlanAndMemberConfigurations(const vlanSet& vlans);
 
 // The lists of all groups again, to one card; the list of the VLAN's group, to the cards of a
-// member that has joined the VLAN.
+// member that has joined the VLAN, or from those of one that has left and where nobody else is.
 void aclVlanGroupReplay(uint32_t slot);
 void aclVlanGroupMemberJoined(uint32_t vlanIfindex, uint32_t member);
+void aclVlanGroupMemberLeft(uint32_t vlanIfindex, uint32_t member);

@@ -1,6 +1,7 @@
 // Members of VLANs and LAGs as the cards' MAC agents know them: see membership.h.
 #include "protocol/membership.h"
 
+#include "common/debug.h"
 #include "download/zekacl_download.h"
 #include "include/ifmMsg.h"
 
@@ -18,9 +19,19 @@ void sendPort(uint32_t port, uint32_t vlanId, uint32_t mcastId, bool add) {
     (void)aclSendToMacAgent(static_cast<uint32_t>(slot), MT_MAC_MEMBER, &message, sizeof message);
 }
 
-void sendMember(const aclVlanMember& member, bool add) {
-    aclWalkPorts(member.ifindex, [&](uint32_t port) {
-        sendPort(port, ifindexPort(member.vlanIfindex), member.mcastId, add);
+// Whether the port is a member of the place: itself, or by its LAG.
+bool isMember(uint32_t port, uint32_t wanted) {
+    bool found = false;
+    aclForPlacesOf(port, [&](uint32_t place) { found |= place == wanted; });
+    return found;
+}
+
+// The ports behind a member. One that is a member in another way, too, stays.
+void sendMember(const aclVlan& vlan, uint32_t member, bool add) {
+    if (vlan.mcastId == 0) return;
+    aclWalkPorts(member, [&](uint32_t port) {
+        if (add || !isMember(port, vlan.ifindex))
+            sendPort(port, ifindexPort(vlan.ifindex), vlan.mcastId, add);
     });
 }
 
@@ -36,12 +47,11 @@ void forMembers(const aclVlan& vlan, Fn&& fn) {
 void aclAddDelMcastGrpIdVlan(uint32_t vlanIfindex, uint32_t mcastId, bool add) {
     aclVlan* vlan = add ? aclVlanObtain(vlanIfindex) : aclVlanTreeFind(vlanIfindex);
     if (vlan == nullptr) return;
-    forMembers(*vlan, [&](aclVlanMember& member) {
-        if (!add) sendMember(member, false);
-        member.mcastId = add ? mcastId : 0;
-        if (add) sendMember(member, true);
-    });
+    const uint32_t told = add ? mcastId : vlan->mcastId;
     vlan->mcastId = add ? mcastId : 0;
+    forMembers(*vlan, [&](aclVlanMember& member) { member.mcastId = vlan->mcastId; });
+    aclWalkPorts(vlanIfindex,
+                 [&](uint32_t port) { sendPort(port, ifindexPort(vlanIfindex), told, add); });
 }
 
 void aclAddDelMcastGrpIdLAG(uint32_t lagIfindex, uint32_t mcastId, bool add) {
@@ -64,8 +74,13 @@ void aclIfmAddDelMgid(uint32_t ifindex, uint32_t mcastId, uint32_t type) {
 
 void aclSendVlanMember(uint32_t vlanIfindex, uint32_t member, bool add) {
     const aclVlan* vlan = aclVlanTreeFind(vlanIfindex);
-    const aclVlanMember* record = vlan != nullptr ? aclVlanInfoTreeFind(vlan, member) : nullptr;
-    if (record != nullptr) sendMember(*record, add);
+    if (vlan == nullptr) return;
+    if (vlan->mcastId == 0) {
+        aclDebug(DEBUG_ACL_GENERAL, "Inside %s:%d:%s mcastId is 0 ", "membership", __LINE__,
+                 __func__);
+        aclDebug(DEBUG_ACL_GENERAL, "%s", "not sending message to mac-agent\r\n");
+    }
+    sendMember(*vlan, member, add);
 }
 
 void aclSendLagMember(uint32_t lagIfindex, uint32_t port, bool add) {
@@ -77,8 +92,8 @@ void aclSendLagMember(uint32_t lagIfindex, uint32_t port, bool add) {
 void aclAddDelVlanMemNotifToAclAgent(uint32_t member, uint32_t vlanId) {
     const aclVlan* vlan = aclVlanTreeFind(ifindexMake(IF_TYPE_VLAN, vlanId));
     if (vlan == nullptr) return;
-    forMembers(*vlan, [member](const aclVlanMember& m) {
-        if (member == 0 || m.ifindex == member) sendMember(m, true);
+    forMembers(*vlan, [vlan, member](const aclVlanMember& m) {
+        if (member == 0 || m.ifindex == member) sendMember(*vlan, m.ifindex, true);
     });
 }
 

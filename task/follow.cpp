@@ -11,6 +11,9 @@
 #include "interface/interface.h"
 #include "ipacl/zekvlangroup.h"
 #include "platform/api/zekCfg.h"
+#include "protocol/AclIpAdd.h"
+#include "protocol/membership.h"
+#include "protocol/zekprotocol.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -118,34 +121,157 @@ constexpr agentStep primaryBack[] = {
 
 // --- a member joins or leaves -------------------------------------------------------------------
 
-// The first step of each changes the membership: one that changes nothing ends the event.
+// The first step of each changes the membership: one that changes nothing ends the event. Whoever
+// leaves is a member no more when the other steps ask who is.
 
-constexpr memberStep lagJoined[] = {
-    {"member of the LAG, and the LAG's lists to its card", aclLagPortJoined},
-};
+// A step that cannot end its event.
+template <auto Run>
+int always(uint32_t aggregate, uint32_t member) {
+    Run(aggregate, member);
+    return 0;
+}
+template <auto Run, bool ADD>
+int always(uint32_t aggregate, uint32_t member) {
+    Run(aggregate, member, ADD);
+    return 0;
+}
 
-constexpr memberStep lagLeft[] = {
-    {"member no more, and the LAG's lists from its card", aclLagPortLeft},
-};
-
-constexpr memberStep vlanJoined[] = {
-    {"member of the VLAN", aclVlanMemberAdd},
-    {"the VLAN's interface addresses to its card", nullptr},
-    {"member to the MAC agent", nullptr},
+// What a VLAN gives a member, or a port of a LAG that is a member.
+constexpr memberStep vlanToMember[] = {
+    {"the VLAN's interface addresses", always<aclL3VlanUpdateAgentForIpAddress, true>},
+    {"the VLAN's protocols", always<aclProtocolVlanMember, true>},
+    {"member to the MAC agent", always<aclSendVlanMember, true>},
     {"UDP helper", nullptr},
     {"PIM-assert entries", nullptr},
     {"IPv6 link-local entries", nullptr},
-    {"the VLAN's bound lists to its card",
-     [](uint32_t vlan, uint32_t member) {
-         aclVlanMemberJoined(vlan, member);
-         return 0;
-     }},
-    {"the list of the VLAN's group",
-     [](uint32_t vlan, uint32_t member) {
-         aclVlanGroupMemberJoined(vlan, member);
-         return 0;
-     }},
+    {"the VLAN's bound lists", always<aclVlanMemberJoined>},
+    {"the list of the VLAN's group", always<aclVlanGroupMemberJoined>},
     {"DHCP snooping", nullptr},
+};
+constexpr memberStep vlanFromMember[] = {
+    {"the VLAN's bound lists", always<aclVlanMemberLeft>},
+    {"the list of the VLAN's group", always<aclVlanGroupMemberLeft>},
+    {"DHCP snooping", nullptr},
+    {"the VLAN's interface addresses", always<aclL3VlanUpdateAgentForIpAddress, false>},
+    {"the VLAN's protocols", always<aclProtocolVlanMember, false>},
+    {"UDP helper", nullptr},
+    {"IPv6 link-local entries", nullptr},
+    {"PIM-assert entries", nullptr},
+    {"member to the MAC agent", always<aclSendVlanMember, false>},
+};
+
+// Addresses of a VLAN without members are not in use.
+int vlanIsUsed(uint32_t vlanIfindex, uint32_t member) {
+    const aclVlan* vlan = aclVlanTreeFind(vlanIfindex);
+    const aclVlanMember* first = aclVlanInfoTreeFindFirst(vlan);
+    if (first->ifindex == member && aclVlanInfoTreeFindNext(vlan, member) == nullptr)
+        aclVlanHasMembers(vlanIfindex, true);
+    return 0;
+}
+int vlanIsUnused(uint32_t vlanIfindex, uint32_t) {
+    if (aclVlanInfoTreeFindFirst(aclVlanTreeFind(vlanIfindex)) == nullptr)
+        aclVlanHasMembers(vlanIfindex, false);
+    return 0;
+}
+
+int run(std::span<const memberStep> steps, uint32_t aggregate, uint32_t member);
+
+int vlanJoinSteps(uint32_t vlan, uint32_t member) {
+    return run(vlanToMember, vlan, member);
+}
+int vlanLeaveSteps(uint32_t vlan, uint32_t member) {
+    return run(vlanFromMember, vlan, member);
+}
+// The VLANs of the LAG, as if the port had joined or left each of them.
+template <auto Steps>
+int vlansOfLag(uint32_t lagIfindex, uint32_t port) {
+    if (const aclIntf* lag = AclIntfTreeFind(lagIfindex))
+        aclForVlansOf(*lag, [port](uint32_t vlan) { (void)Steps(vlan, port); });
+    return 0;
+}
+
+constexpr memberStep vlanJoined[] = {
+    {"member of the VLAN", aclVlanMemberAdd},
+    {"the VLAN's addresses, which the first member brings into use", vlanIsUsed},
+    {"to the member: vlanToMember above", vlanJoinSteps},
+};
+constexpr memberStep vlanLeft[] = {
+    {"member no more", aclVlanMemberRemove},
+    {"from the member: vlanFromMember above", vlanLeaveSteps},
+    {"the VLAN's addresses, when it was the last one", vlanIsUnused},
+};
+
+constexpr memberStep lagJoined[] = {
+    {"member of the LAG, and the LAG's lists to its card", aclLagPortJoined},
+    {"the LAG's interface addresses", always<aclL3LagUpdateAgentForIpAddr, true>},
+    {"the LAG's protocols", always<aclProtocolLagMember, true>},
+    {"member to the MAC agent", always<aclSendLagMember, true>},
+    {"what the LAG's VLANs give a member", vlansOfLag<vlanJoinSteps>},
+};
+constexpr memberStep lagLeft[] = {
+    {"member no more, and the LAG's lists from its card", aclLagPortLeft},
+    {"what the LAG's VLANs give a member", vlansOfLag<vlanLeaveSteps>},
+    {"the LAG's interface addresses", always<aclL3LagUpdateAgentForIpAddr, false>},
+    {"the LAG's protocols", always<aclProtocolLagMember, false>},
+    {"member to the MAC agent", always<aclSendLagMember, false>},
+};
+
+// --- a VLAN or a LAG is no more -----------------------------------------------------------------
+
+// Every member of a VLAN leaves it.
+void vlanEmptied(uint32_t vlanIfindex) {
+    const aclVlan* vlan = aclVlanTreeFind(vlanIfindex);
+    while (const aclVlanMember* member = vlan != nullptr ? aclVlanInfoTreeFindFirst(vlan) : nullptr)
+        if (aclFollowVlanLeft(vlanIfindex, member->ifindex) != 0) return;
+}
+void leavesVlans(uint32_t ifindex) {
+    for (;;) {
+        const aclIntf* intf = AclIntfTreeFind(ifindex);
+        uint32_t first = 0;
+        if (intf != nullptr)
+            aclForVlansOf(*intf, [&first](uint32_t vlan) { first = first != 0 ? first : vlan; });
+        if (first == 0 || aclFollowVlanLeft(first, ifindex) != 0) return;
+    }
+}
+void lagEmptied(uint32_t lagIfindex) {
+    for (uint32_t count = 0; const uint32_t* ports = aclLagMembers(lagIfindex, &count);)
+        if (aclFollowLagLeft(lagIfindex, ports[count - 1]) != 0) return;
+}
+void leavesLag(uint32_t port) {
+    if (const uint32_t lag = aclLagOfPort(port)) (void)aclFollowLagLeft(lag, port);
+}
+void dropInterface(uint32_t ifindex) {
+    if (aclIntf* intf = AclIntfTreeFind(ifindex)) aclIntfDrop(intf);
+}
+void dropVlan(uint32_t vlanIfindex) {
+    if (aclVlan* vlan = aclVlanTreeFind(vlanIfindex)) aclVlanDrop(vlan);
+    dropInterface(vlanIfindex);  // what kept its lists
+}
+
+struct placeStep {
+    const char* what;
+    void (*run)(uint32_t ifindex);
+};
+constexpr placeStep vlanGone[] = {
+    {"its members leave", vlanEmptied},          {"its protocols", aclProtocolInterfaceGone},
+    {"its addresses", aclDelAllAddressesOf},     {"its lists", aclRemoveAllFromInterface},
+    {"its record, with the group id", dropVlan},
+};
+constexpr placeStep lagGone[] = {
+    {"it leaves its VLANs", leavesVlans},        {"its lists", aclRemoveAllFromInterface},
+    {"its protocols", aclProtocolInterfaceGone}, {"its addresses", aclDelAllAddressesOf},
+    {"its members leave", lagEmptied},           {"its record", dropInterface},
+};
+// Memberships, protocols and addresses go first: cards must not keep them, and no record of others
+// may name the interface.
+constexpr placeStep portGone[] = {
+    {"it leaves its VLANs", leavesVlans},
+    {"it leaves its LAG", leavesLag},
+    {"its protocols", aclProtocolInterfaceGone},
+    {"its addresses", aclDelAllAddressesOf},
+    {"its lists", aclRemoveAllFromInterface},
+    {"its helper addresses", nullptr},
+    {"its record", dropInterface},
 };
 
 // --- running them -------------------------------------------------------------------------------
@@ -153,6 +279,11 @@ constexpr memberStep vlanJoined[] = {
 void run(std::span<const agentStep> steps, uint32_t agent) {
     for (const agentStep& step : steps)
         if (step.run != nullptr) step.run(agent);
+}
+
+void run(std::span<const placeStep> steps, uint32_t ifindex) {
+    for (const placeStep& step : steps)
+        if (step.run != nullptr) step.run(ifindex);
 }
 
 int run(std::span<const memberStep> steps, uint32_t aggregate, uint32_t member) {
@@ -186,26 +317,39 @@ void aclFollowPrimaryBack(uint32_t slot) {
     run(primaryBack, slot);
 }
 
+namespace {
+
+// An interface may be named by more than one index. One that has a record has the right one.
+uint32_t knownAs(uint32_t ifindex) {
+    return AclIntfTreeFind(ifindex) != nullptr ? ifindex : aclCanonicalIndex(ifindex);
+}
+
+}  // namespace
+
 int aclFollowLagJoined(uint32_t lagIfindex, uint32_t port) {
-    return run(lagJoined, lagIfindex, port);
+    return run(lagJoined, knownAs(lagIfindex), knownAs(port));
 }
 
 int aclFollowLagLeft(uint32_t lagIfindex, uint32_t port) {
-    return run(lagLeft, lagIfindex, port);
+    return run(lagLeft, knownAs(lagIfindex), knownAs(port));
 }
 
 int aclFollowVlanJoined(uint32_t vlanIfindex, uint32_t member) {
-    return run(vlanJoined, vlanIfindex, member);
+    return run(vlanJoined, aclCanonicalIndex(vlanIfindex), knownAs(member));
 }
 
 int aclFollowVlanLeft(uint32_t vlanIfindex, uint32_t member) {
-    return aclVlanMemberRemove(vlanIfindex, member);
+    return run(vlanLeft, aclCanonicalIndex(vlanIfindex), knownAs(member));
 }
 
 void aclFollowVlanGone(uint32_t vlanIfindex) {
-    if (aclVlan* vlan = aclVlanTreeFind(vlanIfindex)) aclVlanDrop(vlan);
+    run(vlanGone, aclCanonicalIndex(vlanIfindex));
 }
 
 void aclFollowLagGone(uint32_t lagIfindex) {
-    if (aclIntf* lag = AclIntfTreeFind(lagIfindex)) aclIntfDrop(lag);
+    run(lagGone, aclCanonicalIndex(lagIfindex));
+}
+
+void aclFollowPortGone(uint32_t ifindex) {
+    run(portGone, knownAs(ifindex));
 }

@@ -22,6 +22,8 @@ int aclFollowLagJoined(uint32_t lagIfindex, uint32_t port);
 int aclFollowLagLeft(uint32_t lagIfindex, uint32_t port);
 int aclFollowVlanJoined(uint32_t vlanIfindex, uint32_t member);
 int aclFollowVlanLeft(uint32_t vlanIfindex, uint32_t member);
-// Every member leaves, what is bound is unbound, and the record goes.
+// The interface is no more: members leave, it leaves its LAG and VLANs, what is bound is unbound,
+// what the router does on it ends, and the record goes. Nothing for one that has no record.
 void aclFollowVlanGone(uint32_t vlanIfindex);
 void aclFollowLagGone(uint32_t lagIfindex);
+void aclFollowPortGone(uint32_t ifindex);
