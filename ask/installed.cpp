@@ -4,10 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "ask/placeWords.h"
 #include "common/tree.h"
-#include "download/sendPath.h"
 #include "include/agentState.h"
-#include "include/jsonText.h"
 #include "include/status.h"
 #include "interface/interface.h"
 #include "ipacl/propagate.h"
@@ -21,21 +20,12 @@
 namespace {
 
 void append(std::string* items, const jsonObject& row) {
-    if (!items->empty()) items->push_back(',');
-    *items += row.text();
-}
-
-std::string interfaceName(uint32_t ifindex) {
-    return agentIfName(ifindex).text;
+    jsonAppend(items, row.text());
 }
 
 std::string groupName(const aclVlanGroup& group) {
     return "VLAN group " + std::to_string(group.id) + " " + std::string(listNameView(group.name));
 }
-
-// The families as an operator names them, in the order of intfFamily.
-constexpr std::string_view familyWords[] = {"ip", "ipv6", "mac", "ip-mac"};
-static_assert(std::size(familyWords) == INTF_FAMILIES);
 
 // Calls fn(intf, direction, list) for every list of the family that is bound, interfaces in the
 // order of their indexes.
@@ -56,7 +46,7 @@ std::string accessGroups(std::string_view) {
             const aclBinding* b = aclInterfaceBinding(&list, intf.ifindex, direction);
             append(&rows, jsonObject{}
                               .string("interface", interfaceName(intf.ifindex))
-                              .string("direction", direction == INTF_IN ? "in" : "out")
+                              .string("direction", directionWord(direction))
                               .string("family", familyWords[family->place])
                               .string("list", listNameView(list.name))
                               .flag("implicit-permit", b != nullptr && b->implicitPermit != 0)

@@ -114,7 +114,11 @@ cliOutcome discardUnresolved(cliSession* session, const cliCommand& command, cli
 cliOutcome showLists(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pipe,
                      std::string_view args = "");
+// Interfaces, VLANs, LAGs and the protocols on them (places.cpp).
 cliOutcome showInterfaces(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showVlans(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showPortChannels(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showProtocols(cliSession* session, const cliCommand& command, cliPipe* pipe);
 // Agents and the chassis (cards.cpp, installed.cpp).
 cliOutcome showCards(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe);

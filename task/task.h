@@ -170,6 +170,7 @@ std::string aclClientsDump();
 void aclRegisterDebugFunctions();
 void aclRegisterFilterChecks();          // filterChecks.cpp
 void aclRegisterInstalledFunctions();    // installed.cpp
+void aclRegisterPlaceFunctions();        // places.cpp
 void aclRegisterSourceGuardFunctions();  // sourceGuard.cpp
 void aclRegisterVlanGroupFunctions();    // vlanGroups.cpp
 void aclRegisterBgpFunctions();          // bgpChecks.cpp

@@ -16,6 +16,8 @@ extern const grammarState sExec, sTest, sConfig, sListName, sStandard, sExtended
 extern const grammarState sRemarks, sDescription;
 // Of the topic of groups and source guard; what follows "ip" in configuration mode.
 extern const grammarState sVlanGroup, sShowGroups, sGuard, sShowGuard, sIp;
+// What follows "show" when it is about interfaces, VLANs, LAGs or protocols.
+extern const grammarState sShowPlaces;
 extern const grammarState sInterface, sMacStandard, sMacExtended, sPrefix4, sPrefix6, sAspath,
     sCommunity, sExtCommunity, sRouteMap;
 // What a set clause has in common with the entries of its list.

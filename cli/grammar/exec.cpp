@@ -41,11 +41,10 @@ constexpr grammarNode showNodes[] = {
     verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
     verb("system", "state and counters of the manager", sDone, cliVerb::showSystem),
     verb("queues", "the manager's queues to cards and tasks", sDone, cliVerb::showQueues),
-    verb("interfaces", "names and indexes of interfaces", sDone, cliVerb::showInterfaces),
     verb("cards", "the agents of all cards", sDone, cliVerb::showCards),
     verb("card", "the agent of one card", sShowCard, cliVerb::showCard),
 };
-constexpr grammarState sShow{showNodes};
+constexpr grammarState sShow{showNodes, &sShowPlaces};
 constexpr grammarNode showConfigurationNodes[] = {
     verb("unresolved", "lines that a restart could not bring back", sDone, cliVerb::showUnresolved),
 };

@@ -44,7 +44,10 @@ enum class cliVerb : uint8_t {
     showQueues,
     showCards,
     showCard,
-    showInterfaces,
+    showInterfaces,  // cliCommand::text is the name of one, also of the three that follow
+    showVlans,
+    showPortChannels,
+    showProtocols,
     showAccessGroups,
     showVlanGroups,  // cliCommand::number: with the cards
     showSourceGuard,

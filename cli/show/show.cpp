@@ -177,33 +177,6 @@ cliOutcome showDebug(cliSession* session, std::string_view function, cliPipe* pi
     return outcome;
 }
 
-cliOutcome showInterfaces(cliSession* session, const cliCommand&, cliPipe* pipe) {
-    std::string error;
-    if (!sessionChassis(session, &error)) return refusal(error);
-    const chassisDescription& chassis = session->chassis;
-    json rows = json::array();
-    auto add = [&](const std::string& name) -> json& {
-        uint32_t ifindex = 0;
-        char hex[16];
-        (void)chassisIfIndex(chassis, name, &ifindex);
-        // In hex, because slot and port stand in fixed bits of an index.
-        std::snprintf(hex, sizeof hex, "0x%08x", ifindex);
-        rows.push_back({{"interface", name}, {"index", hex}});
-        return rows.back();
-    };
-    for (const chassisCard& card : chassis.cards)
-        for (const chassisPort& port : card.ports) {
-            json& row = add(port.name);
-            row["card"] = card.slot;
-            row["pipe"] = port.pipe;
-        }
-    for (uint32_t id : chassis.lags) add("port-channel " + std::to_string(id));
-    for (uint32_t id : chassis.vlans) add("vlan " + std::to_string(id));
-    add("control-plane");
-    renderAnswer(*session, rows, pipe);
-    return {};
-}
-
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     json answer;
     cliOutcome outcome =

@@ -246,6 +246,47 @@ TEST(Agents, WhatACardHoldsIsComparedWithWhatIsMeant) {
         .expect(true, "not sent for VLANs");
 }
 
+TEST(Places, RowsOfTheManagerAreShownAndBadOnesAreRefused) {
+    std::string members = R"("port-channel 1")";
+    for (int port = 0; port < 47; port++) members += ",\"1/" + std::to_string(port) + "\"";
+    const std::string vlan =
+        R"({"rows":[{"interface":"vlan 10","index":229386,"kind":"vlan","id":10,)"
+        R"("members":[)" +
+        members +
+        R"(],"group-id":7,"addresses":[{"address":"10.0.0.1"},{}],)"
+        R"("lists":[{"list":"A"}],"protocols":["ospf","rip"]}]})";
+    const std::string port =
+        R"({"rows":[{"interface":"1/0","index":67371009,"kind":"port","lag":"port-channel 1",)"
+        R"("lists":[{"direction":"in","family":"ip","list":"OWN","of":"1/0","configured":true},)"
+        R"({"direction":"in","family":"ip","list":"B","of":"port-channel 1","configured":true,)"
+        R"("yields":true}]}]})";
+    const struct {
+        const char* command;
+        std::string answer;
+        bool good;
+        const char* shown;
+    } rows[] = {
+        {"show vlan", vlan, true,
+         "10    48     port-channel 1,1/0,1/1,1/2,1/...  7         10.0.0.1 +1  1      ospf,rip\n"},
+        // One place has all of them, card by card.
+        {"show vlan 10", vlan, true, "  -     1/36, 1/37, 1/38, 1/39, 1/40, 1/41, 1/42, 1/43, 1/44, 1/45, 1/46\n  1     1/0\n"},
+        {"show interfaces", port, true, "1/0             0x04040001  1     1"},
+        {"show interfaces", R"({"rows":[]})", true, "port-channel 1  0x00030001"},
+        {"show interfaces 1/0", port, true,
+         "in         ip      B     port-channel 1  the port's own goes first\n"},
+        {"show protocols 1/0", R"({"rows":[{"interface":"1/0","protocol":"ospf"}]})", true, "ospf"},
+        {"show port-channel 3", R"({"error":"None"})", false, "None"},
+        {"show port-channel", "[]", false, "not understood"},
+        {"show vlan", R"({"rows":[{"id":7}],"next":5})", false, "does not move on"},
+        {"show vlan", R"({"rows":[7,null,{"members":"x","lists":[5],"addresses":[5]}]})", true,
+         "vlan"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command + (" <- " + row.answer));
+        conversation(row.command, {}, {}, row.answer).expect(row.good, row.shown);
+    }
+}
+
 TEST(Chassis, CommandsAreSentAndTheirStatusIsSaid) {
     struct {
         const char* command;

@@ -334,7 +334,10 @@ shw => 0: Unexpected word "shw"; expected: show, clear, write, chassis, configur
 show s => 5: Ambiguous word "s"; expected: startup-config, system
 show => 5: The line is incomplete; expected: running-config, startup-config, configuration, ip,
     ipv6, mac, access-groups, acl-vlan-groups, route-maps, clients, logging, system, queues,
-    interfaces, cards, card
+    cards, card, interfaces, vlan, port-channel, protocols
+show {interfaces=vlan 10|protocols=vlan 10} vlan 10 => command '' 0 '$'
+show {vlan=10|port-channel=10} 10 => command '' 0 '$'
+show port-channel 0 => 18: Unexpected word "0"; expected: <1-4094>, <cr>
 show system now => 12: Unexpected word "now"; expected: <cr>
 test ip access-list A tcp 1.2.3.4 5.6.7.8 flags syn,{foo|} => 48: A packet's flags are fin, syn,
     rst, psh, ack and urg, with commas between
