@@ -10,6 +10,7 @@
 struct aclAgentState {
     bool takesMarks = false;
     bool owed = false;    // it was sent nothing, as this route processor is not primary
+    bool held = false;    // it is sent nothing yet: who is behind the places is not known
     uint32_t need = 0;    // the agent's own number of its newest need
     uint32_t replay = 0;  // number of the newest replay
 };

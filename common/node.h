@@ -63,6 +63,9 @@ struct aclQueues {
 
 // With whom this task is registered, or who has registered with it.
 struct aclStanding {
+    // After a start: until then (steady clock, milliseconds) the interface manager may say who is
+    // a member of what. 0: it has, or nobody waits for it.
+    uint64_t placesAwaitedUntil;
     uint8_t ifmRegistered, evhRegistered, peerRegistered, acl2Registered, acl0Registered,
         udpHelperRegistered;
 };

@@ -19,7 +19,9 @@ int enqueue(const agentRoute& route, size_t length, const Fill& fill) {
                  route.cardSlot);
         return 0;
     }
-    if (zekSwpQueueState(route.queue) != zekSwpState::inStep) return 0;  // part of its replay
+    // What an agent is to have a replay of is part of that.
+    if (zekSwpQueueState(route.queue) != zekSwpState::inStep || aclAgentStateOf(route.agent)->held)
+        return 0;
     void* message = acl_Swp_Alloc(length);
     if (message == nullptr) {
         aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");

@@ -1,4 +1,7 @@
 // The agents of the line cards and of the control processor: registration, and cards that go down.
+#include <chrono>
+#include <utility>
+
 #include "common/linecard.h"
 #include "download/zekacl_download.h"
 #include "include/agentMsg.h"
@@ -38,11 +41,37 @@ int registeredAgain(aclNodeRecord* node, uint8_t* message, uint32_t slot) {
     const bool needs = isItself && aclAgentNeeds(slot, request.replay);
     if (needs) aclLinecardFill(slot, request);
     AclIpcReply(node->ipc.regQfd, message);
+    if (aclLinecardInfo[slot].state.held) return -1;
     if (needs || (isItself && isLost(slot))) aclReplayToAgent(slot, needs);
     return -1;
 }
 
+uint64_t nowMs() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return static_cast<uint64_t>(
+        std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
+}
+
 }  // namespace
+
+void aclAwaitPlaces() {
+    uint32_t ifm;
+    if (zek_tmeGetPeerIpAddrByName(APP_IFM, 0, &ifm) == 0)
+        aclNode->standing.placesAwaitedUntil = nowMs() + PLACES_WAIT_MS;
+}
+void aclPlacesTold() {
+    aclNode->standing.placesAwaitedUntil = 0;
+}
+bool aclPlacesAreAwaited() {
+    const uint64_t until = aclNode->standing.placesAwaitedUntil;
+    if (until != 0 && nowMs() >= until) aclPlacesTold();
+    return aclNode->standing.placesAwaitedUntil != 0;
+}
+void aclReleaseHeldAgents() {
+    if (aclPlacesAreAwaited()) return;
+    for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
+        if (std::exchange(aclLinecardInfo[slot].state.held, false)) aclFollowAgentUp(slot);
+}
 
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
     const ipcHdr* hdr = msgHdr(message);
@@ -79,7 +108,10 @@ int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message) {
     (void)aclAgentNeeds(slot, request.replay);
     // Before the replay, which may be long.
     AclIpcReply(node->ipc.regQfd, message);
-    aclFollowAgentUp(slot);
+    if (aclPlacesAreAwaited())
+        card.state.held = true;
+    else
+        aclFollowAgentUp(slot);
     return -1;
 }
 

@@ -359,7 +359,8 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
         if (got > 0) aclTakeMessage(node, buffer, static_cast<size_t>(got));
     };
     aclCounters.passes++;
-    const int selected = zekSelect(ZEK_FD_MAX, &ready, SELECT_TIMEOUT_MS);
+    const int selected =
+        zekSelect(ZEK_FD_MAX, &ready, aclPlacesAreAwaited() ? 50 : SELECT_TIMEOUT_MS);
     if (selected > 0) {
         // One message of each a pass: a flood of requests does not keep the timers from being
         // served.
@@ -374,6 +375,7 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
     aclServeQueues();
     if (pass % 4 == 0) aclSendRegistration();
     aclReplayOwed();
+    aclReleaseHeldAgents();
     aclProcessRegexPendingDelete();
 }
 
@@ -393,6 +395,7 @@ int AclMain(int argc, char** argv) {
     aclRegisterDebugFunctions();
     zekTaskReady(aclNode->ipc.pkey);
     aclCreateShowRunningDummyNodes();
+    aclAwaitPlaces();
 
     static uint8_t buffer[IPC_BUFFER_SIZE];  // the one receive buffer
     for (uint32_t pass = 1;; pass++) aclLoopOnce(aclNode, pass, buffer);

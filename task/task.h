@@ -84,6 +84,15 @@ uint32_t aclManageDescriptionForLists(const cliDescriptionReq& request);
 int aclHandleAgentRegister(aclNodeRecord* node, uint8_t* message);
 int aclHandleAgentQueue(aclNodeRecord* node, uint8_t* message);
 int aclHandleAcl0Register(aclNodeRecord* node, uint8_t* message);
+// At a start it takes a moment until the interface manager has said who is a member of what. A card
+// that was filtering all the while must not lose the lists of its LAGs and VLANs for that moment:
+// agents that register are answered and held, and get their replays when an empty event message
+// has said that everything is told, at the latest after PLACES_WAIT_MS.
+constexpr uint64_t PLACES_WAIT_MS = 3000;
+void aclAwaitPlaces();
+void aclPlacesTold();
+bool aclPlacesAreAwaited();
+void aclReleaseHeldAgents();  // called on every pass
 // Forgets a card's agents, so that the next registration rebuilds its state. A slot that there is
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);
