@@ -20,8 +20,8 @@ int enqueue(const agentRoute& route, size_t length, const Fill& fill) {
         return 0;
     }
     // What an agent is to have a replay of is part of that.
-    if (zekSwpQueueState(route.queue) != zekSwpState::inStep || aclAgentStateOf(route.agent)->held)
-        return 0;
+    const aclAgentState& state = *aclAgentStateOf(route.agent);
+    if (zekSwpQueueState(route.queue) != zekSwpState::inStep || state.held || state.owed) return 0;
     void* message = acl_Swp_Alloc(length);
     if (message == nullptr) {
         aclSysErr(SYSERR_MEMORY, "%s", "Unable to allocate a message to an ACL agent");

@@ -4,6 +4,7 @@
 #include "task/follow.h"
 
 #include <span>
+#include <vector>
 
 #include "common/linecard.h"
 #include "download/zekacl_download.h"
@@ -274,6 +275,28 @@ constexpr placeStep portGone[] = {
     {"its record", dropInterface},
 };
 
+// --- the primary role is lost -------------------------------------------------------------------
+
+// Nobody tells this manager any more what changes in the chassis, and whoever is asked when the
+// role is back tells everything anew. What is bound stays.
+void forgetPlaces() {
+    std::vector<uint32_t> places;
+    for (const aclVlan* v = aclVlanTreeFindFirst(); v != nullptr;
+         v = aclVlanTreeFindNext(v->ifindex))
+        places.push_back(v->ifindex);
+    for (const aclIntf* i = AclIntfTreeFindFirst(); i != nullptr;
+         i = AclIntfTreeFindNext(i->ifindex))
+        places.push_back(i->ifindex);
+    for (uint32_t place : places) {
+        vlanEmptied(place);
+        lagEmptied(place);
+        aclProtocolInterfaceGone(place);
+        aclDelAllAddressesOf(place);
+        if (aclVlan* vlan = aclVlanTreeFind(place)) vlan->mcastId = 0;
+        if (aclIntf* intf = AclIntfTreeFind(place)) intf->mcastId = 0;
+    }
+}
+
 // --- running them -------------------------------------------------------------------------------
 
 void run(std::span<const agentStep> steps, uint32_t agent) {
@@ -311,6 +334,10 @@ void aclFollowReplay(uint32_t agent, bool registered) {
 
 void aclFollowCardDown(uint32_t slot) {
     run(cardDown, slot);
+}
+
+void aclFollowPrimaryLost() {
+    forgetPlaces();
 }
 
 void aclFollowPrimaryBack(uint32_t slot) {

@@ -12,7 +12,8 @@ void aclFollowAgentUp(uint32_t agent);
 // it follows a registration, and others hear of the card too.
 void aclFollowReplay(uint32_t agent, bool registered);
 void aclFollowCardDown(uint32_t slot);
-// This route processor is primary again, and owes the card a replay.
+// This route processor is not primary any more; it is again, and owes the card a replay.
+void aclFollowPrimaryLost();
 void aclFollowPrimaryBack(uint32_t slot);
 
 // --- members, under the write lock --------------------------------------------------------------

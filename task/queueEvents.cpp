@@ -19,7 +19,8 @@ bool renewCard(zekSwpHandle queue) {
         return c.aclAgent == queue || c.macAgent == queue;
     });
     if (card == std::ranges::end(aclLinecardInfo)) return false;
-    // One that is not primary owes it, see aclReplayOwed; one that is held gets it when it is let go.
+    // One that is not primary owes it, see aclReplayOwed; one that is held gets it when it is let
+    // go.
     if (!card->state.held && aclMayDownload())
         aclReplayToAgent(static_cast<uint32_t>(card - std::ranges::begin(aclLinecardInfo)), false);
     return true;

@@ -1,10 +1,13 @@
 // What an agent is to hold, sent whole: when it has registered, when it says that it needs it, when
 // its queue has lost something, and when the primary role has come back. The steps are those of
 // follow.cpp; here is what stands around them.
+#include <utility>
+
 #include "common/linecard.h"
 #include "download/zekacl_download.h"
 #include "task/follow.h"
 #include "task/task.h"
+#include "task/zekacl_lib.h"
 
 void aclReplayToAgent(uint32_t agent, bool registered) {
     // The MAC agent of a card is sent nothing yet but starts over with it.
@@ -23,7 +26,14 @@ void aclReplayToAgent(uint32_t agent, bool registered) {
 }
 
 void aclReplayOwed() {
-    if (!aclMayDownload()) return;
+    static bool wasPrimary = true;
+    if (!aclMayDownload()) {
+        if (!std::exchange(wasPrimary, false)) return;
+        aclLockHeld<aclLock::write> held;
+        return aclFollowPrimaryLost();
+    }
+    if (!std::exchange(wasPrimary, true)) aclAwaitPlaces();
+    if (aclPlacesAreAwaited()) return;
     for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
         if (aclLinecardInfo[slot].state.owed) aclFollowPrimaryBack(slot);
 }

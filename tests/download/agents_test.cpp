@@ -197,10 +197,16 @@ TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
         replay =
             "14413>0 14530>0 30004>0 14413>3 14530>3 30004>3 14413>4 14530>4 30004>4 "
             "30003>5 begin 0 14413>5 14530>5 30004>5 30003>5 end 0";
+    EXPECT_EQ(aclVlanMemberAdd(VLAN_10, PORT_5_0), 0);
     EXPECT_EQ(pass(true), nothing);
     EXPECT_EQ(pass(false), nothing);
     EXPECT_EQ(aclSendToPlace({PORT_5_0, INTF_IN}, {14409, &made.list}), 0);
     EXPECT_EQ(pass(false), nothing);
+    EXPECT_EQ(aclVlanInfoTreeFindFirst(aclVlanTreeFind(VLAN_10)), nullptr)
+        << "who is a member was forgotten";
+    EXPECT_EQ(pass(true), nothing) << "and is to be told first";
+    EXPECT_EQ(aclSendToPlace({PORT_5_0, INTF_IN}, {14409, &made.list}), 0);
+    aclPlacesTold();
     EXPECT_EQ(pass(true), replay);
     EXPECT_EQ(pass(true), nothing);
     // Gone and back between two passes, with a change that was not sent.
