@@ -2,8 +2,10 @@
 // trees, which hang off aspathAclNode.
 #pragma once
 
+#include <array>
 #include <bitset>
 #include <cstdint>
+#include <optional>
 
 #include "include/listName.h"
 #include "platform/api/zekEvt.h"
@@ -108,7 +110,7 @@ struct pimCfgParams {
 struct aclProtocolState {
     pimCfgParams acl2PimCfgParams;
     uint32_t ipv6UnicastRoutingEnable;
-    uint32_t stpWords[2];  // of the last STP enable, replayed to cards
+    std::optional<std::array<uint32_t, 2>> stpWords;  // of the last STP enable, replayed to cards
 };
 
 // The chassis whose cards know ACL VLAN groups; elsewhere groups are kept and not sent.

@@ -39,6 +39,19 @@ int enqueue(const agentRoute& route, size_t length, const Fill& fill) {
     return 0;
 }
 
+// A message whose data begin behind the header's padding, without the two words of a download:
+// what its form has from there on.
+int enqueueData(const agentRoute& route, uint32_t messageId, const void* data, size_t size) {
+    const size_t length = AGENT_DATA + size;
+    agentHdr header;
+    // As of every message: what it is, and a header's length.
+    vAclBuildIpcHdr(&header, route, length, messageId);
+    return enqueue(route, length, [&](void* block) {
+        std::memcpy(block, &header, AGENT_DATA);
+        std::memcpy(static_cast<uint8_t*>(block) + AGENT_DATA, data, size);
+    });
+}
+
 }  // namespace
 
 agentIfName::agentIfName(uint32_t ifindex) {
@@ -96,19 +109,13 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route
 }
 
 int aclSendIpcToAclAgent(uint32_t slot, const agentReseqMsg& bundle) {
-    const agentRoute route = agentRouteOf(slot, MT_ACL_RESEQUENCE);
-    agentHdr header;
-    // As of every message: what it is, and a header's length.
-    vAclBuildIpcHdr(&header, route, sizeof bundle, MT_ACL_RESEQUENCE);
-    static_assert(sizeof bundle + sizeof header == RESEQ_LENGTH_WORD);
-    return enqueue(route, sizeof bundle, [&](void* block) {
-        auto* message = static_cast<agentReseqMsg*>(block);
-        *message = bundle;
-        message->ipc = header.ipc;
-    });
+    static_assert(sizeof bundle + sizeof(agentHdr) == RESEQ_LENGTH_WORD);
+    return enqueueData(agentRouteOf(slot, MT_ACL_RESEQUENCE), MT_ACL_RESEQUENCE,
+                       reinterpret_cast<const uint8_t*>(&bundle) + AGENT_DATA,
+                       sizeof bundle - AGENT_DATA);
 }
 
-int aclSendToMacAgent(uint32_t slot, uint32_t messageId, void* message, size_t size) {
+int aclSendToMacAgent(uint32_t slot, uint32_t messageId, const void* message, size_t size) {
     if (!aclMayDownload() || slot >= SLOT_COUNT) return 0;
     const aclLinecard& card = aclLinecardInfo[slot];
     // Cards of this type have their MAC agent elsewhere.
@@ -120,12 +127,16 @@ int aclSendToMacAgent(uint32_t slot, uint32_t messageId, void* message, size_t s
                            static_cast<int>(slot),
                            slot,
                            slot};
-    agentHdr header;
-    vAclBuildIpcHdr(&header, route, size, messageId);
-    return enqueue(route, size, [&](void* block) {
-        std::memcpy(message, &header.ipc, sizeof header.ipc);
-        std::memcpy(block, message, size);
-    });
+    return enqueueData(route, messageId, static_cast<const uint8_t*>(message) + AGENT_DATA,
+                       size - AGENT_DATA);
+}
+
+void aclSendToAllAgents(uint32_t messageId, std::span<const uint8_t> data, int slot) {
+    if (data.size() > AGENT_DATA_MAX || !aclMayDownload()) return;
+    for (uint32_t card = 0; card < SLOT_COUNT; card++)
+        if ((slot == SLOT_NONE || slot == static_cast<int>(card)) &&
+            aclLinecardInfo[card].isUp != 0)
+            (void)enqueueData(agentRouteOf(card, messageId), messageId, data.data(), data.size());
 }
 
 void aclSendBundle(const agentReseqMsg& bundle) {

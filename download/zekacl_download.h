@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "common/linecard.h"
@@ -59,7 +60,12 @@ void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen, 
 
 // One message (a record of protMsg.h, of which the header is filled in here) to the MAC agent of a
 // slot. Results as above.
-int aclSendToMacAgent(uint32_t slot, uint32_t messageId, void* message, size_t size);
+int aclSendToMacAgent(uint32_t slot, uint32_t messageId, const void* message, size_t size);
+// Words and bytes that are only carried, at most AGENT_DATA_MAX of them, to the ACL agent of one
+// card that is up or (SLOT_NONE) of each of them.
+constexpr size_t AGENT_DATA = offsetof(agentHdr, more);  // where they begin in the message
+constexpr size_t AGENT_DATA_MAX = IPC_BUFFER_SIZE - AGENT_DATA;
+void aclSendToAllAgents(uint32_t messageId, std::span<const uint8_t> data, int slot = SLOT_NONE);
 
 // Slots 0 to this one are told of new numbers by bundles; agents of others are to be sent the list.
 constexpr uint32_t RESEQ_LAST_SLOT = 12;

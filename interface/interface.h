@@ -214,13 +214,18 @@ void aclForPlaceUses(Fn&& fn) {
          v = aclVlanTreeFindNext(v->ifindex))
         if (v->use != nullptr) fn(v->ifindex, *v->use);
 }
-// Calls fn(VLAN ifindex) for the VLANs that the port or LAG is a member of, in order of their ids.
+// Calls fn(VLAN ifindex) for the VLANs of a bit array, in order of their ids.
 template <class Fn>
-void aclForVlansOf(const aclIntf& member, Fn&& fn) {
-    for (size_t word = 0; word < std::size(member.vlans->word); word++)
-        for (uint64_t bits = member.vlans->word[word]; bits != 0; bits &= bits - 1)
+void aclForVlans(const vlanBits& vlans, Fn&& fn) {
+    for (size_t word = 0; word < std::size(vlans.word); word++)
+        for (uint64_t bits = vlans.word[word]; bits != 0; bits &= bits - 1)
             fn(ifindexMake(IF_TYPE_VLAN, static_cast<uint32_t>(word * 64) +
                                              static_cast<uint32_t>(std::countr_zero(bits))));
+}
+// The same for those that a port or LAG is a member of.
+template <class Fn>
+void aclForVlansOf(const aclIntf& member, Fn&& fn) {
+    aclForVlans(*member.vlans, fn);
 }
 // Calls fn(source) for every place whose members include the port: the port itself, its LAG, and
 // the VLANs of both.

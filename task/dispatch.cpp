@@ -14,8 +14,10 @@
 #include "download/maclimit.h"
 #include "include/cliMsg.h"
 #include "include/clientMsg.h"
+#include "include/ifmMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
+#include "protocol/relays.h"
 #include "task/rows.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -62,6 +64,21 @@ int untold(aclNodeRecord*, uint8_t* message) {
     return NOT_TOLD;
 }
 
+// What has counts that do not fit its length is dropped, as what is too short.
+int relayed(bool good) {
+    if (!good) aclCounters.truncated++;
+    return NOT_TOLD;
+}
+std::span<const uint8_t> wholeOf(const uint8_t* message) {
+    return {message, reinterpret_cast<const ipcHdr*>(message)->length};
+}
+
+// The profile at 68, the microcode at 72. False when the message ends before them.
+bool handleCamProfile(const uint8_t* message) {
+    if (wholeOf(message).size() < 76) return false;
+    aclHandleCamPrfChgNotif(msgWord(message, 68), msgWord(message, 72));
+    return true;
+}
 // The event's id at 64; of a card, its slot at 68.
 int handleEvent(aclNodeRecord*, uint8_t* message) {
     struct eventRow {
@@ -78,7 +95,10 @@ int handleEvent(aclNodeRecord*, uint8_t* message) {
     bool known = row != std::ranges::end(events);
     aclDebug(DEBUG_ACL_GENERAL, "Received an event notification\nEvent: %s\r\n",
              known ? row->name : "Unknown");
-    if (event == EVT_CAM_PROFILE) aclNotBuilt("CAM-profile events");
+    if (event == EVT_CAM_PROFILE && !handleCamProfile(message)) {
+        aclCounters.truncated++;
+        msgHdr(message)->result = ACL_E_SYSTEM;
+    }
     if (event == EVT_CARD_DOWN || event == EVT_CARD_SHUTDOWN)
         aclHandleCardDownNotif(msgWord(message, 68));
     return NOT_TOLD;
@@ -126,15 +146,6 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
 
 // --- MAC limits ----------------------------------------------------------------------------------
 
-// What has counts that do not fit its length is dropped, as what is too short.
-int relayed(bool good) {
-    if (!good) aclCounters.truncated++;
-    return NOT_TOLD;
-}
-std::span<const uint8_t> wholeOf(const uint8_t* message) {
-    return {message, reinterpret_cast<const ipcHdr*>(message)->length};
-}
-
 int handleMacLimit(aclNodeRecord*, uint8_t* message) {
     switch (msgHdr(message)->mtype) {
         case MT_ACLMAC_ADD:
@@ -153,6 +164,46 @@ int handleMacLimit(aclNodeRecord*, uint8_t* message) {
 int handleProtocolFilter(aclNodeRecord*, uint8_t* message) {
     aclLockHeld<aclLock::read> held;
     return relayed(aclSendProtFilter(wholeOf(message)));
+}
+
+// --- the interface manager, and what is passed on to the cards
+// ------------------------------------
+
+// A handler that takes the whole message, under the lock, and says whether it is what it says.
+template <aclLock Kind, auto Handler>
+int underLock(aclNodeRecord*, uint8_t* message) {
+    aclLockHeld<Kind> held;
+    return relayed(Handler(wholeOf(message)));
+}
+int handleIfmEvents(aclNodeRecord*, uint8_t* message) {
+    return relayed(aclHandleIFMNotifMsg(wholeOf(message)));
+}
+
+// Neither changes the bytes, so the two have one copy of them: the message itself.
+bool portsLeave(std::span<const uint8_t> message) {
+    const auto first = message.first(std::min(message.size(), IFM_PORTS_LEAVE_BYTES));
+    const bool good = vAclDelMultiplePort(first);
+    return aclDelMultiplePortForMirroring(first) && good;
+}
+
+// The words from the body's begin on.
+template <size_t Count>
+std::array<uint32_t, Count> wordsOf(const uint8_t* message) {
+    std::array<uint32_t, Count> words;
+    for (uint32_t i = 0; i < Count; i++)
+        words[i] = msgWord(message, static_cast<uint32_t>(sizeof(ipcHdr)) + 4 * i);
+    return words;
+}
+int handleStpEnable(aclNodeRecord* node, uint8_t* message) {
+    aclLockHeld<aclLock::write> held;
+    node->protocol.stpWords = wordsOf<2>(message);
+    aclSendStpEnableMsgToAclAgent(*node->protocol.stpWords, SLOT_NONE);
+    return NOT_TOLD;
+}
+int handleMirrorRelay(aclNodeRecord*, uint8_t* message) {
+    aclLockHeld<aclLock::read> held;
+    aclMirroringRelayMgShutNoshutNotif(wordsOf<4>(message));
+    return NOT_TOLD;
 }
 
 // --- shows for other tasks -----------------------------------------------------------------------
@@ -267,12 +318,12 @@ constexpr msgRow msgTable[] = {
     {MT_CFG_INIT_CFG_COMPLETE,   "initial configuration done",    HDR, msgReply::ifm,       handleCfgComplete},
     {{MT_CLI_COMMAND, MT_CLI_COMMAND_2}, "CLI command",           HDR, msgReply::byHandler, handleCli},
     {MT_SNMP_TRAP_AGENT_IP,      "SNMP trap agent address",       HDR, msgReply::ipc,       nullptr},
-    {MT_IFM_PORTS_LEAVE,         "IFM: ports leave",               68, msgReply::ifm,       nullptr},
+    {MT_IFM_PORTS_LEAVE,         "IFM: ports leave",               68, msgReply::ifm,       underLock<aclLock::write, portsLeave>},
     {MT_IFM_NOTIF_A,             "IFM notification, no action",   HDR, msgReply::ifm,       handleNothing},
     {MT_IFM_NOTIF_B,             "IFM notification, no action",   HDR, msgReply::ifm,       handleNothing},
-    {MT_IFM_PORTVL_EVT_NOTIF,    "IFM: VLANs of a port",           68, msgReply::ifm,       nullptr},
-    {MT_IFM_MIRROR_RELAY,        "mirroring relay",                76, msgReply::ifm,       nullptr},
-    {MT_IFM_EVT_NOTIF,           "IFM events",                    192, msgReply::ifm,       nullptr},
+    {MT_IFM_PORTVL_EVT_NOTIF,    "IFM: VLANs of a port",           68, msgReply::ifm,       underLock<aclLock::write, vAclSetPortVlans>},
+    {MT_IFM_MIRROR_RELAY,        "mirroring relay",                76, msgReply::ifm,       handleMirrorRelay},
+    {MT_IFM_EVT_NOTIF,           "IFM events",                    192, msgReply::ifm,       handleIfmEvents},
     {MT_ACL0_REGISTER,           "control-processor agent registers", 64, msgReply::byHandler, aclHandleAcl0Register},
     {MT_AGENT_REGISTER,          "line-card agent registers",     HDR, msgReply::byHandler, aclHandleAgentRegister},
     {MT_AGENT_QUEUE,             "agent asks for its queue",      HDR, msgReply::byHandler, aclHandleAgentQueue, true},
@@ -311,8 +362,8 @@ constexpr msgRow msgTable[] = {
     {{MT_ACLMAC_DELENTRY, MT_ACLMAC_DELALLENTRY}, "MAC-limit entry deletion", LIMIT, msgReply::macMgr, handleMacLimit},
     {MT_ACLMAC_DELLIST,          "MAC-limit list deletion",       LIMIT, msgReply::macMgr,  handleMacLimit},
     {MT_ACLMAC_PROTOCOL_FILTER,  "MAC-limit protocol filter",     sizeof(protocolFilterMsg), msgReply::none, handleProtocolFilter},
-    {MT_STP_ENABLE,              "STP enable",                     68, msgReply::macMgr,    nullptr},
-    {{MT_GVRP_FIRST, MT_GVRP_LAST}, "GVRP",                       HDR, msgReply::ipc,       nullptr},
+    {MT_STP_ENABLE,              "STP enable",                     68, msgReply::macMgr,    handleStpEnable},
+    {{MT_GVRP_FIRST, MT_GVRP_LAST}, "GVRP",                       HDR, msgReply::ipc,       underLock<aclLock::read, AclSendGVRPMsgToAgent>},
     {{MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE}, "mask display mode", HDR, msgReply::byHandler, handleInverseMask},
     {{MT_PEER_INFO, MT_PEER_REGISTER}, "peer route processor",    HDR, msgReply::byHandler, untold<aclHandlePeerMsg>},
     {MT_V6_ACL_TRIGGER,          "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},

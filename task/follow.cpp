@@ -14,6 +14,7 @@
 #include "platform/api/zekCfg.h"
 #include "protocol/AclIpAdd.h"
 #include "protocol/membership.h"
+#include "protocol/relays.h"
 #include "protocol/zekprotocol.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -66,7 +67,7 @@ constexpr agentStep cardReplay[] = {
     {"DHCP-snooping nodes", nullptr},
     {"bound lists", [](uint32_t slot) { AclUpdateAclAgentExt(slot); }},
     {"UDP helper", nullptr},
-    {"STP enables", nullptr},
+    {"STP enables", AclUpdateAclAgentForStpProtocolEnable},
     {"global IPv6 configuration", nullptr},
     {"PIM configuration parameters", nullptr},
     {"policy-based routing", nullptr},

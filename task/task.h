@@ -97,6 +97,33 @@ void aclReleaseHeldAgents();  // called on every pass
 // not is only logged.
 void aclHandleCardDownNotif(uint32_t slot);
 
+// --- the interface manager (notify.cpp) ------------------------------------------------------
+//
+// Indexes are taken as they are told: what a message calls an interface need not be the one index
+// under which its records stand. A message that says of itself what cannot be is taken as far as it
+// is good, and false returned.
+
+// Message 10896: takes the write lock.
+bool aclHandleIFMNotifMsg(std::span<const uint8_t> message);
+std::string ifmSvcTypeToStr(uint32_t type);
+// The rest under the write lock. Ports that leave a VLAN (10873), at most IFM_PORTS_LEAVE_BYTES:
+bool vAclDelMultiplePort(std::span<const uint8_t> message);
+// A port (or LAG) becomes a member of exactly these VLANs (10878). Nothing changes on false.
+bool vAclSetPortVlans(std::span<const uint8_t> message);
+// Types 41 and 42; others do nothing.
+void vAclAddDelPortToVlan(uint32_t member, uint32_t vlan, uint32_t type);
+void iAclAddLagPorts(uint32_t lag, uint32_t port);
+void iAclDelLagPorts(uint32_t lag, uint32_t port);
+// Makes a VLAN's record, or gives it another state; other interfaces get theirs on first use.
+void aclIfmAddIf(uint32_t ifindex, uint32_t value);
+// Everything on the interface goes with it, the configuration of its lists too.
+void aclIfmDelIf(uint32_t ifindex);
+void iAclDelLag(uint32_t lag);
+void aclDeleteVlan(uint32_t vlan);
+void aclSetPortMode(uint32_t ifindex, uint32_t mode);
+// The chassis has another CAM profile.
+void aclHandleCamPrfChgNotif(uint32_t profile, uint32_t microcode);
+
 // --- queues to peers that keep copies (queueEvents.cpp) ---------------------------------------
 
 // The tasks that keep copies of lists, and the second ACL agent: each gets its queue, in a new
