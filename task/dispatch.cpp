@@ -166,8 +166,7 @@ int handleProtocolFilter(aclNodeRecord*, uint8_t* message) {
     return relayed(aclSendProtFilter(wholeOf(message)));
 }
 
-// --- the interface manager, and what is passed on to the cards
-// ------------------------------------
+// --- the interface manager, and what is passed on to the cards ----------------------------------
 
 // A handler that takes the whole message, under the lock, and says whether it is what it says.
 template <aclLock Kind, auto Handler>

@@ -20,8 +20,8 @@
 
 namespace {
 
-// The one index of an interface. A port's name is looked up when it is told for the first time:
-// records are made under the one index only.
+// The one index of an interface, under which its record is made. A port's name is looked up when it
+// is told for the first time only.
 uint32_t indexOf(uint32_t told) {
     return ifindexType(told) == IF_TYPE_PORT && AclIntfTreeFind(told) != nullptr
                ? told
@@ -35,47 +35,7 @@ bool isVlan(uint32_t ifindex) {
     return ifindexType(ifindex) == IF_TYPE_VLAN && isInterface(ifindex);
 }
 
-// --- an interface goes --------------------------------------------------------------------------
-
-void leaveVlans(uint32_t ifindex) {
-    const aclIntf* intf = AclIntfTreeFind(ifindex);
-    if (intf == nullptr) return;
-    const vlanBits vlans = *intf->vlans;
-    aclForVlans(vlans, [ifindex](uint32_t vlan) { (void)aclFollowVlanLeft(vlan, ifindex); });
-}
-void leaveLag(uint32_t ifindex) {
-    if (const uint32_t lag = aclLagOfPort(ifindex); lag != 0) (void)aclFollowLagLeft(lag, ifindex);
-}
-void freeBits(uint32_t ifindex) {
-    aclIntf* intf = AclIntfTreeFind(ifindex);
-    if (intf == nullptr) return;
-    aclBitMapFree(intf->vlans);
-    intf->vlans = nullptr;
-}
-void dropRecord(uint32_t ifindex) {
-    if (aclIntf* intf = AclIntfTreeFind(ifindex)) aclIntfDrop(intf);
-}
-
-struct interfaceStep {
-    const char* what;
-    void (*run)(uint32_t ifindex);  // null: not built yet
-};
-
-// Whatever cards or other records have of it goes before the record, so that nothing is left that
-// nobody could take away any more.
-constexpr interfaceStep interfaceGone[] = {
-    {"its protocols", aclProtocolInterfaceGone},
-    {"its addresses", aclDelAllAddressesOf},
-    {"its VLANs lose a member", leaveVlans},
-    {"its LAG loses a member", leaveLag},
-    {"MAC, IPv4 and IPv6 lists, inbound then outbound; source guard", aclRemoveAllFromInterface},
-    {"its bit array", freeBits},
-    {"UDP helper", nullptr},  // when INTF_UDP_HELPER is set
-    {"its record", dropRecord},
-};
-
-// --- modes
-// ----------------------------------------------------------------------------------------
+// --- modes --------------------------------------------------------------------------------------
 
 // A trap says the mode of its interface, so those that were sent are sent again.
 void sendTrapsAgain(uint32_t ifindex) {
@@ -94,12 +54,11 @@ void sendTrapsAgain(uint32_t ifindex) {
         if (slots.test(slot)) AclUpdateMacAgentForProtocols(slot);
 }
 
-// --- the records of an event message
-// --------------------------------------------------------------
+// --- the records of an event message ------------------------------------------------------------
 
 struct svcRecord {
     uint32_t type;
-    uint32_t word[8];  // as many as the row says, from offset 4 on; the first is the one index
+    uint32_t word[8];  // as many as the row says, from offset 4 on; the first is an interface
     std::span<const uint8_t> bytes;  // the whole record
 };
 
@@ -113,7 +72,7 @@ struct svcRow {
 
 // Of the seven values only the address says where packets to the router go.
 void aclIfmIpAddAdd(const svcRecord& r) {
-    aclAddIpAddrFromIFM(r.word[0], r.word[1]);
+    aclAddIpAddrFromIFM(indexOf(r.word[0]), r.word[1]);
 }
 
 void ip6(const svcRecord& r) {
@@ -121,7 +80,7 @@ void ip6(const svcRecord& r) {
     const bool kept = r.type == IFM_SVC_DEL_IP6_UNLESS_KEPT && (told->flags & IFM_IP6_KEEP) != 0;
     if (kept || told->prefixLength > 128) return;
     (r.type == IFM_SVC_ADD_IP6 ? aclAddIPV6AddFromIFM : aclDelIPV6AddFromIFM)(
-        r.word[0], told->address, told->prefixLength);
+        indexOf(r.word[0]), told->address, told->prefixLength);
 }
 
 // The indexes at `at` of the bytes: as many as are said, but no more than there are.
@@ -138,7 +97,7 @@ void vlanPort(const svcRecord& r) {
     vAclAddDelPortToVlan(r.word[0], r.word[1], r.type);
 }
 void groupId(const svcRecord& r) {
-    aclIfmAddDelMgid(r.word[0], r.word[1], r.type);
+    aclIfmAddDelMgid(indexOf(r.word[0]), r.word[1], r.type);
 }
 
 // clang-format off
@@ -147,7 +106,7 @@ constexpr svcRow svcTable[] = {
     {IFM_SVC_DEL_IF,              "IFM_SVC_DEL_IF",               8, 1, [](const svcRecord& r) { aclIfmDelIf(r.word[0]); }},
     {IFM_SVC_PORT_MODE,           "IFM_SVC_PORT_MODE",           12, 2, [](const svcRecord& r) { aclSetPortMode(r.word[0], r.word[1]); }},
     {IFM_SVC_ADD_IP,              "IFM_SVC_ADD_IP",              36, 8, aclIfmIpAddAdd},
-    {IFM_SVC_DEL_IP,              "IFM_SVC_DEL_IP",              12, 2, [](const svcRecord& r) { aclDelIpAddrFromIFM(r.word[0], r.word[1]); }},
+    {IFM_SVC_DEL_IP,              "IFM_SVC_DEL_IP",              12, 2, [](const svcRecord& r) { aclDelIpAddrFromIFM(indexOf(r.word[0]), r.word[1]); }},
     {IFM_SVC_IGNORED,             "IFM_SVC_IGNORED",              8, 0, nullptr},
     {IFM_SVC_DEL_IP6,             "IFM_SVC_DEL_IP6",             64, 1, ip6},
     {IFM_SVC_ADD_IP6,             "IFM_SVC_ADD_IP6",             64, 1, ip6},
@@ -185,7 +144,7 @@ bool handleRecord(std::span<const uint8_t> bytes) {
     if (bytes.size() >= row->minLen)
         for (uint32_t i = 0; i < row->words; i++)
             record.word[i] = *wireView<be32>(bytes, sizeof(ifmSvcHdr) + i * sizeof(be32));
-    record.word[0] = indexOf(record.word[0]);
+    // (Of a record that is too short the words are 0, which is no interface.)
     if (!isInterface(record.word[0])) {
         aclDebug(DEBUG_ACL_GENERAL, "%s of %d bytes about %#x is left out\r\n", row->name,
                  static_cast<int>(bytes.size()), record.word[0]);
@@ -223,8 +182,7 @@ bool aclHandleIFMNotifMsg(std::span<const uint8_t> message) {
     return good;
 }
 
-// --- interfaces
-// -----------------------------------------------------------------------------------
+// --- interfaces ---------------------------------------------------------------------------------
 
 void aclIfmAddIf(uint32_t told, uint32_t value) {
     const uint32_t ifindex = indexOf(told);
@@ -236,20 +194,17 @@ void aclIfmAddIf(uint32_t told, uint32_t value) {
     aclAddDelVlanMemNotifToAclAgent(0, ifindexPort(ifindex));
 }
 
-void aclIfmDelIf(uint32_t told) {
-    const uint32_t ifindex = indexOf(told);
+void aclIfmDelIf(uint32_t ifindex) {
     if (ifindexType(ifindex) == IF_TYPE_LAG) return iAclDelLag(ifindex);
     if (ifindexType(ifindex) == IF_TYPE_VLAN) return aclDeleteVlan(ifindex);
-    if (AclIntfTreeFind(ifindex) == nullptr) return;
-    for (const interfaceStep& step : interfaceGone)
-        if (step.run != nullptr) step.run(ifindex);
+    aclFollowPortGone(ifindex);
 }
 
 void iAclDelLag(uint32_t lag) {
-    aclFollowLagGone(indexOf(lag));
+    aclFollowLagGone(lag);
 }
 void aclDeleteVlan(uint32_t vlan) {
-    aclFollowVlanGone(indexOf(vlan));
+    aclFollowVlanGone(vlan);
 }
 
 void aclSetPortMode(uint32_t told, uint32_t mode) {
@@ -260,37 +215,32 @@ void aclSetPortMode(uint32_t told, uint32_t mode) {
     sendTrapsAgain(ifindex);
 }
 
-// --- members
-// --------------------------------------------------------------------------------------
+// --- members ------------------------------------------------------------------------------------
 
-void vAclAddDelPortToVlan(uint32_t toldMember, uint32_t toldVlan, uint32_t type) {
-    if (type != IFM_TYP_ADD_VLAN_PORT && type != IFM_TYP_DEL_VLAN_PORT) return;
-    const uint32_t member = indexOf(toldMember), vlan = indexOf(toldVlan);
+void vAclAddDelPortToVlan(uint32_t member, uint32_t vlan, uint32_t type) {
     const int id = static_cast<int>(ifindexPort(vlan));
-    if (type == IFM_TYP_DEL_VLAN_PORT) {
+    if (type == IFM_TYP_ADD_VLAN_PORT) {
+        aclDebug(DEBUG_ACL_GENERAL, "IFM_TYP_ADD_VLAN_PORT msd for Vlan %d member %s\r\n", id,
+                 agentIfName(member).text);
+        const int result = aclFollowVlanJoined(vlan, member);
+        if (result == 1) aclDebug(DEBUG_ACL_GENERAL, "Duplicate IFM_SVC_ADD_VLAN_PORT msg\r\n");
+        if (result < 0)
+            aclDebug(DEBUG_ACL_GENERAL, "%s cannot be a member of Vlan %d\r\n",
+                     agentIfName(member).text, id);
+    } else if (type == IFM_TYP_DEL_VLAN_PORT) {
         aclDebug(DEBUG_ACL_GENERAL, "IFM_TYP_DEL_VLAN_PORT msd for Vlan %d member %s\r\n", id,
                  agentIfName(member).text);
         (void)aclFollowVlanLeft(vlan, member);
-        return;
     }
-    aclDebug(DEBUG_ACL_GENERAL, "IFM_TYP_ADD_VLAN_PORT msd for Vlan %d member %s\r\n", id,
-             agentIfName(member).text);
-    const int result = aclFollowVlanJoined(vlan, member);
-    if (result == 1) aclDebug(DEBUG_ACL_GENERAL, "Duplicate IFM_SVC_ADD_VLAN_PORT msg\r\n");
-    if (result < 0)
-        aclDebug(DEBUG_ACL_GENERAL, "%s cannot be a member of Vlan %d\r\n",
-                 agentIfName(member).text, id);
 }
 
-void iAclAddLagPorts(uint32_t toldLag, uint32_t toldPort) {
-    const uint32_t lag = indexOf(toldLag), port = indexOf(toldPort);
+void iAclAddLagPorts(uint32_t lag, uint32_t port) {
     if (aclFollowLagJoined(lag, port) < 0)
-        aclDebug(DEBUG_ACL_GENERAL, "%s cannot be a member of LAG %d: it is one of LAG %d\r\n",
-                 agentIfName(port).text, static_cast<int>(ifindexPort(lag)),
-                 static_cast<int>(ifindexPort(aclLagOfPort(port))));
+        aclDebug(DEBUG_ACL_GENERAL, "%s cannot be a member of LAG %d\r\n", agentIfName(port).text,
+                 static_cast<int>(ifindexPort(lag)));
 }
 void iAclDelLagPorts(uint32_t lag, uint32_t port) {
-    (void)aclFollowLagLeft(indexOf(lag), indexOf(port));
+    (void)aclFollowLagLeft(lag, port);
 }
 
 bool vAclDelMultiplePort(std::span<const uint8_t> message) {
@@ -325,8 +275,7 @@ bool vAclSetPortVlans(std::span<const uint8_t> message) {
     return true;
 }
 
-// --- the CAM profile
-// ------------------------------------------------------------------------------
+// --- the CAM profile ----------------------------------------------------------------------------
 
 void aclHandleCamPrfChgNotif(uint32_t profile, uint32_t microcode) {
     constexpr uint32_t groupProfile = 7, groupMicrocode = 4;

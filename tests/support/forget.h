@@ -6,10 +6,12 @@
 #include "ipacl/store.h"
 #include "ipacl/zekipmac.h"
 #include "ipacl/zekvlangroup.h"
+#include "platform/api/zekLock.h"
 #include "platform/test/record.h"
 #include "policy/bgp/zekbgp_plcy.h"
 #include "policy/prefix/zekprefixlist.h"
 #include "policy/rmap/zekroutemap.h"
+#include "task/task.h"
 
 // A group's list, its members, then the group itself.
 inline void forgetGroups() {
@@ -41,6 +43,21 @@ inline void forgetPairs() {
                         : aclMgrIpMacAclDel(ifindex, pair.address, pair.mac, pair.vlan)) != ACL_OK)
             std::abort();
     }
+}
+
+// Every interface, VLAN and LAG, as if the interface manager took them away one after another: with
+// them go their lists, addresses and protocols. Of the task's tests only.
+inline void forgetPlaces() {
+    auto goes = [](uint32_t ifindex) {
+        aclWriteLock();
+        aclIfmDelIf(ifindex);
+        aclWriteUnlock();
+    };
+    while (const aclVlan* vlan = aclVlanTreeFindFirst()) goes(vlan->ifindex);
+    while (const aclIntf* intf = AclIntfTreeFindFirst()) goes(intf->ifindex);
+    aclNode->protocol.stpWords.reset();
+    aclNode->finalWord = 0;
+    testTake();
 }
 
 // Bindings keep a deleted list as a placeholder, so they go first.
