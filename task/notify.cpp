@@ -168,6 +168,7 @@ bool aclHandleIFMNotifMsg(std::span<const uint8_t> message) {
     if (front == nullptr) return false;
     aclDebug(DEBUG_ACL_GENERAL, "%s %d: tlv msg from IFM: numArr: %d\r\n", __func__, __LINE__,
              static_cast<int>(uint32_t{front->count}));
+    if (front->count == 0) aclPlacesTold();  // an empty one says that everything has been told
     aclLockHeld<aclLock::write> held;
     bool good = true;
     size_t at = sizeof *front;

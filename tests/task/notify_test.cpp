@@ -346,6 +346,13 @@ TEST_F(Notify, TheWalkStaysInsideTheMessage) {
         EXPECT_EQ(aclCounters.truncated, row.truncated);
         forgetPlaces();
     }
+    for (uint32_t count : {1u, 0u}) {
+        aclNode->standing.placesAwaitedUntil = UINT64_MAX;
+        auto bytes = event({join});
+        as<ifmEventMsg>(bytes).count = count;
+        told(bytes);
+        EXPECT_EQ(aclPlacesAreAwaited(), count != 0);
+    }
     EXPECT_EQ(ifmSvcTypeToStr(41), "IFM_TYP_ADD_VLAN_PORT");
     DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
     deliver(event({record(99, {1, 2}), join, join}));
