@@ -19,6 +19,19 @@ enum chassisCommand : uint32_t {
     CHASSIS_CLIENT_UNREGISTER = 6,  // the same
     CHASSIS_CLIENT_SHOW = 7,
     CHASSIS_CLIENT_BEHAVE = 8,  // argument: chassisClientBehaviour
+    // What the interface manager and the protocols' tasks know, and tell the manager; requests of
+    // chassisPlaceReq.
+    CHASSIS_MEMBERS_JOIN = 9,       // the VLAN or LAG, its members
+    CHASSIS_MEMBERS_LEAVE = 10,     // the same
+    CHASSIS_INTERFACE_DELETE = 11,  // a VLAN, a LAG, a port
+    CHASSIS_GROUP = 12,             // argument: multicast group id of a VLAN or LAG; 0: none
+    CHASSIS_ADDRESS_ADD = 13,       // argument: prefix length
+    CHASSIS_ADDRESS_DEL = 14,       // the same
+    CHASSIS_INTERFACE_STATE = 15,   // argument: 1 up, 0 down
+    CHASSIS_INTERFACE_MODE = 16,    // argument: the port's mode
+    CHASSIS_PROTOCOL_ENABLE = 17,   // argument: protocolId
+    CHASSIS_PROTOCOL_DISABLE = 18,  // the same
+    CHASSIS_INTERFACES = 19,        // what is known of them
 };
 
 struct chassisControlReq {
@@ -58,17 +71,34 @@ struct chassisClientReq {
 WIRE_SIZE(chassisClientReq, 240);
 WIRE_AT(chassisClientReq, name, 100);
 
+struct chassisPlaceReq {
+    ipcHdr ipc;
+    be32 command;         //  60
+    be32 argument;        //  64
+    be32 ifindex;         //  68
+    be32 family;          //  72  of the address: 4 or 6
+    uint8_t address[16];  //  76  an IPv4 address in the first 4 bytes
+    uint8_t vmac[6];      //  92  a protocol's virtual MAC address; all 0: none
+    uint8_t reserved98[2];
+    be32 count;  // 100  of members: their indexes stand behind
+};
+WIRE_SIZE(chassisPlaceReq, 104);
+WIRE_AT(chassisPlaceReq, address, 76);
+WIRE_AT(chassisPlaceReq, count, 100);
+constexpr uint32_t CHASSIS_MEMBERS_MAX = 1024;  // of one request
+
 // The answer: the request with the triples exchanged, a status in header word 16 and JSON text from
 // byte 204 to the length in the header.
 constexpr size_t CHASSIS_TEXT_OFFSET = 204;
 enum chassisStatus : uint32_t {
-    CHASSIS_OK = 0,      // an event: the manager has taken notice
-    CHASSIS_NOBODY = 1,  // an event, a registration: no manager is there to be told
-    CHASSIS_SILENT = 2,  // the manager has not answered in time
+    CHASSIS_OK = 0,      // what the manager is to know: it has acknowledged it
+    CHASSIS_NOBODY = 1,  // no manager is there to be told. Of interfaces and protocols it is told
+    CHASSIS_SILENT = 2,  // the manager has not answered in time.   when it comes, or answers
     CHASSIS_BAD = 3,     // unknown command, slot or route processor
     CHASSIS_FAILED = 4,  // the run folder cannot be written
     CHASSIS_NO_TASK = 5,
-    CHASSIS_REFUSED = 6,  // the manager has refused the registration
+    CHASSIS_REFUSED = 6,  // the manager has refused it
+    CHASSIS_INVALID = 7,  // cannot be: "why" in the text is a sentence
 };
 
 // An event notification (type MT_EVENT_NOTIF).
@@ -80,6 +110,9 @@ struct eventNotif {
 };
 WIRE_SIZE(eventNotif, 72);
 WIRE_AT(eventNotif, event, 64);
+
+// RUNDIR/interfaces.json: what the interface manager and the protocols' tasks know.
+constexpr const char* CHASSIS_INTERFACES_FILE = "interfaces.json";
 
 // RUNDIR/primary: the number of the primary route processor in decimal. Without the file the
 // description's word stands.

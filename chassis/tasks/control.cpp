@@ -1,11 +1,7 @@
 // chassisd's control requests: events raised and waited for, the primary role, what is known.
 #include "chassis/tasks/control.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <random>
 
@@ -15,47 +11,14 @@
 namespace {
 
 constexpr int SEND_TIMEOUT_MS = 1000;
-constexpr size_t EVENTS_MAX = 1024;  // under way or remembered
 
-constexpr const char* statusNames[] = {"ok",     "nobody",  "silent", "bad",
-                                       "failed", "no-task", "refused"};
-
-struct outcome {
-    uint32_t status;
-    jsonObject text;
-};
-
-requester requesterOf(const ipcHdr& hdr) {
-    return {hdr.target.card, hdr.target.svce, hdr.sequence};
-}
+typedef chassisOutcome outcome;
 
 void answer(chassisControl* control, std::span<const uint8_t> request, const outcome& result) {
-    jsonObject text;
-    text.string("status", statusNames[result.status]);
-    if (!result.text.body.empty()) text.body += "," + result.text.body;
-    std::string json = text.text();
-    std::vector<uint8_t> message(CHASSIS_TEXT_OFFSET + json.size());
-    std::ranges::copy(request.first(std::min(request.size(), sizeof(chassisControlReq))),
-                      message.begin());
-    std::ranges::copy(json, message.begin() + CHASSIS_TEXT_OFFSET);
-    auto* hdr = wireView<ipcHdr>(std::span(message));
-    hdr->length = static_cast<uint32_t>(message.size());
-    hdr->result = result.status;
-    ipcExchangeTriples(hdr);
-    (void)zekEndpointSend(control->endpoint, message.data(), message.size(), SEND_TIMEOUT_MS);
+    chassisAnswer(control->endpoint, request, result);
 }
 
 // ---- events
-
-// Answers the request of an event that is over, and remembers the answer for those who ask again.
-void finish(chassisControl* control, size_t index, uint32_t status, uint64_t nowMs) {
-    raisedEvent event = std::move(control->raised[index]);
-    control->raised.erase(control->raised.begin() + static_cast<ptrdiff_t>(index));
-    outcome result{status, {}};
-    result.text.number("told", event.told);
-    answer(control, event.request, result);
-    control->answered.push_back({event.who, status, nowMs + CONTROL_PATIENCE_MS});
-}
 
 // Sends the notification to everyone who has subscribed and to the primary's manager, which must
 // hear of its cards even before it has. *told: how many there are. True when the manager is.
@@ -83,23 +46,14 @@ bool notify(const chassisControl& control, eventNotif notif, uint32_t manager, s
 
 void raise(chassisControl* control, std::span<const uint8_t> request, uint32_t eventId,
            uint32_t slot, uint64_t nowMs) {
-    requester who = requesterOf(*wireView<ipcHdr>(request));
-    // A requester that asks again has not seen its answer: the event is not raised twice.
-    if (std::ranges::find(control->raised, who, &raisedEvent::who) != control->raised.end()) return;
-    auto known = std::ranges::find(control->answered, who, &answeredEvent::who);
-    if (known != control->answered.end()) return answer(control, request, {known->status, {}});
-    // Nobody makes chassisd remember without end.
-    if (control->raised.size() + control->answered.size() >= EVENTS_MAX)
-        return answer(control, request, {CHASSIS_FAILED, {}});
-
+    const uint32_t ticket = laterTake(&control->later, request, nowMs);
+    if (ticket == 0) return;
     uint32_t rp = chassisPrimaryRp(*control->chassis, control->runDir);
     raisedEvent event{};
-    event.who = who;
-    event.request.assign(request.begin(), request.end());
+    event.ticket = ticket;
     event.sequence = ++control->lastSequence;
     event.card = control->chassis->routeProcessors[rp].address;
     event.svce = aclServicePort(APP_ACL, 0, QUEUE_REQUEST);
-    event.giveUpAt = nowMs + CONTROL_PATIENCE_MS;
 
     eventNotif notif{};
     notif.ipc.length = sizeof notif;
@@ -109,11 +63,13 @@ void raise(chassisControl* control, std::span<const uint8_t> request, uint32_t e
     notif.ipc.target.svce = CHASSIS_CONTROL_SERVICE;
     notif.event = eventId;
     notif.slot = slot;
-    bool managerIsThere = notify(*control, notif, event.card, &event.told);
+    size_t told;
+    const bool managerIsThere = notify(*control, notif, event.card, &told);
     control->events++;
-    control->raised.push_back(std::move(event));
+    laterFind(&control->later, ticket)->outcome.text.number("told", told);
+    control->raised.push_back(event);
     // Nobody to wait for: answered at once, like an event that is over.
-    if (!managerIsThere) finish(control, control->raised.size() - 1, CHASSIS_NOBODY, nowMs);
+    if (!managerIsThere) laterFinish(&control->later, ticket, CHASSIS_NOBODY, nowMs);
 }
 
 void takeAnswer(chassisControl* control, const ipcHdr& hdr, uint64_t nowMs) {
@@ -122,7 +78,7 @@ void takeAnswer(chassisControl* control, const ipcHdr& hdr, uint64_t nowMs) {
     if (event == control->raised.end() || hdr.target.card != event->card ||
         hdr.target.svce != event->svce)
         return;
-    finish(control, static_cast<size_t>(event - control->raised.begin()), CHASSIS_OK, nowMs);
+    laterFinish(&control->later, event->ticket, CHASSIS_OK, nowMs);
 }
 
 // ---- commands
@@ -142,25 +98,14 @@ void cardEvent(chassisControl* control, std::span<const uint8_t> request, uint64
           req->argument, nowMs);
 }
 
-// Whole or not at all: readers look at any time.
-bool writePrimary(const std::string& runDir, uint32_t rp) {
-    std::string file = runDir + "/" + CHASSIS_PRIMARY_FILE, fresh = file + ".new";
-    std::string text = std::to_string(rp) + "\n";
-    int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640);
-    if (fd < 0) return false;
-    bool written = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    written = fsync(fd) == 0 && written;
-    written = close(fd) == 0 && written;
-    return written && rename(fresh.c_str(), file.c_str()) == 0;
-}
-
 void setPrimary(chassisControl* control, std::span<const uint8_t> request, uint64_t) {
     uint32_t rp = wireView<chassisControlReq>(request)->argument;
     outcome result{CHASSIS_OK, {}};
     if (rp >= control->chassis->routeProcessors.size())
         result.status = CHASSIS_BAD;
-    else if (!writePrimary(control->runDir, rp))
-        result.status = CHASSIS_FAILED;
+    else if (std::string why; !fileReplace(control->runDir + "/" + CHASSIS_PRIMARY_FILE,
+                                           std::to_string(rp) + "\n", &why))
+        result = {CHASSIS_FAILED, jsonObject{}.string("why", why)};
     result.text.number("primary", chassisPrimaryRp(*control->chassis, control->runDir));
     answer(control, request, result);
 }
@@ -186,9 +131,10 @@ void tellState(chassisControl* control, std::span<const uint8_t> request, uint64
     result.text.number("primary", chassisPrimaryRp(*control->chassis, control->runDir))
         .number("requests", control->requests)
         .number("events", control->events)
-        .number("waiting", control->raised.size())
+        .number("waiting", std::ranges::count(control->later.all, true, &laterRequest::open))
         .raw("tasks", "[" + peers + "]")
         .raw("subscriptions", "[" + subscriptions + "]");
+    result.text.body += "," + neighboursSummary(control->around).body;
     answer(control, request, result);
 }
 
@@ -200,6 +146,16 @@ void clientCommand(chassisControl* control, std::span<const uint8_t> request, ui
         clientsCommand(control->peers, control->runDir,
                        control->chassis->routeProcessors[rp].address, *req, nowMs);
     answer(control, request, {result.status, std::move(result.text)});
+}
+
+void placeCommand(chassisControl* control, std::span<const uint8_t> request, uint64_t nowMs) {
+    neighboursCommand(&control->around, request, nowMs);
+}
+
+void tellInterfaces(chassisControl* control, std::span<const uint8_t> request, uint64_t) {
+    outcome result{CHASSIS_OK, {}};
+    result.text.raw("rows", neighboursRows(control->around));
+    answer(control, request, result);
 }
 
 // One row per command. Those of clients share theirs, which looks at the longer request.
@@ -215,6 +171,17 @@ constexpr struct {
     {CHASSIS_CLIENT_UNREGISTER, clientCommand},
     {CHASSIS_CLIENT_SHOW, clientCommand},
     {CHASSIS_CLIENT_BEHAVE, clientCommand},
+    {CHASSIS_MEMBERS_JOIN, placeCommand},
+    {CHASSIS_MEMBERS_LEAVE, placeCommand},
+    {CHASSIS_INTERFACE_DELETE, placeCommand},
+    {CHASSIS_GROUP, placeCommand},
+    {CHASSIS_ADDRESS_ADD, placeCommand},
+    {CHASSIS_ADDRESS_DEL, placeCommand},
+    {CHASSIS_INTERFACE_STATE, placeCommand},
+    {CHASSIS_INTERFACE_MODE, placeCommand},
+    {CHASSIS_PROTOCOL_ENABLE, placeCommand},
+    {CHASSIS_PROTOCOL_DISABLE, placeCommand},
+    {CHASSIS_INTERFACES, tellInterfaces},
 };
 
 void take(chassisControl* control, std::span<const uint8_t> message, uint64_t nowMs) {
@@ -235,7 +202,8 @@ void take(chassisControl* control, std::span<const uint8_t> message, uint64_t no
 }  // namespace
 
 bool controlOpen(chassisControl* control, const chassisDescription& chassis,
-                 std::vector<chassisPeer>* peers, const std::string& runDir, std::string* error) {
+                 std::vector<chassisPeer>* peers, const std::string& runDir, std::string* error,
+                 std::string* notice) {
     control->chassis = &chassis;
     control->peers = peers;
     control->runDir = runDir;
@@ -243,10 +211,19 @@ bool controlOpen(chassisControl* control, const chassisDescription& chassis,
         std::ranges::find(chassis.routeProcessors, true, &chassisRp::primary)->address;
     control->lastSequence = std::random_device{}();  // answers to an earlier life are not ours
     control->endpoint = zekEndpointOpen(runDir, control->address, CHASSIS_CONTROL_SERVICE, error);
-    return control->endpoint != nullptr;
+    if (control->endpoint == nullptr) return false;
+    control->later = {control->endpoint, CONTROL_PATIENCE_MS, {}, 0};
+    const auto ifm = std::ranges::find(
+        *peers, APP_IFM, [](const chassisPeer& peer) { return uint32_t{peer.kind->app}; });
+    const bool hasIfm = ifm != peers->end();
+    if (hasIfm) ifm->around = &control->around;
+    return neighboursOpen(&control->around, chassis, runDir, hasIfm ? ifm->endpoint : nullptr,
+                          hasIfm ? ifm->address : 0, control->address, &control->later, error,
+                          notice);
 }
 
 void controlClose(chassisControl* control) {
+    neighboursClose(&control->around);
     zekEndpointClose(control->endpoint);
     control->endpoint = nullptr;
 }
@@ -262,18 +239,14 @@ void controlServe(chassisControl* control, uint64_t nowMs) {
 }
 
 uint64_t controlTick(chassisControl* control, uint64_t nowMs) {
-    std::erase_if(control->answered,
-                  [nowMs](const answeredEvent& e) { return e.forgetAt <= nowMs; });
     // The role may have moved since the last pass: queues are asked for at the present primary.
     const uint32_t rp = chassisPrimaryRp(*control->chassis, control->runDir);
-    uint64_t next =
+    const uint64_t asked =
         clientsTick(control->peers, control->chassis->routeProcessors[rp].address, nowMs);
-    // From behind, because finishing one takes it out.
-    for (size_t i = control->raised.size(); i-- > 0;) {
-        if (control->raised[i].giveUpAt <= nowMs)
-            finish(control, i, CHASSIS_SILENT, nowMs);
-        else
-            next = std::min(next, control->raised[i].giveUpAt);
-    }
-    return next;
+    const uint64_t told = neighboursTick(&control->around, rp, nowMs);
+    const uint64_t waited = laterTick(&control->later, nowMs);
+    std::erase_if(control->raised, [control](const raisedEvent& e) {
+        return laterFind(&control->later, e.ticket) == nullptr;
+    });
+    return std::min({asked, told, waited});
 }

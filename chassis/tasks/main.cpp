@@ -15,10 +15,10 @@ int main(int argc, char** argv) {
     chassisDescription chassis;
     std::vector<chassisPeer> peers;
     chassisControl control;
-    std::string error;
+    std::string error, notice;
     if (!processLoad(&options, &chassis, &error) ||
         !peersOpen(chassis, options.runDir, &peers, &error) ||
-        !controlOpen(&control, chassis, &peers, options.runDir, &error)) {
+        !controlOpen(&control, chassis, &peers, options.runDir, &error, &notice)) {
         std::fprintf(stderr, "chassisd: %s\n", error.c_str());
         controlClose(&control);
         peersClose(&peers);
@@ -26,9 +26,12 @@ int main(int argc, char** argv) {
     }
 
     std::vector<pollfd> waits{{processStopFd(), POLLIN, 0},
-                              {zekEndpointFd(control.endpoint), POLLIN, 0}};
+                              {zekEndpointFd(control.endpoint), POLLIN, 0},
+                              {zekEndpointFd(control.around.endpoint), POLLIN, 0}};
+    const size_t firstPeer = waits.size();
     for (const chassisPeer& peer : peers)
         waits.push_back({zekEndpointFd(peer.endpoint), POLLIN, 0});
+    if (!notice.empty()) std::fprintf(stderr, "chassisd: %s\n", notice.c_str());
     std::fprintf(stderr, "ready\n");
 
     for (;;) {
@@ -37,7 +40,8 @@ int main(int argc, char** argv) {
         if ((waits[0].revents & POLLIN) != 0) break;
         // Peers first: who subscribes and then asks for an event gets it.
         for (size_t i = 0; i < peers.size(); i++)
-            if ((waits[i + 2].revents & POLLIN) != 0) peerServe(peers[i]);
+            if ((waits[firstPeer + i].revents & POLLIN) != 0) peerServe(peers[i]);
+        if ((waits[2].revents & POLLIN) != 0) neighboursServe(&control.around);
         if ((waits[1].revents & POLLIN) != 0) controlServe(&control, processNowMs());
     }
     controlClose(&control);

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "chassis/tasks/neighbours.h"
 #include "include/service.h"
 
 namespace {
@@ -24,12 +25,18 @@ void answer(chassisPeer& peer, std::vector<uint8_t>& message) {
 
 void ignore(chassisPeer&, std::vector<uint8_t>&) {}
 
-// The interface manager answers registrations; nothing else of it is asked for.
+// The interface manager answers registrations, behind which the manager is told everything, and
+// hears that what it tells has come.
 void ifmHandle(chassisPeer& peer, std::vector<uint8_t>& message) {
-    if (header(message)->mtype == MT_IFM_REGISTER)
+    if (header(message)->mtype == MT_IFM_REGISTER) {
+        const ipcHdr registration = *header(message);
         answer(peer, message);
-    else
+        if (peer.around != nullptr) neighboursRegistered(peer.around, registration);
+    } else if (header(message)->mtype == MT_SWP_ACK && peer.around != nullptr) {
+        neighboursAnswer(peer.around, *header(message));
+    } else {
         peer.refused++;
+    }
 }
 
 // The event handler remembers who wants which event.
@@ -75,7 +82,7 @@ bool peersOpen(const chassisDescription& chassis, std::string_view runDir,
         uint32_t port = aclServicePort(task.application, task.instance, QUEUE_REQUEST);
         zekEndpoint* endpoint = zekEndpointOpen(runDir, task.address, port, error);
         if (endpoint == nullptr) return false;
-        peers->push_back({kind, task.instance, task.address, endpoint, {}, 0, 0, {}, {}});
+        peers->push_back({kind, task.instance, task.address, endpoint, {}, 0, 0, {}, {}, nullptr});
     }
     return true;
 }
@@ -102,7 +109,7 @@ void peerServe(chassisPeer& peer) {
         }
         peer.received++;
         // What a queue repeats is acknowledged again and handed on once.
-        if (header(message)->session != 0 &&
+        if (header(message)->session != 0 && header(message)->mtype != MT_SWP_ACK &&
             zekEndpointSwpAck(peer.endpoint, message.data(), &peer.seen) != ZEK_SWP_IN_ORDER)
             continue;
         peer.kind->handle(peer, message);

@@ -13,6 +13,7 @@
 #include "platform/api/zekTransport.h"
 
 struct chassisPeer;
+struct neighbours;
 
 // What a kind of peer does with a message that is in order: one row per application.
 struct peerKind {
@@ -35,6 +36,7 @@ struct chassisPeer {
     uint64_t received, refused;
     std::vector<eventSubscription> subscriptions;  // event handler only
     clientState client;                            // tasks that use lists
+    neighbours* around = nullptr;                  // interface manager only: whom it tells of what
 };
 
 // Opens an endpoint for every task of the description that has a kind. False and *error when one

@@ -7,11 +7,13 @@
 #include <type_traits>
 
 #include "cli/grammar/grammar.h"
+#include "include/ifindex.h"
 
 // States that more than one file leads to.
 extern const grammarState sMode;  // stands for the start of the current mode
 extern const grammarState sDone;  // the line must end
-extern const grammarState sExec, sTest, sConfig, sListName, sStandard, sExtended, sBinding;
+extern const grammarState sExec, sTest, sChassis, sConfig, sListName, sStandard, sExtended,
+    sBinding;
 // In front of sConfig in the modes of lists: remarks, where a list takes them, and its description.
 extern const grammarState sRemarks, sDescription;
 // Of the topic of groups and source guard; what follows "ip" in configuration mode.
@@ -133,4 +135,10 @@ constexpr grammarNode sequence(uint32_t highest, const grammarState& next, cliAc
 constexpr grammarNode nameArg(const char* help, const grammarState& next,
                               cliAction action = setName) {
     return arg(cliArg::name, "NAME", help, next, action);
+}
+// The control processor has an agent like a card, and a number behind the slots.
+constexpr std::array<grammarNode, 2> slotNodes(const grammarState& next) {
+    auto slot = number("slot", 0, SLOT_COUNT - 1, next, setNumber);
+    return {slot,
+            kw("control-plane", "the control processor", next, setNumber, CARD_CONTROL_PLANE)};
 }

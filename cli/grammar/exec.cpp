@@ -1,16 +1,12 @@
-// Exec commands: show, clear, chassis, debug.
+// Exec commands: show, clear, debug; what is asked of chassisd is a topic of its own.
 #include "cli/grammar/build.h"
-#include "include/chassisControl.h"
-#include "include/ifindex.h"
 
 namespace {
 
 extern const grammarState sShow, sShowConfiguration, sClearConfiguration, sClearUnresolved,
     sShowIpv6, sShowMac, sClearMac, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6, sShowIp,
-    sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sChassis, sChassisCard,
-    sChassisEvent, sChassisPrimary, sClear, sClearIp, sClearLists, sClearCounters, sClient,
-    sClientTask, sClientKind, sClientName, sBehaveTask, sBehave, sWrite, sConfigure, sDebug,
-    sDebugArgs;
+    sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sClear, sClearIp, sClearLists,
+    sClearCounters, sWrite, sConfigure, sDebug, sDebugArgs;
 
 // Behind "do" of configuration mode the same words apply, without those that change the mode
 // (F_EXEC).
@@ -102,12 +98,6 @@ constexpr grammarNode showListNodes[] = {
     fin("its entries"),
 };
 constexpr grammarState sShowList{showListNodes};
-// The control processor has an agent like a card, and a number behind the slots.
-constexpr std::array<grammarNode, 2> slotNodes(const grammarState& next) {
-    auto slot = number("slot", 0, SLOT_COUNT - 1, next, setNumber);
-    return {slot,
-            kw("control-plane", "the control processor", next, setNumber, CARD_CONTROL_PLANE)};
-}
 constexpr auto showCardNodes = slotNodes(sShowCardWhat);
 constexpr grammarState sShowCard{showCardNodes};
 constexpr grammarNode showCardWhatNodes[] = {
@@ -120,60 +110,6 @@ constexpr grammarNode showCardListsNodes[] = {
     fin("all lists"),
 };
 constexpr grammarState sShowCardLists{showCardListsNodes};
-// Questions and orders to chassisd, which stands for the rest of the chassis.
-constexpr grammarNode chassisNodes[] = {
-    kw("card", "report an event of a card", sChassisCard),
-    kw("primary", "move the primary role", sChassisPrimary, setKind, CHASSIS_PRIMARY),
-    kw("status", "tasks and who has subscribed", sDone, setKind, CHASSIS_STATE),
-    kw("client", "tasks that use lists", sClient),
-};
-constexpr grammarState sChassis{chassisNodes};
-constexpr grammarNode clientNodes[] = {
-    kw("register", "a task uses a list from now on", sClientTask, setKind, CHASSIS_CLIENT_REGISTER),
-    kw("unregister", "and no longer", sClientTask, setKind, CHASSIS_CLIENT_UNREGISTER),
-    kw("behave", "how a task treats its triggers", sBehaveTask, setKind, CHASSIS_CLIENT_BEHAVE),
-    kw("show", "what the tasks have received", sDone, setKind, CHASSIS_CLIENT_SHOW),
-};
-constexpr grammarState sClient{clientNodes};
-constexpr grammarNode clientTaskNodes[] = {
-    arg(cliArg::text, "TASK", "name of the task, e.g. BGP or IPM-2", sClientKind, addText),
-};
-constexpr grammarState sClientTask{clientTaskNodes};
-constexpr grammarNode clientKindNodes[] = {
-    kw("ip", "an IPv4 access list", sClientName, setNumber, CLIENT_LIST_IP),
-    kw("ipv6", "an IPv6 access list", sClientName, setNumber, CLIENT_LIST_IPV6),
-    kw("prefix", "an IPv4 prefix list", sClientName, setNumber, CLIENT_LIST_PREFIX),
-    kw("prefix6", "an IPv6 prefix list", sClientName, setNumber, CLIENT_LIST_PREFIX6),
-    kw("as-path", "an AS-path list", sClientName, setNumber, CLIENT_LIST_ASPATH),
-    kw("community", "a community list", sClientName, setNumber, CLIENT_LIST_COMMUNITY),
-    kw("route-map", "a route map", sClientName, setNumber, CLIENT_LIST_RMAP),
-    kw("mac", "a MAC access list", sClientName, setNumber, CLIENT_LIST_MAC),
-};
-constexpr grammarState sClientKind{clientKindNodes};
-constexpr grammarNode clientNameNodes[] = {
-    nameArg("the list, defined or not", sDone),
-};
-constexpr grammarState sClientName{clientNameNodes};
-constexpr grammarNode behaveTaskNodes[] = {
-    arg(cliArg::text, "TASK", "name of the task, e.g. BGP", sBehave, addText),
-};
-constexpr grammarState sBehaveTask{behaveTaskNodes};
-constexpr grammarNode behaveNodes[] = {
-    kw("answer", "answers at once", sDone, setNumber, CLIENT_ANSWERS),
-    kw("silent", "never answers", sDone, setNumber, CLIENT_SILENT),
-    kw("late", "answers when the next trigger comes", sDone, setNumber, CLIENT_LATE),
-    kw("wrong-sequence", "answers another message", sDone, setNumber, CLIENT_WRONG_SEQUENCE),
-};
-constexpr grammarState sBehave{behaveNodes};
-constexpr auto chassisCardNodes = slotNodes(sChassisEvent);
-constexpr grammarState sChassisCard{chassisCardNodes};
-constexpr grammarNode chassisEventNodes[] = {
-    kw("down", "the card is down", sDone, setKind, CHASSIS_CARD_DOWN),
-    kw("shutdown", "the card is shut down", sDone, setKind, CHASSIS_CARD_SHUTDOWN),
-};
-constexpr grammarState sChassisEvent{chassisEventNodes};
-constexpr grammarNode chassisPrimaryNodes[] = {number("route processor", 0, 1, sDone, setNumber)};
-constexpr grammarState sChassisPrimary{chassisPrimaryNodes};
 constexpr grammarNode clearNodes[] = {
     kw("configuration", "lines of the configuration", sClearConfiguration),
     kw("ip", "IP lists", sClearIp),

@@ -1,7 +1,6 @@
 // The cards of the chassis: what their agents say of themselves, and the events that chassisd is
 // asked to raise.
 #include "cli/show/agents.h"
-#include "include/chassisControl.h"
 #include "include/entry.h"
 #include "include/service.h"
 
@@ -150,15 +149,6 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
     return agentReply::good;
 }
 
-// By the status of chassisd's answer; 0 is success.
-constexpr const char* chassisSentences[] = {"",
-                                            "No manager is there to be told",
-                                            "The manager has not answered in time",
-                                            "There is no such card or route processor",
-                                            "The run folder cannot be written",
-                                            "There is no such task that uses lists",
-                                            "The manager has refused the registration"};
-
 }  // namespace
 
 cliOutcome showCards(cliSession* session, const cliCommand&, cliPipe* pipe) {
@@ -209,38 +199,5 @@ cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pip
     if (reply != agentReply::good)
         return refusal("Card " + agentLabel(command.number) + ": " + agentReplyText(reply));
     renderAnswer(*session, answer, pipe);
-    return {};
-}
-
-cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe) {
-    std::string error;
-    if (!ready(session, &error)) return refusal(error);
-    uint32_t address = 0;
-    for (const chassisRp& rp : session->chassis.routeProcessors)
-        if (rp.primary) address = rp.address;  // chassisd stays there when the role moves
-    chassisClientReq request{};                // begins as the shorter record does
-    requestAddress(&session->channel, &request.ipc, MT_CHASSIS_CONTROL, sizeof request, address,
-                   CHASSIS_CONTROL_SERVICE);
-    request.command = command.kind;
-    // The last slot stands for the control processor's agent.
-    request.argument = command.number == CARD_CONTROL_PLANE ? SLOT_COUNT - 1 : command.number;
-    if (command.text.size() >= sizeof request.task)
-        return refusal(chassisSentences[CHASSIS_NO_TASK]);
-    command.text.copy(request.task, sizeof request.task);
-    request.name = listNameMake(command.name);
-    askResult asked =
-        channelAsk(&session->channel, &request, sizeof request, session->options.timeoutMs);
-    if (asked == askResult::noAnswer) return notReached(session, "No answer from chassisd in time");
-    if (asked != askResult::answered)
-        return notReached(session, "chassisd cannot be reached (is it running?)");
-    std::span<const uint8_t> bytes(session->channel.message);
-    uint32_t status = wireView<ipcHdr>(bytes)->result;
-    if (status >= std::size(chassisSentences) || bytes.size() < CHASSIS_TEXT_OFFSET)
-        return refusal("The answer of chassisd is not understood");
-    if (status != CHASSIS_OK) return refusal(chassisSentences[status]);
-    bytes = bytes.subspan(CHASSIS_TEXT_OFFSET);
-    json answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
-    if (!answer.is_object()) return refusal("The answer of chassisd is not understood");
-    renderAnswer(*session, answer.contains("rows") ? answer["rows"] : answer, pipe);
     return {};
 }

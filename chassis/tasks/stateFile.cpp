@@ -1,0 +1,229 @@
+// The state as JSON: interfaces by their indexes, which stay when the chassis's names change.
+#include "chassis/tasks/stateFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "include/ifmMsg.h"
+
+namespace {
+
+using json = nlohmann::json;
+
+constexpr uint32_t VERSION = 1;
+constexpr const char* lineNames[LINE_COUNT] = {"interfaces", "vrrp", "protocols"};
+
+// --- bytes as text -------------------------------------------------------------------------------
+
+std::string hexText(std::span<const uint8_t> bytes) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (uint8_t b : bytes) {
+        text += digits[b >> 4];
+        text += digits[b & 15];
+    }
+    return text;
+}
+std::vector<uint8_t> hexBytes(const std::string& text) {
+    std::vector<uint8_t> bytes;
+    auto digit = [](char c) {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+        throw std::runtime_error("a digit that is none");
+    };
+    if (text.size() % 2 != 0) throw std::runtime_error("half a byte");
+    for (size_t i = 0; i < text.size(); i += 2)
+        bytes.push_back(static_cast<uint8_t>(digit(text[i]) << 4 | digit(text[i + 1])));
+    return bytes;
+}
+template <size_t size>
+std::array<uint8_t, size> hexArray(const json& value) {
+    const std::vector<uint8_t> bytes = hexBytes(value.get<std::string>());
+    std::array<uint8_t, size> array{};
+    if (bytes.size() != size) throw std::runtime_error("an address of another length");
+    std::ranges::copy(bytes, array.begin());
+    return array;
+}
+uint32_t indexOf(const std::string& text) {
+    uint32_t index;
+    if (!chassisIndexParse(text, &index) || !ifmIsInterface(index))
+        throw std::runtime_error(text + " is no interface");
+    return index;
+}
+
+// --- parts ---------------------------------------------------------------------------------------
+
+// The values that an interface may have one of.
+constexpr struct {
+    const char* key;
+    std::optional<uint32_t> ifmInterface::*member;
+} interfaceValues[] = {
+    {"group", &ifmInterface::group},
+    {"state", &ifmInterface::state},
+    {"mode", &ifmInterface::mode},
+};
+
+json interfaceJson(const ifmInterface& interface) {
+    json value = json::object();
+    for (uint32_t member : interface.members) value["members"].push_back(chassisIndexText(member));
+    for (const ifmAddress& a : interface.addresses)
+        value["addresses"].push_back(
+            {{"family", a.family}, {"bytes", hexText(a.bytes)}, {"length", a.length}});
+    for (const auto& row : interfaceValues)
+        if (interface.*row.member) value[row.key] = *(interface.*row.member);
+    return value;
+}
+
+void readInterface(uint32_t index, const json& value, ifmModel* model) {
+    ifmInterface& interface = model->interfaces[index];
+    const uint32_t type = ifindexType(index);
+    std::set<uint32_t> seen;
+    for (const json& text : value.value("members", json::array())) {
+        const uint32_t member = indexOf(text.get<std::string>());
+        const uint32_t memberType = ifindexType(member);
+        const bool fits = memberType == IF_TYPE_PORT
+                              ? type == IF_TYPE_LAG || type == IF_TYPE_VLAN
+                              : memberType == IF_TYPE_LAG && type == IF_TYPE_VLAN;
+        if (!fits || !seen.insert(member).second)
+            throw std::runtime_error(chassisIndexText(member) + " cannot be a member there");
+        interface.members.push_back(member);
+        model->members++;
+    }
+    for (const json& a : value.value("addresses", json::array())) {
+        const ifmAddress address{a.at("family"), hexArray<16>(a.at("bytes")), a.at("length")};
+        if ((address.family != 4 && address.family != 6) || address.length == 0 ||
+            address.length > (address.family == 6 ? 128u : 32u))
+            throw std::runtime_error("an address that is none");
+        interface.addresses.push_back(address);
+        model->addresses++;
+    }
+    for (const auto& row : interfaceValues)
+        if (value.contains(row.key)) interface.*row.member = value.at(row.key).get<uint32_t>();
+}
+
+json bookJson(const lineBook& book) {
+    json removals = json::array();
+    for (const owedRemoval& owed : book.owed)
+        removals.push_back({{"record", hexText(owed.bytes)}, {"owed-by", owed.rps}});
+    return {{"told", book.told}, {"removals", std::move(removals)}};
+}
+
+// A removal goes back to the manager as it stands: only what chassisd could have written.
+bool isRemoval(uint32_t line, const std::vector<uint8_t>& bytes) {
+    const std::span<const uint8_t> span(bytes);
+    if (line != LINE_IFM) {
+        const auto* record = wireView<protRecord>(span);
+        return bytes.size() == sizeof(protRecord) && protocolName(record->id) != nullptr &&
+               (protocolWayOf(record->id) == protocolWay::queue) == (line == LINE_VRRP);
+    }
+    constexpr struct {
+        uint16_t type;
+        size_t length;
+    } removals[] = {{IFM_SVC_DEL_IF, 8},        {IFM_SVC_DEL_IP, 12},
+                    {IFM_SVC_DEL_IP6, 64},      {IFM_TYP_DEL_VLAN_PORT, 12},
+                    {IFM_SVC_DEL_LAG_PORT, 12}, {IFM_SVC_DEL_VLAN_MGID, 20},
+                    {IFM_SVC_DEL_LAG_MGID, 20}};
+    const auto* hdr = wireView<ifmSvcHdr>(span);
+    return hdr != nullptr && std::ranges::any_of(removals, [&](const auto& r) {
+               return r.type == hdr->type && r.length == hdr->length && r.length == bytes.size();
+           });
+}
+
+void readBook(uint32_t line, const json& value, lineBook* book) {
+    book->told = value.at("told").get<uint32_t>() & RPS_MASK;
+    for (const json& removal : value.at("removals")) {
+        owedRemoval owed{hexBytes(removal.at("record").get<std::string>()),
+                         removal.at("owed-by").get<uint32_t>() & RPS_MASK};
+        if (!isRemoval(line, owed.bytes)) throw std::runtime_error("a removal that is none");
+        if (owed.rps != 0) book->owed.push_back(std::move(owed));
+    }
+}
+
+void parse(std::string_view text, neighbourState* state) {
+    const json whole = json::parse(text);
+    if (whole.at("version").get<uint32_t>() != VERSION)
+        throw std::runtime_error("another version's");
+    for (const auto& [index, value] : whole.at("interfaces").items())
+        readInterface(indexOf(index), value, &state->interfaces);
+    for (const json& value : whole.at("protocols")) {
+        const protocolUse use{value.at("id"), indexOf(value.at("interface").get<std::string>()),
+                              hexArray<6>(value.at("vmac"))};
+        if (protocolName(use.id) == nullptr) throw std::runtime_error("a protocol that is none");
+        state->protocols.enabled.push_back(use);
+    }
+    for (uint32_t line = 0; line < LINE_COUNT; line++)
+        readBook(line, whole.at("lines").at(lineNames[line]), &state->books[line]);
+}
+
+}  // namespace
+
+bool fileReplace(const std::string& file, std::string_view text, std::string* error) {
+    const std::string fresh = file + ".new";
+    const int fd = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640);
+    bool written = fd >= 0;
+    while (written && !text.empty()) {
+        const ssize_t n = write(fd, text.data(), text.size());
+        if (n < 0 && errno == EINTR) continue;
+        written = n > 0;
+        if (written) text.remove_prefix(static_cast<size_t>(n));
+    }
+    written = written && fsync(fd) == 0;
+    int why = errno;  // of the first that failed
+    if (fd >= 0 && close(fd) != 0 && written) written = false, why = errno;
+    if (written && rename(fresh.c_str(), file.c_str()) != 0) written = false, why = errno;
+    if (written) return true;
+    unlink(fresh.c_str());
+    *error = file + " cannot be written: " + std::strerror(why);
+    return false;
+}
+
+std::string stateText(const neighbourState& state) {
+    json interfaces = json::object(), protocols = json::array(), lines = json::object();
+    for (const auto& [index, interface] : state.interfaces.interfaces)
+        interfaces[chassisIndexText(index)] = interfaceJson(interface);
+    for (const protocolUse& use : state.protocols.enabled)
+        protocols.push_back({{"id", use.id},
+                             {"interface", chassisIndexText(use.ifindex)},
+                             {"vmac", hexText(use.vmac)}});
+    for (uint32_t line = 0; line < LINE_COUNT; line++)
+        lines[lineNames[line]] = bookJson(state.books[line]);
+    return json{{"version", VERSION},
+                {"interfaces", std::move(interfaces)},
+                {"protocols", std::move(protocols)},
+                {"lines", std::move(lines)}}
+               .dump() +
+           "\n";
+}
+
+bool stateParse(std::string_view text, neighbourState* state, std::string* error) {
+    *state = {};
+    try {
+        parse(text, state);
+        return true;
+    } catch (const std::exception& e) {
+        *state = {};
+        *error = e.what();
+        return false;
+    }
+}
+
+void stateLoad(const std::string& file, neighbourState* state, std::string* error) {
+    *state = {};
+    std::ifstream in(file, std::ios::binary);
+    if (!in && errno == ENOENT) return;
+    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    std::string why = "it cannot be read";
+    if (in && !in.bad() && stateParse(text, state, &why)) return;
+    // Kept for whoever wants to know, and out of the way of the next change.
+    const std::string aside = file + ".damaged";
+    const bool moved = rename(file.c_str(), aside.c_str()) == 0;
+    *error =
+        file + ": " + why + (moved ? "; it is now " + aside : "") + "; chassisd goes on without it";
+}
