@@ -51,6 +51,11 @@ std::array<uint8_t, size> hexArray(const json& value) {
     std::ranges::copy(bytes, array.begin());
     return array;
 }
+uint32_t number(const json& value) {  // the library would convert what is none
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX)
+        throw std::runtime_error(value.dump() + " is no number of 32 bits");
+    return value.get<uint32_t>();
+}
 uint32_t indexOf(const std::string& text) {
     uint32_t index;
     if (!chassisIndexParse(text, &index) || !ifmIsInterface(index))
@@ -97,7 +102,8 @@ void readInterface(uint32_t index, const json& value, ifmModel* model) {
         model->members++;
     }
     for (const json& a : value.value("addresses", json::array())) {
-        const ifmAddress address{a.at("family"), hexArray<16>(a.at("bytes")), a.at("length")};
+        const ifmAddress address{number(a.at("family")), hexArray<16>(a.at("bytes")),
+                                 number(a.at("length"))};
         if ((address.family != 4 && address.family != 6) || address.length == 0 ||
             address.length > (address.family == 6 ? 128u : 32u))
             throw std::runtime_error("an address that is none");
@@ -105,7 +111,7 @@ void readInterface(uint32_t index, const json& value, ifmModel* model) {
         model->addresses++;
     }
     for (const auto& row : interfaceValues)
-        if (value.contains(row.key)) interface.*row.member = value.at(row.key).get<uint32_t>();
+        if (value.contains(row.key)) interface.*row.member = number(value.at(row.key));
 }
 
 json bookJson(const lineBook& book) {
@@ -137,10 +143,10 @@ bool isRemoval(uint32_t line, const std::vector<uint8_t>& bytes) {
 }
 
 void readBook(uint32_t line, const json& value, lineBook* book) {
-    book->told = value.at("told").get<uint32_t>() & RPS_MASK;
+    book->told = number(value.at("told")) & RPS_MASK;
     for (const json& removal : value.at("removals")) {
         owedRemoval owed{hexBytes(removal.at("record").get<std::string>()),
-                         removal.at("owed-by").get<uint32_t>() & RPS_MASK};
+                         number(removal.at("owed-by")) & RPS_MASK};
         if (!isRemoval(line, owed.bytes)) throw std::runtime_error("a removal that is none");
         if (owed.rps != 0) book->owed.push_back(std::move(owed));
     }
@@ -148,12 +154,12 @@ void readBook(uint32_t line, const json& value, lineBook* book) {
 
 void parse(std::string_view text, neighbourState* state) {
     const json whole = json::parse(text);
-    if (whole.at("version").get<uint32_t>() != VERSION)
-        throw std::runtime_error("another version's");
+    if (number(whole.at("version")) != VERSION) throw std::runtime_error("another version's");
     for (const auto& [index, value] : whole.at("interfaces").items())
         readInterface(indexOf(index), value, &state->interfaces);
     for (const json& value : whole.at("protocols")) {
-        const protocolUse use{value.at("id"), indexOf(value.at("interface").get<std::string>()),
+        const protocolUse use{number(value.at("id")),
+                              indexOf(value.at("interface").get<std::string>()),
                               hexArray<6>(value.at("vmac"))};
         if (protocolName(use.id) == nullptr) throw std::runtime_error("a protocol that is none");
         state->protocols.enabled.push_back(use);
