@@ -7,8 +7,9 @@ aclAgentState* aclAgentStateOf(uint32_t agent) {
                              : &aclLinecardInfo[agent].state;
 }
 
-zekSwpHandle aclAgentQueueOf(uint32_t agent) {
-    return agent == AGENT_CP ? aclNode->queues.acl0qHandle : aclLinecardInfo[agent].aclAgent;
+aclAgentQueues aclAgentQueuesOf(uint32_t agent) {
+    if (agent == AGENT_CP) return {aclNode->queues.acl0qHandle, ZEK_SWP_NONE};
+    return {aclLinecardInfo[agent].aclAgent, aclLinecardInfo[agent].macAgent};
 }
 
 void aclAgentLost(uint32_t agent) {
@@ -23,8 +24,10 @@ bool aclMayDownload() {
         if (card.state.owed || card.aclAgent == ZEK_SWP_NONE) continue;
         card.state.owed = true;
         // A session of nothing: what waited is another manager's to say now.
-        zekSwpReplayBegin(card.aclAgent);
-        zekSwpReplayEnd(card.aclAgent);
+        for (zekSwpHandle queue : {card.aclAgent, card.macAgent}) {
+            zekSwpReplayBegin(queue);
+            zekSwpReplayEnd(queue);
+        }
     }
     return false;
 }
@@ -47,12 +50,15 @@ void aclSendReplayMark(uint32_t agent, agentReplayMark mark) {
     body.mark = mark;
     body.number = state.replay;
     body.need = state.need;
+    auto send = [&](const agentRoute& route) {
+        agentHdr header;
+        vAclBuildIpcHdr(&header, route, sizeof body, MT_AGENT_REPLAY);
+        (void)iAclIPCSendAclList(&body, sizeof body, route, header, false);
+    };
+    if (agent == AGENT_CP) return send(agentRouteOf(IFINDEX_CP_BIND, MT_AGENT_REPLAY));
     // A bare slot addresses its card, as it does for DoS lists.
-    const uint32_t ifindex = agent == AGENT_CP ? IFINDEX_CP_BIND : agent;
-    const agentRoute route = agentRouteOf(ifindex, MT_AGENT_REPLAY);
-    agentHdr header;
-    vAclBuildIpcHdr(&header, route, sizeof body, MT_AGENT_REPLAY);
-    (void)iAclIPCSendAclList(&body, sizeof body, route, header, false);
+    send(agentRouteOf(agent, MT_AGENT_REPLAY));
+    send(aclMacRouteOf(agent));
 }
 
 void aclSendEgrMacEnableToAclAgent(uint32_t enable, int slot) {

@@ -115,18 +115,22 @@ int aclSendIpcToAclAgent(uint32_t slot, const agentReseqMsg& bundle) {
                        sizeof bundle - AGENT_DATA);
 }
 
-int aclSendToMacAgent(uint32_t slot, uint32_t messageId, const void* message, size_t size) {
-    if (!aclMayDownload() || slot >= SLOT_COUNT) return 0;
+agentRoute aclMacRouteOf(uint32_t slot) {
     const aclLinecard& card = aclLinecardInfo[slot];
     // Cards of this type have their MAC agent elsewhere.
     const uint32_t app = card.type == 1 ? uint32_t{APP_MAC_AGENT_1} : uint32_t{APP_MAC_AGENT};
-    const agentRoute route{card.macAgent,
-                           slot,
-                           card.agentIpAddr,
-                           aclServicePort(app, slot, QUEUE_REQUEST),
-                           static_cast<int>(slot),
-                           slot,
-                           slot};
+    return {card.macAgent,
+            slot,
+            card.agentIpAddr,
+            aclServicePort(app, slot, QUEUE_REQUEST),
+            static_cast<int>(slot),
+            slot,
+            slot};
+}
+
+int aclSendToMacAgent(uint32_t slot, uint32_t messageId, const void* message, size_t size) {
+    if (!aclMayDownload() || slot >= SLOT_COUNT) return 0;
+    const agentRoute route = aclMacRouteOf(slot);
     return enqueueData(route, messageId, static_cast<const uint8_t*>(message) + AGENT_DATA,
                        size - AGENT_DATA);
 }

@@ -58,6 +58,8 @@ int iAclIPCSendAclList(const void* body, size_t bodyLen, const agentRoute& route
 // Fills the header of a message on its route; the length word says body + 132.
 void vAclBuildIpcHdr(agentHdr* header, const agentRoute& route, size_t bodyLen, uint32_t messageId);
 
+// Where messages for the MAC agent of a slot go, which must be below SLOT_COUNT.
+agentRoute aclMacRouteOf(uint32_t slot);
 // One message (a record of protMsg.h, of which the header is filled in here) to the MAC agent of a
 // slot. Results as above.
 int aclSendToMacAgent(uint32_t slot, uint32_t messageId, const void* message, size_t size);
@@ -118,7 +120,14 @@ int AclSwpEnqueACL2(void* message, size_t length);
 // An ACL agent: a slot, or AGENT_CP for the control processor's.
 constexpr uint32_t AGENT_CP = SLOT_COUNT, AGENT_COUNT = SLOT_COUNT + 1;
 aclAgentState* aclAgentStateOf(uint32_t agent);
-zekSwpHandle aclAgentQueueOf(uint32_t agent);
+// Its queues: that of the lists, and a card's MAC agent's (ZEK_SWP_NONE: none).
+struct aclAgentQueues {
+    zekSwpHandle lists, mac;
+};
+aclAgentQueues aclAgentQueuesOf(uint32_t agent);
+inline zekSwpHandle aclAgentQueueOf(uint32_t agent) {
+    return aclAgentQueuesOf(agent).lists;
+}
 // A message for the agent could not even be made.
 void aclAgentLost(uint32_t agent);
 // Whether cards may be sent anything. A manager that is not primary takes back what waits for them
@@ -126,7 +135,8 @@ void aclAgentLost(uint32_t agent);
 bool aclMayDownload();
 // Takes what an agent's registration says of replays. True when that asks for one.
 bool aclAgentNeeds(uint32_t agent, uint32_t replayWord);
-// A mark in an agent's queue, if it takes marks; a begin counts the replays.
+// A mark in an agent's queue and in that of its card's MAC agent, if it takes marks; a begin counts
+// the replays. A queue that has lost something of the replay gets no end.
 void aclSendReplayMark(uint32_t agent, agentReplayMark mark);
 // Whether cards filter by egress MAC lists, to one card or (SLOT_NONE) to all.
 void aclSendEgrMacEnableToAclAgent(uint32_t enable, int slot = SLOT_NONE);

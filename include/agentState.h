@@ -15,6 +15,8 @@ enum agentStateWhat : uint32_t {
     AGENT_STATE_SUMMARY = 1,
     AGENT_STATE_LISTS = 2,
     AGENT_STATE_ENTRIES = 3,
+    AGENT_STATE_TRAPS = 4,    // of the MAC agent: addresses that are trapped
+    AGENT_STATE_MEMBERS = 5,  // ports in VLANs and LAGs
 };
 
 // What an agent keeps apart: each has its own lists for one interface and direction.
@@ -38,7 +40,7 @@ struct agentStateReq {
     listName name;   //  64  lists: only those of this name, empty for all; entries: the list
     be32 ifindex;    // 204  entries only, like the four words that follow
     be32 direction;  // 208  0 in, 1 out
-    be32 index;      // 212  lists: skip so many; entries: the first number to show
+    be32 index;      // 212  entries: the first number to show; others: skip so many
     be32 kind;       // 216  agentListKind
     be32 group;      // 220  VLAN group 1-8, or 0
 };

@@ -30,7 +30,9 @@ uint32_t waitForAddress(uint32_t app, uint32_t instance) {
 
 // The agent is there: what it has lost need not wait for its answer to the queue.
 bool isLost(uint32_t agent) {
-    return zekSwpQueueState(aclAgentQueueOf(agent)) != zekSwpState::inStep;
+    const auto [lists, mac] = aclAgentQueuesOf(agent);
+    return zekSwpQueueState(lists) != zekSwpState::inStep ||
+           zekSwpQueueState(mac) != zekSwpState::inStep;
 }
 
 // A slot that is registered is answered, and sent nothing, unless its agent lacks something:

@@ -10,19 +10,16 @@
 #include "task/zekacl_lib.h"
 
 void aclReplayToAgent(uint32_t agent, bool registered) {
-    // The MAC agent of a card is sent nothing yet but starts over with it.
-    const zekSwpHandle queues[] = {
-        aclAgentQueueOf(agent), agent == AGENT_CP ? ZEK_SWP_NONE : aclLinecardInfo[agent].macAgent};
+    const auto [lists, mac] = aclAgentQueuesOf(agent);
     // First: sending sets it again when this route processor is not primary any more.
     aclAgentStateOf(agent)->owed = false;
-    for (zekSwpHandle queue : queues) zekSwpReplayBegin(queue);
+    for (zekSwpHandle queue : {lists, mac}) zekSwpReplayBegin(queue);
     aclSendReplayMark(agent, AGENT_REPLAY_BEGIN);
     aclFollowReplay(agent, registered);
-    // What was lost on the way has made the replay void: the agent goes on with what it holds until
-    // one comes that is whole.
-    if (zekSwpQueueState(queues[0]) == zekSwpState::inStep)
-        aclSendReplayMark(agent, AGENT_REPLAY_END);
-    for (zekSwpHandle queue : queues) zekSwpReplayEnd(queue);
+    // What was lost on the way has made the replay void, and its queue takes no end: the agent goes
+    // on with what it holds until one comes that is whole.
+    aclSendReplayMark(agent, AGENT_REPLAY_END);
+    for (zekSwpHandle queue : {lists, mac}) zekSwpReplayEnd(queue);
 }
 
 void aclReplayOwed() {

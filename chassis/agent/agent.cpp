@@ -25,6 +25,12 @@ const chassisCard* cardOf(const agentConfig& config, uint32_t slot) {
     return it != config.chassis.cards.end() ? &*it : nullptr;
 }
 
+// Cards of type 1 have their MAC agent under another application.
+uint32_t macPort(const agentConfig& config) {
+    const bool first = cardOf(config, config.slot)->type == 1;
+    return aclServicePort(first ? APP_MAC_AGENT_1 : APP_MAC_AGENT, config.slot, QUEUE_REQUEST);
+}
+
 // The slot that the event handler is told of. The control processor's agent is kept in the record
 // of the last slot.
 uint32_t slotOf(const agentConfig& config) {
@@ -53,7 +59,7 @@ zekSendResult sendDown(agent* self) {
             std::ranges::find(rps, true, &chassisRp::primary)->address, CHASSIS_CONTROL_SERVICE);
     req.command = CHASSIS_CARD_DOWN;
     req.argument = slotOf(self->config);
-    return zekEndpointSend(self->acl, &req, sizeof req, 0);
+    return zekEndpointSend(self->acl.endpoint, &req, sizeof req, 0);
 }
 
 zekSendResult sendRegistration(agent* self, uint64_t nowMs) {
@@ -67,7 +73,7 @@ zekSendResult sendRegistration(agent* self, uint64_t nowMs) {
         address(*self, &req.ipc, MT_ACL0_REGISTER, sizeof req, manager, service);
         req.supportAclOnCP = 1;
         req.replay = replay;
-        return zekEndpointSend(self->acl, &req, sizeof req, 0);
+        return zekEndpointSend(self->acl.endpoint, &req, sizeof req, 0);
     }
     const chassisCard& card = *cardOf(config, config.slot);
     agentRegisterReq req{};
@@ -78,7 +84,7 @@ zekSendResult sendRegistration(agent* self, uint64_t nowMs) {
     req.isIpv6Enabled = card.ipv6;
     req.v6EgAclSupported = card.ipv6Egress;
     req.type = card.type;
-    return zekEndpointSend(self->acl, &req, sizeof req, 0);
+    return zekEndpointSend(self->acl.endpoint, &req, sizeof req, 0);
 }
 
 // A manager that has lost the role goes on with its old queues until it knows.
@@ -97,57 +103,87 @@ const agentReplayBody* markOf(std::span<const uint8_t> message) {
     return fits ? wireView<agentReplayBody>(message, sizeof(agentHdr)) : nullptr;
 }
 
+// The tables behind a queue.
+struct queueTables {
+    agentVerdict (*apply)(agent* self, std::span<const uint8_t> message);
+    void (*begin)(agent* self);  // of a replay, its end, and no end
+    bool (*end)(agent* self);
+    void (*drop)(agent* self);
+    agentReplay (*replay)(const agent& self);
+    agentCounts& (*counts)(agent* self);
+};
+// In the order of linkQueue.
+constexpr queueTables queueRows[] = {
+    {[](agent* a, std::span<const uint8_t> m) { return agentTablesApply(&a->tables, m); },
+     [](agent* a) { agentTablesReplayBegin(&a->tables); },
+     [](agent* a) { return agentTablesReplayEnd(&a->tables); },
+     [](agent* a) { agentTablesReplayDrop(&a->tables); },
+     [](const agent& a) { return a.tables.replay; },
+     [](agent* a) -> agentCounts& { return a->tables; }},
+    {[](agent* a, std::span<const uint8_t> m) { return macTablesApply(&a->macs, m); },
+     [](agent* a) { macTablesReplayBegin(&a->macs); },
+     [](agent* a) { return macTablesReplayEnd(&a->macs); },
+     [](agent* a) { macTablesReplayDrop(&a->macs); }, [](const agent& a) { return a.macs.replay; },
+     [](agent* a) -> agentCounts& { return a->macs; }},
+};
+const queueTables& tablesOf(const agentQueue& queue) {
+    return queueRows[static_cast<size_t>(queue.which)];
+}
+
 // The first message of a session. What is in force stays until a replay has ended.
-void takeBegin(agent* self, const agentReplayBody* mark, uint32_t session, int32_t pid,
-               uint64_t nowMs) {
+void takeBegin(agent* self, const agentQueue& queue, const agentReplayBody* mark, uint32_t session,
+               int32_t pid, uint64_t nowMs) {
     // A session without a mark in front comes from a manager that knows none, or goes on behind a
     // flush; the standing tells these apart.
     bool marked = mark != nullptr && mark->mark == AGENT_REPLAY_BEGIN;
     uint32_t number = marked ? uint32_t{mark->number} : 0;
-    if (linkSession(&self->link, session, pid, marked, number, nowMs) == linkBegin::replay)
-        agentTablesReplayBegin(&self->tables);
-    else
-        agentTablesReplayDrop(&self->tables);
+    const linkBegin what = queue.which == linkQueue::mac
+                               ? linkMacSession(&self->link, pid, marked, number, nowMs)
+                               : linkSession(&self->link, session, pid, marked, number, nowMs);
+    const queueTables& tables = tablesOf(queue);
+    (what == linkBegin::replay ? tables.begin : tables.drop)(self);
 }
 
 // A message of a session. A refused one is lost; in a replay that counts when it has ended.
-void takeInOrder(agent* self, std::span<const uint8_t> message, bool first, uint64_t nowMs) {
-    agentTables* tables = &self->tables;
+void takeInOrder(agent* self, const agentQueue& queue, std::span<const uint8_t> message, bool first,
+                 uint64_t nowMs) {
+    const queueTables& tables = tablesOf(queue);
     const agentReplayBody* mark = markOf(message);
+    const bool replays = tables.replay(*self) != agentReplay::none;
     if (wireView<ipcHdr>(message)->mtype != MT_AGENT_REPLAY) {
-        if (agentTablesApply(tables, message) == agentVerdict::refused &&
-            tables->replay == agentReplay::none)
-            linkRefused(&self->link, nowMs);
-    } else if (mark != nullptr && mark->mark == AGENT_REPLAY_END &&
-               tables->replay != agentReplay::none && linkIsEnd(self->link, mark->number)) {
-        linkEnded(&self->link, agentTablesReplayEnd(tables), nowMs);
+        if (tables.apply(self, message) == agentVerdict::refused && !replays)
+            linkRefused(&self->link, queue.which, nowMs);
+    } else if (mark != nullptr && mark->mark == AGENT_REPLAY_END && replays &&
+               linkIsEnd(self->link, queue.which, mark->number)) {
+        linkEnded(&self->link, queue.which, tables.end(self), nowMs);
     } else if (mark == nullptr || mark->mark != AGENT_REPLAY_BEGIN || !first) {
-        (void)agentTablesRefuse(tables, agentRefusal::order, MT_AGENT_REPLAY,
-                                "a mark that marks nothing");
-        agentTablesReplayDrop(tables);
-        linkRefused(&self->link, nowMs);
+        (void)agentRefuse(&tables.counts(self), agentRefusal::order, MT_AGENT_REPLAY,
+                          "a mark that marks nothing");
+        tables.drop(self);
+        linkRefused(&self->link, queue.which, nowMs);
     }
 }
 
-// A message of the manager's queue. Each is answered by the transport and handed on once.
-void takeDownload(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
+// A message of one of the manager's queues. Each is answered by the transport and handed on once.
+void takeDownload(agent* self, agentQueue* queue, std::span<const uint8_t> message, int32_t pid,
+                  uint64_t nowMs) {
     const auto* hdr = wireView<ipcHdr>(message);
-    uint32_t before = self->aclSeen.session;
+    uint32_t before = queue->seen.session;
     // Only a new session is looked at: the one that is under way was the primary's when it began.
     if (hdr->session != before && !isFromPrimary(*self, *hdr)) {
         self->strangers++;
         return;
     }
-    int verdict = zekEndpointSwpTake(self->acl, message.data(), &self->aclSeen, &self->aclOwed);
+    int verdict = zekEndpointSwpTake(queue->endpoint, message.data(), &queue->seen, &queue->owed);
     if (verdict == ZEK_SWP_IN_ORDER) {
         // The tables and the standing hear of a session before its first message is applied.
-        bool first = self->aclSeen.session != before;
+        bool first = queue->seen.session != before;
         if (first)
-            takeBegin(self, markOf(message), hdr->session, pid, nowMs);
+            takeBegin(self, *queue, markOf(message), hdr->session, pid, nowMs);
         else
-            linkMessage(&self->link, nowMs);
-        takeInOrder(self, message, first, nowMs);
-    } else if (hdr->session != self->aclSeen.session && hdr->swpSeq != 1) {
+            linkMessage(&self->link, queue->which, nowMs);
+        takeInOrder(self, *queue, message, first, nowMs);
+    } else if (hdr->session != queue->seen.session && hdr->swpSeq != 1) {
         // Not answered, so the sender repeats it; it counts as a session's middle, not as its
         // begin.
         linkMiddle(&self->link, nowMs);
@@ -172,8 +208,8 @@ void takePlain(agent* self, std::span<const uint8_t> message, int32_t pid, uint6
             break;
         case MT_AGENT_STATE: {
             std::vector<uint8_t> answer = agentStateAnswer(*self, message);
-            if (zekEndpointSend(self->acl, answer.data(), answer.size(), self->patienceMs) ==
-                zekSendResult::full)
+            if (zekEndpointSend(self->acl.endpoint, answer.data(), answer.size(),
+                                self->patienceMs) == zekSendResult::full)
                 self->patienceMs = 0;  // the next one in this call is not waited for
             break;
         }
@@ -182,40 +218,30 @@ void takePlain(agent* self, std::span<const uint8_t> message, int32_t pid, uint6
     }
 }
 
-void takeAcl(agent* self, std::span<const uint8_t> message, int32_t pid, uint64_t nowMs) {
+void take(agent* self, agentQueue* queue, std::span<const uint8_t> message, int32_t pid,
+          uint64_t nowMs) {
     const auto* hdr = wireView<ipcHdr>(message);
-    if (hdr->session == 0)
+    if (hdr->session != 0 && isFromManager(*hdr))
+        takeDownload(self, queue, message, pid, nowMs);
+    else if (hdr->session == 0 && queue->which == linkQueue::lists)
         takePlain(self, message, pid, nowMs);
-    else if (isFromManager(*hdr))
-        takeDownload(self, message, pid, nowMs);
     else
         self->strangers++;
 }
 
-// Protocol traps: answered, so that the manager's queue moves on, and counted.
-void takeMac(agent* self, std::span<const uint8_t> message, int32_t, uint64_t) {
-    const auto* hdr = wireView<ipcHdr>(message);
-    if (hdr->session == 0 || !isFromManager(*hdr))
-        self->strangers++;
-    else if (zekEndpointSwpTake(self->mac, message.data(), &self->macSeen, &self->macOwed) ==
-             ZEK_SWP_IN_ORDER)
-        self->macMessages++;
-}
-
 // Takes what waits, and answers it together.
-bool drain(agent* self, zekEndpoint* endpoint, zekSwpOwed* owed,
-           void (*take)(agent*, std::span<const uint8_t>, int32_t, uint64_t), uint64_t nowMs) {
+bool drain(agent* self, agentQueue* queue, uint64_t nowMs) {
     bool left = true;
     for (int i = 0; i < TURNS && left; i++)
         left = zekEndpointTake(
-                   endpoint, 0,
+                   queue->endpoint, 0,
                    [&](std::span<const uint8_t> message, const zekSender& sender, zekDrop why) {
                        if (why == zekDrop::none)
-                           take(self, message, sender.pid, nowMs);
+                           take(self, queue, message, sender.pid, nowMs);
                        else
                            self->strangers++;
                    }) == ZEK_TAKEN_MAX;
-    zekEndpointSwpAnswer(endpoint, owed);
+    zekEndpointSwpAnswer(queue->endpoint, &queue->owed);
     return left;
 }
 
@@ -232,13 +258,13 @@ bool agentOpen(agent* self, agentConfig config, dataplane plane, std::string* er
                       : "the chassis has no card in slot " + std::to_string(c.slot);
         return false;
     }
-    self->acl = zekEndpointOpen(c.runDir, self->address, aclPort(c), error);
-    if (self->acl == nullptr) return false;
+    self->acl.endpoint = zekEndpointOpen(c.runDir, self->address, aclPort(c), error);
+    if (self->acl.endpoint == nullptr) return false;
     if (!c.cp) {
-        uint32_t port = aclServicePort(APP_MAC_AGENT, c.slot, QUEUE_REQUEST);
-        self->mac = zekEndpointOpen(c.runDir, self->address, port, error);
-        if (self->mac == nullptr) return false;
+        self->mac.endpoint = zekEndpointOpen(c.runDir, self->address, macPort(c), error);
+        if (self->mac.endpoint == nullptr) return false;
     }
+    self->link.hasMacQueue = !c.cp;
     self->link.keepaliveMs = c.registerEveryMs;
     self->link.replayIsSure = !c.cp;
     // A card in the last slot would be reported down with the control processor's agent.
@@ -249,16 +275,17 @@ bool agentOpen(agent* self, agentConfig config, dataplane plane, std::string* er
 }
 
 void agentClose(agent* self) {
-    zekEndpointClose(self->acl);
-    zekEndpointClose(self->mac);
-    self->acl = self->mac = nullptr;
+    for (agentQueue* queue : {&self->acl, &self->mac}) {
+        zekEndpointClose(queue->endpoint);
+        queue->endpoint = nullptr;
+    }
 }
 
 bool agentServe(agent* self, uint64_t nowMs) {
     self->patienceMs = ANSWER_PATIENCE_MS;
-    bool left = drain(self, self->acl, &self->aclOwed, takeAcl, nowMs);
+    bool left = drain(self, &self->acl, nowMs);
     // Both are served in each turn: a busy ACL queue must not keep the MAC queue's answers back.
-    return (self->mac != nullptr && drain(self, self->mac, &self->macOwed, takeMac, nowMs)) || left;
+    return (self->mac.endpoint != nullptr && drain(self, &self->mac, nowMs)) || left;
 }
 
 void agentTick(agent* self, uint64_t nowMs) {
@@ -269,6 +296,9 @@ void agentTick(agent* self, uint64_t nowMs) {
             break;
         case linkAction::endUnmarked:
             (void)agentTablesReplayEnd(&self->tables);
+            break;
+        case linkAction::endUnmarkedMac:
+            (void)macTablesReplayEnd(&self->macs);
             break;
         case linkAction::sendDown:
             result = sendDown(self);

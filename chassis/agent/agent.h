@@ -3,6 +3,7 @@
 #pragma once
 
 #include "chassis/agent/link.h"
+#include "chassis/agent/macTables.h"
 #include "chassis/agent/tables.h"
 #include "platform/api/zekChassis.h"
 #include "platform/api/zekTransport.h"
@@ -15,16 +16,22 @@ struct agentConfig {
     uint64_t registerEveryMs = LINK_KEEPALIVE_MS;
 };
 
+// A request queue, and what was seen and is owed of the manager's queue to it.
+struct agentQueue {
+    linkQueue which;
+    zekEndpoint* endpoint = nullptr;
+    zekSwpSeq seen{};
+    zekSwpOwed owed{};
+};
+
 struct agent {
     agentConfig config;
-    uint32_t address = 0;        // of the card
-    zekEndpoint* acl = nullptr;  // the ACL agent's request queue
-    zekEndpoint* mac = nullptr;  // the MAC agent's; a card's only
-    zekSwpSeq aclSeen{}, macSeen{};
-    zekSwpOwed aclOwed{}, macOwed{};
+    uint32_t address = 0;  // of the card
+    agentQueue acl{linkQueue::lists};
+    agentQueue mac{linkQueue::mac};  // a card's only
     agentTables tables;
+    macTables macs;
     agentLink link;
-    uint64_t macMessages = 0;
     int patienceMs = 0;      // for those who ask and do not read, in one call of agentServe
     uint64_t strangers = 0;  // messages from senders or of kinds that have no business here
 };

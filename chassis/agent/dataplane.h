@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 
@@ -56,6 +57,12 @@ struct dpNumber {
     auto operator<=>(const dpNumber&) const = default;
 };
 
+// Whether the entries of a kind of list have no numbers: they are known by their content.
+constexpr bool agentListByContent(agentListKind kind) {
+    return kind == AGENT_LIST_SYSTEM || kind == AGENT_LIST_SYSTEM6 || kind == AGENT_LIST_IPMAC ||
+           kind == AGENT_LIST_MAC_LIMIT;
+}
+
 struct dpList {
     dpPlace place;
     listName name;
@@ -66,9 +73,20 @@ struct dpList {
     bool onBehalfOfVlan;
     listName groupName;  // of the VLAN group; empty without one
     bindingBlock block;
-    std::map<uint32_t, dpEntry> entries;
     uint32_t lastKey = 0;  // the highest one; of system lists and their like the newest entry's
+    // Change them by the functions below alone.
+    std::map<uint32_t, dpEntry> entries;
+    // Of entries that are known by their content: its hash and their keys. In order, so that no
+    // choice of contents makes it slow.
+    std::set<std::pair<uint64_t, uint32_t>> byContent;
 };
+// Adds an entry, or replaces the one with its key. An entry that does not fit into memory changes
+// nothing.
+void dpListPut(dpList* list, const dpEntry& entry);
+bool dpListErase(dpList* list, uint32_t key);  // false: there is none
+void dpListClear(dpList* list);
+// The entry with this content, whatever its number is, or null.
+const dpEntry* dpListFindContent(const dpList& list, const dpEntry& wanted);
 
 // The operations. Those that change return false when the data plane cannot do it; nothing has
 // changed then.

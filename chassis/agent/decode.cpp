@@ -128,14 +128,10 @@ constexpr const bodyForm *FORM4 = &FORM<agentListHdr, agentEntry>,
                          *FORM6 = &FORM<agentListHdr, agentEntry6>,
                          *FORM_MAC = &FORM<agentMacListHdr, agentMacEntry>;
 
-struct kindRow {
-    const bodyForm* form;
-    bool byContent;
-};
 // In the order of agentListKind.
-constexpr kindRow kindRows[] = {{FORM4, false}, {FORM6, false},    {FORM4, true}, {FORM6, true},
-                                {FORM4, false}, {FORM_MAC, false}, {FORM4, true}, {FORM_MAC, true}};
-static_assert(std::size(kindRows) == AGENT_LIST_KINDS);
+constexpr const bodyForm* kindForms[] = {FORM4, FORM6,    FORM4, FORM6,
+                                         FORM4, FORM_MAC, FORM4, FORM_MAC};
+static_assert(std::size(kindForms) == AGENT_LIST_KINDS);
 
 // Groups are the VLANs' on their way out, and only IPv4 lists hold for them.
 bool groupFits(const messageKind& kind, uint32_t group) {
@@ -177,15 +173,11 @@ const messageKind* agentMessageKind(uint32_t id) {
     return row != std::ranges::end(messageKinds) && row->id == id ? row : nullptr;
 }
 
-bool agentListByContent(agentListKind kind) {
-    return kindRows[kind].byContent;
-}
-
 std::optional<agentFault> agentDecode(const messageKind& kind, std::span<const uint8_t> message,
                                       download* out) {
     auto no = [](agentRefusal why, std::string what) { return agentFault{why, std::move(what)}; };
     if (kind.op == agentOp::renumber) return decodeNumbers(kind, message, out);
-    const bodyForm& form = *kindRows[kind.kind].form;
+    const bodyForm& form = *kindForms[kind.kind];
     const auto* hdr = wireView<agentHdr>(message);
     if (hdr == nullptr || message.size() < sizeof(agentHdr) + form.headerBytes)
         return no(agentRefusal::length, numbers("too short:", message.size(), message.size()));
@@ -218,14 +210,14 @@ std::optional<agentFault> agentDecode(const messageKind& kind, std::span<const u
 }
 
 bool agentCollect(dpList* list, std::span<const uint8_t> images) {
-    const kindRow& row = kindRows[list->place.kind];
-    for (; !images.empty(); images = images.subspan(row.form->imageBytes)) {
-        dpEntry entry = row.form->entry(images);
-        entry.key = row.byContent ? list->lastKey + 1 : entry.rule.seq;
-        size_t before = list->entries.size();
-        list->entries.emplace_hint(list->entries.end(), entry.key, entry);
+    const bodyForm& form = *kindForms[list->place.kind];
+    const bool byContent = agentListByContent(list->place.kind);
+    for (; !images.empty(); images = images.subspan(form.imageBytes)) {
+        dpEntry entry = form.entry(images);
+        entry.key = byContent ? list->lastKey + 1 : entry.rule.seq;
+        const size_t before = list->entries.size();
+        dpListPut(list, entry);
         if (list->entries.size() == before) return false;
-        list->lastKey = std::max(list->lastKey, entry.key);
     }
     return true;
 }

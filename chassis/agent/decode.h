@@ -5,22 +5,8 @@
 #include <optional>
 #include <vector>
 
+#include "chassis/agent/counts.h"
 #include "chassis/agent/dataplane.h"
-
-enum class agentRefusal : uint8_t {
-    length,      // message shorter than its headers, or the length word disagrees
-    bodyLength,  // the body length word disagrees
-    count,       // the entry count disagrees with the bytes, the chunks or the kind of message
-    halves,      // an entry's two halves differ
-    order,       // a chunk that does not continue what came before, or a chunk that never came
-    name,        // no list name, or a VLAN group that does not exist
-    list,        // an entry for a list that is not installed there
-    number,      // the same sequence number twice in one list, or one that the list does not have
-    dataplane,   // the data plane could not do it, or has no room for it
-};
-constexpr const char* agentRefusalNames[] = {"length", "bodyLength", "count",  "halves",   "order",
-                                             "name",   "list",       "number", "dataplane"};
-constexpr size_t AGENT_REFUSALS = std::size(agentRefusalNames);
 
 enum class agentOp : uint8_t {
     list,           // a whole list
@@ -46,9 +32,6 @@ struct messageKind {
 };
 // Null: there is no table for such messages.
 const messageKind* agentMessageKind(uint32_t id);
-
-// Lists whose entries have no numbers: they are known by their content.
-bool agentListByContent(agentListKind kind);
 
 // One message that has passed every check that needs no memory of earlier ones.
 struct download {

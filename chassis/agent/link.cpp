@@ -46,6 +46,26 @@ bool ofThisPhase(const agentLink& link, uint32_t sequence) {
     return sequence - link.phaseFirst < link.sequence + 1 - link.phaseFirst;
 }
 
+size_t indexOf(linkQueue queue) {
+    return static_cast<size_t>(queue);
+}
+
+void beginQuiet(linkQuiet* quiet, uint64_t nowMs) {
+    *quiet = {nowMs, nowMs + LINK_QUIET_MS};
+}
+bool isOver(linkQuiet* quiet, uint64_t nowMs) {
+    if (quiet->since == 0 || nowMs < quiet->end) return false;
+    *quiet = {};
+    return true;
+}
+
+// The same replay has ended in both queues, and nothing of it was refused.
+bool allEnded(const agentLink& link) {
+    const auto& [lists, mac] = link.ends;
+    if (!link.hasMacQueue) return lists.whole;
+    return lists.whole && mac.whole && lists.pid == mac.pid && lists.replay == mac.replay;
+}
+
 // No session has begun. A manager that marks replays may count this need as served; another one
 // may have taken the registration for a repeated one.
 void giveUpWaiting(agentLink* link, uint64_t nowMs) {
@@ -71,14 +91,15 @@ void linkStart(agentLink* link, uint32_t sequence) {
 }
 
 uint64_t linkNextMs(const agentLink& link) {
-    return link.unmarkedAt != 0 ? std::min(link.nextAt, link.unmarkedEnd) : link.nextAt;
+    uint64_t next = link.nextAt;
+    for (const linkQuiet& quiet : link.quiet)
+        if (quiet.since != 0) next = std::min(next, quiet.end);
+    return next;
 }
 
 linkAction linkDue(agentLink* link, uint64_t nowMs) {
-    if (link->unmarkedAt != 0 && nowMs >= link->unmarkedEnd) {
-        link->unmarkedAt = 0;
-        return linkAction::endUnmarked;
-    }
+    if (isOver(&link->quiet[indexOf(linkQueue::lists)], nowMs)) return linkAction::endUnmarked;
+    if (isOver(&link->quiet[indexOf(linkQueue::mac)], nowMs)) return linkAction::endUnmarkedMac;
     if (nowMs < link->nextAt) return linkAction::none;
     // Giving up is looked at only when a request is due: its phase decides which one that is.
     if (link->phase == linkPhase::awaitReplay && nowMs >= link->giveUpAt)
@@ -154,7 +175,8 @@ linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marke
     link->sessions++;
     link->session = session;
     link->sessionPid = pid;
-    link->unmarkedAt = 0;
+    link->quiet[indexOf(linkQueue::lists)] = {};
+    link->ends[indexOf(linkQueue::lists)] = {};
     if (marked) {
         link->markingPid = pid;
         link->replay = replay;
@@ -169,8 +191,7 @@ linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marke
         link->replayWanted = false;
         if (link->need == 0) raiseNeed(link, nowMs);
         enter(link, linkPhase::unconfirmed, nowMs + link->keepaliveMs);
-        link->unmarkedAt = nowMs;
-        link->unmarkedEnd = nowMs + LINK_QUIET_MS;
+        beginQuiet(&link->quiet[indexOf(linkQueue::lists)], nowMs);
         return linkBegin::replay;
     }
     // The queue was flushed, and what was in it is lost.
@@ -178,25 +199,48 @@ linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marke
     return linkBegin::changes;
 }
 
-void linkMessage(agentLink* link, uint64_t nowMs) {
-    if (link->unmarkedAt != 0)
-        link->unmarkedEnd = std::min(nowMs + LINK_QUIET_MS, link->unmarkedAt + LINK_QUIET_MAX_MS);
+linkBegin linkMacSession(agentLink* link, int32_t pid, bool marked, uint32_t replay,
+                         uint64_t nowMs) {
+    link->macPid = pid;
+    link->macReplay = marked ? replay : 0;
+    link->quiet[indexOf(linkQueue::mac)] = {};
+    link->ends[indexOf(linkQueue::mac)] = {};
+    if (marked) return linkBegin::replay;
+    if (link->markingPid == pid) {
+        lose(link, nowMs);
+        return linkBegin::changes;
+    }
+    beginQuiet(&link->quiet[indexOf(linkQueue::mac)], nowMs);
+    return linkBegin::replay;
 }
 
-bool linkIsEnd(const agentLink& link, uint32_t replay) {
+void linkMessage(agentLink* link, linkQueue queue, uint64_t nowMs) {
+    linkQuiet& quiet = link->quiet[indexOf(queue)];
+    if (quiet.since != 0)
+        quiet.end = std::min(nowMs + LINK_QUIET_MS, quiet.since + LINK_QUIET_MAX_MS);
+}
+
+bool linkIsEnd(const agentLink& link, linkQueue queue, uint32_t replay) {
+    if (queue == linkQueue::mac) return link.macReplay != 0 && link.macReplay == replay;
     return link.replay == replay && link.markingPid != 0 && link.markingPid == link.sessionPid;
 }
 
-void linkEnded(agentLink* link, bool whole, uint64_t nowMs) {
+void linkEnded(agentLink* link, linkQueue queue, bool whole, uint64_t nowMs) {
+    const bool mac = queue == linkQueue::mac;
+    link->ends[indexOf(queue)] = {mac ? link->macPid : link->sessionPid,
+                                  mac ? link->macReplay : link->replay, whole};
     // The end of a replay that had refusals brings a need with a new number: the old one counts as
     // served at the manager.
     if (!whole) return lose(link, nowMs);
+    if (!allEnded(*link)) return;
     link->need = 0;
     if (link->phase == linkPhase::replaying)
         enter(link, linkPhase::inStep, nowMs + link->keepaliveMs);
 }
 
-void linkRefused(agentLink* link, uint64_t nowMs) {
+void linkRefused(agentLink* link, linkQueue queue, uint64_t nowMs) {
+    // The other queue's replay may yet have to end.
+    link->ends[indexOf(queue)].whole = false;
     // What comes before the replay that is asked for is replaced by it.
     bool asked = link->phase == linkPhase::registering || link->phase == linkPhase::awaitReplay;
     if (link->need != 0 && asked) return;
@@ -217,7 +261,8 @@ const char* linkStateText(const agentLink& link) {
         case linkPhase::replaying:
             return "replay under way";
         case linkPhase::unconfirmed:
-            return link.unmarkedAt != 0 ? "replay under way" : "replay not confirmed";
+            return link.quiet[indexOf(linkQueue::lists)].since != 0 ? "replay under way"
+                                                                    : "replay not confirmed";
         default:
             return "replay needed";
     }

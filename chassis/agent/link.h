@@ -11,6 +11,10 @@
 // repeated one and sends nothing. When no session begins, the agent has chassisd report its card
 // down (askDown); the registration after that is answered with a new session and everything in it.
 // Where that ends is not known: when nothing more comes, the agent is `unconfirmed`, never in step.
+//
+// A card's agent has two queues from the manager, each with sessions of its own. The steps above
+// are those of the queue of lists; the MAC queue is replayed together with it, under the same
+// number, and the end of a replay is that of both.
 #pragma once
 
 #include <cstdint>
@@ -32,9 +36,22 @@ enum class linkPhase : uint8_t {
     inStep,
     unconfirmed
 };
-enum class linkAction : uint8_t { none, sendDown, sendRegistration, endUnmarked };
+enum class linkAction : uint8_t { none, sendDown, sendRegistration, endUnmarked, endUnmarkedMac };
+enum class linkQueue : uint8_t { lists, mac };
 // What a new session does to the tables.
 enum class linkBegin : uint8_t { replay, changes };
+
+// A replay without marks: when it began, 0 none is under way, and when it counts as taken.
+struct linkQuiet {
+    uint64_t since = 0, end = 0;
+};
+// The newest end of a replay in a queue: whose it was, its number, and whether nothing of it, or
+// since, was refused.
+struct linkReplayEnd {
+    int32_t pid = 0;
+    uint32_t replay = 0;
+    bool whole = false;
+};
 
 struct agentLink {
     uint64_t keepaliveMs = LINK_KEEPALIVE_MS;  // between the registrations of an agent in step
@@ -42,6 +59,7 @@ struct agentLink {
     // it, so a replay that does not begin says nothing about its queue.
     bool replayIsSure = true;
     bool mayAskDown = true;
+    bool hasMacQueue = false;
 
     linkPhase phase = linkPhase::registering;
     uint64_t nextAt = 0;        // when the next request is due
@@ -58,11 +76,16 @@ struct agentLink {
 
     uint32_t session = 0;  // that the tables come from, 0 none, and its sender
     int32_t sessionPid = 0;
-    int32_t answerPid = 0;     // who has answered the newest registration
-    int32_t markingPid = 0;    // a manager that marks its replays
-    uint32_t replay = 0;       // the number of the newest
-    uint64_t unmarkedAt = 0;   // a replay without marks: when it began, 0 none is under way
-    uint64_t unmarkedEnd = 0;  // and when it counts as taken
+    int32_t answerPid = 0;   // who has answered the newest registration
+    int32_t markingPid = 0;  // a manager that marks its replays
+    uint32_t replay = 0;     // the number of the newest
+
+    int32_t macPid = 0;      // whose session the MAC queue has
+    uint32_t macReplay = 0;  // the number of its replay; 0: it began without a mark
+
+    // By linkQueue.
+    linkQuiet quiet[2]{};
+    linkReplayEnd ends[2]{};
 
     uint64_t registrations = 0, answers = 0, downs = 0, sessions = 0, replays = 0, lost = 0;
 };
@@ -71,7 +94,7 @@ struct agentLink {
 void linkStart(agentLink* link, uint32_t sequence);
 uint64_t linkNextMs(const agentLink& link);  // when linkDue has something to do
 // What is to be done now. Requests go with link->sequence; linkNobody must be told when nobody took
-// one. endUnmarked: the tables' replay ends.
+// one. endUnmarked, endUnmarkedMac: the tables' replay ends.
 linkAction linkDue(agentLink* link, uint64_t nowMs);
 // The need that a registration names; 0 none.
 uint32_t linkNeed(const agentLink& link, uint64_t nowMs);
@@ -84,14 +107,19 @@ void linkRegistered(agentLink* link, uint32_t sequence, int32_t pid, uint64_t no
 // The first message of a session has come; `marked`: it is the mark of a replay's begin.
 linkBegin linkSession(agentLink* link, uint32_t session, int32_t pid, bool marked, uint32_t replay,
                       uint64_t nowMs);
-void linkMessage(agentLink* link, uint64_t nowMs);  // of a session, not its first
+// The same in the MAC queue. A session without a mark counts as a replay, unless the manager marks
+// replays: then something was lost.
+linkBegin linkMacSession(agentLink* link, int32_t pid, bool marked, uint32_t replay,
+                         uint64_t nowMs);
+// Of a session, not its first.
+void linkMessage(agentLink* link, linkQueue queue, uint64_t nowMs);
 // The mark of a replay's end. True when it is that of the one under way; the tables' end says
 // whether it is `whole`, and linkEnded must be told.
-bool linkIsEnd(const agentLink& link, uint32_t replay);
-void linkEnded(agentLink* link, bool whole, uint64_t nowMs);
+bool linkIsEnd(const agentLink& link, linkQueue queue, uint32_t replay);
+void linkEnded(agentLink* link, linkQueue queue, bool whole, uint64_t nowMs);
 // A message could not be used. A manager that marks replays is asked for another one; one that does
 // not would have to be told that the card is down.
-void linkRefused(agentLink* link, uint64_t nowMs);
+void linkRefused(agentLink* link, linkQueue queue, uint64_t nowMs);
 // A message from the middle of a session that this agent never saw begin.
 void linkMiddle(agentLink* link, uint64_t nowMs);
 

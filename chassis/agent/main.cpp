@@ -11,9 +11,10 @@ namespace {
 
 // Until SIGTERM or SIGINT.
 void run(agent* self, int stopFd) {
-    pollfd waits[] = {{stopFd, POLLIN, 0},
-                      {zekEndpointFd(self->acl), POLLIN, 0},
-                      {self->mac != nullptr ? zekEndpointFd(self->mac) : -1, POLLIN, 0}};
+    pollfd waits[] = {
+        {stopFd, POLLIN, 0},
+        {zekEndpointFd(self->acl.endpoint), POLLIN, 0},
+        {self->mac.endpoint != nullptr ? zekEndpointFd(self->mac.endpoint) : -1, POLLIN, 0}};
     for (bool left = false;;) {
         agentTick(self, processNowMs());
         int wait = left ? 0 : processWaitMs(agentNextMs(*self));

@@ -125,15 +125,14 @@ bool putEntry(void* set, const dpPlace& place, const dpEntry& entry) {
     size_t more = held == nullptr || (*held)->list.entries.contains(entry.key) ? 0 : 1;
     dpList* list = writable(set, place, more);
     if (list == nullptr) return false;
-    list->entries.insert_or_assign(entry.key, entry);
-    list->lastKey = std::max(list->lastKey, entry.key);
+    dpListPut(list, entry);
     setOf(set).plane->used += more;
     return true;
 }
 
 bool removeEntry(void* set, const dpPlace& place, uint32_t key) {
     dpList* list = writable(set, place, 0);
-    if (list == nullptr || list->entries.erase(key) == 0) return false;
+    if (list == nullptr || !dpListErase(list, key)) return false;
     setOf(set).plane->used--;
     return true;
 }

@@ -20,6 +20,25 @@ std::string dotted(uint32_t address) {
     return out;
 }
 
+jsonObject refusedText(const agentCounts& counts) {
+    jsonObject refused;
+    for (size_t i = 0; i < AGENT_REFUSALS; i++)
+        refused.number(agentRefusalNames[i], counts.refused[i]);
+    return refused;
+}
+jsonObject macSummary(const macTables& m) {
+    return jsonObject{}
+        .number("exchanges", m.exchanges)
+        .number("messages", m.messages)
+        .number("applied", m.applied)
+        .number("absent", m.absent)
+        .number("notKept", m.notKept)
+        .number("traps", m.inForce.traps.size())
+        .number("members", m.inForce.members.size())
+        .object("refused", refusedText(m))
+        .string("lastError", m.lastError);
+}
+
 // Everything that a look at an agent in trouble needs, in one answer.
 std::string summaryText(const agent& self) {
     const agentTables& t = self.tables;
@@ -29,8 +48,7 @@ std::string summaryText(const agent& self) {
         entries += list.entries.size();
         return true;
     });
-    jsonObject refused, out;
-    for (size_t i = 0; i < AGENT_REFUSALS; i++) refused.number(agentRefusalNames[i], t.refused[i]);
+    jsonObject out;
     if (self.config.cp)
         out.flag("cp", true);
     else
@@ -52,14 +70,14 @@ std::string summaryText(const agent& self) {
         .number("notKept", t.notKept)
         .number("protocolFilters", t.protocolFilters)
         .string("protocolFilter", agentTrimmedHexText(t.protocolFilter))
-        .number("macMessages", self.macMessages)
         .flag("macEgress", t.macEgress)
         .number("strangers", self.strangers)
         .number("lists", lists)
         .number("entries", entries)
         .flag("incomplete", t.pending.id != 0)
-        .object("refused", refused)
+        .object("refused", refusedText(t))
         .string("lastError", t.lastError);
+    if (!self.config.cp) out.object("mac", macSummary(self.macs));
     return out.text();
 }
 
@@ -117,6 +135,42 @@ std::string macText(const std::array<uint8_t, 6>& address) {
     for (uint8_t byte : address) out += (out.empty() ? "" : ":") + agentHexText({&byte, 1});
     return out;
 }
+// So many rows of a table from one on, each as rowText(key, value) says it.
+template <class Map, class Fn>
+std::string rowsText(const char* name, const Map& rows, const agentStateReq& req, Fn&& rowText) {
+    std::string items;
+    const size_t skipped = std::min<size_t>(req.index, rows.size());
+    const size_t shown = std::min(rows.size() - skipped, AGENT_STATE_ROWS_MAX);
+    auto at = std::next(rows.begin(), static_cast<ptrdiff_t>(skipped));
+    for (size_t i = 0; i < shown; i++, ++at) append(&items, rowText(at->first, at->second));
+    jsonObject out;
+    out.raw(name, array(items));
+    if (at != rows.end()) out.number("next", skipped + shown);
+    return out.text();
+}
+std::string trapsText(const macTables& m, const agentStateReq& req) {
+    return rowsText("traps", m.inForce.traps, req, [](const macTrapKey& key, const macTrap& trap) {
+        return jsonObject{}
+            .number("ifindex", key.ifindex)
+            .string("mac", macText(key.mac))
+            .number("vlan", trap.vlan)
+            .number("egressPort", trap.egressPort)
+            .number("mode", trap.mode)
+            .number("lda", trap.lda)
+            .number("cpus", trap.cpus)
+            .text();
+    });
+}
+std::string membersText(const macTables& m, const agentStateReq& req) {
+    return rowsText("members", m.inForce.members, req, [](const macMemberKey& key, uint32_t group) {
+        return jsonObject{}
+            .number("port", key.port)
+            .number("vlan", key.vlan)
+            .number("group", group)
+            .text();
+    });
+}
+
 std::string portsText(const agentRule& r) {
     std::string ports;
     for (uint16_t port : {r.srcPorts.low, r.srcPorts.high, r.dstPorts.low, r.dstPorts.high})
@@ -215,6 +269,8 @@ std::string entryText(const dataplane& plane, const dpList& list, const dpEntry&
     if (list.place.kind == AGENT_LIST_IPMAC) out.string("srcMac", macText(rule.layer2.src.address));
     uint64_t packets = 0;
     (void)plane.counters(plane.inForce, list.place, entry.key, &packets);
+    // Of entries that are known by their content the number says nothing.
+    if (agentListByContent(list.place.kind)) out.string("content", agentHashText(entry.content));
     return out.number("seq", rule.seq)
         .string("hash", agentHashText(entry.hash()))
         .number("packets", packets)
@@ -256,6 +312,10 @@ std::vector<uint8_t> agentStateAnswer(const agent& self, std::span<const uint8_t
             text = summaryText(self);
         else if (req.what == AGENT_STATE_LISTS)
             text = listsText(self.tables, req);
+        else if (req.what == AGENT_STATE_TRAPS)
+            text = trapsText(self.macs, req);
+        else if (req.what == AGENT_STATE_MEMBERS)
+            text = membersText(self.macs, req);
         else if (req.what != AGENT_STATE_ENTRIES)
             status = AGENT_STATE_BAD;
         else if (!entriesText(self.tables, req, &text))

@@ -4,31 +4,15 @@
 #include <algorithm>
 #include <iterator>
 #include <new>
-#include <numeric>
 #include <vector>
 
 namespace {
 
-// Returns its verdict, so that a check can say `return refuse(...)`.
-constexpr auto refuse = agentTablesRefuse;
+constexpr auto refuse = agentRefuse;
+constexpr auto absent = agentAbsent;
 
 void dropPending(agentTables* tables) {
     tables->pending = {};
-}
-
-// The number that an entry of a system list came with says nothing.
-bool sameContent(const dpEntry& a, const dpEntry& b) {
-    if (a.content != b.content) return false;
-    agentRule rule = a.rule;
-    rule.seq = b.rule.seq;
-    return rule == b.rule;
-}
-
-// The entry of a system list with this content, or null.
-const dpEntry* findContent(const dpList& list, const dpEntry& wanted) {
-    for (const auto& [key, entry] : list.entries)
-        if (sameContent(entry, wanted)) return &entry;
-    return nullptr;
 }
 
 // What downloads change.
@@ -68,12 +52,7 @@ bool change(agentTables* tables, const std::function<bool(void* set)>& fn) {
 agentVerdict done(agentTables* tables, uint32_t id, bool success) {
     if (!success)
         return refuse(tables, agentRefusal::dataplane, id, "the data plane has refused it");
-    tables->applied++;
-    return agentVerdict::applied;
-}
-agentVerdict absent(agentTables* tables) {
-    tables->absent++;
-    return agentVerdict::absent;
+    return agentApplied(tables);
 }
 
 agentVerdict installList(agentTables* tables, uint32_t id, gathering&& g) {
@@ -124,7 +103,7 @@ agentVerdict addContent(agentTables* tables, uint32_t id, gathering&& g) {
     for (auto& row : list.entries) {
         dpEntry& entry = row.second;
         const dpList* now = installed(*tables, list);
-        if (findContent(*now, entry) != nullptr) continue;
+        if (dpListFindContent(*now, entry) != nullptr) continue;
         entry.key = now->lastKey + 1;
         if (!change(tables,
                     [&](void* set) { return tables->plane.putEntry(set, list.place, entry); }))
@@ -138,7 +117,7 @@ agentVerdict removeContent(agentTables* tables, uint32_t id, gathering&& g) {
     bool any = false;
     for (const auto& [arrival, entry] : list.entries) {
         const dpList* now = installed(*tables, list);
-        const dpEntry* found = now != nullptr ? findContent(*now, entry) : nullptr;
+        const dpEntry* found = now != nullptr ? dpListFindContent(*now, entry) : nullptr;
         if (found == nullptr) continue;
         uint32_t key = found->key;
         if (!change(tables,
@@ -158,7 +137,7 @@ agentVerdict clearList(agentTables* tables, uint32_t id, gathering&& g) {
     const dpList* there = installed(*tables, g.list);
     if (there == nullptr) return absent(tables);
     g.list = *there;
-    g.list.entries.clear();
+    dpListClear(&g.list);
     return installList(tables, id, std::move(g));
 }
 
@@ -274,7 +253,7 @@ agentVerdict keepMacEgress(agentTables* tables, std::span<const uint8_t> message
     if (body == nullptr || message.size() != sizeof(agentHdr) + sizeof *body)
         return refuse(tables, agentRefusal::length, MT_AGENT_MAC_EGRESS, "is not one word");
     if (body->enable > 1)
-        return refuse(tables, agentRefusal::count, MT_AGENT_MAC_EGRESS, "is neither 0 nor 1");
+        return refuse(tables, agentRefusal::value, MT_AGENT_MAC_EGRESS, "is neither 0 nor 1");
     tables->macEgress = body->enable == 1;
     tables->plane.enforceMacEgress(tables->plane.inForce, tables->macEgress);
     return done(tables, MT_AGENT_MAC_EGRESS, true);
@@ -319,13 +298,6 @@ agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> mess
     }
 }
 
-agentVerdict agentTablesRefuse(agentTables* tables, agentRefusal why, uint32_t id,
-                               const std::string& what) {
-    tables->refused[static_cast<size_t>(why)]++;
-    tables->lastError = "message " + std::to_string(id) + ": " + what;
-    return agentVerdict::refused;
-}
-
 void agentTablesReplayBegin(agentTables* tables) {
     agentTablesReplayDrop(tables);
     const dataplane& plane = tables->plane;
@@ -334,7 +306,7 @@ void agentTablesReplayBegin(agentTables* tables) {
     // Without anything in force a second set would only keep the first lists back.
     if (anything) tables->staged = plane.stage(plane.inForce);
     tables->replay = tables->staged != nullptr ? agentReplay::beside : agentReplay::byList;
-    tables->refusedBefore = agentTablesRefused(*tables);
+    tables->refusedBefore = agentRefused(*tables);
 }
 
 bool agentTablesReplayEnd(agentTables* tables) {
@@ -342,7 +314,7 @@ bool agentTablesReplayEnd(agentTables* tables) {
     if (tables->pending.id != 0)
         (void)refuse(tables, agentRefusal::order, tables->pending.id, "was not sent to its end");
     // A list that was cut off counts: it was refused just now.
-    bool whole = agentTablesRefused(*tables) == tables->refusedBefore;
+    bool whole = agentRefused(*tables) == tables->refusedBefore;
     if (tables->replay == agentReplay::byList)
         tables->byLists++;
     else if (!whole)
@@ -370,8 +342,4 @@ void agentTablesReplayDrop(agentTables* tables) {
     tables->staged = nullptr;
     tables->touched.clear();
     tables->replay = agentReplay::none;
-}
-
-uint64_t agentTablesRefused(const agentTables& tables) {
-    return std::accumulate(std::begin(tables.refused), std::end(tables.refused), uint64_t{0});
 }

@@ -20,16 +20,6 @@
 
 #include "chassis/agent/decode.h"
 
-enum class agentVerdict : uint8_t {
-    applied,
-    pending,  // a chunk; more must follow
-    absent,   // deletes what is not installed: nothing to do
-    notKept,  // a kind of message that this agent has no table for
-    refused,
-};
-
-enum class agentReplay : uint8_t { none, beside, byList };
-
 // What is being put together of several messages.
 struct gathering {
     uint32_t id = 0;     // of the first message; 0: nothing
@@ -38,17 +28,14 @@ struct gathering {
     std::vector<dpNumber> numbers;  // renumberings
 };
 
-struct agentTables {
+struct agentTables : agentCounts {
     dataplane plane;
     agentReplay replay = agentReplay::none;
     void* staged = nullptr;     // beside: what the replay has brought
     std::set<dpPlace> touched;  // byList: the places that it has named
     uint64_t refusedBefore = 0;
-    uint64_t exchanges = 0, byLists = 0;  // replays that ended; those of them list by list
-    uint64_t messages = 0, applied = 0, absent = 0, notKept = 0;
+    uint64_t byLists = 0;    // replays that ended list by list
     bool macEgress = false;  // egress MAC lists are in force, not only held
-    uint64_t refused[AGENT_REFUSALS] = {};
-    std::string lastError;
 
     // 14495: nothing filters by what it says here; kept as it came, from behind the IPC header on.
     uint64_t protocolFilters = 0;
@@ -58,9 +45,6 @@ struct agentTables {
 
 // Applies one message (header and body, as it came). Never keeps a pointer into it.
 agentVerdict agentTablesApply(agentTables* tables, std::span<const uint8_t> message);
-// Counts a message that the tables have not seen, and remembers why.
-agentVerdict agentTablesRefuse(agentTables* tables, agentRefusal why, uint32_t id,
-                               const std::string& what);
 // A replay begins; one that was under way is void.
 void agentTablesReplayBegin(agentTables* tables);
 // It has ended: what it brought is in force. True when nothing of it was refused, so that nothing
@@ -68,4 +52,3 @@ void agentTablesReplayBegin(agentTables* tables);
 bool agentTablesReplayEnd(agentTables* tables);
 // It will not end. What came into force by then stays.
 void agentTablesReplayDrop(agentTables* tables);
-uint64_t agentTablesRefused(const agentTables& tables);  // for any reason

@@ -32,9 +32,14 @@ struct Link : testing::Test {
         EXPECT_EQ(linkSession(&l, ++session, pid, false, 0, now), wanted);
     }
     void end(bool whole) {
-        EXPECT_FALSE(linkIsEnd(l, replay - 1) || linkIsEnd(l, replay + 1));
-        ASSERT_TRUE(linkIsEnd(l, replay));
-        linkEnded(&l, whole, now);
+        EXPECT_FALSE(linkIsEnd(l, linkQueue::lists, replay - 1) ||
+                     linkIsEnd(l, linkQueue::lists, replay + 1));
+        ASSERT_TRUE(linkIsEnd(l, linkQueue::lists, replay));
+        linkEnded(&l, linkQueue::lists, whole, now);
+    }
+    void mac(uint32_t number, linkBegin wanted) {
+        EXPECT_EQ(linkMacSession(&l, pid, number != 0, number, now), wanted);
+        EXPECT_EQ(linkIsEnd(l, linkQueue::mac, number), number != 0);
     }
     void play(const std::string& script);
 };
@@ -77,8 +82,17 @@ const struct {
     {"broken-end", [](Link& t) { t.end(false); }},
     {"unmarked", [](Link& t) { t.unmarked(linkBegin::replay); }},
     {"changes", [](Link& t) { t.unmarked(linkBegin::changes); }},
-    {"message", [](Link& t) { linkMessage(&t.l, t.now); }},
-    {"refused", [](Link& t) { linkRefused(&t.l, t.now); }},
+    {"message", [](Link& t) { linkMessage(&t.l, linkQueue::lists, t.now); }},
+    // In the MAC queue.
+    {"mac-begin", [](Link& t) { t.mac(t.replay, linkBegin::replay); }},
+    {"mac-early", [](Link& t) { t.mac(t.replay + 1, linkBegin::replay); }},
+    {"mac-unmarked", [](Link& t) { t.mac(0, linkBegin::replay); }},
+    {"mac-lost", [](Link& t) { t.mac(0, linkBegin::changes); }},
+    {"mac-end", [](Link& t) { linkEnded(&t.l, linkQueue::mac, true, t.now); }},
+    {"mac-broken-end", [](Link& t) { linkEnded(&t.l, linkQueue::mac, false, t.now); }},
+    {"mac-refused", [](Link& t) { linkRefused(&t.l, linkQueue::mac, t.now); }},
+    {"mac-counts-as-taken", [](Link& t) { t.due(linkAction::endUnmarkedMac); }},
+    {"refused", [](Link& t) { linkRefused(&t.l, linkQueue::lists, t.now); }},
     {"middle", [](Link& t) { linkMiddle(&t.l, t.now); }},
     // What it is then.
     {"registered", [](Link& t) { EXPECT_TRUE(linkIsRegistered(t.l)); }},
@@ -225,6 +239,33 @@ TEST_F(Link, TheControlProcessorWithoutMarks) {
             "registers answer in-vain registers =not-confirmed middle =needed "
             "once-lost");
         EXPECT_EQ(l.downs, mayAsk ? 1u : 0u);
+    }
+}
+
+// In step is what both queues have brought to its end, whichever of them is first.
+TEST_F(Link, BothQueuesHaveToEndAReplay) {
+    const std::string started = "registers answer begin mac-begin ";
+    const std::string rows[] = {
+        started + "end =under-way mac-end =in-step no-need",
+        started + "mac-end =under-way end =in-step",
+        "registers answer mac-early mac-end begin end =in-step",
+        started + "end begin =under-way mac-end =under-way mac-begin mac-end end =in-step",
+        // The end of another replay than the one that has ended.
+        started + "mac-end end =in-step begin end =under-way new-need",
+        started + "end mac-broken-end =needed new-need",
+        started + "mac-broken-end end =needed",
+        // A change that was refused while the other queue's replay went on.
+        started + "mac-end mac-refused end =needed",
+        started + "mac-end end mac-refused =needed",
+        started + "mac-end end mac-lost =needed",
+        // A manager without marks.
+        "registers answer mac-unmarked unmarked quiet counts-as-taken mac-counts-as-taken "
+        "=not-confirmed",
+    };
+    for (const std::string& script : rows) {
+        restart();
+        l.hasMacQueue = true;
+        play(script);
     }
 }
 

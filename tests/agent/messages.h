@@ -151,3 +151,37 @@ inline bytes mark(uint32_t what, uint32_t number) {
     put32(m, HEADER + 4, number);
     return m;
 }
+
+// To a MAC agent: their length words count a download's header as well.
+struct trapMessage {
+    uint32_t ifindex;
+    uint64_t mac;
+    uint32_t enable = 1, cpus = 2, vlan = 0, egressPort = 0, mode = 0, lda = 0;
+};
+inline bytes trap(const trapMessage& t) {
+    bytes m(164);
+    const std::pair<size_t, uint32_t> words[] = {{8, 296},
+                                                 {12, 18841},
+                                                 {124, 1},
+                                                 {132, t.ifindex},
+                                                 {136, static_cast<uint32_t>(t.mac >> 16)},
+                                                 {144, t.enable},
+                                                 {148, t.vlan << 16},
+                                                 {152, t.mode},
+                                                 {156, t.lda},
+                                                 {160, t.cpus}};
+    for (const auto& [at, word] : words) put32(m, at, word);
+    const uint32_t halves[] = {static_cast<uint32_t>(t.mac), t.egressPort};
+    for (size_t i = 0; i < 2; i++) {
+        m[140 + 2 * i] = static_cast<uint8_t>(halves[i] >> 8);
+        m[141 + 2 * i] = static_cast<uint8_t>(halves[i]);
+    }
+    return m;
+}
+inline bytes member(uint32_t add, uint32_t port, uint32_t vlan, uint32_t group) {
+    bytes m(140);
+    const std::pair<size_t, uint32_t> words[] = {{8, 272},    {12, 30005}, {124, add},
+                                                 {128, port}, {132, vlan}, {136, group}};
+    for (const auto& [at, word] : words) put32(m, at, word);
+    return m;
+}

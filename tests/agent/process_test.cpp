@@ -17,7 +17,7 @@ namespace {
 
 using nlohmann::json;
 constexpr uint32_t RP = 0x7F010001, RP2 = 0x7F010002, CARD = 0x7F010101;
-constexpr uint32_t AGENT_PORT = 7937 + 4 * 3, MANAGER_PORT = 7809;
+constexpr uint32_t AGENT_PORT = 7937 + 4 * 3, MAC_PORT = 18945 + 4 * 3, MANAGER_PORT = 7809;
 constexpr uint32_t PORT = 0x08040001;  // a port of slot 3
 
 constexpr const char* CHASSIS = R"({ "chassisMode": 1, "routeProcessorType": 4,
@@ -73,9 +73,15 @@ struct node : rawEndpoint {
     }
 };
 
-// The manager as an agent sees it: answers registrations, has one queue.
+// A queue as the manager has it.
+struct fakeQueue {
+    uint32_t port, session, seq = 0;
+};
+
+// The manager as an agent sees it: answers registrations, has two queues.
 struct fakeManager : node {
-    uint32_t session = 0x1000, seq = 0, replays = 0;
+    fakeQueue lists{AGENT_PORT, 0x1000}, mac{MAC_PORT, 0x1000};
+    uint32_t replays = 0;
     explicit fakeManager(const std::string& dir, uint32_t rp = RP) : node(dir, rp, MANAGER_PORT) {}
 
     // Answers a registration; the need that it names.
@@ -90,31 +96,48 @@ struct fakeManager : node {
         while ((takeRegistration() != 0) != wanted && !testing::Test::HasFailure()) {
         }
     }
-    void newSession() {
-        session += 1000;
-        seq = 0;
+    static void newSession(fakeQueue* queue) {
+        queue->session += 1000;
+        queue->seq = 0;
     }
+    void newSession() { newSession(&lists); }
     // Sends without waiting for the answer, as a queue does within its window.
-    void push(bytes m, uint32_t number) {
-        put32(m, 0, session);
+    void push(const fakeQueue& queue, bytes m, uint32_t number) {
+        put32(m, 0, queue.session);
         put32(m, 4, number);
-        EXPECT_TRUE(send(m, CARD, AGENT_PORT));
+        const uint32_t length = get32(m, 8);
+        put32(m, 8, static_cast<uint32_t>(m.size()));
+        if (length > m.size()) put32(m, 8, length);  // some say more than they are
+        const uint32_t places[] = {40, address, 44, service, 52, CARD, 56, queue.port};
+        for (size_t i = 0; i < std::size(places); i += 2) put32(m, places[i], places[i + 1]);
+        EXPECT_TRUE(rawEndpoint::send(m));
     }
-    void deliver(const bytes& m) {
-        push(m, ++seq);
+    void push(bytes m, uint32_t number) { push(lists, std::move(m), number); }
+    void deliver(fakeQueue* queue, const bytes& m) {
+        push(*queue, m, ++queue->seq);
         for (bytes ack; !testing::Test::HasFailure();) {
             ack = wait(MT_SWP_ACK);
-            if (get32(ack, 0) == session && get32(ack, 4) == seq) return;
+            if (get32(ack, 0) == queue->session && get32(ack, 4) == queue->seq &&
+                get32(ack, 44) == queue->port)
+                return;
         }
     }
+    void deliver(const bytes& m) { deliver(&lists, m); }
     void deliverAll(const std::vector<bytes>& messages) {
         for (const bytes& m : messages) deliver(m);
     }
+    // Marks come in both queues.
     void begin() {
-        newSession();
-        deliver(mark(1, ++replays));
+        replays++;
+        for (fakeQueue* queue : {&lists, &mac}) {
+            newSession(queue);
+            deliver(queue, mark(1, replays));
+        }
     }
-    void end() { deliver(mark(2, replays)); }
+    void end(fakeQueue* queue) { deliver(queue, mark(2, replays)); }
+    void end() {
+        for (fakeQueue* queue : {&lists, &mac}) end(queue);
+    }
     void replay(const std::vector<bytes>& messages) {
         begin();
         deliverAll(messages);
@@ -184,7 +207,7 @@ TEST_F(Processes, RegistersUntilItIsAnsweredAndHoldsWhatItIsSent) {
     rp.kept.clear();  // the killed one's registrations
     startAgent(3);
     // What the old queue still had to send arrives at the new process, which has a need of its own.
-    rp.push(mark(2, rp.replays), ++rp.seq);
+    rp.push(mark(2, rp.replays), ++rp.lists.seq);
     EXPECT_NE(rp.takeRegistration(), need);
     untilInStep(rp, 300);
     rp.push(bindings(300).back(), 2);  // repeated ones are answered again and not applied again
@@ -249,6 +272,42 @@ TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
     EXPECT_EQ(state()["replayNeeded"], false);
 }
 
+// The MAC agent's queue is replayed with the other one, and both count.
+TEST_F(Processes, TrapsAndMembersStayUntilTheirReplayHasEnded) {
+    fakeManager rp(dir);
+    startAgent(3);
+    rp.takeRegistration();
+    auto held = [this] { return state()["mac"]["traps"].get<int>(); };
+    rp.begin();
+    for (uint32_t i = 0; i < 3; i++) rp.deliver(&rp.mac, trap({PORT + i, 0x01005E000005}));
+    rp.end(&rp.lists);
+    EXPECT_EQ(state()["state"], "replay under way");
+    rp.end(&rp.mac);
+    until("state", "in step");
+    rp.deliver(&rp.mac, member(1, PORT, 10, 5));
+    EXPECT_EQ(state(AGENT_STATE_MEMBERS)["members"].size(), 1u);
+    rp.begin();
+    rp.deliver(&rp.mac, trap({PORT, 0x01005E000005}));
+    EXPECT_EQ(held(), 3);
+    rp.end();
+    until("state", "in step");
+    EXPECT_EQ(held(), 1);
+    EXPECT_EQ(state(AGENT_STATE_MEMBERS)["members"].size(), 0u);
+    // What the agent cannot use, and a session that it has not seen begin, are asked for again.
+    rp.deliver(&rp.mac, trap({PORT, 0x01005E000005, 7}));
+    until("state", "replay needed");
+    EXPECT_EQ(held(), 1);
+    agent.stop(SIGKILL);
+    startAgent(3);
+    rp.untilNeed(true);
+    untilInStep(rp, 5);
+    EXPECT_EQ(held(), 0);
+    rp.newSession(&rp.mac);
+    rp.push(rp.mac, trap({PORT, 0x01005E000005}), 5);
+    until("state", "replay needed");
+    EXPECT_EQ(held(), 0);
+}
+
 // The role moves. The old manager, which does not know it yet, is not listened to any more.
 TEST_F(Processes, OnlyThePrimarysSessionsCount) {
     fakeManager first(dir), second(dir, RP2);
@@ -257,7 +316,7 @@ TEST_F(Processes, OnlyThePrimarysSessionsCount) {
     untilInStep(first, 50);
     write("primary", "1\n");
     second.takeRegistration();
-    second.session = 0x9000;
+    second.lists.session = second.mac.session = 0x9000;
     untilInStep(second, 30);
     first.newSession();
     for (uint32_t what : {1u, 2u}) first.push(mark(what, 50), what);

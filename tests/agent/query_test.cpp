@@ -36,6 +36,7 @@ struct Query : testing::Test {
         return json::parse(answer.begin() + 204, answer.end());
     }
     void send(const bytes& m) { (void)agentTablesApply(&self.tables, m); }
+    void sendMac(const bytes& m) { (void)macTablesApply(&self.macs, m); }
 };
 
 TEST_F(Query, SummaryAndLists) {
@@ -166,11 +167,43 @@ TEST_F(Query, LongListsComeInPages) {
     EXPECT_EQ(pages, 3u);
 }
 
+TEST_F(Query, TrapsAndMembers) {
+    constexpr uint32_t VLAN = 0x3800A;
+    sendMac(trap({VLAN, 0x01005E000005, 1, 2, 10, 77, 3, 1}));
+    sendMac(trap({PORT, 0, 1, 1}));
+    sendMac(trap({PORT, 7, 2, 1}));  // refused
+    sendMac(member(1, PORT, 10, 500));
+    json s = text(ask(1))["mac"];
+    EXPECT_EQ(s["traps"], 2);
+    EXPECT_EQ(s["members"], 1);
+    EXPECT_EQ(s["refused"]["value"], 1);
+    EXPECT_NE(s["lastError"], "");
+    EXPECT_EQ(text(ask(4))["traps"].dump(),
+              R"([{"cpus":2,"egressPort":77,"ifindex":229386,"lda":1,"mac":"01:00:5e:00:00:05",)"
+              R"("mode":3,"vlan":10},{"cpus":1,"egressPort":0,"ifindex":67371009,"lda":0,)"
+              R"("mac":"00:00:00:00:00:00","mode":0,"vlan":0}])");
+    EXPECT_EQ(text(ask(5))["members"].dump(), R"([{"group":500,"port":67371009,"vlan":10}])");
+    // Pages.
+    constexpr uint32_t many = 12000;
+    for (uint32_t i = 0; i < many; i++) sendMac(member(1, PORT + i, 10, 1));
+    uint32_t pages = 0, rows = 0, next = 0;
+    do {
+        json page = text(ask(5, "", next));
+        for (const json& row : page["members"]) EXPECT_EQ(row["port"], PORT + rows++);
+        next = page.value("next", 0u);
+    } while (++pages < 10 && next != 0);
+    EXPECT_EQ(pages, 3u);
+    EXPECT_EQ(rows, many);
+    EXPECT_EQ(text(ask(5, "", many + 1))["members"].size(), 0u);
+    self.config.cp = true;
+    EXPECT_FALSE(text(ask(1)).contains("mac"));
+}
+
 TEST_F(Query, BadQuestionsGetAStatusAndNothingElse) {
     send(build({14409, "IN", PORT, {entry4(10, 1)}}));
     for (const bytes& a : {ask(3, "OTHER"), ask(3, "IN", 0, 0, PORT + 1), ask(3, "IN", 0, 99)})
         EXPECT_EQ(get32(a, 28), 1u);
-    for (uint32_t what : {0u, 4u}) EXPECT_EQ(get32(ask(what), 28), 2u);
+    for (uint32_t what : {0u, 6u}) EXPECT_EQ(get32(ask(what), 28), 2u);
     for (size_t n = 60; n < 224; n++) {
         bytes m(n, 0xFF);
         put32(m, 8, static_cast<uint32_t>(n));

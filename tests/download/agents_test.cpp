@@ -163,25 +163,40 @@ TEST_F(Agents, AReplayIsMarkedAndMadeOncePerNeed) {
     auto card = [&](uint32_t word) { return sent(registration(5, CARD_5, word)); };
     auto controlProcessor = [&](uint32_t word) { return sent(cpRegistration(0, 68, word)); };
     constexpr uint32_t marks = 1;
-    const char eighth[] = "30003>5 begin 8 14413>5 14530>5 30004>5 30003>5 end 8",
-               ninth[] = "30003>5 begin 9 14413>5 14530>5 30004>5 30003>5 end 9";
+    // In both queues.
+    auto begins = [](uint32_t need) {
+        const std::string n = std::to_string(need);
+        return "30003>5 begin " + n + " 30003>5mac begin " + n;
+    };
+    auto ends = [](uint32_t need) {
+        const std::string n = std::to_string(need);
+        return " 30003>5 end " + n + " 30003>5mac end " + n;
+    };
+    const std::string eighth = begins(8) + " 14413>5 14530>5 30004>5" + ends(8),
+                      ninth = begins(9) + " 14413>5 14530>5 30004>5" + ends(9);
     EXPECT_EQ(card(8 << 1 | marks), eighth);  // needs one at its start
     EXPECT_EQ(card(8 << 1 | marks), "");      // names it again
     EXPECT_EQ(card(marks), "");               // needs none
     EXPECT_EQ(card(9 << 1 | marks), ninth);   // needs another
     zekSwpQueueLose(card5.aclAgent);
     EXPECT_EQ(card(marks), ninth);  // has lost something
-    EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::inStep);
+    zekSwpQueueLose(card5.macAgent);
+    EXPECT_EQ(card(marks), ninth);
+    for (zekSwpHandle queue : {card5.aclAgent, card5.macAgent})
+        EXPECT_EQ(zekSwpQueueState(queue), zekSwpState::inStep);
     EXPECT_EQ(card(10 << 1), "14413>5 14530>5 30004>5");                // takes no marks
     EXPECT_EQ(card(0), "");                                             // knows nothing of replays
     EXPECT_EQ(sent(registration(5, CARD_5 + 1, 11 << 1 | marks)), "");  // of another card
     EXPECT_EQ(controlProcessor(5 << 1 | marks), "30003>cp begin 5 30003>cp end 5");
     EXPECT_EQ(controlProcessor(5 << 1 | marks), "");
     EXPECT_EQ(controlProcessor(6 << 1 | marks), "30003>cp begin 6 30003>cp end 6");
-    // A replay that is lost on its way has no end.
-    testFail(TEST_BLOCK, 2, 1);
-    EXPECT_EQ(card(12 << 1 | marks), "30003>5 begin 12");
+    // A replay that is lost on its way has no end in the queue that has lost it.
+    testFail(TEST_BLOCK, 3, 1);
+    EXPECT_EQ(card(12 << 1 | marks), begins(12) + " 30003>5mac end 12");
     EXPECT_EQ(zekSwpQueueState(card5.aclAgent), zekSwpState::lost);
+    testFail(TEST_BLOCK, 2, 1);
+    EXPECT_EQ(card(13 << 1 | marks), "30003>5 begin 13 14413>5 14530>5 30004>5 30003>5 end 13");
+    EXPECT_EQ(zekSwpQueueState(card5.macAgent), zekSwpState::lost);
 }
 
 // Changes that are made while the role is elsewhere reach the cards when it is back.
@@ -196,7 +211,8 @@ TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
     const std::string nothing,
         replay =
             "14413>0 14530>0 30004>0 14413>3 14530>3 30004>3 14413>4 14530>4 30004>4 "
-            "30003>5 begin 0 14413>5 14530>5 30004>5 30003>5 end 0";
+            "30003>5 begin 0 30003>5mac begin 0 14413>5 14530>5 30004>5 30003>5 end 0 "
+            "30003>5mac end 0";
     EXPECT_EQ(aclVlanMemberAdd(VLAN_10, PORT_5_0), 0);
     EXPECT_EQ(pass(true), nothing);
     EXPECT_EQ(pass(false), nothing);

@@ -187,6 +187,7 @@ struct DownloadTest : TaskTest {
             const uint32_t id = get32(m, 12), slot = get32(m, 48);
             sent += (sent.empty() ? "" : " ") + std::to_string(id) + ">" +
                     (get32(m, 56) == 21121 ? "cp" : std::to_string(slot));
+            if (get32(m, 56) == 0x4A01 + 4 * slot) sent += "mac";
             if (id == 30003 && m.size() == 144)
                 sent += (get32(m, 132) == 1 ? " begin " : " end ") + std::to_string(get32(m, 140));
         }
