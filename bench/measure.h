@@ -4,6 +4,8 @@
 // own figures, the reference that they are held against ("ref.").
 #pragma once
 
+#include <time.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -13,6 +15,12 @@
 inline double benchNow() {
     using namespace std::chrono;
     return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+// The thread's own time: of one thread at work, which others may push aside.
+inline double benchCpuNow() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 inline double benchMedian(std::vector<double> values) {
     std::sort(values.begin(), values.end());

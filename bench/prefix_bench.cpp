@@ -1,7 +1,6 @@
 // What prefix lists cost inside the store: checks, changes, loading, shows, renumbering, memory;
 // beside walking a chain ("ref.chain"), a formatted line and an add to a map and a set.
 #include <malloc.h>
-#include <time.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -23,19 +22,13 @@ namespace {
 constexpr uint32_t poolClasses[] = {32, 44, 56, 92, 136, 156, 168, 184, 192, 208, 864, 16384};
 const listName NAME = listNameMake("BENCH");
 
-// The thread's own time: all of this is one thread at work, which others may push aside.
-double cpuNow() {
-    timespec now{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 template <class Work>
 double cpuRounds(int rounds, Work work) {
     std::vector<double> values;
     for (int i = 0; i < rounds; i++) {
-        double start = cpuNow();
+        double start = benchCpuNow();
         work();
-        values.push_back(cpuNow() - start);
+        values.push_back(benchCpuNow() - start);
     }
     return benchMedian(values);
 }
@@ -258,16 +251,16 @@ void changes() {
         uint32_t next = 0;
         std::vector<double> rounds[2];
         for (int round = 0; round < 9; round++) {
-            double start = cpuNow();
+            double start = benchCpuNow();
             for (uint32_t i = 0; i < 500; i++)
                 if (addOne<4>(more[next + i], entries + 1 + i) != ACL_OK) std::abort();
-            rounds[0].push_back(cpuNow() - start);
-            start = cpuNow();
+            rounds[0].push_back(benchCpuNow() - start);
+            start = benchCpuNow();
             for (uint32_t i = 0; i < 500; i++) {
                 auto block = blockOf<4>(more[next + i], 0, false);
                 if (ipDelPrefixEntry(NAME, prefixRecordOf(block), 1, 1) != ACL_OK) std::abort();
             }
-            rounds[1].push_back(cpuNow() - start);
+            rounds[1].push_back(benchCpuNow() - start);
             next += 500;
         }
         adds[at] = benchMedian(rounds[0]) / 500 * 1e9;

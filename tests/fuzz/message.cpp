@@ -2,12 +2,14 @@
 //
 // The input is a row of messages, each behind two bytes: a selector and the length in units of 8.
 // The selector says whether the bytes become a CLI request, a registration of a client or a task's
-// show, whose code or type is one that there is, so that the operations behind them are reached
-// too, or stay as they are.
+// show, or a message of the interface manager and its like, whose code or type is one that there
+// is, so that the operations behind them are reached too, or stay as they are.
 #include <cstdlib>
 
 #include "include/cliMsg.h"
 #include "include/clientMsg.h"
+#include "include/ifmMsg.h"
+#include "include/protMsg.h"
 #include "include/service.h"
 #include "interface/interface.h"
 #include "platform/api/zekMem.h"
@@ -37,6 +39,55 @@ void start() {
     };
 }
 
+// Interfaces that meet each other; every fourth word stays as it is.
+void pickPlace(be32* ifindex) {
+    constexpr uint32_t places[] = {0x08040000,
+                                   0x08080000,
+                                   0x0A040000,
+                                   IFINDEX_CP_BIND,
+                                   ifindexMake(IF_TYPE_LAG, 1),
+                                   ifindexMake(IF_TYPE_LAG, 2),
+                                   ifindexMake(IF_TYPE_VLAN, 1),
+                                   ifindexMake(IF_TYPE_VLAN, 4095)};
+    const uint32_t word = *ifindex;
+    if (word % 4 != 0) *ifindex = places[word / 4 % std::size(places)];
+}
+// Records of the types that there are, as long as their types are or as they say.
+void pickRecords(std::span<uint8_t> message) {
+    auto* front = wireView<ifmEventMsg>(message);
+    if (front == nullptr) return;
+    front->count = front->count & 0x8000001F;
+    for (size_t at = sizeof *front; auto* record = wireView<ifmSvcWords>(message, at);) {
+        record->hdr.type = record->hdr.type % 64;
+        const uint16_t said = record->hdr.length % 80;
+        if (said >= 8)
+            at += record->hdr.length = said;
+        else
+            return;
+        for (be32& word : record->word) pickPlace(&word);
+    }
+}
+void pickNeighbour(std::span<uint8_t> message) {
+    constexpr uint32_t types[] = {
+        MT_IFM_EVT_NOTIF,        MT_IFM_EVT_NOTIF,      MT_IFM_EVT_NOTIF, MT_IFM_PORTS_LEAVE,
+        MT_IFM_PORTVL_EVT_NOTIF, MT_IFM_MIRROR_RELAY,   MT_PROT_FIRST,    MT_PROT_LAST,
+        MT_PROT_VRRP_FIRST,      MT_PROT_VRRP_LAST,     MT_STP_ENABLE,    MT_GVRP_FIRST,
+        MT_EVENT_NOTIF,          MT_SNMP_TRAP_AGENT_IP, MT_SFLOW_AGENT_IP};
+    auto* hdr = reinterpret_cast<ipcHdr*>(message.data());
+    hdr->mtype = types[hdr->mtype % std::size(types)];
+    hdr->length = static_cast<uint32_t>(message.size());
+    hdr->session = hdr->swpSeq = 0u;
+    if (hdr->mtype == MT_IFM_EVT_NOTIF) return pickRecords(message);
+    if (hdr->mtype == MT_EVENT_NOTIF) return;
+    auto* record = hdr->mtype <= MT_PROT_LAST ? wireView<protEnableMsg>(message) : nullptr;
+    if (record != nullptr) pickPlace(&record->record.ifindex);
+    for (size_t at = sizeof *hdr; hdr->mtype > MT_PROT_VRRP_LAST; at += 4)
+        if (auto* word = wireView<be32>(message, at))
+            pickPlace(word);
+        else
+            break;
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -64,8 +115,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             request->application = request->application % 2 != 0 ? APP_BGP : APP_RTM;
             pick(&request->name);
         }
+        if ((selector & 7) == 4 && length >= sizeof(ipcHdr)) pickNeighbour({received, length});
         aclTakeMessage(aclNode, received, length);
     }
+    forgetPlaces();
     forgetLists();
     return 0;
 }

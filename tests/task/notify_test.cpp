@@ -446,7 +446,7 @@ TEST_F(Notify, LayerTwoTasksArePassedOnAsTheyCame) {
 }
 
 TEST_F(Notify, ACardIsToldOfSpanningTreeWhenItComesUp) {
-    auto replayed = [this] {
+    auto replayed = [] {
         testTake();
         aclFollowReplay(3, false);
         rows out;
