@@ -77,15 +77,21 @@ void pickNeighbour(std::span<uint8_t> message) {
     hdr->mtype = types[hdr->mtype % std::size(types)];
     hdr->length = static_cast<uint32_t>(message.size());
     hdr->session = hdr->swpSeq = 0u;
-    if (hdr->mtype == MT_IFM_EVT_NOTIF) return pickRecords(message);
-    if (hdr->mtype == MT_EVENT_NOTIF) return;
-    auto* record = hdr->mtype <= MT_PROT_LAST ? wireView<protEnableMsg>(message) : nullptr;
-    if (record != nullptr) pickPlace(&record->record.ifindex);
-    for (size_t at = sizeof *hdr; hdr->mtype > MT_PROT_VRRP_LAST; at += 4)
-        if (auto* word = wireView<be32>(message, at))
+    const uint32_t type = hdr->mtype;
+    if (type == MT_IFM_EVT_NOTIF) {
+        pickRecords(message);
+    } else if (type <= MT_PROT_VRRP_LAST) {
+        const size_t at = type <= MT_PROT_LAST ? offsetof(protEnableMsg, record)
+                                               : offsetof(protEnableSwpMsg, record);
+        if (auto* record = wireView<protRecord>(message, at)) {
+            pickPlace(&record->ifindex);
+            const uint32_t id = record->id;
+            record->id = id % 24 < 12 ? id % 12 : PROT_VRRP + id % 12;
+        }
+    } else if (type != MT_EVENT_NOTIF) {
+        for (size_t at = sizeof *hdr; auto* word = wireView<be32>(message, at); at += 4)
             pickPlace(word);
-        else
-            break;
+    }
 }
 
 }  // namespace
