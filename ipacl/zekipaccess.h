@@ -82,6 +82,11 @@ uint32_t ipSysAddAccessEntry(const listName& name, const ipEntryBlock* block, ui
 uint32_t ipSysDelAccessEntry(const listName& name, const ipEntryBlock* block, uint32_t send,
                              uint32_t ifindex);
 aclEntry* ipSysAccessEntFind(const listName& name, const ipEntryBlock* block);
+// The list without its entries, and its entries that are wanted, in their order and as many as a
+// message takes: to a card that has nothing of them.
+void ipSysSendHeader(const listName& name, uint32_t ifindex);
+void ipSysSendEntries(const listName& name, uint32_t ifindex,
+                      bool (*wanted)(const ipEntryBlock& block));
 // Sends `count` (1-20) consecutive blocks in one message and stores nothing.
 uint32_t ipSysAddThirteenAccessEntry(const listName& name, const ipEntryBlock* blocks, uint32_t log,
                                      uint32_t ifindex, uint32_t count);
@@ -100,9 +105,9 @@ aclList* aclV6SysAccessListCreate(const listName& name, uint32_t placeholder, ui
                                   uint32_t* status);
 uint32_t aclV6SysAccessListDelete(const listName& name, uint32_t ifindex);
 uint32_t aclV6SysAddAccessEntry(const listName& name, const ip6EntryBlock* block, uint32_t log,
-                                uint32_t ifindex);
+                                const aclTarget& target);
 uint32_t aclV6SysDelAccessEntry(const listName& name, const ip6EntryBlock* block, uint32_t send,
-                                uint32_t ifindex);
+                                const aclTarget& target);
 aclList* aclV6SysAccessListFind(const listName& name);
 
 // --- DoS lists (doslist.cpp) -----------------------------------------------------------------

@@ -88,7 +88,7 @@ struct aclList : namedList {
     uint32_t highestSeq;  // 0 when empty
     aclRemarks remarks;
     zekRadix* seqTree;      // null for system and DoS lists
-    zekRadix* contentTree;  // null for system and DoS lists
+    zekRadix* contentTree;  // null for DoS lists; of system lists by the whole content
     // What ipFilterCheck searches instead of the chain; null: it walks. Kept for ordinary lists.
     matchNode* filterIndex;
 };

@@ -89,11 +89,11 @@ TEST_F(SystemFailure, LeavesAListOrAnEntryOut) {
         return enabled;
     });
     std::vector<ipEntryBlock> blocks(20, tcp);
-    sweep("a system entry", 1, {ACL_E_ENTRY_MEMORY}, [&](auto&, auto round) {
+    sweep("a system entry", 4, {ACL_E_ENTRY_MEMORY}, [&](auto&, auto round) {
         blocks[0] = tcp.toPort(round);
         return ipSysAddAccessEntry(S, &blocks[0], 0, 1);
     });
-    sweep("a batch", 20, {ACL_E_ENTRY_MEMORY},
+    sweep("a batch", 0, {},
           [&](auto&, auto) { return ipSysAddThirteenAccessEntry(S, blocks.data(), 0, 1, 20); });
     sweep("a DoS entry", 1, {ACL_E_ENTRY_MEMORY}, [&](auto&, auto round) {
         rule block = tcp.toPort(round);
