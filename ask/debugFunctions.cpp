@@ -153,6 +153,7 @@ void aclRegisterDebugFunctions() {
     aclRegisterInstalledFunctions();
     aclRegisterPlaceFunctions();
     aclRegisterVlanGroupFunctions();
+    aclRegisterAddressFunctions();
     aclRegisterSourceGuardFunctions();
     aclRegisterBgpFunctions();
     aclRegisterPrefixFunctions();

@@ -99,6 +99,7 @@ std::string aclDumpNode(const aclNodeRecord* node) {
     line(out, "chassis mode", node->chassis.chassisMode);
     line(out, "RPM type", node->chassis.rpmType);
     lineText(out, "RAM Data Sync", node->peer.ramDataSync != 0 ? "Enabled" : "Disabled");
+    line(out, "DHCP trapping", node->protocol.acl_dhcp);
     line(out, "final word", node->finalWord);
     return out;
 }

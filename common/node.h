@@ -110,6 +110,7 @@ struct pimCfgParams {
 struct aclProtocolState {
     pimCfgParams acl2PimCfgParams;
     uint32_t ipv6UnicastRoutingEnable;
+    uint32_t acl_dhcp;  // 1: DHCP requests to the router's addresses are trapped
     std::optional<std::array<uint32_t, 2>> stpWords;  // of the last STP enable, replayed to cards
 };
 

@@ -54,3 +54,10 @@ WIRE_AT(mgmtMsg, list, 124);
 // last carries what is left, nothing when the chunks come out even.
 constexpr uint32_t MGMT_WHOLE = 40;
 constexpr uint32_t MGMT_CHUNK = 39;
+
+// 8402 (SNMP traps) and 20417 (sFlow): the agent asks from which address it is to send.
+struct agentAddressMsg {
+    ipcHdr ipc;
+    be32 address;  // 60  in the answer; 0: none
+};
+WIRE_SIZE(agentAddressMsg, 64);

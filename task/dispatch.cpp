@@ -17,6 +17,7 @@
 #include "include/ifmMsg.h"
 #include "platform/api/zekLock.h"
 #include "platform/api/zekMem.h"
+#include "protocol/AclIpAdd.h"
 #include "protocol/relays.h"
 #include "task/rows.h"
 #include "task/task.h"
@@ -174,6 +175,13 @@ int underLock(aclNodeRecord*, uint8_t* message) {
     aclLockHeld<Kind> held;
     return relayed(Handler(wholeOf(message)));
 }
+// What an agent sends from, into its message.
+template <auto Fill>
+int addressOf(aclNodeRecord*, uint8_t* message) {
+    aclLockHeld<aclLock::read> held;
+    Fill(message);
+    return NOT_TOLD;
+}
 int handleIfmEvents(aclNodeRecord*, uint8_t* message) {
     return relayed(aclHandleIFMNotifMsg(wholeOf(message)));
 }
@@ -316,7 +324,7 @@ constexpr msgRow msgTable[] = {
     {MT_CFG_END_BLK_CFG_NOTIF,   "block configuration ends",      HDR, msgReply::ifm,       handleCfgEnd},
     {MT_CFG_INIT_CFG_COMPLETE,   "initial configuration done",    HDR, msgReply::ifm,       handleCfgComplete},
     {{MT_CLI_COMMAND, MT_CLI_COMMAND_2}, "CLI command",           HDR, msgReply::byHandler, handleCli},
-    {MT_SNMP_TRAP_AGENT_IP,      "SNMP trap agent address",       HDR, msgReply::ipc,       nullptr},
+    {MT_SNMP_TRAP_AGENT_IP,      "SNMP trap agent address",       sizeof(agentAddressMsg), msgReply::ipc, addressOf<AclSnmpTrapAgentIpfill>},
     {MT_IFM_PORTS_LEAVE,         "IFM: ports leave",               68, msgReply::ifm,       underLock<aclLock::write, portsLeave>},
     {MT_IFM_NOTIF_A,             "IFM notification, no action",   HDR, msgReply::ifm,       handleNothing},
     {MT_IFM_NOTIF_B,             "IFM notification, no action",   HDR, msgReply::ifm,       handleNothing},
@@ -367,7 +375,7 @@ constexpr msgRow msgTable[] = {
     {{MT_PEER_INFO, MT_PEER_REGISTER}, "peer route processor",    HDR, msgReply::byHandler, untold<aclHandlePeerMsg>},
     {MT_V6_ACL_TRIGGER,          "answer to a trigger",           HDR, msgReply::none,      handleTriggerAnswer},
     {MT_ACL2_REGISTER,           "second ACL agent registers",    HDR, msgReply::byHandler, aclHandleAcl2Register, true},
-    {MT_SFLOW_AGENT_IP,          "sFlow agent address",           HDR, msgReply::ipc,       nullptr},
+    {MT_SFLOW_AGENT_IP,          "sFlow agent address",           sizeof(agentAddressMsg), msgReply::ipc, addressOf<AclSflowAgentIpfill>},
 };
 // clang-format on
 static_assert(rowsAreSorted(msgTable));

@@ -60,6 +60,11 @@ constexpr agentStep cardReplay[] = {
     // In every replay: it brings the card's limits again, which nobody else keeps.
     {"card to the MAC manager", [](uint32_t slot) { (void)aclSendLinecardInfoToMacMgr(slot); }},
     {"system lists", [](uint32_t slot) { (void)SysListRegistration(slot); }},
+    {"interface addresses",
+     [](uint32_t slot) {
+         aclLockHeld<aclLock::read> held;
+         aclSendGlobalAclToNewLineCard(slot);
+     }},
     {"PIM-assert entries", nullptr},
     {"protocol trapping, to the MAC agent", nullptr},
     {"DHCP-snooping configuration", nullptr},  // when snooping is enabled

@@ -56,7 +56,9 @@ int SysListRegistration(uint32_t slot) {
             return -1;
         }
     }
-    (void)iAclSendToAclAgent({ifindex}, {MT_ACL_SYS_ADDLIST, list});
+    // Its entries are those of the router's addresses: the step of these brings them, as the card
+    // takes them.
+    ipSysSendHeader(globalName, ifindex);
     static const listName v6Name = listNameMake("v6 Global Acl");
     const aclList* v6List = aclV6SysAccessListFind(v6Name);
     if (v6List == nullptr) {

@@ -209,6 +209,7 @@ void aclRegisterInstalledFunctions();    // installed.cpp
 void aclRegisterPlaceFunctions();        // places.cpp
 void aclRegisterSourceGuardFunctions();  // sourceGuard.cpp
 void aclRegisterVlanGroupFunctions();    // vlanGroups.cpp
+void aclRegisterAddressFunctions();      // addresses.cpp
 void aclRegisterBgpFunctions();          // bgpChecks.cpp
 void aclRegisterPrefixFunctions();
 void aclRegisterMacFunctions();   // prefixFunctions.cpp

@@ -105,10 +105,10 @@ template <class Block>
 bytes imageOf(size_t size, const Block& block, size_t times,
               std::initializer_list<uint32_t> words) {
     const auto* from = reinterpret_cast<const uint8_t*>(&block);
-    bytes b(8);
-    for (; times > 0; times--) b.insert(b.end(), from, from + sizeof block);
-    const size_t at = b.size();
-    b.resize(size);
+    bytes b(size);
+    size_t at = 8;
+    for (; times > 0; times--, at += sizeof block)
+        std::copy_n(from, sizeof block, b.begin() + static_cast<ptrdiff_t>(at));
     put32(b, at, words);
     return b;
 }

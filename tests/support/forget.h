@@ -56,6 +56,7 @@ inline void forgetPlaces() {
     while (const aclVlan* vlan = aclVlanTreeFindFirst()) goes(vlan->ifindex);
     while (const aclIntf* intf = AclIntfTreeFindFirst()) goes(intf->ifindex);
     aclNode->protocol.stpWords.reset();
+    aclNode->protocol.acl_dhcp = 0;
     aclNode->finalWord = 0;
     testTake();
 }

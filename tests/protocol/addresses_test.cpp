@@ -1,0 +1,462 @@
+// The router's own addresses: what is sent to whom when they come and go, with the members of their
+// LAGs and VLANs, and that a replay makes the same of a card as its history did.
+#include "protocol/AclIpAdd.h"
+
+#include <map>
+#include <random>
+#include <set>
+
+#include "task/follow.h"
+#include "tests/download/fixture.h"
+
+namespace {
+
+constexpr uint32_t IP_1 = 0x0A000001, IP_2 = 0x0A000002, IP_3 = 0xC0A80101;
+constexpr uint32_t PIM = 103;
+const listName GLOBAL = listNameMake("Global Acl"), GLOBAL6 = listNameMake("v6 Global Acl");
+
+struct entryRow {
+    int step;
+    uint32_t kindCode, protocol, dstPort, srcPort, option, marker;
+    bool below3;
+    bool dhcp = false;
+};
+// What every address has, in order: the table that the manager must follow.
+constexpr entryRow wanted4[] = {
+    {1, 0x200000, 17, 67, 0, 0, 0, true, true},
+    {2, 4, 6, 179, 0, 0, 0, false},
+    {2, 4, 6, 0, 179, 0, 0, false},
+    {3, 0x400000, 6, 639, 0, 0, 0, true},
+    {3, 0x400000, 6, 0, 639, 0, 0, true},
+    {4, 128, PIM, 0, 0, 0, 0, true},
+    {5, 256, 2, 0, 0, 0, 0, true},
+    {6, 4, 6, 179, 0, 0x20, 0, false},
+    {6, 4, 6, 0, 179, 0x20, 0, false},
+    {7, 46, 46, 0, 0, 0, 0, true},
+    {8, 4, 4, 0, 0, 0, 1, true},
+};
+aclEntry entryOf(uint32_t address, const entryRow& row) {
+    aclEntry e{};
+    ipEntryBlock& b = e.block;
+    b.kind = 2, b.seq = 0xFFFFFFFFu, b.owner = row.kindCode, b.protoMarker = row.marker;
+    b.protocol = static_cast<uint8_t>(row.protocol);
+    b.dst = address, b.dstMask = 0xFFFFFFFFu, b.precedence = 0xFFFFFFFFu, b.tos = 0xFFFFFFFFu;
+    b.reserved40 = row.option, b.order = 255, b.dscp = 255;
+    if (row.dstPort != 0) b.dstOperator = 1, b.dstLow = static_cast<uint16_t>(row.dstPort);
+    if (row.srcPort != 0) b.srcOperator = 1, b.srcLow = static_cast<uint16_t>(row.srcPort);
+    return e;
+}
+
+// A card's tables, as the messages make them: by interface and family, of every entry all that says
+// something (its number does not).
+typedef std::map<std::pair<uint32_t, bool>, std::set<bytes>> cardTables;
+struct entryForm {
+    uint32_t add, del, list;
+    size_t image, seqAt, until;
+};
+constexpr entryForm form4{14414, 14415, 14413, 392, 4, 392},
+    form6{14531, 14532, 14530, 140, 92, 124};
+
+void apply(const bytes& m, std::map<uint32_t, cardTables>* cards) {
+    const uint32_t id = get32(m, 12);
+    for (const entryForm& form : {form4, form6}) {
+        if (id != form.add && id != form.del && id != form.list) continue;
+        std::set<bytes>& table =
+            (*cards)[get32(m, 48)][{get32(m, 132 + 352), form.image == form6.image}];
+        const uint32_t count = get32(m, 132 + 312);
+        if (id == form.list) table.clear();
+        ASSERT_GE(m.size(), 1188 + count * form.image);
+        for (uint32_t i = 0; i < count; i++) {
+            const auto at = m.begin() + static_cast<ptrdiff_t>(1188 + i * form.image);
+            bytes entry(at, at + static_cast<ptrdiff_t>(form.until));
+            std::fill_n(entry.begin() + static_cast<ptrdiff_t>(form.seqAt), 4, 0);
+            if (id == form.del)
+                table.erase(entry);
+            else
+                table.insert(entry);
+        }
+    }
+}
+void dropEmpty(cardTables* tables) {
+    std::erase_if(*tables, [](const auto& row) { return row.second.empty(); });
+}
+
+struct Addresses : DownloadTest {
+    void SetUp() override {
+        DownloadTest::SetUp();
+        aclLinecardInfo[0].type = 1;  // the control processor's card takes everything all the same
+        aclLinecardInfo[3].type = 1;
+        aclLinecardInfo[4].type = 3;
+    }
+    void TearDown() override {
+        forgetPlaces();
+        EXPECT_EQ(aclLinecardInfo[LINECARD_CP].ipAddHead, nullptr);
+        EXPECT_EQ(stored(), 0u);
+        DownloadTest::TearDown();
+    }
+    // The messages that carry entries of an address to a port or a card.
+    bytes message4(uint32_t id, uint32_t slot, uint32_t ifindex, const std::vector<aclEntry>& e) {
+        const auto count = static_cast<uint32_t>(e.size());
+        wantHeader header{"Global Acl", count, 2, ifindex, 0, count, 0, 0, 0, 0};
+        header.pipe = static_cast<uint8_t>(aclPortPipe(ifindex));
+        bytes body = headerBytes(header);
+        for (const aclEntry& entry : e) body = body + imageBytes(entry);
+        return messageBytes(id, slot, 0, body);
+    }
+    // Of every step: the control processor's card an entry at a time, then the other cards.
+    std::vector<bytes> fanOut(uint32_t id, uint32_t address, bool dhcp = false, bool low = true) {
+        std::vector<bytes> all;
+        for (int step = 1; step <= 8; step++) {
+            std::vector<aclEntry> entries;
+            for (const entryRow& row : wanted4)
+                if (row.step == step && (!row.dhcp || dhcp) && (!row.below3 || low))
+                    entries.push_back(entryOf(address, row));
+            for (const aclEntry& e : entries)
+                all.push_back(message4(id, 0, ifindexControlPort(0), {e}));
+            for (uint32_t slot : {3u, 4u})
+                if (!entries.empty() && (slot == 4 || step != 6))
+                    all.push_back(message4(id, slot, ifindexControlPort(slot), entries));
+        }
+        return all;
+    }
+    std::vector<aclEntry> entries4(uint32_t address, bool option = true) {
+        std::vector<aclEntry> all;
+        for (const entryRow& row : wanted4)
+            if (!row.dhcp && (option || row.option == 0)) all.push_back(entryOf(address, row));
+        return all;
+    }
+    void expectSent(const char* what, std::vector<bytes> want) {
+        const std::vector<bytes> got = enqueued();
+        EXPECT_EQ(got.size(), want.size()) << what;
+        for (size_t i = 0; i < std::min(got.size(), want.size()); i++)
+            EXPECT_EQ(got[i], want[i]) << what << ", message " << i;
+        EXPECT_TRUE(effects.empty()) << what << ": " << effects[0];
+    }
+    static uint32_t stored() { return static_cast<uint32_t>(ipSysAccessListFind(GLOBAL)->count); }
+    // Messages of a replay that concern system lists.
+    std::map<uint32_t, cardTables> tablesByReplay() {
+        std::map<uint32_t, cardTables> cards;
+        for (uint32_t slot : {0u, 3u, 4u}) aclReplayToAgent(slot, false);
+        for (const bytes& m : enqueued()) apply(m, &cards);
+        for (auto& [slot, tables] : cards) dropEmpty(&tables);
+        return cards;
+    }
+};
+
+TEST_F(Addresses, EntriesStandOnceForAnAddressAndGoWithTheLastInterface) {
+    struct {
+        const char* what;
+        void (*run)(uint32_t ifindex, uint32_t address);
+        uint32_t ifindex, address, sentAs;  // 0: nothing
+    } const rows[] = {
+        {"added", aclAddIpAddrFromIFM, PORT_3_1, IP_1, 14414},
+        {"repeated", aclAddIpAddrFromIFM, PORT_3_1, IP_1, 0},
+        {"unknown", aclDelIpAddrFromIFM, PORT_3_1, IP_2, 0},
+        {"of nobody", aclDelIpAddrFromIFM, PORT_4_0, IP_1, 0},
+        {"on a second interface", aclAddIpAddrFromIFM, PORT_4_0, IP_1, 0},
+        {"a secondary one", aclAddIpAddrFromIFM, PORT_3_1, IP_2, 14414},
+        {"from the first interface", aclDelIpAddrFromIFM, PORT_3_1, IP_1, 0},
+        {"from the last", aclDelIpAddrFromIFM, PORT_4_0, IP_1, 14415},
+        {"again", aclDelIpAddrFromIFM, PORT_4_0, IP_1, 0},
+        {"a protocol's destination", aclAddIpAddrFromIFM, PORT_4_0, 0xE0000005, 0},
+        {"of a bare slot", aclAddIpAddrFromIFM, 3, IP_1, 0},
+        // What a disable forgets is gone from sight only.
+        {"forgotten", aclDelIpaddInfoToTree, PORT_3_1, IP_2, 0},
+        {"revived", aclAddIpAddrFromIFM, PORT_3_1, IP_2, 0},
+        {"forgotten again", aclDelIpaddInfoToTree, PORT_3_1, IP_2, 0},
+        {"taken away", aclDelIpAddrFromIFM, PORT_3_1, IP_2, 14415},
+    };
+    for (const auto& row : rows) {
+        row.run(row.ifindex, row.address);
+        expectSent(row.what,
+                   row.sentAs != 0 ? fanOut(row.sentAs, row.address) : std::vector<bytes>{});
+        const bool seen =
+            debug("interface-addresses").find("10.0.0.2 primary") != std::string::npos;
+        EXPECT_EQ(seen, aclIpaddInfoFind(PORT_3_1, aclAddressOf(IP_2)) != nullptr &&
+                            aclIpaddInfoFind(PORT_3_1, aclAddressOf(IP_1)) == nullptr)
+            << row.what;
+    }
+    EXPECT_EQ(stored(), 0u);
+    EXPECT_EQ(aclLinecardInfo[LINECARD_CP].ipAddHead, nullptr);
+    aclAddIpAddrFromIFM(PORT_3_1, IP_1), aclAddIpAddrFromIFM(PORT_3_1, IP_2);
+    aclAddIpAddrFromIFM(PORT_4_0, IP_2);
+    (void)enqueued();
+    aclDelAllAddressesOf(PORT_3_1);
+    expectSent("the interface is no more", fanOut(14415, IP_1));
+    EXPECT_EQ(stored(), 10u);
+}
+
+TEST_F(Addresses, ConditionsOfTheTable) {
+    aclNode->finalWord = 2;
+    aclNode->protocol.acl_dhcp = 1;
+    aclAddIpAddrFromIFM(PORT_3_1, IP_1);
+    expectSent("at most 2", fanOut(14414, IP_1, true));
+    aclNode->finalWord = 3;
+    aclAddIpAddrFromIFM(PORT_3_1, IP_2);
+    expectSent("3", fanOut(14414, IP_2, true, false));
+    aclDelIpAddrFromIFM(PORT_3_1, IP_1);
+    expectSent("what was added goes whatever holds now", fanOut(14415, IP_1, true));
+    aclDelIpAddrFromIFM(PORT_3_1, IP_2);
+    expectSent("only what was added", fanOut(14415, IP_2, true, false));
+}
+
+TEST_F(Addresses, ForIpv6EveryCardAsAWhole) {
+    const uint8_t address[16] = {0x20, 1, 0xd, 0xb8, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9};
+    struct {
+        uint32_t owner, protocol, dst, src, icmp;
+    } const wanted6[] = {{4, 6, 179, 0, 0}, {4, 6, 0, 179, 0},   {128, PIM, 0, 0, 0},
+                         {89, 89, 0, 0, 0}, {58, 58, 0, 0, 135}, {58, 58, 0, 0, 136}};
+    auto sent = [&](uint32_t id) {
+        std::vector<bytes> all;
+        std::vector<acl6Entry> entries;
+        for (const auto& w : wanted6) {
+            acl6Entry& e = entries.emplace_back();
+            e.block.owner = w.owner, e.block.seq = 0xFFFFFFFFu;
+            e.block.protocol = static_cast<uint8_t>(w.protocol);
+            std::copy_n(address, 16, e.block.dst);
+            std::fill_n(e.block.dstMask, 16, 0xFF);
+            if (w.dst != 0) e.block.dstOperator = 1, e.block.dstLow = static_cast<uint16_t>(w.dst);
+            if (w.src != 0) e.block.srcOperator = 1, e.block.srcLow = static_cast<uint16_t>(w.src);
+            if (w.icmp != 0)
+                e.block.icmp.type = static_cast<uint8_t>(w.icmp), e.block.icmp.typeGiven = 1;
+        }
+        auto message = [&](uint32_t slot, size_t from, size_t count) {
+            wantHeader header{"v6 Global Acl",
+                              static_cast<uint32_t>(count),
+                              2,
+                              0,
+                              0,
+                              static_cast<uint32_t>(count),
+                              0,
+                              0,
+                              0xFF,
+                              0};
+            bytes body = headerBytes(header);
+            for (size_t i = from; i < from + count; i++) {
+                acl6Entry e = entries[i];
+                // Of a list: its entries have their ids.
+                if (slot == 0) e.id = static_cast<uint32_t>(i + 1);
+                body = body + imageBytes(e);
+            }
+            all.push_back(messageBytes(id, slot, 0, body));
+        };
+        for (size_t at = 0; at < entries.size(); at += at == 0 ? 2 : 1) {
+            const size_t count = at == 0 ? 2 : 1;
+            for (size_t i = at; i < at + count; i++) message(0, i, 1);
+            for (uint32_t slot : {3u, 4u}) message(slot, at, count);
+        }
+        return all;
+    };
+    aclAddIPV6AddFromIFM(PORT_3_1, address, 64);
+    expectSent("added", sent(14531));
+    aclAddIPV6AddFromIFM(PORT_4_0, address, 64);
+    aclDelIPV6AddFromIFM(PORT_3_1, address, 64);
+    expectSent("of two one", {});
+    EXPECT_EQ(debug("interface-addresses", "2001:db8::9"), aclDumpIp(aclAddressOf(address, 0)));
+    EXPECT_EQ(aclAgentSourceAddress(), 0u);
+    aclDelIPV6AddFromIFM(PORT_4_0, address, 0);
+    expectSent("removed", sent(14532));
+}
+
+TEST_F(Addresses, MembersOfALagOrAVlanHoldTheEntriesThemselves) {
+    const auto entries = entries4(IP_1);
+    auto toPort = [&](uint32_t id, uint32_t port) {
+        return message4(id, static_cast<uint32_t>(ifindexSlot(port)), port, entries);
+    };
+    typedef std::vector<bytes> sent;
+    auto join = [](sent a, const sent& b) {
+        a.insert(a.end(), b.begin(), b.end());
+        return a;
+    };
+    ASSERT_EQ(aclFollowLagJoined(LAG_7, PORT_3_1), 0);
+    (void)enqueued();
+    // A VLAN without members has no use for its address.
+    aclAddIpAddrFromIFM(VLAN_10, IP_1);
+    expectSent("no member", {});
+    ASSERT_EQ(aclFollowVlanJoined(VLAN_10, PORT_4_0), 0);
+    expectSent("the first member", join(fanOut(14414, IP_1), {toPort(14414, PORT_4_0)}));
+    ASSERT_EQ(aclFollowVlanJoined(VLAN_10, LAG_7), 0);
+    expectSent("a LAG joins", {toPort(14414, PORT_3_1)});
+    ASSERT_EQ(aclFollowLagJoined(LAG_7, PORT_3_2), 0);
+    expectSent("a port joins the LAG", {toPort(14414, PORT_3_2)});
+    // On the LAG itself, too: its ports have reason to keep the entries.
+    aclAddIpAddrFromIFM(LAG_7, IP_1);
+    expectSent("sent again", {toPort(14414, PORT_3_2), toPort(14414, PORT_3_1)});
+    ASSERT_EQ(aclFollowVlanLeft(VLAN_10, LAG_7), 0);
+    expectSent("the LAG leaves", {});
+    ASSERT_EQ(aclFollowLagLeft(LAG_7, PORT_3_1), 0);
+    expectSent("a port leaves", {toPort(14415, PORT_3_1)});
+    ASSERT_EQ(aclFollowVlanLeft(VLAN_10, PORT_4_0), 0);
+    expectSent("the last member, and the LAG has the address", {toPort(14415, PORT_4_0)});
+    aclDelIpAddrFromIFM(LAG_7, IP_1);
+    expectSent("the VLAN has no use for it", join(fanOut(14415, IP_1), {toPort(14415, PORT_3_2)}));
+    ASSERT_EQ(aclFollowVlanJoined(VLAN_10, PORT_4_0), 0);
+    (void)enqueued();
+    ASSERT_EQ(aclFollowVlanLeft(VLAN_10, PORT_4_0), 0);
+    expectSent("the last member", join({toPort(14415, PORT_4_0)}, fanOut(14415, IP_1)));
+}
+
+TEST_F(Addresses, TrappingDhcpAddsAnEntryForEachAddress) {
+    const std::vector<aclEntry> dhcp{entryOf(IP_1, wanted4[0])};
+    auto sent = [&](uint32_t id) {
+        std::vector<bytes> all;
+        for (uint32_t slot : {0u, 3u, 4u})
+            all.push_back(message4(id, slot, ifindexControlPort(slot), dhcp));
+        all.push_back(message4(id, 4, PORT_4_0, dhcp));
+        return all;
+    };
+    EXPECT_EQ(aclTrapDhcp(true), 0);
+    EXPECT_EQ(aclTrapDhcp(false), 0);
+    expectSent("no addresses", {});
+    ASSERT_EQ(aclFollowVlanJoined(VLAN_10, PORT_4_0), 0);
+    for (uint32_t place : {PORT_3_1, VLAN_10, PORT_4_0}) aclAddIpAddrFromIFM(place, IP_1);
+    (void)enqueued();
+    EXPECT_EQ(aclTrapDhcp(true), 0);
+    expectSent("once, however many have it", sent(14414));
+    EXPECT_EQ(aclTrapDhcp(false), 0);
+    expectSent("not any more", sent(14415));
+    testFail(TEST_BLOCK, 1, 1);
+    EXPECT_EQ(aclTrapDhcp(true), -1);
+    EXPECT_EQ(enqueued().size(), 1u);  // the port's
+    EXPECT_EQ(effects, texts{"syserr 0x5000c Unable to allocate memory for the DHCP entries of "
+                             "addresses"});
+    EXPECT_EQ(aclTrapDhcp(true), 0);
+    expectSent("the same again finishes", sent(14414));
+}
+
+TEST_F(Addresses, ACardThatComesUpGetsTheEntriesItTakes) {
+    for (uint32_t address : {IP_1, IP_2}) aclAddIpAddrFromIFM(PORT_3_1, address);
+    (void)enqueued();
+    auto sentTo = [this](uint32_t slot) {
+        aclSendGlobalAclToNewLineCard(slot);
+        return enqueued();
+    };
+    const wantHeader empty{"Global Acl", 0, 2, ifindexControlPort(4), 0, 0, 0, 0, 0, 0};
+    std::vector<aclEntry> all = entries4(IP_1);
+    for (const aclEntry& e : entries4(IP_2)) all.push_back(e);
+    const std::vector<aclEntry> first(all.begin(), all.begin() + 17),
+        rest(all.begin() + 17, all.end());
+    EXPECT_EQ(sentTo(4), (std::vector<bytes>{messageBytes(14413, 4, 0, headerBytes(empty)),
+                                             message4(14414, 4, ifindexControlPort(4), first),
+                                             message4(14414, 4, ifindexControlPort(4), rest)}));
+    // The pairs with the option bit are left out.
+    std::vector<bytes> messages = sentTo(3);
+    ASSERT_EQ(messages.size(), 4u);
+    std::vector<aclEntry> runs[3] = {
+        {all.begin(), all.begin() + 6}, {}, {all.end() - 2, all.end()}};
+    runs[1].assign(all.begin() + 8, all.begin() + 16);
+    for (size_t i = 0; i < 3; i++)
+        EXPECT_EQ(messages[i + 1], message4(14414, 3, ifindexControlPort(3), runs[i])) << i;
+    EXPECT_EQ(sentTo(0).size(), 3u);
+}
+
+TEST_F(Addresses, WithoutMemoryAnAddCanBeFinishedOrUndone) {
+    for (bool finish : {true, false})
+        for (testPoint point : {TEST_BLOCK, TEST_INSERT, TEST_TREE})
+            for (uint64_t nth = 1;; nth++) {
+                SCOPED_TRACE(std::to_string(point) + " " + std::to_string(nth));
+                for (aclLinecard& card : aclLinecardInfo) card.agentIpAddr = ADDRESS_UNKNOWN;
+                testFail(point, nth, 1);
+                aclAddIpAddrFromIFM(PORT_5_0, IP_1);
+                const bool reached = testUses(point) >= nth;
+                testFailNothing();
+                // The trees say something, too.
+                const auto errors = std::ranges::count_if(testTake(), [](const std::string& row) {
+                    return row.starts_with("syserr 0x5000c ");
+                });
+                EXPECT_EQ(errors, reached ? 1 : 0);
+                const aclAddress* record = aclAddressFind(PORT_5_0, aclAddressOf(IP_1));
+                EXPECT_EQ(record == nullptr || !record->installed, reached);
+                if (finish) {
+                    aclAddIpAddrFromIFM(PORT_5_0, IP_1);
+                    EXPECT_EQ(stored(), 10u);
+                    EXPECT_TRUE(aclAddressFind(PORT_5_0, aclAddressOf(IP_1))->installed);
+                }
+                aclDelIpAddrFromIFM(PORT_5_0, IP_1);
+                EXPECT_EQ(stored(), 0u);
+                if (aclIntf* intf = AclIntfTreeFind(PORT_5_0)) aclIntfDrop(intf);
+                if (!reached) break;
+            }
+}
+
+TEST_F(Addresses, AgentsSendFromTheLowestAddress) {
+    auto asked = [this](uint32_t type) {
+        const auto answers = deliver(message(type, 64));
+        return answers.size() == 1 ? get32(answers[0], 60) : 0xDEADu;
+    };
+    EXPECT_EQ(asked(8402), 0u);
+    aclAddIpAddrFromIFM(PORT_3_1, IP_3);
+    aclAddIpAddrFromIFM(PORT_4_0, IP_2);
+    EXPECT_EQ(asked(8402), IP_2);
+    aclAddIpAddrFromIFM(IFINDEX_CP_BIND, 0xC0A80109);
+    aclAddIpAddrFromIFM(IFINDEX_CP_BIND + 1, 0xC0A80108);
+    EXPECT_EQ(asked(20417), 0xC0A80108u);
+    EXPECT_EQ(debug("agent-addresses").substr(0, 35), "agents send from 192.168.1.8\r\n192.1");
+    aclDelIpaddInfoToTree(IFINDEX_CP_BIND + 1, 0xC0A80108);
+    EXPECT_EQ(asked(20417), 0xC0A80109u);
+    aclDelAllAddressesOf(IFINDEX_CP_BIND);
+    EXPECT_EQ(asked(20417), IP_2);
+}
+
+// Whatever has happened: the cards hold what a replay would give them.
+TEST_F(Addresses, AReplayMakesOfACardWhatItsHistoryDid) {
+    std::mt19937 random(20261122);
+    auto below = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+    const uint32_t ports[] = {PORT_3_1, PORT_3_2, PORT_4_0};
+    const uint32_t places[] = {PORT_3_1, LAG_7, LAG_8, VLAN_10, VLAN_10 + 1};
+    std::map<uint32_t, cardTables> history;
+    for (uint32_t slot : {0u, 3u, 4u}) aclReplayToAgent(slot, false);
+    size_t most = 0;
+    for (int step = 1; step <= 2000; step++) {
+        const uint32_t place = places[below(5)], port = ports[below(3)];
+        const uint32_t vlan = VLAN_10 + below(2), lag = below(2) != 0 ? LAG_7 : LAG_8;
+        uint8_t v6[16] = {0xfe, 0x80};
+        v6[15] = static_cast<uint8_t>(below(2));
+        const uint32_t member = below(3) == 0 ? lag : port;
+        switch (below(11)) {
+            case 0:
+            case 1:
+                aclAddIpAddrFromIFM(place, IP_1 + below(4));
+                break;
+            case 2:
+                aclDelIpAddrFromIFM(place, IP_1 + below(4));
+                break;
+            case 3:
+                aclAddIPV6AddFromIFM(place, v6, 64);
+                break;
+            case 4:
+                aclDelIPV6AddFromIFM(place, v6, 64);
+                break;
+            case 5:
+            case 6:
+                (void)aclFollowVlanJoined(vlan, member);
+                break;
+            case 7:
+                (void)aclFollowVlanLeft(vlan, member);
+                break;
+            case 8:
+                (void)aclFollowLagJoined(lag, port);
+                break;
+            case 9:
+                (void)aclFollowLagLeft(lag, port);
+                break;
+            case 10:
+                if (below(4) == 0) (void)aclTrapDhcp(below(2) != 0);
+                if (below(8) == 0) aclDelIpaddInfoToTree(place, IP_1 + below(4));
+                if (below(20) == 0) aclDelAllAddressesOf(place);
+                if (below(40) == 0) aclFollowVlanGone(vlan);
+                if (below(40) == 0) aclFollowLagGone(lag);
+                break;
+        }
+        for (const bytes& m : enqueued()) apply(m, &history);
+        if (step % 20 != 0) continue;
+        for (auto& [slot, tables] : history) {
+            dropEmpty(&tables);
+            most = std::max(most, tables.size());
+        }
+        ASSERT_EQ(history, tablesByReplay()) << "after step " << step;
+    }
+    EXPECT_GT(most, 3u) << "or nothing was compared";
+}
+
+}  // namespace
