@@ -13,7 +13,6 @@
 #include "ipacl/zekipaccess.h"
 #include "ipacl/zekvlangroup.h"
 #include "platform/api/zekTask.h"
-#include "task/follow.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
@@ -172,47 +171,6 @@ std::string intended(std::string_view args) {
     return "[" + what.rows + "]";
 }
 
-// "port-channel 1 2/0", "vlan 10 port-channel 1": both names may have blanks.
-bool twoInterfaces(std::string_view args, uint32_t* first, uint32_t* second) {
-    // Each blank may be the one between the names; the one where both halves are interfaces is.
-    for (size_t blank = args.find(' '); blank != args.npos; blank = args.find(' ', blank + 1))
-        if (ifmLNameToIfIndex(std::string(args.substr(0, blank)).c_str(), first) == 0 &&
-            ifmLNameToIfIndex(std::string(args.substr(blank + 1)).c_str(), second) == 0)
-            return true;
-    return false;
-}
-
-// What is bound to a LAG goes to a port that joins. A card has one list for a port and direction,
-// so a port that has lists of its own, or belongs to another LAG, does not join; binding a list to
-// a member is refused likewise.
-int joinLag(uint32_t lag, uint32_t port) {
-    const uint32_t other = aclLagOfPort(port);
-    if (other != 0 && other != lag) return -1;
-    if (const aclIntf* own = AclIntfTreeFind(port))
-        for (const auto& lists : own->lists)
-            if (lists[INTF_IN] != nullptr || lists[INTF_OUT] != nullptr) return -1;
-    return aclFollowLagJoined(lag, port);
-}
-
-// Membership by hand, for a chassis whose interface manager tells none.
-std::string join(std::string_view args) {
-    uint32_t aggregate = 0, member = 0;
-    if (!twoInterfaces(args, &aggregate, &member))
-        return jsonObject{}.string("error", "usage: join LAG-OR-VLAN MEMBER").text();
-    aclLockHeld<aclLock::write> held;
-    const int result = ifindexType(aggregate) == IF_TYPE_LAG ? joinLag(aggregate, member)
-                       : ifindexType(aggregate) == IF_TYPE_VLAN
-                           ? aclFollowVlanJoined(aggregate, member)
-                           : -1;
-    if (result < 0)
-        return jsonObject{}
-            .string("error",
-                    "That cannot be a member there: only ports without lists of their own and "
-                    "without another LAG join a LAG, ports and LAGs a VLAN")
-            .text();
-    return jsonObject{}.string("member", result == 0 ? "joined" : "was one already").text();
-}
-
 }  // namespace
 
 void aclRegisterInstalledFunctions() {
@@ -220,6 +178,4 @@ void aclRegisterInstalledFunctions() {
     zekDebugRegister("intended",
                      "ip|ipv6|mac NAME what every card should hold of a list, with a hash",
                      intended);
-    zekDebugRegister("join", "LAG-OR-VLAN MEMBER makes a port (of a VLAN also a LAG) its member",
-                     join);
 }

@@ -182,7 +182,7 @@ struct replayChassis : chassisFixture {
         for (uint32_t list = 1; lists != 1 && list <= lists; list++) {
             const std::string number = std::to_string(list);
             text += "interface vlan " + number + "\n ip access-group L" + number + " in\n";
-            joins += "debug join vlan " + number + " 1/0\n";
+            joins += "chassis vlan " + number + " join 1/0\n";
         }
         if (shell({}, joins).status != 0) fail("no members");
         if (shell({"-f", "-"}, text).status != 0) fail("the load was refused");

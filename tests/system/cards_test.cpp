@@ -10,9 +10,8 @@ namespace {
 struct cardsFixture : chassisFixture {
     cardsFixture() {
         startAll();
-        for (const char* member :
-             {"port-channel 1 1/2", "port-channel 1 2/2", "vlan 10 1/3", "vlan 10 2/3"})
-            show(std::string("debug join ") + member);
+        show("chassis port-channel 1 join 1/2 2/2");
+        show("chassis vlan 10 join 1/3 2/3");
     }
     // Waits until this is what every card is said to hold of the list, with this exit status.
     void expectInstalled(const std::string& list, const std::string& rows, int status = 0,
@@ -196,17 +195,24 @@ TEST(Cards, HoldListsOfEveryFamilyAndRenumberThem) {
     expect();
 }
 
-TEST(Cards, MembershipByHandTakesLagsAndRefusesASecondList) {
+TEST(Cards, AMemberWithAListOfItsOwnKeepsItAndGetsTheLagsBehindIt) {
     cardsFixture chassis;
     chassis.load(ALL_OF_B +
                  "interface vlan 20\n ip access-group B in\ninterface 1/1\n ip access-group B in\n"
-                 "interface 0x00030009\n ip access-group B in\n");
-    EXPECT_TRUE(has(chassis.show("debug join vlan 20 port-channel 1"), "joined"));
-    chassis.show("debug join 0x00030009 2/1");  // a LAG that the description does not have
-    chassis.expectInstalled("B",
-                            "0x00030009 (2/1),in,2,in step;vlan 20,in,1,in step;"
-                            "vlan 20,in,2,in step;1/1,in,1,in step;");
-    // A port with a list of its own.
-    EXPECT_TRUE(
-        has(chassis.shell({"-c", "debug join port-channel 1 1/1"}).out, "cannot be a member"));
+                 "interface port-channel 1\n ip access-group B in\n");
+    chassis.show("chassis vlan 20 join port-channel 1");
+    chassis.show("chassis port-channel 1 join 1/1");
+    const std::string others =
+        "port-channel 1 (2/2),in,2,in step;port-channel 1 (1/2),in,1,in step;"
+        "vlan 20,in,1,in step;vlan 20,in,2,in step;";
+    chassis.expectInstalled("B", others + "1/1,in,1,in step;");
+    chassis.load("interface 1/1\n no ip access-group B in\n");
+    chassis.expectInstalled("B", "port-channel 1 (1/1),in,1,in step;" + others);
+    // The membership outlives both who tell and who are told of it.
+    chassis.neighbours.stop(SIGKILL);
+    ASSERT_TRUE(chassis.killAndRestart());
+    ASSERT_TRUE(chassis.startNeighbours());
+    chassis.expectInstalled("B", "port-channel 1 (1/1),in,1,in step;" + others);
+    chassis.show("chassis port-channel 1 delete");
+    chassis.expectInstalled("B", "vlan 20,in,-,no ports;");
 }
