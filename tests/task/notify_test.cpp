@@ -291,6 +291,54 @@ TEST_F(Notify, WhatGoesTakesEverythingWithIt) {
     EXPECT_TRUE(testCfgLines().empty());
 }
 
+TEST_F(Notify, AddressesComeAndGoByTheirRecords) {
+    // An IPv6 record: 2001:db8::N, of a length, with flags.
+    auto six = [](uint32_t type, uint32_t place, uint32_t n, uint32_t length, uint32_t flags = 0) {
+        words behind(15);
+        behind[0] = place, behind[1] = 0x20010db8, behind[4] = n;
+        behind[13] = length, behind[14] = flags;
+        return record(type, behind);
+    };
+    auto four = [](uint32_t place, uint32_t address) {
+        return record(30, {place, address, 0xFFFFFF00, 1, 2, 3, 4, 5});
+    };
+    const struct {
+        const char* what;
+        std::vector<uint8_t> told;
+        uint32_t place;
+        words left;  // of each address the first word and the last
+    } story[] = {
+        {"one", four(A, 0x0A000001), A, {0x0A000001, 0}},
+        {"another, by the port's own number",
+         four(A | 0x80000000, 0x0A000002),
+         A,
+         {0x0A000001, 0, 0x0A000002, 0}},
+        {"the first again", four(A, 0x0A000001), A, {0x0A000001, 0, 0x0A000002, 0}},
+        {"an IPv6 one", six(37, A, 1, 64), A, {0x0A000001, 0, 0x0A000002, 0, 0x20010db8, 1}},
+        {"no length", six(37, A, 2, 129), A, {0x0A000001, 0, 0x0A000002, 0, 0x20010db8, 1}},
+        {"kept", six(38, A, 1, 64, 4), A, {0x0A000001, 0, 0x0A000002, 0, 0x20010db8, 1}},
+        {"not kept", six(38, A, 1, 64, 3), A, {0x0A000001, 0, 0x0A000002, 0}},
+        {"gone", record(31, {A, 0x0A000001}), A, {0x0A000002, 0}},
+        {"that is not there", record(31, {A, 0x0A000001}), A, {0x0A000002, 0}},
+        {"of a VLAN", six(37, VLAN, 3, 128), VLAN, {0x20010db8, 3}},
+        {"gone, too", six(36, VLAN, 3, 128, 4), VLAN, {}},
+        {"of a LAG", four(LAG, 0x0A000003), LAG, {0x0A000003, 0}},
+    };
+    for (const auto& step : story) {
+        SCOPED_TRACE(step.what);
+        told(event({step.told}));
+        words left;
+        const aclPlaceUse* use = aclPlaceUseFind(step.place);
+        for (const aclAddress& address :
+             use != nullptr ? use->addresses : decltype(use->addresses){})
+            left.insert(left.end(), {address.word[0], address.word[3]});
+        EXPECT_EQ(left, step.left);
+    }
+    EXPECT_EQ(aclCounters.truncated, 0u);
+    told(event({record(2, {A}), record(2, {VLAN}), record(2, {LAG})}));
+    EXPECT_EQ(AclIntfTreeFindFirst(), nullptr);
+}
+
 // What is good in a message is done, wherever the rest of it ends.
 TEST_F(Notify, TheWalkStaysInsideTheMessage) {
     const auto join = record(41, {A, VLAN}), other = record(41, {B, VLAN});
