@@ -156,6 +156,7 @@ constexpr verbRow verbTable[] = {
     {cliVerb::traceGroup, true, runConfig},
     {cliVerb::maskMode, true, runConfig},
     {cliVerb::macEgress, true, runConfig},
+    {cliVerb::dhcpTrap, true, runConfig},
     {cliVerb::interface, true, runInterface},
     {cliVerb::entry, true, runConfig},
     {cliVerb::remark, true, runConfig},

@@ -48,6 +48,7 @@ constexpr uint32_t CFG_PAIRS = 2;  // in the place of a direction
 enum cfgSection : uint32_t {
     CFG_SECTION_MASK_MODE = 1,  // first: it decides how every mask behind it reads
     CFG_SECTION_MAC_EGRESS = 2,
+    CFG_SECTION_DHCP_TRAP = 3,
     CFG_SECTION_VLAN_GROUP = 71,
     CFG_SECTION_INTERFACE = 72,
     CFG_SECTION_RMAP = 79,

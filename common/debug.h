@@ -10,6 +10,7 @@
 enum aclDebugArea : uint32_t {
     DEBUG_ACL_GENERAL = 0x1,
     DEBUG_ACL_DUP = 0x2,
+    DEBUG_ACL_PROT = 0x2,  // the protocol manager has the duplicate handler's bit: meant
     DEBUG_ACL_IPC = 0x4,
     DEBUG_ACL_CFG = 0x8,
     DEBUG_ACL_TRIGGER = 0x10,

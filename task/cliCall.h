@@ -85,6 +85,8 @@ uint32_t cliMacListDelete(cliCall& call);
 uint32_t cliMacEntryAdd(cliCall& call);
 uint32_t cliMacEntryDelete(cliCall& call);
 uint32_t cliMacEgress(cliCall& call);
+uint32_t cliTrapProtocols(cliCall& call);
+uint32_t cliDhcpTrap(cliCall& call);
 uint32_t cliIpBind(cliCall& call);
 uint32_t cliIpUnbind(cliCall& call);
 uint32_t cliDosListCreate(cliCall& call);

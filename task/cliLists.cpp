@@ -5,6 +5,7 @@
 #include "common/cfgline.h"
 #include "download/zekacl_download.h"
 #include "interface/interface.h"
+#include "protocol/zekprotocol.h"
 #include "task/cliCall.h"
 
 // --- ordinary lists ------------------------------------------------------------------------------
@@ -73,6 +74,25 @@ uint32_t cliMacEgress(cliCall& call) {
                               enable == 0);
     aclNode->config.l2_user_egr_acl_enable = enable;
     aclSendEgrMacEnableToAclAgent(enable);
+    return ACL_OK;
+}
+
+// --- protocol trapping ---------------------------------------------------------------------------
+
+uint32_t cliTrapProtocols(cliCall& call) {
+    aclLockHeld<aclLock::write> held;
+    return AclUpdateAclAgentForProtocols(call.code()) == 0 ? ACL_OK : ACL_E_ENTRY_MEMORY;
+}
+// The one of them that is a setting.
+uint32_t cliDhcpTrap(cliCall& call) {
+    aclLockHeld<aclLock::write> held;
+    const uint32_t before = aclNode->protocol.acl_dhcp;
+    if (AclUpdateAclAgentForProtocols(call.code()) != 0) return ACL_E_ENTRY_MEMORY;
+    cliHdr again{};
+    again.code = CLI_DHCP_TRAP;
+    if (aclNode->protocol.acl_dhcp != before)
+        (void)cfgWriteSetting(CFG_SECTION_DHCP_TRAP, "ip dhcp-trap", cfgRequestOf(again),
+                              call.code() == CLI_DHCP_NO_TRAP);
     return ACL_OK;
 }
 

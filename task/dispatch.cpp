@@ -19,6 +19,7 @@
 #include "platform/api/zekMem.h"
 #include "protocol/AclIpAdd.h"
 #include "protocol/relays.h"
+#include "protocol/zekprotocol.h"
 #include "task/rows.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
@@ -142,6 +143,13 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     // As long as there are entries: the sender does not wait for it.
     aclLockHeld<aclLock::write> held;
     ipInvertAccessEntryMask();
+    return NOT_TOLD;
+}
+
+// What the sender of 1112 and 1113 reads of it has been sent already.
+int handleProtEnable(aclNodeRecord*, uint8_t* message) {
+    aclLockHeld<aclLock::write> held;
+    msgHdr(message)->result = AclProtEnable(message, msgHdr(message)->mtype);
     return NOT_TOLD;
 }
 
@@ -317,8 +325,8 @@ constexpr msgRow msgTable[] = {
     {MT_SWP_TIMEOUT,             "SWP time-out",                  HDR, msgReply::none,      handleSwpTimeout},
     {MT_SWP_ACK,                 "SWP acknowledgement",           HDR, msgReply::none,      handleSwpAck},
     {MT_IGNORED,                 "ignored",                       HDR, msgReply::none,      handleNothing},
-    {{MT_PROT_FIRST, MT_PROT_LAST}, "protocol enable",            HDR, msgReply::ipc,       nullptr},
-    {{MT_PROT_VRRP_FIRST, MT_PROT_VRRP_LAST}, "protocol enable from VRRP", HDR, msgReply::vrrp, nullptr},
+    {{MT_PROT_FIRST, MT_PROT_LAST}, "protocol enable",  sizeof(protEnableMsg), msgReply::ipc, handleProtEnable},
+    {{MT_PROT_VRRP_FIRST, MT_PROT_VRRP_LAST}, "protocol enable from VRRP", sizeof(protEnableSwpMsg), msgReply::vrrp, handleProtEnable},
     {MT_EVENT_NOTIF,             "event notification",             72, msgReply::ipc,       handleEvent},
     {MT_CFG_START_BLK_CFG_NOTIF, "block configuration starts",    HDR, msgReply::ifm,       handleCfgStart},
     {MT_CFG_END_BLK_CFG_NOTIF,   "block configuration ends",      HDR, msgReply::ifm,       handleCfgEnd},

@@ -41,6 +41,11 @@ void replayWhole(uint32_t agent) {
 void retryUnresolved(uint32_t) {
     zekCfgRetryUnresolved();
 }
+void replayToMacAgent(uint32_t slot) {
+    aclLockHeld<aclLock::read> held;
+    AclUpdateMacAgentForProtocols(slot);
+    aclReplayMembership(slot);
+}
 void updatePeer(uint32_t slot) {
     (void)aclSendUpdateToPeer(slot);
 }
@@ -66,7 +71,7 @@ constexpr agentStep cardReplay[] = {
          aclSendGlobalAclToNewLineCard(slot);
      }},
     {"PIM-assert entries", nullptr},
-    {"protocol trapping, to the MAC agent", nullptr},
+    {"protocol trapping and memberships, to the MAC agent", replayToMacAgent},
     {"DHCP-snooping configuration", nullptr},  // when snooping is enabled
     {"DAI", nullptr},
     {"DHCP-snooping nodes", nullptr},

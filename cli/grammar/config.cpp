@@ -76,6 +76,8 @@ constexpr grammarNode ipNodes[] = {
            KIND_COMMUNITY),
     verbOf("extcommunity-list", "an extended-community list and its mode", sListName, cliVerb::list,
            KIND_EXTCOMMUNITY),
+    verb("dhcp-trap", "cards trap packets to the DHCP port of the router", sDone,
+         cliVerb::dhcpTrap),
 };
 constexpr grammarNode asPathNodes[] = {
     verbOf("access-list", "an AS-path access list and its mode", sListName, cliVerb::list,

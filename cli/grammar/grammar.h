@@ -65,6 +65,7 @@ enum class cliVerb : uint8_t {
     traceGroup,
     maskMode,
     macEgress,
+    dhcpTrap,
     interface,  // header of an interface; cliCommand::text is its name
     entry,      // a list's line
     remark,     // cliPolicy::seq is its number

@@ -110,6 +110,8 @@ constexpr requestRow requestTable[] = {
     {cliVerb::traceGroup, true, CLI_DOS_DISABLE, {}},
     {cliVerb::macEgress, false, CLI_MAC_EGRESS_ENABLE, {}},
     {cliVerb::macEgress, true, CLI_MAC_EGRESS_DISABLE, {}},
+    {cliVerb::dhcpTrap, false, CLI_DHCP_TRAP, {}},
+    {cliVerb::dhcpTrap, true, CLI_DHCP_NO_TRAP, {}},
     {cliVerb::vlanGroup, false, CLI_GROUP_CREATE, {sizeof(cliGroupReq)}},
     {cliVerb::vlanGroup, true, CLI_GROUP_DELETE, {sizeof(cliGroupReq)}},
     {cliVerb::vlanGroupMember, false, CLI_GROUP_MEMBER_ADD, GROUP_MEMBER},
