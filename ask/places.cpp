@@ -224,7 +224,7 @@ void appendProtocols(const place& p, std::string* rows) {
                              .number("id", record.id)
                              .string("virtual-mac", hasMac ? macText(record) : "")
                              .number("cpus", row.cpus)
-                             .flag("trap", row.trap)
+                             .flag("trap", !row.traps.empty())
                              .flag("entry", row.entry)
                              .text());
     }
