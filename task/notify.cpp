@@ -4,7 +4,6 @@
 // An event message is a row of records, each with its service type and its own length. A table says
 // what a type needs and what follows from it; joins and leaves are events of follow.cpp. Whatever a
 // record says, the walk stays inside the bytes that have come.
-#include <bitset>
 #include <iterator>
 
 #include "download/sendPath.h"
@@ -33,25 +32,6 @@ bool isInterface(uint32_t ifindex) {
 }
 bool isVlan(uint32_t ifindex) {
     return ifindexType(ifindex) == IF_TYPE_VLAN && isInterface(ifindex);
-}
-
-// --- modes --------------------------------------------------------------------------------------
-
-// A trap says the mode of its interface, so those that were sent are sent again.
-void sendTrapsAgain(uint32_t ifindex) {
-    bool trapped = false;
-    aclForPlacesOf(ifindex, [&trapped](uint32_t place) {
-        const aclPlaceUse* use = aclPlaceUseFind(place);
-        trapped = trapped || (use != nullptr && !use->protocols.empty());
-    });
-    if (!trapped) return;
-    std::bitset<SLOT_COUNT> slots;
-    aclWalkPorts(ifindex, [&slots](uint32_t port) {
-        if (const int slot = ifindexSlot(port); slot != SLOT_NONE)
-            slots.set(static_cast<size_t>(slot));
-    });
-    for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
-        if (slots.test(slot)) AclUpdateMacAgentForProtocols(slot);
 }
 
 // --- the records of an event message ------------------------------------------------------------
@@ -213,7 +193,7 @@ void aclSetPortMode(uint32_t told, uint32_t mode) {
     aclPlaceUse* use = aclPlaceUseObtain(ifindex);
     if (use == nullptr || use->mode == mode) return;
     use->mode = mode;
-    sendTrapsAgain(ifindex);
+    aclProtocolModeChanged(ifindex);
 }
 
 // --- members ------------------------------------------------------------------------------------
