@@ -87,7 +87,10 @@ uint32_t cliTrapProtocols(cliCall& call) {
 uint32_t cliDhcpTrap(cliCall& call) {
     aclLockHeld<aclLock::write> held;
     const uint32_t before = aclNode->protocol.acl_dhcp;
-    if (AclUpdateAclAgentForProtocols(call.code()) != 0) return ACL_E_ENTRY_MEMORY;
+    if (AclUpdateAclAgentForProtocols(call.code()) != 0) {
+        aclNode->protocol.acl_dhcp = before;
+        return ACL_E_ENTRY_MEMORY;
+    }
     cliHdr again{};
     again.code = CLI_DHCP_TRAP;
     if (aclNode->protocol.acl_dhcp != before)

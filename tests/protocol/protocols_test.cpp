@@ -679,3 +679,24 @@ TEST_F(Protocols, TheReplayOfACardTellsItsMacAgent) {
     want.push_back(trapBytes({3, VLAN_10, "000000000000", 1, 2}));
     EXPECT_MESSAGES(traps, want);
 }
+
+// --- the setting of DHCP -------------------------------------------------------------------------
+
+TEST_F(Protocols, DhcpTrappingIsASettingWithALineAndTheOtherCodesDoNothing) {
+    const std::vector<std::string> line{"ip dhcp-trap"};
+    auto set = [this](uint32_t code) { return ask(cli(code, "", 220)); };
+    EXPECT_EQ(set(CLI_DHCP_NO_TRAP), ACL_OK);
+    EXPECT_TRUE(testCfgLines().empty());
+    for (int twice = 0; twice < 2; twice++) {
+        EXPECT_EQ(set(CLI_DHCP_TRAP), ACL_OK);
+        EXPECT_EQ(testCfgLines(), line);
+        EXPECT_EQ(aclNode->protocol.acl_dhcp, 1u);
+    }
+    for (uint32_t code : {1106u, 1115u, 1120u}) {
+        EXPECT_EQ(set(code), ACL_OK) << code;
+        EXPECT_TRUE(enqueued().empty());
+    }
+    EXPECT_EQ(set(CLI_DHCP_NO_TRAP), ACL_OK);
+    EXPECT_TRUE(testCfgLines().empty());
+    EXPECT_EQ(aclNode->protocol.acl_dhcp, 0u);
+}
