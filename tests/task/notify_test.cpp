@@ -335,8 +335,21 @@ TEST_F(Notify, AddressesComeAndGoByTheirRecords) {
         EXPECT_EQ(left, step.left);
     }
     EXPECT_EQ(aclCounters.truncated, 0u);
-    told(event({record(2, {A}), record(2, {VLAN}), record(2, {LAG})}));
+    // What goes takes its addresses and protocols from the cards, and their entries with them.
+    auto entries = [] {
+        const aclList* list = ipSysAccessListFind(listNameMake("Global Acl"));
+        return list != nullptr ? list->count : 0;
+    };
+    EXPECT_GT(entries(), 0u);
+    auto protocol = message(MT_PROT_FIRST, sizeof(protEnableMsg));
+    as<protEnableMsg>(protocol).record.ifindex = A;
+    as<protEnableMsg>(protocol).record.id = PROT_ISIS;
+    EXPECT_EQ(told(protocol).size(), 5u);
+    EXPECT_EQ(told(11, {A, 3}).size(), 5u) << "its traps say the mode";
+    EXPECT_GE(told(2, {A}).size(), 5u);
+    told(event({record(2, {VLAN}), record(2, {LAG})}));
     EXPECT_EQ(AclIntfTreeFindFirst(), nullptr);
+    EXPECT_EQ(entries(), 0u);
 }
 
 // What is good in a message is done, wherever the rest of it ends.
