@@ -148,7 +148,8 @@ void appendLists(const aclIntf& owner, const aclIntf* member, std::string* rows)
                 .string("of", interfaceName(owner.ifindex))
                 .flag("configured", list->placeholder == 0);
             // A card has one list for a port there: a member's own goes first.
-            if (member != nullptr) row.flag("yields", aclPortHasOwnList(member->ifindex, family, direction));
+            if (member != nullptr)
+                row.flag("yields", aclPortHasOwnList(member->ifindex, family, direction));
             jsonAppend(rows, row.text());
         }
 }
@@ -199,15 +200,18 @@ void appendPlace(const place& p, std::string* rows) {
 
 // --- protocols -----------------------------------------------------------------------------------
 
-// 16 bits in the low half of each word.
-std::string macText(const protRecord& record) {
+std::string macText(const macAddress& mac) {
     std::string text;
-    for (const be32& word : record.vmac)
-        for (int shift : {8, 0}) {
-            const auto byte = static_cast<uint8_t>(word >> shift);
-            text += (text.empty() ? "" : ":") + agentHexText({&byte, 1});
-        }
+    for (uint8_t byte : mac) text += (text.empty() ? "" : ":") + agentHexText({&byte, 1});
     return text;
+}
+// What the MAC agents of the cards are told to trap.
+std::string trapsText(const protRecord& record) {
+    std::string macs;
+    macAddress carried;
+    for (const macAddress& mac : aclSetMacAddrFromProt(record, &carried))
+        appendString(&macs, macText(mac));
+    return array(macs);
 }
 
 void appendProtocols(const place& p, std::string* rows) {
@@ -216,16 +220,15 @@ void appendProtocols(const place& p, std::string* rows) {
     for (const aclProtocolUse& protocol : use->protocols) {
         const protRecord& record = protocol.record;
         const aclProtocolRow& row = aclProtocolOf(record.id);
-        const bool hasMac =
-            std::ranges::any_of(record.vmac, [](uint32_t word) { return word != 0; });
+        const std::optional<macAddress> router = aclVirtualMac(record);
         jsonAppend(rows, jsonObject{}
                              .string("interface", interfaceName(p.ifindex))
                              .string("protocol", row.word)
                              .number("id", record.id)
-                             .string("virtual-mac", hasMac ? macText(record) : "")
+                             .string("virtual-mac", router ? macText(*router) : "")
                              .number("cpus", row.cpus)
-                             .flag("trap", !row.traps.empty())
                              .flag("entry", row.entry)
+                             .raw("traps", trapsText(record))
                              .text());
     }
 }

@@ -49,12 +49,11 @@ std::string indexText(const json& row) {
     return chassisIndexText(static_cast<uint32_t>(jsonNumber(row, "index")));
 }
 // The first one, and how many there are behind it.
-std::string addressCell(const json& row) {
-    const json& addresses = jsonArray(row, "addresses");
-    if (addresses.empty()) return "";
-    const std::string more =
-        addresses.size() > 1 ? " +" + std::to_string(addresses.size() - 1) : "";
-    return jsonText(addresses[0], "address") + more;
+std::string firstOf(const json& items) {
+    if (items.empty()) return "";
+    const std::string first =
+        items[0].is_string() ? items[0].get<std::string>() : jsonText(items[0], "address");
+    return items.size() > 1 ? first + " +" + std::to_string(items.size() - 1) : first;
 }
 // How many lists are bound to the place itself.
 size_t listCount(const json& row) {
@@ -71,7 +70,7 @@ std::string cardOf(const cliSession& session, const std::string& port) {
 
 // What every place has at the end of its line.
 void addUses(const json& row, json* line) {
-    (*line)["address"] = addressCell(row);
+    (*line)["address"] = firstOf(jsonArray(row, "addresses"));
     (*line)["lists"] = listCount(row);
     (*line)["protocols"] = shortened(joined(jsonArray(row, "protocols")), PROTOCOLS_WIDTH);
 }
@@ -170,21 +169,23 @@ json detail(const cliSession& session, json row) {
 // What the chassis description says of its interfaces: names, indexes, the ports' cards and pipes.
 json describedRows(const chassisDescription& chassis) {
     json rows = json::array();
-    auto add = [&](const std::string& name) -> json& {
-        uint32_t ifindex = 0;
-        (void)chassisIfIndex(chassis, name, &ifindex);
+    auto add = [&rows](const std::string& name, uint32_t ifindex) -> json& {
         rows.push_back({{"interface", name}, {"index", chassisIndexText(ifindex)}});
         return rows.back();
     };
     for (const chassisCard& card : chassis.cards)
         for (const chassisPort& port : card.ports) {
-            json& row = add(port.name);
+            uint32_t ifindex = 0;
+            (void)chassisIfIndex(chassis, port.name, &ifindex);
+            json& row = add(port.name, ifindex);
             row["card"] = card.slot;
             row["pipe"] = port.pipe;
         }
-    for (uint32_t id : chassis.lags) add("port-channel " + std::to_string(id));
-    for (uint32_t id : chassis.vlans) add("vlan " + std::to_string(id));
-    add("control-plane");
+    for (uint32_t id : chassis.lags)
+        add("port-channel " + std::to_string(id), ifindexMake(IF_TYPE_LAG, id));
+    for (uint32_t id : chassis.vlans)
+        add("vlan " + std::to_string(id), ifindexMake(IF_TYPE_VLAN, id));
+    add("control-plane", IFINDEX_CP_BIND);
     return rows;
 }
 
@@ -243,7 +244,10 @@ cliOutcome showPortChannels(cliSession* session, const cliCommand& command, cliP
 }
 cliOutcome showProtocols(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     json rows;
-    cliOutcome asked = ask(session, "protocols", command.text, &rows);
-    if (asked.ok) renderAnswer(*session, rows, pipe);
-    return asked;
+    if (cliOutcome asked = ask(session, "protocols", command.text, &rows); !asked.ok) return asked;
+    // In a line the first address that is trapped, and how many there are behind it.
+    if (!session->options.json)
+        for (json& row : rows) row["traps"] = firstOf(jsonArray(row, "traps"));
+    renderAnswer(*session, rows, pipe);
+    return {};
 }

@@ -369,9 +369,11 @@ bool zekChassisLoad(const std::string& file, chassisDescription* chassis, std::s
 std::string chassisIfName(const chassisDescription& chassis, uint32_t ifindex) {
     if (ifindex == IFINDEX_CP_BIND) return CONTROL_PLANE;
     if (ifindex < SLOT_COUNT) return "";
-    for (const auto& row : numbered)
+    for (const auto& row : numbered) {
+        if (ifindexType(ifindex) != row.type) continue;  // there are thousands of the others
         for (uint32_t id : chassis.*row.ids)
             if (ifindex == ifindexMake(row.type, id)) return row.word + std::to_string(id);
+    }
     const chassisCard* card = cardOf(chassis, ifindexSlot(ifindex));
     if (card == nullptr || ifindexType(ifindex) != IF_TYPE_PORT) return "";
     for (const chassisPort& p : card->ports) {
