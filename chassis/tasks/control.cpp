@@ -131,7 +131,7 @@ void tellState(chassisControl* control, std::span<const uint8_t> request, uint64
     result.text.number("primary", chassisPrimaryRp(*control->chassis, control->runDir))
         .number("requests", control->requests)
         .number("events", control->events)
-        .number("waiting", std::ranges::count(control->later.all, true, &laterRequest::open))
+        .number("waiting", laterOpen(control->later))
         .raw("tasks", "[" + peers + "]")
         .raw("subscriptions", "[" + subscriptions + "]");
     result.text.body += "," + neighboursSummary(control->around).body;

@@ -236,6 +236,8 @@ void neighboursRegistered(neighbours* all, const ipcHdr& registration) {
         } else if (registration.sequence == FIRST_REGISTRATION) {
             // A process that has just begun, and that we do not speak to, knows nothing.
             lineForget(number, &all->state.books[i]);
+            all->unwritten = true;
+            all->writeAt = 0;
         }
     }
 }

@@ -41,8 +41,7 @@ uint32_t laterTake(laterRequests* requests, std::span<const uint8_t> request, ui
         return 0;
     }
     // Nobody makes chassisd remember without end: the oldest answers are forgotten first.
-    const auto open = std::ranges::count(requests->all, true, &laterRequest::open);
-    if (static_cast<size_t>(open) >= OPEN_MAX) {
+    if (laterOpen(*requests) >= OPEN_MAX) {
         chassisAnswer(requests->endpoint, request, {CHASSIS_FAILED, {}});
         return 0;
     }
@@ -57,6 +56,10 @@ uint32_t laterTake(laterRequests* requests, std::span<const uint8_t> request, ui
                              nowMs + requests->patienceMs,
                              {CHASSIS_SILENT, {}}});
     return requests->lastTicket;
+}
+
+size_t laterOpen(const laterRequests& requests) {
+    return static_cast<size_t>(std::ranges::count(requests.all, true, &laterRequest::open));
 }
 
 laterRequest* laterFind(laterRequests* requests, uint32_t ticket) {

@@ -42,6 +42,7 @@ struct laterRequests {
 // answered again if it was answered), or because too many are open.
 [[nodiscard]] uint32_t laterTake(laterRequests* requests, std::span<const uint8_t> request,
                                  uint64_t nowMs);
+[[nodiscard]] size_t laterOpen(const laterRequests& requests);  // how many are waited for
 // Still waited for.
 [[nodiscard]] laterRequest* laterFind(laterRequests* requests, uint32_t ticket);
 // Answers it, if it is still open, with what was put into its outcome.

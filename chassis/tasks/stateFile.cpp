@@ -12,6 +12,7 @@
 #include <set>
 
 #include "include/ifmMsg.h"
+#include "include/jsonText.h"
 
 namespace {
 
@@ -75,15 +76,39 @@ constexpr struct {
     {"mode", &ifmInterface::mode},
 };
 
-json interfaceJson(const ifmInterface& interface) {
-    json value = json::object();
-    for (uint32_t member : interface.members) value["members"].push_back(chassisIndexText(member));
-    for (const ifmAddress& a : interface.addresses)
-        value["addresses"].push_back(
-            {{"family", a.family}, {"bytes", hexText(a.bytes)}, {"length", a.length}});
+// Written without a tree in between: every command writes the whole file.
+void appendIndex(std::string* text, uint32_t index) {
+    static constexpr char digits[] = "0123456789abcdef";
+    char word[] = "\"0x00000000\"";
+    for (int i = 0; i < 8; i++) word[10 - i] = digits[index >> 4 * i & 15];
+    *text += word;
+}
+// Calls fn(text, item) for each with commas between.
+template <class Items, class Fn>
+std::string listText(const Items& items, Fn fn) {
+    std::string text = "[";
+    for (const auto& item : items) {
+        if (text.size() > 1) text += ',';
+        fn(&text, item);
+    }
+    return text += "]";
+}
+
+std::string interfaceText(const ifmInterface& interface) {
+    jsonObject value;
+    if (!interface.members.empty()) value.raw("members", listText(interface.members, appendIndex));
+    if (!interface.addresses.empty())
+        value.raw("addresses",
+                  listText(interface.addresses, [](std::string* text, const ifmAddress& a) {
+                      *text += jsonObject{}
+                                   .number("family", a.family)
+                                   .string("bytes", hexText(a.bytes))
+                                   .number("length", a.length)
+                                   .text();
+                  }));
     for (const auto& row : interfaceValues)
-        if (interface.*row.member) value[row.key] = *(interface.*row.member);
-    return value;
+        if (interface.*row.member) value.number(row.key, *(interface.*row.member));
+    return value.text();
 }
 
 void readInterface(uint32_t index, const json& value, ifmModel* model) {
@@ -114,11 +139,17 @@ void readInterface(uint32_t index, const json& value, ifmModel* model) {
         if (value.contains(row.key)) interface.*row.member = number(value.at(row.key));
 }
 
-json bookJson(const lineBook& book) {
-    json removals = json::array();
-    for (const owedRemoval& owed : book.owed)
-        removals.push_back({{"record", hexText(owed.bytes)}, {"owed-by", owed.rps}});
-    return {{"told", book.told}, {"removals", std::move(removals)}};
+std::string bookText(const lineBook& book) {
+    return jsonObject{}
+        .number("told", book.told)
+        .raw("removals", listText(book.owed,
+                                  [](std::string* text, const owedRemoval& owed) {
+                                      *text += jsonObject{}
+                                                   .string("record", hexText(owed.bytes))
+                                                   .number("owed-by", owed.rps)
+                                                   .text();
+                                  }))
+        .text();
 }
 
 // A removal goes back to the manager as it stands: only what chassisd could have written.
@@ -191,20 +222,24 @@ bool fileReplace(const std::string& file, std::string_view text, std::string* er
 }
 
 std::string stateText(const neighbourState& state) {
-    json interfaces = json::object(), protocols = json::array(), lines = json::object();
+    jsonObject interfaces, lines;
     for (const auto& [index, interface] : state.interfaces.interfaces)
-        interfaces[chassisIndexText(index)] = interfaceJson(interface);
-    for (const protocolUse& use : state.protocols.enabled)
-        protocols.push_back({{"id", use.id},
-                             {"interface", chassisIndexText(use.ifindex)},
-                             {"vmac", hexText(use.vmac)}});
+        interfaces.raw(chassisIndexText(index), interfaceText(interface));
     for (uint32_t line = 0; line < LINE_COUNT; line++)
-        lines[lineNames[line]] = bookJson(state.books[line]);
-    return json{{"version", VERSION},
-                {"interfaces", std::move(interfaces)},
-                {"protocols", std::move(protocols)},
-                {"lines", std::move(lines)}}
-               .dump() +
+        lines.raw(lineNames[line], bookText(state.books[line]));
+    const auto protocol = [](std::string* text, const protocolUse& use) {
+        *text += jsonObject{}
+                     .number("id", use.id)
+                     .string("interface", chassisIndexText(use.ifindex))
+                     .string("vmac", hexText(use.vmac))
+                     .text();
+    };
+    return jsonObject{}
+               .number("version", VERSION)
+               .object("interfaces", interfaces)
+               .raw("protocols", listText(state.protocols.enabled, protocol))
+               .object("lines", lines)
+               .text() +
            "\n";
 }
 
