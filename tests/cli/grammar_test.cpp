@@ -360,6 +360,18 @@ test route-map R 10.0.0.0/8 as-path "1 2" metric 5 => command '' 11 'R 10.0.0.0/
 show ip access-lists {A installed=A|installed} => command '$' 0 ''
 show {ipv6 access-lists A installed=3|mac access-lists A=4} => command 'A' $ ''
 chassis card 3 shutdown => command '' 2 ''
+chassis vlan 10 {join=9|leave=10} port-ch 1 2/0 => command '' $ 'vlan 10 port-channel 1 2/0'
+chassis port-channel 1 {group 7=12|group none=12|delete=11} => command '' $ 'port-channel 1'
+chassis port-channel 1 join => 28: The line is incomplete; expected: PORT
+chassis vlan 10 join 2/0 port-channel => 38: The line is incomplete; expected: <1-4094>
+chassis interface 1/0 {up=15|down=15|mode 3=16|address add 10.0.0.1/24=13|delete=11} => command ''
+    $ '1/0'
+chassis interface vlan 10 address del 2001:db8::1/64 => command '' 14 'vlan 10'
+chassis interface 1/0 address add 10.0.0.1/33 => 34: Unexpected word "10.0.0.1/33"; expected:
+    A.B.C.D/LEN, X:X::X/LEN
+chassis protocol {enable=17|disable=18} vrrp vlan 10 vmac 00:00:5e:00:01:0a => command '' $
+    'vlan 10'
+chassis protocol enable vrrp vlan 10 vmac 1 => 42: Unexpected word "1"; expected: xx:xx:xx:xx:xx:xx
 show s? => startup-config, system
 show ip access-lists ? => NAME, <cr>
 zzz? =>
