@@ -6,7 +6,8 @@
 
 namespace {
 
-constexpr int SEND_TIMEOUT_MS = 1000;
+// Whoever does not read holds nobody up; it may ask again.
+constexpr int SEND_TIMEOUT_MS = 20;
 constexpr size_t OPEN_MAX = 4096;
 constexpr size_t ALL_MAX = 8192;  // open ones and remembered ones
 
