@@ -233,7 +233,6 @@ uint32_t AclProtEnable(const uint8_t* message, uint32_t type) {
     protRecord record = fromVrrp ? reinterpret_cast<const protEnableSwpMsg*>(message)->record
                                  : reinterpret_cast<const protEnableMsg*>(message)->record;
     if (ifindexType(record.ifindex) == IF_TYPE_IGNORED) return ACL_OK;
-    if (record.ifindex < SLOT_COUNT) return ACL_E_SYSTEM;
     record.ifindex = aclCanonicalIndex(record.ifindex);
     if (!isPlace(record.ifindex)) return ACL_E_SYSTEM;
     if (fromVrrp) type = type == MT_PROT_VRRP_FIRST ? MT_PROT_FIRST : MT_PROT_LAST;

@@ -306,6 +306,8 @@ ip trace-group LIST => 1041 220 80="LIST"
 {no ip trace-group=1040|ip prefix-list=1042|no ipv6 prefix-list=1148|ip as-path access-list=1010|
     no ip community-list=1012|ip extcommunity-list=1016} LIST => $ 220
 {=7|no =8}access-list inverse-mask => 1451$
+{=0|no =1}mac egress-filter => 110$ 220 80-216=0
+{=8|no =9}ip dhcp-trap => 110$ 220 80-216=0
 route-map LIST => 1021 228 80="LIST" 224=FFFFFFFF
 no route-map LIST {permit=1|deny=2} 30 => 1020 228 220=1E 224=$
 no route-map LIST  => 1020 228 224=0

@@ -197,6 +197,9 @@ struct Protocols : DownloadTest {
         for (uint32_t at : place.ports) all.push_back(entry6Bytes(w, at, add));
         return all;
     }
+    static ptrdiff_t addressesOf(uint32_t place) {
+        return std::ranges::count(aclPlaceUseFind(place)->addresses, false, &aclAddress::forgotten);
+    }
     static uint32_t flags(uint32_t place) {
         const aclPlaceUse* use = aclPlaceUseFind(place);
         return use != nullptr ? use->protocolFlags : 0;
@@ -265,6 +268,20 @@ TEST_F(Protocols, TheEntryIsWhatTheRecordSays) {
     r = record(PROT_IGMPSNOOPING, PORT_3_1);
     r.protocol = 2, r.option = 7;
     EXPECT_MESSAGES(enable(r), entriesOf({2, 0, 3}, port, true));
+}
+
+TEST_F(Protocols, Ipv6IsEnabledBesideIpv4ButForRipsUsers) {
+    const texts none{"000000000000"};
+    (void)enable(record(PROT_BGP, PORT_3_1)), (void)enable(record6(PROT_BGP, PORT_3_1));
+    EXPECT_MESSAGES(
+        disable(record(PROT_BGP, PORT_3_1)),
+        trapsOf(none, 2, port, 0) + trapsOf(none, 2, port, 1) + entriesOf({6, 179}, port, false));
+    EXPECT_MESSAGES(disable(record6(PROT_BGP, PORT_3_1)),
+                    trapsOf(none, 2, port, 0) + entries6Of({6, 179}, port, false));
+    (void)enable(record(PROT_RIP, PORT_3_1)), (void)enable(record6(PROT_RIP, PORT_3_1));
+    EXPECT_MESSAGES(disable(record(PROT_RIP, PORT_3_1)), messages{});
+    EXPECT_MESSAGES(disable(record6(PROT_RIP, PORT_3_1)), trapsOf({"01005E000009"}, 2, port, 0));
+    EXPECT_TRUE(aclPlaceUseFind(PORT_3_1)->protocols.empty());
 }
 
 TEST_F(Protocols, AnEntryThatAnotherPlaceOfThePortAsksForStays) {
@@ -356,9 +373,33 @@ TEST_F(Protocols, RipStaysUntilItsLastUser) {
     }
     EXPECT_MESSAGES(disable(rip), trapsOf(mac, 2, port, 0));
     EXPECT_MESSAGES(disable(rip), messages{});
-    // A new life begins with one user.
+    // A new life begins with one user, also of an interface that was gone and whose record stayed.
+    EXPECT_MESSAGES(enable(rip), trapsOf(mac, 2, port, 1));
+    EXPECT_MESSAGES(enable(rip), trapsOf(mac, 2, port, 1));
+    aclProtocolInterfaceGone(PORT_3_1);
+    EXPECT_MESSAGES(enqueued(), trapsOf(mac, 2, port, 0));
+    EXPECT_EQ(flags(PORT_3_1), 0u);
     EXPECT_MESSAGES(enable(rip), trapsOf(mac, 2, port, 1));
     EXPECT_MESSAGES(disable(rip), trapsOf(mac, 2, port, 0));
+}
+
+TEST_F(Protocols, ADisableThatTakesAnEntryForgetsTheAddressOfIpv4) {
+    const uint32_t address = 0x20000000;  // also the first word of the IPv6 record's
+    for (const wantProtocol& w : protocols)
+        for (bool v6 : {false, true}) {
+            SCOPED_TRACE(w.id);
+            aclAddIpAddrFromIFM(PORT_3_1, address);
+            protRecord r = record(w.id, PORT_3_1);
+            r.protocol = v6 ? 16 : 0;
+            std::fill_n(r.address, 4, 0);
+            r.address[0] = 0x20;
+            (void)disable(r);  // not enabled: it forgets nothing
+            (void)enable(r);
+            ASSERT_EQ(addressesOf(PORT_3_1), 1);
+            (void)disable(r);
+            EXPECT_EQ(addressesOf(PORT_3_1), w.ipProtocol != NO_ENTRY && !v6 ? 0 : 1);
+            aclDelIpAddrFromIFM(PORT_3_1, address);
+        }
 }
 
 TEST_F(Protocols, MembersGetAndLoseTheTrapsAndTheEntries) {
@@ -699,4 +740,14 @@ TEST_F(Protocols, DhcpTrappingIsASettingWithALineAndTheOtherCodesDoNothing) {
     EXPECT_EQ(set(CLI_DHCP_NO_TRAP), ACL_OK);
     EXPECT_TRUE(testCfgLines().empty());
     EXPECT_EQ(aclNode->protocol.acl_dhcp, 0u);
+    // What was not done is not set either, and can be asked for again.
+    aclAddIpAddrFromIFM(PORT_3_1, 0x0A000001);
+    testFail(TEST_BLOCK);
+    EXPECT_EQ(set(CLI_DHCP_TRAP), ACL_E_ENTRY_MEMORY);
+    testFailNothing();
+    EXPECT_EQ(aclNode->protocol.acl_dhcp, 0u);
+    EXPECT_TRUE(testCfgLines().empty());
+    EXPECT_EQ(set(CLI_DHCP_TRAP), ACL_OK);
+    EXPECT_EQ(testCfgLines(), line);
+    aclDelIpAddrFromIFM(PORT_3_1, 0x0A000001);
 }
