@@ -1,12 +1,14 @@
 // What a membership costs without a list that follows it: event messages of the interface manager,
 // from the dispatcher on, that fill VLANs with 48 members each and empty them again. The reference
-// keeps the same memberships in maps of the standard library.
+// keeps the same memberships in maps of the standard library. Then a port that joins a VLAN of 48
+// members with four lists, beside those lists sent to its card alone.
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <set>
 
 #include "bench/measure.h"
+#include "download/zekacl_download.h"
 #include "include/ifmMsg.h"
 #include "include/service.h"
 #include "interface/interface.h"
@@ -122,6 +124,95 @@ double joins(uint32_t type, uint32_t memberships, double* leaves, double* plain)
     *leaves = benchMedian(left) * 1e6 / memberships;
     return benchMedian(joined) * 1e6 / memberships;
 }
+// --- a member of a VLAN with lists ---------------------------------------------------------------
+
+constexpr uint32_t ENTRIES = 1000;
+
+template <class Block>
+Block blockTo(uint32_t number) {
+    Block block{};
+    block.seq = number + 1;
+    block.protocol = IP_PROTO_TCP;
+    block.dstOperator = PORT_EQ;
+    block.dstLow = static_cast<uint16_t>(number);
+    if constexpr (std::is_same_v<Block, ipEntryBlock>) {
+        block.kind = IP_KIND_EXTENDED;
+        block.order = ORDER_NOT_GIVEN;
+    }
+    return block;
+}
+void bindAll(uint32_t vlan) {
+    bindingBlock none{};
+    for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+        const listName name = listNameMake(direction == INTF_IN ? "IN" : "OUT");
+        aclBindRequest request{};
+        request.ifindex = vlan;
+        request.direction = direction;
+        request.block = &none;
+        uint32_t status = ipAccessListCreateExt(name, IP_KIND_EXTENDED, 0, 0) |
+                          ipAccessListCreateExt(name, IP_KIND_EXTENDED, 0, 1);
+        for (uint32_t i = 0; i < ENTRIES; i++) {
+            auto block = blockTo<ipEntryBlock>(i);
+            auto block6 = blockTo<ip6EntryBlock>(i);
+            status |=
+                ipAddAccessEntry(name, &block, 0, 0) | aclV6AddAccessEntry(name, &block6, 0, 0);
+        }
+        status |= aclIpApplyIntf(name, request) | aclV6ApplyIntf(name, request);
+        if (status != ACL_OK) std::abort();
+    }
+}
+void putCardsUp() {
+    for (uint32_t slot = 1; slot <= 4; slot++) {
+        aclLinecard& card = aclLinecardInfo[slot];
+        card.isUp = card.isVortan = card.isIpv6Enabled = 1;
+        card.agentIpAddr = OWN_CARD + slot;
+        if (iAclSwpQueueCreate(slot, QUEUE_ACL_AGENT) != 0) std::abort();
+    }
+}
+// Messages since the last call, all of them to one card.
+size_t sentTo(uint32_t slot) {
+    size_t count = 0;
+    for (const testRow& row : testTakeRows()) {
+        if (!row.text.starts_with("swp ")) continue;
+        count++;
+        if (reinterpret_cast<const ipcHdr*>(row.bytes.data())->source.slot != slot) std::abort();
+    }
+    return count;
+}
+void joinsWithLists() {
+    putCardsUp();
+    bindAll(vlanOf(0));
+    (void)deliver(messagesOf(IFM_TYP_ADD_VLAN_PORT, PORTS));
+    testTake();
+    const uint32_t card = 1;
+    const auto in = messagesOf(IFM_TYP_ADD_VLAN_PORT, 1),
+               out = messagesOf(IFM_TYP_DEL_VLAN_PORT, 1);
+    std::vector<double> joined, alone;
+    size_t messages = 0;
+    for (int round = 0; round < 31; round++) {
+        (void)deliver(out);
+        testTake();
+        joined.push_back(deliver(in));
+        messages = sentTo(card);
+        const aclIntf& vlan = *AclIntfTreeFind(vlanOf(0));
+        const double begin = benchCpuNow();
+        for (uint32_t family : {INTF_V4, INTF_V6})
+            for (uint32_t direction : {INTF_IN, INTF_OUT}) {
+                const aclList* list = vlan.lists[family][direction];
+                const uint32_t ids[][2] = {{MT_ACL_ADDLIST, MT_ACL_EGR_ADDLIST},
+                                           {MT_ACL_V6_ADDLIST, MT_ACL_V6_EGR_ADDLIST}};
+                (void)iAclSendToAclAgent({card, SLOT_NONE, 0, vlanOf(0)},
+                                         {ids[family][direction], list});
+            }
+        alone.push_back(benchCpuNow() - begin);
+        if (sentTo(card) != messages) std::abort();
+    }
+    benchOut("join with four lists of 1,000", benchMedian(joined) * 1e6, "us");
+    benchOut("the four lists alone, messages", static_cast<double>(messages), "");
+    benchRatio("join with four lists, to the lists alone", benchMedian(joined) / benchMedian(alone),
+               1.3);
+}
+
 }  // namespace
 
 int main() {
@@ -141,5 +232,6 @@ int main() {
         }
         benchRatio("join." + std::to_string(type) + ", to 3 us", join / 3, 1);
     }
+    joinsWithLists();
     return 0;
 }
