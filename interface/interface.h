@@ -89,7 +89,6 @@ struct aclIntf {
     uint32_t flags;                    // intfFlag
     uint32_t lag;                      // that the port is a member of, or 0
     uint32_t mcastId;                  // of a LAG
-    uint32_t addressVlans;             // how many of its VLANs carry an interface address
     std::unique_ptr<aclPlaceUse> use;  // null: nothing
 };
 
