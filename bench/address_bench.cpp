@@ -132,6 +132,32 @@ figures measure(uint32_t addresses) {
             benchMedian(sent), benchMedian(remove), benchMedian(source)};
 }
 
+// An address on each VLAN, and all VLANs on the same 48 ports: microseconds an address, a replay's
+// for a port's entry.
+struct trunkFigures {
+    double add, remove, replay;
+};
+trunkFigures trunks(uint32_t vlans) {
+    constexpr uint32_t PORTS = 48;
+    auto vlanOf = [](uint32_t i) { return ifindexMake(IF_TYPE_VLAN, 1 + i); };
+    for (uint32_t i = 0; i < vlans; i++)
+        for (uint32_t port = 0; port < PORTS; port++)
+            if (aclVlanMemberAdd(vlanOf(i), interfaceOf(port)) < 0) std::abort();
+    std::vector<double> add, remove, replay;
+    for (int round = 0; round < 3; round++) {
+        double begin = benchCpuNow();
+        for (uint32_t i = 0; i < vlans; i++) aclAddIpAddrFromIFM(vlanOf(i), 0x0B000000 + i);
+        add.push_back((benchCpuNow() - begin) * 1e6 / vlans);
+        begin = benchCpuNow();
+        aclReplayPortEntries(3);
+        replay.push_back((benchCpuNow() - begin) * 1e9 / (12 * ENTRIES * vlans));
+        begin = benchCpuNow();
+        for (uint32_t i = 0; i < vlans; i++) aclDelIpAddrFromIFM(vlanOf(i), 0x0B000000 + i);
+        remove.push_back((benchCpuNow() - begin) * 1e6 / vlans);
+    }
+    return {benchMedian(add), benchMedian(remove), benchMedian(replay)};
+}
+
 }  // namespace
 
 int main() {
@@ -152,6 +178,18 @@ int main() {
                    (f.replay + f.transport) / (f.reference + f.transport), 1.5);
         benchRatio("add, to 1000" + tail, f.add / first.add, 1.5);
         benchRatio("remove, to 1000" + tail, f.remove / first.remove, 1.5);
+    }
+    trunkFigures few{};
+    for (uint32_t vlans : {100u, 1000u}) {
+        const trunkFigures f = trunks(vlans);
+        if (few.add == 0) few = f;
+        const std::string tail = "." + std::to_string(vlans);
+        benchOut("VLANs with 48 ports: add" + tail, f.add, "us");
+        benchOut("VLANs with 48 ports: remove" + tail, f.remove, "us");
+        benchOut("VLANs with 48 ports: replay, an entry" + tail, f.replay, "ns");
+        // Whoever has protocols is looked for among all VLANs.
+        benchRatio("VLANs: remove, to 100" + tail, f.remove / few.remove, 3);
+        benchRatio("VLANs: replay, to 100" + tail, f.replay / few.replay, 1.5);
     }
     return 0;
 }

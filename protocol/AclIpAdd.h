@@ -89,6 +89,8 @@ aclIpaddInfo* aclIpaddInfoFindNext(const aclIpaddInfo* info);
 const aclIpaddInfo* aclAddressNext(const aclIpaddInfo* after);
 // Whether the address is in use on any interface, by the index.
 bool aclAddressIsInstalled(const aclAddress& address);
+// Whether it is so on the port's LAG or on a VLAN of either.
+bool aclAddressIsInstalledFor(uint32_t port, const aclAddress& address);
 
 // The source address of an agent: the lowest on the control processor's interfaces, else the lowest
 // of all; 0 when there is none.

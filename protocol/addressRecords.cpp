@@ -263,6 +263,14 @@ bool aclAddressIsInstalled(const aclAddress& address) {
     });
 }
 
+bool aclAddressIsInstalledFor(uint32_t port, const aclAddress& address) {
+    return anyHolder(address, [&](uint32_t place) {
+        if (ifindexSlot(place) != SLOT_NONE || !aclPortIsBehind(port, place)) return false;
+        const aclAddress* known = aclAddressFind(place, address);
+        return known != nullptr && known->installed;
+    });
+}
+
 uint32_t aclAgentSourceAddress() {
     uint32_t onControl = 0, other = 0;
     for (const aclIpaddInfo* i = aclIpaddInfoFindFirst(); i != nullptr;

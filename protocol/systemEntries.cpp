@@ -2,7 +2,8 @@
 #include "protocol/systemEntries.h"
 
 #include <algorithm>
-#include <cstring>
+#include <string_view>
+#include <unordered_set>
 
 #include "ipacl/zekipaccess.h"
 #include "protocol/AclIpAdd.h"
@@ -13,27 +14,26 @@ namespace {
 const listName globalName = listNameMake("Global Acl");
 const listName globalName6 = listNameMake("v6 Global Acl");
 
+// A trunk's port may hold thousands: they are looked up by their bytes, in place.
 template <class Block>
-bool same(const Block& a, const Block& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
+std::string_view bytesOf(const Block& block) {
+    return {reinterpret_cast<const char*>(&block), sizeof block};
 }
-template <class Block>
-bool contains(const std::vector<Block>& blocks, const Block& wanted) {
-    return std::ranges::any_of(blocks, [&](const Block& b) { return same(b, wanted); });
-}
-
 template <class Block>
 std::vector<Block> without(const std::vector<Block>& blocks, const std::vector<Block>& kept) {
+    std::unordered_set<std::string_view> keep;
+    for (const Block& b : kept) keep.insert(bytesOf(b));
     std::vector<Block> rest;
     for (const Block& b : blocks)
-        if (!contains(kept, b)) rest.push_back(b);
+        if (!keep.contains(bytesOf(b))) rest.push_back(b);
     return rest;
 }
 template <class Block>
 std::vector<Block> distinct(const std::vector<Block>& blocks) {
+    std::unordered_set<std::string_view> seen;
     std::vector<Block> once;
     for (const Block& b : blocks)
-        if (!contains(once, b)) once.push_back(b);
+        if (seen.insert(bytesOf(b)).second) once.push_back(b);
     return once;
 }
 
@@ -67,7 +67,51 @@ void sendAll(uint32_t port, const aclSystemEntries& entries, bool add) {
     });
 }
 
+void protocolEntries(uint32_t place, aclSystemEntries* out) {
+    if (const aclPlaceUse* use = aclPlaceUseFind(place))
+        for (const aclProtocolUse& protocol : use->protocols)
+            aclProtocolEntries(place, protocol, out);
+}
+
+aclAddress destinationOf(const ipEntryBlock& block) {
+    return aclAddressOf(block.dst);
+}
+aclAddress destinationOf(const ip6EntryBlock& block) {
+    return aclAddressOf(block.dst, 0);
+}
+// The entries of those of their destinations that are addresses which the port holds.
+template <class Block>
+void addressEntries(uint32_t port, const std::vector<Block>& blocks, aclSystemEntries* out) {
+    for (const Block& block : blocks) {
+        const aclAddress address = destinationOf(block);
+        const bool again = &block != blocks.data() && address.is(destinationOf(*(&block - 1)));
+        if (!again && aclAddressIsInstalledFor(port, address)) aclAddressEntries(address, out);
+    }
+}
+// What the port is to hold of what could be among these entries. A trunk's port has thousands of
+// VLANs and few with protocols: those are given.
+aclSystemEntries stillWanted(uint32_t port, const aclSystemEntries& entries,
+                             const std::vector<uint32_t>& withProtocols) {
+    aclSystemEntries wanted;
+    for (uint32_t place : withProtocols)
+        if (aclPortIsBehind(port, place)) protocolEntries(place, &wanted);
+    addressEntries(port, entries.v4, &wanted);
+    addressEntries(port, entries.v6, &wanted);
+    return wanted;
+}
+
 }  // namespace
+
+bool aclPortIsBehind(uint32_t port, uint32_t place) {
+    if (port == place) return true;
+    const aclIntf* intf = AclIntfTreeFind(port);
+    if (intf == nullptr) return false;
+    if (ifindexType(place) != IF_TYPE_VLAN) return intf->lag != 0 && intf->lag == place;
+    const uint32_t vlan = ifindexPort(place);
+    if (vlan >= VLAN_BITS) return false;
+    const aclIntf* lag = intf->lag != 0 ? AclIntfTreeFind(intf->lag) : nullptr;
+    return vlanBitTest(intf->vlans, vlan) || (lag != nullptr && vlanBitTest(lag->vlans, vlan));
+}
 
 void aclPlaceEntries(uint32_t place, aclSystemEntries* out) {
     const aclPlaceUse* use = aclPlaceUseFind(place);
@@ -75,7 +119,7 @@ void aclPlaceEntries(uint32_t place, aclSystemEntries* out) {
     if (ifindexSlot(place) == SLOT_NONE)
         for (const aclAddress& address : use->addresses)
             if (address.installed) aclAddressEntries(address, out);
-    for (const aclProtocolUse& protocol : use->protocols) aclProtocolEntries(place, protocol, out);
+    protocolEntries(place, out);
 }
 
 aclSystemEntries aclPortEntries(uint32_t port) {
@@ -84,15 +128,19 @@ aclSystemEntries aclPortEntries(uint32_t port) {
     return {distinct(all.v4), distinct(all.v6)};
 }
 
-void aclSendPortEntries(uint32_t port, const aclSystemEntries& entries, bool add) {
-    if (entries.empty() || ifindexSlot(port) == SLOT_NONE) return;
-    if (add) return sendAll(port, entries, true);
-    const aclSystemEntries wanted = aclPortEntries(port);
-    sendAll(port, {without(entries.v4, wanted.v4), without(entries.v6, wanted.v6)}, false);
-}
-
 void aclSendPlaceEntries(uint32_t place, const aclSystemEntries& entries, bool add) {
-    aclWalkPorts(place, [&](uint32_t port) { aclSendPortEntries(port, entries, add); });
+    if (entries.empty()) return;
+    std::vector<uint32_t> withProtocols;
+    if (!add)
+        aclForPlaceUses([&withProtocols](uint32_t user, const aclPlaceUse& use) {
+            if (!use.protocols.empty()) withProtocols.push_back(user);
+        });
+    aclWalkPorts(place, [&](uint32_t port) {
+        if (ifindexSlot(port) == SLOT_NONE) return;
+        if (add) return sendAll(port, entries, true);
+        const aclSystemEntries wanted = stillWanted(port, entries, withProtocols);
+        sendAll(port, {without(entries.v4, wanted.v4), without(entries.v6, wanted.v6)}, false);
+    });
 }
 
 void aclReplayPortEntries(uint32_t slot) {

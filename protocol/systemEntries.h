@@ -22,10 +22,11 @@ void aclPlaceEntries(uint32_t place, aclSystemEntries* out);
 // What the port is to hold, nothing twice.
 aclSystemEntries aclPortEntries(uint32_t port);
 
-// Adds entries at a port, or removes those of them that it is not to hold: call it when the records
-// have changed.
-void aclSendPortEntries(uint32_t port, const aclSystemEntries& entries, bool add);
-// The same at every port behind a place; a VLAN's ports in the order of its members.
+// Whether the place is the port, its LAG or a VLAN of either.
+bool aclPortIsBehind(uint32_t port, uint32_t place);
+
+// Adds entries at every port behind a place (a port itself, a VLAN's in the order of its members),
+// or removes those of them that a port is not to hold: call it when the records have changed.
 void aclSendPlaceEntries(uint32_t place, const aclSystemEntries& entries, bool add);
 // Every port's entries to a card that has lost them all.
 void aclReplayPortEntries(uint32_t slot);
