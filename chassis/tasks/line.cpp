@@ -46,6 +46,16 @@ bool lineIsInStep(const managerLine& line) {
            zekEndpointQueueState(line.queue) == zekSwpState::inStep;
 }
 
+bool lineHasReplayed(const managerLine& line) {
+    return !line.startsOver &&
+           (!lineIsInStep(line) || zekEndpointQueueAnswered(line.queue) >= line.replayEnd);
+}
+
+void lineMarkEnd(managerLine* line, uint64_t nowMs) {
+    size_t none;
+    (void)sendFirst(line, {}, &none, nowMs);
+}
+
 bool lineOwe(const managerLine& line, const toldItems& items, lineBook* book) {
     if (!items.empty()) book->told |= bitOf(line);
     for (const toldItem& item : items) {
@@ -123,8 +133,7 @@ bool lineReplay(managerLine* line, const toldItems& items, lineBook* book, uint6
             book->owed[next].position = position;
         }
     });
-    size_t none;
-    if (line->marksEnd) (void)sendFirst(line, {}, &none, nowMs);
     zekEndpointQueueReplayEnd(line->queue);
+    line->replayEnd = zekEndpointQueueNewest(line->queue);
     return changed;
 }

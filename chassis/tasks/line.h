@@ -34,9 +34,9 @@ struct managerLine {
     ipcTriple own{};
     linePack pack = nullptr;
     uint32_t rp = RP_COUNT, card = 0;  // of the manager that is told
-    bool marksEnd = false;             // of a replay, by a message without items
     bool startsOver = false;           // at the next tick
     uint64_t replays = 0;
+    uint32_t replayEnd = 0;  // position of the newest one's last message
 };
 
 // The manager knows something else, or nothing: it gets everything at the next tick.
@@ -45,6 +45,11 @@ inline void lineStartOver(managerLine* line) {
 }
 // Whether what is told now is sent, and not left to the next replay.
 [[nodiscard]] bool lineIsInStep(const managerLine& line);
+
+// Whether nothing of the newest replay is on its way: it has been acknowledged, or given up.
+[[nodiscard]] bool lineHasReplayed(const managerLine& line);
+// Sends a message without items: everything has been told.
+void lineMarkEnd(managerLine* line, uint64_t nowMs);
 
 // Enters the removals among the items, before anything is sent or written: the manager of now and
 // whoever was told anything before owe an acknowledgement. False when the book is full.

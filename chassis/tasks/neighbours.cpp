@@ -94,6 +94,17 @@ void noteRefusal(neighbours* all, uint32_t position) {
             w.status = CHASSIS_REFUSED;
 }
 
+// The manager keeps cards waiting for their replays until it knows everything, protocols, too: the
+// end is marked behind the last of them. There is one even when nothing is known.
+void markEnd(neighbours* all, uint64_t nowMs) {
+    managerLine& ifm = all->lines[LINE_IFM];
+    if (ifm.queue == nullptr || !lineIsInStep(ifm) || all->endMarked == ifm.replays) return;
+    if (!lineHasReplayed(all->lines[LINE_VRRP]) || !lineHasReplayed(all->lines[LINE_PROTOCOLS]))
+        return;
+    all->endMarked = ifm.replays;
+    lineMarkEnd(&ifm, nowMs);
+}
+
 // --- commands ------------------------------------------------------------------------------------
 
 struct toldChange {
@@ -213,8 +224,6 @@ bool neighboursOpen(neighbours* all, const chassisDescription& chassis, const st
     own.card = ifmAddress;
     own.svce = aclServicePort(APP_IFM, 0, QUEUE_REQUEST);
     if (ifm != nullptr) open(&all->lines[LINE_IFM], ifm, zekQueueWay::swp, own, ifmMessage);
-    // The manager lets cards wait for what it is not told of an empty chassis, either.
-    all->lines[LINE_IFM].marksEnd = true;
     stateLoad(all->file, &all->state, notice);
     return true;
 }
@@ -257,6 +266,7 @@ void neighboursAnswer(neighbours* all, const ipcHdr& answer) {
             noteRefusal(all, before + 1);
     }
     if (changed) writeLater(all, nowMs);
+    markEnd(all, nowMs);
     answerWaiters(all, nowMs);
 }
 
@@ -278,6 +288,7 @@ uint64_t neighboursTick(neighbours* all, uint32_t primaryRp, uint64_t nowMs) {
         next = std::min(next, due);
     }
     if (changed) writeLater(all, nowMs);
+    markEnd(all, nowMs);
     answerWaiters(all, nowMs);
     return all->unwritten ? std::min(next, all->writeAt) : next;
 }

@@ -15,6 +15,7 @@ struct neighbours {
     uint64_t writeAt = 0;
     zekEndpoint* endpoint = nullptr;  // of the protocols' tasks
     managerLine lines[LINE_COUNT];    // without an interface manager in the chassis: no queue
+    uint64_t endMarked = 0;  // the newest replay of interfaces behind which an end was marked
     struct waiter {
         uint32_t ticket, status = CHASSIS_OK;  // the worst so far
         struct {

@@ -208,11 +208,15 @@ TEST(Cards, AMemberWithAListOfItsOwnKeepsItAndGetsTheLagsBehindIt) {
     chassis.expectInstalled("B", others + "1/1,in,1,in step;");
     chassis.load("interface 1/1\n no ip access-group B in\n");
     chassis.expectInstalled("B", "port-channel 1 (1/1),in,1,in step;" + others);
-    // The membership outlives both who tell and who are told of it.
+    // What is known outlives both who tell and who are told of it.
+    chassis.show("chassis protocol enable OSPF vlan 20");
+    chassis.show("chassis interface vlan 20 address add 10.20.0.1/24");
     chassis.neighbours.stop(SIGKILL);
     ASSERT_TRUE(chassis.killAndRestart());
     ASSERT_TRUE(chassis.startNeighbours());
     chassis.expectInstalled("B", "port-channel 1 (1/1),in,1,in step;" + others);
+    EXPECT_TRUE(waitUntil([&] { return has(chassis.show("show vlan 20"), "ospf"); }));
+    EXPECT_TRUE(has(chassis.show("show vlan 20"), "10.20.0.1"));
     chassis.show("chassis port-channel 1 delete");
     chassis.expectInstalled("B", "vlan 20,in,-,no ports;");
 }

@@ -32,7 +32,8 @@ struct playedManager {
     rawEndpoint requests;
     zekSwpSeq ifm{}, vrrp{};
     facts known;
-    size_t wholes = 0;  // ends of replays
+    facts atEnd;  // when it was said that everything had been told
+    size_t ends = 0;
     std::mutex lock;
     std::atomic<bool> silent = false, over = false;
     std::thread thread;
@@ -86,7 +87,10 @@ struct playedManager {
     }
     void takeEvents(std::span<uint8_t> message) {
         const uint32_t count = wireView<ifmEventMsg>(message)->count;
-        wholes += count == 0;
+        if (count == 0) {
+            ends++;
+            atEnd = known;
+        }
         size_t at = sizeof(ifmEventMsg);
         for (uint32_t i = 0; i < count; i++) {
             const size_t length = wireView<ifmSvcHdr>(message, at)->length;
@@ -136,6 +140,10 @@ struct playedManager {
         hdr->source.card = RP[0];
         hdr->source.svce = aclServicePort(APP_IFM, 0, QUEUE_REQUEST);
         requests.send(message);
+    }
+    bool hasHeardAll() {
+        const std::lock_guard<std::mutex> held(lock);
+        return ends != 0;
     }
     facts view() {
         const std::lock_guard<std::mutex> held(lock);
@@ -250,6 +258,8 @@ TEST(Neighbours, AManagerKnowsInTheEndWhateverHappens) {
                 for (int i = 0; i < 4; i++) EXPECT_EQ(chassis.askAnything(engine), CHASSIS_NOBODY);
                 if (engine() % 2 == 0) chassis.restartNeighbours(SIGKILL);
                 chassis.start(primary);
+                EXPECT_TRUE(waitUntil([&] { return chassis.managers[primary]->hasHeardAll(); }));
+                EXPECT_EQ(chassis.managers[primary]->atEnd, chassis.expected);
                 break;
             case 1:  // the manager stands still while chassisd is killed
                 chassis.managers[primary]->silent = true;
