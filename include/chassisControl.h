@@ -91,9 +91,11 @@ constexpr uint32_t CHASSIS_MEMBERS_MAX = 1024;  // of one request
 // byte 204 to the length in the header.
 constexpr size_t CHASSIS_TEXT_OFFSET = 204;
 enum chassisStatus : uint32_t {
-    CHASSIS_OK = 0,      // what the manager is to know: it has acknowledged it
-    CHASSIS_NOBODY = 1,  // no manager is there to be told. Of interfaces and protocols it is told
-    CHASSIS_SILENT = 2,  // the manager has not answered in time.   when it comes, or answers
+    CHASSIS_OK = 0,  // what the manager is to know: it has taken notice
+    // No manager is there, or it has not answered in time. Of interfaces and protocols it is told
+    // later, of all else never.
+    CHASSIS_NOBODY = 1,
+    CHASSIS_SILENT = 2,
     CHASSIS_BAD = 3,     // unknown command, slot or route processor
     CHASSIS_FAILED = 4,  // the run folder cannot be written
     CHASSIS_NO_TASK = 5,

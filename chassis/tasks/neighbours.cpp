@@ -89,9 +89,11 @@ void answerWaiters(neighbours* all, uint64_t nowMs) {
 
 // Plain requests are answered with a result, one at a time.
 void noteRefusal(neighbours* all, uint32_t position) {
-    for (neighbours::waiter& w : all->waiters)
-        if (w.lines[LINE_PROTOCOLS].waits && w.lines[LINE_PROTOCOLS].position == position)
+    for (neighbours::waiter& w : all->waiters) {
+        const auto& at = w.lines[LINE_PROTOCOLS];
+        if (at.waits && at.position == position && at.replays == all->lines[LINE_PROTOCOLS].replays)
             w.status = CHASSIS_REFUSED;
+    }
 }
 
 // The manager keeps cards waiting for their replays until it knows everything, protocols, too: the
