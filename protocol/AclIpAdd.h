@@ -15,7 +15,6 @@
 // and dumps the read lock.
 #pragma once
 
-#include <array>
 #include <string>
 
 #include "include/mgmtMsg.h"
@@ -106,23 +105,8 @@ std::string aclDumpIp(const aclAddress& address);
 
 // --- entries (addressEntries.cpp) ----------------------------------------------------------------
 
-// What the entries of an address are for: a row for each step of their installation.
-enum aclAddressStepFlag : uint32_t {
-    STEP_BELOW_3 = 1,   // while the final word is below 3
-    STEP_DHCP = 2,      // while DHCP is trapped
-    STEP_OPTION = 4,    // with the option bit, which cards of type 1 do not know
-    STEP_LITERAL = 8,   // the protocol number means itself
-    STEP_BY_PORTS = 16  // two entries: by destination port, then by source port
-};
-struct aclAddressStep {
-    uint8_t protocol;
-    uint16_t port;      // 0: any
-    uint8_t icmpType;   // of ICMPv6
-    uint32_t kindCode;  // in the entry's owner word
-    uint32_t flags;     // aclAddressStepFlag
-};
+// Cards of type 1 do not know it.
 constexpr uint32_t ENTRY_OPTION_BIT = 0x20;  // in the word at 40 of an IPv4 block
-constexpr uint32_t DHCP_KIND_CODE = 0x200000;
 
 // Adds (deletes) 1 to 2 entries in the global system list, under their kind code, and sends those
 // that this changed to every card. 0 whatever becomes of the sends; -1 when an add found no memory.

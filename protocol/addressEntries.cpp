@@ -18,11 +18,27 @@ namespace {
 const listName globalName = listNameMake("Global Acl");
 const listName globalName6 = listNameMake("v6 Global Acl");
 
+// What the entries of an address are for: a row for each step of their installation.
+enum stepFlag : uint32_t {
+    STEP_BELOW_3 = 1,   // while the final word is below 3
+    STEP_DHCP = 2,      // while DHCP is trapped
+    STEP_OPTION = 4,    // with the option bit, which cards of type 1 do not know
+    STEP_LITERAL = 8,   // the protocol number means itself
+    STEP_BY_PORTS = 16  // two entries: by destination port, then by source port
+};
+struct addressStep {
+    uint8_t protocol;
+    uint16_t port;      // 0: any
+    uint8_t icmpType;   // of ICMPv6
+    uint32_t kindCode;  // in the entry's owner word
+    uint32_t flags;     // stepFlag
+};
+
 constexpr uint8_t PIM = 103, IGMP = 2, RSVP = 46, IP_IN_IP = 4, OSPF = 89;
 constexpr uint16_t BOOTPS = 67, BGP = 179, MSDP = 639;
 
-constexpr aclAddressStep steps4[] = {
-    {IP_PROTO_UDP, BOOTPS, 0, DHCP_KIND_CODE, STEP_BELOW_3 | STEP_DHCP},
+constexpr addressStep steps4[] = {
+    {IP_PROTO_UDP, BOOTPS, 0, 0x200000, STEP_BELOW_3 | STEP_DHCP},
     {IP_PROTO_TCP, BGP, 0, 4, STEP_BY_PORTS},
     {IP_PROTO_TCP, MSDP, 0, 0x400000, STEP_BELOW_3 | STEP_BY_PORTS},
     {PIM, 0, 0, 128, STEP_BELOW_3},
@@ -34,7 +50,7 @@ constexpr aclAddressStep steps4[] = {
 };
 // Kind codes as above; a protocol that has none there goes by its number.
 constexpr uint8_t NEIGHBOUR_SOLICITATION = 135, NEIGHBOUR_ADVERTISEMENT = 136;
-constexpr aclAddressStep steps6[] = {
+constexpr addressStep steps6[] = {
     {IP_PROTO_TCP, BGP, 0, 4, STEP_BY_PORTS},
     {PIM, 0, 0, 128, STEP_BELOW_3},
     {OSPF, 0, 0, OSPF, STEP_BELOW_3},
@@ -44,7 +60,7 @@ constexpr aclAddressStep steps6[] = {
 constexpr size_t STEP_ENTRIES = 2;
 
 // The step's condition, as things are now.
-bool applies(const aclAddressStep& step) {
+bool applies(const addressStep& step) {
     if ((step.flags & STEP_BELOW_3) != 0 && aclNode->finalWord >= 3) return false;
     return (step.flags & STEP_DHCP) == 0 || aclNode->protocol.acl_dhcp != 0;
 }
@@ -78,8 +94,7 @@ void setOption(ip6EntryBlock*) {}
 
 // The entries of one step: the first by destination port, the second by source port.
 template <class Block>
-size_t stepBlocks(const aclAddress& address, const aclAddressStep& step,
-                  Block blocks[STEP_ENTRIES]) {
+size_t stepBlocks(const aclAddress& address, const addressStep& step, Block blocks[STEP_ENTRIES]) {
     const size_t count = (step.flags & STEP_BY_PORTS) != 0 ? 2 : 1;
     for (size_t i = 0; i < count; i++) {
         Block& b = blocks[i] = blockTo(address, Block{});
@@ -100,9 +115,9 @@ size_t stepBlocks(const aclAddress& address, const aclAddressStep& step,
 }
 
 template <class Block>
-void appendBlocks(const aclAddress& address, std::span<const aclAddressStep> steps,
+void appendBlocks(const aclAddress& address, std::span<const addressStep> steps,
                   std::vector<Block>* out) {
-    for (const aclAddressStep& step : steps) {
+    for (const addressStep& step : steps) {
         if (!applies(step)) continue;
         Block blocks[STEP_ENTRIES];
         const size_t count = stepBlocks(address, step, blocks);
@@ -190,8 +205,8 @@ int fanOut(Block* entries, uint32_t count, uint32_t kind, bool add) {
 }
 
 template <class Block>
-int install(const aclAddress& address, std::span<const aclAddressStep> steps, bool add) {
-    for (const aclAddressStep& step : steps) {
+int install(const aclAddress& address, std::span<const addressStep> steps, bool add) {
+    for (const addressStep& step : steps) {
         // What was added goes even when its condition has gone before.
         if (add && !applies(step)) continue;
         Block blocks[STEP_ENTRIES];
@@ -203,7 +218,7 @@ int install(const aclAddress& address, std::span<const aclAddressStep> steps, bo
     return 0;
 }
 
-constexpr std::span<const aclAddressStep> dhcpStep{steps4, 1};
+constexpr std::span<const addressStep> dhcpStep{steps4, 1};
 static_assert(dhcpStep[0].flags == (STEP_BELOW_3 | STEP_DHCP));
 
 }  // namespace

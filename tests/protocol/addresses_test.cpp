@@ -186,6 +186,40 @@ TEST_F(Addresses, EntriesStandOnceForAnAddressAndGoWithTheLastInterface) {
     EXPECT_EQ(stored(), 10u);
 }
 
+TEST_F(Addresses, DebugOutputTellsOfEachStep) {
+    for (aclLinecard& card : aclLinecardInfo) card.agentIpAddr = ADDRESS_UNKNOWN;
+    auto said = [](uint32_t place, uint32_t address) {
+        testTake();
+        DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
+        aclAddIpAddrFromIFM(place, address);
+        DEBUG_ACL_MGR = 0;
+        std::string all;
+        for (const std::string& row : testTake()) all += row;
+        return all;
+    };
+    auto inOrder = [](const std::string& text, const texts& parts) {
+        size_t at = 0;
+        for (const std::string& part : parts) {
+            at = text.find(part, at);
+            if (at == text.npos) return part;
+        }
+        return std::string();
+    };
+    const std::string going = " going to send message to linecards\r\n",
+                      sent = "sent messages to linecards - now returning\r\n";
+    EXPECT_EQ(inOrder(said(PORT_5_0, IP_1), {going, "Creating node for ", " in Int Tree :",
+                                             "creating head for slot 19 interface ", sent}),
+              "");
+    EXPECT_EQ(inOrder(said(VLAN_10, IP_1), {going, "Creating node for ", " in Vlan Tree :", sent}),
+              "");
+    EXPECT_EQ(inOrder(said(PORT_5_0, IP_2), {going, "its a secondary ipAddress\r\n", sent}), "");
+    // Without the list nothing can be sent, and the table goes on: a line for each of its steps.
+    while (ipSysAccessListFind(GLOBAL) != nullptr) (void)ipSysAccessListDelete(GLOBAL, 0);
+    const std::string failed = "Error: Adding Entry to Global Acl for ip address 192.168.1.1 \n";
+    EXPECT_EQ(inOrder(said(PORT_4_0, IP_3), texts(7, failed)), "");
+    ASSERT_EQ(SysListRegistration(0), 0);
+}
+
 TEST_F(Addresses, ConditionsOfTheTable) {
     aclNode->finalWord = 2;
     aclNode->protocol.acl_dhcp = 1;
