@@ -151,6 +151,7 @@ void aclRegisterDebugFunctions() {
     zekDebugRegister("mask", "[NUMBER] shows or sets the debug areas (text)", debugMask);
     aclRegisterFilterChecks();
     aclRegisterInstalledFunctions();
+    aclRegisterSystemListFunctions();
     aclRegisterPlaceFunctions();
     aclRegisterVlanGroupFunctions();
     aclRegisterAddressFunctions();

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ask/placeWords.h"
+#include "ask/systemWords.h"
 #include "common/tree.h"
 #include "include/agentState.h"
 #include "include/status.h"
@@ -155,6 +156,8 @@ const aclList* listOf(std::string_view args, std::string* name) {
 std::string intended(std::string_view args) {
     aclLockHeld<aclLock::read> held;
     std::string name;
+    constexpr std::string_view system = "system ";
+    if (args.starts_with(system)) return aclIntendedSystem(args.substr(system.size()));
     const aclList* list = listOf(args, &name);
     if (list == nullptr) return R"({"missing":true})";  // the cards may hold it all the same
     const agentForm& form = formOf(*list->family);
@@ -176,6 +179,6 @@ std::string intended(std::string_view args) {
 void aclRegisterInstalledFunctions() {
     zekDebugRegister("access-groups", "every binding of a list to an interface", accessGroups);
     zekDebugRegister("intended",
-                     "ip|ipv6|mac NAME what every card should hold of a list, with a hash",
+                     "ip|ipv6|mac|system NAME what every card should hold of a list, with a hash",
                      intended);
 }

@@ -143,6 +143,7 @@ constexpr verbRow verbTable[] = {
     {cliVerb::showVlanGroups, false, runShowVlanGroups},
     {cliVerb::showSourceGuard, false, runShowSourceGuard},
     {cliVerb::showInstalled, false, showInstalled},
+    {cliVerb::showSystemLists, false, showSystemLists},
     {cliVerb::showClients, false, runShowClients},
     {cliVerb::chassis, false, chassisControl},
     {cliVerb::clearCounters, true, runConfig},

@@ -124,6 +124,7 @@ cliOutcome showCards(cliSession* session, const cliCommand& command, cliPipe* pi
 cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe);
+cliOutcome showSystemLists(cliSession* session, const cliCommand& command, cliPipe* pipe);
 // Routing-policy lists (policy.cpp).
 cliOutcome showPolicy(cliSession* session, const cliCommand& command, cliPipe* pipe);
 cliOutcome showTest(cliSession* session, const cliCommand& command, cliPipe* pipe);  // of any list

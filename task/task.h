@@ -208,6 +208,7 @@ void aclRegisterFilterChecks();          // filterChecks.cpp
 void aclRegisterInstalledFunctions();    // installed.cpp
 void aclRegisterPlaceFunctions();        // places.cpp
 void aclRegisterSourceGuardFunctions();  // sourceGuard.cpp
+void aclRegisterSystemListFunctions();   // systemLists.cpp
 void aclRegisterVlanGroupFunctions();    // vlanGroups.cpp
 void aclRegisterAddressFunctions();      // addresses.cpp
 void aclRegisterBgpFunctions();          // bgpChecks.cpp

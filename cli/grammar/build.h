@@ -51,6 +51,7 @@ constexpr cliAction setPolicyAction = setPolicy<&cliPolicy::action>;  // (1 deny
 const char* setVerb(cliCommand&, const cliValue&, const grammarNode&);  // (see verbOf)
 const char* setNegated(cliCommand&, const cliValue&, const grammarNode&);
 const char* setName(cliCommand&, const cliValue&, const grammarNode&);
+const char* setQuotedName(cliCommand&, const cliValue&, const grammarNode&);
 const char* setSequence(cliCommand&, const cliValue&, const grammarNode&);
 // The sentence that refuses a sequence number (cliArg::sequence) above the node's limit.
 const char* checkSequence(const cliValue&, const grammarNode&);
@@ -135,6 +136,10 @@ constexpr grammarNode sequence(uint32_t highest, const grammarState& next, cliAc
 constexpr grammarNode nameArg(const char* help, const grammarState& next,
                               cliAction action = setName) {
     return arg(cliArg::name, "NAME", help, next, action);
+}
+// The same, of a list whose name may have blanks: it stands between quotation marks then.
+constexpr grammarNode quotedName(const char* help, const grammarState& next) {
+    return arg(cliArg::quoted, "NAME", help, next, setQuotedName);
 }
 // The control processor has an agent like a card, and a number behind the slots.
 constexpr std::array<grammarNode, 2> slotNodes(const grammarState& next) {

@@ -5,8 +5,9 @@ namespace {
 
 extern const grammarState sShow, sShowConfiguration, sClearConfiguration, sClearUnresolved,
     sShowIpv6, sShowMac, sClearMac, sShowPolicy, sShowPrefix, sShowMaps, sClearIpv6, sShowIp,
-    sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sClear, sClearIp, sClearLists,
-    sClearCounters, sWrite, sConfigure, sDebug, sDebugArgs;
+    sShowLists, sShowList, sShowCard, sShowCardWhat, sShowCardLists, sShowCardTraps,
+    sShowSystemLists, sShowSystemList, sClear, sClearIp, sClearLists, sClearCounters, sWrite,
+    sConfigure, sDebug, sDebugArgs;
 
 // Behind "do" of configuration mode the same words apply, without those that change the mode
 // (F_EXEC).
@@ -36,6 +37,8 @@ constexpr grammarNode showNodes[] = {
     verb("clients", "how the clients of lists were told of changes", sDone, cliVerb::showClients),
     verb("logging", "the manager's event log", sDone, cliVerb::showLogging),
     verb("system", "state and counters of the manager", sDone, cliVerb::showSystem),
+    verbOf("system-lists", "lists that the manager makes itself", sShowSystemLists,
+           cliVerb::showSystemLists, KIND_SYSTEM),
     verb("queues", "the manager's queues to cards and tasks", sDone, cliVerb::showQueues),
     verb("cards", "the agents of all cards", sDone, cliVerb::showCards),
     verb("card", "the agent of one card", sShowCard, cliVerb::showCard),
@@ -98,15 +101,35 @@ constexpr grammarNode showListNodes[] = {
     fin("its entries"),
 };
 constexpr grammarState sShowList{showListNodes};
+// The names of these lists have blanks.
+constexpr grammarNode showSystemListsNodes[] = {
+    quotedName("one list, a name with blanks between quotation marks", sShowSystemList),
+    fin("all of them, and how the cards stand"),
+};
+constexpr grammarState sShowSystemLists{showSystemListsNodes};
+constexpr grammarNode showSystemListNodes[] = {
+    kw("installed", "compare with what the cards hold", sDone, setField<&cliCommand::verb>,
+       static_cast<uint32_t>(cliVerb::showInstalled)),
+    fin("how the cards stand"),
+};
+constexpr grammarState sShowSystemList{showSystemListNodes};
 constexpr auto showCardNodes = slotNodes(sShowCardWhat);
 constexpr grammarState sShowCard{showCardNodes};
 constexpr grammarNode showCardWhatNodes[] = {
     kw("summary", "state and counters", sDone, setKind, CARD_SUMMARY),
     kw("access-lists", "installed lists", sShowCardLists, setKind, CARD_LISTS),
+    kw("traps", "protocols' addresses that are trapped, and members", sShowCardTraps, setKind,
+       CARD_TRAPS),
 };
 constexpr grammarState sShowCardWhat{showCardWhatNodes};
+constexpr grammarNode showCardTrapsNodes[] = {
+    kw("installed", "compare with what the manager means", sDone, setKind, CARD_TRAPS_INSTALLED),
+    fin("what the card holds"),
+};
+constexpr grammarState sShowCardTraps{showCardTrapsNodes};
 constexpr grammarNode showCardListsNodes[] = {
-    nameArg("the installed entries of one list", sDone),
+    quotedName("the installed entries of one list, a name with blanks between quotation marks",
+               sDone),
     fin("all lists"),
 };
 constexpr grammarState sShowCardLists{showCardListsNodes};

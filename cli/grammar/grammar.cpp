@@ -62,6 +62,14 @@ const char* setName(cliCommand& c, const cliValue& v, const grammarNode&) {
     c.name = v.word;
     return nullptr;
 }
+const char* setQuotedName(cliCommand& c, const cliValue& v, const grammarNode&) {
+    c.name = v.word;
+    if (c.name.starts_with('"')) {
+        c.name.remove_prefix(1);
+        c.name.remove_suffix(1);
+    }
+    return c.name.empty() || c.name.size() > LIST_NAME_LEN ? "There is no such name" : nullptr;
+}
 const char* setSequence(cliCommand& c, const cliValue& v, const grammarNode& n) {
     noteSequence(c, v);
     return setPolicy<&cliPolicy::seq>(c, v, n);

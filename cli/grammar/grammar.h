@@ -52,6 +52,7 @@ enum class cliVerb : uint8_t {
     showVlanGroups,  // cliCommand::number: with the cards
     showSourceGuard,
     showInstalled,
+    showSystemLists,
     showClients,
     chassis,  // cliCommand::kind is the chassisCommand
     clearCounters,
@@ -99,6 +100,7 @@ enum cliKind : uint32_t {
     KIND_EXTCOMMUNITY,
     KIND_RMAP,
     KIND_COUNT,
+    KIND_SYSTEM,  // the manager's own, which only shows know
 };
 
 enum policyDetail : uint32_t { POLICY_PLAIN, POLICY_DETAIL, POLICY_SUMMARY };
@@ -186,7 +188,7 @@ struct cliCommand {
 };
 constexpr uint32_t NO_COLUMN = 0xFFFFFFFF;
 constexpr uint32_t CARD_CONTROL_PLANE = 20;  // in the place of a slot
-enum cardQuestion : uint32_t { CARD_SUMMARY, CARD_LISTS };
+enum cardQuestion : uint32_t { CARD_SUMMARY, CARD_LISTS, CARD_TRAPS, CARD_TRAPS_INSTALLED };
 
 // A word's value, read as its node's argument kind wants it.
 struct cliValue {

@@ -9,6 +9,22 @@ std::string agentLabel(uint32_t slot) {
     return slot == CARD_CONTROL_PLANE ? "control-plane" : std::to_string(slot);
 }
 
+std::string agentIfText(const chassisDescription& chassis, uint32_t ifindex) {
+    std::string name = chassisIfName(chassis, ifindex);
+    return name.empty() ? std::to_string(ifindex) : name;
+}
+
+std::string agentPlaceText(const chassisDescription& chassis, const json& list) {
+    if (uint64_t group = jsonNumber(list, "group"); group != 0)
+        return "VLAN group " + std::to_string(group) + " " + jsonText(list, "groupName");
+    auto ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
+    // Lists of the whole card are kept under its slot.
+    if (ifindex < SLOT_COUNT) return "the card";
+    for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
+        if (ifindex == ifindexControlPort(slot)) return "control port";
+    return agentIfText(chassis, ifindex);
+}
+
 bool agentFind(const chassisDescription& chassis, uint32_t slot, agentPlace* place) {
     // The control processor's agent is an application of its own, the cards' agents are instances
     // of one.

@@ -12,6 +12,10 @@ struct agentPlace {
     uint32_t card, service;
 };
 std::string agentLabel(uint32_t slot);  // "1", "control-plane"
+// An interface as the operator knows it, else its number; and the place of a list that a card
+// holds.
+std::string agentIfText(const chassisDescription& chassis, uint32_t ifindex);
+std::string agentPlaceText(const chassisDescription& chassis, const json& list);
 // False when the chassis has no such agent.
 bool agentFind(const chassisDescription& chassis, uint32_t slot, agentPlace* place);
 // Every agent of the chassis, in the order of the slots, the control processor's last.
@@ -37,3 +41,8 @@ agentReply agentAsk(cliSession* session, const agentPlace& place, agentStateReq*
 // Asks as often as the answer goes on, and calls fn with each row of the answers' array `key`.
 agentReply agentRows(cliSession* session, const agentPlace& place, agentStateReq request,
                      const char* key, const std::function<void(const json& row)>& fn);
+
+// The tables of a card's MAC agent (traps.cpp), for the question CARD_TRAPS or
+// CARD_TRAPS_INSTALLED.
+cliOutcome showCardTraps(cliSession* session, const cliCommand& command, const agentPlace& place,
+                         cliPipe* pipe);

@@ -24,24 +24,13 @@ json rowOf(const agentQuestion& asked) {
     for (const char* key : {"lists", "entries", "messages"}) row[key] = jsonNumber(summary, key);
     // By reason in the agent's answer; an operator wants to see that there are any.
     uint64_t refused = 0;
-    if (summary.contains("refused") && summary["refused"].is_object())
-        for (const auto& [reason, count] : summary["refused"].items())
-            refused += jsonNumber(summary["refused"], reason.c_str());
+    const json mac = summary.value("mac", json::object());
+    for (const json& queue : {summary, mac})
+        if (queue.contains("refused") && queue["refused"].is_object())
+            for (const auto& [reason, count] : queue["refused"].items())
+                refused += jsonNumber(queue["refused"], reason.c_str());
     row["refused"] = refused;
     return row;
-}
-
-// Where the card holds a list, as the operator knows it.
-std::string placeText(const chassisDescription& chassis, const json& list) {
-    if (uint64_t group = jsonNumber(list, "group"); group != 0)
-        return "VLAN group " + std::to_string(group) + " " + jsonText(list, "groupName");
-    auto ifindex = static_cast<uint32_t>(jsonNumber(list, "ifindex"));
-    // Lists of the whole card are kept under its slot.
-    if (ifindex < SLOT_COUNT) return "the card";
-    for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
-        if (ifindex == ifindexControlPort(slot)) return "control port";
-    std::string name = chassisIfName(chassis, ifindex);
-    return name.empty() ? std::to_string(ifindex) : name;
 }
 
 json listRow(const cliSession& session, const json& list) {
@@ -49,7 +38,7 @@ json listRow(const cliSession& session, const json& list) {
     const std::string way = jsonNumber(list, "direction") == 0 ? "in" : "out";
     return {{"list", jsonText(list, "name")},
             {"kind", jsonText(list, "kind")},
-            {"interface", placeText(session.chassis, list)},
+            {"interface", agentPlaceText(session.chassis, list)},
             {"direction", way + (off ? " (not in force)" : "")},
             {"implicit-permit", jsonNumber(list, "implicitPermit") != 0},
             {"entries", jsonNumber(list, "count")}};
@@ -177,6 +166,8 @@ cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pip
     if (!ready(session, &error)) return refusal(error);
     if (!agentFind(session->chassis, command.number, &place))
         return refusal("The chassis has no card " + agentLabel(command.number));
+    if (command.kind == CARD_TRAPS || command.kind == CARD_TRAPS_INSTALLED)
+        return showCardTraps(session, command, place, pipe);
     agentStateReq request{};
     request.what = command.kind == CARD_SUMMARY ? AGENT_STATE_SUMMARY : AGENT_STATE_LISTS;
     request.name = listNameMake(command.name);

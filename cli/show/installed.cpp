@@ -13,6 +13,8 @@ struct shownFamily {
     agentListKind kind;
 };
 constexpr shownFamily familyOf(uint32_t kind) {
+    // Of both families: their names are apart.
+    if (kind == KIND_SYSTEM) return {"system", AGENT_LIST_SYSTEM};
     if (kind == KIND_IP6) return {"ipv6", AGENT_LIST_IP6};
     bool mac = kind == KIND_MAC_STANDARD || kind == KIND_MAC_EXTENDED;
     return mac ? shownFamily{"mac", AGENT_LIST_MAC} : shownFamily{"ip", AGENT_LIST_IP4};
@@ -43,8 +45,13 @@ struct heldCard {
     bool named = false;  // by one of the manager's rows
 };
 
+bool isOf(const subject& what, const json& list) {
+    const uint64_t kind = jsonNumber(list, "kindNumber");
+    return kind == what.family.kind ||
+           (what.family.kind == AGENT_LIST_SYSTEM && kind == AGENT_LIST_SYSTEM6);
+}
 void hold(heldCard* card, const subject& what, const json& list) {
-    if (jsonNumber(list, "kindNumber") == what.family.kind) card->lists[placeOf(list)] = {list};
+    if (isOf(what, list)) card->lists[placeOf(list)] = {list};
 }
 
 // All cards are asked, so that what one holds without need is seen as well.
@@ -72,21 +79,27 @@ std::vector<heldCard> askCards(cliSession* session, const subject& what) {
     return cards;
 }
 
-// The hash of a list: of the hashes of its entries, in their order.
-agentReply hashOf(cliSession* session, const agentPlace& place, const subject& what, placeKey at,
-                  uint64_t* hash) {
+// The hash of a list: of the hashes of its entries. In their order, as a moved entry is a
+// difference, too; those of system lists have no order, and no numbers that count.
+agentReply hashOf(cliSession* session, const agentPlace& place, const subject& what,
+                  const json& held, uint64_t* hash) {
+    const placeKey at = placeOf(held);
     agentStateReq request{};
     request.what = AGENT_STATE_ENTRIES;
     request.name = what.name;
     request.direction = static_cast<uint32_t>(at.direction);
     request.ifindex = static_cast<uint32_t>(at.ifindex);
     request.group = static_cast<uint32_t>(at.group);
-    request.kind = what.family.kind;
-    agentListHash list;
-    agentReply reply = agentRows(session, place, request, "entries", [&list](const json& entry) {
-        // Hashes of entries in their order: a moved entry is a difference, too.
-        list.add(std::strtoull(jsonText(entry, "hash").c_str(), nullptr, 16));
+    request.kind = static_cast<uint32_t>(jsonNumber(held, "kindNumber"));
+    const bool byContent = what.family.kind == AGENT_LIST_SYSTEM;
+    std::vector<uint64_t> hashes;
+    agentReply reply = agentRows(session, place, request, "entries", [&](const json& entry) {
+        const std::string text = jsonText(entry, byContent ? "content" : "hash");
+        hashes.push_back(std::strtoull(text.c_str(), nullptr, 16));
     });
+    if (byContent) std::ranges::sort(hashes);
+    agentListHash list;
+    for (uint64_t h : hashes) list.add(h);
     *hash = list.value;
     return reply;
 }
@@ -128,7 +141,7 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
     // Compared first: it costs no question to the card.
     if (!sameProperties(row, held->second.row)) return "different";
     uint64_t hash;
-    agentReply reply = hashOf(session, card->place, what, at, &hash);
+    agentReply reply = hashOf(session, card->place, what, held->second.row, &hash);
     if (reply == agentReply::noList) return "missing";
     if (reply != agentReply::good) return agentReplyText(reply);
     return agentHashText(hash) == jsonText(row, "hash") ? "in step" : "different";
@@ -137,43 +150,56 @@ std::string compare(cliSession* session, const json& row, heldCard* card, const 
 // The states that need no action.
 constexpr std::string_view fine[] = {"in step", "not supported", "not defined"};
 
-std::string interfaceText(const cliSession& session, const placeKey& at) {
-    if (at.group != 0) return "VLAN group " + std::to_string(at.group);
-    const std::string name = chassisIfName(session.chassis, static_cast<uint32_t>(at.ifindex));
-    return name.empty() ? std::to_string(at.ifindex) : name;
+// A place of a list that the manager means, or that a card holds, and how it stands there.
+struct place {
+    std::string interface, direction, card, state;
+    bool isFine;
+};
+struct comparison {
+    std::vector<place> places;
+    bool missing = false;  // the manager knows no such list
+
+    void add(const std::string& interface, uint64_t direction, const std::string& card,
+             const std::string& state, bool isFine = false) {
+        const bool known = std::ranges::find(fine, state) != std::end(fine);
+        places.push_back({interface, direction == 0 ? "in" : "out", card, state, isFine || known});
+    }
+};
+
+// What a card holds that no row of the manager's speaks of.
+void addLeftOver(const cliSession& session, const subject& what, const heldCard& card,
+                 comparison* out) {
+    const std::string label = agentLabel(card.place.slot);
+    // Nobody knows what it holds.
+    if (card.reply != agentReply::good && !card.named)
+        out->places.push_back({"-", "-", label, agentReplyText(card.reply), false});
+    for (const auto& [at, held] : card.lists) {
+        // A system list stays at a port when the last of its entries has gone.
+        const bool emptied =
+            what.family.kind == AGENT_LIST_SYSTEM && jsonNumber(held.row, "count") == 0;
+        if (!held.meant && !emptied)
+            out->add(agentPlaceText(session.chassis, held.row), at.direction, label, "left over");
+    }
 }
 
-}  // namespace
-
-cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe) {
-    std::string error;
+cliOutcome compareAll(cliSession* session, const subject& what, comparison* out) {
     json intended;
-    const subject what{familyOf(command.kind), listNameMake(command.name)};
-    if (!sessionChassis(session, &error) || !sessionConnect(session, &error)) return refusal(error);
-    const std::string args = std::string(what.family.word) + " " + std::string(command.name);
+    const std::string args =
+        std::string(what.family.word) + " " + std::string(listNameView(what.name));
     if (cliOutcome asked = debugJson(session, "intended", args, &intended); !asked.ok) return asked;
-    const bool missing = isSet(intended, "missing");
-    if (!intended.is_array() && !missing) return refusal("The manager's answer is not understood");
+    out->missing = isSet(intended, "missing");
+    if (!intended.is_array() && !out->missing)
+        return refusal("The manager's answer is not understood");
     std::vector<heldCard> cards = askCards(session, what);
-    json rows = json::array();
-    bool inStep = true;
-    auto direction = [](uint64_t number) { return number == 0 ? "in" : "out"; };
-    auto add = [&](const std::string& interface, const char* way, const std::string& card,
-                   const std::string& state, bool isFine = false) {
-        // The exit status is one for all rows.
-        inStep &= isFine || std::ranges::find(fine, state) != std::end(fine);
-        rows.push_back(
-            {{"interface", interface}, {"direction", way}, {"card", card}, {"state", state}});
-    };
-    for (const json& row : missing ? json::array() : intended) {
+    for (const json& row : out->missing ? json::array() : intended) {
         std::string interface = jsonText(row, "interface");
-        const char* way = direction(jsonNumber(row, "direction"));
+        const uint64_t way = jsonNumber(row, "direction");
         std::string label = jsonText(row, "card");
         // A LAG or VLAN without ports, or what is not sent, as the manager says: no card has to
         // hold it.
         if (label.empty()) {
             const std::string unsent = jsonText(row, "unsent");
-            add(interface, way, "-", unsent.empty() ? "no ports" : unsent, true);
+            out->add(interface, way, "-", unsent.empty() ? "no ports" : unsent, true);
             continue;
         }
         auto card = std::ranges::find(cards, label,
@@ -184,21 +210,77 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
         const bool isFine = std::ranges::find(fine, state) != std::end(fine);
         if (state == "in step" && isSet(row, "outOfForce"))
             state += ", out of force without mac egress-filter";
-        add(interface + (port.empty() ? "" : " (" + port + ")"), way, label, state, isFine);
+        out->add(interface + (port.empty() ? "" : " (" + port + ")"), way, label, state, isFine);
     }
-    for (const heldCard& card : cards) {
-        // Nobody knows what it holds.
-        if (card.reply != agentReply::good && !card.named)
-            add("-", "-", agentLabel(card.place.slot), agentReplyText(card.reply));
-        for (const auto& [at, held] : card.lists) {
-            if (held.meant) continue;
-            add(interfaceText(*session, at), direction(at.direction), agentLabel(card.place.slot),
-                "left over");
-        }
+    for (const heldCard& card : cards) addLeftOver(*session, what, card, out);
+    return {};
+}
+
+bool ready(cliSession* session, std::string* error) {
+    return sessionChassis(session, error) && sessionConnect(session, error);
+}
+
+// A list at one card: how many places it has there, and the first state that needs action.
+void addCardRows(const std::string& list, uint64_t entries, const comparison& compared, json* rows,
+                 bool* inStep) {
+    std::map<std::string, std::pair<uint64_t, std::string>> cards;
+    for (const place& p : compared.places) {
+        auto& [places, state] = cards[p.card];
+        places += p.interface == "-" ? 0 : 1;
+        if (!p.isFine && state.empty()) state = p.state;
+        *inStep &= p.isFine;
     }
+    if (cards.empty()) cards["-"] = {0, "no cards"};
+    for (const auto& [card, held] : cards)
+        rows->push_back({{"list", list},
+                         {"entries", entries},
+                         {"card", card},
+                         {"places", held.first},
+                         {"state", held.second.empty() ? "in step" : held.second}});
+}
+
+}  // namespace
+
+cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    std::string error;
+    comparison compared;
+    const subject what{familyOf(command.kind), listNameMake(command.name)};
+    if (!ready(session, &error)) return refusal(error);
+    if (cliOutcome asked = compareAll(session, what, &compared); !asked.ok) return asked;
     // A list that the manager does not know may still be left over on a card; only then there is
     // something to show.
-    if (missing && rows.empty()) return refusal(aclStatusFind(ACL_E_NOLIST)->text);
+    if (compared.missing && compared.places.empty())
+        return refusal(aclStatusFind(ACL_E_NOLIST)->text);
+    json rows = json::array();
+    bool inStep = true;
+    for (const place& p : compared.places) {
+        // The exit status is one for all rows.
+        inStep &= p.isFine;
+        rows.push_back({{"interface", p.interface},
+                        {"direction", p.direction},
+                        {"card", p.card},
+                        {"state", p.state}});
+    }
+    renderAnswer(*session, rows, pipe);
+    return {inStep, "", 0};
+}
+
+cliOutcome showSystemLists(cliSession* session, const cliCommand& command, cliPipe* pipe) {
+    std::string error;
+    json lists, rows = json::array();
+    bool inStep = true;
+    if (!ready(session, &error)) return refusal(error);
+    if (cliOutcome asked = debugJson(session, "system-lists", "", &lists); !asked.ok) return asked;
+    if (!lists.is_array()) return refusal("The manager's answer is not understood");
+    for (const json& list : lists) {
+        const std::string name = jsonText(list, "list");
+        if (!command.name.empty() && command.name != name) continue;
+        comparison compared;
+        const subject what{familyOf(KIND_SYSTEM), listNameMake(name)};
+        if (cliOutcome asked = compareAll(session, what, &compared); !asked.ok) return asked;
+        addCardRows(name, jsonNumber(list, "entries"), compared, &rows, &inStep);
+    }
+    if (rows.empty() && !command.name.empty()) return refusal(aclStatusFind(ACL_E_NOLIST)->text);
     renderAnswer(*session, rows, pipe);
     return {inStep, "", 0};
 }
