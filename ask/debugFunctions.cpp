@@ -152,6 +152,7 @@ void aclRegisterDebugFunctions() {
     aclRegisterFilterChecks();
     aclRegisterInstalledFunctions();
     aclRegisterSystemListFunctions();
+    aclRegisterMacIntentFunctions();
     aclRegisterPlaceFunctions();
     aclRegisterVlanGroupFunctions();
     aclRegisterAddressFunctions();

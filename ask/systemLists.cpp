@@ -11,13 +11,13 @@
 #include "ipacl/family.h"
 #include "ipacl/zekipaccess.h"
 #include "platform/api/zekTask.h"
+#include "protocol/AclIpAdd.h"
 #include "protocol/systemEntries.h"
 #include "task/task.h"
 #include "task/zekacl_lib.h"
 
 namespace {
 
-constexpr uint32_t OPTION_BIT = 0x20;  // of an entry that cards of type 1 do not know
 constexpr uint32_t TYPE_WITHOUT_OPTION = 1;
 
 // The contents of entries, as the agents know them by.
@@ -79,7 +79,7 @@ void addCards4(const aclList& list, std::string* rows) {
         const bool all = slot == 0 || aclLinecardInfo[slot].type != TYPE_WITHOUT_OPTION;
         contents held;
         for (const aclEntry& e : entriesOf<aclEntry>(list.head))
-            if (all || (e.block.reserved40 & OPTION_BIT) == 0) held.add(e);
+            if (all || (e.block.reserved40 & ENTRY_OPTION_BIT) == 0) held.add(e);
         append(rows, "control port", ifindexControlPort(slot), slot, &held);
     }
 }

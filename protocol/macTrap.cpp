@@ -161,15 +161,25 @@ void aclProtocolModeChanged(uint32_t ifindex) {
     if (const uint32_t lag = aclLagOfPort(ifindex)) aclTrapLagMember(lag, ifindex, true);
 }
 
-void AclUpdateMacAgentForProtocols(uint32_t slot) {
+void aclForTrapsOf(uint32_t slot, const std::function<void(const macTrapMsg& trap)>& fn) {
     macTrapMsg message;
     // LAGs come before their ports, which so have the last word.
     aclForPlaceUses([&](uint32_t place, const aclPlaceUse& use) {
         if (use.protocols.empty()) return;
         forTargets(place, [&](const trapTarget& to) {
             if (to.slot != slot) return;
+            macAddress carried;
             for (const aclProtocolUse& protocol : use.protocols)
-                sequenceAlone(&message, to, protocol.record, true);
+                for (const macAddress& mac : aclSetMacAddrFromProt(protocol.record, &carried)) {
+                    fill(&message, to, protocol.record, mac, true);
+                    fn(message);
+                }
         });
+    });
+}
+
+void AclUpdateMacAgentForProtocols(uint32_t slot) {
+    aclForTrapsOf(slot, [slot](const macTrapMsg& trap) {
+        (void)aclSendToMacAgent(slot, MT_MAC_TRAP, &trap, sizeof trap);
     });
 }

@@ -7,15 +7,20 @@
 
 namespace {
 
-// One port, to its card's agent.
-void sendPort(uint32_t port, uint32_t vlanId, uint32_t mcastId, bool add) {
-    const int slot = ifindexSlot(port);
-    if (slot == SLOT_NONE || mcastId == 0) return;
+macMemberMsg messageOf(uint32_t port, uint32_t vlanId, uint32_t mcastId, bool add) {
     macMemberMsg message{};
     message.add = add ? 1 : 0;
     message.port = port;
     message.vlan = vlanId;
     message.mcastId = mcastId;
+    return message;
+}
+
+// One port, to its card's agent.
+void sendPort(uint32_t port, uint32_t vlanId, uint32_t mcastId, bool add) {
+    const int slot = ifindexSlot(port);
+    if (slot == SLOT_NONE || mcastId == 0) return;
+    const macMemberMsg message = messageOf(port, vlanId, mcastId, add);
     (void)aclSendToMacAgent(static_cast<uint32_t>(slot), MT_MAC_MEMBER, &message, sizeof message);
 }
 
@@ -97,15 +102,25 @@ void aclAddDelVlanMemNotifToAclAgent(uint32_t member, uint32_t vlanId) {
     });
 }
 
-void aclReplayMembership(uint32_t slot) {
+void aclForMembersOf(uint32_t slot, const std::function<void(const macMemberMsg& member)>& fn) {
     for (const aclIntf* i = AclIntfTreeFindFirst(); i != nullptr;
          i = AclIntfTreeFindNext(i->ifindex)) {
         const uint32_t port = i->ifindex;
         if (port < SLOT_COUNT || ifindexSlot(port) != static_cast<int>(slot)) continue;
+        auto member = [&](uint32_t vlanId, uint32_t mcastId) {
+            if (mcastId != 0) fn(messageOf(port, vlanId, mcastId, true));
+        };
         aclForPlacesOf(port, [&](uint32_t place) {
-            if (place == i->lag) aclSendLagMember(place, port, true);
+            const aclIntf* lag = place == i->lag ? AclIntfTreeFind(place) : nullptr;
+            if (lag != nullptr) member(0, lag->mcastId);
             if (const aclVlan* vlan = aclVlanTreeFind(place))
-                sendPort(port, ifindexPort(place), vlan->mcastId, true);
+                member(ifindexPort(place), vlan->mcastId);
         });
     }
+}
+
+void aclReplayMembership(uint32_t slot) {
+    aclForMembersOf(slot, [slot](const macMemberMsg& member) {
+        (void)aclSendToMacAgent(slot, MT_MAC_MEMBER, &member, sizeof member);
+    });
 }

@@ -2,6 +2,8 @@
 // id. The caller holds acl_rwlock.
 #pragma once
 
+#include <functional>
+
 #include "interface/interface.h"
 
 // The group id of a VLAN or LAG is set (its members are told to the MAC agents) or taken away.
@@ -15,5 +17,7 @@ void aclSendVlanMember(uint32_t vlanIfindex, uint32_t member, bool add);
 void aclSendLagMember(uint32_t lagIfindex, uint32_t port, bool add);
 // The members of a VLAN again; `member` 0: all of them.
 void aclAddDelVlanMemNotifToAclAgent(uint32_t member, uint32_t vlanId);
-// Every membership of the slot's ports, in a replay.
+// Calls fn for every membership of the slot's ports.
+void aclForMembersOf(uint32_t slot, const std::function<void(const macMemberMsg& member)>& fn);
+// All of them to its MAC agent, in a replay.
 void aclReplayMembership(uint32_t slot);

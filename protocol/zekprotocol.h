@@ -8,6 +8,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -104,5 +105,8 @@ void aclTrapVlanMember(uint32_t vlanIfindex, uint32_t member, bool add);
 void aclTrapLagMember(uint32_t lagIfindex, uint32_t port, bool add);
 // The mode of an interface is another (aclPlaceUse::mode): its traps go out with it.
 void aclProtocolModeChanged(uint32_t ifindex);
-// Every trap of the slot's interfaces to its MAC agent, in a replay.
+// Calls fn for every trap of the slot's interfaces. Where an address comes again under an index,
+// the later one counts.
+void aclForTrapsOf(uint32_t slot, const std::function<void(const macTrapMsg& trap)>& fn);
+// All of them to its MAC agent, in a replay.
 void AclUpdateMacAgentForProtocols(uint32_t slot);

@@ -209,6 +209,7 @@ void aclRegisterInstalledFunctions();    // installed.cpp
 void aclRegisterPlaceFunctions();        // places.cpp
 void aclRegisterSourceGuardFunctions();  // sourceGuard.cpp
 void aclRegisterSystemListFunctions();   // systemLists.cpp
+void aclRegisterMacIntentFunctions();    // intendedMacs.cpp
 void aclRegisterVlanGroupFunctions();    // vlanGroups.cpp
 void aclRegisterAddressFunctions();      // addresses.cpp
 void aclRegisterBgpFunctions();          // bgpChecks.cpp

@@ -170,13 +170,14 @@ struct comparison {
 void addLeftOver(const cliSession& session, const subject& what, const heldCard& card,
                  comparison* out) {
     const std::string label = agentLabel(card.place.slot);
-    // Nobody knows what it holds.
-    if (card.reply != agentReply::good && !card.named)
+    // Nobody knows what it holds. System lists are for cards with ports alone.
+    const bool isSystem = what.family.kind == AGENT_LIST_SYSTEM;
+    if (card.reply != agentReply::good && !card.named &&
+        !(isSystem && card.place.slot == CARD_CONTROL_PLANE))
         out->places.push_back({"-", "-", label, agentReplyText(card.reply), false});
     for (const auto& [at, held] : card.lists) {
         // A system list stays at a port when the last of its entries has gone.
-        const bool emptied =
-            what.family.kind == AGENT_LIST_SYSTEM && jsonNumber(held.row, "count") == 0;
+        const bool emptied = isSystem && jsonNumber(held.row, "count") == 0;
         if (!held.meant && !emptied)
             out->add(agentPlaceText(session.chassis, held.row), at.direction, label, "left over");
     }

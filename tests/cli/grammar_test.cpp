@@ -333,10 +333,10 @@ clear {ip access-lists counters=1030|ipv6 prefix-list=1151|ipv6 access-lists cou
     mac access-lists counters=30015} LIST => $ 220 80="LIST"
 shw => 0: Unexpected word "shw"; expected: show, clear, write, chassis, configure, test, debug,
     exit, end
-show s => 5: Ambiguous word "s"; expected: startup-config, system
+show s => 5: Ambiguous word "s"; expected: startup-config, system, system-lists
 show => 5: The line is incomplete; expected: running-config, startup-config, configuration, ip,
-    ipv6, mac, access-groups, acl-vlan-groups, route-maps, clients, logging, system, queues,
-    cards, card, interfaces, vlan, port-channel, protocols
+    ipv6, mac, access-groups, acl-vlan-groups, route-maps, clients, logging, system, system-lists,
+    queues, cards, card, interfaces, vlan, port-channel, protocols
 show {interfaces=vlan 10|protocols=vlan 10} vlan 10 => command '' 0 '$'
 show {vlan=10|port-channel=10} 10 => command '' 0 '$'
 show port-channel 0 => 18: Unexpected word "0"; expected: <1-4094>, <cr>
@@ -374,7 +374,11 @@ chassis interface 1/0 address add 10.0.0.1/33 => 34: Unexpected word "10.0.0.1/3
 chassis protocol {enable=17|disable=18} vrrp vlan 10 vmac 00:00:5e:00:01:0a => command '' $
     'vlan 10'
 chassis protocol enable vrrp vlan 10 vmac 1 => 42: Unexpected word "1"; expected: xx:xx:xx:xx:xx:xx
-show s? => startup-config, system
+show s? => startup-config, system, system-lists
+show system-lists {"Global Acl"=Global Acl|A=A} => command '$' 12 ''
+show system-lists "A B" installed => command 'A B' 12 ''
+show card 3 access-lists "Global Acl" => command 'Global Acl' 1 ''
+show system-lists "" => 19: There is no such name
 show ip access-lists ? => NAME, <cr>
 zzz? =>
 [interface]
