@@ -375,10 +375,10 @@ chassis protocol {enable=17|disable=18} vrrp vlan 10 vmac 00:00:5e:00:01:0a => c
     'vlan 10'
 chassis protocol enable vrrp vlan 10 vmac 1 => 42: Unexpected word "1"; expected: xx:xx:xx:xx:xx:xx
 show s? => startup-config, system, system-lists
-show system-lists {"Global Acl"=Global Acl|A=A} => command '$' 12 ''
-show system-lists "A B" installed => command 'A B' 12 ''
+show system-lists {"Global Acl"=Global Acl|A=A} => command '$' 13 ''
+show system-lists "A B" installed => command 'A B' 13 ''
 show card 3 access-lists "Global Acl" => command 'Global Acl' 1 ''
-show system-lists "" => 19: There is no such name
+show system-lists "" => 18: There is no such name
 show ip access-lists ? => NAME, <cr>
 zzz? =>
 [interface]
