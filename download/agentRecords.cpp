@@ -109,7 +109,7 @@ constexpr agentForm agentForm6{INTF_V6,
                                hashOf<agentEntry6>,
                                DEBUG_ACL_IPC,
                                L3_SIZE};
-constexpr agentForm agentFormMac{INTF_V4,  // whose cards take it: those that take IPv4 lists
+constexpr agentForm agentFormMac{INTF_MAC,
                                  sizeof(agentMacListHdr),
                                  sizeof(agentMacEntry),
                                  AGENT_CHUNK_ENTRIES_MAC,

@@ -68,7 +68,9 @@ void aclAddDelMcastGrpIdLAG(uint32_t lagIfindex, uint32_t mcastId, bool add) {
 }
 
 void aclIfmAddDelMgid(uint32_t ifindex, uint32_t mcastId, uint32_t type) {
-    const bool add = type == IFM_SVC_ADD_VLAN_MGID || type == IFM_SVC_ADD_LAG_MGID;
+    // Id 0 is none: the members go.
+    const bool add =
+        mcastId != 0 && (type == IFM_SVC_ADD_VLAN_MGID || type == IFM_SVC_ADD_LAG_MGID);
     const bool ofVlan = type == IFM_SVC_ADD_VLAN_MGID || type == IFM_SVC_DEL_VLAN_MGID;
     if (ifindexType(ifindex) != (ofVlan ? IF_TYPE_VLAN : IF_TYPE_LAG)) return;
     if (ofVlan)

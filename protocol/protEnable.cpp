@@ -109,6 +109,12 @@ ipEntryBlock blockOf(uint32_t place, const protRecord& record) {
     b.dstMask = firstWord(record.mask);
     return b;
 }
+// Cards know entries by what they are sent. Ports travel with TCP and UDP only: two blocks that
+// differ in nothing else are one entry there, and have to be one here.
+ipEntryBlock asSent(ipEntryBlock b) {
+    if (b.protocol != IP_PROTO_TCP && b.protocol != IP_PROTO_UDP) b.dstLow = b.dstHigh = 0;
+    return b;
+}
 ip6EntryBlock block6Of(uint32_t place, const protRecord& record) {
     const ipEntryBlock match = blockOf(place, record);
     ip6EntryBlock b{};
@@ -266,7 +272,7 @@ void aclProtocolEntries(uint32_t place, const aclProtocolUse& use, aclSystemEntr
     if (isV6(use.record))
         out->v6.push_back(block6Of(place, use.record));
     else
-        out->v4.push_back(blockOf(place, use.record));
+        out->v4.push_back(asSent(blockOf(place, use.record)));
 }
 
 namespace {
