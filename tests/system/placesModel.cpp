@@ -20,9 +20,6 @@ modelEntry entryOf(const modelProtocol& p, uint32_t place) {
         rest += " vlan " + std::to_string(ifindexPort(place));
     return {matchText(p.protocol, p.address, rest), false, false, false};
 }
-const modelProtocol& protocolOf(uint32_t id) {
-    return *std::ranges::find(modelProtocols, id, &modelProtocol::id);
-}
 std::string virtualMac(uint32_t id, uint32_t last) {
     constexpr char digits[] = "0123456789abcdef";
     return std::string(id == 20480 ? "00:00:5e:00:01:" : "00:00:0c:07:ac:") +
@@ -30,6 +27,10 @@ std::string virtualMac(uint32_t id, uint32_t last) {
 }
 
 }  // namespace
+
+const modelProtocol& modelProtocolOf(uint32_t id) {
+    return *std::ranges::find(modelProtocols, id, &modelProtocol::id);
+}
 
 uint32_t placesModel::lagOf(uint32_t port) const {
     for (const auto& [lag, members] : lags)
@@ -118,8 +119,8 @@ void placesModel::addSystem(uint32_t slot, cardContents* out) const {
         for (uint32_t place : placesOf(port)) {
             if (auto found = protocols.find(place); found != protocols.end())
                 for (const auto& [key, users] : found->second)
-                    if (protocolOf(key.first).hasEntry)
-                        entries.insert(entryOf(protocolOf(key.first), place));
+                    if (modelProtocolOf(key.first).hasEntry)
+                        entries.insert(entryOf(modelProtocolOf(key.first), place));
             if (place == port || !addresses.contains(place)) continue;
             for (const std::string& address : addresses.at(place))
                 for (const modelEntry& e : entriesOf(address)) entries.insert(e);
@@ -153,7 +154,7 @@ void placesModel::addTraps(uint32_t slot, cardContents* out) const {
         auto found = protocols.find(place);
         if (found == protocols.end()) return;
         for (const auto& [key, users] : found->second) {
-            const modelProtocol& p = protocolOf(key.first);
+            const modelProtocol& p = modelProtocolOf(key.first);
             const auto mode = modes.find(ifindex);
             const std::string rest =
                 " cpus " + std::to_string(p.cpus) + " lda " + std::to_string(p.lda) + " mode " +

@@ -52,6 +52,7 @@ inline const std::vector<modelProtocol> modelProtocols = {
     {65534, 1, {}, true, 47, 0, 0, 0, "10.9.9.9"},
     {4711, 1, {}, true, 6, 4711, 0, 0, "10.9.9.8"},
 };
+const modelProtocol& modelProtocolOf(uint32_t id);
 constexpr uint32_t MODEL_RIP = 8, MODEL_SNOOPING = 20486, MODEL_V6_RECORD = 16;
 
 struct placesModel {

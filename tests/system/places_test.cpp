@@ -2,297 +2,35 @@
 // the cards hold is at any time what a model of the whole says.
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <deque>
-#include <nlohmann/json.hpp>
-#include <optional>
-#include <random>
 #include <thread>
 
-#include "include/agentState.h"
-#include "include/cliMsg.h"
-#include "include/ifmMsg.h"
-#include "include/protMsg.h"
-#include "include/service.h"
-#include "tests/system/chassis.h"
-#include "tests/system/placesModel.h"
+#include "tests/system/placesChassis.h"
 
 namespace {
 
-using nlohmann::json;
-
-constexpr uint32_t CARDS = 3, PORTS = 4;
-// Card 3 is of the type that does not know every entry of an address.
-std::string chassisText() {
-    std::string cards;
-    for (uint32_t slot = 1; slot <= CARDS; slot++) {
-        const std::string number = std::to_string(slot);
-        std::string ports;
-        for (uint32_t p = 0; p < PORTS; p++) {
-            const std::string port = std::to_string(p);
-            ports += (ports.empty() ? "" : ",") + (R"({"name":")" + number) + "/" + port +
-                     R"(","userPort":)" + port + R"(,"port":)" + port + R"(,"pipe":)" +
-                     std::to_string(p / 2) + "}";
-        }
-        cards += (cards.empty() ? "" : ",") + (R"({"slot":)" + number) + R"(,"address":"127.1.1.)" +
-                 number + R"(","type":)" + (slot == 3 ? "1" : "2") +
-                 R"(,"egress":true,"ipv6":true,"ipv6Egress":true,"ports":[)" + ports + "]}";
-    }
-    std::string tasks;
-    for (uint32_t app : {APP_ACL, APP_RTM, APP_DSMGR, APP_IGMP, APP_PIM, APP_IFM, APP_EVH,
-                         APP_MACMGR, APP_ACL_AGENT_CP})
-        tasks += (tasks.empty() ? "" : ",") + (R"({"application":)" + std::to_string(app)) +
-                 R"(,"instance":0,"address":"127.1.0.1"})";
-    return R"({"chassisMode":1,"routeProcessorType":4,)"
-           R"("routeProcessors":[{"address":"127.1.0.1","primary":true}],"tasks":[)" +
-           tasks + R"(],"cards":[)" + cards +
-           R"(],"lags":[{"id":1},{"id":2}],"vlans":[{"id":10},{"id":20},{"id":30},{"id":40}]})";
-}
-
-uint32_t fromEnvironment(const char* name, uint32_t otherwise) {
-    const char* given = getenv(name);
-    return given != nullptr ? static_cast<uint32_t>(std::strtoul(given, nullptr, 10)) : otherwise;
-}
-
-// --- what a card says that it holds --------------------------------------------------------------
-
-struct cardReader {
-    rawClient& client;
-    const chassisDescription& chassis;
-    uint32_t sequence = 0x50000000;
-
-    // The answers of one kind, in as many pages as it takes. Nothing: no answer.
-    std::optional<json> rows(int slot, agentStateReq request, const char* key) {
-        json all = json::array();
-        for (;;) {
-            std::optional<json> answer = ask(slot, request);
-            if (!answer || !answer->contains(key)) return std::nullopt;
-            for (json& row : (*answer)[key]) all.push_back(std::move(row));
-            if (!answer->contains("next")) return all;
-            request.index = (*answer)["next"].get<uint32_t>();
-        }
-    }
-    std::optional<json> ask(int slot, const agentStateReq& what) {
-        std::vector<uint8_t> message(sizeof(agentStateReq));
-        std::memcpy(message.data(), &what, sizeof what);
-        client.fillHeader(message, MT_AGENT_STATE, ++sequence);
-        auto* hdr = headerOf(message);
-        hdr->source.card = CARD_ADDRESS + static_cast<uint32_t>(slot);
-        hdr->source.svce =
-            aclServicePort(APP_ACL_AGENT, static_cast<uint32_t>(slot), QUEUE_REQUEST);
-        if (!client.send(message)) return std::nullopt;
-        for (;;) {
-            std::vector<uint8_t> answer = client.receive();
-            if (answer.empty()) return std::nullopt;
-            if (headerOf(answer)->sequence != sequence) continue;
-            if (answer.size() < AGENT_STATE_TEXT_OFFSET) return std::nullopt;
-            json parsed =
-                json::parse(answer.begin() + AGENT_STATE_TEXT_OFFSET, answer.end(), nullptr, false);
-            return parsed.is_object() ? std::optional(parsed) : std::nullopt;
-        }
-    }
-
-    std::string name(uint32_t ifindex) const {
-        for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
-            if (ifindex == slot || ifindex == ifindexControlPort(slot)) return "card";
-        const std::string known = chassisIfName(chassis, ifindex);
-        return known.empty() ? chassisIndexText(ifindex) : known;
-    }
-    static std::string systemText(const json& e) {
-        const std::string dst = e["dst"];
-        if (dst.starts_with("ff02:")) return "to " + dst;
-        std::string text = e["protocol"].dump() + " to " + dst;
-        auto port = [&](const char* which, const char* op, size_t at) {
-            if (e.contains(op) && e[op] == 1) text += which + e["ports"][at].dump();
-        };
-        port(" dst ", "dstOperator", 2);
-        port(" src ", "srcOperator", 0);
-        auto hex = [](const std::string& digits) {
-            return std::to_string(std::stoul(digits, nullptr, 16));
-        };
-        if (e["protocol"] == 58) text += " type " + hex(e["icmp"].get<std::string>().substr(0, 2));
-        if (e["protocol"] == 4 && e["protoMarker"] != 0) text += " literally";
-        if (!e.contains("l2")) return text;
-        // Behind two words, two pairs of addresses and eight bytes.
-        const std::string vlan = hex(e["l2"].get<std::string>().substr(80, 8));
-        return vlan != "0" ? text + " vlan " + vlan : text;
-    }
-    bool addList(int slot, const json& list, cardContents* out) {
-        agentStateReq request{};
-        request.what = AGENT_STATE_ENTRIES;
-        request.name = listNameMake(list["name"].get<std::string>());
-        request.ifindex = list["ifindex"].get<uint32_t>();
-        request.direction = list["direction"].get<uint32_t>();
-        request.kind = list["kindNumber"].get<uint32_t>();
-        const std::optional<json> entries = rows(slot, request, "entries");
-        if (!entries) return false;
-        const bool v6 = request.kind == AGENT_LIST_SYSTEM6;
-        const std::string place = name(request.ifindex);
-        if (v6 || request.kind == AGENT_LIST_SYSTEM) {
-            for (const json& e : *entries)
-                out->insert((v6 ? "system6 " : "system ") + place + ": " + systemText(e));
-            return true;
-        }
-        const std::string at =
-            list["name"].get<std::string>() + (request.direction == 0 ? " in " : " out ") + place;
-        out->insert(at);
-        for (const json& e : *entries)
-            out->insert(at + ": " + e["seq"].dump() + " " + e["src"].get<std::string>());
-        return true;
-    }
-
-    // Nothing while the card is not in step, or changes between two questions.
-    std::optional<cardContents> read(int slot) {
-        cardContents out;
-        agentStateReq request{};
-        request.what = AGENT_STATE_SUMMARY;
-        const std::optional<json> summary = ask(slot, request);
-        if (!summary || (*summary)["state"] != "in step") return std::nullopt;
-        request.what = AGENT_STATE_LISTS;
-        const std::optional<json> lists = rows(slot, request, "lists");
-        request.what = AGENT_STATE_TRAPS;
-        const std::optional<json> traps = rows(slot, request, "traps");
-        request.what = AGENT_STATE_MEMBERS;
-        const std::optional<json> members = rows(slot, request, "members");
-        if (!lists || !traps || !members) return std::nullopt;
-        for (const json& list : *lists)
-            if (!addList(slot, list, &out)) return std::nullopt;
-        for (const json& t : *traps)
-            // A protocol that traps nothing has the address zero.
-            if (t["mac"] != "00:00:00:00:00:00")
-                out.insert("trap " + name(t["ifindex"]) + " " + t["mac"].get<std::string>() +
-                           " cpus " + t["cpus"].dump() + " lda " + t["lda"].dump() + " mode " +
-                           t["mode"].dump() + " vlan " + t["vlan"].dump());
-        for (const json& m : *members)
-            out.insert("member " + name(m["port"]) + " vlan " + m["vlan"].dump() + " group " +
-                       m["group"].dump());
-        return out;
-    }
-};
-
-// --- the chassis ---------------------------------------------------------------------------------
-
 enum class agentIs { there, standing, gone };
 
-struct placesFixture : chassisFixture {
-    chassisDescription description{};
+struct modelChassis : placesChassis {
     placesModel model{description};
-    rawClient client{*this};
-    cardReader reader{client, description};
-    std::vector<uint32_t> ports, members, places;  // ports; with LAGs; with VLANs
-    std::vector<uint32_t> lags, vlans;
     std::map<int, agentIs> is;
-    uint32_t seed = 0, sequence = 0;
-    uint32_t session = 0x10000, number = 0, vrrpNumber = 0;  // of two reliable queues
-    std::vector<uint8_t> events;  // records of an event message that is not sent yet
-    uint32_t eventCount = 0;
     std::deque<std::string> told;
-    std::mt19937 random;
 
-    explicit placesFixture(uint32_t s) : seed(s), random(s) {
-        write("chassis.json", chassisText());
-        std::string error;
-        EXPECT_TRUE(zekChassisLoad(dir + "/chassis.json", &description, &error)) << error;
-        for (const chassisCard& card : description.cards)
-            for (const chassisPort& port : card.ports) {
-                uint32_t ifindex = 0;
-                EXPECT_TRUE(chassisIfIndex(description, port.name, &ifindex));
-                ports.push_back(ifindex);
-            }
-        for (uint32_t id : description.lags) lags.push_back(ifindexMake(IF_TYPE_LAG, id));
-        for (uint32_t id : description.vlans) vlans.push_back(ifindexMake(IF_TYPE_VLAN, id));
+    explicit modelChassis(uint32_t s) : placesChassis(s) {
         model.ports = {ports.begin(), ports.end()};
-        members = ports;
-        members.insert(members.end(), lags.begin(), lags.end());
-        places = members;
-        places.insert(places.end(), vlans.begin(), vlans.end());
-        EXPECT_TRUE(startNeighbours());
-        EXPECT_TRUE(startManager());
         for (uint32_t slot = 1; slot <= CARDS; slot++) start(static_cast<int>(slot));
     }
     void start(int slot) {
         EXPECT_TRUE(startAgent(slot));
         is[slot] = agentIs::there;
     }
-
-    uint32_t below(uint32_t n) { return static_cast<uint32_t>(random()) % n; }
-    template <class T>
-    const T& anyOf(const std::vector<T>& all) {
-        return all[below(static_cast<uint32_t>(all.size()))];
-    }
-    std::string name(uint32_t place) const { return model.name(place); }
     void note(const std::string& what) {
         told.push_back(what);
         if (told.size() > 25) told.pop_front();
     }
-
-    // --- messages ---
-
-    // Sends what the manager answers, and waits for that: everything before it has been handled.
-    uint32_t ask(std::vector<uint8_t> message, uint32_t type) {
-        flush();
-        client.fillHeader(message, type, ++sequence);
-        EXPECT_TRUE(client.send(message));
-        for (;;) {
-            const std::vector<uint8_t> answer = client.receive();
-            if (answer.empty()) return ADD_FAILURE() << "no answer to " << type, 1;
-            const auto* hdr = reinterpret_cast<const ipcHdr*>(answer.data());
-            if (hdr->mtype == type && hdr->sequence == sequence)
-                return answer.size() >= sizeof(cliHdr) && type == MT_CLI_COMMAND
-                           ? reinterpret_cast<const cliHdr*>(answer.data())->result
-                           : hdr->result;
-        }
-    }
-    // A message of a reliable queue, which may come twice.
-    void post(std::vector<uint8_t> message, uint32_t type, uint32_t ofSession, uint32_t* numbers) {
-        client.fillHeader(message, type, ++sequence);
-        headerOf(message)->session = ofSession;
-        headerOf(message)->swpSeq = ++*numbers;
-        for (uint32_t times = 1 + (below(8) == 0); times > 0; times--)
-            EXPECT_TRUE(client.send(message));
-    }
-    void flush() {
-        if (eventCount == 0) return;
-        std::vector<uint8_t> message(sizeof(ifmEventMsg));
-        reinterpret_cast<ifmEventMsg*>(message.data())->count = eventCount;
-        message.insert(message.end(), events.begin(), events.end());
-        events.clear();
-        eventCount = 0;
-        post(message, MT_IFM_EVT_NOTIF, session, &number);
-    }
-    template <class Record>
-    void addRecord(uint16_t type, const Record& given, const std::vector<uint32_t>& more = {}) {
-        Record record = given;
-        record.hdr.type = type;
-        record.hdr.length = static_cast<uint16_t>(sizeof record + 4 * more.size());
-        const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
-        events.insert(events.end(), bytes, bytes + sizeof record);
-        for (be32 word; uint32_t value : more) {
-            word = value;
-            events.insert(events.end(), word.b, word.b + 4);
-        }
-        // Several go in one message now and then.
-        if (++eventCount >= 8 || below(2) == 0) flush();
-    }
-    void event(uint16_t type, const std::vector<uint32_t>& words) {
-        struct {
-            ifmSvcHdr hdr;
-        } front;
-        addRecord(type, front, words);
-    }
-    void list(uint32_t type, uint32_t first, const std::vector<uint32_t>& all) {
-        flush();
-        std::vector<uint8_t> message(sizeof(ifmListMsg) + 4 * all.size());
-        auto* m = reinterpret_cast<ifmListMsg*>(message.data());
-        m->ifindex = first;
-        m->count = static_cast<uint32_t>(all.size());
-        auto* words = reinterpret_cast<be32*>(message.data() + sizeof *m);
-        for (uint32_t value : all) *words++ = value;
-        post(message, type, session, &number);
-    }
-
-    // --- what is told ---
 
     void joinVlan(uint32_t vlan, uint32_t member) {
         event(IFM_TYP_ADD_VLAN_PORT, {member, vlan});
@@ -309,36 +47,6 @@ struct placesFixture : chassisFixture {
     void leaveLag(uint32_t lag, uint32_t port) {
         event(IFM_SVC_DEL_LAG_PORT, {lag, port});
         std::erase(model.lags[lag], port);
-    }
-    void tellAddress(uint32_t place, const std::string& address, bool add) {
-        const bool v6 = address.find(':') != address.npos;
-        uint8_t bytes[16] = {};
-        inet_pton(v6 ? AF_INET6 : AF_INET, address.c_str(), bytes);
-        if (v6) {
-            ifmSvcIp6 record{};
-            record.ifindex = place;
-            std::memcpy(record.address, bytes, sizeof bytes);
-            record.prefixLength = 64;
-            const ifmSvcType gone = below(2) == 0 ? IFM_SVC_DEL_IP6 : IFM_SVC_DEL_IP6_UNLESS_KEPT;
-            addRecord(add ? IFM_SVC_ADD_IP6 : gone, record);
-        } else if (add) {
-            ifmSvcAddIp record{};
-            record.ifindex = place;
-            std::memcpy(record.address.b, bytes, 4);
-            record.mask = 0xFFFFFF00u;
-            addRecord(IFM_SVC_ADD_IP, record);
-        } else {
-            ifmSvcDelIp record{};
-            record.ifindex = place;
-            std::memcpy(record.address.b, bytes, 4);
-            addRecord(IFM_SVC_DEL_IP, record);
-        }
-    }
-    void tellGroup(uint32_t place, uint32_t group, bool add) {
-        const bool vlan = placesModel::isVlan(place);
-        event(add ? (vlan ? IFM_SVC_ADD_VLAN_MGID : IFM_SVC_ADD_LAG_MGID)
-                  : (vlan ? IFM_SVC_DEL_VLAN_MGID : IFM_SVC_DEL_LAG_MGID),
-              {place, group, 0, 0});
     }
     static protRecord recordOf(const modelProtocol& p, uint32_t place, uint32_t mac) {
         protRecord record{};
@@ -358,30 +66,6 @@ struct placesFixture : chassisFixture {
         std::copy(std::begin(words), std::end(words), record.vmac);
         return record;
     }
-    void tellProtocol(const modelProtocol& p, uint32_t place, uint32_t mac, bool enable) {
-        flush();
-        if (below(4) == 0) {
-            std::vector<uint8_t> message(sizeof(protEnableSwpMsg));
-            reinterpret_cast<protEnableSwpMsg*>(message.data())->record = recordOf(p, place, mac);
-            post(message, enable ? MT_PROT_VRRP_FIRST : MT_PROT_VRRP_LAST, session + 1,
-                 &vrrpNumber);
-        } else {
-            std::vector<uint8_t> message(sizeof(protEnableMsg));
-            reinterpret_cast<protEnableMsg*>(message.data())->record = recordOf(p, place, mac);
-            EXPECT_EQ(ask(message, enable ? MT_PROT_FIRST : MT_PROT_LAST), 0u);
-        }
-    }
-    uint32_t cli(uint32_t code) {
-        std::vector<uint8_t> message(sizeof(cliHdr));
-        reinterpret_cast<cliHdr*>(message.data())->code = code;
-        return ask(message, MT_CLI_COMMAND);
-    }
-    // A protocol on an interface of the type that is ignored: an answer, and nothing else.
-    void settle() {
-        std::vector<uint8_t> message(sizeof(protEnableMsg));
-        reinterpret_cast<protEnableMsg*>(message.data())->record.ifindex = ifindexMake(11, 1);
-        EXPECT_EQ(ask(message, MT_PROT_LAST), 0u);
-    }
     // To a manager that has started again: what its neighbours know.
     void tellAll() {
         session += 2;
@@ -397,8 +81,7 @@ struct placesFixture : chassisFixture {
         for (const auto& [place, all] : model.protocols)
             for (const auto& [key, users] : all)
                 for (uint32_t i = 0; i < users; i++)
-                    tellProtocol(*std::ranges::find(modelProtocols, key.first, &modelProtocol::id),
-                                 place, key.second, true);
+                    tellProtocol(recordOf(modelProtocolOf(key.first), place, key.second), true);
         flush();
         post(std::vector<uint8_t>(sizeof(ifmEventMsg)), MT_IFM_EVT_NOTIF, session, &number);
     }
@@ -439,7 +122,7 @@ struct placesFixture : chassisFixture {
 
 // --- steps ---------------------------------------------------------------------------------------
 
-typedef placesFixture fx;
+typedef modelChassis fx;
 
 void stepVlanMember(fx& t) {
     const uint32_t vlan = t.anyOf(t.vlans), member = t.anyOf(t.members);
@@ -536,7 +219,7 @@ void stepProtocol(fx& t) {
     const bool enable = t.below(5) < 3;
     t.note((enable ? "enable " : "disable ") + std::to_string(p.id) + " mac " +
            std::to_string(mac) + " " + t.name(place));
-    t.tellProtocol(p, place, mac, enable);
+    t.tellProtocol(t.recordOf(p, place, mac), enable);
     auto& on = t.model.protocols[place];
     uint32_t& users = on[{p.id, mac}];
     if (enable)
@@ -659,8 +342,8 @@ void makeLists(fx& t) {
 
 // ACL_PLACE_STEPS of the environment says how many steps; ACL_PLACE_SEED which ones.
 TEST(Places, CardsHoldWhatFollowsFromEverythingThatWasTold) {
-    const uint32_t count = fromEnvironment("ACL_PLACE_STEPS", 200);
-    placesFixture chassis(fromEnvironment("ACL_PLACE_SEED", 1));
+    const uint32_t count = fromEnvironment("ACL_PLACE_STEPS", 600);
+    modelChassis chassis(fromEnvironment("ACL_PLACE_SEED", 1));
     makeLists(chassis);
     ASSERT_TRUE(chassis.expectCards(0));
     for (uint32_t step = 1; step <= count && !testing::Test::HasFailure(); step++) {
@@ -676,7 +359,7 @@ TEST(Places, CardsHoldWhatFollowsFromEverythingThatWasTold) {
 }
 
 TEST(Places, ALagOverThreeCardsStaysInStep) {
-    placesFixture chassis(1);
+    modelChassis chassis(1);
     EXPECT_TRUE(chassis.startAgent(AGENT_CP));  // "installed" asks all agents
     makeLists(chassis);
     const uint32_t lag = chassis.lags[0];
