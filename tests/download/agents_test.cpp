@@ -215,9 +215,14 @@ TEST_F(Agents, ACardIsReplayedWhenThePrimaryRoleComesBack) {
             "30003>5mac end 0";
     EXPECT_EQ(aclVlanMemberAdd(VLAN_10, PORT_5_0), 0);
     EXPECT_EQ(pass(true), nothing);
+    const zekSwpHandle queues[] = {card5.aclAgent, card5.macAgent};
+    int before[2];
+    for (size_t i = 0; i < 2; i++) before[i] = testHost.replays[queues[i]];
     EXPECT_EQ(pass(false), nothing);
     EXPECT_EQ(aclSendToPlace({PORT_5_0, INTF_IN}, {14409, &made.list}), 0);
     EXPECT_EQ(pass(false), nothing);
+    for (size_t i = 0; i < 2; i++)
+        EXPECT_EQ(testHost.replays[queues[i]], before[i] + 1) << "what waited was taken back once";
     EXPECT_EQ(aclVlanInfoTreeFindFirst(aclVlanTreeFind(VLAN_10)), nullptr)
         << "who is a member was forgotten";
     EXPECT_EQ(pass(true), nothing) << "and is to be told first";
