@@ -18,8 +18,6 @@
 
 namespace {
 
-constexpr uint32_t TYPE_WITHOUT_OPTION = 1;
-
 // The contents of entries, as the agents know them by.
 struct contents {
     std::vector<uint64_t> hashes;
@@ -76,10 +74,10 @@ bool isUp(int slot) {
 void addCards4(const aclList& list, std::string* rows) {
     for (uint32_t slot = 0; slot < SLOT_COUNT; slot++) {
         if (!isUp(static_cast<int>(slot))) continue;
-        const bool all = slot == 0 || aclLinecardInfo[slot].type != TYPE_WITHOUT_OPTION;
+        const auto takes = aclEntriesTakenBy(slot);
         contents held;
         for (const aclEntry& e : entriesOf<aclEntry>(list.head))
-            if (all || (e.block.reserved40 & ENTRY_OPTION_BIT) == 0) held.add(e);
+            if (takes(e.block)) held.add(e);
         append(rows, "control port", ifindexControlPort(slot), slot, &held);
     }
 }

@@ -134,10 +134,6 @@ bool withoutOption(const ipEntryBlock& block) {
 bool anyEntry(const ipEntryBlock&) {
     return true;
 }
-// The control processor's own card takes everything.
-auto takenBy(uint32_t slot) {
-    return slot != 0 && aclLinecardInfo[slot].type == 1 ? withoutOption : anyEntry;
-}
 
 // IPv6 entries are for a card as a whole: no interface, no pipe.
 aclTarget wholeCard(uint32_t slot) {
@@ -156,7 +152,7 @@ uint32_t change(const ip6EntryBlock& block, bool add) {
 
 // To the card of a slot, all at once: the entries of one step are alike.
 uint32_t sendTo(uint32_t slot, const ipEntryBlock* blocks, uint32_t count, bool add) {
-    if (!takenBy(slot)(blocks[0])) return ACL_OK;
+    if (!aclEntriesTakenBy(slot)(blocks[0])) return ACL_OK;
     return (add ? ipSysAddThirteenAccessEntry : ipSysDelThirteenAccessEntry)(
         globalName, blocks, 0, ifindexControlPort(slot), count);
 }
@@ -252,12 +248,17 @@ aclSystemEntries aclAddressDhcpEntries(const aclAddress& address) {
     return entries;
 }
 
+// The control processor's own card takes everything.
+bool (*aclEntriesTakenBy(uint32_t slot))(const ipEntryBlock& block) {
+    return slot != 0 && aclLinecardInfo[slot].type == 1 ? withoutOption : anyEntry;
+}
+
 void aclSendGlobalAclToNewLineCard(uint32_t slot) {
     const uint32_t ifindex = ifindexControlPort(slot);
     const aclList* list = ipSysAccessListFind(globalName);
     if (list != nullptr && list->head != nullptr) {
         ipSysSendHeader(globalName, ifindex);
-        ipSysSendEntries(globalName, ifindex, takenBy(slot));
+        ipSysSendEntries(globalName, ifindex, aclEntriesTakenBy(slot));
     }
     aclReplayPortEntries(slot);
 }
