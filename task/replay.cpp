@@ -22,15 +22,17 @@ void aclReplayToAgent(uint32_t agent, bool registered) {
     for (zekSwpHandle queue : {lists, mac}) zekSwpReplayEnd(queue);
 }
 
-void aclReplayOwed() {
+void aclNoticeRole() {
     static bool wasPrimary = true;
-    if (!aclMayDownload()) {
-        if (!std::exchange(wasPrimary, false)) return;
-        aclLockHeld<aclLock::write> held;
-        return aclFollowPrimaryLost();
-    }
-    if (!std::exchange(wasPrimary, true)) aclAwaitPlaces();
-    if (aclPlacesAreAwaited()) return;
+    const bool is = aclMayDownload();
+    if (is == std::exchange(wasPrimary, is)) return;
+    if (is) return aclAwaitPlaces();
+    aclLockHeld<aclLock::write> held;
+    aclFollowPrimaryLost();
+}
+
+void aclReplayOwed() {
+    if (!aclMayDownload() || aclPlacesAreAwaited()) return;
     for (uint32_t slot = 0; slot < SLOT_COUNT; slot++)
         if (aclLinecardInfo[slot].state.owed) aclFollowPrimaryBack(slot);
 }

@@ -361,6 +361,7 @@ void aclLoopOnce(aclNodeRecord* node, uint32_t pass, std::span<uint8_t, IPC_BUFF
     aclCounters.passes++;
     const int selected =
         zekSelect(ZEK_FD_MAX, &ready, aclPlacesAreAwaited() ? 50 : SELECT_TIMEOUT_MS);
+    aclNoticeRole();
     if (selected > 0) {
         // One message of each a pass: a flood of requests does not keep the timers from being
         // served.

@@ -140,7 +140,9 @@ void aclServeQueues();
 // Sends an agent whose queue is there everything that it is to hold, in a new session.
 // `registered`: the peer and the MAC manager hear of the card too.
 void aclReplayToAgent(uint32_t agent, bool registered);
-// The replays that are owed since this route processor was not primary; called on every pass.
+// Whether this route processor has got the primary role, or lost it: looked at on every pass before
+// its messages, which may be the news that follow. Then the replays that are owed since it had not.
+void aclNoticeRole();
 void aclReplayOwed();
 
 // --- registrations of clients (clientReg.cpp) ------------------------------------------------

@@ -136,8 +136,12 @@ void protocolsLeave(uint32_t ifindex, protocolModel* model, toldItems* items) {
 
 toldItems protocolsWhole(const protocolModel& model, protocolWay way) {
     toldItems items;
-    for (const protocolUse& use : model.enabled)
-        if (protocolWayOf(use.id) == way) items.push_back(itemOf(use, true));
+    for (const protocolUse& use : model.enabled) {
+        if (protocolWayOf(use.id) != way) continue;
+        // The manager counts who uses RIP: one that has only stood still is not to count us twice.
+        if (use.id == PROT_RIP) items.push_back(itemOf(use, false));
+        items.push_back(itemOf(use, true));
+    }
     return items;
 }
 
