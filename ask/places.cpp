@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <functional>
+#include <set>
 
 #include "ask/placeWords.h"
 #include "include/agentState.h"
@@ -164,12 +165,15 @@ std::string listsText(const aclIntf* intf) {
     return array(rows);
 }
 
+// Each once, whatever order they came in and however many virtual addresses they have.
 std::string protocolWords(const aclPlaceUse* use) {
-    std::string words;
+    std::set<std::string_view> words;
     if (use != nullptr)
         for (const aclProtocolUse& protocol : use->protocols)
-            appendString(&words, aclProtocolOf(protocol.record.id).word);
-    return array(words);
+            words.insert(aclProtocolOf(protocol.record.id).word);
+    std::string items;
+    for (std::string_view word : words) appendString(&items, word);
+    return array(items);
 }
 
 void appendPlace(const place& p, std::string* rows) {
@@ -286,7 +290,8 @@ std::string answer(const question& what, std::string_view args,
     if (args.empty()) return pageAfter(what, 0);
     if (args.starts_with(after) && numberOf(args.substr(after.size()), &ifindex))
         return pageAfter(what, ifindex);
-    if (!indexOf(args, &ifindex)) return refused("There is no interface " + std::string(args));
+    if (!indexOf(args, &ifindex))
+        return refused("The chassis has no interface " + std::string(args));
     // What has no name in the chassis is called by its index, which is a name of any index.
     char name[64];
     return onePlace(what, ifindex, ifmIfIndexToLName(ifindex, name, sizeof name) == 0);

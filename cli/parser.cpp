@@ -170,6 +170,7 @@ cursor begin(const cliContext& context, cliCommand* command) {
     command->seqColumn = NO_COLUMN;
     command->kind = 0;
     command->number = command->direction = command->implicitPermit = 0;
+    command->pair = {};
     command->vlans = "";
     command->name = "";
     command->text.clear();
@@ -279,6 +280,8 @@ bool cliHelp(const cliContext& context, std::string_view line, std::vector<cliHe
 bool cliInText(const cliContext& context, std::string_view line) {
     cliCommand command;
     cursor c = begin(context, &command);
+    size_t front = 0;
+    if (lexWord(line, &front).starts_with('!')) return true;  // a comment
     for (;;) {
         const std::string_view word = lexWord(line, &c.at);
         if (word.empty()) return false;

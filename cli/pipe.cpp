@@ -85,8 +85,8 @@ bool pipeParse(std::string_view* line, cliPipe* pipe, size_t* column, std::strin
             std::string_view bad = row ? first : word;
             *column = bad.empty() ? lexTrimEnd(rest).size() + 1
                                   : static_cast<size_t>(bad.data() - all.data());
-            *error =
-                row ? "The filter needs a text" : "Not a filter: include, exclude, begin, count";
+            *error = row ? "The filter needs a text"
+                         : "No such filter; there are include, exclude, begin and count";
             return false;
         }
         // The text is all up to the next bar, blanks within it included.

@@ -307,6 +307,8 @@ cliOutcome sessionDebug(cliSession* session, std::string_view function, std::str
     // Minus one: nobody answered. Other failures have the manager's own words in the text.
     if (called == -1) session->unreachable = true;
     std::string why = text->empty() ? askText(askResult::noAnswer, o.timeoutMs) : *text;
+    // Those of the platform are parts of a sentence.
+    if (called == -1) why[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(why[0])));
     return refusal(std::string(lexTrimEnd(why)));
 }
 

@@ -211,10 +211,12 @@ bool readAddress(const ifmCommand& c, ifmAddress* address) {
     if (!v6) std::fill(address->bytes.begin() + 4, address->bytes.end(), uint8_t{0});
     if ((!v6 && address->family != 4) || address->length == 0 || address->length > (v6 ? 128 : 32))
         return c.refuse("An address has a prefix length of 1 to 32, or of IPv6 1 to 128");
-    // What nobody can have: nothing, everybody, a group.
-    const bool none = std::ranges::all_of(address->bytes, [](uint8_t b) { return b == 0; });
-    if (none || address->bytes[0] >= (v6 ? 0xFF : 224))
-        return c.refuse("That is no address of an interface");
+    // What nobody can have: nothing, oneself, everybody, a group.
+    constexpr std::array<uint8_t, 16> none{},
+        loopback6{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+    const bool loopback = v6 ? address->bytes == loopback6 : address->bytes[0] == 127;
+    if (address->bytes == none || loopback || address->bytes[0] >= (v6 ? 0xFF : 224))
+        return c.refuse("An interface has no such address (zero, loopback, group, broadcast)");
     return true;
 }
 

@@ -28,22 +28,22 @@ constexpr std::array<uint8_t, 16> v6AllOf(uint8_t last) {  // ff02::X
 
 // clang-format off
 constexpr protocolRow rows[] = {
-    {PROT_OSPF,         "OSPF",         89,             0,    v4(224, 0, 0, 5)},
-    {PROT_ISIS,         "ISIS",         0,              0,    NO_GROUP},
-    {PROT_BGP,          "BGP",          6,              179,  NO_GROUP},
-    {PROT_RIP,          "RIP",          17,             520,  v4(224, 0, 0, 9)},
+    {PROT_OSPF,         "ospf",          89,             0,    v4(224, 0, 0, 5)},
+    {PROT_ISIS,         "isis",          0,              0,    NO_GROUP},
+    {PROT_BGP,          "bgp",           6,              179,  NO_GROUP},
+    {PROT_RIP,          "rip",           17,             520,  v4(224, 0, 0, 9)},
     // Its port field carries the protocol number as well.
-    {PROT_VRRP,         "VRRP",         112,            112,  v4(224, 0, 0, 18)},
-    {PROT_HSRP,         "HSRP",         17,             1985, v4(224, 0, 0, 2)},
-    {PROT_NTP,          "NTP",          17,             123,  v4(224, 0, 1, 1)},
-    {PROT_PIMSM,        "PIM",          103,            0,    v4(224, 0, 0, 13)},
-    {PROT_IGMP,         "IGMP",         2,              0,    v4(224, 0, 0, 1)},
-    {PROT_FEFD,         "FEFD",         0,              0,    NO_GROUP},
-    {PROT_IGMPSNOOPING, "IGMPSNOOPING", 2,              0,    v4(224, 0, 0, 1), 3},
-    {PROT_OSPF_V3,      "OSPFV3",       PROT_RECORD_V6, 0,    v6AllOf(5)},
-    {PROT_PIM_V6,       "PIMV6",        PROT_RECORD_V6, 0,    v6AllOf(13)},
-    {PROT_MLDSNOOPING,  "MLDSNOOPING",  PROT_RECORD_V6, 0,    v6AllOf(1)},
-    {PROT_GVRP,         "GVRP",         0,              0,    NO_GROUP},
+    {PROT_VRRP,         "vrrp",          112,            112,  v4(224, 0, 0, 18)},
+    {PROT_HSRP,         "hsrp",          17,             1985, v4(224, 0, 0, 2)},
+    {PROT_NTP,          "ntp",           17,             123,  v4(224, 0, 1, 1)},
+    {PROT_PIMSM,        "pim-sm",        103,            0,    v4(224, 0, 0, 13)},
+    {PROT_IGMP,         "igmp",          2,              0,    v4(224, 0, 0, 1)},
+    {PROT_FEFD,         "fefd",          0,              0,    NO_GROUP},
+    {PROT_IGMPSNOOPING, "igmp-snooping", 2,              0,    v4(224, 0, 0, 1), 3},
+    {PROT_OSPF_V3,      "ospfv3",        PROT_RECORD_V6, 0,    v6AllOf(5)},
+    {PROT_PIM_V6,       "pim-v6",        PROT_RECORD_V6, 0,    v6AllOf(13)},
+    {PROT_MLDSNOOPING,  "mld-snooping",  PROT_RECORD_V6, 0,    v6AllOf(1)},
+    {PROT_GVRP,         "gvrp",          0,              0,    NO_GROUP},
 };
 // clang-format on
 
@@ -116,12 +116,23 @@ bool protocolApply(const chassisDescription& chassis, std::span<const uint8_t> r
         return refuse("Only VRRP, HSRP and NTP have a virtual MAC address");
     const auto known = std::ranges::find(model->enabled, use);
     const bool is = known != model->enabled.end();
+    const bool others = std::ranges::any_of(model->enabled, [&use](const protocolUse& u) {
+        return u.id == use.id && u.ifindex == use.ifindex && u.vmac != use.vmac;
+    });
     if (req->command == CHASSIS_PROTOCOL_ENABLE) {
         if (is) return true;
+        // The manager knows a second one by nothing that tells it from the first.
+        if (use.id == PROT_NTP && others)
+            return refuse("It is enabled on " + name +
+                          " with another virtual MAC address: disable that first");
         if (model->enabled.size() >= PROTOCOLS_MAX) return refuse("There are too many protocols");
         model->enabled.push_back(use);
     } else {
-        if (!is) return refuse("It is not enabled on " + name);
+        if (!is)
+            return refuse("It is not enabled on " + name +
+                          (!others   ? ""
+                           : hasVmac ? " with this virtual MAC address"
+                                     : " without a virtual MAC address: name it behind vmac"));
         model->enabled.erase(known);
     }
     items->push_back(itemOf(use, req->command == CHASSIS_PROTOCOL_ENABLE));

@@ -18,7 +18,8 @@ struct protocolModel {
 // VRRP speaks through a reliable queue of its own, the others by plain requests.
 enum class protocolWay { requests, queue };
 
-// A protocol's word, "OSPF"; null when there is no such protocol.
+// A protocol's word, as the manager and the shell have it, "ospf"; null when there is no such
+// protocol.
 [[nodiscard]] const char* protocolName(uint32_t id);
 [[nodiscard]] protocolWay protocolWayOf(uint32_t id);
 

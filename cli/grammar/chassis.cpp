@@ -171,21 +171,21 @@ constexpr grammarNode protocolWord(std::string_view word, const char* help, prot
     return kw(word, help, sProtocolPlace, setNumber, id);
 }
 constexpr grammarNode protocolNameNodes[] = {
-    protocolWord("OSPF", "OSPF", PROT_OSPF),
-    protocolWord("OSPFV3", "OSPF for IPv6", PROT_OSPF_V3),
-    protocolWord("ISIS", "IS-IS", PROT_ISIS),
-    protocolWord("BGP", "BGP", PROT_BGP),
-    protocolWord("RIP", "RIP", PROT_RIP),
-    protocolWord("VRRP", "VRRP", PROT_VRRP),
-    protocolWord("HSRP", "HSRP", PROT_HSRP),
-    protocolWord("NTP", "NTP", PROT_NTP),
-    protocolWord("PIM", "PIM sparse mode", PROT_PIMSM),
-    protocolWord("PIMV6", "PIM for IPv6", PROT_PIM_V6),
-    protocolWord("IGMP", "IGMP", PROT_IGMP),
-    protocolWord("IGMPSNOOPING", "IGMP snooping", PROT_IGMPSNOOPING),
-    protocolWord("MLDSNOOPING", "MLD snooping", PROT_MLDSNOOPING),
-    protocolWord("FEFD", "far-end failure detection", PROT_FEFD),
-    protocolWord("GVRP", "GVRP", PROT_GVRP),
+    protocolWord("ospf", "OSPF", PROT_OSPF),
+    protocolWord("ospfv3", "OSPF for IPv6", PROT_OSPF_V3),
+    protocolWord("isis", "IS-IS", PROT_ISIS),
+    protocolWord("bgp", "BGP", PROT_BGP),
+    protocolWord("rip", "RIP", PROT_RIP),
+    protocolWord("vrrp", "VRRP", PROT_VRRP),
+    protocolWord("hsrp", "HSRP", PROT_HSRP),
+    protocolWord("ntp", "NTP", PROT_NTP),
+    protocolWord("pim-sm", "PIM sparse mode", PROT_PIMSM),
+    protocolWord("pim-v6", "PIM for IPv6", PROT_PIM_V6),
+    protocolWord("igmp", "IGMP", PROT_IGMP),
+    protocolWord("igmp-snooping", "IGMP snooping", PROT_IGMPSNOOPING),
+    protocolWord("mld-snooping", "MLD snooping", PROT_MLDSNOOPING),
+    protocolWord("fefd", "far-end failure detection", PROT_FEFD),
+    protocolWord("gvrp", "GVRP", PROT_GVRP),
 };
 constexpr grammarState sProtocolName{protocolNameNodes};
 constexpr auto protocolPlaceNodes = placeNodesTo(sProtocolPlaceId, sVmac);

@@ -119,8 +119,10 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
         json shown = listRow(*session, at);
         json rows = json::array();
         agentReply reply = agentRows(session, place, request, "entries", [&](const json& entry) {
+            // Entries of the system's own lists have no numbers.
+            const bool numbered = session->options.json || jsonNumber(entry, "seq") != UINT32_MAX;
             rows.push_back(
-                {{"seq", jsonNumber(entry, "seq")},
+                {{"seq", numbered ? json(jsonNumber(entry, "seq")) : json("-")},
                  {"action", actionText(entry)},
                  {"protocol", protocolText(entry)},
                  {"source", jsonText(entry, "src") + " " + jsonText(entry, "srcMask")},
@@ -185,6 +187,8 @@ cliOutcome showCard(cliSession* session, const cliCommand& command, cliPipe* pip
             reply = entriesOf(session, place, request.name, lists, &answer);
         else
             for (const json& list : lists) answer.push_back(listRow(*session, list));
+        if (reply == agentReply::good && lists.empty() && !command.name.empty())
+            reply = agentReply::noList;
     }
     if (reply == agentReply::silent || reply == agentReply::notRunning) session->unreachable = true;
     if (reply != agentReply::good)

@@ -84,6 +84,15 @@ std::string refusalText(uint32_t command, uint32_t status, const json& answer) {
     return text;
 }
 
+// A LAG of 64 ports is no cell of a table.
+void shortenCells(json* answer) {
+    constexpr size_t CELL_WIDTH = 40;
+    if (answer->contains("rows"))
+        for (json& row : (*answer)["rows"])
+            for (auto& [key, cell] : row.items())
+                if (cell.is_string()) cell = shortened(cell.get<std::string>(), CELL_WIDTH);
+}
+
 }  // namespace
 
 cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPipe* pipe) {
@@ -113,6 +122,7 @@ cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPip
     json answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
     if (status != CHASSIS_OK) return refusal(refusalText(command.kind, status, answer));
     if (!answer.is_object()) return refusal("The answer of chassisd is not understood");
+    if (command.kind == CHASSIS_INTERFACES && !session->options.json) shortenCells(&answer);
     renderAnswer(*session, answer.contains("rows") ? answer["rows"] : answer, pipe);
     return {};
 }

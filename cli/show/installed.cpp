@@ -20,6 +20,10 @@ constexpr shownFamily familyOf(uint32_t kind) {
     return mac ? shownFamily{"mac", AGENT_LIST_MAC} : shownFamily{"ip", AGENT_LIST_IP4};
 }
 
+// Their names have blanks.
+constexpr const char* NO_SYSTEM_LIST =
+    "There is no such system list; there are \"Global Acl\" and \"v6 Global Acl\"";
+
 // What is asked about: a list of one family.
 struct subject {
     shownFamily family;
@@ -251,7 +255,8 @@ cliOutcome showInstalled(cliSession* session, const cliCommand& command, cliPipe
     // A list that the manager does not know may still be left over on a card; only then there is
     // something to show.
     if (compared.missing && compared.places.empty())
-        return refusal(aclStatusFind(ACL_E_NOLIST)->text);
+        return refusal(command.kind == KIND_SYSTEM ? NO_SYSTEM_LIST
+                                                   : aclStatusFind(ACL_E_NOLIST)->text);
     json rows = json::array();
     bool inStep = true;
     for (const place& p : compared.places) {
@@ -281,7 +286,7 @@ cliOutcome showSystemLists(cliSession* session, const cliCommand& command, cliPi
         if (cliOutcome asked = compareAll(session, what, &compared); !asked.ok) return asked;
         addCardRows(name, jsonNumber(list, "entries"), compared, &rows, &inStep);
     }
-    if (rows.empty() && !command.name.empty()) return refusal(aclStatusFind(ACL_E_NOLIST)->text);
+    if (rows.empty() && !command.name.empty()) return refusal(NO_SYSTEM_LIST);
     renderAnswer(*session, rows, pipe);
     return {inStep, "", 0};
 }

@@ -1,6 +1,7 @@
 // Interfaces, VLANs, LAGs and the protocols on them: a line for each, or one with all that is known
 // of it. JSON has all of it always.
 #include <map>
+#include <set>
 
 #include "cli/lexer.h"
 #include "cli/show/render.h"
@@ -10,11 +11,6 @@ namespace {
 // Widths that keep a line below 100 columns.
 constexpr size_t MEMBERS_WIDTH = 32, VLANS_WIDTH = 14, PROTOCOLS_WIDTH = 18, LINE_WIDTH = 70;
 
-std::string shortened(std::string text, size_t width) {
-    if (text.size() <= width) return text;
-    text.resize(width - 3);
-    return text + "...";
-}
 std::string joined(const json& texts, const char* separator = ",") {
     std::string all;
     for (const json& item : texts)
@@ -61,6 +57,12 @@ size_t listCount(const json& row) {
     for (const json& list : jsonArray(row, "lists")) count += list.contains("yields") ? 0 : 1;
     return count;
 }
+// Slots are numbers: 2 before 10. "-", of what is no port, is the first.
+struct cardLess {
+    bool operator()(const std::string& a, const std::string& b) const {
+        return a.size() != b.size() ? a.size() < b.size() : a < b;
+    }
+};
 std::string cardOf(const cliSession& session, const std::string& port) {
     uint32_t ifindex = 0;
     if (!chassisIfIndex(session.chassis, port, &ifindex)) return "-";
@@ -88,7 +90,7 @@ json interfaceLine(const cliSession&, const json& row) {
 json vlanLine(const cliSession&, const json& row) {
     const json& members = jsonArray(row, "members");
     json line = {{"vlan", jsonNumber(row, "id")},
-                 {"ports", members.size()},
+                 {"count", members.size()},
                  {"members", shortened(joined(members), MEMBERS_WIDTH)},
                  {"group-id", jsonNumber(row, "group-id")}};
     addUses(row, &line);
@@ -96,11 +98,9 @@ json vlanLine(const cliSession&, const json& row) {
 }
 json lagLine(const cliSession& session, const json& row) {
     const json& members = jsonArray(row, "members");
-    json cards = json::array();
+    std::set<std::string, cardLess> cards;
     for (const json& member : members)
-        if (json card = cardOf(session, member.is_string() ? member.get<std::string>() : "");
-            std::ranges::find(cards, card) == cards.end())
-            cards.push_back(card);
+        cards.insert(cardOf(session, member.is_string() ? member.get<std::string>() : ""));
     json line = {{"port-channel", jsonNumber(row, "id")},
                  {"members", shortened(joined(members), MEMBERS_WIDTH)},
                  {"cards", joined(cards)},
@@ -122,7 +122,7 @@ json lagMembers(const cliSession& session, const json& members) {
 }
 // A VLAN may have hundreds: card by card, several to a line.
 json vlanMembers(const cliSession& session, const json& members) {
-    std::map<std::string, std::vector<std::string>> byCard;
+    std::map<std::string, std::vector<std::string>, cardLess> byCard;
     for (const json& member : members) {
         const std::string name = member.is_string() ? member.get<std::string>() : "";
         std::vector<std::string>& lines = byCard[cardOf(session, name)];
@@ -140,12 +140,16 @@ json listRows(const json& lists) {
     for (const json& list : lists) {
         const bool known = list.contains("configured") && list["configured"] == true;
         const bool yields = list.contains("yields") && list["yields"] == true;
+        // As `installed` calls it.
+        const bool unsent =
+            jsonText(list, "family") == "mac" && jsonText(list, "of").starts_with("vlan ");
         rows.push_back({{"direction", jsonText(list, "direction")},
                         {"family", jsonText(list, "family")},
                         {"list", jsonText(list, "list")},
                         {"of", jsonText(list, "of")},
                         {"state", yields   ? "the port's own goes first"
                                   : !known ? "not defined"
+                                  : unsent ? "not sent for VLANs"
                                            : ""}});
     }
     return rows;
@@ -245,9 +249,13 @@ cliOutcome showPortChannels(cliSession* session, const cliCommand& command, cliP
 cliOutcome showProtocols(cliSession* session, const cliCommand& command, cliPipe* pipe) {
     json rows;
     if (cliOutcome asked = ask(session, "protocols", command.text, &rows); !asked.ok) return asked;
-    // In a line the first address that is trapped, and how many there are behind it.
+    // In a line the first address that is trapped, and how many there are behind it; a protocol
+    // that has none of its own is told with zeros.
     if (!session->options.json)
-        for (json& row : rows) row["traps"] = firstOf(jsonArray(row, "traps"));
+        for (json& row : rows) {
+            const std::string first = firstOf(jsonArray(row, "traps"));
+            row["traps"] = first.starts_with("00:00:00:00:00:00") ? "none" : first;
+        }
     renderAnswer(*session, rows, pipe);
     return {};
 }

@@ -116,6 +116,14 @@ const json& jsonArray(const json& object, const char* key) {
     return at != object.end() && at->is_array() ? *at : none;
 }
 
+std::string shortened(std::string text, size_t width) {
+    if (text.size() <= width) return text;
+    // Not inside an item: a part of a number is another number.
+    const size_t comma = text.rfind(',', width - 3);
+    text.resize(comma != text.npos ? comma + 1 : width - 3);
+    return text + "...";
+}
+
 void renderAnswer(const cliSession& session, const json& value, cliPipe* pipe) {
     if (session.options.json)
         pipeText(pipe, jsonDump(value, 2) + "\n");

@@ -16,6 +16,9 @@ uint64_t jsonNumber(const json& object, const char* key);
 std::string jsonText(const json& object, const char* key);
 const json& jsonArray(const json& object, const char* key);
 
+// A list "a,b,c" that fits into a cell of a table: a longer one ends behind an item, with "...".
+std::string shortened(std::string text, size_t width);
+
 // Prints a value: with --json as it is, else as aligned text. A string is text already.
 void renderAnswer(const cliSession& session, const json& value, cliPipe* pipe);
 // Prints the verdict of a test and what decided; the outcome is the verdict.

@@ -138,6 +138,8 @@ cliOutcome showStartup(cliSession* session, const cliCommand&, cliPipe* pipe) {
     // What "write memory" has left; it is a file of plain lines.
     std::string file = session->options.runDir + "/startup-config";
     std::ifstream in(file);
+    if (!in && errno == ENOENT)
+        return refusal("No startup configuration is saved (write memory saves one)");
     if (!in) return refusal(file + ": " + strerror(errno));
     lineSink sink{pipe, session->options.json};
     for (std::string line; std::getline(in, line);) sinkLine(sink, line);

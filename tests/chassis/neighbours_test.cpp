@@ -168,10 +168,13 @@ TEST(Neighbours, WhatCannotBeIsRefusedAndChangesNothing) {
         EXPECT_NE(m.why.find(row.why), std::string::npos) << m.why << " for " << row.why;
     }
     const std::vector<uint8_t> v6(16, 0);
-    std::vector<uint8_t> group(16, 0xFF);
+    std::vector<uint8_t> group(16, 0xFF), loopback = v6;
+    loopback.back() = 1;
     for (const auto& [bytes, length] : {std::pair(std::vector<uint8_t>{10, 0, 0, 2}, 0u),
                                         {{10, 0, 0, 2}, 33},
                                         {{0, 0, 0, 0}, 8},
+                                        {{127, 0, 0, 1}, 8},
+                                        {loopback, 128},
                                         {{224, 0, 0, 5}, 32},
                                         {{255, 255, 255, 255}, 32},
                                         {v6, 64},

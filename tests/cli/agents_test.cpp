@@ -267,7 +267,7 @@ TEST(Places, RowsOfTheManagerAreShownAndBadOnesAreRefused) {
         const char* shown;
     } rows[] = {
         {"show vlan", vlan, true,
-         "10    48     port-channel 1,1/0,1/1,1/2,1/...  7         10.0.0.1 +1  1      ospf,rip\n"},
+         "10    48     port-channel 1,1/0,1/1,1/2,...  7         10.0.0.1 +1  1      ospf,rip\n"},
         // One place has all of them, card by card.
         {"show vlan 10", vlan, true,
          "  -     1/36, 1/37, 1/38, 1/39, 1/40, 1/41, 1/42, 1/43, 1/44, 1/45, 1/46\n  1     1/0\n"},

@@ -72,8 +72,8 @@ TEST(Pipe, FiltersWorkOnLines) {
         {"show x | include t | exclude three | count", "2\n"},
         {"show x | count | include 5", "5\n"},
         {"show x|y", "one\ntwo\nthree two\n\nlast\n"},  // no word of its own: not a pipe
-        {"show x | fold", "column 9: Not a filter: include, exclude, begin, count"},
-        {"show x |", "column 9: Not a filter: include, exclude, begin, count"},
+        {"show x | fold", "column 9: No such filter; there are include, exclude, begin and count"},
+        {"show x |", "column 9: No such filter; there are include, exclude, begin and count"},
         {"show x | include | count", "column 17: The filter needs a text"},
     };
     for (const auto& row : rows) EXPECT_EQ(filtered(row.line, text), row.out) << row.line;
@@ -102,7 +102,8 @@ TEST(Session, ListsAreShownOneByOneUntilTheWalkEnds) {
          "", true},
         {"show ip access-lists b", "", "T:1:1: No such access list\nshow ip access-lists b\n^\n"},
         {"show ip access-lists | nothing", "",
-         "T:1:24: Not a filter: include, exclude, begin, count\nshow ip access-lists | nothing\n"
+         "T:1:24: No such filter; there are include, exclude, begin and count\nshow ip "
+         "access-lists | nothing\n"
          "                       ^\n"},
         {"show ip access-lists A",
          R"([{"name":"A","kind":"standard","entries":[{"seq":5,"action":"permit",)"
