@@ -97,9 +97,15 @@ agentVerdict removeList(agentTables* tables, uint32_t id, gathering&& g) {
 // Entries of system lists come for interfaces that the list itself was never sent to.
 agentVerdict addContent(agentTables* tables, uint32_t id, gathering&& g) {
     dpList& list = g.list;
-    if (installed(*tables, list) == nullptr) return installList(tables, id, std::move(g));
-    // One by one, and looked up each time: two entries of one message may be the same, and a change
-    // may have copied the list.
+    // Two entries of one message may be the same.
+    if (installed(*tables, list) == nullptr) {
+        const auto given = std::move(list.entries);
+        dpListClear(&list);
+        for (const auto& [arrival, entry] : given)
+            if (dpListFindContent(list, entry) == nullptr) dpListPut(&list, entry);
+        return installList(tables, id, std::move(g));
+    }
+    // One by one, and looked up each time: a change may have copied the list.
     for (auto& row : list.entries) {
         dpEntry& entry = row.second;
         const dpList* now = installed(*tables, list);

@@ -181,8 +181,8 @@ TEST_F(Tables, SystemEntriesAreKnownByTheirContent) {
         play({
             {f.list, "S", PORT, {1}, APPLIED, "S@p 1;"},
             {f.add, "S", PORT, {2, 3}, APPLIED, "S@p 1 2 3;"},
-            {f.add, "S", PORT, {2}, APPLIED, "S@p 1 2 3;"},  // no twin
-            {f.add, "T", PORT, {9}, APPLIED, "S@p 1 2 3;T@p 1=9;"},
+            {f.add, "S", PORT, {2}, APPLIED, "S@p 1 2 3;"},             // no twin
+            {f.add, "T", PORT, {9, 9}, APPLIED, "S@p 1 2 3;T@p 1=9;"},  // nor in one message
             {f.add, "S", OTHER_PORT, {2}, APPLIED, "S@p 1 2 3;T@p 1=9;S@o 1=2;"},
             {f.del, "S", PORT, {3, 1}, APPLIED, "S@p 2;T@p 1=9;S@o 1=2;"},
             {f.del, "S", PORT, {1}, ABSENT, "S@p 2;T@p 1=9;S@o 1=2;"},

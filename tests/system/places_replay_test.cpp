@@ -20,7 +20,7 @@ struct anyChassis : placesChassis {
     }
     void note(const std::string& what) {
         told.push_back(what);
-        if (told.size() > 60) told.pop_front();
+        if (told.size() > 200) told.pop_front();
     }
     // Lines may be refused: what follows from those that are not is what counts.
     void configure() {
@@ -74,6 +74,7 @@ struct anyChassis : placesChassis {
                 for (const std::string& line : lost) text += sign + line + "\n";
             }
             for (const std::string& what : told) text += "  " + what + "\n";
+            text += show("show protocols") + show("show vlan") + show("show port-channel");
             ADD_FAILURE() << "ACL_PLACE_SEED=" << seed << ", step " << step << ", card " << slot
                           << ": gone with the replay (-), come with it (+)\n"
                           << text;
