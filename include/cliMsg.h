@@ -35,7 +35,7 @@ enum aclCliCode : uint32_t {
     CLI_MAC_LIST_CREATE = 1103,
     CLI_MAC_BIND = 1104,
     CLI_MAC_UNBIND = 1105,
-    CLI_TRAP_A = 1106,  // protocol trapping, to the cards' agents
+    CLI_TRAP_A = 1106,     // protocol trapping, to the cards' agents
     CLI_DHCP_TRAP = 1108,  // packets to the DHCP port of the router's addresses
     CLI_DHCP_NO_TRAP = 1109,
     CLI_TELNET_VALUE = 1114,

@@ -103,7 +103,8 @@ struct modelChassis : placesChassis {
             if (state != agentIs::there) continue;
             const cardContents meant = model.expected(static_cast<uint32_t>(slot));
             std::optional<cardContents> held;
-            const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+            const auto end =
+                std::chrono::steady_clock::now() + std::chrono::milliseconds(PATIENCE_MS);
             while ((held = reader.read(slot)) != meant && std::chrono::steady_clock::now() < end)
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
             if (held == meant) continue;
@@ -366,10 +367,15 @@ TEST(Places, ALagOverThreeCardsStaysInStep) {
     auto expectInStep = [&](const char* what) {
         EXPECT_TRUE(chassis.expectCards(0)) << what;
         // The operator's view of the same.
-        EXPECT_TRUE(waitUntil([&] {
-            return chassis.shell({"-c", "show ip access-lists A installed"}).status == 0;
-        })) << what
-            << chassis.shell({"-c", "show ip access-lists A installed"}).out;
+        std::vector<std::string> views{"show ip access-lists A installed",
+                                       "show system-lists \"Global Acl\" installed"};
+        for (uint32_t slot = 1; slot <= CARDS; slot++)
+            views.push_back("show card " + std::to_string(slot) + " traps installed");
+        for (const std::string& view : views)
+            EXPECT_TRUE(waitUntil([&] {
+                return chassis.shell({"-c", view}).status == 0;
+            })) << what
+                << chassis.shell({"-c", view}).out << chassis.shell({"-c", view}).err;
     };
     chassis.load("interface port-channel 1\n ip access-group A in\n");
     chassis.model.bound[{lag, false, false}] = "A";
@@ -381,7 +387,9 @@ TEST(Places, ALagOverThreeCardsStaysInStep) {
     chassis.tellAddress(lag, "10.0.0.1", true);
     chassis.tellAddress(chassis.vlans[0], "10.0.0.2", true);
     chassis.model.addresses = {{lag, {"10.0.0.1"}}, {chassis.vlans[0], {"10.0.0.2"}}};
-    expectInStep("addresses");
+    chassis.tellProtocol(chassis.recordOf(modelProtocolOf(4), lag, 0), true);
+    chassis.model.protocols[lag][{4, 0}] = 1;
+    expectInStep("addresses and a protocol");
     for (int slot = 1; slot <= static_cast<int>(CARDS); slot++) {
         chassis.settle();
         chassis.show("chassis card " + std::to_string(slot) + " down");
