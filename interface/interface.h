@@ -50,6 +50,11 @@ inline void vlanBitSet(vlanBits* bits, uint32_t vlan, bool on) {
 inline bool vlanBitTest(const vlanBits* bits, uint32_t vlan) {
     return (bits->word[(vlan % VLAN_BITS) / 64] >> (vlan % 64) & 1) != 0;
 }
+inline bool vlanBitsMeet(const vlanBits& a, const vlanBits& b) {
+    for (size_t i = 0; i < std::size(a.word); i++)
+        if ((a.word[i] & b.word[i]) != 0) return true;
+    return false;
+}
 
 // --- what the router itself does on an interface -------------------------------------------------
 

@@ -82,8 +82,13 @@ aclPlaceCards aclGetVlanGrpPortPipe(const aclTargetQuery& query) {
     if (query.onlyMember != 0) {
         addCards(query, query.onlyMember, &cards);
     } else {
+        vlanBits vlans{};
         for (uint32_t vlan = 0; vlan < group->members.size(); vlan++)
-            if (group->members.test(vlan)) addCards(query, ifindexMake(IF_TYPE_VLAN, vlan), &cards);
+            if (group->members.test(vlan)) vlanBitSet(&vlans, vlan, true);
+        // Every member is asked once for its VLANs: there may be thousands of memberships for each.
+        for (const aclIntf* i = AclIntfTreeFindFirst(); i != nullptr;
+             i = AclIntfTreeFindNext(i->ifindex))
+            if (vlanBitsMeet(*i->vlans, vlans)) addCards(query, i->ifindex, &cards);
     }
     leaveOut(query, &cards);
     return cards;

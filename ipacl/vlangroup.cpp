@@ -403,7 +403,7 @@ void aclVlanGroupMemberJoined(uint32_t vlanIfindex, uint32_t member) {
 
 void aclVlanGroupMemberLeft(uint32_t vlanIfindex, uint32_t member) {
     const aclVlanGroup* group = groupWithAny(vlanOf(vlanIfindex));
-    if (group == nullptr) return;
+    if (group == nullptr || group->list == nullptr) return;
     sendToGroup(*group, aclEvent::listDeleted, {SLOT_NONE, member});
     const aclPPBitMap gone = aclOtherTargets(cardsOf(*group));
     sendToGroup(*group, aclEvent::listAdded, {SLOT_NONE, member, &gone});
