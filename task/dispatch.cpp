@@ -120,6 +120,7 @@ int handleCfgEnd(aclNodeRecord* node, uint8_t*) {
 }
 int handleCfgComplete(aclNodeRecord*, uint8_t*) {
     aclDebug(DEBUG_ACL_GENERAL, "ACL got MT_CFG_INIT_CFG_COMPLETE msg");
+    aclAwaitPlaces();  // what is told of them has waited for this, as agents have
     return NOT_TOLD;
 }
 

@@ -30,7 +30,8 @@ size_t asideBytes = 0;
 const hostOwnRequests* own = nullptr;
 bool ownIsNext = false;  // its requests and those of others take turns
 
-// What may have to wait until the configuration is there: whoever asks, changes or registers.
+// What may have to wait until the configuration is there: whoever asks, changes or registers, and
+// what is told of interfaces, in its order, as one that goes takes its lines with it.
 bool isHeldRequest(const keptMessage& m) {
     if (!hold) return false;
     const uint32_t type = headerOf(m)->mtype;
@@ -39,7 +40,9 @@ bool isHeldRequest(const keptMessage& m) {
            within(MT_ACL_INVERSEMASK_ENABLE, MT_ACL_INVERSEMASK_DISABLE) ||
            within(MT_SHOW_IP_ACL, MT_SHOW_V6_PREFIX_ALL + 1) ||
            within(MT_ACL0_REGISTER, MT_SYSADM_REGISTER) ||
-           within(MT_CLIENT_FIRST, MT_CLIENT_LAST) || type == MT_ACL2_REGISTER;
+           within(MT_IFM_PORTS_LEAVE, MT_IFM_EVT_NOTIF) ||
+           within(MT_PROT_FIRST, MT_PROT_VRRP_LAST) || within(MT_CLIENT_FIRST, MT_CLIENT_LAST) ||
+           type == MT_ACL2_REGISTER;
 }
 
 // Makes the task look again; the caller has holdLock.

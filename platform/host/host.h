@@ -43,8 +43,9 @@ bool hostWaitTaskReady(int timeoutMs);  // -1: for ever
 uint64_t hostUptimeMs();                // since the process's start
 
 // ---- held.cpp
-// While requests are held, whatever asks, changes or registers is kept aside, in order, and
-// delivered after the release. Answers, time-outs and events are delivered as ever. Any thread.
+// While requests are held, whatever asks, changes, registers or tells of interfaces is kept aside,
+// in order, and delivered after the release. Answers, time-outs and events are delivered as ever.
+// Any thread.
 void hostHoldRequests();
 void hostReleaseRequests();
 

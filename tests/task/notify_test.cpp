@@ -420,6 +420,9 @@ TEST_F(Notify, TheWalkStaysInsideTheMessage) {
         told(bytes);
         EXPECT_EQ(aclPlacesAreAwaited(), count != 0);
     }
+    told(message(MT_CFG_INIT_CFG_COMPLETE));
+    EXPECT_TRUE(aclPlacesAreAwaited()) << "all this waits until the configuration is there";
+    aclPlacesTold();
     EXPECT_EQ(ifmSvcTypeToStr(41), "IFM_TYP_ADD_VLAN_PORT");
     DEBUG_ACL_MGR = DEBUG_ACL_GENERAL;
     deliver(event({record(99, {1, 2}), join, join}));
