@@ -103,7 +103,7 @@ void aclVlanMemberLeft(uint32_t vlanIfindex, uint32_t member) {
     });
 }
 
-void aclReplayToControlPlane() {
+void aclDownloadCfgtoAcl0() {
     const aclIntf* intf = AclIntfTreeFind(IFINDEX_CP_BIND);
     if (intf == nullptr) return;
     forBoundLists(*intf, [](const aclList* list, const aclBinding& b) {

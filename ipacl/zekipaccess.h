@@ -186,7 +186,7 @@ void aclServeListsBehind();
 // lock is enough.
 void AclUpdateAclAgent(uint32_t slot);
 // The list of the control-processor interface, to its own agent.
-void aclReplayToControlPlane();
+void aclDownloadCfgtoAcl0();
 
 // --- clients (clients.cpp) -------------------------------------------------------------------
 // Tasks and route maps that use a list by name; the route maps' half is in common/client.h. A list

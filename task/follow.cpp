@@ -100,7 +100,7 @@ constexpr agentStep controlReplay[] = {
     {"the list of its interface",
      [](uint32_t) {
          aclLockHeld<aclLock::read> held;
-         aclReplayToControlPlane();
+         aclDownloadCfgtoAcl0();
      }},
 };
 
