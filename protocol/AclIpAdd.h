@@ -122,8 +122,8 @@ void aclAddressEntries(const aclAddress& address, aclSystemEntries* out);
 // That of its DHCP step, trapped or not.
 aclSystemEntries aclAddressDhcpEntries(const aclAddress& address);
 
-// Which entries of "Global Acl" a card takes: one of type 1 lacks those with the option bit, but in
-// slot 0.
+// Which entries of "Global Acl" a card takes, as a whole and at its ports: one of type 1 lacks
+// those with the option bit, but in slot 0.
 bool (*aclEntriesTakenBy(uint32_t slot))(const ipEntryBlock& block);
 // What a new card is to hold: "Global Acl" with the entries of all addresses as the card takes
 // them, and the entries of its ports. ("v6 Global Acl" comes whole with SysListRegistration.) A

@@ -2,6 +2,7 @@
 #include "protocol/systemEntries.h"
 
 #include <algorithm>
+#include <functional>
 #include <string_view>
 #include <unordered_set>
 
@@ -54,6 +55,14 @@ void batches(const std::vector<Block>& blocks, Send&& send) {
         send(&blocks[at], static_cast<uint32_t>(n));
         at += n;
     }
+}
+
+// As the port's card takes them: without those that it does not know, and nothing twice.
+aclSystemEntries takenBy(uint32_t port, const aclSystemEntries& entries) {
+    aclSystemEntries taken{distinct(entries.v4), distinct(entries.v6)};
+    std::erase_if(taken.v4,
+                  std::not_fn(aclEntriesTakenBy(static_cast<uint32_t>(ifindexSlot(port)))));
+    return taken;
 }
 
 void sendAll(uint32_t port, const aclSystemEntries& entries, bool add) {
@@ -125,7 +134,7 @@ void aclPlaceEntries(uint32_t place, aclSystemEntries* out) {
 aclSystemEntries aclPortEntries(uint32_t port) {
     aclSystemEntries all;
     aclForPlacesOf(port, [&all](uint32_t place) { aclPlaceEntries(place, &all); });
-    return {distinct(all.v4), distinct(all.v6)};
+    return takenBy(port, all);
 }
 
 void aclSendPlaceEntries(uint32_t place, const aclSystemEntries& entries, bool add) {
@@ -137,9 +146,10 @@ void aclSendPlaceEntries(uint32_t place, const aclSystemEntries& entries, bool a
         });
     aclWalkPorts(place, [&](uint32_t port) {
         if (ifindexSlot(port) == SLOT_NONE) return;
-        if (add) return sendAll(port, entries, true);
-        const aclSystemEntries wanted = stillWanted(port, entries, withProtocols);
-        sendAll(port, {without(entries.v4, wanted.v4), without(entries.v6, wanted.v6)}, false);
+        const aclSystemEntries taken = takenBy(port, entries);
+        if (add) return sendAll(port, taken, true);
+        const aclSystemEntries wanted = stillWanted(port, taken, withProtocols);
+        sendAll(port, {without(taken.v4, wanted.v4), without(taken.v6, wanted.v6)}, false);
     });
 }
 

@@ -293,9 +293,13 @@ TEST_F(Addresses, ForIpv6EveryCardAsAWhole) {
 }
 
 TEST_F(Addresses, MembersOfALagOrAVlanHoldTheEntriesThemselves) {
+    // Card 3 does not know those of step 6, at its ports neither.
     const auto entries = entries4(IP_1);
+    auto known = entries;
+    std::erase_if(known, [](const aclEntry& e) { return e.block.reserved40 == 0x20; });
     auto toPort = [&](uint32_t id, uint32_t port) {
-        return message4(id, static_cast<uint32_t>(ifindexSlot(port)), port, entries);
+        const auto slot = static_cast<uint32_t>(ifindexSlot(port));
+        return message4(id, slot, port, slot == 3 ? known : entries);
     };
     typedef std::vector<bytes> sent;
     auto join = [](sent a, const sent& b) {

@@ -296,6 +296,12 @@ TEST_F(Protocols, AnEntryThatAnotherPlaceOfThePortAsksForStays) {
     want = want + trapsOf({"000000000000"}, 2, port, 1);
     want.push_back(entryBytes({6, 179}, PORT_4_0, false));
     EXPECT_MESSAGES(disable(record(PROT_BGP, LAG_7)), want);
+    // Two protocols that ask for the same one: a member gets it once.
+    (void)enable(record(4711, VLAN_10 + 1)), (void)enable(record(4712, VLAN_10 + 1));
+    ASSERT_EQ(aclFollowVlanJoined(VLAN_10 + 1, PORT_3_2), 0);
+    want = enqueued();
+    ASSERT_EQ(want.size(), 3u);  // with two traps
+    EXPECT_EQ(want[2], entryBytes({0}, PORT_3_2, true));
 }
 
 TEST_F(Protocols, OspfLeavesTheSystemListsAloneWhileTheCounterWordIsAboveTwo) {

@@ -125,7 +125,8 @@ void placesModel::addSystem(uint32_t slot, cardContents* out) const {
             for (const std::string& address : addresses.at(place))
                 for (const modelEntry& e : entriesOf(address)) entries.insert(e);
         }
-        for (const modelEntry& e : entries) out->insert(line(name(port), e));
+        for (const modelEntry& e : entries)
+            if (!e.option || card->type != 1) out->insert(line(name(port), e));
     }
 }
 
