@@ -5,6 +5,7 @@
 // messages once each. A row without a handler belongs to a subsystem that is not built yet: the
 // sender is answered as for a failed operation where the row answers at all.
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 #include <set>
 #include <string>
@@ -147,10 +148,26 @@ int handleInverseMask(aclNodeRecord* node, uint8_t* message) {
     return NOT_TOLD;
 }
 
+// A request that has a number comes again when its answer was late. (Queued ones are told apart by
+// their acknowledgement.)
+bool isSameRequest(const protEnableMsg& a, const protEnableMsg& b) {
+    return a.ipc.sequence != 0 && a.ipc.sequence == b.ipc.sequence && a.ipc.mtype == b.ipc.mtype &&
+           std::memcmp(&a.ipc.target, &b.ipc.target, sizeof a.ipc.target) == 0 &&
+           std::memcmp(&a.record, &b.record, sizeof a.record) == 0;
+}
 // What the sender of 1112 and 1113 reads of it has been sent already.
 int handleProtEnable(aclNodeRecord*, uint8_t* message) {
+    static protEnableMsg done;  // the last request: repeated, it must not count as a user of RIP
+    ipcHdr* hdr = msgHdr(message);
+    const auto& request = *reinterpret_cast<const protEnableMsg*>(message);
+    const bool isRequest = hdr->mtype == MT_PROT_FIRST || hdr->mtype == MT_PROT_LAST;
+    if (isRequest && isSameRequest(request, done)) {
+        hdr->result = ACL_OK;
+        return NOT_TOLD;
+    }
     aclLockHeld<aclLock::write> held;
-    msgHdr(message)->result = AclProtEnable(message, msgHdr(message)->mtype);
+    hdr->result = AclProtEnable(message, hdr->mtype);
+    if (isRequest && hdr->result == ACL_OK) done = request;
     return NOT_TOLD;
 }
 

@@ -124,13 +124,13 @@ bool lineReplay(managerLine* line, const toldItems& items, lineBook* book, uint6
     zekEndpointQueueReplayBegin(line->queue);
     const bool changed = !all.empty() && (book->told & bit) == 0;
     if (!all.empty()) book->told |= bit;
-    // The removals come first and in the book's order.
+    // The book's removals come first and in its order; the model may have some of its own.
     size_t next = 0;
     sendAll(line, all, nowMs, [&](std::span<const toldItem> carried, uint32_t position) {
         for (const toldItem& item : carried) {
             if (!item.removes) break;
-            while (book->owed[next].bytes != item.bytes) next++;
-            book->owed[next].position = position;
+            while (next < book->owed.size() && book->owed[next].bytes != item.bytes) next++;
+            if (next < book->owed.size()) book->owed[next].position = position;
         }
     });
     zekEndpointQueueReplayEnd(line->queue);

@@ -463,10 +463,12 @@ TEST_F(Protocols, TheModeOfAPortIsInItsTraps) {
 TEST_F(Protocols, MessagesAreTakenFromBothPlacesAndAnswered) {
     static uint32_t session = 8;
     session++;  // of another run of this test the task knows the numbers
-    auto ask = [this](uint32_t type, const protRecord& r, uint32_t swpSeq = 0) {
+    auto ask = [this](uint32_t type, const protRecord& r, uint32_t swpSeq = 0,
+                      uint32_t number = 0) {
         auto request = message(type, type < 1112 ? 268 : 332);
         std::memcpy(request.data() + (type < 1112 ? 60 : 124), &r, sizeof r);
         if (swpSeq != 0) as<ipcHdr>(request).session = session, as<ipcHdr>(request).swpSeq = swpSeq;
+        as<ipcHdr>(request).sequence = number;
         return deliver(request);
     };
     auto traps = [this] {
@@ -485,6 +487,12 @@ TEST_F(Protocols, MessagesAreTakenFromBothPlacesAndAnswered) {
     EXPECT_EQ(traps(), 0);
     EXPECT_TRUE(said("swpanswer 2"));
     EXPECT_EQ(aclPlaceUseFind(PORT_3_1)->ripUsers, 1u);
+    // So is a request that has one: RIP has another user, and loses it again.
+    for (auto [type, users] : {std::pair{1110u, 2u}, std::pair{1111u, 1u}})
+        for (int again = 0; again < 2; again++) {
+            EXPECT_EQ(result(ask(type, rip, 0, type)), ACL_OK);
+            EXPECT_EQ(aclPlaceUseFind(PORT_3_1)->ripUsers, users);
+        }
     EXPECT_EQ(result(ask(1111, rip)), ACL_OK);
     EXPECT_EQ(traps(), 1);
     // Type 11 is ignored; what is no place is refused, and nothing is made of it.

@@ -33,6 +33,8 @@ struct playedManager {
     zekSwpSeq ifm{}, vrrp{};
     facts known;
     facts atEnd;  // when it was said that everything had been told
+    std::map<uint32_t, uint32_t> ripUsers;
+    uint32_t newestRequest = 0;
     size_t ends = 0;
     std::mutex lock;
     std::atomic<bool> silent = false, over = false;
@@ -63,6 +65,7 @@ struct playedManager {
                 std::erase_if(known, [a](const std::string& f) {
                     return has(f + " ", " " + std::to_string(a) + " ");
                 });
+                ripUsers.erase(a);
                 return;
             default:
                 ADD_FAILURE() << "type " << r.hdr.type;
@@ -100,7 +103,13 @@ struct playedManager {
         EXPECT_EQ(at, message.size());
     }
     void takeProtocol(const protRecord& record, bool enable) {
-        enter(fact("protocol", record.ifindex, record.id), enable);
+        bool there = enable;
+        if (record.id == PROT_RIP) {
+            uint32_t& users = ripUsers[record.ifindex];
+            users = enable ? users + 1 : users - (users != 0 ? 1 : 0);
+            there = users != 0;
+        }
+        enter(fact("protocol", record.ifindex, record.id), there);
     }
     void take(std::vector<uint8_t>& message) {
         const uint32_t type = headerOf(message)->mtype;
@@ -113,8 +122,10 @@ struct playedManager {
                 takeProtocol(wireView<protEnableSwpMsg>(std::span(message))->record,
                              type == MT_PROT_VRRP_FIRST);
         } else if (type == MT_PROT_FIRST || type == MT_PROT_LAST) {
-            takeProtocol(wireView<protEnableMsg>(std::span(message))->record,
-                         type == MT_PROT_FIRST);
+            if (headerOf(message)->sequence != newestRequest)
+                takeProtocol(wireView<protEnableMsg>(std::span(message))->record,
+                             type == MT_PROT_FIRST);
+            newestRequest = headerOf(message)->sequence;
             ipcExchangeTriples(headerOf(message));
             requests.send(message);
         }
@@ -218,7 +229,7 @@ struct neighboursFixture : chassisFixture {
             return toggle(fact("address", vlan, address), CHASSIS_ADDRESS_ADD,
                           {0, vlan, 24, {}, address});
         }
-        const uint32_t id = std::array<uint32_t, 3>{PROT_OSPF, PROT_BGP, PROT_VRRP}[random(3)];
+        const uint32_t id = std::array<uint32_t, 3>{PROT_OSPF, PROT_RIP, PROT_VRRP}[random(3)];
         return toggle(fact("protocol", vlan, id), CHASSIS_PROTOCOL_ENABLE, {0, vlan, id});
     }
     // The command that takes something back follows the one that makes it.
