@@ -71,7 +71,34 @@ std::string protocolText(const json& entry) {
     uint64_t protocol = jsonNumber(entry, "protocol");
     // Without the marker 4 stands for every protocol.
     bool any = protocol == 4 && jsonNumber(entry, "protoMarker") == 0;
-    return any ? "ip" : std::to_string(protocol);
+    if (any) return "ip";
+    // Those whose word means the same in lists of both families.
+    return protocol == 6 ? "tcp" : protocol == 17 ? "udp" : std::to_string(protocol);
+}
+
+// An address and its mask, shorter where the mask has all bits or none. (Masks of MAC lists are
+// wildcards and look like none of these.)
+std::string addressOf(const json& entry, const char* addressKey, const char* maskKey) {
+    const std::string address = jsonText(entry, addressKey), mask = jsonText(entry, maskKey);
+    constexpr std::string_view none[] = {"0.0.0.0", "::"};
+    constexpr std::string_view all[] = {"255.255.255.255",
+                                        "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"};
+    // Bits that are not compared may be anything; they are shown when they are.
+    if (std::ranges::find(none, mask) != std::end(none) && address == mask) return "any";
+    if (std::ranges::find(all, mask) != std::end(all)) return "host " + address;
+    return address + " " + mask;
+}
+
+// "dst eq 80": what is asked of one of the two ports; empty when nothing is.
+std::string portText(const json& entry, const char* word, const char* key, size_t low) {
+    const json& ports = jsonArray(entry, "ports");
+    const uint64_t op = jsonNumber(entry, key);
+    if (op == PORT_NONE || ports.size() < low + 2) return "";
+    constexpr const char* operators[] = {"", "eq", "gt", "lt", "neq", "range"};  // ipPortOperator
+    const std::string sign = op < std::size(operators) ? operators[op] : std::to_string(op);
+    const std::string first = ports[low].dump(), second = ports[low + 1].dump();
+    const bool both = op >= PORT_RANGE || (second != "0" && second != first);
+    return std::string(word) + " " + sign + " " + first + (both ? " " + second : "");
 }
 
 // What else an entry asks for, as the card has it: all that is given.
@@ -81,11 +108,13 @@ std::string givenText(const json& entry) {
     constexpr struct {
         const char* key;
         uint64_t notGiven;
-    } numbers[] = {{"srcOperator", 0},  {"dstOperator", 0},    {"tcpFlags", 0},
-                   {"fragments", 0},    {"dscp", 0xFF},        {"precedence", 0xFFFFFFFF},
-                   {"tos", 0xFFFFFFFF}, {"counterOptions", 0}, {"log", 0},
-                   {"monitor", 0},      {"order", 0xFF}};
-    std::string text;
+    } numbers[] = {
+        {"tcpFlags", 0},     {"fragments", 0},      {"dscp", 0xFF}, {"precedence", 0xFFFFFFFF},
+        {"tos", 0xFFFFFFFF}, {"counterOptions", 0}, {"log", 0},     {"monitor", 0},
+        {"order", 0xFF}};
+    std::string text = portText(entry, "src", "srcOperator", 0);
+    if (const std::string dst = portText(entry, "dst", "dstOperator", 2); !dst.empty())
+        text += (text.empty() ? "" : " ") + dst;
     auto add = [&text](const char* key, const std::string& value) {
         text += (text.empty() ? "" : " ") + std::string(key) + " " + value;
     };
@@ -93,10 +122,11 @@ std::string givenText(const json& entry) {
         if (uint64_t n = jsonNumber(entry, key); entry.contains(key) && n != notGiven)
             add(key, std::to_string(n));
     if (std::string mac = jsonText(entry, "srcMac"); !mac.empty()) add("srcMac", mac);
-    // All zero: none is given.
+    // Ports without an operator mean nothing, and are shown when there are any.
     bool ports = false;
     for (const json& port : jsonArray(entry, "ports")) ports |= port.is_number() && port != 0;
-    if (ports) add("ports", jsonDump(jsonArray(entry, "ports")));
+    if (ports && jsonNumber(entry, "srcOperator") + jsonNumber(entry, "dstOperator") == 0)
+        add("ports", jsonDump(jsonArray(entry, "ports")));
     // Shown in hex as the card holds them: parts of a record that it does not take apart.
     for (const char* key : {"icmp", "l2"})
         if (std::string hex = jsonText(entry, key); hex.find_first_not_of('0') != hex.npos)
@@ -121,15 +151,14 @@ agentReply entriesOf(cliSession* session, const agentPlace& place, const listNam
         agentReply reply = agentRows(session, place, request, "entries", [&](const json& entry) {
             // Entries of the system's own lists have no numbers.
             const bool numbered = session->options.json || jsonNumber(entry, "seq") != UINT32_MAX;
-            rows.push_back(
-                {{"seq", numbered ? json(jsonNumber(entry, "seq")) : json("-")},
-                 {"action", actionText(entry)},
-                 {"protocol", protocolText(entry)},
-                 {"source", jsonText(entry, "src") + " " + jsonText(entry, "srcMask")},
-                 {"destination", jsonText(entry, "dst") + " " + jsonText(entry, "dstMask")},
-                 {"given", givenText(entry)},
-                 {"packets", jsonNumber(entry, "packets")},
-                 {"hash", jsonText(entry, "hash")}});
+            rows.push_back({{"seq", numbered ? json(jsonNumber(entry, "seq")) : json("-")},
+                            {"action", actionText(entry)},
+                            {"protocol", protocolText(entry)},
+                            {"source", addressOf(entry, "src", "srcMask")},
+                            {"destination", addressOf(entry, "dst", "dstMask")},
+                            {"given", givenText(entry)},
+                            {"packets", jsonNumber(entry, "packets")},
+                            {"hash", jsonText(entry, "hash")}});
         });
         // Gone since the card was asked for its lists.
         if (reply == agentReply::noList) continue;

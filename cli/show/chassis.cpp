@@ -85,12 +85,12 @@ std::string refusalText(uint32_t command, uint32_t status, const json& answer) {
 }
 
 // A LAG of 64 ports is no cell of a table.
-void shortenCells(json* answer) {
+json shortenCells(json rows) {
     constexpr size_t CELL_WIDTH = 40;
-    if (answer->contains("rows"))
-        for (json& row : (*answer)["rows"])
-            for (auto& [key, cell] : row.items())
-                if (cell.is_string()) cell = shortened(cell.get<std::string>(), CELL_WIDTH);
+    for (json& row : rows)
+        for (auto& [key, cell] : row.items())
+            if (cell.is_string()) cell = shortened(cell.get<std::string>(), CELL_WIDTH);
+    return rows;
 }
 
 }  // namespace
@@ -122,7 +122,8 @@ cliOutcome chassisControl(cliSession* session, const cliCommand& command, cliPip
     json answer = json::parse(bytes.begin(), bytes.end(), nullptr, false);
     if (status != CHASSIS_OK) return refusal(refusalText(command.kind, status, answer));
     if (!answer.is_object()) return refusal("The answer of chassisd is not understood");
-    if (command.kind == CHASSIS_INTERFACES && !session->options.json) shortenCells(&answer);
-    renderAnswer(*session, answer.contains("rows") ? answer["rows"] : answer, pipe);
+    if (answer.contains("rows")) answer = json(answer["rows"]);
+    if (command.kind == CHASSIS_INTERFACES && !session->options.json) answer = shortenCells(answer);
+    renderAnswer(*session, answer, pipe);
     return {};
 }
