@@ -291,7 +291,8 @@ std::string answer(const question& what, std::string_view args,
     if (args.starts_with(after) && numberOf(args.substr(after.size()), &ifindex))
         return pageAfter(what, ifindex);
     if (!indexOf(args, &ifindex))
-        return refused("The chassis has no interface " + std::string(args));
+        return refused("The chassis has no interface " + std::string(args) +
+                       ": its description does not name it");
     // What has no name in the chassis is called by its index, which is a name of any index.
     char name[64];
     return onePlace(what, ifindex, ifmIfIndexToLName(ifindex, name, sizeof name) == 0);

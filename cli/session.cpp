@@ -266,6 +266,10 @@ bool sessionChassis(cliSession* session, std::string* error) {
     return session->chassisLoaded;
 }
 
+std::string noInterfaceText(const std::string& name) {
+    return "The chassis has no interface " + name + ": its description does not name it";
+}
+
 // The index of the interface that the command names. When only checking, a chassis that is not
 // described is no reason to refuse.
 static cliOutcome findInterface(cliSession* session, const cliCommand& command) {
@@ -274,7 +278,7 @@ static cliOutcome findInterface(cliSession* session, const cliCommand& command) 
     if (!sessionChassis(session, &error)) {
         if (!session->options.checkOnly) return refusal(error, command.firstColumn);
     } else if (!chassisIfIndex(session->chassis, command.text, &session->scope.ifindex)) {
-        return refusal("The chassis has no interface " + command.text, command.firstColumn);
+        return refusal(noInterfaceText(command.text), command.firstColumn);
     }
     return {};
 }

@@ -83,6 +83,8 @@ bool sessionMustLeave(const cliSession& session, const cliCommand& command,
 bool sessionConnect(cliSession* session, std::string* error);
 // Reads the chassis description at its first use.
 bool sessionChassis(cliSession* session, std::string* error);
+// The sentence about an interface that the description lacks.
+std::string noInterfaceText(const std::string& name);
 // Makes the named interface the one that the lines of its mode act on; the sentence that refuses
 // it. When only checking, a chassis that is not described is no reason to refuse.
 cliOutcome sessionInterface(cliSession* session, const cliCommand& command);

@@ -107,7 +107,8 @@ constexpr auto vlanOrderNodes = aggregateNodes(sVlanMember);
 constexpr grammarState sVlanOrder{vlanOrderNodes};
 constexpr grammarNode vlanMemberNodes[] = {
     kw("port-channel", "a LAG", sVlanMemberId, addText),
-    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it", sVlanMore, addText),
+    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it; or an index, 0x...",
+        sVlanMore, addText),
 };
 constexpr grammarState sVlanMember{vlanMemberNodes};
 constexpr grammarNode vlanMemberIdNodes[] = {number("id", 1, 4094, sVlanMore, addText)};
@@ -119,7 +120,8 @@ constexpr grammarState sLag{lagNodes};
 constexpr auto lagOrderNodes = aggregateNodes(sLagMember);
 constexpr grammarState sLagOrder{lagOrderNodes};
 constexpr grammarNode lagMemberNodes[] = {
-    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it", sLagMore, addText),
+    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it; or an index, 0x...",
+        sLagMore, addText),
 };
 constexpr grammarState sLagMember{lagMemberNodes};
 constexpr grammarState sLagMore{moreNodes, &sLagMember};
@@ -133,7 +135,8 @@ constexpr grammarState sGroup{groupNodes};
 constexpr std::array<grammarNode, 3> placeNodesTo(const grammarState& id,
                                                   const grammarState& next) {
     return {kw("port-channel", "a LAG", id, addText), kw("vlan", "a VLAN", id, addText),
-            arg(cliArg::name, "PORT", "a port of a card, as the chassis names it", next, addText)};
+            arg(cliArg::name, "PORT",
+                "a port of a card, as the chassis names it; or an index, 0x...", next, addText)};
 }
 constexpr auto placeNodes = placeNodesTo(sPlaceVlan, sPlaceOrder);
 constexpr grammarState sPlace{placeNodes};

@@ -183,7 +183,8 @@ constexpr grammarNode interfaceNodes[] = {
     kw("port-channel", "a LAG", sInterfaceId, addText),
     kw("vlan", "a VLAN", sInterfaceId, addText),
     kw("control-plane", "the control processor", sDone, addText),
-    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it", sDone, addText),
+    arg(cliArg::name, "PORT", "a port of a card, as the chassis names it; or an index, 0x...",
+        sDone, addText),
 };
 constexpr grammarNode interfaceIdNodes[] = {number("id", 1, 4094, sDone, addText)};
 constexpr grammarState sInterfaceId{interfaceIdNodes};

@@ -46,7 +46,7 @@ cliOutcome placeRequest(cliSession* session, const cliCommand& command,
     std::vector<uint32_t> indexes;
     std::string unknown;
     if (!readInterfaces(session->chassis, command.text, &indexes, &unknown))
-        return refusal("The chassis has no interface " + unknown);
+        return refusal(noInterfaceText(unknown));
     if (indexes.size() - 1 > CHASSIS_MEMBERS_MAX)
         return refusal("One command names at most 1024 members");
     bytes->resize(sizeof(chassisPlaceReq) + (indexes.size() - 1) * sizeof(be32));

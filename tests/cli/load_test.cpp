@@ -86,7 +86,8 @@ std::vector<loadRow> loadRows() {
         {"interface 1/0\n ip access-group A in\ninterface 9/0\n ip access-group B in\n"
          "interface vlan 10\n ip access-group C in\n",
          "1039 A 4040001; 1039 C 3800a",
-         "F:3:1: The chassis has no interface 9/0\n|F:4:2: Not sent: the header in line 3 was "
+         "F:3:1: The chassis has no interface 9/0: its description does not name it\n|F:4:2: Not "
+         "sent: the header in line 3 was "
          "refused\n"},
         // A refusal by the manager changes nothing for what comes behind it.
         {"interface control-plane\n ip access-group EGRESS out\n ip access-group A in\n"
