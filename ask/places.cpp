@@ -112,20 +112,20 @@ std::string addressText(const aclAddress& address) {
     std::string text;
     be32 words[4];
     std::ranges::copy(address.word, words);
-    if (!address.isV6) {
+    if (address.isV6)
+        textAddress6(text, words[0].b);
+    else
         textDotted(text, address.word[0]);
-        return text;
-    }
-    textAddress6(text, words[0].b);
     return text + "/" + std::to_string(address.prefixLength);
 }
 
-// The first is the primary one.
+// The first of each family is the primary one.
 std::string addressesText(const aclPlaceUse* use) {
     std::string rows;
     if (use == nullptr) return array(rows);
     for (const aclAddress& address : use->addresses) {
-        const char* kind = &address == use->addresses.data() ? "primary" : "secondary";
+        const auto first = std::ranges::find(use->addresses, address.isV6, &aclAddress::isV6);
+        const char* kind = &address == &*first ? "primary" : "secondary";
         jsonObject row;
         row.string("address", addressText(address))
             .string("kind", kind)

@@ -61,7 +61,7 @@ inline bool vlanBitsMeet(const vlanBits& a, const vlanBits& b) {
 // An address of the router. An IPv4 address is the first word, the others are 0.
 struct aclAddress {
     std::array<uint32_t, 4> word{};
-    uint32_t prefixLength = 0;  // IPv6 only
+    uint32_t prefixLength = 0;  // of its mask; of IPv4 for shows only
     bool isV6 = false;
     bool installed = false;  // its entries are meant to be on the cards
     // A protocol's disable took it out of the records. Its entries stay until the interface manager

@@ -4,6 +4,7 @@
 // An event message is a row of records, each with its service type and its own length. A table says
 // what a type needs and what follows from it; joins and leaves are events of follow.cpp. Whatever a
 // record says, the walk stays inside the bytes that have come.
+#include <bit>
 #include <iterator>
 
 #include "download/sendPath.h"
@@ -50,9 +51,12 @@ struct svcRow {
     void (*run)(const svcRecord& record);  // null: nothing follows
 };
 
-// Of the seven values only the address says where packets to the router go.
+// Of the seven values only the address says where packets to the router go; the mask is shown.
 void aclIfmIpAddAdd(const svcRecord& r) {
-    aclAddIpAddrFromIFM(indexOf(r.word[0]), r.word[1]);
+    const uint32_t ifindex = indexOf(r.word[0]);
+    aclAddIpAddrFromIFM(ifindex, r.word[1]);
+    if (aclAddress* address = aclAddressFind(ifindex, aclAddressOf(r.word[1])))
+        address->prefixLength = static_cast<uint32_t>(std::popcount(r.word[2]));
 }
 
 void ip6(const svcRecord& r) {

@@ -65,15 +65,15 @@ TEST_F(Places, WhatIsOnAPlaceIsTold) {
     aclPlaceUse* use = aclPlaceUseObtain(port);
     ASSERT_NE(use, nullptr);
     use->mode = 3;
-    use->addresses = {{{0x0A000001}}, {{0x20010DB8, 0, 0, 1}, 64, true, true}};
+    use->addresses = {{{0x0A000001}, 24}, {{0x20010DB8, 0, 0, 1}, 64, true, true}};
     use->protocols.resize(1);
     use->protocols[0].record.id = uint32_t{PROT_VRRP};
     for (be32& word : use->protocols[0].record.vmac) word = 0xFFFF0A5Eu;
 
     const std::string shown = debug("interfaces", chassisName(port).c_str());
     for (const char* part :
-         {R"("mode":3)", R"({"address":"10.0.0.1","kind":"primary","installed":false})",
-          R"({"address":"2001:db8::1/64","kind":"secondary","installed":true})",
+         {R"("mode":3)", R"({"address":"10.0.0.1/24","kind":"primary","installed":false})",
+          R"({"address":"2001:db8::1/64","kind":"primary","installed":true})",
           R"("direction":"in","family":"ip","list":"OWN")", R"("yields":true)"})
         EXPECT_TRUE(has(shown, part)) << part << "\n" << shown;
     EXPECT_TRUE(has(debug("protocols"), R"("id":20480,"virtual-mac":"0a:5e:0a:5e:0a:5e")"));
