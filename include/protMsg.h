@@ -46,6 +46,10 @@ WIRE_AT(protRecord, lda, 160);
 WIRE_AT(protRecord, address, 164);
 WIRE_AT(protRecord, port, 196);
 
+// A place keeps so many records: of each protocol one for IPv4 and one for IPv6, and one for each
+// virtual router's address.
+constexpr size_t PROT_RECORDS_MAX = 256;
+
 // Types 1110 and 1111; 1112 and 1113 are the same through a reliable queue, the record further
 // back.
 struct protEnableMsg {

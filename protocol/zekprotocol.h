@@ -54,10 +54,6 @@ void aclSetEntryPort(ipEntryBlock* block, uint16_t port);
 
 // --- enable and disable (protEnable.cpp) ---------------------------------------------------------
 
-// A place keeps so many records: of each protocol one for IPv4 and one for IPv6, and one for each
-// virtual router's address.
-constexpr size_t PROT_RECORDS_MAX = 256;
-
 // Messages 1110 and 1111, and 1112 and 1113 of a reliable queue, which are long enough. ACL_OK; or
 // what was not done: ACL_E_SYSTEM for a place that cannot be one or that keeps too many records,
 // ACL_E_ENTRY_MEMORY without memory. A system error is raised for the latter two, and nothing has

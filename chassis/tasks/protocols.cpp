@@ -126,6 +126,10 @@ bool protocolApply(const chassisDescription& chassis, std::span<const uint8_t> r
             return refuse("It is enabled on " + name +
                           " with another virtual MAC address: disable that first");
         if (model->enabled.size() >= PROTOCOLS_MAX) return refuse("There are too many protocols");
+        // The manager would keep no more, and its queue has no way to say so.
+        if (std::ranges::count(model->enabled, use.ifindex, &protocolUse::ifindex) >=
+            static_cast<ptrdiff_t>(PROT_RECORDS_MAX))
+            return refuse("There are too many protocols on " + name);
         model->enabled.push_back(use);
     } else {
         if (!is)

@@ -167,6 +167,15 @@ TEST(Neighbours, WhatCannotBeIsRefusedAndChangesNothing) {
         EXPECT_FALSE(m.run(row.command, row.ifindex, row.argument, row.members)) << row.why;
         EXPECT_NE(m.why.find(row.why), std::string::npos) << m.why << " for " << row.why;
     }
+    // As many as the manager keeps.
+    model full;
+    for (uint32_t n = 1; n <= 257; n++) {
+        std::vector<uint8_t> vrrp = full.request(CHASSIS_PROTOCOL_ENABLE, PORT_2_0, PROT_VRRP, {});
+        wireView<chassisPlaceReq>(std::span(vrrp))->vmac[4] = static_cast<uint8_t>(n >> 8);
+        wireView<chassisPlaceReq>(std::span(vrrp))->vmac[5] = static_cast<uint8_t>(n);
+        EXPECT_EQ(full.apply(vrrp), n <= 256) << n;
+    }
+    EXPECT_NE(full.why.find("There are too many protocols on"), std::string::npos) << full.why;
     const std::vector<uint8_t> v6(16, 0);
     std::vector<uint8_t> group(16, 0xFF), loopback = v6;
     loopback.back() = 1;
