@@ -93,80 +93,72 @@ struct conversation {
     }
 };
 
-constexpr char LIST_OF_CARD[] = R"({"lists":[{"name":"A","ifindex":67371009}]})";
-std::vector<agentReply> entry(const char* text) {
-    return {{LIST_OF_CARD}, {R"({"entries":[{"seq":2,"action":2},)" + std::string(text) + "]}"}};
-}
-
 }  // namespace
 
 TEST(Agents, AnswersAreShownAndBadOnesAreRefused) {
-    const char notUnderstood[] = "Card 1: answer not understood";
+    const std::string summary = "show card 1 summary", lists = "show card 1 access-lists";
+    const std::string notUnderstood = "!Card 1: answer not understood";
     const struct {
-        const char* command;
-        std::vector<agentReply> replies;
-        bool good;
-        const char* shown;
+        std::string command, answer;  // "-": the card is not there
+        std::string shown;            // behind "!": it is refused
     } rows[] = {
-        {"show card 1 summary", {{R"({"state":"in step","lists":2})"}}, true, "lists  2"},
-        {"show card 1 summary", {{"{"}}, false, notUnderstood},
-        {"show card 1 summary", {{"[]"}}, false, notUnderstood},
-        {"show card 1 summary", {{"\xff\xfe"}}, false, notUnderstood},
-        {"show card 1 summary", {{"{}", 2}}, false, notUnderstood},
-        {"show card 1 summary", {{"", 0, 0, 60}}, false, notUnderstood},
-        {"show card 1 summary", {}, false, "Card 1: not running"},
-        {"show card 1 access-lists",
-         {{R"({"lists":[{"name":"A","kind":"ipv4","ifindex":67371009,"direction":1,"count":3}]})"}},
-         true,
+        {summary, R"({"state":"in step","lists":2})", "lists  2"},
+        {summary, "{", notUnderstood},
+        {summary, "[]", notUnderstood},
+        {summary, "\xff\xfe", notUnderstood},
+        {summary, "-", "!Card 1: not running"},
+        {lists,
+         R"({"lists":[{"name":"A","kind":"ipv4","ifindex":67371009,"direction":1,"count":3}]})",
          "A     ipv4  1/0        out        no               3\n"},
-        {"show card 1 access-lists",
-         {{R"({"lists":[{"name":"A","kind":"mac","ifindex":67371009,"direction":1,"count":3,)"
-           R"("inForce":false}]})"}},
-         true,
+        {lists,
+         R"({"lists":[{"name":"A","kind":"mac","ifindex":67371009,"direction":1,"count":3,)"
+         R"("inForce":false}]})",
          "A     mac   1/0        out (not in force)  no               3\n"},
         // Rows of the wrong shape are shown as far as they go.
-        {"show card 1 access-lists",
-         {{R"({"lists":[7,null,{"name":5,"ifindex":-1,"count":"x"}]})"}},
-         true,
-         "list"},
-        {"show card 1 access-lists", {{R"({"lists":7})"}}, true, ""},
+        {lists, R"({"lists":[7,null,{"name":5,"ifindex":-1,"count":"x"}]})", "list"},
+        {lists, R"({"lists":7})", ""},
         // The next index must grow, or the walk would not end.
-        {"show card 1 access-lists", {{R"({"lists":[],"next":1})"}}, false, notUnderstood},
-        {"show card 1 access-lists A", {{"", 1}}, false, "Card 1: nothing of that name"},
-        {"show cards",
-         {{R"({"state":"in step","refused":{"list":2,"order":"x"}})"}},
-         true,
+        {lists, R"({"lists":[],"next":1})", notUnderstood},
+        {"show cards", R"({"state":"in step","refused":{"list":2,"order":"x"}})",
          "127.1.1.1  in step  0      0        0         2"},
-        {"show cards", {{"no json"}}, false, "answer not understood"},
-        {"show cards", {}, false, "not running"},
-        {"show card 2 summary", {{"{}"}}, false, "The chassis has no card 2"},
-        {"show card control-plane summary", {{"{}"}}, false, "no card control-plane"},
-        // An entry as it is: 1 denies and nothing else does, whatever else is given is told.
-        {"show card 1 access-lists A", entry(R"({"seq":1,"action":1,"protocol":4})"), true,
-         "deny        ip"},
-        {"show card 1 access-lists A",
-         entry(R"({"seq":1,"action":0,"protocol":4,"protoMarker":1})"), true, "permit      4 "},
-        {"show card 1 access-lists A", entry(R"({"seq":1,"action":2,"protocol":6})"), true,
-         "permit (2)  tcp "},
-        {"show card 1 access-lists A",
-         entry(R"({"seq":1,"action":1,"dstOperator":1,"ports":[0,0,80,0],"order":255,
-            "tos":4294967295,"icmp":"00000000","log":1})"),
-         true, "dst eq 80 log 1  0"},
-        {"show card 1 access-lists A",
-         entry(R"({"seq":1,"src":"::","srcMask":"::","dst":"10.0.0.1","dstMask":"255.255.255.255",
-            "srcOperator":5,"ports":[1,9,0,0]})"),
-         true, "any     host 10.0.0.1  src range 1 9  0"},
-        {"show card 1 access-lists A",
-         entry(R"({"seq":1,"action":1,"src":"00:01:02:03:04:05","srcMask":"00:00:00:00:00:00",
-            "encapsulation":10,"etherTypeOperator":1,"etherType":2054,"order":255})"),
-         true, "ev2 eq 0806  00:01:02:03:04:05 00:00:00:00:00:00"},
-        {"show card 1 access-lists A", entry(R"({"seq":1,"action":1,"encapsulation":0})"), true,
-         "any"},
+        {"show cards", "no json", "!answer not understood"},
+        {"show cards", "-", "!not running"},
+        {"show card 2 summary", "{}", "!The chassis has no card 2"},
+        {"show card control-plane summary", "{}", "!no card control-plane"},
+    };
+    auto shows = [](const conversation& c, const std::string& shown) {
+        c.expect(shown[0] != '!', shown.substr(shown[0] == '!' ? 1 : 0));
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.command + (row.replies.empty() ? "" : " <- " + row.replies.back().text));
-        conversation(row.command, row.replies).expect(row.good, row.shown);
+        SCOPED_TRACE(row.command + " <- " + row.answer);
+        std::vector<agentReply> replies{{row.answer}};
+        if (row.answer == "-") replies.clear();
+        shows(conversation(row.command, replies), row.shown);
     }
+    for (const agentReply& bad : {agentReply{"{}", 2}, {"", 0, 0, 60}})
+        shows(conversation(summary, {bad}), notUnderstood);
+    shows(conversation(lists + " A", {{"", 1}}), "!Card 1: nothing of that name");
+    // An entry as it is: 1 denies and nothing else does, whatever else is given is told.
+    const std::pair<const char*, const char*> entries[] = {
+        {R"("action":1,"protocol":4)", "deny        ip"},
+        {R"("action":0,"protocol":4,"protoMarker":1)", "permit      4 "},
+        {R"("action":2,"protocol":6)", "permit (2)  tcp "},
+        {R"("action":1,"dstOperator":1,"ports":[0,0,80,0],"order":255,"tos":4294967295,)"
+         R"("icmp":"00000000","log":1)",
+         "dst eq 80 log 1  0"},
+        {R"("src":"::","srcMask":"::","dst":"10.0.0.1","dstMask":"255.255.255.255",)"
+         R"("srcOperator":5,"ports":[1,9,0,0])",
+         "any     host 10.0.0.1  src range 1 9  0"},
+        {R"("action":1,"src":"00:01:02:03:04:05","srcMask":"00:00:00:00:00:00",)"
+         R"("encapsulation":10,"etherTypeOperator":1,"etherType":2054,"order":255)",
+         "ev2 eq 0806  00:01:02:03:04:05 00:00:00:00:00:00"},
+        {R"("action":1,"encapsulation":0)", "any"}};
+    for (const auto& [entry, shown] : entries)
+        shows(conversation(
+                  lists + " A",
+                  {{R"({"lists":[{"name":"A","ifindex":67371009}]})"},
+                   {std::string(R"({"entries":[{"seq":2,"action":2},{"seq":1,)") + entry + "}]}"}}),
+              shown);
     // Long answers are asked for in pieces: two rows below their heads.
     const conversation pieces(
         "show card 1 access-lists | count",

@@ -23,31 +23,32 @@ std::string filtered(const std::string& line, const std::string& text) {
 // behind its cursor, or the rest of the one that it is at.
 void walk(fakeManager& m, std::vector<uint8_t>& message) {
     const auto& request = *reinterpret_cast<const cliShowReq*>(message.data());
-    const uint32_t code = request.cli.code;
-    const bool all = code == CLI_SHOW_IP_ACL_ALL || code == CLI_SHOW_V6_ACL_ALL ||
-                     code == CLI_SHOW_MAC_ALL || code == CLI_SHOW_PREFIX_ALL;
-    const bool ipv6 = code == CLI_SHOW_V6_ACL || code == CLI_SHOW_V6_ACL_ALL;
-    const bool mac = code == CLI_SHOW_MAC || code == CLI_SHOW_MAC_ALL;
-    const bool prefixes = code == CLI_SHOW_PREFIX_ALL || code == CLI_SHOW_PREFIX;
+    static const struct {
+        uint32_t one, all;
+        std::string head, text;
+    } kinds[] = {
+        {CLI_SHOW_PREFIX, CLI_SHOW_PREFIX_ALL, "ip prefix-list ",
+         ":\r\ncount: 2, range entries: 1, sequences: 5 - 10\r\n"
+         "   seq 5 permit 10.0.0.0/8 le 24 (hit count: 3)\r\n"},
+        {CLI_SHOW_V6_ACL, CLI_SHOW_V6_ACL_ALL, "IPv6 access list ",
+         "\r\n seq 5 deny host  00:00:00:00:00:01 any order 7monitor \r\n"},
+        {CLI_SHOW_MAC, CLI_SHOW_MAC_ALL, "Extended mac access list ",
+         "\r\n seq 5 deny host  00:00:00:00:00:01 any order 7monitor \r\n"},
+        {CLI_SHOW_IP_ACL, CLI_SHOW_IP_ACL_ALL, "Extended IP access list ", "\r\n"},
+    };
+    const auto& kind = *std::ranges::find_if(kinds, [&](const auto& k) {
+        return request.cli.code == k.one || request.cli.code == k.all;
+    });
+    const bool all = request.cli.code == kind.all, prefixes = &kind == kinds;
     const std::string cursor(listNameView(request.name));
     for (const std::string name : {"A", "B", "C"}) {
         if (all && request.resume == 0 ? cursor >= name : cursor != name) continue;
-        std::string text = (ipv6  ? "IPv6"
-                            : mac ? "Extended mac"
-                                  : "Extended IP") +
-                           std::string(" access list ") + name + "\r\n";
-        if (ipv6 || mac)
-            text += " seq 5 deny host  00:00:00:00:00:01 any order 7monitor \r\n";
-        else if (!prefixes && name == "A")
+        std::string text = kind.head + name + kind.text;
+        if (kind.one == CLI_SHOW_IP_ACL && name == "A")
             text =
                 "Standard IP access list A\r\n seq 5 permit any log (7 matches) order 255\r\n"
                 " seq 10 deny host 1.2.3.4 log (-2 matches) order 3\r\n";
-        if (prefixes && request.resume == 0)
-            text = "ip prefix-list " + name +
-                   ":\r\ncount: 2, range entries: 1, sequences: 5 - 10\r\n"
-                   "   seq 5 permit 10.0.0.0/8 le 24 (hit count: 3)\r\n";
-        else if (prefixes)
-            text = "   seq 10 deny 0.0.0.0/0 (hit count: 0)\r\n";
+        if (request.resume != 0) text = "   seq 10 deny 0.0.0.0/0 (hit count: 0)\r\n";
         return m.answerText(message, listNameMake(name), text,
                             prefixes ? uint32_t{request.resume == 0} : SHOW_MARKER);
     }

@@ -136,12 +136,6 @@ TEST(BgpAttributes, PathsAreRendered) {
     EXPECT_STREQ(text, "650");
     const bytes wide{0x40, 2, 6, 2, 1, 0, 0, 2, 0};
     EXPECT_EQ(aspath_make_str_count(wide.data(), 9, text, sizeof text, AS_WIDTH_4), 3);
-    EXPECT_STREQ(text, "512");
-    EXPECT_EQ(aspath_make_str_count(wide.data(), 8, text, sizeof text, AS_WIDTH_4), -1);
-    EXPECT_EQ(bgpGetAS4Str(65546, AS_NOTATION_PLAIN), "65546");
-    EXPECT_EQ(bgpGetAS4Str(65546, AS_NOTATION_DOT), "1.10");
-    EXPECT_EQ(bgpGetAS4Str(65535, AS_NOTATION_DOT), "65535");
-    EXPECT_EQ(bgpGetAS4Str(65535, AS_NOTATION_DOTPLUS), "0.65535");
 }
 
 TEST_F(BgpLists, ClientsAskByNumberAndByHandle) {

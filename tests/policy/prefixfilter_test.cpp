@@ -1,4 +1,5 @@
 // The evaluation and the trees beside the chain, against lists that are walked.
+#include "match/zekRmap.h"
 #include "tests/policy/policyTest.h"
 
 namespace {
@@ -172,33 +173,40 @@ INSTANTIATE_TEST_SUITE_P(Seeds, PrefixAgainstTheWalk, testing::Range(0, 6));
 
 // What the model cannot say: lists of another family, no list, and callers with the parts apart.
 TEST_F(PolicyTest, APrefixListHasOneFamilyAndCountsItsHits) {
-    configure("ipv6 prefix-list A\n permit 2001:db8::/32 ge 48 le 64\n");
+    configure("ipv6 prefix-list A\n permit 2001:db8::/32 le 64\n");
     prefixList* list = ipPrefixListFind(A, AF_IPV6);
     const uint8_t address[16] = {0x20, 1, 0xd, 0xb8};
     for (uint32_t length = 0; length <= 128; length++) {
         const ipPrefix route = ipPrefixMake(AF_IPV6, address, length);
-        const int expected = length >= 48 && length <= 64 ? 0 : 1;
+        const int expected = length >= 32 && length <= 64 ? 0 : 1;
         EXPECT_EQ(prefixFilterCheck(list, route), expected) << length;
         EXPECT_EQ(prefixFilterCheckv4_v6(list, AF_IPV6, route.address, route.mask), expected);
         EXPECT_EQ(ipPrefixLength(route), length);
     }
-    EXPECT_EQ(list->head->hits, 2 * 17u);
+    EXPECT_EQ(list->head->hits, 2 * 33u);
     EXPECT_EQ(prefixFilterCheck(list, ipPrefixMake(AF_IPV4, address, 32)), 1);
     EXPECT_EQ(prefixFilterCheck(nullptr, ipPrefix{AF_IPV4, {}, {}}), 1);
 }
 
-// Readers see a list before a change or after it. The last entry permits what every change denies
-// and permits again; two entries say the same at any time, so no reader may find neither.
+// Readers see a list before a change or after it, and a map that names it decides as it does. The
+// last entry permits what every change denies and permits again; two entries say the same at any
+// time, so no reader may find neither.
 TEST_F(PolicyTest, ReadersSeeAPrefixListBeforeOrAfterAChange) {
-    configure("ip prefix-list A\n seq 60000 permit 10.0.0.0/8 le 32\n");
+    configure(
+        "ip prefix-list A\n seq 60000 permit 10.0.0.0/8 le 32\n"
+        "route-map M permit 10\n match ip address prefix-list A\n set weight 5\n");
     prefixList* list = ipPrefixListFind(A, AF_IPV4);
     std::atomic<uint32_t> wrong{0};
     auto ask = [&] {
         const uint8_t address[4] = {10, 1, 2, 3};
+        rmapRoute in, out;
+        in.prefix = ipPrefixMake(AF_IPV4, address, 24);
         aclReadLock();
         const prefixEntry* decided = nullptr;
-        const int verdict = prefixFilterCheck(list, ipPrefixMake(AF_IPV4, address, 24), &decided);
+        const int verdict = prefixFilterCheck(list, in.prefix, &decided);
         if (decided == nullptr || verdict != static_cast<int>(decided->record->action)) wrong++;
+        if (ipRoutemapCheck(ipRmapListFind(M), in, &out) != verdict) wrong++;
+        if ((out.weight == 5 || out.weight == 6) != (verdict == 0)) wrong++;
         aclReadUnlock();
     };
     askWhileChanging(2, 300, 0, ask, [](uint32_t round) {
@@ -206,6 +214,10 @@ TEST_F(PolicyTest, ReadersSeeAPrefixListBeforeOrAfterAChange) {
             {1 + round % 50, round % 2, 0, 32, static_cast<uint8_t>(16 + round % 9), {10, 1}, {}},
             AF_IPV4);
         if (ipAddPrefixEntryExt(A, entry, AF_IPV4) != 0) ipDelPrefixEntryExt(A, entry, 1u, AF_IPV4);
+        rmapClauseBlock weight = clause(SET, RTMAP_SET_WEIGHT, 5 + round % 2);
+        aclWriteLock();
+        (void)ipAddRmapEntry(M, &weight, AF_IPV4);
+        aclWriteUnlock();
         if (round % 20 == 0) ipReseqPrefixListExt(A, 100u, 3u, AF_IPV4);
         if (round % 30 == 0) prefixClearIpListExt(A, AF_IPV4);
     });

@@ -1,5 +1,5 @@
 // Routes against route maps: every kind of match and set clause, how instances and continue clauses
-// go together (against a plain model), and readers beside changes.
+// go together (against a plain model).
 #include <map>
 
 #include "match/zekRmap.h"
@@ -205,30 +205,6 @@ TEST_F(RmapCheck, DecidesAsAPlainWalkDoes) {
         }
         (void)ipRmapListDelete(M, 0, RMAP_NAMED_NONE);
     }
-}
-
-// Readers see a map before or after a change.
-TEST_F(RmapCheck, ReadersBesideChanges) {
-    configure("route-map M permit 10\n match metric 1\n");
-    auto ask = [] {
-        rmapRoute in = route(), out;
-        in.metric = 1;
-        aclReadLock();
-        const int verdict = ipRoutemapCheck(ipRmapListFind(M), in, &out);
-        aclReadUnlock();
-        // Either the instance stands with one of its two weights, or it does not match.
-        EXPECT_TRUE(verdict == 1 || out.weight == 0 || out.weight == 5 || out.weight == 6);
-    };
-    askWhileChanging(2, 200, 0, ask, [](uint32_t round) {
-        const uint32_t odd = round % 2;
-        aclWriteLock();
-        for (auto& c :
-             {clause(SET, RTMAP_SET_WEIGHT, 5 + odd), clause(MATCH, RTMAP_MATCH_MET, 2 - odd)})
-            (void)ipAddRmapEntry(M, const_cast<rmapClauseBlock*>(&c), AF_IPV4);
-        rmapClauseBlock metric = clause(MATCH, RTMAP_MATCH_MET, 1 + odd);
-        (void)ipDelRmapEntry(M, &metric, AF_IPV4);
-        aclWriteUnlock();
-    });
 }
 
 TEST_F(RmapCheck, CheckCommandsSayTheVerdict) {

@@ -377,11 +377,11 @@ TEST_F(RouteMap, TheConfigurationFollowsRandomChanges) {
 }
 
 TEST_F(RouteMap, PrependsFollowTheAsNotationAndLinesThatAreTooLongAreNotWritten) {
-    configure("route-map M permit 10\n set as-path prepend 65546 7\n");
-    for (auto [word, line] : {std::pair{1u, " set as-path prepend 1.10 7 "},
-                              {2u, " set as-path prepend 1.10 0.7 "},
-                              {3u, " set as-path prepend 1.10 0.7 "},
-                              {0u, " set as-path prepend 65546 7 "}}) {
+    configure("route-map M permit 10\n set as-path prepend 65546 65535\n");
+    for (auto [word, line] : {std::pair{1u, " set as-path prepend 1.10 65535 "},
+                              {2u, " set as-path prepend 1.10 0.65535 "},
+                              {3u, " set as-path prepend 1.10 0.65535 "},
+                              {0u, " set as-path prepend 65546 65535 "}}) {
         const uint32_t notation = word;
         ASSERT_EQ(ask(cli<cliWordReq>(13607, "", [=](cliWordReq& r) { r.word = notation; })),
                   ACL_OK);
