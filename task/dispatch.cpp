@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <new>
 #include <set>
 #include <string>
 
@@ -438,6 +439,11 @@ void refuse(const msgRow& row, uint8_t* message) {
         case msgReply::dai:
             (void)AclDaiIpcReply(message);
             break;
+        case msgReply::byHandler:
+            if (row.run != handleCli) break;
+            reinterpret_cast<cliHdr*>(message)->result = ACL_E_MEMORY;
+            AclIpcReply(aclNode->ipc.regQfd, message);
+            break;
         default:
             break;
     }
@@ -519,8 +525,17 @@ int AclProcMsg(aclNodeRecord* node, uint8_t* message) {
         refuse(*row, message);
         return -1;
     }
-    const int result = row->show.run != nullptr ? answerTaskShow(row->show, node, message)
-                                                : row->run(node, message);
+    int result = NOT_TOLD;
+    try {
+        result = row->show.run != nullptr ? answerTaskShow(row->show, node, message)
+                                          : row->run(node, message);
+    } catch (const std::bad_alloc&) {
+        // What was done by then stays; the next message may find memory again.
+        aclSysErr(SYSERR_MEMORY, "Unable to allocate memory for a message of type %d",
+                  static_cast<int>(uint32_t{hdr->mtype}));
+        refuse(*row, message);
+        return -1;
+    }
     if (row->reply == msgReply::ipc) AclIpcReply(node->ipc.regQfd, message);
     if (row->reply == msgReply::dai) (void)AclDaiIpcReply(message);
     return row->tellsResult ? result : -1;
