@@ -64,12 +64,23 @@ struct aclQueues {
 };
 
 // With whom this task is registered, or who has registered with it.
+// A registration that is retried for ever says "failed" when its 8-bit attempt count wraps, and
+// "succeeded" once it succeeds after that.
+struct aclRetry {
+    uint8_t attempts;
+    bool failureLogged;
+};
+
 struct aclStanding {
     // After a start: until then (steady clock, milliseconds) the interface manager may say who is
     // a member of what. 0: it has, or nobody waits for it.
     uint64_t placesAwaitedUntil;
     uint8_t ifmRegistered, evhRegistered, peerRegistered, acl2Registered, acl0Registered,
         udpHelperRegistered;
+    struct {
+        aclRetry ifm, udpHelper;
+        uint32_t evhAttempts, peerAttempts;
+    } retries;
 };
 
 constexpr uint32_t PEER_UPDATE_KINDS = 21;  // slots 0-19, and 20 for a CAM-profile change

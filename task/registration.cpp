@@ -23,14 +23,7 @@ WIRE_SIZE(ifmRegisterReq, 1436);
 
 constexpr uint32_t IFM_WAIT_MS = 5000;
 
-// A registration that is retried for ever says "failed" when its 8-bit attempt count wraps, and
-// "succeeded" once it succeeds after that.
-struct retryState {
-    uint8_t attempts;
-    bool failureLogged;
-};
-
-void retryResult(retryState* state, uint8_t* done, uint32_t code, bool success) {
+void retryResult(aclRetry* state, uint8_t* done, uint32_t code, bool success) {
     if (success) {
         *done = 1;
         if (state->failureLogged) aclSysErr(code, "%s", "succeeded");
@@ -130,8 +123,7 @@ int AclRegisterWithUDPHelper() {
 }
 
 void aclSendRegistration() {
-    static retryState ifm, udpHelper;
-    static uint32_t evhAttempts, peerAttempts;
+    auto& [ifm, udpHelper, evhAttempts, peerAttempts] = aclNode->standing.retries;
     if (aclNode->standing.ifmRegistered == 0)
         retryResult(&ifm, &aclNode->standing.ifmRegistered, SYSERR_IFM,
                     AclRegisterWithIFM(0, aclNode->ipc.ipckey) == 0);
