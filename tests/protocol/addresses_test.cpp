@@ -1,10 +1,6 @@
 // The router's own addresses: what is sent to whom when they come and go, with the members of their
-// LAGs and VLANs, and that a replay makes the same of a card as its history did.
+// LAGs and VLANs, and what a replay gives.
 #include "protocol/AclIpAdd.h"
-
-#include <map>
-#include <random>
-#include <set>
 
 #include "task/follow.h"
 #include "tests/download/fixture.h"
@@ -45,40 +41,6 @@ aclEntry entryOf(uint32_t address, const entryRow& row) {
     if (row.dstPort != 0) b.dstOperator = 1, b.dstLow = static_cast<uint16_t>(row.dstPort);
     if (row.srcPort != 0) b.srcOperator = 1, b.srcLow = static_cast<uint16_t>(row.srcPort);
     return e;
-}
-
-// A card's tables, as the messages make them: by interface and family, of every entry all that says
-// something (its number does not).
-typedef std::map<std::pair<uint32_t, bool>, std::set<bytes>> cardTables;
-struct entryForm {
-    uint32_t add, del, list;
-    size_t image, seqAt, until;
-};
-constexpr entryForm form4{14414, 14415, 14413, 392, 4, 392},
-    form6{14531, 14532, 14530, 140, 92, 124};
-
-void apply(const bytes& m, std::map<uint32_t, cardTables>* cards) {
-    const uint32_t id = get32(m, 12);
-    for (const entryForm& form : {form4, form6}) {
-        if (id != form.add && id != form.del && id != form.list) continue;
-        std::set<bytes>& table =
-            (*cards)[get32(m, 48)][{get32(m, 132 + 352), form.image == form6.image}];
-        const uint32_t count = get32(m, 132 + 312);
-        if (id == form.list) table.clear();
-        ASSERT_GE(m.size(), 1188 + count * form.image);
-        for (uint32_t i = 0; i < count; i++) {
-            const auto at = m.begin() + static_cast<ptrdiff_t>(1188 + i * form.image);
-            bytes entry(at, at + static_cast<ptrdiff_t>(form.until));
-            std::fill_n(entry.begin() + static_cast<ptrdiff_t>(form.seqAt), 4, 0);
-            if (id == form.del)
-                table.erase(entry);
-            else
-                table.insert(entry);
-        }
-    }
-}
-void dropEmpty(cardTables* tables) {
-    std::erase_if(*tables, [](const auto& row) { return row.second.empty(); });
 }
 
 struct Addresses : DownloadTest {
@@ -133,14 +95,6 @@ struct Addresses : DownloadTest {
         EXPECT_TRUE(effects.empty()) << what << ": " << effects[0];
     }
     static uint32_t stored() { return static_cast<uint32_t>(ipSysAccessListFind(GLOBAL)->count); }
-    // Messages of a replay that concern system lists.
-    std::map<uint32_t, cardTables> tablesByReplay() {
-        std::map<uint32_t, cardTables> cards;
-        for (uint32_t slot : {0u, 3u, 4u}) aclReplayToAgent(slot, false);
-        for (const bytes& m : enqueued()) apply(m, &cards);
-        for (auto& [slot, tables] : cards) dropEmpty(&tables);
-        return cards;
-    }
 };
 
 TEST_F(Addresses, EntriesStandOnceForAnAddressAndGoWithTheLastInterface) {
@@ -255,16 +209,8 @@ TEST_F(Addresses, ForIpv6EveryCardAsAWhole) {
                 e.block.icmp.type = static_cast<uint8_t>(w.icmp), e.block.icmp.typeGiven = 1;
         }
         auto message = [&](uint32_t slot, size_t from, size_t count) {
-            wantHeader header{"v6 Global Acl",
-                              static_cast<uint32_t>(count),
-                              2,
-                              0,
-                              0,
-                              static_cast<uint32_t>(count),
-                              0,
-                              0,
-                              0xFF,
-                              0};
+            const auto n = static_cast<uint32_t>(count);
+            const wantHeader header{"v6 Global Acl", n, 2, 0, 0, n, 0, 0, 0xFF, 0};
             bytes body = headerBytes(header);
             for (size_t i = from; i < from + count; i++) {
                 acl6Entry e = entries[i];
@@ -434,67 +380,6 @@ TEST_F(Addresses, AgentsSendFromTheLowestAddress) {
     EXPECT_EQ(asked(20417), 0xC0A80109u);
     aclDelAllAddressesOf(IFINDEX_CP_BIND);
     EXPECT_EQ(asked(20417), IP_2);
-}
-
-// Whatever has happened: the cards hold what a replay would give them.
-TEST_F(Addresses, AReplayMakesOfACardWhatItsHistoryDid) {
-    std::mt19937 random(20261122);
-    auto below = [&](uint32_t n) { return static_cast<uint32_t>(random() % n); };
-    const uint32_t ports[] = {PORT_3_1, PORT_3_2, PORT_4_0};
-    const uint32_t places[] = {PORT_3_1, LAG_7, LAG_8, VLAN_10, VLAN_10 + 1};
-    std::map<uint32_t, cardTables> history;
-    for (uint32_t slot : {0u, 3u, 4u}) aclReplayToAgent(slot, false);
-    size_t most = 0;
-    for (int step = 1; step <= 2000; step++) {
-        const uint32_t place = places[below(5)], port = ports[below(3)];
-        const uint32_t vlan = VLAN_10 + below(2), lag = below(2) != 0 ? LAG_7 : LAG_8;
-        uint8_t v6[16] = {0xfe, 0x80};
-        v6[15] = static_cast<uint8_t>(below(2));
-        const uint32_t member = below(3) == 0 ? lag : port;
-        switch (below(11)) {
-            case 0:
-            case 1:
-                aclAddIpAddrFromIFM(place, IP_1 + below(4));
-                break;
-            case 2:
-                aclDelIpAddrFromIFM(place, IP_1 + below(4));
-                break;
-            case 3:
-                aclAddIPV6AddFromIFM(place, v6, 64);
-                break;
-            case 4:
-                aclDelIPV6AddFromIFM(place, v6, 64);
-                break;
-            case 5:
-            case 6:
-                (void)aclFollowVlanJoined(vlan, member);
-                break;
-            case 7:
-                (void)aclFollowVlanLeft(vlan, member);
-                break;
-            case 8:
-                (void)aclFollowLagJoined(lag, port);
-                break;
-            case 9:
-                (void)aclFollowLagLeft(lag, port);
-                break;
-            case 10:
-                if (below(4) == 0) (void)aclTrapDhcp(below(2) != 0);
-                if (below(8) == 0) aclDelIpaddInfoToTree(place, IP_1 + below(4));
-                if (below(20) == 0) aclDelAllAddressesOf(place);
-                if (below(40) == 0) aclFollowVlanGone(vlan);
-                if (below(40) == 0) aclFollowLagGone(lag);
-                break;
-        }
-        for (const bytes& m : enqueued()) apply(m, &history);
-        if (step % 20 != 0) continue;
-        for (auto& [slot, tables] : history) {
-            dropEmpty(&tables);
-            most = std::max(most, tables.size());
-        }
-        ASSERT_EQ(history, tablesByReplay()) << "after step " << step;
-    }
-    EXPECT_GT(most, 3u) << "or nothing was compared";
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 // which order; and that cards which have lived through everything hold what a replay gives them.
 #include <map>
 #include <random>
-#include <set>
 
 #include "include/protMsg.h"
 #include "protocol/AclIpAdd.h"
@@ -78,44 +77,43 @@ struct wantEntry {
     uint32_t option = 0, vlan = 0, marker = 0;
     uint32_t address = 0x0A000001, mask = 0xFFFFFF00;
 };
+bytes systemBytes(uint32_t id, const char* list, uint32_t port, const bytes& image) {
+    wantHeader header{list, 1, 2, port, 0, 1};
+    header.block = 0;
+    header.pipe = static_cast<uint8_t>(aclPortPipe(port));
+    return messageBytes(id, static_cast<uint32_t>(ifindexSlot(port)), 0,
+                        headerBytes(header) + image);
+}
+// What both families' entries have alike.
+template <class Block>
+void fillEntry(Block* e, const wantEntry& w) {
+    e->seq = SEQ_NOT_GIVEN;
+    e->protocol = w.protocol;
+    e->dstLow = e->dstHigh = w.port;
+    if (w.port != 0 && (w.protocol == 6 || w.protocol == 17)) e->dstOperator = 1u;
+}
 bytes entryBytes(const wantEntry& w, uint32_t port, bool add) {
     aclEntry e{};
-    e.block.seq = SEQ_NOT_GIVEN;
+    fillEntry(&e.block, w);
     e.block.dst = w.address;
     e.block.dstMask = w.mask;
     e.block.precedence = e.block.tos = FIELD_NOT_GIVEN;
     e.block.kind = 2u;
     e.block.order = 255u;
     e.block.dscp = 255;
-    e.block.protocol = w.protocol;
     e.block.protoMarker = w.marker;
     e.block.reserved40 = w.option;
     e.block.vlan = w.vlan;
-    e.block.dstLow = e.block.dstHigh = w.port;
-    if (w.port != 0 && (w.protocol == 6 || w.protocol == 17)) e.block.dstOperator = 1u;
-    const auto slot = static_cast<uint32_t>(ifindexSlot(port));
-    wantHeader header{"Global Acl", 1, 2, port, 0, 1};
-    header.block = 0;
-    header.pipe = static_cast<uint8_t>(aclPortPipe(port));
-    return messageBytes(add ? 14414 : 14415, slot, 0, headerBytes(header) + imageBytes(e));
+    return systemBytes(add ? 14414 : 14415, "Global Acl", port, imageBytes(e));
 }
 // The same of an IPv6 record.
 bytes entry6Bytes(const wantEntry& w, uint32_t port, bool add) {
-    ip6EntryBlock e{};
-    e.seq = SEQ_NOT_GIVEN;
-    e.dst[0] = 0x20, e.dst[15] = 1;
-    std::fill_n(e.dstMask, 8, 0xFF);
-    e.protocol = w.protocol;
-    e.reserved76 = w.option;
-    e.dstLow = e.dstHigh = w.port;
-    if (w.port != 0 && (w.protocol == 6 || w.protocol == 17)) e.dstOperator = 1u;
-    const auto slot = static_cast<uint32_t>(ifindexSlot(port));
-    wantHeader header{"v6 Global Acl", 1, 2, port, 0, 1};
-    header.block = 0;
-    header.pipe = static_cast<uint8_t>(aclPortPipe(port));
-    bytes image(140);
-    std::memcpy(&image[8], &e, sizeof e);
-    return messageBytes(add ? 14531 : 14532, slot, 0, headerBytes(header) + image);
+    acl6Entry e{};
+    fillEntry(&e.block, w);
+    e.block.dst[0] = 0x20, e.block.dst[15] = 1;
+    std::fill_n(e.block.dstMask, 8, 0xFF);
+    e.block.reserved76 = w.option;
+    return systemBytes(add ? 14531 : 14532, "v6 Global Acl", port, imageBytes(e));
 }
 
 // A place, where its traps go in their order, and its ports in theirs.
@@ -187,14 +185,10 @@ struct Protocols : DownloadTest {
     static messages trapsOf(const texts& macs, uint32_t cpus, const wantPlace& place, uint32_t on) {
         return trapsOf(wantProtocol{0, macs, cpus, NO_ENTRY}, place, on);
     }
-    static messages entriesOf(const wantEntry& w, const wantPlace& place, bool add) {
+    static messages entriesOf(const wantEntry& w, const wantPlace& place, bool add,
+                              bool v6 = false) {
         messages all;
-        for (uint32_t at : place.ports) all.push_back(entryBytes(w, at, add));
-        return all;
-    }
-    static messages entries6Of(const wantEntry& w, const wantPlace& place, bool add) {
-        messages all;
-        for (uint32_t at : place.ports) all.push_back(entry6Bytes(w, at, add));
+        for (uint32_t at : place.ports) all.push_back((v6 ? entry6Bytes : entryBytes)(w, at, add));
         return all;
     }
     static ptrdiff_t addressesOf(uint32_t place) {
@@ -234,8 +228,7 @@ TEST_F(Protocols, EachIsEnabledRepeatedAndDisabledOnAPortAVlanAndALag) {
                 if (w.id == 20486 && !v6 && place.ifindex == VLAN_10) entry.vlan = 10;
                 auto sent = [&](bool on) {
                     if (w.ipProtocol == NO_ENTRY) return trapsOf(w, place, on);
-                    return trapsOf(w, place, on) +
-                           (v6 ? entries6Of(entry, place, on) : entriesOf(entry, place, on));
+                    return trapsOf(w, place, on) + entriesOf(entry, place, on, v6);
                 };
                 EXPECT_MESSAGES(enable(r), sent(true));
                 EXPECT_EQ(std::popcount(flags(place.ifindex)), 1);
@@ -277,7 +270,7 @@ TEST_F(Protocols, Ipv6IsEnabledBesideIpv4ButForRipsUsers) {
         disable(record(PROT_BGP, PORT_3_1)),
         trapsOf(none, 2, port, 0) + trapsOf(none, 2, port, 1) + entriesOf({6, 179}, port, false));
     EXPECT_MESSAGES(disable(record6(PROT_BGP, PORT_3_1)),
-                    trapsOf(none, 2, port, 0) + entries6Of({6, 179}, port, false));
+                    trapsOf(none, 2, port, 0) + entriesOf({6, 179}, port, false, true));
     (void)enable(record(PROT_RIP, PORT_3_1)), (void)enable(record6(PROT_RIP, PORT_3_1));
     EXPECT_MESSAGES(disable(record(PROT_RIP, PORT_3_1)), messages{});
     EXPECT_MESSAGES(disable(record6(PROT_RIP, PORT_3_1)), trapsOf({"01005E000009"}, 2, port, 0));
@@ -406,46 +399,6 @@ TEST_F(Protocols, ADisableThatTakesAnEntryForgetsTheAddressOfIpv4) {
             EXPECT_EQ(addressesOf(PORT_3_1), w.ipProtocol != NO_ENTRY && !v6 ? 0 : 1);
             aclDelIpAddrFromIFM(PORT_3_1, address);
         }
-}
-
-TEST_F(Protocols, MembersGetAndLoseTheTrapsAndTheEntries) {
-    for (uint32_t place : {VLAN_10, LAG_7}) (void)enable(record(PROT_BGP, place));
-    const texts mac{"000000000000"};
-    auto both = [&](const wantPlace& place, bool on) {
-        return trapsOf(mac, 2, place, on) + entriesOf({6, 179}, place, on);
-    };
-    auto vlanPort = [&](bool join, uint32_t member) {
-        EXPECT_EQ((join ? aclFollowVlanJoined : aclFollowVlanLeft)(VLAN_10, member), 0);
-        return enqueued();
-    };
-    auto lagPort = [&](bool join, uint32_t lagIfindex, uint32_t member) {
-        EXPECT_EQ((join ? aclFollowLagJoined : aclFollowLagLeft)(lagIfindex, member), 0);
-        return enqueued();
-    };
-    const wantPlace first{0, {{3, VLAN_10}}, {PORT_3_2}}, second{0, {}, {PORT_3_3}};
-    EXPECT_MESSAGES(vlanPort(true, PORT_3_2), both(first, true));
-    EXPECT_MESSAGES(vlanPort(true, PORT_3_3), both(second, true));  // the card has it
-    EXPECT_MESSAGES(vlanPort(false, PORT_3_3), both(second, false));
-    EXPECT_MESSAGES(vlanPort(false, PORT_3_2), both(first, false));
-    // A LAG in a VLAN: its ports are the VLAN's.
-    EXPECT_MESSAGES(vlanPort(true, LAG_8), messages{});
-    const wantPlace behind{0, {{4, VLAN_10}}, {PORT_4_1}};
-    EXPECT_MESSAGES(lagPort(true, LAG_8, PORT_4_1), both(behind, true));
-    EXPECT_MESSAGES(vlanPort(false, LAG_8), both(behind, false));
-    EXPECT_MESSAGES(vlanPort(true, LAG_8), both(behind, true));
-    EXPECT_MESSAGES(lagPort(false, LAG_8, PORT_4_1), both(behind, false));
-    // Of a LAG the protocols stand under the port's own index.
-    EXPECT_MESSAGES(lagPort(true, LAG_7, PORT_3_1), both(port, true));
-    EXPECT_MESSAGES(lagPort(false, LAG_7, PORT_3_1), both(port, false));
-    // The place goes, and with it all that it asked for.
-    (void)vlanPort(true, PORT_3_2);
-    aclFollowVlanGone(VLAN_10);
-    EXPECT_MESSAGES(enqueued(), both(first, false));
-    (void)lagPort(true, LAG_7, PORT_3_1);
-    (void)enable(record(PROT_IGMP, PORT_3_1));
-    aclFollowPortGone(PORT_3_1);
-    messages want = both(port, false);
-    EXPECT_MESSAGES(enqueued(), want + trapsOf({"01005E000000"}, 4, port, 0));
 }
 
 TEST_F(Protocols, TheModeOfAPortIsInItsTraps) {
@@ -623,104 +576,106 @@ TEST_F(Protocols, ACardWithoutAMacAgentIsLeftOutAndOnlyThePrimaryTells) {
 
 namespace {
 
-// A card as the messages make it.
-struct cardModel {
-    std::map<bytes, bytes> traps;               // index and address; the rest
-    std::set<std::pair<bytes, bytes>> entries;  // the port, the entry
-    void take(const bytes& m) {
-        const uint32_t id = get32(m, 12);
-        auto part = [&m](ptrdiff_t at, size_t n) {
-            return bytes(&m[size_t(at)], &m[size_t(at)] + n);
-        };
-        if (id == 18841) {
-            const bytes key = part(132, 10);
-            if (get32(m, 144) == 1)
-                traps[key] = part(142, 22);
-            else
-                traps.erase(key);
-            return;
-        }
-        const bool v6 = id > 14500;
-        if (!v6 && id != 14414 && id != 14415) return;
-        const size_t size = v6 ? 140 : 392;
-        for (uint32_t n = 0; n < get32(m, 132 + 312); n++) {
-            std::pair key{part(132 + 352, 4), part(ptrdiff_t(132 + 1056 + n * size), size)};
-            if (id == 14414 || id == 14531)
-                entries.insert(key);
-            else if (id == 14415 || id == 14532)
-                entries.erase(key);
+// A card as the messages make it: by interface and size of an entry, of every entry all that says
+// something (its number does not); in {0, 0} its traps, by index and address.
+typedef std::map<std::pair<uint32_t, size_t>, std::map<bytes, bytes>> cardTables;
+
+void apply(const bytes& m, std::map<uint32_t, cardTables>* cards) {
+    const uint32_t id = get32(m, 12);
+    cardTables& card = (*cards)[get32(m, 48)];
+    const auto part = [&m](size_t at, size_t until) { return bytes(&m[at], &m[0] + until); };
+    if (id == 18841) {
+        card[{0, 0}].erase(part(132, 142));
+        if (get32(m, 144) == 1) card[{0, 0}][part(132, 142)] = part(142, 164);
+    }
+    const struct {
+        uint32_t list, add, del;
+        size_t image, seqAt, until;
+    } forms[] = {{14413, 14414, 14415, 392, 4, 392}, {14530, 14531, 14532, 140, 92, 124}};
+    for (const auto& form : forms) {
+        if (id != form.add && id != form.del && id != form.list) continue;
+        auto& table = card[{get32(m, 132 + 352), form.image}];
+        const uint32_t count = get32(m, 132 + 312);
+        if (id == form.list) table.clear();
+        ASSERT_GE(m.size(), 1188 + count * form.image);
+        for (uint32_t i = 0; i < count; i++) {
+            bytes entry = part(1188 + i * form.image, 1188 + i * form.image + form.until);
+            put32(entry, form.seqAt, {0});
+            table.erase(entry);
+            if (id != form.del) table[entry] = {};
         }
     }
-};
+}
 
 }  // namespace
 
+// Whatever has happened to members, addresses and protocols: the cards hold what a replay gives.
 TEST_F(Protocols, ACardThatWasThereHoldsWhatAReplayGives) {
     std::mt19937 random{11};
-    auto any = [&random](auto list) { return list[random() % list.size()]; };
-    const numbers ports{PORT_3_1, PORT_3_2, PORT_3_3, PORT_4_0, PORT_4_1}, lags{LAG_7, LAG_8};
-    const numbers vlans{VLAN_10, VLAN_10 + 1};
-    std::map<uint32_t, cardModel> cards;
-    auto hear = [this](std::map<uint32_t, cardModel>* to) {
-        for (const bytes& m : enqueued()) (*to)[get32(m, 48)].take(m);
+    auto below = [&random](uint32_t n) { return static_cast<uint32_t>(random() % n); };
+    auto any = [&](const numbers& list) { return list[below(uint32_t(list.size()))]; };
+    auto hear = [this](std::map<uint32_t, cardTables>* to) {
+        for (const bytes& m : enqueued()) apply(m, to);
+        for (auto& [slot, tables] : *to)
+            std::erase_if(tables, [](const auto& table) { return table.second.empty(); });
     };
-    auto randomRecord = [&] {
-        const numbers places{any(ports), any(lags), any(vlans)};
-        protRecord r = record(protocols[random() % std::size(protocols)].id, any(places));
-        if (random() % 4 == 0) r.protocol = 16;
-        if (random() % 3 == 0) r = withMac(r, static_cast<uint32_t>(1 + random() % 2));
-        r.lda = static_cast<uint8_t>(random() % 2);
-        r.address[3] = static_cast<uint8_t>(random() % 2);
+    auto replayTo = [&](std::map<uint32_t, cardTables>* cards) {
+        for (uint32_t slot : {0u, 3u, 4u}) aclReplayToAgent(slot, false);
+        hear(cards);
+    };
+    auto randomRecord = [&](uint32_t place) {
+        protRecord r = record(protocols[below(std::size(protocols))].id, place);
+        if (below(4) == 0) r.protocol = 16;
+        if (below(3) == 0) r = withMac(r, 1 + below(2));
+        r.lda = static_cast<uint8_t>(below(2));
+        r.address[3] = static_cast<uint8_t>(below(2));
         return r;
     };
-    size_t held = 0;
-    for (int step = 0; step < 3000; step++) {
-        const uint32_t onePort = any(ports), oneLag = any(lags), oneVlan = any(vlans);
-        const uint32_t member = random() % 3 == 0 ? oneLag : onePort;
-        switch (random() % 16) {
-            case 0:
-            case 1:
-                (void)aclFollowVlanJoined(oneVlan, member);
-                break;
-            case 2:
-                (void)aclFollowVlanLeft(oneVlan, member);
-                break;
-            case 3:
-            case 4:
-                (void)aclFollowLagJoined(oneLag, onePort);
-                break;
-            case 5:
-                (void)aclFollowLagLeft(oneLag, onePort);
-                break;
-            case 6:
-                if (random() % 4 == 0) aclFollowPortGone(onePort);
-                if (random() % 4 == 0) aclFollowLagGone(oneLag);
-                if (random() % 4 == 0) aclFollowVlanGone(oneVlan);
-                break;
-            case 7:
-                aclPlaceUseObtain(onePort)->mode = static_cast<uint32_t>(random() % 3);
-                aclProtocolModeChanged(onePort);
-                break;
-            default: {
-                const protRecord r = randomRecord();
-                EXPECT_EQ(AclProtEnableCore(random() % 5 < 3 ? ENABLE : DISABLE, &r), ACL_OK);
-            }
+    std::map<uint32_t, cardTables> cards;
+    replayTo(&cards);
+    size_t held = 0, traps = 0;
+    for (int step = 0; step < 4000; step++) {
+        const uint32_t onePort = any({PORT_3_1, PORT_3_2, PORT_3_3, PORT_4_0, PORT_4_1});
+        const uint32_t oneLag = any({LAG_7, LAG_8}), oneVlan = VLAN_10 + below(2);
+        const uint32_t member = below(3) == 0 ? oneLag : onePort,
+                       place = any({onePort, oneLag, oneVlan});
+        const uint32_t address = 0x0A000001 + below(4), what = below(20);
+        const uint8_t v6[16] = {0xfe, static_cast<uint8_t>(0x80 + below(2))};
+        if (what < 2) (void)aclFollowVlanJoined(oneVlan, member);
+        if (what == 2) (void)aclFollowVlanLeft(oneVlan, member);
+        if (what == 3) (void)aclFollowLagJoined(oneLag, onePort);
+        if (what == 4) (void)aclFollowLagLeft(oneLag, onePort);
+        if (what == 5 || what == 6) aclAddIpAddrFromIFM(place, address);
+        if (what == 7) aclDelIpAddrFromIFM(place, address);
+        if (what == 8) aclAddIPV6AddFromIFM(place, v6, 64);
+        if (what == 9) aclDelIPV6AddFromIFM(place, v6, 64);
+        if (what == 10) {
+            aclPlaceUseObtain(onePort)->mode = below(3);
+            aclProtocolModeChanged(onePort);
+        }
+        if (what == 11) {
+            if (below(4) == 0) (void)aclTrapDhcp(below(2) != 0);
+            if (below(8) == 0) aclDelIpaddInfoToTree(place, address);
+            if (below(20) == 0) aclDelAllAddressesOf(place);
+            if (below(20) == 0) aclFollowPortGone(onePort);
+            if (below(20) == 0) aclFollowVlanGone(oneVlan);
+            if (below(20) == 0) aclFollowLagGone(oneLag);
+        }
+        if (what > 11) {
+            const protRecord r = randomRecord(place);
+            EXPECT_EQ(AclProtEnableCore(below(5) < 3 ? ENABLE : DISABLE, &r), ACL_OK);
         }
         hear(&cards);
         if (step % 10 != 0) continue;
-        std::map<uint32_t, cardModel> anew;
-        for (uint32_t slot : {3u, 4u}) {
-            AclUpdateMacAgentForProtocols(slot);
-            aclReplayPortEntries(slot);
-        }
-        hear(&anew);
-        for (uint32_t slot : {3u, 4u}) {
-            ASSERT_EQ(cards[slot].traps, anew[slot].traps) << "step " << step;
-            ASSERT_EQ(cards[slot].entries, anew[slot].entries) << "step " << step;
-            held += anew[slot].traps.size() * anew[slot].entries.size();
-        }
+        std::map<uint32_t, cardTables> anew;
+        replayTo(&anew);
+        ASSERT_EQ(cards, anew) << "after step " << step;
+        for (uint32_t slot : {3u, 4u})
+            held += anew[slot].size(), traps += anew[slot][{0, 0}].size();
     }
-    EXPECT_GT(held, 10'000u);  // there was something to compare
+    EXPECT_GT(held, 3'000u);  // there was something to compare
+    EXPECT_GT(traps, 3'000u);
+    forgetPlaces();
 }
 
 // A card's replay has the traps in it.
