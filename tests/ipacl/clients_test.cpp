@@ -15,9 +15,6 @@ class Clients : public OfFamily {
     int unreg(uint32_t application, uint32_t instance = 0) const {
         return aclDelTaskClient(application, instance, A, f.row.af);
     }
-    int clause(decltype(aclAddRmapClient)* call, namedList** slot, const char* map) const {
-        return call({f.row.clauseClass, f.row.clauseCode, slot}, listNameMake(map), A);
-    }
     rows sentBy(const std::function<uint32_t()>& act) const {
         return sentOf(effects([&] { EXPECT_EQ(act(), 0u); }));
     }
@@ -45,56 +42,6 @@ TEST_P(Clients, TasksGetTheirCopyWhenTheListIsConfiguredOrTheyRegister) {
                   for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM, APP_OSPF}) unreg(app);
               })),
               here({"sysadm list in.drop A n 0"}));
-}
-
-TEST_P(Clients, APlaceholderLivesAsLongAsItsLastClient) {
-    aclList* list = reg(APP_OSPF);
-    ASSERT_NE(list, nullptr);
-    for (uint32_t instance : {0u, 1u}) EXPECT_EQ(reg(APP_OSPF, instance), list);
-    EXPECT_EQ(aclAddTaskMcastClient(APP_IGMP, 0, A, 0, f.row.af), list);
-    EXPECT_EQ(list->placeholder, 1u);
-    EXPECT_EQ(unreg(APP_BGP), -1);
-    EXPECT_EQ(aclDelTaskMcastClient(APP_IGMP, 0, A, f.row.af), 0);
-    EXPECT_EQ(unreg(APP_OSPF), 0);
-    EXPECT_EQ(find(), list);
-    EXPECT_EQ(unreg(APP_OSPF, 1), 0);
-    EXPECT_EQ(find(), nullptr);
-    EXPECT_EQ(unreg(APP_OSPF, 1), 0);  // no list: nothing to do
-    // A list that is configured stays.
-    list = make();
-    EXPECT_EQ(reg(APP_OSPF), list);
-    EXPECT_EQ(unreg(APP_OSPF), 0);
-    EXPECT_EQ(find(), list);
-    EXPECT_EQ(aclAddTaskClient(APP_OSPF, 0, listName{}, 0, f.row.af), nullptr);
-    for (uint32_t af : {0u, 4u}) {  // no store
-        EXPECT_EQ(aclAddTaskClient(APP_OSPF, 0, A, 0, af), nullptr);
-        EXPECT_EQ(aclDelTaskClient(APP_OSPF, 0, A, af), -1);
-    }
-}
-
-TEST_P(Clients, RouteMapsHoldTheListOnceForEachClause) {
-    namedList untouched{};
-    namedList* slots[] = {&untouched, &untouched, &untouched};
-    const char* const maps[] = {"map", "map", "m2"};
-    for (uint32_t other : {1u, 2u}) {  // clauses that are none of ours
-        const rmapMatch match{static_cast<uint16_t>(f.row.clauseClass + other), f.row.clauseCode,
-                              slots};
-        EXPECT_EQ(aclAddRmapClient(match, A, A), 0);
-        EXPECT_EQ(aclAddRmapClient({f.row.clauseClass, 1000 + other, slots}, A, A), 0);
-    }
-    EXPECT_EQ(slots[0], &untouched);
-    for (int i : {0, 1, 2}) ASSERT_EQ(clause(aclAddRmapClient, &slots[i], maps[i]), 0);
-    const aclList* list = find();
-    ASSERT_NE(list, nullptr);
-    EXPECT_TRUE(slots[0] == list && slots[1] == list && slots[2] == list);
-    EXPECT_EQ(clause(aclDelRmapClient, nullptr, "nobody"), -1);
-    for (int i : {2, 0, 1}) {
-        EXPECT_EQ(find(), list) << i;
-        EXPECT_EQ(clause(aclDelRmapClient, &slots[i], maps[i]), 0);
-        EXPECT_EQ(slots[i], nullptr);
-    }
-    EXPECT_EQ(find(), nullptr);
-    EXPECT_EQ(clause(aclDelRmapClient, &slots[1], "map"), 0);  // no list
 }
 
 // One name or number in two roles is two clients; whichever goes, the others keep their order.

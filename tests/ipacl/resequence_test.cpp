@@ -185,6 +185,10 @@ TEST_P(Resequence, IsWhatTheModelDoes) {
         model m;
         const uint32_t range = below(4) == 0 ? f.row.seqMax : 80;
         for (uint32_t n = below(30); n > 0; n--) m.entries[below(range)] = n;
+        // As many as fill one message or two, and one more.
+        constexpr size_t many[] = {RESEQ_PAIRS, RESEQ_PAIRS + 1, 2 * RESEQ_PAIRS + 1};
+        for (uint32_t n = 31; round < 3 && m.entries.size() < many[round]; n++)
+            m.entries[100 + 3 * n] = n;
         for (uint32_t n = below(12); n > 0; n--)
             m.remarks[m.entries.empty() || below(2) == 0 ? below(range)
                                                          : m.entries.begin()->first] =
@@ -194,7 +198,7 @@ TEST_P(Resequence, IsWhatTheModelDoes) {
         std::vector<uint32_t> ids;
         for (listEntry* e = list->head; e != nullptr; e = e->next)
             ids.push_back(e->matchCount = e->id * 7);
-        const bool isBound = below(2) == 0;
+        const bool isBound = round < 3 || below(2) == 0;
         if (isBound) bind(list, CLIENT_INTERFACE, portIfindex(1, 2));
         // Overlapping the old numbers as often as not, and as far as they go.
         const uint32_t step = 1 + below(12), items = m.items();
@@ -220,6 +224,7 @@ TEST_P(Resequence, IsWhatTheModelDoes) {
         for (const auto& [slot, got] : sent) {
             EXPECT_TRUE(slot == 1 || slot == 12);
             EXPECT_EQ(got.pairs, pairs);
+            EXPECT_EQ(got.messages, (pairs.size() + RESEQ_PAIRS - 1) / RESEQ_PAIRS);
         }
         EXPECT_EQ(textsOf(told), rows{});
         EXPECT_EQ(std::ranges::count(told,
@@ -359,34 +364,6 @@ TEST_P(Resequence, TellsEveryoneWhoHasTheList) {
     testHost.primary = false;
     ASSERT_EQ(run(2, 2), 0u);
     EXPECT_TRUE(bundles(testTakeRows(), 3).empty());
-}
-
-TEST_F(IpAcl, LongListsAreToldInBundlesOf989Pairs) {
-    aclList* list = create("A", IP_KIND_EXTENDED);
-    aclLinecardInfo[12].aclAgent = queueOf(12);
-    aclLinecardInfo[12].agentIpAddr = 0x7F01010C;
-    testHost.queues[queueOf(12)] = {0, acl_Swp_Free};
-    bind(list, CLIENT_INTERFACE, portIfindex(12, 2));
-    for (uint32_t n = 1; n <= 2 * RESEQ_PAIRS + 1; n++) {
-        ASSERT_EQ(add("A", extended(n & 1, IP_PROTO_TCP).from(n, HOST)), 0u);
-        if (n != RESEQ_PAIRS && n != RESEQ_PAIRS + 1 && n != 2 * RESEQ_PAIRS + 1) continue;
-        testTake();
-        ASSERT_EQ(ipReseqTheAccessList(A, 1000, 2), 0u);
-        std::vector<uint32_t> counts;
-        uint32_t expected = 1000;
-        for (const testRow& row : testTakeRows()) {
-            if (!row.text.starts_with("swp ")) continue;
-            const auto& m = *reinterpret_cast<const agentReseqMsg*>(row.bytes.data());
-            counts.push_back(m.pairCount);
-            EXPECT_EQ(uint32_t{m.entryCount}, n);
-            for (uint32_t i = 0; i < m.pairCount; i++, expected += 2)
-                ASSERT_EQ(uint32_t{m.pairs[i].to}, expected);
-        }
-        EXPECT_EQ(expected, 1000 + 2 * n);
-        words full(n / RESEQ_PAIRS, RESEQ_PAIRS);
-        if (n % RESEQ_PAIRS != 0) full.push_back(n % RESEQ_PAIRS);
-        EXPECT_EQ(counts, full);
-    }
 }
 
 }  // namespace
