@@ -225,12 +225,23 @@ TEST_F(Processes, RegistersUntilItIsAnsweredAndHoldsWhatItIsSent) {
         EXPECT_NE(std::system((bin + args + " 2>/dev/null >&2").c_str()), 0) << args;
 }
 
-// Whatever is lost or begins anew, nothing goes out of force before a replay has ended.
-TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
+// Whatever is lost, of either queue, or begins anew, nothing goes out of force before a replay of
+// both has ended; what cannot be used is asked for again.
+TEST_F(Processes, EverythingStaysInForceUntilAReplayHasEnded) {
     fakeManager rp(dir);
     startAgent(3);
     rp.takeRegistration();
-    untilInStep(rp, 50);
+    auto traps = [this] { return state()["mac"]["traps"].get<int>(); };
+    const bytes ospf = trap({PORT, 0x01005E000005});
+    rp.begin();
+    rp.deliverAll(bindings(50));
+    for (uint32_t i = 0; i < 3; i++) rp.deliver(&rp.mac, trap({PORT + i, 0x01005E000005}));
+    rp.end(&rp.lists);
+    EXPECT_EQ(state()["state"], "replay under way");
+    rp.end(&rp.mac);
+    until("state", "in step");
+    rp.deliver(&rp.mac, member(1, PORT, 10, 5));
+    EXPECT_EQ(state(AGENT_STATE_MEMBERS)["members"].size(), 1u);
     // The queue was flushed, and the agent knows that it missed something. Changes still count.
     rp.newSession();
     rp.deliver(build({14410, "BOUND", PORT, {entry4(4, 4)}}));
@@ -241,18 +252,32 @@ TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
     for (int i = 0; i < 3; i++) {
         rp.begin();
         rp.deliverAll(bindings(20));
+        rp.deliver(&rp.mac, ospf);
         EXPECT_EQ(held(), 52u);
+        EXPECT_EQ(traps(), 3);
     }
     rp.end();
     until("state", "in step");
     EXPECT_EQ(held(), 21u);
+    EXPECT_EQ(traps(), 1);
+    EXPECT_EQ(state(AGENT_STATE_MEMBERS)["members"].size(), 0u);
     EXPECT_EQ(state()["lost"], 1);
 
-    // A message that cannot be used; marks that mark nothing; a replay with one of them.
+    // A message that cannot be used; marks that mark nothing; a session that began unseen.
     bytes wrong = build({14410, "NONE", PORT, {entry4(4, 4)}}), shortMark = mark(2, rp.replays);
     shortMark.pop_back();
-    for (const bytes& m : {wrong, mark(2, rp.replays), mark(1, 77), mark(3, 1), shortMark}) {
-        rp.deliver(m);
+    const std::function<void()> losses[] = {
+        [&] { rp.deliver(wrong); },
+        [&] { rp.deliver(mark(2, rp.replays)); },
+        [&] { rp.deliver(mark(1, 77)); },
+        [&] { rp.deliver(mark(3, 1)); },
+        [&] { rp.deliver(shortMark); },
+        [&] {
+            rp.deliver(&rp.mac, trap({PORT, 0x01005E000005, 7}));
+        },
+        [&] { rp.newSession(&rp.mac), rp.push(rp.mac, ospf, 5); }};
+    for (const auto& lose : losses) {
+        lose();
         until("state", "replay needed");
         EXPECT_EQ(held(), 21u);
         // A loss that follows would be named after a second, two, ...: not the matter here.
@@ -261,51 +286,13 @@ TEST_F(Processes, FiltersStayInForceUntilAReplayHasEnded) {
         rp.untilNeed(true);
         untilInStep(rp, 20);
     }
+    // Of a replay with one of them what came is in force, and so is what did not.
     rp.begin();
     rp.deliverAll({build({14409, "BOUND", PORT, {entry4(1, 1)}}), wrong});
     rp.end();
     until("state", "replay needed");
-    EXPECT_EQ(held(), 1u);           // what came is in force
-    EXPECT_EQ(state()["lists"], 2);  // and so is what did not
-    rp.untilNeed(true);
-    untilInStep(rp, 20);
-    EXPECT_EQ(state()["replayNeeded"], false);
-}
-
-// The MAC agent's queue is replayed with the other one, and both count.
-TEST_F(Processes, TrapsAndMembersStayUntilTheirReplayHasEnded) {
-    fakeManager rp(dir);
-    startAgent(3);
-    rp.takeRegistration();
-    auto held = [this] { return state()["mac"]["traps"].get<int>(); };
-    rp.begin();
-    for (uint32_t i = 0; i < 3; i++) rp.deliver(&rp.mac, trap({PORT + i, 0x01005E000005}));
-    rp.end(&rp.lists);
-    EXPECT_EQ(state()["state"], "replay under way");
-    rp.end(&rp.mac);
-    until("state", "in step");
-    rp.deliver(&rp.mac, member(1, PORT, 10, 5));
-    EXPECT_EQ(state(AGENT_STATE_MEMBERS)["members"].size(), 1u);
-    rp.begin();
-    rp.deliver(&rp.mac, trap({PORT, 0x01005E000005}));
-    EXPECT_EQ(held(), 3);
-    rp.end();
-    until("state", "in step");
-    EXPECT_EQ(held(), 1);
-    EXPECT_EQ(state(AGENT_STATE_MEMBERS)["members"].size(), 0u);
-    // What the agent cannot use, and a session that it has not seen begin, are asked for again.
-    rp.deliver(&rp.mac, trap({PORT, 0x01005E000005, 7}));
-    until("state", "replay needed");
-    EXPECT_EQ(held(), 1);
-    agent.stop(SIGKILL);
-    startAgent(3);
-    rp.untilNeed(true);
-    untilInStep(rp, 5);
-    EXPECT_EQ(held(), 0);
-    rp.newSession(&rp.mac);
-    rp.push(rp.mac, trap({PORT, 0x01005E000005}), 5);
-    until("state", "replay needed");
-    EXPECT_EQ(held(), 0);
+    EXPECT_EQ(held(), 1u);
+    EXPECT_EQ(state()["lists"], 2);
 }
 
 // The role moves. The old manager, which does not know it yet, is not listened to any more.
