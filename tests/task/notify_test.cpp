@@ -192,6 +192,7 @@ TEST_F(Notify, EachTypeOfRecordHasWhatFollowsFromIt) {
         {"a VLAN is made", "1 VLAN 5", "", "", ""},
         {"its group, for the members to come", "49 VLAN 77 0 0", "", "", ""},
         {"other types' groups are not VLANs'", "51 VLAN 78 0 0", "", "", ""},
+        {"nor VLANs' theirs", "49 LAG 78 0 0", "", "", ""},
         {"a port joins", "41 A VLAN", "mac3 +A.9=77; acl3 14409 L@VLAN", "A", ""},
         {"and again", "41 A VLAN", "", "A", ""},
         {"a VLAN is no member", "41 VLAN VLAN", "", "A", ""},
@@ -252,7 +253,7 @@ TEST_F(Notify, EachTypeOfRecordHasWhatFollowsFromIt) {
         EXPECT_EQ(heard, history);
     }
     EXPECT_TRUE(testCfgLines().empty());
-    EXPECT_EQ(aclVlanTreeFind(VLAN), nullptr);
+    EXPECT_EQ(aclVlanTreeFindFirst(), nullptr);
     EXPECT_EQ(aclCounters.truncated, 0u);
     EXPECT_TRUE(aclNode->groups.aclVlanGroupMemberBitMap.test(9)) << "free for a group again";
 }
