@@ -15,6 +15,9 @@ class Clients : public OfFamily {
     int unreg(uint32_t application, uint32_t instance = 0) const {
         return aclDelTaskClient(application, instance, A, f.row.af);
     }
+    int clause(decltype(aclAddRmapClient)* call, namedList** slot, const char* map) const {
+        return call({f.row.clauseClass, f.row.clauseCode, slot}, listNameMake(map), A);
+    }
     rows sentBy(const std::function<uint32_t()>& act) const {
         return sentOf(effects([&] { EXPECT_EQ(act(), 0u); }));
     }
@@ -42,6 +45,31 @@ TEST_P(Clients, TasksGetTheirCopyWhenTheListIsConfiguredOrTheyRegister) {
                   for (uint32_t app : {APP_SNMP, APP_SYSADM, APP_IPM, APP_OSPF}) unreg(app);
               })),
               here({"sysadm list in.drop A n 0"}));
+}
+
+TEST_P(Clients, RouteMapsHoldTheListOnceForEachClause) {
+    namedList untouched{};
+    namedList* slots[] = {&untouched, &untouched, &untouched};
+    const char* const maps[] = {"map", "map", "m2"};
+    for (uint32_t other : {1u, 2u}) {  // clauses that are none of ours
+        const rmapMatch match{static_cast<uint16_t>(f.row.clauseClass + other), f.row.clauseCode,
+                              slots};
+        EXPECT_EQ(aclAddRmapClient(match, A, A), 0);
+        EXPECT_EQ(aclAddRmapClient({f.row.clauseClass, 1000 + other, slots}, A, A), 0);
+    }
+    EXPECT_EQ(slots[0], &untouched);
+    for (int i : {0, 1, 2}) ASSERT_EQ(clause(aclAddRmapClient, &slots[i], maps[i]), 0);
+    const aclList* list = find();
+    ASSERT_NE(list, nullptr);
+    EXPECT_TRUE(slots[0] == list && slots[1] == list && slots[2] == list);
+    EXPECT_EQ(clause(aclDelRmapClient, nullptr, "nobody"), -1);
+    for (int i : {2, 0, 1}) {
+        EXPECT_EQ(find(), list) << i;
+        EXPECT_EQ(clause(aclDelRmapClient, &slots[i], maps[i]), 0);
+        EXPECT_EQ(slots[i], nullptr);
+    }
+    EXPECT_EQ(find(), nullptr);
+    EXPECT_EQ(clause(aclDelRmapClient, &slots[1], "map"), 0);  // no list
 }
 
 // One name or number in two roles is two clients; whichever goes, the others keep their order.

@@ -289,6 +289,13 @@ TEST_F(Protocols, AnEntryThatAnotherPlaceOfThePortAsksForStays) {
     want = want + trapsOf({"000000000000"}, 2, port, 1);
     want.push_back(entryBytes({6, 179}, PORT_4_0, false));
     EXPECT_MESSAGES(disable(record(PROT_BGP, LAG_7)), want);
+    // Nor does it matter which ports are said of a protocol that has none.
+    protRecord one = record(4711, PORT_3_1), two = record(4711, LAG_7);
+    one.protocol = two.protocol = 50, one.port = 1u, two.port = 2u;
+    (void)enable(one), (void)enable(two);
+    const messages told = disable(two);
+    EXPECT_EQ(std::ranges::count(told, entryBytes({50, 2}, PORT_4_0, false)), 1);
+    EXPECT_EQ(std::ranges::count_if(told, [](auto& m) { return get32(m, 12) == 14415; }), 1);
     // Two protocols that ask for the same one: a member gets it once.
     (void)enable(record(4711, VLAN_10 + 1)), (void)enable(record(4712, VLAN_10 + 1));
     ASSERT_EQ(aclFollowVlanJoined(VLAN_10 + 1, PORT_3_2), 0);
