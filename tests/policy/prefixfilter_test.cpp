@@ -206,15 +206,15 @@ TEST_F(PolicyTest, ReadersSeeAPrefixListBeforeOrAfterAChange) {
         const int verdict = prefixFilterCheck(list, in.prefix, &decided);
         if (decided == nullptr || verdict != static_cast<int>(decided->record->action)) wrong++;
         if (ipRoutemapCheck(ipRmapListFind(M), in, &out) != verdict) wrong++;
-        if ((out.weight == 5 || out.weight == 6) != (verdict == 0)) wrong++;
+        if ((out.weight == 5 || out.weight == 7) != (verdict == 0)) wrong++;
         aclReadUnlock();
     };
-    askWhileChanging(2, 300, 0, ask, [](uint32_t round) {
+    askWhileChanging(2, 300, 4, ask, [](uint32_t round) {
         const prefixGiven entry(
             {1 + round % 50, round % 2, 0, 32, static_cast<uint8_t>(16 + round % 9), {10, 1}, {}},
             AF_IPV4);
         if (ipAddPrefixEntryExt(A, entry, AF_IPV4) != 0) ipDelPrefixEntryExt(A, entry, 1u, AF_IPV4);
-        rmapClauseBlock weight = clause(SET, RTMAP_SET_WEIGHT, 5 + round % 2);
+        rmapClauseBlock weight = clause(SET, RTMAP_SET_WEIGHT, 5 + round % 2 * 2);
         aclWriteLock();
         (void)ipAddRmapEntry(M, &weight, AF_IPV4);
         aclWriteUnlock();
