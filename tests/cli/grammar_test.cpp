@@ -487,17 +487,17 @@ TEST(Grammar, LinesBecomeTheirRequestsOrAreRefused) {
 }
 
 TEST(Grammar, ALineKeepsNothingOfTheOneBefore) {
-    const cliContext exec{cliMode::exec, false, false};
+    const cliContext atExec{cliMode::exec, false, false};
     cliCommand command;
     cliParseError error;
     const std::string line = "chassis protocol enable vrrp vlan 10";
     for (const auto& [vmac, last] : {std::pair(" vmac 00:00:5e:00:01:0a", 10), std::pair("", 0)}) {
-        EXPECT_EQ(cliParse(exec, line + vmac, &command, &error), cliParsed::command);
+        EXPECT_EQ(cliParse(atExec, line + vmac, &command, &error), cliParsed::command);
         EXPECT_EQ(command.pair.mac[5], last);
     }
     // A comment that asks wants no help.
     for (const auto& [text, isText] : {std::pair(" ! wh", true), std::pair("show ", false)})
-        EXPECT_EQ(cliInText(exec, text), isText) << text;
+        EXPECT_EQ(cliInText(atExec, text), isText) << text;
 }
 
 TEST(Grammar, NamesAndExpressionsAreTakenUpToTheirLength) {
