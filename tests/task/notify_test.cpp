@@ -133,7 +133,7 @@ struct Notify : TaskTest {
                        nameOf(mac->ifindex);
             } else {
                 out += number("%u", 12);
-                for (uint32_t at = AGENT_DATA; at < row.bytes.size(); at += 4)
+                for (uint32_t at = AGENT_DATA; at + 4 <= row.bytes.size(); at += 4)
                     out += number(" %x", at);
             }
             raw.push_back(row.bytes);
